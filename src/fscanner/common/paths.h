@@ -1,0 +1,29 @@
+#pragma once
+
+namespace fscanner {
+
+/// `dir`, "/" unless it already ends with one, then `name`, as a new string
+/// released with `free`. Null if either is null. An empty `dir` gives "/name".
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
+
+/// Splits at the last separator: `*dir` gets what leads up to and including it,
+/// `*name` what follows; both new, released with `free`. False, and nothing is
+/// stored, when there is no separator.
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
+
+/// `remove` and `rename` of the multibyte names; 0 on success.
+int removeFile(const wchar_t* name);
+int renameFile(const wchar_t* from, const wchar_t* to);
+
+/// Creates, empty and exclusively, the first free "./" + `prefix` + n (null:
+/// "./tav_" + n) for n = 0, 1, 2, ... and returns its name, released with
+/// delete[]. Does not return while the current directory cannot be written.
+char* getTempFile_Default(const char* prefix);
+
+/// The per-user directory `base` + "/__" + user name, released with `free`; with
+/// `create` it is made with mode 0700. A null `user` means the login name.
+/// Null when there is no name or the directory cannot be made.
+wchar_t* getUserCacheDir(const wchar_t* base, bool create);
+wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create);
+
+}  // namespace fscanner

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fscanner/discovery/drive_info.h"
+#include "fscanner/export.h"
+
+namespace fscanner {
+
+class FsFileInfo;
+
+/// Appends every mounted file system, in the mount table's order. False when the
+/// mount table cannot be read.
+FSCANNER_EXPORT bool fsListDrives(std::vector<DriveInfo>& drives);
+
+/// What the library makes of a criteria text.
+struct FSCANNER_EXPORT FsCriteriaReport {
+    bool compiles = false;
+    std::string error;                 ///< what is wrong, in one line; empty when it compiles
+    unsigned position = 0;             ///< where: index into the text, in characters
+    std::wstring tree;                 ///< the compiled tree, in one line
+    std::vector<std::wstring> fields;  ///< the fields it reads, in order of appearance
+    std::wstring indexField;           ///< the field whose index can serve it, or empty
+    std::wstring indexKey;             ///< the value that this field must have
+};
+
+/// Compiles `criteria` over the fields of a search without running it.
+FSCANNER_EXPORT FsCriteriaReport fsCheckCriteria(const wchar_t* criteria);
+
+/// Tests records that a host holds against a criteria, the way a scan does.
+class FSCANNER_EXPORT FsRecordFilter {
+public:
+    /// Null when the criteria does not compile. A null or empty text matches all.
+    static std::unique_ptr<FsRecordFilter> create(const wchar_t* criteria, bool caseSensitive);
+    ~FsRecordFilter();
+    bool matches(const FsFileInfo& record);
+
+private:
+    FsRecordFilter();
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// "MAJOR.MINOR.PATCH" of the library at run time; static.
+FSCANNER_EXPORT const char* fsVersion();
+
+}  // namespace fscanner

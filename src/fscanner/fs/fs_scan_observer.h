@@ -1,0 +1,46 @@
+#pragma once
+
+#include "fscanner/export.h"
+
+namespace fscanner {
+
+class FsFileInfo;
+
+/// Why a directory, or part of it, was not searched.
+enum class FsSkipReason {
+    denied,           ///< no permission to read it
+    vanished,         ///< it was gone, or no longer a directory, when it was entered
+    tooLong,          ///< its path has 1024 characters or more
+    excluded,         ///< the query leaves it out
+    otherFileSystem,  ///< a mount point that is searched on its own, or left out
+    failed,           ///< any other error of the system
+};
+
+/// How far a scan is.
+struct FsScanProgress {
+    const wchar_t* directory;        ///< the directory being read; valid during the call
+    unsigned long long files;        ///< entries seen that are no directories
+    unsigned long long directories;  ///< directories read
+    unsigned elapsedMilliseconds;    ///< since the walk of this path began
+};
+
+/// Watches scans. Set process-wide by the host with `fsSetScanObserver`; called
+/// on the thread that runs the query. Override what is of interest.
+class FSCANNER_EXPORT FsScanObserver {
+public:
+    virtual ~FsScanObserver();
+    /// Called every so many entries. False stops the scan the way a time-out does.
+    virtual bool progress(const FsScanProgress& progress);
+    /// Called once per directory that is not (wholly) searched; `systemError` is
+    /// the errno, or 0. The path is valid during the call.
+    virtual void skipped(const wchar_t* directory, FsSkipReason reason, int systemError);
+    /// Called for a file on which the criteria could not be evaluated (a name that
+    /// holds "*" compared with a pattern; a zero divisor). It does not match.
+    virtual void undecided(const FsFileInfo& file);
+};
+
+/// Sets the observer of all later scans (null: none) and returns the old one.
+/// The host keeps ownership and the object alive.
+FSCANNER_EXPORT FsScanObserver* fsSetScanObserver(FsScanObserver* observer);
+
+}  // namespace fscanner
