@@ -22,14 +22,16 @@ FSCANNER_EXPORT bool startDebug();
 FSCANNER_EXPORT void stopDebug();
 
 /// Appends one formatted text; the caller writes the "\n". "%S" and "%ls"
-/// take wide strings, which reach the file whole in every locale. With logging
-/// off this costs a flag test. A file that cannot be opened loses the line.
+/// take wide strings, which reach the file whole in every locale, with "(null)"
+/// for null; write "%ls" in code, as ISO C++ does not know "%S". With logging off
+/// this costs a flag test. A file that cannot be opened loses the line. `errno`
+/// is kept.
 FSCANNER_EXPORT void debug(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Whether logging is on: ask before preparing an argument that costs anything.
-extern bool debugInfo;
+FSCANNER_EXPORT extern bool debugInfo;
 
-/// The log file's path, empty when none is set.
+/// The log file's path, empty when none is set. Not for hosts.
 extern char debugFile[1024];
 
 }  // namespace fscanner
