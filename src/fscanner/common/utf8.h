@@ -4,6 +4,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace fscanner {
 

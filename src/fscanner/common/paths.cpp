@@ -1,0 +1,141 @@
+#include "fscanner/common/paths.h"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <memory>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "fscanner/common/heap_string.h"
+#include "fscanner/common/utf8.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
+    if (dir == nullptr || name == nullptr) return nullptr;
+    try {
+        std::wstring path(dir);
+        if (!path.ends_with(L'/')) path += L'/';
+        return mallocCopy(path.append(name));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name) {
+    const std::wstring_view path(fullPath);
+    const std::size_t at = path.rfind(separator);
+    if (at == path.npos) return false;
+    wchar_t* leading = mallocCopy(path.substr(0, at + 1));
+    wchar_t* last = mallocCopy(path.substr(at + 1));
+    if (leading == nullptr || last == nullptr) {
+        std::free(leading);
+        std::free(last);
+        return false;
+    }
+    *dir = leading;
+    *name = last;
+    return true;
+}
+
+int removeFile(const wchar_t* name) {
+    const std::unique_ptr<char[]> bytes(myWcsToMbs(name));
+    return bytes ? std::remove(bytes.get()) : -1;
+}
+
+int renameFile(const wchar_t* from, const wchar_t* to) {
+    const std::unique_ptr<char[]> oldName(myWcsToMbs(from));
+    const std::unique_ptr<char[]> newName(myWcsToMbs(to));
+    return oldName && newName ? std::rename(oldName.get(), newName.get()) : -1;
+}
+
+namespace {
+
+// Exclusive creation: a file that is there, readable or not, is never emptied,
+// and a link planted under the name is not followed.
+bool createExclusively(const char* name) {
+    const int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    if (fd < 0) return false;
+    close(fd);
+    return true;
+}
+
+}  // namespace
+
+char* getTempFile_Default(const char* prefix) {
+    if (prefix == nullptr) prefix = "tav_";
+    const std::size_t size = std::strlen(prefix) + sizeof "./2147483647";
+    std::unique_ptr<char[]> name(new (std::nothrow) char[size]);
+    if (!name) return nullptr;
+    for (int n = 0;; n = n == INT_MAX ? 0 : n + 1) {
+        std::snprintf(name.get(), size, "./%s%d", prefix, n);
+        if (createExclusively(name.get())) return name.release();
+    }
+}
+
+namespace {
+
+// The name of the effective user: reentrant, and the same that cuserid gives.
+std::wstring loginName() {
+    std::vector<char> buffer(1024);
+    passwd entry;
+    passwd* found = nullptr;
+    while (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE)
+        buffer.resize(buffer.size() * 2);
+    return found != nullptr ? toWide(found->pw_name) : std::wstring();
+}
+
+std::wstring userNameOrLogin(const wchar_t* user) {
+    if (user != nullptr) return user;
+    std::wstring name = loginName();
+    if (name.empty()) debug("::common - GetUserNameW(...) failed!\n");
+    return name;
+}
+
+bool makePrivateDirectory(const std::wstring& path) {
+    if (mkdir(toMultibyte(path).c_str(), 0700) == 0 || errno == EEXIST) return true;
+    debug("::common - CreateDirectory(...) failed [rc = %d]!\n", errno);
+    return false;
+}
+
+wchar_t* makeUserCacheDir(std::wstring path, const wchar_t* user, bool create) {
+    const std::wstring name = userNameOrLogin(user);
+    // A "/" in the name would lead out of the base directory.
+    if (name.empty() || name.find(L'/') != name.npos) {
+        debug("::common - unable to determine the current user name.\n");
+        return nullptr;
+    }
+    debug("::common - user name is '%ls'\n", name.c_str());
+    if (!path.ends_with(L'/')) path += L'/';
+    path.append(L"__").append(name);
+    debug("::common - full cache path name is '%ls'\n", path.c_str());
+    if (create && !makePrivateDirectory(path)) return nullptr;
+    return mallocCopy(path);
+}
+
+}  // namespace
+
+wchar_t* getUserCacheDir(const wchar_t* base, bool create) {
+    return getUserCacheDir(base, nullptr, create);
+}
+
+wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create) {
+    if (base == nullptr) return nullptr;
+    try {
+        return makeUserCacheDir(base, user, create);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+}  // namespace fscanner
