@@ -1,0 +1,179 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace fscanner {
+
+/// Type codes of fields. They are stored in table headers: the values are fixed.
+enum FieldType : unsigned {
+    FIELD_INT8 = 1,
+    FIELD_INT16 = 2,
+    FIELD_INT32 = 3,
+    FIELD_INT64 = 4,
+    FIELD_TEXT = 5,
+};
+
+/// One named, typed value slot. Owns its name. One thread at a time.
+class Field {
+public:
+    Field(const wchar_t* name, unsigned type);
+    Field(const Field& other);
+
+    /// A hook without a purpose of its own; first in slot order.
+    virtual void dummy() = 0;
+    virtual ~Field();
+    /// The bytes that the field accounts for in `Fields::size()`, not its size on disk.
+    virtual unsigned size() const = 0;
+
+    /// Replaces the name with a copy. False, nothing changed, for null; false,
+    /// and the old name is gone, when memory runs out.
+    bool setName(const wchar_t* name);
+    /// The name, owned by the field; null when it has none.
+    const wchar_t* name() const { return name_.get(); }
+    unsigned type() const { return type_; }
+    /// True until a value is assigned.
+    bool isNull() const { return null_; }
+
+    /// How many fields of the process got another name so far. What is resolved
+    /// by name stays resolved while this and `Fields::revision()` stand still.
+    static std::uint64_t renames();
+
+protected:
+    /// Name (unless the other has none) and null flag.
+    Field& operator=(const Field& other);
+    void setNotNull() { null_ = false; }
+
+private:
+    std::unique_ptr<wchar_t[]> name_;
+    unsigned type_;
+    bool null_ = true;
+};
+
+/// An unsigned number; 0 when never set.
+template <typename T, FieldType CODE, unsigned SIZE>
+class IntegerField final : public Field {
+public:
+    static constexpr FieldType TYPE = CODE;
+    using Value = T;
+
+    IntegerField() : Field(nullptr, CODE) {}
+    explicit IntegerField(const wchar_t* name) : Field(name, CODE) {}
+    IntegerField(const IntegerField& other) = default;
+    IntegerField& operator=(const IntegerField& other) = default;
+
+    void dummy() override {}
+    unsigned size() const override { return SIZE; }
+
+    void value(T x) {
+        value_ = x;
+        setNotNull();
+    }
+    T value() const { return value_; }
+
+private:
+    T value_ = 0;
+};
+
+using Int8Field = IntegerField<unsigned char, FIELD_INT8, 5>;
+using Int16Field = IntegerField<unsigned short, FIELD_INT16, 6>;
+using Int32Field = IntegerField<unsigned, FIELD_INT32, 8>;
+using Int64Field = IntegerField<unsigned long long, FIELD_INT64, 12>;
+
+/// A wide string. Up to 127 characters live in the field itself; the length is
+/// kept, so that a view costs nothing.
+class TextField final : public Field {
+public:
+    static constexpr FieldType TYPE = FIELD_TEXT;
+    static constexpr unsigned INLINE_LENGTH = 127;
+
+    TextField() : Field(nullptr, FIELD_TEXT) {}
+    explicit TextField(const wchar_t* name) : Field(name, FIELD_TEXT) {}
+    TextField(const TextField& other);
+    TextField& operator=(const TextField& other);
+
+    void dummy() override {}
+    unsigned size() const override { return 8 + 4 * static_cast<unsigned>(length_); }
+
+    /// Stores a copy; null makes the value null and leaves the null flag. The
+    /// text may lie in the field's own value. A field without a name ignores this.
+    void value(const wchar_t* text);
+    /// The same for a text that is not terminated; it ends at a U+0000 in it.
+    void assign(std::wstring_view text);
+    /// The value, valid until the next assignment; may be null.
+    const wchar_t* value() const { return text_; }
+    /// The value as a view, empty when it is null; valid as long as `value()`.
+    std::wstring_view view() const { return {text_, length_}; }
+
+private:
+    void store(std::wstring_view text);
+    void storeNull();
+    void copyValue(const TextField& other);
+
+    wchar_t inline_[INLINE_LENGTH + 1] = {};
+    std::unique_ptr<wchar_t[]> heap_;
+    wchar_t* text_ = inline_;
+    std::size_t length_ = 0;
+};
+
+/// The field as an object of class `F`; null for null or a field of another class.
+template <typename F>
+F* fieldAs(Field* field) {
+    return field && field->type() == F::TYPE ? static_cast<F*>(field) : nullptr;
+}
+
+/// An ordered list of owned fields: a table's schema, a record's buffer, or the
+/// variables of a criteria. One thread at a time.
+class Fields {
+public:
+    Fields() = default;
+    Fields(const Fields& other);
+    Fields(Fields&& other) noexcept;
+    Fields& operator=(const Fields& other);
+    Fields& operator=(Fields&& other) noexcept;
+    ~Fields() = default;
+
+    /// Append a copy. False for a field without a name.
+    bool add(const Int8Field& field);
+    bool add(const Int16Field& field);
+    bool add(const Int32Field& field);
+    bool add(const Int64Field& field);
+    bool add(const TextField& field);
+    /// Appends a field without a value. False for null or an invalid type code.
+    bool add(const wchar_t* name, unsigned typeCode);
+
+    unsigned count() const { return static_cast<unsigned>(fields_.size()); }
+    /// The i-th field, owned by the list; `i` must be below `count()`.
+    Field* at(unsigned i) const { return fields_[i].get(); }
+    /// The first field of exactly this name; null if there is none.
+    Field* name(const wchar_t* name) const;
+    Field* name(std::wstring_view name) const;
+    /// The i-th field as an object of class `F`; null when it is out of range or
+    /// of another class. What reads or writes typed values by index goes through here.
+    template <typename F>
+    F* as(unsigned i) const {
+        return i < count() ? fieldAs<F>(at(i)) : nullptr;
+    }
+
+    /// Sum of the fields' `size()`.
+    unsigned size() const;
+    void removeAll();
+
+    /// Identifies this list with these fields in the whole process: two equal
+    /// answers mean that pointers to its fields are still good. 0 when never filled.
+    std::uint64_t revision() const { return revision_; }
+
+private:
+    template <typename F>
+    bool addCopy(const F& field);
+    void append(std::unique_ptr<Field> field);
+    void swap(Fields& other) noexcept;
+
+    std::vector<std::unique_ptr<Field>> fields_;
+    std::uint64_t revision_ = 0;
+};
+
+}  // namespace fscanner
