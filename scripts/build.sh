@@ -1,0 +1,120 @@
+# shellcheck shell=bash disable=SC2034
+# What run, test and .ci/run share: install what is missing, configure a preset,
+# build it. Sourced. Everything said here goes to standard error, so that a program's
+# own output stays clean. Sets `root`, the checkout, and `build`, the one directory in
+# it that is written.
+
+root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
+build=$root/build
+
+# Compiled objects are shared between checkouts through ccache.
+export CCACHE_BASEDIR="$root"
+
+# Debian package and what shows that it is there: a command, or an absolute file pattern.
+build_packages=(
+    g++:g++
+    cmake:cmake
+    ninja-build:ninja
+    ccache:ccache
+    libcli11-dev:/usr/include/CLI/CLI.hpp
+    libfmt-dev:/usr/include/fmt/core.h
+    nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
+    file:file
+)
+test_packages=(
+    libgtest-dev:/usr/include/gtest/gtest.h
+    libgmock-dev:/usr/include/gmock/gmock.h
+)
+check_packages=(
+    clang:clang++
+    clang-format:clang-format
+    clang-tidy:run-clang-tidy
+    libclang-rt-14-dev:/usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.asan*
+    shellcheck:shellcheck
+)
+
+say() { printf '%s\n' "$*" >&2; }
+die() {
+    say "$*"
+    exit 1
+}
+
+# is_there PROBE: whether the command or the file is there.
+is_there() {
+    case $1 in
+        /*) compgen -G "$1" >/dev/null ;;
+        *) command -v -- "$1" >/dev/null ;;
+    esac
+}
+
+# run_logged LOG COMMAND...: hides the command's output unless it fails.
+run_logged() {
+    local log=$1
+    shift
+    "$@" >"$log" 2>&1 </dev/null && return
+    cat -- "$log" >&2
+    return 1
+}
+
+# apt_install PACKAGE...: with the package lists at hand first, then with fresh ones.
+apt_install() {
+    local -a as_root=(env DEBIAN_FRONTEND=noninteractive)
+    [ "$(id -u)" -eq 0 ] || as_root=(sudo "${as_root[@]}")
+    local -a get=("${as_root[@]}" apt-get -q -y -o DPkg::Lock::Timeout=120)
+    "${get[@]}" install --no-install-recommends "$@" && return
+    "${get[@]}" update && "${get[@]}" install --no-install-recommends "$@"
+}
+
+# install_missing PACKAGE:PROBE...
+install_missing() {
+    local entry
+    local -a missing=()
+    for entry in "$@"; do
+        is_there "${entry#*:}" || missing+=("${entry%%:*}")
+    done
+    [ ${#missing[@]} -gt 0 ] || return 0
+
+    local by_hand="missing: ${missing[*]}; install with: apt-get install --no-install-recommends ${missing[*]}"
+    command -v apt-get >/dev/null || die "$by_hand (on Debian; elsewhere their equivalents)"
+    [ "$(id -u)" -eq 0 ] || command -v sudo >/dev/null || die "$by_hand (as root)"
+    say "installing ${missing[*]}"
+    run_logged "$build/install.log" apt_install "${missing[@]}" || die "$by_hand"
+}
+
+# prepare build|test|check...: makes the build directory and installs what that takes.
+prepare() {
+    local group
+    mkdir -p -- "$build" 2>/dev/null || true
+    [ -w "$build" ] ||
+        die "cannot write to $build: build in a checkout of your own, or remove that directory"
+    for group in "$@"; do
+        local -n packages=${group}_packages
+        install_missing "${packages[@]}"
+    done
+}
+
+# configure PRESET: unless that preset's tree is there, of this place and these presets.
+configure() {
+    local tree=$build/$1 key
+    key="$root $(cksum <"$root/CMakePresets.json")"
+    if [ -f "$tree/build.ninja" ] && [ "$(cat -- "$tree/.configured" 2>/dev/null)" = "$key" ]; then
+        return
+    fi
+    say "configuring and building $1: the first time takes minutes"
+    (cd -- "$root" && run_logged "$build/$1-configure.log" cmake --fresh --preset "$1") ||
+        die "configuring $1 failed"
+    printf '%s\n' "$key" >"$tree/.configured"
+}
+
+# build_preset PRESET [TARGET...]: configures where needed and builds with all cores.
+# One build at a time: a second caller waits for the first.
+build_preset() {
+    local preset=$1 lock
+    shift
+    exec {lock}>"$build/.lock" || die "cannot write to $build"
+    flock "$lock"
+    configure "$preset"
+    run_logged "$build/$preset-build.log" ninja -C "$build/$preset" -j "$(nproc)" "$@" ||
+        die "building $preset failed"
+    exec {lock}>&-
+}

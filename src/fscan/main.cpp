@@ -1,0 +1,6 @@
+#include "fscanner/fs/debug.h"
+
+int main() {
+    fscanner::stopDebug();
+    return 2;
+}
