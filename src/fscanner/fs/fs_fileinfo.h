@@ -28,8 +28,8 @@ enum FsFileAttribute : unsigned {
 /// One found file: directory path, name and attributes. Each attribute has a
 /// "known" bit; one that was never set is fetched with `lstat` on first request.
 ///
-/// Owns both texts. One thread at a time. Nothing throws but a failed allocation
-/// of a copy inside the library.
+/// Owns both texts. One thread at a time. Nothing throws: where memory runs out
+/// a copy's text is null and its error flag is set.
 class FSCANNER_EXPORT FsFileInfo {
 public:
     FsFileInfo();
@@ -54,8 +54,8 @@ public:
     void setLastModifyTime(long seconds);
 
     /// The directory and the name, owned by the record; null when not set.
-    const wchar_t* getPath() const { return path_; }
-    const wchar_t* getName() const { return name_; }
+    const wchar_t* getPath() const { return path_.get(); }
+    const wchar_t* getName() const { return name_.get(); }
     /// Each fetches what is not known yet; 0 when that fails. Times are seconds
     /// since the epoch; the "create time" is the time of the last status change.
     unsigned getAttr() const;
@@ -73,10 +73,10 @@ public:
     /// Takes everything that is not known from a system's answer. False, with
     /// the error flag set, when the size passes the limit (see below).
     bool updateFrom(const struct stat& info) const;
-    /// Whether the last fetch failed, until `clear()`.
-    bool hasError() const { return error_ != 0; }
+    /// Whether a fetch, or the copy of a text, has failed since the last `clear()`.
+    bool hasError() const { return facts_.error != 0; }
     /// OR of the known bits; 0x3FF is everything.
-    unsigned knownMask() const { return mask_; }
+    unsigned knownMask() const { return facts_.mask; }
 
     /// Compares this record's field (an `FsSortKey`) with the other's by a
     /// comparison operator code (0 "==", 1 ">=", 2 "<=", 3 ">", 4 "<", 5 "!=").
@@ -95,20 +95,49 @@ public:
     static bool getLargeFileSupport();
 
 private:
-    wchar_t* path_ = nullptr;
-    wchar_t* name_ = nullptr;
-    mutable unsigned attributes_ = 0;
-    mutable unsigned long long size_ = 0;
-    mutable unsigned device_ = 0;
-    mutable unsigned groupId_ = 0;
-    mutable unsigned userId_ = 0;
-    mutable unsigned inode_ = 0;
-    mutable int accessTime_ = 0;
-    mutable int createTime_ = 0;
-    mutable int modifyTime_ = 0;
-    mutable unsigned linkCount_ = 0;
-    mutable unsigned mask_ = 0;
-    mutable unsigned error_ = 0;
+    /// An owned text. Its buffer is kept while the next text fits, because one
+    /// record is filled once per match.
+    class Text {
+    public:
+        Text() = default;
+        Text(const Text& other);
+        Text(Text&& other) noexcept;
+        Text& operator=(Text&& other) noexcept;
+        ~Text();
+
+        const wchar_t* get() const { return data_; }
+        /// False, with no text kept, when memory runs out.
+        bool assign(const wchar_t* s);
+        /// Takes over a text that `new[]` made.
+        void adopt(wchar_t* s);
+
+    private:
+        wchar_t* data_ = nullptr;
+        unsigned long room_ = 0;
+    };
+
+    /// What `lstat` tells, with the mask of what is known of it.
+    struct Facts {
+        unsigned attributes = 0;
+        unsigned long long size = 0;
+        unsigned device = 0;
+        unsigned groupId = 0;
+        unsigned userId = 0;
+        unsigned inode = 0;
+        int accessTime = 0;
+        int createTime = 0;
+        int modifyTime = 0;
+        unsigned linkCount = 0;
+        unsigned mask = 0;
+        unsigned error = 0;
+    };
+
+    void setText(Text& text, const wchar_t* s);
+    bool fetchFailed() const;
+
+    Text path_;
+    Text name_;
+    mutable Facts facts_;
 };
 
 /// `dir` joined with `name` (a "/" between them unless `dir` is empty or ends

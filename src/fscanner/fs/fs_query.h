@@ -13,7 +13,8 @@ struct FsQueryData;
 
 /// Describes a search. The host builds it, hands it to a provider by constant
 /// reference, and may change and reuse it between executions. All texts are
-/// copied. One thread at a time; not copyable.
+/// copied. One thread at a time; not copyable. Nothing throws but, for want of
+/// memory, the constructor.
 class FSCANNER_EXPORT FsQuery {
 public:
     FsQuery();

@@ -10,7 +10,12 @@ class FsFileInfo;
 /// the host, which reads them. One thread at a time. Nothing here throws.
 
 /// Sort keys and directions of `FsResultSetReader::sort`.
-enum FsSortKey : unsigned { FS_SORT_PATH = 1, FS_SORT_NAME = 2, FS_SORT_PATHNAME = 3, FS_SORT_SIZE = 4 };
+enum FsSortKey : unsigned {
+    FS_SORT_PATH = 1,
+    FS_SORT_NAME = 2,
+    FS_SORT_PATHNAME = 3,
+    FS_SORT_SIZE = 4
+};
 enum FsSortDirection : unsigned { FS_SORT_ASCENDING = 1, FS_SORT_DESCENDING = 2 };
 
 /// Takes records. A host may derive from it to receive matches as they are found.

@@ -43,4 +43,7 @@ public:
 /// The host keeps ownership and the object alive.
 FSCANNER_EXPORT FsScanObserver* fsSetScanObserver(FsScanObserver* observer);
 
+/// The observer in force, or null. For the scans inside the library.
+FsScanObserver* scanObserver();
+
 }  // namespace fscanner

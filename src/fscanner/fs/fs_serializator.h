@@ -8,6 +8,7 @@ namespace fscanner {
 /// `reset()`: a save then does nothing and returns false, a load yields 0 or null.
 class FSCANNER_EXPORT FsSerializator {
 public:
+    /// Null may be saved: it loads back as null.
     virtual bool saveString(const wchar_t* s) = 0;
     virtual bool saveInteger32(int v) = 0;
     virtual bool saveUnsigned32(unsigned int v) = 0;

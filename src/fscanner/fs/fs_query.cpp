@@ -1,0 +1,126 @@
+#include "fscanner/fs/fs_query.h"
+
+#include <cstdlib>
+#include <cwchar>
+#include <new>
+
+namespace fscanner {
+
+namespace {
+
+struct Free {
+    void operator()(wchar_t* s) const { std::free(s); }
+};
+using MallocText = std::unique_ptr<wchar_t, Free>;
+
+constexpr unsigned CASE_INSENSITIVE = 1;
+constexpr unsigned LAST_CASE_MODE = 2;
+
+template <typename Entry, typename... Flags>
+bool append(std::vector<Entry>& list, const wchar_t* text, Flags... flags) {
+    if (text == nullptr) return false;
+    try {
+        list.emplace_back(text, flags...);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+template <typename Entry>
+bool clearList(std::vector<Entry>& list) {
+    list.clear();
+    return true;
+}
+
+}  // namespace
+
+struct FsQueryData {
+    MallocText query;
+    unsigned caseMode = LAST_CASE_MODE;
+    std::vector<PathInfo> includedPaths;
+    std::vector<PathInfo> excludedPaths;
+    std::vector<FileSystemInfo> excludedFileSystems;
+    std::vector<FileSystemInfo> includedFileSystems;
+};
+
+FsQuery::FsQuery() : data_(std::make_unique<FsQueryData>()) {}
+
+FsQuery::~FsQuery() = default;
+
+bool FsQuery::addIncludePath(const wchar_t* path, bool recursive) {
+    return append(data_->includedPaths, path, recursive);
+}
+
+bool FsQuery::addExcludePath(const wchar_t* path, bool recursive) {
+    return append(data_->excludedPaths, path, recursive);
+}
+
+bool FsQuery::addIncludeFileSystem(const wchar_t* name) {
+    return append(data_->includedFileSystems, name);
+}
+
+bool FsQuery::addExcludeFileSystem(const wchar_t* name) {
+    return append(data_->excludedFileSystems, name);
+}
+
+bool FsQuery::setSimpleQuery(const wchar_t*, unsigned int) {
+    return false;
+}
+
+bool FsQuery::setQuery(const wchar_t* text) {
+    if (text == nullptr) return false;
+    const std::size_t room = std::wcslen(text) + 1;
+    MallocText copy(static_cast<wchar_t*>(std::malloc(room * sizeof(wchar_t))));
+    if (!copy) return false;
+    // Copied before the old text is freed: `text` may be that text.
+    std::wmemcpy(copy.get(), text, room);
+    data_->query = std::move(copy);
+    return true;
+}
+
+void FsQuery::setCaseSensitive(unsigned int mode) {
+    if (mode <= LAST_CASE_MODE) data_->caseMode = mode;
+}
+
+const std::vector<PathInfo>& FsQuery::getIncludedPaths() const {
+    return data_->includedPaths;
+}
+
+const std::vector<PathInfo>& FsQuery::getExcludedPaths() const {
+    return data_->excludedPaths;
+}
+
+const std::vector<FileSystemInfo>& FsQuery::getIncludedFileSystems() const {
+    return data_->includedFileSystems;
+}
+
+const std::vector<FileSystemInfo>& FsQuery::getExcludedFileSystems() const {
+    return data_->excludedFileSystems;
+}
+
+const wchar_t* FsQuery::getQuery() const {
+    return data_->query.get();
+}
+
+bool FsQuery::getCaseSensitive() const {
+    return data_->caseMode != CASE_INSENSITIVE;
+}
+
+bool FsQuery::clearIncludePaths() {
+    return clearList(data_->includedPaths);
+}
+
+bool FsQuery::clearExcludePaths() {
+    return clearList(data_->excludedPaths);
+}
+
+bool FsQuery::clearIncludeFileSystems() {
+    return clearList(data_->includedFileSystems);
+}
+
+bool FsQuery::clearExcludeFileSystems() {
+    return clearList(data_->excludedFileSystems);
+}
+
+}  // namespace fscanner

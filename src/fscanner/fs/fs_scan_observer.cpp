@@ -1,0 +1,31 @@
+#include "fscanner/fs/fs_scan_observer.h"
+
+#include <utility>
+
+namespace fscanner {
+
+namespace {
+
+FsScanObserver* currentObserver = nullptr;
+
+}  // namespace
+
+FsScanObserver::~FsScanObserver() = default;
+
+bool FsScanObserver::progress(const FsScanProgress&) {
+    return true;
+}
+
+void FsScanObserver::skipped(const wchar_t*, FsSkipReason, int) {}
+
+void FsScanObserver::undecided(const FsFileInfo&) {}
+
+FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
+    return std::exchange(currentObserver, observer);
+}
+
+FsScanObserver* scanObserver() {
+    return currentObserver;
+}
+
+}  // namespace fscanner

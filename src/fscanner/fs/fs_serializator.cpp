@@ -1,0 +1,7 @@
+#include "fscanner/fs/fs_serializator.h"
+
+namespace fscanner {
+
+FsSerializator::~FsSerializator() = default;
+
+}  // namespace fscanner

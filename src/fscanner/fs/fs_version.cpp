@@ -1,0 +1,9 @@
+#include "fscanner/fs/fs_inspect.h"
+
+namespace fscanner {
+
+const char* fsVersion() {
+    return FSCANNER_VERSION;
+}
+
+}  // namespace fscanner
