@@ -1,0 +1,63 @@
+#include "fscanner/platform/descriptor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace fscanner {
+
+namespace {
+
+constexpr int FIRST_OWN_DESCRIPTOR = STDERR_FILENO + 1;
+
+// A data file on descriptor 2 would get the host's error messages.
+Descriptor aboveStandardStreams(Descriptor file) {
+    if (!file || file.get() >= FIRST_OWN_DESCRIPTOR) return file;
+    return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
+}
+
+bool isRegular(int fd) {
+    struct stat info;
+    if (::fstat(fd, &info) != 0) return false;
+    if (S_ISREG(info.st_mode)) return true;
+    errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+    return false;
+}
+
+}  // namespace
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(other.release()) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+    if (this == &other) return *this;
+    close();
+    fd_ = other.release();
+    return *this;
+}
+
+int Descriptor::release() {
+    return std::exchange(fd_, -1);
+}
+
+bool Descriptor::close() {
+    if (fd_ < 0) return false;
+    const int reason = errno;  // a destructor must not hide why its function failed
+    const bool closed = ::close(release()) == 0;
+    if (closed) errno = reason;
+    return closed;
+}
+
+Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) {
+    const int create = mode == OpenMode::emptied ? O_CREAT : 0;
+    // Truncated only once it is known to be a regular file.
+    Descriptor file(::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | create, permissions));
+    file = aboveStandardStreams(std::move(file));
+    if (!file || !isRegular(file.get())) return {};
+    if (mode == OpenMode::emptied && ::ftruncate(file.get(), 0) != 0) return {};
+    return file;
+}
+
+}  // namespace fscanner

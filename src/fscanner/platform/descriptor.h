@@ -1,0 +1,36 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace fscanner {
+
+/// An open file descriptor, closed when its owner goes. Move-only.
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(Descriptor&& other) noexcept;
+    Descriptor& operator=(Descriptor&& other) noexcept;
+    ~Descriptor() { close(); }
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    /// Gives the descriptor away without closing it.
+    int release();
+    /// False when nothing is open, or the system reports an error. The descriptor
+    /// is gone in either case: Linux frees it before it reports.
+    bool close();
+
+private:
+    int fd_ = -1;
+};
+
+enum class OpenMode { existing, emptied };
+
+/// Opens a file for reading and writing; `emptied` makes it with `permissions` or
+/// truncates it. Only regular files are opened, and a FIFO or a device is refused
+/// without a wait. The descriptor is never one of the standard streams', which
+/// the host may have closed, and is not inherited. Empty, with errno, on failure.
+Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions);
+
+}  // namespace fscanner

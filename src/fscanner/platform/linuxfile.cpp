@@ -1,0 +1,168 @@
+#include "fscanner/platform/linuxfile.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned CHUNK = 32768;
+constexpr mode_t PERMISSIONS = 0660;
+
+// A length that fits the 32-bit sizes of a mapped file.
+bool fits(off_t length) {
+    return length >= 0 && length <= static_cast<off_t>(UINT_MAX);
+}
+
+}  // namespace
+
+LinuxMmFile::LinuxMmFile(const char* name) : name_(name != nullptr ? ::strdup(name) : nullptr) {}
+
+LinuxMmFile::~LinuxMmFile() {
+    LinuxMmFile::close();
+}
+
+bool LinuxMmFile::create() {
+    if (!name_ || isOpen()) return false;
+    file_ = openRegularFile(name_.get(), OpenMode::emptied, PERMISSIONS);
+    if (!isOpen()) return false;
+    logicalSize_ = mappedLength_ = position_ = 0;
+    changed_ = true;  // what it held before is gone
+    return true;
+}
+
+bool LinuxMmFile::open() {
+    if (!name_ || isOpen()) return false;
+    Descriptor file = openRegularFile(name_.get(), OpenMode::existing, PERMISSIONS);
+    struct stat info;
+    if (!file || ::fstat(file.get(), &info) != 0 || !fits(info.st_size)) return false;
+    file_ = std::move(file);
+    logicalSize_ = mappedLength_ = static_cast<unsigned>(info.st_size);
+    position_ = 0;
+    if (mappedLength_ == 0 || map(mappedLength_)) return true;
+    file_.close();
+    logicalSize_ = mappedLength_ = 0;
+    return false;
+}
+
+bool LinuxMmFile::close() {
+    if (!isOpen()) return false;
+    unmap();
+    if (!bringToDisk()) return false;
+    const bool closed = file_.close();
+    logicalSize_ = mappedLength_ = position_ = 0;
+    endMet_ = changed_ = false;
+    return closed;
+}
+
+// Truncates before it syncs, so that a power cut does not bring the zeros behind
+// the content back.
+bool LinuxMmFile::bringToDisk() {
+    if (!changed_) return true;
+    if (::ftruncate(file_.get(), logicalSize_) != 0) return false;
+    return !syncOnClose_ || ::fsync(file_.get()) == 0;
+}
+
+unsigned int LinuxMmFile::read(void* buffer, unsigned int count) {
+    const unsigned left = address_ != nullptr ? logicalSize_ - position_ : 0;
+    const unsigned available = std::min(count, left);
+    endMet_ = available < count;
+    if (available == 0) return 0;
+    std::memcpy(buffer, address_ + position_, available);
+    position_ += available;
+    return available;
+}
+
+unsigned int LinuxMmFile::write(const void* buffer, unsigned int count) {
+    if (!isOpen() || count == 0) return 0;
+    if (count > logicalSize_ - position_ && !grow(count)) return 0;
+    if (address_ == nullptr) return 0;
+    std::memcpy(address_ + position_, buffer, count);
+    position_ += count;
+    changed_ = true;
+    return count;
+}
+
+// Makes room for `count` bytes at the position, which pass the logical size.
+//
+// The case without a new step ends the content where the write ends; the other
+// lengthens it by `count` even if the write starts before the old end
+// (deliberate). The two agree for appends; an overlapping write in the second
+// case leaves zeros behind what it wrote.
+bool LinuxMmFile::grow(unsigned count) {
+    using Wide = unsigned long long;
+    if (Wide{logicalSize_} + count <= mappedLength_) {
+        if (address_ == nullptr) return false;
+        logicalSize_ = position_ + count;
+        return true;
+    }
+    if (address_ == nullptr && mappedLength_ != 0) return false;
+    const Wide length = Wide{mappedLength_} + count / CHUNK * CHUNK + CHUNK;
+    if (length > UINT_MAX) return false;
+    if (!extendFile(static_cast<unsigned>(length)) || !map(static_cast<unsigned>(length))) {
+        return false;
+    }
+    logicalSize_ += count;
+    mappedLength_ = static_cast<unsigned>(length);
+    return true;
+}
+
+// Takes the blocks too, see the class comment. What a disk that fills up half-way
+// has added is cut again when the file is closed.
+bool LinuxMmFile::extendFile(unsigned length) {
+    changed_ = true;
+    int error;
+    do {
+        error = ::posix_fallocate(file_.get(), mappedLength_, length - mappedLength_);
+    } while (error == EINTR);
+    return error == 0;
+}
+
+// Maps the file's first `length` bytes. On failure an earlier mapping stays.
+bool LinuxMmFile::map(unsigned length) {
+    void* address = address_ == nullptr ? ::mmap(nullptr, length, PROT_READ | PROT_WRITE,
+                                                 MAP_SHARED, file_.get(), 0)
+                                        : ::mremap(address_, mappedLength_, length, MREMAP_MAYMOVE);
+    if (address == MAP_FAILED) return false;
+    address_ = static_cast<std::byte*>(address);
+    return true;
+}
+
+void LinuxMmFile::unmap() {
+    if (address_ != nullptr) ::munmap(address_, mappedLength_);
+    address_ = nullptr;
+}
+
+std::span<std::byte> LinuxMmFile::mutableContent() {
+    changed_ = true;
+    return {address_, address_ != nullptr ? logicalSize_ : 0};
+}
+
+bool LinuxMmFile::seek(long offset, int origin) {
+    long base = 0;
+    if (origin == SEEK_FROM_CURRENT) base = position_;
+    if (origin == SEEK_FROM_END) base = logicalSize_;
+    const bool known = origin >= SEEK_FROM_START && origin <= SEEK_FROM_END;
+    if (!known || offset < -base || offset > static_cast<long>(logicalSize_) - base) return false;
+    position_ = static_cast<unsigned>(base + offset);
+    return true;
+}
+
+bool LinuxMmFile::size(unsigned int* out) {
+    struct stat info;
+    if (!name_ || out == nullptr || ::stat(name_.get(), &info) != 0 || !fits(info.st_size)) {
+        return false;
+    }
+    *out = static_cast<unsigned>(info.st_size);
+    return true;
+}
+
+}  // namespace fscanner

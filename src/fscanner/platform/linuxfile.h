@@ -1,0 +1,85 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+#include <span>
+
+#include "fscanner/platform/abstract_file.h"
+#include "fscanner/platform/descriptor.h"
+
+namespace fscanner {
+
+/// A memory-mapped file of at most 4 GiB that grows in steps of 32 KiB and is cut
+/// back to its content when it is closed.
+///
+///     0           position       logical size          mapped length
+///     |---------------|---------------|---------------------|
+///      content                         zeros, cut by close()
+///
+/// The file on disk always has the mapped length, and its blocks exist: a full
+/// disk fails the `write` that grows the file, where a sparse file would kill the
+/// process at the first touch of a page. Nothing is synced before `close`.
+///
+/// Nobody else may shorten the file while it is open: touching a page past its
+/// end raises SIGBUS, which a library cannot handle for its host. Users keep
+/// other writers out by a lock of their own.
+///
+/// After a failed `close`, or when the file could not be mapped, reading and
+/// writing transfer 0 bytes.
+class LinuxMmFile : public AbstractFile {
+public:
+    explicit LinuxMmFile(const char* name);
+    ~LinuxMmFile() override;
+
+    /// False when the object is open already.
+    bool create() override;
+    bool open() override;
+    /// False when nothing is open, and when the content could not be brought to
+    /// disk; the object may be closed again then.
+    bool close() override;
+    unsigned int read(void* buffer, unsigned int count) override;
+    unsigned int write(const void* buffer, unsigned int count) override;
+    /// Fails, and leaves the position, outside 0 to the logical size. Never
+    /// touches the end flag.
+    bool seek(long offset, int origin) override;
+    long tell() override { return position_; }
+    /// Whether the last `read` met the end of the content.
+    bool eof() override { return endMet_; }
+    /// The length on disk, which is the mapped length while the file is open.
+    bool size(unsigned int* out) override;
+
+    /// The content without a copy; empty when nothing is mapped. Valid until the
+    /// next write or close.
+    std::span<const std::byte> content() const { return {address_, address_ ? logicalSize_ : 0}; }
+    /// The same to be changed in place.
+    std::span<std::byte> mutableContent();
+    unsigned logicalSize() const { return logicalSize_; }
+    /// Whether `close` waits until what was written is on disk. On at first; for
+    /// files that need not survive the system it is a waste.
+    void setSyncOnClose(bool on) { syncOnClose_ = on; }
+
+private:
+    struct Free {
+        void operator()(char* s) const { std::free(s); }
+    };
+
+    bool isOpen() const { return static_cast<bool>(file_); }
+    bool grow(unsigned count);
+    bool extendFile(unsigned length);
+    bool map(unsigned length);
+    void unmap();
+    bool bringToDisk();
+
+    Descriptor file_;
+    unsigned logicalSize_ = 0;
+    unsigned mappedLength_ = 0;
+    unsigned position_ = 0;
+    std::byte* address_ = nullptr;
+    bool endMet_ = false;
+    bool changed_ = false;
+    bool syncOnClose_ = true;
+    std::unique_ptr<char, Free> name_;
+};
+
+}  // namespace fscanner

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+
+#include "fscanner/platform/linuxfile.h"
+#include "fscanner/platform/stdfile.h"
+
+namespace fscanner {
+
+class Runnable;
+class Thread;
+
+/// Where the rest of the library gets its files, threads and sleeps from. The
+/// names are wide; an object is made whether or not its file exists.
+class SysFactory {
+public:
+    /// Null for a null name.
+    static std::unique_ptr<LinuxMmFile> createMmFile(const wchar_t* name);
+    static std::unique_ptr<StdFile> createStdFile(const wchar_t* name);
+    /// Always null: there are no threads, and callers cope with that.
+    static Thread* createThread(Runnable* body);
+    static Thread* createThread(Runnable* body, long parameter);
+    /// Returns early when a signal arrives.
+    static void sleep(unsigned int milliseconds);
+};
+
+}  // namespace fscanner
