@@ -1,0 +1,102 @@
+#pragma once
+
+#include <pthread.h>
+#include <sys/time.h>
+
+#include <ctime>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace fscanner {
+
+/// Holds a pthread mutex for a scope. A thread cancelled inside the scope unwinds
+/// through the destructor, so nothing between may swallow or forbid unwinding.
+class PthreadLock {
+public:
+    explicit PthreadLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
+    ~PthreadLock() { pthread_mutex_unlock(&mutex_); }
+    PthreadLock(const PthreadLock&) = delete;
+    PthreadLock& operator=(const PthreadLock&) = delete;
+
+private:
+    pthread_mutex_t& mutex_;
+};
+
+/// What all objects of one name in this process share: a mutex, a condition and
+/// the number of objects. The state they guard is the derived record's.
+struct SyncRecord {
+    pthread_mutex_t mutex;
+    pthread_cond_t condition;
+    unsigned references = 0;
+
+    void init() {
+        pthread_mutex_init(&mutex, nullptr);
+        pthread_cond_init(&condition, nullptr);
+    }
+    void destroy() {
+        pthread_cond_destroy(&condition);
+        pthread_mutex_destroy(&mutex);
+    }
+};
+
+/// Waits on the record's condition, its mutex held, while `blocked()`. A null
+/// deadline waits without limit. 0, or the error of a wait after which the
+/// record is still blocked. A cancellation point.
+template <typename Blocked>
+int waitWhile(SyncRecord& record, const timespec* deadline, Blocked blocked) {
+    while (blocked()) {
+        const int error = deadline
+                              ? pthread_cond_timedwait(&record.condition, &record.mutex, deadline)
+                              : pthread_cond_wait(&record.condition, &record.mutex);
+        if (error != 0 && blocked()) return error;
+    }
+    return 0;
+}
+
+/// The end of a wait of `milliseconds` that starts at `now`. The milliseconds
+/// beyond whole seconds are added to the microseconds, and anything above 999
+/// carries a second, deliberately: a limit of 0 or 100 lasts about one second,
+/// 1500 about two, and one in a thousand a second less.
+timespec syncDeadline(timeval now, long milliseconds);
+/// The same from the present.
+timespec syncDeadline(long milliseconds);
+
+/// The records of one class of objects by name.
+///
+/// Constant-initialised and never destroyed, so that objects in static storage
+/// may come before it and go after it; it holds memory only while objects exist.
+template <typename Record>
+class SyncRegistry {
+public:
+    /// The record of `name`, made on first use (`created` tells), one reference more.
+    Record* acquire(const std::string& name, bool& created) {
+        PthreadLock lock(guard_);
+        if (!records_) records_ = std::make_unique<Records>().release();
+        const auto [entry, inserted] = records_->try_emplace(name);
+        created = inserted;
+        ++entry->second.references;
+        ++instances_;
+        return &entry->second;
+    }
+
+    /// Drops a reference; the record goes with the last one.
+    void drop(const std::string& name) {
+        PthreadLock lock(guard_);
+        const auto entry = records_->find(name);
+        if (--entry->second.references == 0) records_->erase(entry);
+        if (--instances_ == 0) {
+            std::unique_ptr<Records> unused(records_);
+            records_ = nullptr;
+        }
+    }
+
+private:
+    using Records = std::map<std::string, Record>;
+
+    pthread_mutex_t guard_ = PTHREAD_MUTEX_INITIALIZER;
+    Records* records_ = nullptr;
+    unsigned instances_ = 0;
+};
+
+}  // namespace fscanner
