@@ -1,0 +1,21 @@
+#pragma once
+
+#include "fscanner/common/string_list.h"
+
+namespace fscanner {
+
+/// What a distributed file system would tell about its file sets. None is
+/// configured here, so nothing is known of any path.
+class FileSystemHelper {
+public:
+    /// The file set served at `path`; null when there is none.
+    static const char* dfs_mount(const char* path);
+    /// This host's name in the distributed file system; null when it has none.
+    static const char* dfs_hname();
+    /// Fills the file sets that are local to `host`; 0 on success.
+    static int load_dfs_local(const char* host, StringList<char>& fileSets);
+    /// Whether `fileSet` is served by `host` itself.
+    static bool dfs_local(const char* fileSet, const char* host);
+};
+
+}  // namespace fscanner

@@ -1,0 +1,58 @@
+#include "fscanner/discovery/mount_access.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fscanner/discovery/mount_table.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+bool isDotName(const std::string& name) {
+    return name == "." || name == "..";
+}
+
+void readThrough(DIR* dir) {
+    while (const dirent* entry = readdir(dir)) {
+        if (isDotName(entry->d_name)) {
+            debug("accessToAllMountPathsRead - continue\n");
+            continue;
+        }
+        debug("accessToAllMountPathsRead - subdirectory file '%s'\n", entry->d_name);
+    }
+}
+
+}  // namespace
+
+void accessToAllMountPaths() {
+    std::vector<MountEntry> entries;
+    MountTableManager::getMountEntryList(entries);
+    for (const MountEntry& entry : entries) {
+        if (!entry.isDummy()) continue;
+        if (const Directory dir(opendir(entry.getMountDir())); dir) {
+            debug("accessToAllMountPaths - path '%s' accessed\n", entry.getMountDir());
+        }
+    }
+}
+
+void accessToAllMountPathsRead(DIR* dir, const char* base) {
+    while (const dirent* entry = readdir(dir)) {
+        if (isDotName(entry->d_name)) continue;
+        debug("accessToAllMountPathsRead - subdirectory '%s' read\n", entry->d_name);
+        const std::string path = std::string(base) + "/" + entry->d_name;
+        const Directory child(opendir(path.c_str()));
+        debug("accessToAllMountPathsRead - subdirectory '%s' %s\n", path.c_str(),
+              child ? "accessed" : "failed");
+        if (child) readThrough(child.get());
+    }
+}
+
+}  // namespace fscanner

@@ -1,0 +1,121 @@
+#include "fscanner/discovery/mount_table.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr const char* defaultMountTable = "/etc/mtab";
+
+std::string& tablePath() {
+    static std::string path = defaultMountTable;
+    return path;
+}
+
+/// The next field of `line`, which loses it; empty at the line's end.
+std::string_view takeField(std::string_view& line) {
+    constexpr const char* blanks = " \t";
+    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
+    const std::string_view field = line.substr(0, line.find_first_of(blanks));
+    line.remove_prefix(field.size());
+    return field;
+}
+
+/// What the table's writers escape, no more: a name that merely looks like
+/// another escape stays as it is.
+std::string decodeField(std::string_view field) {
+    static constexpr std::array<std::pair<std::string_view, char>, 5> escapes = {
+        {{"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'}, {"\\134", '\\'}, {"\\\\", '\\'}}};
+    std::string text;
+    while (!field.empty()) {
+        std::pair<std::string_view, char> next = {field.substr(0, 1), field.front()};
+        for (const auto& escape : escapes) {
+            if (field.starts_with(escape.first)) next = escape;
+        }
+        text += next.second;
+        field.remove_prefix(next.first.size());
+    }
+    return text;
+}
+
+std::optional<MountEntry> parseLine(std::string_view line) {
+    const std::string device = decodeField(takeField(line));
+    const std::string directory = decodeField(takeField(line));
+    const std::string type = decodeField(takeField(line));
+    if (type.empty() || device.front() == '#') return std::nullopt;
+    MountEntry entry;
+    if (!entry.setDevName(device.c_str()) || !entry.setMountDir(directory.c_str()) ||
+        !entry.setFileSystemType(type.c_str())) {
+        return std::nullopt;
+    }
+    entry.setDummy(MountTableManager::isDummyFileSystem(type.c_str()));
+    entry.setRemote(MountTableManager::isRemoteFileSystem(device.c_str(), type.c_str()));
+    return entry;
+}
+
+/// The whole file, which may be one of /proc and have no size.
+std::optional<std::string> readFile(const char* path) {
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    const std::unique_ptr<std::FILE, Close> file(std::fopen(path, "re"));
+    if (!file) return std::nullopt;
+    std::string text;
+    std::array<char, 16384> block;
+    while (const std::size_t count = std::fread(block.data(), 1, block.size(), file.get())) {
+        text.append(block.data(), count);
+    }
+    if (std::ferror(file.get())) return std::nullopt;
+    return text;
+}
+
+}  // namespace
+
+const char* mountTablePath() {
+    return tablePath().c_str();
+}
+
+void setMountTablePath(const char* path) {
+    tablePath() = path ? path : defaultMountTable;
+}
+
+void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+        if (std::optional<MountEntry> entry = parseLine(line)) list.push_back(std::move(*entry));
+    }
+}
+
+bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
+    debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
+    const std::optional<std::string> text = readFile(mountTablePath());
+    if (text) parseMountTable(*text, list);
+    debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
+          static_cast<int>(list.size()));
+    debug("MountTableManager::getMountEntryList - exiting with retValue = %s!\n",
+          text ? "true" : "false");
+    return text.has_value();
+}
+
+bool MountTableManager::isRemoteFileSystem(const char* device, const char* type) {
+    // A ":" anywhere counts, so a local device below /dev/disk/by-path is remote too.
+    if (std::strchr(device, ':')) return true;
+    if (std::strncmp(device, "//", 2) == 0 && std::strcmp(type, "smbfs") == 0) return true;
+    return std::strcmp(type, "ncpfs") == 0 || std::strcmp(type, "nfs") == 0;
+}
+
+bool MountTableManager::isDummyFileSystem(const char* type) {
+    return std::strcmp(type, "autofs") == 0 || std::strcmp(type, "ignore") == 0;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,142 @@
+#include "fscanner/discovery/path_entry.h"
+
+#include <algorithm>
+#include <array>
+#include <cwchar>
+#include <string_view>
+#include <utility>
+
+#include "fscanner/common/wildcard.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned entryRoom = 1024;
+
+struct PathVariable {
+    std::wstring_view name;
+    std::wstring_view value;
+    std::wstring_view extra;
+};
+
+/// Up to a row of this name. No variable is defined.
+constexpr std::wstring_view lastVariable = L"__LAST_ENTRY__";
+constexpr std::array<PathVariable, 1> pathVariables = {{{lastVariable, L"", L""}}};
+
+const PathVariable* findVariable(std::wstring_view name) {
+    for (const PathVariable& variable : pathVariables) {
+        if (variable.name == lastVariable) break;
+        if (variable.name == name) return &variable;
+    }
+    return nullptr;
+}
+
+struct DriveGroupWord {
+    const wchar_t* word;
+    DriveGroup mask;
+};
+
+constexpr std::array<DriveGroupWord, 4> driveGroups = {{{L"$local", mdLocalDriveGroup},
+                                                        {L"$remote", mdRemoteDriveGroup},
+                                                        {L"$all", mdAllDriveGroup},
+                                                        {L"$other", mdOtherDriveGroup}}};
+
+std::optional<unsigned> groupMask(const std::wstring& word) {
+    for (const DriveGroupWord& group : driveGroups) {
+        if (wcsvccmp(group.word, word.c_str(), false) == 0) return group.mask;
+    }
+    return std::nullopt;
+}
+
+bool isKnownMask(unsigned mask) {
+    return std::any_of(driveGroups.begin(), driveGroups.end(),
+                       [=](const DriveGroupWord& group) { return group.mask == mask; });
+}
+
+/// Splits `text` after the first `separator`: returns what stood before it, and
+/// leaves in `text` what follows.
+std::optional<std::wstring> takePrefix(std::wstring& text, std::wstring_view separator) {
+    const std::size_t at = text.find(separator);
+    if (at == text.npos) return std::nullopt;
+    std::wstring prefix = text.substr(0, at);
+    text.erase(0, at + separator.size());
+    return prefix;
+}
+
+bool isDriveName(const std::wstring& name, const std::vector<DriveInfo>& drives) {
+    return std::any_of(drives.begin(), drives.end(), [&](const DriveInfo& drive) {
+        return drive.getName() && name == drive.getName();
+    });
+}
+
+/// Applies the drive prefix `word` + ":". A group stands for itself, or narrows the
+/// media where one is given.
+void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
+                      const std::vector<DriveInfo>& drives, PathEntry& entry) {
+    const std::wstring prefix = word + L":";
+    if (const std::optional<unsigned> mask = groupMask(word)) {
+        debug("PathHelper::pathResolver - '%ls' received on path: %ls\n", prefix.c_str(),
+              entry.path.c_str());
+        entry.mask = mediaGiven ? entry.mask & *mask : *mask;
+    } else if (isDriveName(prefix, drives)) {
+        entry.driveName = prefix;
+    } else if (word != L"*" && word != L"?") {
+        debug("PathHelper::pathResolver - drive type [%ls] not supported!\n", prefix.c_str());
+        entry.valid = false;
+    }
+}
+
+}  // namespace
+
+int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit) {
+    if (!source || !*source || !destination || limit == 0) return -1;
+    std::wstring_view rest(source);
+    std::wstring expanded;
+    while (!rest.empty() && expanded.size() < limit) {
+        const std::size_t end = rest.front() == L'%' ? rest.find(L'%', 1) : rest.npos;
+        const std::wstring_view part = rest.substr(0, end == rest.npos ? 1 : end + 1);
+        const PathVariable* variable =
+            end == rest.npos ? nullptr : findVariable(part.substr(1, end - 1));
+        expanded += variable ? variable->value : part;
+        rest.remove_prefix(part.size());
+    }
+    expanded.resize(std::min<std::size_t>(expanded.size(), limit - 1));
+    std::wmemcpy(destination, expanded.c_str(), expanded.size() + 1);
+    return 0;
+}
+
+std::optional<PathEntry> parsePathEntry(const PathInfo& info,
+                                        const std::vector<DriveInfo>& drives) {
+    std::array<wchar_t, entryRoom> text;
+    if (PathHelper::expand_path_variable(info.getPathName(), text.data(), entryRoom) != 0) {
+        return std::nullopt;
+    }
+    PathEntry entry;
+    entry.text = text.data();
+    entry.path = entry.text;
+    entry.recursive = info.getRecursive();
+    const std::optional<std::wstring> media = takePrefix(entry.path, L"::");
+    const std::wstring mediaWord = media.value_or(L"$local");
+    entry.mask = groupMask(mediaWord).value_or(mdOtherDriveGroup);
+    debug("PathHelper::pathResolver - media: %ls, pathName: %ls, recursive: %s\n",
+          mediaWord.c_str(), entry.path.c_str(), entry.recursive ? "true" : "false");
+    if (const std::optional<std::wstring> drive = takePrefix(entry.path, L":")) {
+        debug("PathHelper::pathResolver - pathName without driver: %ls\n", entry.path.c_str());
+        applyDrivePrefix(*drive, media.has_value(), drives, entry);
+    }
+    if (!isKnownMask(entry.mask)) {
+        // Only a group outside the table could get here.
+        debug("PathHelper::pathResolver - media type [%ls] not supported!\n", mediaWord.c_str());
+        entry.valid = false;
+    }
+    if (entry.valid && !entry.path.empty()) {
+        entry.path = PathHelper::buildRealPath(entry.path.c_str());
+        debug("PathHelper::pathResolver - real pathName is: %ls\n", entry.path.c_str());
+    }
+    return entry;
+}
+
+}  // namespace fscanner

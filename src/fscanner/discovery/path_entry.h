@@ -1,0 +1,27 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fscanner/discovery/drive_info.h"
+#include "fscanner/discovery/path_info.h"
+
+namespace fscanner {
+
+/// A query's path entry, `[media::][drive:]path`, taken apart: which drives it
+/// admits, and the absolute path.
+struct PathEntry {
+    std::wstring text;       ///< as written
+    unsigned mask = 0;       ///< the admitted drive types
+    std::wstring driveName;  ///< the only drive admitted; empty: any
+    bool valid = true;       ///< false for a drive prefix of no known form
+    std::wstring path;       ///< empty when none was given
+    bool recursive = false;
+};
+
+/// Nothing for an entry without a text. `drives` are those a prefix may name.
+std::optional<PathEntry> parsePathEntry(const PathInfo& entry,
+                                        const std::vector<DriveInfo>& drives);
+
+}  // namespace fscanner

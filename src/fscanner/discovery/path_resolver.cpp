@@ -1,0 +1,204 @@
+// Which drive each path entry of a query lies on, and which drives lie below it.
+
+#include <algorithm>
+#include <cwchar>
+#include <utility>
+
+#include "fscanner/common/wildcard.h"
+#include "fscanner/discovery/path_entry.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+namespace {
+
+using Pairs = std::vector<PathDrive>;
+
+/// Whether the texts let the path lie on the drive, or the drive below the path.
+/// For a recursive path `searched` ends in "/*". Only a first sieve: the texts are
+/// compared as characters, and without case.
+bool textsMatch(const std::wstring& searched, const std::wstring& drive) {
+    const unsigned length = static_cast<unsigned>(drive.size());
+    if (wcsnvccmp(searched.c_str(), drive.c_str(), length, false) == 0) {
+        debug("PathHelper::unix_path_resolver - tmpPathName (include) tmpDrive\n");
+        return true;
+    }
+    debug("PathHelper::unix_path_resolver - tmpPathName (not include) tmpDrive\n");
+    if (!wildcasecmp(searched.c_str(), drive.c_str(), false)) return false;
+    debug("PathHelper::unix_path_resolver - tmpPathName (wild match) tmpDrive\n");
+    return true;
+}
+
+/// `unix_path_resolver` with the drive's length known: its text may have a ":" too.
+bool resolveText(const PathInfo& pathInfo, std::size_t driveLength, PathInfo& resolved,
+                 PathInfo& parentResolved) {
+    const std::wstring drive(pathInfo.getPathName(), driveLength);
+    const std::wstring path(pathInfo.getPathName() + driveLength + 1);
+    std::wstring searched = path;
+    if (pathInfo.getRecursive()) searched += searched.ends_with(L'/') ? L"*" : L"/*";
+    debug("PathHelper::unix_path_resolver - tmpPathName is '%ls'\n", searched.c_str());
+    debug("PathHelper::unix_path_resolver - tmpDrive is '%ls'\n", drive.c_str());
+    if (!textsMatch(searched, drive)) {
+        debug("PathHelper::unix_path_resolver - errors found!\n");
+        return false;
+    }
+    const std::wstring bare = PathHelper::buildResolvedPath(path.c_str());
+    const std::wstring& parent = drive.size() > bare.size() ? drive : bare;
+    resolved = PathInfo(path.c_str(), pathInfo.getRecursive());
+    parentResolved = PathInfo(parent.c_str(), pathInfo.getRecursive());
+    debug("PathHelper::unix_path_resolver - unixResolvedPathInfo is %ls\n", path.c_str());
+    debug("PathHelper::unix_path_resolver - unixParentResolvedPathInfo is %ls\n", parent.c_str());
+    return true;
+}
+
+/// The four lists, pairs of one entry after those of the other.
+struct ResolvedLists {
+    Pairs parentResolved;
+    Pairs resolved;
+    Pairs excluded;
+    Pairs unresolved;
+};
+
+class Resolver {
+public:
+    Resolver(const std::vector<DriveInfo>& drives, const std::vector<PathInfo>& includedMounts,
+             const std::vector<PathInfo>& excludedMounts)
+        : drives_(drives), includedMounts_(includedMounts), excludedMounts_(excludedMounts) {}
+
+    void resolve(const PathEntry& entry);
+    const ResolvedLists& lists() const { return lists_; }
+
+private:
+    bool canResolve(const PathEntry& entry) const;
+    bool admits(const PathEntry& entry, const DriveInfo& drive) const;
+    bool resolveOnDrive(const PathEntry& entry, const DriveInfo& drive, std::wstring_view location);
+    void add(PathInfo path, const DriveInfo& drive, Pairs& list);
+
+    const std::vector<DriveInfo>& drives_;
+    const std::vector<PathInfo>& includedMounts_;
+    const std::vector<PathInfo>& excludedMounts_;
+    ResolvedLists lists_;
+};
+
+void Resolver::resolve(const PathEntry& entry) {
+    bool found = false;
+    if (canResolve(entry)) {
+        const int at = PathHelper::pathLocation(entry.path, drives_);
+        const std::wstring_view location =
+            at < 0 ? std::wstring_view()
+                   : PathHelper::driveText(drives_[static_cast<unsigned>(at)]);
+        for (std::size_t i = 0; i < drives_.size(); ++i) {
+            if (!admits(entry, drives_[i])) continue;
+            debug("PathHelper::pathResolver - driveList[%d] is '%ls'\n", static_cast<int>(i),
+                  drives_[i].getName());
+            found |= resolveOnDrive(entry, drives_[i], location);
+        }
+    }
+    if (found) return;
+    lists_.unresolved.push_back({PathInfo(entry.text.c_str(), entry.recursive), DriveInfo()});
+}
+
+/// A mask that admits no drive is asked about once, for its message alone.
+bool Resolver::canResolve(const PathEntry& entry) const {
+    if (!entry.valid || entry.path.empty()) return false;
+    return entry.mask != 0 ||
+           PathHelper::isValidPath(drives_, entry.mask, entry.path.c_str(), true);
+}
+
+bool Resolver::admits(const PathEntry& entry, const DriveInfo& drive) const {
+    return (drive.getType() & entry.mask) != 0 && drive.getName() &&
+           (entry.driveName.empty() || entry.driveName == drive.getName());
+}
+
+/// Puts the pair of this entry and drive into its list, if they have one: whole
+/// components decide what the texts merely suggest.
+bool Resolver::resolveOnDrive(const PathEntry& entry, const DriveInfo& drive,
+                              std::wstring_view location) {
+    const std::wstring_view mount = PathHelper::driveText(drive);
+    const PathInfo text((std::wstring(mount) + L":" + entry.path).c_str(), entry.recursive);
+    debug("PathHelper::unix_path_resolver - path to resolve is %ls\n", text.getPathName());
+    PathInfo onDrive;
+    PathInfo atMount;
+    if (!resolveText(text, mount.size(), onDrive, atMount)) return false;
+    if (mount == location) {
+        add(std::move(onDrive), drive, lists_.resolved);
+        return true;
+    }
+    if (!entry.recursive || relatePaths(entry.path, mount) != PathRelation::AROUND) return false;
+    add(std::move(atMount), drive, lists_.parentResolved);
+    return true;
+}
+
+void Resolver::add(PathInfo path, const DriveInfo& drive, Pairs& list) {
+    // The prefix keeps a path that has a ":" of its own whole.
+    const std::wstring text = std::wstring(L"*:") + path.getPathName();
+    const bool searched =
+        PathHelper::fileSystemPathChecker(text.c_str(), includedMounts_, excludedMounts_);
+    (searched ? list : lists_.excluded).push_back({std::move(path), drive});
+}
+
+void logPairs(const char* what, const Pairs& pairs) {
+    for (const PathDrive& pair : pairs) {
+        debug("PathHelper::pathResolver - %s [%ls] [%d] [%ls]\n", what, pair.path.getPathName(),
+              static_cast<int>(pair.drive.getType()),
+              pair.drive.getFileSystem() ? pair.drive.getFileSystem() : L"");
+    }
+}
+
+}  // namespace
+
+bool PathHelper::isValidPath(const std::vector<DriveInfo>& drives, unsigned typeMask,
+                             const wchar_t* path, bool /*flag*/) {
+    if (typeMask == 0) {
+        debug("PathHelper::isValidPath - media not valid!\n");
+        return false;
+    }
+    // A plain prefix, ":" included, not a test of components.
+    return std::any_of(drives.begin(), drives.end(), [&](const DriveInfo& drive) {
+        const wchar_t* name = drive.getName();
+        return (drive.getType() & typeMask) != 0 && name &&
+               wcsnvccmp(name, path, static_cast<unsigned>(std::wcslen(name)), false) == 0;
+    });
+}
+
+int PathHelper::unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
+                                   PathInfo& parentResolved) {
+    const wchar_t* text = pathInfo.getPathName() ? pathInfo.getPathName() : L"";
+    debug("PathHelper::unix_path_resolver - path to resolve is %ls\n", text);
+    const wchar_t* colon = std::wcschr(text, L':');
+    if (!colon) return 0;
+    return resolveText(pathInfo, static_cast<std::size_t>(colon - text), resolved, parentResolved)
+               ? 1
+               : 0;
+}
+
+void PathHelper::pathResolver(const std::vector<PathInfo>& paths,
+                              const std::vector<DriveInfo>& drives,
+                              const std::vector<PathInfo>& includeFileSystems,
+                              const std::vector<PathInfo>& excludeFileSystems,
+                              std::vector<PathDrive>& parentResolved,
+                              std::vector<PathDrive>& resolved, std::vector<PathDrive>& excluded,
+                              std::vector<PathDrive>& unresolved) {
+    debug("PathHelper::pathResolver - entering... [pathList size is %d]\n",
+          static_cast<int>(paths.size()));
+    Resolver resolver(drives, includeFileSystems, excludeFileSystems);
+    for (const PathInfo& path : paths) {
+        if (const auto entry = parsePathEntry(path, drives)) resolver.resolve(*entry);
+    }
+    pathDriveAccumulator(resolved, resolver.lists().resolved, true);
+    pathDriveAccumulator(parentResolved, resolver.lists().parentResolved, true);
+    pathDriveAccumulator(excluded, resolver.lists().excluded, true);
+    pathDriveAccumulator(unresolved, resolver.lists().unresolved, true);
+    if (debugInfo) {
+        debug("PathHelper::pathResolver - list info...\n");
+        logPairs("resolved", resolved);
+        logPairs("parent resolved", parentResolved);
+        logPairs("excluded", excluded);
+        logPairs("unresolved", unresolved);
+        debug("PathHelper::pathResolver - list info end\n");
+    }
+    debug("PathHelper::pathResolver - exit.\n");
+}
+
+}  // namespace fscanner

@@ -1,0 +1,128 @@
+#include "fscanner/discovery/real_path.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/discovery/pathhelper.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr int maxLinks = 32;
+
+std::optional<std::string> currentDirectory() {
+    std::array<char, maxPathBytes + 1> buffer;
+    if (!getcwd(buffer.data(), buffer.size())) return std::nullopt;
+    return std::string(buffer.data());
+}
+
+/// One resolution: `built_` is done and free of links and of a final "/" (so the
+/// root is the empty text), `rest_` is still to be read.
+class PathWalk {
+public:
+    PathWalk(std::string start, std::string_view rest, const LinkGuard& mayRead)
+        : built_(std::move(start)), rest_(rest), mayRead_(mayRead) {}
+
+    std::optional<std::string> run() {
+        for (std::string name = takeComponent(); !name.empty(); name = takeComponent()) {
+            if (!step(name)) return std::nullopt;
+        }
+        return built_.empty() ? "/" : built_;
+    }
+
+private:
+    std::string takeComponent() {
+        rest_.erase(0, rest_.find_first_not_of('/'));
+        std::string name = rest_.substr(0, rest_.find('/'));
+        rest_.erase(0, name.size());
+        return name;
+    }
+
+    bool step(const std::string& name) {
+        if (name == ".") return true;
+        if (name == "..") {
+            dropLast();
+            return true;
+        }
+        built_ += '/';
+        built_ += name;
+        if (built_.size() > maxPathBytes) return false;
+        if (!mayRead_(built_)) return true;
+        const std::optional<std::string> target = readLink(built_);
+        return target ? follow(*target) : errno == EINVAL;
+    }
+
+    bool follow(const std::string& target) {
+        if (++links_ > maxLinks || target.size() + rest_.size() > maxPathBytes) return false;
+        if (target.starts_with('/')) {
+            built_.clear();
+        } else {
+            dropLast();
+        }
+        rest_.insert(0, target);
+        return true;
+    }
+
+    void dropLast() { built_.erase(built_.empty() ? 0 : built_.rfind('/')); }
+
+    std::string built_;
+    std::string rest_;
+    const LinkGuard& mayRead_;
+    int links_ = 0;
+};
+
+}  // namespace
+
+std::optional<std::string> readLink(const std::string& path) {
+    // One byte more than a target may have, to tell a cut one.
+    std::array<char, maxPathBytes + 1> target;
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    if (length < 0) return std::nullopt;
+    if (static_cast<std::size_t>(length) > maxPathBytes) {
+        errno = ENAMETOOLONG;
+        return std::nullopt;
+    }
+    return std::string(target.data(), static_cast<std::size_t>(length));
+}
+
+std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead) {
+    if (path.size() > maxPathBytes) return std::nullopt;
+    std::string start;
+    if (!path.starts_with('/')) {
+        const std::optional<std::string> directory = currentDirectory();
+        if (!directory) return std::nullopt;
+        if (*directory != "/") start = *directory;
+    }
+    return PathWalk(std::move(start), path, mayRead).run();
+}
+
+std::optional<std::string> PathHelper::realPath(const char* path, bool resolveLinks) {
+    if (!path) return std::nullopt;
+    return resolvePath(path, [=](std::string_view) { return resolveLinks; });
+}
+
+std::optional<std::wstring> PathHelper::realPath(const wchar_t* path, bool resolveLinks) {
+    if (!path) return std::nullopt;
+    const std::optional<std::string> real = realPath(toMultibyte(path).c_str(), resolveLinks);
+    if (!real) return std::nullopt;
+    return toWide(*real);
+}
+
+std::wstring PathHelper::buildRealPath(const wchar_t* path) {
+    for (const bool resolveLinks : {true, false}) {
+        if (const std::optional<std::wstring> real = realPath(path, resolveLinks)) return *real;
+    }
+    return path;
+}
+
+std::wstring PathHelper::buildResolvedPath(const wchar_t* path) {
+    std::wstring resolved(path);
+    if (resolved.size() > 1 && resolved.ends_with(L'/')) resolved.pop_back();
+    return resolved;
+}
+
+}  // namespace fscanner

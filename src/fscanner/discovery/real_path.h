@@ -1,0 +1,24 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace fscanner {
+
+/// Longest path, in bytes, that is resolved.
+inline constexpr std::size_t maxPathBytes = 1023;
+
+/// The target of the symbolic link `path`. Nothing, and errno says why, when it
+/// is no link (EINVAL) or cannot be read.
+std::optional<std::string> readLink(const std::string& path);
+
+/// Whether a link test may touch this path. One on a dead server never returns.
+using LinkGuard = std::function<bool(std::string_view path)>;
+
+/// `path` made absolute, without ".", ".." and repeated "/". Links are resolved
+/// where `mayRead` allows it; what it refuses counts as no link.
+std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead);
+
+}  // namespace fscanner
