@@ -1,0 +1,216 @@
+// What both kinds of file, and the factory, promise: which files are opened and
+// on which descriptors, and that a full disk is an answer.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/sysfactory.h"
+#include "support/child_process.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+namespace {
+
+using Make = std::function<std::unique_ptr<AbstractFile>(const std::string&)>;
+
+struct Kind {
+    const char* name;
+    Make make;
+};
+
+class AnyFile : public testing::TestWithParam<Kind> {
+protected:
+    std::unique_ptr<AbstractFile> make(const std::string& name) { return GetParam().make(name); }
+    TemporaryDirectory directory;
+};
+
+TEST_P(AnyFile, KeepsWhatIsWrittenAndIsEmptiedByCreate) {
+    const auto file = make(directory / "data");
+    EXPECT_FALSE(file->open()) << "missing";
+    ASSERT_TRUE(file->create());
+    EXPECT_EQ(file->write("0123456789", 10), 10u);
+    EXPECT_TRUE(file->close());
+    EXPECT_FALSE(file->close());
+
+    ASSERT_TRUE(file->open());
+    char buffer[8] = {};
+    ASSERT_TRUE(file->seek(-4, SEEK_FROM_END));
+    EXPECT_EQ(file->tell(), 6);
+    EXPECT_EQ(file->read(buffer, 8), 4u);
+    EXPECT_STREQ(buffer, "6789");
+    EXPECT_TRUE(file->eof());
+    unsigned length = 0;
+    ASSERT_TRUE(file->seek(3, SEEK_FROM_START));
+    EXPECT_TRUE(file->size(&length));
+    EXPECT_EQ(length, 10u);
+    EXPECT_EQ(file->tell(), 3);
+    EXPECT_FALSE(file->seek(0, 0));
+    EXPECT_FALSE(file->seek(0, 4));
+    ASSERT_TRUE(file->close());
+
+    ASSERT_TRUE(file->create());
+    ASSERT_TRUE(file->close());
+    EXPECT_EQ(readWholeFile(directory / "data"), "");
+}
+
+TEST_P(AnyFile, OpensRegularFilesOnly) {
+    const std::string fifo = directory / "fifo";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& name :
+         {fifo, directory.path().string(), std::string("/dev/zero"), directory / "none/data"}) {
+        EXPECT_FALSE(make(name)->open()) << name;
+        EXPECT_FALSE(make(name)->create()) << name;
+    }
+}
+
+// A data file on descriptor 2 would get the host's error messages.
+TEST_P(AnyFile, LeavesTheStandardDescriptorsAlone) {
+    const std::string name = directory / "data";
+    EXPECT_EQ(0, inChild([&] {
+                  for (int fd = 0; fd <= 2; ++fd) ::close(fd);
+                  const auto file = make(name);
+                  if (!file->create() || file->write("abc", 3) != 3) return 1;
+                  for (int fd = 0; fd <= 2; ++fd) {
+                      if (::fcntl(fd, F_GETFD) != -1) return 2;
+                  }
+                  return file->close() && file->open() && file->close() ? 0 : 3;
+              }));
+    EXPECT_EQ(readWholeFile(name), "abc");
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, AnyFile,
+                         testing::Values(Kind{"Stream",
+                                              [](const std::string& name) {
+                                                  return std::make_unique<StdFile>(
+                                                      toWide(name).c_str());
+                                              }},
+                                         Kind{"Mapped",
+                                              [](const std::string& name) {
+                                                  return std::make_unique<LinuxMmFile>(
+                                                      name.c_str());
+                                              }}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+// Mounts a file system of 256 KiB at `point`, for this process alone.
+bool mountTiny(const std::string& point) {
+    return ::unshare(CLONE_NEWNS) == 0 &&
+           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           ::mount("tiny", point.c_str(), "tmpfs", 0, "size=256k") == 0;
+}
+
+TEST(FullDisk, FailsAWriteToAMappedFileAndKeepsWhatItHolds) {
+    constexpr int NO_MOUNT = 77;
+    const TemporaryDirectory directory;
+    const std::string name = directory / "data";
+    const int result = inChild([&] {
+        if (!mountTiny(directory.path().string())) return NO_MOUNT;
+        LinuxMmFile file(name.c_str());
+        const std::string bytes(20000, 'x');
+        if (!file.create()) return 1;
+        unsigned total = 0;
+        while (file.write(bytes.data(), 20000) == 20000 && total < 1000000) total += 20000;
+        if (total < 100000 || total > 256 * 1024) return 2;
+        if (file.logicalSize() != total || file.tell() != total) return 3;
+        if (!file.close()) return 4;
+        return readWholeFile(name) == std::string(total, 'x') ? 0 : 5;
+    });
+    if (result == NO_MOUNT) GTEST_SKIP() << "no permission to mount a file system";
+    EXPECT_EQ(result, 0);
+}
+
+// A limit on the length of files stands for every refusal that comes while writing.
+TEST(FullDisk, GrowthPastALimitIsAShortWrite) {
+    const TemporaryDirectory directory;
+    const std::string name = directory / "data";
+    EXPECT_EQ(0, inChild([&] {
+                  const rlimit limit{70000, 70000};
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+                  LinuxMmFile file(name.c_str());
+                  const std::string bytes(30000, 'x');
+                  unsigned written = 0;
+                  if (!file.create()) return 2;
+                  for (int i = 0; i < 10; ++i) written += file.write(bytes.data(), 30000);
+                  if (!file.close() || written != 60000) return 3;
+                  return std::filesystem::file_size(name) == written ? 0 : 4;
+              }));
+}
+
+TEST(StreamFile, WithoutAStreamNothingWorksAndNothingCrashes) {
+    StdFile nameless(nullptr);
+    StdFile closed(L"/nowhere/at/all");
+    for (StdFile* file : {&nameless, &closed}) {
+        char buffer[4];
+        unsigned length;
+        EXPECT_FALSE(file->create() || file->open() || file->close());
+        EXPECT_EQ(file->read(buffer, 4), 0u);
+        EXPECT_EQ(file->write("abcd", 4), 0u);
+        EXPECT_FALSE(file->seek(0, SEEK_FROM_START));
+        EXPECT_LT(file->tell(), 0);
+        EXPECT_TRUE(file->eof());
+        EXPECT_FALSE(file->size(&length));
+    }
+}
+
+TEST(StreamFile, SeekIsTrueForARefusedOffset) {
+    const TemporaryDirectory directory;
+    StdFile file(toWide(directory / "data").c_str());
+    ASSERT_TRUE(file.create());
+    ASSERT_EQ(file.write("abc", 3), 3u);
+    EXPECT_TRUE(file.seek(-5, SEEK_FROM_START));
+    EXPECT_EQ(file.tell(), 3);
+}
+
+// The stream takes the bytes and loses them later: only the flag tells.
+TEST(StreamFile, RemembersBytesThatWereLostByClose) {
+    const TemporaryDirectory directory;
+    StdFile file(toWide(directory / "data").c_str());
+    ASSERT_TRUE(file.create() && file.close());
+    EXPECT_FALSE(file.transferFailed());
+    EXPECT_EQ(0, inChild([&] {
+                  const rlimit limit{100, 100};
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0 || !file.create()) return 1;
+                  const std::string bytes(1000, 'x');
+                  file.write(bytes.data(), 1000);
+                  if (!file.close()) return 2;
+                  return file.transferFailed() ? 0 : 3;
+              }));
+}
+
+TEST(RegularFile, IsNotInherited) {
+    const TemporaryDirectory directory;
+    const Descriptor file = openRegularFile((directory / "data").c_str(), OpenMode::emptied, 0600);
+    ASSERT_TRUE(file);
+    EXPECT_NE(::fcntl(file.get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST(Factory, MakesFilesOfWideNamesAndNoThreads) {
+    EXPECT_EQ(SysFactory::createMmFile(nullptr), nullptr);
+    EXPECT_EQ(SysFactory::createStdFile(nullptr), nullptr);
+    EXPECT_EQ(SysFactory::createThread(nullptr), nullptr);
+    EXPECT_EQ(SysFactory::createThread(nullptr, 1), nullptr);
+
+    const TemporaryDirectory directory;
+    const std::string bytes = directory / "\xC3\xA9\xFF";
+    const std::wstring name = toWide(bytes);
+    ASSERT_TRUE(SysFactory::createMmFile(name.c_str())->create());
+    EXPECT_TRUE(std::filesystem::exists(bytes));
+    EXPECT_TRUE(SysFactory::createStdFile(name.c_str())->open());
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,274 @@
+// The mapped file: lengths in memory and on disk, its end, and what happens when
+// the system refuses.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <climits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fscanner/platform/linuxfile.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+namespace {
+
+class MappedFile : public testing::Test {
+protected:
+    unsigned write(const std::string& bytes) {
+        return file.write(bytes.data(), static_cast<unsigned>(bytes.size()));
+    }
+    std::string read(unsigned count) {
+        std::string bytes(count, '?');
+        bytes.resize(file.read(bytes.data(), count));
+        return bytes;
+    }
+    unsigned onDisk() {
+        unsigned length = 0;
+        EXPECT_TRUE(file.size(&length));
+        return length;
+    }
+    void reopen() {
+        ASSERT_TRUE(file.close());
+        ASSERT_TRUE(file.open());
+    }
+
+    TemporaryDirectory directory;
+    std::string name = directory / "data";
+    LinuxMmFile file{name.c_str()};
+};
+
+TEST_F(MappedFile, GrowsByChunksAndIsCutBack) {
+    struct Step {
+        unsigned count, logical, disk;
+    };
+    const std::vector<std::vector<Step>> rows = {
+        {{10, 10, 32768}},
+        {{70000, 70000, 98304}},
+        {{32767, 32767, 32768}, {1, 32768, 32768}, {1, 32769, 65536}},
+        {{32768, 32768, 65536}, {32768, 65536, 65536}, {32768, 98304, 131072}},
+        {{10, 10, 32768}, {65535, 65545, 98304}},
+    };
+    for (const auto& steps : rows) {
+        SCOPED_TRACE(steps.front().count);
+        ASSERT_TRUE(file.create());
+        for (const Step& step : steps) {
+            EXPECT_EQ(write(std::string(step.count, 'x')), step.count);
+            EXPECT_EQ(file.logicalSize(), step.logical);
+            EXPECT_EQ(onDisk(), step.disk);
+        }
+        ASSERT_TRUE(file.close());
+        EXPECT_EQ(readWholeFile(name), std::string(steps.back().logical, 'x'));
+    }
+}
+
+TEST_F(MappedFile, OverlappingWriteLengthensByItsCountWhenTheFileGrows) {
+    writeWholeFile(name, "0123456789");
+    ASSERT_TRUE(file.open());
+    ASSERT_TRUE(file.seek(5, SEEK_FROM_START));
+    EXPECT_EQ(write(std::string(20, 'x')), 20u);
+    EXPECT_EQ(file.tell(), 25);
+    EXPECT_EQ(onDisk(), 10u + 32768u);
+    // With room left, the content ends where the write ends.
+    ASSERT_TRUE(file.seek(29, SEEK_FROM_START));
+    EXPECT_EQ(write("yyyy"), 4u);
+    EXPECT_EQ(file.logicalSize(), 33u);
+    ASSERT_TRUE(file.close());
+    EXPECT_EQ(readWholeFile(name), "01234" + std::string(20, 'x') + std::string(4, '\0') + "yyyy");
+}
+
+// Random operations against a plain string that follows the same rules.
+TEST_F(MappedFile, AgreesWithAModelOfItself) {
+    std::mt19937 random(7);
+    const auto below = [&](unsigned long n) { return static_cast<unsigned>(random() % n); };
+    std::string model;
+    unsigned mapped = 0;
+    ASSERT_TRUE(file.create());
+    for (int i = 0; i < 2000; ++i) {
+        const unsigned at = below(model.size() + 1);
+        ASSERT_TRUE(file.seek(at, SEEK_FROM_START));
+        if (below(3) == 0) {
+            const unsigned count = below(50000);
+            const std::string expected = model.substr(at, count);
+            ASSERT_EQ(read(count), expected) << "step " << i;
+            ASSERT_EQ(file.eof(), expected.size() < count);
+            continue;
+        }
+        const std::string bytes(below(20) == 0 ? below(100000) : below(200),
+                                static_cast<char>('a' + i % 26));
+        const auto count = static_cast<unsigned>(bytes.size());
+        if (at + count > model.size()) {
+            const bool room = model.size() + count <= mapped;
+            model.resize(room ? at + count : model.size() + count);
+            if (!room) mapped += count / 32768 * 32768 + 32768;
+        }
+        model.replace(at, count, bytes);
+        ASSERT_EQ(write(bytes), count);
+        ASSERT_EQ(onDisk(), mapped) << "step " << i;
+        if (below(100) == 0) {
+            reopen();
+            mapped = static_cast<unsigned>(model.size());
+        }
+    }
+    ASSERT_TRUE(file.close());
+    EXPECT_EQ(readWholeFile(name), model);
+}
+
+TEST_F(MappedFile, EndFlagFollowsReadsAlone) {
+    writeWholeFile(name, "0123456789");
+    ASSERT_TRUE(file.open());
+    EXPECT_FALSE(file.eof());
+    ASSERT_TRUE(file.seek(5, SEEK_FROM_START));
+    EXPECT_EQ(read(8), "56789");
+    EXPECT_TRUE(file.eof());
+    ASSERT_TRUE(file.seek(0, SEEK_FROM_START));
+    EXPECT_TRUE(file.eof());
+    EXPECT_EQ(read(10), "0123456789");
+    EXPECT_FALSE(file.eof());
+    EXPECT_EQ(read(1), "");
+    EXPECT_TRUE(file.eof());
+}
+
+TEST_F(MappedFile, SeeksInsideItsContentOnly) {
+    struct Row {
+        long offset;
+        int origin;
+        long position;  // -1: refused
+    };
+    const Row rows[] = {
+        {0, 1, 0},         {10, 1, 10},       {11, 1, -1},       {-1, 1, -1},
+        {6, 2, 10},        {7, 2, -1},        {-4, 2, 0},        {-5, 2, -1},
+        {0, 3, 10},        {-10, 3, 0},       {-11, 3, -1},      {1, 3, -1},
+        {0, 0, -1},        {0, 4, -1},        {LONG_MAX, 1, -1}, {LONG_MIN, 1, -1},
+        {LONG_MAX, 2, -1}, {LONG_MIN, 2, -1}, {LONG_MAX, 3, -1}, {LONG_MIN, 3, -1},
+    };
+    ASSERT_TRUE(file.create());
+    write("0123456789");
+    for (const Row& row : rows) {
+        ASSERT_TRUE(file.seek(4, SEEK_FROM_START));
+        const bool moved = file.seek(row.offset, row.origin);
+        EXPECT_EQ(moved ? file.tell() : -1, row.position) << row.offset << " from " << row.origin;
+        EXPECT_TRUE(moved || file.tell() == 4) << row.offset;
+    }
+}
+
+TEST_F(MappedFile, DirectAccessSeesAndMakesTheSameBytes) {
+    EXPECT_TRUE(file.content().empty());
+    ASSERT_TRUE(file.create());
+    write("0123456789");
+    ASSERT_EQ(file.content().size(), 10u);
+    EXPECT_EQ(static_cast<char>(file.content()[9]), '9');
+    reopen();
+    file.mutableContent()[0] = std::byte{'x'};
+    EXPECT_EQ(read(3), "x12");
+    ASSERT_TRUE(file.close());
+    EXPECT_TRUE(file.content().empty());
+    EXPECT_EQ(readWholeFile(name), "x123456789");
+}
+
+TEST_F(MappedFile, OpensOnceAndClosesOnce) {
+    EXPECT_FALSE(file.open()) << "missing";
+    EXPECT_FALSE(file.close());
+    ASSERT_TRUE(file.create());
+    EXPECT_FALSE(file.create());
+    EXPECT_FALSE(file.open());
+    EXPECT_EQ(write("abc"), 3u);
+    ASSERT_TRUE(file.close());
+    EXPECT_FALSE(file.close());
+    EXPECT_EQ(write("abc"), 0u);
+    EXPECT_EQ(read(3), "");
+    ASSERT_TRUE(file.create());
+    reopen();  // an empty file is not mapped, and can be written
+    EXPECT_EQ(write("d"), 1u);
+    EXPECT_EQ(onDisk(), 32768u);
+
+    LinuxMmFile nameless(nullptr);
+    unsigned length;
+    EXPECT_FALSE(nameless.create() || nameless.open() || nameless.close());
+    EXPECT_FALSE(nameless.size(&length));
+}
+
+TEST_F(MappedFile, DestructorCutsTheFile) {
+    {
+        LinuxMmFile other(name.c_str());
+        ASSERT_TRUE(other.create());
+        ASSERT_EQ(other.write("abc", 3), 3u);
+    }
+    EXPECT_EQ(readWholeFile(name), "abc");
+}
+
+TEST_F(MappedFile, RefusesWhatPasses4GiB) {
+    ASSERT_TRUE(file.create() && file.close());
+    ASSERT_EQ(::truncate(name.c_str(), 1L << 32), 0);
+    EXPECT_FALSE(file.open());
+    unsigned length;
+    EXPECT_FALSE(file.size(&length));
+
+    ASSERT_EQ(::truncate(name.c_str(), (1L << 32) - 100), 0);
+    ASSERT_TRUE(file.open());
+    ASSERT_TRUE(file.seek(0, SEEK_FROM_END));
+    EXPECT_EQ(write(std::string(200, 'x')), 0u);
+    EXPECT_EQ(write("x"), 0u) << "the next step would pass it";
+    EXPECT_EQ(file.write(name.data(), UINT_MAX), 0u);
+    EXPECT_EQ(file.tell(), (1L << 32) - 100);
+    ASSERT_TRUE(file.close());
+    EXPECT_EQ(std::filesystem::file_size(name), (1UL << 32) - 100);
+}
+
+// A file in memory whose owner can forbid what a file system could refuse.
+class SealedFile : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(memory) << "memfd_create";
+        ASSERT_TRUE(file.create());
+        ASSERT_EQ(file.write("0123456789", 10), 10u);
+    }
+    void seal(int what) { ASSERT_EQ(::fcntl(memory.get(), F_ADD_SEALS, what), 0); }
+
+    Descriptor memory{::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING)};
+    std::string name = "/proc/self/fd/" + std::to_string(memory.get());
+    LinuxMmFile file{name.c_str()};
+};
+
+TEST_F(SealedFile, RefusedGrowthChangesNothing) {
+    seal(F_SEAL_GROW);
+    const std::string bytes(40000, 'x');
+    EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
+    EXPECT_EQ(file.tell(), 10);
+    EXPECT_EQ(file.logicalSize(), 10u);
+    EXPECT_EQ(file.write("abc", 3), 3u) << "there is room for that";
+    EXPECT_TRUE(file.close());
+    EXPECT_EQ(readWholeFile(name), "0123456789abc");
+}
+
+TEST_F(SealedFile, AfterAFailedCloseNothingIsTransferred) {
+    seal(F_SEAL_SHRINK);
+    EXPECT_FALSE(file.close());
+    char buffer[4];
+    ASSERT_TRUE(file.seek(0, SEEK_FROM_START));
+    EXPECT_EQ(file.read(buffer, 4), 0u);
+    EXPECT_TRUE(file.eof());
+    EXPECT_EQ(file.write("abcd", 4), 0u);
+    EXPECT_TRUE(file.content().empty() && file.mutableContent().empty());
+    const std::string bytes(40000, 'x');
+    EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
+    EXPECT_FALSE(file.open()) << "it still holds its descriptor";
+    EXPECT_FALSE(file.close());
+}
+
+TEST_F(SealedFile, FileThatCannotBeMappedIsNotOpen) {
+    ASSERT_TRUE(file.close());
+    seal(F_SEAL_WRITE);
+    char buffer[4];
+    EXPECT_FALSE(file.open());
+    EXPECT_EQ(file.read(buffer, 4), 0u);
+    EXPECT_FALSE(file.close());
+}
+
+}  // namespace
+}  // namespace fscanner
