@@ -1,0 +1,248 @@
+// The record: what it fetches and when, its copies and comparisons.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/common/utf8.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+namespace {
+
+FsFileInfo recordOf(const wchar_t* path, const wchar_t* name) {
+    FsFileInfo record;
+    record.setFilePath(path);
+    record.setFileName(name);
+    return record;
+}
+
+class Record : public testing::Test {
+protected:
+    void TearDown() override {
+        stopDebug();
+        FsFileInfo::setLargeFileSupport(false);
+    }
+    // The record of a file of the directory; `length` 0 or more makes it first.
+    FsFileInfo fileRecord(const std::string& name, off_t length = -1) {
+        if (length >= 0) {
+            writeWholeFile(directory / name, "");
+            EXPECT_EQ(::truncate((directory / name).c_str(), length), 0);
+        }
+        return recordOf(toWide(directory.path().string()).c_str(), toWide(name).c_str());
+    }
+
+    TemporaryDirectory directory;
+};
+
+TEST_F(Record, FetchesWhatTheSystemSays) {
+    const std::string name = "\xC3\xA9\xFF.txt";  // in the C locale, and in none
+    const FsFileInfo record = fileRecord(name, 123);
+    struct stat info;
+    ASSERT_EQ(::lstat((directory / name).c_str(), &info), 0);
+    EXPECT_EQ(record.knownMask(), 0u);
+    EXPECT_EQ(record.getSize(), 123u);
+    EXPECT_EQ(record.knownMask(), 0x3FFu);
+    EXPECT_NE(record.getAttr() & FS_ATTR_REGULAR_FILE, 0u);
+    EXPECT_EQ(record.getINode(), static_cast<unsigned>(info.st_ino));
+    EXPECT_EQ(record.getUserId(), info.st_uid);
+    EXPECT_EQ(record.getGroupId(), info.st_gid);
+    EXPECT_EQ(record.getCreateTime(), info.st_ctime);
+    EXPECT_EQ(record.getLastAccessTime(), info.st_atime);
+    EXPECT_EQ(record.getLastModifyTime(), info.st_mtime);
+}
+
+TEST_F(Record, KeepsWhatWasSet) {
+    FsFileInfo record = fileRecord("a", 123);
+    record.setFileSize(7);
+    record.setLastModifyTime(8);
+    EXPECT_EQ(record.getSize(), 7u);
+    EXPECT_EQ(record.knownMask(), 0x102u) << "nothing was asked";
+    EXPECT_NE(record.getAttr(), 0u);
+    EXPECT_EQ(record.getSize(), 7u);
+    EXPECT_EQ(record.getLastModifyTime(), 8);
+}
+
+TEST_F(Record, EachTimeIsItsOwn) {
+    struct stat info {};
+    info.st_atime = 1;
+    info.st_ctime = 2;
+    info.st_mtime = 0x100000003;  // numbers but the size are cut without failing
+    info.st_ino = 0x100000004;
+    info.st_uid = 5;
+    info.st_gid = 6;
+    const FsFileInfo record;
+    ASSERT_TRUE(record.updateFrom(info));
+    EXPECT_EQ(record.getLastAccessTime(), 1);
+    EXPECT_EQ(record.getCreateTime(), 2);
+    EXPECT_EQ(record.getLastModifyTime(), 3);
+    EXPECT_EQ(record.getINode(), 4u);
+    EXPECT_EQ(record.getUserId(), 5u);
+    EXPECT_EQ(record.getGroupId(), 6u);
+}
+
+TEST_F(Record, TranslatesModes) {
+    const std::pair<mode_t, unsigned> rows[] = {
+        {S_IFREG | 0640, 0x2016}, {S_IFREG | 0421, 0x2222}, {S_IFDIR | 0755, 0x02DF},
+        {S_IFLNK | 0777, 0x13FE}, {S_IFCHR | 0666, 0x41B6}, {S_IFCHR | 0111, 0x4248},
+        {S_IFBLK | 0000, 0x0000}, {S_IFIFO | 0001, 0x0200}, {S_IFSOCK | 0700, 0x000E},
+    };
+    for (const auto& [mode, attributes] : rows) {
+        struct stat info {};
+        info.st_mode = mode;
+        FsFileInfo record;
+        EXPECT_TRUE(record.updateFrom(info));
+        EXPECT_EQ(record.getAttr(), attributes) << std::oct << mode;
+    }
+}
+
+TEST_F(Record, DoesNotFollowLinks) {
+    ASSERT_EQ(::symlink("nowhere", (directory / "link").c_str()), 0);
+    EXPECT_EQ(fileRecord("link").getAttr() & 0xF001, unsigned{FS_ATTR_SYMBOLIC_LINK});
+}
+
+TEST_F(Record, SizesAre32BitsUnlessTheHostOptsOut) {
+    EXPECT_EQ(fileRecord("fits", 0x7FFFFFFF).getSize(), 0x7FFFFFFFu);
+    const FsFileInfo large = fileRecord("large", 0x80000000);
+    EXPECT_EQ(large.getSize(), 0u);
+    EXPECT_EQ(large.getAttr(), 0u);
+    EXPECT_TRUE(large.hasError());
+    EXPECT_EQ(large.knownMask(), 0u);
+    FsFileInfo::setLargeFileSupport(true);
+    EXPECT_EQ(large.getSize(), 0x80000000u) << "the next getter tries again";
+    EXPECT_EQ(fileRecord("huge", 0x123456789).getSize(), 0x123456789u);
+}
+
+TEST_F(Record, FailedFetchIsLoggedAndTriedAgain) {
+    ASSERT_TRUE(startDebug((directory / "log").c_str()));
+    const FsFileInfo record = fileRecord("a");
+    EXPECT_EQ(record.getSize(), 0u);
+    EXPECT_TRUE(record.hasError());
+    EXPECT_EQ(record.knownMask(), 0u);
+    const std::string line =
+        "FsFileInfo::updateInfo - lstat(...) failed on '" + directory / "a" + "' path\n";
+    EXPECT_EQ(readWholeFile(directory / "log"), line);
+    EXPECT_EQ(record.getUserId(), 0u);
+    EXPECT_EQ(readWholeFile(directory / "log"), line + line);
+    fileRecord("a", 5);
+    EXPECT_EQ(record.getSize(), 5u);
+
+    EXPECT_FALSE(recordOf(nullptr, L"a").updateInfo());
+    EXPECT_FALSE(recordOf(L"/", nullptr).updateInfo());
+    const FsFileInfo endless = recordOf(L"/", std::wstring(100000, L'x').c_str());
+    EXPECT_FALSE(endless.updateInfo());
+    EXPECT_TRUE(endless.hasError());
+}
+
+TEST_F(Record, CopiesAreDeepAndComplete) {
+    FsFileInfo original = recordOf(L"/some/directory", L"name");
+    original.setFileAttr(1);
+    EXPECT_FALSE(original.hasError());
+    original.getSize();  // fails: the error is part of what is copied
+    FsFileInfo copy(original), assigned = recordOf(L"x", L"a much longer name than that"), moved;
+    assigned = original;
+    moved = FsFileInfo(original);
+    for (const FsFileInfo* record : {&copy, &assigned, &moved}) {
+        EXPECT_STREQ(record->getPath(), L"/some/directory");
+        EXPECT_STREQ(record->getName(), L"name");
+        EXPECT_NE(record->getPath(), original.getPath());
+        EXPECT_EQ(record->getAttr(), 1u);
+        EXPECT_EQ(record->knownMask(), 1u);
+        EXPECT_TRUE(record->hasError());
+    }
+    assigned = FsFileInfo();
+    EXPECT_EQ(assigned.getPath(), nullptr);
+    copy.clear();
+    EXPECT_EQ(copy.getName(), nullptr);
+    EXPECT_EQ(copy.knownMask(), 0u);
+    EXPECT_FALSE(copy.hasError());
+}
+
+// The buffer of a text is used again: what it held must not show, and the new
+// text may be a part of it.
+TEST_F(Record, TextsReplaceEachOther) {
+    FsFileInfo record;
+    for (const wchar_t* text :
+         {L"abc", L"a", L"", L"abcdefghij", static_cast<const wchar_t*>(nullptr), L"ab"}) {
+        record.setFileName(text);
+        EXPECT_STREQ(record.getName(), text);
+    }
+    record.setFilePath(L"/x/y");
+    record.setFilePath(record.getPath() + 2);
+    EXPECT_STREQ(record.getPath(), L"/y");
+    const FsFileInfo& self = record;
+    record = self;
+    EXPECT_STREQ(record.getPath(), L"/y");
+}
+
+TEST_F(Record, ComparesByField) {
+    enum { EQ, GE, LE, GT, LT, NE };
+    struct Row {
+        const wchar_t *path, *name, *otherPath, *otherName;
+        int field;
+        unsigned op;
+        bool caseSensitive, expected;
+    };
+    const Row rows[] = {
+        {L"/a", L"x", L"/a", L"y", 1, EQ, true, true},
+        {L"/a", L"x", L"/b", L"x", 1, LT, true, true},
+        {L"/a", L"x", L"/b", L"x", 1, GE, true, false},
+        {L"/a", L"X", L"/a", L"x", 2, EQ, true, false},
+        {L"/a", L"X", L"/a", L"x", 2, EQ, false, true},
+        {L"/a", L"abc", L"/a", L"a*", 2, EQ, true, true},   // the other's text is a pattern
+        {L"/a", L"a*", L"/a", L"abc", 2, EQ, true, false},  // and only the other's
+        {L"/a", L"abc", L"/a", L"a*", 2, NE, true, false},
+        {L"/a", L"b", L"/", L"a/b", 3, EQ, true, true},
+        {L"", L"b", L"", L"b", 3, EQ, true, true},
+        {L"/", L"b", L"", L"b", 3, EQ, true, false},
+        {nullptr, L"b", nullptr, L"b", 1, EQ, true, false},
+        {L"/a", nullptr, L"/a", L"b", 2, NE, true, false},
+        {L"/a", nullptr, L"/a", nullptr, 3, EQ, true, false},
+        {L"/a", L"x", L"/a", L"x", 5, EQ, true, false},
+        {L"/a", L"x", L"/a", L"x", 0, EQ, true, false},
+        {L"/a", L"x", L"/a", L"x", 2, 6, true, false},
+    };
+    for (const Row& row : rows) {
+        FsFileInfo one = recordOf(row.path, row.name),
+                   other = recordOf(row.otherPath, row.otherName);
+        EXPECT_EQ(one.compare(other, row.field, row.op, row.caseSensitive), row.expected)
+            << "row " << &row - rows;
+    }
+    FsFileInfo one = recordOf(L"/", L"a"), other = one;
+    one.setFileSize(0x100000000);
+    other.setFileSize(1);
+    EXPECT_TRUE(one.compare(other, 4, GT, true));
+}
+
+TEST_F(Record, ComparingSizesAsksTheSystemNothing) {
+    FsFileInfo one = fileRecord("one", 10), other = fileRecord("other", 20);
+    EXPECT_TRUE(one.compare(other, 4, 0, true)) << "unknown sizes are 0";
+    EXPECT_EQ(one.knownMask() | other.knownMask(), 0u);
+}
+
+TEST(PathName, JoinsWithOneSeparator) {
+    const wchar_t* rows[][3] = {
+        {L"/", L"a", L"/a"},       {L"", L"a", L"a"},    {L"/x", L"a", L"/x/a"},
+        {L"/x/", L"a", L"/x/a"},   {L"/x", L"", L"/x/"}, {nullptr, L"a", nullptr},
+        {L"/x", nullptr, nullptr},
+    };
+    for (const auto& [dir, name, joined] : rows) {
+        const std::unique_ptr<wchar_t[]> result(getPathName(dir, name));
+        EXPECT_STREQ(result.get(), joined);
+    }
+    // The other join takes an empty directory for the root.
+    const std::unique_ptr<wchar_t, decltype(&std::free)> full(getFullPathName(L"", L"a"),
+                                                              &std::free);
+    EXPECT_STREQ(full.get(), L"/a");
+}
+
+}  // namespace
+}  // namespace fscanner

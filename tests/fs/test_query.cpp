@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "fscanner/fs/fs_serializator.h"
+
+namespace fscanner {
+namespace {
+
+TEST(Query, KeepsItsListsApartAndInOrder) {
+    FsQuery query;
+    EXPECT_TRUE(query.addIncludePath(L"/a", true));
+    EXPECT_TRUE(query.addIncludePath(L"/a", false));
+    EXPECT_TRUE(query.addExcludePath(L"/b", false));
+    EXPECT_TRUE(query.addIncludeFileSystem(L"ext4"));
+    EXPECT_TRUE(query.addExcludeFileSystem(L"proc"));
+    EXPECT_TRUE(query.addExcludeFileSystem(L"proc"));
+    EXPECT_FALSE(query.addIncludePath(nullptr, true) || query.addExcludePath(nullptr, true) ||
+                 query.addIncludeFileSystem(nullptr) || query.addExcludeFileSystem(nullptr));
+
+    const std::vector<PathInfo> included{{L"/a", true}, {L"/a", false}};
+    EXPECT_EQ(query.getIncludedPaths(), included);
+    EXPECT_EQ(query.getExcludedPaths(), (std::vector<PathInfo>{{L"/b", false}}));
+    EXPECT_EQ(query.getIncludedFileSystems(), std::vector{FileSystemInfo(L"ext4")});
+    EXPECT_EQ(query.getExcludedFileSystems(), std::vector(2, FileSystemInfo(L"proc")));
+
+    EXPECT_TRUE(query.clearExcludePaths() && query.clearIncludeFileSystems());
+    EXPECT_TRUE(query.getExcludedPaths().empty() && query.getIncludedFileSystems().empty());
+    EXPECT_EQ(query.getIncludedPaths(), included);
+    EXPECT_TRUE(query.clearIncludePaths() && query.clearExcludeFileSystems());
+    EXPECT_TRUE(query.getIncludedPaths().empty() && query.getExcludedFileSystems().empty());
+}
+
+TEST(Query, KeepsACopyOfItsText) {
+    FsQuery query;
+    EXPECT_EQ(query.getQuery(), nullptr);
+    std::wstring text = L" [SIZE] > 5 ";
+    EXPECT_TRUE(query.setQuery(text.c_str()));
+    text.clear();
+    EXPECT_FALSE(query.setQuery(nullptr));
+    EXPECT_FALSE(query.setSimpleQuery(L"x", 1));
+    EXPECT_STREQ(query.getQuery(), L" [SIZE] > 5 ");
+    EXPECT_TRUE(query.setQuery(query.getQuery())) << "its own text";
+    EXPECT_TRUE(query.setQuery(query.getQuery() + 1));
+    EXPECT_STREQ(query.getQuery(), L"[SIZE] > 5 ");
+    EXPECT_TRUE(query.setQuery(L""));
+    EXPECT_STREQ(query.getQuery(), L"");
+}
+
+TEST(Query, IsCaseInsensitiveInModeOneAlone) {
+    FsQuery query;
+    EXPECT_TRUE(query.getCaseSensitive());
+    for (const auto& [mode, sensitive] :
+         {std::pair{1u, false}, {3u, false}, {0u, true}, {1u, false}, {2u, true}, {~0u, true}}) {
+        query.setCaseSensitive(mode);
+        EXPECT_EQ(query.getCaseSensitive(), sensitive) << mode;
+    }
+}
+
+#if defined(__x86_64__)
+// The position of a virtual function as callers see it. Hosts and plug-ins are
+// compiled on their own, so the order is part of the binary interface.
+template <typename Method>
+std::size_t slotOf(Method method) {
+    std::size_t word;
+    std::memcpy(&word, &method, sizeof word);
+    return (word - 1) / sizeof(void*) + 1;
+}
+
+TEST(Slots, AreInTheirPlaces) {
+    const std::vector<std::size_t> query = {
+        slotOf(&FsQuery::addIncludePath),         slotOf(&FsQuery::addExcludePath),
+        slotOf(&FsQuery::addIncludeFileSystem),   slotOf(&FsQuery::addExcludeFileSystem),
+        slotOf(&FsQuery::setSimpleQuery),         slotOf(&FsQuery::setQuery),
+        slotOf(&FsQuery::setCaseSensitive),       slotOf(&FsQuery::getIncludedPaths),
+        slotOf(&FsQuery::getExcludedPaths),       slotOf(&FsQuery::getIncludedFileSystems),
+        slotOf(&FsQuery::getExcludedFileSystems), slotOf(&FsQuery::getQuery),
+        slotOf(&FsQuery::getCaseSensitive),       slotOf(&FsQuery::clearIncludePaths),
+        slotOf(&FsQuery::clearExcludePaths),      slotOf(&FsQuery::clearIncludeFileSystems),
+        slotOf(&FsQuery::clearExcludeFileSystems)};
+    for (std::size_t i = 0; i < query.size(); ++i) EXPECT_EQ(query[i], i + 1);
+
+    EXPECT_EQ(slotOf(&FsSerializator::saveString), 1u);
+    EXPECT_EQ(slotOf(&FsSerializator::loadString), 4u);
+    EXPECT_EQ(slotOf(&FsSerializator::reset), 8u);
+
+    // Those that begin with their destructors.
+    EXPECT_EQ(slotOf(&FsResultSet::getReader), 3u);
+    EXPECT_EQ(slotOf(&FsResultSet::getWriter), 4u);
+    EXPECT_EQ(slotOf(&FsResultSetWriter::close), 5u);
+    EXPECT_EQ(slotOf(&FsResultSetReader::moveFirst), 3u);
+    EXPECT_EQ(slotOf(&FsResultSetReader::getNext), 4u);
+    EXPECT_EQ(slotOf(&FsResultSetReader::sort), 5u);
+    EXPECT_EQ(slotOf(&FsResultSetReader::setBookmark), 6u);
+    EXPECT_EQ(slotOf(&FsResultSetReader::toBookmark), 7u);
+    const auto byFacts =
+        static_cast<int (FsResultSetWriter::*)(const wchar_t*, const wchar_t*, unsigned long long,
+                                               unsigned)>(&FsResultSetWriter::addRecord);
+    EXPECT_EQ(slotOf(byFacts), 3u);
+}
+#endif
+
+}  // namespace
+}  // namespace fscanner
