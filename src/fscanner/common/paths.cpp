@@ -59,18 +59,12 @@ int renameFile(const wchar_t* from, const wchar_t* to) {
     return oldName && newName ? std::rename(oldName.get(), newName.get()) : -1;
 }
 
-namespace {
-
-// Exclusive creation: a file that is there, readable or not, is never emptied,
-// and a link planted under the name is not followed.
 bool createExclusively(const char* name) {
     const int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     if (fd < 0) return false;
     close(fd);
     return true;
 }
-
-}  // namespace
 
 char* getTempFile_Default(const char* prefix) {
     if (prefix == nullptr) prefix = "tav_";

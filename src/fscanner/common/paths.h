@@ -15,6 +15,10 @@ bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** di
 int removeFile(const wchar_t* name);
 int renameFile(const wchar_t* from, const wchar_t* to);
 
+/// Creates an empty file that only its owner can read and write. False, with
+/// errno, when anything has that name (a link is not followed) or it cannot be made.
+bool createExclusively(const char* name);
+
 /// Creates, empty and exclusively, the first free "./" + `prefix` + n (null:
 /// "./tav_" + n) for n = 0, 1, 2, ... and returns its name, released with
 /// delete[]. Does not return while the current directory cannot be written.

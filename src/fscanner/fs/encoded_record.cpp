@@ -1,0 +1,231 @@
+#include "fscanner/fs/encoded_record.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+#include <cwctype>
+
+#include "fscanner/fs/fs_resultset.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::size_t NUMBER_SIZE = 4;
+constexpr unsigned ATTRIBUTES_BIT = 0x001;
+constexpr unsigned SIZE_BIT = 0x002;
+constexpr unsigned FIELD_BITS = 0x3FF;  // a number follows the mask for each of these
+
+unsigned number(const unsigned char* at) {
+    std::uint32_t value;
+    std::memcpy(&value, at, sizeof value);
+    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap32(value);
+    return value;
+}
+
+std::string_view text(const unsigned char* at, unsigned count) {
+    return {reinterpret_cast<const char*>(at) + NUMBER_SIZE, count - 1};
+}
+
+std::size_t fieldCount(unsigned mask) {
+    return static_cast<std::size_t>(std::popcount(mask & FIELD_BITS));
+}
+
+bool isShortest(std::uint32_t value, unsigned length) {
+    static constexpr std::uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    return value >= lowest[length];
+}
+
+// The length of the shortest-form character above ASCII at the start of `rest`; 0 if there is none.
+unsigned characterLength(std::string_view rest) {
+    const auto lead = static_cast<unsigned char>(rest[0]);
+    const auto length = static_cast<unsigned>(std::countl_one(lead));
+    if (length < 2 || length > 6 || length > rest.size()) return 0;
+    std::uint32_t value = lead & (0x7Fu >> length);
+    for (unsigned i = 1; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(rest[i]);
+        if ((byte & 0xC0) != 0x80) return 0;
+        value = value << 6 | (byte & 0x3Fu);
+    }
+    return isShortest(value, length) ? length : 0;
+}
+
+bool isPlainWord(const char* at) {
+    constexpr std::uint64_t ones = 0x0101010101010101u;
+    constexpr std::uint64_t tops = 0x8080808080808080u;
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    return (((word - ones) | word) & tops) == 0;  // no byte is 0 or above 0x7F
+}
+
+bool isWellFormedText(std::string_view rest) {
+    while (!rest.empty()) {
+        unsigned length = 1;
+        if (rest.size() >= sizeof(std::uint64_t) && isPlainWord(rest.data())) {
+            length = sizeof(std::uint64_t);
+        } else if (rest[0] == 0) {
+            return false;
+        } else if (static_cast<signed char>(rest[0]) < 0) {
+            length = characterLength(rest);
+            if (length == 0) return false;
+        }
+        rest.remove_prefix(length);
+    }
+    return true;
+}
+
+// Takes one text off the front of `rest`; false when it is not whole and well formed.
+bool takeText(std::span<const unsigned char>& rest) {
+    if (rest.size() < NUMBER_SIZE) return false;
+    const unsigned count = number(rest.data());
+    if (count == 0 || count - 1 > rest.size() - NUMBER_SIZE) return false;
+    if (!isWellFormedText(text(rest.data(), count))) return false;
+    rest = rest.subspan(NUMBER_SIZE + count - 1);
+    return true;
+}
+
+bool takeNumbers(std::span<const unsigned char>& rest) {
+    if (rest.size() < NUMBER_SIZE) return false;
+    const std::size_t taken = NUMBER_SIZE * (1 + fieldCount(number(rest.data())));
+    if (taken > rest.size()) return false;
+    rest = rest.subspan(taken);
+    return true;
+}
+
+int threeWay(std::size_t a, std::size_t b) {
+    return a < b ? -1 : a > b ? 1 : 0;
+}
+
+// Bytes of UTF-8 in its shortest form compare as the characters do.
+int compareBytes(std::string_view a, std::string_view b) {
+    const int order = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
+    return order != 0 ? order : threeWay(a.size(), b.size());
+}
+
+// A directory and a name as the path name that they make, in pieces.
+class Pieces {
+public:
+    explicit Pieces(std::string_view only) : pieces_{only, {}, {}} { settle(); }
+    explicit Pieces(const EncodedRecord& r)
+        : pieces_{r.path, r.path.empty() || r.path.back() == '/' ? "" : "/", r.name} {
+        settle();
+    }
+    bool empty() const { return at_ == pieces_.size(); }
+    std::string_view front() const { return pieces_[at_]; }
+    void drop(std::size_t count) {
+        pieces_[at_].remove_prefix(count);
+        settle();
+    }
+
+private:
+    void settle() {
+        while (at_ < pieces_.size() && pieces_[at_].empty()) ++at_;
+    }
+    std::array<std::string_view, 3> pieces_;
+    std::size_t at_ = 0;
+};
+
+int comparePieces(Pieces a, Pieces b) {
+    while (!a.empty() && !b.empty()) {
+        const std::size_t common = std::min(a.front().size(), b.front().size());
+        const int order = std::memcmp(a.front().data(), b.front().data(), common);
+        if (order != 0) return order;
+        a.drop(common);
+        b.drop(common);
+    }
+    return threeWay(a.empty() ? 0 : 1, b.empty() ? 0 : 1);
+}
+
+wint_t takeFolded(Pieces& from) {
+    const std::string_view rest = from.front();
+    const auto lead = static_cast<unsigned char>(rest[0]);
+    const auto length = lead < 0x80 ? 1u : static_cast<unsigned>(std::countl_one(lead));
+    wint_t c = length == 1 ? lead : lead & (0x7Fu >> length);
+    for (unsigned i = 1; i < length; ++i)
+        c = c << 6 | (static_cast<unsigned char>(rest[i]) & 0x3Fu);
+    from.drop(length);
+    return std::towlower(c);
+}
+
+int compareFolded(Pieces a, Pieces b) {
+    while (!a.empty() && !b.empty()) {
+        const wint_t x = takeFolded(a);
+        const wint_t y = takeFolded(b);
+        if (x != y) return x < y ? -1 : 1;
+    }
+    return threeWay(a.empty() ? 0 : 1, b.empty() ? 0 : 1);
+}
+
+int byPath(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareBytes(a.path, b.path);
+}
+
+int byName(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareBytes(a.name, b.name);
+}
+
+int byPathName(const EncodedRecord& a, const EncodedRecord& b) {
+    if (a.path == b.path) return compareBytes(a.name, b.name);
+    return comparePieces(Pieces(a), Pieces(b));
+}
+
+int bySize(const EncodedRecord& a, const EncodedRecord& b) {
+    return threeWay(a.size, b.size);
+}
+
+int byFoldedPath(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a.path), Pieces(b.path));
+}
+
+int byFoldedName(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a.name), Pieces(b.name));
+}
+
+int byFoldedPathName(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a), Pieces(b));
+}
+
+}  // namespace
+
+EncodedRecord readWellFormed(const unsigned char* bytes) {
+    EncodedRecord record;
+    record.begin = bytes;
+    const unsigned pathCount = number(bytes);
+    record.path = text(bytes, pathCount);
+    const unsigned char* at = bytes + NUMBER_SIZE + pathCount - 1;
+    const unsigned nameCount = number(at);
+    record.name = text(at, nameCount);
+    at += NUMBER_SIZE + nameCount - 1;
+    const unsigned mask = number(at);
+    const unsigned char* fields = at + NUMBER_SIZE;
+    if ((mask & SIZE_BIT) != 0)
+        record.size = number(fields + ((mask & ATTRIBUTES_BIT) != 0 ? NUMBER_SIZE : 0));
+    record.length = static_cast<std::size_t>(fields - bytes) + NUMBER_SIZE * fieldCount(mask);
+    return record;
+}
+
+bool isWellFormed(std::span<const unsigned char> bytes) {
+    while (!bytes.empty()) {
+        if (!takeText(bytes) || !takeText(bytes) || !takeNumbers(bytes)) return false;
+    }
+    return true;
+}
+
+EncodedOrder encodedOrder(unsigned key, bool caseSensitive) {
+    switch (key) {
+        case FS_SORT_PATH:
+            return caseSensitive ? byPath : byFoldedPath;
+        case FS_SORT_NAME:
+            return caseSensitive ? byName : byFoldedName;
+        case FS_SORT_PATHNAME:
+            return caseSensitive ? byPathName : byFoldedPathName;
+        case FS_SORT_SIZE:
+            return bySize;
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace fscanner

@@ -1,0 +1,201 @@
+#include "fscanner/fs/fs_resultset_file.h"
+
+#include <unistd.h>
+
+#undef NDEBUG  // the one assertion here guards an exported constructor
+#include <cassert>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/common/utf8.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_serializator_file.h"
+#include "fscanner/fs/naturalmerge.h"
+#include "fscanner/fs/record_merge.h"
+#include "fscanner/fs/result_record_io.h"
+#include "fscanner/fs/temp_files.h"
+#include "fscanner/platform/sysfactory.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr int NO_TEMP_NAME_STATUS = 41;
+constexpr int NAME_TRIES = 16;
+
+std::unique_ptr<LinuxMmFile> makeFile(const char* name) {
+    if (name == nullptr) return nullptr;
+    const std::unique_ptr<wchar_t[]> wide(myMbsToWcs(name));
+    std::unique_ptr<LinuxMmFile> file = SysFactory::createMmFile(wide.get());
+    if (file) file->setSyncOnClose(false);  // results need not survive the system
+    return file;
+}
+
+NaturalMergeSort::Compare comparator(unsigned key) {
+    switch (key) {
+        case FS_SORT_PATH:
+            return fs_compare_path;
+        case FS_SORT_NAME:
+            return fs_compare_file;
+        case FS_SORT_PATHNAME:
+            return fs_compare_pathname;
+        case FS_SORT_SIZE:
+            return fs_compare_size;
+        default:
+            return nullptr;
+    }
+}
+
+// Only the log tells how the sort went: hosts are told whether it was attempted.
+void sortFile(const std::string& name, unsigned key, unsigned direction, bool caseSensitive) {
+    std::wstring wide = toWide(name);
+    debug("FsResultSetReader_OnFile::sort - file name is %ls\n", wide.c_str());
+    NaturalMergeSort sorter(comparator(key), fs_read, fs_write, fs_readCurrent, fs_free);
+    sorter.setEncodedMerge(std::make_unique<ResultRecordMerge>(key));
+    debug("FsResultSetReader_OnFile::sort - naturalMergeSort object created!\n");
+    sorter.sort(wide.c_str(), direction, caseSensitive);
+    debug("FsResultSetReader_OnFile::sort - file sorted!\n");
+}
+
+}  // namespace
+
+FsResultSetWriter_OnFile::FsResultSetWriter_OnFile(const char* name) : file_(makeFile(name)) {
+    if (!file_) return;
+    file_->create();
+    serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
+}
+
+FsResultSetWriter_OnFile::~FsResultSetWriter_OnFile() = default;
+
+int FsResultSetWriter_OnFile::addRecord(const wchar_t* path, const wchar_t* name,
+                                        unsigned long long size, unsigned attributes) {
+    FsFileInfo record;
+    record.setFilePath(path);
+    record.setFileName(name);
+    record.setFileSize(size);
+    record.setFileAttr(attributes);
+    return FsResultSetWriter_OnFile::addRecord(record);
+}
+
+int FsResultSetWriter_OnFile::addRecord(const FsFileInfo& record) {
+    return serializator_ ? record.saveObject(*serializator_) : -1;
+}
+
+int FsResultSetWriter_OnFile::close() {
+    serializator_.reset();
+    return 0;
+}
+
+FsResultSetReader_OnFile::FsResultSetReader_OnFile(const char* filename) {
+    assert(filename != 0);
+    name_ = filename;
+}
+
+FsResultSetReader_OnFile::~FsResultSetReader_OnFile() {
+    closeFile();
+    ::unlink(name_.c_str());
+}
+
+void FsResultSetReader_OnFile::closeFile() {
+    serializator_.reset();
+    file_.reset();
+}
+
+void FsResultSetReader_OnFile::moveFirst() {
+    closeFile();
+    file_ = makeFile(name_.c_str());
+    if (!file_) return;
+    file_->open();
+    serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
+}
+
+bool FsResultSetReader_OnFile::getNext(FsFileInfo& out) {
+    return serializator_ && out.loadObject(*serializator_) == 0;
+}
+
+int FsResultSetReader_OnFile::setBookmark() {
+    if (!file_) return 0;
+    bookmark_ = static_cast<unsigned>(file_->tell());
+    return 1;
+}
+
+int FsResultSetReader_OnFile::toBookmark() {
+    if (!serializator_) return 0;
+    serializator_->reset();
+    file_->seek(bookmark_, SEEK_FROM_START);
+    return 1;
+}
+
+int FsResultSetReader_OnFile::sort(unsigned key, unsigned direction, bool caseSensitive) {
+    debug("FsResultSetReader_OnFile::sort - entering...\n");
+    const bool known = comparator(key) != nullptr;
+    if (known) {
+        closeFile();  // the sort rewrites it
+        try {
+            sortFile(name_, key, direction, caseSensitive);
+        } catch (const std::exception& e) {
+            debug("FsResultSetReader_OnFile::sort - failed: %s\n", e.what());
+        }
+    }
+    debug("FsResultSetReader_OnFile::sort - exiting...\n");
+    return known ? 1 : 0;
+}
+
+FsResultSet_OnFile::FsResultSet_OnFile() {
+    chooseName();
+}
+
+// The registration stays when the set is gone: the reader's file still has to be
+// removed if the host stops.
+void FsResultSet_OnFile::chooseName() {
+    auto [path, created] = chooseTempName();
+    name_ = std::move(path);
+    claimed_ = created;
+    debug("The temp file name is: %s\n", name_.empty() ? "(null)" : name_.c_str());
+    if (name_.empty()) {
+        debug("Exiting due to null temp file name: ");
+        debug("%s", std::strerror(errno));
+        debug("\n");
+        std::exit(NO_TEMP_NAME_STATUS);  // a host cannot run queries without a file
+    }
+    debug("name ok: %s\n", name_.c_str());
+    addTempFileHandler(name_);
+}
+
+// A name that somebody else took since it was chosen is left to them.
+bool FsResultSet_OnFile::claimFile() {
+    for (int i = 0; !claimed_ && i < NAME_TRIES; ++i) {
+        claimed_ = createExclusively(name_.c_str());
+        if (claimed_ || errno != EEXIST) break;
+        chooseName();
+    }
+    return claimed_;
+}
+
+FsResultSet_OnFile::~FsResultSet_OnFile() {
+    writer_.reset();
+    if (claimed_ && reader_ == nullptr) ::unlink(name_.c_str());
+}
+
+FsResultSetWriter* FsResultSet_OnFile::getWriter() {
+    if (!writer_) {
+        const char* name = claimFile() ? name_.c_str() : nullptr;
+        writer_ = std::make_unique<FsResultSetWriter_OnFile>(name);
+    }
+    return writer_.get();
+}
+
+FsResultSetReader* FsResultSet_OnFile::getReader() {
+    if (reader_ == nullptr) {
+        if (writer_) writer_->close();
+        reader_ = new FsResultSetReader_OnFile(name_.c_str());
+    }
+    return reader_;
+}
+
+}  // namespace fscanner
