@@ -89,55 +89,19 @@ std::uint64_t Field::renames() {
     return renameCount.load(std::memory_order_relaxed);
 }
 
-TextField::TextField(const TextField& other) : Field(other) {
-    copyValue(other);
-}
-
-TextField& TextField::operator=(const TextField& other) {
-    if (this == &other) return *this;
-    copyValue(other);
-    Field::operator=(other);
-    return *this;
-}
-
 void TextField::value(const wchar_t* text) {
     if (text) return assign({text, std::wcslen(text)});
-    if (name()) storeNull();
+    // The guard is on the field's name on purpose: a nameless field takes no value.
+    if (!name()) return;
+    text_.clear();
+    absent_ = true;
 }
 
 void TextField::assign(std::wstring_view text) {
-    // The guard is on the field's name on purpose: a nameless field takes no value.
     if (!name()) return;
-    store(text.substr(0, text.find(L'\0')));
+    text_.assign(text);
+    absent_ = false;
     setNotNull();
-}
-
-/// The old heap block goes last: the text may lie in it.
-void TextField::store(std::wstring_view text) {
-    std::unique_ptr<wchar_t[]> block;
-    if (text.size() > INLINE_LENGTH) {
-        block = std::make_unique_for_overwrite<wchar_t[]>(text.size() + 1);
-    }
-    wchar_t* target = block ? block.get() : inline_;
-    if (!text.empty()) std::wmemmove(target, text.data(), text.size());
-    target[text.size()] = L'\0';
-    text_ = target;
-    length_ = text.size();
-    heap_ = std::move(block);
-}
-
-void TextField::storeNull() {
-    heap_.reset();
-    text_ = nullptr;
-    length_ = 0;
-}
-
-void TextField::copyValue(const TextField& other) {
-    if (other.text_) {
-        store(other.view());
-    } else {
-        storeNull();
-    }
 }
 
 Fields::Fields(const Fields& other) {

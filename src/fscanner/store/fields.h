@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "fscanner/store/inline_text.h"
+
 namespace fscanner {
 
 /// Type codes of fields. They are stored in table headers: the values are fixed.
@@ -83,20 +85,18 @@ using Int16Field = IntegerField<unsigned short, FIELD_INT16, 6>;
 using Int32Field = IntegerField<unsigned, FIELD_INT32, 8>;
 using Int64Field = IntegerField<unsigned long long, FIELD_INT64, 12>;
 
-/// A wide string. Up to 127 characters live in the field itself; the length is
-/// kept, so that a view costs nothing.
+/// A wide string, or null.
 class TextField final : public Field {
 public:
     static constexpr FieldType TYPE = FIELD_TEXT;
-    static constexpr unsigned INLINE_LENGTH = 127;
 
     TextField() : Field(nullptr, FIELD_TEXT) {}
     explicit TextField(const wchar_t* name) : Field(name, FIELD_TEXT) {}
-    TextField(const TextField& other);
-    TextField& operator=(const TextField& other);
+    TextField(const TextField& other) = default;
+    TextField& operator=(const TextField& other) = default;
 
     void dummy() override {}
-    unsigned size() const override { return 8 + 4 * static_cast<unsigned>(length_); }
+    unsigned size() const override { return 8 + 4 * static_cast<unsigned>(text_.length()); }
 
     /// Stores a copy; null makes the value null and leaves the null flag. The
     /// text may lie in the field's own value. A field without a name ignores this.
@@ -104,19 +104,14 @@ public:
     /// The same for a text that is not terminated; it ends at a U+0000 in it.
     void assign(std::wstring_view text);
     /// The value, valid until the next assignment; may be null.
-    const wchar_t* value() const { return text_; }
+    const wchar_t* value() const { return absent_ ? nullptr : text_.c_str(); }
     /// The value as a view, empty when it is null; valid as long as `value()`.
-    std::wstring_view view() const { return {text_, length_}; }
+    /// The character behind it is a terminator.
+    std::wstring_view view() const { return text_.view(); }
 
 private:
-    void store(std::wstring_view text);
-    void storeNull();
-    void copyValue(const TextField& other);
-
-    wchar_t inline_[INLINE_LENGTH + 1] = {};
-    std::unique_ptr<wchar_t[]> heap_;
-    wchar_t* text_ = inline_;
-    std::size_t length_ = 0;
+    InlineText text_;
+    bool absent_ = false;
 };
 
 /// The field as an object of class `F`; null for null or a field of another class.

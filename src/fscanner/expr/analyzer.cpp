@@ -1,0 +1,307 @@
+#include "fscanner/expr/analyzer.h"
+
+#include <utility>
+
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+SyntaxAnalyzer::SyntaxAnalyzer() {
+    clearCommands();
+}
+
+int SyntaxAnalyzer::parse(const wchar_t* text, const Fields* fields, const Fields* variables,
+                          ExpValue& result, bool caseSensitive) {
+    if (!text) return 1;
+    fields_ = fields;
+    variables_ = variables;
+    rules_.caseSensitive = caseSensitive;
+    key_.start();
+    lexer_.setExpression(text);
+    tree_ = Tree();
+    tree_.setRoot();
+    evaluationFault_ = Fault::none;
+    compileError_ = {};
+
+    ParsedValue value;
+    if (chain(Level::bExpression, value, true, tree_)) expectEnd();
+    program_ = Program(tree_);
+    parsed_ = true;
+    if (hasCompileError() || !isComputing()) return 1;
+    value.copyTo(result);
+    return 0;
+}
+
+int SyntaxAnalyzer::parse(const Fields* fields, const Fields* variables, ExpValue& result,
+                          bool caseSensitive) {
+    if (!parsed_) return 1;
+    Value value;
+    if (program_.run(fields, variables, caseSensitive, value) != Fault::none) return 1;
+    result.set(value.type, value.number, value.text);
+    return 0;
+}
+
+bool SyntaxAnalyzer::expectEnd() {
+    nextToken();
+    if (lexer_.getLastError() == LEX_END) return true;
+    debug("SyntaxAnalyzer::parse - expected operator.\n");
+    return failSyntax("operator expected");
+}
+
+SyntaxAnalyzer::Level SyntaxAnalyzer::levelOf(Operator op) {
+    switch (op) {
+        case Operator::logicalOr:
+            return Level::bExpression;
+        case Operator::logicalAnd:
+            return Level::bTerm;
+        case Operator::add:
+        case Operator::subtract:
+        case Operator::bitOr:
+            return Level::expression;
+        case Operator::multiply:
+        case Operator::divide:
+        case Operator::bitAnd:
+            return Level::term;
+        default:
+            return Level::relation;
+    }
+}
+
+/// As the debug log calls it.
+const char* SyntaxAnalyzer::levelName(Level level) {
+    static constexpr const char* names[] = {"bExpression", "bTerm", "relation", "expression",
+                                            "term"};
+    return names[static_cast<std::size_t>(level)];
+}
+
+bool SyntaxAnalyzer::operand(Level level, ParsedValue& value, bool evaluate, Tree& tree) {
+    if (level == Level::term) return factor(value, evaluate, tree);
+    return chain(static_cast<Level>(static_cast<int>(level) + 1), value, evaluate, tree);
+}
+
+/// One level of the grammar: operands joined from the left. Each right operand
+/// gets a value and a tree of its own.
+bool SyntaxAnalyzer::chain(Level level, ParsedValue& left, bool evaluate, Tree& tree) {
+    const bool hadKey = key_.found();
+    if (!operand(level, left, evaluate, tree)) return false;
+    Token token;
+    while (takeOperator(level, token)) {
+        const std::size_t position = position_;
+        ParsedValue right;
+        Tree rightTree;
+        rightTree.setRoot();
+        if (!rightOperand(level, left, right, evaluate, rightTree)) return false;
+        if (level == Level::bExpression && !hadKey) key_.drop();
+        tree.merge(&rightTree);
+        tree.setData(tree.getRoot(), token);
+        if (!combine(*operatorOf(token), position, left, right)) return false;
+    }
+    return true;
+}
+
+/// The flag says where a value decides: not behind a "||" with a true left side,
+/// not behind a "&&" with a false one. All operands are computed nevertheless.
+bool SyntaxAnalyzer::rightOperand(Level level, const ParsedValue& left, ParsedValue& right,
+                                  bool evaluate, Tree& tree) {
+    if (level == Level::bExpression) {
+        key_.beginAlternative();
+        const bool read = operand(level, right, evaluate && left.number == 0, tree);
+        key_.endAlternative();
+        return read;
+    }
+    if (level != Level::bTerm) return operand(level, right, evaluate, tree);
+    if (!operand(level, right, evaluate && left.number != 0, tree)) return false;
+    key_.endConjunct();
+    return true;
+}
+
+/// Takes the next token if it is an operator of this level, else leaves it.
+bool SyntaxAnalyzer::takeOperator(Level level, Token& token) {
+    token = nextToken();
+    const auto op = operatorOf(token);
+    if (op && !isUnary(*op) && levelOf(*op) == level) return true;
+    lexer_.back();
+    return false;
+}
+
+namespace {
+
+void logOperandTypes(const char* level, Operator op, Fault fault) {
+    if (fault == Fault::notOnTexts) {
+        debug("SyntaxAnalyzer::%s - operator '%ls' not permitted on string type\n", level,
+              spelling(op));
+    } else if (isRelation(op)) {
+        debug("SyntaxAnalyzer::%s - %s operands of different types!\n", level, level);
+    } else {
+        debug("SyntaxAnalyzer::%s - %s operands of different types or not NUMERIC\n", level, level);
+    }
+}
+
+}  // namespace
+
+bool SyntaxAnalyzer::combine(Operator op, std::size_t position, ParsedValue& left,
+                             const ParsedValue& right) {
+    const Fault mismatch = checkTypes(op, left.type, right.type);
+    if (mismatch != Fault::none) {
+        logOperandTypes(levelName(levelOf(op)), op, mismatch);
+        return failCompile(operandTypesText(op, mismatch), position);
+    }
+    if (op == Operator::equal) key_.consider(left, right);
+    left.origin = originOf(op, left.type, left.origin, right.origin);
+    Value result{resultType(op, left.type), 0, L""};
+    if (isComputing()) {
+        const Fault fault = apply(op, rules_, left.value(), right.value(), left.text, result);
+        if (fault != Fault::none) failEvaluation(fault, left, right);
+    }
+    left.take(result);
+    return true;
+}
+
+bool SyntaxAnalyzer::factor(ParsedValue& value, bool evaluate, Tree& tree) {
+    const Token token = nextToken();
+    switch (token.getType()) {
+        case TOKEN_NUMBER:
+        case TOKEN_STRING:
+            literal(token, value, tree);
+            return true;
+        case TOKEN_FIELD:
+        case TOKEN_VARIABLE:
+            return named(token, value, tree);
+        case TOKEN_OP:
+            return sign(token, value, evaluate, tree);
+        case TOKEN_OPBOOL:
+            return negation(token, value, evaluate, tree);
+        case TOKEN_PARENTESI:
+            // A ")" in an operand's place ends it without a value, on purpose: "1 + )" is 1.
+            return token.getNumericValue() == PAREN_CLOSE || parenthesis(value, evaluate, tree);
+        case TOKEN_COMMAND:
+            return command(token, value, evaluate, tree);
+        default:
+            debug("SyntaxAnalyzer::factor - unexpected sequence!\n");
+            return failSyntax("operand expected");
+    }
+}
+
+void SyntaxAnalyzer::literal(const Token& token, ParsedValue& value, Tree& tree) {
+    tree.setData(tree.getRoot(), token);
+    value.type = token.getType() == TOKEN_STRING ? STRING : NUMERIC;
+    value.number = token.getNumericValue();
+    value.text = token.text();
+}
+
+bool SyntaxAnalyzer::named(const Token& token, ParsedValue& value, Tree& tree) {
+    const Fields* list = token.getType() == TOKEN_FIELD ? fields_ : variables_;
+    const Field* field = list ? list->name(token.text()) : nullptr;
+    Value read;
+    const Fault fault = readField(field, rules_.pass, read);
+    if (fault == Fault::unknownName) {
+        debug("SyntaxAnalyzer::factor - variable specified not found!\n");
+        return failCompile(unknownNameText(token), position_);
+    }
+    if (fault == Fault::unknownType) {
+        debug("SyntaxAnalyzer::factor - typeXXX unknown!\n");
+        return failCompile("field of an unknown type", position_);
+    }
+    tree.setData(tree.getRoot(), token);
+    if (fault != Fault::none) failEvaluation(fault, value, value);
+    value.take(isComputing() ? read : Value{read.type, 0, L""});
+    value.origin = {std::wstring(token.text()), 0, 1};
+    return true;
+}
+
+bool SyntaxAnalyzer::sign(Token token, ParsedValue& value, bool evaluate, Tree& tree) {
+    if (token.getNumericValue() != OP_ADD && token.getNumericValue() != OP_SUBTRACT) {
+        debug("SyntaxAnalyzer::factor - expected '+' or '-'!\n");
+        return failSyntax("operand expected");
+    }
+    token.setNumericValue(token.getNumericValue() == OP_ADD ? OP_PLUS : OP_MINUS);
+    return unary(token, value, evaluate, tree);
+}
+
+bool SyntaxAnalyzer::negation(const Token& token, ParsedValue& value, bool evaluate, Tree& tree) {
+    if (token.getNumericValue() != BOOL_NOT) {
+        debug("SyntaxAnalyzer::factor - expected '!'\n");
+        return failSyntax("operand expected");
+    }
+    const bool hadKey = key_.found();
+    if (!unary(token, value, evaluate, tree)) return false;
+    if (!hadKey) key_.drop();
+    return true;
+}
+
+bool SyntaxAnalyzer::unary(const Token& token, ParsedValue& value, bool evaluate, Tree& tree) {
+    const Operator op = *operatorOf(token);
+    const std::size_t position = position_;
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep()) return failDepth();
+    if (!factor(value, evaluate, tree)) return false;
+    Tree empty;
+    empty.setRoot();
+    tree.merge(&empty);
+    tree.setData(tree.getRoot(), token);
+    if (checkTypes(op, value.type, value.type) != Fault::none) {
+        debug("SyntaxAnalyzer::factor - factor operand is not NUMERIC\n");
+        return failCompile(operandTypesText(op, Fault::operandTypes), position);
+    }
+    value.origin = originOf(op, value.type, value.origin, value.origin);
+    Value result = value.value();
+    // No unary operator fails on a number.
+    (void)apply(op, rules_, result, result, value.text, result);
+    value.take(result);
+    return true;
+}
+
+bool SyntaxAnalyzer::parenthesis(ParsedValue& value, bool evaluate, Tree& tree) {
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep()) return failDepth();
+    if (!chain(Level::bExpression, value, evaluate, tree)) return false;
+    if (nextToken().is(TOKEN_PARENTESI, PAREN_CLOSE)) return true;
+    debug("SyntaxAnalyzer::factor - expected ')'\n");
+    return failSyntax("')' expected");
+}
+
+Token SyntaxAnalyzer::nextToken() {
+    Token token = lexer_.nextToken();
+    position_ = lexer_.tokenPosition();
+    return token;
+}
+
+bool SyntaxAnalyzer::failSyntax(std::string_view expected) {
+    compileError_ = syntaxError(lexer_, expected);
+    return false;
+}
+
+bool SyntaxAnalyzer::failDepth() {
+    debug("SyntaxAnalyzer::factor - nested too deeply!\n");
+    return failCompile("nested more than " + std::to_string(MAX_DEPTH) + " levels deep", position_);
+}
+
+bool SyntaxAnalyzer::failCompile(std::string text, std::size_t position) {
+    compileError_ = {std::move(text), position};
+    return false;
+}
+
+/// From here on nothing is computed and no command executed; the first error is
+/// the one that is told.
+void SyntaxAnalyzer::failEvaluation(Fault fault, const ParsedValue& left,
+                                    const ParsedValue& right) {
+    if (!isComputing()) return;
+    evaluationFault_ = fault;
+    switch (fault) {
+        case Fault::textTooLong:
+            return debug("SyntaxAnalyzer::factor - string space not available\n");
+        case Fault::noRoom:
+            return debug(
+                "SyntaxAnalyzer::expression - string space not available for concatenation\n");
+        case Fault::twoPatterns:
+            return debug(
+                "SyntaxAnalyzer::relation - can't compare two wildcard string [%ls][%ls]!\n",
+                left.text.c_str(), right.text.c_str());
+        case Fault::zeroDivisor:
+            return debug("SyntaxAnalyzer::term - division by zero!\n");
+        default:
+            return;
+    }
+}
+
+}  // namespace fscanner

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "fscanner/expr/command.h"
+#include "fscanner/expr/lexer.h"
+#include "fscanner/expr/operators.h"
+
+/// What a person is told of a criteria that does not compile.
+namespace fscanner {
+
+struct CompileError {
+    std::string text;          ///< one line, empty when there is no error
+    std::size_t position = 0;  ///< index into the criteria, in characters
+};
+
+/// `expected`, or what is wrong with the characters of the lexer's last token
+/// where they are no token at all.
+CompileError syntaxError(const Lexer& lexer, std::string_view expected);
+std::string unknownNameText(const Token& token);
+/// Why the operands of an operator do not fit it.
+std::string operandTypesText(Operator op, Fault fault);
+/// Why an argument (counted from 0) does not fit a command.
+std::string argumentTypeText(const CmdToken& command, unsigned argument);
+
+}  // namespace fscanner
