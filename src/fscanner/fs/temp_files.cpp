@@ -55,7 +55,8 @@ TempNameSource& tempNameSource() {
 
 TempName chooseTempName() {
     char buffer[L_tmpnam];
-    if (tempNameSource().libraryName(buffer) != nullptr) return {buffer, false};
+    const char* unused = tempNameSource().libraryName(buffer);
+    if (unused != nullptr) return {unused, false};
     const std::unique_ptr<char[]> name(getTempFile_Default());
     return name ? TempName{name.get(), true} : TempName{};
 }

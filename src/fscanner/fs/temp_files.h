@@ -10,7 +10,7 @@ namespace fscanner {
 
 /// Where names come from; only tests change it.
 struct TempNameSource {
-    char* (*libraryName)(char* buffer);  ///< `tmpnam`, or what stands for it
+    char* (*libraryName)(char* buffer);  ///< `tmpnam`, or what stands for it; may use the buffer
     const char* directory;               ///< searched first when that has no name
     const char* fallbackDirectory;
 };

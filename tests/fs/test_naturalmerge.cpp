@@ -1,0 +1,259 @@
+// The sort of result files, by callbacks and on the encoded bytes.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <climits>
+#include <random>
+
+#include "fs/result_file_support.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/naturalmerge.h"
+#include "fscanner/fs/record_merge.h"
+#include "fscanner/fs/result_record_io.h"
+
+namespace fscanner {
+namespace {
+
+using ::testing::ElementsAre;
+
+using namespace std::string_literals;
+
+NaturalMergeSort callbackSorter(unsigned key) {
+    constexpr NaturalMergeSort::Compare compare[] = {fs_compare_path, fs_compare_file,
+                                                     fs_compare_pathname, fs_compare_size};
+    return {compare[key - 1], fs_read, fs_write, fs_readCurrent, fs_free};
+}
+
+struct Record {
+    std::wstring path;
+    std::wstring name;
+    unsigned size;
+};
+
+class NaturalMerge : public ::testing::Test {
+protected:
+    void write(const std::vector<Record>& records) {
+        FsResultSetWriter_OnFile writer(file_.c_str());
+        for (const Record& r : records)
+            ASSERT_EQ(writer.addRecord(r.path.c_str(), r.name.c_str(), r.size, 0), 0);
+    }
+    std::string content() const { return readWholeFile(file_); }
+    bool sort(NaturalMergeSort sorter, unsigned direction, bool caseSensitive = true) {
+        return sorter.sort(std::wstring(file_.begin(), file_.end()).c_str(), direction,
+                           caseSensitive);
+    }
+    bool sortEncoded(unsigned key, unsigned direction, bool caseSensitive = true) {
+        NaturalMergeSort sorter = callbackSorter(key);
+        sorter.setEncodedMerge(std::make_unique<ResultRecordMerge>(key));
+        return sort(std::move(sorter), direction, caseSensitive);
+    }
+    // The file after both ways of sorting; they have to agree.
+    std::string sortBothWays(unsigned key, unsigned direction, bool caseSensitive = true) {
+        const std::string before = content();
+        EXPECT_TRUE(sort(callbackSorter(key), direction, caseSensitive));
+        const std::string byCallbacks = content();
+        writeWholeFile(file_, before);
+        EXPECT_TRUE(sortEncoded(key, direction, caseSensitive));
+        EXPECT_EQ(content() == byCallbacks, true)
+            << "key " << key << ", direction " << direction << ", case " << caseSensitive;
+        return byCallbacks;
+    }
+    // All records, each in one line.
+    std::vector<std::wstring> lines() {
+        std::vector<std::wstring> all;
+        const std::string before = content();
+        {
+            FsResultSetReader_OnFile reader(file_.c_str());
+            reader.moveFirst();
+            for (FsFileInfo r; reader.getNext(r);)
+                all.push_back(std::wstring(r.getPath()) + L"|" + r.getName() + L"|" +
+                              std::to_wstring(r.getSize()));
+        }
+        writeWholeFile(file_, before);  // a reader removes its file
+        return all;
+    }
+
+    TemporaryDirectory directory_;
+    std::string file_ = directory_ / "records";
+};
+
+TEST_F(NaturalMerge, OrderOfTiesIsTheAlgorithmsOwn) {
+    // Runs 1 | 0 1 2 | 1: the third run joins the first in its file, and so "e"
+    // comes before "c" although both are read later. Not stable, and kept.
+    write({{L"", L"a", 1}, {L"", L"b", 0}, {L"", L"c", 1}, {L"", L"d", 2}, {L"", L"e", 1}});
+    sortBothWays(FS_SORT_SIZE, FS_SORT_ASCENDING);
+    EXPECT_THAT(lines(), ElementsAre(L"|b|0", L"|a|1", L"|e|1", L"|c|1", L"|d|2"));
+}
+
+TEST_F(NaturalMerge, SortsByEveryKeyInBothDirections) {
+    const std::vector<Record> records = {
+        {L"/b", L"x", 2}, {L"/a", L"z", 9}, {L"/a/", L"B", 4000000000}, {L"/a", L"b", 1}};
+    struct Case {
+        unsigned key;
+        bool caseSensitive;
+        std::vector<std::wstring> ascending;
+    };
+    const Case cases[] = {
+        {FS_SORT_NAME, true, {L"/a/|B|4000000000", L"/a|b|1", L"/b|x|2", L"/a|z|9"}},
+        {FS_SORT_PATHNAME, true, {L"/a/|B|4000000000", L"/a|b|1", L"/a|z|9", L"/b|x|2"}},
+        {FS_SORT_SIZE, true, {L"/a|b|1", L"/b|x|2", L"/a|z|9", L"/a/|B|4000000000"}},
+        // Two ties: what counts is the run that each lies in.
+        {FS_SORT_PATH, true, {L"/a|z|9", L"/a|b|1", L"/a/|B|4000000000", L"/b|x|2"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.key);
+        write(records);
+        sortBothWays(c.key, FS_SORT_ASCENDING, c.caseSensitive);
+        EXPECT_EQ(lines(), c.ascending);
+        sortBothWays(c.key, FS_SORT_DESCENDING, c.caseSensitive);
+        const auto descending = lines();
+        EXPECT_EQ(descending.front(), c.ascending.back());
+        EXPECT_TRUE(std::is_permutation(descending.begin(), descending.end(), c.ascending.begin()));
+    }
+}
+
+// Texts whose encodings meet every boundary: equal starts, joins with and
+// without a slash, all lengths of UTF-8, bytes that no locale decodes.
+std::vector<Record> randomRecords(std::mt19937& random, int count) {
+    const std::wstring parts[] = {L"",       L"a",       L"A",      L"/",     L"z",
+                                  L"\x7f",   L"\x80",    L"\x7ff",  L"\xe9",  L"\xc9",
+                                  L"\xdc80", L"\x10000", L"\xffff", L"a\x800"};
+    const auto pick = [&](unsigned n) { return static_cast<unsigned>(random()) % n; };
+    const auto text = [&] {
+        std::wstring t;
+        for (unsigned n = pick(4); n > 0; --n) t += parts[pick(std::size(parts))];
+        return t;
+    };
+    std::vector<Record> records;
+    const unsigned sizes = 1 + pick(50);
+    for (int i = 0; i < count; ++i)
+        records.push_back({L"/" + text(), text(), pick(3) == 0 ? UINT_MAX - pick(2) : pick(sizes)});
+    return records;
+}
+
+TEST_F(NaturalMerge, BothWaysAgreeAndAreSorted) {
+    std::mt19937 random(42);
+    for (int round = 0; round < 60; ++round) {
+        const unsigned key = 1 + static_cast<unsigned>(round) % 4;
+        const unsigned direction = 1 + static_cast<unsigned>(round) / 4 % 2;
+        const bool caseSensitive = round / 8 % 2 == 0;
+        write(randomRecords(random, static_cast<int>(random() % 120)));
+        auto before = lines();
+        sortBothWays(key, direction, caseSensitive);
+        auto after = lines();
+        std::sort(before.begin(), before.end());
+        std::sort(after.begin(), after.end());
+        ASSERT_EQ(before, after) << "records were lost or changed, round " << round;
+
+        const std::string sorted = content();
+        FsResultSetReader_OnFile reader(file_.c_str());
+        reader.moveFirst();
+        FsFileInfo previous, record;
+        for (bool more = reader.getNext(previous); more && reader.getNext(record);
+             previous = record) {
+            const unsigned op = direction == FS_SORT_ASCENDING ? 3 : 4;
+            ASSERT_FALSE(previous.compare(record, static_cast<int>(key), op, caseSensitive))
+                << "out of order, round " << round;
+        }
+    }
+}
+
+TEST_F(NaturalMerge, RecordsThatWouldChangeGoThroughTheCallbacks) {
+    const std::string tail = "\0\0\0\2b\0\0\0\0"s;
+    const std::string files[] = {
+        "\0\0\0\3/z"s + tail + "\0\0\0\0"s + tail + "\0\0\0\3/a"s + tail,         // a null path
+        "\0\0\0\3/z"s + tail + "\0\0\0\4/\0x"s + tail + "\0\0\0\3/a"s + tail,     // a zero byte
+        "\0\0\0\3/z"s + tail + "\0\0\0\3\xc1\xa1"s + tail + "\0\0\0\2a"s + tail,  // overlong
+        "\0\0\0\3/z"s + tail + "\0\0\0\2\x80"s + tail + "\0\0\0\2a"s + tail,      // a stray byte
+        "\0\0\0\3/z"s + tail + "\0\0\0\2\xe2"s + tail + "\0\0\0\2a"s + tail,      // a cut character
+        "\0\0\0\3/z"s + tail + "\0\0\0\2a"s + tail + "\0\0\0\2a\0\0"s,            // a cut record
+    };
+    for (const std::string& file : files) {
+        writeWholeFile(file_, file);
+        sortBothWays(FS_SORT_PATH, FS_SORT_ASCENDING);
+        sortBothWays(FS_SORT_PATHNAME, FS_SORT_DESCENDING);
+    }
+}
+
+TEST_F(NaturalMerge, WholeFilesNeedNoCallbacksAndFailedWritesLoseNothing) {
+    const auto failToWrite = [](AbstractFile*, void*) { return 0; };
+    write({{L"", L"b", 1}, {L"", L"a", 0}});
+    const std::string before = content();
+    NaturalMergeSort sorter(fs_compare_file, fs_read, failToWrite, fs_readCurrent, fs_free);
+    EXPECT_FALSE(sort(std::move(sorter), 1));
+    EXPECT_EQ(content(), before);
+    NaturalMergeSort encoded(fs_compare_file, fs_read, failToWrite, fs_readCurrent, fs_free);
+    encoded.setEncodedMerge(std::make_unique<ResultRecordMerge>(2));
+    EXPECT_TRUE(sort(std::move(encoded), 1));
+    EXPECT_THAT(lines(), ElementsAre(L"|a|0", L"|b|1"));
+}
+
+TEST_F(NaturalMerge, RecordsThatKnowOtherThingsKeepThem) {
+    {
+        FsResultSetWriter_OnFile writer(file_.c_str());
+        for (const wchar_t* name : {L"fscanner", L"."}) {  // the size has another place in each
+            FsFileInfo record;
+            record.setFilePath(directory_.path().wstring().c_str());
+            record.setFileName(name);
+            if (name[0] == L'.') record.updateInfo();
+            record.setFileSize(name[0] == L'.' ? 5 : 7);
+            ASSERT_EQ(writer.addRecord(record), 0);
+        }
+        FsFileInfo sizeless;
+        sizeless.setFilePath(L"/");
+        sizeless.setFileName(L"none");
+        sizeless.setLastModifyTime(1);
+        ASSERT_EQ(writer.addRecord(sizeless), 0);
+    }
+    const std::size_t length = content().size();
+    EXPECT_EQ(sortBothWays(FS_SORT_SIZE, FS_SORT_ASCENDING).size(), length);
+    FsResultSetReader_OnFile reader(file_.c_str());
+    reader.moveFirst();
+    EXPECT_EQ(namesLeft(reader), L"none.fscanner");
+}
+
+TEST_F(NaturalMerge, EmptyFilesAndWrongRequests) {
+    write({});
+    EXPECT_EQ(sortBothWays(FS_SORT_NAME, FS_SORT_ASCENDING), "");
+    write({{L"", L"b", 1}, {L"", L"a", 0}});
+    const std::string before = content();
+    EXPECT_FALSE(sort(callbackSorter(2), 0));
+    EXPECT_FALSE(sortEncoded(2, 3));
+    EXPECT_FALSE(callbackSorter(2).sort(nullptr, 1, true));
+    EXPECT_FALSE(sort(NaturalMergeSort(fs_compare_file, fs_read, fs_write, nullptr, fs_free), 1));
+    EXPECT_FALSE(
+        sort(NaturalMergeSort(fs_compare_file, nullptr, fs_write, fs_readCurrent, fs_free), 1));
+    EXPECT_EQ(content(), before);
+    std::filesystem::remove(file_);
+    EXPECT_FALSE(sort(callbackSorter(2), 1));
+    EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
+}
+
+TEST_F(NaturalMerge, WorkFilesReplaceWhatHadTheirNamesAndGo) {
+    writeWholeFile(directory_ / "victim", "precious");
+    std::filesystem::create_symlink("victim", file_ + ".a");
+    writeWholeFile(file_ + ".b", "left behind");
+    write({{L"", L"b", 1}, {L"", L"a", 0}});
+    EXPECT_TRUE(sortEncoded(2, 1));
+    EXPECT_THAT(lines(), ElementsAre(L"|a|0", L"|b|1"));
+    EXPECT_EQ(readWholeFile(directory_ / "victim"), "precious");
+    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(file_ + ".a")));
+    EXPECT_FALSE(std::filesystem::exists(file_ + ".b"));
+}
+
+TEST_F(NaturalMerge, LogsItsSteps) {
+    write({{L"", L"b", 1}, {L"", L"a", 0}});
+    const std::string log = directory_ / "log";
+    ASSERT_TRUE(startDebug(log.c_str()));
+    EXPECT_TRUE(sortEncoded(2, 1));
+    stopDebug();
+    EXPECT_EQ(readWholeFile(log), "NaturalMergeSort::sort - entering... [" + file_ +
+                                      "]\nNaturalMergeSort::sort - file to sort opened!\n"
+                                      "NaturalMergeSort::sort - first tmp file is [" +
+                                      file_ + ".a]\nNaturalMergeSort::sort - second tmp file is [" +
+                                      file_ + ".b]\n");
+}
+
+}  // namespace
+}  // namespace fscanner

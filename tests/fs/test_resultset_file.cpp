@@ -1,0 +1,337 @@
+// Results in a temporary file: the bytes, the reader's states, and the file's life.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <random>
+
+#include "fs/result_file_support.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_resource_manager.h"
+#include "fscanner/fs/fs_resultset_vector.h"
+#include "support/child_process.h"
+
+namespace fscanner {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+using namespace std::string_literals;
+
+// The worked example of docs/formats/result-records.md.
+const std::string EXAMPLE = "\0\0\0\3/a\0\0\0\2b\0\0\0\3\0\0\x20\0\0\0\0\3"s;
+
+std::unique_ptr<FsResultSetReader> threeRecords() {
+    FsResultSet_OnFile results;
+    for (const wchar_t* name : {L"b", L"c", L"a"})
+        results.getWriter()->addRecord(L"/d", name, 1, FS_ATTR_REGULAR_FILE);
+    return std::unique_ptr<FsResultSetReader>(results.getReader());
+}
+
+// What both forms of a result set promise.
+class ResultForms : public ::testing::TestWithParam<bool> {
+protected:
+    static std::unique_ptr<FsResultSet> make() {
+        if (GetParam()) return std::make_unique<FsResultSet_OnFile>();
+        return std::make_unique<FsResultSet_OnVector>();
+    }
+    ResultDirectory directory_;
+};
+INSTANTIATE_TEST_SUITE_P(Both, ResultForms, ::testing::Bool(),
+                         [](const auto& form) { return form.param ? "File" : "Vector"; });
+
+TEST_P(ResultForms, KeepWhatIsWrittenInOrderAndOutliveTheSet) {
+    auto results = make();
+    FsResultSetWriter* writer = results->getWriter();
+    EXPECT_EQ(results->getWriter(), writer);
+    FsFileInfo known;
+    known.setFilePath(L"/\x00e9\xdc80\x10ffff");
+    known.setFileName(L"");
+    known.setLastModifyTime(-5);
+    EXPECT_EQ(writer->addRecord(L"/d", L"c", 7, FS_ATTR_REGULAR_FILE), 0);
+    EXPECT_EQ(writer->addRecord(known), 0);
+    const std::unique_ptr<FsResultSetReader> reader(results->getReader());
+    EXPECT_EQ(results->getReader(), reader.get());
+    EXPECT_EQ(writer->close(), 0);
+    results.reset();
+
+    for (int turn = 0; turn < 2; ++turn) {
+        reader->moveFirst();
+        FsFileInfo record;
+        ASSERT_TRUE(reader->getNext(record));
+        EXPECT_STREQ(record.getPath(), L"/d");
+        EXPECT_STREQ(record.getName(), L"c");
+        EXPECT_EQ(record.knownMask(), 3u);
+        EXPECT_EQ(record.getSize(), 7u);
+        EXPECT_EQ(record.getAttr(), unsigned{FS_ATTR_REGULAR_FILE});
+        ASSERT_TRUE(reader->getNext(record));
+        EXPECT_STREQ(record.getPath(), known.getPath());
+        EXPECT_STREQ(record.getName(), L"");
+        EXPECT_EQ(record.knownMask(), 0x100u);
+        EXPECT_EQ(record.getLastModifyTime(), -5);
+        EXPECT_FALSE(reader->getNext(record));
+        EXPECT_FALSE(reader->getNext(record));
+    }
+}
+
+TEST_P(ResultForms, AreEmptyWithoutRecords) {
+    auto results = make();
+    const std::unique_ptr<FsResultSetReader> reader(results->getReader());
+    EXPECT_EQ(namesLeft(*reader), L"");
+    reader->moveFirst();
+    EXPECT_EQ(namesLeft(*reader), L"");
+}
+
+class ResultFile : public ::testing::Test {
+protected:
+    ResultDirectory directory_;
+};
+
+TEST_F(ResultFile, HoldsTheDocumentedBytesForItsOwnerAlone) {
+    FsResultSet_OnFile results;
+    EXPECT_THAT(directory_.files(), IsEmpty()) << "made with the writer";
+    FsResultSetWriter* writer = results.getWriter();
+    ASSERT_EQ(writer->addRecord(L"/a", L"b", 3, FS_ATTR_REGULAR_FILE), 0);
+    EXPECT_EQ(writer->close(), 0);
+    EXPECT_EQ(readWholeFile(directory_.file()), EXAMPLE);
+    struct stat info;
+    ASSERT_EQ(::stat(directory_.file().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0600u);
+
+    EXPECT_EQ(writer->close(), 0) << "the second time";
+    EXPECT_EQ(writer->addRecord(L"/a", L"b", 3, 0), -1);
+}
+
+TEST_F(ResultFile, IsNeverWrittenWhereSomebodyPlantedOne) {
+    writeWholeFile(directory_ / "victim", "precious");
+    static std::string planted, unused;
+    planted = directory_ / "planted";
+    unused = directory_ / "unused";
+    tempNameSource().libraryName = [](char*) { return planted.data(); };
+    FsResultSet_OnFile results;
+    ASSERT_EQ(::symlink("victim", planted.c_str()), 0);
+    tempNameSource().libraryName = [](char*) { return unused.data(); };
+    ASSERT_EQ(results.getWriter()->addRecord(L"/d", L"a", 1, 0), 0);
+    std::unique_ptr<FsResultSetReader> reader(results.getReader());
+    reader->moveFirst();
+    EXPECT_EQ(namesLeft(*reader), L"a");
+    reader.reset();
+    EXPECT_EQ(readWholeFile(directory_ / "victim"), "precious");
+    EXPECT_EQ(directory_.files().size(), 2u) << "the link is not ours to remove";
+}
+
+TEST_F(ResultFile, GoesWithTheReaderOrElseWithTheSet) {
+    {
+        FsResultSet_OnFile unread;
+        unread.getWriter()->addRecord(L"/d", L"a", 1, 0);
+        EXPECT_EQ(directory_.files().size(), 1u);
+    }
+    EXPECT_THAT(directory_.files(), IsEmpty());
+    auto reader = threeRecords();
+    EXPECT_EQ(directory_.files().size(), 1u);
+    reader->moveFirst();
+    reader.reset();
+    EXPECT_THAT(directory_.files(), IsEmpty());
+}
+
+TEST_F(ResultFile, GoesWithTheCleanupHandlersUnlessTheCodeIsZero) {
+    const std::string log = directory_ / "log";
+    const auto reader = threeRecords();
+    const std::string file = directory_.file();
+    ASSERT_TRUE(startDebug(log.c_str()));
+    FsResourceManager::getInstance()->invokeCleanupHandlers(0);
+    EXPECT_TRUE(std::filesystem::exists(file));
+    FsResourceManager::getInstance()->invokeCleanupHandlers(3);
+    stopDebug();
+    EXPECT_FALSE(std::filesystem::exists(file));
+    EXPECT_THAT(readWholeFile(log),
+                HasSubstr("Cleanup handler invoked (code: 3), deleting temp file: " + file + "\n"));
+}
+
+TEST_F(ResultFile, IsReadFromMoveFirstOn) {
+    const auto reader = threeRecords();
+    FsFileInfo record;
+    EXPECT_FALSE(reader->getNext(record));
+    EXPECT_EQ(reader->setBookmark(), 0);
+    EXPECT_EQ(reader->toBookmark(), 0);
+    reader->moveFirst();
+    EXPECT_EQ(namesLeft(*reader), L"bca");
+    EXPECT_EQ(record.getName(), nullptr);
+    reader->moveFirst();
+    ASSERT_TRUE(reader->getNext(record));
+    while (reader->getNext(record)) {
+    }
+    EXPECT_EQ(record.getName(), nullptr) << "cleared before the read that failed";
+}
+
+TEST_F(ResultFile, ReturnsToTheBookmark) {
+    const auto reader = threeRecords();
+    reader->moveFirst();
+    FsFileInfo record;
+    EXPECT_EQ(reader->toBookmark(), 1) << "the start, when none was set";
+    ASSERT_TRUE(reader->getNext(record));
+    EXPECT_EQ(reader->setBookmark(), 1);
+    EXPECT_EQ(namesLeft(*reader), L"ca");
+    EXPECT_EQ(reader->toBookmark(), 1);
+    EXPECT_EQ(namesLeft(*reader), L"ca");
+    reader->moveFirst();
+    EXPECT_EQ(reader->toBookmark(), 1);
+    EXPECT_EQ(namesLeft(*reader), L"ca") << "the bookmark survives moveFirst";
+}
+
+TEST_F(ResultFile, IsSortedInPlaceAndClosed) {
+    const auto reader = threeRecords();
+    reader->moveFirst();
+    EXPECT_EQ(reader->sort(5, FS_SORT_ASCENDING, true), 0);
+    EXPECT_EQ(namesLeft(*reader), L"bca") << "untouched and still open";
+    EXPECT_EQ(reader->sort(FS_SORT_NAME, 3, true), 1) << "attempted, though no such direction";
+    EXPECT_EQ(namesLeft(*reader), L"") << "closed";
+    reader->moveFirst();
+    EXPECT_EQ(namesLeft(*reader), L"bca");
+    EXPECT_EQ(reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, true), 1);
+    EXPECT_EQ(namesLeft(*reader), L"") << "closed";
+    reader->moveFirst();
+    EXPECT_EQ(namesLeft(*reader), L"cba");
+    EXPECT_EQ(directory_.files().size(), 1u);
+}
+
+TEST_F(ResultFile, CutAnywhereGivesItsWholeRecords) {
+    const auto reader = threeRecords();
+    const std::string whole = readWholeFile(directory_.file());
+    const std::size_t each = whole.size() / 3;
+    for (std::size_t cut = 0; cut < whole.size(); ++cut) {
+        for (const bool sorted : {false, true}) {
+            writeWholeFile(directory_.file(), whole.substr(0, cut));
+            if (sorted) reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, true);
+            reader->moveFirst();
+            const std::wstring expected = (sorted ? std::vector{L"", L"b", L"cb"}
+                                                  : std::vector{L"", L"b", L"bc"})[cut / each];
+            ASSERT_EQ(namesLeft(*reader), expected) << "cut at " << cut << ", sorted " << sorted;
+        }
+    }
+}
+
+TEST_F(ResultFile, DamagedAnywhereEndsEarlyAtWorst) {
+    const auto reader = threeRecords();
+    const std::string whole = readWholeFile(directory_.file());
+    std::mt19937 random(7);
+    for (unsigned i = 0; i < 4000; ++i) {
+        std::string damaged = whole;
+        for (unsigned flips = 0; flips < 1 + i % 3; ++flips)
+            damaged[random() % damaged.size()] = static_cast<char>(random());
+        writeWholeFile(directory_.file(), damaged);
+        reader->moveFirst();
+        FsFileInfo record;
+        int count = 0;
+        while (reader->getNext(record)) ++count;
+        ASSERT_LE(count, 6) << "a record has 12 bytes at least";
+        reader->sort(1 + i % 4, 1 + i / 4 % 2, i % 8 < 4);
+        reader->moveFirst();
+        int sorted = 0;
+        while (reader->getNext(record)) ++sorted;
+        ASSERT_EQ(sorted, count) << "a sort keeps what can be read, round " << i;
+    }
+    EXPECT_EQ(directory_.files().size(), 1u) << "no work files left";
+}
+
+TEST_F(ResultFile, FullDiskIsReportedAndKeepsWhatIsThere) {
+    // A limit on file sizes stands for the disk.
+    const int failure = inChild([] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{65536, 65536};
+        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+        FsResultSet_OnFile results;
+        int written = 0;
+        while (results.getWriter()->addRecord(L"/directory", L"name", 0, 0) == 0) ++written;
+        if (results.getWriter()->addRecord(L"/", L"", 0, 0) != -1) return 2;
+        const std::unique_ptr<FsResultSetReader> reader(results.getReader());
+        reader->moveFirst();
+        FsFileInfo record;
+        int read = 0;
+        while (reader->getNext(record)) ++read;
+        return written > 1000 && read == written ? 0 : 3;
+    });
+    EXPECT_EQ(failure, 0);
+}
+
+TEST_F(ResultFile, SortWithoutRoomLeavesTheFileWhole) {
+    const auto reader = threeRecords();
+    const std::string before = readWholeFile(directory_.file());
+    const int failure = inChild([&] {
+        ::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit{before.size(), before.size()};
+        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+        return reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true) == 1 ? 0 : 2;
+    });
+    EXPECT_EQ(failure, 0);
+    EXPECT_EQ(readWholeFile(directory_.file()), before);
+}
+
+TEST_F(ResultFile, MissingOrNullIsNotRead) {
+    FsResultSetReader_OnFile missing((directory_ / "nothing").c_str());
+    missing.moveFirst();
+    EXPECT_EQ(namesLeft(missing), L"");
+    EXPECT_DEATH(FsResultSetReader_OnFile(nullptr), "filename != 0");
+    FsResultSetWriter_OnFile nowhere(nullptr);
+    EXPECT_EQ(nowhere.addRecord(L"/", L"a", 0, 0), -1);
+    FsResultSetWriter_OnFile unwritable((directory_ / "no/such/directory").c_str());
+    EXPECT_EQ(unwritable.addRecord(L"/", L"a", 0, 0), -1);
+}
+
+TEST(TempFile, TakesTheFirstFreeNumberInEachDirectory) {
+    const TemporaryDirectory here, there;
+    writeWholeFile(here / "fsq_0", "kept");
+    std::filesystem::create_symlink("nowhere", here / "fsq_1");
+    const TempNameSource saved = tempNameSource();
+    const std::string first = here / "", second = there / "";
+    tempNameSource() = {saved.libraryName, first.c_str(), second.c_str()};
+    std::unique_ptr<char[]> name(getTempFile_Default());
+    EXPECT_STREQ(name.get(), (here / "fsq_2").c_str());
+    EXPECT_EQ(readWholeFile(here / "fsq_0"), "kept");
+    EXPECT_EQ(std::filesystem::file_size(name.get()), 0u);
+    EXPECT_FALSE(std::filesystem::exists(here / "nowhere"));
+
+    tempNameSource().directory = "/no/such/directory/";
+    name.reset(getTempFile_Default());
+    EXPECT_STREQ(name.get(), (there / "fsq_0").c_str());
+    tempNameSource().fallbackDirectory = "/no/such/directory/";
+    EXPECT_EQ(getTempFile_Default(), nullptr);
+    tempNameSource() = saved;
+    EXPECT_STREQ(saved.directory, "./");
+    EXPECT_STREQ(saved.fallbackDirectory, "/tmp/");
+}
+
+TEST(TempFile, IsUsedWhereTheLibraryHasNoNameAndEndsTheProcessWhereThereIsNone) {
+    const TemporaryDirectory directory;
+    const std::string here = directory / "", log = directory / "log";
+    const TempNameSource saved = tempNameSource();
+    tempNameSource() = {[](char*) -> char* { return nullptr; }, here.c_str(), "/no/such/"};
+    {
+        FsResultSet_OnFile results;
+        EXPECT_EQ(results.getWriter()->addRecord(L"/a", L"b", 3, FS_ATTR_REGULAR_FILE), 0);
+        results.getWriter()->close();
+        EXPECT_EQ(readWholeFile(directory / "fsq_0"), EXAMPLE);
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory / "fsq_0"));
+
+    tempNameSource().directory = "/no/such/";
+    EXPECT_EXIT(
+        {
+            startDebug(log.c_str());
+            errno = 0;
+            FsResultSet_OnFile results;
+        },
+        ::testing::ExitedWithCode(41), "");
+    EXPECT_EQ(readWholeFile(log),
+              "The temp file name is: (null)\nExiting due to null temp file name: No such file or "
+              "directory\n");
+    tempNameSource() = saved;
+}
+
+}  // namespace
+}  // namespace fscanner
