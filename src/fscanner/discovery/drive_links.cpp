@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 
 #include "fscanner/common/utf8.h"
@@ -23,6 +24,16 @@ bool isRemote(const DriveInfo& drive) {
     return drive.getType() == DRIVE_REMOTE;
 }
 
+void logNoLink(const std::wstring& path, int error) {
+    if (error == EINVAL) {
+        debug("DriveHelper::driveEnumerator - the path specified [%ls] is not a symbolic link!\n",
+              path.c_str());
+        return;
+    }
+    debug("DriveHelper::driveEnumerator - unable to access path specified [%ls] (error %d)\n",
+          path.c_str(), error);
+}
+
 class LinkSearch {
 public:
     LinkSearch(std::vector<std::wstring> remoteMounts, std::vector<DriveInfo>& links)
@@ -33,8 +44,7 @@ public:
 private:
     void checkAncestor(const DriveInfo& drive, const std::wstring& path,
                        const std::wstring& ancestor, int level);
-    std::wstring linkFreePath(const std::wstring& ancestor, const std::wstring& target,
-                              std::wstring_view below) const;
+    std::optional<std::wstring> linkFreeTarget(const std::wstring& ancestor) const;
     bool mayRead(const std::wstring& path) const;
 
     std::vector<std::wstring> remoteMounts_;
@@ -57,26 +67,15 @@ void LinkSearch::enumerate(const DriveInfo& drive, int level) {
 void LinkSearch::checkAncestor(const DriveInfo& drive, const std::wstring& path,
                                const std::wstring& ancestor, int level) {
     debug("DriveHelper::driveEnumerator - checking [%ls] path...\n", ancestor.c_str());
-    const std::optional<std::string> link = readLink(toMultibyte(ancestor));
-    if (!link) {
-        const int error = errno;
-        if (error == EINVAL) {
-            debug(
-                "DriveHelper::driveEnumerator - the path specified [%ls] is not a symbolic "
-                "link!\n",
-                ancestor.c_str());
-        } else {
-            debug(
-                "DriveHelper::driveEnumerator - unable to access path specified [%ls] (error "
-                "%d)\n",
-                ancestor.c_str(), error);
-        }
+    const std::optional<std::wstring> target = linkFreeTarget(ancestor);
+    if (!target) {
+        logNoLink(ancestor, errno);
         return;
     }
-    const std::wstring target = toWide(*link);
-    debug("DriveHelper::driveEnumerator - link is [%ls]\n", target.c_str());
-    const std::wstring name =
-        linkFreePath(ancestor, target, std::wstring_view(path).substr(ancestor.size())) + L":";
+    // What lies below the ancestor may hold links of its own: the next level finds them.
+    std::wstring name = *target == PathHelper::PathSeparator ? L"" : *target;
+    name += path.substr(ancestor.size());
+    name += name.empty() ? L"/:" : L":";
     debug("DriveHelper::driveEnumerator - new drive is [%ls]\n", name.c_str());
     const DriveInfo found(name.c_str(), drive.getType(), drive.getFileSystem());
     if (DriveHelper::checkforDriveInfo(links_, found)) return;
@@ -84,20 +83,20 @@ void LinkSearch::checkAncestor(const DriveInfo& drive, const std::wstring& path,
     if (level < maxLevels) enumerate(found, level + 1);
 }
 
-/// `below`, the drive's path below the ancestor, is appended as it is: it leads to
-/// the mount itself, which is not looked at.
-std::wstring LinkSearch::linkFreePath(const std::wstring& ancestor, const std::wstring& target,
-                                      std::wstring_view below) const {
-    const bool relative = !target.starts_with(L'/');
-    const std::wstring full =
-        relative ? ancestor.substr(0, ancestor.rfind(L'/') + 1) + target : target;
-    const std::optional<std::string> real = resolvePath(
-        toMultibyte(full), [this](std::string_view path) { return mayRead(toWide(path)); });
-    std::wstring path = real ? toWide(*real) : full;
+/// Where the link `ancestor` leads. Nothing, and errno says why, for what is no link
+/// or leads nowhere.
+std::optional<std::wstring> LinkSearch::linkFreeTarget(const std::wstring& ancestor) const {
+    std::optional<std::string> target = readLink(toMultibyte(ancestor));
+    if (!target) return std::nullopt;
+    debug("DriveHelper::driveEnumerator - link is [%s]\n", target->c_str());
+    const bool relative = !target->starts_with('/');
+    if (relative) target->insert(0, toMultibyte(ancestor.substr(0, ancestor.rfind(L'/') + 1)));
+    const std::optional<std::string> real =
+        resolvePath(*target, [this](std::string_view path) { return mayRead(toWide(path)); });
+    if (!real) return std::nullopt;
+    const std::wstring path = toWide(*real);
     if (relative) debug("DriveHelper::driveEnumerator - real link is [%ls]\n", path.c_str());
-    if (path == PathHelper::PathSeparator) path.clear();
-    path += below;
-    return path.empty() ? PathHelper::PathSeparator : path;
+    return path;
 }
 
 bool LinkSearch::mayRead(const std::wstring& path) const {

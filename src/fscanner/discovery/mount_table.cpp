@@ -47,11 +47,24 @@ std::string decodeField(std::string_view field) {
     return text;
 }
 
+/// An automounter's own mark that programs shall not list this placeholder.
+bool isHiddenPlaceholder(std::string_view type, std::string_view options) {
+    if (type != "autofs") return false;
+    while (!options.empty()) {
+        const std::string_view option = options.substr(0, options.find(','));
+        if (option == "ignore" || option.starts_with("ignore=")) return true;
+        options.remove_prefix(std::min(option.size() + 1, options.size()));
+    }
+    return false;
+}
+
 std::optional<MountEntry> parseLine(std::string_view line) {
     const std::string device = decodeField(takeField(line));
     const std::string directory = decodeField(takeField(line));
     const std::string type = decodeField(takeField(line));
+    const std::string options = decodeField(takeField(line));
     if (type.empty() || device.front() == '#') return std::nullopt;
+    if (isHiddenPlaceholder(type, options)) return std::nullopt;
     MountEntry entry;
     if (!entry.setDevName(device.c_str()) || !entry.setMountDir(directory.c_str()) ||
         !entry.setFileSystemType(type.c_str())) {

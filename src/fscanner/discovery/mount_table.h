@@ -24,7 +24,8 @@ public:
 
 /// Appends the mounts that a table's text lists, one a line: device, directory,
 /// type, and more that is not read. Blanks in a field are written as octal
-/// escapes. Comments and lines with fewer than three fields are left out.
+/// escapes. Comments, lines with fewer than three fields, and placeholders that
+/// carry the option "ignore" are left out.
 void parseMountTable(std::string_view text, std::vector<MountEntry>& list);
 
 /// The file that holds the table. A test sets another one; null means the default.

@@ -50,14 +50,15 @@ private:
         }
         built_ += '/';
         built_ += name;
-        if (built_.size() > maxPathBytes) return false;
+        if (built_.size() > maxPathBytes) return fail(ENAMETOOLONG);
         if (!mayRead_(built_)) return true;
         const std::optional<std::string> target = readLink(built_);
         return target ? follow(*target) : errno == EINVAL;
     }
 
     bool follow(const std::string& target) {
-        if (++links_ > maxLinks || target.size() + rest_.size() > maxPathBytes) return false;
+        if (++links_ > maxLinks) return fail(ELOOP);
+        if (target.size() + rest_.size() > maxPathBytes) return fail(ENAMETOOLONG);
         if (target.starts_with('/')) {
             built_.clear();
         } else {
@@ -65,6 +66,11 @@ private:
         }
         rest_.insert(0, target);
         return true;
+    }
+
+    static bool fail(int error) {
+        errno = error;
+        return false;
     }
 
     void dropLast() { built_.erase(built_.empty() ? 0 : built_.rfind('/')); }
@@ -90,7 +96,10 @@ std::optional<std::string> readLink(const std::string& path) {
 }
 
 std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead) {
-    if (path.size() > maxPathBytes) return std::nullopt;
+    if (path.size() > maxPathBytes) {
+        errno = ENAMETOOLONG;
+        return std::nullopt;
+    }
     std::string start;
     if (!path.starts_with('/')) {
         const std::optional<std::string> directory = currentDirectory();

@@ -18,7 +18,8 @@ std::optional<std::string> readLink(const std::string& path);
 using LinkGuard = std::function<bool(std::string_view path)>;
 
 /// `path` made absolute, without ".", ".." and repeated "/". Links are resolved
-/// where `mayRead` allows it; what it refuses counts as no link.
+/// where `mayRead` allows it; what it refuses counts as no link. Nothing, and errno
+/// says why, when it cannot be done within the limits of length and links.
 std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead);
 
 }  // namespace fscanner

@@ -1,0 +1,186 @@
+#include <gmock/gmock.h>
+
+#include "fixtures.h"
+#include "fscanner/fs/fs_inspect.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* smallTable =
+    "/dev/sda1 / ext4 rw 0 0\n"
+    "server:/export /mnt/nas nfs4 rw 0 0\n"
+    "systemd-1 /auto autofs rw 0 0\n"
+    "/dev/sdb1 /home vfat rw 0 0\n";
+
+TEST(DriveList, NamesMountsInTableOrder) {
+    EXPECT_THAT(show(drivesOf(smallTable)),
+                ElementsAre("2 /: ext4", "4 /mnt/nas: nfs4", "2 /home: vfat"));
+    EXPECT_THAT(show(drivesOf(smallTable, mdLocalDriveGroup)),
+                ElementsAre("2 /: ext4", "2 /home: vfat"));
+    EXPECT_THAT(show(drivesOf(smallTable, mdRemoteDriveGroup)), ElementsAre("4 /mnt/nas: nfs4"));
+    EXPECT_THAT(drivesOf(smallTable, mdOtherDriveGroup), IsEmpty());
+}
+
+TEST(DriveList, KeepsNamesAsTheyAre) {
+    // A directory that ends in ":" is not given another one, and so loses a
+    // character as a path.
+    const std::vector<DriveInfo> drives =
+        drivesOf("a /m/a\\040b ext4 rw 0 0\nb /m/x: ext4 rw 0 0\nc /m/\xff ext4 rw 0 0\n");
+    EXPECT_THAT(show(drives), ElementsAre("2 /m/a b: ext4", "2 /m/x: ext4", "2 /m/\xff: ext4"));
+    std::vector<PathInfo> paths;
+    PathHelper::buildPathList(drives, paths);
+    EXPECT_THAT(show(paths), ElementsAre("/m/a b+", "/m/x+", "/m/\xff+"));
+}
+
+TEST(DriveList, SearchesADistributedFileSystemBothWays) {
+    const std::string table = "x /dfs dfs rw 0 0\ny:/ /far dfs rw 0 0\n";
+    EXPECT_THAT(show(drivesOf(table)),
+                ElementsAre("4 /dfs: dfs", "2 /dfs: dfs", "4 /far: dfs", "2 /far: dfs"));
+    // The mask is asked once, about the mount itself.
+    EXPECT_THAT(show(drivesOf(table, mdLocalDriveGroup)),
+                ElementsAre("4 /dfs: dfs", "2 /dfs: dfs"));
+}
+
+TEST(DriveList, ComesFromTheMountTable) {
+    const PastedMountTable table(smallTable);
+    std::vector<DriveInfo> drives;
+    DebugLog log;
+    EXPECT_TRUE(DriveHelper::buildDriveList(drives, mdAllDriveGroup));
+    EXPECT_EQ(show(drives), show(drivesOf(smallTable)));
+    EXPECT_TRUE(log.has("DriveHelper::buildDriveList - [/dev/sdb1] [/home] [vfat]"));
+    EXPECT_TRUE(log.has("DriveHelper::buildDriveList - drive: /mnt/nas:, 4"));
+
+    std::vector<DriveInfo> listed;
+    EXPECT_TRUE(fsListDrives(listed));
+    EXPECT_EQ(show(listed), show(drives));
+    setMountTablePath("/nonexistent/mtab");
+    EXPECT_FALSE(fsListDrives(listed));
+    EXPECT_EQ(listed.size(), drives.size());
+    EXPECT_TRUE(DriveHelper::buildDriveList(listed, mdAllDriveGroup));
+    EXPECT_EQ(listed.size(), drives.size());
+}
+
+TEST(DriveList, TellsTheTypeOfAMountDirectory) {
+    const PastedMountTable table(
+        "a /x ext4 rw 0 0\nh:/ /x nfs rw 0 0\nh:/ /y nfs rw 0 0\nb /y ext4 rw 0 0\n"
+        "c /y autofs rw 0 0\nd /z autofs rw 0 0\n");
+    EXPECT_EQ(DriveHelper::getDriverType(L"/x"), DRIVE_REMOTE);
+    EXPECT_EQ(DriveHelper::getDriverType(L"/y"), DRIVE_LOCAL);
+    EXPECT_EQ(DriveHelper::getDriverType(L"/z"), DRIVE_UNKNOWN);
+    EXPECT_EQ(DriveHelper::getDriverType(L"/X"), DRIVE_UNKNOWN);
+    EXPECT_EQ(DriveHelper::getDriverType(L"/x/"), DRIVE_UNKNOWN);
+}
+
+TEST(DriveList, FindsADriveByTheStartOfItsName) {
+    const std::vector<DriveInfo> drives =
+        drivesOf("a / ext4 rw 0 0\nb /home:1 ext4 rw 0 0\nc /home ext4 rw 0 0\n");
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"/:", true), 0);
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"/home:", true), 1);
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"/HOME:", false), 1);
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"/HOME:", true), -1);
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"/home", true), -1);
+    EXPECT_EQ(DriveHelper::checkDrive(drives, L"", true), -1);
+}
+
+TEST(DriveList, KeepsTheLaterOfEqualDrives) {
+    std::vector<DriveInfo> drives = drivesOf("a /x ext4\nb /y ext4\nc /x ext4\nd /x xfs\n");
+    EXPECT_TRUE(DriveHelper::removeDriveListDuplicate(drives));
+    EXPECT_THAT(show(drives), ElementsAre("2 /y: ext4", "2 /x: ext4", "2 /x: xfs"));
+    EXPECT_FALSE(DriveHelper::removeDriveListDuplicate(drives));
+
+    const std::vector<DriveInfo> more = drivesOf("a /y ext4\nb /z ext4\n");
+    std::vector<DriveInfo> appended = drives;
+    DriveHelper::appendDriveList(more, appended, false);
+    EXPECT_THAT(show(appended), ElementsAre("2 /x: ext4", "2 /x: xfs", "2 /y: ext4", "2 /z: ext4"));
+    DriveHelper::appendDriveList(more, drives, true);
+    EXPECT_THAT(show(drives), ElementsAre("2 /y: ext4", "2 /x: ext4", "2 /x: xfs", "2 /z: ext4"));
+}
+
+TEST(DriveInfo, ComparesAndCopiesWhatMayBeNull) {
+    const DriveInfo none(nullptr, DRIVE_REMOTE, nullptr);
+    DriveInfo drive(L"/x:", DRIVE_LOCAL, L"ext4");
+    EXPECT_FALSE(drive == none);
+    EXPECT_FALSE(drive == DriveInfo(L"/X:", DRIVE_LOCAL, L"ext4"));
+    EXPECT_FALSE(drive == DriveInfo(L"/x:", DRIVE_REMOTE, L"ext4"));
+    drive = none;
+    EXPECT_EQ(drive.getName(), nullptr);
+    EXPECT_EQ(drive.getFileSystem(), nullptr);
+    EXPECT_EQ(drive.getType(), DRIVE_REMOTE);
+    EXPECT_TRUE(drive == none);
+
+    PathInfo path(L"/p", true);
+    const PathInfo& alias = path;
+    path.setPathInfo(alias);
+    EXPECT_EQ(show(path), "/p+");
+    EXPECT_FALSE(path == PathInfo(L"/p", false));
+    path = PathInfo();
+    EXPECT_TRUE(path == PathInfo(nullptr, false));
+    EXPECT_FALSE(path == PathInfo(L"", false));
+}
+
+TEST(DrivePruning, KeepsIncludedAndDropsExcludedFileSystems) {
+    struct Case {
+        std::vector<const wchar_t*> included;
+        std::vector<const wchar_t*> excluded;
+        std::vector<std::string> kept;
+    };
+    const std::vector<Case> cases = {
+        {{}, {}, {"2 /: ext4", "4 /mnt/nas: nfs4", "2 /home: vfat"}},
+        {{L"EXT4", L"nfs4"}, {}, {"2 /: ext4", "4 /mnt/nas: nfs4"}},
+        {{}, {L"VFat"}, {"2 /: ext4", "4 /mnt/nas: nfs4"}},
+        {{L"ext4", L"vfat"}, {L"vfat"}, {"2 /: ext4"}},
+        {{L"ext"}, {}, {}},
+        {{}, {L"ext*"}, {"2 /: ext4", "4 /mnt/nas: nfs4", "2 /home: vfat"}},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const std::vector<FileSystemInfo> included(cases[i].included.begin(),
+                                                   cases[i].included.end());
+        const std::vector<FileSystemInfo> excluded(cases[i].excluded.begin(),
+                                                   cases[i].excluded.end());
+        std::vector<DriveInfo> kept;
+        DriveHelper::fileSystemDriveListPruning(drivesOf(smallTable), kept, included, excluded);
+        EXPECT_EQ(show(kept), cases[i].kept) << "case " << i;
+    }
+}
+
+TEST(DriveNormalisation, SortsALiveTable) {
+    const std::vector<DriveInfo> drives = normalisedDrivesOf(
+        "proc /proc proc rw 0 0\n"
+        "sysfs /sys sysfs rw 0 0\n"
+        "udev /dev devtmpfs rw 0 0\n"
+        "devpts /dev/pts devpts rw 0 0\n"
+        "/dev/sda2 / ext4 rw 0 0\n"
+        "devpts /dev/pts devpts rw 0 0\n"
+        "tmpfs /sys/fs/cgroup tmpfs rw 0 0\n"
+        "cgroup /sys/fs/cgroup/cpu cgroup rw 0 0\n"
+        "cgroup2 /sys/fs/cgroup/unified cgroup2 rw 0 0\n"
+        "systemd-1 /misc autofs rw 0 0\n"
+        "filer:/vol /misc nfs4 rw 0 0\n"
+        "/dev/sdb1 /media/My\\040Disk vfat rw 0 0\n"
+        "/dev/sda2 /srv/bind ext4 rw 0 0\n"
+        "/dev/sdb1 /srv vfat rw 0 0\n"
+        "/dev/sdc1 /srv xfs rw 0 0\n");
+    EXPECT_THAT(
+        show(drives),
+        ElementsAre("2 /: ext4", "2 /proc: proc", "2 /sys: sysfs", "2 /dev: devtmpfs",
+                    "4 /misc: nfs4", "2 /srv: xfs", "2 /dev/pts: devpts", "2 /media/My Disk: vfat",
+                    "2 /srv/bind: ext4", "2 /sys/fs/cgroup: tmpfs", "2 /sys/fs/cgroup/cpu: cgroup",
+                    "2 /sys/fs/cgroup/unified: cgroup2"));
+}
+
+TEST(DriveNormalisation, KeepsADistributedPairTogether) {
+    const auto normalised = [](const std::string& table) {
+        return show(normalisedDrivesOf(table));
+    };
+    EXPECT_THAT(normalised("x /d dfs\n"), ElementsAre("4 /d: dfs", "2 /d: dfs"));
+    EXPECT_THAT(normalised("x /d dfs\nx /d dfs\n"), ElementsAre("4 /d: dfs", "2 /d: dfs"));
+    EXPECT_THAT(normalised("a /d ext4\nx /d dfs\n"), ElementsAre("4 /d: dfs", "2 /d: dfs"));
+    EXPECT_THAT(normalised("x /d dfs\na /d ext4\n"), ElementsAre("2 /d: ext4"));
+    EXPECT_THAT(normalised("h:/ /d nfs\na /d ext4\n"), ElementsAre("2 /d: ext4"));
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,185 @@
+#include "fscanner/discovery/mount_table.h"
+
+#include <gmock/gmock.h>
+#include <mntent.h>
+
+#include <array>
+#include <cstdio>
+#include <random>
+
+#include "fixtures.h"
+#include "fscanner/discovery/mountlist.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+
+std::string show(const MountEntry& entry) {
+    return std::string(entry.getDevName()) + "|" + entry.getMountDir() + "|" +
+           entry.getFileSystemType() + (entry.isDummy() ? " dummy" : "") +
+           (entry.isRemote() ? " remote" : "");
+}
+
+std::vector<std::string> parsed(const std::string& table) {
+    std::vector<std::string> lines;
+    for (const MountEntry& entry : mountsOf(table)) lines.push_back(show(entry));
+    return lines;
+}
+
+TEST(MountTable, TellsWhatAMountIs) {
+    EXPECT_THAT(
+        parsed("/dev/sda1 / ext4 rw 0 0\n"
+               "server:/export /nas nfs4 rw 0 0\n"
+               "server /nas2 nfs rw 0 0\n"
+               "server /nas3 nfs4 rw 0 0\n"
+               "//srv/share /cifs cifs rw 0 0\n"
+               "//srv/share /smb smbfs rw 0 0\n"
+               "/srv/share /smb2 smbfs rw 0 0\n"
+               "srv /ncp ncpfs rw 0 0\n"
+               "user@host: /ssh fuse.sshfs rw 0 0\n"
+               "/dev/disk/by-path/pci-0000:00 /disk ext4 rw 0 0\n"
+               "systemd-1 /auto autofs rw 0 0\n"
+               "x /old ignore rw 0 0\n"
+               "x /new autofs2 rw 0 0\n"),
+        ElementsAre("/dev/sda1|/|ext4", "server:/export|/nas|nfs4 remote",
+                    "server|/nas2|nfs remote", "server|/nas3|nfs4", "//srv/share|/cifs|cifs",
+                    "//srv/share|/smb|smbfs remote", "/srv/share|/smb2|smbfs",
+                    "srv|/ncp|ncpfs remote", "user@host:|/ssh|fuse.sshfs remote",
+                    "/dev/disk/by-path/pci-0000:00|/disk|ext4 remote",
+                    "systemd-1|/auto|autofs dummy", "x|/old|ignore dummy", "x|/new|autofs2"));
+}
+
+TEST(MountTable, LeavesOutWhatIsNoMount) {
+    EXPECT_THAT(parsed("# comment\n\n   \n  # another\none\none two\none two \n"
+                       "a b c"),
+                ElementsAre("a|b|c"));
+    EXPECT_TRUE(parsed("").empty());
+}
+
+TEST(MountTable, ReadsThousandsOfLinesAndLongOnes) {
+    std::string table;
+    for (int i = 0; i < 5000; ++i) table += "dev /m" + std::to_string(i) + " ext4 rw 0 0\n";
+    const std::string options(100000, 'o');
+    table += "overlay /long overlay " + options + " 0 0\ndev /last ext4";
+    const std::vector<std::string> lines = parsed(table);
+    ASSERT_EQ(lines.size(), 5002U);
+    EXPECT_EQ(lines[4999], "dev|/m4999|ext4");
+    EXPECT_EQ(lines[5000], "overlay|/long|overlay");
+    EXPECT_EQ(lines[5001], "dev|/last|ext4");
+}
+
+/// What the system's own reader makes of a table.
+std::vector<std::string> systemParsed(const std::string& path) {
+    std::vector<std::string> lines;
+    FILE* file = setmntent(path.c_str(), "r");
+    std::array<char, 4096> buffer;
+    mntent entry;
+    while (getmntent_r(file, &entry, buffer.data(), static_cast<int>(buffer.size()))) {
+        lines.push_back(std::string(entry.mnt_fsname) + "|" + entry.mnt_dir + "|" + entry.mnt_type);
+    }
+    endmntent(file);
+    return lines;
+}
+
+TEST(MountTable, ReadsFieldsAsTheSystemDoes) {
+    const std::vector<std::string> pieces = {"a",     "/",     "#",     "\\",
+                                             "\\040", "\\011", "\\012", "\\134",
+                                             "\\043", "\\04",  "\\\\",  "\xc3\xa4"};
+    const std::vector<std::string> options = {"rw", "rw,ignore", "ignored", "ignore=1,ro"};
+    std::mt19937 random(20);
+    const auto pick = [&](const std::vector<std::string>& list) {
+        return list[random() % list.size()];
+    };
+    std::string table;
+    for (int line = 0; line < 2000; ++line) {
+        for (int field = 0; field < 2; ++field) {
+            for (auto length = 1 + random() % 6; length > 0; --length) table += pick(pieces);
+            table += pick({" ", "\t", "  \t"});
+        }
+        table += pick({"ext4", "tmpfs", "xfs", "autofs"}) + " " + pick(options) + " 0 0\n";
+    }
+    std::vector<std::string> lines;
+    for (const MountEntry& entry : mountsOf(table)) {
+        lines.push_back(std::string(entry.getDevName()) + "|" + entry.getMountDir() + "|" +
+                        entry.getFileSystemType());
+    }
+    TemporaryDirectory directory;
+    writeWholeFile(directory / "mtab", table);
+    const std::vector<std::string> expected = systemParsed(directory / "mtab");
+    ASSERT_GT(expected.size(), 1000U);
+    EXPECT_EQ(lines, expected);
+}
+
+TEST(MountTable, FailsWhenItCannotBeRead) {
+    TemporaryDirectory directory;
+    for (const std::string& path : {directory / "missing", directory.path().string()}) {
+        setMountTablePath(path.c_str());
+        std::vector<MountEntry> mounts;
+        DebugLog log;
+        EXPECT_FALSE(MountTableManager::getMountEntryList(mounts)) << path;
+        EXPECT_TRUE(mounts.empty());
+        EXPECT_TRUE(log.has("MountTableManager::getMountEntryList - mountEntryList size is 0!"));
+        EXPECT_TRUE(
+            log.has("MountTableManager::getMountEntryList - exiting with retValue = false!"));
+    }
+    setMountTablePath(nullptr);
+    EXPECT_STREQ(mountTablePath(), "/etc/mtab");
+}
+
+TEST(MountEntry, KeepsItsTextsApartFromItsCopies) {
+    MountEntry entry;
+    EXPECT_FALSE(entry.setDevName(nullptr));
+    EXPECT_EQ(entry.getDevName(), nullptr);
+    entry.setRemote(true);
+    // Without all three texts a copy is no mount, and takes no flags.
+    EXPECT_FALSE(MountEntry(entry).isRemote());
+    EXPECT_TRUE(entry.setDevName("a:/") && entry.setMountDir("/m") &&
+                entry.setFileSystemType("nfs"));
+    MountEntry copy = entry;
+    EXPECT_TRUE(entry.setMountDir("/other"));
+    EXPECT_FALSE(entry.setMountDir(nullptr));
+    EXPECT_EQ(show(copy), "a:/|/m|nfs remote");
+    EXPECT_EQ(show(entry), "a:/|/other|nfs remote");
+}
+
+TEST(MountAccess, OpensPlaceholdersOnly) {
+    TemporaryDirectory directory;
+    for (const char* name : {"auto", "plain", "old"}) {
+        std::filesystem::create_directory(directory / name);
+    }
+    const PastedMountTable table("a " + directory / "auto" + " autofs rw 0 0\n" +  //
+                                 "b " + directory / "plain" + " ext4 rw 0 0\n" +   //
+                                 "c " + directory / "old" + " ignore rw 0 0\n" +   //
+                                 "d " + directory / "gone" + " autofs rw 0 0\n");
+    DebugLog log;
+    accessToAllMountPaths();
+    const auto accessed = [&](const char* name) {
+        return log.has("accessToAllMountPaths - path '" + directory / name + "' accessed");
+    };
+    EXPECT_TRUE(accessed("auto"));
+    EXPECT_TRUE(accessed("old"));
+    EXPECT_FALSE(accessed("plain"));
+    EXPECT_FALSE(accessed("gone"));
+}
+
+TEST(MountAccess, ReadsEveryDirectoryBelow) {
+    TemporaryDirectory directory;
+    std::filesystem::create_directory(directory / "sub");
+    writeWholeFile(directory / "sub/inner", "");
+    writeWholeFile(directory / "file", "");
+    DIR* dir = opendir(directory.path().c_str());
+    ASSERT_NE(dir, nullptr);
+    DebugLog log;
+    accessToAllMountPathsRead(dir, directory.path().c_str());
+    closedir(dir);
+    const std::string prefix = "accessToAllMountPathsRead - subdirectory ";
+    EXPECT_TRUE(log.has(prefix + "'sub' read"));
+    EXPECT_TRUE(log.has(prefix + "'" + directory / "sub" + "' accessed"));
+    EXPECT_TRUE(log.has(prefix + "file 'inner'"));
+    EXPECT_TRUE(log.has(prefix + "'" + directory / "file" + "' failed"));
+    EXPECT_FALSE(log.has(prefix + "'.' read"));
+}
+
+}  // namespace
+}  // namespace fscanner

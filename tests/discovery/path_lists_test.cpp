@@ -1,0 +1,226 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cwchar>
+
+#include "fixtures.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+PathDrive pairOf(const std::string& path, const std::string& mount, DriveType type = DRIVE_LOCAL,
+                 const wchar_t* fileSystem = L"ext4") {
+    return {pathsOf({path})[0], DriveInfo(toWide(mount + ":").c_str(), type, fileSystem)};
+}
+
+std::vector<std::string> exclusions(const std::vector<DriveInfo>& drives, const PathDrive& pair) {
+    std::vector<PathInfo> excluded;
+    PathHelper::buildExcludeList(drives, pair, excluded);
+    return show(excluded);
+}
+
+TEST(PathMatch, CoversByEntry) {
+    const std::vector<PathInfo> list = pathsOf({"/data+", "/only", "/w*/x+"});
+    EXPECT_TRUE(checkPathList(L"/data/x/y", list, true, false));
+    EXPECT_TRUE(checkPathList(L"/data", list, true, true));
+    EXPECT_FALSE(checkPathList(L"/database", list, true, false));
+    EXPECT_FALSE(checkPathList(L"/DATA", list, true, false));
+    EXPECT_TRUE(checkPathList(L"/DATA", list, false, false));
+    EXPECT_TRUE(checkPathList(L"/only", list, true, false));
+    EXPECT_FALSE(checkPathList(L"/only", list, true, true));
+    EXPECT_FALSE(checkPathList(L"/only/x", list, true, false));
+    EXPECT_TRUE(checkPathList(L"/www/x/deep", list, true, true));
+    EXPECT_FALSE(checkPathList(L"/data", {PathInfo()}, true, false));
+}
+
+TEST(PathMatch, PrefersTheLongestEntryAndTheFirstOfEquals) {
+    const std::vector<PathInfo> list = pathsOf({"/a+", "/a/?+", "/a/b+", "/a/b/c", "/+"});
+    EXPECT_EQ(checkPathListEx(L"/a/b/c", list, true), 3);
+    EXPECT_EQ(checkPathListEx(L"/a/b/c/d", list, true), 1);
+    EXPECT_EQ(checkPathListEx(L"/A/b", list, true), 4);
+    EXPECT_EQ(checkPathListEx(L"/A/b", list, false), 1);
+    EXPECT_EQ(checkPathListEx(L"x", list, true), -1);
+
+    const std::vector<PathDrive> pairs = {pairOf("/+", "/"), pairOf("/a+", "/a", DRIVE_REMOTE),
+                                          pairOf("/a/b+", "/a/b")};
+    EXPECT_EQ(checkPathDriveListEx(L"/a/b/x", pairs, mdLocalDriveGroup, true), 2);
+    EXPECT_EQ(checkPathDriveListEx(L"/a/x", pairs, mdLocalDriveGroup, true), 0);
+    EXPECT_EQ(checkPathDriveListEx(L"/a/x", pairs, mdAllDriveGroup, true), 1);
+    EXPECT_EQ(checkPathDriveListEx(L"/b", pairs, mdRemoteDriveGroup, true), -1);
+}
+
+TEST(ExcludeList, HoldsOtherFileSystemsBelowThePath) {
+    const std::vector<DriveInfo> drives = drivesOf(
+        "a / ext4\nb /home ext4\nc /proc proc\nd /usr vfat\ne /usr/local ext4\n"
+        "f /usr/localised xfs\nh:/ /nas ext4\n");
+    const auto of = [&](const char* path, const char* mount) {
+        return exclusions(drives, pairOf(path, mount));
+    };
+    EXPECT_THAT(of("/+", "/"), ElementsAre("/proc+", "/usr+", "/usr/localised+", "/nas+"));
+    EXPECT_THAT(of("/us+", "/"), IsEmpty());
+    EXPECT_THAT(of("/home/u+", "/home"), IsEmpty());
+    EXPECT_THAT(of("/usr/local/+", "/usr/local"), IsEmpty());
+    EXPECT_THAT(exclusions(drives, pairOf("/usr+", "/usr", DRIVE_LOCAL, L"vfat")),
+                ElementsAre("/usr/local+", "/usr/localised+"));
+    // A drive that is not the pair's own holds the path.
+    EXPECT_THAT(of("/usr/x+", "/"), ElementsAre("/usr+"));
+    EXPECT_THAT(exclusions({}, pairOf("/+", "/")), IsEmpty());
+}
+
+TEST(ExcludeList, FollowsTheLetterInOddLists) {
+    // The last drive that starts the path wins, as characters: "/us" hides "/".
+    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /us xfs\n"), pairOf("/usr+", "/")),
+                ElementsAre("/us+"));
+    EXPECT_THAT(exclusions(drivesOf("b /us xfs\na / ext4\n"), pairOf("/usr+", "/")), IsEmpty());
+    // Nothing encloses the root: the first drive stands in, whatever its type.
+    EXPECT_THAT(exclusions(drivesOf("h:/ /x ext4\na / ext4\n"), pairOf("/+", "/")),
+                ElementsAre("/x+"));
+    EXPECT_THAT(exclusions(drivesOf("p /x proc\na / ext4\n"), pairOf("/+", "/")),
+                ElementsAre("/x+", "/x+"));
+    // A directory that ends in ":" is excluded without it.
+    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /x: xfs\n"), pairOf("/+", "/")),
+                ElementsAre("/x+"));
+}
+
+TEST(ReducedDriveList, HoldsWhatConcernsThePath) {
+    std::vector<DriveInfo> reduced;
+    PathHelper::reduceDriveList(
+        drivesOf("p /usr/local proc\na / ext4\nb /home ext4\nc /us ext4\nd /usr xfs\n"), reduced,
+        pairOf("/usr+", "/usr"));
+    EXPECT_THAT(show(reduced), ElementsAre("2 /usr/local: proc", "2 /: ext4", "2 /usr: xfs"));
+}
+
+struct Accumulation {
+    std::string mounts;
+    std::vector<PathDrive> parent, resolved;
+    std::vector<std::string> expected;
+};
+
+TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
+    const std::string nested = "a / ext4\nb /m xfs\nc /m/n ext4\nd /p ext4\nh:/ /r ext4\n";
+    const PathDrive root = pairOf("/+", "/");
+    const std::vector<Accumulation> cases = {
+        // Enclosing paths first, and in the order of arrival among themselves.
+        {nested,
+         {pairOf("/m/n+", "/m/n"), pairOf("/m+", "/m", DRIVE_LOCAL, L"xfs")},
+         {root},
+         {"/+ on /", "/m+ on /m", "/m/n+ on /m/n"}},
+        // The same kind of file system is not excluded from the scan above it.
+        {nested, {pairOf("/p+", "/p")}, {root}, {"/+ on /"}},
+        {nested, {}, {pairOf("/p/x+", "/p"), pairOf("/p+", "/p")}, {"/p+ on /p"}},
+        {nested, {pairOf("/r+", "/r", DRIVE_REMOTE)}, {root}, {"/+ on /", "/r+ on /r"}},
+        // Only a recursive path covers what lies below.
+        {nested, {}, {pairOf("/", "/"), pairOf("/p", "/p")}, {"/ on /", "/p on /p"}},
+        {nested, {}, {pairOf("/p", "/p"), root}, {"/+ on /"}},
+        // By components.
+        {nested, {}, {pairOf("/p+", "/p"), pairOf("/pp+", "/")}, {"/p+ on /p", "/pp+ on /"}},
+        // One pair from both lists, with the wider flag.
+        {nested, {pairOf("/p+", "/p")}, {pairOf("/p", "/p")}, {"/p+ on /p"}},
+        {nested, {pairOf("/p", "/p")}, {pairOf("/p+", "/p")}, {"/p+ on /p"}},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        std::vector<PathDrive> pairs = {root, root};
+        PathHelper::accumulatePairs(normalisedDrivesOf(cases[i].mounts), cases[i].parent,
+                                    cases[i].resolved, pairs);
+        EXPECT_EQ(show(pairs), cases[i].expected) << "case " << i;
+    }
+}
+
+/// Whether a scan of the pair comes to `path`.
+bool reaches(const std::vector<DriveInfo>& drives, const PathDrive& pair,
+             const std::wstring& path) {
+    std::vector<PathInfo> excluded;
+    PathHelper::buildExcludeList(drives, pair, excluded);
+    return checkPathList(path.c_str(), {pair.path}, true, false) &&
+           !checkPathList(path.c_str(), excluded, true, true);
+}
+
+TEST(AccumulatedPairs, CoverTheSearchedTreeExactlyOnceOverAnyMounts) {
+    // Every directory of a small tree may be a mount, of one of two file systems.
+    const std::vector<std::string> places = {"/a", "/a/b", "/a/b/c", "/a/bb", "/d", "/d/e"};
+    for (unsigned combination = 0; combination < 729; ++combination) {
+        std::string table = "x / ext4\n";
+        unsigned rest = combination;
+        for (const std::string& place : places) {
+            if (rest % 3 > 0) table += "x " + place + (rest % 3 == 1 ? " ext4\n" : " xfs\n");
+            rest /= 3;
+        }
+        const std::vector<DriveInfo> drives = normalisedDrivesOf(table);
+        for (const wchar_t* excluded : {L"none", L"xfs", L"ext4"}) {
+            const std::vector<PathDrive> pairs =
+                ResolvedSearch(drives, {"/+"}, {}, {excluded}).pairs;
+            for (const std::string& place : places) {
+                const int at = PathHelper::pathLocation(toWide(place), drives);
+                const bool searched =
+                    std::wcscmp(drives[static_cast<unsigned>(at)].getFileSystem(), excluded) != 0;
+                const auto count = std::count_if(
+                    pairs.begin(), pairs.end(),
+                    [&](const PathDrive& pair) { return reaches(drives, pair, toWide(place)); });
+                ASSERT_EQ(count, searched ? 1 : 0)
+                    << place << " without " << toMultibyte(excluded) << " over\n"
+                    << table;
+            }
+        }
+    }
+}
+
+TEST(PathLists, KeepTheLaterOfEqualEntries) {
+    std::vector<PathInfo> list = pathsOf({"/a+", "/b", "/a+"});
+    EXPECT_TRUE(PathHelper::removePathListDuplicate(list));
+    EXPECT_THAT(show(list), ElementsAre("/b", "/a+"));
+    list = pathsOf({"/a+", "/a", "/A"});
+    list.emplace_back(nullptr, false);
+    list.emplace_back(L"", false);
+    EXPECT_FALSE(PathHelper::removePathListDuplicate(list));
+    EXPECT_EQ(list.size(), 5U);
+}
+
+TEST(PathLists, Merge) {
+    const std::vector<PathInfo> source = pathsOf({"/a+", "/c", "/c"});
+    std::vector<PathInfo> list = pathsOf({"/a", "/b"});
+    PathHelper::appendPathList(list, source, false);
+    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/a+", "/c", "/c"));
+    list = pathsOf({"/a", "/b"});
+    PathHelper::appendPathList(list, source, true);
+    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/a+", "/c"));
+    list = pathsOf({"/a", "/b"});
+    PathHelper::pathAccumulator(list, source, false);
+    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/c"));
+    PathHelper::pathAccumulator(list, source, true);
+    EXPECT_THAT(show(list), ElementsAre("/a+", "/b", "/c"));
+
+    std::vector<PathDrive> pairs = {pairOf("/a", "/")};
+    PathHelper::pathDriveAccumulator(pairs,
+                                     {pairOf("/a+", "/elsewhere"), pairOf("/a", "/", DRIVE_REMOTE),
+                                      pairOf("/a", "/", DRIVE_LOCAL, L"xfs")},
+                                     true);
+    EXPECT_THAT(show(pairs), ElementsAre("/a+ on /", "/a on /", "/a on /"));
+    EXPECT_TRUE(PathHelper::checkforPathDriveList(pairs, pairOf("/a", "/x")));
+    EXPECT_FALSE(PathHelper::checkforPathDriveList(pairs, pairOf("/a", "/", DRIVE_REMOTE, L"xfs")));
+}
+
+TEST(PathLists, DifferAndExtract) {
+    std::vector<PathInfo> list;
+    PathHelper::differencePathList(pathsOf({"/b+", "/a+", "/c", "/b+"}), pathsOf({"/a", "/A"}),
+                                   list);
+    EXPECT_THAT(show(list), ElementsAre("/b+", "/c", "/b+"));
+    EXPECT_TRUE(PathHelper::checkforPathInfo(list, PathInfo(L"/c", true)));
+    EXPECT_FALSE(PathHelper::checkforPathInfo(list, PathInfo(L"/C", false)));
+
+    const std::vector<PathDrive> pairs = {pairOf("/l+", "/l"), pairOf("/r", "/r", DRIVE_REMOTE),
+                                          pairOf("/u", "/u", DRIVE_UNKNOWN)};
+    const auto extracted = [&](unsigned mask) {
+        std::vector<PathInfo> paths;
+        PathHelper::extractPathList(pairs, mask, paths);
+        return show(paths);
+    };
+    EXPECT_THAT(extracted(mdLocalDriveGroup), ElementsAre("/l+"));
+    EXPECT_THAT(extracted(mdRemoteDriveGroup), ElementsAre("/r"));
+    EXPECT_THAT(extracted(mdOtherDriveGroup), IsEmpty());
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,218 @@
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <random>
+
+#include "fixtures.h"
+
+namespace fscanner {
+namespace {
+
+namespace stdfs = std::filesystem;
+
+/// Works inside a link-free temporary directory, and goes back at the end.
+class RealPath : public testing::Test {
+protected:
+    RealPath() : previous_(stdfs::current_path()), root_(stdfs::canonical(directory_.path())) {
+        stdfs::current_path(root_);
+    }
+    ~RealPath() override { stdfs::current_path(previous_); }
+
+    void link(const std::string& target, const std::string& name) {
+        stdfs::create_symlink(target, root_ / name);
+    }
+    /// The result with the root written as "@"; "-" for none.
+    std::string real(const std::string& path, bool resolveLinks = true) const {
+        const auto result = PathHelper::realPath(path.c_str(), resolveLinks);
+        if (!result) return "-";
+        const std::string root = root_.string();
+        return result->starts_with(root) ? "@" + result->substr(root.size()) : *result;
+    }
+    std::string inRoot(const std::string& name) const { return (root_ / name).string(); }
+
+private:
+    TemporaryDirectory directory_;
+    stdfs::path previous_;
+
+protected:
+    stdfs::path root_;
+};
+
+TEST_F(RealPath, NormalisesText) {
+    const std::vector<std::pair<std::string, std::string>> cases = {{"/", "/"},
+                                                                    {"///", "/"},
+                                                                    {"/..", "/"},
+                                                                    {"/../../x/..", "/"},
+                                                                    {"//no//such/", "/no/such"},
+                                                                    {"/no/./such/.", "/no/such"},
+                                                                    {"/no/../such", "/such"},
+                                                                    {"a/../../b", "@/../b"},
+                                                                    {"", "@"},
+                                                                    {".", "@"},
+                                                                    {"no/such", "@/no/such"},
+                                                                    {"/no/*/tmp", "/no/*/tmp"},
+                                                                    {"/...", "/..."}};
+    for (const auto& [path, expected] : cases) {
+        const std::string parent = root_.parent_path().string();
+        const std::string wanted =
+            expected.starts_with("@/..") ? parent + expected.substr(4) : expected;
+        EXPECT_EQ(real(path, false), wanted) << path;
+    }
+    EXPECT_EQ(PathHelper::realPath(static_cast<const char*>(nullptr), false), std::nullopt);
+}
+
+TEST_F(RealPath, FollowsLinksOnlyWhenAsked) {
+    stdfs::create_directories(root_ / "d/e");
+    link("d/e", "relative");
+    link(inRoot("d"), "absolute");
+    link("../..", "d/e/up");
+    link("/", "slash");
+    link("gone", "dangling");
+    const std::vector<std::array<std::string, 3>> cases = {
+        {"relative", "@/d/e", "@/relative"},
+        {"relative/..", "@/d", "@"},
+        {"absolute/e/", "@/d/e", "@/absolute/e"},
+        {"d/e/up/relative", "@/d/e", "@/d/e/up/relative"},
+        {"slash/..", "/", "@"},
+        {"dangling", "-", "@/dangling"},
+        {"missing/x", "-", "@/missing/x"},
+        {"relative/missing", "-", "@/relative/missing"},
+    };
+    for (const auto& [path, withLinks, without] : cases) {
+        EXPECT_EQ(real(path, true), withLinks) << path;
+        EXPECT_EQ(real(path, false), without) << path;
+    }
+}
+
+TEST_F(RealPath, GivesUpAfterThirtyTwoLinks) {
+    stdfs::create_directory(root_ / "l0");
+    for (int i = 1; i <= 33; ++i) link("l" + std::to_string(i - 1), "l" + std::to_string(i));
+    link("loop", "loop");
+    EXPECT_EQ(real("l32"), "@/l0");
+    EXPECT_EQ(real("l33"), "-");
+    EXPECT_EQ(real("l16/../l16"), "@/l0");
+    EXPECT_EQ(real("l16/../l17"), "-");
+    EXPECT_EQ(real("loop"), "-");
+    EXPECT_EQ(real("loop", false), "@/loop");
+}
+
+TEST_F(RealPath, HoldsAtMost1023Bytes) {
+    const std::string longest = "/" + std::string(1022, 'x');
+    EXPECT_EQ(real(longest, false), longest);
+    EXPECT_EQ(real(longest + "x", false), "-");
+    EXPECT_EQ(real(longest + "/", false), "-");
+    const std::size_t room = 1023 - root_.string().size() - 1;
+    EXPECT_EQ(real(std::string(room, 'x'), false), "@/" + std::string(room, 'x'));
+    EXPECT_EQ(real(std::string(room + 1, 'x'), false), "-");
+    // The limit counts a link's target together with what is still unread.
+    link("/" + std::string(899, '/'), "slashes");
+    EXPECT_EQ(real("slashes" + std::string(123, '/')), "/");
+    EXPECT_EQ(real("slashes" + std::string(124, '/')), "-");
+}
+
+TEST_F(RealPath, KeepsBytesThatAreNoText) {
+    stdfs::create_directory(root_ / "caf\xe9");
+    link("caf\xe9", "l");
+    EXPECT_EQ(real("l"), "@/caf\xe9");
+    const auto wide = PathHelper::realPath(toWide(inRoot("l")).c_str(), true);
+    ASSERT_TRUE(wide);
+    EXPECT_EQ(toMultibyte(*wide), inRoot("caf\xe9"));
+}
+
+TEST_F(RealPath, FallsBackToWhatCanBeHad) {
+    stdfs::create_directory(root_ / "d");
+    link("d", "l");
+    const auto built = [&](const std::string& path) {
+        return toMultibyte(PathHelper::buildRealPath(toWide(path).c_str()));
+    };
+    EXPECT_EQ(built("l/"), inRoot("d"));
+    EXPECT_EQ(built("l/*/./x"), inRoot("l/*/x"));
+    const std::string tooLong = "/l/" + std::string(1100, 'x');
+    EXPECT_EQ(built(tooLong), tooLong);
+    EXPECT_EQ(PathHelper::buildResolvedPath(L"/a/"), L"/a");
+    EXPECT_EQ(PathHelper::buildResolvedPath(L"/a"), L"/a");
+    EXPECT_EQ(PathHelper::buildResolvedPath(L"/"), L"/");
+}
+
+TEST_F(RealPath, AgreesWithTheSystemOnRandomTrees) {
+    std::mt19937 random(4);
+    const std::vector<std::string> names = {"a", "b", "c", "l", "m", "n", ".", "..", ""};
+    const auto randomPath = [&] {
+        std::string path = random() % 4 == 0 ? root_.string() : names[random() % 6];
+        for (auto length = random() % 5; length > 0; --length) {
+            path += "/" + names[random() % names.size()];
+        }
+        return path;
+    };
+    for (const char* outer : {"a", "b", "c"}) {
+        for (const char* inner : {"a", "b"}) stdfs::create_directories(root_ / outer / inner);
+        link(randomPath(), std::string(outer) + "/l");
+        link(randomPath(), std::string(outer) + "/a/m");
+        link(randomPath(), std::string(outer) + "/b/n");
+    }
+    for (const char* name : {"l", "m", "n"}) link(randomPath(), name);
+    int resolved = 0;
+    for (int i = 0; i < 3000; ++i) {
+        const std::string path = randomPath();
+        char* expected = realpath(path.c_str(), nullptr);
+        const auto result = PathHelper::realPath(path.c_str(), true);
+        EXPECT_EQ(result.value_or("-"), expected ? expected : "-") << path;
+        resolved += expected != nullptr;
+        free(expected);
+    }
+    EXPECT_GT(resolved, 500);
+}
+
+TEST(PathText, ReducesToAncestors) {
+    const auto chain = [](const wchar_t* path) {
+        std::wstring text;
+        for (const PathAncestor& ancestor : PathHelper::pathReducer(path)) {
+            text += ancestor.path + L"=" + ancestor.name + L" ";
+        }
+        return text;
+    };
+    EXPECT_EQ(chain(L"/a/b"), L"/a/b=b /a=a /=/ ");
+    EXPECT_EQ(chain(L"//a///b/"), L"/a/b=b /a=a /=/ ");
+    EXPECT_EQ(chain(L"a/b"), L"a/b=b a=a ");
+    EXPECT_EQ(chain(L"/"), L"/=/ ");
+    EXPECT_EQ(chain(L""), L"");
+}
+
+TEST(PathText, RelatesByWholeComponents) {
+    const auto relate = PathHelper::path_components_analyzer;
+    EXPECT_EQ(relate(L"/a/b", L"/a"), PathRelation::INSIDE);
+    EXPECT_EQ(relate(L"/a", L"/a/b"), PathRelation::AROUND);
+    EXPECT_EQ(relate(L"/a/", L"/a"), PathRelation::SAME);
+    EXPECT_EQ(relate(L"/ab", L"/a"), PathRelation::APART);
+    EXPECT_EQ(relate(L"/A/b", L"/a"), PathRelation::APART);
+    EXPECT_EQ(relate(L"/a", L"/"), PathRelation::INSIDE);
+    EXPECT_EQ(relate(L"/", L"/"), PathRelation::SAME);
+    EXPECT_EQ(relate(L"a", L"/"), PathRelation::APART);
+    EXPECT_EQ(componentCount(L"//a//b/"), 2U);
+    EXPECT_EQ(componentCount(L"/"), 0U);
+}
+
+TEST(PathText, ExpandsVariables) {
+    const auto expand = [](const std::wstring& text, unsigned limit) {
+        std::vector<wchar_t> out(limit + 1, L'#');
+        EXPECT_EQ(PathHelper::expand_path_variable(text.c_str(), out.data(), limit), 0);
+        EXPECT_EQ(out[limit], L'#');
+        return std::wstring(out.data());
+    };
+    EXPECT_EQ(expand(L"%HOME%/x%", 64), L"%HOME%/x%");
+    EXPECT_EQ(expand(L"%__LAST_ENTRY__%%%", 64), L"%__LAST_ENTRY__%%%");
+    const std::wstring longest(1023, L'x');
+    EXPECT_EQ(expand(longest, 1024), longest);
+    EXPECT_EQ(expand(longest + L"yz", 1024), longest);
+    EXPECT_EQ(expand(L"ab%NAME%", 5), L"ab%N");
+    EXPECT_EQ(expand(L"a", 1), L"");
+    wchar_t out[4];
+    EXPECT_EQ(PathHelper::expand_path_variable(nullptr, out, 4), -1);
+    EXPECT_EQ(PathHelper::expand_path_variable(L"", out, 4), -1);
+    EXPECT_EQ(PathHelper::expand_path_variable(L"a", nullptr, 4), -1);
+    EXPECT_EQ(PathHelper::expand_path_variable(L"a", out, 0), -1);
+}
+
+}  // namespace
+}  // namespace fscanner
