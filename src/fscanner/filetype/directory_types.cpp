@@ -1,0 +1,102 @@
+#include "fscanner/filetype/directory_types.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/filetype/directory_names.h"
+#include "fscanner/filetype/file_program.h"
+#include "fscanner/filetype/list_file.h"
+
+namespace fscanner {
+namespace {
+
+constexpr std::wstring_view separator = L": ";
+
+std::wstring lineFor(std::wstring_view path, const std::string& description) {
+    std::wstring line(path);
+    line += separator;
+    appendWide(line, description);
+    return line;
+}
+
+std::vector<FileAnswer> pairUp(std::vector<std::string> names,
+                               std::vector<std::string> descriptions) {
+    std::vector<FileAnswer> answers;
+    answers.reserve(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        answers.push_back({std::move(names[i]), std::move(descriptions[i])});
+    }
+    return answers;
+}
+
+}  // namespace
+
+FileLocation locate(const std::string& path) {
+    std::size_t slash = path.rfind('/');
+    if (slash == path.npos) return {".", path};
+    return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
+}
+
+std::vector<FileAnswer> describeDirectory(const FileLocation& wanted) {
+    auto directory = NameDirectory::open(wanted.directory.c_str());
+    auto names = directory ? directory->names() : std::nullopt;
+    if (!names) return {};
+    std::sort(names->begin(), names->end());
+    if (!std::binary_search(names->begin(), names->end(), wanted.name)) return {};
+    auto descriptions = describeFiles(directory->descriptor(), *names);
+    return pairUp(std::move(*names), std::move(descriptions));
+}
+
+std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile) {
+    auto names = writeListFile(wanted.directory.c_str(), listFile);
+    if (!names) return {};
+    struct Remover {
+        const char* path;
+        ~Remover() { unlink(path); }
+    } remover{listFile};
+    for (std::string& name : *names) name.erase(0, name.rfind('/') + 1);
+    if (std::find(names->begin(), names->end(), wanted.name) == names->end()) return {};
+    auto descriptions = describeListedFiles(listFile, names->size());
+    return pairUp(std::move(*names), std::move(descriptions));
+}
+
+std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
+                                                   const std::string& pathBytes,
+                                                   const DescribeDirectory& describe) {
+    FileLocation wanted = locate(pathBytes);
+    if (wanted.name.empty()) return std::nullopt;
+    // Answers are kept under the text that the name's bytes decode to, which may
+    // differ from the host's way of writing them.
+    std::wstring key = toWide(pathBytes);
+    Element cached = cache_.take(key);
+    std::wstring line = cached.getID() >= 0 ? std::wstring(cached.getFileTypeInfo())
+                                            : describeOthers(key, wanted, describe);
+    // Unknown types wait in the cache as well: a directory on which `file` hangs
+    // costs one time-out, not one for each of its files.
+    if (line.size() <= key.size() + separator.size()) return std::nullopt;
+    return line.replace(0, key.size(), path);
+}
+
+std::wstring DirectoryTypes::describeOthers(std::wstring_view key, const FileLocation& wanted,
+                                            const DescribeDirectory& describe) {
+    std::wstring line;
+    std::wstring path(key.substr(0, key.rfind(L'/') + 1));
+    const std::size_t prefix = path.size();
+    for (const FileAnswer& answer : describe(wanted)) {
+        path.resize(prefix);
+        appendWide(path, answer.name);
+        std::wstring answerLine = lineFor(path, answer.description);
+        if (answer.name == wanted.name) {
+            line = std::move(answerLine);
+        } else {
+            cache_.insert(Element(batch_, answerLine.c_str()), path);
+        }
+    }
+    batch_ = batch_ % 65536 + 1;
+    return line;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,106 @@
+#include "fscanner/filetype/file_program.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "fscanner/filetype/child_process.h"
+#include "fscanner/filetype/file_output.h"
+
+namespace fscanner {
+namespace {
+
+// As many files as a directory may hold that crash the program before its rest
+// is given up; each costs a start of the program.
+constexpr int toleratedDeaths = 8;
+
+struct RunResult {
+    std::vector<std::string> descriptions;  // of the first files, as far as it got
+    bool worthAnother = false;              // it died on the file that follows them
+};
+
+std::string findProgram() {
+    for (const char* candidate : {"/usr/bin/file", "/bin/file"}) {
+        if (access(candidate, X_OK) == 0) return candidate;
+    }
+    return {};
+}
+
+/// Brief (-b), each answer ended by a NUL (-00) and written at once (-n), so that
+/// a death loses no earlier answer.
+std::vector<std::string> baseArguments() {
+    return {fileProgram().path, "-b", "-n", "-00"};
+}
+
+RunResult run(const std::vector<std::string>& arguments, int directory, std::size_t count) {
+    const FileProgram& program = fileProgram();
+    if (program.path.empty()) return {};
+    auto process = ChildProcess::start(arguments, directory);
+    if (!process) return {};
+    auto limit = program.timePerRun + program.timePerFile * static_cast<long>(count);
+    FileOutput output(count);
+    auto end = process->read(ChildProcess::Clock::now() + limit, [&](std::string_view bytes) {
+        output.append(bytes);
+        return !output.complete();
+    });
+    return {std::move(output.descriptions()), end == ChildProcess::ReadEnd::endOfOutput};
+}
+
+/// How many of the first names fit in one run; never none.
+std::size_t countForOneRun(std::span<const std::string> names) {
+    std::size_t bytes = 0;
+    std::size_t count = 0;
+    for (const std::string& name : names) {
+        bytes += name.size() + sizeof("./") + sizeof(char*);
+        if (count > 0 && bytes > fileProgram().argumentBytes) break;
+        ++count;
+    }
+    return count;
+}
+
+RunResult runOver(int directory, std::span<const std::string> names) {
+    std::vector<std::string> arguments = baseArguments();
+    arguments.emplace_back("--");
+    // "./" keeps "-" from being standard input.
+    for (const std::string& name : names) {
+        arguments.push_back(name.starts_with('/') ? name : "./" + name);
+    }
+    return run(arguments, directory, names.size());
+}
+
+}  // namespace
+
+FileProgram& fileProgram() {
+    static FileProgram program{.path = findProgram()};
+    return program;
+}
+
+std::vector<std::string> describeFiles(int directory, std::span<const std::string> names) {
+    std::vector<std::string> descriptions;
+    descriptions.reserve(names.size());
+    int deaths = 0;
+    while (descriptions.size() < names.size()) {
+        auto rest = names.subspan(descriptions.size());
+        auto batch = rest.first(countForOneRun(rest));
+        RunResult result = runOver(directory, batch);
+        std::move(result.descriptions.begin(), result.descriptions.end(),
+                  std::back_inserter(descriptions));
+        if (result.descriptions.size() == batch.size()) continue;
+        if (!result.worthAnother || ++deaths > toleratedDeaths) break;
+        descriptions.emplace_back();
+    }
+    descriptions.resize(names.size());
+    return descriptions;
+}
+
+std::vector<std::string> describeListedFiles(const std::string& listFile, std::size_t count) {
+    std::vector<std::string> arguments = baseArguments();
+    arguments.insert(arguments.end(), {"-f", listFile});
+    auto descriptions = run(arguments, AT_FDCWD, count).descriptions;
+    descriptions.resize(count);
+    return descriptions;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cwchar>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/filetype/file_program.h"
+#include "fscanner/filetype/filetypehelper.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+
+inline StringList<wchar_t> wordList(std::initializer_list<const wchar_t*> words) {
+    StringList<wchar_t> list;
+    for (const wchar_t* word : words) list.insert(word);
+    return list;
+}
+
+/// A directory of files, and programs that stand in for `file` and count their runs.
+class FileTypeTest : public testing::Test {
+protected:
+    ~FileTypeTest() override { fileProgram() = saved_; }
+
+    std::string path(const std::string& name) const { return files_ / name; }
+    void write(const std::string& name, const std::string& bytes = "text\n") {
+        writeWholeFile(path(name), bytes);
+    }
+    /// Runs `script` with the arguments of `file` from now on.
+    void standIn(const std::string& script) {
+        const std::string program = tools_ / "file";
+        writeWholeFile(program, "#!/bin/sh\necho run >> '" + (tools_ / "runs") + "'\n" + script);
+        ::chmod(program.c_str(), 0700);
+        std::filesystem::remove(tools_ / "runs");
+        fileProgram().path = program;
+    }
+    void countRuns() { standIn("exec '" + saved_.path + "' \"$@\"\n"); }
+    std::ptrdiff_t runs() const {
+        const std::string log = readWholeFile(tools_ / "runs");
+        return std::count(log.begin(), log.end(), '\n');
+    }
+
+    using Method = bool (FileTypeChecker::*)(const wchar_t*, wchar_t**);
+    /// What is said about the file, or "unknown".
+    std::string typeOfPath(const std::string& whole, Method method) {
+        const std::wstring wide = toWide(whole);
+        wchar_t* info = nullptr;
+        if (!(checker_.*method)(wide.c_str(), &info)) return "unknown";
+        const std::unique_ptr<wchar_t, decltype(&std::free)> line(info, &std::free);
+        EXPECT_EQ(std::wstring(info).substr(0, wide.size() + 2), wide + L": ");
+        return toMultibyte(info + wide.size() + 2);
+    }
+    std::string typeOf(const std::string& name, Method method = &FileTypeChecker::getFileTypeEx) {
+        return typeOfPath(path(name), method);
+    }
+
+    const FileProgram saved_ = fileProgram();
+    TemporaryDirectory files_;
+    TemporaryDirectory tools_;
+    FileTypeChecker checker_;
+};
+
+}  // namespace fscanner

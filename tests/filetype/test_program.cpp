@@ -1,0 +1,159 @@
+// A `file` that is missing, hangs, floods, dies or talks rubbish, and hosts that
+// run us with closed descriptors and odd signals.
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include "filetype_fixture.h"
+#include "support/child_process.h"
+
+namespace fscanner {
+namespace {
+
+/// Describes each file as "type of ./name"; dies on the files called bad*.
+const std::string talkative =
+    "for a; do case $a in\n"
+    "./bad*) kill -9 $$;;\n"
+    "./*) printf 'type of %s\\0' \"$a\";;\n"
+    "esac; done\n";
+
+class ProgramTest : public FileTypeTest {
+protected:
+    void writeAll(std::initializer_list<const char*> names) {
+        for (const char* name : names) write(name);
+    }
+    bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
+};
+
+TEST_F(ProgramTest, ThatGivesNoAnswerCostsTheTypesAlone) {
+    struct Case {
+        const char* name;
+        std::string script;
+        std::ptrdiff_t runs;
+    };
+    // What ends without an answer is tried again behind the file it stopped at.
+    const std::vector<Case> cases{
+        {"silent", "exit 0\n", 3},
+        {"dies", "kill -11 $$\n", 3},
+        {"complains", "echo failure >&2; exit 1\n", 3},
+        {"rubbish without an end", "echo rubbish; echo /a: text\n", 3},
+        {"floods without an end", "exec yes\n", 1},
+        {"hangs", "echo $$ > \"$0.pid\"; exec sleep 1000\n", 1},
+        {"hangs with its output closed", "exec >&-; exec sleep 1000\n", 3},
+    };
+    fileProgram().timePerRun = std::chrono::milliseconds(1500);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        writeAll({"a", "b", "c"});
+        standIn(c.script);
+        for (const char* name : {"a", "b", "c"}) EXPECT_EQ(typeOf(name), "unknown");
+        EXPECT_EQ(runs(), c.runs) << "asking for the others must not try again";
+        EXPECT_FALSE(hasChildren());
+    }
+    const pid_t sleeper = std::stoi(readWholeFile(tools_ / "file.pid"));
+    EXPECT_NE(::kill(sleeper, 0), 0) << "still runs";
+    for (const std::string& program : {std::string(), tools_ / "absent", files_.path().string()}) {
+        fileProgram().path = program;
+        EXPECT_EQ(typeOf("a"), "unknown") << program;
+    }
+}
+
+TEST_F(ProgramTest, ThatDiesOnAFileKeepsTheOtherAnswers) {
+    writeAll({"a", "bad", "c", "d"});
+    standIn(talkative);
+    EXPECT_EQ(typeOf("d"), "type of ./d");
+    EXPECT_EQ(typeOf("bad"), "unknown");
+    EXPECT_EQ(typeOf("a"), "type of ./a");
+    EXPECT_EQ(typeOf("c"), "type of ./c");
+    EXPECT_EQ(runs(), 2);
+}
+
+TEST_F(ProgramTest, ThatDiesOnEveryFileIsGivenUp) {
+    for (int i = 10; i < 60; ++i) write("bad" + std::to_string(i));
+    standIn(talkative);
+    for (int i = 10; i < 60; ++i) EXPECT_EQ(typeOf("bad" + std::to_string(i)), "unknown");
+    EXPECT_EQ(runs(), 9);
+}
+
+TEST_F(ProgramTest, ThatSaysTooMuchIsCutShort) {
+    writeAll({"a", "b"});
+    standIn("printf '%020000d\\0' 1; printf 'second\\0'; exec yes\n");
+    EXPECT_EQ(typeOf("a"), std::string(8191, '0'));
+    EXPECT_EQ(typeOf("b"), "second");
+    EXPECT_FALSE(hasChildren());
+}
+
+TEST_F(ProgramTest, IsRunSeveralTimesForAHugeDirectory) {
+    for (int i = 0; i < 100; ++i) write(std::string(200, 'n') + std::to_string(i));
+    standIn(talkative);
+    fileProgram().argumentBytes = 2500;  // eleven names
+    for (int i = 99; i >= 0; --i) {
+        const std::string name = std::string(200, 'n') + std::to_string(i);
+        EXPECT_EQ(typeOf(name), "type of ./" + name);
+    }
+    EXPECT_EQ(runs(), 10);
+    fileProgram().argumentBytes = 1;
+    EXPECT_EQ(typeOf(std::string(200, 'n') + "0").substr(0, 8), "type of ");
+}
+
+TEST_F(ProgramTest, InheritsNoDescriptorAndNoSignalSetting) {
+    write("a");
+    // Seven digits each for signals 1 to 28: the C library ignores two of its own.
+    standIn(
+        "[ -e /proc/$$/fd/77 ] && printf 'leak ' \n"
+        "exec awk '/Sig(Blk|Ign)/ {printf \"%s\", substr($2, 10)} END {printf \"%c\", 0}' "
+        "/proc/self/status\n");
+    const int result = inChild([&] {
+        ::dup2(1, 77);
+        ::signal(SIGPIPE, SIG_IGN);
+        ::signal(SIGUSR1, SIG_IGN);
+        sigset_t all;
+        sigfillset(&all);
+        ::sigprocmask(SIG_BLOCK, &all, nullptr);
+        return typeOf("a") == std::string(14, '0') ? 0 : 1;
+    });
+    EXPECT_EQ(result, 0);
+}
+
+TEST_F(ProgramTest, WorksForHostsWithOddSettings) {
+    write("a");
+    auto known = [&] { return typeOf("a") == "ASCII text" ? 0 : 1; };
+    auto closing = [&](int first, int last) {
+        return inChild([&] {
+            for (int fd = first; fd <= last; ++fd) ::close(fd);
+            return known();
+        });
+    };
+    EXPECT_EQ(closing(0, 2), 0);
+    EXPECT_EQ(closing(0, 0), 0);
+    EXPECT_EQ(closing(1, 2), 0);
+    EXPECT_EQ(inChild([&] {
+                  ::signal(SIGCHLD, SIG_IGN);
+                  return known();
+              }),
+              0)
+        << "children reaped by the system";
+}
+
+TEST_F(ProgramTest, IsWaitedForThroughSignals) {
+    write("a");
+    standIn("sleep 0.2; printf 'late\\0'\n");
+    EXPECT_EQ(inChild([&] {
+                  struct sigaction action {};
+                  action.sa_handler = [](int) {};  // no SA_RESTART
+                  ::sigaction(SIGALRM, &action, nullptr);
+                  const itimerval often{{0, 2000}, {0, 2000}};
+                  ::setitimer(ITIMER_REAL, &often, nullptr);
+                  return typeOf("a") == "late" ? 0 : 1;
+              }),
+              0);
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,294 @@
+// What the real program says about real files, and how often it is run.
+
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "filetype_fixture.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Sample {
+    std::string content;
+    std::string description;
+};
+// Of different types, so that an answer that slips to another file shows.
+const std::vector<Sample> samples{
+    {"plain\n", "ASCII text"},
+    {"#!/bin/sh\n", "POSIX shell script, ASCII text executable"},
+    {"", "empty"},
+    {"%PDF-1.4\n", "PDF document, version 1.4"},
+    {"GIF89a\1\1\1\1", "GIF image data, version 89a, 257 x 257"},
+};
+const Sample& sample(std::size_t i) {
+    return samples[i % samples.size()];
+}
+
+const std::vector<std::string> hostileNames{
+    "$(touch pwned)",
+    "`touch pwned`",
+    "\"; touch pwned; \"",
+    "' ; touch pwned '",
+    "a\nb",
+    "\n",
+    "-m",
+    "--help",
+    "-",
+    "--",
+    "-f",
+    "tab\there",
+    " blank ",
+    "caf\xe9",
+    "\xc3\xa9",
+    "\xff\xfe",
+    "*",
+    "?",
+    "colon",
+    "colon:",
+    "colon: ELF",
+    "colon:b",
+    ".hidden",
+    "..double",
+    "back\\slash",
+    "\x1b[31m",
+    "%s%n",
+    "|touch pwned",
+    "&touch pwned",
+    ">pwned",
+    std::string(255, 'x'),
+};
+
+TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
+    for (const char* name :
+         {"plain", "$(touch pwned)", "\"`touch pwned`\"", "-m", "new\nline: ELF", "caf\xe9 "}) {
+        SCOPED_TRACE(name);
+        countRuns();
+        const std::string directory = path(name) + "/";
+        fs::create_directory(directory);
+        for (std::size_t i = 0; i < hostileNames.size(); ++i) {
+            writeWholeFile(directory + hostileNames[i], sample(i).content);
+        }
+        for (std::size_t i = 0; i < hostileNames.size(); ++i) {
+            for (Method method : {&FileTypeChecker::getFileTypeEx, &FileTypeChecker::getFileType}) {
+                EXPECT_EQ(typeOfPath(directory + hostileNames[i], method), sample(i).description)
+                    << hostileNames[i];
+            }
+        }
+        EXPECT_EQ(runs(), 1 + static_cast<std::ptrdiff_t>(hostileNames.size()));
+        std::set<std::string> left;
+        for (const auto& entry : fs::directory_iterator(directory)) {
+            left.insert(entry.path().filename());
+        }
+        EXPECT_EQ(left, std::set(hostileNames.begin(), hostileNames.end()));
+    }
+    EXPECT_FALSE(fs::exists(path("pwned")) || fs::exists("pwned")) << "something was executed";
+}
+
+TEST_F(FileTypeTest, OneRunServesADirectoryAndEachAnswerOneQuestion) {
+    countRuns();
+    write("a");
+    write("b", "%PDF-1.4\n");
+    fs::create_directory(path("sub"));
+    EXPECT_EQ(typeOf("a"), "ASCII text");
+    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
+    EXPECT_EQ(typeOf("sub"), "directory");
+    EXPECT_EQ(runs(), 1);
+    EXPECT_EQ(typeOf("a"), "ASCII text");
+    EXPECT_EQ(runs(), 2) << "asked again";
+    EXPECT_EQ(typeOf("absent"), "unknown");
+    EXPECT_EQ(typeOf(""), "unknown");
+    EXPECT_EQ(runs(), 2) << "the directory does not hold these";
+}
+
+// An answer that waits is used even if its file has changed meanwhile, once.
+TEST_F(FileTypeTest, AWaitingAnswerMayBeStale) {
+    write("a");
+    write("b");
+    EXPECT_EQ(typeOf("a"), "ASCII text");
+    write("b", "%PDF-1.4\n");
+    EXPECT_EQ(typeOf("b"), "ASCII text");
+    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
+}
+
+TEST_F(FileTypeTest, AnotherFilesLineIsNoAnswer) {
+    write("a:b", "%PDF-1.4\n");
+    write("c");
+    EXPECT_EQ(typeOf("c"), "ASCII text");
+    EXPECT_EQ(typeOf("a"), "unknown");
+    EXPECT_EQ(typeOf("a:b"), "PDF document, version 1.4");
+}
+
+TEST_F(FileTypeTest, ChecksWordsOfTheDescription) {
+    write("a.txt");
+    fs::create_symlink("a.txt", path("link"));
+    struct Case {
+        const wchar_t* name;
+        StringList<wchar_t> wanted;
+        bool matches;
+    };
+    std::vector<Case> cases{
+        {L"a.txt", wordList({L"ASCII text"}), true},
+        {L"a.txt", wordList({L"ELF", L"text"}), true},
+        {L"a.txt", wordList({L"ascii"}), false},
+        {L"link", wordList({L"symbolic"}), true},
+        {L"link", wordList({L"a.txt"}), true},  // the target's name is a word as well
+        {L"link", wordList({L"ASCII"}), false},
+        {L"absent", wordList({L"ASCII"}), false},
+        {L"absent", wordList({}), true},
+        {nullptr, wordList({}), false},
+    };
+    const std::wstring directory = files_.path().wstring();
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        EXPECT_EQ(checker_.check(directory.c_str(), cases[i].name, cases[i].wanted),
+                  cases[i].matches)
+            << i;
+    }
+    EXPECT_TRUE(checker_.check(nullptr, cases[7].wanted));
+    EXPECT_FALSE(checker_.check(nullptr, cases[0].wanted));
+}
+
+TEST_F(FileTypeTest, TheRootsFilesHaveOneSlash) {
+    auto directory = wordList({L"directory"});
+    EXPECT_TRUE(checker_.check(L"/", L"etc", directory));
+    EXPECT_EQ(typeOfPath("/etc", &FileTypeChecker::getFileTypeEx), "directory");
+}
+
+TEST_F(FileTypeTest, APathOf1024CharactersHasNoType) {
+    std::string deep = files_.path();
+    while (deep.size() < 900) deep += "/" + std::string(100, 'd');
+    fs::create_directories(deep);
+    for (std::size_t length : {1023U, 1024U}) {
+        const std::string file = deep + "/" + std::string(length - deep.size() - 1, 'f');
+        writeWholeFile(file, "text\n");
+        EXPECT_EQ(typeOfPath(file, &FileTypeChecker::getFileTypeEx),
+                  length == 1023 ? "ASCII text" : "unknown");
+    }
+}
+
+TEST_F(FileTypeTest, ALinkIsNotFollowedToTheDirectory) {
+    fs::create_directory(path("real"));
+    write("real/a");
+    fs::create_directory_symlink("real", path("link"));
+    EXPECT_EQ(typeOf("link/a"), "unknown");
+    EXPECT_EQ(typeOf("real/a"), "ASCII text");
+}
+
+TEST_F(FileTypeTest, TheHostsEnvironmentChangesNoAnswer) {
+    write(".magic", "0 string text EVIL\n");
+    write("a");
+    fs::create_symlink("a", path("link"));
+    const std::vector<std::pair<const char*, std::string>> variables{
+        {"MAGIC", path(".magic")}, {"HOME", files_.path()}, {"POSIXLY_CORRECT", "1"}};
+    std::vector<std::pair<const char*, std::string>> before;
+    for (const auto& [name, value] : variables) {
+        if (const char* old = std::getenv(name)) before.emplace_back(name, old);
+        ::setenv(name, value.c_str(), 1);
+    }
+    EXPECT_EQ(typeOf("a"), "ASCII text");
+    EXPECT_EQ(typeOf("link"), "symbolic link to a");
+    for (const auto& [name, value] : variables) ::unsetenv(name);
+    for (const auto& [name, value] : before) ::setenv(name, value.c_str(), 1);
+}
+
+TEST_F(FileTypeTest, SeveralFilesTakeOneRun) {
+    countRuns();
+    write("a");
+    write("-m", "%PDF-1.4\n");
+    const std::wstring directory = files_.path().wstring();
+    auto names = wordList({L"a", L"absent", L"-m"});
+    auto text = wordList({L"text", L"PDF"});
+    std::vector<bool> matched;
+    EXPECT_TRUE(checker_.check(directory.c_str(), names, text, matched));
+    EXPECT_EQ(matched, (std::vector<bool>{true, false, true}));
+    EXPECT_EQ(runs(), 1);
+    EXPECT_FALSE(checker_.check((directory + L"/absent").c_str(), names, text, matched));
+    EXPECT_EQ(matched, std::vector<bool>(3, false));
+    auto anything = wordList({});
+    EXPECT_TRUE(checker_.check(nullptr, names, anything, matched));
+    EXPECT_EQ(matched, std::vector<bool>(3, true));
+    EXPECT_EQ(runs(), 1);
+}
+
+TEST_F(FileTypeTest, FailuresAreLogged) {
+    const std::string log = tools_ / "log";
+    ASSERT_TRUE(startDebug(log.c_str()));
+    EXPECT_EQ(typeOfPath("/absent/a", &FileTypeChecker::getFileTypeEx), "unknown");
+    stopDebug();
+    EXPECT_EQ(readWholeFile(log),
+              "FileTypeChecker::getFileTypeEx - path file name '/absent/a' not found!\n");
+}
+
+/// The list file lies in the current directory, so that is a temporary one here.
+class ListFile : public FileTypeTest {
+protected:
+    ListFile() { fs::current_path(tools_.path()); }
+    ~ListFile() override { fs::current_path(before_); }
+
+    std::string typeByList(const std::string& name) {
+        return typeOf(name, &FileTypeChecker::getFileTypeEx_2);
+    }
+    std::string nameInUse() const {
+        std::array<char, 64> name{};
+        auto identity = static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(&checker_));
+        std::snprintf(name.data(), name.size(), "tav_cmd_file_%x", identity);
+        return name.data();
+    }
+
+private:
+    const fs::path before_ = fs::current_path();
+};
+
+TEST_F(ListFile, GivesTheSameAnswersForFilesAlone) {
+    countRuns();
+    for (std::size_t i = 0; i < hostileNames.size(); ++i) write(hostileNames[i], sample(i).content);
+    fs::create_directory(path("sub"));
+    for (std::size_t i = 0; i < hostileNames.size(); ++i) {
+        const bool listable = hostileNames[i].find('\n') == std::string::npos;
+        EXPECT_EQ(typeByList(hostileNames[i]), listable ? sample(i).description : "unknown")
+            << hostileNames[i];
+    }
+    EXPECT_EQ(typeByList("sub"), "unknown");
+    EXPECT_EQ(runs(), 1);
+    EXPECT_FALSE(fs::exists(nameInUse()));
+}
+
+TEST_F(ListFile, LeavesAloneWhatLiesUnderItsName) {
+    write("a");
+    write("victim", "precious");
+    fs::create_symlink(path("victim"), nameInUse());
+    EXPECT_EQ(typeByList("a"), "unknown");
+    EXPECT_TRUE(fs::is_symlink(nameInUse()));
+    EXPECT_EQ(readWholeFile(path("victim")), "precious");
+}
+
+TEST_F(ListFile, HoldsThePathsOfAllButDirectories) {
+    write("a");
+    write(".hidden");
+    write("new\nline");
+    fs::create_directory(path("sub"));
+    fs::create_directory_symlink("sub", path("link"));
+    const std::string directory = files_.path();
+    EXPECT_EQ(makeListFile(directory.c_str(), "list"), 3);
+    const std::string list = readWholeFile("list");
+    for (const char* name : {"a", ".hidden", "link"}) {
+        EXPECT_NE(list.find(path(name) + "\n"), std::string::npos) << name;
+    }
+    EXPECT_EQ(std::count(list.begin(), list.end(), '\n'), 3);
+    EXPECT_EQ(fs::status("list").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_EQ(makeListFile(directory.c_str(), "list"), -1);
+    EXPECT_EQ(readWholeFile("list"), list);
+    EXPECT_EQ(makeListFile("/absent", "other"), -1);
+    EXPECT_FALSE(fs::exists("other"));
+}
+
+}  // namespace
+}  // namespace fscanner
