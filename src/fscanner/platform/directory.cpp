@@ -1,0 +1,191 @@
+#include "fscanner/platform/directory.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace fscanner {
+
+namespace {
+
+constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+// A buffer that one huge directory has grown is given back beyond this size.
+constexpr std::size_t kKeepCapacity = 1024 * 1024;
+
+// The kernel's record, which glibc does not declare.
+struct LinuxDirent {
+    ino64_t inode;
+    off64_t offset;
+    unsigned short length;
+    unsigned char type;
+    char name[1];
+};
+
+EntryType entryType(unsigned char type) {
+    switch (type) {
+        case DT_DIR:
+            return EntryType::directory;
+        case DT_UNKNOWN:
+            return EntryType::unknown;
+        default:
+            return EntryType::other;
+    }
+}
+
+bool isDotEntry(const char* name) {
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries) {
+    for (std::size_t at = 0; at < size;) {
+        const char* record = buffer + at;
+        unsigned short length = 0;
+        std::memcpy(&length, record + offsetof(LinuxDirent, length), sizeof length);
+        const char* name = record + offsetof(LinuxDirent, name);
+        if (!isDotEntry(name)) {
+            const auto type = static_cast<unsigned char>(record[offsetof(LinuxDirent, type)]);
+            entries.add(name, entryType(type));
+        }
+        at += length;
+    }
+}
+
+// Descriptors 0 to 2 are the host's, even where it has closed them.
+int liftDescriptor(int descriptor) {
+    if (descriptor < 0 || descriptor > 2) return descriptor;
+    const int lifted = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
+    const int error = errno;
+    ::close(descriptor);
+    errno = error;
+    return lifted;
+}
+
+int openBeside(int parent, const char* name) {
+    return liftDescriptor(openat(parent, name, kOpenFlags));
+}
+
+// Where the kernel has no openat2: one component after the other.
+int openByComponents(const char* path) {
+    int descriptor = openBeside(AT_FDCWD, "/");
+    std::string component;
+    while (descriptor >= 0 && *path) {
+        path += std::strspn(path, "/");
+        const std::size_t length = std::strcspn(path, "/");
+        if (length == 0) break;
+        component.assign(path, length);
+        const int next = openBeside(descriptor, component.c_str());
+        const int error = errno;
+        ::close(descriptor);
+        errno = error;
+        descriptor = next;
+        path += length;
+    }
+    return descriptor;
+}
+
+int openWithoutLinks(const char* path) {
+    open_how how{};
+    how.flags = static_cast<unsigned>(kOpenFlags);
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    const long descriptor = syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
+    if (descriptor >= 0) return liftDescriptor(static_cast<int>(descriptor));
+    // EPERM is what some sandboxes say of a call that they do not know.
+    const bool unsupported = errno == ENOSYS || errno == EPERM;
+    return unsupported ? openByComponents(path) : -1;
+}
+
+}  // namespace
+
+void DirectoryEntries::clear() {
+    if (data_.size() > kKeepCapacity) data_ = std::string();
+    end_ = 0;
+}
+
+void DirectoryEntries::add(std::string_view name, EntryType type) {
+    const std::size_t needed = end_ + name.size() + 3;
+    if (data_.size() < needed) data_.resize(needed + needed / 2 + 256);
+    char* at = data_.data() + end_;
+    std::memcpy(at, name.data(), name.size());
+    at[name.size()] = '\0';
+    at[name.size() + 1] = static_cast<char>(type);
+    at[name.size() + 2] = static_cast<char>(name.size());
+    end_ = needed;
+}
+
+bool DirectoryEntries::takeLast(Entry& entry) {
+    if (end_ == 0) return false;
+    const char* end = data_.data() + end_;
+    const std::size_t length = static_cast<unsigned char>(end[-1]);
+    entry.type = static_cast<EntryType>(end[-2]);
+    entry.name = std::string_view(end - 3 - length, length);
+    end_ -= length + 3;
+    return true;
+}
+
+Directory::Directory(Directory&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+Directory& Directory::operator=(Directory&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+}
+
+Directory::~Directory() {
+    close();
+}
+
+int Directory::openPath(const char* path) {
+    close();
+    descriptor_ = openWithoutLinks(path);
+    return descriptor_ < 0 ? errno : 0;
+}
+
+int Directory::openChild(const Directory& parent, const char* name) {
+    close();
+    descriptor_ = openBeside(parent.descriptor_, name);
+    return descriptor_ < 0 ? errno : 0;
+}
+
+void Directory::close() {
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+}
+
+int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
+    entries.clear();
+    for (;;) {
+        const long size = syscall(SYS_getdents64, descriptor_, buffer.data(),
+                                  static_cast<unsigned>(buffer.size()));
+        if (size < 0 && errno == EINTR) continue;
+        if (size < 0) return errno;
+        if (size == 0) return 0;
+        addRecords(buffer.data(), static_cast<std::size_t>(size), entries);
+    }
+}
+
+int Directory::statEntry(const char* name, struct stat& info) const {
+    return fstatat(descriptor_, name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+}
+
+int Directory::identify(Identity& identity) const {
+    struct stat info {};
+    if (fstat(descriptor_, &info) != 0) return errno;
+    identity = {info.st_dev, info.st_ino};
+    return 0;
+}
+
+int examineDirectory(const char* path, bool& isDirectory) {
+    struct stat info {};
+    isDirectory = false;
+    if (lstat(path, &info) != 0) return errno;
+    isDirectory = S_ISDIR(info.st_mode);
+    return 0;
+}
+
+}  // namespace fscanner

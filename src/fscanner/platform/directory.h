@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+
+struct stat;
+
+namespace fscanner {
+
+/// What a directory entry is, as far as the directory itself tells.
+enum class EntryType : unsigned char { unknown, directory, other };
+
+/// The entries of one directory, packed one behind the other and taken from the
+/// last to the first. "." and ".." are left out when they are added.
+///
+/// A record is the name, its terminator, the type and the name's length, so that
+/// reading backwards needs no table of offsets.
+class DirectoryEntries {
+public:
+    /// One entry; the name is terminated and valid until the next change.
+    struct Entry {
+        std::string_view name;
+        EntryType type = EntryType::unknown;
+    };
+
+    void clear();
+    void add(std::string_view name, EntryType type);
+    bool empty() const { return end_ == 0; }
+    /// Takes the last entry; false when none is left.
+    bool takeLast(Entry& entry);
+
+private:
+    std::string data_;
+    std::size_t end_ = 0;
+};
+
+/// An open directory. Everything below it is reached through its descriptor and
+/// never through a symbolic link.
+class Directory {
+public:
+    Directory() = default;
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
+    Directory(Directory&& other) noexcept;
+    Directory& operator=(Directory&& other) noexcept;
+    ~Directory();
+
+    /// Opens an absolute path in which no component may be a link. 0, or the errno.
+    int openPath(const char* path);
+    /// Opens the directory `name` in `parent`; a link is refused. 0, or the errno.
+    int openChild(const Directory& parent, const char* name);
+    void close();
+    bool isOpen() const { return descriptor_ >= 0; }
+
+    /// Reads all entries in the system's order through `buffer` (some ten KiB at
+    /// best). 0, or the errno.
+    int read(DirectoryEntries& entries, std::span<char> buffer) const;
+    /// `fstatat` of an entry, not following links. 0, or the errno.
+    int statEntry(const char* name, struct stat& info) const;
+    /// Remembers which directory this is, and tells whether `other` is the same.
+    struct Identity {
+        unsigned long long device = 0;
+        unsigned long long inode = 0;
+        bool operator==(const Identity&) const = default;
+    };
+    /// 0, or the errno.
+    int identify(Identity& identity) const;
+
+private:
+    int descriptor_ = -1;
+};
+
+/// Whether `path` is a directory itself, links not followed. 0, or the errno (and
+/// `isDirectory` is false then).
+int examineDirectory(const char* path, bool& isDirectory);
+
+}  // namespace fscanner
