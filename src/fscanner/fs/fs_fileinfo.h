@@ -41,6 +41,11 @@ public:
 
     /// Frees both texts and zeroes everything.
     void clear();
+    /// Forgets what is known of the file and keeps both texts: one record serves a
+    /// whole scan.
+    void forgetInfo();
+    /// Notes that the file could not be examined.
+    void setError();
     /// A copy released with delete[]; null for null.
     static wchar_t* duplicateString(const wchar_t* s);
 

@@ -1,0 +1,82 @@
+#include "fscanner/engine/file_processor.h"
+
+#include <cstdlib>
+#include <cwchar>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/common/string_list.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+
+namespace fscanner {
+
+int fpPathCommand::execute(const ExpValue&, const ExpValue&, ExpValue& result) {
+    resetExpValue(STRING, result);
+    if (!file_) return 0;
+    const std::unique_ptr<wchar_t, decltype(&std::free)> path(
+        getFullPathName(file_->getPath(), file_->getName()), std::free);
+    if (path) result.setStringValue(path.get());
+    return 0;
+}
+
+int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& result) {
+    if (file.getType() != STRING || type.getType() != STRING) {
+        debug("%s::execute - args not valid!\n", owner_);
+        return 1;
+    }
+    StringList<wchar_t> wanted;
+    wanted.insert(type.getStringValue());
+    resetExpValue(NUMERIC, result);
+    result.setNumericValue(checker_.check(file.getStringValue(), wanted) ? 1 : 0);
+    return 0;
+}
+
+FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive)
+    : caseSensitive_(caseSensitive) {
+    fields_.add(L"FILENAME", 5);
+    fields_.add(L"SHORTFILENAME", 5);
+    fields_.add(L"SIZE", 4);
+    fields_.add(L"ATTR", 3);
+    fields_.add(L"PATHID", 3);
+    name_ = static_cast<TextField*>(fields_.at(0));
+    shortName_ = static_cast<TextField*>(fields_.at(1));
+    size_ = static_cast<Int64Field*>(fields_.at(2));
+    attributes_ = static_cast<Int32Field*>(fields_.at(3));
+    if (!criteria || !*criteria) return;
+    evaluator_ = std::make_unique<CriteriaEvaluator>(criteria);
+    compiles_ = registerCommands() && evaluator_->setFields(&fields_) && evaluator_->compile();
+    if (!compiles_)
+        debug("FileProcessor::FileProcessor - criteria '%ls' does not compile!\n", criteria);
+    needsInfo_ = evaluator_->readsField(L"SIZE") || evaluator_->readsField(L"ATTR");
+}
+
+// A command that outlived this object would be called through a dangling pointer,
+// and its name would go on hiding variables that begin with it.
+FileProcessor::~FileProcessor() {
+    if (evaluator_) clearCommands();
+}
+
+bool FileProcessor::registerCommands() {
+    return evaluator_->addCmd(L"path", STRING, NUMERIC, STRING, &pathCommand_) &&
+           evaluator_->addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
+}
+
+bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName) {
+    undecided_ = false;
+    if (!compiles_) return false;
+    if (!evaluator_) return true;
+    name_->value(file.getName());
+    if (shortFileName) shortName_->value(shortFileName);
+    if (needsInfo_) {
+        // Not asked again by its path: that may be another file's by now.
+        const bool known = !file.hasError();
+        size_->value(known ? file.getSize() : 0);
+        attributes_->value(known ? file.getAttr() : 0);
+    }
+    pathCommand_.setFsFileInfo(&file);
+    const int verdict = evaluator_->check(caseSensitive_);
+    undecided_ = verdict == -1 && evaluator_->failedOnRecord();
+    return verdict == 1;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,116 @@
+#include "fscanner/engine/fsbuild.h"
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/dfs_gate.h"
+#include "fscanner/engine/walk.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "fscanner/fs/fs_scan_observer.h"
+
+namespace fscanner {
+
+namespace {
+
+// Tests each file and writes those that match. One record serves the whole walk.
+class DirectSink : public WalkSink {
+public:
+    DirectSink(FsResultSetWriter& writer, FileProcessor& processor)
+        : writer_(writer), processor_(processor) {}
+
+    void file(WalkEntry& entry) override;
+    void enter(const WalkEntry&) override {}
+    void leave() override {}
+
+private:
+    void begin(const WalkEntry& entry);
+    void fill(WalkEntry& entry);
+
+    FsResultSetWriter& writer_;
+    FileProcessor& processor_;
+    FsFileInfo record_;
+    unsigned long long directoryNumber_ = 0;
+};
+
+void DirectSink::file(WalkEntry& entry) {
+    begin(entry);
+    if (processor_.needsInfo()) fill(entry);
+    if (processor_.satisfyCriteria(record_, nullptr)) {
+        fill(entry);
+        writer_.addRecord(record_);
+    } else if (processor_.undecided() && scanObserver()) {
+        fill(entry);
+        scanObserver()->undecided(record_);
+    }
+}
+
+void DirectSink::begin(const WalkEntry& entry) {
+    record_.forgetInfo();
+    record_.setFileName(entry.name().c_str());
+    if (entry.directoryNumber() == directoryNumber_) return;
+    directoryNumber_ = entry.directoryNumber();
+    record_.setFilePath(entry.directory().c_str());
+}
+
+void DirectSink::fill(WalkEntry& entry) {
+    if (record_.hasError()) return;
+    if (const struct stat* info = entry.info()) {
+        record_.updateFrom(*info);
+    } else {
+        record_.setError();
+    }
+}
+
+DfsState& dfsState() {
+    static DfsState state;
+    return state;
+}
+
+}  // namespace
+
+bool fs_isValidPath(const wchar_t* path) {
+    if (!path) {
+        debug("::isValidPath - path name specified is null\n");
+        return false;
+    }
+    bool isDirectory = false;
+    if (const int error = examineDirectory(toMultibyte(path).c_str(), isDirectory))
+        debug("::isValidPath - error %u opening '%ls' path\n", static_cast<unsigned>(error), path);
+    return isDirectory;
+}
+
+int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+            const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+            bool caseSensitive, unsigned timeout, const std::vector<PathInfo>* mountPoints) {
+    DirectSink sink(writer, processor);
+    const WalkVoice voice{"::fs_scan", &dfsState()};
+    const WalkRequest request{pathDrive.path.getPathName(),
+                              pathDrive.path.getRecursive(),
+                              pathDrive.drive,
+                              includeList,
+                              excludeList,
+                              caseSensitive,
+                              static_cast<long long>(timeout),
+                              mountPoints};
+    return walkTree(request, sink, voice);
+}
+
+int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+             bool caseSensitive, unsigned timeout, const std::vector<PathInfo>* mountPoints) {
+    const wchar_t* path = pathDrive.path.getPathName();
+    if (path && !excludeList.empty() &&
+        checkPathList(path, excludeList, caseSensitive, pathDrive.path.getRecursive())) {
+        debug("::fs_build - path '%ls' excluded!\n", path);
+        return WALK_FINISHED;
+    }
+    if (!fs_isValidPath(path)) {
+        debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
+        return WALK_FINISHED;
+    }
+    return fs_scan(writer, processor, pathDrive, includeList, excludeList, caseSensitive, timeout,
+                   mountPoints);
+}
+
+}  // namespace fscanner

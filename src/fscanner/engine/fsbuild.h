@@ -1,0 +1,35 @@
+#pragma once
+
+#include <vector>
+
+#include "fscanner/discovery/path_info.h"
+#include "fscanner/engine/file_processor.h"
+
+/// Direct scans: walking a tree of the file system and writing what matches,
+/// without a cache. The walk itself is `walk.h`.
+
+namespace fscanner {
+
+class FsResultSetWriter;
+struct PathDrive;
+
+/// Whether `path` is a directory itself; a link to one is not.
+bool fs_isValidPath(const wchar_t* path);
+
+/// Vets the starting path and scans it: 0 finished (also when it is excluded, or
+/// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
+/// `writer`; what the lists exclude is left out. One scan at a time in a process.
+/// `mountPoints`, which may be null, are those exclusions that are mount points;
+/// the observer is told so.
+int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+             bool caseSensitive, unsigned timeout,
+             const std::vector<PathInfo>* mountPoints = nullptr);
+
+/// The scan alone. Entries of a directory come in the reverse of its own order.
+int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+            const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+            bool caseSensitive, unsigned timeout,
+            const std::vector<PathInfo>* mountPoints = nullptr);
+
+}  // namespace fscanner

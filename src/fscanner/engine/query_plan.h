@@ -1,0 +1,60 @@
+#pragma once
+
+#include <vector>
+
+#include "fscanner/discovery/drivehelper.h"
+#include "fscanner/discovery/pathhelper.h"
+
+namespace fscanner {
+
+class FsQuery;
+
+/// What one side of a query, its included or its excluded paths, resolves to.
+struct ResolvedPaths {
+    std::vector<PathDrive> resolved;        ///< the path, on the drive it lies on
+    std::vector<PathDrive> parentResolved;  ///< mount points below a recursive path
+    std::vector<PathDrive> excluded;        ///< left out by the query's file systems
+    std::vector<PathDrive> unresolved;      ///< on no drive that the entry allows
+};
+
+/// From a query's paths and file systems to the (path, drive) pairs to search and
+/// what each leaves out. Every way of running a query goes through one plan.
+///
+/// The steps are apart because a host that repeats a query need not repeat them:
+/// `discover` reads the mount table, `prune` applies the file systems, `resolve`
+/// the paths. Each needs the one before it.
+class QueryPlan {
+public:
+    /// Reads the mount table. False when it has no drive or cannot be read.
+    bool discover();
+    void prune(const FsQuery& query);
+    void resolve(const FsQuery& query);
+
+    /// All mounted drives, parents before children, then those reached through links.
+    const std::vector<DriveInfo>& drives() const { return drives_; }
+    /// The pairs to search, enclosing ones first.
+    const std::vector<PathDrive>& pairs() const { return pairs_; }
+    const ResolvedPaths& included() const { return included_; }
+    const ResolvedPaths& excluded() const { return excluded_; }
+
+    /// Whether a pair belongs to the local drive group.
+    static bool isLocal(const PathDrive& pair);
+    /// The query's own exclusions that concern a pair: those of its drive group.
+    const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
+    /// The mount points inside a pair that its scan must not enter.
+    std::vector<PathInfo> mountPoints(const PathDrive& pair) const;
+
+private:
+    std::vector<DriveInfo> mounted_;  // normalised
+    std::vector<DriveInfo> current_;  // those whose file system the query allows
+    std::vector<DriveInfo> drives_;
+    std::vector<PathInfo> includedMounts_;
+    std::vector<PathInfo> excludedMounts_;
+    ResolvedPaths included_;
+    ResolvedPaths excluded_;
+    std::vector<PathDrive> pairs_;
+    std::vector<PathInfo> localExclusions_;
+    std::vector<PathInfo> remoteExclusions_;
+};
+
+}  // namespace fscanner

@@ -1,0 +1,305 @@
+#include "fscanner/engine/walk.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cwchar>
+#include <memory>
+
+#include "fscanner/common/time.h"
+#include "fscanner/common/utf8.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/dfs_gate.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_scan_observer.h"
+
+// The walk keeps one Level for each directory on the way from the root to where
+// it is, so depth costs heap and no stack. A directory is read whole when it is
+// entered and then visited backwards. Only the deepest levels keep their
+// descriptor: a level that got its own closed is opened again when the walk comes
+// back to it, and must then still be the same directory.
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::size_t kLongestPath = 1023;
+// Levels whose descriptor stays open. Deeper trees cost one more open a level.
+constexpr std::size_t kOpenLevels = 16;
+// One call answers for all but the largest directories.
+constexpr std::size_t kReadBuffer = 64 * 1024;
+constexpr unsigned kEntriesPerProgress = 1024;
+
+struct Level {
+    Directory directory;
+    Directory::Identity identity;
+    DirectoryEntries entries;
+    std::size_t pathLength = 0;  // of the path with its final "/"
+    unsigned long long number = 0;
+    long long timeLeft = 0;
+    unsigned startTick = 0;
+    bool reports = false;
+};
+
+FsSkipReason skipReason(int error) {
+    switch (error) {
+        case EACCES:
+        case EPERM:
+            return FsSkipReason::denied;
+        case ENOENT:
+        case ENOTDIR:
+        case ELOOP:
+        case ESTALE:
+            return FsSkipReason::vanished;
+        default:
+            return FsSkipReason::failed;
+    }
+}
+
+}  // namespace
+
+const struct stat* WalkEntry::info() {
+    if (examined_ == Examined::no) {
+        const bool known = open_->statEntry(nameBytes(), info_) == 0;
+        examined_ = known ? Examined::yes : Examined::failed;
+    }
+    return examined_ == Examined::yes ? &info_ : nullptr;
+}
+
+class Walk {
+public:
+    Walk(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice)
+        : request_(request), sink_(sink), voice_(voice), observer_(scanObserver()) {}
+
+    int run();
+
+private:
+    enum class Entered { yes, skipped, timedOut };
+
+    Level& top() { return *levels_[depth_ - 1]; }
+    Level& push();
+    Entered enter(const Level* parent, long long timeout);
+    int openLevel(const Level* parent, Directory& directory);
+    int read(const Level* parent, Level& level);
+    bool closeShallowest();
+    bool reopen(Level& level);
+    void leave();
+    void load(const DirectoryEntries::Entry& entry);
+    void widenName();
+    bool isDirectory();
+    int visit();
+    int visitDirectory();
+    int descend();
+    bool excludes(const wchar_t* path, bool recursiveOnly) const;
+    void noteSkipped(FsSkipReason reason, int error);
+    void noteExcluded();
+    bool keepGoing();
+
+    const WalkRequest& request_;
+    WalkSink& sink_;
+    const WalkVoice& voice_;
+    FsScanObserver* observer_;
+    std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
+    std::size_t depth_ = 0;
+    std::wstring path_;  // the current directory, with its final "/" once entered
+    WalkEntry entry_;
+    unsigned long long directories_ = 0;
+    unsigned long long files_ = 0;
+    unsigned untilProgress_ = kEntriesPerProgress;
+    unsigned startTick_ = getTickCount();
+    std::array<char, kReadBuffer> buffer_;
+};
+
+int Walk::run() {
+    path_ = request_.path;
+    const Entered entered = enter(nullptr, request_.timeoutMilliseconds);
+    if (entered != Entered::yes)
+        return entered == Entered::timedOut ? WALK_TIMED_OUT : WALK_FINISHED;
+    DirectoryEntries::Entry entry;
+    while (depth_ > 0) {
+        if (!top().entries.takeLast(entry)) {
+            leave();
+            continue;
+        }
+        load(entry);
+        if (const int status = visit()) return status;
+    }
+    return WALK_FINISHED;
+}
+
+Level& Walk::push() {
+    if (depth_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
+    return *levels_[depth_++];
+}
+
+// Enters the directory whose path, without a final "/", is in `path_`.
+Walk::Entered Walk::enter(const Level* parent, long long timeout) {
+    if (timeout < 1) return Entered::timedOut;
+    if (path_.size() > kLongestPath) {
+        debug("%s - path too long\n", voice_.prefix);
+        noteSkipped(FsSkipReason::tooLong, 0);
+        return Entered::skipped;
+    }
+    const bool written = dfsWritesFiles(path_.c_str(), request_.drive, voice_.prefix, *voice_.dfs);
+    Level& level = push();
+    if (read(parent, level) != 0) {
+        level.directory.close();
+        --depth_;
+        return Entered::skipped;
+    }
+    level.timeLeft = timeout;
+    level.startTick = getTickCount();
+    level.number = ++directories_;
+    const bool included = request_.include.empty() || checkPathList(path_.c_str(), request_.include,
+                                                                    request_.caseSensitive, false);
+    level.reports = written && included && !excludes(path_.c_str(), false);
+    if (path_.empty() || path_.back() != L'/') path_ += L'/';
+    level.pathLength = path_.size();
+    return Entered::yes;
+}
+
+int Walk::read(const Level* parent, Level& level) {
+    int error = openLevel(parent, level.directory);
+    if (error == 0) error = level.directory.read(level.entries, buffer_);
+    if (error == 0) return 0;
+    if (debugInfo) {
+        const std::string path = toMultibyte(path_);
+        debug("%s - scandir error opening '%s' path!\n", voice_.prefix, path.c_str());
+    }
+    noteSkipped(skipReason(error), error);
+    return error;
+}
+
+int Walk::openLevel(const Level* parent, Directory& directory) {
+    if (depth_ > kOpenLevels) closeShallowest();
+    for (;;) {
+        const int error = parent ? directory.openChild(parent->directory, entry_.nameBytes())
+                                 : directory.openPath(toMultibyte(path_).c_str());
+        if (error != EMFILE || !closeShallowest()) return error;
+    }
+}
+
+// Gives up the descriptor that is farthest from here; the two deepest levels are in use.
+bool Walk::closeShallowest() {
+    for (std::size_t i = 0; i + 2 < depth_; ++i) {
+        Level& level = *levels_[i];
+        if (!level.directory.isOpen() || level.directory.identify(level.identity) != 0) continue;
+        level.directory.close();
+        return true;
+    }
+    return false;
+}
+
+bool Walk::reopen(Level& level) {
+    Directory::Identity now;
+    int error = level.directory.openPath(toMultibyte(path_).c_str());
+    if (error == 0) error = level.directory.identify(now);
+    if (error == 0 && now == level.identity) return true;
+    level.directory.close();
+    noteSkipped(error ? skipReason(error) : FsSkipReason::vanished, error);
+    return false;
+}
+
+void Walk::leave() {
+    top().directory.close();
+    top().entries.clear();
+    if (--depth_ == 0) return;
+    sink_.leave();
+    Level& level = top();
+    path_.resize(level.pathLength);
+    // What is left of a directory that is no longer there cannot be examined.
+    if (!level.directory.isOpen() && !level.entries.empty() && !reopen(level))
+        level.entries.clear();
+}
+
+void Walk::load(const DirectoryEntries::Entry& entry) {
+    entry_.entry_ = entry;
+    entry_.directory_ = &path_;
+    entry_.open_ = &top().directory;
+    entry_.directoryNumber_ = top().number;
+    entry_.examined_ = WalkEntry::Examined::no;
+}
+
+void Walk::widenName() {
+    entry_.name_.clear();
+    appendWide(entry_.name_, entry_.entry_.name);
+}
+
+// What cannot be examined is taken for a file.
+bool Walk::isDirectory() {
+    if (entry_.entry_.type != EntryType::unknown) return entry_.entry_.type == EntryType::directory;
+    const struct stat* info = entry_.info();
+    return info && S_ISDIR(info->st_mode);
+}
+
+int Walk::visit() {
+    if (observer_ && --untilProgress_ == 0 && !keepGoing()) return WALK_TIMED_OUT;
+    if (isDirectory()) return request_.recursive ? visitDirectory() : WALK_FINISHED;
+    ++files_;
+    if (!top().reports) return WALK_FINISHED;
+    widenName();
+    sink_.file(entry_);
+    return WALK_FINISHED;
+}
+
+int Walk::visitDirectory() {
+    widenName();
+    path_ += entry_.name_;
+    if (path_.size() > kLongestPath) {
+        debug("%s - path too long!\n", voice_.prefix);
+        noteSkipped(FsSkipReason::tooLong, 0);
+    } else if (excludes(path_.c_str(), true)) {
+        debug("%s - path '%ls' excluded!\n", voice_.prefix, path_.c_str());
+        noteExcluded();
+    } else {
+        return descend();
+    }
+    path_.resize(top().pathLength);
+    return WALK_FINISHED;
+}
+
+// The time left is what this directory's own allowance still holds.
+int Walk::descend() {
+    Level& level = top();
+    const unsigned spent = getTickCount() - level.startTick;
+    sink_.enter(entry_);
+    const Entered entered = enter(&level, level.timeLeft - spent);
+    if (entered == Entered::timedOut) return WALK_TIMED_OUT;
+    if (entered == Entered::skipped) {
+        sink_.leave();
+        path_.resize(level.pathLength);
+    }
+    return WALK_FINISHED;
+}
+
+bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
+    return !request_.exclude.empty() &&
+           checkPathList(path, request_.exclude, request_.caseSensitive, recursiveOnly);
+}
+
+void Walk::noteSkipped(FsSkipReason reason, int error) {
+    if (observer_) observer_->skipped(path_.c_str(), reason, error);
+}
+
+void Walk::noteExcluded() {
+    if (!observer_) return;
+    const auto isThis = [this](const PathInfo& mount) {
+        return mount.getPathName() && path_ == mount.getPathName();
+    };
+    const auto* mounts = request_.mountPoints;
+    const bool mounted = mounts && std::any_of(mounts->begin(), mounts->end(), isThis);
+    noteSkipped(mounted ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
+}
+
+bool Walk::keepGoing() {
+    untilProgress_ = kEntriesPerProgress;
+    const FsScanProgress progress{path_.c_str(), files_, directories_, getTickCount() - startTick_};
+    return observer_->progress(progress);
+}
+
+int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice) {
+    const auto walk = std::make_unique<Walk>(request, sink, voice);
+    return walk->run();
+}
+
+}  // namespace fscanner

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <vector>
+
+#include "fscanner/discovery/drive_info.h"
+#include "fscanner/discovery/path_info.h"
+#include "fscanner/platform/directory.h"
+
+namespace fscanner {
+
+/// The one directory walk: what it needs to know, and who it reports to. The
+/// direct scan and the cache build are two sinks of it; their logs differ by a
+/// prefix.
+
+enum WalkStatus : int { WALK_FINISHED = 0, WALK_TIMED_OUT = 2 };
+
+/// One entry while it is visited. It answers lazily: a walk by name alone never
+/// costs an `lstat`.
+class WalkEntry {
+public:
+    /// The name, wide and as bytes; both terminated.
+    const std::wstring& name() const { return name_; }
+    const char* nameBytes() const { return entry_.name.data(); }
+    /// The directory, ending in "/".
+    const std::wstring& directory() const { return *directory_; }
+    /// Changes whenever `directory()` does; never 0.
+    unsigned long long directoryNumber() const { return directoryNumber_; }
+    /// What the system says of the entry, asked once. Null when it cannot be examined.
+    const struct stat* info();
+
+private:
+    friend class Walk;
+    enum class Examined { no, yes, failed };
+
+    DirectoryEntries::Entry entry_;
+    std::wstring name_;
+    const std::wstring* directory_ = nullptr;
+    const Directory* open_ = nullptr;
+    unsigned long long directoryNumber_ = 0;
+    Examined examined_ = Examined::no;
+    struct stat info_ {};
+};
+
+/// What a walk does with each thing it meets.
+class WalkSink {
+public:
+    virtual ~WalkSink() = default;
+    /// A file (anything but a directory) inside the included and outside the
+    /// excluded paths.
+    virtual void file(WalkEntry& entry) = 0;
+    /// A subdirectory about to be entered; each is followed by one `leave`.
+    virtual void enter(const WalkEntry& entry) = 0;
+    virtual void leave() = 0;
+};
+
+/// How a walk writes its log lines, and the state that its kind keeps.
+struct WalkVoice {
+    const char* prefix;    ///< "::fs_scan" or "FS_Cache::scan"
+    struct DfsState* dfs;  ///< not owned
+};
+
+/// Where a walk starts and what bounds it. Refers to the caller's objects.
+struct WalkRequest {
+    const wchar_t* path;  ///< absolute and free of links
+    bool recursive;
+    const DriveInfo& drive;
+    const std::vector<PathInfo>& include;
+    const std::vector<PathInfo>& exclude;
+    bool caseSensitive;
+    long long timeoutMilliseconds;
+    /// Mount points among `exclude`: told apart for the observer only. May be null.
+    const std::vector<PathInfo>* mountPoints = nullptr;
+};
+
+/// Walks the tree depth first. Entries of a directory come from the last one that
+/// the system delivers to the first. `WALK_FINISHED` also after skipped
+/// directories, `WALK_TIMED_OUT` when time ran out on entering a directory or the
+/// observer said stop.
+int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice);
+
+}  // namespace fscanner
