@@ -36,7 +36,8 @@ int SyntaxAnalyzer::parse(const Fields* fields, const Fields* variables, ExpValu
                           bool caseSensitive) {
     if (!parsed_) return 1;
     Value value;
-    if (program_.run(fields, variables, caseSensitive, value) != Fault::none) return 1;
+    evaluationFault_ = program_.run(fields, variables, caseSensitive, value);
+    if (evaluationFault_ != Fault::none) return 1;
     result.set(value.type, value.number, value.text);
     return 0;
 }

@@ -53,6 +53,8 @@ public:
     /// Whether the last parse from text failed for good, and why.
     bool hasCompileError() const { return !compileError_.text.empty(); }
     const CompileError& compileError() const { return compileError_; }
+    /// Why the last parse of either kind has no value for its record.
+    Fault evaluationFault() const { return evaluationFault_; }
     const Tree& tree() const { return tree_; }
     const Program& program() const { return program_; }
 
@@ -123,8 +125,8 @@ private:
     Program program_;
     bool parsed_ = false;
     unsigned depth_ = 0;
-    std::size_t position_ = 0;  // of the last token
-    Fault evaluationFault_ = Fault::none;
+    std::size_t position_ = 0;             // of the last token
+    Fault evaluationFault_ = Fault::none;  // the first one
     CompileError compileError_;
 };
 

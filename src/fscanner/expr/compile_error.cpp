@@ -37,6 +37,7 @@ std::string unreadableText(std::wstring_view rest) {
 
 CompileError syntaxError(const Lexer& lexer, std::string_view expected) {
     const std::size_t position = lexer.tokenPosition();
+    if (lexer.text().empty()) return {"empty criteria", position};
     if (lexer.getLastError() != LEX_ERROR) return {std::string(expected), position};
     return {unreadableText(lexer.text().substr(position)), position};
 }
@@ -58,6 +59,27 @@ std::string argumentTypeText(const CmdToken& command, unsigned argument) {
     const char* const needed = command.argumentType(argument) == STRING ? "text" : "number";
     return "argument " + std::to_string(argument + 1) + " of " + toMultibyte(command.name()) +
            " has to be a " + needed;
+}
+
+const char* recordErrorText(Fault fault) {
+    switch (fault) {
+        case Fault::none:
+            return "";
+        case Fault::zeroDivisor:
+            return "division by zero";
+        case Fault::twoPatterns:
+            return "two patterns cannot be compared";
+        case Fault::textTooLong:
+            return "text too long";
+        case Fault::noRoom:
+            return "joined text too long";
+        case Fault::commandGone:
+            return "command not registered any more";
+        case Fault::commandFailed:
+            return "command failed";
+        default:
+            return "not the fields and variables that it was compiled for";
+    }
 }
 
 }  // namespace fscanner

@@ -7,7 +7,7 @@
 #include "fscanner/expr/lexer.h"
 #include "fscanner/expr/operators.h"
 
-/// What a person is told of a criteria that does not compile.
+/// What a person is told of a criteria that does not compile, or cannot be evaluated.
 namespace fscanner {
 
 struct CompileError {
@@ -23,5 +23,8 @@ std::string unknownNameText(const Token& token);
 std::string operandTypesText(Operator op, Fault fault);
 /// Why an argument (counted from 0) does not fit a command.
 std::string argumentTypeText(const CmdToken& command, unsigned argument);
+
+/// Why a criteria has no value for a record.
+const char* recordErrorText(Fault fault);
 
 }  // namespace fscanner

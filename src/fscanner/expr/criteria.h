@@ -51,6 +51,10 @@ public:
     /// Whether the last check gave -1 because of this record (a name that holds a
     /// "*" compared with a pattern; a zero divisor): the next may well match.
     bool failedOnRecord() const { return failedOnRecord_; }
+    /// Why, in a few words; static.
+    const char* recordError() const {
+        return recordErrorText(failedOnRecord_ ? analyzer_->evaluationFault() : Fault::none);
+    }
     /// The value of the last check that gave no error.
     const ExpValue& value() const { return value_; }
 

@@ -1,0 +1,152 @@
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "expr/judge.h"
+#include "fscanner/common/utf8.h"
+
+namespace fscanner {
+namespace {
+
+/// Makes criteria and records at random, from a few values that meet often.
+class Generator {
+public:
+    explicit Generator(unsigned seed) : random_(seed) {}
+
+    unsigned below(unsigned n) {
+        return std::uniform_int_distribution<unsigned>(0, n - 1)(random_);
+    }
+
+    template <std::size_t N>
+    const wchar_t* pick(const wchar_t* const (&choices)[N]) {
+        return choices[below(static_cast<unsigned>(N))];
+    }
+
+    std::wstring number(unsigned depth) {
+        if (depth == 0 || below(5) == 0) {
+            return pick({L"0", L"1", L"2", L"5", L"2147483647", L"[BYTE]", L"[SHORT]", L"[PATHID]",
+                         L"[BIG]", L"limit", L"length([NAME])"});
+        }
+        switch (below(8)) {
+            case 0:
+                return pick({L"-", L"+", L"!", L"--"}) + number(depth - 1);
+            case 1:
+                return L"(" + number(depth - 1) + L")";
+            case 2:
+                return number(depth - 1) + pick({L"&&", L"||"}) + number(depth - 1);
+            case 3:
+                return L"length(" + text(depth - 1) + L")";
+            case 4:
+                return L"(" + text(depth - 1) + relation() + text(depth - 1) + L")";
+            case 5:
+                return number(depth - 1) + relation() + number(depth - 1);
+            case 6:
+                return L"(" + number(depth - 1) + pick({L"+))", L"*))", L")"});
+            default:
+                return number(depth - 1) + pick({L"+", L"-", L"*", L"/", L"&", L"|", L" | "}) +
+                       number(depth - 1);
+        }
+    }
+
+    std::wstring text(unsigned depth) {
+        if (depth == 0 || below(3) != 0) {
+            return pick({L"\"\"", L"\"a\"", L"\"a.txt\"", L"\"A.TXT\"", L"\"*.txt\"", L"\"a*\"",
+                         L"\"?.t*t\"", L"\"*\"", L"\"fail\"", L"[NAME]", L"[NAME]", L"[TITLE]",
+                         L"wanted"});
+        }
+        if (below(3) == 0) return L"join(" + number(depth - 1) + L"," + text(0) + L")";
+        return text(depth - 1) + L"+" + (below(2) ? L"(" + text(depth - 1) + L")" : text(0));
+    }
+
+    /// A few characters of a good criteria replaced, taken away or put in.
+    std::wstring damaged() {
+        std::wstring s = number(3);
+        for (unsigned i = below(3) + 1; i > 0 && !s.empty(); --i) {
+            const std::size_t at = below(static_cast<unsigned>(s.size()));
+            s.replace(at, below(3),
+                      pick({L"", L" ", L"(", L")", L"\"", L"[", L"]", L"1", L"&", L"|", L"=", L"!",
+                            L",", L".", L"join", L"\t"}));
+        }
+        return s;
+    }
+
+    void fill(SampleRecord& record) {
+        record.name(pick({L"", L"a.txt", L"A.txt", L"a", L"b.TXT", L"*.txt", L"a?txt", L"fail"}));
+        record.title(std::wstring(below(2) ? 200 : 3, below(4) ? L'a' : L'*'));
+        const unsigned long long numbers[] = {0,          1,    5, 0x80000000U, 4294967296ULL,
+                                              1ULL << 63, ~0ULL};
+        record.big(numbers[below(7)]);
+        record.pathId(static_cast<unsigned>(numbers[below(7)]));
+        record.fields.as<Int8Field>(2)->value(static_cast<unsigned char>(below(256)));
+    }
+
+private:
+    std::wstring relation() { return pick({L"==", L"!=", L"==", L"<", L">", L"<=", L">="}); }
+
+    std::mt19937 random_;
+};
+
+/// The last check's value against the judge's, and the commands that it ran.
+void expectSame(Criteria& criteria, int result, const SampleRecord& record, bool caseSensitive,
+                bool reading) {
+    Judge judge(record, caseSensitive, reading);
+    const auto verdict = judge.evaluate(criteria.evaluator.tree().getRoot());
+    EXPECT_EQ(criteria.join.calls, judge.calls());
+    EXPECT_EQ(criteria.evaluator.recordError() == std::string(), verdict.has_value())
+        << criteria.evaluator.recordError();
+    if (!verdict) {
+        EXPECT_EQ(result, -1);
+        return;
+    }
+    const ExpValue& value = criteria.evaluator.value();
+    EXPECT_EQ(result, static_cast<int>(verdict->number));
+    EXPECT_EQ((Verdict{value.getType(), value.getNumericValue(), std::wstring(value.text())}),
+              *verdict);
+}
+
+TEST(Judge, AgreesOnGeneratedCriteriaAndRecords) {
+    Generator generate(20240229);
+    SampleRecord record;
+    for (int round = 0; round < 4000 && !::testing::Test::HasFailure(); ++round) {
+        const std::wstring text = generate.below(8) ? generate.number(4) : generate.text(4);
+        Criteria criteria(text, record);
+        for (int i = 0; i < 5; ++i) {
+            generate.fill(record);
+            const bool caseSensitive = generate.below(2) == 0;
+            criteria.join.calls.clear();
+            const int result = criteria.evaluator.check(caseSensitive);
+            SCOPED_TRACE(toMultibyte(text) + " check " + std::to_string(i));
+            ASSERT_EQ(criteria.evaluator.compileError().text, "");
+            expectSame(criteria, result, record, caseSensitive, i == 0);
+        }
+    }
+}
+
+/// Whatever the text, nothing breaks, errors lie within it, and the part that
+/// was read gives what the judge makes of it.
+TEST(Judge, AgreesOnWhatIsLeftOfDamagedCriteria) {
+    Generator generate(1729);
+    SampleRecord record;
+    int refused = 0;
+    for (int round = 0; round < 8000 && !::testing::Test::HasFailure(); ++round) {
+        const std::wstring text = generate.damaged();
+        SCOPED_TRACE(toMultibyte(text));
+        generate.fill(record);
+        Criteria criteria(text, record);
+        criteria.evaluator.check(true);
+        ASSERT_TRUE(Tree::preVisit(criteria.evaluator.tree().getRoot()));
+        const CompileError& error = criteria.evaluator.compileError();
+        EXPECT_LE(error.position, text.size());
+        refused += !error.text.empty();
+        criteria.join.calls.clear();
+        const int later = criteria.evaluator.check(true);
+        Judge judge(record, true, false);
+        const auto verdict = judge.evaluate(criteria.evaluator.tree().getRoot());
+        EXPECT_EQ(later, verdict ? static_cast<int>(verdict->number) : -1);
+        EXPECT_EQ(criteria.join.calls, judge.calls());
+    }
+    EXPECT_GT(refused, 1000) << "the damage has to be real";
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,165 @@
+#include <gtest/gtest.h>
+
+#include "expr/sample_record.h"
+
+namespace fscanner {
+namespace {
+
+/// All tokens up to the end, such as "field:PATHID rel:0 number:5 end:1".
+std::string tokens(const std::wstring& text) {
+    static const char* const names[] = {"number", "string", "field", "variable", "op",
+                                        "paren",  "bool",   "rel",   "command",  "sign"};
+    Lexer lexer;
+    lexer.setExpression(text.c_str());
+    std::string all;
+    for (Token token = lexer.nextToken();; token = lexer.nextToken()) {
+        if (token.getType() == TOKEN_END) {
+            return all + "end:" + std::to_string(lexer.getLastError());
+        }
+        all += std::string(names[token.getType()]) + ":";
+        all += token.text().empty() ? std::to_string(token.getNumericValue())
+                                    : std::string(token.text().begin(), token.text().end());
+        all += " ";
+    }
+}
+
+class LexerTest : public ::testing::Test {
+protected:
+    ~LexerTest() override { clearCommands(); }
+};
+
+TEST_F(LexerTest, CutsTextIntoTokens) {
+    static const struct {
+        const wchar_t* text;
+        const char* tokens;
+    } cases[] = {
+        {L"", "end:1"},
+        {L" ", "end:2"},
+        {L"a == 1 ", "variable:a rel:0 number:1 end:2"},
+        {L"  a", "variable:a end:1"},
+        {L"[PATHID]==5", "field:PATHID rel:0 number:5 end:1"},
+        {L"x>=3", "variable:x rel:1 number:3 end:1"},
+        {L"<=<>==!=", "rel:2 rel:4 rel:1 end:2"},
+        {L"> <!=", "rel:3 rel:4 rel:5 end:1"},
+        {L"a!=b", "variable:a rel:5 variable:b end:1"},
+        {L"!a", "bool:2 variable:a end:1"},
+        {L"a&b", "variable:a op:6 variable:b end:1"},
+        {L"a&&b", "variable:a bool:0 variable:b end:1"},
+        {L"|||", "bool:1 op:7 end:1"},
+        {L"+-*/", "op:0 op:2 op:4 op:5 end:1"},
+        {L"(),;.", "paren:0 paren:1 sign:1 sign:2 sign:0 end:1"},
+        {L"3.9", "number:3 end:1"},
+        {L".5", "number:0 end:1"},
+        {L"1.2.3", "number:1 number:0 end:1"},
+        {L"5.", "end:2"},
+        {L"1..2", "end:2"},
+        {L"007", "number:7 end:1"},
+        {L"-5", "op:2 number:5 end:1"},
+        {L"2147483648 9999999999999999999999", "number:2147483647 number:2147483647 end:1"},
+        {L"0x1F", "number:0 variable:x1F end:1"},
+        {L"\"a\\\"", "string:a\\ end:1"},
+        {L"\" * ? \t\"", "string: * ? \t end:1"},
+        {L"\"open", "end:2"},
+        {L"my_var", "variable:my end:2"},
+        {L"a\tb", "variable:a end:2"},
+        {L"a=b", "variable:a end:2"},
+        {L"[ PATHID]", "end:2"},
+        {L"[PATHID ]", "end:2"},
+        {L"[PATHID", "end:2"},
+        {L"[1A]", "end:2"},
+        {L"[]", "end:2"},
+        {L"[A1]a1B", "field:A1 variable:a1B end:1"},
+        {L"\u00e4", "end:2"},
+        {L"\u0661", "end:2"},
+        {L"a\u00a0b", "variable:a end:2"},
+    };
+    for (const auto& c : cases) EXPECT_EQ(tokens(c.text), c.tokens) << std::wstring(c.text);
+}
+
+TEST_F(LexerTest, CommandsComeBeforeNames) {
+    JoinCommand command;
+    addCmdToken(L"type", NUMERIC, STRING, STRING, &command);
+    addCmdToken(L"path", STRING, NUMERIC, STRING, &command);
+    addCmdToken(L"pathname", STRING, NUMERIC, STRING, &command);
+    EXPECT_EQ(tokens(L"typeX"), "command:0 variable:X end:1");
+    EXPECT_EQ(tokens(L"Type"), "variable:Type end:1");
+    EXPECT_EQ(tokens(L"pathname"), "command:1 variable:name end:1");
+    EXPECT_EQ(tokens(L"xpath [path]"), "variable:xpath field:path end:1");
+}
+
+TEST_F(LexerTest, LimitsOfLength) {
+    static const struct {
+        std::size_t longest;
+        std::wstring before, after;
+        wchar_t filler;
+    } cases[] = {
+        {255, L"", L"", L'0'},
+        {32767, L"", L"", L'v'},
+        {131071, L"[", L"]", L'F'},
+        {131071, L"\"", L"\"", L' '},
+    };
+    for (const auto& c : cases) {
+        const std::wstring fits = c.before + std::wstring(c.longest, c.filler) + c.after;
+        const std::wstring over = c.before + std::wstring(c.longest + 1, c.filler) + c.after;
+        EXPECT_TRUE(tokens(fits).ends_with(" end:1")) << c.longest << c.after;
+        EXPECT_EQ(tokens(over), "end:2") << c.longest << c.after;
+    }
+}
+
+TEST_F(LexerTest, BackRestartAndNoText) {
+    Lexer lexer;
+    EXPECT_FALSE(lexer.restart());
+    EXPECT_EQ(lexer.nextToken().getType(), TOKEN_END);
+    EXPECT_EQ(lexer.getLastError(), LEX_ERROR);
+    lexer.setExpression(L"one   two");
+    lexer.nextToken();
+    EXPECT_EQ(lexer.nextToken().text(), L"two");
+    EXPECT_EQ(lexer.tokenPosition(), 6U);
+    lexer.back();
+    lexer.back();
+    EXPECT_EQ(lexer.nextToken().text(), L"two");
+    EXPECT_TRUE(lexer.restart());
+    EXPECT_EQ(lexer.nextToken().text(), L"one");
+    lexer.setExpression(nullptr);
+    EXPECT_EQ(lexer.getLastError(), LEX_ERROR);
+    EXPECT_EQ(lexer.nextToken().getType(), TOKEN_END);
+}
+
+TEST(Command, RegistrationRefusesWhatCannotBeCalled) {
+    clearCommands();
+    const CommandListGuard guard;
+    JoinCommand binary;
+    LengthCommand unary;
+    const std::wstring longest(32, L'n');
+    EXPECT_TRUE(addCmdToken(longest.c_str(), STRING, NUMERIC, STRING, &binary));
+    EXPECT_EQ(cmdTokenList[0].name(), longest);
+    EXPECT_FALSE(addCmdToken((longest + L'n').c_str(), STRING, NUMERIC, STRING, &binary));
+    EXPECT_FALSE(addCmdToken(L"", STRING, NUMERIC, STRING, &binary)) << "would match everywhere";
+    EXPECT_FALSE(addCmdToken(nullptr, NUMERIC, STRING, &unary));
+    EXPECT_FALSE(addCmdToken(L"x", NUMERIC, STRING, static_cast<UnaryCmd*>(nullptr)));
+    EXPECT_FALSE(addCmdToken(L"x", 2, STRING, &unary));
+    EXPECT_FALSE(addCmdToken(L"x", NUMERIC, 2, &unary));
+    EXPECT_FALSE(addCmdToken(L"x", NUMERIC, NUMERIC, -1, &binary));
+    EXPECT_EQ(cmdTokenList.size(), 1U);
+}
+
+TEST(Command, ASignatureIsTakenOnce) {
+    clearCommands();
+    const CommandListGuard guard;
+    JoinCommand binary;
+    LengthCommand unary;
+    EXPECT_TRUE(addCmdToken(L"type", NUMERIC, STRING, STRING, &binary));
+    EXPECT_FALSE(addCmdToken(L"type", STRING, STRING, STRING, &binary));
+    EXPECT_FALSE(addCmdToken(L"type", NUMERIC, STRING, &unary)) << "the first type is taken";
+    EXPECT_TRUE(addCmdToken(L"type", NUMERIC, STRING, NUMERIC, &binary));
+    EXPECT_TRUE(addCmdToken(L"size", NUMERIC, STRING, &unary));
+    EXPECT_TRUE(addCmdToken(L"size", NUMERIC, STRING, STRING, &binary));
+    EXPECT_TRUE(findCmdToken(L"size", STRING));
+    EXPECT_FALSE(findCmdToken(L"size", NUMERIC));
+    EXPECT_FALSE(findCmdToken(L"size", STRING, NUMERIC));
+    EXPECT_FALSE(findCmdToken(L"siz", STRING));
+    EXPECT_FALSE(findCmdToken(nullptr, STRING));
+}
+
+}  // namespace
+}  // namespace fscanner
