@@ -174,6 +174,8 @@ TEST(PathResolver, SearchesUnusualDrives) {
     EXPECT_EQ(
         resolve("a / ext4\nb /qq/a:/b ext4\nc /qq/a:b:c ext4\n", {"*:/qq/a:/b/x", "*:/qq/a:b:c/x"}),
         (Lists{{"/qq/a:/b/x on /qq/a:/b", "/qq/a:b:c/x on /qq/a:b:c"}, {}, {}, {}}));
+    // A mount below a directory that is really called "*".
+    EXPECT_EQ(resolve("a / ext4\nb /qq/*/x xfs\n", {"/qq/*"}), (Lists{{"/qq/* on /"}, {}, {}, {}}));
     EXPECT_EQ(resolve("", {"/qq+"}), (Lists{{}, {}, {}, {"/qq+"}}));
     // A path is resolved relative to the current directory, and through links.
     TemporaryDirectory directory;

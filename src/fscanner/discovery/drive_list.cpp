@@ -81,7 +81,7 @@ int DriveHelper::checkDrive(const std::vector<DriveInfo>& list, const wchar_t* n
     const std::size_t length = std::wcslen(name);
     if (length == 0 || name[length - 1] != L':') return -1;
     const auto found = std::find_if(list.begin(), list.end(), [&](const DriveInfo& drive) {
-        return drive.getName() && std::wcslen(drive.getName()) >= length &&
+        return drive.getName() &&
                wcsnvccmp(drive.getName(), name, static_cast<unsigned>(length), caseFlag) == 0;
     });
     return found == list.end() ? -1 : static_cast<int>(found - list.begin());

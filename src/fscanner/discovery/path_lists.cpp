@@ -72,10 +72,18 @@ public:
     /// Called with enclosing pairs first. One that is covered covers nothing that
     /// its own cover does not, so that only the others are kept in mind.
     bool operator()(const PathDrive& pair) {
-        const bool covered = std::any_of(covers_.begin(), covers_.end(),
-                                         [&](Cover& cover) { return reaches(cover, pair); });
-        if (!covered && pair.path.getRecursive()) covers_.push_back({pair, std::nullopt});
-        return covered;
+        const std::vector<PathAncestor> chain = PathHelper::pathReducer(pair.path.getPathName());
+        for (std::size_t i = 1; i < chain.size(); ++i) {
+            const auto covers = covers_.find(chain[i].path);
+            if (covers == covers_.end()) continue;
+            for (Cover& cover : covers->second) {
+                if (reaches(cover, pair)) return true;
+            }
+        }
+        if (pair.path.getRecursive() && !chain.empty()) {
+            covers_[chain.front().path].push_back({pair, std::nullopt});
+        }
+        return false;
     }
 
 private:
@@ -84,12 +92,11 @@ private:
         std::optional<std::vector<PathInfo>> exclusions;
     };
 
+    /// `pair` lies below the cover's path.
     bool reaches(Cover& cover, const PathDrive& pair) const {
         const DriveInfo& drive = cover.pair.drive;
         if (drive.getType() != pair.drive.getType() ||
-            textKey(drive.getFileSystem()) != textKey(pair.drive.getFileSystem()) ||
-            relatePaths(pair.path.getPathName(), cover.pair.path.getPathName()) !=
-                PathRelation::INSIDE) {
+            textKey(drive.getFileSystem()) != textKey(pair.drive.getFileSystem())) {
             return false;
         }
         if (!cover.exclusions) {
@@ -99,7 +106,7 @@ private:
     }
 
     const std::vector<DriveInfo>& drives_;
-    std::vector<Cover> covers_;
+    std::map<std::wstring, std::vector<Cover>> covers_;
 };
 
 std::size_t depthOf(const PathDrive& pair) {
