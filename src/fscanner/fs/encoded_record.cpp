@@ -7,31 +7,11 @@
 #include <cstring>
 #include <cwctype>
 
-#include "fscanner/fs/fs_resultset.h"
-
 namespace fscanner {
 
 namespace {
 
 constexpr std::size_t NUMBER_SIZE = 4;
-constexpr unsigned ATTRIBUTES_BIT = 0x001;
-constexpr unsigned SIZE_BIT = 0x002;
-constexpr unsigned FIELD_BITS = 0x3FF;  // a number follows the mask for each of these
-
-unsigned number(const unsigned char* at) {
-    std::uint32_t value;
-    std::memcpy(&value, at, sizeof value);
-    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap32(value);
-    return value;
-}
-
-std::string_view text(const unsigned char* at, unsigned count) {
-    return {reinterpret_cast<const char*>(at) + NUMBER_SIZE, count - 1};
-}
-
-std::size_t fieldCount(unsigned mask) {
-    return static_cast<std::size_t>(std::popcount(mask & FIELD_BITS));
-}
 
 bool isShortest(std::uint32_t value, unsigned length) {
     static constexpr std::uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
@@ -79,29 +59,20 @@ bool isWellFormedText(std::string_view rest) {
 // Takes one text off the front of `rest`; false when it is not whole and well formed.
 bool takeText(std::span<const unsigned char>& rest) {
     if (rest.size() < NUMBER_SIZE) return false;
-    const unsigned count = number(rest.data());
-    if (count == 0 || count - 1 > rest.size() - NUMBER_SIZE) return false;
-    if (!isWellFormedText(text(rest.data(), count))) return false;
-    rest = rest.subspan(NUMBER_SIZE + count - 1);
+    const unsigned count = encodedNumber(rest.data());
+    rest = rest.subspan(NUMBER_SIZE);
+    if (count == 0 || count - 1 > rest.size()) return false;
+    if (!isWellFormedText({reinterpret_cast<const char*>(rest.data()), count - 1})) return false;
+    rest = rest.subspan(count - 1);
     return true;
 }
 
 bool takeNumbers(std::span<const unsigned char>& rest) {
     if (rest.size() < NUMBER_SIZE) return false;
-    const std::size_t taken = NUMBER_SIZE * (1 + fieldCount(number(rest.data())));
+    const std::size_t taken = NUMBER_SIZE * (1 + encodedFieldCount(encodedNumber(rest.data())));
     if (taken > rest.size()) return false;
     rest = rest.subspan(taken);
     return true;
-}
-
-int threeWay(std::size_t a, std::size_t b) {
-    return a < b ? -1 : a > b ? 1 : 0;
-}
-
-// Bytes of UTF-8 in its shortest form compare as the characters do.
-int compareBytes(std::string_view a, std::string_view b) {
-    const int order = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
-    return order != 0 ? order : threeWay(a.size(), b.size());
 }
 
 // A directory and a name as the path name that they make, in pieces.
@@ -158,53 +129,7 @@ int compareFolded(Pieces a, Pieces b) {
     return threeWay(a.empty() ? 0 : 1, b.empty() ? 0 : 1);
 }
 
-int byPath(const EncodedRecord& a, const EncodedRecord& b) {
-    return compareBytes(a.path, b.path);
-}
-
-int byName(const EncodedRecord& a, const EncodedRecord& b) {
-    return compareBytes(a.name, b.name);
-}
-
-int byPathName(const EncodedRecord& a, const EncodedRecord& b) {
-    if (a.path == b.path) return compareBytes(a.name, b.name);
-    return comparePieces(Pieces(a), Pieces(b));
-}
-
-int bySize(const EncodedRecord& a, const EncodedRecord& b) {
-    return threeWay(a.size, b.size);
-}
-
-int byFoldedPath(const EncodedRecord& a, const EncodedRecord& b) {
-    return compareFolded(Pieces(a.path), Pieces(b.path));
-}
-
-int byFoldedName(const EncodedRecord& a, const EncodedRecord& b) {
-    return compareFolded(Pieces(a.name), Pieces(b.name));
-}
-
-int byFoldedPathName(const EncodedRecord& a, const EncodedRecord& b) {
-    return compareFolded(Pieces(a), Pieces(b));
-}
-
 }  // namespace
-
-EncodedRecord readWellFormed(const unsigned char* bytes) {
-    EncodedRecord record;
-    record.begin = bytes;
-    const unsigned pathCount = number(bytes);
-    record.path = text(bytes, pathCount);
-    const unsigned char* at = bytes + NUMBER_SIZE + pathCount - 1;
-    const unsigned nameCount = number(at);
-    record.name = text(at, nameCount);
-    at += NUMBER_SIZE + nameCount - 1;
-    const unsigned mask = number(at);
-    const unsigned char* fields = at + NUMBER_SIZE;
-    if ((mask & SIZE_BIT) != 0)
-        record.size = number(fields + ((mask & ATTRIBUTES_BIT) != 0 ? NUMBER_SIZE : 0));
-    record.length = static_cast<std::size_t>(fields - bytes) + NUMBER_SIZE * fieldCount(mask);
-    return record;
-}
 
 bool isWellFormed(std::span<const unsigned char> bytes) {
     while (!bytes.empty()) {
@@ -213,19 +138,21 @@ bool isWellFormed(std::span<const unsigned char> bytes) {
     return true;
 }
 
-EncodedOrder encodedOrder(unsigned key, bool caseSensitive) {
-    switch (key) {
-        case FS_SORT_PATH:
-            return caseSensitive ? byPath : byFoldedPath;
-        case FS_SORT_NAME:
-            return caseSensitive ? byName : byFoldedName;
-        case FS_SORT_PATHNAME:
-            return caseSensitive ? byPathName : byFoldedPathName;
-        case FS_SORT_SIZE:
-            return bySize;
-        default:
-            return nullptr;
-    }
+int comparePathNames(const EncodedRecord& a, const EncodedRecord& b) {
+    if (a.path == b.path) return compareBytes(a.name, b.name);
+    return comparePieces(Pieces(a), Pieces(b));
+}
+
+int compareFoldedPaths(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a.path), Pieces(b.path));
+}
+
+int compareFoldedNames(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a.name), Pieces(b.name));
+}
+
+int compareFoldedPathNames(const EncodedRecord& a, const EncodedRecord& b) {
+    return compareFolded(Pieces(a), Pieces(b));
 }
 
 }  // namespace fscanner

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "fscanner/fs/encoded_record.h"
+#include "fscanner/fs/fs_resultset.h"
 #include "fscanner/platform/linuxfile.h"
 
 namespace fscanner {
@@ -19,25 +20,21 @@ Bytes contentOf(const LinuxMmFile& file, std::size_t length) {
     return {reinterpret_cast<const unsigned char*>(content.data()), content.size()};
 }
 
-// Whether `next` may stand behind `previous`.
-class Order {
-public:
-    Order(EncodedOrder order, bool ascending) : order_(order), ascending_(ascending) {}
-    bool follows(const EncodedRecord& previous, const EncodedRecord& next) const {
-        const int order = order_(previous, next);
-        return ascending_ ? order <= 0 : order >= 0;
+// Whether `next` may stand behind `previous`. A template, so that the inner loops
+// have their comparison inline.
+template <EncodedOrder compare, bool ascending>
+struct Order {
+    static bool follows(const EncodedRecord& previous, const EncodedRecord& next) {
+        const int order = compare(previous, next);
+        return ascending ? order <= 0 : order >= 0;
     }
-
-private:
-    EncodedOrder order_;
-    bool ascending_;
 };
 
 // Walks the records of one file.
+template <class Order>
 class Cursor {
 public:
-    Cursor(Bytes bytes, const Order& order) : at_(bytes.data()), end_(at_ + bytes.size()) {
-        order_ = &order;
+    explicit Cursor(Bytes bytes) : at_(bytes.data()), end_(at_ + bytes.size()) {
         if (!atEnd()) current_ = readWellFormed(at_);
     }
     bool atEnd() const { return at_ == end_; }
@@ -45,11 +42,12 @@ public:
 
     // Goes on to the next record; false when a run ends before it.
     bool advance() {
-        const EncodedRecord previous = current_;
-        at_ = previous.end();
+        at_ = current_.end();
         if (atEnd()) return false;
-        current_ = readWellFormed(at_);
-        return order_->follows(previous, current_);
+        const EncodedRecord next = readWellFormed(at_);
+        const bool sameRun = Order::follows(current_, next);
+        current_ = next;
+        return sameRun;
     }
     // The bytes from here to the end of the run.
     Bytes takeRun() {
@@ -63,7 +61,6 @@ private:
     const unsigned char* at_;
     const unsigned char* end_;
     EncodedRecord current_;
-    const Order* order_;
 };
 
 // Overwrites a mapped file from its start, growing it in large steps: a step
@@ -96,15 +93,6 @@ bool RunWriter::extend(std::size_t needed) {
     return true;
 }
 
-bool distribute(Bytes source, const Order& order, RunWriter& first, RunWriter& second) {
-    RunWriter* target = &first;
-    RunWriter* other = &second;
-    for (Cursor cursor(source, order); !cursor.atEnd(); std::swap(target, other)) {
-        if (!target->append(cursor.takeRun())) return false;
-    }
-    return true;
-}
-
 // Merged records go straight into the source, which has exactly their length.
 class MergeTarget {
 public:
@@ -119,47 +107,88 @@ private:
     std::byte* at_;
 };
 
-void mergeRun(Cursor& first, Cursor& second, const Order& order, MergeTarget& target) {
+template <class Order>
+bool distribute(Bytes source, RunWriter& first, RunWriter& second) {
+    RunWriter* target = &first;
+    RunWriter* other = &second;
+    for (Cursor<Order> cursor(source); !cursor.atEnd(); std::swap(target, other)) {
+        if (!target->append(cursor.takeRun())) return false;
+    }
+    return true;
+}
+
+template <class Order>
+void mergeRun(Cursor<Order>& first, Cursor<Order>& second, MergeTarget& target) {
     for (;;) {
-        const bool takeFirst = order.follows(first.current(), second.current());
-        Cursor& taken = takeFirst ? first : second;
-        Cursor& other = takeFirst ? second : first;
+        const bool takeFirst = Order::follows(first.current(), second.current());
+        Cursor<Order>& taken = takeFirst ? first : second;
         target.append(taken.current().begin, taken.current().length);
         if (!taken.advance()) {
-            target.append(other.takeRun());
+            target.append((takeFirst ? second : first).takeRun());
             return;
         }
     }
 }
 
-unsigned merge(Cursor first, Cursor second, const Order& order, MergeTarget target) {
+template <class Order>
+unsigned merge(Bytes firstRuns, Bytes secondRuns, MergeTarget target) {
+    Cursor<Order> first(firstRuns);
+    Cursor<Order> second(secondRuns);
     unsigned runs = 0;
-    for (; !first.atEnd() && !second.atEnd(); ++runs) mergeRun(first, second, order, target);
+    for (; !first.atEnd() && !second.atEnd(); ++runs) mergeRun(first, second, target);
     for (; !first.atEnd(); ++runs) target.append(first.takeRun());
     for (; !second.atEnd(); ++runs) target.append(second.takeRun());
     return runs;
 }
 
-}  // namespace
-
-EncodedMerge::Outcome ResultRecordMerge::sort(SortFiles files, bool ascending, bool caseSensitive) {
+template <class Order>
+bool sortBy(SortFiles files) {
     const std::size_t length = files.source.logicalSize();
-    const EncodedOrder compare = encodedOrder(key_, caseSensitive);
-    if (compare == nullptr || !isWellFormed(contentOf(files.source, length)))
-        return Outcome::notApplicable;
-    if (!files.first.create() || !files.second.create()) return Outcome::failed;
-    const Order order(compare, ascending);
     unsigned runs = 0;
     do {
         RunWriter first(files.first);
         RunWriter second(files.second);
-        if (!distribute(contentOf(files.source, length), order, first, second))
-            return Outcome::failed;
-        runs = merge(Cursor(contentOf(files.first, first.written()), order),
-                     Cursor(contentOf(files.second, second.written()), order), order,
-                     MergeTarget(files.source.mutableContent()));
+        if (!distribute<Order>(contentOf(files.source, length), first, second)) return false;
+        runs = merge<Order>(contentOf(files.first, first.written()),
+                            contentOf(files.second, second.written()),
+                            MergeTarget(files.source.mutableContent()));
     } while (runs > 1);
-    return Outcome::sorted;
+    return true;
+}
+
+using Sorter = bool (*)(SortFiles);
+
+template <EncodedOrder compare>
+Sorter sorter(bool ascending) {
+    return ascending ? sortBy<Order<compare, true>> : sortBy<Order<compare, false>>;
+}
+
+Sorter sorterFor(unsigned key, bool ascending, bool caseSensitive) {
+    switch (key) {
+        case FS_SORT_PATH:
+            return caseSensitive ? sorter<comparePaths>(ascending)
+                                 : sorter<compareFoldedPaths>(ascending);
+        case FS_SORT_NAME:
+            return caseSensitive ? sorter<compareNames>(ascending)
+                                 : sorter<compareFoldedNames>(ascending);
+        case FS_SORT_PATHNAME:
+            return caseSensitive ? sorter<comparePathNames>(ascending)
+                                 : sorter<compareFoldedPathNames>(ascending);
+        case FS_SORT_SIZE:
+            return sorter<compareSizes>(ascending);
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace
+
+EncodedMerge::Outcome ResultRecordMerge::sort(SortFiles files, bool ascending, bool caseSensitive) {
+    const Sorter sorter = sorterFor(key_, ascending, caseSensitive);
+    if (sorter == nullptr || !isWellFormed(contentOf(files.source, files.source.logicalSize())))
+        return Outcome::notApplicable;
+    const bool sorted = files.first.create() && files.second.create() && sorter(files);
+    return sorted ? Outcome::sorted : Outcome::failed;
 }
 
 }  // namespace fscanner

@@ -1,0 +1,179 @@
+// Sorting a file of results, side by side with GNU sort of the same paths.
+//
+//     sort_bench [RECORDS [ROUNDS]]
+//
+// Prints the best times of the rounds, the ratio of the two and the peak of each
+// process's private memory. The files lie in the temporary directory.
+
+#include <spawn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cwchar>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/fs/fs_resultset_file.h"
+
+namespace {
+
+using namespace fscanner;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+struct Entry {
+    std::string directory;
+    std::string name;
+    unsigned size;
+};
+
+// Directories in the order of a walk, names in no order, as a search finds them.
+std::vector<Entry> generate(unsigned count) {
+    static constexpr const char* stems[] = {"main", "test", "util", "index", "config", "README"};
+    static constexpr const char* ends[] = {".c", ".h", ".py", ".txt", ".json", ""};
+    std::mt19937 random(1);
+    std::vector<Entry> entries;
+    std::string directory;
+    for (unsigned i = 0; i < count; ++i) {
+        if (i % 16 == 0) {
+            directory = "/srv/data/project_" + std::to_string(i / 4096) + "/module_" +
+                        std::to_string(i / 128 % 32) + "/part_" + std::to_string(i / 16);
+        }
+        const auto pick = static_cast<unsigned>(random());
+        entries.push_back({directory,
+                           std::string(stems[pick % 6]) + "_" + std::to_string(pick / 6 % 2000000) +
+                               ends[pick / 100 % 6],
+                           1u << pick % 24 | (pick & 0xFFFF)});
+    }
+    return entries;
+}
+
+struct Cost {
+    double milliseconds = 0;
+    double cpuMilliseconds = 0;  // of user and system, which a busy machine does not distort
+    long privateKiB = 0;
+};
+
+// Anonymous memory: mapped files do not count, they are the page cache's.
+long anonymousKiB(pid_t process) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("RssAnon:")) return std::strtol(line.c_str() + 8, nullptr, 10);
+    }
+    return 0;
+}
+
+double milliseconds(const timeval& t) {
+    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_usec) / 1e3;
+}
+
+using Arguments = std::vector<std::string>;
+
+// Spawned, not forked: a copy of this process would count as the program's memory.
+pid_t start(const Arguments& program) {
+    std::vector<char*> arguments;
+    for (const std::string& a : program) arguments.push_back(const_cast<char*>(a.c_str()));
+    arguments.push_back(nullptr);
+    pid_t child = -1;
+    ::posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ);
+    return child;
+}
+
+Cost measure(const Arguments& program) {
+    Cost cost;
+    const auto begin = Clock::now();
+    const pid_t child = start(program);
+    int status = 0;
+    rusage usage{};
+    do {
+        cost.privateKiB = std::max(cost.privateKiB, anonymousKiB(child));
+        ::usleep(2000);
+    } while (::wait4(child, &status, WNOHANG, &usage) == 0);
+    cost.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+    cost.cpuMilliseconds = milliseconds(usage.ru_utime) + milliseconds(usage.ru_stime);
+    if (status != 0) {
+        std::fprintf(stderr, "a sort failed\n");
+        std::exit(1);
+    }
+    return cost;
+}
+
+Cost best(unsigned rounds, const std::function<void()>& prepare, const Arguments& program) {
+    Cost result;
+    for (unsigned i = 0; i < rounds; ++i) {
+        prepare();
+        const Cost cost = measure(program);
+        if (i == 0 || cost.milliseconds < result.milliseconds) result = cost;
+    }
+    return result;
+}
+
+void writeRecords(const std::string& file, const std::vector<Entry>& entries) {
+    FsResultSetWriter_OnFile writer(file.c_str());
+    for (const Entry& e : entries) {
+        writer.addRecord(toWide(e.directory).c_str(), toWide(e.name).c_str(), e.size, 0x2000);
+    }
+}
+
+struct Comparison {
+    const char* title;
+    unsigned key;
+    const char* option;  // of GNU sort
+    std::function<std::string(const Entry&)> line;
+};
+
+void compare(const Comparison& c, const std::vector<Entry>& entries, const fs::path& directory,
+             unsigned rounds) {
+    const std::string lines = directory / "lines", out = directory / "out";
+    const std::string records = directory / "records";
+    {
+        std::ofstream file(lines);
+        for (const Entry& e : entries) file << c.line(e) << "\n";
+    }
+    const Cost theirs = best(rounds, [] {}, {"sort", "--parallel=1", c.option, "-o", out, lines});
+    const Cost ours = best(rounds, [&] { writeRecords(records, entries); },
+                           {"/proc/self/exe", "--sort", records, std::to_string(c.key)});
+    std::printf(
+        "%-10s %6.0f ms %6.0f CPU %6.1f MiB  GNU sort %6.0f ms %6.0f CPU %6.1f MiB  "
+        "ratio %.2f, of CPU %.2f\n",
+        c.title, ours.milliseconds, ours.cpuMilliseconds,
+        static_cast<double>(ours.privateKiB) / 1024, theirs.milliseconds, theirs.cpuMilliseconds,
+        static_cast<double>(theirs.privateKiB) / 1024, ours.milliseconds / theirs.milliseconds,
+        ours.cpuMilliseconds / theirs.cpuMilliseconds);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 4 && std::string(argv[1]) == "--sort") {
+        FsResultSetReader_OnFile reader(argv[2]);
+        const auto key = static_cast<unsigned>(std::atoi(argv[3]));
+        return reader.sort(key, FS_SORT_ASCENDING, true) != 0 ? 0 : 1;
+    }
+    ::setenv("LC_ALL", "C", 1);
+    const auto count = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1000000);
+    const auto rounds = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 3);
+    std::string name = (fs::temp_directory_path() / "sort_bench_XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) return 1;
+    const std::vector<Entry> entries = generate(count);
+    const Comparison comparisons[] = {
+        {"name", FS_SORT_NAME, "-s", [](const Entry& e) { return e.name + "\t" + e.directory; }},
+        {"path name", FS_SORT_PATHNAME, "-s",
+         [](const Entry& e) { return e.directory + "/" + e.name; }},
+        {"size", FS_SORT_SIZE, "-n",
+         [](const Entry& e) { return std::to_string(e.size) + "\t" + e.directory + "/" + e.name; }},
+    };
+    for (const Comparison& c : comparisons) compare(c, entries, name, rounds);
+    fs::remove_all(name);
+    return 0;
+}
