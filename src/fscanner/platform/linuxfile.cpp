@@ -71,6 +71,15 @@ bool LinuxMmFile::bringToDisk() {
     return !syncOnClose_ || ::fsync(file_.get()) == 0;
 }
 
+bool LinuxMmFile::sync() {
+    return !changed_ || ::fsync(file_.get()) == 0;
+}
+
+void LinuxMmFile::expectRandomAccess() {
+    randomAccess_ = true;
+    if (address_ != nullptr) advise(mappedLength_);
+}
+
 unsigned int LinuxMmFile::read(void* buffer, unsigned int count) {
     const unsigned left = address_ != nullptr ? logicalSize_ - position_ : 0;
     const unsigned available = std::min(count, left);
@@ -132,8 +141,15 @@ bool LinuxMmFile::map(unsigned length) {
                                                  MAP_SHARED, file_.get(), 0)
                                         : ::mremap(address_, mappedLength_, length, MREMAP_MAYMOVE);
     if (address == MAP_FAILED) return false;
+    const bool first = address_ == nullptr;
     address_ = static_cast<std::byte*>(address);
+    if (first) advise(length);
     return true;
+}
+
+// A hint: its failure costs time alone.
+void LinuxMmFile::advise(unsigned length) const {
+    if (randomAccess_) ::madvise(address_, length, MADV_RANDOM);
 }
 
 void LinuxMmFile::unmap() {

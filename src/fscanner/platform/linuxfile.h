@@ -27,7 +27,7 @@ namespace fscanner {
 ///
 /// After a failed `close`, or when the file could not be mapped, reading and
 /// writing transfer 0 bytes.
-class LinuxMmFile : public AbstractFile {
+class LinuxMmFile final : public AbstractFile {
 public:
     explicit LinuxMmFile(const char* name);
     ~LinuxMmFile() override;
@@ -55,6 +55,11 @@ public:
     /// The same to be changed in place.
     std::span<std::byte> mutableContent();
     unsigned logicalSize() const { return logicalSize_; }
+    /// Waits until what was written so far is on disk. The length there stays the
+    /// padded one until `close`. True at once when nothing was written.
+    bool sync();
+    /// Says that reads will jump about: nothing is read ahead of a cold one.
+    void expectRandomAccess();
     /// Whether `close` waits until what was written is on disk. On at first; for
     /// files that need not survive the system it is a waste.
     void setSyncOnClose(bool on) { syncOnClose_ = on; }
@@ -69,6 +74,7 @@ private:
     bool extendFile(unsigned length);
     bool map(unsigned length);
     void unmap();
+    void advise(unsigned length) const;
     bool bringToDisk();
 
     Descriptor file_;
@@ -79,6 +85,7 @@ private:
     bool endMet_ = false;
     bool changed_ = false;
     bool syncOnClose_ = true;
+    bool randomAccess_ = false;
     std::unique_ptr<char, Free> name_;
 };
 

@@ -3,6 +3,8 @@
 #include <ctime>
 
 #include "fscanner/common/utf8.h"
+#include "fscanner/platform/linuxsemaphore.h"
+#include "fscanner/platform/linuxsync.h"
 
 namespace fscanner {
 
@@ -15,6 +17,16 @@ std::unique_ptr<LinuxMmFile> SysFactory::createMmFile(const wchar_t* name) {
 std::unique_ptr<StdFile> SysFactory::createStdFile(const wchar_t* name) {
     if (name == nullptr) return nullptr;
     return std::make_unique<StdFile>(name);
+}
+
+std::unique_ptr<AbstractSync> SysFactory::createMutex(const wchar_t* name) {
+    if (name == nullptr) return nullptr;
+    return std::make_unique<LinuxSharedMutex>(toMultibyte(name).c_str());
+}
+
+std::unique_ptr<AbstractSync> SysFactory::createSemaphore(const wchar_t* name) {
+    if (name == nullptr) return nullptr;
+    return std::make_unique<LinuxSemaphore>(toMultibyte(name).c_str());
 }
 
 Thread* SysFactory::createThread(Runnable*) {
