@@ -1,0 +1,71 @@
+#pragma once
+
+#include <bit>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace fscanner {
+
+/// The integers of the store's files: little-endian, at any alignment.
+
+template <std::unsigned_integral T>
+constexpr T littleEndian(T value) {
+    if constexpr (std::endian::native == std::endian::little || sizeof(T) == 1) {
+        return value;
+    } else {
+        T swapped = 0;
+        for (std::size_t i = 0; i < sizeof(T); ++i, value >>= 8) {
+            swapped = static_cast<T>(swapped << 8 | (value & 0xFF));
+        }
+        return swapped;
+    }
+}
+
+template <std::unsigned_integral T>
+T loadInteger(const std::byte* from) {
+    T value;
+    std::memcpy(&value, from, sizeof value);
+    return littleEndian(value);
+}
+
+template <std::unsigned_integral T>
+void storeInteger(std::byte* to, T value) {
+    value = littleEndian(value);
+    std::memcpy(to, &value, sizeof value);
+}
+
+/// What is left to read of a file's content. Nothing is taken past its end.
+class ByteRange {
+public:
+    ByteRange() = default;
+    ByteRange(const std::byte* begin, const std::byte* end) : at_(begin), end_(end) {}
+
+    const std::byte* at() const { return at_; }
+    std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
+    bool empty() const { return at_ == end_; }
+    std::byte next() { return *at_++; }
+
+    /// The start of the next `count` bytes; null, and nothing is taken, when there
+    /// are fewer.
+    const std::byte* take(std::size_t count) {
+        if (left() < count) return nullptr;
+        const std::byte* taken = at_;
+        at_ += count;
+        return taken;
+    }
+
+    template <std::unsigned_integral T>
+    bool takeInteger(T& value) {
+        const std::byte* from = take(sizeof(T));
+        if (from) value = loadInteger<T>(from);
+        return from != nullptr;
+    }
+
+private:
+    const std::byte* at_ = nullptr;
+    const std::byte* end_ = nullptr;
+};
+
+}  // namespace fscanner

@@ -1,0 +1,92 @@
+#include "fscanner/store/data_file.h"
+
+#include <cwchar>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fscanner/platform/sysfactory.h"
+#include "fscanner/store/record_layout.h"
+#include "fscanner/store/stored_name.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned COUNT_SIZE = 4;
+constexpr unsigned FIXED_HEADER = 12;     // the two counts and the number of fields
+constexpr unsigned FIXED_DESCRIPTOR = 8;  // type code and name length
+
+std::vector<std::byte> encodeHeader(const Fields& schema) {
+    std::vector<std::byte> header(2 * COUNT_SIZE);
+    appendInteger(header, schema.count());
+    for (unsigned i = 0; i < schema.count(); ++i) {
+        appendInteger(header, schema.at(i)->type());
+        appendName(header, schema.at(i)->name());
+    }
+    return header;
+}
+
+/// False for anything that `encodeHeader` does not write.
+bool decodeHeader(ByteRange& in, Fields& schema) {
+    std::uint32_t count = 0;
+    if (!in.take(2 * COUNT_SIZE) || !in.takeInteger(count)) return false;
+    if (count > RecordLayout::MAX_FIELDS) return false;
+    std::wstring name;
+    for (; count > 0; --count) {
+        std::uint32_t type = 0;
+        if (!in.takeInteger(type) || !takeName(in, name)) return false;
+        if (!schema.add(name.c_str(), type)) return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+unsigned DataFile::headerSize(const Fields& schema) {
+    unsigned size = FIXED_HEADER;
+    for (unsigned i = 0; i < schema.count(); ++i) {
+        size += FIXED_DESCRIPTOR + 4 * static_cast<unsigned>(std::wcslen(schema.at(i)->name()));
+    }
+    return size;
+}
+
+std::unique_ptr<DataFile> DataFile::create(const wchar_t* path, const Fields& schema) {
+    auto file = SysFactory::createMmFile(path);
+    const std::vector<std::byte> header = encodeHeader(schema);
+    const auto length = static_cast<unsigned>(header.size());
+    if (!file->create() || file->write(header.data(), length) != length) return nullptr;
+    return std::unique_ptr<DataFile>(new DataFile(std::move(file), length));
+}
+
+OpenResult DataFile::open(const wchar_t* path, Fields& schema, std::unique_ptr<DataFile>& file) {
+    auto opened = SysFactory::createMmFile(path);
+    if (!opened->open()) return OpenResult::failed;
+    const std::span<const std::byte> content = opened->content();
+    ByteRange in(content.data(), content.data() + content.size());
+    Fields read;
+    if (!decodeHeader(in, read)) return OpenResult::damaged;
+    schema = std::move(read);
+    const unsigned length = headerSize(schema);
+    file.reset(new DataFile(std::move(opened), length));
+    return OpenResult::ok;
+}
+
+unsigned DataFile::count(RecordCount which) const {
+    return loadInteger<std::uint32_t>(file_->content().data() + which * COUNT_SIZE);
+}
+
+void DataFile::setCount(RecordCount which, unsigned value) {
+    storeInteger<std::uint32_t>(file_->mutableContent().data() + which * COUNT_SIZE, value);
+}
+
+bool DataFile::append(std::span<const std::byte> record) {
+    return write(end(), record);
+}
+
+bool DataFile::write(unsigned offset, std::span<const std::byte> bytes) {
+    const auto length = static_cast<unsigned>(bytes.size());
+    return file_->seek(offset, SEEK_FROM_START) && file_->write(bytes.data(), length) == length;
+}
+
+}  // namespace fscanner

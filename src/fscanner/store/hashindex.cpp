@@ -1,0 +1,149 @@
+#include "fscanner/store/hashindex.h"
+
+#include <algorithm>
+#include <cwchar>
+
+#include "fscanner/common/numbers.h"
+#include "fscanner/common/paths.h"
+#include "fscanner/common/wildcard.h"
+#include "fscanner/platform/sysfactory.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned MAX_DECIMAL = 11;  // of 32 bits, with the terminator
+
+std::wstring inDirectory(std::wstring directory, const std::wstring& name) {
+    if (directory.empty() || directory.back() != L'/') directory += L'/';
+    return directory + name;
+}
+
+}  // namespace
+
+Index::Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* fieldName) {
+    if (!indexName || !directory || !fieldName) return;
+    indexName_ = indexName;
+    fieldName_ = fieldName;
+    fileName_ = indexName_ + L".idx";
+    path_ = inDirectory(directory, fileName_);
+    named_ = true;
+}
+
+Index::Index(const Index& other)
+    : indexName_(other.indexName_),
+      fieldName_(other.fieldName_),
+      fileName_(other.fileName_),
+      path_(other.path_),
+      named_(other.named_) {}
+
+bool Index::create() {
+    if (!named_ || file_) return false;
+    auto file = SysFactory::createMmFile(path_.c_str());
+    if (!file->create()) return false;
+    file->expectRandomAccess();
+    file_ = std::move(file);
+    if (init()) return true;
+    file_.reset();
+    return false;
+}
+
+bool Index::open() {
+    if (!named_ || file_) return false;
+    auto file = SysFactory::createMmFile(path_.c_str());
+    if (!file->open()) return false;
+    const unsigned size = file->logicalSize();
+    damaged_ = size < BUCKETS * SLOT || size % SLOT != 0;
+    if (damaged_) return false;
+    file->expectRandomAccess();
+    file_ = std::move(file);
+    return true;
+}
+
+bool Index::close() {
+    if (!file_) return false;
+    const bool closed = file_->close();
+    file_.reset();
+    return closed;
+}
+
+bool Index::erase() {
+    return named_ && !file_ && removeFile(path_.c_str()) == 0;
+}
+
+bool Index::init() {
+    if (!file_ || !file_->seek(0, SEEK_FROM_START)) return false;
+    // NONE in both words of every head is all ones.
+    const std::vector<unsigned char> heads(std::size_t{BUCKETS} * SLOT, 0xFF);
+    return file_->write(heads.data(), BUCKETS * SLOT) == BUCKETS * SLOT;
+}
+
+bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
+    if (!file_) return false;
+    *recordId = *next = NONE;
+    if (slot >= slotCount()) return true;
+    const std::byte* from = file_->content().data() + at(slot);
+    *recordId = loadInteger<std::uint32_t>(from);
+    *next = loadInteger<std::uint32_t>(from + 4);
+    return true;
+}
+
+bool Index::write(unsigned bucket, unsigned recordId) {
+    if (!file_ || bucket >= BUCKETS) return false;
+    unsigned oldId = NONE, oldNext = NONE;
+    read(bucket, &oldId, &oldNext);
+    if (oldId != NONE) {
+        const unsigned overflow = slotCount();
+        if (!append(oldId, oldNext)) return false;
+        storeInteger<std::uint32_t>(slotAt(bucket) + 4, overflow);
+    }
+    storeInteger<std::uint32_t>(slotAt(bucket), recordId);
+    return true;
+}
+
+bool Index::append(unsigned recordId, unsigned next) {
+    std::byte slot[SLOT];
+    storeInteger<std::uint32_t>(slot, recordId);
+    storeInteger<std::uint32_t>(slot + 4, next);
+    return file_->seek(0, SEEK_FROM_END) && file_->write(slot, SLOT) == SLOT;
+}
+
+bool Index::isFollower(unsigned slot, unsigned next) const {
+    if (next == NONE) return true;
+    const unsigned limit = slot < BUCKETS ? slotCount() : slot;
+    return next >= BUCKETS && next < limit;
+}
+
+bool makeIndexKey(const Field& field, std::wstring& key) {
+    key.resize(MAX_DECIMAL);
+    switch (field.type()) {
+        case FIELD_INT8:
+            wcs_itoa(static_cast<const Int8Field&>(field).value(), key.data());
+            break;
+        case FIELD_INT16:
+            wcs_itoa(static_cast<const Int16Field&>(field).value(), key.data());
+            break;
+        case FIELD_INT32:
+            wcs_itoa(static_cast<const Int32Field&>(field).value(), key.data());
+            break;
+        case FIELD_INT64:
+            // The low half alone, deliberately: values that differ above it share a key.
+            wcs_itoa(static_cast<unsigned>(static_cast<const Int64Field&>(field).value()),
+                     key.data());
+            break;
+        case FIELD_TEXT:
+            key.assign(static_cast<const TextField&>(field).view());
+            wcsupper(key.data());
+            return true;
+        default:
+            return false;
+    }
+    key.resize(std::wcslen(key.c_str()));
+    return true;
+}
+
+unsigned indexBucket(const wchar_t* key) {
+    return static_cast<unsigned>(hash(key, static_cast<int>(Index::BUCKETS)));
+}
+
+}  // namespace fscanner

@@ -1,0 +1,40 @@
+#include "fscanner/store/offset_file.h"
+
+#include <utility>
+
+#include "fscanner/platform/sysfactory.h"
+
+namespace fscanner {
+
+std::unique_ptr<OffsetFile> OffsetFile::create(const wchar_t* path) {
+    auto file = SysFactory::createMmFile(path);
+    if (!file->create()) return nullptr;
+    return std::unique_ptr<OffsetFile>(new OffsetFile(std::move(file)));
+}
+
+OpenResult OffsetFile::open(const wchar_t* path, std::unique_ptr<OffsetFile>& file) {
+    auto opened = SysFactory::createMmFile(path);
+    if (!opened->open()) return OpenResult::failed;
+    if (opened->logicalSize() % ENTRY != 0) return OpenResult::damaged;
+    file.reset(new OffsetFile(std::move(opened)));
+    return OpenResult::ok;
+}
+
+unsigned OffsetFile::nextLive(unsigned from) const {
+    const unsigned end = count();
+    while (from < end && at(from) == REMOVED) ++from;
+    return from < end ? from : end;
+}
+
+bool OffsetFile::append(unsigned offset) {
+    std::byte entry[ENTRY];
+    storeInteger<std::uint32_t>(entry, offset);
+    return file_->seek(0, SEEK_FROM_END) && file_->write(entry, ENTRY) == ENTRY;
+}
+
+void OffsetFile::markRemoved(unsigned id) {
+    std::byte* entry = file_->mutableContent().data() + std::size_t{ENTRY} * id;
+    storeInteger<std::uint32_t>(entry, REMOVED);
+}
+
+}  // namespace fscanner

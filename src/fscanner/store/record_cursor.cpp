@@ -1,0 +1,171 @@
+#include "fscanner/store/record_cursor.h"
+
+#include "fscanner/common/numbers.h"
+#include "fscanner/common/wildcard.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+__recordSet::__recordSet(FS_Table& table) : table_(table), buffer_(table.schema()) {}
+
+bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
+    index_.reset();
+    key_.clear();
+    filter_ = {};
+    refused_ = false;
+    criteria_ = criteria;
+    flag_ = flag;
+    const wchar_t* text = criteria ? criteria->getCriteria() : nullptr;
+    active_ = text && *text;
+    if (active_) prepareChecks();
+    return true;
+}
+
+void __recordSet::prepareChecks() {
+    criteria_->setFields(&buffer_);
+    refused_ = !criteria_->compile();
+    if (refused_) {
+        debug("RecordSet::setCriteria - criteria does not compile, nothing matches\n");
+        return;
+    }
+    selectIndex();
+    filter_ = RecordFilter(criteria_->tree(), buffer_, flag_);
+    wanted_.clear();
+    for (unsigned i = 0; i < buffer_.count(); ++i) {
+        if (!criteria_->readsField(buffer_.at(i)->name())) continue;
+        wanted_.resize(i + 1);
+        wanted_[i] = true;
+    }
+}
+
+void __recordSet::selectIndex() {
+    const ExpValue* info = criteria_->getHashInfo();
+    if (!info || info->name().empty()) return;
+    index_ = table_.searchHashIndexForFieldName(info->getNValueString(), false);
+    if (!index_) return;
+    if (info->getType() == NUMERIC) {
+        wchar_t decimal[11];
+        key_ = wcs_itoa(static_cast<unsigned>(info->getNumericValue()), decimal);
+    } else {
+        key_ = info->text();
+    }
+    wcsupper(key_.data());
+}
+
+// ---- Moves ------------------------------------------------------------------
+
+bool __recordSet::first() {
+    if (!walksIndex()) return table_.moveFirst(id_);
+    return table_.hashIndex_moveFirst(*index_, key_.c_str(), id_, nextSlot_);
+}
+
+bool __recordSet::next() {
+    if (!walksIndex()) return table_.moveNext(id_);
+    return table_.hashIndex_moveNext(*index_, id_, nextSlot_);
+}
+
+bool __recordSet::moveFirst() {
+    if (refused_ || !findMatch(first(), [this] { return next(); })) return false;
+    position_ = 0;
+    return true;
+}
+
+bool __recordSet::moveNext() {
+    if (refused_ || !findMatch(next(), [this] { return next(); })) return false;
+    ++position_;
+    return true;
+}
+
+bool __recordSet::movePrevious() {
+    const auto step = [this] { return table_.movePrevious(id_); };
+    if (refused_ || walksIndex() || !findMatch(step(), step)) return false;
+    --position_;
+    return true;
+}
+
+bool __recordSet::moveLast() {
+    return !walksIndex() && table_.moveLast(id_, position_);
+}
+
+unsigned __recordSet::count() const {
+    unsigned id = 0, position = 0;
+    table_.moveLast(id, position);
+    return position;
+}
+
+/// Tries records until one matches; `found` tells whether there is a first one.
+template <typename Step>
+bool __recordSet::findMatch(bool found, Step step) {
+    if (!found) return false;
+    unsigned tried = id_;
+    for (; found; found = step()) {
+        tried = id_;
+        const Verdict verdict = tryRecord();
+        if (verdict != Verdict::noMatch) return verdict == Verdict::match;
+    }
+    id_ = tried;
+    readRecord();
+    return false;
+}
+
+__recordSet::Verdict __recordSet::tryRecord() {
+    if (!active_) return readRecord() ? Verdict::match : Verdict::unreadable;
+    const ByteRange record = table_.record(id_);
+    if (record.empty()) return Verdict::unreadable;
+    if (!filter_.isEmpty() && !filter_.mayMatch(table_.codec().layout(), record)) {
+        return Verdict::noMatch;
+    }
+    return checkRecord(record);
+}
+
+__recordSet::Verdict __recordSet::checkRecord(ByteRange record) {
+    if (table_.codec().decodeSome(record, buffer_, wanted_) != DecodeResult::ok) {
+        table_.reportDamage("a record");
+        return Verdict::unreadable;
+    }
+    if (criteria_->check(&buffer_, nullptr, flag_) <= 0) return Verdict::noMatch;
+    return readRecord() ? Verdict::match : Verdict::unreadable;
+}
+
+bool __recordSet::readRecord() {
+    return table_.read(id_, buffer_);
+}
+
+// ---- The log ----------------------------------------------------------------
+
+namespace {
+
+template <typename F>
+void print(const Field& field) {
+    const auto value = static_cast<const F&>(field).value();
+    debug("%ls = %d\n", field.name(), static_cast<int>(value));
+}
+
+template <>
+void print<Int64Field>(const Field& field) {
+    const auto value = static_cast<const Int64Field&>(field).value();
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat"
+    // To libc the format asks for an int in 64 columns, and that is what it gets.
+    debug("%ls = %I64d\n", field.name(), static_cast<int>(value));
+#pragma GCC diagnostic pop
+}
+
+template <>
+void print<TextField>(const Field& field) {
+    debug("%ls = %ls\n", field.name(), static_cast<const TextField&>(field).value());
+}
+
+}  // namespace
+
+void __recordSet::printFields() const {
+    static constexpr void (*printers[])(const Field&) = {print<Int8Field>, print<Int16Field>,
+                                                         print<Int32Field>, print<Int64Field>,
+                                                         print<TextField>};
+    for (unsigned i = 0; i < buffer_.count(); ++i) {
+        const Field& field = *buffer_.at(i);
+        printers[field.type() - FIELD_INT8](field);
+    }
+}
+
+}  // namespace fscanner

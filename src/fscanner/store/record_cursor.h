@@ -1,0 +1,70 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fscanner/expr/criteria.h"
+#include "fscanner/store/record_filter.h"
+#include "fscanner/store/table.h"
+
+namespace fscanner {
+
+/// What a `RecordSet` is a handle on: the place in a table, the buffer, and the
+/// criteria with what was made of it.
+///
+/// A record is tried in three steps, and most fall at the first: the filter looks
+/// at its stored bytes; the fields that the criteria reads are decoded and it is
+/// checked; on a match the rest is decoded. The buffer always ends up with the
+/// last record that was tried, whole.
+class __recordSet {
+public:
+    /// Takes a copy of the table's schema as its buffer.
+    explicit __recordSet(FS_Table& table);
+
+    bool setCriteria(CriteriaEvaluator* criteria, bool flag);
+    bool moveFirst();
+    bool moveNext();
+    bool movePrevious();
+    bool moveLast();
+    unsigned count() const;
+
+    bool insert() { return table_.insert(buffer_); }
+    bool update() { return table_.update(id_, buffer_); }
+    bool remove() { return table_.remove(id_); }
+
+    Fields& buffer() { return buffer_; }
+    FS_Table& table() { return table_; }
+    void printFields() const;
+
+private:
+    enum class Verdict { match, noMatch, unreadable };
+
+    void selectIndex();
+    void prepareChecks();
+    bool walksIndex() const { return index_ != nullptr; }
+    bool first();
+    bool next();
+    template <typename Step>
+    bool findMatch(bool found, Step step);
+    Verdict tryRecord();
+    Verdict checkRecord(ByteRange record);
+    bool readRecord();
+
+    unsigned id_ = 0;
+    unsigned position_ = 0;
+    FS_Table& table_;
+    RecordHeader header_;
+    Fields buffer_;
+    std::wstring key_;
+    unsigned nextSlot_ = Index::NONE;
+    std::shared_ptr<Index> index_;
+    bool flag_ = false;
+    bool active_ = false;
+    bool refused_ = false;  // the criteria does not compile: nothing matches
+    CriteriaEvaluator* criteria_ = nullptr;
+    RecordFilter filter_;
+    std::vector<bool> wanted_;  // which fields the criteria reads, up to the last
+};
+
+}  // namespace fscanner

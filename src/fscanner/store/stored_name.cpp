@@ -1,0 +1,35 @@
+#include "fscanner/store/stored_name.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::size_t CHARACTER = 4;
+static_assert(sizeof(wchar_t) == CHARACTER);
+
+}  // namespace
+
+void appendInteger(std::vector<std::byte>& out, std::uint32_t value) {
+    std::byte bytes[sizeof value];
+    storeInteger(bytes, value);
+    out.insert(out.end(), bytes, bytes + sizeof bytes);
+}
+
+void appendName(std::vector<std::byte>& out, std::wstring_view name) {
+    appendInteger(out, static_cast<std::uint32_t>(name.size() * CHARACTER));
+    for (const wchar_t c : name) appendInteger(out, static_cast<std::uint32_t>(c));
+}
+
+bool takeName(ByteRange& in, std::wstring& name) {
+    std::uint32_t length = 0;
+    if (!in.takeInteger(length) || length % CHARACTER != 0) return false;
+    const std::byte* characters = in.take(length);
+    if (!characters) return false;
+    name.clear();
+    for (const std::byte* end = characters + length; characters < end; characters += CHARACTER) {
+        name += static_cast<wchar_t>(loadInteger<std::uint32_t>(characters));
+    }
+    return name.find(L'\0') == name.npos;
+}
+
+}  // namespace fscanner

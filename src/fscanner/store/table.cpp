@@ -1,0 +1,278 @@
+#include "fscanner/store/table.h"
+
+#include <algorithm>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/platform/sysfactory.h"
+#include "fscanner/store/index_list.h"
+#include "fscanner/store/record_cursor.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr const wchar_t* DATA_SUFFIX = L".dat";
+constexpr const wchar_t* OFFSET_SUFFIX = L".pxx";
+constexpr const wchar_t* MUTEX_SUFFIX = L"_t_mutex";
+
+bool isCount(int which) {
+    return static_cast<unsigned>(which) <= COUNT_DELETED;
+}
+
+}  // namespace
+
+FS_Table::FS_Table(const wchar_t* name, const wchar_t* directory, bool compressed)
+    : compressed_(compressed) {
+    if (!name || !directory) return;
+    auto real = PathHelper::realPath(directory, true);
+    if (!real) return;
+    name_ = name;
+    directory_ = std::move(*real);
+    if (directory_.empty() || directory_.back() != L'/') directory_ += L'/';
+    mutex_ = SysFactory::createMutex((name_ + MUTEX_SUFFIX).c_str());
+}
+
+FS_Table::~FS_Table() = default;
+
+// ---- The table --------------------------------------------------------------
+
+bool FS_Table::addField(const wchar_t* name, unsigned typeCode) {
+    return !isOpen() && schema_.add(name, typeCode);
+}
+
+bool FS_Table::create() {
+    if (!isUsable() || isOpen() || schema_.count() > RecordLayout::MAX_FIELDS) return false;
+    damaged_ = false;
+    auto data = DataFile::create(path(DATA_SUFFIX).c_str(), schema_);
+    if (!data) return false;
+    offsets_ = OffsetFile::create(path(OFFSET_SUFFIX).c_str());
+    if (!offsets_) return false;
+    data_ = std::move(data);
+    position_ = data_->headerSize();
+    layOut();
+    eraseHashIndexList(indexes_);
+    return true;
+}
+
+bool FS_Table::open() {
+    if (!isUsable() || isOpen()) return false;
+    damaged_ = false;
+    schema_.removeAll();
+    recordSets_.clear();
+    const OpenResult result = openFiles();
+    if (result == OpenResult::damaged) reportDamage("its files");
+    if (result == OpenResult::ok && retrieveHashIndexList(indexes_)) return true;
+    close();
+    return false;
+}
+
+OpenResult FS_Table::openFiles() {
+    std::unique_ptr<DataFile> data;
+    OpenResult result = DataFile::open(path(DATA_SUFFIX).c_str(), schema_, data);
+    if (result == OpenResult::ok) result = OffsetFile::open(path(OFFSET_SUFFIX).c_str(), offsets_);
+    if (result != OpenResult::ok) {
+        schema_.removeAll();
+        return result;
+    }
+    data_ = std::move(data);
+    position_ = data_->headerSize();
+    layOut();
+    return result;
+}
+
+bool FS_Table::close() {
+    if (!isOpen()) return false;
+    recordSets_.clear();
+    bool closed = true;
+    for (const auto& index : indexes_) closed = index->close() && closed;
+    indexes_.clear();
+    closed = offsets_->close() && closed;
+    closed = data_->close() && closed;
+    offsets_.reset();
+    data_.reset();
+    schema_.removeAll();
+    return closed;
+}
+
+bool FS_Table::sync() {
+    if (!isOpen()) return false;
+    bool synced = offsets_->sync();
+    synced = data_->sync() && synced;
+    for (const auto& index : indexes_) synced = index->sync() && synced;
+    return synced;
+}
+
+bool FS_Table::erase() {
+    return isUsable() && !isOpen() && eraseFiles();
+}
+
+bool FS_Table::reportDamage(const char* what) {
+    if (!damaged_) debug("FS_Table::reportDamage - [%ls] is damaged: %s\n", name_.c_str(), what);
+    damaged_ = true;
+    return false;
+}
+
+// ---- Records ----------------------------------------------------------------
+
+ByteRange FS_Table::record(unsigned id) {
+    if (!offsets_ || !offsets_->isLive(id)) return {};
+    const ByteRange record = data_->from(offsets_->at(id));
+    if (record.empty()) reportDamage("a record's offset");
+    return record;
+}
+
+bool FS_Table::insert(const Fields& values) {
+    if (!isOpen()) return false;
+    const std::span<const std::byte> record = codec_.encode(values);
+    const unsigned offset = data_->end();
+    // The record first: what a full disk cuts off never gets an id.
+    if (record.empty() || !data_->append(record)) return false;
+    const unsigned id = offsets_->count();
+    if (!offsets_->append(offset)) return false;
+    position_ = data_->end();
+    return incCount(COUNT_STORED) && hashIndexesUpdate(values, id);
+}
+
+bool FS_Table::read(unsigned id, Fields& values) {
+    if (!isOpen()) return true;
+    const ByteRange bytes = record(id);
+    if (bytes.empty()) return false;
+    std::size_t length = 0;
+    switch (codec_.decode(bytes, values, &length)) {
+        case DecodeResult::ok:
+            position_ = offsets_->at(id) + length;
+            return true;
+        case DecodeResult::damaged:
+            return reportDamage("a record");
+        default:
+            return false;
+    }
+}
+
+bool FS_Table::remove(unsigned id) {
+    if (!isOpen() || id >= offsets_->count()) return false;
+    offsets_->markRemoved(id);
+    return decCount(COUNT_STORED) && incCount(COUNT_DELETED);
+}
+
+bool FS_Table::update(unsigned id, const Fields& values) {
+    if (!isOpen() || !codec_.accepts(values) || !offsets_->isLive(id)) return false;
+    return compressed_ ? replace(id, values) : rewriteInPlace(id, values);
+}
+
+// The new record first, so that a full disk leaves the old one.
+bool FS_Table::replace(unsigned id, const Fields& values) {
+    return insert(values) && remove(id);
+}
+
+// Texts are compared by their characters, not by their bytes, deliberately: "é"
+// in the place of "e" is a byte longer and overwrites the start of the next
+// record. And where a later text changes its number of characters, the fields
+// before it are rewritten already, in the record that goes.
+bool FS_Table::rewriteInPlace(unsigned id, const Fields& values) {
+    Fields old(values);
+    if (!read(id, old)) return false;
+    unsigned at = offsets_->at(id);
+    const auto put = [&](std::span<const std::byte> bytes) {
+        const bool written = !bytes.empty() && data_->write(at, bytes);
+        at += static_cast<unsigned>(bytes.size());
+        return written;
+    };
+    if (!put(codec_.encodeBitmap(values))) return false;
+    for (unsigned i = 0; i < codec_.layout().count(); ++i) {
+        const auto* text = fieldAs<TextField>(values.at(i));
+        const auto* oldText = fieldAs<TextField>(old.at(i));
+        if (text && text->view().size() != oldText->view().size()) return replace(id, values);
+        if (!put(codec_.encodeValue(*values.at(i)))) return false;
+    }
+    position_ = at;
+    return true;
+}
+
+bool FS_Table::moveFirst(unsigned& id) const {
+    if (!isOpen()) return false;
+    const unsigned first = offsets_->nextLive(0);
+    if (first >= offsets_->count()) return false;
+    id = first;
+    return true;
+}
+
+bool FS_Table::moveNext(unsigned& id) const {
+    if (!isOpen() || id >= offsets_->count()) return false;
+    const unsigned next = offsets_->nextLive(id + 1);
+    if (next >= offsets_->count()) return false;
+    id = next;
+    return true;
+}
+
+bool FS_Table::movePrevious(unsigned& id) const {
+    if (!isOpen()) return false;
+    unsigned candidate = id;
+    // There is no entry before the first, and no id below 0.
+    for (unsigned entry = id - 1; entry < offsets_->count() && candidate > 0; ++entry) {
+        --candidate;
+        if (offsets_->at(entry) == OffsetFile::REMOVED) continue;
+        id = candidate;
+        return true;
+    }
+    return false;
+}
+
+bool FS_Table::moveLast(unsigned& id, unsigned& position) const {
+    unsigned last = 0, records = 0;
+    for (bool found = moveFirst(last); found; found = moveNext(last)) ++records;
+    if (records == 0) return false;
+    id = last;
+    position = records - 1;
+    return false;  // deliberate: a record set's moveLast depends on it
+}
+
+bool FS_Table::eof() const {
+    return isOpen() && position_ == data_->end();
+}
+
+bool FS_Table::count(int which, int delta) {
+    if (!isOpen() || !isCount(which)) return false;
+    const auto count = static_cast<RecordCount>(which);
+    data_->setCount(count, data_->count(count) + static_cast<unsigned>(delta));
+    return true;
+}
+
+bool FS_Table::count(int which, unsigned* value) const {
+    if (!isOpen() || !isCount(which) || !value) return false;
+    *value = data_->count(static_cast<RecordCount>(which));
+    return true;
+}
+
+// ---- Record sets and the lock -----------------------------------------------
+
+RecordSet FS_Table::openRecordSet() {
+    recordSets_.push_back(std::make_unique<__recordSet>(*this));
+    return RecordSet(recordSets_.back().get());
+}
+
+bool FS_Table::closeRecordSet(RecordSet& recordSet) {
+    const auto found = std::find_if(
+        recordSets_.begin(), recordSets_.end(),
+        [&](const auto& candidate) { return candidate.get() == recordSet.recordSet_; });
+    if (found == recordSets_.end()) return false;
+    recordSets_.erase(found);
+    recordSet.recordSet_ = nullptr;
+    return true;
+}
+
+int FS_Table::lock() {
+    return mutex_ ? mutex_->wait() : SYNC_FAILED;
+}
+
+int FS_Table::lock(long timeout) {
+    return mutex_ ? mutex_->wait(timeout) : SYNC_FAILED;
+}
+
+void FS_Table::unlock() {
+    if (mutex_) mutex_->release();
+}
+
+}  // namespace fscanner

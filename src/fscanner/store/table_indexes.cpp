@@ -1,0 +1,210 @@
+// The table's hash indexes: their list, their upkeep and their walks.
+
+#include <algorithm>
+#include <cwchar>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/store/index_list.h"
+#include "fscanner/store/table.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr const wchar_t* LIST_SUFFIX = L"_idx.dat";
+
+/// An index in the list that `matches`; taken out of it with `detach`.
+template <typename Matches>
+std::shared_ptr<Index> search(IndexList& list, bool detach, Matches matches) {
+    const auto found =
+        std::find_if(list.begin(), list.end(), [&](const auto& index) { return matches(*index); });
+    if (found == list.end()) return nullptr;
+    std::shared_ptr<Index> index = *found;
+    if (detach) list.erase(found);
+    return index;
+}
+
+/// A name in the list file becomes a file's name: it must not lead elsewhere.
+bool isFileName(const std::wstring& name) {
+    return !name.empty() && name.find(L'/') == name.npos;
+}
+
+}  // namespace
+
+std::shared_ptr<Index> FS_Table::searchHashIndexForFieldName(const wchar_t* fieldName,
+                                                             bool detach) {
+    if (!fieldName) return nullptr;
+    return search(indexes_, detach, [&](const Index& index) {
+        return std::wcscmp(index.getFieldName(), fieldName) == 0;
+    });
+}
+
+std::shared_ptr<Index> FS_Table::searchHashIndexForIndexName(const wchar_t* indexName,
+                                                             bool detach) {
+    if (!indexName) return nullptr;
+    return search(indexes_, detach, [&](const Index& index) {
+        return std::wcscmp(index.getIndexName(), indexName) == 0;
+    });
+}
+
+// ---- The list ---------------------------------------------------------------
+
+bool FS_Table::addHashIndex(const wchar_t* indexName, const wchar_t* fieldName) {
+    if (!isOpen() || !indexName || !fieldName) return false;
+    if (searchHashIndexForIndexName(indexName, false)) return false;
+    buildHashIndex(indexName, fieldName);
+    saveHashIndexList(indexes_);
+    return true;  // deliberate: a field that is not there, or a full disk, goes unsaid
+}
+
+bool FS_Table::removeHashIndex(const wchar_t* indexName) {
+    const auto index = searchHashIndexForIndexName(indexName, true);
+    if (!index) return false;
+    index->close();
+    index->erase();
+    saveHashIndexList(indexes_);
+    return false;  // deliberate
+}
+
+bool FS_Table::retrieveHashIndexList(IndexList& list) {
+    if (!isUsable()) return false;
+    std::vector<IndexListEntry> entries;
+    OpenResult result = readIndexList(path(LIST_SUFFIX).c_str(), entries);
+    for (const IndexListEntry& entry : entries) {
+        if (result == OpenResult::damaged) break;
+        result = loadIndex(entry.indexName, entry.fieldName, list);
+    }
+    return result != OpenResult::damaged || reportDamage("its indexes or their list");
+}
+
+/// An index whose file cannot be opened is left out in silence.
+OpenResult FS_Table::loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
+                               IndexList& list) const {
+    const bool known = !isOpen() || schema_.name(fieldName.c_str());
+    const auto sameName = [&](const auto& other) { return other->getIndexName() == indexName; };
+    if (!known || !isFileName(indexName) || std::any_of(list.begin(), list.end(), sameName)) {
+        return OpenResult::damaged;
+    }
+    auto index = std::make_shared<Index>(indexName.c_str(), directory_.c_str(), fieldName.c_str());
+    if (!index->open()) return index->isDamaged() ? OpenResult::damaged : OpenResult::failed;
+    list.push_back(std::move(index));
+    return OpenResult::ok;
+}
+
+bool FS_Table::saveHashIndexList(const IndexList& list) const {
+    if (!isUsable()) return false;
+    std::vector<IndexListEntry> entries;
+    for (const auto& index : list) {
+        entries.push_back({index->getIndexName(), index->getFieldName()});
+    }
+    return writeIndexList(path(LIST_SUFFIX).c_str(), entries);
+}
+
+bool FS_Table::eraseHashIndexList(const IndexList& /*list*/) const {
+    return isUsable() && removeFile(path(LIST_SUFFIX).c_str()) == 0;
+}
+
+bool FS_Table::eraseFiles() const {
+    std::vector<IndexListEntry> entries;
+    readIndexList(path(LIST_SUFFIX).c_str(), entries);
+    for (const IndexListEntry& entry : entries) {
+        if (!isFileName(entry.indexName)) continue;
+        Index(entry.indexName.c_str(), directory_.c_str(), entry.fieldName.c_str()).erase();
+    }
+    eraseHashIndexList(indexes_);
+    removeFile(path(L".dat").c_str());
+    removeFile(path(L".pxx").c_str());
+    return true;
+}
+
+// ---- Upkeep -----------------------------------------------------------------
+
+bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName) {
+    if (!isOpen() || !indexName || !fieldName) return false;
+    const Field* field = schema_.name(fieldName);
+    if (!field) return false;
+    unsigned position = 0;
+    while (schema_.at(position) != field) ++position;
+    auto index = std::make_shared<Index>(indexName, directory_.c_str(), fieldName);
+    if (!index->create()) return false;
+    if (!fillIndex(*index, position)) {
+        index->close();
+        index->erase();
+        return false;
+    }
+    indexes_.push_back(std::move(index));
+    return true;
+}
+
+/// Enters every record, also those whose value is null: reading clears the null
+/// flags (deliberate, and unlike `insert`).
+bool FS_Table::fillIndex(Index& index, unsigned field) {
+    Fields values(schema_);
+    std::vector<bool> wanted(field + 1);
+    wanted[field] = true;
+    unsigned id = 0;
+    for (bool more = moveFirst(id); more; more = moveNext(id)) {
+        const ByteRange bytes = record(id);
+        if (bytes.empty()) return false;
+        if (codec_.decodeSome(bytes, values, wanted) != DecodeResult::ok) {
+            return reportDamage("a record");
+        }
+        if (!makeIndexKey(*values.at(field), key_)) return false;
+        if (!index.write(indexBucket(key_.c_str()), id)) return false;
+    }
+    return true;
+}
+
+bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
+    for (const auto& index : indexes_) {
+        const Field* field = values.name(index->getFieldName());
+        if (!field) return false;
+        if (field->isNull()) continue;
+        if (!makeIndexKey(*field, key_)) return false;
+        if (!index->write(indexBucket(key_.c_str()), recordId)) return false;
+    }
+    return true;
+}
+
+// ---- Walks ------------------------------------------------------------------
+
+bool FS_Table::hashIndex_moveFirst(const Index& index, const wchar_t* key, unsigned& recordId,
+                                   unsigned& next) {
+    if (!isOpen() || !index.isOpen() || !key) return false;
+    const unsigned bucket = indexBucket(key);
+    switch (visitSlot(index, bucket, recordId, next)) {
+        case Visit::live:
+            return true;
+        case Visit::removed:
+            return hashIndex_moveNext(index, recordId, next);
+        default:
+            return false;
+    }
+}
+
+bool FS_Table::hashIndex_moveNext(const Index& index, unsigned& recordId, unsigned& next) {
+    if (!isOpen() || !index.isOpen()) return false;
+    while (next != Index::NONE) {
+        if (next < Index::BUCKETS || next >= index.slotCount()) return reportDamage("a chain");
+        const Visit visit = visitSlot(index, next, recordId, next);
+        if (visit != Visit::removed) return visit == Visit::live;
+    }
+    return false;
+}
+
+/// Reads a slot and judges its record. Only a head may be empty.
+FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned& recordId,
+                                    unsigned& next) {
+    unsigned follower = Index::NONE;
+    index.read(slot, &recordId, &follower);
+    const bool empty = recordId == Index::NONE && slot < Index::BUCKETS;
+    next = follower;
+    if (empty && follower == Index::NONE) return Visit::removed;
+    if (recordId >= offsets_->count() || !index.isFollower(slot, follower)) {
+        reportDamage("a chain");
+        return Visit::damaged;
+    }
+    return offsets_->isLive(recordId) ? Visit::live : Visit::removed;
+}
+
+}  // namespace fscanner

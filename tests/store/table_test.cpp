@@ -1,0 +1,335 @@
+// Tables: records, ids, moves and counts, updates in both forms, compaction.
+
+#include <gmock/gmock.h>
+
+#include "store/table_fixture.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+
+class Table : public TableTest {};
+FSCANNER_BOTH_FORMS(Table);
+
+const Row a{L"a.h", 1, 100, 7};
+const Row b{L"\u00e9t\u00e9 \U0001F600", 0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, 8};
+const Row c{L"", 0, 0, 0};
+
+TEST_P(Table, KeepsRecordsUnderDenseIds) {
+    ASSERT_TRUE(create());
+    EXPECT_TRUE(ids().empty());
+    for (const Row& row : {a, b, c}) EXPECT_TRUE(insert(row));
+    ASSERT_TRUE(reopen());
+    EXPECT_THAT(ids(), ElementsAre(0, 1, 2));
+    EXPECT_EQ(read(0), a);
+    EXPECT_EQ(read(1), b);
+    EXPECT_EQ(read(2), c);
+    EXPECT_TRUE(table->remove(1));
+    EXPECT_TRUE(insert(b));
+    EXPECT_THAT(ids(), ElementsAre(0, 2, 3));
+    EXPECT_EQ(count(0), 3U);
+    EXPECT_EQ(count(1), 1U);
+    EXPECT_FALSE(table->remove(4));
+    EXPECT_FALSE(table->damaged());
+}
+
+TEST_P(Table, KeepsTextsOfEveryLength) {
+    ASSERT_TRUE(create());
+    std::vector<Row> rows;
+    for (const unsigned length : {1, 63, 64, 127, 128, 255, 256, 8191, 8192, 65535}) {
+        rows.push_back({std::wstring(length, L'x'), length, length, length});
+    }
+    rows.push_back({std::wstring(10922, L'\U0001F600').substr(0, 10000), 1, 2, 3});
+    for (const Row& row : rows) ASSERT_TRUE(insert(row));
+    ASSERT_TRUE(reopen());
+    for (unsigned id = 0; id < rows.size(); ++id) EXPECT_EQ(read(id), rows[id]);
+}
+
+TEST_P(Table, ClearsNullFlagsOnRead) {
+    ASSERT_TRUE(create());
+    const Fields nulls(table->schema());
+    ASSERT_TRUE(table->insert(nulls));
+    Fields values(nulls);
+    ASSERT_TRUE(values.at(0)->isNull());
+    ASSERT_TRUE(table->read(0, values));
+    for (unsigned i = 0; i < values.count(); ++i) EXPECT_FALSE(values.at(i)->isNull()) << i;
+    EXPECT_EQ(toRow(values), c);
+}
+
+TEST_P(Table, RefusesValuesOfAnotherSchema) {
+    ASSERT_TRUE(create());
+    Fields other;
+    other.add(L"NAME", FIELD_TEXT);
+    EXPECT_FALSE(table->insert(other));
+    for (int i = 0; i < 3; ++i) other.add(L"X", FIELD_INT16);
+    EXPECT_FALSE(table->insert(other));
+    ASSERT_TRUE(insert(a));
+    EXPECT_FALSE(table->read(0, other));
+    EXPECT_FALSE(table->update(0, other));
+    EXPECT_EQ(read(0), a);
+    EXPECT_FALSE(table->damaged()) << "the caller's fault, not the file's";
+}
+
+TEST_P(Table, FailsWhileClosed) {
+    Fields values(table->schema());
+    unsigned id = 5, position = 5, value = 5;
+    const auto expectClosed = [&] {
+        EXPECT_FALSE(table->insert(values));
+        EXPECT_TRUE(table->read(0, values)) << "deliberate: true, and nothing is read";
+        EXPECT_FALSE(table->remove(0));
+        EXPECT_FALSE(table->update(0, values));
+        EXPECT_FALSE(table->moveFirst(id));
+        EXPECT_FALSE(table->moveNext(id));
+        EXPECT_FALSE(table->movePrevious(id));
+        EXPECT_FALSE(table->moveLast(id, position));
+        EXPECT_FALSE(table->eof());
+        EXPECT_FALSE(table->count(0, 1));
+        EXPECT_FALSE(table->count(0, &value));
+        EXPECT_FALSE(table->addHashIndex(L"i", L"NAME"));
+        EXPECT_FALSE(table->close());
+        EXPECT_FALSE(table->sync());
+    };
+    expectClosed();
+    ASSERT_TRUE(create());
+    EXPECT_FALSE(table->addField(L"LATE", FIELD_INT8));
+    EXPECT_FALSE(table->erase());
+    EXPECT_FALSE(table->create());
+    EXPECT_FALSE(table->open());
+    ASSERT_TRUE(table->close());
+    expectClosed();
+    EXPECT_EQ(id + position + value, 15U) << "left as they were";
+}
+
+TEST_P(Table, IsUselessWithoutNamesOrDirectory) {
+    for (const auto& useless : {std::make_unique<FS_Table>(nullptr, L"/tmp", true),
+                                std::make_unique<FS_Table>(L"t", nullptr, true),
+                                std::make_unique<FS_Table>(L"t", L"/no/such/place", true)}) {
+        addRowFields(*useless);
+        EXPECT_FALSE(useless->create());
+        EXPECT_FALSE(useless->open());
+        EXPECT_FALSE(useless->erase());
+        EXPECT_EQ(useless->lock(), -21);
+        EXPECT_EQ(useless->lock(100L), -21);
+    }
+}
+
+TEST_P(Table, TakesAtMost256Fields) {
+    table = newTable(L"wide");
+    for (int i = 0; i < 256; ++i) table->addField((L"F" + std::to_wstring(i)).c_str(), FIELD_INT8);
+    EXPECT_TRUE(create());
+    ASSERT_TRUE(table->insert(table->schema()));
+    ASSERT_TRUE(table->close());
+    EXPECT_EQ(std::filesystem::file_size(file("wide.dat")) -
+                  (12 + 10 * (8 + 4 * 2) + 90 * (8 + 4 * 3) + 156 * (8 + 4 * 4)),
+              32U + 256U);
+    ASSERT_TRUE(table->open());
+    EXPECT_EQ(table->schema().count(), 256U);
+    EXPECT_TRUE(reopen());
+    EXPECT_EQ(table->schema().count(), 256U) << "open starts with an empty schema";
+    table->close();
+    for (int i = 0; i < 257; ++i) table->addField(L"F", FIELD_INT8);
+    EXPECT_FALSE(table->create());
+}
+
+// ---- Moves ------------------------------------------------------------------
+
+TEST_P(Table, MovesOverRemovedRecords) {
+    ASSERT_TRUE(create());
+    for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(a));
+    for (const unsigned id : {0, 2, 3, 5}) ASSERT_TRUE(table->remove(id));
+    EXPECT_THAT(ids(), ElementsAre(1, 4));
+    unsigned id = 99, position = 99;
+    EXPECT_FALSE(table->moveLast(id, position)) << "deliberate, though it moved";
+    EXPECT_EQ(id, 4U);
+    EXPECT_EQ(position, 1U);
+}
+
+// Entry id - 1 and those after it are looked at, while the reported id falls.
+TEST_P(Table, MovePreviousReportsAFallingId) {
+    ASSERT_TRUE(create());
+    for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(a));
+    for (const unsigned id : {0, 3}) ASSERT_TRUE(table->remove(id));
+    struct Case {
+        unsigned from;
+        bool found;
+        unsigned id;
+    };
+    // Live: 1 2 4 5.
+    for (const Case& step :
+         {Case{6, true, 5}, Case{5, true, 4}, Case{4, true, 2}, Case{3, true, 2}, Case{2, true, 1},
+          Case{1, false, 1}, Case{0, false, 0}, Case{7, false, 7}}) {
+        unsigned id = step.from;
+        EXPECT_EQ(table->movePrevious(id), step.found) << step.from;
+        EXPECT_EQ(id, step.id) << step.from;
+    }
+}
+
+TEST_P(Table, KnowsTheEndOfTheDataFile) {
+    ASSERT_TRUE(create());
+    EXPECT_TRUE(table->eof()) << "nothing behind the header";
+    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(insert(b));
+    EXPECT_TRUE(table->eof()) << "the file on disk is longer than what it holds";
+    read(0);
+    EXPECT_FALSE(table->eof());
+    read(1);
+    EXPECT_TRUE(table->eof());
+}
+
+TEST_P(Table, CountsAreWrittenThrough) {
+    ASSERT_TRUE(create());
+    EXPECT_TRUE(table->incCount(0));
+    EXPECT_TRUE(table->count(1, 5));
+    EXPECT_TRUE(table->decCount(1));
+    EXPECT_FALSE(table->incCount(2));
+    EXPECT_FALSE(table->count(-1, 1));
+    ASSERT_TRUE(reopen());
+    EXPECT_EQ(count(0), 1U);
+    EXPECT_EQ(count(1), 4U);
+}
+
+// ---- Updates ----------------------------------------------------------------
+
+TEST_P(Table, UpdateGivesANewIdInTheCompactForm) {
+    ASSERT_TRUE(create());
+    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(insert(b));
+    const Row changed{L"b.h", 2, 1ULL << 40, 9};
+    ASSERT_TRUE(update(0, changed));
+    const unsigned id = isCompact() ? 2 : 0;
+    EXPECT_EQ(read(id), changed);
+    EXPECT_EQ(read(1), b);
+    EXPECT_EQ(count(0), 2U);
+    EXPECT_EQ(count(1), isCompact() ? 1U : 0U);
+    EXPECT_FALSE(update(17, changed));
+}
+
+TEST_P(Table, UpdateGivesANewIdWhenATextChangesItsLength) {
+    ASSERT_TRUE(create());
+    ASSERT_TRUE(insert(a));
+    const Row longer{L"longer.h", 2, 3, 4};
+    ASSERT_TRUE(update(0, longer));
+    EXPECT_THAT(ids(), ElementsAre(1));
+    EXPECT_EQ(read(1), longer);
+    EXPECT_EQ(count(1), 1U);
+}
+
+// A text of as many characters, but more bytes, is written over the start of the
+// next record: the first byte of its null flags here.
+TEST_P(Table, UpdateInPlaceComparesCharacters) {
+    ASSERT_TRUE(create());
+    ASSERT_TRUE(insert({L"e", 1, 2, 3}));
+    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(update(0, {L"\u00e9", 1, 2, 0xAB000003}));
+    if (isCompact()) return;
+    EXPECT_EQ(read(0), (Row{L"\u00e9", 1, 2, 0xAB000003}));
+    EXPECT_EQ(read(1), a);
+    ASSERT_TRUE(table->close());
+    const std::string bytes = readWholeFile(file("t.dat"));
+    const auto second = 12 + 4 * 8 + 4 * (4 + 4 + 4 + 6) + 1 + (2 + 1) + 4 + 8 + 4;
+    EXPECT_EQ(bytes[second], '\xAB');
+}
+
+// The fields before the text are rewritten by then, in the record that goes.
+TEST_P(Table, UpdateRewritesWhatStandsBeforeTheTextThatEndsIt) {
+    if (isCompact()) return;
+    table = newTable(L"late");
+    table->addField(L"N", FIELD_INT32);
+    table->addField(L"T", FIELD_TEXT);
+    ASSERT_TRUE(create());
+    Fields values(table->schema());
+    values.as<Int32Field>(0)->value(0x11111111);
+    values.as<TextField>(1)->value(L"x");
+    ASSERT_TRUE(table->insert(values));
+    values.as<Int32Field>(0)->value(0x22222222);
+    values.as<TextField>(1)->value(L"xy");
+    ASSERT_TRUE(table->update(0, values));
+    ASSERT_TRUE(table->close());
+    const std::string bytes = readWholeFile(file("late.dat"));
+    EXPECT_EQ(bytes.substr(12 + 2 * 12 + 1, 7), std::string("\x22\x22\x22\x22\x01\0x", 7));
+}
+
+TEST_P(Table, UpdateInPlaceMayLengthenTheLastRecord) {
+    ASSERT_TRUE(create());
+    ASSERT_TRUE(insert({L"eee", 1, 2, 3}));
+    const Row longer{L"\u20ac\u20ac\u20ac", 4, 5, 6};
+    ASSERT_TRUE(update(0, longer));
+    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(reopen());
+    EXPECT_EQ(read(isCompact() ? 1 : 0), longer);
+    EXPECT_EQ(read(isCompact() ? 2 : 1), a);
+}
+
+// ---- Compaction and erasing -------------------------------------------------
+
+class Compaction : public Table {
+protected:
+    /// Ten stored records of the names "r0" and so on, and some deleted ones.
+    void fill(int deleted) {
+        ASSERT_TRUE(create());
+        ASSERT_TRUE(table->addHashIndex(L"by_name", L"NAME"));
+        for (int i = 0; i < deleted; ++i) ASSERT_TRUE(insert({L"gone", 0, 0, 0}));
+        for (int i = 0; i < deleted; ++i) ASSERT_TRUE(table->remove(static_cast<unsigned>(i)));
+        for (int i = 0; i < 10; ++i) ASSERT_TRUE(insert({L"r" + std::to_wstring(i), 0, 0, 0}));
+    }
+};
+FSCANNER_BOTH_FORMS(Compaction);
+
+TEST_P(Compaction, IsSkippedBelowItsThreshold) {
+    fill(3);
+    ASSERT_TRUE(table->close());
+    EXPECT_TRUE(table->compact(30));
+    EXPECT_FALSE(table->isOpen());
+    ASSERT_TRUE(table->open());
+    EXPECT_EQ(count(1), 3U);
+}
+
+TEST_P(Compaction, RenumbersAndRebuildsTheIndexes) {
+    fill(4);
+    EXPECT_FALSE(table->compact(30)) << "open, and untouched";
+    EXPECT_EQ(count(1), 4U);
+    ASSERT_TRUE(table->close());
+    EXPECT_TRUE(table->compact(30));
+    EXPECT_FALSE(table->isOpen());
+    ASSERT_TRUE(table->open());
+    EXPECT_EQ(count(0), 10U);
+    EXPECT_EQ(count(1), 0U);
+    EXPECT_THAT(ids(), ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9));
+    EXPECT_EQ(read(9).name, L"r9");
+    EXPECT_THAT(chain(L"by_name", L"R3"), ElementsAre(3));
+    EXPECT_TRUE(chain(L"by_name", L"GONE").empty());
+    ASSERT_TRUE(table->close());
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+        left.push_back(entry.path().filename());
+    }
+    EXPECT_THAT(left, testing::UnorderedElementsAre("t.dat", "t.pxx", "t_idx.dat", "by_name.idx",
+                                                    "t_t_mutex"));
+}
+
+TEST_P(Compaction, ThatFailsLeavesTheTable) {
+    fill(5);
+    ASSERT_TRUE(table->close());
+    std::filesystem::create_directory(file("by_name_cpt.idx"));
+    EXPECT_FALSE(table->compact(0));
+    std::filesystem::remove(file("by_name_cpt.idx"));
+    EXPECT_FALSE(exists("t_cpt.dat"));
+    ASSERT_TRUE(table->open());
+    EXPECT_EQ(count(1), 5U);
+    EXPECT_THAT(chain(L"by_name", L"R3"), ElementsAre(8));
+    ASSERT_TRUE(table->close());
+    EXPECT_TRUE(table->compact(0)) << "what a failed one left behind is not in the way";
+}
+
+TEST_P(Compaction, EraseTakesEverything) {
+    fill(1);
+    EXPECT_FALSE(table->erase()) << "open";
+    ASSERT_TRUE(table->close());
+    EXPECT_TRUE(table->erase());
+    table.reset();
+    EXPECT_TRUE(std::filesystem::is_empty(directory.path()));
+}
+
+}  // namespace
+}  // namespace fscanner
