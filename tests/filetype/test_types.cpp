@@ -127,6 +127,17 @@ TEST_F(FileTypeTest, AnotherFilesLineIsNoAnswer) {
     EXPECT_EQ(typeOf("a:b"), "PDF document, version 1.4");
 }
 
+// A character that the locale lacks names the same file as the bytes do.
+TEST_F(FileTypeTest, AWaitingAnswerIsFoundHoweverItsNameIsWritten) {
+    countRuns();
+    write("a");
+    write("\xc3\xa9", "%PDF-1.4\n");
+    EXPECT_EQ(typeOf("a"), "ASCII text");
+    auto pdf = wordList({L"PDF"});
+    EXPECT_TRUE(checker_.check(files_.path().wstring().c_str(), L"\u00e9", pdf));
+    EXPECT_EQ(runs(), 1);
+}
+
 TEST_F(FileTypeTest, ChecksWordsOfTheDescription) {
     write("a.txt");
     fs::create_symlink("a.txt", path("link"));

@@ -75,6 +75,7 @@ bool FileTypeChecker::check(const wchar_t* dir, StringList<wchar_t>& names,
     auto directory = NameDirectory::open(toMultibyte(dir).c_str());
     if (!directory) return false;
     std::vector<std::string> files;
+    files.reserve(count);
     for (int i = 0; i < names.size(); ++i) files.push_back(toMultibyte(names.at(i)));
     const auto descriptions = describeFiles(directory->descriptor(), files);
     for (std::size_t i = 0; i < count; ++i) {

@@ -39,9 +39,11 @@ std::optional<std::vector<std::string>> listablePaths(const std::string& dir) {
         debug("::makeListFile - opendir on '%s' path failed!'\n", dir.c_str());
         return std::nullopt;
     }
+    const std::string prefix = dir == "/" ? dir : dir + "/";
     std::vector<std::string> paths;
     for (const std::string& name : *names) {
-        std::string path = (dir == "/" ? dir : dir + "/") + name;
+        std::string path = prefix;
+        path += name;
         struct stat info {};
         if (fstatat(directory->descriptor(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
             debug("::makeListFile - stat on '%s' file failed!\n", path.c_str());
