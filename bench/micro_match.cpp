@@ -1,0 +1,85 @@
+// Matching names with wildcards: the plain functions and the compiled pattern, each
+// beside a bare loop that knows what the pattern means.
+
+#include <cwctype>
+#include <string>
+#include <string_view>
+
+#include "fscanner/common/pattern.h"
+#include "fscanner/common/wildcard.h"
+#include "micro_records.h"
+
+namespace {
+
+using bench::overRecords;
+using bench::Record;
+
+bool endsInH(const Record& record) {
+    return std::wstring_view(record.name).ends_with(L".h");
+}
+
+bool endsInHFolded(const Record& record) {
+    const std::wstring_view name = record.name;
+    return name.size() >= 2 && name[name.size() - 2] == L'.' &&
+           std::towlower(static_cast<wint_t>(name.back())) == L'h';
+}
+
+const std::wstring& oneName() {
+    static const std::wstring name = bench::records()[500].name;
+    return name;
+}
+bool isOneName(const Record& record) {
+    return record.name == oneName();
+}
+
+bool beginsWithMain(const Record& record) {
+    return std::wstring_view(record.name).starts_with(L"main");
+}
+
+bool containsOld(const Record& record) {
+    return record.name.find(L"_old_") != std::wstring::npos;
+}
+
+void functionOver(benchmark::State& state, const wchar_t* pattern, bool caseSensitive) {
+    overRecords(state, [=](const Record& record) {
+        return fscanner::wildvccmp(pattern, record.name.c_str(), caseSensitive) != 0;
+    });
+}
+
+void compiledOver(benchmark::State& state, const wchar_t* pattern, bool caseSensitive) {
+    const fscanner::CompiledPattern compiled(pattern, caseSensitive);
+    overRecords(state, [&](const Record& record) { return compiled.matches(record.name); });
+}
+
+// "bare", "wildvccmp" and "compiled" of one kind have to find the same number.
+const bool registered = [] {
+    struct Kind {
+        const char* name;
+        const wchar_t* pattern;
+        bool caseSensitive;
+        bool (*bare)(const Record&);
+    };
+    const Kind kinds[] = {
+        {"exact", oneName().c_str(), true, isOneName},
+        {"prefix", L"main*", true, beginsWithMain},
+        {"suffix", L"*.h", true, endsInH},
+        {"suffix_folded", L"*.H", false, endsInHFolded},
+        {"contains", L"*_old_*", true, containsOld},
+        {"general", L"*_??7*.*p*", true, nullptr},
+    };
+    for (const Kind& kind : kinds) {
+        const std::string name = std::string("match/") + kind.name;
+        if (kind.bare) {
+            benchmark::RegisterBenchmark(
+                (name + "/bare").c_str(),
+                [bare = kind.bare](benchmark::State& state) { overRecords(state, bare); });
+        }
+        benchmark::RegisterBenchmark((name + "/wildvccmp").c_str(), functionOver, kind.pattern,
+                                     kind.caseSensitive);
+        benchmark::RegisterBenchmark((name + "/compiled").c_str(), compiledOver, kind.pattern,
+                                     kind.caseSensitive);
+    }
+    return true;
+}();
+
+}  // namespace
