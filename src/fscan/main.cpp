@@ -1,6 +1,72 @@
-#include "fscanner/fs/debug.h"
+/// fscan, the command-line host: options in, one query per searched directory,
+/// matches out as they are found. options, criteria, search_roots, excludes and
+/// query_builder make the queries; search runs them; record_printer, output and
+/// messages are what the user sees.
 
-int main() {
-    fscanner::stopDebug();
-    return 2;
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <exception>
+#include <new>
+#include <optional>
+#include <string_view>
+
+#include "criteria.h"
+#include "drives.h"
+#include "exit_status.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+#include "search.h"
+#include "user_locale.h"
+
+namespace fscan {
+
+namespace {
+
+int run(int argc, char** argv, Output& out) {
+    Options options;
+    if (const std::optional<int> status = parseOptions(argc, argv, options, out)) return *status;
+    if (options.debugLog && !fscanner::startDebug(options.debugLog->c_str())) {
+        complain(fmt::format("{}: the debug log cannot be written", *options.debugLog));
+        return STATUS_USAGE;
+    }
+    if (options.check) return checkCriteria(*options.check, out);
+    if (options.listDrives) return listDrives(options, out);
+    return runSearch(options, out);
+}
+
+/// Nobody reading on is no failure; a full disk is.
+int finish(int status, Output& out) {
+    out.flush();
+    if (out.error() == 0 || out.error() == EPIPE) return status;
+    complain("standard output", out.error());
+    return STATUS_FAILURE;
+}
+
+/// An exception must not pass through the library, which calls back into us; and
+/// without memory there is no answer to save.
+[[noreturn]] void endWithoutMemory() {
+    constexpr std::string_view text = "fscan: out of memory\n";
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+    _exit(STATUS_FAILURE);
+}
+
+}  // namespace
+
+}  // namespace fscan
+
+int main(int argc, char** argv) try {
+    std::set_new_handler(fscan::endWithoutMemory);
+    fscan::guardStandardDescriptors();
+    fscan::useUsersLocale();
+    fscanner::FsFileInfo::setLargeFileSupport(true);
+    fscan::Output out(STDOUT_FILENO);
+    return fscan::finish(fscan::run(argc, argv, out), out);
+} catch (const std::exception& error) {
+    fscan::complain(error.what());
+    return fscan::STATUS_FAILURE;
 }

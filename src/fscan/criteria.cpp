@@ -1,0 +1,84 @@
+#include "criteria.h"
+
+#include <fmt/format.h>
+
+#include "exit_status.h"
+#include "fscanner/fs/fs_inspect.h"
+#include "messages.h"
+#include "output.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+using fscanner::FsCriteriaReport;
+
+/// Compiles a criteria that is to stand as one condition among others. A text as
+/// its value compiles alone, but is no condition.
+FsCriteriaReport compileCondition(const std::wstring& text) {
+    FsCriteriaReport report = fscanner::fsCheckCriteria(text.c_str());
+    if (report.compiles && !fscanner::fsCheckCriteria((L"(" + text + L") && 1").c_str()).compiles) {
+        report.compiles = false;
+        report.error = "its value is a text, not a condition";
+        report.position = 0;
+    }
+    return report;
+}
+
+void complainOf(const std::wstring& text, const FsCriteriaReport& report) {
+    complain(fmt::format("criteria: {}", text.empty() ? "it is empty" : report.error),
+             text.empty() ? std::string() : pointAt(text, report.position));
+}
+
+void writeLine(Output& out, std::string_view label, const std::string& value) {
+    if (value.empty()) return;
+    out.write(label);
+    out.writeForeign(value);
+    out.write("\n");
+}
+
+std::string fieldNames(const FsCriteriaReport& report) {
+    std::string names;
+    for (const std::wstring& field : report.fields)
+        names += (names.empty() ? "" : ", ") + toBytes(field);
+    return names;
+}
+
+}  // namespace
+
+std::wstring trimmed(std::wstring_view text) {
+    const std::size_t first = text.find_first_not_of(L' ');
+    if (first == text.npos) return {};
+    return std::wstring(text.substr(first, text.find_last_not_of(L' ') - first + 1));
+}
+
+std::optional<std::wstring> combineCriteria(const std::vector<std::string>& texts) {
+    std::wstring all;
+    for (const std::string& given : texts) {
+        const std::wstring text = trimmed(toWide(given));
+        const FsCriteriaReport report = compileCondition(text);
+        if (text.empty() || !report.compiles) {
+            complainOf(text, report);
+            return std::nullopt;
+        }
+        all += (all.empty() ? L"(" : L" && (") + text + L")";
+    }
+    return all;
+}
+
+int checkCriteria(const std::string& given, Output& out) {
+    const std::wstring text = trimmed(toWide(given));
+    const FsCriteriaReport report = compileCondition(text);
+    if (text.empty() || !report.compiles) {
+        complainOf(text, report);
+        return STATUS_USAGE;
+    }
+    writeLine(out, "tree:   ", toBytes(report.tree));
+    writeLine(out, "fields: ", fieldNames(report));
+    if (!report.indexField.empty())
+        writeLine(out, "index:  ", toBytes(report.indexField + L" = " + report.indexKey));
+    return STATUS_FOUND;
+}
+
+}  // namespace fscan

@@ -1,0 +1,14 @@
+#pragma once
+
+namespace fscan {
+
+/// What the program ends with; where several apply, the highest.
+enum ExitStatus : int {
+    STATUS_FOUND = 0,
+    STATUS_NOTHING_FOUND = 1,
+    STATUS_USAGE = 2,       ///< a wrong option, criteria or PATH: nothing was run
+    STATUS_INCOMPLETE = 3,  ///< a PATH could not be searched, or time ran out
+    STATUS_FAILURE = 4,     ///< the mount table, the output or memory failed
+};
+
+}  // namespace fscan

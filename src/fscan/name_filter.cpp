@@ -1,0 +1,40 @@
+#include "name_filter.h"
+
+#include <algorithm>
+
+#include "fscanner/fs/fs_text.h"
+#include "options.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+bool matchesAll(const std::wstring& glob) {
+    return !glob.empty() && glob.find_first_not_of(L'*') == glob.npos;
+}
+
+}  // namespace
+
+NameFilter::NameFilter(const Options& options) : caseSensitive_(!options.ignoreCase) {
+    for (const std::string& name : options.names) globs_.push_back(toWide(name));
+    if (std::any_of(globs_.begin(), globs_.end(), matchesAll)) globs_.clear();
+}
+
+std::wstring NameFilter::criteria() const {
+    std::wstring text;
+    for (std::wstring glob : globs_) {
+        std::replace(glob.begin(), glob.end(), L'"', L'?');
+        text += (text.empty() ? L"[FILENAME]==\"" : L" || [FILENAME]==\"") + glob + L'"';
+    }
+    return text.empty() ? text : L'(' + text + L')';
+}
+
+bool NameFilter::accepts(const wchar_t* name) const {
+    if (globs_.empty()) return true;
+    return std::any_of(globs_.begin(), globs_.end(), [&](const std::wstring& glob) {
+        return fscanner::fsNameMatches(glob.c_str(), name, caseSensitive_);
+    });
+}
+
+}  // namespace fscan

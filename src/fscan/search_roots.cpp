@@ -1,0 +1,81 @@
+#include "search_roots.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <memory>
+
+#include "messages.h"
+#include "options.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+struct Free {
+    void operator()(char* text) const { std::free(text); }
+};
+
+/// The real path of a directory; empty, with errno, where it is none.
+std::wstring realDirectory(const std::string& path) {
+    const std::unique_ptr<char, Free> real(realpath(path.c_str(), nullptr));
+    if (!real) return {};
+    struct stat info {};
+    if (stat(real.get(), &info) != 0) return {};
+    if (!S_ISDIR(info.st_mode)) {
+        errno = ENOTDIR;
+        return {};
+    }
+    return toWide(real.get());
+}
+
+/// The library reads paths of fewer characters than this.
+constexpr std::size_t pathLimit = 1000;
+
+}  // namespace
+
+bool SearchRoot::owns(std::wstring_view directory) const {
+    return std::none_of(inner.begin(), inner.end(), [directory](const std::wstring& other) {
+        return liesIn(directory, other);
+    });
+}
+
+std::string SearchRoot::shown(std::wstring_view directory) const {
+    if (directory.size() <= real.size()) return given;
+    std::wstring_view below = directory.substr(real.size());
+    if (below.starts_with(L'/')) below.remove_prefix(1);
+    return given + (given.ends_with('/') ? "" : "/") + toBytes(below);
+}
+
+SearchRoots SearchRoots::resolve(const Options& options) {
+    SearchRoots result;
+    const std::vector<std::string> here = {"."};
+    for (const std::string& path : options.paths.empty() ? here : options.paths) {
+        std::wstring real = realDirectory(path);
+        if (real.size() >= pathLimit) {
+            real.clear();
+            errno = ENAMETOOLONG;
+        }
+        if (real.empty()) {
+            const int error = errno;
+            complain(path, error);
+            const bool wrong = error == ENOENT || error == ENOTDIR || error == ELOOP;
+            (wrong ? result.wrong : result.incomplete) = true;
+            continue;
+        }
+        const auto same = [&real](const SearchRoot& root) { return root.real == real; };
+        if (std::none_of(result.roots.begin(), result.roots.end(), same))
+            result.roots.push_back({path, std::move(real), {}});
+    }
+    if (!options.recurse) return result;
+    for (SearchRoot& outer : result.roots)
+        for (const SearchRoot& other : result.roots)
+            if (&other != &outer && liesIn(other.real, outer.real))
+                outer.inner.push_back(other.real);
+    return result;
+}
+
+}  // namespace fscan

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace fscan::test {
+
+enum class Stdout { pipe, terminal, full, closed, readerGone };
+
+/// How a program is started.
+struct RunSettings {
+    std::string directory = ".";
+    std::map<std::string, std::string> environment = {};  ///< on top of the tests' own
+    Stdout to = Stdout::pipe;
+    /// Permissions hold, even for root.
+    bool withoutOverride = false;
+};
+
+/// What a program did. A signal that ended it is its negative status.
+struct RunResult {
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+using Arguments = std::vector<std::string>;
+
+RunResult runProgram(const std::string& program, const Arguments& arguments,
+                     const RunSettings& settings = {});
+/// Runs fscan.
+RunResult fscan(const Arguments& arguments, const RunSettings& settings = {});
+
+/// The pieces of an output that each end with `end`, sorted.
+std::vector<std::string> records(const std::string& output, char end = '\n');
+
+/// Whether a process can be made to which permissions apply.
+bool canDropOverride();
+
+}  // namespace fscan::test
