@@ -1,0 +1,130 @@
+// Hash indexes: chains, keys, the list of a table.
+
+#include <gmock/gmock.h>
+
+#include "store/table_fixture.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class HashIndex : public TableTest {
+protected:
+    HashIndex() {
+        EXPECT_TRUE(create());
+        EXPECT_TRUE(table->addHashIndex(L"names", L"NAME"));
+        EXPECT_TRUE(table->addHashIndex(L"sizes", L"SIZE"));
+    }
+    bool isListed(const wchar_t* indexName) const {
+        return table->searchHashIndexForIndexName(indexName, false) != nullptr;
+    }
+};
+FSCANNER_BOTH_FORMS(HashIndex);
+
+TEST_P(HashIndex, ChainsGiveTheNewestFirst) {
+    for (const wchar_t* name : {L"x", L"X", L"y", L"x", L"x"}) ASSERT_TRUE(insert({name, 0, 0, 0}));
+    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(4, 3, 1, 0)) << "letter case plays no part";
+    EXPECT_THAT(chain(L"names", L"Y"), ElementsAre(2));
+    EXPECT_THAT(chain(L"names", L"Z"), IsEmpty());
+    for (const unsigned id : {4, 1}) ASSERT_TRUE(table->remove(id));
+    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(3, 0)) << "removed ones are skipped";
+    ASSERT_TRUE(reopen());
+    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(3, 0));
+    ASSERT_TRUE(insert({L"x", 0, 0, 0}));
+    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(5, 3, 0));
+}
+
+TEST_P(HashIndex, KeysALargeNumberByItsLowHalf) {
+    ASSERT_TRUE(insert({L"a", 0, 7, 0}));
+    ASSERT_TRUE(insert({L"b", 0, 7 + (1ULL << 32), 0}));
+    ASSERT_TRUE(insert({L"c", 0, 0xFFFFFFFF, 0}));
+    EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0));
+    EXPECT_THAT(chain(L"sizes", L"4294967295"), ElementsAre(2));
+}
+
+// Building reads the records, and a record that is read has no null value.
+TEST_P(HashIndex, SkipsNullValuesOnInsertButNotWhenBuilt) {
+    Fields values(table->schema());
+    values.as<TextField>(0)->value(L"x");
+    ASSERT_TRUE(table->insert(values));
+    EXPECT_THAT(chain(L"sizes", L"0"), IsEmpty());
+    ASSERT_TRUE(table->addHashIndex(L"later", L"SIZE"));
+    EXPECT_THAT(chain(L"later", L"0"), ElementsAre(0));
+}
+
+TEST_P(HashIndex, UpdateInPlaceLeavesTheIndexes) {
+    ASSERT_TRUE(insert({L"x", 0, 0, 0}));
+    ASSERT_TRUE(update(0, {L"y", 0, 0, 0}));
+    if (isCompact()) {
+        EXPECT_THAT(chain(L"names", L"Y"), ElementsAre(1));
+    } else {
+        EXPECT_THAT(chain(L"names", L"X"), ElementsAre(0));
+        EXPECT_THAT(chain(L"names", L"Y"), IsEmpty());
+    }
+}
+
+TEST_P(HashIndex, ListIsKeptOnDisk) {
+    EXPECT_FALSE(table->addHashIndex(L"names", L"SIZE")) << "the name is taken";
+    EXPECT_TRUE(table->addHashIndex(L"lost", L"NO SUCH FIELD")) << "deliberate";
+    EXPECT_FALSE(table->addHashIndex(nullptr, L"NAME"));
+    EXPECT_FALSE(table->buildHashIndex(L"lost", L"name")) << "fields have exact names";
+    EXPECT_FALSE(table->removeHashIndex(L"sizes")) << "deliberate, though it removed it";
+    EXPECT_FALSE(exists("sizes.idx"));
+    EXPECT_TRUE(table->addHashIndex(L"paths", L"PATHID"));
+    ASSERT_TRUE(reopen());
+    EXPECT_TRUE(isListed(L"names"));
+    EXPECT_FALSE(isListed(L"sizes"));
+    EXPECT_FALSE(isListed(L"lost"));
+    EXPECT_NE(table->searchHashIndexForFieldName(L"PATHID", false), nullptr);
+    EXPECT_EQ(table->searchHashIndexForFieldName(L"pathid", false), nullptr);
+    ASSERT_TRUE(table->close());
+    std::filesystem::remove(file("names.idx"));
+    ASSERT_TRUE(table->open()) << "an index whose file is gone is left out";
+    EXPECT_FALSE(isListed(L"names"));
+    EXPECT_TRUE(isListed(L"paths"));
+    EXPECT_TRUE(table->close() && table->create());
+    EXPECT_FALSE(exists("t_idx.dat")) << "a new table has no index";
+}
+
+TEST_P(HashIndex, StopsUpdatingAtAFieldThatIsMissing) {
+    Fields names;
+    names.add(L"NAME", FIELD_TEXT);
+    names.as<TextField>(0)->value(L"x");
+    ASSERT_TRUE(insert({L"y", 0, 0, 0}));
+    EXPECT_FALSE(table->hashIndexesUpdate(names, 0));
+    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(0));
+    const auto detached = table->searchHashIndexForFieldName(L"SIZE", true);
+    EXPECT_EQ(detached->getFieldName(), std::wstring(L"SIZE"));
+    EXPECT_FALSE(isListed(L"sizes"));
+    EXPECT_TRUE(table->hashIndexesUpdate(names, 0));
+}
+
+TEST(IndexFile, OpensClosesAndErases) {
+    TemporaryDirectory directory;
+    const std::wstring where = toWide(directory.path().string());
+    Index index(L"i", where.c_str(), L"F");
+    unsigned id = 5, next = 5;
+    EXPECT_EQ(index.getIndexFullPathName(), where + L"/i.idx");
+    EXPECT_FALSE(index.open());
+    EXPECT_FALSE(index.close());
+    EXPECT_FALSE(index.read(0, &id, &next));
+    EXPECT_FALSE(index.write(0, 1));
+    ASSERT_TRUE(index.create());
+    EXPECT_FALSE(index.create());
+    EXPECT_FALSE(index.erase());
+    EXPECT_TRUE(index.read(65535, &id, &next));
+    EXPECT_EQ(id & next, Index::NONE);
+    EXPECT_FALSE(index.write(65536, 1));
+    EXPECT_TRUE(index.write(0, 1));
+    EXPECT_FALSE(Index(index).close()) << "a copy is closed";
+    EXPECT_TRUE(index.close());
+    EXPECT_EQ(std::filesystem::file_size(directory / "i.idx"), 524288U);
+    EXPECT_TRUE(index.erase());
+    EXPECT_FALSE(Index(L"i", nullptr, L"F").create());
+    EXPECT_EQ(Index(L"i", nullptr, L"F").getIndexName(), nullptr);
+}
+
+}  // namespace
+}  // namespace fscanner

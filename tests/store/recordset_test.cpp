@@ -1,0 +1,276 @@
+// Record sets: moves with and without criteria, by the table and by an index.
+
+#include <gmock/gmock.h>
+
+#include <clocale>
+#include <random>
+
+#include "fscanner/fs/debug.h"
+#include "store/table_fixture.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Records : public TableTest {
+protected:
+    Records() { EXPECT_TRUE(create()); }
+
+    /// The names of the records that a walk meets; bounded, for walks that do not end.
+    static std::vector<std::wstring> names(RecordSet& set) {
+        std::vector<std::wstring> all;
+        for (bool more = set.moveFirst(); more && all.size() < 1000; more = set.moveNext()) {
+            all.push_back(set.getFieldAsString(L"NAME"));
+        }
+        return all;
+    }
+    void insertNames(std::initializer_list<const wchar_t*> names) {
+        for (const wchar_t* name : names) {
+            const unsigned size = static_cast<unsigned>(std::wcslen(name));
+            ASSERT_TRUE(insert({name, 0, size, size % 2}));
+        }
+    }
+};
+FSCANNER_BOTH_FORMS(Records);
+
+TEST_P(Records, WalkWithoutCriteria) {
+    RecordSet set = table->openRecordSet();
+    EXPECT_FALSE(set.moveFirst());
+    EXPECT_EQ(set.count(), 0U);
+    insertNames({L"a", L"bb", L"c", L"dd", L"e"});
+    EXPECT_THAT(names(set), ElementsAre(L"a", L"bb", L"c", L"dd", L"e"));
+    EXPECT_EQ(set.count(), 4U) << "deliberate: one less than there are";
+    EXPECT_FALSE(set.moveLast()) << "deliberate, though the cursor moved";
+    EXPECT_TRUE(set.movePrevious());
+    EXPECT_EQ(toRow(set), (Row{L"dd", 0, 2, 0}));
+    EXPECT_TRUE(set.remove());
+    EXPECT_EQ(toRow(set).name, L"dd") << "the buffer keeps what was read";
+    EXPECT_TRUE(set.moveNext());
+    EXPECT_EQ(toRow(set).name, L"e");
+    EXPECT_FALSE(set.moveNext());
+}
+
+TEST_P(Records, BufferWritesRecords) {
+    RecordSet set = table->openRecordSet();
+    EXPECT_TRUE(set.setFieldAsString(L"NAME", L"new"));
+    EXPECT_TRUE(set.setFieldAsInt32(1, 2));
+    EXPECT_TRUE(set.setFieldAsInt64(L"SIZE", 1ULL << 40));
+    EXPECT_TRUE(set.setFieldAsInt32(L"PATHID", 9));
+    EXPECT_FALSE(set.setFieldAsInt8(L"PATHID", 1)) << "of another class";
+    EXPECT_FALSE(set.setFieldAsInt32(L"pathid", 1));
+    EXPECT_FALSE(set.setFieldAsInt32(4, 1));
+    ASSERT_TRUE(set.insert());
+    RecordSet other = table->openRecordSet();
+    ASSERT_TRUE(other.moveFirst());
+    EXPECT_EQ(toRow(other), (Row{L"new", 2, 1ULL << 40, 9}));
+    EXPECT_EQ(other.getFieldAsInt16(1), 0) << "of another class";
+    EXPECT_EQ(other.getFieldAsInt32(L"SIZE"), 0U);
+    EXPECT_EQ(other.getFieldAsString(1), nullptr);
+    EXPECT_EQ(other.getFieldAsString(L"no"), nullptr);
+    other.setFieldAsInt32(1, 3);
+    ASSERT_TRUE(other.update());
+    ASSERT_TRUE(set.moveFirst());
+    EXPECT_EQ(set.getFieldAsInt32(1), 3U);
+}
+
+TEST_P(Records, HandlesEnd) {
+    RecordSet empty;
+    EXPECT_FALSE(empty.moveFirst() || empty.moveNext() || empty.insert() || empty.remove());
+    EXPECT_EQ(empty.getFieldAsString(0U), nullptr);
+    EXPECT_EQ(empty.lock(0), -21);
+    EXPECT_EQ(empty.unlock(), -21);
+    RecordSet set = table->openRecordSet();
+    EXPECT_EQ(set.lock(1), 0);
+    EXPECT_EQ(set.unlock(), 0);
+    const auto other = newTable(L"other");
+    EXPECT_FALSE(other->closeRecordSet(set));
+    EXPECT_TRUE(table->closeRecordSet(set));
+    EXPECT_FALSE(set);
+    EXPECT_FALSE(table->closeRecordSet(set));
+}
+
+TEST_P(Records, CriteriaSelect) {
+    insertNames({L"a.h", L"bb.c", L"c.h", L"a*", L"dd.H", L"e.h"});
+    RecordSet set = table->openRecordSet();
+    struct Case {
+        const wchar_t* criteria;
+        bool flag;
+        std::vector<std::wstring> expected;
+    };
+    const std::vector<std::wstring> all = {L"a.h", L"bb.c", L"c.h", L"a*", L"dd.H", L"e.h"};
+    const Case cases[] = {
+        {L"", true, all},
+        {L"[NAME]==\"*.h\"", true, {L"a.h", L"c.h", L"e.h"}},
+        {L"[NAME]==\"*.h\"", false, {L"a.h", L"c.h", L"dd.H", L"e.h"}},
+        {L"[NAME]==\"a.h\"", true, {L"a.h", L"a*"}},  // a stored "*" makes a pattern
+        {L"3 < [SIZE]", true, {L"bb.c", L"dd.H"}},
+        {L"[SIZE]==3 && !([NAME]==\"c.h\")", true, {L"a.h", L"e.h"}},
+        {L"10/([SIZE]-4)==-10", true, {L"a.h", L"c.h", L"e.h"}},  // a zero divisor on two
+        {L"2", true, all},
+        {L"0", true, {}},
+        {L"1 2", true, {}},  // does not compile, though its start would match all
+        {L"[NO]==1", true, {}},
+    };
+    for (const Case& c : cases) {
+        CriteriaEvaluator criteria(c.criteria);
+        EXPECT_TRUE(set.setCriteria(&criteria, c.flag));
+        EXPECT_EQ(names(set), c.expected) << toMultibyte(c.criteria) << ' ' << c.flag;
+    }
+    EXPECT_TRUE(set.setCriteria(nullptr, true));
+    EXPECT_EQ(names(set), all);
+}
+
+// A null number is in no index and reads as 0: it tells which way a walk went.
+TEST_P(Records, CriteriaThatFixAnIndexedFieldWalkItsChain) {
+    insertNames({L"a", L"bb", L"c", L"dd"});
+    ASSERT_TRUE(table->addHashIndex(L"paths", L"PATHID"));
+    ASSERT_TRUE(table->addHashIndex(L"names", L"NAME"));
+    Fields nulls(table->schema());
+    nulls.as<TextField>(0)->value(L"null");
+    ASSERT_TRUE(table->insert(nulls));
+    RecordSet set = table->openRecordSet();
+    const auto select = [&](const wchar_t* text, bool flag = true) {
+        CriteriaEvaluator criteria(text);
+        set.setCriteria(&criteria, flag);
+        return names(set);
+    };
+    EXPECT_THAT(select(L"[PATHID]==0"), ElementsAre(L"dd", L"bb")) << "newest first";
+    EXPECT_THAT(select(L"[PATHID]==0 && [SIZE]<9 && [NAME]!=\"bb\""), ElementsAre(L"dd"));
+    EXPECT_THAT(select(L"[PATHID]==0 || [SIZE]==1"),
+                ElementsAre(L"a", L"bb", L"c", L"dd", L"null"));
+    EXPECT_THAT(select(L"[NAME]==\"BB\"", false), ElementsAre(L"bb"));
+    EXPECT_THAT(select(L"[NAME]==\"BB\"", true), IsEmpty());
+    EXPECT_THAT(select(L"[SIZE]==0"), ElementsAre(L"null")) << "no index: the whole table";
+
+    CriteriaEvaluator byVariable(L"[PATHID]==path");
+    Fields variables;
+    variables.add(L"path", FIELD_INT32);
+    byVariable.setVariables(&variables);
+    ExpValue key;
+    key.set(NUMERIC, 1, L"");
+    key.setNValueString(L"PATHID");
+    byVariable.setHashInfo(key);
+    variables.as<Int32Field>(0)->value(1);
+    set.setCriteria(&byVariable, true);
+    EXPECT_THAT(names(set), ElementsAre(L"c", L"a"));
+    EXPECT_FALSE(set.movePrevious()) << "a chain has no way back";
+    EXPECT_FALSE(set.moveLast());
+    variables.as<Int32Field>(0)->value(2);
+    EXPECT_THAT(names(set), IsEmpty()) << "what the bucket gives is checked";
+
+    set.setCriteria(&byVariable, true);
+    table->removeHashIndex(L"paths");
+    EXPECT_THAT(names(set), IsEmpty()) << "an index that was removed under its walk";
+}
+
+TEST_P(Records, MovePreviousStopsAtMatches) {
+    insertNames({L"a", L"bb", L"c", L"dd", L"e"});
+    CriteriaEvaluator odd(L"[SIZE]==1");
+    RecordSet set = table->openRecordSet();
+    set.setCriteria(&odd, true);
+    set.moveLast();
+    ASSERT_TRUE(set.movePrevious());
+    EXPECT_EQ(toRow(set).name, L"c");
+    ASSERT_TRUE(set.movePrevious());
+    EXPECT_EQ(toRow(set).name, L"a");
+    EXPECT_FALSE(set.movePrevious());
+}
+
+TEST_P(Records, PrintsItsBuffer) {
+    table->close();
+    table = newTable(L"print");
+    for (unsigned type = FIELD_INT8; type <= FIELD_TEXT; ++type) {
+        table->addField((L"F" + std::to_wstring(type)).c_str(), type);
+    }
+    RecordSet set = table->openRecordSet();
+    set.setFieldAsInt8(0U, 255);
+    set.setFieldAsInt16(1U, 65535);
+    set.setFieldAsInt32(2U, 5);
+    set.setFieldAsInt64(3U, (7ULL << 32) + 6);
+    set.setFieldAsString(4U, L"text");
+    startDebug(file("log").c_str());
+    set.printFields();
+    stopDebug();
+    EXPECT_EQ(readWholeFile(file("log")),
+              "F1 = 255\nF2 = 65535\nF3 = 5\nF4 = " + std::string(63, ' ') + "6\nF5 = text\n");
+}
+
+// ---- The bytes against the plain evaluation ---------------------------------
+
+/// Names that sit on the edges of what can be judged without decoding.
+std::wstring oddName(std::mt19937& random) {
+    static const std::wstring alphabet = L"aabbhHiI..*?\u00e9\u0130\u212a\U0001F600z";
+    std::wstring name(random() % 12, L' ');
+    for (wchar_t& c : name) {
+        c = alphabet[random() % (random() % 4 == 0 ? alphabet.size() : 10)];
+    }
+    return name;
+}
+
+std::wstring condition(std::mt19937& random) {
+    static const wchar_t* const relations[] = {L"==", L"!=", L"==", L"<", L">=", L">", L"<="};
+    static const wchar_t* const patterns[] = {L"*",  L"?",   L"*.h", L"a*", L"*b*",     L"*I*",
+                                              L"**", L"*a.", L"a*b", L"?a", L"*\u00e9", L""};
+    const std::wstring relation = relations[random() % 7];
+    const bool mirrored = random() % 4 == 0;
+    std::wstring field = L"[NAME]", literal;
+    if (random() % 3 == 0) {
+        field = random() % 2 ? L"[SIZE]" : L"[ATTR]";
+        literal = std::to_wstring(random() % 4);
+    } else {
+        literal = random() % 3 ? patterns[random() % 12] : oddName(random);
+        literal = L'"' + literal + L'"';
+    }
+    return mirrored ? literal + relation + field : field + relation + literal;
+}
+
+std::wstring randomCriteria(std::mt19937& random) {
+    std::wstring text = condition(random);
+    for (auto more = random() % 3; more > 0; --more) {
+        static const wchar_t* const joints[] = {L" && ", L" && ", L" || ", L" && !"};
+        text += joints[random() % 4] + condition(random);
+    }
+    return text;
+}
+
+TEST_P(Records, FilterAgreesWithThePlainEvaluation) {
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        std::setlocale(LC_ALL, locale);
+        std::mt19937 random(1);
+        for (int i = 0; i < 150; ++i) {
+            const unsigned long long size = random() % 5 ? random() % 5 : ~0ULL;
+            ASSERT_TRUE(insert({oddName(random), static_cast<unsigned>(random() % 3), size, 0}));
+        }
+        Fields values(table->schema());
+        RecordSet set = table->openRecordSet();
+        unsigned matches = 0;
+        for (int i = 0; i < 400; ++i) {
+            const std::wstring text = randomCriteria(random);
+            const bool flag = random() % 2;
+            CriteriaEvaluator plain(text.c_str()), criteria(text.c_str());
+            plain.setFields(&values);
+            const bool compiles = plain.compile();
+            std::vector<Row> expected, found;
+            for (const unsigned id : ids()) {
+                table->read(id, values);
+                if (compiles && plain.check(&values, nullptr, flag) > 0) {
+                    expected.push_back(toRow(values));
+                }
+            }
+            set.setCriteria(&criteria, flag);
+            for (bool more = set.moveFirst(); more; more = set.moveNext()) {
+                found.push_back(toRow(set));
+            }
+            ASSERT_EQ(found, expected) << toMultibyte(text) << ' ' << flag << ' ' << locale;
+            matches += static_cast<unsigned>(found.size());
+        }
+        EXPECT_GT(matches, 5000U) << "the comparison was about something";
+        table->closeRecordSet(set);
+    }
+    std::setlocale(LC_ALL, "C");
+}
+
+}  // namespace
+}  // namespace fscanner
