@@ -25,7 +25,7 @@ std::optional<Verdict> Judge::evaluate(const TreeNode* root) {
 Verdict Judge::value(const TreeNode* node) {
     if (Tree::isLeaf(node)) return leaf(node->data);
     const Token& token = node->data;
-    const Verdict left = value(node->left.get());
+    Verdict left = value(node->left.get());
     if (!reading_ && token.is(TOKEN_OPBOOL, BOOL_OR) && left.number == 1) return {NUMERIC, 1, L""};
     if (!reading_ && token.is(TOKEN_OPBOOL, BOOL_AND) && left.number == 0) return {};
     const Verdict right = value(node->right.get());
@@ -149,10 +149,10 @@ long long Judge::arithmetic(long long code, long long left, long long right) {
             result = l / r;
             break;
         case OP_BIT_AND:
-            result = (l & mask) & (r & mask);
+            result = l & r & mask;
             break;
         default:
-            result = (l & mask) | (r & mask);
+            result = (l | r) & mask;
     }
     return static_cast<long long>(result);
 }

@@ -112,7 +112,8 @@ TEST_F(LexerTest, BackRestartAndNoText) {
     EXPECT_EQ(lexer.nextToken().getType(), TOKEN_END);
     EXPECT_EQ(lexer.getLastError(), LEX_ERROR);
     lexer.setExpression(L"one   two");
-    lexer.nextToken();
+    lexer.back();
+    EXPECT_EQ(lexer.nextToken().text(), L"one");
     EXPECT_EQ(lexer.nextToken().text(), L"two");
     EXPECT_EQ(lexer.tokenPosition(), 6U);
     lexer.back();

@@ -29,7 +29,7 @@ TEST(Limits, EveryKindOfNestingIsBounded) {
         Criteria deepest(repeat(kind.open, 256) + kind.core + repeat(kind.close, 256), record);
         EXPECT_EQ(deepest.check(), kind.value);
         EXPECT_EQ(deepest.check(), kind.value);
-        for (const std::size_t depth : {257, 100000}) {
+        for (const std::size_t depth : {257U, 100000U}) {
             Criteria over(repeat(kind.open, depth) + kind.core + repeat(kind.close, depth), record);
             EXPECT_EQ(over.check(), L"fails");
             EXPECT_EQ(over.evaluator.compileError().text, "nested more than 256 levels deep");

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cwchar>
 #include <iterator>
+#include <utility>
 
 #include "fscanner/common/wildcard.h"
 #include "fscanner/expr/command.h"
@@ -32,18 +33,26 @@ struct Lexer::Spelling {
 void Lexer::setExpression(const wchar_t* text) {
     hasText_ = text != nullptr;
     text_ = text ? text : L"";
-    position_ = start_ = 0;
+    goToStart();
     error_ = text ? LEX_OK : LEX_ERROR;
 }
 
 bool Lexer::restart() {
-    if (hasText_) position_ = start_ = 0;
+    if (hasText_) goToStart();
     return hasText_;
+}
+
+void Lexer::goToStart() {
+    position_ = start_ = 0;
+    hasToken_ = pushedBack_ = false;
 }
 
 /// The end is looked for before blanks are skipped, on purpose: blanks at the
 /// end are an error, and a caller that insists on the end refuses them.
 Token Lexer::nextToken() {
+    // Every level of the grammar may have pushed an operator back: read it once.
+    if (std::exchange(pushedBack_, false)) return token_;
+    hasToken_ = true;
     start_ = position_;
     token_ = Token();
     if (!hasText_) {

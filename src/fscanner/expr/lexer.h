@@ -82,7 +82,7 @@ public:
     /// A blank before the end is an error, not the end.
     Token nextToken();
     /// Makes the last token the next one again.
-    void back() { position_ = start_; }
+    void back() { pushedBack_ = hasToken_; }
     int getLastError() const { return error_; }
 
     /// Index of the last token's first character, blanks left out; where only
@@ -96,6 +96,7 @@ public:
 
 private:
     wchar_t current() const { return text_[position_]; }
+    void goToStart();
     void skip();
     bool recognise();
     bool checkNum();
@@ -118,7 +119,9 @@ private:
     std::wstring text_;
     bool hasText_ = false;
     std::size_t position_ = 0;
-    std::size_t start_ = 0;
+    std::size_t start_ = 0;  // of the last token and the blanks before it
+    bool hasToken_ = false;
+    bool pushedBack_ = false;
     int error_ = LEX_OK;
     Token token_;
 };

@@ -15,7 +15,7 @@ public:
     InlineText() { inline_[0] = L'\0'; }
     InlineText(const InlineText& other) : InlineText() { assign(other.view()); }
     InlineText& operator=(const InlineText& other) {
-        assign(other.view());
+        if (this != &other) assign(other.view());
         return *this;
     }
 
