@@ -177,6 +177,27 @@ TEST(Criteria, CommandsSeeWhichFieldAnArgumentIs) {
     EXPECT_EQ(criteria.join.names, (Names{L"NAME", L"", L"NAME", L""}));
 }
 
+/// Gives its argument the first time, and leaves the result alone afterwards.
+class OnceCommand final : public UnaryCmd {
+public:
+    int execute(const ExpValue& argument, ExpValue& result) override {
+        if (!executed) result = argument;
+        executed = true;
+        return 0;
+    }
+    bool executed = false;
+};
+
+TEST(Criteria, EveryCallOfACommandFillsAFreshResult) {
+    SampleRecord record;
+    OnceCommand once;
+    Criteria criteria(L"once([NAME])", record);
+    criteria.evaluator.addCmd(L"once", STRING, STRING, &once);
+    criteria.evaluator.compile();
+    EXPECT_EQ(criteria.check(), L"\"a.txt\"");
+    EXPECT_EQ(criteria.check(), L"0");
+}
+
 TEST(Criteria, AFailedParseLeavesTheValue) {
     SampleRecord record;
     for (const wchar_t* text : {L"(7", L"7/0", L"[NAME]"}) {

@@ -72,6 +72,8 @@ TEST(ExpressionLog, TellsEveryFailure) {
          "SyntaxAnalyzer::factor - command[join]: execute failed!\n",
          "SyntaxAnalyzer::resolve - command[join]: execute failed!\n"},
         // The first failure is told, and no command is executed after it.
+        {L"1/0+length([TITLE])", "SyntaxAnalyzer::term - division by zero!\n",
+         "SyntaxTree::resolve - division by zero!\n"},
         {L"1/0+2/0==length(\"a\")", "SyntaxAnalyzer::term - division by zero!\n",
          "SyntaxTree::resolve - division by zero!\n"},
     };

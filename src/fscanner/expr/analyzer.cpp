@@ -75,29 +75,31 @@ const char* SyntaxAnalyzer::levelName(Level level) {
     return names[static_cast<std::size_t>(level)];
 }
 
-bool SyntaxAnalyzer::operand(Level level, ParsedValue& value, bool evaluate, Tree& tree) {
-    if (level == Level::term) return factor(value, evaluate, tree);
-    return chain(static_cast<Level>(static_cast<int>(level) + 1), value, evaluate, tree);
-}
-
-/// One level of the grammar: operands joined from the left. Each right operand
-/// gets a value and a tree of its own.
-bool SyntaxAnalyzer::chain(Level level, ParsedValue& left, bool evaluate, Tree& tree) {
+/// Reads operands joined by the operators of this level and of all tighter ones:
+/// an operator's right operand is what its own level leaves to the tighter ones.
+/// Each right operand gets a value and a tree of its own.
+bool SyntaxAnalyzer::chain(Level loosest, ParsedValue& left, bool evaluate, Tree& tree) {
     const bool hadKey = key_.found();
-    if (!operand(level, left, evaluate, tree)) return false;
-    Token token;
-    while (takeOperator(level, token)) {
+    if (!factor(left, evaluate, tree)) return false;
+    while (const auto token = takeOperator(loosest)) {
         const std::size_t position = position_;
+        const Operator op = *operatorOf(*token);
         ParsedValue right;
         Tree rightTree;
         rightTree.setRoot();
-        if (!rightOperand(level, left, right, evaluate, rightTree)) return false;
-        if (level == Level::bExpression && !hadKey) key_.drop();
+        if (!rightOperand(levelOf(op), left, right, evaluate, rightTree)) return false;
+        if (op == Operator::logicalOr && !hadKey) key_.drop();
         tree.merge(&rightTree);
-        tree.setData(tree.getRoot(), token);
-        if (!combine(*operatorOf(token), position, left, right)) return false;
+        tree.setData(tree.getRoot(), *token);
+        if (!combine(op, position, left, right)) return false;
     }
     return true;
+}
+
+/// What an operator of this level takes on its right.
+bool SyntaxAnalyzer::tighter(Level level, ParsedValue& value, bool evaluate, Tree& tree) {
+    if (level == Level::term) return factor(value, evaluate, tree);
+    return chain(static_cast<Level>(static_cast<int>(level) + 1), value, evaluate, tree);
 }
 
 /// The flag says where a value decides: not behind a "||" with a true left side,
@@ -106,23 +108,24 @@ bool SyntaxAnalyzer::rightOperand(Level level, const ParsedValue& left, ParsedVa
                                   bool evaluate, Tree& tree) {
     if (level == Level::bExpression) {
         key_.beginAlternative();
-        const bool read = operand(level, right, evaluate && left.number == 0, tree);
+        const bool read = tighter(level, right, evaluate && left.number == 0, tree);
         key_.endAlternative();
         return read;
     }
-    if (level != Level::bTerm) return operand(level, right, evaluate, tree);
-    if (!operand(level, right, evaluate && left.number != 0, tree)) return false;
+    if (level != Level::bTerm) return tighter(level, right, evaluate, tree);
+    if (!tighter(level, right, evaluate && left.number != 0, tree)) return false;
     key_.endConjunct();
     return true;
 }
 
-/// Takes the next token if it is an operator of this level, else leaves it.
-bool SyntaxAnalyzer::takeOperator(Level level, Token& token) {
-    token = nextToken();
+/// Takes the next token if it is an operator of that level or a tighter one, else
+/// leaves it.
+std::optional<Token> SyntaxAnalyzer::takeOperator(Level loosest) {
+    Token token = nextToken();
     const auto op = operatorOf(token);
-    if (op && !isUnary(*op) && levelOf(*op) == level) return true;
+    if (op && !isUnary(*op) && levelOf(*op) >= loosest) return token;
     lexer_.back();
-    return false;
+    return std::nullopt;
 }
 
 namespace {

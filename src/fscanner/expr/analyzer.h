@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -84,13 +85,13 @@ private:
         unsigned& depth_;
     };
 
-    bool chain(Level level, ParsedValue& value, bool evaluate, Tree& tree);
-    bool operand(Level level, ParsedValue& value, bool evaluate, Tree& tree);
+    bool chain(Level loosest, ParsedValue& value, bool evaluate, Tree& tree);
+    bool tighter(Level level, ParsedValue& value, bool evaluate, Tree& tree);
     bool rightOperand(Level level, const ParsedValue& left, ParsedValue& right, bool evaluate,
                       Tree& tree);
     static Level levelOf(Operator op);
     static const char* levelName(Level level);
-    bool takeOperator(Level level, Token& token);
+    std::optional<Token> takeOperator(Level loosest);
     bool combine(Operator op, std::size_t position, ParsedValue& left, const ParsedValue& right);
     bool expectEnd();
 

@@ -50,7 +50,6 @@ void Lexer::goToStart() {
 /// The end is looked for before blanks are skipped, on purpose: blanks at the
 /// end are an error, and a caller that insists on the end refuses them.
 Token Lexer::nextToken() {
-    // Every level of the grammar may have pushed an operator back: read it once.
     if (std::exchange(pushedBack_, false)) return token_;
     hasToken_ = true;
     start_ = position_;

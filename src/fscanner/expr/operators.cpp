@@ -126,11 +126,7 @@ Fault onNumbers(Operator op, const EvaluationRules& rules, long long l, long lon
 
 Fault join(const Value& left, const Value& right, std::wstring& joined, Value& out) {
     if (left.text.size() + right.text.size() + 1 > ExpValue::MAX_TEXT) return Fault::noRoom;
-    if (left.text.data() == joined.data()) {
-        joined.resize(left.text.size());
-    } else {
-        joined.assign(left.text);
-    }
+    if (left.text.data() != joined.data()) joined.assign(left.text);
     joined.append(right.text);
     out = {STRING, 0, joined};
     return Fault::none;

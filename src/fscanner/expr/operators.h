@@ -90,7 +90,7 @@ Fault checkTypes(Operator op, char left, char right);
 char resultType(Operator op, char left);
 
 /// Checks the types and computes. A concatenation is built in `joined`, which
-/// the left operand may lie in: a chain of them then grows one buffer. `out` is
+/// the left operand may be: a chain of them then grows one buffer. `out` is
 /// left alone on a fault, and may be one of the operands.
 Fault apply(Operator op, const EvaluationRules& rules, const Value& left, const Value& right,
             std::wstring& joined, Value& out);
