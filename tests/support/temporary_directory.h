@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -13,8 +14,9 @@ namespace fscanner {
 /// A new directory that goes, with all that is in it, with the object.
 class TemporaryDirectory {
 public:
-    TemporaryDirectory() {
-        std::string name = (std::filesystem::temp_directory_path() / "fscanner_XXXXXX").string();
+    TemporaryDirectory() : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
+    explicit TemporaryDirectory(const std::filesystem::path& parent) {
+        std::string name = (parent / "fscanner_XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp: " + name);
         path_ = name;
     }
@@ -31,6 +33,12 @@ public:
 private:
     std::filesystem::path path_;
 };
+
+/// Where waiting for the disk costs nothing, if there is such a place.
+inline std::filesystem::path memoryDirectory() {
+    const std::filesystem::path memory = "/dev/shm";
+    return ::access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();
+}
 
 inline void writeWholeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;

@@ -13,12 +13,6 @@ namespace {
 
 constexpr int FIRST_OWN_DESCRIPTOR = STDERR_FILENO + 1;
 
-// A data file on descriptor 2 would get the host's error messages.
-Descriptor aboveStandardStreams(Descriptor file) {
-    if (!file || file.get() >= FIRST_OWN_DESCRIPTOR) return file;
-    return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
-}
-
 bool isRegular(int fd) {
     struct stat info;
     if (::fstat(fd, &info) != 0) return false;
@@ -48,6 +42,12 @@ bool Descriptor::close() {
     const bool closed = ::close(release()) == 0;
     if (closed) errno = reason;
     return closed;
+}
+
+// A data file on descriptor 2 would get the host's error messages.
+Descriptor aboveStandardStreams(Descriptor file) {
+    if (!file || file.get() >= FIRST_OWN_DESCRIPTOR) return file;
+    return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
 }
 
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) {

@@ -25,6 +25,10 @@ private:
     int fd_ = -1;
 };
 
+/// The same file under a descriptor that is not one of the standard streams', which
+/// the host may have closed. Empty, with errno, when there is none.
+Descriptor aboveStandardStreams(Descriptor file);
+
 enum class OpenMode { existing, emptied };
 
 /// Opens a file for reading and writing; `emptied` makes it with `permissions` or

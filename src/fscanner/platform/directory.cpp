@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <utility>
 
 namespace fscanner {
 
@@ -57,48 +56,34 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
     }
 }
 
-// Descriptors 0 to 2 are the host's, even where it has closed them.
-int liftDescriptor(int descriptor) {
-    if (descriptor < 0 || descriptor > 2) return descriptor;
-    const int lifted = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
-    const int error = errno;
-    ::close(descriptor);
-    errno = error;
-    return lifted;
-}
-
-int openBeside(int parent, const char* name) {
-    return liftDescriptor(openat(parent, name, kOpenFlags));
+Descriptor openBeside(int parent, const char* name) {
+    return aboveStandardStreams(Descriptor(openat(parent, name, kOpenFlags)));
 }
 
 // Where the kernel has no openat2: one component after the other.
-int openByComponents(const char* path) {
-    int descriptor = openBeside(AT_FDCWD, "/");
+Descriptor openByComponents(const char* path) {
+    Descriptor directory = openBeside(AT_FDCWD, "/");
     std::string component;
-    while (descriptor >= 0 && *path) {
+    while (directory && *path) {
         path += std::strspn(path, "/");
         const std::size_t length = std::strcspn(path, "/");
         if (length == 0) break;
         component.assign(path, length);
-        const int next = openBeside(descriptor, component.c_str());
-        const int error = errno;
-        ::close(descriptor);
-        errno = error;
-        descriptor = next;
+        directory = openBeside(directory.get(), component.c_str());
         path += length;
     }
-    return descriptor;
+    return directory;
 }
 
-int openWithoutLinks(const char* path) {
+Descriptor openWithoutLinks(const char* path) {
     open_how how{};
     how.flags = static_cast<unsigned>(kOpenFlags);
     how.resolve = RESOLVE_NO_SYMLINKS;
     const long descriptor = syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
-    if (descriptor >= 0) return liftDescriptor(static_cast<int>(descriptor));
+    if (descriptor >= 0) return aboveStandardStreams(Descriptor(static_cast<int>(descriptor)));
     // EPERM is what some sandboxes say of a call that they do not know.
     const bool unsupported = errno == ENOSYS || errno == EPERM;
-    return unsupported ? openByComponents(path) : -1;
+    return unsupported ? openByComponents(path) : Descriptor();
 }
 
 }  // namespace
@@ -129,38 +114,20 @@ bool DirectoryEntries::takeLast(Entry& entry) {
     return true;
 }
 
-Directory::Directory(Directory&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-Directory& Directory::operator=(Directory&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-}
-
-Directory::~Directory() {
-    close();
-}
-
 int Directory::openPath(const char* path) {
-    close();
     descriptor_ = openWithoutLinks(path);
-    return descriptor_ < 0 ? errno : 0;
+    return descriptor_ ? 0 : errno;
 }
 
 int Directory::openChild(const Directory& parent, const char* name) {
-    close();
-    descriptor_ = openBeside(parent.descriptor_, name);
-    return descriptor_ < 0 ? errno : 0;
-}
-
-void Directory::close() {
-    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+    descriptor_ = openBeside(parent.descriptor_.get(), name);
+    return descriptor_ ? 0 : errno;
 }
 
 int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
     entries.clear();
     for (;;) {
-        const long size = syscall(SYS_getdents64, descriptor_, buffer.data(),
+        const long size = syscall(SYS_getdents64, descriptor_.get(), buffer.data(),
                                   static_cast<unsigned>(buffer.size()));
         if (size < 0 && errno == EINTR) continue;
         if (size < 0) return errno;
@@ -170,12 +137,12 @@ int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
 }
 
 int Directory::statEntry(const char* name, struct stat& info) const {
-    return fstatat(descriptor_, name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+    return fstatat(descriptor_.get(), name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
 }
 
 int Directory::identify(Identity& identity) const {
     struct stat info {};
-    if (fstat(descriptor_, &info) != 0) return errno;
+    if (fstat(descriptor_.get(), &info) != 0) return errno;
     identity = {info.st_dev, info.st_ino};
     return 0;
 }

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/platform/descriptor.h"
+
 struct stat;
 
 namespace fscanner {
@@ -36,23 +38,16 @@ private:
     std::size_t end_ = 0;
 };
 
-/// An open directory. Everything below it is reached through its descriptor and
+/// An open directory, move-only. Everything below it is reached through its descriptor and
 /// never through a symbolic link.
 class Directory {
 public:
-    Directory() = default;
-    Directory(const Directory&) = delete;
-    Directory& operator=(const Directory&) = delete;
-    Directory(Directory&& other) noexcept;
-    Directory& operator=(Directory&& other) noexcept;
-    ~Directory();
-
     /// Opens an absolute path in which no component may be a link. 0, or the errno.
     int openPath(const char* path);
     /// Opens the directory `name` in `parent`; a link is refused. 0, or the errno.
     int openChild(const Directory& parent, const char* name);
-    void close();
-    bool isOpen() const { return descriptor_ >= 0; }
+    void close() { descriptor_.close(); }
+    bool isOpen() const { return static_cast<bool>(descriptor_); }
 
     /// Reads all entries in the system's order through `buffer` (some ten KiB at
     /// best). 0, or the errno.
@@ -69,7 +64,7 @@ public:
     int identify(Identity& identity) const;
 
 private:
-    int descriptor_ = -1;
+    Descriptor descriptor_;
 };
 
 /// Whether `path` is a directory itself, links not followed. 0, or the errno (and

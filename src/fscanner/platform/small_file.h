@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+namespace fscanner {
+
+/// Marks and counters: files of a few bytes that are written whole. Links are not
+/// followed, and only regular files are read or written.
+
+/// Whether anything has this name, a dangling link included.
+bool nameExists(const std::wstring& path);
+/// Creates or replaces the content.
+bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
+/// Reads exactly `size` bytes; false when there are fewer.
+bool readSmallFile(const std::wstring& path, void* content, unsigned size);
+/// Waits until the file is on disk, and until the names in the directory are.
+bool syncFile(const std::wstring& path);
+bool syncDirectory(const std::wstring& path);
+
+}  // namespace fscanner
