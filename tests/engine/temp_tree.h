@@ -16,6 +16,9 @@ namespace fscanner {
 /// A temporary directory with verbs for building a tree in it.
 class TempTree {
 public:
+    TempTree() = default;
+    explicit TempTree(const std::filesystem::path& parent) : directory_(parent) {}
+
     std::string path(const std::string& below = "") const {
         return below.empty() ? root_.string() : (root_ / below).string();
     }

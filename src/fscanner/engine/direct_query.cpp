@@ -1,5 +1,7 @@
 #include <exception>
 
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/direct_query.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
@@ -8,13 +10,6 @@
 #include "fscanner/fs/fs_query.h"
 
 namespace fscanner {
-
-namespace {
-
-constexpr int kUnusable = -40;
-constexpr int kTimedOut = -41;
-// In effect none: scans of remote drives have no limit.
-constexpr unsigned kNoTimeout = 2000000000;
 
 int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
              FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
@@ -25,9 +20,11 @@ int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& p
                     &mounts);
 }
 
+namespace {
+
 int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
     QueryPlan plan;
-    if (!plan.discover()) return kUnusable;
+    if (!plan.discover()) return FS_CACHE_UNUSABLE;
     plan.prune(query);
     plan.resolve(query);
     FileProcessor processor(query.getQuery(), query.getCaseSensitive());
@@ -35,7 +32,7 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());
         const unsigned limit = QueryPlan::isLocal(pair) ? timeout : kNoTimeout;
         if (scanPair(writer, query, plan, processor, pair, limit) == WALK_TIMED_OUT)
-            return kTimedOut;
+            return FS_CACHE_QUERY_TIMED_OUT;
     }
     return 0;
 }
@@ -47,7 +44,7 @@ int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeou
         return scanQuery(writer, query, timeoutMilliseconds);
     } catch (const std::exception& failure) {
         debug("::fsScanQuery - failed: %s\n", failure.what());
-        return kUnusable;
+        return FS_CACHE_UNUSABLE;
     }
 }
 

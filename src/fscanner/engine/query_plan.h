@@ -41,6 +41,7 @@ public:
     static bool isLocal(const PathDrive& pair);
     /// The query's own exclusions that concern a pair: those of its drive group.
     const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
+    const std::vector<PathInfo>& localExclusions() const { return localExclusions_; }
     /// The mount points inside a pair that its scan must not enter.
     std::vector<PathInfo> mountPoints(const PathDrive& pair) const;
 

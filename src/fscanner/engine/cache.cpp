@@ -1,0 +1,140 @@
+#include "fscanner/engine/cache.h"
+
+#include <exception>
+
+#include "fscanner/engine/cache_query.h"
+#include "fscanner/engine/cache_store.h"
+#include "fscanner/fs/debug.h"
+
+// The wall between plug-ins and the cache: nothing is thrown beyond it, and the codes
+// of a query decide here what becomes of the cache.
+
+namespace fscanner {
+
+namespace {
+
+template <typename Result, typename Body>
+Result guarded(const char* what, Result failure, Body body) {
+    try {
+        return body();
+    } catch (const std::exception& error) {
+        debug("FS_Cache::%s - failed: %s\n", what, error.what());
+        return failure;
+    }
+}
+
+// Each kept form has lists of its own.
+KeptPlan& keptPlan(bool monitored) {
+    static KeptPlan plans[2];
+    return plans[monitored ? 1 : 0];
+}
+
+}  // namespace
+
+FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
+                   const wchar_t* cacheDirectory, bool monitor, bool compressed, bool cacheChecker)
+    : monitor_(monitor) {
+    store_ = guarded("FS_Cache", std::unique_ptr<CacheStore>(), [&] {
+        return std::make_unique<CacheStore>(directoriesTableName, filesTableName, cacheDirectory,
+                                            compressed, cacheChecker);
+    });
+}
+
+FS_Cache::~FS_Cache() = default;
+
+int FS_Cache::create(unsigned timeout, int disposition) {
+    if (!store_) return FS_CACHE_FAILURE;
+    return guarded("create", +FS_CACHE_FAILURE,
+                   [&] { return store_->create(timeout, disposition); });
+}
+
+// Waits may be cancelled by the host's threads, which unwinds through here: only
+// standard exceptions are stopped.
+int FS_Cache::lock() {
+    if (!store_) return FS_CACHE_FAILURE;
+    return guarded("lock", +FS_CACHE_FAILURE, [&] { return store_->lock(); });
+}
+
+int FS_Cache::lock(int timeout) {
+    if (!store_) return FS_CACHE_FAILURE;
+    return guarded("lock", +FS_CACHE_FAILURE, [&] { return store_->lock(timeout); });
+}
+
+void FS_Cache::unlock() {
+    if (store_) store_->unlock();
+}
+
+int FS_Cache::executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                           unsigned maxCacheAge) {
+    return run(Form::plain, writer, query, timeout, maxCacheAge);
+}
+
+int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                             unsigned maxCacheAge) {
+    return run(Form::kept, writer, query, timeout, maxCacheAge);
+}
+
+int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                  unsigned maxCacheAge) {
+    if (!store_ || !store_->usable()) return FS_CACHE_UNUSABLE;
+    const unsigned counter = store_->directoriesIndex();
+    int status = guarded("executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
+        QueryPlan fresh;
+        const QueryPlan* plan = nullptr;
+        if (form == Form::kept) {
+            plan = keptPlan(monitor_).refresh(query);
+        } else if (fresh.discover()) {
+            fresh.prune(query);
+            fresh.resolve(query);
+            plan = &fresh;
+        }
+        // Without a mount table there is no drive to search, and nothing is found.
+        if (!plan) return FS_CACHE_SUCCESS;
+        CacheQuery run(*store_, writer, query, timeout, maxCacheAge);
+        if (monitor_) return run.monitored(*plan);
+        return run.cacheOnly(
+            *plan, form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly");
+    });
+    if (store_->damaged()) status = FS_CACHE_UNUSABLE;
+    if (status == FS_CACHE_UNUSABLE || status == FS_CACHE_BUILD_TIMED_OUT) store_->markBroken();
+    // Also when time ran out: the next open must not hand the same IDs out again.
+    const bool grew = store_->usable() && store_->directoriesIndex() != counter;
+    if (grew && !store_->updateDirectoriesIDCounter()) {
+        store_->markBroken();
+        status = FS_CACHE_UNUSABLE;
+    }
+    return status;
+}
+
+// The plan to run by: the process's own, or `fresh`. Null without a mount table.
+const QueryPlan* FS_Cache::makePlan(Form form, QueryPlan& fresh, const FsQuery& query) const {
+    if (form == Form::kept) return keptPlan(monitor_).refresh(query);
+    if (!fresh.discover()) return nullptr;
+    fresh.prune(query);
+    fresh.resolve(query);
+    return &fresh;
+}
+
+int FS_Cache::startMonitor(FsMonitor*) {
+    return 0;
+}
+
+int FS_Cache::stopMonitor() {
+    return 0;
+}
+
+bool FS_Cache::close() {
+    if (!store_) return true;
+    if (monitor_) stopMonitor();
+    return guarded("close", false, [&] { return store_->close(); });
+}
+
+bool FS_Cache::compact() {
+    return store_ && guarded("compact", false, [&] { return store_->compact(); });
+}
+
+bool FS_Cache::remove() {
+    return store_ && guarded("remove", false, [&] { return store_->remove(); });
+}
+
+}  // namespace fscanner

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <memory>
+
+#include "fscanner/export.h"
+
+namespace fscanner {
+
+class FsMonitor;
+class FsQuery;
+class FsResultSetWriter;
+class CacheStore;
+class QueryPlan;
+
+/// What `FS_Cache::create` does with the files of the directory.
+enum FsCacheDisposition : int {
+    FS_CACHE_CREATE = 0,       ///< make an empty cache, whatever is there
+    FS_CACHE_OPEN = 1,         ///< open a sound cache
+    FS_CACHE_OPEN_ALWAYS = 2,  ///< open it, or make an empty one where that fails
+};
+
+/// Results of the cache's operations.
+enum FsCacheStatus : int {
+    FS_CACHE_SUCCESS = 0,
+    FS_CACHE_UNUSABLE = -40,         ///< not created, not opened, closed, or broken
+    FS_CACHE_QUERY_TIMED_OUT = -41,  ///< a direct scan or the extraction ran out of time
+    FS_CACHE_BUILD_TIMED_OUT = -42,  ///< rebuilding a tree did; the cache is given up
+    FS_CACHE_ALREADY_OPENED = -51,
+    FS_CACHE_LOCK_TIMED_OUT = -52,
+    FS_CACHE_FAILURE = -53,
+};
+
+/// A directory of the disk that remembers trees of the file system, so that later
+/// searches need not walk them.
+///
+/// Several processes share a cache directory. The order of use, for each query:
+/// `lock`, `create` with `FS_CACHE_OPEN_ALWAYS`, queries, `close`, `compact` if
+/// wished, `unlock`; then a new object. Nothing but `lock` waits for others, so all
+/// the rest is called while the lock is held.
+///
+/// While the cache is open a mark lies beside its files. A process that dies leaves
+/// it behind, and so does a cache that was found broken: the next `create` then
+/// refuses the files, or makes them anew. The destructor never removes the mark.
+///
+/// One thread at a time, and one query at a time in a process. Nothing is thrown.
+class FSCANNER_EXPORT FS_Cache {
+public:
+    /// Touches no file. `cacheDirectory` must exist. With `monitor`, queries use the
+    /// trees that the cache has, of any age, and build none. With `compressed`, numbers
+    /// are stored in as many bytes as they need. Without `cacheChecker` there is no mark.
+    FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
+             const wchar_t* cacheDirectory, bool monitor, bool compressed, bool cacheChecker);
+    FS_Cache(const FS_Cache&) = delete;
+    FS_Cache& operator=(const FS_Cache&) = delete;
+    ~FS_Cache();
+
+    /// Opens or makes the files, by an `FsCacheDisposition`. 0, -51 when this object
+    /// was opened before (even if closed since), or -53. `timeout` is only logged.
+    int create(unsigned timeout, int disposition);
+    /// Waits for the other processes. 0, -52 when the limit (milliseconds, in steps
+    /// of 100; 0 never succeeds) is over, or -53.
+    int lock();
+    int lock(int timeout);
+    void unlock();
+
+    /// Writes the files that match to `writer`. `timeout`, in milliseconds, limits
+    /// each rebuilding of a tree and the extraction; a tree older than `maxCacheAge`
+    /// seconds is rebuilt. 0, -40, -41 or -42. The Ex form keeps the drive list and
+    /// the resolved paths for the next call in this process.
+    int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                     unsigned maxCacheAge);
+    int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                       unsigned maxCacheAge);
+
+    /// Reserved; 0, and the monitor is not kept.
+    int startMonitor(FsMonitor* monitor);
+    int stopMonitor();
+
+    /// Brings everything to disk, closes the files, and removes the mark unless the
+    /// cache is broken. Queries give -40 from then on.
+    bool close();
+    /// Rewrites the tables of a closed cache where much of them is removed records.
+    bool compact();
+    /// Deletes the files of a closed cache.
+    bool remove();
+
+private:
+    enum class Form { plain, kept };
+    int run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+            unsigned maxCacheAge);
+
+    const QueryPlan* makePlan(Form form, QueryPlan& fresh, const FsQuery& query) const;
+
+    std::unique_ptr<CacheStore> store_;
+    bool monitor_;
+};
+
+}  // namespace fscanner

@@ -1,0 +1,116 @@
+#include "fscanner/engine/cache_build.h"
+
+#include "fscanner/common/time.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/dfs_gate.h"
+#include "fscanner/engine/fsbuild.h"
+#include "fscanner/engine/walk.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
+
+namespace fscanner {
+
+namespace {
+
+bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, unsigned time) {
+    RecordSet& records = store.directoryRecords();
+    records.setFieldAsInt32(DIRECTORIES_ID, ++store.directoriesIndex());
+    records.setFieldAsString(DIRECTORIES_PATHNAME, name);
+    records.setFieldAsInt32(DIRECTORIES_PARENTID, parent);
+    records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, time);
+    return records.insert();
+}
+
+// Inserts a record for each thing that the walk meets.
+class CacheSink : public WalkSink {
+public:
+    CacheSink(CacheStore& store, unsigned rootId) : store_(store), parents_{rootId} {}
+
+    void file(WalkEntry& entry) override;
+    void enter(const WalkEntry& entry) override;
+    void leave() override { parents_.pop_back(); }
+    bool failed() const { return failed_; }
+
+private:
+    CacheStore& store_;
+    std::vector<unsigned> parents_;
+    FsFileInfo facts_;
+    bool failed_ = false;
+};
+
+void CacheSink::file(WalkEntry& entry) {
+    if (failed_) return;
+    facts_.forgetInfo();
+    const struct stat* info = entry.info();
+    const bool known = info && facts_.updateFrom(*info);
+    RecordSet& records = store_.filesRecords();
+    records.setFieldAsString(FILES_FILENAME, entry.name().c_str());
+    records.setFieldAsInt32(FILES_ATTR, known ? facts_.getAttr() : 0);
+    records.setFieldAsInt64(FILES_SIZE, known ? facts_.getSize() : 0);
+    records.setFieldAsInt32(FILES_PATHID, parents_.back());
+    failed_ = !records.insert();
+}
+
+void CacheSink::enter(const WalkEntry& entry) {
+    const auto now = static_cast<unsigned>(getCurrentTime());
+    if (!failed_) failed_ = !insertDirectory(store_, entry.name().c_str(), parents_.back(), now);
+    parents_.push_back(store_.directoriesIndex());
+}
+
+DfsState& dfsState() {
+    static DfsState state;
+    return state;
+}
+
+// Finds the nearest ancestor that has a record, and gives the others theirs, from the
+// highest down to the root itself.
+bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
+    const std::vector<PathAncestor> chain = PathHelper::pathReducer(root);
+    RecordSet& records = store.directoryRecords();
+    std::size_t missing = 0;
+    unsigned parent = 0;
+    for (; missing < chain.size(); ++missing) {
+        if (!tree.findPathByName(records, store.ancestorRecords(), chain[missing].path.c_str(),
+                                 true))
+            continue;
+        parent = records.getFieldAsInt32(DIRECTORIES_ID);
+        break;
+    }
+    while (missing-- > 0) {
+        if (!insertDirectory(store, chain[missing].name.c_str(), parent, 0)) return false;
+        parent = store.directoriesIndex();
+    }
+    return true;
+}
+
+}  // namespace
+
+int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
+              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+              bool caseSensitive, unsigned timeout) {
+    const wchar_t* path = root.path.getPathName();
+    if (!path || !store.beginChanges() || !insertChain(store, tree, path)) return BUILD_FAILED;
+    RecordSet& records = store.directoryRecords();
+    if (!tree.findPathByName(records, store.ancestorRecords(), path, true)) return WALK_FINISHED;
+    const unsigned rootId = records.getFieldAsInt32(DIRECTORIES_ID);
+    records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, static_cast<unsigned>(getCurrentTime()));
+    if (!records.update()) return BUILD_FAILED;
+
+    const bool recursive = root.path.getRecursive();
+    if (!excludeList.empty() && checkPathList(path, excludeList, caseSensitive, recursive)) {
+        debug("FS_Cache::build - path '%ls' excluded!\n", path);
+        return WALK_FINISHED;
+    }
+    if (!fs_isValidPath(path)) {
+        debug("FS_Cache::build - '%ls' is a symbolic link or is not a directory!\n", path);
+        return WALK_FINISHED;
+    }
+    CacheSink sink(store, rootId);
+    const WalkVoice voice{"FS_Cache::scan", &dfsState()};
+    const WalkRequest request{path,        recursive,     root.drive, includeList,
+                              excludeList, caseSensitive, timeout,    &excludeList};
+    const int status = walkTree(request, sink, voice);
+    return sink.failed() ? BUILD_FAILED : status;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,242 @@
+#include "fscanner/engine/cache_extract.h"
+
+#include <array>
+#include <cstdlib>
+#include <cwchar>
+#include <memory>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/common/time.h"
+#include "fscanner/common/wildcard.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/file_processor.h"
+#include "fscanner/engine/query_plan.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_resultset.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned kPathBuffer = 4096;
+
+// The criteria command "path": the directory's path by its ID, joined with the name.
+class chPathCommand : public BinaryCmd {
+public:
+    chPathCommand(CacheStore& store, CacheTree& tree)
+        : tree_(tree), directories_(store.directories().openRecordSet()), store_(store) {}
+    chPathCommand(const chPathCommand&) = delete;
+    chPathCommand& operator=(const chPathCommand&) = delete;
+    ~chPathCommand() override { store_.directories().closeRecordSet(directories_); }
+
+    int execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) override;
+
+private:
+    bool findDirectory(unsigned id);
+
+    CacheTree& tree_;
+    RecordSet directories_;
+    CacheStore& store_;
+    std::array<wchar_t, kPathBuffer> directory_{};
+    unsigned directoryId_ = 0;
+};
+
+// Files come in runs of one directory, so the last one is kept.
+bool chPathCommand::findDirectory(unsigned id) {
+    if (id == directoryId_ && directory_[0]) return true;
+    directoryId_ = id;
+    if (tree_.findPathById(directories_, id, directory_.data(), kPathBuffer)) return true;
+    directory_[0] = L'\0';
+    return false;
+}
+
+int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) {
+    if (name.getType() != STRING || name.text().empty()) {
+        debug("chPathCommand::execute - args not valid!\n");
+        return 1;
+    }
+    if (!findDirectory(static_cast<unsigned>(directoryId.getNumericValue()))) {
+        debug("chPathCommand::execute - findPathById(...) failed!\n");
+        return 1;
+    }
+    const std::unique_ptr<wchar_t, decltype(&std::free)> path(
+        getFullPathName(directory_.data(), name.getStringValue()), std::free);
+    if (!path) {
+        debug("chPathCommand::execute - getFullPathName(...) failed!\n");
+        return 1;
+    }
+    resetExpValue(STRING, result);
+    result.setStringValue(path.get());
+    return 0;
+}
+
+class chTypeCommand : public TypeCommand {
+public:
+    chTypeCommand() : TypeCommand("chTypeCommand") {}
+};
+
+bool coversLiterally(const PathInfo& path, const wchar_t* directory, bool caseSensitive) {
+    const std::wstring_view whole = path.getPathName();
+    const auto length = static_cast<unsigned>(whole.size());
+    if (wcsnvccmp(whole.data(), directory, length, caseSensitive) != 0) return false;
+    const wchar_t next = directory[length];
+    return next == L'\0' || (path.getRecursive() && (next == L'/' || whole.ends_with(L'/')));
+}
+
+// One run over the files table.
+class Extraction {
+public:
+    Extraction(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
+               const ExtractionRequest& request)
+        : store_(store),
+          tree_(tree),
+          writer_(writer),
+          request_(request),
+          pathCommand_(store, tree),
+          evaluator_(request.criteria ? request.criteria : L"") {}
+    Extraction(const Extraction&) = delete;
+    Extraction& operator=(const Extraction&) = delete;
+    ~Extraction();
+
+    int run();
+
+private:
+    enum class Directory { accepted, refused, missing };
+
+    int take(bool matched);
+    Directory enter(unsigned pathId);
+    bool accepts(const wchar_t* directory);
+    int coveringPair(const wchar_t* directory) const;
+    const PathInfo& pathOf(int pair) const {
+        return request_.pairs[static_cast<std::size_t>(pair)].path;
+    }
+    bool hasTime() const;
+
+    CacheStore& store_;
+    CacheTree& tree_;
+    FsResultSetWriter& writer_;
+    const ExtractionRequest& request_;
+    chPathCommand pathCommand_;
+    chTypeCommand typeCommand_;
+    CriteriaEvaluator evaluator_;
+    bool filtersHere_ = false;  // the criteria is checked here, behind the directory
+    unsigned startTick_ = 0;
+    unsigned pathId_ = 0;  // of the last directory seen
+    Directory current_ = Directory::missing;
+    int pair_ = -1;
+    std::vector<PathInfo> mountPoints_;  // inside that pair
+    std::wstring prefix_;
+    std::array<wchar_t, kPathBuffer> buffer_{};
+};
+
+// No record set keeps the evaluator, and no name of a command hides a variable.
+Extraction::~Extraction() {
+    store_.filesRecords().setCriteria(nullptr, true);
+    clearCommands();
+}
+
+int Extraction::run() {
+    evaluator_.addCmd(L"path", STRING, NUMERIC, STRING, &pathCommand_);
+    evaluator_.addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
+    RecordSet& files = store_.filesRecords();
+    files.setCriteria(&evaluator_, request_.caseSensitive);
+    // A command costs much more than the test of a directory: `file` must not run over
+    // the whole cache. So the record set delivers all, and the criteria comes second.
+    const bool filtered = request_.criteria && *request_.criteria;
+    filtersHere_ = filtered && evaluator_.compile() && evaluator_.usesCommands();
+    if (filtersHere_) files.setCriteria(nullptr, request_.caseSensitive);
+
+    bool found = files.moveFirst();
+    startTick_ = getTickCount();
+    for (; found; found = files.moveNext())
+        if (const int status = take(!filtersHere_)) return status;
+    return FS_CACHE_SUCCESS;
+}
+
+int Extraction::take(bool matched) {
+    RecordSet& files = store_.filesRecords();
+    const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
+    if (!matched && directory == Directory::refused) return FS_CACHE_SUCCESS;
+    if (!matched && evaluator_.check(request_.caseSensitive) <= 0) return FS_CACHE_SUCCESS;
+    if (!hasTime()) {
+        debug("FS_Cache::extractResults - timed out!\n");
+        return FS_CACHE_QUERY_TIMED_OUT;
+    }
+    if (directory == Directory::missing) {
+        debug("FS_Cache::extractResults - findPathById() failed! extract interrupted!\n");
+        return FS_CACHE_UNUSABLE;
+    }
+    if (directory == Directory::accepted)
+        writer_.addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
+                          files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
+    return FS_CACHE_SUCCESS;
+}
+
+// Decided once for a run of files of one directory.
+Extraction::Directory Extraction::enter(unsigned pathId) {
+    if (pathId == pathId_ && pathId != 0) return current_;
+    pathId_ = pathId;
+    if (!tree_.findPathById(store_.directoryRecords(), pathId, buffer_.data(), kPathBuffer)) {
+        current_ = Directory::missing;
+    } else {
+        current_ = accepts(buffer_.data()) ? Directory::accepted : Directory::refused;
+    }
+    return current_;
+}
+
+// Pairs are directories, but the lists take their paths for patterns: one whose name
+// holds "*" or "?" would claim its neighbours.
+int Extraction::coveringPair(const wchar_t* directory) const {
+    const bool cased = request_.caseSensitive;
+    const int pair = checkPathDriveListEx(directory, request_.pairs, mdLocalDriveGroup, cased);
+    if (pair < 0 || !checkWildCard(pathOf(pair).getPathName())) return pair;
+    int longest = -1;
+    for (int i = 0; i < static_cast<int>(request_.pairs.size()); ++i) {
+        const PathInfo& path = pathOf(i);
+        const bool longer = longest < 0 || std::wcslen(path.getPathName()) >
+                                               std::wcslen(pathOf(longest).getPathName());
+        if (longer && QueryPlan::isLocal(request_.pairs[static_cast<std::size_t>(i)]) &&
+            coversLiterally(path, directory, cased))
+            longest = i;
+    }
+    return longest;
+}
+
+bool Extraction::accepts(const wchar_t* directory) {
+    const bool cased = request_.caseSensitive;
+    const int pair = coveringPair(directory);
+    if (pair != pair_) {
+        pair_ = pair;
+        mountPoints_.clear();
+        if (pair >= 0)
+            PathHelper::buildExcludeList(
+                request_.drives, request_.pairs[static_cast<std::size_t>(pair)], mountPoints_);
+    }
+    if (pair < 0 || checkPathList(directory, mountPoints_, cased, false) ||
+        !checkPathList(directory, request_.include, cased, false) ||
+        checkPathList(directory, request_.exclude, cased, false))
+        return false;
+    prefix_ = directory;
+    if (!prefix_.ends_with(L'/')) prefix_ += L'/';
+    return true;
+}
+
+bool Extraction::hasTime() const {
+    const unsigned elapsed = getTickCount() - startTick_;
+    return static_cast<long long>(request_.timeout) - elapsed >= 1;
+}
+
+}  // namespace
+
+int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
+                   const ExtractionRequest& request) {
+    if (request.include.empty()) {
+        debug("FS_Cache::extractResults - no included paths specified!\n");
+        return FS_CACHE_SUCCESS;
+    }
+    const auto extraction = std::make_unique<Extraction>(store, tree, writer, request);
+    return extraction->run();
+}
+
+}  // namespace fscanner

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <vector>
+
+#include "fscanner/discovery/path_drive.h"
+#include "fscanner/engine/cache_tree.h"
+
+namespace fscanner {
+
+class FsResultSetWriter;
+
+/// What an extraction looks for. Refers to the caller's objects.
+struct ExtractionRequest {
+    const wchar_t* criteria;  ///< null or empty: every file
+    const std::vector<DriveInfo>& drives;
+    const std::vector<PathDrive>& pairs;
+    const std::vector<PathInfo>& include;
+    const std::vector<PathInfo>& exclude;
+    bool caseSensitive;
+    unsigned timeout;  ///< milliseconds
+};
+
+/// Reads the files table once and writes the files that satisfy the criteria and lie
+/// inside the included and outside the excluded paths. 0; -41 when the time ran out;
+/// -40 when a file's directory has no record. Records already written stay.
+int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
+                   const ExtractionRequest& request);
+
+}  // namespace fscanner

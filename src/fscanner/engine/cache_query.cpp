@@ -1,0 +1,169 @@
+#include "fscanner/engine/cache_query.h"
+
+#include "fscanner/common/time.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_build.h"
+#include "fscanner/engine/cache_extract.h"
+#include "fscanner/engine/direct_query.h"
+#include "fscanner/engine/fsbuild.h"
+#include "fscanner/engine/walk.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_query.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
+
+std::vector<PathInfo> localPaths(const std::vector<PathDrive>& pairs) {
+    std::vector<PathInfo> paths;
+    PathHelper::extractPathList(pairs, mdLocalDriveGroup, paths);
+    PathHelper::removePathListDuplicate(paths);
+    return paths;
+}
+
+}  // namespace
+
+// ---- Cache only -------------------------------------------------------------
+
+int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
+    const unsigned limit = static_cast<unsigned>(getCurrentTime()) - maxCacheAge_;
+    for (const PathDrive& pair : plan.pairs()) {
+        if (QueryPlan::isLocal(pair)) {
+            if (const int status = refresh(plan, pair, limit, name)) return status;
+            continue;
+        }
+        debug(
+            "FS_Cache::%s - scanning [mdRemoteDriveGroup] and [mdOtherDriveGroup] [%ls] path...\n",
+            name, pair.path.getPathName());
+        if (scanDirectly(plan, pair) == WALK_TIMED_OUT) return FS_CACHE_QUERY_TIMED_OUT;
+    }
+    return extract(plan, plan.pairs());
+}
+
+// Sees to it that a local pair's tree is in the cache and young enough.
+int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, unsigned limit,
+                        const char* name) {
+    const wchar_t* path = pair.path.getPathName();
+    debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
+    const bool found = find(pair);
+    const RecordSet& record = store_.directoryRecords();
+    const unsigned built = found ? record.getFieldAsInt32(DIRECTORIES_CREATIONTIME) : 0;
+    // 0 is an ancestor's record and never young, also when the limit comes to 0.
+    if (built != 0 && built >= limit) {
+        debug("FS_Cache::%s - retrieving data from cache...\n", name);
+        return FS_CACHE_SUCCESS;
+    }
+    if (found) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
+    debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
+    // What the query itself leaves out stays as it is: nothing of it will be extracted.
+    if (checkPathList(path, plan.exclusions(pair), query_.getCaseSensitive(),
+                      pair.path.getRecursive()))
+        return FS_CACHE_SUCCESS;
+    if (found) {
+        const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
+        if (!store_.beginChanges()) return FS_CACHE_UNUSABLE;
+        tree_.removeTree(store_.directories(), store_.files(), id);
+        debug("FS_Cache::%s - tree removed!\n", name);
+    }
+    // Building stamps before it checks: what is no directory would look like a young,
+    // empty tree.
+    if (!fs_isValidPath(path)) return FS_CACHE_SUCCESS;
+    // The cache holds whole subtrees, whatever the query asks for.
+    const PathDrive whole{PathInfo(path, true), pair.drive};
+    const int status = buildTree(store_, tree_, whole, {}, plan.mountPoints(whole),
+                                 query_.getCaseSensitive(), timeout_);
+    if (status == WALK_FINISHED) {
+        debug("FS_Cache::%s - tree builded!\n", name);
+        return FS_CACHE_SUCCESS;
+    }
+    debug("FS_Cache::%s - file system access failed for %ls\n", name, path);
+    if (status != WALK_TIMED_OUT) return FS_CACHE_UNUSABLE;
+    debug("FS_Cache::%s - timeout during file system access, deleting cache...\n", name);
+    return FS_CACHE_BUILD_TIMED_OUT;
+}
+
+// ---- Monitored --------------------------------------------------------------
+
+int CacheQuery::monitored(const QueryPlan& plan) {
+    int status = FS_CACHE_SUCCESS;
+    std::vector<PathDrive> fromCache;
+    for (const PathDrive& pair : plan.pairs()) {
+        const wchar_t* path = pair.path.getPathName();
+        debug("%s - scanning [%ls] path...\n", kMonitored, path);
+        const bool local = QueryPlan::isLocal(pair);
+        const bool cached =
+            local && find(pair) &&
+            store_.directoryRecords().getFieldAsInt32(DIRECTORIES_CREATIONTIME) != 0;
+        if (cached) {
+            debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
+            fromCache.push_back(pair);
+        } else {
+            debug("%s - file system %s access on [%ls]\n", kMonitored,
+                  local ? "[mdLocalDriveGroup]" : "[mdRemoteDriveGroup] and [mdOtherDriveGroup]",
+                  path);
+            if (scanDirectly(plan, pair) == WALK_TIMED_OUT) status = FS_CACHE_QUERY_TIMED_OUT;
+        }
+        // Tested behind local pairs only: after a remote one the loop goes on.
+        if (local && status != FS_CACHE_SUCCESS) break;
+    }
+    if (fromCache.empty() || status != FS_CACHE_SUCCESS) return status;
+    // With the other pairs, old subtrees below what was just scanned would come twice.
+    return extract(plan, fromCache);
+}
+
+// ---- What they share --------------------------------------------------------
+
+int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
+    FileProcessor processor(query_.getQuery(), query_.getCaseSensitive());
+    return scanPair(writer_, query_, plan, processor, pair, kNoTimeout);
+}
+
+bool CacheQuery::find(const PathDrive& pair) {
+    return tree_.findPathByName(store_.directoryRecords(), store_.ancestorRecords(),
+                                pair.path.getPathName(), query_.getCaseSensitive());
+}
+
+int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs) {
+    const std::vector<PathInfo> include = localPaths(pairs);
+    std::vector<PathInfo> exclude = plan.localExclusions();
+    PathHelper::removePathListDuplicate(exclude);
+    const ExtractionRequest request{query_.getQuery(), plan.drives(), pairs,
+                                    include,           exclude,       query_.getCaseSensitive(),
+                                    timeout_};
+    return extractResults(store_, tree_, writer_, request);
+}
+
+// ---- The kept plan ----------------------------------------------------------
+
+bool samePathList(const std::vector<PathInfo>& a, const std::vector<PathInfo>& b) {
+    return a == b;
+}
+
+bool sameFileSystemList(const std::vector<FileSystemInfo>& a,
+                        const std::vector<FileSystemInfo>& b) {
+    return a == b;
+}
+
+const QueryPlan* KeptPlan::refresh(const FsQuery& query) {
+    if (firstTime_ && !plan_.discover()) return nullptr;
+    const bool newPaths = !samePathList(query.getIncludedPaths(), includedPaths_) ||
+                          !samePathList(query.getExcludedPaths(), excludedPaths_);
+    const bool newFileSystems =
+        newPaths || !sameFileSystemList(query.getIncludedFileSystems(), includedFileSystems_) ||
+        !sameFileSystemList(query.getExcludedFileSystems(), excludedFileSystems_);
+    if (firstTime_ || newFileSystems) {
+        firstTime_ = true;  // should a step fail, all of them are done again
+        includedPaths_ = query.getIncludedPaths();
+        excludedPaths_ = query.getExcludedPaths();
+        includedFileSystems_ = query.getIncludedFileSystems();
+        excludedFileSystems_ = query.getExcludedFileSystems();
+        plan_.prune(query);
+        plan_.resolve(query);
+    }
+    firstTime_ = false;
+    return &plan_;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,404 @@
+#include "fscanner/engine/cache_store.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cwchar>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/common/time.h"
+#include "fscanner/common/utf8.h"
+#include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/platform/small_file.h"
+#include "fscanner/platform/sysfactory.h"
+
+namespace fscanner {
+
+const wchar_t* CacheUpdateSuffix = L".cuflag";
+const wchar_t* CacheCounterSuffix = L".counter";
+const wchar_t* field_ID = L"ID";
+
+namespace {
+
+// 95 % of the range: beyond it a cache is made anew rather than run out of IDs.
+constexpr unsigned kLargestDirectoriesIndex = 0xF3333333;
+constexpr int kCompactionPercent = 30;
+
+struct SchemaField {
+    const wchar_t* name;
+    unsigned type;
+};
+
+bool isField(const Field& field, const SchemaField& expected) {
+    return field.type() == expected.type && std::wcscmp(field.name(), expected.name) == 0;
+}
+
+std::array<unsigned char, 4> littleEndian(unsigned value) {
+    std::array<unsigned char, 4> bytes{};
+    for (unsigned i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
+    return bytes;
+}
+
+unsigned fromLittleEndian(const std::array<unsigned char, 4>& bytes) {
+    unsigned value = 0;
+    for (unsigned i = 0; i < bytes.size(); ++i) value |= unsigned{bytes[i]} << (8 * i);
+    return value;
+}
+
+bool isDue(const FS_Table& table) {
+    unsigned stored = 0;
+    unsigned deleted = 0;
+    return table.count(0, &stored) && table.count(1, &deleted) &&
+           deleted > std::uint64_t{stored} * kCompactionPercent / 100;
+}
+
+}  // namespace
+
+// The fields of a table, and those of them that have an index, in the order of making.
+struct CacheStore::TableKind {
+    std::array<SchemaField, 4> fields;
+    std::vector<const wchar_t*> indexed;
+
+    bool addTo(FS_Table& table) const {
+        return std::all_of(fields.begin(), fields.end(), [&table](const SchemaField& field) {
+            return table.addField(field.name, field.type);
+        });
+    }
+    void addIndexes(FS_Table& table, const std::wstring& name) const {
+        for (const wchar_t* field : indexed)
+            table.addHashIndex((name + L"_" + field).c_str(), field);
+    }
+    // A table of another schema, which a stranger or a damaged header left, is no table
+    // of this cache; one that lost an index would be searched in vain.
+    bool fits(FS_Table& table) const {
+        const Fields& schema = table.schema();
+        if (schema.count() != fields.size()) return false;
+        for (unsigned i = 0; i < fields.size(); ++i)
+            if (!isField(*schema.at(i), fields[i])) return false;
+        return std::all_of(indexed.begin(), indexed.end(), [&table](const wchar_t* field) {
+            return table.searchHashIndexForFieldName(field, false) != nullptr;
+        });
+    }
+
+    static const TableKind& files() {
+        static const TableKind kind{
+            {{{L"FILENAME", 5}, {L"ATTR", 3}, {L"SIZE", 4}, {L"PATHID", 3}}},
+            {L"FILENAME", L"PATHID"}};
+        return kind;
+    }
+    static const TableKind& directories() {
+        static const TableKind kind{
+            {{{field_ID, 3}, {L"PATHNAME", 5}, {L"PARENTID", 3}, {L"CREATIONTIME", 3}}},
+            {L"PATHNAME", field_ID, L"PARENTID"}};
+        return kind;
+    }
+};
+
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
+    if (!directory || !name || !suffix) return nullptr;
+    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
+}
+
+std::wstring accessMutexName(const std::wstring& directory) {
+    std::wstring name = directory + L"_c_mutex";
+    std::replace(name.begin(), name.end(), L'/', L'_');
+    std::replace(name.begin(), name.end(), L':', L'_');
+    return name;
+}
+
+CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
+                       const wchar_t* cacheDirectory, bool compressed, bool cacheChecker)
+    : compressed_(compressed), cacheChecker_(cacheChecker) {
+    if (!directoriesTableName || !filesTableName || !cacheDirectory) return;
+    directoriesName_ = directoriesTableName;
+    filesName_ = filesTableName;
+    const auto realDirectory = PathHelper::realPath(cacheDirectory, true);
+    if (!realDirectory) {
+        debug("FS_Cache::FS_Cache - cachePathName name is NULL, pathHelper.realPath() failed!\n");
+        return;
+    }
+    directory_ = *realDirectory;
+    const std::wstring mutexName = accessMutexName(directory_);
+    debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", mutexName.c_str());
+    accessMutex_ = SysFactory::createMutex(mutexName.c_str());
+    directoryLock_ = std::make_unique<DirectoryLock>(directory_);
+    if (!lookups_.valid()) {
+        debug("FS_Cache::FS_Cache - criteriaEvaluator creation error!\n");
+        return;
+    }
+    initialized_ = true;
+}
+
+CacheStore::~CacheStore() = default;
+
+std::wstring CacheStore::path(const wchar_t* suffix) const {
+    return directory_ + (directory_.ends_with(L'/') ? L"" : L"/") + directoriesName_ + suffix;
+}
+
+// ---- Locking ----------------------------------------------------------------
+
+// Two locks, because the first can be lost: its file lies in a common directory and
+// is unlinked by whoever is done with it. The second is on the cache itself.
+int CacheStore::lock() {
+    if (!accessMutex_) return FS_CACHE_FAILURE;
+    debug("FS_Cache::lock - waiting for accessMutex...\n");
+    int status = accessMutex_->wait();
+    if (status == SYNC_SUCCESS && (status = directoryLock_->wait()) != SYNC_SUCCESS)
+        accessMutex_->release();
+    return lockedResult(status == SYNC_SUCCESS ? status : SYNC_FAILED);
+}
+
+int CacheStore::lock(int timeout) {
+    if (!accessMutex_) return FS_CACHE_FAILURE;
+    debug("FS_Cache::lock - waiting for accessMutex [timeout: %d]...\n", timeout);
+    const unsigned start = getTickCount();
+    int status = accessMutex_->wait(static_cast<long>(timeout));
+    if (status == SYNC_SUCCESS) {
+        const long left = static_cast<long>(timeout) - static_cast<long>(getTickCount() - start);
+        status = directoryLock_->wait(std::max(left, 0L));
+        if (status != SYNC_SUCCESS) accessMutex_->release();
+    }
+    return lockedResult(status);
+}
+
+int CacheStore::lockedResult(int status) {
+    switch (status) {
+        case SYNC_SUCCESS:
+            debug("FS_Cache::lock - accessMutex SUCCESS!\n");
+            return FS_CACHE_SUCCESS;
+        case SYNC_TIMED_OUT:
+            debug("FS_Cache::lock - accessMutex TIMED_OUT!\n");
+            return FS_CACHE_LOCK_TIMED_OUT;
+        default:
+            debug("FS_Cache::lock - accessMutex FAILED!\n");
+            return FS_CACHE_FAILURE;
+    }
+}
+
+void CacheStore::unlock() {
+    if (!accessMutex_) return;
+    debug("FS_Cache::unlock - accessMutex RELEASED!\n");
+    directoryLock_->release();
+    accessMutex_->release();
+}
+
+// ---- Opening and creating ---------------------------------------------------
+
+int CacheStore::create(unsigned timeout, int disposition) {
+    debug("FS_Cache::create - entering... [timeout = %d]\n", static_cast<int>(timeout));
+    if (!initialized_) return FS_CACHE_FAILURE;
+    if (opened_) {
+        debug("FS_Cache::create - retValue is CACHE_ALREADY_OPENED!\n");
+        return FS_CACHE_ALREADY_OPENED;
+    }
+    bool done = false;
+    switch (disposition) {
+        case FS_CACHE_CREATE:
+            debug("FS_Cache::create - creationDisposition is FS_CACHE_CREATE\n");
+            done = createCache();
+            break;
+        case FS_CACHE_OPEN:
+            debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN\n");
+            done = openCache();
+            break;
+        case FS_CACHE_OPEN_ALWAYS:
+            debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN_ALWAYS\n");
+            done = openCache() || createCache();
+            break;
+        default:
+            break;
+    }
+    if (!done) return FS_CACHE_FAILURE;
+    debug("FS_Cache::create - retValue is SUCCESS\n");
+    opened_ = true;
+    open_ = true;
+    return FS_CACHE_SUCCESS;
+}
+
+// The old counter goes, and the mark comes, before a file of an old cache is emptied:
+// half of a new cache beside half of an old one must not be taken for a good one.
+bool CacheStore::createCache() {
+    if (!beginChanges()) return false;
+    removeDirectoriesIDCounter();
+    files_ = createTable(filesName_, TableKind::files(), "createFilesTable");
+    if (!files_) return false;
+    directories_ =
+        createTable(directoriesName_, TableKind::directories(), "createDirectoriesTable");
+    if (!directories_) {
+        files_.reset();
+        return false;
+    }
+    beginCacheUpdate();
+    broken_ = false;
+    openRecordSets();
+    directoriesIndex_ = 0;
+    return updateDirectoriesIDCounter();
+}
+
+bool CacheStore::openCache() {
+    debug("FS_Cache::openCache - entering...\n");
+    if (!initialized_) return false;
+    debug("FS_Cache::openCache - cacheInitialized is true\n");
+    if (insideCacheUpdate() || !getDirectoriesIDCounter() ||
+        directoriesIndex_ > kLargestDirectoriesIndex) {
+        debug("FS_Cache::openCache() - cache corrupted or directoriesIndex invalid\n");
+        broken_ = true;
+        return false;
+    }
+    files_ = openTable(filesName_, TableKind::files());
+    if (!files_) {
+        debug("FS_Cache::openCache - open tbFiles failed!\n");
+        return false;
+    }
+    directories_ = openTable(directoriesName_, TableKind::directories());
+    if (!directories_) {
+        debug("FS_Cache::openCache - open tbDirectories failed!\n");
+        files_.reset();
+        return false;
+    }
+    debug("FS_Cache::openCache() - directoriesIndex = %d\n", static_cast<int>(directoriesIndex_));
+    beginCacheUpdate();
+    broken_ = false;
+    openRecordSets();
+    debug("FS_Cache::openCache - cache opened!\n");
+    return true;
+}
+
+void CacheStore::openRecordSets() {
+    filesRecords_ = files_->openRecordSet();
+    directoryRecords_ = directories_->openRecordSet();
+    ancestorRecords_ = directories_->openRecordSet();
+}
+
+std::unique_ptr<FS_Table> CacheStore::openTable(const std::wstring& name, const TableKind& kind) {
+    debug("FS_Cache::openTable - entering... [%ls]\n", name.c_str());
+    auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
+    if (!table->open() || !kind.fits(*table)) table.reset();
+    debug("FS_Cache::openTable - exit. [retValue is %d]\n", table ? 1 : 0);
+    return table;
+}
+
+std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, const TableKind& kind,
+                                                  const char* step) {
+    debug("FS_Cache::%s - entering...\n", step);
+    auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
+    if (kind.addTo(*table) && table->create()) {
+        kind.addIndexes(*table, name);
+    } else {
+        table.reset();
+    }
+    debug("FS_Cache::%s - exit. [retValue is %d]\n", step, table ? 1 : 0);
+    return table;
+}
+
+// ---- Closing ----------------------------------------------------------------
+
+// What changed is on disk before the mark goes; what did not get there, or was found
+// damaged, keeps the mark.
+bool CacheStore::close() {
+    if (!initialized_) return true;
+    if (damaged()) broken_ = true;
+    compactionDue_ = isCompactionDue();
+    for (FS_Table* table : {files_.get(), directories_.get()})
+        if (table && table->isOpen() && !table->close()) broken_ = true;
+    filesRecords_ = directoryRecords_ = ancestorRecords_ = RecordSet();
+    if (changed_ && !(syncFile(path(CacheCounterSuffix)) && syncDirectory(directory_)))
+        broken_ = true;
+    open_ = false;
+    changed_ = false;
+    if (broken_) return true;
+    endCacheUpdate();
+    return true;
+}
+
+bool CacheStore::isCompactionDue() {
+    return files_ && directories_ && open_ && (isDue(*files_) || isDue(*directories_));
+}
+
+bool CacheStore::compact() {
+    if (!initialized_) return false;
+    if (insideCacheUpdate()) {
+        broken_ = true;
+        return false;
+    }
+    if (!files_ || !directories_) return false;
+    beginCacheUpdate();
+    if (compactionDue_ && !beginChanges()) return false;
+    const bool compacted =
+        directories_->compact(kCompactionPercent) && files_->compact(kCompactionPercent);
+    // A compaction that failed may have left files of two generations: the mark stays.
+    const bool onDisk = !compactionDue_ || syncDirectory(directory_);
+    changed_ = false;
+    if (compacted && onDisk) endCacheUpdate();
+    return compacted && onDisk;
+}
+
+bool CacheStore::remove() {
+    if (!files_ || !directories_) return false;
+    const bool filesErased = files_->erase();
+    const bool directoriesErased = directories_->erase();
+    removeDirectoriesIDCounter();
+    return filesErased && directoriesErased;
+}
+
+bool CacheStore::damaged() const {
+    return (files_ && files_->damaged()) || (directories_ && directories_->damaged());
+}
+
+// ---- Mark and counter -------------------------------------------------------
+
+bool CacheStore::placeMark() {
+    return !cacheChecker_ || nameExists(path(CacheUpdateSuffix)) ||
+           writeSmallFile(path(CacheUpdateSuffix), nullptr, 0);
+}
+
+bool CacheStore::beginChanges() {
+    if (changed_) return true;
+    if (cacheChecker_ && !(placeMark() && syncDirectory(directory_))) return false;
+    changed_ = true;
+    return true;
+}
+
+void CacheStore::beginCacheUpdate() {
+    if (!cacheChecker_) return;
+    debug("FS_Cache::beginCacheUpdate - begin cache update: %ls\n",
+          path(CacheUpdateSuffix).c_str());
+    placeMark();
+}
+
+void CacheStore::endCacheUpdate() {
+    if (!cacheChecker_) return;
+    debug("FS_Cache::endCacheUpdate - end cache update: %ls\n", path(CacheUpdateSuffix).c_str());
+    removeFile(path(CacheUpdateSuffix).c_str());
+}
+
+bool CacheStore::insideCacheUpdate() {
+    if (!cacheChecker_) {
+        debug("FS_Cache::insideCacheUpdate - cacheChecker disabled!\n");
+        return false;
+    }
+    const bool inside = nameExists(path(CacheUpdateSuffix));
+    debug("FS_Cache::insideCacheUpdate - inside cache update = %s\n", inside ? "true" : "false");
+    return inside;
+}
+
+bool CacheStore::getDirectoriesIDCounter() {
+    std::array<unsigned char, 4> bytes{};
+    if (!readSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size())) return false;
+    directoriesIndex_ = fromLittleEndian(bytes);
+    return true;
+}
+
+bool CacheStore::updateDirectoriesIDCounter() {
+    const auto bytes = littleEndian(directoriesIndex_);
+    return writeSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size());
+}
+
+void CacheStore::removeDirectoriesIDCounter() {
+    removeFile(path(CacheCounterSuffix).c_str());
+}
+
+}  // namespace fscanner

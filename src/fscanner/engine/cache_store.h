@@ -1,0 +1,163 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "fscanner/expr/criteria.h"
+#include "fscanner/platform/abstract_sync.h"
+#include "fscanner/platform/directory_lock.h"
+#include "fscanner/store/fields.h"
+#include "fscanner/store/recordset.h"
+#include "fscanner/store/table.h"
+
+namespace fscanner {
+
+/// Suffixes of the mark and of the counter, and the name of a directory's number.
+extern const wchar_t* CacheUpdateSuffix;
+extern const wchar_t* CacheCounterSuffix;
+extern const wchar_t* field_ID;
+
+/// Positions of the fields in the two tables.
+enum FilesField : unsigned { FILES_FILENAME, FILES_ATTR, FILES_SIZE, FILES_PATHID };
+enum DirectoriesField : unsigned {
+    DIRECTORIES_ID,
+    DIRECTORIES_PATHNAME,
+    DIRECTORIES_PARENTID,
+    DIRECTORIES_CREATIONTIME
+};
+
+/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
+/// `free`, null if any is null.
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
+
+/// The name of the access mutex of a cache directory.
+std::wstring accessMutexName(const std::wstring& directory);
+
+/// The evaluators that lookups in the tables go through, with their variables.
+///
+/// A lookup states the field, the value and by that the index to use; the record set
+/// that is given the evaluator walks that index's chain. All are compiled when they
+/// are made: while the criteria command "path" is registered, `pathid` could not be
+/// read.
+class CacheLookups {
+public:
+    CacheLookups();
+
+    /// False when one of them did not compile.
+    bool valid() const { return valid_; }
+
+    bool byId(RecordSet& directories, unsigned id);
+    bool byParentId(RecordSet& directories, unsigned id);
+    bool byPathId(RecordSet& files, unsigned id);
+    /// Candidates for a directory name; the caller compares the name again.
+    bool byPathName(RecordSet& directories, const std::wstring& name, bool caseFlag);
+    /// The variable "parentid", which a recursion has changed.
+    void setParentId(unsigned id) { parentId_->value(id); }
+
+private:
+    bool lookUp(RecordSet& records, CriteriaEvaluator& evaluator, const wchar_t* field,
+                Int32Field& variable, unsigned value);
+
+    Fields variables_;
+    Int32Field* id_ = nullptr;
+    Int32Field* pathId_ = nullptr;
+    Int32Field* parentId_ = nullptr;
+    TextField* pathName_ = nullptr;
+    Fields fields_;  // one of every name that the criteria read, for compiling them
+    std::unique_ptr<CriteriaEvaluator> ceByPathId_;
+    std::unique_ptr<CriteriaEvaluator> ceByParentId_;
+    std::unique_ptr<CriteriaEvaluator> ceById_;
+    std::unique_ptr<CriteriaEvaluator> ceByShortOrLongPathName_;
+    std::unique_ptr<CriteriaEvaluator> ceByPathName_;
+    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndShortOrLongFileName_;
+    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndFileName_;
+    std::unique_ptr<CriteriaEvaluator> ceAnyPathName_;  // for names that are patterns
+    ExpValue hashInfo_;
+    bool valid_ = false;
+};
+
+/// The cache's storage: its files, schema, mark, counter and locks.
+///
+/// Owns the two tables and the record sets on them. Its states are those of
+/// `FS_Cache`, of which it is the inside.
+class CacheStore {
+public:
+    CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
+               const wchar_t* cacheDirectory, bool compressed, bool cacheChecker);
+    CacheStore(const CacheStore&) = delete;
+    CacheStore& operator=(const CacheStore&) = delete;
+    ~CacheStore();
+
+    int create(unsigned timeout, int disposition);
+    int lock();
+    int lock(int timeout);
+    void unlock();
+    bool close();
+    bool compact();
+    bool remove();
+
+    /// Created, open and not broken.
+    bool usable() const { return initialized_ && open_ && !broken_; }
+    void markBroken() { broken_ = true; }
+    /// Whether a file of the tables was found damaged.
+    bool damaged() const;
+
+    /// To be called before the first change of a session: puts the mark on disk, so
+    /// that a change can never be there without it. False when that fails.
+    bool beginChanges();
+
+    FS_Table& files() { return *files_; }
+    FS_Table& directories() { return *directories_; }
+    RecordSet& filesRecords() { return filesRecords_; }
+    /// Two cursors: candidates, and the ancestors that are compared with them.
+    RecordSet& directoryRecords() { return directoryRecords_; }
+    RecordSet& ancestorRecords() { return ancestorRecords_; }
+    CacheLookups& lookups() { return lookups_; }
+
+    /// The ID counter: the last ID that a directory was given.
+    unsigned& directoriesIndex() { return directoriesIndex_; }
+    bool updateDirectoriesIDCounter();
+
+private:
+    struct TableKind;
+
+    bool createCache();
+    bool openCache();
+    void openRecordSets();
+    std::unique_ptr<FS_Table> createTable(const std::wstring& name, const TableKind& kind,
+                                          const char* step);
+    std::unique_ptr<FS_Table> openTable(const std::wstring& name, const TableKind& kind);
+    std::wstring path(const wchar_t* suffix) const;
+    int lockedResult(int status);
+
+    void beginCacheUpdate();
+    void endCacheUpdate();
+    bool insideCacheUpdate();
+    bool placeMark();
+    bool getDirectoriesIDCounter();
+    void removeDirectoriesIDCounter();
+    bool isCompactionDue();
+
+    std::wstring directory_;
+    std::wstring directoriesName_;
+    std::wstring filesName_;
+    bool compressed_;
+    bool cacheChecker_;
+    bool initialized_ = false;
+    bool opened_ = false;  // by `create`; never cleared
+    bool open_ = false;
+    bool broken_ = false;
+    bool changed_ = false;
+    bool compactionDue_ = false;
+    unsigned directoriesIndex_ = 0;
+    CacheLookups lookups_;
+    std::unique_ptr<AbstractSync> accessMutex_;
+    std::unique_ptr<DirectoryLock> directoryLock_;
+    std::unique_ptr<FS_Table> files_;
+    std::unique_ptr<FS_Table> directories_;
+    RecordSet filesRecords_;
+    RecordSet directoryRecords_;
+    RecordSet ancestorRecords_;
+};
+
+}  // namespace fscanner

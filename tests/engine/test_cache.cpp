@@ -1,0 +1,434 @@
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <utime.h>
+
+#include <random>
+
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_tree.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_query.h"
+#include "support/child_process.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAreArray;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr unsigned kDay = 86400;
+constexpr unsigned kMinute = 60000;
+
+// A cache directory, and the order of use that a provider keeps to.
+class CacheUser {
+public:
+    explicit CacheUser(bool compressed = false, bool monitor = false)
+        : compressed_(compressed), monitor_(monitor) {}
+
+    std::unique_ptr<FS_Cache> make() const {
+        return std::make_unique<FS_Cache>(L"dirs", L"files", directory_.wide().c_str(), monitor_,
+                                          compressed_, true);
+    }
+    std::unique_ptr<FS_Cache> open() const {
+        auto cache = make();
+        EXPECT_EQ(cache->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+        return cache;
+    }
+    // Runs one query as a provider does.
+    int query(FsResultSetWriter& writer, const FsQuery& query, unsigned age = kDay,
+              unsigned timeout = kMinute, bool kept = false) const {
+        const auto cache = make();
+        if (const int status = cache->lock(10000)) return status;
+        int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
+        if (status == 0)
+            status = kept ? cache->executeQueryEx(writer, query, timeout, age)
+                          : cache->executeQuery(writer, query, timeout, age);
+        cache->close();
+        cache->compact();
+        cache->unlock();
+        return status;
+    }
+    bool isMarked() const { return std::filesystem::exists(directory_.path("dirs.cuflag")); }
+    const TempTree& directory() const { return directory_; }
+    std::string counter() const { return readWholeFile(directory_.path("dirs.counter")); }
+
+private:
+    TempTree directory_{memoryDirectory()};
+    bool compressed_;
+    bool monitor_;
+};
+
+struct Search {
+    std::vector<PathInfo> include;
+    std::vector<PathInfo> exclude = {};
+    const wchar_t* criteria = L"";
+    bool caseSensitive = true;
+
+    void into(FsQuery& query) const {
+        for (const PathInfo& path : include)
+            query.addIncludePath(path.getPathName(), path.getRecursive());
+        for (const PathInfo& path : exclude)
+            query.addExcludePath(path.getPathName(), path.getRecursive());
+        query.setQuery(criteria);
+        query.setCaseSensitive(caseSensitive ? 0 : 1);
+    }
+};
+
+class CacheForms : public testing::TestWithParam<bool> {};
+
+// Directories whose names need care, and files in them.
+void plantTree(const TempTree& tree, std::mt19937& random, int count) {
+    const std::vector<std::string> names = {"a", "b", "A", "a*", "q?", "\xff", "sp ace", "c.h"};
+    std::vector<std::string> directories = {""};
+    for (int i = 0; i < count; ++i) {
+        const std::string parent = directories[random() % directories.size()];
+        const std::string path = parent + names[random() % names.size()];
+        if (std::filesystem::exists(std::filesystem::symlink_status(tree.path(path)))) continue;
+        if (random() % 2 == 0 && directories.size() < 30) {
+            tree.directory(path);
+            directories.push_back(path + "/");
+        } else {
+            tree.file(path, random() % 3 * 1000);
+        }
+    }
+}
+
+Search randomSearch(const TempTree& tree, std::mt19937& random) {
+    static const wchar_t* const criteria[] = {
+        L"",
+        L"[FILENAME]==\"c.h\"",
+        L"[SIZE]>=1000",
+        L"[FILENAME]==\"*.h\" && [SIZE]<1500",
+        L"path([PATHID],[FILENAME])==\"*/a/*\"",
+        L"1 2",
+    };
+    std::vector<std::wstring> directories;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree.path()))
+        if (entry.is_directory()) directories.push_back(toWide(entry.path().string()));
+    directories.push_back(tree.wide());
+    const auto pick = [&] {
+        const std::wstring& path = directories[random() % directories.size()];
+        return PathInfo((L"*:" + path).c_str(), random() % 4 != 0);
+    };
+    Search search;
+    for (unsigned i = 0; i <= random() % 2; ++i) search.include.push_back(pick());
+    for (unsigned i = 0; i < random() % 3; ++i) search.exclude.push_back(pick());
+    search.criteria = criteria[random() % std::size(criteria)];
+    search.caseSensitive = random() % 3 != 0;
+    return search;
+}
+
+TEST_P(CacheForms, EveryWayOfRunningAQueryFindsTheSame) {
+    std::mt19937 random(11);
+    for (int round = 0; round < 4; ++round) {
+        TempTree tree;
+        plantTree(tree, random, 120);
+        const CacheUser warm(GetParam());
+        for (int i = 0; i < 12; ++i) {
+            const Search search = randomSearch(tree, random);
+            FsQuery query;
+            search.into(query);
+            CollectingWriter direct;
+            ASSERT_EQ(fsScanQuery(direct, query, kMinute), 0);
+            const CacheUser cold(GetParam());
+            for (const CacheUser* cache : {&cold, &warm, &warm}) {
+                for (const bool kept : {false, true}) {
+                    CollectingWriter cached;
+                    ASSERT_EQ(cache->query(cached, query, kDay, kMinute, kept), 0);
+                    EXPECT_EQ(cached.sorted(), direct.sorted())
+                        << "round " << round << " search " << i << " criteria "
+                        << toMultibyte(search.criteria) << " below "
+                        << toMultibyte(search.include[0].getPathName());
+                }
+            }
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Encodings, CacheForms, testing::Values(false, true),
+                         [](const auto& form) { return form.param ? "compressed" : "fixed"; });
+
+class CacheTest : public testing::Test {
+protected:
+    CacheTest() {
+        tree.file("top");
+        tree.file("d/in", 5);
+        tree.file("d/e/deep");
+    }
+    FsQuery& everything(const std::string& below = "") {
+        query.clearIncludePaths();
+        query.addIncludePath(tree.wide(below).c_str(), true);
+        return query;
+    }
+    std::vector<std::string> found(const CacheUser& user, unsigned age = kDay) {
+        CollectingWriter writer;
+        EXPECT_EQ(user.query(writer, query, age), 0);
+        return writer.sorted();
+    }
+    std::vector<std::string> paths(std::vector<std::string> names) const {
+        for (std::string& name : names) name = tree.path(name);
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+    TempTree tree;
+    CacheUser cache;
+    FsQuery query;
+};
+
+TEST_F(CacheTest, AnswersFromTheCacheUntilItIsOld) {
+    everything();
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+    tree.file("new");
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+    // A limit in the future makes every tree old.
+    EXPECT_EQ(found(cache, 0U - 10), paths({"top", "d/in", "d/e/deep", "new"}));
+}
+
+TEST_F(CacheTest, RebuildingASubtreeLeavesTheRest) {
+    everything();
+    found(cache);
+    tree.file("d/new");
+    tree.file("elsewhere");
+    everything("d");
+    EXPECT_EQ(found(cache, 0U - 10), paths({"d/in", "d/e/deep", "d/new"}));
+    everything();
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "d/new"}));
+}
+
+TEST_F(CacheTest, ATreeThatIsGoneIsForgotten) {
+    everything("d");
+    found(cache);
+    std::filesystem::remove_all(tree.path("d"));
+    EXPECT_THAT(found(cache, 0U - 10), IsEmpty());
+    EXPECT_THAT(found(cache), IsEmpty());
+}
+
+TEST_F(CacheTest, ANonRecursiveSearchCachesTheWholeTree) {
+    query.addIncludePath(tree.wide().c_str(), false);
+    EXPECT_EQ(found(cache), paths({"top"}));
+    tree.file("d/new");
+    everything();
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+}
+
+TEST_F(CacheTest, ExclusionsOfAQueryLeaveNoHoles) {
+    everything();
+    query.addExcludePath(tree.wide("d").c_str(), true);
+    EXPECT_EQ(found(cache), paths({"top"}));
+    query.clearExcludePaths();
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+}
+
+TEST_F(CacheTest, TimeOuts) {
+    everything();
+    CollectingWriter writer;
+    EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_BUILD_TIMED_OUT);
+    EXPECT_TRUE(cache.isMarked());
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+    EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_THAT(writer.paths, IsEmpty());
+    EXPECT_FALSE(cache.isMarked());
+}
+
+TEST_F(CacheTest, CreationAndItsCodes) {
+    auto first = cache.make();
+    CollectingWriter writer;
+    EXPECT_EQ(first->executeQuery(writer, everything(), kMinute, kDay), FS_CACHE_UNUSABLE);
+    EXPECT_EQ(first->create(0, FS_CACHE_OPEN), FS_CACHE_FAILURE);
+    EXPECT_EQ(cache.make()->create(0, 3), FS_CACHE_FAILURE);
+    auto second = cache.make();
+    EXPECT_EQ(second->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+    EXPECT_TRUE(cache.isMarked());
+    EXPECT_EQ(cache.counter(), std::string(4, '\0'));
+    EXPECT_EQ(second->create(0, FS_CACHE_OPEN), FS_CACHE_ALREADY_OPENED);
+    EXPECT_TRUE(second->close());
+    EXPECT_FALSE(cache.isMarked());
+    EXPECT_EQ(second->create(0, FS_CACHE_OPEN), FS_CACHE_ALREADY_OPENED);
+    EXPECT_EQ(second->executeQuery(writer, query, kMinute, kDay), FS_CACHE_UNUSABLE);
+    EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), 0);
+    FS_Cache nowhere(L"d", L"f", L"/nonexistent/cache", false, false, true);
+    EXPECT_EQ(nowhere.create(0, FS_CACHE_CREATE), FS_CACHE_FAILURE);
+    EXPECT_EQ(nowhere.lock(), FS_CACHE_FAILURE);
+    FS_Cache unnamed(nullptr, L"f", L"/tmp", false, false, true);
+    EXPECT_EQ(unnamed.create(0, FS_CACHE_CREATE), FS_CACHE_FAILURE);
+}
+
+TEST_F(CacheTest, TheCounterIsKeptAndBounded) {
+    everything();
+    found(cache);
+    const std::string after = cache.counter();
+    // One ID for each component of the tree's path, the root, and the two directories.
+    const std::string root = tree.path();
+    const auto depth = std::count(root.begin(), root.end(), '/') + 1;
+    EXPECT_EQ(after, std::string(1, static_cast<char>(depth + 2)) + std::string(3, '\0'));
+    const std::string counter = cache.directory().path("dirs.counter");
+    writeWholeFile(counter, "\x34\x33\x33\xf3");
+    EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), FS_CACHE_FAILURE);
+    writeWholeFile(counter, "\x33\x33\x33\xf3");
+    EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), 0);
+}
+
+TEST_F(CacheTest, ADeadProcessCostsOneRebuild) {
+    everything();
+    found(cache);
+    inChild([&] {
+        cache.open().release();
+        return 0;
+    });
+    EXPECT_TRUE(cache.isMarked());
+    EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), FS_CACHE_FAILURE);
+    tree.file("new");
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "new"}));
+    tree.file("newer");
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "new"}));
+}
+
+TEST_F(CacheTest, WithoutTheCheckerThereIsNoMark) {
+    FS_Cache plain(L"dirs", L"files", cache.directory().wide().c_str(), false, false, false);
+    EXPECT_EQ(plain.create(0, FS_CACHE_CREATE), 0);
+    EXPECT_FALSE(cache.isMarked());
+}
+
+TEST_F(CacheTest, CompactionNeedsAClosedCacheAndKeepsTheAnswers) {
+    everything();
+    found(cache);
+    auto open = cache.open();
+    EXPECT_FALSE(open->compact());
+    EXPECT_TRUE(open->close());
+    EXPECT_TRUE(cache.isMarked());
+    for (int i = 0; i < 5; ++i) found(cache, 0U - 10);
+    // The removed records of five rebuildings would fill several times this.
+    EXPECT_LT(std::filesystem::file_size(cache.directory().path("files.pxx")), 6 * 4U);
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+    auto closed = cache.open();
+    closed->close();
+    EXPECT_TRUE(closed->remove());
+    EXPECT_FALSE(std::filesystem::exists(cache.directory().path("dirs.dat")));
+    EXPECT_FALSE(std::filesystem::exists(cache.directory().path("dirs.counter")));
+}
+
+TEST_F(CacheTest, DamagedFilesAreRebuiltOrACode) {
+    everything();
+    const auto right = found(cache);
+    for (const char* name : {"files.dat", "files.pxx", "dirs.dat", "dirs.pxx", "dirs_ID.idx",
+                             "dirs_PATHNAME.idx", "dirs_idx.dat", "dirs.counter"}) {
+        found(cache);
+        std::filesystem::resize_file(cache.directory().path(name), 3);
+        CollectingWriter writer;
+        const int status = cache.query(writer, query);
+        if (status == 0) {
+            EXPECT_EQ(writer.sorted(), right) << name;
+        }
+        EXPECT_EQ(found(cache), right) << name;
+    }
+}
+
+TEST_F(CacheTest, OneWriterAtATime) {
+    auto holder = cache.make();
+    ASSERT_EQ(holder->lock(), 0);
+    const auto other = [&](int limit) {
+        return inChild([&] { return cache.make()->lock(limit) == FS_CACHE_LOCK_TIMED_OUT; });
+    };
+    EXPECT_EQ(other(150), 1);
+    // A limit of 0 never succeeds, also when nobody holds the lock.
+    holder->unlock();
+    EXPECT_EQ(other(0), 1);
+    EXPECT_EQ(inChild([&] { return cache.make()->lock(1000) == 0; }), 1);
+}
+
+// The lock file is unlinked by whoever is done with it: that must let nobody in.
+TEST_F(CacheTest, ALostLockFileLetsNobodyIn) {
+    auto holder = cache.make();
+    ASSERT_EQ(holder->lock(), 0);
+    const std::wstring name = accessMutexName(cache.directory().wide());
+    std::filesystem::remove("/tmp/" + toMultibyte(name));
+    EXPECT_EQ(inChild([&] { return cache.make()->lock(150) == FS_CACHE_LOCK_TIMED_OUT; }), 1);
+}
+
+TEST(CacheNames, MutexAndFiles) {
+    EXPECT_EQ(accessMutexName(L"/var/tmp/c:x"), L"_var_tmp_c_x_c_mutex");
+    const auto name = [](const wchar_t* d, const wchar_t* n, const wchar_t* s) {
+        const std::unique_ptr<wchar_t, decltype(&free)> text(getCacheFileName(d, n, s), free);
+        return text ? std::wstring(text.get()) : L"null";
+    };
+    EXPECT_EQ(name(L"/c", L"t", L".counter"), L"/c/t.counter");
+    EXPECT_EQ(name(L"/c/", L"t", L".counter"), L"/c/t.counter");
+    EXPECT_EQ(name(nullptr, L"t", L".counter"), L"null");
+}
+
+TEST_F(CacheTest, MonitoredQueriesTakeWhatIsThereAndScanTheRest) {
+    const CacheUser monitored(false, true);
+    everything();
+    EXPECT_EQ(found(monitored), paths({"top", "d/in", "d/e/deep"}));
+    tree.file("new");
+    EXPECT_EQ(found(monitored), paths({"top", "d/in", "d/e/deep", "new"}));
+
+    // A tree that another, unmonitored cache object has built is used at any age.
+    FS_Cache builder(L"dirs", L"files", monitored.directory().wide().c_str(), false, false, true);
+    ASSERT_EQ(builder.create(0, FS_CACHE_OPEN), 0);
+    CollectingWriter writer;
+    EXPECT_EQ(builder.executeQuery(writer, query, kMinute, kDay), 0);
+    builder.close();
+    tree.file("newer");
+    EXPECT_EQ(found(monitored, 0U - 10), paths({"top", "d/in", "d/e/deep", "new"}));
+}
+
+TEST_F(CacheTest, FourProcessesShareACache) {
+    everything();
+    query.setQuery(L"[FILENAME]==\"*e*\"");
+    const auto right = paths({"d/e/deep"});
+    std::vector<pid_t> children;
+    for (int i = 0; i < 4; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            int wrong = 0;
+            for (int j = 0; j < 25; ++j) {
+                CollectingWriter writer;
+                const int status = cache.query(writer, query, j % 5 == 0 ? 0U - 10 : kDay);
+                if (status != FS_CACHE_LOCK_TIMED_OUT && (status != 0 || writer.sorted() != right))
+                    ++wrong;
+            }
+            _exit(wrong);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+}
+
+TEST_F(CacheTest, TheLogReadsLikeTheRoadOfAQuery) {
+    everything("d");
+    const std::string log = cache.directory().path("log");
+    ASSERT_TRUE(startDebug(log.c_str()));
+    found(cache);
+    found(cache);
+    stopDebug();
+    const std::string text = readWholeFile(log);
+    std::size_t at = 0;
+    const std::string d = tree.path("d");
+    for (const std::string& line :
+         {std::string("FS_Cache::create - creationDisposition is FS_CACHE_OPEN_ALWAYS"),
+          std::string("FS_Cache::openCache() - cache corrupted or directoriesIndex invalid"),
+          std::string("FS_Cache::createFilesTable - exit. [retValue is 1]"),
+          "FS_Cache::executeQueryCacheOnly - scanning [mdLocalDriveGroup] [" + d + "] path...",
+          "FS_Cache::executeQueryCacheOnly - file system access on [" + d + "]",
+          std::string("FS_Cache::executeQueryCacheOnly - tree builded!"),
+          std::string("FS_Cache::endCacheUpdate - end cache update: "),
+          std::string("FS_Cache::unlock - accessMutex RELEASED!"),
+          std::string("FS_Cache::openCache - cache opened!"),
+          std::string("FS_Cache::executeQueryCacheOnly - retrieving data from cache...")}) {
+        const std::size_t next = text.find(line, at);
+        EXPECT_NE(next, std::string::npos) << line;
+        if (next != std::string::npos) at = next;
+    }
+}
+
+}  // namespace
+}  // namespace fscanner
