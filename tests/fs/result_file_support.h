@@ -47,6 +47,12 @@ private:
     TempNameSource saved_;
 };
 
+/// Not `writeWholeFile`: overwriting makes some file systems write to disk at once.
+inline void replaceFile(const std::string& path, const std::string& bytes) {
+    std::filesystem::remove(path);
+    writeWholeFile(path, bytes);
+}
+
 /// The names that the reader still has.
 inline std::wstring namesLeft(FsResultSetReader& reader) {
     std::wstring names;

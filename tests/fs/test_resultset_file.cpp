@@ -202,11 +202,12 @@ TEST_F(ResultFile, IsSortedInPlaceAndClosed) {
 
 TEST_F(ResultFile, CutAnywhereGivesItsWholeRecords) {
     const auto reader = threeRecords();
-    const std::string whole = readWholeFile(directory_.file());
+    const std::string file = directory_.file();
+    const std::string whole = readWholeFile(file);
     const std::size_t each = whole.size() / 3;
     for (std::size_t cut = 0; cut < whole.size(); ++cut) {
         for (const bool sorted : {false, true}) {
-            writeWholeFile(directory_.file(), whole.substr(0, cut));
+            replaceFile(file, whole.substr(0, cut));
             if (sorted) reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, true);
             reader->moveFirst();
             const std::wstring expected = (sorted ? std::vector{L"", L"b", L"cb"}
@@ -218,13 +219,14 @@ TEST_F(ResultFile, CutAnywhereGivesItsWholeRecords) {
 
 TEST_F(ResultFile, DamagedAnywhereEndsEarlyAtWorst) {
     const auto reader = threeRecords();
-    const std::string whole = readWholeFile(directory_.file());
+    const std::string file = directory_.file();
+    const std::string whole = readWholeFile(file);
     std::mt19937 random(7);
-    for (unsigned i = 0; i < 4000; ++i) {
+    for (unsigned i = 0; i < 1000; ++i) {
         std::string damaged = whole;
         for (unsigned flips = 0; flips < 1 + i % 3; ++flips)
             damaged[random() % damaged.size()] = static_cast<char>(random());
-        writeWholeFile(directory_.file(), damaged);
+        replaceFile(file, damaged);
         reader->moveFirst();
         FsFileInfo record;
         int count = 0;

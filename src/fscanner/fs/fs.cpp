@@ -1,0 +1,60 @@
+#include "fscanner/fs/fs.h"
+
+#include <string>
+
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_loader.h"
+#include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/fs_resultset_file.h"
+#include "fscanner/fs/fs_resultset_vector.h"
+#include "fscanner/fs/wall.h"
+
+namespace fscanner {
+
+namespace {
+
+// Both entry points call the same operation: a provider that cares tells the form
+// by the writer's class.
+template <class ResultSet>
+FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minutes, int seconds) {
+    if (provider == nullptr) return nullptr;
+    return behindWall("::fsExecuteQuery", [&]() -> FsResultSetReader* {
+        ResultSet results;
+        FsResultSetWriter* writer = results.getWriter();
+        // Unsigned: large limits wrap.
+        const unsigned age = static_cast<unsigned>(minutes) * 60;
+        const unsigned timeout = static_cast<unsigned>(seconds) * 1000;
+        behindWall("::fsExecuteQuery",
+                   [&] { return provider->executeQuery(*writer, query, age, timeout); });
+        return results.getReader();
+    });
+}
+
+}  // namespace
+
+FsProvider* fsLoadProvider(const char* name) {
+    return behindWall("::fsLoadProvider", [&] {
+        const FsConfig_TAV config;
+        const std::string configured =
+            name != nullptr ? name : config.getString("fscanner", "provider", "provider_cache");
+        if (config.getInteger("fscanner", "large_files", 0) != 0)
+            FsFileInfo::setLargeFileSupport(true);
+        if (config.getError() != 0)
+            debug("::fsLoadProvider - configuration: %s\n", config.getErrorText().c_str());
+        return FsLoader::loadFsProvider(configured.c_str(), &config);
+    });
+}
+
+FsResultSetReader* fsExecuteQuery(FsProvider* provider, const FsQuery& query, int maximumAgeMinutes,
+                                  int timeoutSeconds) {
+    return execute<FsResultSet_OnFile>(provider, query, maximumAgeMinutes, timeoutSeconds);
+}
+
+FsResultSetReader* fsExecuteQueryEx(FsProvider* provider, const FsQuery& query,
+                                    int maximumAgeMinutes, int timeoutSeconds) {
+    return execute<FsResultSet_OnVector>(provider, query, maximumAgeMinutes, timeoutSeconds);
+}
+
+}  // namespace fscanner

@@ -1,0 +1,59 @@
+#include "fscanner/fs/fs_config.h"
+
+#include <cstdint>
+#include <string_view>
+
+#include "fscanner/fs/tav_cfg.h"
+
+namespace fscanner {
+
+namespace {
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// What a suffix multiplies by; 0 for a text that is none.
+std::uint32_t multiplier(std::string_view suffix) {
+    if (suffix.empty()) return 1;
+    if (suffix == "K" || suffix == "k") return 1024;
+    return suffix == "M" || suffix == "m" ? 1048576 : 0;
+}
+
+// Unsigned all the way: numbers wrap at 32 bits, which signed ones must not.
+int parseInteger(std::string_view text, int defaultValue) {
+    std::uint32_t sign = 1;
+    for (; text.starts_with('+') || text.starts_with('-'); text.remove_prefix(1))
+        if (text[0] == '-') sign = 0 - sign;
+    if (text.empty() || !isDigit(text[0])) return defaultValue;
+    std::uint32_t value = 0;
+    for (; !text.empty() && isDigit(text[0]); text.remove_prefix(1))
+        value = value * 10 + static_cast<std::uint32_t>(text[0] - '0');
+    const std::uint32_t factor = multiplier(text);
+    return factor == 0 ? defaultValue : static_cast<int>(value * sign * factor);
+}
+
+}  // namespace
+
+FsConfig::~FsConfig() = default;
+
+int FsConfig_TAV::getError() const {
+    return TavCfg::getError();
+}
+
+std::string FsConfig_TAV::getErrorText() const {
+    return TavCfg::getErrorText();
+}
+
+std::string FsConfig_TAV::getString(const char* section, const char* key,
+                                    const char* defaultValue) const {
+    const String value = TavCfg::getKey((std::string(section) + "." + key).c_str());
+    if (value.length() > 0) return static_cast<const char*>(value);
+    return defaultValue != nullptr ? defaultValue : "";
+}
+
+int FsConfig_TAV::getInteger(const char* section, const char* key, int defaultValue) const {
+    return parseInteger(getString(section, key, nullptr), defaultValue);
+}
+
+}  // namespace fscanner

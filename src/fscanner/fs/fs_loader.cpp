@@ -1,0 +1,38 @@
+#include "fscanner/fs/fs_loader.h"
+
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/plugin_library.h"
+#include "fscanner/fs/wall.h"
+
+namespace fscanner {
+
+namespace {
+
+// The plug-in's own exceptions stop here like the library's.
+template <class Product>
+Product* create(const char* baseName, const FsConfig* config, const char* symbol) {
+    using Factory = Product* (*)(const FsConfig*);
+    return behindWall("FsLoader", [&]() -> Product* {
+        const auto factory =
+            reinterpret_cast<Factory>(loadLibraryAndFactory(baseName, config, symbol, nullptr));
+        return factory != nullptr ? factory(config) : nullptr;
+    });
+}
+
+}  // namespace
+
+FsProvider* FsLoader::loadFsProvider(const char* baseName, const FsConfig* config) {
+    debug("FsLoader::loadFsProvider - entering...\n");
+    FsProvider* provider = create<FsProvider>(baseName, config, createProviderSymbol);
+    debug("FsLoader::loadFsProvider - exit\n");
+    return provider;
+}
+
+FsMonitor* FsLoader::loadFsMonitor(const char* baseName, const FsConfig* config) {
+    debug("FsLoader::loadFsMonitor - entering...\n");
+    FsMonitor* monitor = create<FsMonitor>(baseName, config, createMonitorSymbol);
+    debug("FsLoader::loadFsMonitor - exit\n");
+    return monitor;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <utility>
+
+namespace fscanner {
+
+/// An owned text.
+class String {
+public:
+    String(const char* text = "") : text_(text != nullptr ? text : "") {}
+    unsigned length() const { return static_cast<unsigned>(text_.size()); }
+    operator const char*() const { return text_.c_str(); }
+
+private:
+    std::string text_;
+};
+
+/// The configuration file, by dotted keys: "section.key".
+///
+/// A key's value is the user's (`$FSCANNER_CONFIG`, else
+/// `$XDG_CONFIG_HOME/fscanner/fscanner.conf`, else
+/// `/etc/fscanner/fscanner.conf`: the first that exists), or where that file does
+/// not set it, the one of the file that is installed with the library. The
+/// environment is not asked when the process runs with raised privileges.
+class TavCfg {
+public:
+    enum Error { NONE = 0, MALFORMED = 1, UNREADABLE = 2 };
+
+    /// The value, empty when absent. Lines that are not malformed count even if
+    /// others are.
+    static String getKey(const String& key);
+    /// The first error met by the last `getKey`, and its description.
+    static int getError();
+    static const std::string& getErrorText();
+};
+
+/// Where the files are; only tests change it.
+struct ConfigPlaces {
+    std::string systemFile;
+    std::string vendorFile;
+};
+ConfigPlaces& configPlaces();
+
+}  // namespace fscanner

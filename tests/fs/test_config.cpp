@@ -1,0 +1,175 @@
+// Settings: the file's syntax, where it is looked for, and numbers.
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "fscanner/fs/config_file.h"
+#include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/tav_cfg.h"
+#include "support/environment.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+namespace {
+
+TEST(ConfigText, GivesKeysBySection) {
+    const char* text =
+        "# a comment\n"
+        "\n"
+        "[fscanner]\r\n"
+        "  home =  /opt/a b#c  \r\n"
+        "empty =\n"
+        "\ttwice = 1\n"
+        "[ other ]\n"
+        "home = a=b\n"
+        "[fscanner]\n"
+        "twice = 2";
+    const ConfigSettings settings = parseConfig(text, "/d/file");
+    const std::map<std::string, std::string, std::less<>> expected = {
+        {"fscanner.home", "/opt/a b#c"},
+        {"fscanner.empty", ""},
+        {"fscanner.twice", "2"},
+        {"other.home", "a=b"}};
+    EXPECT_EQ(settings.values, expected);
+    EXPECT_EQ(settings.error, "");
+}
+
+TEST(ConfigText, NamesTheFirstMalformedLineAndKeepsTheOthers) {
+    struct Case {
+        const char* text;
+        const char* error;
+    };
+    const Case cases[] = {
+        {"[s]\nk = v\nnonsense\n", "/d/file:3: neither \"key = value\" nor \"[section]\""},
+        {"[s]\n= v\nk = v", "/d/file:2: a value has no key"},
+        {"k = v\n[s]\nk = v", "/d/file:1: a key stands before any section"},
+        {"[s]\nk = v\n[t\nk = w", "/d/file:3: a section has no \"]\" at its end"},
+        {"[s]\nk = v\n\n[ ]\n", "/d/file:4: a section has no name"},
+        {"[", "/d/file:1: a section has no \"]\" at its end"},
+    };
+    for (const Case& c : cases) {
+        const ConfigSettings settings = parseConfig(c.text, "/d/file");
+        EXPECT_EQ(settings.error, c.error);
+        EXPECT_EQ(settings.values.count("s.k"), c.text[1] == '\0' ? 0u : 1u) << c.text;
+        EXPECT_LE(settings.values.size(), 1u) << c.text;
+    }
+}
+
+TEST(ConfigText, OriginIsTheFilesDirectory) {
+    const char* text = "[s]\na = $ORIGIN\nb = $ORIGIN/x\nc = $ORIGINAL\nd = x$ORIGIN\ne = $\n";
+    auto values = parseConfig(text, "/d/e/file").values;
+    EXPECT_EQ(values["s.a"], "/d/e");
+    EXPECT_EQ(values["s.b"], "/d/e/x");
+    EXPECT_EQ(values["s.c"], "$ORIGINAL");
+    EXPECT_EQ(values["s.d"], "x$ORIGIN");
+    EXPECT_EQ(values["s.e"], "$");
+}
+
+class Config : public ::testing::Test {
+protected:
+    Config() {
+        configPlaces() = {directory_ / "etc.conf", directory_ / "vendor.conf"};
+        std::filesystem::create_directories(directory_ / "xdg/fscanner");
+        std::filesystem::create_directories(directory_ / "home/.config/fscanner");
+    }
+    ~Config() override { configPlaces() = saved_; }
+    std::string who() const { return config_.getString("s", "who", "nobody"); }
+
+    TemporaryDirectory directory_;
+    ConfigPlaces saved_ = configPlaces();
+    FsConfig_TAV config_;
+    EnvironmentVariable file_{"FSCANNER_CONFIG"};
+    EnvironmentVariable xdg_{"XDG_CONFIG_HOME"};
+    EnvironmentVariable home_{"HOME"};
+};
+
+TEST_F(Config, ReadsTheFirstFileAndTheInstalledOneForTheRest) {
+    EXPECT_EQ(who(), "nobody");
+    EXPECT_EQ(config_.getString("s", "who", nullptr), "");
+    writeWholeFile(directory_ / "vendor.conf", "[s]\nwho = vendor\nfrom = vendor\n");
+    EXPECT_EQ(who(), "vendor");
+    writeWholeFile(directory_ / "etc.conf", "[s]\nwho = etc\n[t]\nonly = etc\n");
+    EXPECT_EQ(who(), "etc");
+    home_.set(directory_ / "home");
+    EXPECT_EQ(who(), "etc") << "there is no personal file";
+    writeWholeFile(directory_ / "home/.config/fscanner/fscanner.conf", "[s]\nwho = home\n");
+    EXPECT_EQ(who(), "home");
+    EXPECT_EQ(config_.getString("t", "only", ""), "") << "one user's file counts";
+    xdg_.set("relative");
+    EXPECT_EQ(who(), "home");
+    xdg_.set(directory_ / "xdg");
+    EXPECT_EQ(who(), "etc");
+    writeWholeFile(directory_ / "xdg/fscanner/fscanner.conf", "[s]\nwho = xdg\nempty =\n");
+    EXPECT_EQ(who(), "xdg");
+    EXPECT_EQ(config_.getString("s", "from", "nobody"), "vendor");
+    EXPECT_EQ(config_.getString("s", "empty", "default"), "default");
+    file_.set(directory_ / "own.conf");
+    writeWholeFile(directory_ / "own.conf", "[s]\nwho = own\n");
+    EXPECT_EQ(who(), "own");
+    EXPECT_EQ(config_.getError(), 0);
+}
+
+TEST_F(Config, SaysWhatIsWrong) {
+    writeWholeFile(directory_ / "vendor.conf", "[s]\nwho = vendor\n");
+    const std::string own = directory_ / "own.conf";
+    file_.set(own);
+    EXPECT_EQ(who(), "vendor");
+    EXPECT_EQ(config_.getError(), TavCfg::UNREADABLE);
+    EXPECT_EQ(config_.getErrorText(), own + ": cannot be read");
+    ASSERT_EQ(::mkfifo(own.c_str(), 0600), 0);
+    EXPECT_EQ(who(), "vendor") << "without waiting for a writer";
+    EXPECT_EQ(config_.getError(), TavCfg::UNREADABLE);
+    std::filesystem::remove(own);
+    writeWholeFile(own, "[s]\nwho = own\noops\n");
+    EXPECT_EQ(who(), "own");
+    EXPECT_EQ(config_.getError(), TavCfg::MALFORMED);
+    EXPECT_EQ(config_.getErrorText(), own + ":3: neither \"key = value\" nor \"[section]\"");
+    writeWholeFile(own, "[s]\nwho = own\n");
+    EXPECT_EQ(who(), "own");
+    EXPECT_EQ(config_.getError(), 0) << "a file that was mended counts at once";
+    EXPECT_EQ(config_.getErrorText(), "");
+}
+
+TEST_F(Config, NumbersHaveSignsAndOneSuffix) {
+    struct Case {
+        const char* text;
+        int value;
+    };
+    constexpr int DEFAULT = -77;
+    const Case cases[] = {
+        {"12", 12},
+        {"12k", 12288},
+        {"3M", 3145728},
+        {"-2K", -2048},
+        {"--5", 5},
+        {"+-5", -5},
+        {"-+-+5", 5},
+        {"007", 7},
+        {"7x", DEFAULT},
+        {"k", DEFAULT},
+        {"-", DEFAULT},
+        {"5 k", DEFAULT},
+        {"5kk", DEFAULT},
+        {"5km", DEFAULT},
+        {"- 5", DEFAULT},
+        {"0x10", DEFAULT},
+        {"4096M", 0},  // wraps at 32 bits, as do the next ones
+        {"2048M", INT32_MIN},
+        {"4294967297", 1},
+        {"2147483648", INT32_MIN},
+        {"-2147483648", INT32_MIN},
+        {"99999999999999999999k", 1073740800},
+    };
+    file_.set(directory_ / "own.conf");
+    for (const Case& c : cases) {
+        writeWholeFile(directory_ / "own.conf", std::string("[s]\nn = ") + c.text + "\n");
+        EXPECT_EQ(config_.getInteger("s", "n", DEFAULT), c.value) << c.text;
+    }
+    EXPECT_EQ(config_.getInteger("s", "absent", DEFAULT), DEFAULT);
+}
+
+}  // namespace
+}  // namespace fscanner

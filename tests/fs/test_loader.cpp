@@ -1,0 +1,288 @@
+// From a configuration to a provider and its answers: plug-ins are found, trusted,
+// loaded and asked.
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_loader.h"
+#include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "fscanner/fs/plugin_library.h"
+#include "support/environment.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+
+class Plugins : public ::testing::Test {
+protected:
+    Plugins() { configure(directory_ / "home"); }
+    ~Plugins() override {
+        stopDebug();
+        FsFileInfo::setLargeFileSupport(false);
+    }
+    void configure(const std::string& home, const std::string& more = "") {
+        std::filesystem::create_directory(directory_ / "home");
+        writeWholeFile(directory_ / "conf", "[fscanner]\nhome = " + home + "\n" + more);
+        file_.set(directory_ / "conf");
+    }
+    void install(const std::string& from, const std::string& name) {
+        std::filesystem::copy_file(from, directory_ / "home" / (name + ".so"));
+        ::chmod((directory_ / "home" / (name + ".so")).c_str(), 0755);
+    }
+    void installTestProvider() {
+        install(FSCANNER_TEST_PLUGINS "/test_provider.so", "test_provider");
+    }
+    // The log of what `body` does.
+    template <class Body>
+    std::string logOf(Body body) {
+        const std::string log = directory_ / "log";
+        startDebug(log.c_str());
+        body();
+        stopDebug();
+        return readWholeFile(log);
+    }
+    std::string logOfLoading(const char* name) {
+        return logOf([&] { EXPECT_EQ(load(name), nullptr); });
+    }
+    std::unique_ptr<FsProvider> load(const char* name) {
+        return std::unique_ptr<FsProvider>(fsLoadProvider(name));
+    }
+
+    struct Directory : TemporaryDirectory {
+        std::filesystem::path operator/(const std::string& name) const { return path() / name; }
+    } directory_;
+    EnvironmentVariable file_{"FSCANNER_CONFIG"};
+    FsConfig_TAV config_;
+};
+
+TEST_F(Plugins, NameIsHomeSlashNameDotSo) {
+    struct Case {
+        const char* home;
+        const char* baseName;
+        unsigned size;
+        const char* expected;  // null: refused, and the buffer untouched
+    };
+    const Case cases[] = {
+        {"/opt/x", "p", 2000, "/opt/x/p.so"}, {"/opt/x/", "p", 2000, "/opt/x//p.so"},
+        {"/opt/x", "p", 12, "/opt/x/p.so"},   {"/opt/x", "p", 11, nullptr},
+        {"/opt/x", "", 2000, nullptr},        {"/opt/x", nullptr, 2000, nullptr},
+    };
+    for (const Case& c : cases) {
+        configure(c.home);
+        std::array<char, 2000> out{'?'};
+        const std::string log = logOf([&] {
+            const int code = adjustDynamicLibraryName(out.data(), c.size, c.baseName, &config_);
+            EXPECT_EQ(code, c.expected != nullptr ? 0 : -1);
+        });
+        EXPECT_STREQ(out.data(), c.expected != nullptr ? c.expected : "?");
+        EXPECT_EQ(log, std::string("DLL prefix = ") + c.home + "/\n") << "logged in any case";
+    }
+}
+
+TEST_F(Plugins, AreLoadedByNameOrByConfiguration) {
+    installTestProvider();
+    install(FSCANNER_PLUGINS "/provider_direct.so", "provider_cache");
+    const auto named = load("test_provider");
+    ASSERT_NE(named, nullptr);
+    EXPECT_STREQ(named->name(), "test_provider");
+    const auto byDefault = load(nullptr);
+    ASSERT_NE(byDefault, nullptr) << "provider_cache is the default";
+    EXPECT_STREQ(byDefault->name(), "provider_direct");
+    EXPECT_FALSE(byDefault->setOption("no such", "option"));
+    configure(directory_ / "home", "provider = test_provider\n");
+    const auto configured = load(nullptr);
+    ASSERT_NE(configured, nullptr);
+    EXPECT_STREQ(configured->name(), "test_provider");
+    const std::unique_ptr<FsMonitor> monitor(FsLoader::loadFsMonitor("test_provider", &config_));
+    ASSERT_NE(monitor, nullptr);
+    EXPECT_STREQ(monitor->name(), "test_monitor");
+}
+
+TEST_F(Plugins, LogTheRuleThatAFileBreaks) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    installTestProvider();
+    const std::string home = directory_ / "home";
+    const std::string file = home + "/test_provider.so";
+    const auto reason = [&] { return logOfLoading("test_provider"); };
+    const auto refusal = [&](const std::string& path, const std::string& why) {
+        return HasSubstr("*** Error: cannot load DLL '" + path + "' (" + why + ")\n");
+    };
+    ::chmod(file.c_str(), 0775);
+    EXPECT_THAT(reason(), refusal(file, "the file can be written by others"));
+    ::chmod(file.c_str(), 0757);
+    EXPECT_THAT(reason(), refusal(file, "the file can be written by others"));
+    ::chmod(file.c_str(), 0755);
+    ASSERT_EQ(::chown(file.c_str(), 1234, 0), 0);
+    EXPECT_THAT(reason(), refusal(file, "the file belongs neither to root nor to the user"));
+    ASSERT_EQ(::chown(file.c_str(), 0, 0), 0);
+    ::chmod(home.c_str(), 01777);
+    EXPECT_THAT(reason(), refusal(file, "the directory can be written by others"));
+    ::chmod(home.c_str(), 0755);
+    ASSERT_EQ(::chown(home.c_str(), 1234, 0), 0);
+    EXPECT_THAT(reason(), refusal(file, "the directory belongs neither to root nor to the user"));
+
+    // A link is judged by what it leads to.
+    std::filesystem::create_directory(directory_ / "links");
+    std::filesystem::create_symlink(file, directory_ / "links/test_provider.so");
+    configure(directory_ / "links");
+    EXPECT_THAT(reason(), refusal((directory_ / "links/test_provider.so").string(),
+                                  "the directory belongs neither to root nor to the user"));
+    ASSERT_EQ(::chown(home.c_str(), 0, 0), 0);
+    EXPECT_NE(load("test_provider"), nullptr);
+}
+
+TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
+    installTestProvider();
+    configure(".");
+    EXPECT_THAT(logOfLoading("test_provider"),
+                EndsWith("FsLoader::loadFsProvider - entering...\n"
+                         "DLL prefix = ./\n"
+                         "*** Error: cannot load DLL './test_provider.so' (the path is not "
+                         "absolute)\n"
+                         "FsLoader::loadFsProvider - exit\n"));
+    configure(directory_ / "home");
+    EXPECT_THAT(logOfLoading("absent"), HasSubstr("(the file: No such file or directory)"));
+    writeWholeFile(directory_ / "home/text.so", "no library");
+    EXPECT_THAT(logOfLoading("text"), HasSubstr("/text.so' (" + (directory_ / "home").string()));
+    EXPECT_EQ(load(std::string(2000, 'x').c_str()), nullptr);
+
+    Dl_info library;
+    double (*function)(double) = std::cos;
+    ASSERT_NE(::dladdr(reinterpret_cast<void*>(function), &library), 0);
+    install(library.dli_fname, "factoryless");
+    void* handle = &library;
+    EXPECT_EQ(loadLibraryAndFactory("factoryless", &config_, createProviderSymbol, &handle),
+              nullptr);
+    EXPECT_EQ(handle, nullptr);
+    EXPECT_NE(loadLibraryAndFactory("test_provider", &config_, createProviderSymbol, &handle),
+              nullptr);
+    EXPECT_NE(handle, nullptr);
+}
+
+TEST_F(Plugins, CannotThrowIntoTheHost) {
+    installTestProvider();
+    configure(directory_ / "home", "[test]\nmode = throw\n");
+    EXPECT_EQ(load("test_provider"), nullptr);
+    configure(directory_ / "home", "[test]\nmode = null\n");
+    EXPECT_EQ(load("test_provider"), nullptr);
+    configure(directory_ / "home", "[test]\nmode = fail\n");
+    const auto provider = load("test_provider");
+    ASSERT_NE(provider, nullptr);
+    FsQuery query;
+    query.setQuery(L"q");
+    const std::unique_ptr<FsResultSetReader> reader(fsExecuteQueryEx(provider.get(), query, 0, 0));
+    ASSERT_NE(reader, nullptr);
+    FsFileInfo record;
+    EXPECT_TRUE(reader->getNext(record)) << "what was found before is kept";
+}
+
+TEST_F(Plugins, GetTheQueryAndTheLimitsInSecondsAndMilliseconds) {
+    installTestProvider();
+    const auto provider = load("test_provider");
+    ASSERT_NE(provider, nullptr);
+    FsQuery query;
+    query.setQuery(L"the query");
+    struct Case {
+        int minutes, seconds;
+        unsigned first, second;
+    };
+    const Case cases[] = {
+        {2, 3, 120, 3000},
+        {0, 0, 0, 0},
+        {-1, -1, 4294967236u, 4294966296u},
+        {0x7FFFFFFF, 0x7FFFFFFF, 4294967236u, 4294966296u},  // wraps
+    };
+    for (const Case& c : cases) {
+        for (const bool inMemory : {false, true}) {
+            const auto execute = inMemory ? fsExecuteQueryEx : fsExecuteQuery;
+            const std::unique_ptr<FsResultSetReader> reader(
+                execute(provider.get(), query, c.minutes, c.seconds));
+            ASSERT_NE(reader, nullptr);
+            reader->moveFirst();
+            FsFileInfo record;
+            ASSERT_TRUE(reader->getNext(record));
+            EXPECT_STREQ(record.getPath(), inMemory ? L"memory" : L"file");
+            EXPECT_STREQ(record.getName(), L"the query");
+            EXPECT_EQ(record.getSize(), c.first);
+            EXPECT_EQ(record.getAttr(), c.second);
+            EXPECT_FALSE(reader->getNext(record));
+        }
+    }
+    EXPECT_EQ(fsExecuteQuery(nullptr, query, 1, 1), nullptr);
+    EXPECT_EQ(fsExecuteQueryEx(nullptr, query, 1, 1), nullptr);
+}
+
+TEST_F(Plugins, LargeFilesAreSupportedWhenConfigured) {
+    load("absent");
+    EXPECT_FALSE(FsFileInfo::getLargeFileSupport());
+    configure(directory_ / "home", "large_files = 1\n");
+    load("absent");
+    EXPECT_TRUE(FsFileInfo::getLargeFileSupport());
+}
+
+// Providers are compiled by others: the query is the sixth of the operations.
+TEST(FsProvider, QueryIsTheSixthSlot) {
+    class Recorder : public FsProvider {
+    public:
+        const char* name() const override { return ""; }
+        int lastStatus() const override { return 0; }
+        bool setOption(const char*, const char*) override { return false; }
+        int executeQuery(FsResultSetWriter&, const FsQuery&, unsigned a, unsigned b) override {
+            return static_cast<int>(a + b);
+        }
+    };
+    using Operation = int (*)(FsProvider*, FsResultSetWriter*, const FsQuery*, unsigned, unsigned);
+    const auto provider = std::make_unique<Recorder>();
+    Operation* slots;
+    std::memcpy(&slots, static_cast<FsProvider*>(provider.get()), sizeof slots);
+    EXPECT_EQ(slots[5](provider.get(), nullptr, nullptr, 40, 2), 42);
+}
+
+class DirectProvider : public ::testing::Test {
+protected:
+    DirectProvider() {
+        file_.set(std::string(FSCANNER_PLUGINS) + "/fscanner.conf");
+        std::filesystem::create_directories(directory_ / "tree/sub");
+        for (const char* name : {"tree/a.h", "tree/b.c", "tree/sub/c.h"})
+            writeWholeFile(directory_ / name, name);
+    }
+    TemporaryDirectory directory_;
+    EnvironmentVariable file_{"FSCANNER_CONFIG"};
+};
+
+TEST_F(DirectProvider, IsFoundInTheBuildTreeAndAnswersInBothForms) {
+    const std::unique_ptr<FsProvider> provider(fsLoadProvider(nullptr));
+    ASSERT_NE(provider, nullptr);
+    FsQuery query;
+    const std::wstring path = L"$all::" + (directory_.path() / "tree").wstring();
+    query.addIncludePath(path.c_str(), true);
+    query.setQuery(L"[FILENAME]==\"*.h\"");
+    for (const auto execute : {fsExecuteQuery, fsExecuteQueryEx}) {
+        const std::unique_ptr<FsResultSetReader> reader(execute(provider.get(), query, 0, 60));
+        ASSERT_NE(reader, nullptr);
+        EXPECT_EQ(provider->lastStatus(), 0);
+        reader->moveFirst();
+        std::vector<std::wstring> names;
+        for (FsFileInfo file; reader->getNext(file);) names.push_back(file.getName());
+        EXPECT_THAT(names, ::testing::UnorderedElementsAre(L"a.h", L"c.h"));
+    }
+}
+
+}  // namespace
+}  // namespace fscanner
