@@ -10,6 +10,7 @@
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
 
 namespace fscanner {
@@ -205,6 +206,28 @@ TEST_F(CacheTest, ATreeThatIsGoneIsForgotten) {
     std::filesystem::remove_all(tree.path("d"));
     EXPECT_THAT(found(cache, 0U - 10), IsEmpty());
     EXPECT_THAT(found(cache), IsEmpty());
+}
+
+TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
+    class Undecided : public FsScanObserver {
+    public:
+        void undecided(const FsFileInfo& file) override {
+            names.push_back(toMultibyte(std::wstring(file.getPath()) + file.getName()));
+        }
+        std::vector<std::string> names;
+    } observer;
+    tree.file("d/a*");
+    tree.file("out/b*");
+    everything("d");
+    for (const wchar_t* criteria :
+         {L"[FILENAME]==\"d*\"", L"path([PATHID],[FILENAME])==\"*/d*p\""}) {
+        query.setQuery(criteria);
+        observer.names.clear();
+        fsSetScanObserver(&observer);
+        EXPECT_EQ(found(cache), paths({"d/e/deep"}));
+        fsSetScanObserver(nullptr);
+        EXPECT_EQ(observer.names, paths({"d/a*"}));
+    }
 }
 
 TEST_F(CacheTest, ANonRecursiveSearchCachesTheWholeTree) {

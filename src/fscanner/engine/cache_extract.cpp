@@ -13,7 +13,9 @@
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_resultset.h"
+#include "fscanner/fs/fs_scan_observer.h"
 
 namespace fscanner {
 
@@ -112,6 +114,7 @@ private:
         return request_.pairs[static_cast<std::size_t>(pair)].path;
     }
     bool hasTime() const;
+    void noteUndecided();
 
     CacheStore& store_;
     CacheTree& tree_;
@@ -146,6 +149,7 @@ int Extraction::run() {
     const bool filtered = request_.criteria && *request_.criteria;
     filtersHere_ = filtered && evaluator_.compile() && evaluator_.usesCommands();
     if (filtersHere_) files.setCriteria(nullptr, request_.caseSensitive);
+    if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     bool found = files.moveFirst();
     startTick_ = getTickCount();
@@ -158,7 +162,10 @@ int Extraction::take(bool matched) {
     RecordSet& files = store_.filesRecords();
     const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
     if (!matched && directory == Directory::refused) return FS_CACHE_SUCCESS;
-    if (!matched && evaluator_.check(request_.caseSensitive) <= 0) return FS_CACHE_SUCCESS;
+    if (!matched && evaluator_.check(request_.caseSensitive) <= 0) {
+        if (evaluator_.failedOnRecord()) noteUndecided();
+        return FS_CACHE_SUCCESS;
+    }
     if (!hasTime()) {
         debug("FS_Cache::extractResults - timed out!\n");
         return FS_CACHE_QUERY_TIMED_OUT;
@@ -220,6 +227,18 @@ bool Extraction::accepts(const wchar_t* directory) {
     prefix_ = directory;
     if (!prefix_.ends_with(L'/')) prefix_ += L'/';
     return true;
+}
+
+void Extraction::noteUndecided() {
+    const RecordSet& files = store_.filesRecords();
+    if (!scanObserver() || enter(files.getFieldAsInt32(FILES_PATHID)) != Directory::accepted)
+        return;
+    FsFileInfo record;
+    record.setFilePath(prefix_.c_str());
+    record.setFileName(files.getFieldAsString(FILES_FILENAME));
+    record.setFileSize(files.getFieldAsInt64(FILES_SIZE));
+    record.setFileAttr(files.getFieldAsInt32(FILES_ATTR));
+    scanObserver()->undecided(record);
 }
 
 bool Extraction::hasTime() const {

@@ -11,6 +11,7 @@ __recordSet::__recordSet(FS_Table& table) : table_(table), buffer_(table.schema(
 bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     index_.reset();
     key_.clear();
+    undecided_ = nullptr;
     filter_ = {};
     refused_ = false;
     criteria_ = criteria;
@@ -123,7 +124,10 @@ __recordSet::Verdict __recordSet::checkRecord(ByteRange record) {
         table_.reportDamage("a record");
         return Verdict::unreadable;
     }
-    if (criteria_->check(&buffer_, nullptr, flag_) <= 0) return Verdict::noMatch;
+    if (criteria_->check(&buffer_, nullptr, flag_) <= 0) {
+        if (undecided_ && criteria_->failedOnRecord() && readRecord()) undecided_();
+        return Verdict::noMatch;
+    }
     return readRecord() ? Verdict::match : Verdict::unreadable;
 }
 

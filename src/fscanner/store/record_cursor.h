@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fscanner/expr/criteria.h"
@@ -23,6 +25,7 @@ public:
     explicit __recordSet(FS_Table& table);
 
     bool setCriteria(CriteriaEvaluator* criteria, bool flag);
+    void onUndecided(std::function<void()> handler) { undecided_ = std::move(handler); }
     bool moveFirst();
     bool moveNext();
     bool movePrevious();
@@ -63,6 +66,7 @@ private:
     bool active_ = false;
     bool refused_ = false;  // the criteria does not compile: nothing matches
     CriteriaEvaluator* criteria_ = nullptr;
+    std::function<void()> undecided_;
     RecordFilter filter_;
     std::vector<bool> wanted_;  // which fields the criteria reads, up to the last
 };

@@ -10,6 +10,10 @@ bool RecordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     return recordSet_ && recordSet_->setCriteria(criteria, flag);
 }
 
+void RecordSet::onUndecided(std::function<void()> handler) {
+    if (recordSet_) recordSet_->onUndecided(std::move(handler));
+}
+
 bool RecordSet::moveFirst() {
     return recordSet_ && recordSet_->moveFirst();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "fscanner/expr/criteria.h"
@@ -27,6 +28,10 @@ public:
     /// gets the buffer as its fields. One that does not compile matches nothing.
     /// `flag` is the case flag of its checks. The cursor does not move.
     bool setCriteria(CriteriaEvaluator* criteria, bool flag);
+
+    /// Until the next `setCriteria`, `handler` is called for each record on which the
+    /// criteria could not be evaluated; it is in the buffer then, and does not match.
+    void onUndecided(std::function<void()> handler);
 
     /// Whether the cursor is on a matching record, which is then in the buffer. A
     /// criteria that fixes the value of an indexed field reads that chain alone,
