@@ -1,10 +1,11 @@
 #pragma once
 
-/// The shared helpers: numbers and bits, strings, paths and temporary files,
-/// time, the owned string list and the boolean evaluator. This header is the
-/// umbrella; each idea has a file of its own beside it.
+/// The shared helpers: matching, numbers and bits, strings and their encodings,
+/// paths and temporary files, time, the owned string list and the boolean
+/// evaluator. This header is the umbrella; each idea has a file of its own.
 
 #include "fscanner/common/evaluator.h"
+#include "fscanner/common/file_info.h"
 #include "fscanner/common/numbers.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/string_list.h"

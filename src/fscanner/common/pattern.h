@@ -33,26 +33,29 @@ public:
     bool caseSensitive() const { return caseSensitive_; }
     /// The "x" of the simple kinds; empty for `all` and `general`. Valid as long
     /// as the pattern.
-    std::wstring_view literal() const;
+    std::wstring_view literal() const { return view(literal_); }
 
 private:
     /// A run between two "*", as a range of `text_`.
     struct Piece {
         std::size_t start;
         std::size_t length;
-        bool plain;  // without "?"
     };
 
     void split();
     Kind classify() const;
-    std::wstring_view view(const Piece& piece) const;
-    bool equal(const Piece& piece, std::wstring_view text) const;
-    bool consume(const Piece& piece, std::wstring_view& text) const;
-    bool matchesStarred(std::wstring_view text) const;
+    std::wstring_view view(const Piece& piece) const {
+        return {text_.data() + piece.start, piece.length};
+    }
+    template <typename Fold>
+    bool matchesAs(std::wstring_view text) const;
+    template <typename Fold>
+    bool matchesPieces(std::wstring_view text) const;
 
     std::wstring text_;
     bool caseSensitive_;
     Kind kind_;
+    Piece literal_;  // the "x" of the simple kinds
     // Never empty. The first is bound to the start of the text and the last to
     // its end, where either may be empty; those between float and never are.
     std::vector<Piece> pieces_;

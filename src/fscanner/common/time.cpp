@@ -2,9 +2,24 @@
 
 namespace fscanner {
 
-unsigned getTickCount() {
+namespace {
+
+timeval systemClock() {
     timeval now;
     gettimeofday(&now, nullptr);
+    return now;
+}
+
+ClockSource clockSource = systemClock;
+
+}  // namespace
+
+void setClockSource(ClockSource source) {
+    clockSource = source != nullptr ? source : systemClock;
+}
+
+unsigned getTickCount() {
+    const timeval now = clockSource();
     return static_cast<unsigned>(now.tv_sec * 1000LL + now.tv_usec / 1000);
 }
 
@@ -14,7 +29,7 @@ long elapsedTime(timeval start, timeval end) {
 }
 
 std::time_t getCurrentTime() {
-    return std::time(nullptr);
+    return clockSource().tv_sec;
 }
 
 }  // namespace fscanner

@@ -13,4 +13,9 @@ long elapsedTime(timeval start, timeval end);
 /// Seconds since the epoch.
 std::time_t getCurrentTime();
 
+/// Replaces the system's clock under `getTickCount` and `getCurrentTime`, so that
+/// a test decides what time it is; null restores it. Process-wide.
+using ClockSource = timeval (*)();
+void setClockSource(ClockSource source);
+
 }  // namespace fscanner

@@ -17,25 +17,24 @@ namespace fscanner::wildcard {
 
 /// Characters as they are.
 struct ExactFold {
-    static wchar_t fold(wchar_t c) { return c; }
+    static bool same(wchar_t pattern, wchar_t text) { return pattern == text; }
 };
 
-/// `towlower` in the process's locale. ASCII is folded here, but for "I": it is
-/// the one ASCII character whose small letter depends on the locale (in Turkish
-/// ones it is U+0131), and the locale may change at any time.
+/// Characters after `towlower` in the process's locale, which may change at any
+/// time. Two ASCII characters are compared here: they are the same letter when
+/// bit 0x20 alone divides them. Only the small letter of "I" depends on the
+/// locale: it is U+0131 in the Turkish ones.
 struct LowerFold {
-    static wchar_t fold(wchar_t c) {
-        const auto code = static_cast<wint_t>(c);
-        if (code < 0x80 && c != L'I')
-            return code - L'A' < 26u ? static_cast<wchar_t>(code + 32) : c;
-        return static_cast<wchar_t>(std::towlower(code));
+    static bool same(wchar_t pattern, wchar_t text) {
+        if (pattern == text) return true;
+        const auto p = static_cast<wint_t>(pattern);
+        const auto t = static_cast<wint_t>(text);
+        if ((p | t) >= 0x80) return std::towlower(p) == std::towlower(t);
+        const wint_t letter = p | 0x20;
+        if ((p ^ t) != 0x20 || letter - L'a' >= 26u) return false;
+        return letter != L'i' || std::towlower(L'I') == L'i';
     }
 };
-
-template <typename Fold>
-bool sameCharacter(wchar_t pattern, wchar_t text) {
-    return pattern == text || Fold::fold(pattern) == Fold::fold(text);
-}
 
 /// Names: the pattern has to cover the whole text.
 struct NameRule {
@@ -76,7 +75,7 @@ template <typename Fold, typename Rule>
 bool match(const wchar_t* pattern, const wchar_t* text, Rule rule) {
     const wchar_t* const start = text;
     for (; *text != 0 && *pattern != L'*'; ++pattern, ++text) {
-        if (*pattern != L'?' && !sameCharacter<Fold>(*pattern, *text))
+        if (*pattern != L'?' && !Fold::same(*pattern, *text))
             return rule.literalMismatch(pattern, text, start);
     }
     const wchar_t* restartPattern = pattern;
@@ -86,7 +85,7 @@ bool match(const wchar_t* pattern, const wchar_t* text, Rule rule) {
             if (*++pattern == 0) return true;
             restartPattern = pattern;
             restartText = text + 1;
-        } else if (*pattern == L'?' || sameCharacter<Fold>(*pattern, *text)) {
+        } else if (*pattern == L'?' || Fold::same(*pattern, *text)) {
             ++pattern;
             ++text;
         } else {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -32,8 +33,6 @@ struct Conversion {
 /// snprintf, one conversion at a time.
 class Formatter {
 public:
-    // `arguments` is advanced. A structure holds it because a va_list parameter
-    // may be a pointer or an array, by platform.
     explicit Formatter(std::va_list arguments) { va_copy(arguments_, arguments); }
     Formatter(const Formatter&) = delete;
     Formatter& operator=(const Formatter&) = delete;
@@ -73,7 +72,7 @@ private:
 
     const char* parseNumber(const char* at, int& number) {
         if (*at == '*') {
-            number = va_arg(arguments_, int);
+            number = std::clamp(va_arg(arguments_, int), -maxField, maxField);
             return at + 1;
         }
         for (; *at >= '0' && *at <= '9'; ++at)
@@ -109,7 +108,7 @@ private:
             case 'p':
                 return delegate(conversion, va_arg(arguments_, void*));
             case 'm':
-                return padded(conversion, std::strerror(errno));
+                return padded(conversion, std::strerror(errno_));
             case 'n':
                 return static_cast<void>(va_arg(arguments_, void*)), true;
             case '%':
@@ -209,7 +208,9 @@ private:
         return true;
     }
 
-    static constexpr int maxField = 1 << 20;
+    static constexpr int maxField = INT_MAX / 16;  // no field overflows on its way
+
+    const int errno_ = errno;  // for "%m": what is called in between changes it
 
     std::va_list arguments_;
     std::string out_;

@@ -1,0 +1,139 @@
+#include "fscanner/common/numbers.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <climits>
+#include <string>
+
+#include "fscanner/common/evaluator.h"
+#include "fscanner/common/time.h"
+
+using namespace fscanner;
+
+namespace {
+
+std::string compressed(unsigned long long value) {
+    char buffer[12] = "###########";
+    const int first = compressInt(value, buffer, 11);
+    EXPECT_EQ(buffer[11], 0);
+    for (int i = 0; i < first; ++i) EXPECT_EQ(buffer[i], '#') << value;
+    return {buffer + first, buffer + 11};
+}
+
+TEST(CompactIntegers, HaveTheirBytes) {
+    EXPECT_EQ(compressed(0), std::string("\x00", 1));
+    EXPECT_EQ(compressed(127), "\xFE");
+    EXPECT_EQ(compressed(128), std::string("\x03\x00", 2));
+    EXPECT_EQ(compressed(300), "\x05\x58");
+    EXPECT_EQ(compressed(ULLONG_MAX), "\x03\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFE");
+}
+
+TEST(CompactIntegers, ComeBack) {
+    for (int shift = 0; shift < 64; ++shift) {
+        for (const unsigned long long low : {0ULL, 1ULL, 0x55ULL}) {
+            const unsigned long long value = (1ULL << shift) + low;
+            const std::string bytes = compressed(value);
+            EXPECT_EQ(decompressInt(bytes.data()), value);
+            EXPECT_EQ(bytes.size(), static_cast<std::size_t>(std::bit_width(value) + 6) / 7);
+        }
+    }
+}
+
+TEST(BitMaps, StartAtTheTopBit) {
+    char bits[32] = {};
+    setBit(0, bits);
+    EXPECT_EQ(static_cast<unsigned char>(bits[0]), 0x80);
+    setBit(9, bits);
+    EXPECT_EQ(bits[1], 0x40);
+    setBit(255, bits);
+    EXPECT_EQ(bits[31], 0x01);
+    for (int i = 0; i < 256; ++i) {
+        EXPECT_EQ(checkBit(static_cast<unsigned char>(i), bits), i == 0 || i == 9 || i == 255) << i;
+    }
+}
+
+TEST(Hash, CountsTheTerminatorAndSigns) {
+    EXPECT_EQ(hash(L"", 1000), 0);
+    EXPECT_EQ(hash(L"a", 1'000'000), 97 * 37);
+    EXPECT_EQ(hash(L"ab", 1'000'000), (97 * 37 + 98) * 37);
+    EXPECT_EQ(hash(0xFFFFFFFFu, 10), 9);  // -1
+    EXPECT_EQ(hash(0x80000000u, 10), 2);  // -2147483648
+    EXPECT_EQ(hash(0x80000000u, 8), 0);   // no remainder: not n
+    // Wraps: the product of the 32-bit arithmetic, computed in 64 bits here.
+    unsigned long long h = 0;
+    for (const char c : std::string("directory.name"))
+        h = (h * 37 + static_cast<unsigned>(c)) % (1ULL << 32);
+    h = h * 37 % (1ULL << 32);
+    long long expected = static_cast<long long>(h);
+    if (expected > INT_MAX) expected -= 1LL << 32;
+    expected = (expected % 1009 + 1009) % 1009;
+    EXPECT_EQ(hash(L"directory.name", 1009), expected);
+}
+
+TEST(Decimal, WritesDigits) {
+    for (const unsigned v : {0u, 9u, 10u, 4294967295u}) {
+        wchar_t out[11];
+        EXPECT_EQ(wcs_itoa(v, out), out);
+        EXPECT_EQ(out, std::to_wstring(v));
+        EXPECT_EQ(wcs_itoa(v, nullptr), std::to_wstring(v));
+    }
+    for (const unsigned long long v : {0ULL, 4294967296ULL, ULLONG_MAX}) {
+        wchar_t out[21];
+        EXPECT_EQ(wcs_itoa64(v, out), std::to_wstring(v));
+        EXPECT_EQ(wcs_itoa64(v, nullptr), std::to_wstring(v));
+    }
+}
+
+TEST(Time, CutsEachEnd) {
+    EXPECT_EQ(elapsedTime({1, 999'999}, {1, 999'999}), 0);
+    EXPECT_EQ(elapsedTime({1, 1'999}, {1, 2'000}), 0);  // in one second: the difference is cut
+    EXPECT_EQ(elapsedTime({1, 1'999}, {2, 2'000}), 1001);
+    EXPECT_EQ(elapsedTime({1, 999'999}, {3, 0}), 1001);
+}
+
+TEST(Time, TicksWrapAt32Bits) {
+    setClockSource([]() -> timeval { return {4'294'967, 295'999}; });
+    EXPECT_EQ(getTickCount(), 0xFFFFFFFFu);
+    EXPECT_EQ(getCurrentTime(), 4'294'967);
+    setClockSource([]() -> timeval { return {4'294'967, 297'000}; });
+    EXPECT_EQ(getTickCount(), 1u);
+    setClockSource(nullptr);
+    EXPECT_NEAR(static_cast<double>(getCurrentTime()), static_cast<double>(std::time(nullptr)), 60);
+}
+
+struct EvaluatorCase {
+    const wchar_t* text;
+    char verdict;  // '0', '1', or 'e' for an error
+};
+
+TEST(Evaluator, EvaluatesOrFails) {
+    const EvaluatorCase cases[] = {
+        {L"1&(0|1)", '1'}, {L"0|1&0", '0'},  {L"1|0&0", '1'}, {L"0&0|1", '1'},  // & binds closer
+        {L"!0", '1'},      {L"!0|1", '0'},   {L"!0&0", '1'},  // "!" takes all to its right
+        {L"1&!0|1", '0'},  {L"(!0)|1", '1'}, {L"!!1", '1'},   {L"((1))", '1'},
+        {L"1&", 'e'},      {L"10", 'e'},     {L"", 'e'},      {L"(1", 'e'},
+        {L"1)", 'e'},      {L"()", 'e'},     {L"1 ", 'e'},    {L"x", 'e'},
+        {L"1|x", 'e'},     {L"|1", 'e'},     {L"!", 'e'},     {L"(1|0", 'e'},
+    };
+    Evaluator evaluator;  // one for all: an error must not stay
+    for (const EvaluatorCase& c : cases) {
+        const bool value = evaluator.execute(c.text);
+        EXPECT_EQ(evaluator.error() ? 'e' : value ? '1' : '0', c.verdict) << c.text;
+        EXPECT_FALSE(value && evaluator.error()) << c.text;
+    }
+    EXPECT_FALSE(evaluator.execute(nullptr));
+    EXPECT_TRUE(evaluator.error());
+}
+
+TEST(Evaluator, BoundsItsDepth) {
+    Evaluator evaluator;
+    EXPECT_TRUE(
+        evaluator.execute((std::wstring(900, L'(') + L'1' + std::wstring(900, L')')).c_str()));
+    EXPECT_FALSE(evaluator.execute(std::wstring(10'000'000, L'(').c_str()));
+    EXPECT_TRUE(evaluator.error());
+    EXPECT_FALSE(evaluator.execute(std::wstring(10'000'000, L'!').c_str()));
+    EXPECT_TRUE(evaluator.error());
+}
+
+}  // namespace

@@ -1,0 +1,181 @@
+#include "fscanner/common/strings.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cwchar>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fscanner/common/file_info.h"
+#include "fscanner/common/string_list.h"
+
+using namespace fscanner;
+
+namespace {
+
+struct Free {
+    void operator()(void* p) const { std::free(p); }
+};
+using HeapText = std::unique_ptr<wchar_t, Free>;
+
+TEST(Strings, TrimBlanksOnly) {
+    const struct {
+        const wchar_t *text, *left, *right;
+    } cases[] = {
+        {L"  a b  ", L"a b  ", L"  a b"}, {L"   ", L"", L""}, {L"", L"", L""},
+        {L"\t a ", L"\t a ", L"\t a"},    {L"x", L"x", L"x"},
+    };
+    for (const auto& c : cases) {
+        std::wstring left = c.text;
+        EXPECT_EQ(ltrim(left.data()), left.data());
+        EXPECT_STREQ(left.c_str(), c.left);
+        std::wstring right = c.text;
+        EXPECT_EQ(rtrim(right.data()), right.data());
+        EXPECT_STREQ(right.c_str(), c.right);
+    }
+}
+
+TEST(Strings, ReplaceAndFindCharacters) {
+    wchar_t text[] = L"a.b.c";
+    replaceChar(text, L'.', L'/');
+    EXPECT_STREQ(text, L"a/b/c");
+    replaceChar(nullptr, L'a', L'b');
+    EXPECT_EQ(wcsbtw(text, text + 1, L'/'), text + 1);  // the last position counts
+    EXPECT_EQ(wcsbtw(text + 2, text + 2, L'/'), nullptr);
+    EXPECT_EQ(wcsbtw(text + 2, text + 1, L'/'), nullptr);
+}
+
+TEST(Strings, FindTexts) {
+    const wchar_t* text = L"aabaab";
+    EXPECT_EQ(my_wcswcs(text, L"ab"), text + 1);
+    EXPECT_EQ(my_wcswcs(text, L"aabx"), nullptr);
+    EXPECT_EQ(my_wcswcs(text, L""), text);
+    EXPECT_STREQ(my_wcswcs(L"", L""), L"");
+    EXPECT_EQ(my_wcswcs(L"", L"a"), nullptr);
+}
+
+TEST(Strings, CopyGrowsOnDemand) {
+    wchar_t* text = nullptr;
+    EXPECT_EQ(__wcscpy(&text, nullptr), nullptr);
+    EXPECT_STREQ(__wcscpy(&text, L"abc"), L"abc");
+    wchar_t* block = text;
+    EXPECT_EQ(__wcscpy(&text, L"xy"), block);
+    EXPECT_STREQ(text, L"xy");
+    EXPECT_EQ(__wcscpy(&text, text + 1), block);  // its own tail
+    EXPECT_STREQ(text, L"y");
+    EXPECT_EQ(__wcscpy(&text, nullptr), block);
+    EXPECT_STREQ(__wcscpy(&text, L"much longer than before"), L"much longer than before");
+    std::free(text);
+}
+
+TEST(Strings, PrependKeepsAReserve) {
+    wchar_t text[12] = L"cde";
+    EXPECT_FALSE(wcs_stringCat(L"ab", text, 8));
+    EXPECT_STREQ(text, L"cde");
+    EXPECT_TRUE(wcs_stringCat(L"ab", text, 9));
+    EXPECT_STREQ(text, L"abcde");
+    EXPECT_TRUE(wcs_stringCat(L"", text, 12));
+    EXPECT_STREQ(text, L"abcde");
+}
+
+TEST(Strings, PrependTakesItsOwnTail) {
+    for (std::size_t from = 0; from <= 4; ++from) {
+        wchar_t text[20] = L"abcd";
+        const std::wstring expected = std::wstring(text + from) + text;
+        EXPECT_TRUE(wcs_stringCat(text + from, text, 20));
+        EXPECT_EQ(text, expected) << from;
+    }
+}
+
+TEST(Strings, InsertReplacesTheFirstCharacter) {
+    const struct {
+        const wchar_t *text, *find, *insert, *result;
+    } cases[] = {
+        {L"x.y.z", L".", L"/", L"x/y/z"},
+        {L"a%sb", L"%s", L"X", L"aXsb"},   // the rest of the occurrence stays
+        {L"aaa", L"aa", L"<>", L"<><>a"},  // scanning resumes within it
+        {L"'", L"'", L"'\\''", L"'\\''"},
+        {L"abc", L"", L"X", L"abc"},
+        {L"abc", L"b", L"", L"ac"},
+        {L"", L"b", L"x", L""},
+    };
+    for (const auto& c : cases) {
+        const HeapText result(insertAndReplaceString(c.text, c.find, c.insert));
+        EXPECT_STREQ(result.get(), c.result) << c.text << " " << c.find;
+    }
+    EXPECT_EQ(insertAndReplaceString(nullptr, L"a", L"b"), nullptr);
+    EXPECT_EQ(insertAndReplaceString(L"a", nullptr, L"b"), nullptr);
+    EXPECT_EQ(insertAndReplaceString(L"a", L"b", nullptr), nullptr);
+}
+
+std::vector<std::wstring> tokens(const wchar_t* text) {
+    std::vector<std::wstring> result;
+    wchar_t token[32];
+    for (const wchar_t* from = text;; from = nullptr) {
+        EXPECT_TRUE(tokenize(from, token, 32));
+        if (token[0] == 0) return result;
+        result.emplace_back(token);
+    }
+}
+
+TEST(Tokenize, CutsAtOperators) {
+    using Tokens = std::vector<std::wstring>;
+    EXPECT_EQ(tokens(L"(ab & !c)|d"), (Tokens{L"(", L"ab", L"&", L"!", L"c", L")", L"|", L"d"}));
+    EXPECT_EQ(tokens(L"two words"), (Tokens{L"twowords"}));
+    EXPECT_EQ(tokens(L"\"a & (b)\"c|x"), (Tokens{L"a & (b)c", L"|", L"x"}));
+    EXPECT_EQ(tokens(L"\"open (quote"), (Tokens{L"open (quote"}));
+    EXPECT_EQ(tokens(L"  "), Tokens{});
+    EXPECT_EQ(tokens(L"\t"), (Tokens{L"\t"}));
+}
+
+TEST(Tokenize, StaysWhereATokenDoesNotFit) {
+    wchar_t token[16];
+    ASSERT_TRUE(tokenize(L"ab&abcdef", token, 16));
+    ASSERT_TRUE(tokenize(nullptr, token, 16));
+    EXPECT_FALSE(tokenize(nullptr, token, 6));  // no room for the terminator
+    EXPECT_FALSE(tokenize(nullptr, token, 0));
+    EXPECT_TRUE(tokenize(nullptr, token, 7));
+    EXPECT_STREQ(token, L"abcdef");
+    EXPECT_TRUE(tokenize(nullptr, token, 1));
+    EXPECT_STREQ(token, L"");
+    EXPECT_FALSE(tokenize(L"(a", token, 4));  // an operator wants more than four
+    EXPECT_TRUE(tokenize(nullptr, token, 5));
+    EXPECT_STREQ(token, L"(");
+}
+
+TEST(StringList, OwnsCopiesInOrder) {
+    StringList<wchar_t> list;
+    std::wstring text = L"one";
+    EXPECT_TRUE(list.insert(text.c_str()));
+    text = L"two";
+    EXPECT_TRUE(list.insert(text.c_str()));
+    EXPECT_TRUE(list.insert(L"one"));
+    EXPECT_FALSE(list.insert(nullptr));
+    ASSERT_EQ(list.size(), 3);
+    EXPECT_STREQ(list.at(0), L"one");
+    EXPECT_STREQ(list.at(2), L"one");
+    EXPECT_EQ(list.at(3), nullptr);
+    EXPECT_EQ(list.at(-1), nullptr);
+    EXPECT_EQ(list.find(L"two"), 1);
+    EXPECT_EQ(list.find(L"one"), 0);
+    EXPECT_EQ(list.find(L"ONE"), -1);
+    list.clear();
+    EXPECT_EQ(list.size(), 0);
+    EXPECT_EQ(list.find(L"one"), -1);
+
+    StringList<char> narrow;
+    EXPECT_TRUE(narrow.insert("a"));
+    EXPECT_EQ(narrow.find("a"), 0);
+}
+
+TEST(FileInfo, CopiesOwnTheirName) {
+    auto first = std::make_unique<FileInfo>(L"name", 8u);
+    const FileInfo copy(*first);
+    first.reset();
+    EXPECT_STREQ(copy.getEntry(), L"name");
+    EXPECT_EQ(copy.getType(), 8u);
+}
+
+}  // namespace

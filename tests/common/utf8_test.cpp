@@ -1,0 +1,215 @@
+#include "fscanner/common/utf8.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <cwchar>
+#include <iomanip>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "common/generate.h"
+#include "support/scoped_locale.h"
+
+using namespace fscanner;
+
+namespace {
+
+std::string hex(std::string_view bytes) {
+    std::ostringstream out;
+    for (const unsigned char c : bytes) out << std::hex << std::setw(2) << std::setfill('0') << +c;
+    return out.str();
+}
+
+std::string hex(std::wstring_view text) {
+    std::ostringstream out;
+    for (const wchar_t c : text) out << std::hex << static_cast<unsigned>(c) << ' ';
+    return out.str();
+}
+
+/// The two locales that are always there, and others where they are installed:
+/// single-byte ones, and those whose characters are several bytes, some ASCII.
+std::vector<std::string> installedLocales() {
+    std::vector<std::string> names;
+    for (const char* name : {"C", "C.UTF-8", "de_DE.ISO-8859-1", "tr_TR.ISO-8859-9", "ja_JP.EUC-JP",
+                             "zh_HK.BIG5-HKSCS", "zh_CN.GB18030"}) {
+        if (ScopedLocale(name).available()) names.emplace_back(name);
+    }
+    return names;
+}
+
+class Names : public testing::TestWithParam<std::string> {
+protected:
+    static void expectRoundTrip(const std::string& bytes) {
+        ASSERT_EQ(hex(toMultibyte(toWide(bytes))), hex(bytes));
+        const std::unique_ptr<wchar_t[]> wide(myMbsToWcs(bytes.c_str()));
+        const std::unique_ptr<char[]> back(myWcsToMbs(wide.get()));
+        ASSERT_EQ(hex(std::string_view(back.get())), hex(std::string_view(bytes.c_str())));
+    }
+
+    ScopedLocale locale_{GetParam().c_str()};
+};
+
+INSTANTIATE_TEST_SUITE_P(, Names, testing::ValuesIn(installedLocales()));
+
+TEST_P(Names, EveryShortNameKeepsItsBytes) {
+    for (int first = 0; first < 256; ++first) {
+        expectRoundTrip({static_cast<char>(first)});
+        for (int second = 0; second < 256; ++second)
+            expectRoundTrip({static_cast<char>(first), static_cast<char>(second)});
+    }
+}
+
+TEST_P(Names, LongNamesKeepTheirBytes) {
+    std::mt19937 random(1);
+    for (int i = 0; i < 20'000; ++i) expectRoundTrip(randomBytes(random, 12));
+    for (const char* bytes :
+         {"\xED\xB2\x80", "\xED\xA0\x80\xED\xB0\x80", "\xF4\x90\x80\x80", "\xF7\xBF\xBF\xBF",
+          "\xFC\x84\x80\x80\x80\x80", "\xC0\xAF", "\xE0\x80\xAF", "plain, eight or more\xE9!",
+          "\xF0\x9F\x98\x80 \xF0\x9F\x98"}) {
+        expectRoundTrip(bytes);
+    }
+}
+
+TEST_P(Names, AsciiIsItself) {
+    std::string ascii;
+    for (char c = 1; c > 0; ++c) ascii += c;
+    EXPECT_EQ(hex(toWide(ascii)), hex(std::wstring(ascii.begin(), ascii.end())));
+}
+
+struct DecodeCase {
+    const char* bytes;
+    std::wstring wide;
+};
+
+TEST(Utf8Names, DecodeStrictly) {
+    const ScopedLocale locale("C.UTF-8");
+    ASSERT_TRUE(locale.available());
+    const DecodeCase cases[] = {
+        {"h\xC3\xA9", L"h\xE9"},
+        {"\xDF\xBF\xE0\xA0\x80", L"\x7FF\x800"},
+        {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\x10000\x10FFFF"},
+        {"\xED\x9F\xBF\xEE\x80\x80", L"\xD7FF\xE000"},
+        {"\xC3", L"\xDCC3"},                                // cut
+        {"\xC3(", L"\xDCC3("},                              // no continuation
+        {"\xE2\x82\xC3\xA9", L"\xDCE2\xDC82\xE9"},          // cut by a good character
+        {"\xC1\xBF", L"\xDCC1\xDCBF"},                      // overlong
+        {"\xE0\x9F\xBF", L"\xDCE0\xDC9F\xDCBF"},            // overlong
+        {"\xF0\x8F\xBF\xBF", L"\xDCF0\xDC8F\xDCBF\xDCBF"},  // overlong
+        {"\xED\xB2\x80", L"\xDCED\xDCB2\xDC80"},            // a surrogate: an escape's own form
+        {"\xF4\x90\x80\x80", L"\xDCF4\xDC90\xDC80\xDC80"},  // above U+10FFFF
+        {"\xF8\x88\x80\x80\x80", L"\xDCF8\xDC88\xDC80\xDC80\xDC80"},
+        {"\xFF", L"\xDCFF"},
+    };
+    for (const DecodeCase& c : cases) {
+        EXPECT_EQ(hex(toWide(c.bytes)), hex(c.wide)) << hex(c.bytes);
+        EXPECT_EQ(hex(toMultibyte(c.wide)), hex(c.bytes));
+    }
+}
+
+TEST(NameText, OfTheCLocaleLoseNothing) {
+    const ScopedLocale locale("C");
+    EXPECT_EQ(hex(toWide("a\xC3\xA9")), hex(L"a\xDCC3\xDCA9"));
+    EXPECT_EQ(hex(toMultibyte(L"a\xDCC3\xDCA9")), hex("a\xC3\xA9"));
+    // What the locale cannot encode is written as UTF-8.
+    EXPECT_EQ(hex(toMultibyte(L"\xE9\x20AC\x1F600")), hex("\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"));
+}
+
+TEST(NameText, AppendBehindWhatIsThere) {
+    const ScopedLocale locale("C.UTF-8");
+    std::wstring wide = L"/a/";
+    appendWide(wide, "b\xC3\xA9");
+    EXPECT_EQ(wide, L"/a/b\xE9");
+    std::string bytes = "/a/";
+    appendMultibyte(bytes, wide.substr(3));
+    EXPECT_EQ(bytes, "/a/b\xC3\xA9");
+    EXPECT_EQ(myMbsToWcs(nullptr), nullptr);
+    EXPECT_EQ(myWcsToMbs(nullptr), nullptr);
+}
+
+TEST(Utf8, EncodesUpToSixBytes) {
+    const struct {
+        wchar_t c;
+        const char* bytes;
+    } cases[] = {
+        {0x7F, "7f"},
+        {0x80, "c280"},
+        {0x7FF, "dfbf"},
+        {0x800, "e0a080"},
+        {0xDC80, "edb280"},
+        {0xFFFF, "efbfbf"},
+        {0x10000, "f0908080"},
+        {0x1FFFFF, "f7bfbfbf"},
+        {0x200000, "f888808080"},
+        {0x3FFFFFF, "fbbfbfbfbf"},
+        {0x4000000, "fc8480808080"},
+        {0x7FFFFFFF, "fdbfbfbfbfbf"},
+        {static_cast<wchar_t>(0x80000000u), "efbfbd"},  // no such form: the replacement
+    };
+    for (const auto& c : cases) {
+        const wchar_t text[] = {c.c, 0};
+        unsigned char out[8];
+        EXPECT_EQ(stringToUTF8(out, sizeof out, text), 1u);
+        const std::string bytes = reinterpret_cast<char*>(out);
+        EXPECT_EQ(hex(bytes), c.bytes);
+        EXPECT_EQ(utf8Length(c.c), bytes.size());
+
+        wchar_t back[2];
+        EXPECT_EQ(utf8ToWideChar(back, 2, out), 1u);
+        EXPECT_EQ(back[0], c.c > 0 ? c.c : 0xFFFD) << c.bytes;
+    }
+}
+
+TEST(Utf8, SkipsWhatDoesNotFit) {
+    unsigned char out[6] = "?????";
+    EXPECT_EQ(stringToUTF8(out, 4, L"ab\x20AC\xE9z"), 3u);  // the euro and the e go, the z fits
+    EXPECT_STREQ(reinterpret_cast<char*>(out), "abz");
+    EXPECT_EQ(out[4], '?');
+    EXPECT_EQ(stringToUTF8(out, 1, L"a"), 0u);
+    EXPECT_EQ(out[0], 0);
+    out[0] = '?';
+    EXPECT_EQ(stringToUTF8(out, 0, L"a"), 0u);
+    EXPECT_EQ(out[0], '?');
+
+    DynamicBuffer<unsigned char> buffer;
+    EXPECT_EQ(stringToUTF8(buffer, L"\x20AC\x7FFFFFFF"), 2u);
+    EXPECT_EQ(hex(reinterpret_cast<char*>(buffer.data())), "e282acfdbfbfbfbfbf");
+    EXPECT_EQ(buffer.size(), 13u);
+    EXPECT_EQ(stringToUTF8(buffer, L"x"), 1u);
+    EXPECT_EQ(buffer.size(), 13u);  // it never shrinks
+}
+
+TEST(Utf8, DecodesWithoutValidating) {
+    const struct {
+        const char* bytes;
+        std::wstring wide;
+    } cases[] = {
+        {"a\xC3\xA9", L"a\xE9"},
+        {"\x85z", {5, L'z'}},                 // a stray continuation: its low six bits
+        {"\xC1\x81", L"A"},                   // overlong
+        {"\xC3zy", {(3 << 6) | 0x3A, L'y'}},  // any byte continues
+        {"\xFE\x81\x80\x80\x80\x80\x80", {1 << 30}},
+        {"\xE2\x82", {(2 << 6) | 2}},  // cut by the terminator: what there is
+        {"x\xFC", {L'x', 0}},
+    };
+    for (const auto& c : cases) {
+        // Exactly as long as the text: a read behind the terminator is seen.
+        const std::size_t size = std::strlen(c.bytes) + 1;
+        const auto bytes = std::make_unique<unsigned char[]>(size);
+        std::memcpy(bytes.get(), c.bytes, size);
+        wchar_t out[8];
+        const unsigned count = utf8ToWideChar(out, 8, bytes.get());
+        EXPECT_EQ(hex(std::wstring_view(out, count)), hex(c.wide)) << hex(c.bytes);
+        EXPECT_EQ(out[count], 0);
+    }
+    wchar_t out[3] = {L'?', L'?', L'?'};
+    EXPECT_EQ(utf8ToWideChar(out, 2, reinterpret_cast<const unsigned char*>("\xC3\xA9z")), 1u);
+    EXPECT_STREQ(out, L"\xE9");
+    EXPECT_EQ(out[2], L'?');
+    EXPECT_EQ(utf8ToWideChar(out, 0, reinterpret_cast<const unsigned char*>("a")), 0u);
+}
+
+}  // namespace

@@ -1,0 +1,113 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "fscanner/fs/fs_resource_manager.h"
+
+using namespace fscanner;
+
+namespace {
+
+std::string calls;
+
+void record(int code, void* context) {
+    calls += static_cast<const char*>(context) + std::to_string(code);
+}
+
+void other(int, void*) {
+    calls += "other";
+}
+
+void removeItself(int, void* context) {
+    calls += "self";
+    FsResourceManager::getInstance()->removeCleanupHandler(removeItself, context);
+}
+
+void shout(int, void*) {
+    std::fputs("called", stderr);
+}
+
+char a[] = "a";
+char b[] = "b";
+char c[] = "c";
+
+// Dies after the registry has forgotten its registrations, as a host's static
+// reader may.
+struct LateRemover {
+    ~LateRemover() {
+        FsResourceManager::getInstance()->removeCleanupHandler(shout, nullptr);
+        FsResourceManager::getInstance()->invokeCleanupHandlers(1);
+    }
+} lateRemover;
+
+class CleanupHandlers : public testing::Test {
+protected:
+    void SetUp() override {
+        calls.clear();
+        for (char* context : {a, b, c}) manager_.addCleanupHandler(record, context);
+    }
+    void TearDown() override {
+        for (char* context : {a, b, c, a}) manager_.removeCleanupHandler(record, context);
+    }
+    std::string invoked(int code) {
+        calls.clear();
+        manager_.invokeCleanupHandlers(code);
+        return calls;
+    }
+
+    FsResourceManager& manager_ = *FsResourceManager::getInstance();
+};
+
+TEST_F(CleanupHandlers, RunFromTheLatest) {
+    EXPECT_EQ(&manager_, FsResourceManager::getInstance());
+    EXPECT_EQ(invoked(7), "c7b7a7");
+    EXPECT_EQ(invoked(0), "c0b0a0");  // they stay
+}
+
+TEST_F(CleanupHandlers, AreRemovedByPair) {
+    manager_.addCleanupHandler(record, a);
+    manager_.removeCleanupHandler(record, a);  // the latest of the two
+    EXPECT_EQ(invoked(1), "c1b1a1");
+    manager_.removeCleanupHandler(record, b);
+    EXPECT_EQ(invoked(1), "c1a1");
+    manager_.removeCleanupHandler(record, a);
+    manager_.removeCleanupHandler(record, c);
+    EXPECT_EQ(invoked(1), "");
+    manager_.removeCleanupHandler(record, c);  // from an empty registry
+}
+
+TEST_F(CleanupHandlers, UnknownPairsAndNullAreIgnored) {
+    manager_.removeCleanupHandler(other, a);
+    manager_.removeCleanupHandler(record, nullptr);
+    manager_.addCleanupHandler(nullptr, a);
+    EXPECT_EQ(invoked(1), "c1b1a1");
+}
+
+TEST_F(CleanupHandlers, MayRemoveThemselves) {
+    manager_.addCleanupHandler(removeItself, nullptr);
+    EXPECT_EQ(invoked(1), "selfc1b1a1");
+    EXPECT_EQ(invoked(1), "c1b1a1");
+}
+
+TEST_F(CleanupHandlers, RunFromASignalHandler) {
+    const auto old = std::signal(
+        SIGUSR1, [](int) { FsResourceManager::getInstance()->invokeCleanupHandlers(9); });
+    std::raise(SIGUSR1);
+    std::signal(SIGUSR1, old);
+    EXPECT_EQ(calls, "c9b9a9");
+}
+
+TEST_F(CleanupHandlers, AreForgottenAtExit) {
+    EXPECT_EXIT(
+        {
+            manager_.addCleanupHandler(shout, nullptr);
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), testing::Not(testing::HasSubstr("called")));
+}
+
+}  // namespace
