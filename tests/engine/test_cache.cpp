@@ -9,6 +9,7 @@
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_explain.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
@@ -370,6 +371,51 @@ TEST_F(CacheTest, ALostLockFileLetsNobodyIn) {
     const std::wstring name = accessMutexName(cache.directory().wide());
     std::filesystem::remove("/tmp/" + toMultibyte(name));
     EXPECT_EQ(inChild([&] { return cache.make()->lock(150) == FS_CACHE_LOCK_TIMED_OUT; }), 1);
+}
+
+TEST_F(CacheTest, ReportsWhatItHoldsAndWhatAQueryWouldDo) {
+    everything("d");
+    tree.file("gone/x");
+    query.addIncludePath(tree.wide("gone").c_str(), true);
+    query.addIncludePath((L"$local::*:" + tree.wide("d/e")).c_str(), true);
+    query.addExcludePath(tree.wide("d/e").c_str(), true);
+    query.addIncludePath(L"$other::/nowhere", true);
+    query.setQuery(L"[FILENAME]==\"in\"");
+    FsQueryReport plan;
+    ASSERT_TRUE(fsExplainQuery(query, plan));
+    ASSERT_EQ(plan.steps.size(), 2U);
+    EXPECT_EQ(plan.steps[0].way, FsSearchWay::direct);
+    EXPECT_EQ(plan.steps[0].exclusions, std::vector{tree.wide("d/e")});
+    EXPECT_EQ(plan.unresolved, std::vector<std::wstring>{L"$other::/nowhere"});
+    EXPECT_EQ(plan.criteria.indexField, L"FILENAME");
+
+    auto open = cache.open();
+    ASSERT_TRUE(open->explain(query, kDay, plan));
+    EXPECT_EQ(plan.steps[0].way, FsSearchWay::rebuilt);
+    EXPECT_FALSE(plan.steps[0].inCache);
+    CollectingWriter writer;
+    ASSERT_EQ(open->executeQuery(writer, query, kMinute, kDay), 0);
+    std::filesystem::remove_all(tree.path("gone"));
+    ASSERT_TRUE(open->explain(query, kDay, plan));
+    EXPECT_EQ(plan.steps[0].way, FsSearchWay::cached);
+    EXPECT_EQ(plan.steps[1].way, FsSearchWay::cached);
+    ASSERT_TRUE(open->explain(query, 0U - 10, plan));
+    EXPECT_TRUE(plan.steps[0].inCache);
+    EXPECT_EQ(plan.steps[0].way, FsSearchWay::rebuilt);
+    EXPECT_EQ(plan.steps[1].way, FsSearchWay::noDirectory);
+
+    FsCacheReport report;
+    ASSERT_TRUE(open->report(report));
+    ASSERT_EQ(report.trees.size(), 2U);
+    EXPECT_EQ(report.trees[0].path, tree.wide("d"));
+    EXPECT_EQ(report.trees[0].files, 2U);
+    EXPECT_EQ(report.trees[0].directories, 2U);
+    EXPECT_EQ(report.trees[1].files, 1U);
+    EXPECT_EQ(report.removedRecords, 0U);
+    // The ancestors' records are no trees, but records they are.
+    EXPECT_GT(report.records, 6U);
+    open->close();
+    EXPECT_FALSE(open->report(report));
 }
 
 TEST(CacheNames, MutexAndFiles) {

@@ -3,7 +3,9 @@
 #include <exception>
 
 #include "fscanner/engine/cache_query.h"
+#include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/explain.h"
 #include "fscanner/fs/debug.h"
 
 // The wall between plug-ins and the cache: nothing is thrown beyond it, and the codes
@@ -90,7 +92,7 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
         }
         // Without a mount table there is no drive to search, and nothing is found.
         if (!plan) return FS_CACHE_SUCCESS;
-        CacheQuery run(*store_, writer, query, timeout, maxCacheAge);
+        CacheQuery run(*store_, query, maxCacheAge, &writer, timeout);
         if (monitor_) return run.monitored(*plan);
         return run.cacheOnly(
             *plan, form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly");
@@ -113,6 +115,28 @@ const QueryPlan* FS_Cache::makePlan(Form form, QueryPlan& fresh, const FsQuery& 
     fresh.prune(query);
     fresh.resolve(query);
     return &fresh;
+}
+
+bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report) {
+    if (!store_ || !store_->usable()) return false;
+    return guarded("explain", false, [&] {
+        QueryPlan plan;
+        if (!makePlan(Form::plain, plan, query)) return false;
+        report = FsQueryReport();
+        describePlan(plan, query, report);
+        CacheQuery lookup(*store_, query, maxCacheAge);
+        for (std::size_t i = 0; i < report.steps.size(); ++i)
+            lookup.explain(plan.pairs()[i], monitor_, report.steps[i]);
+        return true;
+    });
+}
+
+bool FS_Cache::report(FsCacheReport& report) {
+    if (!store_ || !store_->usable()) return false;
+    return guarded("report", false, [&] {
+        report = FsCacheReport();
+        return reportCache(*store_, report);
+    });
 }
 
 int FS_Cache::startMonitor(FsMonitor*) {

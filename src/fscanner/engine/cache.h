@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "fscanner/export.h"
 
@@ -8,6 +10,7 @@ namespace fscanner {
 
 class FsMonitor;
 class FsQuery;
+struct FsQueryReport;
 class FsResultSetWriter;
 class CacheStore;
 class QueryPlan;
@@ -28,6 +31,21 @@ enum FsCacheStatus : int {
     FS_CACHE_ALREADY_OPENED = -51,
     FS_CACHE_LOCK_TIMED_OUT = -52,
     FS_CACHE_FAILURE = -53,
+};
+
+/// One tree that a cache holds.
+struct FSCANNER_EXPORT FsCachedTree {
+    std::wstring path;
+    long long builtAt = 0;  ///< seconds since the epoch
+    unsigned long long files = 0;
+    unsigned long long directories = 0;
+};
+
+/// What a cache holds.
+struct FSCANNER_EXPORT FsCacheReport {
+    std::vector<FsCachedTree> trees;  ///< by path
+    unsigned long long records = 0;
+    unsigned long long removedRecords = 0;  ///< that still take space until `compact`
 };
 
 /// A directory of the disk that remembers trees of the file system, so that later
@@ -71,6 +89,11 @@ public:
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                        unsigned maxCacheAge);
+
+    /// Reports what the next `executeQuery` with this age would do, and what an open
+    /// cache holds. False when the cache is not open, broken, or found damaged.
+    bool explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report);
+    bool report(FsCacheReport& report);
 
     /// Reserved; 0, and the monitor is not kept.
     int startMonitor(FsMonitor* monitor);

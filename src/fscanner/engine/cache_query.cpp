@@ -25,13 +25,22 @@ std::vector<PathInfo> localPaths(const std::vector<PathDrive>& pairs) {
 
 }  // namespace
 
+CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCacheAge,
+                       FsResultSetWriter* writer, unsigned timeout)
+    : store_(store),
+      tree_(store),
+      query_(query),
+      writer_(writer),
+      timeout_(timeout),
+      now_(static_cast<unsigned>(getCurrentTime())),
+      oldest_(now_ - maxCacheAge) {}
+
 // ---- Cache only -------------------------------------------------------------
 
 int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
-    const unsigned limit = static_cast<unsigned>(getCurrentTime()) - maxCacheAge_;
     for (const PathDrive& pair : plan.pairs()) {
         if (QueryPlan::isLocal(pair)) {
-            if (const int status = refresh(plan, pair, limit, name)) return status;
+            if (const int status = refresh(plan, pair, name)) return status;
             continue;
         }
         debug(
@@ -43,26 +52,22 @@ int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
 }
 
 // Sees to it that a local pair's tree is in the cache and young enough.
-int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, unsigned limit,
-                        const char* name) {
+int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char* name) {
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
-    const bool found = find(pair);
-    const RecordSet& record = store_.directoryRecords();
-    const unsigned built = found ? record.getFieldAsInt32(DIRECTORIES_CREATIONTIME) : 0;
-    // 0 is an ancestor's record and never young, also when the limit comes to 0.
-    if (built != 0 && built >= limit) {
+    const Found found = find(pair);
+    if (isYoung(found.built)) {
         debug("FS_Cache::%s - retrieving data from cache...\n", name);
         return FS_CACHE_SUCCESS;
     }
-    if (found) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
+    if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
     // What the query itself leaves out stays as it is: nothing of it will be extracted.
     if (checkPathList(path, plan.exclusions(pair), query_.getCaseSensitive(),
                       pair.path.getRecursive()))
         return FS_CACHE_SUCCESS;
-    if (found) {
-        const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
+    if (found.record) {
+        const unsigned id = store_.directoryRecords().getFieldAsInt32(DIRECTORIES_ID);
         if (!store_.beginChanges()) return FS_CACHE_UNUSABLE;
         tree_.removeTree(store_.directories(), store_.files(), id);
         debug("FS_Cache::%s - tree removed!\n", name);
@@ -93,10 +98,7 @@ int CacheQuery::monitored(const QueryPlan& plan) {
         const wchar_t* path = pair.path.getPathName();
         debug("%s - scanning [%ls] path...\n", kMonitored, path);
         const bool local = QueryPlan::isLocal(pair);
-        const bool cached =
-            local && find(pair) &&
-            store_.directoryRecords().getFieldAsInt32(DIRECTORIES_CREATIONTIME) != 0;
-        if (cached) {
+        if (local && find(pair).built != 0) {
             debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
             fromCache.push_back(pair);
         } else {
@@ -117,12 +119,16 @@ int CacheQuery::monitored(const QueryPlan& plan) {
 
 int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
     FileProcessor processor(query_.getQuery(), query_.getCaseSensitive());
-    return scanPair(writer_, query_, plan, processor, pair, kNoTimeout);
+    return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
 }
 
-bool CacheQuery::find(const PathDrive& pair) {
-    return tree_.findPathByName(store_.directoryRecords(), store_.ancestorRecords(),
-                                pair.path.getPathName(), query_.getCaseSensitive());
+// The time 0 is that of an ancestor's record, which was never built.
+CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
+    RecordSet& record = store_.directoryRecords();
+    if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(),
+                              query_.getCaseSensitive()))
+        return {false, 0};
+    return {true, record.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
 }
 
 int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs) {
@@ -132,7 +138,20 @@ int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pai
     const ExtractionRequest request{query_.getQuery(), plan.drives(), pairs,
                                     include,           exclude,       query_.getCaseSensitive(),
                                     timeout_};
-    return extractResults(store_, tree_, writer_, request);
+    return extractResults(store_, tree_, *writer_, request);
+}
+
+void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {
+    if (!QueryPlan::isLocal(pair) || step.way == FsSearchWay::left) return;
+    const Found found = find(pair);
+    step.inCache = found.built != 0;
+    step.ageSeconds = step.inCache && now_ > found.built ? now_ - found.built : 0;
+    const bool served = monitored ? step.inCache : isYoung(found.built);
+    if (served) {
+        step.way = FsSearchWay::cached;
+    } else if (!monitored && step.way == FsSearchWay::direct) {
+        step.way = FsSearchWay::rebuilt;
+    }
 }
 
 // ---- The kept plan ----------------------------------------------------------

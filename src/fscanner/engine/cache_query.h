@@ -2,6 +2,7 @@
 
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"
+#include "fscanner/fs/fs_explain.h"
 
 namespace fscanner {
 
@@ -17,31 +18,37 @@ class FsResultSetWriter;
 /// made for the call, or kept by the process.
 class CacheQuery {
 public:
-    CacheQuery(CacheStore& store, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
-               unsigned maxCacheAge)
-        : store_(store),
-          tree_(store),
-          writer_(writer),
-          query_(query),
-          timeout_(timeout),
-          maxCacheAge_(maxCacheAge) {}
+    /// `timeout` is in milliseconds, `maxCacheAge` in seconds. Without a writer the query
+    /// can only be explained.
+    CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCacheAge,
+               FsResultSetWriter* writer = nullptr, unsigned timeout = 0);
 
     /// 0, -40, -41 or -42. `name` is the operation's, for the log.
     int cacheOnly(const QueryPlan& plan, const char* name);
     int monitored(const QueryPlan& plan);
+    /// Completes a step that may be answered from the cache.
+    void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
 
 private:
+    /// A built tree's time, 0 when the pair has none; the record is then at hand.
+    struct Found {
+        bool record;
+        unsigned built;
+    };
+    Found find(const PathDrive& pair);
+    bool isYoung(unsigned built) const { return built != 0 && built >= oldest_; }
+
     int scanDirectly(const QueryPlan& plan, const PathDrive& pair);
-    int refresh(const QueryPlan& plan, const PathDrive& pair, unsigned limit, const char* name);
-    bool find(const PathDrive& pair);
+    int refresh(const QueryPlan& plan, const PathDrive& pair, const char* name);
     int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs);
 
     CacheStore& store_;
     CacheTree tree_;
-    FsResultSetWriter& writer_;
     const FsQuery& query_;
+    FsResultSetWriter* writer_;
     unsigned timeout_;
-    unsigned maxCacheAge_;
+    unsigned now_;
+    unsigned oldest_;  // when a tree must have been built at the earliest; wraps
 };
 
 /// A plan that a process keeps between queries and brings up to date with each: the

@@ -32,6 +32,9 @@ public:
 
     /// All mounted drives, parents before children, then those reached through links.
     const std::vector<DriveInfo>& drives() const { return drives_; }
+    /// The mounted drives alone, and those of them that the query's file systems allow.
+    const std::vector<DriveInfo>& mounted() const { return mounted_; }
+    const std::vector<DriveInfo>& searched() const { return current_; }
     /// The pairs to search, enclosing ones first.
     const std::vector<PathDrive>& pairs() const { return pairs_; }
     const ResolvedPaths& included() const { return included_; }

@@ -1,0 +1,75 @@
+#include "fscanner/engine/explain.h"
+
+#include <exception>
+
+#include "fscanner/engine/fsbuild.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_query.h"
+
+namespace fscanner {
+
+namespace {
+
+std::wstring text(const wchar_t* s) {
+    return s ? s : L"";
+}
+
+// Those of the paths that concern a search of `pair`: patterns may, all others must lie
+// inside it.
+std::vector<std::wstring> inside(const PathDrive& pair, const std::vector<PathInfo>& paths) {
+    std::vector<std::wstring> found;
+    for (const PathInfo& path : paths) {
+        const std::vector<PathInfo> whole = {PathInfo(pair.path.getPathName(), true)};
+        if (checkWildCard(path.getPathName()) ||
+            checkPathList(path.getPathName(), whole, true, false))
+            found.push_back(path.getPathName());
+    }
+    return found;
+}
+
+FsPlanStep describe(const QueryPlan& plan, const PathDrive& pair, bool caseSensitive) {
+    FsPlanStep step;
+    step.path = text(pair.path.getPathName());
+    step.recursive = pair.path.getRecursive();
+    step.mountPoint = std::wstring(PathHelper::driveText(pair.drive));
+    step.fileSystem = text(pair.drive.getFileSystem());
+    step.type = pair.drive.getType();
+    step.exclusions = inside(pair, plan.exclusions(pair));
+    for (const PathInfo& mount : plan.mountPoints(pair))
+        step.mountPoints.push_back(text(mount.getPathName()));
+    if (checkPathList(step.path.c_str(), plan.exclusions(pair), caseSensitive, step.recursive)) {
+        step.way = FsSearchWay::left;
+    } else if (!fs_isValidPath(step.path.c_str())) {
+        step.way = FsSearchWay::noDirectory;
+    }
+    return step;
+}
+
+}  // namespace
+
+void describePlan(const QueryPlan& plan, const FsQuery& query, FsQueryReport& report) {
+    report.drives = static_cast<unsigned>(plan.mounted().size());
+    report.searchedDrives = static_cast<unsigned>(plan.searched().size());
+    report.criteria = fsCheckCriteria(query.getQuery() ? query.getQuery() : L"");
+    for (const PathDrive& pair : plan.pairs())
+        report.steps.push_back(describe(plan, pair, query.getCaseSensitive()));
+    for (const PathDrive& entry : plan.included().unresolved)
+        report.unresolved.push_back(text(entry.path.getPathName()));
+}
+
+bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
+    try {
+        report = FsQueryReport();
+        QueryPlan plan;
+        if (!plan.discover()) return false;
+        plan.prune(query);
+        plan.resolve(query);
+        describePlan(plan, query, report);
+        return true;
+    } catch (const std::exception& failure) {
+        debug("::fsExplainQuery - failed: %s\n", failure.what());
+        return false;
+    }
+}
+
+}  // namespace fscanner
