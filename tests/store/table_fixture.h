@@ -116,7 +116,7 @@ public:
     std::string file(const std::string& name) const { return directory / name; }
     bool exists(const std::string& name) const { return std::filesystem::exists(file(name)); }
 
-    TemporaryDirectory directory;
+    TemporaryDirectory directory{memoryDirectory()};
     LockDirectory locks{directory.path().string()};
     std::unique_ptr<FS_Table> table;
 
