@@ -60,9 +60,4 @@ Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) 
     return file;
 }
 
-bool syncDirectory(const char* path) {
-    const Descriptor directory(::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return directory && ::fsync(directory.get()) == 0;
-}
-
 }  // namespace fscanner

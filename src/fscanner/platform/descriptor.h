@@ -37,7 +37,4 @@ enum class OpenMode { existing, emptied };
 /// the host may have closed, and is not inherited. Empty, with errno, on failure.
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions);
 
-/// Waits until the names in a directory are on disk as they are now.
-bool syncDirectory(const char* path);
-
 }  // namespace fscanner

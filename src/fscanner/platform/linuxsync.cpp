@@ -43,19 +43,11 @@ bool isTrusted(int descriptor) {
            (status.st_uid == geteuid() || status.st_uid == 0);
 }
 
-int openLockFile(const char* path) {
+Descriptor openLockFile(const char* path) {
     const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    int descriptor = ::open(path, flags, 0600);
-    if (descriptor >= 0 && descriptor <= 2) {
-        const int lifted = fcntl(descriptor, F_DUPFD_CLOEXEC, 3);
-        ::close(descriptor);
-        descriptor = lifted;
-    }
-    if (descriptor >= 0 && !isTrusted(descriptor)) {
-        ::close(descriptor);
-        descriptor = -1;
-    }
-    return descriptor;
+    Descriptor file = aboveStandardStreams(Descriptor(::open(path, flags, 0600)));
+    if (!file || !isTrusted(file.get())) return {};
+    return file;
 }
 
 }  // namespace
@@ -94,28 +86,28 @@ char LinuxSharedMutex::storePath[1024] = "/tmp/";
 LinuxSharedMutex::LinuxSharedMutex(const char* name) {
     if (!name) return;
     path_ = std::string(storePath) + name;
-    descriptor_ = openLockFile(path_.c_str());
+    file_ = openLockFile(path_.c_str());
 }
 
 LinuxSharedMutex::~LinuxSharedMutex() {
-    if (descriptor_ != -1) ::close(descriptor_);
+    file_.close();
     if (!path_.empty()) ::unlink(path_.c_str());
 }
 
 int LinuxSharedMutex::release() {
-    return descriptor_ == -1 ? -1 : lockf(descriptor_, F_ULOCK, 0);
+    return file_ ? lockf(file_.get(), F_ULOCK, 0) : -1;
 }
 
 int LinuxSharedMutex::wait() {
-    if (descriptor_ == -1) return SYNC_FAILED;
-    return lockf(descriptor_, F_LOCK, 0) == 0 ? SYNC_SUCCESS : SYNC_FAILED;
+    if (!file_) return SYNC_FAILED;
+    return lockf(file_.get(), F_LOCK, 0) == 0 ? SYNC_SUCCESS : SYNC_FAILED;
 }
 
 int LinuxSharedMutex::wait(long milliseconds) {
-    if (descriptor_ == -1) return SYNC_FAILED;
+    if (!file_) return SYNC_FAILED;
     long tries = milliseconds / tryInterval + (milliseconds % tryInterval >= 1 ? 1 : 0);
     for (; tries >= 1; --tries) {
-        if (lockf(descriptor_, F_TLOCK, 0) == 0) return SYNC_SUCCESS;
+        if (lockf(file_.get(), F_TLOCK, 0) == 0) return SYNC_SUCCESS;
         if (errno != EAGAIN && errno != EACCES) return SYNC_FAILED;
         std::this_thread::sleep_for(std::chrono::milliseconds(tryInterval));
     }

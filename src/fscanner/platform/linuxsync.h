@@ -3,6 +3,7 @@
 #include <string>
 
 #include "fscanner/platform/abstract_sync.h"
+#include "fscanner/platform/descriptor.h"
 
 namespace fscanner {
 
@@ -64,7 +65,7 @@ public:
     static bool setStorePath(const char* path);
 
 private:
-    int descriptor_ = -1;
+    Descriptor file_;
     std::string path_;
 
     static char storePath[1024];

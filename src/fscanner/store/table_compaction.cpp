@@ -3,9 +3,8 @@
 #include <utility>
 
 #include "fscanner/common/paths.h"
-#include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
-#include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/small_file.h"
 #include "fscanner/store/table.h"
 
 namespace fscanner {
@@ -77,7 +76,7 @@ private:
             renamed = renameFile(from.c_str(), to.c_str()) == 0 && renamed;
         }
         if (!renamed) return table_.reportDamage("a compaction that stopped half-way");
-        return syncDirectory(toMultibyte(table_.directory_).c_str());
+        return syncDirectory(table_.directory_);
     }
 
     FS_Table& table_;
