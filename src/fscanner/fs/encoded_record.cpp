@@ -133,7 +133,8 @@ int compareFolded(Pieces a, Pieces b) {
 
 bool isWellFormed(std::span<const unsigned char> bytes) {
     while (!bytes.empty()) {
-        if (!takeText(bytes) || !takeText(bytes) || !takeNumbers(bytes)) return false;
+        const bool texts = takeText(bytes) && takeText(bytes);  // NOLINT(misc-redundant-expression)
+        if (!texts || !takeNumbers(bytes)) return false;
     }
     return true;
 }

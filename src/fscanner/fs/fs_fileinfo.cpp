@@ -153,9 +153,13 @@ FsFileInfo& FsFileInfo::operator=(FsFileInfo&& other) noexcept {
 
 FsFileInfo::~FsFileInfo() = default;
 
-void FsFileInfo::forgetInfo() { facts_ = Facts(); }
+void FsFileInfo::forgetInfo() {
+    facts_ = Facts();
+}
 
-void FsFileInfo::setError() { facts_.error = 1; }
+void FsFileInfo::setError() {
+    facts_.error = 1;
+}
 
 void FsFileInfo::clear() {
     *this = FsFileInfo();

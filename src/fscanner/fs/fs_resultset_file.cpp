@@ -92,7 +92,7 @@ int FsResultSetWriter_OnFile::close() {
 }
 
 FsResultSetReader_OnFile::FsResultSetReader_OnFile(const char* filename) {
-    assert(filename != 0);
+    assert(filename != 0);  // NOLINT(modernize-use-nullptr): what it prints is part of the face
     name_ = filename;
 }
 
