@@ -105,16 +105,16 @@ private:
     class Text {
     public:
         Text() = default;
-        Text(const Text& other);
-        Text(Text&& other) noexcept;
-        Text& operator=(Text&& other) noexcept;
-        ~Text();
+        FSCANNER_HIDDEN Text(const Text& other);
+        FSCANNER_HIDDEN Text(Text&& other) noexcept;
+        FSCANNER_HIDDEN Text& operator=(Text&& other) noexcept;
+        FSCANNER_HIDDEN ~Text();
 
         const wchar_t* get() const { return data_; }
         /// False, with no text kept, when memory runs out.
-        bool assign(const wchar_t* s);
+        FSCANNER_HIDDEN bool assign(const wchar_t* s);
         /// Takes over a text that `new[]` made.
-        void adopt(wchar_t* s);
+        FSCANNER_HIDDEN void adopt(wchar_t* s);
 
     private:
         wchar_t* data_ = nullptr;
@@ -137,8 +137,8 @@ private:
         unsigned error = 0;
     };
 
-    void setText(Text& text, const wchar_t* s);
-    bool fetchFailed() const;
+    FSCANNER_HIDDEN void setText(Text& text, const wchar_t* s);
+    FSCANNER_HIDDEN bool fetchFailed() const;
 
     Text path_;
     Text name_;

@@ -38,7 +38,7 @@ public:
     bool matches(const FsFileInfo& record);
 
 private:
-    FsRecordFilter();
+    FSCANNER_HIDDEN FsRecordFilter();
     struct State;
     std::unique_ptr<State> state_;
 };

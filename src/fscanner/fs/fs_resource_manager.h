@@ -43,7 +43,7 @@ private:
     struct ExitCleaner;
 
     constexpr FsResourceManager() = default;
-    void clear();
+    FSCANNER_HIDDEN void clear();
 
     std::atomic<Registration*> head_ = nullptr;
 };

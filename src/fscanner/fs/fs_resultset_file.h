@@ -50,7 +50,7 @@ public:
     int toBookmark() override;
 
 private:
-    void closeFile();
+    FSCANNER_HIDDEN void closeFile();
 
     std::string name_;
     unsigned bookmark_ = 0;
@@ -76,8 +76,8 @@ public:
     FsResultSetWriter* getWriter() override;
 
 private:
-    void chooseName();
-    bool claimFile();
+    FSCANNER_HIDDEN void chooseName();
+    FSCANNER_HIDDEN bool claimFile();
 
     std::string name_;
     bool claimed_ = false;                 // whether the file is there, and ours

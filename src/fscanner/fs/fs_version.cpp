@@ -1,4 +1,5 @@
 #include "fscanner/fs/fs_inspect.h"
+#include "fscanner/version.h"
 
 namespace fscanner {
 
