@@ -35,7 +35,8 @@ public:
     void set(char type, long long number, std::wstring_view text) {
         type_ = type;
         number_ = number;
-        text_.assign(text);
+        // A number after a number, the common case, touches no text.
+        if (!text.empty() || !text_.empty()) text_.assign(text);
     }
     /// The field or variable that the value was read from; empty otherwise.
     const wchar_t* getNValueString() const { return name_.c_str(); }
