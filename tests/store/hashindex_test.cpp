@@ -28,7 +28,7 @@ TEST_P(HashIndex, ChainsGiveTheNewestFirst) {
     EXPECT_THAT(chain(L"names", L"X"), ElementsAre(4, 3, 1, 0)) << "letter case plays no part";
     EXPECT_THAT(chain(L"names", L"Y"), ElementsAre(2));
     EXPECT_THAT(chain(L"names", L"Z"), IsEmpty());
-    for (const unsigned id : {4, 1}) ASSERT_TRUE(table->remove(id));
+    for (const unsigned id : {4U, 1U}) ASSERT_TRUE(table->remove(id));
     EXPECT_THAT(chain(L"names", L"X"), ElementsAre(3, 0)) << "removed ones are skipped";
     ASSERT_TRUE(reopen());
     EXPECT_THAT(chain(L"names", L"X"), ElementsAre(3, 0));
