@@ -7,8 +7,13 @@
 root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
 
-# Compiled objects are shared between checkouts through ccache.
+# Compiled objects are shared between checkouts through ccache, which fails without a
+# directory to write to: a user without a home keeps them here.
 export CCACHE_BASEDIR="$root"
+cache=${CCACHE_DIR:-${XDG_CACHE_HOME:-${HOME-}/.cache}/ccache}
+if [ -z "${HOME-}" ] || ! mkdir -p -- "$cache" 2>/dev/null || [ ! -w "$cache" ]; then
+    export CCACHE_DIR=$build/ccache
+fi
 
 # Debian package and what shows that it is there: a command, or an absolute file pattern.
 build_packages=(
