@@ -37,7 +37,7 @@ TEST_P(Table, KeepsRecordsUnderDenseIds) {
 TEST_P(Table, KeepsTextsOfEveryLength) {
     ASSERT_TRUE(create());
     std::vector<Row> rows;
-    for (const unsigned length : {1, 63, 64, 127, 128, 255, 256, 8191, 8192, 65535}) {
+    for (const unsigned length : {1U, 63U, 64U, 127U, 128U, 255U, 256U, 8191U, 8192U, 65535U}) {
         rows.push_back({std::wstring(length, L'x'), length, length, length});
     }
     rows.push_back({std::wstring(10922, L'\U0001F600').substr(0, 10000), 1, 2, 3});
@@ -137,7 +137,7 @@ TEST_P(Table, TakesAtMost256Fields) {
 TEST_P(Table, MovesOverRemovedRecords) {
     ASSERT_TRUE(create());
     for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(a));
-    for (const unsigned id : {0, 2, 3, 5}) ASSERT_TRUE(table->remove(id));
+    for (const unsigned id : {0U, 2U, 3U, 5U}) ASSERT_TRUE(table->remove(id));
     EXPECT_THAT(ids(), ElementsAre(1, 4));
     unsigned id = 99, position = 99;
     EXPECT_FALSE(table->moveLast(id, position)) << "deliberate, though it moved";
@@ -149,7 +149,7 @@ TEST_P(Table, MovesOverRemovedRecords) {
 TEST_P(Table, MovePreviousReportsAFallingId) {
     ASSERT_TRUE(create());
     for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(a));
-    for (const unsigned id : {0, 3}) ASSERT_TRUE(table->remove(id));
+    for (const unsigned id : {0U, 3U}) ASSERT_TRUE(table->remove(id));
     struct Case {
         unsigned from;
         bool found;
