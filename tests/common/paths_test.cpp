@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
 #include "support/current_directory.h"
@@ -21,11 +22,6 @@ using namespace fscanner;
 namespace fs = std::filesystem;
 
 namespace {
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
-using HeapText = std::unique_ptr<wchar_t, Free>;
 
 TEST(Paths, Join) {
     const struct {

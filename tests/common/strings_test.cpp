@@ -9,16 +9,12 @@
 #include <vector>
 
 #include "fscanner/common/file_info.h"
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/string_list.h"
 
 using namespace fscanner;
 
 namespace {
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
-using HeapText = std::unique_ptr<wchar_t, Free>;
 
 TEST(Strings, TrimBlanksOnly) {
     const struct {

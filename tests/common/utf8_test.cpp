@@ -20,7 +20,7 @@ namespace {
 
 std::string hex(std::string_view bytes) {
     std::ostringstream out;
-    for (const unsigned char c : bytes) out << std::hex << std::setw(2) << std::setfill('0') << +c;
+    for (const char c : bytes) out << std::hex << std::setw(2) << std::setfill('0') << (c & 0xFF);
     return out.str();
 }
 

@@ -19,6 +19,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Volatile, or the compiler sees the null texts and refuses them.
+char* volatile noText = nullptr;
+wchar_t* volatile noWideText = nullptr;
+
 class DebugLog : public testing::Test {
 protected:
     void TearDown() override { startDebug(nullptr); }
@@ -98,14 +102,11 @@ TEST_F(DebugLog, FormatsAsLibcDoes) {
     expectAsLibc("%*d|%-*d|%*d|%.*s|%.*s|%*.*d|", 6, 1, 6, 2, -6, 3, 2, "text", -1, "text", 8, 3,
                  4);
     expectAsLibc("100%% %p %5%|", static_cast<void*>(this));
-    expectAsLibc("%s|%.3s|%8s|", static_cast<char*>(nullptr), static_cast<char*>(nullptr),
-                 static_cast<char*>(nullptr));
+    expectAsLibc("%s|%.3s|%8s|", +noText, +noText, +noText);
     expectAsLibc("%S|%ls|%8ls|%-8ls|%.2ls|%.3ls|%C%lc|", L"\x20AC", L"h\xE9", L"h\xE9", L"h\xE9",
                  L"h\xE9llo", L"h\xE9llo", L'\xE9', L'z');
-    expectAsLibc("%ls|%.3ls|%.6ls|", static_cast<wchar_t*>(nullptr), static_cast<wchar_t*>(nullptr),
-                 static_cast<wchar_t*>(nullptr));
+    expectAsLibc("%ls|%.3ls|%.6ls|", +noWideText, +noWideText, +noWideText);
     expectAsLibc("%I64d|%'d|%300d|%.200d", 5, 1234567, 1, 2);  // I is a flag, 64 a width
-    expectAsLibc("no conversion at all\n");
 }
 
 TEST_F(DebugLog, NeverLosesAWideText) {
@@ -114,7 +115,7 @@ TEST_F(DebugLog, NeverLosesAWideText) {
         EXPECT_EQ(logged("a '%S' b\n", L"h\xE9\x20AC"), "a 'h\xC3\xA9\xE2\x82\xAC' b\n") << name;
         EXPECT_EQ(logged("'%8ls'%c\n", L"\xE9\xDCFF", 'x'), "'     \xC3\xA9\xFF'x\n") << name;
         EXPECT_EQ(logged("'%.3ls'\n", L"\xE9\x20AC"), "'\xC3\xA9'\n") << name;
-        EXPECT_EQ(logged("%S", static_cast<wchar_t*>(nullptr)), "(null)") << name;
+        EXPECT_EQ(logged("%S", +noWideText), "(null)") << name;
         EXPECT_EQ(logged("%lc%C", L'\x20AC', L'\xE9'), "\xE2\x82\xAC\xC3\xA9") << name;
     }
     const std::wstring large(100'000, L'\xE9');

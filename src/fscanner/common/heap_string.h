@@ -2,9 +2,18 @@
 
 #include <cstdlib>
 #include <cwchar>
+#include <memory>
 #include <string_view>
 
 namespace fscanner {
+
+/// Releases what malloc gave.
+struct FreeDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+
+/// Owns a wide string of the interfaces that promise `free`.
+using HeapText = std::unique_ptr<wchar_t, FreeDeleter>;
 
 /// A terminated copy in malloc's memory, for the interfaces whose callers
 /// release with `free`. Null when memory runs out.

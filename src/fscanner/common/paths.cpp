@@ -36,15 +36,11 @@ bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** di
     const std::wstring_view path(fullPath);
     const std::size_t at = path.rfind(separator);
     if (at == path.npos) return false;
-    wchar_t* leading = mallocCopy(path.substr(0, at + 1));
-    wchar_t* last = mallocCopy(path.substr(at + 1));
-    if (leading == nullptr || last == nullptr) {
-        std::free(leading);
-        std::free(last);
-        return false;
-    }
-    *dir = leading;
-    *name = last;
+    HeapText leading(mallocCopy(path.substr(0, at + 1)));
+    HeapText last(mallocCopy(path.substr(at + 1)));
+    if (!leading || !last) return false;
+    *dir = leading.release();
+    *name = last.release();
     return true;
 }
 
