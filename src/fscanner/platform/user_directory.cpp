@@ -1,0 +1,65 @@
+#include "fscanner/platform/user_directory.h"
+
+#include <langinfo.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cwctype>
+#include <vector>
+
+namespace fscanner {
+
+namespace {
+
+std::string absoluteVariable(const char* name) {
+    const char* value = secure_getenv(name);
+    return value && *value == '/' ? value : "";
+}
+
+std::string homeOfUser() {
+    std::string home = absoluteVariable("HOME");
+    if (!home.empty()) return home;
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return "";
+    return entry.pw_dir && *entry.pw_dir == '/' ? entry.pw_dir : "";
+}
+
+}  // namespace
+
+std::string userCacheHome() {
+    const std::string chosen = absoluteVariable("XDG_CACHE_HOME");
+    if (!chosen.empty()) return chosen;
+    const std::string home = homeOfUser();
+    return home.empty() ? "" : home + "/.cache";
+}
+
+bool makePrivateDirectories(const std::string& path) {
+    for (std::size_t at = path.find('/', 1);; at = path.find('/', at + 1)) {
+        const std::string part = path.substr(0, at);
+        if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) return false;
+        if (at == std::string::npos) return true;
+    }
+}
+
+bool isPrivateDirectory(const std::string& path) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return false;
+    const bool trusted = info.st_uid == geteuid() || info.st_uid == 0;
+    return trusted && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// Turkish and its neighbours have another capital for "i".
+std::string localeWord() {
+    std::string word = nl_langinfo(CODESET);
+    for (char& c : word)
+        if (c == '/' || c == ':') c = '_';
+    return std::towupper(L'i') == L'I' ? word : word + "-dotted";
+}
+
+}  // namespace fscanner

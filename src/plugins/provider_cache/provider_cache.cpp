@@ -1,0 +1,141 @@
+// The provider over the cache: trees of local drives are answered from the disk while
+// they are young enough. It uses the library's public headers alone, and shows the
+// order in which a cache is used.
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_directory.h"
+#include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/fs_resultset_vector.h"
+#include "fscanner/fs/fs_text.h"
+
+namespace fscanner {
+
+namespace {
+
+// How long to wait for the other processes that use the cache.
+constexpr int kLockMilliseconds = 60000;
+
+// Passes records on and remembers whether there was one.
+class WatchedWriter : public FsResultSetWriter {
+public:
+    explicit WatchedWriter(FsResultSetWriter& to) : to_(to) {}
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                  unsigned attributes) override {
+        written_ = true;
+        return to_.addRecord(path, name, size, attributes);
+    }
+    int addRecord(const FsFileInfo& record) override {
+        written_ = true;
+        return to_.addRecord(record);
+    }
+    int close() override { return to_.close(); }
+    bool written() const { return written_; }
+
+private:
+    FsResultSetWriter& to_;
+    bool written_ = false;
+};
+
+bool parseBool(const char* text, bool& value) {
+    if (std::strcmp(text, "true") == 0 || std::strcmp(text, "1") == 0) {
+        value = true;
+    } else if (std::strcmp(text, "false") == 0 || std::strcmp(text, "0") == 0) {
+        value = false;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+class CacheProvider : public FsProvider {
+public:
+    explicit CacheProvider(const FsConfig* config) {
+        if (!config) return;
+        for (const char* key :
+             {FS_OPTION_CACHE_DIRECTORY, FS_OPTION_MONITORED, FS_OPTION_COMPRESSED}) {
+            const std::string value = config->getString("fscanner", key, "");
+            if (!value.empty()) set(key, value.c_str());
+        }
+    }
+
+    const char* name() const override { return "provider_cache"; }
+    int lastStatus() const override { return lastStatus_; }
+    bool setOption(const char* key, const char* value) override { return set(key, value); }
+    int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
+                     unsigned timeout) override;
+
+private:
+    bool set(const char* key, const char* value);
+    bool prepareDirectory();
+    int runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
+                unsigned maximumAge, unsigned timeout);
+
+    std::wstring directory_;  // empty: the user's own
+    bool monitored_ = false;
+    bool compressed_ = false;
+    int lastStatus_ = FS_CACHE_SUCCESS;
+};
+
+bool CacheProvider::set(const char* key, const char* value) {
+    if (!key || !value) return false;
+    if (std::strcmp(key, FS_OPTION_MONITORED) == 0) return parseBool(value, monitored_);
+    if (std::strcmp(key, FS_OPTION_COMPRESSED) == 0) return parseBool(value, compressed_);
+    if (std::strcmp(key, FS_OPTION_CACHE_DIRECTORY) != 0 || *value != '/') return false;
+    return fsToWide(value, directory_);
+}
+
+bool CacheProvider::prepareDirectory() {
+    if (directory_.empty()) directory_ = fsDefaultCacheDirectory();
+    return fsPrepareCacheDirectory(directory_.c_str());
+}
+
+// A cache that turned out damaged before it gave an answer is made anew once: it is
+// marked by then, and opening it always makes it.
+int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
+                                unsigned maximumAge, unsigned timeout) {
+    lastStatus_ = FS_CACHE_FAILURE;
+    if (!prepareDirectory()) return lastStatus_;
+    // Results in memory are what a host asks for that repeats its queries.
+    const bool keepsPlan = dynamic_cast<FsResultSetWriter_OnVector*>(&writer) != nullptr;
+    WatchedWriter watched(writer);
+    lastStatus_ = runOnce(watched, keepsPlan, query, maximumAge, timeout);
+    if (lastStatus_ == FS_CACHE_UNUSABLE && !watched.written())
+        lastStatus_ = runOnce(watched, keepsPlan, query, maximumAge, timeout);
+    return lastStatus_;
+}
+
+int CacheProvider::runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
+                           unsigned maximumAge, unsigned timeout) {
+    const FsCacheTableNames names = fsCacheTableNames(compressed_);
+    FS_Cache cache(names.directories.c_str(), names.files.c_str(), directory_.c_str(), monitored_,
+                   compressed_, true);
+    if (const int status = cache.lock(kLockMilliseconds)) return status;
+    int status = cache.create(kLockMilliseconds, FS_CACHE_OPEN_ALWAYS);
+    if (status == FS_CACHE_SUCCESS) {
+        // The cache takes the two limits in the other order.
+        status = keepsPlan ? cache.executeQueryEx(writer, query, timeout, maximumAge)
+                           : cache.executeQuery(writer, query, timeout, maximumAge);
+        cache.close();
+        cache.compact();
+    }
+    cache.unlock();
+    return status;
+}
+
+}  // namespace
+
+FsProvider* createProvider(const FsConfig* config) {
+    try {
+        return new CacheProvider(config);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace fscanner

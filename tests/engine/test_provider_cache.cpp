@@ -1,0 +1,115 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "engine/temp_tree.h"
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_resultset_vector.h"
+#include "support/child_process.h"
+
+// The plug-in itself, built into the test: what loading adds is tested with the loader.
+#include "../../src/plugins/provider_cache/provider_cache.cpp"
+
+namespace fscanner {
+namespace {
+
+class ProviderCache : public testing::Test {
+protected:
+    ProviderCache() : provider(createProvider(nullptr)) {
+        tree.file("a.h", 7);
+        tree.file("d/b.h");
+        query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+        provider->setOption(FS_OPTION_CACHE_DIRECTORY, cache.c_str());
+    }
+    std::vector<std::string> found(unsigned age = 3600) {
+        CollectingWriter writer;
+        EXPECT_EQ(provider->executeQuery(writer, query, age, 60000), 0);
+        EXPECT_EQ(provider->lastStatus(), 0);
+        return writer.sorted();
+    }
+
+    TempTree tree;
+    TempTree place{memoryDirectory()};
+    std::string cache = place.path("made/cache");
+    std::unique_ptr<FsProvider> provider;
+    FsQuery query;
+};
+
+TEST_F(ProviderCache, AnswersWithinTheAgeFromItsDirectory) {
+    const std::vector<std::string> old = {tree.path("a.h"), tree.path("d/b.h")};
+    EXPECT_EQ(found(), old);
+    struct stat info {};
+    ASSERT_EQ(stat(cache.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0700U);
+    EXPECT_THAT(readWholeFile(cache + "/CACHEDIR.TAG"),
+                testing::StartsWith("Signature: 8a477f597d28d172789f06886806bc55"));
+    tree.file("new.h");
+    EXPECT_EQ(found(), old);
+    // The age is the third argument, in seconds; one in the future makes all trees old.
+    EXPECT_EQ(found(0U - 10).size(), 3U);
+}
+
+TEST_F(ProviderCache, ResultsInMemoryGiveTheSame) {
+    for (int i = 0; i < 2; ++i) {
+        FsResultSet_OnVector results;
+        EXPECT_EQ(provider->executeQuery(*results.getWriter(), query, 3600, 60000), 0);
+        const std::unique_ptr<FsResultSetReader> reader(results.getReader());
+        FsFileInfo record;
+        int count = 0;
+        for (reader->moveFirst(); reader->getNext(record);) ++count;
+        EXPECT_EQ(count, 2);
+    }
+}
+
+TEST_F(ProviderCache, ADamagedCacheIsMadeAnewWithinTheQuery) {
+    const auto right = found();
+    for (const auto& entry : std::filesystem::directory_iterator(cache))
+        if (entry.path().extension() == ".pxx" && entry.file_size() > 0)
+            writeWholeFile(entry.path(), std::string(entry.file_size(), '\xfe'));
+    EXPECT_EQ(found(), right);
+}
+
+TEST_F(ProviderCache, Options) {
+    EXPECT_STREQ(provider->name(), "provider_cache");
+    EXPECT_FALSE(provider->setOption("colour", "red"));
+    EXPECT_FALSE(provider->setOption(FS_OPTION_COMPRESSED, "maybe"));
+    EXPECT_FALSE(provider->setOption(FS_OPTION_CACHE_DIRECTORY, "relative"));
+    EXPECT_FALSE(provider->setOption(nullptr, "x"));
+    const auto right = found();
+    // The other encoding has tables of its own.
+    EXPECT_TRUE(provider->setOption(FS_OPTION_COMPRESSED, "true"));
+    tree.file("new.h");
+    EXPECT_EQ(found().size(), right.size() + 1);
+    EXPECT_TRUE(provider->setOption(FS_OPTION_COMPRESSED, "false"));
+    EXPECT_EQ(found(), right);
+    EXPECT_TRUE(provider->setOption(FS_OPTION_MONITORED, "true"));
+    EXPECT_EQ(found(0U - 10), right);
+}
+
+TEST_F(ProviderCache, ADirectoryThatOthersMayWriteIsRefused) {
+    found();
+    ASSERT_EQ(chmod(cache.c_str(), 0777), 0);
+    CollectingWriter writer;
+    EXPECT_EQ(provider->executeQuery(writer, query, 3600, 60000), FS_CACHE_FAILURE);
+    EXPECT_EQ(provider->lastStatus(), FS_CACHE_FAILURE);
+    EXPECT_TRUE(writer.paths.empty());
+}
+
+TEST(CacheDirectory, DefaultFollowsTheEnvironment) {
+    const auto directoryWith = [](const char* cacheHome, const char* home) {
+        std::string path;
+        setenv("XDG_CACHE_HOME", cacheHome, 1);
+        setenv("HOME", home, 1);
+        path = toMultibyte(fsDefaultCacheDirectory());
+        return path;
+    };
+    const int verdict = inChild([&] {
+        if (!directoryWith("/c", "/h").starts_with("/c/fscanner/__")) return 1;
+        // A relative one counts as none.
+        if (!directoryWith("c", "/h").starts_with("/h/.cache/fscanner/__")) return 2;
+        return 0;
+    });
+    EXPECT_EQ(verdict, 0);
+}
+
+}  // namespace
+}  // namespace fscanner
