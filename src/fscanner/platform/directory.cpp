@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 
 namespace fscanner {
@@ -17,6 +18,8 @@ namespace {
 constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
 // A buffer that one huge directory has grown is given back beyond this size.
 constexpr std::size_t kKeepCapacity = 1024 * 1024;
+// Behind each packed name: its terminator, the type and the length.
+constexpr std::size_t kTail = 2 + sizeof(std::uint16_t);
 
 // The kernel's record, which glibc does not declare.
 struct LinuxDirent {
@@ -93,24 +96,27 @@ void DirectoryEntries::clear() {
     end_ = 0;
 }
 
+// The length takes two bytes: some file systems deliver names of more than 255.
 void DirectoryEntries::add(std::string_view name, EntryType type) {
-    const std::size_t needed = end_ + name.size() + 3;
+    const auto length = static_cast<std::uint16_t>(name.size());
+    const std::size_t needed = end_ + length + kTail;
     if (data_.size() < needed) data_.resize(needed + needed / 2 + 256);
     char* at = data_.data() + end_;
-    std::memcpy(at, name.data(), name.size());
-    at[name.size()] = '\0';
-    at[name.size() + 1] = static_cast<char>(type);
-    at[name.size() + 2] = static_cast<char>(name.size());
+    std::memcpy(at, name.data(), length);
+    at[length] = '\0';
+    at[length + 1] = static_cast<char>(type);
+    std::memcpy(at + length + 2, &length, sizeof length);
     end_ = needed;
 }
 
 bool DirectoryEntries::takeLast(Entry& entry) {
     if (end_ == 0) return false;
-    const char* end = data_.data() + end_;
-    const std::size_t length = static_cast<unsigned char>(end[-1]);
-    entry.type = static_cast<EntryType>(end[-2]);
-    entry.name = std::string_view(end - 3 - length, length);
-    end_ -= length + 3;
+    const char* tail = data_.data() + end_ - kTail;
+    std::uint16_t length = 0;
+    std::memcpy(&length, tail + 2, sizeof length);
+    entry.type = static_cast<EntryType>(tail[1]);
+    entry.name = std::string_view(tail - length, length);
+    end_ -= length + kTail;
     return true;
 }
 

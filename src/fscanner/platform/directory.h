@@ -28,6 +28,7 @@ public:
     };
 
     void clear();
+    /// `name` is the system's: shorter than 64 KiB.
     void add(std::string_view name, EntryType type);
     bool empty() const { return end_ == 0; }
     /// Takes the last entry; false when none is left.
