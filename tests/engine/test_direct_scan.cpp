@@ -255,6 +255,9 @@ TEST(DirectScan, DeepTreesNeedFewDescriptorsAndEndAtThePathLimit) {
     setrlimit(RLIMIT_NOFILE, &lowered);
     CollectingWriter writer;
     SkipRecorder skips;
+    // Before the descriptors run out: a sanitizer needs some to look at a type that
+    // it meets for the first time.
+    scanObserver()->progress({});
     const int status = Scan{tree.wide()}.into(writer);
     setrlimit(RLIMIT_NOFILE, &old);
     EXPECT_EQ(status, WALK_FINISHED);
@@ -275,6 +278,44 @@ TEST(DirectScan, SiblingsOfADeepBranchAreKept) {
     }
     tree.file(deep + "end");
     EXPECT_THAT(Scan{tree.wide()}.found(), ElementsAreArray(reference(tree.path())));
+}
+
+TEST(DirectScan, ADirectoryExchangedForALinkBehindTheWalkLeadsNowhere) {
+    TempTree tree;
+    std::string deep;
+    for (int i = 0; i < 40; ++i, deep += "deep/") {
+        for (const char* name : {"a", "m", "side/s", "z"}) {
+            tree.file("root/" + deep + name);
+            tree.file("victim/" + deep + name, 777);
+        }
+    }
+    tree.file("root/" + deep + "end");
+    // When the walk is at its deepest, the way back is another's tree.
+    struct Exchange : CollectingWriter {
+        explicit Exchange(const TempTree& on) : tree(on) {}
+        using CollectingWriter::addRecord;
+        int addRecord(const FsFileInfo& record) override {
+            if (record.getName() == std::wstring(L"end")) {
+                std::filesystem::rename(tree.path("root/deep"), tree.path("away"));
+                tree.link("../victim/deep", "root/deep");
+            }
+            return CollectingWriter::addRecord(record);
+        }
+        const TempTree& tree;
+    } writer(tree);
+    SkipRecorder skips;
+    const std::string log = tree.path("log");
+    ASSERT_TRUE(startDebug(log.c_str()));
+    EXPECT_EQ(Scan{tree.wide("root")}.into(writer), WALK_FINISHED);
+    stopDebug();
+    EXPECT_TRUE(std::filesystem::is_symlink(tree.path("root/deep")));
+    for (const FsFileInfo& record : writer.records) EXPECT_NE(record.getSize(), 777U);
+    EXPECT_FALSE(skips.skips.empty());
+    const std::string lines = readWholeFile(log);
+    for (const auto& [path, reason] : skips.skips) {
+        EXPECT_EQ(reason, FsSkipReason::vanished) << path;
+        EXPECT_NE(lines.find("::fs_scan - scandir error opening '" + path + "'"), lines.npos);
+    }
 }
 
 TEST(DirectScan, UnreadableDirectoriesAreReportedAndPassed) {

@@ -82,6 +82,7 @@ private:
     int openLevel(const Level* parent, Directory& directory);
     int read(const Level* parent, Level& level);
     bool closeShallowest();
+    void logUnreadable() const;
     bool reopen(Level& level);
     void leave();
     void load(const DirectoryEntries::Entry& entry);
@@ -162,12 +163,13 @@ int Walk::read(const Level* parent, Level& level) {
     int error = openLevel(parent, level.directory);
     if (error == 0) error = level.directory.read(level.entries, buffer_);
     if (error == 0) return 0;
-    if (debugInfo) {
-        const std::string path = toMultibyte(path_);
-        debug("%s - scandir error opening '%s' path!\n", voice_.prefix, path.c_str());
-    }
+    logUnreadable();
     noteSkipped(skipReason(error), error);
     return error;
+}
+
+void Walk::logUnreadable() const {
+    debug("%s - scandir error opening '%ls' path!\n", voice_.prefix, path_.c_str());
 }
 
 int Walk::openLevel(const Level* parent, Directory& directory) {
@@ -196,6 +198,7 @@ bool Walk::reopen(Level& level) {
     if (error == 0) error = level.directory.identify(now);
     if (error == 0 && now == level.identity) return true;
     level.directory.close();
+    logUnreadable();
     noteSkipped(error ? skipReason(error) : FsSkipReason::vanished, error);
     return false;
 }
@@ -233,6 +236,10 @@ bool Walk::isDirectory() {
 }
 
 int Walk::visit() {
+    if (entry_.entry_.name.empty()) {
+        debug("%s - file name len is 0. file skipped!\n", voice_.prefix);
+        return WALK_FINISHED;
+    }
     if (observer_ && --untilProgress_ == 0 && !keepGoing()) return WALK_TIMED_OUT;
     if (isDirectory()) return request_.recursive ? visitDirectory() : WALK_FINISHED;
     ++files_;
