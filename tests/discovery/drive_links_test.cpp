@@ -73,7 +73,12 @@ TEST_F(DriveLinks, LeadNowhereWithoutHarm) {
     }
     DebugLog log;
     EXPECT_THAT(linksOf(DriveInfo()), IsEmpty());
-    EXPECT_TRUE(log.has("DriveHelper::driveEnumerator - path pointer is null"));
+    std::vector<DriveInfo> links;
+    DriveHelper::buildExcludeLinkList({DriveInfo(nullptr, DRIVE_LOCAL, L"ext4")}, mdLocalDriveGroup,
+                                      links);
+    EXPECT_THAT(links, IsEmpty());
+    const std::string line = "DriveHelper::driveEnumerator - path pointer is null\n";
+    EXPECT_EQ(log.text(), line + line);
 }
 
 TEST_F(DriveLinks, StopAfterManyLevels) {
@@ -128,7 +133,13 @@ TEST_F(DriveLinks, FollowTheMaskAndWhatIsPresent) {
     EXPECT_THAT(shown(links), ElementsAre("4 @/a/m: ext4", "2 @/a/m: ext4"));
 
     std::vector<DriveInfo> present = {drive("/l/m")};
-    DriveHelper::driveEnumerator(drive("/l/m"), present, true);
+    {
+        DebugLog log;
+        DriveHelper::driveEnumerator(drive("/l/m"), present, true);
+        EXPECT_EQ(log.text(), "DriveHelper::driveEnumerator - check [" + root_ +
+                                  "/l/m:] path for symbolik link...\n"
+                                  "DriveHelper::driveEnumerator - path already present!\n");
+    }
     EXPECT_EQ(present.size(), 1U);
     DriveHelper::driveEnumerator(drive("/l/m"), present, false);
     EXPECT_THAT(shown(present), Contains("2 @/a/m: ext4"));

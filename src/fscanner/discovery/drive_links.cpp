@@ -34,12 +34,18 @@ void logNoLink(const std::wstring& path, int error) {
           path.c_str(), error);
 }
 
+bool isPresent(const DriveInfo& drive, const std::vector<DriveInfo>& links) {
+    if (!DriveHelper::checkforDriveInfo(links, drive)) return false;
+    debug("DriveHelper::driveEnumerator - path already present!\n");
+    return true;
+}
+
 class LinkSearch {
 public:
     LinkSearch(std::vector<std::wstring> remoteMounts, std::vector<DriveInfo>& links)
         : remoteMounts_(std::move(remoteMounts)), links_(links) {}
 
-    void enumerate(const DriveInfo& drive, int level);
+    void enumerate(const DriveInfo& drive, bool skipPresent, int level);
 
 private:
     void checkAncestor(const DriveInfo& drive, const std::wstring& path,
@@ -51,9 +57,14 @@ private:
     std::vector<DriveInfo>& links_;
 };
 
-void LinkSearch::enumerate(const DriveInfo& drive, int level) {
+void LinkSearch::enumerate(const DriveInfo& drive, bool skipPresent, int level) {
+    if (!drive.getName()) {
+        debug("DriveHelper::driveEnumerator - path pointer is null\n");
+        return;
+    }
     debug("DriveHelper::driveEnumerator - check [%ls] path for symbolik link...\n",
           drive.getName());
+    if (skipPresent && isPresent(drive, links_)) return;
     const std::wstring path(PathHelper::driveText(drive));
     // The remote drive at hand may have no entry of its own in the list.
     if (isRemote(drive)) remoteMounts_.push_back(path);
@@ -80,7 +91,7 @@ void LinkSearch::checkAncestor(const DriveInfo& drive, const std::wstring& path,
     const DriveInfo found(name.c_str(), drive.getType(), drive.getFileSystem());
     if (DriveHelper::checkforDriveInfo(links_, found)) return;
     links_.push_back(found);
-    if (level < maxLevels) enumerate(found, level + 1);
+    if (level < maxLevels) enumerate(found, false, level + 1);
 }
 
 /// Where the link `ancestor` leads. Nothing, and errno says why, for what is no link
@@ -106,12 +117,6 @@ bool LinkSearch::mayRead(const std::wstring& path) const {
     });
 }
 
-bool isPresent(const DriveInfo& drive, const std::vector<DriveInfo>& links) {
-    if (!DriveHelper::checkforDriveInfo(links, drive)) return false;
-    debug("DriveHelper::driveEnumerator - path already present!\n");
-    return true;
-}
-
 }  // namespace
 
 void DriveHelper::buildExcludeLinkList(const std::vector<DriveInfo>& drives, unsigned mask,
@@ -122,18 +127,13 @@ void DriveHelper::buildExcludeLinkList(const std::vector<DriveInfo>& drives, uns
     }
     LinkSearch search(std::move(remoteMounts), links);
     for (const DriveInfo& drive : drives) {
-        if ((drive.getType() & mask) != 0 && drive.getName()) search.enumerate(drive, 1);
+        if ((drive.getType() & mask) != 0) search.enumerate(drive, false, 1);
     }
 }
 
 void DriveHelper::driveEnumerator(const DriveInfo& drive, std::vector<DriveInfo>& links,
                                   bool skipPresent) {
-    if (!drive.getName()) {
-        debug("DriveHelper::driveEnumerator - path pointer is null\n");
-        return;
-    }
-    if (skipPresent && isPresent(drive, links)) return;
-    LinkSearch({}, links).enumerate(drive, 1);
+    LinkSearch({}, links).enumerate(drive, skipPresent, 1);
 }
 
 }  // namespace fscanner
