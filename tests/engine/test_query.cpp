@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 
 #include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_inspect.h"
@@ -33,21 +34,42 @@ struct QueryCase {
     const wchar_t* notFileSystem = nullptr;
 };
 
-// Prints what differs, because the child's assertions are lost.
-bool answers(const TempTree& tree, const QueryCase& c) {
-    FsQuery query;
+FsQuery& describe(const QueryCase& c, FsQuery& query) {
     for (const std::wstring& path : c.include) query.addIncludePath(path.c_str(), c.recursive);
     for (const std::wstring& path : c.exclude) query.addExcludePath(path.c_str(), true);
     if (c.notFileSystem) query.addExcludeFileSystem(c.notFileSystem);
-    CollectingWriter writer;
-    const int status = fsScanQuery(writer, query, 60000);
+    return query;
+}
+
+// Directly, and from a cache that the earlier cases have filled, with a fresh and with
+// a kept plan. Prints what differs, because the child's assertions are lost.
+int wrongAnswers(const TempTree& tree, const TempTree& cacheDirectory, const QueryCase& c) {
+    FsQuery query;
+    describe(c, query);
     std::vector<std::string> expected;
     for (const std::string& name : c.names) expected.push_back(tree.path(name));
     std::sort(expected.begin(), expected.end());
-    if (status == 0 && writer.sorted() == expected) return true;
-    fprintf(stderr, "%s: status %d, found:\n", c.what, status);
-    for (const std::string& path : writer.sorted()) fprintf(stderr, "  %s\n", path.c_str());
-    return false;
+    int wrong = 0;
+    for (const char* way : {"direct", "cached", "cached, kept plan"}) {
+        CollectingWriter writer;
+        int status = 0;
+        if (*way == 'd') {
+            status = fsScanQuery(writer, query, 60000);
+        } else {
+            FS_Cache cache(L"d", L"f", cacheDirectory.wide().c_str(), false, false, true);
+            const bool kept = std::string(way) != "cached";
+            status = cache.create(0, FS_CACHE_OPEN_ALWAYS);
+            if (status == 0)
+                status = kept ? cache.executeQueryEx(writer, query, 60000, 3600)
+                              : cache.executeQuery(writer, query, 60000, 3600);
+            cache.close();
+        }
+        if (status == 0 && writer.sorted() == expected) continue;
+        ++wrong;
+        fprintf(stderr, "%s, %s: status %d, found:\n", c.what, way, status);
+        for (const std::string& path : writer.sorted()) fprintf(stderr, "  %s\n", path.c_str());
+    }
+    return wrong;
 }
 
 // The tree: top, a/x on the file system that holds it; m is a local mount, r a
@@ -88,7 +110,8 @@ int runMountedCases(const TempTree& tree) {
         {"no drive of that group", {group(L"$other")}, {}, {}},
     };
     int wrong = 0;
-    for (const QueryCase& c : cases) wrong += answers(tree, c) ? 0 : 1;
+    const TempTree cache;
+    for (const QueryCase& c : cases) wrong += wrongAnswers(tree, cache, c);
     return wrong;
 }
 
