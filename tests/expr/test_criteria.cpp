@@ -69,6 +69,18 @@ TEST(Criteria, AFailureOnOneRecordLeavesTheNext) {
     EXPECT_FALSE(completed.evaluator.failedOnRecord()) << "the type error behind it decides";
 }
 
+TEST(Criteria, AFailureOnOneRecordGivesNoWrongKey) {
+    SampleRecord record;
+    record.name(L"a*");
+    Criteria joined(L"[NAME]==\"*.txt\" && [TITLE]==\"x\"+\"y\"", record);
+    EXPECT_EQ(joined.evaluator.check(true), -1);
+    EXPECT_EQ(joined.evaluator.getHashInfo(), nullptr) << "the text was not joined";
+    Criteria plain(L"[NAME]==\"*.txt\" && [PATHID]==5", record);
+    EXPECT_EQ(plain.evaluator.check(true), -1);
+    ASSERT_NE(plain.evaluator.getHashInfo(), nullptr);
+    EXPECT_EQ(plain.evaluator.getHashInfo()->getNumericValue(), 5);
+}
+
 TEST(Criteria, CompileIsFinalAndARepeatedCallSaysTheSame) {
     SampleRecord record;
     Criteria bad(L"1 2", record);

@@ -157,6 +157,8 @@ bool SyntaxAnalyzer::combine(Operator op, std::size_t position, ParsedValue& lef
         const Fault fault = apply(op, rules_, left.value(), right.value(), left.text, result);
         if (fault != Fault::none) failEvaluation(fault, left, right);
     }
+    // What was not computed is no constant to look up.
+    if (!isComputing()) left.origin = {L"", 0, 2};
     left.take(result);
     return true;
 }
