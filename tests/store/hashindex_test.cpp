@@ -70,6 +70,9 @@ TEST_P(HashIndex, ListIsKeptOnDisk) {
     EXPECT_TRUE(table->addHashIndex(L"lost", L"NO SUCH FIELD")) << "deliberate";
     EXPECT_FALSE(table->addHashIndex(nullptr, L"NAME"));
     EXPECT_FALSE(table->buildHashIndex(L"lost", L"name")) << "fields have exact names";
+    EXPECT_FALSE(table->buildHashIndex(L"names", L"SIZE")) << "the file is in use";
+    std::filesystem::create_directory(file("below"));
+    EXPECT_FALSE(table->buildHashIndex(L"below/i", L"NAME")) << "it would not be opened again";
     EXPECT_FALSE(table->removeHashIndex(L"sizes")) << "deliberate, though it removed it";
     EXPECT_FALSE(exists("sizes.idx"));
     EXPECT_TRUE(table->addHashIndex(L"paths", L"PATHID"));

@@ -165,6 +165,36 @@ TEST_P(Records, CriteriaThatFixAnIndexedFieldWalkItsChain) {
     EXPECT_THAT(names(set), IsEmpty()) << "an index that was removed under its walk";
 }
 
+TEST_P(Records, AnotherIndexDoesNotGoOnInTheChainOfTheLast) {
+    ASSERT_TRUE(table->addHashIndex(L"paths", L"PATHID"));
+    ASSERT_TRUE(table->addHashIndex(L"sizes", L"SIZE"));
+    for (unsigned i = 0; i < 100; ++i) ASSERT_TRUE(insert({L"x", 0, i, 1}));
+    CriteriaEvaluator path(L"[PATHID]==1"), size(L"[SIZE]==7");
+    RecordSet set = table->openRecordSet();
+    set.setCriteria(&path, true);
+    ASSERT_TRUE(set.moveFirst());
+    set.setCriteria(&path, true);
+    EXPECT_TRUE(set.moveNext()) << "the cursor has not moved";
+    EXPECT_EQ(toRow(set).size, 98U);
+    set.setCriteria(&size, true);
+    EXPECT_FALSE(set.moveNext());
+    EXPECT_FALSE(table->damaged()) << "the slot was of the other index";
+    EXPECT_TRUE(set.moveFirst());
+}
+
+TEST_P(Records, ABufferOfFewerFieldsIsNoDamage) {
+    table = newTable(L"grown");
+    table->addField(L"SIZE", FIELD_INT32);
+    RecordSet set = table->openRecordSet();
+    table->addField(L"LATER", FIELD_INT32);
+    ASSERT_TRUE(create());
+    ASSERT_TRUE(table->insert(table->schema()));
+    CriteriaEvaluator criteria(L"[SIZE]==0");
+    set.setCriteria(&criteria, true);
+    EXPECT_FALSE(set.moveFirst());
+    EXPECT_FALSE(table->damaged());
+}
+
 TEST_P(Records, MovePreviousStopsAtMatches) {
     insertNames({L"a", L"bb", L"c", L"dd", L"e"});
     CriteriaEvaluator odd(L"[SIZE]==1");

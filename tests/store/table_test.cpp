@@ -105,7 +105,7 @@ TEST_P(Table, IsUselessWithoutNamesOrDirectory) {
     for (const auto& useless : {std::make_unique<FS_Table>(nullptr, L"/tmp", true),
                                 std::make_unique<FS_Table>(L"t", nullptr, true),
                                 std::make_unique<FS_Table>(L"t", L"/no/such/place", true)}) {
-        addRowFields(*useless);
+        EXPECT_FALSE(useless->addField(L"F", FIELD_INT8));
         EXPECT_FALSE(useless->create());
         EXPECT_FALSE(useless->open());
         EXPECT_FALSE(useless->erase());

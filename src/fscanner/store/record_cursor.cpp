@@ -9,7 +9,7 @@ namespace fscanner {
 __recordSet::__recordSet(FS_Table& table) : table_(table), buffer_(table.schema()) {}
 
 bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
-    index_.reset();
+    const std::shared_ptr<Index> walked = std::move(index_);
     key_.clear();
     undecided_ = nullptr;
     filter_ = {};
@@ -19,6 +19,8 @@ bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     const wchar_t* text = criteria ? criteria->getCriteria() : nullptr;
     active_ = text && *text;
     if (active_) prepareChecks();
+    // A slot of one index means nothing in another.
+    if (index_ != walked) nextSlot_ = Index::NONE;
     return true;
 }
 
@@ -120,10 +122,9 @@ __recordSet::Verdict __recordSet::tryRecord() {
 }
 
 __recordSet::Verdict __recordSet::checkRecord(ByteRange record) {
-    if (table_.codec().decodeSome(record, buffer_, wanted_) != DecodeResult::ok) {
-        table_.reportDamage("a record");
-        return Verdict::unreadable;
-    }
+    const DecodeResult decoded = table_.codec().decodeSome(record, buffer_, wanted_);
+    if (decoded == DecodeResult::damaged) table_.reportDamage("a record");
+    if (decoded != DecodeResult::ok) return Verdict::unreadable;
     if (criteria_->check(&buffer_, nullptr, flag_) <= 0) {
         if (undecided_ && criteria_->failedOnRecord() && readRecord()) undecided_();
         return Verdict::noMatch;

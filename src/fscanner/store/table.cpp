@@ -39,7 +39,7 @@ FS_Table::~FS_Table() = default;
 // ---- The table --------------------------------------------------------------
 
 bool FS_Table::addField(const wchar_t* name, unsigned typeCode) {
-    return !isOpen() && schema_.add(name, typeCode);
+    return isUsable() && !isOpen() && schema_.add(name, typeCode);
 }
 
 bool FS_Table::create() {

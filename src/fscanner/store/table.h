@@ -125,7 +125,8 @@ public:
     /// a null name, and when there is an index of that name; true even when
     /// building it failed (deliberate).
     bool addHashIndex(const wchar_t* indexName, const wchar_t* fieldName);
-    /// Unlike `insert`, which skips null values, it indexes every record.
+    /// Unlike `insert`, which skips null values, it indexes every record. False also
+    /// for a name that is taken or cannot be a file's name.
     bool buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName);
     /// Always false, also when it removed the index (deliberate).
     bool removeHashIndex(const wchar_t* indexName);

@@ -120,7 +120,9 @@ bool FS_Table::eraseFiles() const {
 // ---- Upkeep -----------------------------------------------------------------
 
 bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName) {
-    if (!isOpen() || !indexName || !fieldName) return false;
+    if (!isOpen() || !indexName || !fieldName || !isFileName(indexName)) return false;
+    // Another file in its place would be cut under the mapping of the first.
+    if (searchHashIndexForIndexName(indexName, false)) return false;
     const Field* field = schema_.name(fieldName);
     if (!field) return false;
     unsigned position = 0;
