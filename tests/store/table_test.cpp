@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "fscanner/fs/debug.h"
 #include "store/table_fixture.h"
 
 namespace fscanner {
@@ -306,6 +307,34 @@ TEST_P(Compaction, RenumbersAndRebuildsTheIndexes) {
     }
     EXPECT_THAT(left, testing::UnorderedElementsAre("t.dat", "t.pxx", "t_idx.dat", "by_name.idx",
                                                     "t_t_mutex"));
+}
+
+TEST_P(Compaction, TellsWhatItDoes) {
+    fill(4);
+    ASSERT_TRUE(table->close());
+    startDebug(file("log").c_str());
+    EXPECT_TRUE(table->compact(40));
+    EXPECT_TRUE(table->compact(39));
+    stopDebug();
+    EXPECT_EQ(readWholeFile(file("log")),
+              "FS_Table::compact - [40] [stored: 10] [deleted: 4]\n"
+              "FS_Table::compact - [t] table compact skipped!\n"
+              "FS_Table::compact - [39] [stored: 10] [deleted: 4]\n"
+              "FS_Table::compact - performing [t] table compact...\n");
+}
+
+// Reading gives each field a value, and what has a value is indexed.
+TEST_P(Compaction, DropsNullFlags) {
+    fill(1);
+    ASSERT_TRUE(table->insert(Fields(table->schema())));
+    EXPECT_TRUE(chain(L"by_name", L"").empty());
+    const unsigned header = table->headerSize();
+    ASSERT_TRUE(table->close() && table->compact(0) && table->open());
+    EXPECT_THAT(chain(L"by_name", L""), ElementsAre(10));
+    ASSERT_TRUE(table->close());
+    const std::string records = readWholeFile(file("t.dat")).substr(header);
+    const std::size_t length = isCompact() ? 1 + 1 + 1 + 1 + 1 : 1 + 2 + 4 + 8 + 4;
+    EXPECT_EQ(records.substr(records.size() - length), std::string(length, '\0'));
 }
 
 TEST_P(Compaction, ThatFailsLeavesTheTable) {
