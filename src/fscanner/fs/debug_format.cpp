@@ -50,6 +50,12 @@ public:
     }
 
 private:
+    template <typename T>
+    T next() {
+        // The analyzer does not see that the constructor has set the member.
+        return va_arg(arguments_, T);  // NOLINT(clang-analyzer-valist.Uninitialized)
+    }
+
     /// Reads the conversion behind a "%", with its "*" arguments; returns its end.
     const char* parse(const char* at, Conversion& conversion) {
         const std::size_t flags = std::strspn(at, "-+ #0'I");
@@ -72,7 +78,7 @@ private:
 
     const char* parseNumber(const char* at, int& number) {
         if (*at == '*') {
-            number = std::clamp(va_arg(arguments_, int), -maxField, maxField);
+            number = std::clamp(next<int>(), -maxField, maxField);
             return at + 1;
         }
         for (; *at >= '0' && *at <= '9'; ++at)
@@ -106,11 +112,11 @@ private:
             case 'S':
                 return text(conversion);
             case 'p':
-                return delegate(conversion, va_arg(arguments_, void*));
+                return delegate(conversion, next<void*>());
             case 'm':
                 return padded(conversion, std::strerror(errno_));
             case 'n':
-                return static_cast<void>(va_arg(arguments_, void*)), true;
+                return static_cast<void>(next<void*>()), true;
             case '%':
                 return out_ += '%', true;
             default:
@@ -121,35 +127,34 @@ private:
     // Signed and unsigned arguments are passed alike.
     bool integer(const Conversion& conversion) {
         const std::string& length = conversion.length;
-        if (length == "l") return delegate(conversion, va_arg(arguments_, long));
+        if (length == "l") return delegate(conversion, next<long>());
         if (length == "ll" || length == "L" || length == "q")
-            return delegate(conversion, va_arg(arguments_, long long));
-        if (length == "j") return delegate(conversion, va_arg(arguments_, std::intmax_t));
-        if (length == "z" || length == "Z")
-            return delegate(conversion, va_arg(arguments_, std::size_t));
-        if (length == "t") return delegate(conversion, va_arg(arguments_, std::ptrdiff_t));
-        return delegate(conversion, va_arg(arguments_, int));
+            return delegate(conversion, next<long long>());
+        if (length == "j") return delegate(conversion, next<std::intmax_t>());
+        if (length == "z" || length == "Z") return delegate(conversion, next<std::size_t>());
+        if (length == "t") return delegate(conversion, next<std::ptrdiff_t>());
+        return delegate(conversion, next<int>());
     }
 
     bool floating(const Conversion& conversion) {
-        if (conversion.length == "L") return delegate(conversion, va_arg(arguments_, long double));
-        return delegate(conversion, va_arg(arguments_, double));
+        if (conversion.length == "L") return delegate(conversion, next<long double>());
+        return delegate(conversion, next<double>());
     }
 
     bool character(const Conversion& conversion) {
         Conversion whole = conversion;
         whole.precision = -1;
         if (!conversion.wide()) {
-            const char c = static_cast<char>(va_arg(arguments_, int));
+            const char c = static_cast<char>(next<int>());
             return padded(whole, std::string_view(&c, 1));
         }
-        const auto c = static_cast<wchar_t>(va_arg(arguments_, std::wint_t));
+        const auto c = static_cast<wchar_t>(next<std::wint_t>());
         return padded(whole, toMultibyte(std::wstring_view(&c, 1)));
     }
 
     bool text(const Conversion& conversion) {
-        if (conversion.wide()) return wideText(conversion, va_arg(arguments_, const wchar_t*));
-        const char* s = va_arg(arguments_, const char*);
+        if (conversion.wide()) return wideText(conversion, next<const wchar_t*>());
+        const char* s = next<const char*>();
         if (s == nullptr) return nullText(conversion);
         if (conversion.precision < 0) return padded(conversion, s);
         const auto limit = static_cast<std::size_t>(conversion.precision);
