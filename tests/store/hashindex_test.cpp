@@ -91,6 +91,20 @@ TEST_P(HashIndex, ListIsKeptOnDisk) {
     EXPECT_FALSE(exists("t_idx.dat")) << "a new table has no index";
 }
 
+// The indexes' fields are looked up once for many inserts from one list.
+TEST_P(HashIndex, FollowsItsFieldsThroughChanges) {
+    Fields values = toFields({L"x", 0, 7, 9}, table->schema());
+    ASSERT_TRUE(table->insert(values));
+    table->removeHashIndex(L"names");
+    ASSERT_TRUE(table->addHashIndex(L"paths", L"PATHID"));
+    ASSERT_TRUE(table->insert(values));
+    EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0));
+    EXPECT_THAT(chain(L"paths", L"9"), ElementsAre(1, 0));
+    values.at(2)->setName(L"OTHER");
+    EXPECT_FALSE(table->insert(values)) << "it is stored, but not in every index";
+    EXPECT_THAT(ids(), ElementsAre(0, 1, 2));
+}
+
 TEST_P(HashIndex, StopsUpdatingAtAFieldThatIsMissing) {
     Fields names;
     names.add(L"NAME", FIELD_TEXT);

@@ -120,6 +120,11 @@ TEST_P(Records, CriteriaSelect) {
     }
     EXPECT_TRUE(set.setCriteria(nullptr, true));
     EXPECT_EQ(names(set), all);
+    CriteriaEvaluator none(L"[SIZE]==99");
+    set.setCriteria(&none, true);
+    set.setFieldAsString(0U, L"old");
+    EXPECT_FALSE(set.moveFirst());
+    EXPECT_EQ(toRow(set).name, L"e.h") << "the last record that was tried";
 }
 
 // A null number is in no index and reads as 0: it tells which way a walk went.

@@ -115,10 +115,15 @@ __recordSet::Verdict __recordSet::tryRecord() {
     if (!active_) return readRecord() ? Verdict::match : Verdict::unreadable;
     const ByteRange record = table_.record(id_);
     if (record.empty()) return Verdict::unreadable;
-    if (!filter_.isEmpty() && !filter_.mayMatch(table_.codec().layout(), record)) {
-        return Verdict::noMatch;
+    if (filter_.isEmpty()) return checkRecord(record);
+    switch (filter_.judge(table_.codec().layout(), record)) {
+        case RecordFilter::Verdict::noMatch:
+            return Verdict::noMatch;
+        case RecordFilter::Verdict::match:
+            return readRecord() ? Verdict::match : Verdict::unreadable;
+        default:
+            return checkRecord(record);
     }
-    return checkRecord(record);
 }
 
 __recordSet::Verdict __recordSet::checkRecord(ByteRange record) {

@@ -15,10 +15,10 @@ namespace fscanner {
 /// What a `RecordSet` is a handle on: the place in a table, the buffer, and the
 /// criteria with what was made of it.
 ///
-/// A record is tried in three steps, and most fall at the first: the filter looks
-/// at its stored bytes; the fields that the criteria reads are decoded and it is
-/// checked; on a match the rest is decoded. The buffer always ends up with the
-/// last record that was tried, whole.
+/// A record is tried in three steps, and most are decided by the first: the filter
+/// looks at its stored bytes; where that does not settle it, the fields that the
+/// criteria reads are decoded and it is checked; on a match the rest is decoded. The buffer always
+/// ends up with the last record that was tried, whole.
 class __recordSet {
 public:
     /// Takes a copy of the table's schema as its buffer.

@@ -31,21 +31,28 @@ bool isPlainWord(std::uint64_t word) {
     return odd == 0;
 }
 
-bool isPlain(std::string_view text) {
-    const char* at = text.data();
-    std::size_t left = text.size();
+std::uint64_t wordAt(const char* from) {
     std::uint64_t word;
-    for (; left >= sizeof word; left -= sizeof word, at += sizeof word) {
-        std::memcpy(&word, at, sizeof word);
-        if (!isPlainWord(word)) return false;
-    }
-    word = ONES * 'x';
-    std::memcpy(&word, at, left);
-    return isPlainWord(word);
+    std::memcpy(&word, from, sizeof word);
+    return word;
 }
 
-/// ASCII small letters. In some locales "I" is no capital of "i": taking it for
-/// one lets a record pass that the evaluation then refuses.
+/// In whole words, the last of which overlaps the one before.
+bool isPlain(std::string_view text) {
+    constexpr std::size_t step = sizeof(std::uint64_t);
+    if (text.size() < step) {
+        std::uint64_t word = ONES * 'x';
+        for (const char c : text) word = word << 8 | static_cast<unsigned char>(c);
+        return isPlainWord(word);
+    }
+    const char* const last = text.data() + text.size() - step;
+    for (const char* at = text.data(); at < last; at += step) {
+        if (!isPlainWord(wordAt(at))) return false;
+    }
+    return isPlainWord(wordAt(last));
+}
+
+/// ASCII small letters. In some locales "I" is no capital of "i".
 constexpr std::array<char, 256> SMALL = [] {
     std::array<char, 256> table{};
     for (unsigned c = 0; c < table.size(); ++c) {
@@ -59,7 +66,9 @@ char small(char c) {
 }
 
 bool equal(const char* text, const std::string& literal, bool fold) {
-    if (!fold) return std::memcmp(text, literal.data(), literal.size()) == 0;
+    if (literal.empty()) return true;
+    // Most texts differ in the first character: no call for them.
+    if (!fold) return *text == literal[0] && std::memcmp(text, literal.data(), literal.size()) == 0;
     return std::equal(literal.begin(), literal.end(), text,
                       [](char wanted, char c) { return wanted == small(c); });
 }
@@ -139,6 +148,7 @@ std::optional<TextTest> textTest(std::wstring_view pattern, bool caseSensitive) 
         if (c <= 0 || c >= 0x80 || c == L'*' || c == L'?') return std::nullopt;
         const auto byte = static_cast<char>(c);
         test.literal += caseSensitive ? byte : small(byte);
+        if (test.fold && small(byte) == 'i') test.holdsForSure = false;
     }
     if (starred) test.kind = open ? TextTest::Kind::contains : TextTest::Kind::suffix;
     if (!starred && open) test.kind = TextTest::Kind::prefix;
@@ -171,13 +181,14 @@ void RecordFilter::gather(const TreeNode* root, const Fields& schema, bool caseS
         if (node->data.is(TOKEN_OPBOOL, BOOL_AND)) {
             open.push_back(Tree::getLeft(node));
             open.push_back(Tree::getRight(node));
-        } else if (node->data.getType() == TOKEN_OPREL) {
-            add(node, schema, caseSensitive);
+        } else if (node->data.getType() != TOKEN_OPREL || !add(node, schema, caseSensitive)) {
+            isWhole_ = false;
         }
     }
 }
 
-void RecordFilter::add(const TreeNode* relation, const Fields& schema, bool caseSensitive) {
+/// Takes a relation up, if it is one of those that can be.
+bool RecordFilter::add(const TreeNode* relation, const Fields& schema, bool caseSensitive) {
     const TreeNode* left = Tree::getLeft(relation);
     const TreeNode* right = Tree::getRight(relation);
     auto code = static_cast<CompareOperator>(relation->data.getNumericValue());
@@ -185,45 +196,55 @@ void RecordFilter::add(const TreeNode* relation, const Fields& schema, bool case
         std::swap(left, right);
         code = mirrored(code);
     }
-    if (!isField(left) || !isLiteral(right) || code > COMPARE_NOT_EQUAL) return;
+    if (!isField(left) || !isLiteral(right) || code > COMPARE_NOT_EQUAL) return false;
     const auto field = positionOf(left->data.text(), schema);
-    if (!field) return;
+    if (!field) return false;
     Condition condition{
         *field, code, schema.at(*field)->type() == FIELD_TEXT, right->data.getNumericValue(), {}};
-    if (condition.isText != (right->data.getType() == TOKEN_STRING)) return;
+    if (condition.isText != (right->data.getType() == TOKEN_STRING)) return false;
     if (condition.isText) {
+        auto test = textTest(right->data.text(), caseSensitive);
+        if (!isEquality(code) || !test) return false;
         // An "I" taken for an "i" must not turn a record away.
-        const bool sure = caseSensitive || code == COMPARE_EQUAL;
-        const auto test = textTest(right->data.text(), caseSensitive);
-        if (!isEquality(code) || !sure || !test) return;
-        condition.text = *test;
+        if (code == COMPARE_NOT_EQUAL && !test->holdsForSure) return false;
+        condition.text = std::move(*test);
     }
     conditions_.push_back(std::move(condition));
+    return true;
 }
 
-bool RecordFilter::mayMatch(const RecordLayout& layout, ByteRange record) const {
-    return withEncoding(
-        layout, [&](auto encoding) { return mayMatchAs<decltype(encoding)>(layout, record); });
+RecordFilter::Verdict RecordFilter::judge(const RecordLayout& layout, ByteRange record) const {
+    return withEncoding(layout,
+                        [&](auto encoding) { return judgeAs<decltype(encoding)>(layout, record); });
 }
 
 template <typename Encoding>
-bool RecordFilter::mayMatchAs(const RecordLayout& layout, ByteRange record) const {
-    if (!record.take(layout.bitmapLength)) return true;
+RecordFilter::Verdict RecordFilter::judgeAs(const RecordLayout& layout, ByteRange record) const {
+    if (!record.take(layout.bitmapLength)) return Verdict::unsure;
+    Verdict verdict = isWhole_ ? Verdict::match : Verdict::unsure;
     unsigned next = 0;
     StoredValue value;
     for (const Condition& condition : conditions_) {
         for (; next <= condition.field; ++next) {
-            if (!readValue<Encoding>(layout.types[next], record, value)) return true;
+            if (!readValue<Encoding>(layout.types[next], record, value)) return Verdict::unsure;
         }
-        if (!condition.isText) {
+        if (condition.isText) {
+            const Verdict text = judgeText(condition, value.text);
+            if (text == Verdict::noMatch) return text;
+            if (text == Verdict::unsure) verdict = text;
+        } else {
             const auto number = static_cast<long long>(value.number);
-            if (!compare(number, condition.relation, condition.number)) return false;
-        } else if (condition.text.holds(value.text) != (condition.relation == COMPARE_EQUAL) &&
-                   isPlain(value.text)) {
-            return false;
+            if (!compare(number, condition.relation, condition.number)) return Verdict::noMatch;
         }
     }
-    return true;
+    return verdict;
+}
+
+RecordFilter::Verdict RecordFilter::judgeText(const Condition& condition, std::string_view text) {
+    const bool holds = condition.text.holds(text);
+    if (!isPlain(text)) return Verdict::unsure;
+    if (holds != (condition.relation == COMPARE_EQUAL)) return Verdict::noMatch;
+    return condition.text.holdsForSure ? Verdict::match : Verdict::unsure;
 }
 
 }  // namespace fscanner

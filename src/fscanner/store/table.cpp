@@ -88,6 +88,7 @@ bool FS_Table::close() {
     bool closed = true;
     for (const auto& index : indexes_) closed = index->close() && closed;
     indexes_.clear();
+    indexFields_.clear();
     closed = offsets_->close() && closed;
     closed = data_->close() && closed;
     offsets_.reset();

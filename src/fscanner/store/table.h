@@ -172,6 +172,7 @@ private:
     bool rewriteInPlace(unsigned id, const Fields& values);
     bool replace(unsigned id, const Fields& values);
 
+    void bindIndexes(const Fields& values);
     OpenResult loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
                          IndexList& list) const;
     bool fillIndex(Index& index, unsigned field);
@@ -187,6 +188,11 @@ private:
     std::size_t position_ = 0;  // behind the record that was read or written last
     Fields schema_;
     IndexList indexes_;
+    // The indexes' fields in the list of values that was inserted last; null where
+    // it has none. Good as long as its revision and their number stand.
+    std::vector<const Field*> indexFields_;
+    std::uint64_t boundRevision_ = 0;
+    std::uint64_t boundRenames_ = 0;
     std::wstring key_;
     std::vector<std::unique_ptr<__recordSet>> recordSets_;
     std::unique_ptr<AbstractSync> mutex_;

@@ -135,6 +135,7 @@ bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName
         return false;
     }
     indexes_.push_back(std::move(index));
+    indexFields_.clear();
     return true;
 }
 
@@ -157,13 +158,27 @@ bool FS_Table::fillIndex(Index& index, unsigned field) {
     return true;
 }
 
-bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
+/// Names are resolved once for many inserts from one list.
+void FS_Table::bindIndexes(const Fields& values) {
+    const bool bound = indexFields_.size() == indexes_.size() && values.revision() != 0 &&
+                       boundRevision_ == values.revision() && boundRenames_ == Field::renames();
+    if (bound) return;
+    indexFields_.clear();
     for (const auto& index : indexes_) {
-        const Field* field = values.name(index->getFieldName());
+        indexFields_.push_back(values.name(index->getFieldName()));
+    }
+    boundRevision_ = values.revision();
+    boundRenames_ = Field::renames();
+}
+
+bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
+    bindIndexes(values);
+    for (std::size_t i = 0; i < indexes_.size(); ++i) {
+        const Field* field = indexFields_[i];
         if (!field) return false;
         if (field->isNull()) continue;
         if (!makeIndexKey(*field, key_)) return false;
-        if (!index->write(indexBucket(key_.c_str()), recordId)) return false;
+        if (!indexes_[i]->write(indexBucket(key_.c_str()), recordId)) return false;
     }
     return true;
 }
