@@ -111,7 +111,10 @@ void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
 
 bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
     debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
-    const std::optional<std::string> text = readFile(mountTablePath());
+    std::optional<std::string> text = readFile(mountTablePath());
+    // What the file links to elsewhere is there also where nobody has made the link, as
+    // in a system that was just unpacked.
+    if (!text && tablePath() == defaultMountTable) text = readFile("/proc/self/mounts");
     if (text) parseMountTable(*text, list);
     debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
           static_cast<int>(list.size()));

@@ -1,5 +1,8 @@
 #include "fscanner/engine/query_plan.h"
 
+#include <algorithm>
+#include <cwchar>
+
 #include "fscanner/fs/fs_query.h"
 
 namespace fscanner {
@@ -14,12 +17,23 @@ std::vector<PathInfo> groupPaths(const ResolvedPaths& side, unsigned mask) {
     return paths;
 }
 
+// Below a changed root the table has no line for "/": the mount that it lies on begins
+// outside.
+void addMissingRoot(std::vector<DriveInfo>& mounted) {
+    const auto isRoot = [](const DriveInfo& drive) {
+        return drive.getName() && std::wcscmp(drive.getName(), L"/:") == 0;
+    };
+    if (mounted.empty() || std::any_of(mounted.begin(), mounted.end(), isRoot)) return;
+    mounted.insert(mounted.begin(), DriveInfo(L"/:", DRIVE_LOCAL, L"rootfs"));
+}
+
 }  // namespace
 
 bool QueryPlan::discover() {
     mounted_.clear();
     DriveHelper::buildDriveList(mounted_, mdAllDriveGroup);
     normaliseDriveList(mounted_);
+    addMissingRoot(mounted_);
     drives_ = mounted_;
     for (const unsigned mask : {mdRemoteDriveGroup, mdOtherDriveGroup, mdLocalDriveGroup}) {
         std::vector<DriveInfo> links;

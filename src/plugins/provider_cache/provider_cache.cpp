@@ -59,7 +59,7 @@ public:
         if (!config) return;
         for (const char* key :
              {FS_OPTION_CACHE_DIRECTORY, FS_OPTION_MONITORED, FS_OPTION_COMPRESSED}) {
-            const std::string value = config->getString("fscanner", key, "");
+            const std::string value = config->getString("provider_cache", key, "");
             if (!value.empty()) set(key, value.c_str());
         }
     }
