@@ -65,6 +65,10 @@ bool Excludes::cover(std::wstring_view directory, const wchar_t* name) const {
     std::wstring path(directory);
     if (!path.ends_with(L'/')) path += L'/';
     path += name;
+    return cover(path);
+}
+
+bool Excludes::cover(const std::wstring& path) const {
     return std::any_of(patterns_.begin(), patterns_.end(), [&](const std::wstring& pattern) {
         return fscanner::fsPathMatches(pattern.c_str(), path.c_str(), true, caseSensitive_);
     });

@@ -17,6 +17,7 @@ public:
     /// Whether the file is one of them or lies below one. The walk leaves whole
     /// directories out; this is for the files among the paths.
     bool cover(std::wstring_view directory, const wchar_t* name) const;
+    bool cover(const std::wstring& path) const;
 
 private:
     void add(std::wstring pattern);

@@ -8,7 +8,7 @@ enum ExitStatus : int {
     STATUS_NOTHING_FOUND = 1,
     STATUS_USAGE = 2,       ///< a wrong option, criteria or PATH: nothing was run
     STATUS_INCOMPLETE = 3,  ///< a PATH could not be searched, or time ran out
-    STATUS_FAILURE = 4,     ///< the mount table, the output or memory failed
+    STATUS_FAILURE = 4,     ///< provider, cache, mount table, output or memory failed
 };
 
 }  // namespace fscan

@@ -1,7 +1,8 @@
 /// fscan, the command-line host: options in, one query per searched directory,
 /// matches out as they are found. options, criteria, search_roots, excludes and
-/// query_builder make the queries; search runs them; record_printer, output and
-/// messages are what the user sees.
+/// query_builder make the queries; search has them answered as asking says;
+/// record_printer, output and messages are what the user sees. explain and
+/// cache_commands look at what a search would use.
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <string_view>
 
+#include "cache_commands.h"
 #include "criteria.h"
 #include "drives.h"
 #include "exit_status.h"
@@ -27,6 +29,17 @@ namespace fscan {
 
 namespace {
 
+int runCacheTask(const Options& options, Output& out) {
+    switch (options.cacheTask) {
+        case CacheTask::compact:
+            return compactCache(options, out);
+        case CacheTask::clear:
+            return clearCache(options, out);
+        default:
+            return showCacheStatus(options, out);
+    }
+}
+
 int run(int argc, char** argv, Output& out) {
     Options options;
     if (const std::optional<int> status = parseOptions(argc, argv, options, out)) return *status;
@@ -36,6 +49,7 @@ int run(int argc, char** argv, Output& out) {
     }
     if (options.check) return checkCriteria(*options.check, out);
     if (options.listDrives) return listDrives(options, out);
+    if (options.cacheTask != CacheTask::none) return runCacheTask(options, out);
     return runSearch(options, out);
 }
 

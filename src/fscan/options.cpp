@@ -3,10 +3,13 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <functional>
+#include <map>
 #include <memory>
 #include <span>
 #include <string_view>
 
+#include "duration.h"
 #include "exit_status.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "messages.h"
@@ -27,7 +30,8 @@ Examples:
 
 constexpr const char* exitStatuses =
     R"(Exit status: 0 something found, 1 nothing found, 2 wrong option, criteria or
-PATH, 3 the answer is incomplete, 4 the mount table or the output failed.)";
+PATH, 3 the answer is incomplete, 4 the provider, the cache, the mount table or the
+output failed.)";
 
 /// An option with a value of its own at each use. The values are taken as they
 /// stand: converting ones would read "{}" and "[a,b]" as lists.
@@ -105,6 +109,85 @@ void addPlaces(CLI::App& app, Options& options) {
         ->group(group);
 }
 
+void addSorting(CLI::App& app, Options& options, const char* group) {
+    static const std::map<std::string, SortKey> keys = {{"path", SortKey::path},
+                                                        {"name", SortKey::name},
+                                                        {"pathname", SortKey::pathname},
+                                                        {"size", SortKey::size}};
+    CLI::Option* sort = app.add_option(
+        "--sort",
+        [&options](const std::vector<std::string>& results) {
+            const auto found = keys.find(results.front());
+            if (found == keys.end()) return false;
+            options.sortKey = found->second;
+            return true;
+        },
+        "Sort by path, name, pathname or size; ties by pathname");
+    sort->type_name("KEY")->group(group);
+    app.add_flag("--reverse", options.reverse, "Sort the other way round")
+        ->needs(sort)
+        ->group(group);
+    app.add_flag("--spill", options.spill, "Sort in a temporary file, however few there are")
+        ->needs(sort)
+        ->group(group);
+}
+
+/// Milliseconds of it fit into 31 bits.
+constexpr unsigned greatestSeconds = 2'000'000;
+/// The cache subtracts it from the time of day, and must not get below 0.
+constexpr unsigned greatestAge = 1'000'000'000;
+
+CLI::Option* addDuration(CLI::App& app, const char* flag, unsigned least, unsigned limit,
+                         std::function<void(unsigned)> take, const std::string& help) {
+    return app
+        .add_option(
+            flag,
+            [flag, least, limit, take](const std::vector<std::string>& results) {
+                const std::optional<unsigned> seconds = parseDuration(results.front(), limit);
+                if (!seconds || *seconds < least)
+                    throw CLI::ValidationError(flag, "not a duration such as 90s, 10m, 2h, 1d");
+                take(*seconds);
+                return true;
+            },
+            help)
+        ->type_name("DURATION");
+}
+
+void addCache(CLI::App& app, Options& options, const char* group) {
+    CLI::Option* age = addDuration(
+                           app, "--max-age", 0, greatestAge,
+                           [&options](unsigned seconds) { options.maximumAge = seconds; },
+                           "Take no answer from the cache that is older; 10m unless given")
+                           ->group(group);
+    app.add_flag_function(
+           "--fresh", [&options](auto) { options.maximumAge = 0; },
+           "Scan anew, like --max-age 0; a scan of the same second still counts")
+        ->excludes(age)
+        ->group(group);
+    addText(app, "--cache-dir", options.cacheDirectory, "Where the cache is")
+        ->type_name("DIR")
+        ->group(group);
+}
+
+void addProvider(CLI::App& app, Options& options) {
+    const char* group = "How to search";
+    CLI::Option* provider =
+        addText(app, "--provider", options.provider, "Ask this provider, not provider_cache")
+            ->type_name("NAME")
+            ->group(group);
+    app.add_flag_function(
+           "--no-cache", [&options](auto) { options.provider = "provider_direct"; },
+           "Search the file systems themselves, like --provider provider_direct")
+        ->excludes(provider)
+        ->group(group);
+    addCache(app, options, group);
+    addDuration(
+        app, "--timeout", 1, greatestSeconds,
+        [&options](unsigned seconds) { options.timeoutMilliseconds = seconds * 1000; },
+        "End each scan, and the reading of the cache, after that long")
+        ->group(group);
+}
+
 void addOutput(CLI::App& app, Options& options) {
     const char* group = "What to print";
     app.add_flag("-l,--long", options.longFormat, "Attributes, size, modification time, path")
@@ -112,6 +195,22 @@ void addOutput(CLI::App& app, Options& options) {
     app.add_flag("-c,--count", options.countOnly, "Only the number of matches")->group(group);
     app.add_flag("-0,--null", options.nullTerminated, "End each path with NUL, not newline")
         ->group(group);
+    app.add_flag("--stats", options.statistics,
+                 "Then on standard error: matches, what was walked, time, where from")
+        ->group(group);
+    addSorting(app, options, group);
+}
+
+CLI::Option* addCacheTask(CLI::App& app, Options& options, const std::string& flag, CacheTask task,
+                          const std::string& help) {
+    return app.add_flag_function(
+        flag,
+        [&options, flag, task](auto) {
+            if (options.cacheTask != CacheTask::none && options.cacheTask != task)
+                throw CLI::ValidationError(flag, "one thing at a time with the cache");
+            options.cacheTask = task;
+        },
+        help);
 }
 
 void addOthers(CLI::App& app, Options& options) {
@@ -120,6 +219,15 @@ void addOthers(CLI::App& app, Options& options) {
         ->group(group);
     addText(app, "--check", options.check, "Say whether the criteria compiles, and to what")
         ->type_name("CRITERIA")
+        ->group(group);
+    app.add_flag("--explain", options.explain, "Tell how the search would be run")->group(group);
+    addCacheTask(app, options, "--cache-status", CacheTask::status,
+                 "Tell where the cache is and what it holds")
+        ->group(group);
+    addCacheTask(app, options, "--cache-compact", CacheTask::compact,
+                 "Give the space of removed records back, if there are many")
+        ->group(group);
+    addCacheTask(app, options, "--cache-clear", CacheTask::clear, "Delete the cache's files")
         ->group(group);
     app.set_version_flag("--version", std::string("fscan ") + fscanner::fsVersion(),
                          "Print the version")
@@ -183,6 +291,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
     app.footer(exitStatuses);
     addSelection(app, options);
     addPlaces(app, options);
+    addProvider(app, options);
     addOutput(app, options);
     addOthers(app, options);
     try {

@@ -4,12 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "sort_order.h"
+
 namespace fscan {
 
 class Output;
 
 /// Which mounted file systems are searched.
 enum class DriveChoice { all, local, remote };
+
+/// What is to be done with the cache instead of searching.
+enum class CacheTask { none, status, compact, clear };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {
@@ -21,6 +26,12 @@ struct Options {
     std::vector<std::string> paths;
     std::optional<std::string> check;
     std::optional<std::string> debugLog;
+    std::optional<std::string> provider;
+    std::optional<SortKey> sortKey;
+    std::optional<std::string> cacheDirectory;
+    std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
+    unsigned maximumAge = 600;                    ///< of cached answers, in seconds
+    CacheTask cacheTask = CacheTask::none;
     DriveChoice drives = DriveChoice::all;
     bool recurse = true;
     bool ignoreCase = false;
@@ -28,7 +39,11 @@ struct Options {
     bool nullTerminated = false;
     bool longFormat = false;
     bool countOnly = false;
+    bool reverse = false;
+    bool spill = false;
     bool listDrives = false;
+    bool explain = false;
+    bool statistics = false;
 };
 
 /// Fills `options`. An exit status where the program is done with that: after

@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "escape.h"
+#include "interruption.h"
 
 namespace fscan {
 
@@ -39,7 +40,7 @@ void Output::flush() {
         const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
         if (written >= 0)
             rest.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno != EINTR)
+        else if (errno != EINTR || Interruption::pending())
             error_ = errno;
     }
     buffer_.clear();

@@ -26,10 +26,9 @@ std::string timeText(std::time_t seconds) {
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M", &parts));
 }
 
-std::string longText(const fscanner::FsFileInfo& record) {
-    if (!record.updateInfo()) return fmt::format("{:10} {:>12} {:16} ", "?", "?", "?");
-    return fmt::format("{} {:12} {:16} ", attributeText(record.getAttr()), record.getSize(),
-                       timeText(record.getLastModifyTime()));
+std::string longText(const FileFacts& file) {
+    return fmt::format("{} {:12} {:16} ", attributeText(file.attributes), file.size,
+                       file.known ? timeText(file.modified) : "-");
 }
 
 }  // namespace
@@ -40,13 +39,14 @@ RecordPrinter::RecordPrinter(const Options& options, Output& out)
       countOnly_(options.countOnly),
       terminator_(options.nullTerminated ? '\0' : '\n') {}
 
-void RecordPrinter::print(const fscanner::FsFileInfo& record, std::string_view path) {
+bool RecordPrinter::take(const Match& match) {
     ++count_;
-    if (countOnly_) return;
-    if (long_) out_.write(longText(record));
-    out_.writeForeign(path);
+    if (countOnly_) return true;
+    if (long_) out_.write(longText(match.facts));
+    out_.writeForeign(match.path);
     out_.write({&terminator_, 1});
     out_.endRecord();
+    return out_.error() == 0;
 }
 
 void RecordPrinter::finish() {

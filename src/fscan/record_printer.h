@@ -1,11 +1,8 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
-namespace fscanner {
-class FsFileInfo;
-}
+#include "match.h"
 
 namespace fscan {
 
@@ -13,12 +10,12 @@ class Output;
 struct Options;
 
 /// Prints the matches in the chosen form and counts them.
-class RecordPrinter {
+class RecordPrinter : public MatchSink {
 public:
     RecordPrinter(const Options& options, Output& out);
 
-    /// `path` is the file's, as the user is to see it.
-    void print(const fscanner::FsFileInfo& record, std::string_view path);
+    /// False once the output has failed.
+    bool take(const Match& match) override;
     /// The total, where that is what was asked for.
     void finish();
     unsigned long long count() const { return count_; }

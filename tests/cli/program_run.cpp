@@ -16,6 +16,7 @@
 #include <stdexcept>
 
 #include "support/child_process.h"
+#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
@@ -46,6 +47,12 @@ struct Channel {
     }
 };
 
+/// Programs must neither fill the user's cache nor be answered from it.
+const std::string& cacheHome() {
+    static const fscanner::TemporaryDirectory directory;
+    return directory.path().native();
+}
+
 bool dropOverride() {
     if (geteuid() != 0) return true;
     return prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) == 0 &&
@@ -70,6 +77,7 @@ void redirect(Stdout to, const Channel& out) {
     redirect(settings.to, out);
     dup2(err.writer, STDERR_FILENO);
     for (int other = 3; other < 64; ++other) close(other);
+    setenv("XDG_CACHE_HOME", cacheHome().c_str(), 1);
     for (const auto& [name, value] : settings.environment) setenv(name.c_str(), value.c_str(), 1);
     if (chdir(settings.directory.c_str()) != 0) _exit(126);
     if (settings.withoutOverride && !dropOverride()) _exit(126);
@@ -107,6 +115,7 @@ RunResult runProgram(const std::string& program, const Arguments& arguments,
         close(out.reader);
         out.reader = -1;
     }
+    cacheHome();
     const pid_t child = fork();
     if (child == 0) becomeProgram(program, arguments, settings, out, err);
     out.closeWriter();
@@ -120,7 +129,13 @@ RunResult runProgram(const std::string& program, const Arguments& arguments,
 }
 
 RunResult fscan(const Arguments& arguments, const RunSettings& settings) {
-    return runProgram(FSCAN_PROGRAM, arguments, settings);
+    Arguments all = arguments;
+    const auto choosesProvider = [](const std::string& argument) {
+        return argument.starts_with("--provider") || argument == "--no-cache";
+    };
+    if (!settings.cached && std::none_of(all.begin(), all.end(), choosesProvider))
+        all.insert(all.begin(), "--no-cache");
+    return runProgram(FSCAN_PROGRAM, all, settings);
 }
 
 std::vector<std::string> records(const std::string& output, char end) {

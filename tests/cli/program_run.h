@@ -15,6 +15,8 @@ struct RunSettings {
     Stdout to = Stdout::pipe;
     /// Permissions hold, even for root.
     bool withoutOverride = false;
+    /// fscan may answer from the cache, which is the tests' own.
+    bool cached = false;
 };
 
 /// What a program did. A signal that ended it is its negative status.

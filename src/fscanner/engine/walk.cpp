@@ -72,6 +72,7 @@ public:
         : request_(request), sink_(sink), voice_(voice), observer_(scanObserver()) {}
 
     int run();
+    void finish();
 
 private:
     enum class Entered { yes, skipped, timedOut };
@@ -95,6 +96,7 @@ private:
     void noteSkipped(FsSkipReason reason, int error);
     void noteExcluded();
     bool keepGoing();
+    FsScanProgress progressAt(const wchar_t* directory) const;
 
     const WalkRequest& request_;
     WalkSink& sink_;
@@ -300,13 +302,22 @@ void Walk::noteExcluded() {
 
 bool Walk::keepGoing() {
     untilProgress_ = kEntriesPerProgress;
-    const FsScanProgress progress{path_.c_str(), files_, directories_, getTickCount() - startTick_};
-    return observer_->progress(progress);
+    return observer_->progress(progressAt(path_.c_str()));
+}
+
+void Walk::finish() {
+    if (observer_) observer_->finished(progressAt(request_.path));
+}
+
+FsScanProgress Walk::progressAt(const wchar_t* directory) const {
+    return {directory, files_, directories_, getTickCount() - startTick_};
 }
 
 int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice) {
     const auto walk = std::make_unique<Walk>(request, sink, voice);
-    return walk->run();
+    const int status = walk->run();
+    walk->finish();
+    return status;
 }
 
 }  // namespace fscanner

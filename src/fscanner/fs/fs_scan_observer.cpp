@@ -20,6 +20,8 @@ void FsScanObserver::skipped(const wchar_t*, FsSkipReason, int) {}
 
 void FsScanObserver::undecided(const FsFileInfo&) {}
 
+void FsScanObserver::finished(const FsScanProgress&) {}
+
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
     return std::exchange(currentObserver, observer);
 }

@@ -37,6 +37,9 @@ public:
     /// Called for a file on which the criteria could not be evaluated (a name that
     /// holds "*" compared with a pattern; a zero divisor). It does not match.
     virtual void undecided(const FsFileInfo& file);
+    /// Called when a walk ends, also when it was stopped, with its totals; the
+    /// directory is the one that the walk began at.
+    virtual void finished(const FsScanProgress& totals);
 };
 
 /// Sets the observer of all later scans (null: none) and returns the old one.

@@ -1,0 +1,82 @@
+#include "asking.h"
+
+#include <fmt/format.h>
+
+#include <limits>
+
+#include "exit_status.h"
+#include "fscanner/fs/fs.h"
+#include "messages.h"
+#include "options.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+/// As good as none: the engine counts milliseconds in 32 bits.
+constexpr unsigned noTimeout = std::numeric_limits<int>::max();
+constexpr const char* cacheProvider = "provider_cache";
+constexpr const char* directProvider = "provider_direct";
+
+std::unique_ptr<fscanner::FsProvider> load(const char* name) {
+    std::unique_ptr<fscanner::FsProvider> provider(fscanner::fsLoadProvider(name));
+    if (!provider)
+        complain(fmt::format("the provider {} cannot be loaded; --debug-log tells why", name));
+    return provider;
+}
+
+std::string shown(const CachePlace& place) {
+    return place.directory.empty() ? "no home directory" : toBytes(place.directory);
+}
+
+/// The provider to ask. Directories alone are read faster than a cache, which holds
+/// whole trees.
+std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
+    if (options.provider) return load(options.provider->c_str());
+    return load(options.recurse ? cacheProvider : directProvider);
+}
+
+}  // namespace
+
+std::optional<Asking> Asking::prepare(const Options& options) {
+    Asking asking;
+    asking.maximumAge = options.maximumAge;
+    asking.timeoutMilliseconds = options.timeoutMilliseconds.value_or(noTimeout);
+    asking.provider = choose(options);
+    if (!asking.provider) return std::nullopt;
+    asking.place = CachePlace::of(options);
+    const std::string directory = toBytes(asking.place.directory);
+    // A provider that keeps none refuses the option.
+    asking.cached = asking.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
+                                               directory.empty() ? "/" : directory.c_str());
+    if (!asking.cached || asking.place.chosen || options.explain ||
+        fscanner::fsPrepareCacheDirectory(asking.place.directory.c_str()))
+        return asking;
+    complain(fmt::format("{}: no place for a cache; searching without one", shown(asking.place)));
+    asking.cached = false;
+    asking.provider = load(directProvider);
+    if (!asking.provider) return std::nullopt;
+    return asking;
+}
+
+int Asking::run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const {
+    return provider->executeQuery(writer, query, maximumAge, timeoutMilliseconds);
+}
+
+int Asking::report(int code, const std::string& path) const {
+    if (code == fscanner::FS_CACHE_SUCCESS) return STATUS_FOUND;
+    if (code == fscanner::FS_CACHE_QUERY_TIMED_OUT || code == fscanner::FS_CACHE_BUILD_TIMED_OUT) {
+        complain(fmt::format("{}: time ran out before all was searched", path));
+        return STATUS_INCOMPLETE;
+    }
+    if (cached)
+        complain(place.failure(code));
+    else if (code == fscanner::FS_CACHE_UNUSABLE)
+        complain("the mount table cannot be read");
+    else
+        complain(fmt::format("{}: the {} failed ({})", path, provider->name(), code));
+    return STATUS_FAILURE;
+}
+
+}  // namespace fscan

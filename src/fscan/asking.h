@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "cache_place.h"
+#include "fscanner/fs/fs_provider.h"
+
+namespace fscanner {
+class FsQuery;
+class FsResultSetWriter;
+}  // namespace fscanner
+
+namespace fscan {
+
+struct Options;
+
+/// Who answers the searches of this run, and within which limits.
+struct Asking {
+    std::unique_ptr<fscanner::FsProvider> provider;
+    CachePlace place;
+    bool cached = false;  ///< the provider keeps a cache, at that place
+    unsigned maximumAge = 0;
+    unsigned timeoutMilliseconds = 0;
+
+    /// Loads the provider and gives it its cache. Without a place for one that nobody
+    /// chose, the file systems are searched, with a warning. Nothing, with a message,
+    /// where there is no provider.
+    static std::optional<Asking> prepare(const Options& options);
+
+    int run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const;
+    /// Tells the user what is wrong with the search of PATH; returns the exit status.
+    int report(int code, const std::string& path) const;
+};
+
+}  // namespace fscan

@@ -1,0 +1,216 @@
+#include "cache_commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <filesystem>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "cache_place.h"
+#include "duration.h"
+#include "exit_status.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+namespace fs = std::filesystem;
+using fscanner::FS_Cache;
+
+constexpr int lockMilliseconds = 10000;
+constexpr unsigned openMilliseconds = 10000;
+
+/// The lock on the cache of a place, where that has one.
+class LockedCache {
+public:
+    explicit LockedCache(const CachePlace& place) {
+        if (place.directory.empty()) {
+            complain("there is no place for a cache: neither XDG_CACHE_HOME nor a home");
+            status_ = STATUS_FAILURE;
+        } else if (!place.exists()) {
+            status_ = STATUS_NOTHING_FOUND;
+        } else {
+            lock(place);
+        }
+    }
+    LockedCache(const LockedCache&) = delete;
+    LockedCache& operator=(const LockedCache&) = delete;
+    ~LockedCache() {
+        if (cache_) cache_->unlock();
+    }
+
+    /// Null where there is none; then the status says why.
+    FS_Cache* get() const { return cache_.get(); }
+    int status() const { return status_; }
+
+private:
+    void lock(const CachePlace& place) {
+        std::unique_ptr<FS_Cache> cache = place.cache();
+        if (const int code = cache->lock(lockMilliseconds)) {
+            complain(place.failure(code));
+            status_ = STATUS_FAILURE;
+        } else {
+            cache_ = std::move(cache);
+        }
+    }
+
+    std::unique_ptr<FS_Cache> cache_;
+    int status_ = STATUS_FOUND;
+};
+
+/// The endings of a table's names that a cache in `directory` has: one per locale and
+/// encoding of numbers that was used. Each has a counter or, when interrupted, a mark.
+std::set<std::string> cacheKinds(const std::string& directory) {
+    constexpr std::string_view table = "directories.";
+    std::set<std::string> kinds;
+    std::error_code error;
+    for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
+        const fs::path name = entry.path().filename();
+        const std::string stem = name.stem();
+        if ((name.extension() == ".counter" || name.extension() == ".cuflag") &&
+            stem.size() > table.size() && stem.starts_with(table))
+            kinds.insert(stem.substr(table.size()));
+    }
+    return kinds;
+}
+
+/// The files that are there of all kinds: nothing else is ever touched.
+std::vector<fs::path> cacheFiles(const CachePlace& place) {
+    constexpr std::array<const char*, 13> forms = {"directories.{}.dat",
+                                                   "directories.{}.pxx",
+                                                   "directories.{}_idx.dat",
+                                                   "directories.{}_ID.idx",
+                                                   "directories.{}_PARENTID.idx",
+                                                   "directories.{}_PATHNAME.idx",
+                                                   "directories.{}.counter",
+                                                   "directories.{}.cuflag",
+                                                   "files.{}.dat",
+                                                   "files.{}.pxx",
+                                                   "files.{}_idx.dat",
+                                                   "files.{}_FILENAME.idx",
+                                                   "files.{}_PATHID.idx"};
+    const std::string directory = toBytes(place.directory);
+    std::vector<fs::path> files;
+    for (const std::string& kind : cacheKinds(directory))
+        for (const char* form : forms) {
+            std::error_code error;
+            const fs::path file = fs::path(directory) / fmt::format(fmt::runtime(form), kind);
+            if (fs::is_regular_file(fs::symlink_status(file, error))) files.push_back(file);
+        }
+    return files;
+}
+
+std::uintmax_t sizeOf(const std::vector<fs::path>& files) {
+    std::uintmax_t size = 0;
+    for (const fs::path& file : files) {
+        std::error_code error;
+        const std::uintmax_t one = fs::file_size(file, error);
+        if (!error) size += one;
+    }
+    return size;
+}
+
+void writePlace(const CachePlace& place, std::uintmax_t size, Output& out) {
+    out.write("directory:  ");
+    out.writeForeign(toBytes(place.directory));
+    out.write(fmt::format("\nsize:       {} bytes\n", size));
+}
+
+void writeTree(const fscanner::FsCachedTree& tree, Output& out) {
+    const long long age = std::max(0LL, static_cast<long long>(std::time(nullptr)) - tree.builtAt);
+    out.write("tree:       ");
+    out.writeForeign(toBytes(tree.path));
+    out.write(fmt::format("  ({} files, {} directories, {} old)\n", tree.files, tree.directories,
+                          durationText(static_cast<unsigned long long>(age))));
+}
+
+void writeReport(const fscanner::FsCacheReport& report, Output& out) {
+    const unsigned long long all = report.records + report.removedRecords;
+    out.write(fmt::format("records:    {}, {} more removed ({} %)\n", report.records,
+                          report.removedRecords, all > 0 ? report.removedRecords * 100 / all : 0));
+    for (const fscanner::FsCachedTree& tree : report.trees) writeTree(tree, out);
+}
+
+int reportNone(const CachePlace& place, Output& out) {
+    out.write("directory:  ");
+    out.writeForeign(toBytes(place.directory));
+    out.write("\nno cache\n");
+    return STATUS_NOTHING_FOUND;
+}
+
+}  // namespace
+
+int showCacheStatus(const Options& options, Output& out) {
+    const CachePlace place = CachePlace::of(options);
+    const LockedCache locked(place);
+    if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
+    const std::vector<fs::path> files = cacheFiles(place);
+    if (files.empty()) return reportNone(place, out);
+    writePlace(place, sizeOf(files), out);
+    const bool marked = place.isMarked();
+    out.write(fmt::format(
+        "marked:     {}\n",
+        marked ? "yes, its last use was interrupted: the next search makes it anew" : "no"));
+    // Opening a marked cache is refused anyway.
+    if (marked) return STATUS_FOUND;
+    fscanner::FsCacheReport report;
+    const bool opened = locked.get()->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
+    if (opened && locked.get()->report(report))
+        writeReport(report, out);
+    else
+        out.write("unreadable: the next search makes it anew\n");
+    if (opened) locked.get()->close();
+    return STATUS_FOUND;
+}
+
+int compactCache(const Options& options, Output& out) {
+    const CachePlace place = CachePlace::of(options);
+    const LockedCache locked(place);
+    if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
+    const std::uintmax_t before = sizeOf(cacheFiles(place));
+    if (before == 0) return reportNone(place, out);
+    FS_Cache& cache = *locked.get();
+    if (cache.create(openMilliseconds, fscanner::FS_CACHE_OPEN) != 0) {
+        complain(fmt::format("{}: the cache is marked or damaged; the next search makes it anew",
+                             toBytes(place.directory)));
+        return STATUS_FAILURE;
+    }
+    if (!cache.close() || !cache.compact()) {
+        complain(place.failure(fscanner::FS_CACHE_UNUSABLE));
+        return STATUS_FAILURE;
+    }
+    const std::uintmax_t after = sizeOf(cacheFiles(place));
+    out.write(fmt::format("{} bytes before, {} after\n", before, after));
+    return STATUS_FOUND;
+}
+
+// By name and not through the cache object, which knows the tables of one locale only.
+int clearCache(const Options& options, Output& out) {
+    const CachePlace place = CachePlace::of(options);
+    int status = STATUS_FOUND;
+    {
+        const LockedCache locked(place);
+        if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
+        std::vector<fs::path> files = cacheFiles(place);
+        if (files.empty()) return reportNone(place, out);
+        files.emplace_back(fs::path(toBytes(place.directory)) / "CACHEDIR.TAG");
+        for (const fs::path& file : files) {
+            std::error_code error;
+            fs::remove(file, error);
+            if (!error) continue;
+            complain(file.native(), error.value());
+            status = STATUS_FAILURE;
+        }
+    }
+    return status;
+}
+
+}  // namespace fscan

@@ -1,0 +1,78 @@
+#include "cache_place.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/fs_provider.h"
+#include "options.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+std::string configured(const char* key) {
+    return fscanner::FsConfig_TAV().getString("fscanner", key, "");
+}
+
+std::string absolute(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::path result = std::filesystem::absolute(path, error);
+    return error ? std::string() : result.lexically_normal().native();
+}
+
+}  // namespace
+
+CachePlace CachePlace::of(const Options& options) {
+    CachePlace place;
+    const std::string inFile = configured(fscanner::FS_OPTION_CACHE_DIRECTORY);
+    if (options.cacheDirectory)
+        place.directory = toWide(absolute(*options.cacheDirectory));
+    else if (inFile.starts_with('/'))
+        place.directory = toWide(inFile);
+    place.chosen = !place.directory.empty();
+    if (!place.chosen) place.directory = fscanner::fsDefaultCacheDirectory();
+    const std::string compressed = configured(fscanner::FS_OPTION_COMPRESSED);
+    place.compressed = compressed == "true" || compressed == "1";
+    return place;
+}
+
+fscanner::FsCacheTableNames CachePlace::tables() const {
+    return fscanner::fsCacheTableNames(compressed);
+}
+
+bool CachePlace::exists() const {
+    struct stat info {};
+    return !directory.empty() && stat(toBytes(directory).c_str(), &info) == 0 &&
+           S_ISDIR(info.st_mode);
+}
+
+bool CachePlace::isMarked() const {
+    struct stat info {};
+    return stat(toBytes(directory + L"/" + tables().directories + L".cuflag").c_str(), &info) == 0;
+}
+
+std::unique_ptr<fscanner::FS_Cache> CachePlace::cache() const {
+    const fscanner::FsCacheTableNames names = tables();
+    return std::make_unique<fscanner::FS_Cache>(names.directories.c_str(), names.files.c_str(),
+                                                directory.c_str(), false, compressed, true);
+}
+
+std::string CachePlace::failure(int status) const {
+    const std::string where = toBytes(directory);
+    switch (status) {
+        case fscanner::FS_CACHE_SUCCESS:
+            return {};
+        case fscanner::FS_CACHE_LOCK_TIMED_OUT:
+            return fmt::format("{}: another process is using the cache", where);
+        case fscanner::FS_CACHE_FAILURE:
+            return fmt::format("{}: the cache directory cannot be used", where);
+        default:
+            return fmt::format("{}: the cache failed; --no-cache searches without it", where);
+    }
+}
+
+}  // namespace fscan

@@ -1,0 +1,126 @@
+#include "explain.h"
+
+#include <fmt/format.h>
+
+#include <string>
+#include <string_view>
+
+#include "asking.h"
+#include "duration.h"
+#include "exit_status.h"
+#include "fscanner/fs/fs_explain.h"
+#include "messages.h"
+#include "output.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+using fscanner::FsPlanStep;
+using fscanner::FsQueryReport;
+using fscanner::FsSearchWay;
+
+constexpr int lockMilliseconds = 10000;
+constexpr unsigned openMilliseconds = 10000;
+
+/// Asks the cache; it is not made for that. False where there is no sound one.
+bool explainFromCache(const Asking& asking, const fscanner::FsQuery& query, FsQueryReport& report,
+                      int& status) {
+    if (!asking.place.exists() || asking.place.isMarked()) return false;
+    const auto cache = asking.place.cache();
+    status = cache->lock(lockMilliseconds);
+    if (status != 0) return false;
+    // Looked at again under the lock: another process may have been at work.
+    const bool sound =
+        !asking.place.isMarked() && cache->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
+    const bool explained = sound && cache->explain(query, asking.maximumAge, report);
+    if (sound) cache->close();
+    cache->unlock();
+    return explained;
+}
+
+bool makeReport(const Asking& asking, const fscanner::FsQuery& query, FsQueryReport& report,
+                int& status) {
+    if (asking.cached && explainFromCache(asking, query, report, status)) return true;
+    if (status != 0 || !fscanner::fsExplainQuery(query, report)) return false;
+    for (FsPlanStep& step : report.steps)
+        if (asking.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
+            step.way = FsSearchWay::rebuilt;
+    return true;
+}
+
+std::string_view typeName(fscanner::DriveType type) {
+    if (type == fscanner::DRIVE_LOCAL) return "local";
+    return type == fscanner::DRIVE_REMOTE ? "remote" : "other";
+}
+
+std::string wayText(const Asking& asking, const FsPlanStep& step) {
+    const std::string age = durationText(step.ageSeconds);
+    switch (step.way) {
+        case FsSearchWay::cached:
+            return fmt::format("from the cache, {} old", age);
+        case FsSearchWay::rebuilt:
+            if (!step.inCache) return "scanned into the cache, which does not have it";
+            return fmt::format("scanned into the cache, where it is {} old; {} at most", age,
+                               durationText(asking.maximumAge));
+        case FsSearchWay::left:
+            return "left out";
+        case FsSearchWay::noDirectory:
+            return "not searched: no directory";
+        case FsSearchWay::direct:
+            break;
+    }
+    return asking.cached ? "scanned: only local drives are cached" : "scanned: without the cache";
+}
+
+void writeLine(std::string_view label, const std::wstring& text, Output& out) {
+    out.write(label);
+    out.writeForeign(toBytes(text));
+    out.write("\n");
+}
+
+void writeStep(const Asking& asking, const FsPlanStep& step, Output& out) {
+    writeLine("path:      ", step.path, out);
+    out.write("drive:     ");
+    out.writeForeign(toBytes(step.mountPoint));
+    out.write(fmt::format(" ({}, {})\n", toBytes(step.fileSystem), typeName(step.type)));
+    out.write(fmt::format("answer:    {}\n", wayText(asking, step)));
+    for (const std::wstring& path : step.exclusions) writeLine("excluded:  ", path, out);
+    for (const std::wstring& path : step.mountPoints) writeLine("mount:     ", path, out);
+}
+
+std::string indexText(const Asking& asking, const fscanner::FsCriteriaReport& criteria) {
+    if (!asking.cached) return "none: only the cache has one";
+    if (criteria.indexField.empty()) return "none: no field has to have one certain value";
+    return toBytes(criteria.indexField + L" = " + criteria.indexKey);
+}
+
+void writeCriteria(const Asking& asking, const fscanner::FsCriteriaReport& criteria, Output& out) {
+    if (criteria.tree.empty()) {
+        out.write("criteria:  none\n");
+        return;
+    }
+    writeLine("criteria:  ", criteria.tree, out);
+    out.write("index:     ");
+    out.writeForeign(indexText(asking, criteria));
+    out.write("\n");
+}
+
+}  // namespace
+
+int explainQuery(const Asking& asking, const fscanner::FsQuery& query, Output& out) {
+    FsQueryReport report;
+    int status = 0;
+    if (!makeReport(asking, query, report, status)) {
+        complain(status != 0 ? asking.place.failure(status) : "the mount table cannot be read");
+        return STATUS_FAILURE;
+    }
+    for (const FsPlanStep& step : report.steps) writeStep(asking, step, out);
+    for (const std::wstring& path : report.unresolved)
+        writeLine("on no drive that is searched: ", path, out);
+    writeCriteria(asking, report.criteria, out);
+    return STATUS_FOUND;
+}
+
+}  // namespace fscan

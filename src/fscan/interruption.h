@@ -1,0 +1,27 @@
+#pragma once
+
+namespace fscan {
+
+/// While it lives, SIGINT, SIGTERM, SIGHUP and SIGPIPE do not end the process but are
+/// noted, so that a cache in use is closed properly: one that is not has to be made
+/// anew. A second signal ends the process at once, and so does the first a few seconds
+/// later, unless an answer is on its way.
+///
+/// One at a time. Signals that were ignored before stay so.
+class Interruption {
+public:
+    Interruption();
+    Interruption(const Interruption&) = delete;
+    Interruption& operator=(const Interruption&) = delete;
+    ~Interruption();
+
+    /// Whether the process is to end.
+    static bool pending();
+    /// Records arrive: what is left takes little time.
+    static void answering();
+    /// Ends the process by the signal that was noted, or by SIGPIPE if `readerGone`
+    /// and that would have ended it. To be called when the cache is closed.
+    void endIfPending(bool readerGone) const;
+};
+
+}  // namespace fscan

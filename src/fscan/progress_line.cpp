@@ -1,0 +1,71 @@
+#include "progress_line.h"
+
+#include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cwchar>
+#include <string>
+#include <string_view>
+
+#include "escape.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+constexpr unsigned intervalMilliseconds = 100;
+constexpr int usualColumns = 80;
+
+bool isCapable(const char* terminal) {
+    return terminal != nullptr && std::string_view(terminal) != "dumb";
+}
+
+int columns() {
+    winsize size{};
+    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return known ? size.ws_col : usualColumns;
+}
+
+/// The text's end that fits into so many columns.
+std::string tail(const std::wstring& text, int room) {
+    std::size_t first = text.size();
+    for (; first > 0; --first) {
+        room -= wcwidth(text[first - 1]);
+        if (room < 0) break;
+    }
+    return toBytes(std::wstring_view(text).substr(first));
+}
+
+void writeError(std::string_view text) {
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine()
+    : terminal_(isatty(STDERR_FILENO) == 1 && isCapable(std::getenv("TERM"))) {}
+
+void ProgressLine::show(const fscanner::FsScanProgress& progress) {
+    const unsigned now = progress.elapsedMilliseconds;
+    if (!terminal_ || now < intervalMilliseconds) return;
+    if (now < shownAt_) shownAt_ = 0;  // another scan
+    if (now - shownAt_ < intervalMilliseconds) return;
+    const std::string text = fmt::format("{} files, {} directories, {}.{} s  ", progress.files,
+                                         progress.directories, now / 1000, now / 100 % 10);
+    const int room = columns() - 1 - static_cast<int>(text.size());
+    const std::wstring directory = toWide(escaped(toBytes(progress.directory)));
+    writeError("\r\x1B[K" + text + (room > 0 ? tail(directory, room) : ""));
+    shown_ = true;
+    shownAt_ = now;
+}
+
+void ProgressLine::erase() {
+    if (shown_) writeError("\r\x1B[K");
+    shown_ = false;
+}
+
+}  // namespace fscan
