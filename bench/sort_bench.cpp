@@ -2,7 +2,8 @@
 //
 //     sort_bench [RECORDS [ROUNDS]]
 //
-// Prints the best times of the rounds, the ratio of the two and the peak of each
+// For each key: GNU sort, the sort of a record file, and the sort in memory that fscan
+// prefers. Prints the best times of the rounds, the ratios, and the peak of each
 // process's private memory. The files lie in the temporary directory.
 
 #include <spawn.h>
@@ -11,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +26,7 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/fs_resultset_file.h"
+#include "memory_sorter.h"
 
 namespace {
 
@@ -132,34 +135,70 @@ struct Comparison {
     std::function<std::string(const Entry&)> line;
 };
 
+void print(const char* title, const char* what, const Cost& ours, const Cost& theirs) {
+    std::printf(
+        "%-10s %-8s %6.0f ms %6.0f CPU %6.1f MiB, of GNU sort's %.2f, of CPU %.2f\n", title, what,
+        ours.milliseconds, ours.cpuMilliseconds, static_cast<double>(ours.privateKiB) / 1024,
+        ours.milliseconds / theirs.milliseconds, ours.cpuMilliseconds / theirs.cpuMilliseconds);
+}
+
 void compare(const Comparison& c, const std::vector<Entry>& entries, const fs::path& directory,
              unsigned rounds) {
     const std::string lines = directory / "lines", out = directory / "out";
-    const std::string records = directory / "records";
+    const std::string records = directory / "records", matches = directory / "matches";
+    const std::string key = std::to_string(c.key);
     {
-        std::ofstream file(lines);
-        for (const Entry& e : entries) file << c.line(e) << "\n";
+        std::ofstream file(lines), forUs(matches);
+        for (const Entry& e : entries) {
+            file << c.line(e) << "\n";
+            forUs << e.size << "\t" << e.directory << "/" << e.name << "\n";
+        }
     }
     const Cost theirs = best(rounds, [] {}, {"sort", "--parallel=1", c.option, "-o", out, lines});
-    const Cost ours = best(rounds, [&] { writeRecords(records, entries); },
-                           {"/proc/self/exe", "--sort", records, std::to_string(c.key)});
-    std::printf(
-        "%-10s %6.0f ms %6.0f CPU %6.1f MiB  GNU sort %6.0f ms %6.0f CPU %6.1f MiB  "
-        "ratio %.2f, of CPU %.2f\n",
-        c.title, ours.milliseconds, ours.cpuMilliseconds,
-        static_cast<double>(ours.privateKiB) / 1024, theirs.milliseconds, theirs.cpuMilliseconds,
-        static_cast<double>(theirs.privateKiB) / 1024, ours.milliseconds / theirs.milliseconds,
-        ours.cpuMilliseconds / theirs.cpuMilliseconds);
+    const Cost onDisk = best(rounds, [&] { writeRecords(records, entries); },
+                             {"/proc/self/exe", "--sort", key, records});
+    const Cost inMemory = best(rounds, [] {}, {"/proc/self/exe", "--memory", key, matches, out});
+    print(c.title, "GNU sort", theirs, theirs);
+    print(c.title, "file", onDisk, theirs);
+    print(c.title, "memory", inMemory, theirs);
+}
+
+int sortFile(unsigned key, const char* records) {
+    FsResultSetReader_OnFile reader(records);
+    return reader.sort(key, FS_SORT_ASCENDING, true) != 0 ? 0 : 1;
+}
+
+// What fscan does with its matches, reading and writing what GNU sort does.
+int sortInMemory(unsigned key, const char* matches, const char* out) {
+    constexpr fscan::SortKey keys[] = {fscan::SortKey::path, fscan::SortKey::name,
+                                       fscan::SortKey::pathname, fscan::SortKey::size};
+    fscan::MemorySorter sorter({keys[key - 1], false});
+    std::ifstream in(matches, std::ios::binary);
+    std::string text(fs::file_size(matches), 0);
+    in.read(text.data(), static_cast<std::streamsize>(text.size()));
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        rest.remove_prefix(line.size() + 1);
+        unsigned long long size = 0;
+        const char* tab = std::from_chars(line.data(), line.data() + line.size(), size).ptr;
+        const std::string_view path = line.substr(static_cast<std::size_t>(tab + 1 - line.data()));
+        sorter.add({path, path.rfind('/') + 1, {key == FS_SORT_SIZE, 0, size, 0}});
+    }
+    sorter.sort();
+    text.clear();
+    for (std::size_t i = 0; i < sorter.size(); ++i) text.append(sorter.at(i).path) += '\n';
+    std::ofstream(out, std::ios::binary)
+        .write(text.data(), static_cast<std::streamsize>(text.size()));
+    return 0;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 4 && std::string(argv[1]) == "--sort") {
-        FsResultSetReader_OnFile reader(argv[2]);
-        const auto key = static_cast<unsigned>(std::atoi(argv[3]));
-        return reader.sort(key, FS_SORT_ASCENDING, true) != 0 ? 0 : 1;
-    }
+    const std::string mode = argc > 3 ? argv[1] : "";
+    const auto key = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 0);
+    if (mode == "--sort") return sortFile(key, argv[3]);
+    if (mode == "--memory") return sortInMemory(key, argv[3], argv[4]);
     ::setenv("LC_ALL", "C", 1);
     const auto count = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1000000);
     const auto rounds = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 3);
