@@ -5,6 +5,8 @@
 #include <array>
 #include <csignal>
 
+#include "fscanner/fs/fs_resource_manager.h"
+
 namespace fscan {
 
 namespace {
@@ -18,7 +20,9 @@ volatile std::sig_atomic_t noted = 0;
 volatile std::sig_atomic_t isAnswering = 0;
 bool pipeEnds = false;
 
-void endBy(int signal) {
+// As the signal would have ended the process, but without the library's temporary files.
+extern "C" void endBy(int signal) {
+    fscanner::FsResourceManager::getInstance()->invokeCleanupHandlers(signal);
     std::signal(signal, SIG_DFL);
     sigset_t set;
     sigemptyset(&set);
@@ -28,6 +32,7 @@ void endBy(int signal) {
 }
 
 extern "C" void note(int signal) {
+    if (noted != 0) endBy(signal);
     noted = signal;
     if (isAnswering == 0) alarm(patienceSeconds);
 }
@@ -41,29 +46,35 @@ bool isIgnored(int signal) {
     return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 
-void handle(int signal, void (*handler)(int), int flags) {
+void handle(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = flags;
     sigaction(signal, &action, nullptr);
 }
 
 }  // namespace
 
+void removeFilesOnSignals() {
+    fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
+        if (!isIgnored(signal)) handle(signal, endBy);
+}
+
 // Without SA_RESTART: a write that waits for a slow reader has to end, too.
 Interruption::Interruption() {
-    handle(SIGALRM, losePatience, 0);
+    fscanner::FsResourceManager::getInstance();
+    handle(SIGALRM, losePatience);
     for (const int signal : ending)
-        if (!isIgnored(signal)) handle(signal, note, static_cast<int>(SA_RESETHAND));
+        if (!isIgnored(signal)) handle(signal, note);
     pipeEnds = !isIgnored(SIGPIPE);
-    handle(SIGPIPE, SIG_IGN, 0);
+    handle(SIGPIPE, SIG_IGN);
 }
 
 Interruption::~Interruption() {
     alarm(0);
     for (const int signal : ending)
-        if (!isIgnored(signal)) handle(signal, SIG_DFL, 0);
-    if (pipeEnds) handle(SIGPIPE, SIG_DFL, 0);
+        if (!isIgnored(signal)) handle(signal, endBy);
+    if (pipeEnds) handle(SIGPIPE, endBy);
 }
 
 bool Interruption::pending() {

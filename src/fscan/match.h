@@ -10,6 +10,8 @@ struct FileFacts {
     unsigned attributes = 0;
     unsigned long long size = 0;
     long modified = 0;  ///< seconds since the epoch
+
+    bool none() const { return !known && attributes == 0 && size == 0; }
 };
 
 /// A file that is to be reported.

@@ -39,7 +39,7 @@ char* put(char* at, const Value& value) {
 struct MemorySorter::Header {
     std::uint32_t length;
     std::uint32_t nameAt;
-    bool factsKnown;
+    bool hasFacts;
 };
 
 // A place for as many bytes, noted in a new entry; null where there is none.
@@ -56,12 +56,13 @@ char* MemorySorter::makeRoom(std::size_t bytes) {
 }
 
 bool MemorySorter::add(const Match& match) {
-    const std::size_t facts = match.facts.known ? sizeof(FileFacts) : 0;
+    const bool hasFacts = !match.facts.none();
+    const std::size_t facts = hasFacts ? sizeof(FileFacts) : 0;
     char* at = makeRoom(sizeof(Header) + facts + match.path.size());
     if (at == nullptr) return false;
     at = put(at, Header{static_cast<std::uint32_t>(match.path.size()),
-                        static_cast<std::uint32_t>(match.nameAt), match.facts.known});
-    if (match.facts.known) at = put(at, match.facts);
+                        static_cast<std::uint32_t>(match.nameAt), hasFacts});
+    if (hasFacts) at = put(at, match.facts);
     std::memcpy(at, match.path.data(), match.path.size());
     return true;
 }
@@ -72,7 +73,7 @@ Match MemorySorter::matchOf(const Entry& entry) const {
     std::memcpy(&header, at, sizeof header);
     at += sizeof header;
     Match match;
-    if (header.factsKnown) {
+    if (header.hasFacts) {
         std::memcpy(&match.facts, at, sizeof match.facts);
         at += sizeof match.facts;
     }

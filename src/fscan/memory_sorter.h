@@ -48,7 +48,7 @@ private:
     void sortRange(Range range, SortKey key, std::size_t depth) const;
 
     SortOrder order_;
-    // Of each match its header, its facts if known, its path.
+    // Of each match its header, its facts if there are any, its path.
     std::vector<std::unique_ptr<char[]>> chunks_;
     std::size_t used_ = chunkSize;  // of the last chunk
     std::vector<Entry> index_;

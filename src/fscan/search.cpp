@@ -271,6 +271,7 @@ int explainRoots(const Search& search, Output& out) {
 /// Where matches are sorted, or null.
 std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
     if (!options.sortKey || options.countOnly) return nullptr;
+    removeFilesOnSignals();
     return std::make_unique<SortedMatches>(SortOrder{*options.sortKey, options.reverse},
                                            options.spill ? 0 : SortedMatches::memoryBound);
 }

@@ -1,12 +1,10 @@
 #include "spill_file.h"
 
-#include <signal.h>
-
-#include "fscanner/fs/fs_resource_manager.h"
-
 namespace fscan {
 
 namespace {
+
+constexpr unsigned knownTime = 0x100;
 
 const wchar_t* widen(std::string_view bytes, std::wstring& text) {
     text.clear();
@@ -16,23 +14,6 @@ const wchar_t* widen(std::string_view bytes, std::wstring& text) {
 
 void narrow(const wchar_t* text, std::string& bytes) {
     for (; *text != 0; ++text) bytes += static_cast<char>(*text);
-}
-
-// The library removes its temporary files; then the signal does what it would have.
-void removeFilesAndEnd(int signal) {
-    fscanner::FsResourceManager::getInstance()->invokeCleanupHandlers(signal);
-    ::signal(signal, SIG_DFL);
-    ::raise(signal);
-}
-
-void removeFilesOnSignals() {
-    fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        struct sigaction action {};
-        if (::sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
-        action.sa_handler = removeFilesAndEnd;
-        ::sigaction(signal, &action, nullptr);
-    }
 }
 
 fscanner::FsSortKey libraryKey(SortKey key) {
@@ -52,7 +33,6 @@ fscanner::FsSortKey libraryKey(SortKey key) {
 }  // namespace
 
 SpillFile::SpillFile() {
-    removeFilesOnSignals();
     results_ = std::make_unique<fscanner::FsResultSet_OnFile>();
 }
 
@@ -60,11 +40,9 @@ bool SpillFile::add(const Match& match) {
     record_.clear();
     record_.setFilePath(widen(match.directory(), text_));
     record_.setFileName(widen(match.name(), text_));
-    if (match.facts.known) {
-        record_.setFileAttr(match.facts.attributes);
-        record_.setFileSize(match.facts.size);
-        record_.setLastModifyTime(match.facts.modified);
-    }
+    record_.setFileAttr(match.facts.attributes);
+    record_.setFileSize(match.facts.size);
+    if (match.facts.known) record_.setLastModifyTime(match.facts.modified);
     if (results_->getWriter()->addRecord(record_) != 0) return false;
     ++added_;
     return true;
@@ -88,9 +66,9 @@ bool SpillFile::next(Match& match) {
     match.nameAt = path_.size();
     narrow(record_.getName(), path_);
     match.path = path_;
-    match.facts = {};
-    if (record_.knownMask() != 0)
-        match.facts = {true, record_.getAttr(), record_.getSize(), record_.getLastModifyTime()};
+    const bool known = (record_.knownMask() & knownTime) != 0;
+    match.facts = {known, record_.getAttr(), record_.getSize(),
+                   known ? record_.getLastModifyTime() : 0};
     return true;
 }
 

@@ -140,7 +140,7 @@ TEST_F(SortTest, WrongUseIsRefused) {
 TEST_F(SortTest, FileThatCannotBeWrittenIsAFailure) {
     // A limit on file sizes stands for the disk.
     const std::string script =
-        "trap '' XFSZ; ulimit -f 8; exec " FSCAN_PROGRAM " --sort name --spill";
+        "trap '' XFSZ; ulimit -f 8; exec " FSCAN_PROGRAM " --no-cache --sort name --spill";
     const RunResult result = runProgram("/bin/sh", {"-c", script}, {.directory = tree_.path()});
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.out, "");
@@ -150,20 +150,32 @@ TEST_F(SortTest, FileThatCannotBeWrittenIsAFailure) {
 TEST_F(SortTest, FileIsRemovedWhenASignalEndsTheProgram) {
     for (int i = 0; i < 4000; ++i)
         writeWholeFile(tree_ / "a/" + std::to_string(i) + std::string(100, 'n'), "");
-    // Nobody reads, so that it waits with its file sorted.
-    const TemporaryDirectory work;
-    const std::string log = work / "log";
-    const std::string script =
-        "mkfifo " + (work / "pipe") + "; " FSCAN_PROGRAM " --sort name --spill --debug-log " + log +
-        " >" + (work / "pipe") + " & exec 3<" + (work / "pipe") + "; until grep -q 'file sorted' " +
-        log + "; do kill -0 $! || exit 9; sleep 0.05; done; kill -TERM $!; wait $!";
-    const RunResult result = runProgram("/bin/sh", {"-c", script}, {.directory = tree_.path()});
-    EXPECT_EQ(result.status, 128 + 15) << result.err;
-    const std::string lines = readWholeFile(log);
-    const std::size_t name = lines.find("name ok: ") + 9;
-    const std::string file = lines.substr(name, lines.find('\n', name) - name);
-    EXPECT_THAT(lines, HasSubstr("deleting temp file: " + file));
-    EXPECT_FALSE(std::filesystem::exists(file)) << file;
+    for (const std::string cache : {"", " --no-cache"}) {
+        const TemporaryDirectory work;
+        const std::string log = work / "log";
+        const std::string command = FSCAN_PROGRAM " --sort name --spill --debug-log " + log + cache;
+        const auto run = [&](const std::string& script) {
+            return runProgram("/bin/sh", {"-c", script}, {.directory = tree_.path()});
+        };
+        const auto expectNoFile = [&] {
+            const std::string lines = readWholeFile(log);
+            const std::size_t name = lines.find("name ok: ") + 9;
+            const std::string file = lines.substr(name, lines.find('\n', name) - name);
+            EXPECT_TRUE(lines.find("deleting temp file: " + file) != lines.npos);
+            EXPECT_FALSE(std::filesystem::exists(file)) << file;
+        };
+        // Nobody reads, so that it waits with its file sorted.
+        const std::string pipe = work / "pipe";
+        const RunResult killed =
+            run("mkfifo " + pipe + "; " + command + " >" + pipe + " & exec 3<" + pipe +
+                "; until grep -q 'file sorted' " + log +
+                "; do kill -0 $! || exit 9; sleep 0.05; done; kill -TERM $!; wait $!");
+        EXPECT_EQ(killed.status, 128 + 15) << killed.err;
+        expectNoFile();
+        const RunResult cut = run(command + " | head -n 1");
+        EXPECT_EQ(cut.out, "./a/0" + std::string(100, 'n') + "\n") << cut.err;
+        expectNoFile();
+    }
 }
 
 TEST_F(SortTest, ProvidersAreAskedByName) {
