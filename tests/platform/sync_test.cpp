@@ -118,19 +118,6 @@ TEST(LinuxSemaphore, CountsUnits) {
     EXPECT_EQ(consumer.wait(), 0) << "a wait in vain takes no unit";
 }
 
-TEST(LinuxSemaphore, WakesEveryWaiterOnce) {
-    LinuxSemaphore semaphore("waiters");
-    std::atomic<int> through = 0;
-    auto wait = [&] {
-        EXPECT_EQ(semaphore.wait(), 0);
-        ++through;
-    };
-    std::thread waiters[] = {std::thread(wait), std::thread(wait), std::thread(wait)};
-    for (int i = 0; i < 3; ++i) semaphore.release();
-    for (std::thread& waiter : waiters) waiter.join();
-    EXPECT_EQ(through, 3);
-}
-
 template <typename Sync>
 void* waitForever(void* sync) {
     static_cast<Sync*>(sync)->wait();

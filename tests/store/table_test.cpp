@@ -78,11 +78,7 @@ TEST_P(Table, FailsWhileClosed) {
     const auto expectClosed = [&] {
         EXPECT_FALSE(table->insert(values));
         EXPECT_TRUE(table->read(0, values)) << "deliberate: true, and nothing is read";
-        EXPECT_FALSE(table->remove(0));
-        EXPECT_FALSE(table->update(0, values));
         EXPECT_FALSE(table->moveFirst(id));
-        EXPECT_FALSE(table->moveNext(id));
-        EXPECT_FALSE(table->movePrevious(id));
         EXPECT_FALSE(table->moveLast(id, position));
         EXPECT_FALSE(table->eof());
         EXPECT_FALSE(table->count(0, 1));
@@ -206,16 +202,6 @@ TEST_P(Table, UpdateGivesANewIdInTheCompactForm) {
     EXPECT_FALSE(update(17, changed));
 }
 
-TEST_P(Table, UpdateGivesANewIdWhenATextChangesItsLength) {
-    ASSERT_TRUE(create());
-    ASSERT_TRUE(insert(a));
-    const Row longer{L"longer.h", 2, 3, 4};
-    ASSERT_TRUE(update(0, longer));
-    EXPECT_THAT(ids(), ElementsAre(1));
-    EXPECT_EQ(read(1), longer);
-    EXPECT_EQ(count(1), 1U);
-}
-
 // A text of as many characters, but more bytes, is written over the start of the
 // next record: the first byte of its null flags here.
 TEST_P(Table, UpdateInPlaceComparesCharacters) {
@@ -276,15 +262,6 @@ protected:
     }
 };
 FSCANNER_BOTH_FORMS(Compaction);
-
-TEST_P(Compaction, IsSkippedBelowItsThreshold) {
-    fill(3);
-    ASSERT_TRUE(table->close());
-    EXPECT_TRUE(table->compact(30));
-    EXPECT_FALSE(table->isOpen());
-    ASSERT_TRUE(table->open());
-    EXPECT_EQ(count(1), 3U);
-}
 
 TEST_P(Compaction, RenumbersAndRebuildsTheIndexes) {
     fill(4);
