@@ -109,10 +109,11 @@ public:
 
 private:
     enum class Form { plain, kept };
-    FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
-            unsigned maxCacheAge);
+    FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
+                            unsigned timeout, unsigned maxCacheAge);
 
-    FSCANNER_HIDDEN const QueryPlan* makePlan(Form form, QueryPlan& fresh, const FsQuery& query) const;
+    FSCANNER_HIDDEN const QueryPlan* makePlan(Form form, QueryPlan& fresh,
+                                              const FsQuery& query) const;
 
     std::unique_ptr<CacheStore> store_;
     bool monitor_;
