@@ -50,4 +50,12 @@ void normaliseDriveList(std::vector<DriveInfo>& drives) {
     });
 }
 
+void addMissingRoot(std::vector<DriveInfo>& mounted) {
+    const auto isRoot = [](const DriveInfo& drive) {
+        return drive.getName() && std::wcscmp(drive.getName(), L"/:") == 0;
+    };
+    if (mounted.empty() || std::any_of(mounted.begin(), mounted.end(), isRoot)) return;
+    mounted.insert(mounted.begin(), DriveInfo(L"/:", DRIVE_LOCAL, L"rootfs"));
+}
+
 }  // namespace fscanner

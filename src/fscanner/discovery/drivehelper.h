@@ -61,4 +61,9 @@ public:
 /// and enclosing mounts come before those they contain, otherwise in list order.
 void normaliseDriveList(std::vector<DriveInfo>& drives);
 
+/// Puts the root in front, as a local drive of type "rootfs", where a list of drives has
+/// others and not it: below a changed root the table has no line for "/", because the
+/// mount that it lies on begins outside.
+void addMissingRoot(std::vector<DriveInfo>& mounted);
+
 }  // namespace fscanner

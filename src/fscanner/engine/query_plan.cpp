@@ -1,8 +1,5 @@
 #include "fscanner/engine/query_plan.h"
 
-#include <algorithm>
-#include <cwchar>
-
 #include "fscanner/fs/fs_query.h"
 
 namespace fscanner {
@@ -15,16 +12,6 @@ std::vector<PathInfo> groupPaths(const ResolvedPaths& side, unsigned mask) {
     PathHelper::extractPathList(side.resolved, mask, paths);
     PathHelper::extractPathList(side.parentResolved, mask, paths);
     return paths;
-}
-
-// Below a changed root the table has no line for "/": the mount that it lies on begins
-// outside.
-void addMissingRoot(std::vector<DriveInfo>& mounted) {
-    const auto isRoot = [](const DriveInfo& drive) {
-        return drive.getName() && std::wcscmp(drive.getName(), L"/:") == 0;
-    };
-    if (mounted.empty() || std::any_of(mounted.begin(), mounted.end(), isRoot)) return;
-    mounted.insert(mounted.begin(), DriveInfo(L"/:", DRIVE_LOCAL, L"rootfs"));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ bool fsListDrives(std::vector<DriveInfo>& drives) {
         if (!MountTableManager::getMountEntryList(mounts)) return false;
         // Placeholders stay closed: a listing shall not wait for an automounter.
         DriveHelper::buildDriveList(mounts, mdAllDriveGroup, drives);
+        addMissingRoot(drives);
         return true;
     } catch (const std::bad_alloc&) {
         return false;
