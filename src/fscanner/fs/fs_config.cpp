@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "fscanner/fs/tav_cfg.h"
+#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
@@ -47,9 +48,11 @@ std::string FsConfig_TAV::getErrorText() const {
 
 std::string FsConfig_TAV::getString(const char* section, const char* key,
                                     const char* defaultValue) const {
-    const String value = TavCfg::getKey((std::string(section) + "." + key).c_str());
-    if (value.length() > 0) return static_cast<const char*>(value);
-    return defaultValue != nullptr ? defaultValue : "";
+    return behindWall("FsConfig_TAV::getString", [&]() -> std::string {
+        const String value = TavCfg::getKey((std::string(section) + "." + key).c_str());
+        if (value.length() > 0) return static_cast<const char*>(value);
+        return defaultValue != nullptr ? defaultValue : "";
+    });
 }
 
 int FsConfig_TAV::getInteger(const char* section, const char* key, int defaultValue) const {

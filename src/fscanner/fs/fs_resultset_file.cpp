@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <exception>
 #include <utility>
 
 #include "fscanner/common/paths.h"
@@ -19,6 +18,7 @@
 #include "fscanner/fs/record_merge.h"
 #include "fscanner/fs/result_record_io.h"
 #include "fscanner/fs/temp_files.h"
+#include "fscanner/fs/wall.h"
 #include "fscanner/platform/sysfactory.h"
 
 namespace fscanner {
@@ -108,10 +108,12 @@ void FsResultSetReader_OnFile::closeFile() {
 
 void FsResultSetReader_OnFile::moveFirst() {
     closeFile();
-    file_ = makeFile(name_.c_str());
-    if (!file_) return;
-    file_->open();
-    serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
+    behindWall("FsResultSetReader_OnFile::moveFirst", [this] {
+        file_ = makeFile(name_.c_str());
+        if (!file_) return;
+        file_->open();
+        serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
+    });
 }
 
 bool FsResultSetReader_OnFile::getNext(FsFileInfo& out) {
@@ -136,11 +138,8 @@ int FsResultSetReader_OnFile::sort(unsigned key, unsigned direction, bool caseSe
     const bool known = comparator(key) != nullptr;
     if (known) {
         closeFile();  // the sort rewrites it
-        try {
-            sortFile(name_, key, direction, caseSensitive);
-        } catch (const std::exception& e) {
-            debug("FsResultSetReader_OnFile::sort - failed: %s\n", e.what());
-        }
+        behindWall("FsResultSetReader_OnFile::sort",
+                   [&] { sortFile(name_, key, direction, caseSensitive); });
     }
     debug("FsResultSetReader_OnFile::sort - exiting...\n");
     return known ? 1 : 0;

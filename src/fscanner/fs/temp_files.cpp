@@ -30,7 +30,8 @@ std::string createIn(const std::string& directory) {
 
 char* arrayCopy(const std::string& text) {
     char* copy = new (std::nothrow) char[text.size() + 1];
-    return copy != nullptr ? std::strcpy(copy, text.c_str()) : nullptr;
+    if (copy != nullptr) std::memcpy(copy, text.c_str(), text.size() + 1);
+    return copy;
 }
 
 // A handler returns nothing; calling through a cast function type is undefined.
