@@ -138,7 +138,7 @@ constexpr unsigned greatestSeconds = 2'000'000;
 constexpr unsigned greatestAge = 1'000'000'000;
 
 CLI::Option* addDuration(CLI::App& app, const char* flag, unsigned least, unsigned limit,
-                         std::function<void(unsigned)> take, const std::string& help) {
+                         const std::function<void(unsigned)>& take, const std::string& help) {
     return app
         .add_option(
             flag,

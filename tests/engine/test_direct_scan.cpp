@@ -248,6 +248,10 @@ private:
 TEST(DirectScan, DeepTreesNeedFewDescriptorsAndEndAtThePathLimit) {
     TempTree tree;
     ASSERT_EQ(nest(tree.path(), "d", 2000), 2000);
+    // A sanitizer needs descriptors of its own when it first looks at a type.
+    TempTree small;
+    small.file("d/f");
+    EXPECT_EQ(Scan{small.wide()}.found().size(), 1U);
     const rlimit few{20, 20};
     rlimit old{};
     getrlimit(RLIMIT_NOFILE, &old);

@@ -250,7 +250,8 @@ TEST(FsProvider, QueryIsTheSixthSlot) {
     using Operation = int (*)(FsProvider*, FsResultSetWriter*, const FsQuery*, unsigned, unsigned);
     const auto provider = std::make_unique<Recorder>();
     Operation* slots;
-    std::memcpy(&slots, static_cast<FsProvider*>(provider.get()), sizeof slots);
+    const void* const object = static_cast<FsProvider*>(provider.get());
+    std::memcpy(&slots, object, sizeof slots);
     EXPECT_EQ(slots[5](provider.get(), nullptr, nullptr, 40, 2), 42);
 }
 

@@ -16,7 +16,7 @@ PathInfo::PathInfo(PathInfo&& other) noexcept
       recursive_(std::exchange(other.recursive_, false)) {}
 
 PathInfo& PathInfo::operator=(const PathInfo& other) {
-    setPathInfo(other);
+    if (this != &other) setPathInfo(other);
     return *this;
 }
 
