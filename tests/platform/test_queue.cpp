@@ -19,7 +19,8 @@ TEST(Event, ValidityAndCopies) {
     FS_Event event(L"/a", 160);
     EXPECT_TRUE(event.isValid());
     FS_Event copy(event);
-    event = event;
+    const FS_Event& itself = event;
+    event = itself;
     event.setInvalid();
     EXPECT_FALSE(event.isValid());
     EXPECT_EQ(entryOf(copy), L"/a");
