@@ -1,10 +1,10 @@
 #include "fscanner/engine/cache_extract.h"
 
 #include <array>
-#include <cstdlib>
 #include <cwchar>
 #include <memory>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/wildcard.h"
@@ -20,8 +20,6 @@
 namespace fscanner {
 
 namespace {
-
-constexpr unsigned kPathBuffer = 4096;
 
 // The criteria command "path": the directory's path by its ID, joined with the name.
 class chPathCommand : public BinaryCmd {
@@ -62,8 +60,7 @@ int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, Ex
         debug("chPathCommand::execute - findPathById(...) failed!\n");
         return 1;
     }
-    const std::unique_ptr<wchar_t, decltype(&std::free)> path(
-        getFullPathName(directory_.data(), name.getStringValue()), std::free);
+    const HeapText path(getFullPathName(directory_.data(), name.getStringValue()));
     if (!path) {
         debug("chPathCommand::execute - getFullPathName(...) failed!\n");
         return 1;

@@ -1,14 +1,16 @@
 #include "fscanner/engine/cache_report.h"
 
 #include <algorithm>
+#include <array>
 #include <unordered_map>
+
+#include "fscanner/engine/cache_tree.h"
 
 namespace fscanner {
 
 namespace {
 
 struct DirectoryNode {
-    std::wstring name;
     unsigned parent;
     unsigned time;
     unsigned tree = 0;  // ID of the root of the built tree it belongs to, once known
@@ -19,12 +21,10 @@ using Directories = std::unordered_map<unsigned, DirectoryNode>;
 Directories readDirectories(RecordSet& records) {
     Directories directories;
     records.setCriteria(nullptr, true);
-    for (bool found = records.moveFirst(); found; found = records.moveNext()) {
-        const wchar_t* name = records.getFieldAsString(DIRECTORIES_PATHNAME);
+    for (bool found = records.moveFirst(); found; found = records.moveNext())
         directories[records.getFieldAsInt32(DIRECTORIES_ID)] = {
-            name ? name : L"", records.getFieldAsInt32(DIRECTORIES_PARENTID),
+            records.getFieldAsInt32(DIRECTORIES_PARENTID),
             records.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
-    }
     return directories;
 }
 
@@ -45,19 +45,6 @@ unsigned treeOf(Directories& directories, unsigned id) {
     return root;
 }
 
-std::wstring pathOf(const Directories& directories, unsigned id) {
-    std::wstring path;
-    for (std::size_t step = 0; step <= directories.size(); ++step) {
-        const auto at = directories.find(id);
-        if (at == directories.end()) break;
-        const std::wstring& name = at->second.name;
-        const bool joined = !path.empty() && !name.ends_with(L'/');
-        path.insert(0, joined ? name + L'/' : name);
-        id = at->second.parent;
-    }
-    return path;
-}
-
 }  // namespace
 
 bool reportCache(CacheStore& store, FsCacheReport& report) {
@@ -73,8 +60,11 @@ bool reportCache(CacheStore& store, FsCacheReport& report) {
         const unsigned root = treeOf(directories, files.getFieldAsInt32(FILES_PATHID));
         if (root) ++trees[root].files;
     }
+    CacheTree lookup(store);
+    std::array<wchar_t, kPathBuffer> path;
     for (auto& [root, tree] : trees) {
-        tree.path = pathOf(directories, root);
+        if (lookup.findPathById(store.directoryRecords(), root, path.data(), kPathBuffer))
+            tree.path = path.data();
         tree.builtAt = directories[root].time;
         report.trees.push_back(tree);
     }

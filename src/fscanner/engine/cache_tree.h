@@ -7,6 +7,9 @@
 
 namespace fscanner {
 
+/// Room, in characters, for the path of any directory of the cache.
+constexpr unsigned kPathBuffer = 4096;
+
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
 /// path, and the removal of a subtree.
 ///
