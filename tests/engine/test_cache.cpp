@@ -5,6 +5,7 @@
 #include <random>
 
 #include "engine/temp_tree.h"
+#include "fscanner/common/heap_string.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/fs/debug.h"
@@ -421,7 +422,7 @@ TEST_F(CacheTest, ReportsWhatItHoldsAndWhatAQueryWouldDo) {
 TEST(CacheNames, MutexAndFiles) {
     EXPECT_EQ(accessMutexName(L"/var/tmp/c:x"), L"_var_tmp_c_x_c_mutex");
     const auto name = [](const wchar_t* d, const wchar_t* n, const wchar_t* s) {
-        const std::unique_ptr<wchar_t, decltype(&free)> text(getCacheFileName(d, n, s), free);
+        const HeapText text(getCacheFileName(d, n, s));
         return text ? std::wstring(text.get()) : L"null";
     };
     EXPECT_EQ(name(L"/c", L"t", L".counter"), L"/c/t.counter");

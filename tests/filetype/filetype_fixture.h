@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/filetype/filetypehelper.h"
@@ -53,7 +54,7 @@ protected:
         const std::wstring wide = toWide(whole);
         wchar_t* info = nullptr;
         if (!(checker_.*method)(wide.c_str(), &info)) return "unknown";
-        const std::unique_ptr<wchar_t, decltype(&std::free)> line(info, &std::free);
+        const HeapText line(info);
         EXPECT_EQ(std::wstring(info).substr(0, wide.size() + 2), wide + L": ");
         return toMultibyte(info + wide.size() + 2);
     }

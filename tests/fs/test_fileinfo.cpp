@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
@@ -239,8 +240,7 @@ TEST(PathName, JoinsWithOneSeparator) {
         EXPECT_STREQ(result.get(), joined);
     }
     // The other join takes an empty directory for the root.
-    const std::unique_ptr<wchar_t, decltype(&std::free)> full(getFullPathName(L"", L"a"),
-                                                              &std::free);
+    const HeapText full(getFullPathName(L"", L"a"));
     EXPECT_STREQ(full.get(), L"/a");
 }
 

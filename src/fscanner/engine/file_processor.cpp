@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cwchar>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/string_list.h"
 #include "fscanner/fs/debug.h"
@@ -13,8 +14,7 @@ namespace fscanner {
 int fpPathCommand::execute(const ExpValue&, const ExpValue&, ExpValue& result) {
     resetExpValue(STRING, result);
     if (!file_) return 0;
-    const std::unique_ptr<wchar_t, decltype(&std::free)> path(
-        getFullPathName(file_->getPath(), file_->getName()), std::free);
+    const HeapText path(getFullPathName(file_->getPath(), file_->getName()));
     if (path) result.setStringValue(path.get());
     return 0;
 }

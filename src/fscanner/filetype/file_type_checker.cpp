@@ -24,11 +24,6 @@ namespace {
 
 constexpr std::size_t longestPath = 1023;
 
-struct Freer {
-    void operator()(wchar_t* text) const { std::free(text); }
-};
-using HeapString = std::unique_ptr<wchar_t, Freer>;
-
 /// Answers from one of the two process-wide caches; `method` is for the log.
 bool typeLine(DirectoryTypes& types, const char* method, const wchar_t* path,
               const DescribeDirectory& describe, wchar_t** info) {
@@ -82,7 +77,7 @@ bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
     if (wanted.size() == 0) return true;
     wchar_t* info = nullptr;
     if (!getFileTypeEx(path, &info)) return false;
-    HeapString line(info);
+    HeapText line(info);
     std::wstring description = descriptionOf(info, std::wcslen(path));
     StringList<wchar_t> words;
     if (!fileTypeSplitter(description.c_str(), words)) {
@@ -96,7 +91,7 @@ bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
 bool FileTypeChecker::check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted) {
     if (dir == nullptr || name == nullptr) return false;
     if (wanted.size() == 0) return true;
-    HeapString path(getFullPathName(dir, name));
+    HeapText path(getFullPathName(dir, name));
     return path && check(path.get(), wanted);
 }
 

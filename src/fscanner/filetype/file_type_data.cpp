@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/directory_names.h"
@@ -109,7 +110,7 @@ bool FileTypeChecker::check(const wchar_t* pathFileName, wchar_t* dataBuffer,
 
 bool FileTypeChecker::check(const wchar_t* dir, const wchar_t* name, wchar_t* dataBuffer,
                             StringList<wchar_t>& fileWords, StringList<wchar_t>& wanted) {
-    std::unique_ptr<wchar_t, decltype(&std::free)> path(getFullPathName(dir, name), &std::free);
+    const HeapText path(getFullPathName(dir, name));
     return check(path.get(), dataBuffer, fileWords, wanted);
 }
 

@@ -4,14 +4,11 @@
 #include <cwchar>
 #include <new>
 
+#include "fscanner/common/heap_string.h"
+
 namespace fscanner {
 
 namespace {
-
-struct Free {
-    void operator()(wchar_t* s) const { std::free(s); }
-};
-using MallocText = std::unique_ptr<wchar_t, Free>;
 
 constexpr unsigned CASE_INSENSITIVE = 1;
 constexpr unsigned LAST_CASE_MODE = 2;
@@ -36,7 +33,7 @@ bool clearList(std::vector<Entry>& list) {
 }  // namespace
 
 struct FsQueryData {
-    MallocText query;
+    HeapText query;
     unsigned caseMode = LAST_CASE_MODE;
     std::vector<PathInfo> includedPaths;
     std::vector<PathInfo> excludedPaths;
@@ -71,7 +68,7 @@ bool FsQuery::setSimpleQuery(const wchar_t*, unsigned int) {
 bool FsQuery::setQuery(const wchar_t* text) {
     if (text == nullptr) return false;
     const std::size_t room = std::wcslen(text) + 1;
-    MallocText copy(static_cast<wchar_t*>(std::malloc(room * sizeof(wchar_t))));
+    HeapText copy(static_cast<wchar_t*>(std::malloc(room * sizeof(wchar_t))));
     if (!copy) return false;
     // Copied before the old text is freed: `text` may be that text.
     std::wmemcpy(copy.get(), text, room);

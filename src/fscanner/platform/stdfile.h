@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/platform/abstract_file.h"
 
 namespace fscanner {
@@ -36,14 +36,11 @@ private:
     struct Close {
         void operator()(std::FILE* stream) const { std::fclose(stream); }
     };
-    struct Free {
-        void operator()(wchar_t* s) const { std::free(s); }
-    };
 
     bool openStream(bool emptied);
 
     std::unique_ptr<std::FILE, Close> stream_;
-    std::unique_ptr<wchar_t, Free> name_;
+    HeapText name_;
     bool transferFailed_ = false;
 };
 
