@@ -1,12 +1,10 @@
 #include "fscanner/engine/cache.h"
 
-#include <exception>
-
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/explain.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/fs/wall.h"
 
 // The wall between plug-ins and the cache: nothing is thrown beyond it, and the codes
 // of a query decide here what becomes of the cache.
@@ -14,16 +12,6 @@
 namespace fscanner {
 
 namespace {
-
-template <typename Result, typename Body>
-Result guarded(const char* what, Result failure, Body body) {
-    try {
-        return body();
-    } catch (const std::exception& error) {
-        debug("FS_Cache::%s - failed: %s\n", what, error.what());
-        return failure;
-    }
-}
 
 // Each kept form has lists of its own.
 KeptPlan& keptPlan(bool monitored) {
@@ -36,7 +24,7 @@ KeptPlan& keptPlan(bool monitored) {
 FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                    const wchar_t* cacheDirectory, bool monitor, bool compressed, bool cacheChecker)
     : monitor_(monitor) {
-    store_ = guarded("FS_Cache", std::unique_ptr<CacheStore>(), [&] {
+    store_ = behindWall("FS_Cache::FS_Cache", std::unique_ptr<CacheStore>(), [&] {
         return std::make_unique<CacheStore>(directoriesTableName, filesTableName, cacheDirectory,
                                             compressed, cacheChecker);
     });
@@ -46,20 +34,18 @@ FS_Cache::~FS_Cache() = default;
 
 int FS_Cache::create(unsigned timeout, int disposition) {
     if (!store_) return FS_CACHE_FAILURE;
-    return guarded("create", +FS_CACHE_FAILURE,
-                   [&] { return store_->create(timeout, disposition); });
+    return behindWall("FS_Cache::create", +FS_CACHE_FAILURE,
+                      [&] { return store_->create(timeout, disposition); });
 }
 
-// Waits may be cancelled by the host's threads, which unwinds through here: only
-// standard exceptions are stopped.
 int FS_Cache::lock() {
     if (!store_) return FS_CACHE_FAILURE;
-    return guarded("lock", +FS_CACHE_FAILURE, [&] { return store_->lock(); });
+    return behindWall("FS_Cache::lock", +FS_CACHE_FAILURE, [&] { return store_->lock(); });
 }
 
 int FS_Cache::lock(int timeout) {
     if (!store_) return FS_CACHE_FAILURE;
-    return guarded("lock", +FS_CACHE_FAILURE, [&] { return store_->lock(timeout); });
+    return behindWall("FS_Cache::lock", +FS_CACHE_FAILURE, [&] { return store_->lock(timeout); });
 }
 
 void FS_Cache::unlock() {
@@ -80,23 +66,20 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
                   unsigned maxCacheAge) {
     if (!store_ || !store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
-    int status = guarded("executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
+    bool planned = true;
+    int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
         QueryPlan fresh;
-        const QueryPlan* plan = nullptr;
-        if (form == Form::kept) {
-            plan = keptPlan(monitor_).refresh(query);
-        } else if (fresh.discover()) {
-            fresh.prune(query);
-            fresh.resolve(query);
-            plan = &fresh;
-        }
-        // Without a mount table there is no drive to search, and nothing is found.
-        if (!plan) return FS_CACHE_SUCCESS;
+        const QueryPlan* const plan = makePlan(form, fresh, query);
+        planned = plan != nullptr;
+        if (!planned) return FS_CACHE_UNUSABLE;
         CacheQuery run(*store_, query, maxCacheAge, &writer, timeout);
         if (monitor_) return run.monitored(*plan);
         return run.cacheOnly(
             *plan, form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly");
     });
+    // Without a mount table nothing can be said of the files, and nothing is wrong
+    // with the cache.
+    if (!planned) return status;
     if (store_->damaged()) status = FS_CACHE_UNUSABLE;
     if (status == FS_CACHE_UNUSABLE || status == FS_CACHE_BUILD_TIMED_OUT) store_->markBroken();
     // Also when time ran out: the next open must not hand the same IDs out again.
@@ -119,7 +102,7 @@ const QueryPlan* FS_Cache::makePlan(Form form, QueryPlan& fresh, const FsQuery& 
 
 bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report) {
     if (!store_ || !store_->usable()) return false;
-    return guarded("explain", false, [&] {
+    return behindWall("FS_Cache::explain", false, [&] {
         QueryPlan plan;
         if (!makePlan(Form::plain, plan, query)) return false;
         report = FsQueryReport();
@@ -133,7 +116,7 @@ bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport
 
 bool FS_Cache::report(FsCacheReport& report) {
     if (!store_ || !store_->usable()) return false;
-    return guarded("report", false, [&] {
+    return behindWall("FS_Cache::report", false, [&] {
         report = FsCacheReport();
         return reportCache(*store_, report);
     });
@@ -150,15 +133,15 @@ int FS_Cache::stopMonitor() {
 bool FS_Cache::close() {
     if (!store_) return true;
     if (monitor_) stopMonitor();
-    return guarded("close", false, [&] { return store_->close(); });
+    return behindWall("FS_Cache::close", false, [&] { return store_->close(); });
 }
 
 bool FS_Cache::compact() {
-    return store_ && guarded("compact", false, [&] { return store_->compact(); });
+    return store_ && behindWall("FS_Cache::compact", false, [&] { return store_->compact(); });
 }
 
 bool FS_Cache::remove() {
-    return store_ && guarded("remove", false, [&] { return store_->remove(); });
+    return store_ && behindWall("FS_Cache::remove", false, [&] { return store_->remove(); });
 }
 
 }  // namespace fscanner

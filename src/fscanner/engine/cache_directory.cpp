@@ -1,13 +1,12 @@
 #include "fscanner/engine/cache_directory.h"
 
-#include <cstdlib>
-#include <exception>
-#include <memory>
 #include <string_view>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/wall.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/user_directory.h"
 
@@ -27,21 +26,18 @@ void tag(const std::wstring& directory) {
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
-    try {
+    return behindWall("::fsDefaultCacheDirectory", []() -> std::wstring {
         const std::string home = userCacheHome();
         if (home.empty()) return L"";
         const std::wstring base = toWide(home + "/fscanner");
-        const std::unique_ptr<wchar_t, decltype(&std::free)> directory(
-            getUserCacheDir(base.c_str(), false), std::free);
+        const HeapText directory(getUserCacheDir(base.c_str(), false));
         return directory ? directory.get() : L"";
-    } catch (const std::exception&) {
-        return L"";
-    }
+    });
 }
 
 bool fsPrepareCacheDirectory(const wchar_t* directory) {
     if (!directory || !*directory) return false;
-    try {
+    return behindWall("::fsPrepareCacheDirectory", [directory] {
         const std::string path = toMultibyte(directory);
         if (!makePrivateDirectories(path)) {
             debug("::fsPrepareCacheDirectory - '%ls' cannot be made\n", directory);
@@ -53,9 +49,7 @@ bool fsPrepareCacheDirectory(const wchar_t* directory) {
         }
         tag(directory);
         return true;
-    } catch (const std::exception&) {
-        return false;
-    }
+    });
 }
 
 FsCacheTableNames fsCacheTableNames(bool compressed) {

@@ -1,13 +1,12 @@
-#include <exception>
-
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/direct_query.h"
+#include "fscanner/engine/cache.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
@@ -40,12 +39,8 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
 }  // namespace
 
 int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeoutMilliseconds) {
-    try {
-        return scanQuery(writer, query, timeoutMilliseconds);
-    } catch (const std::exception& failure) {
-        debug("::fsScanQuery - failed: %s\n", failure.what());
-        return FS_CACHE_UNUSABLE;
-    }
+    return behindWall("::fsScanQuery", +FS_CACHE_UNUSABLE,
+                      [&] { return scanQuery(writer, query, timeoutMilliseconds); });
 }
 
 }  // namespace fscanner

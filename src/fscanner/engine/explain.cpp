@@ -1,10 +1,8 @@
 #include "fscanner/engine/explain.h"
 
-#include <exception>
-
 #include "fscanner/engine/fsbuild.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
@@ -58,7 +56,7 @@ void describePlan(const QueryPlan& plan, const FsQuery& query, FsQueryReport& re
 }
 
 bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
-    try {
+    return behindWall("::fsExplainQuery", [&] {
         report = FsQueryReport();
         QueryPlan plan;
         if (!plan.discover()) return false;
@@ -66,10 +64,7 @@ bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
         plan.resolve(query);
         describePlan(plan, query, report);
         return true;
-    } catch (const std::exception& failure) {
-        debug("::fsExplainQuery - failed: %s\n", failure.what());
-        return false;
-    }
+    });
 }
 
 }  // namespace fscanner

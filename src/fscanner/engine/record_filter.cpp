@@ -1,46 +1,28 @@
-#include <exception>
-#include <utility>
 #include <vector>
 
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/fs/fs_inspect.h"
+#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
-namespace {
-
-// Puts a command list in the place of the process-wide one, and that one back: a
-// filter may be made and asked while a scan runs with commands of its own.
-class CommandsInPlace {
-public:
-    explicit CommandsInPlace(std::vector<CmdToken>& commands) : commands_(commands) {
-        std::swap(cmdTokenList, commands_);
-    }
-    CommandsInPlace(const CommandsInPlace&) = delete;
-    CommandsInPlace& operator=(const CommandsInPlace&) = delete;
-    ~CommandsInPlace() { std::swap(cmdTokenList, commands_); }
-
-private:
-    std::vector<CmdToken>& commands_;
-};
-
-}  // namespace
-
+// The commands of a filter take the place of the process's own for as long as it works:
+// it may be made and asked while a scan runs with commands of its own.
 struct FsRecordFilter::State {
     std::vector<CmdToken> commands;
     std::unique_ptr<FileProcessor> processor;
 
     bool compile(const wchar_t* criteria, bool caseSensitive) {
-        const CommandsInPlace inPlace(commands);
+        const CommandListShelter shelter(commands);
         processor = std::make_unique<FileProcessor>(criteria, caseSensitive);
         return processor->compiles();
     }
     bool matches(const FsFileInfo& record) {
-        const CommandsInPlace inPlace(commands);
+        const CommandListShelter shelter(commands);
         return processor->satisfyCriteria(record, nullptr);
     }
     ~State() {
-        const CommandsInPlace inPlace(commands);
+        const CommandListShelter shelter(commands);
         processor.reset();
     }
 };
@@ -50,21 +32,15 @@ FsRecordFilter::~FsRecordFilter() = default;
 
 std::unique_ptr<FsRecordFilter> FsRecordFilter::create(const wchar_t* criteria,
                                                        bool caseSensitive) {
-    try {
+    return behindWall("FsRecordFilter::create", [&] {
         std::unique_ptr<FsRecordFilter> filter(new FsRecordFilter);
-        if (!filter->state_->compile(criteria, caseSensitive)) return nullptr;
+        if (!filter->state_->compile(criteria, caseSensitive)) filter.reset();
         return filter;
-    } catch (const std::exception&) {
-        return nullptr;
-    }
+    });
 }
 
 bool FsRecordFilter::matches(const FsFileInfo& record) {
-    try {
-        return state_->matches(record);
-    } catch (const std::exception&) {
-        return false;
-    }
+    return behindWall("FsRecordFilter::matches", [&] { return state_->matches(record); });
 }
 
 }  // namespace fscanner

@@ -83,17 +83,22 @@ public:
     ~CommandListGuard() { clearCommands(); }
 };
 
-/// Sets the list aside and puts it back at the end of a scope: for whoever may
-/// be called in the middle of somebody else's query.
+/// Puts another list in the place of the process's one until the end of a scope, an
+/// empty one or `other`: for whoever may be called in the middle of somebody else's
+/// query.
 class CommandListShelter {
 public:
-    CommandListShelter() { saved_.swap(cmdTokenList); }
+    CommandListShelter() : CommandListShelter(own_) {}
+    explicit CommandListShelter(std::vector<CmdToken>& other) : other_(other) {
+        other_.swap(cmdTokenList);
+    }
     CommandListShelter(const CommandListShelter&) = delete;
     CommandListShelter& operator=(const CommandListShelter&) = delete;
-    ~CommandListShelter() { saved_.swap(cmdTokenList); }
+    ~CommandListShelter() { other_.swap(cmdTokenList); }
 
 private:
-    std::vector<CmdToken> saved_;
+    std::vector<CmdToken> own_;
+    std::vector<CmdToken>& other_;
 };
 
 }  // namespace fscanner

@@ -3,16 +3,17 @@
 #include <cxxabi.h>
 
 #include <exception>
+#include <type_traits>
 
 #include "fscanner/fs/debug.h"
 
 namespace fscanner {
 
 /// Runs what a host called: nothing is thrown into the host. An exception, a
-/// plug-in's included, is logged under `where` and gives a value-initialised
-/// result. A cancelled thread goes on unwinding, as it must.
-template <class Body>
-auto behindWall(const char* where, Body body) -> decltype(body()) {
+/// plug-in's included, is logged under `where` and gives `failure`. A cancelled
+/// thread goes on unwinding, as it must.
+template <class Result, class Body>
+Result behindWall(const char* where, Result failure, Body body) {
     try {
         return body();
     } catch (const abi::__forced_unwind&) {
@@ -22,7 +23,17 @@ auto behindWall(const char* where, Body body) -> decltype(body()) {
     } catch (...) {
         debug("%s - stopped by an exception\n", where);
     }
-    return decltype(body())();
+    return failure;
+}
+
+/// The same with a value-initialised result for a failure.
+template <class Body>
+auto behindWall(const char* where, Body body) -> decltype(body()) {
+    if constexpr (std::is_void_v<decltype(body())>) {
+        behindWall(where, false, [&] { return body(), true; });
+    } else {
+        return behindWall(where, decltype(body())(), body);
+    }
 }
 
 }  // namespace fscanner
