@@ -33,7 +33,7 @@ std::string homeOfUser() {
 }  // namespace
 
 std::string userCacheHome() {
-    const std::string chosen = absoluteVariable("XDG_CACHE_HOME");
+    std::string chosen = absoluteVariable("XDG_CACHE_HOME");
     if (!chosen.empty()) return chosen;
     const std::string home = homeOfUser();
     return home.empty() ? "" : home + "/.cache";
