@@ -1,0 +1,57 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/fs/fs_query.h"
+
+namespace fscanner {
+
+inline constexpr unsigned kDay = 86400;
+inline constexpr unsigned kMinute = 60000;
+
+/// A cache directory, and the order of use that a provider keeps to.
+class CacheUser {
+public:
+    explicit CacheUser(bool compressed = false, bool monitor = false)
+        : compressed_(compressed), monitor_(monitor) {}
+
+    std::unique_ptr<FS_Cache> make() const {
+        return std::make_unique<FS_Cache>(L"dirs", L"files", directory_.wide().c_str(), monitor_,
+                                          compressed_, true);
+    }
+    std::unique_ptr<FS_Cache> open() const {
+        auto cache = make();
+        EXPECT_EQ(cache->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+        return cache;
+    }
+    /// Runs one query as a provider does.
+    int query(FsResultSetWriter& writer, const FsQuery& query, unsigned age = kDay,
+              unsigned timeout = kMinute, bool kept = false) const {
+        const auto cache = make();
+        if (const int status = cache->lock(10000)) return status;
+        int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
+        if (status == 0)
+            status = kept ? cache->executeQueryEx(writer, query, timeout, age)
+                          : cache->executeQuery(writer, query, timeout, age);
+        cache->close();
+        cache->compact();
+        cache->unlock();
+        return status;
+    }
+    bool isMarked() const { return std::filesystem::exists(directory_.path("dirs.cuflag")); }
+    const TempTree& directory() const { return directory_; }
+    std::string counter() const { return readWholeFile(directory_.path("dirs.counter")); }
+
+private:
+    TempTree directory_{memoryDirectory()};
+    bool compressed_;
+    bool monitor_;
+};
+
+}  // namespace fscanner
