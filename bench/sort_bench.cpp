@@ -151,7 +151,8 @@ void compare(const Comparison& c, const std::vector<Entry>& entries, const fs::p
         std::ofstream file(lines), forUs(matches);
         for (const Entry& e : entries) {
             file << c.line(e) << "\n";
-            forUs << e.size << "\t" << e.directory << "/" << e.name << "\n";
+            if (c.key == FS_SORT_SIZE) forUs << e.size << "\t";
+            forUs << e.directory << "/" << e.name << "\n";
         }
     }
     const Cost theirs = best(rounds, [] {}, {"sort", "--parallel=1", c.option, "-o", out, lines});
@@ -174,21 +175,27 @@ int sortInMemory(unsigned key, const char* matches, const char* out) {
                                        fscan::SortKey::pathname, fscan::SortKey::size};
     fscan::MemorySorter sorter({keys[key - 1], false});
     std::ifstream in(matches, std::ios::binary);
-    std::string text(fs::file_size(matches), 0);
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    for (std::string_view rest = text; !rest.empty();) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(line.size() + 1);
-        unsigned long long size = 0;
-        const char* tab = std::from_chars(line.data(), line.data() + line.size(), size).ptr;
-        const std::string_view path = line.substr(static_cast<std::size_t>(tab + 1 - line.data()));
-        sorter.add({path, path.rfind('/') + 1, {key == FS_SORT_SIZE, 0, size, 0}});
+    for (std::string line; std::getline(in, line);) {
+        std::string_view path = line;
+        fscan::FileFacts facts;
+        if (key == FS_SORT_SIZE) {
+            const char* tab =
+                std::from_chars(line.data(), line.data() + line.size(), facts.size).ptr;
+            path.remove_prefix(static_cast<std::size_t>(tab + 1 - line.data()));
+            facts.known = true;
+        }
+        sorter.add({path, path.rfind('/') + 1, facts});
     }
     sorter.sort();
-    text.clear();
-    for (std::size_t i = 0; i < sorter.size(); ++i) text.append(sorter.at(i).path) += '\n';
-    std::ofstream(out, std::ios::binary)
-        .write(text.data(), static_cast<std::streamsize>(text.size()));
+    std::ofstream to(out, std::ios::binary);
+    std::string buffer;
+    for (std::size_t i = 0; i < sorter.size(); ++i) {
+        buffer.append(sorter.at(i).path) += '\n';
+        if (buffer.size() < 60000) continue;
+        to << buffer;
+        buffer.clear();
+    }
+    to << buffer;
     return 0;
 }
 

@@ -1,57 +1,68 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
-#include <span>
+#include <string>
 #include <vector>
 
 #include "match.h"
+#include "prefix_sort.h"
 #include "sort_order.h"
+#include "text_pool.h"
 
 namespace fscan {
 
-/// Keeps matches in memory and sorts them: their bytes stay where they are, and
-/// an index is sorted that holds eight bytes of each key. Only among matches that
-/// agree in those the next eight are fetched, so that the bytes, which lie anywhere
-/// in memory, are visited a few times and not at each comparison.
+/// Keeps matches in memory and sorts them: the directory of matches that come after
+/// one another is kept once, and directories are sorted before the names in them.
 class MemorySorter {
 public:
     explicit MemorySorter(SortOrder order) : order_(order) {}
 
-    /// False when there is no room: at about 4 GiB, or for a path of a megabyte.
+    /// False when there is no room: at about 4 GiB, or for a name of a megabyte.
     bool add(const Match& match);
     void sort();
-    std::size_t size() const { return index_.size(); }
-    /// The match at a place of the order (of adding, until it is sorted).
-    Match at(std::size_t place) const { return matchOf(index_[place]); }
-    /// The bytes in use.
+    std::size_t size() const { return size_; }
+    /// The match at a place of the order, once it is sorted. Its path lasts until the
+    /// next call.
+    Match at(std::size_t place) const;
+    /// The bytes in use, with those that sorting takes.
     std::size_t bytes() const;
     /// Forgets all and keeps some memory.
     void clear();
 
 private:
-    struct Entry {
-        std::uint64_t prefix;  // of the rest of the key, to be compared as a number
-        std::uint32_t at;      // chunk and place in it
+    struct Directory {
+        TextPool::Place text;    // up to the name
+        std::size_t matches;     // that came after one another
+        std::uint32_t rank = 0;  // its place among the directories
     };
-    struct Header;
-    using Range = std::span<Entry>;
 
-    // Pieces that stay where they are: one that grows would be copied over and over.
-    static constexpr std::size_t chunkSize = std::size_t{1} << 20;
-    static constexpr std::size_t maxChunks = std::size_t{1} << 12;
-
-    char* makeRoom(std::size_t bytes);
-    Match matchOf(const Entry& entry) const;
-    bool fetchPrefixes(Range range, SortKey key, std::size_t depth) const;
-    void sortByPrefix(Range range) const;
-    void sortRange(Range range, SortKey key, std::size_t depth) const;
+    void makeIndex();
+    void rankDirectories();
+    template <class Act>
+    void forEachDirectory(SortRange range, Act act) const {
+        forEachRun(
+            range,
+            [this](const SortEntry& a, const SortEntry& b) { return rankOf(a) == rankOf(b); }, act);
+    }
+    void sortNames(SortRange range) const;
+    void sortByPath(SortRange range) const;
+    std::vector<SortEntry> nestDirectories(SortRange range) const;
+    bool comesBefore(const SortEntry& a, const SortEntry& b) const;
+    std::string_view nameOf(const SortEntry& entry) const { return names_.text(entry.text); }
+    std::string_view directoryOf(const SortEntry& entry) const {
+        return directoryTexts_.text(directories_[entry.directory].text);
+    }
+    std::uint32_t rankOf(const SortEntry& entry) const {
+        return directories_[entry.directory].rank;
+    }
 
     SortOrder order_;
-    // Of each match its header, its facts if there are any, its path.
-    std::vector<std::unique_ptr<char[]>> chunks_;
-    std::size_t used_ = chunkSize;  // of the last chunk
-    std::vector<Entry> index_;
+    TextPool names_;
+    TextPool directoryTexts_;
+    std::vector<Directory> directories_;
+    std::vector<SortEntry> index_;
+    std::size_t size_ = 0;
+    mutable std::string path_;  // of the match given last
 };
 
 }  // namespace fscan

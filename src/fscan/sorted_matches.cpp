@@ -102,10 +102,11 @@ bool SortedMatches::take(const Match& match) {
     return !failed_;
 }
 
-// Moves what memory holds to a file.
+// Moves what memory holds to a file: in order, which leaves the less to sort there.
 bool SortedMatches::spill() {
     file_ = std::make_unique<SpillFile>();
     MemorySorter kept(order_);
+    memory_.sort();
     for (std::size_t i = 0; i < memory_.size() && !failed_; ++i) {
         const Match match = memory_.at(i);
         failed_ = SpillFile::holds(match) ? !file_->add(match) : !kept.add(match);

@@ -29,10 +29,12 @@ struct File {
 
 class SortTest : public testing::Test {
 protected:
-    // Ties for every key, bytes of every rank, directories that are prefixes of others.
+    // Ties for every key, bytes of every rank, directories that are prefixes of others
+    // and lie among their names.
     SortTest() {
         std::size_t size = 0;
-        for (const char* directory : {"./a", "./a/b", "./a b", "./B", "./\xFF"}) {
+        for (const char* directory : {"./a", "./a/b", "./a b", "./B", "./\xFF", "./a/xa/Z/12345678",
+                                      "./a/xa", "./a/x-", "./a/Y/x", "./a/12345678aa"}) {
             std::filesystem::create_directories(tree_.path() / directory);
             for (const char* name : {"x", "X", "xy", "12345678a", "12345678b", "\xC3\xA9", "\xE9",
                                      "\xFF", "\xEE\x80\x80", "~"}) {
