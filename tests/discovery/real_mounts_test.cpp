@@ -1,28 +1,15 @@
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 
 #include <sstream>
 
 #include "fixtures.h"
 #include "support/child_process.h"
+#include "support/private_mounts.h"
 
 namespace fscanner {
 namespace {
 
 namespace stdfs = std::filesystem;
-
-constexpr int notAllowed = 77;
-
-bool enterPrivateMounts() {
-    return unshare(CLONE_NEWNS) == 0 &&
-           mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
-bool mountMemory(const char* source, const std::string& directory) {
-    stdfs::create_directories(directory);
-    return mount(source, directory.c_str(), "tmpfs", 0, "size=64k") == 0;
-}
 
 /// What discovery makes of the tree at `root`, in lines.
 std::string discover(const std::string& root) {

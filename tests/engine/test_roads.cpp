@@ -1,0 +1,318 @@
+// The road of a query from a mount table to its results, over a table as machines have
+// it: mounts come before those that hold them, one is listed twice, one hides another,
+// and a local disk lies below a remote mount.
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <sstream>
+
+#include "discovery/fixtures.h"
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/query_plan.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_query.h"
+#include "support/child_process.h"
+#include "support/private_mounts.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr const char* kMountTable =
+    "sysfs /sys sysfs rw,nosuid,nodev,noexec,relatime 0 0\n"
+    "proc /proc proc rw,nosuid,nodev,noexec,relatime 0 0\n"
+    "udev /dev devtmpfs rw,nosuid,relatime,size=8127172k,mode=755 0 0\n"
+    "devpts /dev/pts devpts rw,nosuid,noexec,relatime,gid=5,mode=620 0 0\n"
+    "tmpfs /run tmpfs rw,nosuid,noexec,relatime,size=1629552k,mode=755 0 0\n"
+    "/dev/sda2 / ext4 rw,relatime,errors=remount-ro 0 0\n"
+    "tmpfs /run/lock tmpfs rw,nosuid,nodev,noexec,relatime,size=5120k 0 0\n"
+    "devpts /dev/pts devpts rw,nosuid,noexec,relatime,mode=600,ptmxmode=000 0 0\n"
+    "systemd-1 /misc autofs rw,relatime,fd=29,pgrp=1,timeout=0 0 0\n"
+    "overlay /var/lib/box/merged overlay rw,lowerdir=/l1:/l2,upperdir=/u,workdir=/w 0 0\n"
+    "/dev/sdb1 /mnt/usb exfat rw,relatime 0 0\n"
+    "/dev/sdc1 /mnt/usb vfat rw,relatime 0 0\n"
+    "/dev/sdd1 /mnt/nfs/disk ext4 rw,relatime 0 0\n"
+    "filer:/export /mnt/nfs nfs4 rw,relatime,vers=4.2,addr=10.0.0.1 0 0\n"
+    "//srv/share /mnt/share cifs rw,relatime,vers=3.1.1 0 0\n"
+    "/dev/sda1 /boot vfat rw,relatime 0 0\n"
+    "/dev/sda3 /home ext4 rw,relatime 0 0\n";
+
+/// A query in short: entries as the tests of discovery write them, "+" for recursive.
+struct Asked {
+    std::vector<std::string> include;
+    std::vector<std::string> exclude = {};
+    const wchar_t* notFileSystem = nullptr;
+    bool caseSensitive = true;
+
+    FsQuery& into(FsQuery& query) const {
+        for (const PathInfo& path : pathsOf(include))
+            query.addIncludePath(path.getPathName(), path.getRecursive());
+        for (const PathInfo& path : pathsOf(exclude))
+            query.addExcludePath(path.getPathName(), path.getRecursive());
+        if (notFileSystem) query.addExcludeFileSystem(notFileSystem);
+        query.setCaseSensitive(caseSensitive ? 0 : 1);
+        query.setQuery(L"[FILENAME]==\"*.f\"");
+        return query;
+    }
+};
+
+template <typename T>
+void writeLine(std::ostream& out, const char* what, const std::vector<T>& list) {
+    if (list.empty()) return;
+    out << what;
+    for (const std::string& text : show(list)) out << " {" << text << "}";
+    out << "\n";
+}
+
+/// The plan of a query, with what each of its scans leaves out.
+std::string roadOf(const Asked& asked) {
+    FsQuery query;
+    asked.into(query);
+    QueryPlan plan;
+    EXPECT_TRUE(plan.discover());
+    plan.prune(query);
+    plan.resolve(query);
+    std::ostringstream road;
+    road << "searches " << plan.searched().size() << " of " << plan.mounted().size() << "\n";
+    writeLine(road, "resolved", plan.included().resolved);
+    writeLine(road, "nested", plan.included().parentResolved);
+    writeLine(road, "filtered", plan.included().excluded);
+    writeLine(road, "unresolved", plan.included().unresolved);
+    for (const PathDrive& pair : plan.pairs()) {
+        road << (QueryPlan::isLocal(pair) ? "local " : "remote ") << show(pair) << "\n";
+        writeLine(road, "  excludes", plan.exclusions(pair));
+        writeLine(road, "  stops at", plan.mountPoints(pair));
+    }
+    return road.str();
+}
+
+TEST(QueryPlan, ListsEveryMountOnceBelowWhatHoldsIt) {
+    const PastedMountTable table(kMountTable);
+    QueryPlan plan;
+    ASSERT_TRUE(plan.discover());
+    EXPECT_THAT(show(plan.drives()),
+                ElementsAre("2 /: ext4", "2 /sys: sysfs", "2 /proc: proc", "2 /dev: devtmpfs",
+                            "2 /run: tmpfs", "2 /boot: vfat", "2 /home: ext4", "2 /run/lock: tmpfs",
+                            "2 /dev/pts: devpts", "2 /mnt/usb: vfat", "4 /mnt/nfs: nfs4",
+                            "2 /mnt/share: cifs", "2 /mnt/nfs/disk: ext4",
+                            "2 /var/lib/box/merged: overlay"));
+}
+
+TEST(QueryPlan, LeadsFromEntriesToPairs) {
+    const PastedMountTable table(kMountTable);
+    struct Case {
+        Asked asked;
+        const char* road;
+    };
+    const std::vector<Case> cases = {
+        // All that is local. What is of the root's own kind is scanned from above (/home),
+        // and so is /run/lock from /run; the disk behind the remote mount is not reached
+        // from above.
+        {{{"/+"}},
+         "searches 14 of 14\n"
+         "resolved {/+ on /}\n"
+         "nested {/sys+ on /sys} {/proc+ on /proc} {/dev+ on /dev} {/run+ on /run} "
+         "{/boot+ on /boot} {/home+ on /home} {/run/lock+ on /run/lock} {/dev/pts+ on /dev/pts} "
+         "{/mnt/usb+ on /mnt/usb} {/mnt/share+ on /mnt/share} "
+         "{/mnt/nfs/disk+ on /mnt/nfs/disk} {/var/lib/box/merged+ on /var/lib/box/merged}\n"
+         "local /+ on /\n"
+         "  stops at {/sys+} {/proc+} {/dev+} {/run+} {/boot+} {/run/lock+} {/dev/pts+} "
+         "{/mnt/usb+} {/mnt/nfs+} {/mnt/share+} {/var/lib/box/merged+}\n"
+         "local /sys+ on /sys\n"
+         "local /proc+ on /proc\n"
+         "local /dev+ on /dev\n"
+         "  stops at {/dev/pts+}\n"
+         "local /run+ on /run\n"
+         "local /boot+ on /boot\n"
+         "local /dev/pts+ on /dev/pts\n"
+         "local /mnt/usb+ on /mnt/usb\n"
+         "local /mnt/share+ on /mnt/share\n"
+         "local /mnt/nfs/disk+ on /mnt/nfs/disk\n"
+         "local /var/lib/box/merged+ on /var/lib/box/merged\n"},
+        // Mounts that are not searched are not walked into from above.
+        {{{"/mnt+", "/boot+"}, {}, L"vfat"},
+         "searches 12 of 14\n"
+         "resolved {/mnt+ on /}\n"
+         "nested {/mnt/share+ on /mnt/share} {/mnt/nfs/disk+ on /mnt/nfs/disk}\n"
+         "filtered {/boot+ on /}\n"
+         "local /mnt+ on /\n"
+         "  stops at {/mnt/usb+} {/mnt/nfs+} {/mnt/share+}\n"
+         "local /mnt/share+ on /mnt/share\n"
+         "local /mnt/nfs/disk+ on /mnt/nfs/disk\n"},
+        {{{"$remote::/mnt+"}},
+         "searches 14 of 14\n"
+         "nested {/mnt/nfs+ on /mnt/nfs}\n"
+         "remote /mnt/nfs+ on /mnt/nfs\n"
+         "  stops at {/mnt/nfs/disk+}\n"},
+        {{{"$remote::/mnt"}}, "searches 14 of 14\nunresolved {$remote::/mnt}\n"},
+        // Exclusions hold for the drive group that they were written for, nested ones too.
+        {{{"$all::/mnt+"}, {"/mnt/nfs+", "$remote::/mnt/nfs/x"}},
+         "searches 14 of 14\n"
+         "resolved {/mnt+ on /}\n"
+         "nested {/mnt/usb+ on /mnt/usb} {/mnt/nfs+ on /mnt/nfs} {/mnt/share+ on /mnt/share} "
+         "{/mnt/nfs/disk+ on /mnt/nfs/disk}\n"
+         "local /mnt+ on /\n"
+         "  excludes {/mnt/nfs/disk+}\n"
+         "  stops at {/mnt/usb+} {/mnt/nfs+} {/mnt/share+}\n"
+         "local /mnt/usb+ on /mnt/usb\n"
+         "  excludes {/mnt/nfs/disk+}\n"
+         "remote /mnt/nfs+ on /mnt/nfs\n"
+         "  excludes {/mnt/nfs/x}\n"
+         "  stops at {/mnt/nfs/disk+}\n"
+         "local /mnt/share+ on /mnt/share\n"
+         "  excludes {/mnt/nfs/disk+}\n"
+         "local /mnt/nfs/disk+ on /mnt/nfs/disk\n"
+         "  excludes {/mnt/nfs/disk+}\n"},
+        {{{"/home/u"}, {"/home/u/private+", "$remote::/mnt+"}},
+         "searches 14 of 14\n"
+         "resolved {/home/u on /home}\n"
+         "local /home/u on /home\n"
+         "  excludes {/home/u/private+}\n"},
+    };
+    for (const Case& c : cases) EXPECT_EQ(roadOf(c.asked), c.road);
+}
+
+// ---- The same table over mounts that are there ------------------------------
+
+/// A mount, and the file that is planted in it.
+struct Mounted {
+    const char* at;
+    const char* file;
+};
+
+/// In an order in which they can be mounted. Of two at one place the second hides the
+/// first.
+constexpr Mounted kMounts[] = {
+    {"/sys", "/sys/kernel/a.f"},       {"/proc", "/proc/1/b.f"},
+    {"/dev", "/dev/disk/c.f"},         {"/dev/pts", "/dev/pts/hidden.f"},
+    {"/dev/pts", "/dev/pts/d.f"},      {"/run", "/run/e.f"},
+    {"/run/lock", "/run/lock/f.f"},    {"/var/lib/box/merged", "/var/lib/box/merged/etc/g.f"},
+    {"/mnt/usb", "/mnt/usb/hidden.f"}, {"/mnt/usb", "/mnt/usb/photos/h.f"},
+    {"/mnt/nfs", "/mnt/nfs/i.f"},      {"/mnt/nfs/disk", "/mnt/nfs/disk/j.f"},
+    {"/mnt/share", "/mnt/share/k.f"},  {"/boot", "/boot/grub/l.f"},
+    {"/home", "/home/u/m.f"},
+};
+
+void plant(const std::string& path) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    writeWholeFile(path, "");
+}
+
+/// Makes `root` this process's root, with a system in it that the table describes.
+bool enterSystem(const std::string& root) {
+    if (!enterPrivateMounts() || !mountMemory("none", root) || chroot(root.c_str()) != 0 ||
+        chdir("/") != 0)
+        return false;
+    for (const char* file : {"/n.f", "/boot/hidden.f", "/mnt/USB/o.f", "/misc/p.f"}) plant(file);
+    for (const Mounted& mounted : kMounts) {
+        if (!mountMemory("none", mounted.at)) return false;
+        plant(mounted.file);
+    }
+    for (const char* file :
+         {"/home/u/deep/q.f", "/home/u/private/r.f", "/home/v/s.f", "/home/U/t.f"})
+        plant(file);
+    std::filesystem::create_directory("/etc");
+    writeWholeFile("/etc/mtab", kMountTable);
+    return true;
+}
+
+struct RoadCase {
+    const char* what;
+    Asked asked;
+    std::vector<std::string> files;  // sorted
+};
+
+std::vector<RoadCase> roadCases() {
+    const std::vector<std::string> homes = {"/home/U/t.f", "/home/u/deep/q.f", "/home/u/m.f",
+                                            "/home/u/private/r.f", "/home/v/s.f"};
+    const std::vector<std::string> mnt = {"/mnt/USB/o.f", "/mnt/nfs/disk/j.f", "/mnt/share/k.f",
+                                          "/mnt/usb/photos/h.f"};
+    const std::vector<std::string> early = {"/boot/grub/l.f", "/dev/disk/c.f", "/dev/pts/d.f"};
+    const std::vector<std::string> late = {
+        "/n.f",          "/proc/1/b.f",     "/run/e.f",
+        "/run/lock/f.f", "/sys/kernel/a.f", "/var/lib/box/merged/etc/g.f"};
+    const auto all = [](std::vector<std::vector<std::string>> parts) {
+        std::vector<std::string> files;
+        for (const auto& part : parts) files.insert(files.end(), part.begin(), part.end());
+        std::sort(files.begin(), files.end());
+        return files;
+    };
+    return {
+        {"the whole system", {{"/+"}}, all({early, homes, {"/misc/p.f"}, mnt, late})},
+        {"without its vfat mounts",
+         {{"/+"}, {}, L"vfat"},
+         all({{"/dev/disk/c.f", "/dev/pts/d.f"},
+              homes,
+              {"/misc/p.f", "/mnt/USB/o.f", "/mnt/nfs/disk/j.f", "/mnt/share/k.f"},
+              late})},
+        {"what is remote", {{"$remote::/mnt+"}}, {"/mnt/nfs/i.f"}},
+        {"remote, and not recursive", {{"$remote::/mnt"}}, {}},
+        {"remote, of the whole system", {{"$remote::/+"}}, {"/mnt/nfs/i.f"}},
+        {"all of a part", {{"$all::/mnt+"}}, all({mnt, {"/mnt/nfs/i.f"}})},
+        {"a local exclusion spares remote drives", {{"$all::/mnt+"}, {"/mnt+"}}, {"/mnt/nfs/i.f"}},
+        {"an exclusion with the mounts below", {{"$all::/mnt+"}, {"$all::/mnt+"}}, {}},
+        {"one home", {{"/home/u"}, {"/home/u/private+"}}, {"/home/u/m.f"}},
+        {"one home with its directories",
+         {{"/home/u+"}, {"/home/u/private+"}},
+         {"/home/u/deep/q.f", "/home/u/m.f"}},
+        {"overlapping paths", {{"/home+", "/home/u+", "/home/u"}}, homes},
+        {"a mount, not recursive", {{"/mnt/share", "/dev"}}, {"/mnt/share/k.f"}},
+        {"no drive of that group", {{"$other::/+"}}, {}},
+    };
+}
+
+/// Directly, into a cache, from it, and from it as a monitored one. Prints what
+/// differs, because assertions of a child are lost.
+int wrongAnswers(const RoadCase& c, const std::string& directory,
+                 const std::vector<std::string>& ways = {"direct", "cold", "warm", "monitored"}) {
+    std::filesystem::create_directories(directory);
+    FsQuery query;
+    c.asked.into(query);
+    int wrong = 0;
+    for (const std::string& way : ways) {
+        CollectingWriter writer;
+        int status = 0;
+        if (way == "direct") {
+            status = fsScanQuery(writer, query, 60000);
+        } else {
+            FS_Cache cache(L"d", L"f", toWide(directory).c_str(), way == "monitored", false, true);
+            status = cache.create(0, FS_CACHE_OPEN_ALWAYS);
+            if (status == 0) status = cache.executeQuery(writer, query, 60000, 3600);
+            cache.close();
+        }
+        if (status == 0 && writer.sorted() == c.files) continue;
+        ++wrong;
+        fprintf(stderr, "%s, %s: status %d, found:\n", c.what, way.c_str(), status);
+        for (const std::string& path : writer.sorted()) fprintf(stderr, "  %s\n", path.c_str());
+    }
+    return wrong;
+}
+
+TEST(QueryRoads, FindTheSameInEveryWayOverRealMounts) {
+    const TemporaryDirectory directory;
+    const int wrong = inChild([&] {
+        if (!enterSystem(directory.path())) return notAllowed;
+        int count = 0;
+        // Each with a cache of its own, and with one that the earlier ones have filled.
+        for (const RoadCase& c : roadCases()) {
+            count += wrongAnswers(c, std::string("/cache/") + c.what);
+            count += wrongAnswers(c, "/cache/shared");
+        }
+        // What came since is found where a cache has no part.
+        for (const char* file : {"/late.f", "/mnt/nfs/late.f"}) plant(file);
+        const std::vector<RoadCase> later = {
+            {"later, remote", {{"$remote::/+"}}, {"/mnt/nfs/i.f", "/mnt/nfs/late.f"}},
+            {"later, local", {{"$all::/"}}, {"/n.f"}},
+        };
+        for (const RoadCase& c : later) count += wrongAnswers(c, "/cache/shared", {"warm"});
+        return std::min(count, notAllowed - 1);
+    });
+    if (wrong == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
+    EXPECT_EQ(wrong, 0);
+}
+
+}  // namespace
+}  // namespace fscanner

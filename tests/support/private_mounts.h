@@ -1,0 +1,28 @@
+#pragma once
+
+#include <sched.h>
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <string>
+
+namespace fscanner {
+
+/// What a child process returns that may not mount: its test is to be skipped.
+constexpr int notAllowed = 77;
+
+/// Gives this process mounts of its own, so that what is mounted is seen by nobody else
+/// and goes with the process.
+inline bool enterPrivateMounts() {
+    return ::unshare(CLONE_NEWNS) == 0 &&
+           ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+/// Mounts an empty file system on `directory`, which is made. `source` is what the mount
+/// table will call the device.
+inline bool mountMemory(const std::string& source, const std::string& directory) {
+    std::filesystem::create_directories(directory);
+    return ::mount(source.c_str(), directory.c_str(), "tmpfs", 0, "size=16m") == 0;
+}
+
+}  // namespace fscanner
