@@ -260,6 +260,13 @@ std::vector<RoadCase> roadCases() {
          {"/home/u/deep/q.f", "/home/u/m.f"}},
         {"overlapping paths", {{"/home+", "/home/u+", "/home/u"}}, homes},
         {"a mount, not recursive", {{"/mnt/share", "/dev"}}, {"/mnt/share/k.f"}},
+        // The case mode is that of exclusions: searched paths and mount points are places.
+        {"one home of two, without case",
+         {{"/home/u+"}, {"/home/u/PRIVATE+"}, nullptr, false},
+         {"/home/u/deep/q.f", "/home/u/m.f"}},
+        {"mounts without case",
+         {{"/mnt+", "/HOME+"}, {"/MNT/SHARE+"}, nullptr, false},
+         {"/mnt/USB/o.f", "/mnt/nfs/disk/j.f", "/mnt/usb/photos/h.f"}},
         {"no drive of that group", {{"$other::/+"}}, {}},
     };
 }

@@ -75,11 +75,10 @@ public:
     chTypeCommand() : TypeCommand("chTypeCommand") {}
 };
 
-bool coversLiterally(const PathInfo& path, const wchar_t* directory, bool caseSensitive) {
+bool coversLiterally(const PathInfo& path, const wchar_t* directory) {
     const std::wstring_view whole = path.getPathName();
-    const auto length = static_cast<unsigned>(whole.size());
-    if (wcsnvccmp(whole.data(), directory, length, caseSensitive) != 0) return false;
-    const wchar_t next = directory[length];
+    if (!std::wstring_view(directory).starts_with(whole)) return false;
+    const wchar_t next = directory[whole.size()];
     return next == L'\0' || (path.getRecursive() && (next == L'/' || whole.ends_with(L'/')));
 }
 
@@ -189,11 +188,10 @@ Extraction::Directory Extraction::enter(unsigned pathId) {
     return current_;
 }
 
-// Pairs are directories, but the lists take their paths for patterns: one whose name
-// holds "*" or "?" would claim its neighbours.
+// Pairs are directories, each of exactly its name. But the lists take their paths for
+// patterns: one whose name holds "*" or "?" would claim its neighbours.
 int Extraction::coveringPair(const wchar_t* directory) const {
-    const bool cased = request_.caseSensitive;
-    const int pair = checkPathDriveListEx(directory, request_.pairs, mdLocalDriveGroup, cased);
+    const int pair = checkPathDriveListEx(directory, request_.pairs, mdLocalDriveGroup, true);
     if (pair < 0 || !checkWildCard(pathOf(pair).getPathName())) return pair;
     int longest = -1;
     for (int i = 0; i < static_cast<int>(request_.pairs.size()); ++i) {
@@ -201,14 +199,13 @@ int Extraction::coveringPair(const wchar_t* directory) const {
         const bool longer = longest < 0 || std::wcslen(path.getPathName()) >
                                                std::wcslen(pathOf(longest).getPathName());
         if (longer && QueryPlan::isLocal(request_.pairs[static_cast<std::size_t>(i)]) &&
-            coversLiterally(path, directory, cased))
+            coversLiterally(path, directory))
             longest = i;
     }
     return longest;
 }
 
 bool Extraction::accepts(const wchar_t* directory) {
-    const bool cased = request_.caseSensitive;
     const int pair = coveringPair(directory);
     if (pair != pair_) {
         pair_ = pair;
@@ -217,9 +214,9 @@ bool Extraction::accepts(const wchar_t* directory) {
             PathHelper::buildExcludeList(
                 request_.drives, request_.pairs[static_cast<std::size_t>(pair)], mountPoints_);
     }
-    if (pair < 0 || checkPathList(directory, mountPoints_, cased, false) ||
-        !checkPathList(directory, request_.include, cased, false) ||
-        checkPathList(directory, request_.exclude, cased, false))
+    if (pair < 0 || checkPathList(directory, mountPoints_, true, false) ||
+        !checkPathList(directory, request_.include, true, false) ||
+        checkPathList(directory, request_.exclude, request_.caseSensitive, false))
         return false;
     prefix_ = directory;
     if (!prefix_.ends_with(L'/')) prefix_ += L'/';

@@ -75,10 +75,10 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     // Building stamps before it checks: what is no directory would look like a young,
     // empty tree.
     if (!fs_isValidPath(path)) return FS_CACHE_SUCCESS;
-    // The cache holds whole subtrees, whatever the query asks for.
+    // The cache holds whole subtrees, whatever the query asks for; only mount points of
+    // exactly these names are left out.
     const PathDrive whole{PathInfo(path, true), pair.drive};
-    const int status = buildTree(store_, tree_, whole, {}, plan.mountPoints(whole),
-                                 query_.getCaseSensitive(), timeout_);
+    const int status = buildTree(store_, tree_, whole, {}, plan.mountPoints(whole), true, timeout_);
     if (status == WALK_FINISHED) {
         debug("FS_Cache::%s - tree builded!\n", name);
         return FS_CACHE_SUCCESS;
@@ -122,11 +122,12 @@ int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
     return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
 }
 
-// The time 0 is that of an ancestor's record, which was never built.
+// The time 0 is that of an ancestor's record, which was never built. A pair names one
+// directory: the case mode is that of criteria and exclusions, and a neighbour that
+// differs by case alone must not answer in its place.
 CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
     RecordSet& record = store_.directoryRecords();
-    if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(),
-                              query_.getCaseSensitive()))
+    if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(), true))
         return {false, 0};
     return {true, record.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
 }

@@ -13,10 +13,8 @@ namespace fscanner {
 int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
              FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
     const std::vector<PathInfo> mounts = plan.mountPoints(pair);
-    std::vector<PathInfo> exclusions = plan.exclusions(pair);
-    exclusions.insert(exclusions.end(), mounts.begin(), mounts.end());
-    return fs_build(writer, processor, pair, {}, exclusions, query.getCaseSensitive(), timeout,
-                    &mounts);
+    return fs_build(writer, processor, pair, {}, plan.exclusions(pair), query.getCaseSensitive(),
+                    timeout, &mounts);
 }
 
 namespace {

@@ -100,8 +100,9 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
              bool caseSensitive, unsigned timeout, const std::vector<PathInfo>* mountPoints) {
     const wchar_t* path = pathDrive.path.getPathName();
-    if (path && !excludeList.empty() &&
-        checkPathList(path, excludeList, caseSensitive, pathDrive.path.getRecursive())) {
+    const bool recursive = pathDrive.path.getRecursive();
+    if (path && (checkPathList(path, excludeList, caseSensitive, recursive) ||
+                 (mountPoints && checkPathList(path, *mountPoints, true, recursive)))) {
         debug("::fs_build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }

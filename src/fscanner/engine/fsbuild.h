@@ -19,8 +19,8 @@ bool fs_isValidPath(const wchar_t* path);
 /// Vets the starting path and scans it: 0 finished (also when it is excluded, or
 /// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
 /// `writer`; what the lists exclude is left out. One scan at a time in a process.
-/// `mountPoints`, which may be null, are those exclusions that are mount points;
-/// the observer is told so.
+/// `mountPoints`, which may be null, are left out too, by exactly their names; the
+/// observer is told so.
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
              bool caseSensitive, unsigned timeout,

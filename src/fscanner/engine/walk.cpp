@@ -282,8 +282,9 @@ int Walk::descend() {
 }
 
 bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
-    return !request_.exclude.empty() &&
-           checkPathList(path, request_.exclude, request_.caseSensitive, recursiveOnly);
+    return checkPathList(path, request_.exclude, request_.caseSensitive, recursiveOnly) ||
+           (request_.mountPoints &&
+            checkPathList(path, *request_.mountPoints, true, recursiveOnly));
 }
 
 void Walk::noteSkipped(FsSkipReason reason, int error) {

@@ -71,7 +71,7 @@ struct WalkRequest {
     const std::vector<PathInfo>& exclude;
     bool caseSensitive;
     long long timeoutMilliseconds;
-    /// Mount points among `exclude`: told apart for the observer only. May be null.
+    /// Mount points: excluded too, by exactly their names whatever the case mode. May be null.
     const std::vector<PathInfo>* mountPoints = nullptr;
 };
 
