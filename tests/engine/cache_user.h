@@ -34,7 +34,7 @@ public:
     int query(FsResultSetWriter& writer, const FsQuery& query, unsigned age = kDay,
               unsigned timeout = kMinute, bool kept = false) const {
         const auto cache = make();
-        if (const int status = cache->lock(10000)) return status;
+        if (const int status = cache->lock()) return status;
         int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
         if (status == 0)
             status = kept ? cache->executeQueryEx(writer, query, timeout, age)
