@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "support/child_process.h"
 #include "support/temporary_directory.h"
@@ -89,6 +90,13 @@ void redirect(Stdout to, const Channel& out) {
     _exit(127);
 }
 
+/// Waits for the first output, and longer.
+void leaveUnread(const Channel& out, std::chrono::milliseconds pause) {
+    pollfd wait{out.reader, POLLIN, 0};
+    poll(&wait, 1, -1);
+    std::this_thread::sleep_for(pause);
+}
+
 /// Reads both channels until their writers are gone, whichever speaks first.
 void readBoth(const Channel& out, const Channel& err, RunResult& result) {
     std::array<pollfd, 2> waits = {pollfd{out.reader, POLLIN, 0}, pollfd{err.reader, POLLIN, 0}};
@@ -110,7 +118,7 @@ void readBoth(const Channel& out, const Channel& err, RunResult& result) {
 RunResult runProgram(const std::string& program, const Arguments& arguments,
                      const RunSettings& settings) {
     Channel out(settings.to == Stdout::terminal);
-    Channel err;
+    Channel err(settings.watched);
     if (settings.to == Stdout::readerGone) {
         close(out.reader);
         out.reader = -1;
@@ -121,6 +129,7 @@ RunResult runProgram(const std::string& program, const Arguments& arguments,
     out.closeWriter();
     err.closeWriter();
     RunResult result;
+    if (settings.pause.count() > 0) leaveUnread(out, settings.pause);
     readBoth(out, err, result);
     int status = 0;
     waitpid(child, &status, 0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,6 +14,11 @@ struct RunSettings {
     std::string directory = ".";
     std::map<std::string, std::string> environment = {};  ///< on top of the tests' own
     Stdout to = Stdout::pipe;
+    /// Standard error is a terminal.
+    bool watched = false;
+    /// Standard output, once it has begun, is left unread for this long: a program with
+    /// more to write than a pipe holds takes at least that long.
+    std::chrono::milliseconds pause{0};
     /// Permissions hold, even for root.
     bool withoutOverride = false;
     /// fscan may answer from the cache, which is the tests' own.

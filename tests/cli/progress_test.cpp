@@ -1,0 +1,67 @@
+// The line that tells how far a scan is.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <regex>
+
+#include "program_run.h"
+#include "support/temporary_directory.h"
+
+namespace fscan::test {
+
+namespace {
+
+/// Much more output than fits into a pipe, so that a scan can be held up half-way.
+class ProgressTest : public testing::Test {
+protected:
+    ProgressTest() {
+        std::filesystem::create_directory(tree_ / "d");
+        for (unsigned i = 0; i < files_; ++i)
+            fscanner::writeWholeFile(tree_ / ("d/" + std::string(200, 'n') + std::to_string(i)),
+                                     "");
+    }
+    /// What a slow scan says on standard error.
+    std::string said(bool onTerminal, const char* terminal) const {
+        const RunResult result = fscan({"d"}, {.directory = tree_.path(),
+                                               .environment = {{"TERM", terminal}},
+                                               .watched = onTerminal,
+                                               .pause = std::chrono::milliseconds(250)});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(records(result.out).size(), files_);
+        return result.err;
+    }
+
+    const unsigned files_ = 4000;
+    fscanner::TemporaryDirectory tree_{fscanner::memoryDirectory()};
+};
+
+TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
+    const std::string erase = "\r\x1B[K";
+    const std::string text = said(true, "xterm");
+    ASSERT_THAT(text, testing::StartsWith(erase));
+    EXPECT_THAT(text, testing::EndsWith(erase));
+    const std::regex line("[0-9]+ files, 1 directories, [0-9]+\\.[0-9] s  .*/d/");
+    int lines = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        at += erase.size();
+        const std::size_t end = std::min(text.find(erase, at), text.size());
+        const std::string shown = text.substr(at, end - at);
+        at = end;
+        if (shown.empty()) continue;
+        ++lines;
+        EXPECT_TRUE(std::regex_match(shown, line)) << shown;
+        EXPECT_LT(shown.size(), 80U);
+    }
+    EXPECT_GT(lines, 0);
+}
+
+TEST_F(ProgressTest, IsShownNowhereElse) {
+    EXPECT_EQ(said(true, "dumb"), "");
+    EXPECT_EQ(said(false, "xterm"), "");
+}
+
+}  // namespace
+
+}  // namespace fscan::test
