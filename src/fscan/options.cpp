@@ -14,6 +14,7 @@
 #include "fscanner/fs/fs_inspect.h"
 #include "messages.h"
 #include "output.h"
+#include "word_list.h"
 
 namespace fscan {
 
@@ -122,8 +123,8 @@ void addSorting(CLI::App& app, Options& options, const char* group) {
             options.sortKey = found->second;
             return true;
         },
-        "Sort by path, name, pathname or size; ties by pathname");
-    sort->type_name("KEY")->group(group);
+        "Sort by this; ties by pathname");
+    sort->type_name("path|name|pathname|size")->group(group);
     app.add_flag("--reverse", options.reverse, "Sort the other way round")
         ->needs(sort)
         ->group(group);
@@ -248,7 +249,8 @@ public:
     HelpFormatter() { column_width(28); }
     std::string make_usage(const CLI::App*, std::string) const override {
         return "Usage: fscan [OPTIONS] [PATH...]\n"
-               "PATH is a directory to search; default: the current one.\n\n";
+               "PATH is a directory to search; default: the current one. It may begin with\n"
+               "a drive group: $local::PATH, $remote::PATH, $other::PATH, $all::PATH.\n\n";
     }
     std::string make_group(std::string group, bool positional,
                            std::vector<const CLI::Option*> options) const override {
@@ -294,11 +296,13 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
     addProvider(app, options);
     addOutput(app, options);
     addOthers(app, options);
+    const CLI::Option* words = app.add_flag("--list-words")->group("");  // for completions
     try {
         refuseTerminator(argc, argv);
         app.parse(argc, argv);
         takePaths(app, options.paths);
-        return std::nullopt;
+        if (words->count() == 0) return std::nullopt;
+        listWords(app, out);
     } catch (const CLI::CallForHelp&) {
         out.write(app.help());
     } catch (const CLI::CallForVersion& version) {

@@ -55,9 +55,10 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
     query.setQuery(parts.criteria.c_str());
 }
 
-void setSearchedPath(const Options& options, const std::wstring& path, fscanner::FsQuery& query) {
+void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {
+    const std::wstring media = root.media.empty() ? mediaWord(options.drives) : root.media;
     query.clearIncludePaths();
-    query.addIncludePath((mediaWord(options.drives) + L"::*:" + path).c_str(), options.recurse);
+    query.addIncludePath((media + L"::*:" + root.real).c_str(), options.recurse);
 }
 
 }  // namespace fscan

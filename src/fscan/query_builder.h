@@ -10,6 +10,7 @@ namespace fscan {
 
 class Excludes;
 struct Options;
+struct SearchRoot;
 struct SearchRoots;
 
 /// What the searches of all roots have in common: criteria, exclusions, file systems.
@@ -23,7 +24,7 @@ struct QueryParts {
 
 void fillQuery(const QueryParts& parts, fscanner::FsQuery& query);
 
-/// Makes `path` the one that the query searches.
-void setSearchedPath(const Options& options, const std::wstring& path, fscanner::FsQuery& query);
+/// Makes `root` the one path that the query searches.
+void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query);
 
 }  // namespace fscan

@@ -235,7 +235,7 @@ int searchRoots(const Search& search, Matches& matches, Watcher& watcher, MatchW
     int status = STATUS_FOUND;
     for (const SearchRoot& root : search.roots.roots) {
         matches.setRoot(root);
-        setSearchedPath(search.options, root.real, search.query);
+        setSearchedPath(search.options, root, search.query);
         const bool local = search.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
         watcher.expectCaching(search.asking.cached && local);
         const int code = search.asking.run(writer, search.query);
@@ -262,7 +262,7 @@ int explainRoots(const Search& search, Output& out) {
     int status = STATUS_FOUND;
     for (const SearchRoot& root : search.roots.roots) {
         if (&root != &search.roots.roots.front()) out.write("\n");
-        setSearchedPath(search.options, root.real, search.query);
+        setSearchedPath(search.options, root, search.query);
         status = std::max(status, explainQuery(search.asking, search.query, out));
     }
     return status;

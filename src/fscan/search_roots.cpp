@@ -10,6 +10,7 @@
 #include "messages.h"
 #include "options.h"
 #include "text.h"
+#include "word_list.h"
 
 namespace fscan {
 
@@ -35,6 +36,16 @@ std::wstring realDirectory(const std::string& path) {
 /// The library reads paths of fewer characters than this.
 constexpr std::size_t pathLimit = 1000;
 
+void addRoot(std::vector<SearchRoot>& roots, SearchRoot added) {
+    const auto same = [&added](const SearchRoot& root) { return root.real == added.real; };
+    const auto known = std::find_if(roots.begin(), roots.end(), same);
+    if (known == roots.end()) {
+        roots.push_back(std::move(added));
+    } else if (known->media != added.media) {
+        known->media = L"$all";
+    }
+}
+
 }  // namespace
 
 bool SearchRoot::owns(std::wstring_view directory) const {
@@ -53,7 +64,9 @@ std::string SearchRoot::shown(std::wstring_view directory) const {
 SearchRoots SearchRoots::resolve(const Options& options) {
     SearchRoots result;
     const std::vector<std::string> here = {"."};
-    for (const std::string& path : options.paths.empty() ? here : options.paths) {
+    for (std::string path : options.paths.empty() ? here : options.paths) {
+        const std::string_view group = takeDriveGroup(path).value_or("");
+        if (path.empty() && !group.empty()) path = "/";
         std::wstring real = realDirectory(path);
         if (real.size() >= pathLimit) {
             real.clear();
@@ -66,9 +79,7 @@ SearchRoots SearchRoots::resolve(const Options& options) {
             (wrong ? result.wrong : result.incomplete) = true;
             continue;
         }
-        const auto same = [&real](const SearchRoot& root) { return root.real == real; };
-        if (std::none_of(result.roots.begin(), result.roots.end(), same))
-            result.roots.push_back({path, std::move(real), {}});
+        addRoot(result.roots, {path, {group.begin(), group.end()}, std::move(real), {}});
     }
     if (!options.recurse) return result;
     for (SearchRoot& outer : result.roots)

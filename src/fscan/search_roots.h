@@ -11,6 +11,7 @@ struct Options;
 /// One directory to search: the user's text and what it really is.
 struct SearchRoot {
     std::string given;
+    std::wstring media;               ///< the drive group it began with, as in "$local", or empty
     std::wstring real;                ///< absolute, without links, no "/" at its end
     std::vector<std::wstring> inner;  ///< other roots below it, which report their own
 
@@ -21,7 +22,8 @@ struct SearchRoot {
 };
 
 /// The PATHs of the command line. A directory that is given twice is searched
-/// once; of nested ones, each reports what lies below it and below no other.
+/// once, with two drive groups on drives of every group; of nested ones, each
+/// reports what lies below it and below no other. A group alone stands for "/".
 struct SearchRoots {
     std::vector<SearchRoot> roots;
     bool wrong = false;       ///< a PATH does not exist or is no directory

@@ -1,0 +1,83 @@
+// The words that the command line tells completions.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "program_run.h"
+#include "support/temporary_directory.h"
+
+namespace fscan::test {
+
+namespace {
+
+using testing::HasSubstr;
+
+using Words = std::map<std::string, std::vector<std::string>>;
+
+/// Kind and words of `fscan --list-words`.
+Words listedWords() {
+    Words words;
+    std::istringstream lines(fscan({"--list-words"}).out);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_EQ(std::count(line.begin(), line.end(), '\t'), 3) << line;
+        std::istringstream columns(line);
+        std::string kind, names;
+        std::getline(std::getline(columns, kind, '\t'), names, '\t');
+        std::istringstream each(names);
+        for (std::string name; each >> name;) words[kind].push_back(name);
+    }
+    return words;
+}
+
+TEST(Words, EveryOneIsUnderstood) {
+    const Words words = listedWords();
+    const std::string help = fscan({"--help"}).out;
+    ASSERT_GT(words.at("option").size(), 20u);
+    for (const std::string& option : words.at("option")) EXPECT_THAT(help, HasSubstr(option));
+    for (const std::string& field : words.at("field"))
+        EXPECT_THAT(fscan({"--check", field + " == " + field}).err, "") << field;
+    for (const std::string& command : words.at("command"))
+        EXPECT_THAT(fscan({"--check", command + "1"}).err, HasSubstr("',' expected"));
+}
+
+// The tables of the language's page begin with the word.
+TEST(Words, NoneOfTheLanguageIsMissing) {
+    const Words words = listedWords();
+    std::set<std::string> listed(words.at("field").begin(), words.at("field").end());
+    for (const std::string& command : words.at("command"))
+        listed.insert(command.substr(0, command.size() - 1));
+    std::istringstream page(
+        fscanner::readWholeFile(FSCANNER_SOURCE_DIR "/docs/expression-language.md"));
+    std::set<std::string> documented;
+    std::string table;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("### Fields") || line.starts_with("## ")) table = line;
+        if (!line.starts_with("| `")) continue;
+        if (table == "### Fields of a search" || table == "## Commands")
+            documented.insert(line.substr(3, line.find('`', 3) - 3));
+    }
+    EXPECT_EQ(listed, documented);
+}
+
+TEST(Words, DriveGroupsChooseAmongTheDrivesOfAPath) {
+    const fscanner::TemporaryDirectory tree;
+    fscanner::writeWholeFile(tree / "f", "");
+    const std::string at = tree.path().string(), file = tree / "f\n";
+    const auto found = [](const Arguments& arguments) { return fscan(arguments).out; };
+    EXPECT_EQ(found({"$local::" + at}), file);
+    EXPECT_EQ(found({"$all::" + at}), file);
+    EXPECT_EQ(found({"$remote::" + at}), "");
+    EXPECT_EQ(found({"$other::" + at}), "");
+    EXPECT_EQ(found({"--remote", "$local::" + at}), file);
+    EXPECT_EQ(found({"$remote::" + at, "$local::" + at}), file);
+    EXPECT_EQ(fscan({"--no-recurse", "$local::"}).out, fscan({"--no-recurse", "/"}).out);
+    EXPECT_EQ(fscan({"$here::" + at}).status, 2);
+}
+
+}  // namespace
+
+}  // namespace fscan::test
