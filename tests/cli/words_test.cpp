@@ -41,7 +41,7 @@ TEST(Words, EveryOneIsUnderstood) {
     for (const std::string& field : words.at("field"))
         EXPECT_THAT(fscan({"--check", field + " == " + field}).err, "") << field;
     for (const std::string& command : words.at("command"))
-        EXPECT_THAT(fscan({"--check", command + "1"}).err, HasSubstr("',' expected"));
+        EXPECT_THAT(fscan({"--check", command}).err, HasSubstr("operand expected")) << command;
 }
 
 // The tables of the language's page begin with the word.
