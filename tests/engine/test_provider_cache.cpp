@@ -85,6 +85,16 @@ TEST_F(ProviderCache, Options) {
     EXPECT_EQ(found(0U - 10), right);
 }
 
+TEST_F(ProviderCache, HostsThatSeeLargeFilesAndOthersShareNoTables) {
+    std::filesystem::resize_file(tree.path("a.h"), 3ULL << 30);
+    query.setQuery(L"[SIZE]>2147483647");
+    EXPECT_TRUE(found().empty());
+    FsFileInfo::setLargeFileSupport(true);
+    EXPECT_EQ(found(), std::vector{tree.path("a.h")});
+    FsFileInfo::setLargeFileSupport(false);
+    EXPECT_TRUE(found().empty());
+}
+
 TEST_F(ProviderCache, ADirectoryThatOthersMayWriteIsRefused) {
     found();
     ASSERT_EQ(chmod(cache.c_str(), 0777), 0);

@@ -6,6 +6,7 @@
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/user_directory.h"
@@ -53,7 +54,9 @@ bool fsPrepareCacheDirectory(const wchar_t* directory) {
 }
 
 FsCacheTableNames fsCacheTableNames(bool compressed) {
-    const std::wstring kind = L"." + toWide(localeWord()) + (compressed ? L".compressed" : L"");
+    const bool large = FsFileInfo::getLargeFileSupport();
+    const std::wstring kind = L"." + toWide(localeWord()) + (large ? L"" : L".small") +
+                              (compressed ? L".compressed" : L"");
     return {L"directories" + kind, L"files" + kind};
 }
 

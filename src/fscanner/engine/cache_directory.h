@@ -17,7 +17,8 @@ FSCANNER_EXPORT std::wstring fsDefaultCacheDirectory();
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory);
 
 /// The names of a cache's tables. They differ with what the tables' bytes depend on
-/// besides the files: the encoding of numbers, and the locale's idea of characters.
+/// besides the files: the encoding of numbers, the locale's idea of characters, and
+/// whether large files are examined.
 struct FSCANNER_EXPORT FsCacheTableNames {
     std::wstring directories;
     std::wstring files;
