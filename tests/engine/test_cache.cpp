@@ -270,6 +270,16 @@ TEST_F(CacheTest, ADeadProcessCostsOneRebuild) {
     EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "new"}));
 }
 
+// The lock was given back with the first closing: the mark may be another's by then.
+TEST_F(CacheTest, OnlyAnOpenCacheTakesItsMarkAway) {
+    auto first = cache.open();
+    EXPECT_TRUE(first->close());
+    const auto crashed = cache.open();
+    EXPECT_TRUE(first->close());
+    EXPECT_TRUE(cache.make()->close());
+    EXPECT_TRUE(cache.isMarked());
+}
+
 TEST_F(CacheTest, WithoutTheCheckerThereIsNoMark) {
     FS_Cache plain(L"dirs", L"files", cache.directory().wide().c_str(), false, false, false);
     EXPECT_EQ(plain.create(0, FS_CACHE_CREATE), 0);

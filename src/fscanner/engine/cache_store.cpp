@@ -299,7 +299,8 @@ std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, cons
 // What changed is on disk before the mark goes; what did not get there, or was found
 // damaged, keeps the mark.
 bool CacheStore::close() {
-    if (!initialized_) return true;
+    // Once closed, the lock may be another's, and so the mark.
+    if (!initialized_ || !open_) return true;
     if (damaged()) broken_ = true;
     compactionDue_ = isCompactionDue();
     for (FS_Table* table : {files_.get(), directories_.get()})
