@@ -1,8 +1,5 @@
 #include <gmock/gmock.h>
 #include <sys/wait.h>
-#include <utime.h>
-
-#include <random>
 
 #include "engine/cache_user.h"
 #include "fscanner/common/heap_string.h"
@@ -19,96 +16,6 @@ namespace {
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-struct Search {
-    std::vector<PathInfo> include;
-    std::vector<PathInfo> exclude = {};
-    const wchar_t* criteria = L"";
-    bool caseSensitive = true;
-
-    void into(FsQuery& query) const {
-        for (const PathInfo& path : include)
-            query.addIncludePath(path.getPathName(), path.getRecursive());
-        for (const PathInfo& path : exclude)
-            query.addExcludePath(path.getPathName(), path.getRecursive());
-        query.setQuery(criteria);
-        query.setCaseSensitive(caseSensitive ? 0 : 1);
-    }
-};
-
-class CacheForms : public testing::TestWithParam<bool> {};
-
-// Directories whose names need care, and files in them.
-void plantTree(const TempTree& tree, std::mt19937& random, int count) {
-    const std::vector<std::string> names = {"a", "b", "A", "a*", "q?", "\xff", "sp ace", "c.h"};
-    std::vector<std::string> directories = {""};
-    for (int i = 0; i < count; ++i) {
-        const std::string parent = directories[random() % directories.size()];
-        const std::string path = parent + names[random() % names.size()];
-        if (std::filesystem::exists(std::filesystem::symlink_status(tree.path(path)))) continue;
-        if (random() % 2 == 0 && directories.size() < 30) {
-            tree.directory(path);
-            directories.push_back(path + "/");
-        } else {
-            tree.file(path, random() % 3 * 1000);
-        }
-    }
-}
-
-Search randomSearch(const TempTree& tree, std::mt19937& random) {
-    static const wchar_t* const criteria[] = {
-        L"",
-        L"[FILENAME]==\"c.h\"",
-        L"[SIZE]>=1000",
-        L"[FILENAME]==\"*.h\" && [SIZE]<1500",
-        L"path([PATHID],[FILENAME])==\"*/a/*\"",
-        L"1 2",
-    };
-    std::vector<std::wstring> directories;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(tree.path()))
-        if (entry.is_directory()) directories.push_back(toWide(entry.path().string()));
-    directories.push_back(tree.wide());
-    const auto pick = [&] {
-        const std::wstring& path = directories[random() % directories.size()];
-        return PathInfo((L"*:" + path).c_str(), random() % 4 != 0);
-    };
-    Search search;
-    for (unsigned i = 0; i <= random() % 2; ++i) search.include.push_back(pick());
-    for (unsigned i = 0; i < random() % 3; ++i) search.exclude.push_back(pick());
-    search.criteria = criteria[random() % std::size(criteria)];
-    search.caseSensitive = random() % 3 != 0;
-    return search;
-}
-
-TEST_P(CacheForms, EveryWayOfRunningAQueryFindsTheSame) {
-    std::mt19937 random(11);
-    for (int round = 0; round < 4; ++round) {
-        TempTree tree;
-        plantTree(tree, random, 120);
-        const CacheUser warm(GetParam());
-        for (int i = 0; i < 12; ++i) {
-            const Search search = randomSearch(tree, random);
-            FsQuery query;
-            search.into(query);
-            CollectingWriter direct;
-            ASSERT_EQ(fsScanQuery(direct, query, kMinute), 0);
-            const CacheUser cold(GetParam());
-            for (const CacheUser* cache : {&cold, &warm, &warm}) {
-                for (const bool kept : {false, true}) {
-                    CollectingWriter cached;
-                    ASSERT_EQ(cache->query(cached, query, kDay, kMinute, kept), 0);
-                    EXPECT_EQ(cached.sorted(), direct.sorted())
-                        << "round " << round << " search " << i << " criteria "
-                        << toMultibyte(search.criteria) << " below "
-                        << toMultibyte(search.include[0].getPathName());
-                }
-            }
-        }
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Encodings, CacheForms, testing::Values(false, true),
-                         [](const auto& form) { return form.param ? "compressed" : "fixed"; });
 
 class CacheTest : public testing::Test {
 protected:
