@@ -120,6 +120,16 @@ TEST_F(CacheTest, TimeOuts) {
     EXPECT_TRUE(cache.isMarked());
     EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
     EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_QUERY_TIMED_OUT);
+    // The time is looked at before the place: a match outside is enough.
+    everything("d/e").setQuery(L"[FILENAME]==\"top\"");
+    EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_QUERY_TIMED_OUT);
+    query.setQuery(L"[FILENAME]==\"none\"");
+    EXPECT_EQ(cache.query(writer, query, kDay, 0), 0);
+    // Where nothing is to be extracted, no time is needed.
+    query.clearIncludePaths();
+    query.addIncludePath(L"$other::/", true);
+    query.setQuery(L"");
+    EXPECT_EQ(cache.query(writer, query, kDay, 0), 0);
     EXPECT_THAT(writer.paths, IsEmpty());
     EXPECT_FALSE(cache.isMarked());
 }

@@ -8,11 +8,10 @@
 #include <sstream>
 
 #include "discovery/fixtures.h"
-#include "engine/temp_tree.h"
-#include "fscanner/engine/cache.h"
-#include "fscanner/engine/query_plan.h"
+#include "engine/cache_user.h"
+#include "fscanner/engine/cache_query.h"
 #include "fscanner/fs/fs_direct.h"
-#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
 #include "support/private_mounts.h"
 
@@ -175,6 +174,31 @@ TEST(QueryPlan, LeadsFromEntriesToPairs) {
     for (const Case& c : cases) EXPECT_EQ(roadOf(c.asked), c.road);
 }
 
+TEST(KeptPlan, IsResolvedAgainOnlyWhenTheQueryChanges) {
+    KeptPlan kept;
+    const auto pairsOf = [&kept](const Asked& asked) {
+        FsQuery query;
+        const QueryPlan* const plan = kept.refresh(asked.into(query));
+        return plan ? show(plan->pairs()) : std::vector<std::string>{"-"};
+    };
+    setMountTablePath("/nonexistent/mtab");
+    EXPECT_THAT(pairsOf({{"/mnt+"}}), ElementsAre("-"));
+    const std::vector<std::string> both = {"/mnt+ on /", "/mnt/b+ on /mnt/b"};
+    {
+        const PastedMountTable table("a / ext4\nb /mnt/b vfat\n");
+        EXPECT_EQ(pairsOf({{"/mnt+"}}), both);
+    }
+    // What is mounted later is not seen.
+    const PastedMountTable table("a / ext4\n");
+    const DebugLog log;
+    EXPECT_EQ(pairsOf({{"/mnt+"}}), both);
+    EXPECT_EQ(log.text(), "");
+    EXPECT_THAT(pairsOf({{"/mnt+"}, {}, L"vfat"}), ElementsAre("/mnt+ on /"));
+    EXPECT_THAT(pairsOf({{"/mnt/b"}, {}, L"vfat"}), ElementsAre());
+    EXPECT_THAT(pairsOf({{"/mnt/b"}}), ElementsAre("/mnt/b on /mnt/b"));
+    EXPECT_EQ(pairsOf({{"/mnt+"}}), both);
+}
+
 // ---- The same table over mounts that are there ------------------------------
 
 /// A mount, and the file that is planted in it.
@@ -319,6 +343,35 @@ TEST(QueryRoads, FindTheSameInEveryWayOverRealMounts) {
     });
     if (wrong == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
     EXPECT_EQ(wrong, 0);
+}
+
+// ---- When a remote scan ends early ------------------------------------------
+
+class Stopping : public FsScanObserver {
+public:
+    Stopping() { fsSetScanObserver(this); }
+    ~Stopping() override { fsSetScanObserver(nullptr); }
+    bool progress(const FsScanProgress&) override { return false; }
+};
+
+TEST(QueryRoads, AMonitoredQueryLooksAtTheTimeBehindLocalPairsOnly) {
+    const TempTree tree;
+    for (const char* name : {"f", "s/f", "y/f", "z/f"}) tree.file(name);
+    for (int i = 0; i < 1100; ++i) tree.file("r/" + std::to_string(i));
+    const PastedMountTable table("/dev/a / ext4\nfiler:/r " + tree.path("r") + " nfs4\nfiler:/s " +
+                                 tree.path("s") + " nfs4\n/dev/y " + tree.path("y") +
+                                 " xfs\n/dev/z " + tree.path("z") + " xfs\n");
+    FsQuery query;
+    query.addIncludePath((L"$all::" + tree.wide()).c_str(), true);
+    query.setQuery(L"[FILENAME]==\"f\"");
+    const Stopping observer;
+    CollectingWriter writer;
+    const CacheUser monitored(false, true);
+    EXPECT_EQ(monitored.query(writer, query), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_THAT(writer.paths, ElementsAre(tree.path("f"), tree.path("s/f"), tree.path("y/f")));
+    CollectingWriter none;
+    EXPECT_EQ(CacheUser().query(none, query), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_THAT(none.paths, testing::IsEmpty());
 }
 
 }  // namespace

@@ -162,6 +162,7 @@ int Extraction::take(bool matched) {
         if (evaluator_.failedOnRecord()) noteUndecided();
         return FS_CACHE_SUCCESS;
     }
+    // Before the place, on purpose: matches that are refused take time, too.
     if (!hasTime()) {
         debug("FS_Cache::extractResults - timed out!\n");
         return FS_CACHE_QUERY_TIMED_OUT;

@@ -1,0 +1,152 @@
+// Directories of the cache as chains of parents: lookups, removal, building.
+
+#include <gmock/gmock.h>
+
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_build.h"
+#include "fscanner/engine/cache_tree.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CacheTreeTest : public testing::Test {
+protected:
+    CacheTreeTest() { EXPECT_EQ(store.create(0, FS_CACHE_CREATE), 0); }
+
+    void directory(unsigned id, const wchar_t* name, unsigned parent) {
+        RecordSet& records = store.directoryRecords();
+        records.setFieldAsInt32(DIRECTORIES_ID, id);
+        records.setFieldAsString(DIRECTORIES_PATHNAME, name);
+        records.setFieldAsInt32(DIRECTORIES_PARENTID, parent);
+        records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
+        EXPECT_TRUE(records.insert());
+    }
+    void file(const wchar_t* name, unsigned directoryId) {
+        RecordSet& records = store.filesRecords();
+        records.setFieldAsString(FILES_FILENAME, name);
+        records.setFieldAsInt32(FILES_PATHID, directoryId);
+        EXPECT_TRUE(records.insert());
+    }
+    /// The ID of a path, 0 when it is not there.
+    unsigned find(const wchar_t* path, bool caseFlag = true) {
+        RecordSet& records = store.directoryRecords();
+        const bool found = tree.findPathByName(records, store.ancestorRecords(), path, caseFlag);
+        return found ? records.getFieldAsInt32(DIRECTORIES_ID) : 0;
+    }
+    std::string pathOf(unsigned id, unsigned room = kPathBuffer) {
+        std::wstring buffer(kPathBuffer, L'#');
+        const bool found = tree.findPathById(store.directoryRecords(), id, buffer.data(), room);
+        return found ? toMultibyte(buffer.c_str()) : "-";
+    }
+    /// "NAME ID<PARENT" of every directory and "NAME<DIRECTORY" of every file.
+    std::vector<std::string> records() {
+        std::vector<std::string> lines;
+        RecordSet& directories = store.directoryRecords();
+        directories.setCriteria(nullptr, true);
+        for (bool more = directories.moveFirst(); more; more = directories.moveNext())
+            lines.push_back(
+                toMultibyte(directories.getFieldAsString(DIRECTORIES_PATHNAME)) + " " +
+                std::to_string(directories.getFieldAsInt32(DIRECTORIES_ID)) + "<" +
+                std::to_string(directories.getFieldAsInt32(DIRECTORIES_PARENTID)) +
+                (directories.getFieldAsInt32(DIRECTORIES_CREATIONTIME) ? " built" : ""));
+        RecordSet& files = store.filesRecords();
+        files.setCriteria(nullptr, true);
+        for (bool more = files.moveFirst(); more; more = files.moveNext())
+            lines.push_back(toMultibyte(files.getFieldAsString(FILES_FILENAME)) + "<" +
+                            std::to_string(files.getFieldAsInt32(FILES_PATHID)));
+        return lines;
+    }
+    int build(const std::string& path, const DriveInfo& drive = {L"/:", DRIVE_LOCAL, L"ext4"}) {
+        return buildTree(store, tree, {PathInfo(toWide(path).c_str(), true), drive}, {}, {}, true,
+                         60000);
+    }
+
+    TempTree place{memoryDirectory()};
+    CacheStore store{L"d", L"f", place.wide().c_str(), false, true};
+    CacheTree tree{store};
+};
+
+TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
+    directory(1, L"/", 0);
+    directory(2, L"a", 1);
+    directory(3, L"b", 2);
+    directory(4, L"c", 3);
+    directory(5, L"top", 0);
+    directory(6, L"A", 1);
+    directory(7, L"b", 5);
+    EXPECT_EQ(find(L"/"), 1U);
+    EXPECT_EQ(find(L"/a/b"), 3U);
+    EXPECT_EQ(find(L"top/b"), 7U);
+    EXPECT_EQ(find(L"/b"), 0U);
+    EXPECT_EQ(find(L"b"), 0U);
+    EXPECT_EQ(find(L"/B"), 0U);
+    EXPECT_EQ(find(L""), 0U);
+    // The exact spelling first.
+    EXPECT_EQ(find(L"/a", false), 2U);
+    EXPECT_EQ(find(L"/A", false), 6U);
+    EXPECT_EQ(find(L"/A/B/c", false), 4U);
+    // Of one name only the newest record counts.
+    EXPECT_EQ(find(L"top"), 5U);
+    directory(8, L"top", 1);
+    EXPECT_EQ(find(L"top"), 0U);
+
+    EXPECT_EQ(pathOf(4), "/a/b/c");
+    EXPECT_EQ(pathOf(7), "top/b");
+    EXPECT_EQ(pathOf(9), "-");
+    EXPECT_EQ(pathOf(4, 6 + 4), "/a/b/c");
+    EXPECT_EQ(pathOf(4, 6 + 3), "-");
+    EXPECT_EQ(pathOf(4, 0), "-");
+    // A damaged table may have circles.
+    directory(10, L"x", 11);
+    directory(11, L"y", 10);
+    EXPECT_EQ(pathOf(10), "-");
+    EXPECT_EQ(find(L"/y/x"), 0U);
+}
+
+TEST_F(CacheTreeTest, RemovalTakesAllThatIsBelowAndNothingElse) {
+    directory(1, L"/", 0);
+    directory(2, L"kept", 1);
+    directory(3, L"gone", 1);
+    for (unsigned id = 4; id < 50; ++id) directory(id, L"child", id % 2 ? 3 : id - 1);
+    for (const unsigned id : {1U, 2U, 3U, 20U, 49U}) file(L"f", id);
+    // What has been looked up is not remembered.
+    EXPECT_EQ(pathOf(48), "/gone/child/child");
+    tree.removeTree(store.directories(), store.files(), 3);
+    EXPECT_THAT(records(), ElementsAre("/ 1<0", "kept 2<1", "f<1", "f<2"));
+    EXPECT_EQ(pathOf(48), "-");
+    tree.removeFiles(store.files(), 2);
+    EXPECT_THAT(records(), ElementsAre("/ 1<0", "kept 2<1", "f<1"));
+}
+
+TEST_F(CacheTreeTest, BuildingGivesAncestorsRecordsWithoutATime) {
+    const TempTree files;
+    files.file("one/f");
+    files.directory("two");
+    files.link("one", "link");
+    EXPECT_EQ(build(files.path("one")), 0);
+    // What the temporary directory is called: "/", its names, and the tree's own.
+    const std::vector<std::string> first = records();
+    const std::size_t depth = first.size() - 2;
+    EXPECT_EQ(first[0], "/ 1<0");
+    EXPECT_EQ(first[depth],
+              "one " + std::to_string(depth + 1) + "<" + std::to_string(depth) + " built");
+    EXPECT_EQ(first.back(), "f<" + std::to_string(depth + 1));
+    for (std::size_t i = 0; i < depth; ++i)
+        EXPECT_THAT(first[i], testing::Not(testing::EndsWith("built")));
+    // The parent that is there is used again. A link is no directory, and has no records
+    // below it.
+    EXPECT_EQ(build(files.path("two")), 0);
+    EXPECT_EQ(build(files.path("link")), 0);
+    const std::string parent = "<" + std::to_string(depth) + " built";
+    const std::vector<std::string> all = records();
+    EXPECT_EQ(all.size(), first.size() + 2);
+    EXPECT_EQ(all[depth + 1], "two " + std::to_string(depth + 2) + parent);
+    EXPECT_EQ(all[depth + 2], "link " + std::to_string(depth + 3) + parent);
+}
+
+}  // namespace
+}  // namespace fscanner
