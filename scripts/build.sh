@@ -25,10 +25,15 @@ build_packages=(
     libfmt-dev:/usr/include/fmt/core.h
     nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
     file:file
+    scdoc:scdoc
 )
 test_packages=(
     libgtest-dev:/usr/include/gtest/gtest.h
     libgmock-dev:/usr/include/gmock/gmock.h
+    zsh:zsh
+    fish:fish
+    man-db:man
+    mandoc:mandoc
 )
 check_packages=(
     clang:clang++

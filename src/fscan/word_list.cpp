@@ -61,7 +61,7 @@ void listWords(const CLI::App& app, Output& out) {
     for (const CLI::Option* option : app.get_options()) {
         if (option->get_group().empty()) continue;  // hidden
         out.write(fmt::format("option\t{}\t{}\t{}\n", namesOf(*option),
-                              option->get_items_expected_max() > 0 ? option->get_type_name() : "",
+                              option->get_items_expected_max() > 0 ? option->get_type_name() : "-",
                               option->get_description()));
     }
     listKind("field", fields, out);

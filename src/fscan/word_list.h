@@ -24,7 +24,8 @@ struct Word {
 std::optional<std::string_view> takeDriveGroup(std::string& path);
 
 /// Prints all words, a line each: kind, word, value, help, with tabs between. The kinds
-/// are option, field, command and group; an option's names have a space between them.
+/// are option, field, command and group; an option's names have a space between them,
+/// and one that takes no value has "-" there.
 void listWords(const CLI::App& app, Output& out);
 
 }  // namespace fscan

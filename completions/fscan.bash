@@ -1,0 +1,99 @@
+# bash completion for fscan: options, the words of criteria, drive groups, directories.
+# What there is to complete comes from "fscan --list-words", so nothing is named here.
+# shellcheck shell=bash
+
+# _fscan_value NAME: what the option takes; fails for what is no option.
+_fscan_value() {
+    local kind names value
+    while IFS=$'\t' read -r kind names value _; do
+        if [[ $kind == option && " $names " == *" $1 "* ]]; then
+            printf '%s\n' "$value"
+            return
+        fi
+    done <<<"$_fscan_words"
+    return 1
+}
+
+# _fscan_of KIND: the words of that kind, one a line.
+_fscan_of() {
+    local kind names word
+    while IFS=$'\t' read -r kind names _; do
+        [[ $kind == "$1" ]] || continue
+        for word in $names; do printf '%s\n' "$word"; done
+    done <<<"$_fscan_words"
+}
+
+# _fscan_matching BEGIN: those of the lines that begin so, after $_fscan_before.
+_fscan_matching() {
+    local word
+    while IFS= read -r word; do
+        [[ -n $word && $word == "$1"* ]] && COMPREPLY+=("$_fscan_before$word")
+    done
+}
+
+# The last word of a criteria, if it is outside of a text.
+_fscan_criteria() {
+    local quotes=${cur//[!\"]/}
+    ((${#quotes} % 2)) && return
+    [[ $cur =~ ^(.*[^A-Za-z0-9\[])?(\[?[A-Za-z]*)$ ]] || return
+    local _fscan_before=${BASH_REMATCH[1]} last=${BASH_REMATCH[2]}
+    compopt -o nospace
+    _fscan_matching "$last" < <(_fscan_of field; _fscan_of command)
+}
+
+_fscan_path() {
+    local group
+    while IFS= read -r group; do
+        [[ $cur == "$group"* ]] || continue
+        local _fscan_before=$group
+        cur=${cur#"$group"}
+        break
+    done < <(_fscan_of group)
+    [[ -z $_fscan_before && $cur == \$* ]] && compopt -o nospace && _fscan_matching "$cur" < <(_fscan_of group)
+    compopt -o filenames
+    _fscan_matching '' < <(compgen -d -- "$cur")
+}
+
+# _fscan_argument VALUE: completes what an option takes.
+_fscan_argument() {
+    case $1 in
+        *'|'*) _fscan_matching "$cur" <<<"${1//|/$'\n'}" ;;
+        CRITERIA) _fscan_criteria ;;
+        PATH | DIR) _fscan_path ;;
+        TYPE) _fscan_matching "$cur" < <(sed 's/.*\t//' /proc/filesystems) ;;
+        USER) _fscan_matching "$cur" < <(compgen -u) ;;
+        CMD*) _fscan_matching "$cur" < <(compgen -c -- "$cur") ;;
+        FILE)
+            compopt -o filenames
+            _fscan_matching '' < <(compgen -f -- "$cur")
+            ;;
+    esac
+}
+
+_fscan() {
+    local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} word value
+    local _fscan_before='' _fscan_words
+    COMPREPLY=()
+    _fscan_words=$("$1" --list-words 2>/dev/null) || return
+    # "--sort=na" comes as three words.
+    if [[ $cur == = ]]; then
+        cur=
+    elif [[ $previous == = ]]; then
+        previous=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+    # The shell keeps an opening quote, and readline puts it back, and a "$" that is
+    # not quoted is written with a backslash.
+    cur=${cur#[\'\"]}
+    cur=${cur/#\\\$/\$}
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
+        [[ $word != -- ]] || { _fscan_path && return; }
+    done
+    if value=$(_fscan_value "$previous") && [[ $value != - ]]; then
+        _fscan_argument "$value"
+    elif [[ $cur == -* ]]; then
+        _fscan_matching "$cur" < <(_fscan_of option)
+    else
+        _fscan_path
+    fi
+}
+complete -F _fscan fscan
