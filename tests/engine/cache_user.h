@@ -49,7 +49,7 @@ public:
     std::string counter() const { return readWholeFile(directory_.path("dirs.counter")); }
 
 private:
-    TempTree directory_{memoryDirectory()};
+    TempTree directory_;
     bool compressed_;
     bool monitor_;
 };

@@ -16,9 +16,6 @@ namespace fscanner {
 /// A temporary directory with verbs for building a tree in it.
 class TempTree {
 public:
-    TempTree() = default;
-    explicit TempTree(const std::filesystem::path& parent) : directory_(parent) {}
-
     std::string path(const std::string& below = "") const {
         return below.empty() ? root_.string() : (root_ / below).string();
     }
@@ -35,7 +32,7 @@ public:
     }
 
 private:
-    TemporaryDirectory directory_;
+    TemporaryDirectory directory_{memoryDirectory()};
     std::filesystem::path root_ = std::filesystem::canonical(directory_.path());
 };
 

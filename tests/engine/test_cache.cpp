@@ -36,6 +36,11 @@ protected:
         EXPECT_EQ(user.query(writer, query, age), 0);
         return writer.sorted();
     }
+    std::vector<std::string> scanned() const {
+        CollectingWriter writer;
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
+        return writer.sorted();
+    }
     Names paths(Names names) const {
         for (std::string& name : names) name = tree.path(name);
         std::sort(names.begin(), names.end());
@@ -89,28 +94,29 @@ TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
     for (const wchar_t* criteria :
          {L"[FILENAME]==\"d*\"", L"path([PATHID],[FILENAME])==\"*/d*p\""}) {
         query.setQuery(criteria);
-        observer.names.clear();
-        fsSetScanObserver(&observer);
-        EXPECT_EQ(found(cache), paths({"d/e/deep"}));
-        fsSetScanObserver(nullptr);
-        EXPECT_EQ(observer.names, paths({"d/a*"}));
+        for (const bool directly : {true, false}) {
+            observer.names.clear();
+            fsSetScanObserver(&observer);
+            EXPECT_EQ(directly ? scanned() : found(cache), paths({"d/e/deep"}));
+            fsSetScanObserver(nullptr);
+            EXPECT_EQ(observer.names, paths({"d/a*"}));
+        }
     }
 }
 
-TEST_F(CacheTest, ANonRecursiveSearchCachesTheWholeTree) {
-    query.addIncludePath(tree.wide().c_str(), false);
-    EXPECT_EQ(found(cache), paths({"top"}));
-    tree.file("d/new");
-    everything();
-    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
-}
-
-TEST_F(CacheTest, ExclusionsOfAQueryLeaveNoHoles) {
-    everything();
-    query.addExcludePath(tree.wide("d").c_str(), true);
-    EXPECT_EQ(found(cache), paths({"top"}));
-    query.clearExcludePaths();
-    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
+TEST_F(CacheTest, HoldsWholeTreesWhateverTheQueryLeavesOut) {
+    for (const bool recursive : {false, true}) {
+        const CacheUser fresh;
+        query.clearIncludePaths();
+        query.addIncludePath(tree.wide().c_str(), recursive);
+        if (recursive) query.addExcludePath(tree.wide("d").c_str(), true);
+        EXPECT_EQ(found(fresh), paths({"top"}));
+        tree.file("d/new");
+        query.clearExcludePaths();
+        everything();
+        EXPECT_EQ(found(fresh), paths({"top", "d/in", "d/e/deep"}));
+        std::filesystem::remove(tree.path("d/new"));
+    }
 }
 
 TEST_F(CacheTest, TimeOuts) {

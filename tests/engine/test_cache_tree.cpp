@@ -65,7 +65,7 @@ protected:
                          60000);
     }
 
-    TempTree place{memoryDirectory()};
+    TempTree place;
     CacheStore store{L"d", L"f", place.wide().c_str(), false, true};
     CacheTree tree{store};
 };

@@ -28,7 +28,7 @@ protected:
     }
 
     TempTree tree;
-    TempTree place{memoryDirectory()};
+    TempTree place;
     std::string cache = place.path("made/cache");
     std::unique_ptr<FsProvider> provider;
     FsQuery query;
