@@ -1,6 +1,7 @@
 // Sorting a file of results, side by side with GNU sort of the same paths.
 //
 //     sort_bench [RECORDS [ROUNDS]]
+//     sort_bench --make DIRECTORY RECORDS      the files that compare gives to both, once
 //
 // For each key: GNU sort, the sort of a record file, and the sort in memory that fscan
 // prefers. Prints the best times of the rounds, the ratios, and the peak of each
@@ -199,12 +200,25 @@ int sortInMemory(unsigned key, const char* matches, const char* out) {
     return 0;
 }
 
+// The records, and what GNU sort gets of them.
+int makeFiles(const fs::path& directory, unsigned count) {
+    const std::vector<Entry> entries = generate(count);
+    writeRecords(directory / "records", entries);
+    std::ofstream byName(directory / "lines-name"), bySize(directory / "lines-size");
+    for (const Entry& e : entries) {
+        byName << e.name << "\t" << e.directory << "\n";
+        bySize << e.size << "\t" << e.directory << "/" << e.name << "\n";
+    }
+    return byName.flush() && bySize.flush() ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string mode = argc > 3 ? argv[1] : "";
     const auto key = static_cast<unsigned>(argc > 2 ? std::atoi(argv[2]) : 0);
     if (mode == "--sort") return sortFile(key, argv[3]);
+    if (mode == "--make") return makeFiles(argv[2], static_cast<unsigned>(std::atoi(argv[3])));
     if (mode == "--memory") return sortInMemory(key, argv[3], argv[4]);
     ::setenv("LC_ALL", "C", 1);
     const auto count = static_cast<unsigned>(argc > 1 ? std::atoi(argv[1]) : 1000000);

@@ -35,6 +35,14 @@ test_packages=(
     man-db:man
     mandoc:mandoc
 )
+bench_packages=(
+    libbenchmark-dev:/usr/include/benchmark/benchmark.h
+    python3:python3
+    findutils:find
+    fd-find:fdfind
+    bfs:bfs
+    plocate:plocate
+)
 check_packages=(
     clang:clang++
     clang-format:clang-format
@@ -91,7 +99,7 @@ install_missing() {
     run_logged "$build/install.log" apt_install "${missing[@]}" || die "$by_hand"
 }
 
-# prepare build|test|check...: makes the build directory and installs what that takes.
+# prepare build|test|bench|check...: makes the build directory and installs what that takes.
 prepare() {
     local group
     mkdir -p -- "$build" 2>/dev/null || true
