@@ -95,19 +95,11 @@ TEST_F(DriveLinks, StopAfterManyLevels) {
     EXPECT_LE(links.size(), 40U * 32U);
 }
 
-TEST_F(DriveLinks, NeverTouchARemoteMount) {
-    directory("/nas/inner");
-    link("nas", "/short");
-    DebugLog log;
-    EXPECT_THAT(linksOf(drive("/short", DRIVE_REMOTE)), IsEmpty());
-    EXPECT_FALSE(checked(log, "/short"));
-    EXPECT_THAT(linksOf(drive("/short/inner", DRIVE_REMOTE)), ElementsAre("4 @/nas/inner: ext4"));
-}
-
 TEST_F(DriveLinks, NeverTouchWhatLiesBelowAnyRemoteMount) {
     directory("/nas/inner");
     link("inner", "/nas/remotelink");
     link("nas/remotelink", "/entry");
+    link("nas", "/short");
     // A local mount on top of a remote one, and a link that leads into it.
     const std::vector<DriveInfo> drives = {drive("/nas", DRIVE_REMOTE), drive("/nas/remotelink"),
                                            drive("/entry/x")};
@@ -117,6 +109,10 @@ TEST_F(DriveLinks, NeverTouchWhatLiesBelowAnyRemoteMount) {
     EXPECT_THAT(shown(links), ElementsAre("2 @/nas/remotelink/x: ext4"));
     EXPECT_FALSE(checked(log, "/nas"));
     EXPECT_FALSE(checked(log, "/nas/remotelink"));
+    // The mount itself is not touched, what lies above it is.
+    EXPECT_THAT(linksOf(drive("/short", DRIVE_REMOTE)), IsEmpty());
+    EXPECT_FALSE(checked(log, "/short"));
+    EXPECT_THAT(linksOf(drive("/short/inner", DRIVE_REMOTE)), ElementsAre("4 @/nas/inner: ext4"));
 }
 
 TEST_F(DriveLinks, FollowTheMaskAndWhatIsPresent) {

@@ -146,31 +146,6 @@ TEST(DrivePruning, KeepsIncludedAndDropsExcludedFileSystems) {
     }
 }
 
-TEST(DriveNormalisation, SortsALiveTable) {
-    const std::vector<DriveInfo> drives = normalisedDrivesOf(
-        "proc /proc proc rw 0 0\n"
-        "sysfs /sys sysfs rw 0 0\n"
-        "udev /dev devtmpfs rw 0 0\n"
-        "devpts /dev/pts devpts rw 0 0\n"
-        "/dev/sda2 / ext4 rw 0 0\n"
-        "devpts /dev/pts devpts rw 0 0\n"
-        "tmpfs /sys/fs/cgroup tmpfs rw 0 0\n"
-        "cgroup /sys/fs/cgroup/cpu cgroup rw 0 0\n"
-        "cgroup2 /sys/fs/cgroup/unified cgroup2 rw 0 0\n"
-        "systemd-1 /misc autofs rw 0 0\n"
-        "filer:/vol /misc nfs4 rw 0 0\n"
-        "/dev/sdb1 /media/My\\040Disk vfat rw 0 0\n"
-        "/dev/sda2 /srv/bind ext4 rw 0 0\n"
-        "/dev/sdb1 /srv vfat rw 0 0\n"
-        "/dev/sdc1 /srv xfs rw 0 0\n");
-    EXPECT_THAT(
-        show(drives),
-        ElementsAre("2 /: ext4", "2 /proc: proc", "2 /sys: sysfs", "2 /dev: devtmpfs",
-                    "4 /misc: nfs4", "2 /srv: xfs", "2 /dev/pts: devpts", "2 /media/My Disk: vfat",
-                    "2 /srv/bind: ext4", "2 /sys/fs/cgroup: tmpfs", "2 /sys/fs/cgroup/cpu: cgroup",
-                    "2 /sys/fs/cgroup/unified: cgroup2"));
-}
-
 TEST(DriveNormalisation, KeepsADistributedPairTogether) {
     const auto normalised = [](const std::string& table) {
         return show(normalisedDrivesOf(table));

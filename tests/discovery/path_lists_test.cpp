@@ -105,13 +105,12 @@ TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
     const std::vector<Accumulation> cases = {
         // Enclosing paths first, and in the order of arrival among themselves.
         {nested,
-         {pairOf("/m/n+", "/m/n"), pairOf("/m+", "/m", DRIVE_LOCAL, L"xfs")},
+         {pairOf("/m/n+", "/m/n"), pairOf("/r+", "/r", DRIVE_REMOTE),
+          pairOf("/m+", "/m", DRIVE_LOCAL, L"xfs")},
          {root},
-         {"/+ on /", "/m+ on /m", "/m/n+ on /m/n"}},
+         {"/+ on /", "/r+ on /r", "/m+ on /m", "/m/n+ on /m/n"}},
         // The same kind of file system is not excluded from the scan above it.
-        {nested, {pairOf("/p+", "/p")}, {root}, {"/+ on /"}},
         {nested, {}, {pairOf("/p/x+", "/p"), pairOf("/p+", "/p")}, {"/p+ on /p"}},
-        {nested, {pairOf("/r+", "/r", DRIVE_REMOTE)}, {root}, {"/+ on /", "/r+ on /r"}},
         // Only a recursive path covers what lies below.
         {nested, {}, {pairOf("/", "/"), pairOf("/p", "/p")}, {"/ on /", "/p on /p"}},
         {nested, {}, {pairOf("/p", "/p"), root}, {"/+ on /"}},
