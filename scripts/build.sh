@@ -43,12 +43,21 @@ bench_packages=(
     bfs:bfs
     plocate:plocate
 )
+package_packages=(
+    dpkg-dev:dpkg-buildpackage
+    debhelper:dh
+    fakeroot:fakeroot
+)
 check_packages=(
     clang:clang++
     clang-format:clang-format
     clang-tidy:run-clang-tidy
     libclang-rt-14-dev:/usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.asan*
     shellcheck:shellcheck
+    lintian:lintian
+    mmdebstrap:mmdebstrap
+    abigail-tools:abidiff
+    doxygen:doxygen
 )
 
 say() { printf '%s\n' "$*" >&2; }
@@ -99,7 +108,7 @@ install_missing() {
     run_logged "$build/install.log" apt_install "${missing[@]}" || die "$by_hand"
 }
 
-# prepare build|test|bench|check...: makes the build directory and installs what that takes.
+# prepare build|test|bench|package|check...: makes the build directory and installs what that takes.
 prepare() {
     local group
     mkdir -p -- "$build" 2>/dev/null || true
