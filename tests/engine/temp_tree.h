@@ -16,6 +16,9 @@ namespace fscanner {
 /// A temporary directory with verbs for building a tree in it.
 class TempTree {
 public:
+    TempTree() : TempTree(memoryDirectory()) {}
+    explicit TempTree(const std::filesystem::path& parent) : directory_(parent) {}
+
     std::string path(const std::string& below = "") const {
         return below.empty() ? root_.string() : (root_ / below).string();
     }
@@ -32,7 +35,7 @@ public:
     }
 
 private:
-    TemporaryDirectory directory_{memoryDirectory()};
+    TemporaryDirectory directory_;
     std::filesystem::path root_ = std::filesystem::canonical(directory_.path());
 };
 

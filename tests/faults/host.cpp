@@ -1,0 +1,150 @@
+#include "host.h"
+
+#include <sched.h>
+#include <signal.h>
+#include <sys/mount.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "fscanner/fs/temp_files.h"
+#include "fscanner/platform/linuxsync.h"
+
+// The plug-in itself, built into the test.
+#include "../../src/plugins/provider_cache/provider_cache.cpp"
+
+namespace fscanner {
+
+namespace {
+
+constexpr unsigned kTimeout = 60000;
+
+std::string temporaryPrefix;
+
+// Names like those of the C library, where the test can see the files.
+char* privateName(char*) {
+    static char name[4096];
+    for (int i = 0; i < 1000; ++i) {
+        std::snprintf(name, sizeof name, "%s%d", temporaryPrefix.c_str(), i);
+        if (::access(name, F_OK) != 0) return name;
+    }
+    return nullptr;
+}
+
+class GapObserver : public FsScanObserver {
+public:
+    explicit GapObserver(Answer& answer) : answer_(answer), previous_(fsSetScanObserver(this)) {}
+    GapObserver(const GapObserver&) = delete;
+    GapObserver& operator=(const GapObserver&) = delete;
+    ~GapObserver() override { fsSetScanObserver(previous_); }
+    bool progress(const FsScanProgress&) override { return true; }
+    void skipped(const wchar_t*, FsSkipReason reason, int) override {
+        if (reason != FsSkipReason::otherFileSystem) answer_.toldOfGaps = true;
+    }
+    void finished(const FsScanProgress& totals) override { answer_.walked += totals.directories; }
+
+private:
+    Answer& answer_;
+    FsScanObserver* previous_;
+};
+
+}  // namespace
+
+int faultScale() {
+    const char* text = std::getenv("FSCANNER_FAULTS_SCALE");
+    return text ? std::max(1, std::atoi(text)) : 1;
+}
+
+FaultHost::FaultHost(const std::filesystem::path& parent) : tree(parent), place(parent) {
+    place.directory("locks");
+    place.directory("temporary");
+    LinuxSharedMutex::setStorePath(place.path("locks").c_str());
+    temporaryPrefix = place.path("temporary") + "/result";
+    tempNameSource().libraryName = privateName;
+}
+
+FaultHost::~FaultHost() {
+    LinuxSharedMutex::setStorePath("/tmp/");
+    tempNameSource().libraryName = std::tmpnam;
+}
+
+void FaultHost::plant(unsigned directories, unsigned files) const {
+    for (unsigned i = 0; i < directories; ++i) {
+        const std::string path =
+            "d" + std::to_string(i % 3) + "/e" + std::to_string(i) + "/f" + std::to_string(i % 2);
+        for (unsigned j = 0; j < files; ++j)
+            tree.file(path + "/name" + std::to_string(j) + (j % 2 ? ".h" : ".txt"), j);
+    }
+}
+
+std::vector<std::string> FaultHost::walkFresh(const std::string& root) {
+    std::vector<std::string> paths;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
+        if (entry.is_symlink() || !entry.is_directory()) paths.push_back(entry.path().string());
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+std::unique_ptr<FsProvider> FaultHost::provider(bool compressed) const {
+    std::unique_ptr<FsProvider> provider(createProvider(nullptr));
+    provider->setOption(FS_OPTION_CACHE_DIRECTORY, place.path("cache").c_str());
+    provider->setOption(FS_OPTION_COMPRESSED, compressed ? "true" : "false");
+    return provider;
+}
+
+void FaultHost::describe(FsQuery& query, const wchar_t* criteria) const {
+    query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+    query.setQuery(criteria);
+}
+
+Answer FaultHost::ask(unsigned age, const wchar_t* criteria, bool compressed) const {
+    FsQuery query;
+    describe(query, criteria);
+    Answer answer;
+    const GapObserver observer(answer);
+    CollectingWriter writer;
+    answer.status = provider(compressed)->executeQuery(writer, query, age, kTimeout);
+    answer.paths = writer.sorted();
+    return answer;
+}
+
+void FaultHost::forget() const {
+    std::filesystem::remove_all(place.path("cache"));
+}
+
+std::vector<std::string> FaultHost::leftovers() const {
+    std::vector<std::string> names = walkFresh(place.path("locks"));
+    for (const std::string& name : walkFresh(place.path("temporary"))) names.push_back(name);
+    return names;
+}
+
+std::set<int> openDescriptors() {
+    std::set<int> open;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        open.insert(std::atoi(entry.path().filename().c_str()));
+    // The listing's own one is closed by now.
+    std::erase_if(open, [](int fd) { return ::fcntl(fd, F_GETFD) < 0; });
+    return open;
+}
+
+bool killedAfter(unsigned microseconds, const std::function<void()>& body) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        body();
+        ::_exit(0);
+    }
+    ::usleep(microseconds);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFSIGNALED(status);
+}
+
+bool enterPrivateMounts() {
+    return ::unshare(CLONE_NEWNS) == 0 &&
+           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache_directory.h"
+#include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "support/child_process.h"
+
+namespace fscanner {
+
+/// How many times the usual rounds are made: FSCANNER_FAULTS_SCALE, 1 without it.
+int faultScale();
+
+/// A random number below `bound`.
+inline unsigned below(std::mt19937& random, unsigned bound) {
+    return static_cast<unsigned>(random() % bound);
+}
+
+/// What a host got from one query, and what it was told of it.
+struct Answer {
+    int status = 0;
+    std::vector<std::string> paths;  // sorted
+    bool toldOfGaps = false;         // by the observer
+    unsigned long long walked = 0;   // directories
+
+    /// Nothing was said of a failure.
+    bool claimsToBeWhole() const { return status == 0 && !toldOfGaps; }
+};
+
+/// A tree, a cache for it, and a host's way of asking, each in directories of its own:
+/// also temporary and lock files go where a test can count them.
+class FaultHost {
+public:
+    static constexpr unsigned kAnyAge = 86400;
+    static constexpr unsigned kNoAge = 0U - 10;  // every tree is too old
+
+    explicit FaultHost(const std::filesystem::path& parent = memoryDirectory());
+    ~FaultHost();
+    FaultHost(const FaultHost&) = delete;
+    FaultHost& operator=(const FaultHost&) = delete;
+
+    /// Makes directories with `files` files each, three levels deep.
+    void plant(unsigned directories, unsigned files) const;
+    std::vector<std::string> truth() const { return walkFresh(tree.path()); }
+    static std::vector<std::string> walkFresh(const std::string& root);
+
+    std::unique_ptr<FsProvider> provider(bool compressed = false) const;
+    void describe(FsQuery& query, const wchar_t* criteria = L"") const;
+    /// One query by a provider of its own.
+    Answer ask(unsigned age = kAnyAge, const wchar_t* criteria = L"",
+               bool compressed = false) const;
+    /// Starts over without a cache.
+    void forget() const;
+    std::wstring cacheDirectory() const { return place.wide("cache"); }
+    /// What is left beside the cache: temporary and lock files.
+    std::vector<std::string> leftovers() const;
+
+    TempTree tree;
+    TempTree place;
+};
+
+/// The open descriptors of this process.
+std::set<int> openDescriptors();
+
+/// Runs `body` in a forked process and kills that after `microseconds`. True if it was
+/// still running.
+bool killedAfter(unsigned microseconds, const std::function<void()>& body);
+
+/// Makes this process one with mounts of its own; false where that is not permitted.
+bool enterPrivateMounts();
+
+}  // namespace fscanner
