@@ -328,6 +328,18 @@ TEST_P(Compaction, ThatFailsLeavesTheTable) {
     EXPECT_TRUE(table->compact(0)) << "what a failed one left behind is not in the way";
 }
 
+// It would go on with ids that are other records' now.
+TEST_P(Compaction, NeedsAllIndexes) {
+    fill(5);
+    ASSERT_TRUE(table->close());
+    std::filesystem::rename(file("by_name.idx"), file("away"));
+    EXPECT_FALSE(table->compact(0));
+    std::filesystem::rename(file("away"), file("by_name.idx"));
+    ASSERT_TRUE(table->open());
+    EXPECT_EQ(count(1), 5U);
+    EXPECT_THAT(chain(L"by_name", L"R3"), ElementsAre(8));
+}
+
 TEST_P(Compaction, EraseTakesEverything) {
     fill(1);
     EXPECT_FALSE(table->erase()) << "open";

@@ -1,5 +1,6 @@
 #include "fscanner/store/index_list.h"
 
+#include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/stored_name.h"
 
@@ -7,7 +8,7 @@ namespace fscanner {
 
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries) {
     const auto file = SysFactory::createMmFile(path);
-    if (!file->open()) return OpenResult::ok;
+    if (!file->open()) return nameExists(path) ? OpenResult::failed : OpenResult::ok;
     const std::span<const std::byte> content = file->content();
     ByteRange in(content.data(), content.data() + content.size());
     while (!in.empty()) {

@@ -16,7 +16,8 @@ struct IndexListEntry {
 /// The tag of an entry that names a hash index; others are skipped.
 constexpr unsigned HASH_INDEX_TAG = 110;
 
-/// Appends the entries of the file to `entries`. An absent or empty file has none.
+/// Appends the entries of the file to `entries`. An absent or empty file has none;
+/// `failed`: it is there and cannot be opened.
 /// `damaged`: what stands before the damage was appended.
 /// docs/formats/index-list-file.md has the bytes.
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries);

@@ -172,6 +172,7 @@ private:
     bool rewriteInPlace(unsigned id, const Fields& values);
     bool replace(unsigned id, const Fields& values);
 
+    bool hasAllIndexes() const;
     void bindIndexes(const Fields& values);
     OpenResult loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
                          IndexList& list) const;

@@ -96,7 +96,8 @@ bool FS_Table::compact(int percent) {
         return closed;
     }
     debug("FS_Table::compact - performing [%ls] table compact...\n", name_.c_str());
-    const bool compacted = Compaction(*this).run();
+    // An index that was left out would go on with the old ids.
+    const bool compacted = hasAllIndexes() && Compaction(*this).run();
     close();
     return compacted;
 }

@@ -77,6 +77,13 @@ bool FS_Table::retrieveHashIndexList(IndexList& list) {
     return result != OpenResult::damaged || reportDamage("its indexes or their list");
 }
 
+/// Whether none was left out when the table was opened.
+bool FS_Table::hasAllIndexes() const {
+    std::vector<IndexListEntry> entries;
+    return readIndexList(path(LIST_SUFFIX).c_str(), entries) == OpenResult::ok &&
+           entries.size() == indexes_.size();
+}
+
 /// An index whose file cannot be opened is left out in silence.
 OpenResult FS_Table::loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
                                IndexList& list) const {
