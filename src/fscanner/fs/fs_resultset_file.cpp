@@ -66,6 +66,7 @@ void sortFile(const std::string& name, unsigned key, unsigned direction, bool ca
 
 FsResultSetWriter_OnFile::FsResultSetWriter_OnFile(const char* name) : file_(makeFile(name)) {
     if (!file_) return;
+    name_ = name;
     file_->create();
     serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
 }
@@ -86,7 +87,13 @@ int FsResultSetWriter_OnFile::addRecord(const FsFileInfo& record) {
     return serializator_ ? record.saveObject(*serializator_) : -1;
 }
 
+// The zeros by which a file grows ahead of its content would be read as records: one
+// that cannot be cut is no result at all.
 int FsResultSetWriter_OnFile::close() {
+    if (serializator_ && !file_->close()) {
+        debug("FsResultSetWriter_OnFile::close - '%s' is not complete, removed\n", name_.c_str());
+        ::unlink(name_.c_str());
+    }
     serializator_.reset();
     return 0;
 }

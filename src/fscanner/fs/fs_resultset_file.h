@@ -22,10 +22,11 @@ public:
     int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
                   unsigned attributes) override;
     int addRecord(const FsFileInfo& record) override;
-    /// Cuts the file to the bytes written.
+    /// Cuts the file to the bytes written; removes it where that fails.
     int close() override;
 
 private:
+    std::string name_;
     std::unique_ptr<LinuxMmFile> file_;
     std::unique_ptr<FsSerializator> serializator_;  // closes the file
 };
