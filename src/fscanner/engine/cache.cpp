@@ -3,6 +3,7 @@
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/explain.h"
 #include "fscanner/fs/wall.h"
 
@@ -67,12 +68,13 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
     if (!store_ || !store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
+    CheckedWriter checked(writer);
     int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
         QueryPlan fresh;
         const QueryPlan* const plan = makePlan(form, fresh, query);
         planned = plan != nullptr;
         if (!planned) return FS_CACHE_UNUSABLE;
-        CacheQuery run(*store_, query, maxCacheAge, &writer, timeout);
+        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
         if (monitor_) return run.monitored(*plan);
         return run.cacheOnly(
             *plan, form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly");
@@ -88,7 +90,7 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
         store_->markBroken();
         status = FS_CACHE_UNUSABLE;
     }
-    return status;
+    return checked.resultOf(status);
 }
 
 // The plan to run by: the process's own, or `fresh`. Null without a mount table.

@@ -83,8 +83,10 @@ public:
 
     /// Writes the files that match to `writer`. `timeout`, in milliseconds, limits
     /// each rebuilding of a tree and the extraction; a tree older than `maxCacheAge`
-    /// seconds is rebuilt. 0, -40, -41 or -42. The Ex form keeps the drive list and
-    /// the resolved paths for the next call in this process.
+    /// seconds is rebuilt. 0, -40, -41, -42, or the negative result of the writer where
+    /// it refused a record. The Ex form keeps the drive list and the resolved paths for
+    /// the next call in this process. A tree of which the system failed to read a part is
+    /// answered from once, and built anew by the next query.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,

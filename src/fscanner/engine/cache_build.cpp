@@ -21,6 +21,19 @@ bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, un
     return records.insert();
 }
 
+// Makes a directory, and all that hold it, trees that were never built: what is missing
+// in one of them must not be missing in later answers.
+void forgetTimes(CacheStore& store, unsigned id) {
+    RecordSet& records = store.directoryRecords();
+    for (unsigned step = 0; id != 0 && step < kLongestChain; ++step) {
+        if (!store.lookups().byId(records, id)) return;
+        id = records.getFieldAsInt32(DIRECTORIES_PARENTID);
+        if (records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) continue;
+        records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
+        if (!records.update()) store.markBroken();
+    }
+}
+
 // Inserts a record for each thing that the walk meets.
 class CacheSink : public WalkSink {
 public:
@@ -29,6 +42,7 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
+    void incomplete() override { forgetTimes(store_, parents_.back()); }
     bool failed() const { return failed_; }
 
 private:
@@ -101,8 +115,9 @@ int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
         debug("FS_Cache::build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }
-    if (!fs_isValidPath(path)) {
+    if (!fs_canBeSearched(path)) {
         debug("FS_Cache::build - '%ls' is a symbolic link or is not a directory!\n", path);
+        forgetTimes(store, rootId);
         return WALK_FINISHED;
     }
     CacheSink sink(store, rootId);

@@ -13,10 +13,6 @@ namespace {
 
 // The path map is emptied, not trimmed, when it holds more.
 constexpr std::size_t kPathMapEntries = 32;
-// No path has as many components: a longer chain of parents is a circle of a
-// damaged table.
-constexpr unsigned kLongestChain = 1024;
-
 bool isNamed(const RecordSet& directories, const std::wstring& name, bool caseFlag) {
     const wchar_t* stored = directories.getFieldAsString(DIRECTORIES_PATHNAME);
     return stored && wcsvccmp(stored, name.c_str(), caseFlag) == 0;

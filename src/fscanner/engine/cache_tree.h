@@ -9,6 +9,9 @@ namespace fscanner {
 
 /// Room, in characters, for the path of any directory of the cache.
 constexpr unsigned kPathBuffer = 4096;
+/// No path has as many components: a longer chain of parents is a circle of a
+/// damaged table.
+constexpr unsigned kLongestChain = 1024;
 
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
 /// path, and the removal of a subtree.

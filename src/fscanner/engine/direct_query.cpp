@@ -1,5 +1,6 @@
 #include "fscanner/engine/direct_query.h"
 #include "fscanner/engine/cache.h"
+#include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
@@ -37,8 +38,10 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
 }  // namespace
 
 int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeoutMilliseconds) {
-    return behindWall("::fsScanQuery", +FS_CACHE_UNUSABLE,
-                      [&] { return scanQuery(writer, query, timeoutMilliseconds); });
+    CheckedWriter checked(writer);
+    return checked.resultOf(behindWall("::fsScanQuery", +FS_CACHE_UNUSABLE, [&] {
+        return scanQuery(checked, query, timeoutMilliseconds);
+    }));
 }
 
 }  // namespace fscanner

@@ -1,5 +1,7 @@
 #include "fscanner/engine/fsbuild.h"
 
+#include <cerrno>
+
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/dfs_gate.h"
@@ -67,17 +69,30 @@ DfsState& dfsState() {
     return state;
 }
 
+// Why the path is no directory itself, as an errno; 0 if it is one.
+int examineStart(const wchar_t* path) {
+    if (!path) {
+        debug("::isValidPath - path name specified is null\n");
+        return ENOENT;
+    }
+    bool isDirectory = false;
+    const int error = examineDirectory(toMultibyte(path).c_str(), isDirectory);
+    if (error != 0)
+        debug("::isValidPath - error %u opening '%ls' path\n", static_cast<unsigned>(error), path);
+    return error != 0 || isDirectory ? error : ENOTDIR;
+}
+
 }  // namespace
 
 bool fs_isValidPath(const wchar_t* path) {
-    if (!path) {
-        debug("::isValidPath - path name specified is null\n");
-        return false;
-    }
-    bool isDirectory = false;
-    if (const int error = examineDirectory(toMultibyte(path).c_str(), isDirectory))
-        debug("::isValidPath - error %u opening '%ls' path\n", static_cast<unsigned>(error), path);
-    return isDirectory;
+    return examineStart(path) == 0;
+}
+
+bool fs_canBeSearched(const wchar_t* path) {
+    const int error = examineStart(path);
+    if (error != 0 && path && scanObserver())
+        scanObserver()->skipped(path, skipReason(error), error);
+    return error == 0;
 }
 
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
@@ -106,7 +121,7 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
         debug("::fs_build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }
-    if (!fs_isValidPath(path)) {
+    if (!fs_canBeSearched(path)) {
         debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
         return WALK_FINISHED;
     }

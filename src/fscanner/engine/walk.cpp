@@ -41,6 +41,8 @@ struct Level {
     bool reports = false;
 };
 
+}  // namespace
+
 FsSkipReason skipReason(int error) {
     switch (error) {
         case EACCES:
@@ -56,12 +58,10 @@ FsSkipReason skipReason(int error) {
     }
 }
 
-}  // namespace
-
 const struct stat* WalkEntry::info() {
     if (examined_ == Examined::no) {
-        const bool known = open_->statEntry(nameBytes(), info_) == 0;
-        examined_ = known ? Examined::yes : Examined::failed;
+        error_ = open_->statEntry(nameBytes(), info_);
+        examined_ = error_ == 0 ? Examined::yes : Examined::failed;
     }
     return examined_ == Examined::yes ? &info_ : nullptr;
 }
@@ -94,6 +94,7 @@ private:
     int descend();
     bool excludes(const wchar_t* path, bool recursiveOnly) const;
     void noteSkipped(FsSkipReason reason, int error);
+    void noteUnexamined();
     void noteExcluded();
     bool keepGoing();
     FsScanProgress progressAt(const wchar_t* directory) const;
@@ -248,6 +249,7 @@ int Walk::visit() {
     if (!top().reports) return WALK_FINISHED;
     widenName();
     sink_.file(entry_);
+    if (entry_.error() != 0) noteUnexamined();
     return WALK_FINISHED;
 }
 
@@ -288,7 +290,15 @@ bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
 }
 
 void Walk::noteSkipped(FsSkipReason reason, int error) {
+    if (reason == FsSkipReason::failed) sink_.incomplete();
     if (observer_) observer_->skipped(path_.c_str(), reason, error);
+}
+
+// A file without its facts may be missed by the criteria. That the system denies them,
+// or that the file is gone, is no failure.
+void Walk::noteUnexamined() {
+    if (skipReason(entry_.error()) == FsSkipReason::failed)
+        noteSkipped(FsSkipReason::failed, entry_.error());
 }
 
 void Walk::noteExcluded() {

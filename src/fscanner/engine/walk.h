@@ -7,6 +7,7 @@
 
 #include "fscanner/discovery/drive_info.h"
 #include "fscanner/discovery/path_info.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {
@@ -16,6 +17,9 @@ namespace fscanner {
 /// prefix.
 
 enum WalkStatus : int { WALK_FINISHED = 0, WALK_TIMED_OUT = 2 };
+
+/// What an errno of opening or examining something means for its search.
+FsSkipReason skipReason(int error);
 
 /// One entry while it is visited. It answers lazily: a walk by name alone never
 /// costs an `lstat`.
@@ -34,6 +38,8 @@ public:
 private:
     friend class Walk;
     enum class Examined { no, yes, failed };
+    /// Why it could not be examined; 0 when it was, or was not asked for.
+    int error() const { return examined_ == Examined::failed ? error_ : 0; }
 
     DirectoryEntries::Entry entry_;
     std::wstring name_;
@@ -41,6 +47,7 @@ private:
     const Directory* open_ = nullptr;
     unsigned long long directoryNumber_ = 0;
     Examined examined_ = Examined::no;
+    int error_ = 0;
     struct stat info_ {};
 };
 
@@ -54,6 +61,9 @@ public:
     /// A subdirectory about to be entered; each is followed by one `leave`.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
+    /// The directory entered last was not wholly seen, for a reason that may pass: the
+    /// system failed. Not for what it denies, and not for what is gone.
+    virtual void incomplete() {}
 };
 
 /// How a walk writes its log lines, and the state that its kind keeps.
