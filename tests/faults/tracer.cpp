@@ -30,7 +30,7 @@ const std::vector<Group>& groups() {
         {"write", {SYS_write, SYS_pwrite64}},
         {"fallocate", {SYS_fallocate}},
         {"ftruncate", {SYS_ftruncate}},
-        {"mmap", {SYS_mmap, SYS_brk}},
+        {"mmap", {SYS_mmap}},
         {"mremap", {SYS_mremap}},
         {"fsync", {SYS_fsync, SYS_fdatasync, SYS_msync}},
         {"lock", {SYS_fcntl, SYS_flock}},

@@ -1,0 +1,248 @@
+// Every system call of a search fails, once and from then on: what is lost is said, nothing
+// stays behind, and the next search is right.
+
+#include <gmock/gmock.h>
+#include <sys/syscall.h>
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "host.h"
+#include "tracer.h"
+
+namespace fscanner {
+namespace {
+
+constexpr unsigned long kMarker = 0x66736361;
+
+// What a child found out, as its exit status.
+enum Outcome : int {
+    kWhole = 10,
+    kTold,
+    kSilentlyWrong,
+    kLeakedDescriptor,
+    kThrown,
+    kNextIsWrong,
+    kUntraced,
+};
+
+// Calls fail between the two alone.
+void arm(bool on) {
+    ::syscall(SYS_prctl, kMarker, on ? 1L : 0L, 0L, 0L, 0L);
+}
+
+// What an answer may be in silence, by its contract, when something fails.
+enum class Lesser {
+    none,
+    empty,  // of results in a file, whose reader has no status
+    some,   // of file types: what `file` cannot tell is unknown, and only the log says so
+};
+
+struct Scenario {
+    const char* name;
+    Lesser lesser;
+    void (*prepare)(const FaultHost&);
+    Answer (*act)(const FaultHost&);
+};
+
+Answer readAll(FsResultSetReader& reader, int status) {
+    Answer answer;
+    answer.status = status;
+    FsFileInfo record;
+    for (reader.moveFirst(); reader.getNext(record);) {
+        std::wstring path = record.getPath() ? record.getPath() : L"(none)";
+        if (!path.ends_with(L'/')) path += L'/';
+        answer.paths.push_back(
+            toMultibyte(path + (record.getName() ? record.getName() : L"(none)")));
+    }
+    std::sort(answer.paths.begin(), answer.paths.end());
+    return answer;
+}
+
+Answer failed() {
+    Answer answer;
+    answer.status = -1;
+    return answer;
+}
+
+// What is read is told apart from what is lost while it is read: calls do not fail then.
+Answer searchToFile(const FaultHost& host, unsigned sortKey) {
+    FsQuery query;
+    host.describe(query);
+    const auto provider = host.provider();
+    const std::unique_ptr<FsResultSetReader> reader(
+        fsExecuteQuery(provider.get(), query, 1440, 60));
+    if (!reader) return failed();
+    if (sortKey) reader->sort(sortKey, FS_SORT_DESCENDING, true);
+    arm(false);
+    return readAll(*reader, provider->lastStatus());
+}
+
+Answer scanDirectly(const FaultHost& host) {
+    FsQuery query;
+    host.describe(query);
+    CollectingWriter writer;
+    const int status = fsScanQuery(writer, query, 60000);
+    Answer answer;
+    answer.status = status;
+    answer.paths = writer.sorted();
+    return answer;
+}
+
+Answer scanForTypes(const FaultHost& host) {
+    return host.ask(FaultHost::kAnyAge, L"type(path([PATHID],[FILENAME]),\"text empty short\")");
+}
+
+const std::vector<Scenario>& scenarios() {
+    static const auto cold = [](const FaultHost& host) { host.forget(); };
+    static const auto warm = [](const FaultHost& host) { host.ask(); };
+    static const std::vector<Scenario> table = {
+        {"First", Lesser::none, cold, [](const FaultHost& host) { return host.ask(); }},
+        {"Again", Lesser::none, warm, [](const FaultHost& host) { return host.ask(); }},
+        {"Rebuilt", Lesser::none, warm,
+         [](const FaultHost& host) { return host.ask(FaultHost::kNoAge); }},
+        {"Direct", Lesser::none, warm, scanDirectly},
+        {"File", Lesser::empty, warm, [](const FaultHost& host) { return searchToFile(host, 0); }},
+        {"Sorted", Lesser::empty, warm,
+         [](const FaultHost& host) { return searchToFile(host, FS_SORT_NAME); }},
+        {"Types", Lesser::some, warm, scanForTypes},
+    };
+    return table;
+}
+
+struct Failure {
+    std::string_view group;
+    int error;
+};
+
+const std::vector<Failure>& failures() {
+    static const std::vector<Failure> table = {
+        {"open", EIO},      {"open", EMFILE},     {"open", EINTR},    {"stat", EIO},
+        {"read", EIO},      {"read", EINTR},      {"write", ENOSPC},  {"write", EINTR},
+        {"fallocate", EIO}, {"fallocate", EINTR}, {"ftruncate", EIO}, {"ftruncate", EINTR},
+        {"mmap", ENOMEM},   {"mremap", ENOMEM},   {"fsync", EIO},     {"fsync", EINTR},
+        {"lock", ENOLCK},   {"lock", EINTR},      {"unlink", EIO},    {"rename", EIO},
+        {"getdents", EIO},  {"readlink", EIO},    {"mkdir", EACCES},  {"spawn", EAGAIN},
+    };
+    return table;
+}
+
+class FailingCalls : public testing::TestWithParam<std::size_t> {
+protected:
+    FailingCalls() {
+        host.plant(5, 4);
+        right = host.truth();
+    }
+    const Scenario& scenario() const { return scenarios()[GetParam()]; }
+
+    bool isAllowed(const std::vector<std::string>& paths) const {
+        if (scenario().lesser == Lesser::empty) return paths.empty();
+        return scenario().lesser == Lesser::some && paths != right &&
+               std::includes(right.begin(), right.end(), paths.begin(), paths.end());
+    }
+
+    // In the child.
+    int act() const {
+        const std::set<int> before = openDescriptors();
+        Answer answer;
+        try {
+            arm(true);
+            answer = observed();
+            arm(false);
+        } catch (...) {
+            arm(false);
+            return kThrown;
+        }
+        if (openDescriptors() != before) return kLeakedDescriptor;
+        const bool said = !answer.claimsToBeWhole() || isAllowed(answer.paths);
+        if (!said && answer.paths != right) return kSilentlyWrong;
+        const Answer next = scenario().act(host);
+        if (next.status != 0 || next.paths != right) return kNextIsWrong;
+        return said ? kTold : kWhole;
+    }
+    Answer observed() const {
+        struct Listener : FsScanObserver {
+            bool progress(const FsScanProgress&) override { return true; }
+            void skipped(const wchar_t*, FsSkipReason reason, int) override {
+                if (reason != FsSkipReason::otherFileSystem) told = true;
+            }
+            bool told = false;
+        } listener;
+        FsScanObserver* const previous = fsSetScanObserver(&listener);
+        Answer answer = scenario().act(host);
+        fsSetScanObserver(previous);
+        answer.toldOfGaps = answer.toldOfGaps || listener.told;
+        return answer;
+    }
+
+    // Fails the calls of a group from the `at`th on, one or all.
+    int fail(const Failure& failure, unsigned at, bool onward, unsigned* calls = nullptr) const {
+        bool armed = false;
+        unsigned seen = 0;
+        const int status =
+            Tracer().run([this] { return act(); },
+                         [&](const TracedCall& call) {
+                             if (call.number == SYS_prctl && call.arguments[0] == kMarker) {
+                                 armed = call.arguments[1] != 0;
+                             } else if (armed && call.group() == failure.group) {
+                                 ++seen;
+                                 if (seen == at || (onward && seen > at)) return failure.error;
+                             }
+                             return 0;
+                         });
+        if (calls) *calls = seen;
+        return status;
+    }
+    void check(const Failure& failure, unsigned at, bool onward) {
+        const std::string name = std::string(failure.group) + " " + std::to_string(at) +
+                                 (onward ? " and later: " : ": ") + std::strerror(failure.error);
+        scenario().prepare(host);
+        const int outcome = fail(failure, at, onward);
+        ++outcomes[outcome];
+        EXPECT_TRUE(outcome == kWhole || outcome == kTold) << name << " gave " << outcome;
+        // What cannot be removed stays.
+        if (failure.group != "unlink") {
+            EXPECT_THAT(host.leftovers(), testing::IsEmpty()) << name;
+        }
+        for (const std::string& path : host.leftovers()) std::filesystem::remove(path);
+        const Answer next = host.ask();
+        EXPECT_EQ(next.status, 0) << name;
+        EXPECT_EQ(next.paths, right) << name;
+    }
+
+    FaultHost host;
+    std::vector<std::string> right;
+    std::map<int, unsigned> outcomes;
+};
+
+TEST_P(FailingCalls, AreSaidAndLeaveNothing) {
+    if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
+    // Starting programs takes its time.
+    const int usualStep = scenario().lesser == Lesser::some ? 40 : 6;
+    const auto step = static_cast<unsigned>(std::max(1, usualStep / faultScale()));
+    for (const Failure& failure : failures()) {
+        scenario().prepare(host);
+        unsigned calls = 0;
+        ASSERT_EQ(fail(failure, 0, false, &calls), kWhole);
+        for (unsigned at = 1; at <= calls; at += at < 4 ? 1 : step) {
+            check(failure, at, false);
+            // What is interrupted for ever is waited for for ever.
+            if (failure.error != EINTR) check(failure, at, true);
+        }
+    }
+    unsigned points = 0;
+    for (const auto& [outcome, count] : outcomes) points += count;
+    RecordProperty("points", static_cast<int>(points));
+    std::printf("%u points, %u of them without any effect on the answer\n", points,
+                outcomes[kWhole]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, FailingCalls, testing::Range(std::size_t{0}, scenarios().size()),
+                         [](const auto& form) { return scenarios()[form.param].name; });
+
+}  // namespace
+}  // namespace fscanner
