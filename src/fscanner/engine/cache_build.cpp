@@ -115,9 +115,9 @@ int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
         debug("FS_Cache::build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }
-    if (!fs_canBeSearched(path)) {
+    if (const int error = fs_examineSearched(path)) {
         debug("FS_Cache::build - '%ls' is a symbolic link or is not a directory!\n", path);
-        forgetTimes(store, rootId);
+        if (skipReason(error) == FsSkipReason::failed) forgetTimes(store, rootId);
         return WALK_FINISHED;
     }
     CacheSink sink(store, rootId);

@@ -74,7 +74,7 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     }
     // Building stamps before it checks: what is no directory would look like a young,
     // empty tree.
-    if (!fs_canBeSearched(path)) return FS_CACHE_SUCCESS;
+    if (fs_examineSearched(path) != 0) return FS_CACHE_SUCCESS;
     // The cache holds whole subtrees, whatever the query asks for; only mount points of
     // exactly these names are left out.
     const PathDrive whole{PathInfo(path, true), pair.drive};

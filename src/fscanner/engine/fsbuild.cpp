@@ -88,11 +88,11 @@ bool fs_isValidPath(const wchar_t* path) {
     return examineStart(path) == 0;
 }
 
-bool fs_canBeSearched(const wchar_t* path) {
+int fs_examineSearched(const wchar_t* path) {
     const int error = examineStart(path);
     if (error != 0 && path && scanObserver())
         scanObserver()->skipped(path, skipReason(error), error);
-    return error == 0;
+    return error;
 }
 
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
@@ -121,7 +121,7 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
         debug("::fs_build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }
-    if (!fs_canBeSearched(path)) {
+    if (fs_examineSearched(path) != 0) {
         debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
         return WALK_FINISHED;
     }

@@ -15,9 +15,9 @@ struct PathDrive;
 
 /// Whether `path` is a directory itself; a link to one is not.
 bool fs_isValidPath(const wchar_t* path);
-/// The same for a path that is about to be searched: of one that is no directory, or
-/// cannot be examined, the observer is told.
-bool fs_canBeSearched(const wchar_t* path);
+/// The same for a path that is about to be searched, as an errno: 0, ENOTDIR, or why it
+/// cannot be examined. The observer is told of all but 0.
+int fs_examineSearched(const wchar_t* path);
 
 /// Vets the starting path and scans it: 0 finished (also when it is excluded, or
 /// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
