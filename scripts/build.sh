@@ -57,8 +57,8 @@ check_packages=(
     lintian:lintian
     mmdebstrap:mmdebstrap
     abigail-tools:abidiff
-    doxygen:doxygen
 )
+reference_packages=(doxygen:doxygen)
 
 say() { printf '%s\n' "$*" >&2; }
 die() {
