@@ -9,6 +9,7 @@
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
 
 namespace fscanner {
 
@@ -58,6 +59,7 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     const Found found = find(pair);
     if (isYoung(found.built)) {
         debug("FS_Cache::%s - retrieving data from cache...\n", name);
+        tellOfCached(path, found.built);
         return FS_CACHE_SUCCESS;
     }
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
@@ -89,6 +91,11 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     return FS_CACHE_BUILD_TIMED_OUT;
 }
 
+void CacheQuery::tellOfCached(const wchar_t* path, unsigned built) const {
+    if (FsScanObserver* const observer = scanObserver())
+        observer->fromCache(path, now_ > built ? now_ - built : 0);
+}
+
 // ---- Monitored --------------------------------------------------------------
 
 int CacheQuery::monitored(const QueryPlan& plan) {
@@ -100,6 +107,7 @@ int CacheQuery::monitored(const QueryPlan& plan) {
         const bool local = QueryPlan::isLocal(pair);
         if (local && find(pair).built != 0) {
             debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
+            tellOfCached(path, find(pair).built);
             fromCache.push_back(pair);
         } else {
             debug("%s - file system %s access on [%ls]\n", kMonitored,

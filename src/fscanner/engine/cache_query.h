@@ -36,6 +36,7 @@ private:
         unsigned built;
     };
     Found find(const PathDrive& pair);
+    void tellOfCached(const wchar_t* path, unsigned built) const;
     bool isYoung(unsigned built) const { return built != 0 && built >= oldest_; }
 
     int scanDirectly(const QueryPlan& plan, const PathDrive& pair);

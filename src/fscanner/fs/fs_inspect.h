@@ -43,6 +43,11 @@ private:
     std::unique_ptr<State> state_;
 };
 
+/// Sets `description` to what the `file` program says of the file, in the C locale.
+/// False where it says nothing; paths of 1024 characters or more have no type. The
+/// directory's other files are described at the same time, for the calls to come.
+FSCANNER_EXPORT bool fsFileType(const wchar_t* path, std::wstring& description);
+
 /// "MAJOR.MINOR.PATCH" of the library at run time; static.
 FSCANNER_EXPORT const char* fsVersion();
 

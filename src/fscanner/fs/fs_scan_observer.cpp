@@ -22,6 +22,8 @@ void FsScanObserver::undecided(const FsFileInfo&) {}
 
 void FsScanObserver::finished(const FsScanProgress&) {}
 
+void FsScanObserver::fromCache(const wchar_t*, unsigned) {}
+
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
     return std::exchange(currentObserver, observer);
 }

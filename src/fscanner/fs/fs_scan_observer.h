@@ -40,6 +40,9 @@ public:
     /// Called when a walk ends, also when it was stopped, with its totals; the
     /// directory is the one that the walk began at.
     virtual void finished(const FsScanProgress& totals);
+    /// Called for each searched path that the cache answers for: no walk looks at it,
+    /// and what could not be read when it was scanned is not told again.
+    virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
 };
 
 /// Sets the observer of all later scans (null: none) and returns the old one.
