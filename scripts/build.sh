@@ -34,6 +34,7 @@ test_packages=(
     fish:fish
     man-db:man
     mandoc:mandoc
+    python3-jsonschema:/usr/lib/python3/dist-packages/jsonschema/__init__.py
 )
 bench_packages=(
     libbenchmark-dev:/usr/include/benchmark/benchmark.h

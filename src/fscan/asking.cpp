@@ -31,10 +31,11 @@ std::string shown(const CachePlace& place) {
 }
 
 /// The provider to ask. Directories alone are read faster than a cache, which holds
-/// whole trees.
+/// whole trees; and a cache does not tell what could not be read.
 std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
     if (options.provider) return load(options.provider->c_str());
-    return load(options.recurse ? cacheProvider : directProvider);
+    const bool scan = !options.recurse || options.errors || options.strict;
+    return load(!scan ? cacheProvider : directProvider);
 }
 
 }  // namespace

@@ -2,11 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "exit_status.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "messages.h"
 #include "output.h"
+#include "suggestion.h"
 #include "text.h"
+#include "word_list.h"
 
 namespace fscan {
 
@@ -26,8 +30,21 @@ FsCriteriaReport compileCondition(const std::wstring& text) {
     return report;
 }
 
+/// What may have been meant by the name at a place of the text.
+std::string meant(std::wstring_view text, std::size_t position) {
+    const std::wstring_view rest = text.substr(std::min(position, text.size()));
+    if (rest.starts_with(L'[')) {
+        const std::string name = toBytes(rest.substr(1, rest.find(L']') - 1));
+        return suggestionText(name, wordsOfFields());
+    }
+    const std::size_t end = rest.find_first_of(L"( =<>!&|+-*/)");
+    if (end == rest.npos || rest[end] != L'(') return "";
+    return suggestionText(toBytes(rest.substr(0, end + 1)), wordsOfCommands());
+}
+
 void complainOf(const std::wstring& text, const FsCriteriaReport& report) {
-    complain(fmt::format("criteria: {}", text.empty() ? "it is empty" : report.error),
+    const std::string error = report.error + meant(text, report.position);
+    complain(fmt::format("criteria: {}", text.empty() ? "it is empty" : error),
              text.empty() ? std::string() : pointAt(text, report.position));
 }
 
@@ -62,6 +79,9 @@ std::optional<std::wstring> combineCriteria(const std::vector<std::string>& text
             complainOf(text, report);
             return std::nullopt;
         }
+        if (report.fields.empty() && report.tree.find(L'(') == report.tree.npos)
+            complain(
+                fmt::format("note: the criteria {} is the same for every file", toBytes(text)));
         all += (all.empty() ? L"(" : L" && (") + text + L")";
     }
     return all;

@@ -6,9 +6,10 @@ namespace fscan {
 enum ExitStatus : int {
     STATUS_FOUND = 0,
     STATUS_NOTHING_FOUND = 1,
-    STATUS_USAGE = 2,       ///< a wrong option, criteria or PATH: nothing was run
-    STATUS_INCOMPLETE = 3,  ///< a PATH could not be searched, or time ran out
-    STATUS_FAILURE = 4,     ///< provider, cache, mount table, output or memory failed
+    STATUS_USAGE = 2,           ///< a wrong option, criteria or PATH: nothing was run
+    STATUS_INCOMPLETE = 3,      ///< a PATH could not be searched, or time ran out
+    STATUS_FAILURE = 4,         ///< provider, cache, mount table, output or memory failed
+    STATUS_COMMAND_FAILED = 5,  ///< a command that was run for matches failed
 };
 
 }  // namespace fscan

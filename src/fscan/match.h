@@ -33,4 +33,14 @@ public:
     virtual bool take(const Match& match) = 0;
 };
 
+/// What becomes of the matches in the end.
+class MatchConsumer : public MatchSink {
+public:
+    /// To be called after the last match.
+    virtual void finish() = 0;
+    /// Whether something went wrong with what was made of the matches.
+    virtual bool failed() const = 0;
+    virtual unsigned long long count() const = 0;
+};
+
 }  // namespace fscan

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,12 +14,25 @@ class Output;
 /// Which mounted file systems are searched.
 enum class DriveChoice { all, local, remote };
 
+/// How the paths of matches are written: below the PATH as it was given, without
+/// links, or from the current directory on.
+enum class PathStyle { given, absolute, relative };
+
+/// How matches are printed.
+enum class OutputForm { plain, longer, json, jsonArray, csv };
+
+/// On a terminal alone, whatever standard output is, or not at all.
+enum class WhenToUse { automatic, always, never };
+
 /// What is to be done with the cache instead of searching.
 enum class CacheTask { none, status, compact, clear };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {
     std::vector<std::string> names;
+    std::vector<std::string> pathGlobs;
+    std::vector<std::string> types;
+    std::vector<std::wstring> permissions;  ///< as criteria
     std::vector<std::string> criteria;
     std::vector<std::string> excludes;
     std::vector<std::string> fileSystems;
@@ -27,23 +41,43 @@ struct Options {
     std::optional<std::string> check;
     std::optional<std::string> debugLog;
     std::optional<std::string> provider;
+    std::optional<unsigned long long> larger;   ///< bytes
+    std::optional<unsigned long long> smaller;  ///< bytes
+    std::optional<std::time_t> newer;
+    std::optional<std::time_t> older;
+    std::optional<unsigned> owner;  ///< user ID
     std::optional<SortKey> sortKey;
+    std::optional<unsigned long long> limit;  ///< of matches
+    std::optional<std::string> formatTemplate;
+    std::optional<std::vector<std::string>> command;       ///< for each match
+    std::optional<std::vector<std::string>> batchCommand;  ///< for many at a time
+    std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
     CacheTask cacheTask = CacheTask::none;
     DriveChoice drives = DriveChoice::all;
+    PathStyle pathStyle = PathStyle::given;
+    OutputForm form = OutputForm::plain;
+    WhenToUse color = WhenToUse::automatic;
+    WhenToUse hyperlinks = WhenToUse::automatic;
     bool recurse = true;
     bool ignoreCase = false;
     bool allFileSystems = false;
     bool nullTerminated = false;
-    bool longFormat = false;
     bool countOnly = false;
+    bool exactSizes = false;
+    bool withTypes = false;
+    bool links = false;
+    bool errors = false;
+    bool strict = false;
+    bool quiet = false;
     bool reverse = false;
     bool spill = false;
     bool listDrives = false;
     bool explain = false;
     bool statistics = false;
+    bool summary = false;  ///< as JSON
 };
 
 /// Fills `options`. An exit status where the program is done with that: after

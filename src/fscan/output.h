@@ -15,6 +15,7 @@ public:
     /// A text that others chose: escaped on a terminal, elsewhere as it is.
     void writeForeign(std::string_view text);
     void endRecord();
+    bool isTerminal() const { return terminal_; }
     void flush();
 
     /// The errno of the first failure, or 0. EPIPE means that nobody reads on.

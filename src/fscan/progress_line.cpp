@@ -46,8 +46,8 @@ void writeError(std::string_view text) {
 
 }  // namespace
 
-ProgressLine::ProgressLine()
-    : terminal_(isatty(STDERR_FILENO) == 1 && isCapable(std::getenv("TERM"))) {}
+ProgressLine::ProgressLine(bool quiet)
+    : terminal_(!quiet && isatty(STDERR_FILENO) == 1 && isCapable(std::getenv("TERM"))) {}
 
 void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     const unsigned now = progress.elapsedMilliseconds;

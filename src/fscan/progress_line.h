@@ -12,7 +12,7 @@ namespace fscan {
 /// terminal. It goes before anything else is written.
 class ProgressLine {
 public:
-    ProgressLine();
+    explicit ProgressLine(bool quiet);
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine() { erase(); }

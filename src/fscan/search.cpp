@@ -5,22 +5,20 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <optional>
-#include <set>
 
 #include "asking.h"
+#include "command_runner.h"
 #include "criteria.h"
 #include "drives.h"
 #include "excludes.h"
 #include "exit_status.h"
 #include "explain.h"
-#include "fscanner/fs/fs_fileinfo.h"
+#include "file_filters.h"
 #include "fscanner/fs/fs_inspect.h"
-#include "fscanner/fs/fs_resultset.h"
-#include "fscanner/fs/fs_scan_observer.h"
 #include "interruption.h"
+#include "matches.h"
 #include "messages.h"
 #include "name_filter.h"
 #include "options.h"
@@ -30,181 +28,15 @@
 #include "record_printer.h"
 #include "search_roots.h"
 #include "sorted_matches.h"
-#include "statistics.h"
-#include "text.h"
+#include "watcher.h"
 
 namespace fscan {
 
 namespace {
 
-using fscanner::FsFileInfo;
-
-/// What is found while one root is searched, on its way to the user.
-class Matches {
-public:
-    /// `withFacts`: whether more than the path is of interest.
-    Matches(const Excludes& excludes, const NameFilter& names, MatchSink& sink, bool withFacts)
-        : excludes_(excludes), names_(names), sink_(sink), withFacts_(withFacts) {}
-
-    void setRoot(const SearchRoot& root) {
-        root_ = &root;
-        directory_.clear();
-    }
-    const SearchRoot& root() const { return *root_; }
-
-    bool nameFits(const FsFileInfo& record) const { return names_.accepts(record.getName()); }
-
-    /// Whether the sink wants no more.
-    bool stopped() const { return stopped_; }
-
-    /// Passes the record on, unless another root reports it or it is left out.
-    void add(const FsFileInfo& record) {
-        if (directory_ != record.getPath()) enter(record.getPath());
-        if (!owned_ || excludes_.cover(directory_, record.getName())) return;
-        path_.resize(prefixLength_);
-        path_ += toBytes(record.getName());
-        const FileFacts facts = withFacts_ ? factsOf(record) : FileFacts();
-        if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
-    }
-
-private:
-    /// A file that is gone since a cache saw it has no time.
-    static FileFacts factsOf(const FsFileInfo& record) {
-        const bool there = record.updateInfo();
-        return {there, record.getAttr(), record.getSize(), there ? record.getLastModifyTime() : 0};
-    }
-    /// Records come a directory at a time: what depends on it is computed once.
-    void enter(const wchar_t* directory) {
-        directory_ = directory;
-        const std::wstring_view path = withoutFinalSlash(directory_);
-        owned_ = root_->owns(path);
-        path_ = root_->shown(path);
-        if (!path_.ends_with('/')) path_ += '/';
-        prefixLength_ = path_.size();
-    }
-
-    const Excludes& excludes_;
-    const NameFilter& names_;
-    MatchSink& sink_;
-    bool withFacts_;
-    bool stopped_ = false;
-    const SearchRoot* root_ = nullptr;
-    std::wstring directory_;
-    bool owned_ = true;
-    std::string path_;
-    std::size_t prefixLength_ = 0;
-};
-
-/// Takes the engine's matches; once the program is to end, in vain.
-class MatchWriter : public fscanner::FsResultSetWriter {
-public:
-    MatchWriter(Matches& matches, ProgressLine& line) : matches_(matches), line_(line) {}
-
-    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
-                  unsigned attributes) override {
-        if (Interruption::pending() || matches_.stopped()) return discard();
-        FsFileInfo record;
-        record.setFilePath(path);
-        record.setFileName(name);
-        record.setFileSize(size);
-        record.setFileAttr(attributes);
-        return addRecord(record);
-    }
-    int addRecord(const FsFileInfo& record) override {
-        if (Interruption::pending()) return discard();
-        if (!matches_.nameFits(record)) return 0;
-        line_.erase();
-        matches_.add(record);
-        return 0;
-    }
-    int close() override { return 0; }
-
-private:
-    /// What follows is quick: the cache is to be closed properly.
-    static int discard() {
-        Interruption::answering();
-        return 0;
-    }
-
-    Matches& matches_;
-    ProgressLine& line_;
-};
-
-/// Watches the walks: tells how far they are, warns of directories that could not be
-/// searched, decides on files that the criteria could not, and stops walks that nobody
-/// wants to the end.
-class Watcher : public fscanner::FsScanObserver {
-public:
-    Watcher(const SearchRoots& roots, const Excludes& excludes, Matches& matches,
-            fscanner::FsRecordFilter* where, ProgressLine& line)
-        : roots_(roots),
-          excludes_(excludes),
-          matches_(matches),
-          where_(where),
-          line_(line),
-          previous_(fsSetScanObserver(this)) {}
-    Watcher(const Watcher&) = delete;
-    Watcher& operator=(const Watcher&) = delete;
-    ~Watcher() override { fsSetScanObserver(previous_); }
-
-    /// Whether the coming walks fill the cache: they go on when nobody reads on, as
-    /// half a tree would cost the cache, and see what the query leaves out.
-    void expectCaching(bool caching) { caching_ = caching; }
-
-    bool progress(const fscanner::FsScanProgress& progress) override {
-        line_.show(progress);
-        return !Interruption::pending() && (caching_ || !matches_.stopped());
-    }
-
-    void finished(const fscanner::FsScanProgress& totals) override {
-        line_.erase();
-        walked_.add(totals);
-    }
-
-    void skipped(const wchar_t* directory, fscanner::FsSkipReason reason, int error) override {
-        using enum fscanner::FsSkipReason;
-        if (reason == excluded || reason == otherFileSystem) return;
-        const std::wstring path(withoutFinalSlash(directory));
-        if (caching_ ? excludes_.cover(path) : !matches_.root().owns(path)) return;
-        // A walk for the cache meets what lies below other roots, too.
-        if (!told_.insert(path).second) return;
-        const auto isPath = [&path](const SearchRoot& root) { return root.real == path; };
-        if (std::any_of(roots_.roots.begin(), roots_.roots.end(), isPath)) incomplete_ = true;
-        if (reason == tooLong) error = ENAMETOOLONG;
-        if (reason == denied && error == 0) error = EACCES;
-        if (error == 0) error = reason == vanished ? ENOENT : EIO;
-        line_.erase();
-        complain(matches_.root().shown(path), error);
-    }
-
-    /// The criteria failed as a whole. A name with a wildcard in it does that to
-    /// the name patterns; the user's own criteria may well hold.
-    void undecided(const FsFileInfo& file) override {
-        if (!matches_.nameFits(file)) return;
-        if (where_ != nullptr && !where_->matches(file)) return;
-        line_.erase();
-        matches_.add(file);
-    }
-
-    bool incomplete() const { return incomplete_; }
-    const Walked& walked() const { return walked_; }
-
-private:
-    const SearchRoots& roots_;
-    const Excludes& excludes_;
-    Matches& matches_;
-    fscanner::FsRecordFilter* where_;
-    ProgressLine& line_;
-    fscanner::FsScanObserver* previous_;
-    std::set<std::wstring> told_;
-    Walked walked_;
-    bool caching_ = false;
-    bool incomplete_ = false;
-};
-
-std::wstring bothCriteria(const std::wstring& names, const std::wstring& where) {
-    if (names.empty() || where.empty()) return names + where;
-    return names + L" && " + where;
+std::wstring bothCriteria(const std::wstring& a, const std::wstring& b) {
+    if (a.empty() || b.empty()) return a + b;
+    return a + L" && " + b;
 }
 
 /// Drops the roots that no drive covers. False where there was one.
@@ -240,7 +72,9 @@ int searchRoots(const Search& search, Matches& matches, Watcher& watcher, MatchW
         watcher.expectCaching(search.asking.cached && local);
         const int code = search.asking.run(writer, search.query);
         if (matches.stopped() || Interruption::pending()) break;
-        status = std::max(status, search.asking.report(code, root.given));
+        const int found = search.asking.report(code, root.given);
+        if (found == STATUS_INCOMPLETE) watcher.timedOut(root.given);
+        status = std::max(status, found);
         if (status == STATUS_FAILURE) break;
     }
     return status;
@@ -268,19 +102,75 @@ int explainRoots(const Search& search, Output& out) {
     return status;
 }
 
-/// Where matches are sorted, or null.
-std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
-    if (!options.sortKey || options.countOnly) return nullptr;
-    removeFilesOnSignals();
-    return std::make_unique<SortedMatches>(SortOrder{*options.sortKey, options.reverse},
-                                           options.spill ? 0 : SortedMatches::memoryBound);
+bool runsCommands(const Options& options) {
+    return options.command || options.batchCommand;
 }
 
-/// Prints what was sorted. The exit status of that.
-int printSorted(SortedMatches* sorter, RecordPrinter& printer) {
-    if (sorter == nullptr || sorter->deliver(printer)) return STATUS_FOUND;
-    complain("the temporary file of matches cannot be written or read; is the disk full?");
-    return STATUS_FAILURE;
+/// Where matches are sorted, or null. Commands run when the search is over: one that
+/// searches itself must not find the cache in use.
+std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
+    if ((!options.sortKey && !runsCommands(options)) || options.countOnly) return nullptr;
+    removeFilesOnSignals();
+    const SortOrder order{options.sortKey.value_or(SortKey::pathname), options.reverse};
+    return std::make_unique<SortedMatches>(order, options.spill ? 0 : SortedMatches::memoryBound);
+}
+
+/// Hands on what was sorted. The exit status of that.
+int deliver(SortedMatches* sorter, MatchConsumer& consumer) {
+    const bool delivered = sorter == nullptr || sorter->deliver(consumer);
+    consumer.finish();
+    if (!delivered) {
+        complain("the temporary file of matches cannot be written or read; is the disk full?");
+        return STATUS_FAILURE;
+    }
+    return consumer.failed() ? STATUS_COMMAND_FAILED : STATUS_FOUND;
+}
+
+/// What takes the matches in the end; null, with a message, where a template is wrong.
+/// `needsFacts` is set to whether they have to come with their facts.
+std::unique_ptr<MatchConsumer> makeConsumer(const Options& options, Output& out, bool& needsFacts) {
+    if (runsCommands(options)) return std::make_unique<CommandRunner>(options, out);
+    std::string error;
+    std::unique_ptr<RecordForm> form =
+        options.formatTemplate
+            ? makeTemplateForm(*options.formatTemplate, options.nullTerminated ? '\0' : '\n', error)
+            : makeRecordForm(options, out.isTerminal());
+    if (!form) {
+        complain("--format: " + error);
+        return nullptr;
+    }
+    needsFacts = !options.countOnly && form->needsFacts();
+    return std::make_unique<RecordPrinter>(options, std::move(form), out);
+}
+
+int runAndReport(const Search& search, const std::wstring& rest, const NameFilter& names,
+                 const FileFilters& filters, const Excludes& excludes, bool incomplete,
+                 Output& out) {
+    const Options& options = search.options;
+    bool withFacts = false;
+    const std::unique_ptr<MatchConsumer> consumer = makeConsumer(options, out, withFacts);
+    if (!consumer) return STATUS_USAGE;
+    const std::unique_ptr<SortedMatches> sorter = makeSorter(options);
+    MatchSink& sink = sorter ? static_cast<MatchSink&>(*sorter) : *consumer;
+    withFacts = withFacts || options.sortKey == SortKey::size;
+    Matches matches(excludes, names, filters, sink, withFacts);
+    std::unique_ptr<fscanner::FsRecordFilter> filter;
+    if (!rest.empty()) filter = fscanner::FsRecordFilter::create(rest.c_str(), !options.ignoreCase);
+    ProgressLine line(options.quiet);
+    Watcher watcher({options, search.roots, excludes, matches, filter.get(), line});
+
+    const auto start = std::chrono::steady_clock::now();
+    int status = searchSafely(search, out, matches, watcher, line);
+    const auto time = std::chrono::steady_clock::now() - start;
+    status = std::max(status, deliver(sorter.get(), *consumer));
+    out.flush();
+    const bool strictlyWrong = options.strict && !watcher.search().skipped.empty();
+    if (incomplete || watcher.rootSkipped() || strictlyWrong)
+        status = std::max<int>(status, STATUS_INCOMPLETE);
+    if (status == STATUS_FOUND && consumer->count() == 0) status = STATUS_NOTHING_FOUND;
+    if (!report(options, watcher.search(), {consumer->count(), status, time}))
+        status = std::max<int>(status, STATUS_FAILURE);
+    return status;
 }
 
 }  // namespace
@@ -297,35 +187,13 @@ int runSearch(const Options& options, Output& out) {
 
     const Excludes excludes(options);
     const NameFilter names(options);
+    const FileFilters filters(options);
+    const std::wstring rest = bothCriteria(filters.criteria(), *where);
     fscanner::FsQuery query;
-    fillQuery({options, roots, excludes, *drives, bothCriteria(names.criteria(), *where)}, query);
+    fillQuery({options, roots, excludes, *drives, bothCriteria(names.criteria(), rest)}, query);
     const Search search{options, roots, *drives, *asking, query};
     if (options.explain) return explainRoots(search, out);
-
-    RecordPrinter printer(options, out);
-    const std::unique_ptr<SortedMatches> sorter = makeSorter(options);
-    MatchSink& sink = sorter ? static_cast<MatchSink&>(*sorter) : printer;
-    const bool withFacts = options.longFormat || options.sortKey == SortKey::size;
-    Matches matches(excludes, names, sink, withFacts);
-    std::unique_ptr<fscanner::FsRecordFilter> filter;
-    if (!where->empty())
-        filter = fscanner::FsRecordFilter::create(where->c_str(), !options.ignoreCase);
-    ProgressLine line;
-    Watcher watcher(roots, excludes, matches, filter.get(), line);
-
-    const auto start = std::chrono::steady_clock::now();
-    int status = searchSafely(search, out, matches, watcher, line);
-    const auto time = std::chrono::steady_clock::now() - start;
-    status = std::max(status, printSorted(sorter.get(), printer));
-    printer.finish();
-    if (options.statistics) {
-        out.flush();
-        showStatistics(printer.count(), watcher.walked(), asking->cached, time);
-    }
-    if (!mounted || roots.incomplete || watcher.incomplete())
-        status = std::max<int>(status, STATUS_INCOMPLETE);
-    if (status == STATUS_FOUND && printer.count() == 0) status = STATUS_NOTHING_FOUND;
-    return status;
+    return runAndReport(search, rest, names, filters, excludes, !mounted || roots.incomplete, out);
 }
 
 }  // namespace fscan

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include "messages.h"
 #include "options.h"
+#include "suggestion.h"
 #include "text.h"
 #include "word_list.h"
 
@@ -31,6 +33,22 @@ std::wstring realDirectory(const std::string& path) {
         return {};
     }
     return toWide(real.get());
+}
+
+/// The root as it is to be shown.
+std::string givenText(const Options& options, const std::string& path, const std::wstring& real) {
+    if (options.pathStyle == PathStyle::given) return path;
+    std::string text = toBytes(real);
+    if (options.pathStyle == PathStyle::absolute) return text;
+    text = std::filesystem::path(text).lexically_relative(toBytes(realDirectory("."))).native();
+    return text.starts_with('-') ? "./" + text : text;
+}
+
+/// What may have been meant by a group of drives that is none.
+std::string meantGroup(const std::string& path) {
+    const std::size_t end = path.find("::");
+    if (!path.starts_with('$') || end == path.npos) return "";
+    return suggestionText(path.substr(0, end + 2), wordsOfGroups());
 }
 
 /// The library reads paths of fewer characters than this.
@@ -74,12 +92,14 @@ SearchRoots SearchRoots::resolve(const Options& options) {
         }
         if (real.empty()) {
             const int error = errno;
-            complain(path, error);
+            complain(path + (error == ENOENT ? meantGroup(path) : ""), error);
             const bool wrong = error == ENOENT || error == ENOTDIR || error == ELOOP;
             (wrong ? result.wrong : result.incomplete) = true;
             continue;
         }
-        addRoot(result.roots, {path, {group.begin(), group.end()}, std::move(real), {}});
+        addRoot(
+            result.roots,
+            {givenText(options, path, real), {group.begin(), group.end()}, std::move(real), {}});
     }
     if (!options.recurse) return result;
     for (SearchRoot& outer : result.roots)

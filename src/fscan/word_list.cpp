@@ -33,6 +33,12 @@ constexpr std::array<Word, 4> groups = {{
     {"$all::", "PATH", "Drives of every group"},
 }};
 
+std::vector<std::string> textsOf(std::span<const Word> words) {
+    std::vector<std::string> texts;
+    for (const Word& word : words) texts.emplace_back(word.text);
+    return texts;
+}
+
 void listKind(std::string_view kind, std::span<const Word> words, Output& out) {
     for (const Word& word : words)
         out.write(fmt::format("{}\t{}\t{}\t{}\n", kind, word.text, word.value, word.help));
@@ -48,6 +54,18 @@ std::string namesOf(const CLI::Option& option) {
 }
 
 }  // namespace
+
+std::vector<std::string> wordsOfFields() {
+    return textsOf(fields);
+}
+
+std::vector<std::string> wordsOfCommands() {
+    return textsOf(commands);
+}
+
+std::vector<std::string> wordsOfGroups() {
+    return textsOf(groups);
+}
 
 std::optional<std::string_view> takeDriveGroup(std::string& path) {
     const auto begins = [&path](const Word& word) { return path.starts_with(word.text); };

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -22,6 +23,12 @@ struct Word {
 /// The drive group that a PATH begins with, as in "$remote::/srv": its word. The
 /// path is left with what follows.
 std::optional<std::string_view> takeDriveGroup(std::string& path);
+
+/// The fields of a criteria ("[SIZE]"), its commands ("type(") and the groups of drives
+/// ("$local::").
+std::vector<std::string> wordsOfFields();
+std::vector<std::string> wordsOfCommands();
+std::vector<std::string> wordsOfGroups();
 
 /// Prints all words, a line each: kind, word, value, help, with tabs between. The kinds
 /// are option, field, command and group; an option's names have a space between them,

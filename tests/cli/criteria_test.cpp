@@ -48,7 +48,7 @@ TEST_F(CriteriaTest, AllCriteriaAndNamesMustHold) {
 
 TEST_F(CriteriaTest, SizesBeyond32BitsAreKnown) {
     std::filesystem::resize_file(tree_ / "large", 5000000000ull);
-    const RunResult result = search({"-l", "-w", "[SIZE] / 1000000 > 4999"});
+    const RunResult result = search({"-l", "--bytes", "-w", "[SIZE] / 1000000 > 4999"});
     EXPECT_THAT(result.out, HasSubstr("  5000000000 "));
 }
 

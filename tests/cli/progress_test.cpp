@@ -40,14 +40,15 @@ TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
     const std::string erase = "\r\x1B[K";
     const std::string text = said(true, "xterm");
     ASSERT_THAT(text, testing::StartsWith(erase));
-    EXPECT_THAT(text, testing::EndsWith(erase));
+    const std::size_t last = text.rfind(erase) + erase.size();
+    EXPECT_THAT(text.substr(last), testing::StartsWith("4000 files in "));
     int lines = 0;
-    for (std::size_t at = 0; at < text.size();) {
+    for (std::size_t at = 0; at < last;) {
         at += erase.size();
-        const std::size_t end = std::min(text.find(erase, at), text.size());
+        const std::size_t end = text.find(erase, at);
         const std::string shown = text.substr(at, end - at);
-        at = end;
-        if (shown.empty()) continue;
+        at = end == text.npos ? last : end;
+        if (at == last || shown.empty()) continue;
         ++lines;
         EXPECT_THAT(shown,
                     testing::MatchesRegex("[0-9]+ files, 1 directories, [0-9]+\\.[0-9] s  .*/d/"));
@@ -57,7 +58,7 @@ TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
 }
 
 TEST_F(ProgressTest, IsShownNowhereElse) {
-    EXPECT_EQ(said(true, "dumb"), "");
+    EXPECT_THAT(said(true, "dumb"), testing::StartsWith("4000 files in "));
     EXPECT_EQ(said(false, "xterm"), "");
 }
 

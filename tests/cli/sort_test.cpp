@@ -102,8 +102,8 @@ TEST_F(SortTest, FactsComeBackFromTheFile) {
         std::filesystem::resize_file(tree_ / name, size);
     }
     for (const std::string key : {"size", "name"}) {
-        const RunResult fromMemory = search({"-l", "--sort", key});
-        const RunResult fromFile = search({"-l", "--sort", key, "--spill"});
+        const RunResult fromMemory = search({"-l", "--bytes", "--sort", key});
+        const RunResult fromFile = search({"-l", "--bytes", "--sort", key, "--spill"});
         EXPECT_EQ(fromFile.out, fromMemory.out);
         EXPECT_THAT(fromFile.out, HasSubstr(std::to_string(9ull << 30)));
     }

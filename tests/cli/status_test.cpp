@@ -51,8 +51,11 @@ TEST_F(StatusTest, FoundAndNothingFound) {
 
 TEST_F(StatusTest, UsageErrorsNameWhatIsWrong) {
     const std::vector<std::pair<Arguments, std::string>> table = {
-        {{"d", "--colour"}, "fscan: unknown option --colour; see fscan --help\n"},
-        {{"-q"}, "fscan: unknown option -q; see fscan --help\n"},
+        {{"d", "--colour"},
+         "fscan: unknown option --colour; did you mean --color? See fscan --help\n"},
+        {{"--xyzzy"}, "fscan: unknown option --xyzzy; see fscan --help\n"},
+        {{"-q", "-k"}, "fscan: unknown option -k; see fscan --help\n"},
+        {{"$locale::/"}, "fscan: $locale::/; did you mean $local::?: No such file or directory\n"},
         {{"d", "missing"}, "fscan: missing: No such file or directory\n"},
         {{"d/f"}, "fscan: d/f: Not a directory\n"},
         {{""}, "fscan: : No such file or directory\n"},
@@ -90,6 +93,8 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     const RunSettings user = {.withoutOverride = true};
     chmod((tree_ / "d/locked").c_str(), 0);
     const RunResult below = search({"d"}, user);
+    const RunResult named = search({"d", "--errors"}, user);
+    const RunResult strict = search({"d", "--strict", "-q"}, user);
     const RunResult silent = search({"d", "-x", "d/locked"}, user);
     const RunResult given = search({"d/locked/", "d"}, user);
     chmod((tree_ / "d").c_str(), 0);
@@ -98,14 +103,17 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     chmod((tree_ / "d/locked").c_str(), 0700);
 
     EXPECT_EQ(below.out, "d/f\n");
-    EXPECT_EQ(below.err, "fscan: d/locked: Permission denied\n");
+    EXPECT_EQ(below.err, "fscan: 1 directory could not be read; --errors names it\n");
     EXPECT_EQ(below.status, 0);
+    EXPECT_EQ(named.err, "fscan: d/locked: Permission denied\n");
+    EXPECT_EQ(strict.out + strict.err, "d/f\n");
+    EXPECT_EQ(strict.status, 3);
     EXPECT_EQ(silent.err, "");
     EXPECT_EQ(given.out, "d/f\n");
     EXPECT_EQ(given.err, "fscan: d/locked/: Permission denied\n");
     EXPECT_EQ(given.status, 3);
     EXPECT_THAT(behind.err, HasSubstr("fscan: d/locked: Permission denied\n"));
-    EXPECT_THAT(behind.err, HasSubstr("fscan: ./d: Permission denied\n"));
+    EXPECT_THAT(behind.err, HasSubstr("fscan: 1 directory could not be read"));
     EXPECT_EQ(behind.status, 3);
 }
 
@@ -134,16 +142,29 @@ TEST_F(StatusTest, LongOutputShowsAttributesSizeAndTime) {
                    {"-c", "TZ=UTC touch -d '2001-02-03 04:05:06' d/f && TZ=UTC exec \"$0\" -l -n f",
                     FSCAN_PROGRAM},
                    {.directory = tree_.path()});
-    EXPECT_EQ(file.out, "-rw-r-----            5 2001-02-03 04:05 ./d/f\n");
+    EXPECT_EQ(file.out, "-rw-r-----     5 2001-02-03 04:05 ./d/f\n");
     std::filesystem::create_symlink("f", tree_ / "d/l");
-    EXPECT_THAT(search({"-l", "-n", "l"}).out, testing::StartsWith("lrwxrwxrwx            1 "));
+    EXPECT_THAT(search({"-l", "--bytes", "-n", "l"}).out,
+                testing::StartsWith("lrwxrwxrwx            1 "));
+    for (const auto& [size, text] : {std::pair{1023, " 1023 "},
+                                     {1024, " 1.0K "},
+                                     {10188, " 9.9K "},
+                                     {10240, "  10K "},
+                                     {1048063, "1023K "},
+                                     {1048064, " 1.0M "},
+                                     {1 << 30, " 1.0G "}}) {
+        std::filesystem::resize_file(tree_ / "d/f", static_cast<std::uintmax_t>(size));
+        EXPECT_THAT(search({"-l", "-n", "f"}).out,
+                    testing::StartsWith(std::string("-rw-r----- ") + text))
+            << size;
+    }
 }
 
 TEST_F(StatusTest, ATerminalGetsNothingHarmful) {
     for (const char* name :
          {"new\nline", "\x1B[31m", "\xFF", "\xE2\x80\xAEtxt", "\xC2\x9B", "\xC3\xA9"})
         writeWholeFile(tree_ / (std::string("d/locked/") + name), "");
-    const RunResult result = search({"d/locked"}, {.to = Stdout::terminal});
+    const RunResult result = search({"d/locked", "--color", "never"}, {.to = Stdout::terminal});
     EXPECT_THAT(records(result.out),
                 ElementsAre("d/locked/\\u009B\r", "d/locked/\\u202Etxt\r", "d/locked/\\x1B[31m\r",
                             "d/locked/\\xFF\r", "d/locked/g\r", "d/locked/new\\nline\r",

@@ -91,10 +91,10 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
 TEST_F(CacheTest, StatisticsTellWhereTheAnswerIsFrom) {
     const RunResult first = run({"d", "--stats"});
     EXPECT_THAT(first.err, HasSubstr("matches:  2\nwalked:   2 files, 2 directories\n"));
-    EXPECT_THAT(first.err, HasSubstr("from:     a scan"));
+    EXPECT_THAT(first.err, HasSubstr("from:     a scan\n"));
     const RunResult second = run({"d", "--stats"});
     EXPECT_THAT(second.err, HasSubstr("matches:  2\nwalked:   0 files, 0 directories\n"));
-    EXPECT_THAT(second.err, HasSubstr("from:     the cache\n"));
+    EXPECT_THAT(second.err, HasSubstr("from:     the cache ("));
     EXPECT_EQ(first.out, second.out);
 }
 

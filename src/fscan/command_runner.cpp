@@ -1,0 +1,114 @@
+#include "command_runner.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+
+namespace fscan {
+
+namespace {
+
+constexpr std::string_view placeholder = "{}";
+// An argument takes its bytes, a zero and a pointer.
+constexpr std::size_t besides = 1 + sizeof(char*);
+
+std::string replaced(std::string text, const std::string& path) {
+    for (std::size_t at = 0; (at = text.find(placeholder, at)) != text.npos; at += path.size())
+        text.replace(at, placeholder.size(), path);
+    return text;
+}
+
+/// What the kernel takes for arguments, less the environment and some for the program.
+std::size_t roomForArguments() {
+    constexpr std::size_t reserve = 8192, least = 4096, most = std::size_t{1} << 20;
+    std::size_t used = reserve;
+    for (char** variable = environ; *variable != nullptr; ++variable)
+        used += std::string_view(*variable).size() + besides;
+    const long limit = sysconf(_SC_ARG_MAX);
+    const std::size_t all = limit > 0 ? static_cast<std::size_t>(limit) : 32768;
+    return std::clamp(all > used ? all - used : 0, least, most);
+}
+
+/// A path that no program takes for an option.
+std::string safePath(std::string_view path) {
+    return (path.starts_with('-') ? "./" : "") + std::string(path);
+}
+
+}  // namespace
+
+CommandRunner::CommandRunner(const Options& options, Output& out)
+    : words_(options.batchCommand ? *options.batchCommand : *options.command),
+      out_(out),
+      batch_(options.batchCommand.has_value()),
+      limit_(options.limit.value_or(std::numeric_limits<unsigned long long>::max())),
+      room_(roomForArguments()) {
+    const bool placed = std::any_of(words_.begin(), words_.end(), [this](const std::string& word) {
+        return batch_ ? word == placeholder : word.find(placeholder) != word.npos;
+    });
+    if (!placed) words_.emplace_back(placeholder);
+    for (const std::string& word : words_) room_ -= std::min(room_, word.size() + besides);
+}
+
+bool CommandRunner::take(const Match& match) {
+    if (count_ == limit_) return false;
+    ++count_;
+    const std::string path = safePath(match.path);
+    if (!batch_) {
+        Words words;
+        for (const std::string& word : words_) words.push_back(replaced(word, path));
+        return run(words) && count_ < limit_;
+    }
+    if (!waiting_.empty() && waitingBytes_ + path.size() + besides > room_ && !runBatch())
+        return false;
+    waiting_.push_back(path);
+    waitingBytes_ += path.size() + besides;
+    return count_ < limit_;
+}
+
+void CommandRunner::finish() {
+    if (!waiting_.empty()) runBatch();
+}
+
+bool CommandRunner::runBatch() {
+    Words words;
+    for (const std::string& word : words_) {
+        if (word == placeholder) {
+            words.insert(words.end(), waiting_.begin(), waiting_.end());
+        } else {
+            words.push_back(word);
+        }
+    }
+    waiting_.clear();
+    waitingBytes_ = 0;
+    return run(words);
+}
+
+// False when the command cannot be run, which no other match would change.
+bool CommandRunner::run(const Words& words) {
+    out_.flush();
+    std::vector<char*> arguments;
+    for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    pid_t child = -1;
+    if (const int error =
+            posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ)) {
+        complain(words[0], error);
+        failed_ = true;
+        return false;
+    }
+    int status = 0;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) failed_ = true;
+    return true;
+}
+
+}  // namespace fscan

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "match.h"
+
+namespace fscan {
+
+class Output;
+struct Options;
+
+/// Runs a command, without a shell, for each match or for many at a time. "{}" in its
+/// words is the path, which comes last where it is nowhere.
+class CommandRunner : public MatchConsumer {
+public:
+    CommandRunner(const Options& options, Output& out);
+
+    bool take(const Match& match) override;
+    /// Runs what is left.
+    void finish() override;
+    /// Whether a command could not be run, or ended with another status than 0.
+    bool failed() const override { return failed_; }
+    unsigned long long count() const override { return count_; }
+
+private:
+    using Words = std::vector<std::string>;
+
+    bool runBatch();
+    bool run(const Words& words);
+
+    Words words_;
+    Output& out_;
+    bool batch_;
+    unsigned long long limit_;
+    unsigned long long count_ = 0;
+    Words waiting_;  // paths of a batch
+    std::size_t waitingBytes_ = 0;
+    std::size_t room_;  // for the arguments of a command
+    bool failed_ = false;
+};
+
+}  // namespace fscan

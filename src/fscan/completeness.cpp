@@ -1,0 +1,155 @@
+#include "completeness.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "duration.h"
+#include "json_text.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+
+namespace fscan {
+
+namespace {
+
+double seconds(const Outcome& outcome) {
+    return std::chrono::duration<double>(outcome.time).count();
+}
+
+std::string counted(unsigned long long count, const char* one, const char* many) {
+    return fmt::format("{} {}", count, count == 1 ? one : many);
+}
+
+unsigned greatestAge(const Completeness& search) {
+    unsigned age = 0;
+    for (const Completeness::Cached& part : search.cached) age = std::max(age, part.ageSeconds);
+    return age;
+}
+
+std::string source(const Completeness& search) {
+    if (search.cached.empty()) return search.walks == 0 ? "nothing" : "a scan";
+    const std::string age = durationText(greatestAge(search));
+    return fmt::format("the cache ({} old){}", age, search.walks == 0 ? "" : " and a scan");
+}
+
+/// What was not named where it was met: "2 directories could not be read; --errors names
+/// them", or nothing.
+std::string unread(const Completeness& search) {
+    const auto count = std::count_if(search.skipped.begin(), search.skipped.end(),
+                                     [](const Completeness::Skipped& one) { return !one.named; });
+    if (count == 0) return "";
+    return fmt::format("{} could not be read; --errors names {}",
+                       counted(static_cast<unsigned long long>(count), "directory", "directories"),
+                       count == 1 ? "it" : "them");
+}
+
+/// "12 files in 0.05 s, from the cache (3 min old); 2 directories could not be read".
+std::string closingLine(const Completeness& search, const Outcome& outcome) {
+    std::string line =
+        fmt::format("{} in {:.2f} s, from {}", counted(outcome.matches, "file", "files"),
+                    seconds(outcome), source(search));
+    if (!search.timedOut.empty()) line += "; time ran out";
+    if (const std::string left = unread(search); !left.empty()) line += "; " + left;
+    return line;
+}
+
+std::string statistics(const Completeness& search, const Outcome& outcome) {
+    return fmt::format(
+        "matches:  {}\nwalked:   {} files, {} directories\ntime:     {:.3f} s\nfrom:     {}\n",
+        outcome.matches, search.files, search.directories, seconds(outcome), source(search));
+}
+
+const char* reasonText(fscanner::FsSkipReason reason) {
+    switch (reason) {
+        case fscanner::FsSkipReason::denied:
+            return "denied";
+        case fscanner::FsSkipReason::vanished:
+            return "vanished";
+        case fscanner::FsSkipReason::tooLong:
+            return "too long";
+        default:
+            return "failed";
+    }
+}
+
+/// Whether all was searched; null where a cache does not tell.
+Json complete(const Completeness& search, const Outcome& outcome) {
+    if (!search.skipped.empty() || !search.timedOut.empty() || outcome.status > 1) return false;
+    return search.cached.empty() ? Json(true) : Json();
+}
+
+Json summary(const Completeness& search, const Outcome& outcome) {
+    Json object;
+    object["matches"] = outcome.matches;
+    object["complete"] = complete(search, outcome);
+    object["status"] = outcome.status;
+    object["seconds"] = seconds(outcome);
+    object["scanned"] = {
+        {"walks", search.walks}, {"files", search.files}, {"directories", search.directories}};
+    object["cached"] = Json::array();
+    for (const Completeness::Cached& part : search.cached) {
+        Json one;
+        putBytes(one, "path", part.path);
+        one["ageSeconds"] = part.ageSeconds;
+        object["cached"].push_back(one);
+    }
+    object["skipped"] = Json::array();
+    for (const Completeness::Skipped& directory : search.skipped) {
+        Json one;
+        putBytes(one, "path", directory.path);
+        one["reason"] = reasonText(directory.reason);
+        one["error"] = std::strerror(directory.error);
+        object["skipped"].push_back(one);
+    }
+    object["timedOut"] = Json::array();
+    for (const std::string& path : search.timedOut) object["timedOut"].push_back(path);
+    return object;
+}
+
+void writeError(const std::string& text) {
+    Output err(STDERR_FILENO);
+    err.write(text);
+    err.flush();
+}
+
+bool writeSummary(const Options& options, const std::string& text) {
+    if (!options.summaryFile) {
+        writeError(text);
+        return true;
+    }
+    std::ofstream file(*options.summaryFile, std::ios::binary);
+    file << text;
+    file.close();
+    if (file) return true;
+    complain(*options.summaryFile, errno);
+    return false;
+}
+
+}  // namespace
+
+void Completeness::addWalk(const fscanner::FsScanProgress& totals) {
+    ++walks;
+    files += totals.files;
+    directories += totals.directories;
+}
+
+bool report(const Options& options, const Completeness& search, const Outcome& outcome) {
+    const bool watched = isatty(STDERR_FILENO) == 1 && !options.quiet;
+    if (options.statistics) {
+        writeError(statistics(search, outcome));
+    } else if (watched) {
+        writeError(closingLine(search, outcome) + "\n");
+    } else if (const std::string left = unread(search); !left.empty() && !options.quiet) {
+        complain(left);
+    }
+    if (!options.summary && !options.summaryFile) return true;
+    return writeSummary(options, jsonText(summary(search, outcome)) + "\n");
+}
+
+}  // namespace fscan

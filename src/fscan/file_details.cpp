@@ -1,0 +1,114 @@
+#include "file_details.h"
+
+#include <sys/stat.h>
+
+#include "absolute_path.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_inspect.h"
+#include "moment.h"
+#include "size_text.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+char typeLetter(unsigned attributes) {
+    if ((attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0) return 'l';
+    if ((attributes & fscanner::FS_ATTR_DIRECTORY) != 0) return 'd';
+    if ((attributes & fscanner::FS_ATTR_REGULAR_FILE) != 0) return '-';
+    return (attributes & fscanner::FS_ATTR_CHARACTER_DEVICE) != 0 ? 'c' : '?';
+}
+
+std::string whenThere(const FileDetails& file, const std::string& text) {
+    return file.exists ? text : "";
+}
+
+template <auto Member>
+std::string numberOf(const Match&, const FileDetails& file) {
+    return whenThere(file, std::to_string(file.*Member));
+}
+
+template <auto Member>
+std::string timeOf(const Match&, const FileDetails& file) {
+    return whenThere(file, utcText(file.*Member));
+}
+
+constexpr DetailField fields[] = {
+    {"path", [](const Match& m, const FileDetails&) { return std::string(m.path); }, true},
+    {"name", [](const Match& m, const FileDetails&) { return std::string(m.name()); }, true},
+    {"directory", [](const Match& m, const FileDetails&) { return std::string(m.directory()); },
+     true},
+    {"size", [](const Match&, const FileDetails& d) { return std::to_string(d.size); }, false},
+    {"mode", [](const Match&, const FileDetails& d) { return attributeText(d.attributes); }, false},
+    {"kind", [](const Match&, const FileDetails& d) { return std::string(kindText(d.attributes)); },
+     false},
+    {"modified", timeOf<&FileDetails::modified>, false},
+    {"accessed", timeOf<&FileDetails::accessed>, false},
+    {"changed", timeOf<&FileDetails::changed>, false},
+    {"user", numberOf<&FileDetails::user>, false},
+    {"group", numberOf<&FileDetails::group>, false},
+    {"inode", numberOf<&FileDetails::inode>, false},
+    {"device", numberOf<&FileDetails::device>, false},
+    {"links", numberOf<&FileDetails::links>, false},
+    {"type", [](const Match& m, const FileDetails&) { return typeText(m); }, true},
+};
+
+}  // namespace
+
+FileDetails FileDetails::of(const Match& match) {
+    FileDetails details;
+    struct stat info {};
+    if (lstat(std::string(match.path).c_str(), &info) != 0) {
+        details.size = match.facts.size;
+        details.attributes = match.facts.attributes;
+        return details;
+    }
+    fscanner::FsFileInfo record;
+    record.updateFrom(info);
+    details = {true,
+               static_cast<unsigned long long>(info.st_size),
+               record.getAttr(),
+               info.st_mtime,
+               info.st_atime,
+               info.st_ctime,
+               info.st_uid,
+               info.st_gid,
+               info.st_ino,
+               info.st_dev,
+               info.st_nlink};
+    return details;
+}
+
+const char* kindText(unsigned attributes) {
+    switch (typeLetter(attributes)) {
+        case 'l':
+            return "link";
+        case '-':
+            return "file";
+        case 'c':
+            return "device";
+        default:
+            return "other";
+    }
+}
+
+std::string attributeText(unsigned attributes) {
+    std::string text(1, typeLetter(attributes));
+    // The nine permission bits follow each other, the owner's reading first.
+    for (unsigned i = 0; i < 9; ++i)
+        text += (attributes & fscanner::FS_ATTR_OWNER_READ << i) != 0 ? "rwx"[i % 3] : '-';
+    return text;
+}
+
+std::string typeText(const Match& match) {
+    std::wstring description;
+    const bool known = fscanner::fsFileType(toWide(absolutePath(match.path)).c_str(), description);
+    return known ? toBytes(description) : "";
+}
+
+std::span<const DetailField> detailFields() {
+    return fields;
+}
+
+}  // namespace fscan

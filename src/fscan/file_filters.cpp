@@ -1,0 +1,85 @@
+#include "file_filters.h"
+
+#include <fmt/xchar.h>
+
+#include <algorithm>
+
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_text.h"
+#include "options.h"
+#include "text.h"
+
+namespace fscan {
+
+namespace {
+
+// A literal ends at 31 bits, arithmetic only at 63.
+std::wstring number(unsigned long long value) {
+    constexpr unsigned long long part = 1ULL << 30;
+    if (value < part) return std::to_wstring(value);
+    return fmt::format(L"({} * {} + {})", number(value / part), part, value % part);
+}
+
+class Conditions {
+public:
+    void add(const std::wstring& condition) {
+        text_ += (text_.empty() ? L"" : L" && ") + condition;
+    }
+    const std::wstring& text() const { return text_; }
+
+private:
+    std::wstring text_;
+};
+
+std::wstring typeCriteria(const std::vector<std::string>& words) {
+    std::wstring any;
+    for (const std::string& word : words)
+        any += fmt::format(L"{}type(path([PATHID], [FILENAME]), \"{}\") != 0",
+                           any.empty() ? L"" : L" || ", toWide(word));
+    return L"(" + any + L")";
+}
+
+std::wstring criteriaOf(const Options& options) {
+    Conditions all;
+    if (options.larger) all.add(L"[SIZE] > " + number(*options.larger));
+    if (options.smaller) all.add(L"[SIZE] < " + number(*options.smaller));
+    for (const std::wstring& permissions : options.permissions) all.add(permissions);
+    if (options.links)
+        all.add(fmt::format(L"([ATTR] & {}) != 0", +fscanner::FS_ATTR_SYMBOLIC_LINK));
+    // Last: it reads the files.
+    if (!options.types.empty()) all.add(typeCriteria(options.types));
+    return all.text();
+}
+
+}  // namespace
+
+FileFilters::FileFilters(const Options& options)
+    : options_(options), criteria_(criteriaOf(options)) {
+    for (const std::string& glob : options.pathGlobs) {
+        const bool anchored = glob.starts_with('/') || glob.starts_with('*');
+        paths_.push_back(toWide(anchored ? glob : "*/" + glob));
+    }
+}
+
+bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) const {
+    if (paths_.empty()) return true;
+    std::wstring path = directory;
+    if (!path.ends_with(L'/')) path += L'/';
+    path += name;
+    return std::any_of(paths_.begin(), paths_.end(), [&](const std::wstring& glob) {
+        return fscanner::fsNameMatches(glob.c_str(), path.c_str(), !options_.ignoreCase);
+    });
+}
+
+bool FileFilters::accept(const std::wstring& directory, const fscanner::FsFileInfo& record) const {
+    if (!pathFits(directory, record.getName())) return false;
+    if (!options_.newer && !options_.older && !options_.owner) return true;
+    // What is gone since a cache saw it has no time and no owner.
+    if (!record.updateInfo()) return false;
+    const std::time_t modified = record.getLastModifyTime();
+    return (!options_.newer || modified > *options_.newer) &&
+           (!options_.older || modified < *options_.older) &&
+           (!options_.owner || record.getUserId() == *options_.owner);
+}
+
+}  // namespace fscan

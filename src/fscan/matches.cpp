@@ -1,0 +1,79 @@
+#include "matches.h"
+
+#include "excludes.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "interruption.h"
+#include "name_filter.h"
+#include "progress_line.h"
+#include "search_roots.h"
+#include "text.h"
+
+namespace fscan {
+
+using fscanner::FsFileInfo;
+
+namespace {
+
+/// A file that is gone since a cache saw it has no time.
+FileFacts factsOf(const FsFileInfo& record) {
+    const bool there = record.updateInfo();
+    return {there, record.getAttr(), record.getSize(), there ? record.getLastModifyTime() : 0};
+}
+
+/// What follows is quick: the cache is to be closed properly.
+int discard() {
+    Interruption::answering();
+    return 0;
+}
+
+}  // namespace
+
+void Matches::setRoot(const SearchRoot& root) {
+    root_ = &root;
+    directory_.clear();
+}
+
+bool Matches::nameFits(const FsFileInfo& record) const {
+    return names_.accepts(record.getName());
+}
+
+void Matches::add(const FsFileInfo& record) {
+    if (directory_ != record.getPath()) enter(record.getPath());
+    if (!owned_ || excludes_.cover(directory_, record.getName())) return;
+    if (!filters_.accept(directory_, record)) return;
+    path_.resize(prefixLength_);
+    path_ += toBytes(record.getName());
+    const FileFacts facts = withFacts_ ? factsOf(record) : FileFacts();
+    if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
+}
+
+/// Records come a directory at a time: what depends on it is computed once.
+void Matches::enter(const wchar_t* directory) {
+    directory_ = directory;
+    const std::wstring_view path = withoutFinalSlash(directory_);
+    owned_ = root_->owns(path);
+    path_ = root_->shown(path);
+    if (!path_.ends_with('/')) path_ += '/';
+    prefixLength_ = path_.size();
+}
+
+int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                           unsigned attributes) {
+    if (Interruption::pending() || matches_.stopped()) return discard();
+    FsFileInfo record;
+    record.setFilePath(path);
+    record.setFileName(name);
+    record.setFileSize(size);
+    record.setFileAttr(attributes);
+    return addRecord(record);
+}
+
+int MatchWriter::addRecord(const FsFileInfo& record) {
+    if (Interruption::pending()) return discard();
+    if (!matches_.nameFits(record)) return 0;
+    line_.erase();
+    matches_.add(record);
+    return 0;
+}
+
+}  // namespace fscan

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <string>
+
+#include "file_filters.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "match.h"
+
+namespace fscan {
+
+class Excludes;
+class NameFilter;
+class ProgressLine;
+struct SearchRoot;
+
+/// What is found while one root is searched, on its way to the user.
+class Matches {
+public:
+    /// `withFacts`: whether more than the path is of interest.
+    Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
+            MatchSink& sink, bool withFacts)
+        : excludes_(excludes),
+          names_(names),
+          filters_(filters),
+          sink_(sink),
+          withFacts_(withFacts) {}
+
+    void setRoot(const SearchRoot& root);
+    const SearchRoot& root() const { return *root_; }
+
+    bool nameFits(const fscanner::FsFileInfo& record) const;
+    /// Whether the sink wants no more.
+    bool stopped() const { return stopped_; }
+    /// Passes the record on, unless another root reports it or it is left out.
+    void add(const fscanner::FsFileInfo& record);
+
+private:
+    void enter(const wchar_t* directory);
+
+    const Excludes& excludes_;
+    const NameFilter& names_;
+    const FileFilters& filters_;
+    MatchSink& sink_;
+    bool withFacts_;
+    bool stopped_ = false;
+    const SearchRoot* root_ = nullptr;
+    std::wstring directory_;
+    bool owned_ = true;
+    std::string path_;
+    std::size_t prefixLength_ = 0;
+};
+
+/// Takes the engine's matches; once the program is to end, in vain.
+class MatchWriter : public fscanner::FsResultSetWriter {
+public:
+    MatchWriter(Matches& matches, ProgressLine& line) : matches_(matches), line_(line) {}
+
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                  unsigned attributes) override;
+    int addRecord(const fscanner::FsFileInfo& record) override;
+    int close() override { return 0; }
+
+private:
+    Matches& matches_;
+    ProgressLine& line_;
+};
+
+}  // namespace fscan

@@ -1,0 +1,76 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// Options with values, as fscan reads them: a value is one text, and is taken as it
+/// stands.
+namespace fscan {
+
+struct Options;
+
+using TakeText = std::function<void(const std::string&)>;
+
+/// An option whose last use counts. `take` throws a CLI::ValidationError for a value
+/// that is none.
+CLI::Option* addValue(CLI::App& app, const std::string& flags, const std::string& type,
+                      const TakeText& take, const std::string& help);
+CLI::Option* addText(CLI::App& app, const std::string& flags, const std::string& type,
+                     std::optional<std::string>& value, const std::string& help);
+/// An option with a value of its own at each use.
+CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
+                      const TakeText& take, const std::string& help);
+CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
+                      std::vector<std::string>& values, const std::string& help);
+CLI::Option* addDuration(CLI::App& app, const std::string& flag, unsigned least, unsigned limit,
+                         const std::function<void(unsigned)>& take, const std::string& help);
+CLI::Option* addSize(CLI::App& app, const std::string& flag,
+                     std::optional<unsigned long long>& bytes, const std::string& help);
+
+/// A flag that chooses one of several; throws where another one was chosen.
+template <class Choice>
+CLI::Option* addChoice(CLI::App& app, const std::string& flag, Choice& chosen, Choice one,
+                       const std::string& help) {
+    const Choice usual = chosen;
+    return app.add_flag_function(
+        flag,
+        [&chosen, usual, one, flag](auto) {
+            if (chosen != usual && chosen != one)
+                throw CLI::ValidationError(flag, "not with the others of its kind");
+            chosen = one;
+        },
+        help);
+}
+
+/// An option that takes one of the words.
+template <class Choice>
+CLI::Option* addWord(CLI::App& app, const std::string& flag, const std::string& type,
+                     const std::map<std::string, Choice>& words,
+                     const std::function<void(Choice)>& take, const std::string& help) {
+    return addValue(
+        app, flag, type,
+        [flag, words, take](const std::string& value) {
+            const auto found = words.find(value);
+            if (found == words.end()) {
+                std::string known;
+                for (const auto& word : words) known += (known.empty() ? "" : ", ") + word.first;
+                throw CLI::ValidationError(flag, "not one of " + known);
+            }
+            take(found->second);
+        },
+        help);
+}
+
+// The groups of options.
+void addSelection(CLI::App& app, Options& options);
+void addPlaces(CLI::App& app, Options& options);
+void addProvider(CLI::App& app, Options& options);
+void addOutput(CLI::App& app, Options& options);
+void addReports(CLI::App& app, Options& options);
+void addOthers(CLI::App& app, Options& options);
+
+}  // namespace fscan

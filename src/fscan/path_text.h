@@ -1,0 +1,29 @@
+#pragma once
+
+#include <optional>
+
+#include "colors.h"
+#include "hyperlink.h"
+#include "match.h"
+
+namespace fscan {
+
+class Output;
+struct Options;
+
+/// Writes paths the way the user is to see them: with colours, as links, or as they are.
+class PathText {
+public:
+    PathText(const Options& options, bool terminal);
+    void write(const Match& match, Output& out) const;
+    /// Whether it has to know what kind of file a match is.
+    bool needsFacts() const { return colors_.has_value(); }
+
+private:
+    void writeColored(const Match& match, Output& out) const;
+
+    std::optional<Colors> colors_;
+    std::optional<Hyperlinks> links_;
+};
+
+}  // namespace fscan

@@ -1,0 +1,80 @@
+#include "watcher.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "excludes.h"
+#include "interruption.h"
+#include "matches.h"
+#include "messages.h"
+#include "options.h"
+#include "progress_line.h"
+#include "search_roots.h"
+#include "text.h"
+
+namespace fscan {
+
+using fscanner::FsScanProgress;
+using fscanner::FsSkipReason;
+
+namespace {
+
+int errorOf(FsSkipReason reason, int error) {
+    if (reason == FsSkipReason::tooLong) return ENAMETOOLONG;
+    if (error != 0) return error;
+    if (reason == FsSkipReason::denied) return EACCES;
+    return reason == FsSkipReason::vanished ? ENOENT : EIO;
+}
+
+}  // namespace
+
+Watcher::Watcher(const Parts& parts) : parts_(parts), previous_(fsSetScanObserver(this)) {}
+
+bool Watcher::progress(const FsScanProgress& progress) {
+    parts_.line.show(progress);
+    return !Interruption::pending() && (caching_ || !parts_.matches.stopped());
+}
+
+void Watcher::finished(const FsScanProgress& totals) {
+    parts_.line.erase();
+    search_.addWalk(totals);
+}
+
+bool Watcher::isRoot(const std::wstring& path) const {
+    const auto& roots = parts_.roots.roots;
+    return std::any_of(roots.begin(), roots.end(),
+                       [&path](const SearchRoot& root) { return root.real == path; });
+}
+
+void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) {
+    if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
+    const std::wstring path(withoutFinalSlash(directory));
+    const SearchRoot& root = parts_.matches.root();
+    if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;
+    // A walk for the cache meets what lies below other roots, too.
+    if (!told_.insert(path).second) return;
+    const bool isPath = isRoot(path);
+    rootSkipped_ = rootSkipped_ || isPath;
+    error = errorOf(reason, error);
+    const bool named = isPath || parts_.options.errors;
+    search_.skipped.push_back({root.shown(path), reason, error, named});
+    if (!named) return;
+    parts_.line.erase();
+    complain(root.shown(path), error);
+}
+
+/// The criteria failed as a whole. A name with a wildcard in it does that to
+/// the name patterns; the rest of them may well hold.
+void Watcher::undecided(const fscanner::FsFileInfo& file) {
+    if (!parts_.matches.nameFits(file)) return;
+    if (parts_.where != nullptr && !parts_.where->matches(file)) return;
+    parts_.line.erase();
+    parts_.matches.add(file);
+}
+
+void Watcher::fromCache(const wchar_t* path, unsigned ageSeconds) {
+    const std::wstring_view directory = withoutFinalSlash(path);
+    search_.cached.push_back({parts_.matches.root().shown(directory), ageSeconds});
+}
+
+}  // namespace fscan
