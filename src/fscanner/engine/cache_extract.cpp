@@ -147,8 +147,10 @@ int Extraction::run() {
     if (filtersHere_) files.setCriteria(nullptr, request_.caseSensitive);
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
-    bool found = files.moveFirst();
     startTick_ = getTickCount();
+    // A lookup meets few of the offsets; who reads all records must not miss one.
+    if (!files.walksIndex() && !store_.files().checkOffsets()) return FS_CACHE_UNUSABLE;
+    bool found = files.moveFirst();
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;
     return FS_CACHE_SUCCESS;

@@ -48,6 +48,7 @@ unsigned treeOf(Directories& directories, unsigned id) {
 }  // namespace
 
 bool reportCache(CacheStore& store, FsCacheReport& report) {
+    if (!store.files().checkOffsets() || !store.directories().checkOffsets()) return false;
     Directories directories = readDirectories(store.directoryRecords());
     std::unordered_map<unsigned, FsCachedTree> trees;
     std::vector<unsigned> ids;

@@ -268,6 +268,8 @@ bool CacheStore::openCache() {
 }
 
 void CacheStore::openRecordSets() {
+    files_->expectConstantKeys();
+    directories_->expectConstantKeys();
     filesRecords_ = files_->openRecordSet();
     directoryRecords_ = directories_->openRecordSet();
     ancestorRecords_ = directories_->openRecordSet();
@@ -303,6 +305,7 @@ bool CacheStore::close() {
     if (!initialized_ || !open_) return true;
     if (damaged()) broken_ = true;
     compactionDue_ = isCompactionDue();
+    if (compactionDue_ && !isSound()) broken_ = true;
     for (FS_Table* table : {files_.get(), directories_.get()})
         if (table && table->isOpen() && !table->close()) broken_ = true;
     filesRecords_ = directoryRecords_ = ancestorRecords_ = RecordSet();
@@ -358,9 +361,26 @@ bool CacheStore::placeMark() {
 
 bool CacheStore::beginChanges() {
     if (changed_) return true;
+    if (open_ && !isSound()) return false;
     if (cacheChecker_ && !(placeMark() && syncDirectory(directory_))) return false;
     changed_ = true;
     return true;
+}
+
+// What is found good only where it is read must not be built upon: new records would
+// lend a meaning to offsets and slots that lead nowhere.
+bool CacheStore::isSound() {
+    return directories_->checkStructure() && files_->checkStructure() && hasNoIdAboveCounter();
+}
+
+bool CacheStore::hasNoIdAboveCounter() {
+    CriteriaEvaluator above((L"[ID]>" + std::to_wstring(directoriesIndex_)).c_str());
+    RecordSet records = directories_->openRecordSet();
+    records.setCriteria(&above, true);
+    const bool found = records.moveFirst();
+    directories_->closeRecordSet(records);
+    if (found) directories_->reportDamage("an ID that was not given yet");
+    return !found;
 }
 
 void CacheStore::beginCacheUpdate() {

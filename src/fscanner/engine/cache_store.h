@@ -137,6 +137,8 @@ private:
     bool getDirectoriesIDCounter();
     void removeDirectoriesIDCounter();
     bool isCompactionDue();
+    bool isSound();
+    bool hasNoIdAboveCounter();
 
     std::wstring directory_;
     std::wstring directoriesName_;

@@ -49,10 +49,14 @@ public:
     /// Whether a slot may follow `slot` in a chain: it ends there, or goes on at a
     /// chain slot of a lower number.
     bool isFollower(unsigned slot, unsigned next) const;
+    /// Whether each of this many records has its slot, and every chain holds together.
+    bool fits(unsigned records) const;
     unsigned slotCount() const { return file_ ? file_->logicalSize() / SLOT : 0; }
     bool isOpen() const { return file_ != nullptr; }
     /// Whether the last `open` found a file that is no index.
     bool isDamaged() const { return damaged_; }
+    /// Whether its first use was found good; for the table to say.
+    bool& tested() { return tested_; }
     /// Waits until what was written is on disk.
     bool sync() { return !file_ || file_->sync(); }
 
@@ -77,6 +81,7 @@ private:
     std::wstring path_;
     bool named_ = false;
     bool damaged_ = false;
+    bool tested_ = false;
 };
 
 /// Shared, because a record set may still walk an index that was just removed.

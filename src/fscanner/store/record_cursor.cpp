@@ -53,6 +53,7 @@ void __recordSet::selectIndex() {
         key_ = info->text();
     }
     wcsupper(key_.data());
+    refused_ = !table_.checkIndex(*index_);
 }
 
 // ---- Moves ------------------------------------------------------------------
@@ -104,6 +105,8 @@ bool __recordSet::findMatch(bool found, Step step) {
     for (; found; found = step()) {
         tried = id_;
         const Verdict verdict = tryRecord();
+        if (verdict == Verdict::noMatch && walksIndex() && !table_.belongs(*index_, id_, key_))
+            return false;
         if (verdict != Verdict::noMatch) return verdict == Verdict::match;
     }
     id_ = tried;

@@ -36,6 +36,7 @@ public:
     bool update() { return table_.update(id_, buffer_); }
     bool remove() { return table_.remove(id_); }
 
+    bool walksIndex() const { return index_ != nullptr; }
     Fields& buffer() { return buffer_; }
     FS_Table& table() { return table_; }
     void printFields() const;
@@ -45,7 +46,6 @@ private:
 
     void selectIndex();
     void prepareChecks();
-    bool walksIndex() const { return index_ != nullptr; }
     bool first();
     bool next();
     template <typename Step>
@@ -64,7 +64,7 @@ private:
     std::shared_ptr<Index> index_;
     bool flag_ = false;
     bool active_ = false;
-    bool refused_ = false;  // the criteria does not compile: nothing matches
+    bool refused_ = false;  // no compiling criteria, or no sound index: nothing matches
     CriteriaEvaluator* criteria_ = nullptr;
     std::function<void()> undecided_;
     RecordFilter filter_;

@@ -34,6 +34,10 @@ unsigned RecordSet::count() const {
     return recordSet_ ? recordSet_->count() : 0;
 }
 
+bool RecordSet::walksIndex() const {
+    return recordSet_ && recordSet_->walksIndex();
+}
+
 bool RecordSet::insert() {
     return recordSet_ && recordSet_->insert();
 }

@@ -45,6 +45,9 @@ public:
     /// The number of records less 1, 0 for none; the criteria plays no part (deliberate).
     unsigned count() const;
 
+    /// Whether the criteria lets the moves read one chain of an index.
+    bool walksIndex() const;
+
     bool insert();
     bool update();
     bool remove();

@@ -85,6 +85,7 @@ OpenResult FS_Table::openFiles() {
 bool FS_Table::close() {
     if (!isOpen()) return false;
     recordSets_.clear();
+    constantKeys_ = false;
     bool closed = true;
     for (const auto& index : indexes_) closed = index->close() && closed;
     indexes_.clear();

@@ -71,6 +71,18 @@ public:
     /// the start of the last `open`. It may be asked on a closed table.
     bool damaged() const { return damaged_; }
 
+    /// Whether the offsets rise and lead into the data file, and the counts are theirs.
+    /// Looks at every entry, at no record. Damage is noted.
+    bool checkOffsets();
+    /// The same, and whether the indexes hold each record that was inserted since they
+    /// were made with the table. Looks at every slot.
+    bool checkStructure();
+
+    /// Promises, until the table is closed, that no update has changed or will change
+    /// an indexed value. A walk of an index then notes damage when it meets a record
+    /// of another bucket, or when the newest record is missing at the first use.
+    void expectConstantKeys() { constantKeys_ = true; }
+
     const Fields& schema() const { return schema_; }
     bool isOpen() const { return data_ != nullptr; }
 
@@ -155,6 +167,10 @@ public:
     /// is noted, when the id's entry leads nowhere. Valid until the next change.
     ByteRange record(unsigned id);
     RecordCodec& codec() { return codec_; }
+    /// Whether the index may be walked, and whether the record is in the right chain;
+    /// for tables that expect constant keys.
+    bool checkIndex(Index& index);
+    bool belongs(const Index& index, unsigned id, const std::wstring& key);
     /// Notes damage; false.
     bool reportDamage(const char* what);
 
@@ -177,6 +193,7 @@ private:
     OpenResult loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
                          IndexList& list) const;
     bool fillIndex(Index& index, unsigned field);
+    bool readKey(const Index& index, unsigned id, std::wstring& key);
     Visit visitSlot(const Index& index, unsigned slot, unsigned& recordId, unsigned& next);
 
     std::unique_ptr<DataFile> data_;
@@ -186,6 +203,7 @@ private:
     std::wstring directory_;
     bool compressed_;
     bool damaged_ = false;
+    bool constantKeys_ = false;
     std::size_t position_ = 0;  // behind the record that was read or written last
     Fields schema_;
     IndexList indexes_;

@@ -1,0 +1,126 @@
+#pragma once
+
+#include <array>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "engine/cache_user.h"
+#include "fscanner/fs/fs_direct.h"
+
+namespace fscanner {
+
+/// The files of `CacheUser`'s cache, index files last.
+inline constexpr std::array<const char*, 12> kCacheFiles = {
+    "dirs.dat",           "dirs.pxx",         "dirs_idx.dat",      "dirs.counter",
+    "files.dat",          "files.pxx",        "files_idx.dat",     "dirs_ID.idx",
+    "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx", "dirs_PARENTID.idx"};
+inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 7;
+
+/// A small tree with a good cache of it, which is put back before each damage, and
+/// queries whose answers never change.
+class CacheImage {
+public:
+    explicit CacheImage(bool compressed, int files = 300) : cache(compressed) {
+        plantFiles(files);
+        addQuery("", L"");
+        addQuery("d3", L"[FILENAME]==\"*7*\" && [SIZE]!=7");
+        addQuery("d1/e", L"path([PATHID],[FILENAME])!=\"x\"");
+        addQuery("", L"[FILENAME]==\"" + std::wstring(100, L'n') + L"13\"");
+        CollectingWriter writer;
+        EXPECT_EQ(cache.query(writer, *queries[0]), 0);
+        EXPECT_EQ(writer.sorted(), answers[0]);
+        // Removed records, unused slots and a second generation of IDs.
+        EXPECT_EQ(cache.query(writer, *queries[1], 0U - 10), 0);
+        for (const char* name : kCacheFiles) good_.push_back(readWholeFile(path(name)));
+    }
+
+    std::string path(const std::string& name) const { return cache.directory().path(name); }
+    const std::string& good(std::size_t file) const { return good_[file]; }
+
+    /// Puts back every file that is not as it was, and takes away all others.
+    void restore() {
+        for (std::size_t i = 0; i < good_.size(); ++i) {
+            const std::string file = path(kCacheFiles[i]);
+            if (holds(file, good_[i])) continue;
+            std::filesystem::remove_all(file);
+            writeWholeFile(file, good_[i]);
+        }
+        for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
+            const std::string name = entry.path().filename();
+            if (std::find(kCacheFiles.begin(), kCacheFiles.end(), name) == kCacheFiles.end())
+                std::filesystem::remove_all(entry.path());
+        }
+    }
+    void overwrite(std::size_t file, std::size_t at, const std::string& bytes) const {
+        std::fstream out(path(kCacheFiles[file]), std::ios::in | std::ios::out | std::ios::binary);
+        out.seekp(static_cast<std::streamoff>(at));
+        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    }
+    void cut(std::size_t file, std::size_t length) const {
+        std::filesystem::resize_file(path(kCacheFiles[file]), length);
+    }
+
+    /// Whether something lies where a file should: it must not be removed.
+    bool isBlocked() const {
+        return std::any_of(kCacheFiles.begin(), kCacheFiles.end(), [this](const char* name) {
+            const auto status = std::filesystem::symlink_status(path(name));
+            return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
+        });
+    }
+    void unblock() const {
+        for (const char* name : kCacheFiles)
+            if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path(name))))
+                std::filesystem::remove_all(path(name));
+    }
+
+    /// The status; `found` tells whether the answer is the right one.
+    int ask(std::size_t which, bool& found, unsigned age = kDay) const {
+        CollectingWriter writer;
+        const int status = cache.query(writer, *queries[which], age);
+        found = writer.sorted() == answers[which];
+        return status;
+    }
+
+    TempTree tree{memoryDirectory()};
+    CacheUser cache;
+    std::vector<std::unique_ptr<FsQuery>> queries;
+    std::vector<std::vector<std::string>> answers;
+
+private:
+    // Compared by blocks: most files of most trials are as they were.
+    static bool holds(const std::string& path, const std::string& bytes) {
+        std::ifstream file;
+        if (std::filesystem::is_regular_file(std::filesystem::symlink_status(path)))
+            file.open(path);
+        static std::array<char, 65536> block;
+        for (std::size_t at = 0; file; at += block.size()) {
+            file.read(block.data(), block.size());
+            const auto length = static_cast<std::size_t>(file.gcount());
+            if (bytes.compare(at, block.size(), std::string_view(block.data(), length)) != 0)
+                return false;
+            if (at + length == bytes.size()) return file.peek() == EOF;
+        }
+        return false;
+    }
+    // Long names, so that the files pass a step of growth, in directories of two levels.
+    void plantFiles(int count) const {
+        for (int i = 0; i < count; ++i) {
+            const std::string directory = "d" + std::to_string(i % 5) + (i % 3 ? "/e/" : "/");
+            tree.file(directory + std::string(100, 'n') + std::to_string(i), i % 50);
+        }
+    }
+    void addQuery(const std::string& below, const std::wstring& criteria) {
+        queries.push_back(std::make_unique<FsQuery>());
+        queries.back()->addIncludePath((L"*:" + tree.wide(below)).c_str(), true);
+        queries.back()->setQuery(criteria.c_str());
+        CollectingWriter writer;
+        EXPECT_EQ(fsScanQuery(writer, *queries.back(), kMinute), 0);
+        EXPECT_FALSE(writer.paths.empty());
+        answers.push_back(writer.sorted());
+    }
+
+    std::vector<std::string> good_;
+};
+
+}  // namespace fscanner

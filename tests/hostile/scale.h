@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdlib>
+
+namespace fscanner {
+
+/// How many times as much the fault harnesses try as they do by default:
+/// FSCANNER_FAULTS_SCALE.
+inline int faultsScale() {
+    const char* text = std::getenv("FSCANNER_FAULTS_SCALE");
+    return text && std::atoi(text) > 0 ? std::atoi(text) : 1;
+}
+
+}  // namespace fscanner
