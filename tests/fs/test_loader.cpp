@@ -20,6 +20,7 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/plugin_library.h"
+#include "support/child_process.h"
 #include "support/environment.h"
 #include "support/temporary_directory.h"
 
@@ -159,8 +160,13 @@ TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
     configure(directory_ / "home");
     EXPECT_THAT(logOfLoading("absent"), HasSubstr("(the file: No such file or directory)"));
     writeWholeFile(directory_ / "home/text.so", "no library");
-    EXPECT_THAT(logOfLoading("text"), HasSubstr("/text.so' (" + (directory_ / "home").string()));
+    EXPECT_THAT(logOfLoading("text"),
+                HasSubstr("/text.so' (the file is no library, or not all of one"));
     EXPECT_EQ(load(std::string(2000, 'x').c_str()), nullptr);
+    EXPECT_EQ(load(""), nullptr);
+    EXPECT_EQ(load(".."), nullptr);
+    // Whatever way leads to it, the rules are those for where it really lies.
+    EXPECT_NE(load("../home/test_provider"), nullptr);
 
     Dl_info library;
     double (*function)(double) = std::cos;
@@ -173,6 +179,31 @@ TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
     EXPECT_NE(loadLibraryAndFactory("test_provider", &config_, createProviderSymbol, &handle),
               nullptr);
     EXPECT_NE(handle, nullptr);
+}
+
+// The system's loader maps what the headers promise, and dies where the file ends.
+TEST_F(Plugins, ThatAreCutOrDamagedAreRefused) {
+    installTestProvider();
+    const std::string file = directory_ / "home/test_provider.so";
+    const std::string whole = readWholeFile(file);
+    const auto refused = [&](const std::string& bytes) {
+        writeWholeFile(file, bytes);
+        return inChild([&] { return load("test_provider") == nullptr ? 1 : 0; });
+    };
+    for (std::size_t sixteenth = 0; sixteenth < 16; ++sixteenth)
+        EXPECT_EQ(refused(whole.substr(0, whole.size() * sixteenth / 16)), 1) << sixteenth;
+    for (const std::size_t length :
+         {std::size_t{1}, std::size_t{63}, std::size_t{64}, std::size_t{119}, std::size_t{4095},
+          std::size_t{4096}, whole.size() - 65})
+        EXPECT_EQ(refused(whole.substr(0, length)), 1) << length;
+    EXPECT_EQ(refused(std::string(65536, '\0')), 1);
+    // The offset and the size in the file of the first segment's header.
+    for (const std::size_t at : {72, 96}) {
+        std::string damaged = whole;
+        damaged.replace(at, 8, std::string(7, '\xff') + "\x7f");
+        EXPECT_EQ(refused(damaged), 1) << at;
+    }
+    EXPECT_EQ(refused(whole), 0);
 }
 
 TEST_F(Plugins, CannotThrowIntoTheHost) {

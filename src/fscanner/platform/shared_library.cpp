@@ -1,13 +1,21 @@
 #include "fscanner/platform/shared_library.h"
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <fcntl.h>
+#include <link.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
+
+#include "fscanner/platform/descriptor.h"
 
 namespace fscanner {
 
@@ -40,6 +48,37 @@ std::string brokenRule(const std::string& path, const char* what, mode_t type) {
     return {};
 }
 
+// ---- Is all of it there? ----------------------------------------------------
+
+bool readAt(const Descriptor& file, std::uint64_t offset, void* out, std::size_t size) {
+    return offset <= INT64_MAX &&
+           ::pread(file.get(), out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
+bool lies(std::uint64_t offset, std::uint64_t length, std::uint64_t fileSize) {
+    return offset <= fileSize && length <= fileSize - offset;
+}
+
+// The loader maps what the headers promise without a look at the file's length, and the
+// first touch behind the end kills the process.
+bool isWholeLibrary(const Descriptor& file) {
+    struct stat info;
+    ElfW(Ehdr) header;
+    if (!file || ::fstat(file.get(), &info) != 0 || !readAt(file, 0, &header, sizeof header) ||
+        std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0)
+        return false;
+    const auto size = static_cast<std::uint64_t>(info.st_size);
+    // The sections' table stands last, behind what the segments need.
+    if (!lies(header.e_shoff, std::uint64_t{header.e_shnum} * header.e_shentsize, size))
+        return false;
+    if (header.e_phentsize != sizeof(ElfW(Phdr))) return false;
+    std::vector<ElfW(Phdr)> segments(header.e_phnum);
+    return readAt(file, header.e_phoff, segments.data(), segments.size() * sizeof(ElfW(Phdr))) &&
+           std::all_of(segments.begin(), segments.end(), [size](const ElfW(Phdr) & segment) {
+               return lies(segment.p_offset, segment.p_filesz, size);
+           });
+}
+
 }  // namespace
 
 std::string ownLibraryDirectory() {
@@ -50,6 +89,10 @@ std::string ownLibraryDirectory() {
 }
 
 void* openLibrary(const char* path, std::string& error) {
+    if (!isWholeLibrary(Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)))) {
+        error = "the file is no library, or not all of one";
+        return nullptr;
+    }
     void* library = ::dlopen(path, RTLD_NOW);
     if (library == nullptr) error = ::dlerror();
     return library;
