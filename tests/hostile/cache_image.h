@@ -16,6 +16,8 @@ inline constexpr std::array<const char*, 12> kCacheFiles = {
     "files.dat",          "files.pxx",        "files_idx.dat",     "dirs_ID.idx",
     "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx", "dirs_PARENTID.idx"};
 inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 7;
+/// The query that goes by the index of names.
+inline constexpr std::size_t kExactName = 3;
 
 /// A small tree with a good cache of it, which is put back before each damage, and
 /// queries whose answers never change.
@@ -99,7 +101,7 @@ private:
             const auto length = static_cast<std::size_t>(file.gcount());
             if (bytes.compare(at, block.size(), std::string_view(block.data(), length)) != 0)
                 return false;
-            if (at + length == bytes.size()) return file.peek() == EOF;
+            if (at + length == bytes.size()) return file.get() == EOF;
         }
         return false;
     }
@@ -107,7 +109,8 @@ private:
     void plantFiles(int count) const {
         for (int i = 0; i < count; ++i) {
             const std::string directory = "d" + std::to_string(i % 5) + (i % 3 ? "/e/" : "/");
-            tree.file(directory + std::string(100, 'n') + std::to_string(i), i % 50);
+            tree.file(directory + std::string(100, 'n') + std::to_string(i),
+                      static_cast<std::size_t>(i % 50));
         }
     }
     void addQuery(const std::string& below, const std::wstring& criteria) {

@@ -103,6 +103,7 @@ private:
     enum class Directory { accepted, refused, missing };
 
     int take(bool matched);
+    static int interrupted();
     Directory enter(unsigned pathId);
     bool accepts(const wchar_t* directory);
     int coveringPair(const wchar_t* directory) const;
@@ -160,6 +161,8 @@ int Extraction::take(bool matched) {
     RecordSet& files = store_.filesRecords();
     const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
     if (!matched && directory == Directory::refused) return FS_CACHE_SUCCESS;
+    // The command "path" would only fail to match, and the file be missed in silence.
+    if (!matched && directory == Directory::missing) return interrupted();
     if (!matched && evaluator_.check(request_.caseSensitive) <= 0) {
         if (evaluator_.failedOnRecord()) noteUndecided();
         return FS_CACHE_SUCCESS;
@@ -169,14 +172,16 @@ int Extraction::take(bool matched) {
         debug("FS_Cache::extractResults - timed out!\n");
         return FS_CACHE_QUERY_TIMED_OUT;
     }
-    if (directory == Directory::missing) {
-        debug("FS_Cache::extractResults - findPathById() failed! extract interrupted!\n");
-        return FS_CACHE_UNUSABLE;
-    }
+    if (directory == Directory::missing) return interrupted();
     if (directory == Directory::accepted)
         writer_.addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
                           files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
     return FS_CACHE_SUCCESS;
+}
+
+int Extraction::interrupted() {
+    debug("FS_Cache::extractResults - findPathById() failed! extract interrupted!\n");
+    return FS_CACHE_UNUSABLE;
 }
 
 // Decided once for a run of files of one directory.
