@@ -1,0 +1,222 @@
+// Names of any bytes, in locales that read them differently: each is found once, comes
+// back as its bytes, and is nothing but a name to the program that tells types.
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <random>
+#include <set>
+
+#include "fs/result_file_support.h"
+#include "hostile/cache_image.h"
+#include "hostile/scale.h"
+#include "support/environment.h"
+#include "support/scoped_locale.h"
+
+namespace fscanner {
+namespace {
+
+constexpr const char* kLatin = "fs_LATIN.ISO-8859-1";
+
+/// The locales of this test: "C", "C.UTF-8", and one of single bytes that is made.
+class NameLocales : public testing::TestWithParam<const char*> {
+protected:
+    static void SetUpTestSuite() {
+        directory_ = std::make_unique<TemporaryDirectory>();
+        const std::string made = *directory_ / kLatin;
+        built_ =
+            std::system(
+                ("localedef -i en_US -f ISO-8859-1 '" + made + "' >/dev/null 2>&1").c_str()) == 0;
+    }
+    static void TearDownTestSuite() { directory_.reset(); }
+
+    NameLocales() {
+        if (GetParam() == kLatin) path_.set(directory_->path());
+        locale_ = std::make_unique<ScopedLocale>(GetParam());
+    }
+    void SetUp() override {
+        if (!locale_->available()) GTEST_SKIP() << "no locale " << GetParam() << " here";
+    }
+
+    // Sorted; fails where one comes twice or changes on its way.
+    void expectFound(const FsQuery& query, std::vector<std::string> expected);
+
+    EnvironmentVariable path_{"LOCPATH"};
+    std::unique_ptr<ScopedLocale> locale_;
+    CacheUser cache_;
+    ResultDirectory results_;
+
+private:
+    inline static std::unique_ptr<TemporaryDirectory> directory_;
+    inline static int built_ = -1;
+};
+INSTANTIATE_TEST_SUITE_P(Locales, NameLocales, testing::Values("C", "C.UTF-8", kLatin),
+                         [](const auto& locale) {
+                             std::string name = locale.param;
+                             std::erase_if(name, [](char c) { return !std::isalnum(c); });
+                             return name;
+                         });
+
+std::vector<std::string> throughARecordFile(const CollectingWriter& found, bool sorted) {
+    FsResultSet_OnFile results;
+    for (const FsFileInfo& record : found.records) results.getWriter()->addRecord(record);
+    const std::unique_ptr<FsResultSetReader> reader(results.getReader());
+    if (sorted) reader->sort(3, 2, true);
+    std::vector<std::string> paths;
+    reader->moveFirst();
+    for (FsFileInfo record; reader->getNext(record);)
+        paths.push_back(toMultibyte(std::wstring(record.getPath()) + record.getName()));
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+void NameLocales::expectFound(const FsQuery& query, std::vector<std::string> expected) {
+    std::sort(expected.begin(), expected.end());
+    CollectingWriter direct, built, cached;
+    EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
+    EXPECT_EQ(cache_.query(built, query, 0U - 10), 0);
+    EXPECT_EQ(cache_.query(cached, query), 0);
+    EXPECT_TRUE(direct.sorted() == expected) << "by a scan";
+    EXPECT_TRUE(built.sorted() == expected) << "from a new cache";
+    EXPECT_TRUE(cached.sorted() == expected) << "from the cache";
+    for (const bool sorted : {false, true})
+        EXPECT_TRUE(throughARecordFile(direct, sorted) == expected) << "from a record file";
+}
+
+/// Bytes of several kinds: any, those that UTF-8 is made of, and those that patterns,
+/// shells and the criteria language give a meaning.
+std::string randomName(std::mt19937& random) {
+    static const std::vector<std::string> pieces = {"\xc3\xa4",
+                                                    "\xe2\x82\xac",
+                                                    "\xf0\x9f\x98\x80",
+                                                    "\xed\xb2\x80",
+                                                    "\xf4\x90\x80\x80",
+                                                    "\xc3",
+                                                    "\xff",
+                                                    "*",
+                                                    "?",
+                                                    "\"",
+                                                    "'",
+                                                    "\\",
+                                                    "$(",
+                                                    "`",
+                                                    "\n",
+                                                    "\t",
+                                                    " ",
+                                                    "-",
+                                                    "[",
+                                                    "]",
+                                                    ":",
+                                                    "::",
+                                                    "%n",
+                                                    "a",
+                                                    "A",
+                                                    ".",
+                                                    "\xc4\xb0",
+                                                    "\x1b[",
+                                                    "\xe4"};
+    const std::size_t length = 1 + random() % (random() % 8 ? 40 : 255);
+    const auto kind = random() % 4;
+    std::string name;
+    while (name.size() < length) {
+        if (kind < 2) {
+            name += pieces[random() % pieces.size()];
+        } else {
+            name += static_cast<char>(kind == 2 ? random() % 256 : 128 + random() % 128);
+        }
+    }
+    name.resize(length);
+    for (char& c : name)
+        if (c == '/' || c == '\0') c = '_';
+    return name == "." || name == ".." ? "dots" : name;
+}
+
+TEST_P(NameLocales, EachIsFoundOnceAndComesBackAsItsBytes) {
+    std::mt19937 random(19);
+    const TempTree tree(memoryDirectory());
+    const int count = 10000;
+    std::set<std::string> paths;
+    std::string directory = tree.path();
+    for (int i = 0; i < count; ++i) {
+        if (i % 100 == 0) {
+            // Directories of such names too, at two levels.
+            directory = (i % 200 ? directory : tree.path()) + "/" + randomName(random);
+            std::filesystem::create_directory(directory);
+        }
+        const std::string path = directory + "/" + randomName(random);
+        if (std::filesystem::exists(std::filesystem::symlink_status(path))) continue;
+        writeWholeFile(path, "");
+        paths.insert(path);
+    }
+    ASSERT_GT(paths.size(), 9000U);
+    FsQuery query;
+    query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+    expectFound(query, {paths.begin(), paths.end()});
+
+    // By its own name, through the index; where the language can write it.
+    for (auto path = paths.begin(); path != paths.end(); ++path) {
+        const std::size_t slash = path->rfind('/');
+        const std::wstring name = toWide(path->substr(slash + 1));
+        if (random() % 50 || name.find_first_of(L"\"*?") != name.npos) continue;
+        query.setQuery((L"[FILENAME]==\"" + name + L"\"").c_str());
+        CollectingWriter direct, cached;
+        EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
+        EXPECT_EQ(cache_.query(cached, query), 0);
+        // A name that holds a wildcard matches as a pattern does; the index leads past it.
+        EXPECT_THAT(cached.paths, testing::Contains(*path));
+        EXPECT_THAT(direct.paths, testing::IsSupersetOf(cached.paths)) << *path;
+    }
+}
+
+TEST_P(NameLocales, HostileOnesAreNamesToTheTypeCheck) {
+    const std::vector<std::string> names = {"$(touch pwned)",
+                                            "`touch pwned`",
+                                            "\"; touch pwned; \"",
+                                            "'; touch pwned; '",
+                                            "a\nb",
+                                            "\n",
+                                            "-m",
+                                            "--help",
+                                            "-f",
+                                            "--",
+                                            "tab\there",
+                                            " blank ",
+                                            "caf\xe9",
+                                            "\xc3\xa9",
+                                            "\xff\xfe",
+                                            "%s%n",
+                                            "colon: PDF document",
+                                            ".hidden",
+                                            "..double",
+                                            "back\\slash",
+                                            "\x1b[31m",
+                                            "|touch pwned",
+                                            "@file",
+                                            std::string(255, 'x')};
+    ASSERT_EQ(names.size(), 24U);
+    const TempTree tree;
+    const TempTree elsewhere;
+    std::vector<std::string> pdfs;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        // In a directory of such a name, and beside it.
+        const std::string directory = tree.path(names[i].substr(0, 200) + ".d");
+        std::filesystem::create_directory(directory);
+        for (const std::string& place : {tree.path(), directory}) {
+            writeWholeFile(place + "/" + names[i], i % 2 ? "%PDF-1.4\n" : "plain text\n");
+            if (i % 2) pdfs.push_back(place + "/" + names[i]);
+        }
+    }
+    FsQuery query;
+    query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+    query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(elsewhere.path());
+    expectFound(query, pdfs);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(std::filesystem::is_empty(elsewhere.path())) << "something was executed";
+    EXPECT_FALSE(std::filesystem::exists(tree.path("pwned")));
+}
+
+}  // namespace
+}  // namespace fscanner
