@@ -35,7 +35,11 @@ public:
     void line(std::string_view text) {
         ++number_;
         if (text.empty() || text[0] == '#') return;
-        const char* wrong = text[0] == '[' ? section(text) : setting(text);
+        const bool opens = text[0] == '[';
+        if (opens) section_.clear();
+        const char* wrong = text.find('\0') != text.npos ? "a zero byte"
+                            : opens                      ? section(text)
+                                                         : setting(text);
         if (wrong != nullptr && settings_.error.empty())
             settings_.error = path_ + ":" + std::to_string(number_) + ": " + wrong;
     }
@@ -44,7 +48,6 @@ public:
 private:
     // Each returns what is wrong with the line, or null.
     const char* section(std::string_view text) {
-        section_.clear();
         if (text.back() != ']') return "a section has no \"]\" at its end";
         section_ = trimmed(text.substr(1, text.size() - 2));
         return section_.empty() ? "a section has no name" : nullptr;
