@@ -16,6 +16,7 @@
 #include "messages.h"
 #include "options.h"
 #include "output.h"
+#include "size_text.h"
 #include "text.h"
 
 namespace fscan {
@@ -121,21 +122,22 @@ std::uintmax_t sizeOf(const std::vector<fs::path>& files) {
 void writePlace(const CachePlace& place, std::uintmax_t size, Output& out) {
     out.write("directory:  ");
     out.writeForeign(toBytes(place.directory));
-    out.write(fmt::format("\nsize:       {} bytes\n", size));
+    out.write(fmt::format("\nsize:       {}\n", sizeText(size)));
 }
 
 void writeTree(const fscanner::FsCachedTree& tree, Output& out) {
     const long long age = std::max(0LL, static_cast<long long>(std::time(nullptr)) - tree.builtAt);
-    out.write("tree:       ");
+    const std::string ageText = durationText(static_cast<unsigned long long>(age));
+    out.write(fmt::format("{:>8} {:>11} {:>11}  ", ageText, tree.files, tree.directories));
     out.writeForeign(toBytes(tree.path));
-    out.write(fmt::format("  ({} files, {} directories, {} old)\n", tree.files, tree.directories,
-                          durationText(static_cast<unsigned long long>(age))));
+    out.write("\n");
 }
 
 void writeReport(const fscanner::FsCacheReport& report, Output& out) {
     const unsigned long long all = report.records + report.removedRecords;
-    out.write(fmt::format("records:    {}, {} more removed ({} %)\n", report.records,
+    out.write(fmt::format("records:    {}, and {} removed ones ({} %)\n", report.records,
                           report.removedRecords, all > 0 ? report.removedRecords * 100 / all : 0));
+    if (!report.trees.empty()) out.write("\n     age       files directories  tree\n");
     for (const fscanner::FsCachedTree& tree : report.trees) writeTree(tree, out);
 }
 
@@ -157,8 +159,8 @@ int showCacheStatus(const Options& options, Output& out) {
     writePlace(place, sizeOf(files), out);
     const bool marked = place.isMarked();
     out.write(fmt::format(
-        "marked:     {}\n",
-        marked ? "yes, its last use was interrupted: the next search makes it anew" : "no"));
+        "state:      {}\n",
+        marked ? "its last use was interrupted: the next search makes it anew" : "good"));
     // Opening a marked cache is refused anyway.
     if (marked) return STATUS_FOUND;
     fscanner::FsCacheReport report;
@@ -166,7 +168,7 @@ int showCacheStatus(const Options& options, Output& out) {
     if (opened && locked.get()->report(report))
         writeReport(report, out);
     else
-        out.write("unreadable: the next search makes it anew\n");
+        out.write("records:    unreadable: the next search makes it anew\n");
     if (opened) locked.get()->close();
     return STATUS_FOUND;
 }
@@ -188,7 +190,7 @@ int compactCache(const Options& options, Output& out) {
         return STATUS_FAILURE;
     }
     const std::uintmax_t after = sizeOf(cacheFiles(place));
-    out.write(fmt::format("{} bytes before, {} after\n", before, after));
+    out.write(fmt::format("{} before, {} after\n", sizeText(before), sizeText(after)));
     return STATUS_FOUND;
 }
 

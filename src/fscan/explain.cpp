@@ -109,7 +109,8 @@ void writeCriteria(const Asking& asking, const fscanner::FsCriteriaReport& crite
 
 }  // namespace
 
-int explainQuery(const Asking& asking, const fscanner::FsQuery& query, Output& out) {
+int explainQuery(const Asking& asking, const fscanner::FsQuery& query, bool withCriteria,
+                 Output& out) {
     FsQueryReport report;
     int status = 0;
     if (!makeReport(asking, query, report, status)) {
@@ -119,7 +120,7 @@ int explainQuery(const Asking& asking, const fscanner::FsQuery& query, Output& o
     for (const FsPlanStep& step : report.steps) writeStep(asking, step, out);
     for (const std::wstring& path : report.unresolved)
         writeLine("on no drive that is searched: ", path, out);
-    writeCriteria(asking, report.criteria, out);
+    if (withCriteria) writeCriteria(asking, report.criteria, out);
     return STATUS_FOUND;
 }
 

@@ -9,7 +9,9 @@ namespace fscan {
 struct Asking;
 class Output;
 
-/// Prints how the query would be run. The exit status.
-int explainQuery(const Asking& asking, const fscanner::FsQuery& query, Output& out);
+/// Prints how the query would be run; its criteria only where they are wanted. The exit
+/// status.
+int explainQuery(const Asking& asking, const fscanner::FsQuery& query, bool withCriteria,
+                 Output& out);
 
 }  // namespace fscan

@@ -97,7 +97,8 @@ int explainRoots(const Search& search, Output& out) {
     for (const SearchRoot& root : search.roots.roots) {
         if (&root != &search.roots.roots.front()) out.write("\n");
         setSearchedPath(search.options, root, search.query);
-        status = std::max(status, explainQuery(search.asking, search.query, out));
+        const bool last = &root == &search.roots.roots.back();
+        status = std::max(status, explainQuery(search.asking, search.query, last, out));
     }
     return status;
 }
