@@ -57,7 +57,7 @@ _fscan_path() {
 # _fscan_argument VALUE: completes what an option takes.
 _fscan_argument() {
     case $1 in
-        *'|'*) _fscan_matching "$cur" <<<"${1//|/$'\n'}" ;;
+        [a-z]*) _fscan_matching "$cur" <<<"${1//|/$'\n'}" ;;
         CRITERIA) _fscan_criteria ;;
         PATH | DIR) _fscan_path ;;
         TYPE) _fscan_matching "$cur" < <(sed 's/.*\t//' /proc/filesystems) ;;

@@ -48,7 +48,7 @@ fscan --list-words 2>/dev/null | while read -d \t kind names value help
     end
     switch $value
         case -
-        case '*|*'
+        case (string match -r '^[a-z|]+$' -- $value)
             set -a option -x -a (string replace -a '|' ' ' -- $value)
         case CRITERIA
             set -a option -x -a '(__fscan_criteria)'

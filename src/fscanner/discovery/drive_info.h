@@ -24,6 +24,7 @@ enum DriveGroup : unsigned {
 class FSCANNER_EXPORT DriveInfo {
 public:
     DriveInfo() = default;
+    /// Copies of a drive have their own texts; one that is moved from has none.
     DriveInfo(const wchar_t* name, DriveType type, const wchar_t* fileSystem);
     DriveInfo(const DriveInfo& other);
     DriveInfo(DriveInfo&& other) noexcept;
@@ -31,6 +32,7 @@ public:
     DriveInfo& operator=(DriveInfo&& other) noexcept;
     ~DriveInfo();
 
+    /// The name and the file-system type belong to the object; null when not set.
     const wchar_t* getName() const { return name_; }
     const wchar_t* getFileSystem() const { return fileSystem_; }
     DriveType getType() const { return type_; }

@@ -8,6 +8,7 @@ namespace fscanner {
 class FSCANNER_EXPORT FileSystemInfo {
 public:
     FileSystemInfo() = default;
+    /// Copies have their own text; one that is moved from has none.
     explicit FileSystemInfo(const wchar_t* name);
     FileSystemInfo(const FileSystemInfo& other);
     FileSystemInfo(FileSystemInfo&& other) noexcept;

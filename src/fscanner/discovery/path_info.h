@@ -9,6 +9,7 @@ namespace fscanner {
 class FSCANNER_EXPORT PathInfo {
 public:
     PathInfo() = default;
+    /// Copies have their own text; one that is moved from has none.
     PathInfo(const wchar_t* pathName, bool recursive);
     PathInfo(const PathInfo& other);
     PathInfo(PathInfo&& other) noexcept;

@@ -35,16 +35,17 @@ enum FsCacheStatus : int {
 
 /// One tree that a cache holds.
 struct FSCANNER_EXPORT FsCachedTree {
-    std::wstring path;
+    std::wstring path;      ///< where the tree begins
     long long builtAt = 0;  ///< seconds since the epoch
+    /// How many records the tree has of each kind.
     unsigned long long files = 0;
     unsigned long long directories = 0;
 };
 
 /// What a cache holds.
 struct FSCANNER_EXPORT FsCacheReport {
-    std::vector<FsCachedTree> trees;  ///< by path
-    unsigned long long records = 0;
+    std::vector<FsCachedTree> trees;        ///< by path
+    unsigned long long records = 0;         ///< of files and directories
     unsigned long long removedRecords = 0;  ///< that still take space until `compact`
 };
 

@@ -20,9 +20,10 @@ FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory);
 /// besides the files: the encoding of numbers, the locale's idea of characters, and
 /// whether large files are examined.
 struct FSCANNER_EXPORT FsCacheTableNames {
-    std::wstring directories;
-    std::wstring files;
+    std::wstring directories;  ///< of the table of directories
+    std::wstring files;        ///< of the table of files
 };
+/// The names for the locale and the large-file support in force.
 FSCANNER_EXPORT FsCacheTableNames fsCacheTableNames(bool compressed);
 
 }  // namespace fscanner

@@ -22,12 +22,12 @@ enum class FsSearchWay {
 
 /// One (path, drive) pair of a plan.
 struct FSCANNER_EXPORT FsPlanStep {
-    std::wstring path;
-    bool recursive = false;
-    std::wstring mountPoint;  ///< of the drive that the path lies on
-    std::wstring fileSystem;
-    DriveType type = DRIVE_UNKNOWN;
-    FsSearchWay way = FsSearchWay::direct;
+    std::wstring path;                      ///< absolute, without links
+    bool recursive = false;                 ///< with the subtree, or the directory itself only
+    std::wstring mountPoint;                ///< of the drive that the path lies on
+    std::wstring fileSystem;                ///< of that drive
+    DriveType type = DRIVE_UNKNOWN;         ///< of that drive
+    FsSearchWay way = FsSearchWay::direct;  ///< how it would be searched
     bool inCache = false;                   ///< a built tree of this path is in the cache
     unsigned ageSeconds = 0;                ///< its age
     std::vector<std::wstring> exclusions;   ///< paths inside it that the query leaves out

@@ -33,6 +33,7 @@ enum FsFileAttribute : unsigned {
 class FSCANNER_EXPORT FsFileInfo {
 public:
     FsFileInfo();
+    /// Copies have their own texts, and know what the other knows of the file.
     FsFileInfo(const FsFileInfo& other);
     FsFileInfo(FsFileInfo&& other) noexcept;
     FsFileInfo& operator=(const FsFileInfo& other);

@@ -17,7 +17,7 @@ FSCANNER_EXPORT bool fsListDrives(std::vector<DriveInfo>& drives);
 
 /// What the library makes of a criteria text.
 struct FSCANNER_EXPORT FsCriteriaReport {
-    bool compiles = false;
+    bool compiles = false;             ///< whether it can be searched with
     std::string error;                 ///< what is wrong, in one line; empty when it compiles
     unsigned position = 0;             ///< where: index into the text, in characters
     std::wstring tree;                 ///< the compiled tree, in one line

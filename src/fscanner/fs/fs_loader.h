@@ -16,6 +16,7 @@ class FsProvider;
 /// The plug-in must not keep `config`.
 class FSCANNER_EXPORT FsLoader {
 public:
+    /// The plug-in's provider, or its monitor; see above.
     static FsProvider* loadFsProvider(const char* baseName, const FsConfig* config);
     static FsMonitor* loadFsMonitor(const char* baseName, const FsConfig* config);
 };

@@ -20,6 +20,7 @@ namespace fscanner {
 /// safe there (and must not remove registrations, which frees memory).
 class FSCANNER_EXPORT FsResourceManager {
 public:
+    /// Gets the code of `invokeCleanupHandlers` and what it was registered with.
     using Handler = void (*)(int code, void* context);
 
     /// The one registry, made at the first call. At process exit it forgets all

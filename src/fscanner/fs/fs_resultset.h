@@ -9,13 +9,14 @@ class FsFileInfo;
 /// The channel between a query engine, which writes the files that it finds, and
 /// the host, which reads them. One thread at a time. Nothing here throws.
 
-/// Sort keys and directions of `FsResultSetReader::sort`.
+/// Keys of `FsResultSetReader::sort`.
 enum FsSortKey : unsigned {
     FS_SORT_PATH = 1,
     FS_SORT_NAME = 2,
     FS_SORT_PATHNAME = 3,
     FS_SORT_SIZE = 4
 };
+/// Directions of `FsResultSetReader::sort`.
 enum FsSortDirection : unsigned { FS_SORT_ASCENDING = 1, FS_SORT_DESCENDING = 2 };
 
 /// Takes records. A host may derive from it to receive matches as they are found.

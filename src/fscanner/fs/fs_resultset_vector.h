@@ -12,6 +12,7 @@ namespace fscanner {
 /// Appends records to a store that somebody else owns.
 class FSCANNER_EXPORT FsResultSetWriter_OnVector : public FsResultSetWriter {
 public:
+    /// The store has to outlive the writer.
     explicit FsResultSetWriter_OnVector(std::vector<FsFileInfo>* records) : records_(records) {}
     int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
                   unsigned attributes) override;
@@ -26,6 +27,7 @@ private:
 /// Deliberately has no sorting and no bookmark.
 class FSCANNER_EXPORT FsResultSetReader_OnVector : public FsResultSetReader {
 public:
+    /// Null stands for no records.
     explicit FsResultSetReader_OnVector(std::unique_ptr<std::vector<FsFileInfo>> records);
     ~FsResultSetReader_OnVector() override;
     void moveFirst() override { cursor_ = 0; }
