@@ -15,7 +15,8 @@ int fpPathCommand::execute(const ExpValue&, const ExpValue&, ExpValue& result) {
     resetExpValue(STRING, result);
     if (!file_) return 0;
     const HeapText path(getFullPathName(file_->getPath(), file_->getName()));
-    if (path) result.setStringValue(path.get());
+    if (!path) return 1;
+    result.setStringValue(path.get());
     return 0;
 }
 

@@ -1,6 +1,7 @@
 #include "fscanner/engine/fsbuild.h"
 
 #include <cerrno>
+#include <new>
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -50,9 +51,12 @@ void DirectSink::file(WalkEntry& entry) {
 void DirectSink::begin(const WalkEntry& entry) {
     record_.forgetInfo();
     record_.setFileName(entry.name().c_str());
-    if (entry.directoryNumber() == directoryNumber_) return;
-    directoryNumber_ = entry.directoryNumber();
-    record_.setFilePath(entry.directory().c_str());
+    if (entry.directoryNumber() != directoryNumber_) {
+        directoryNumber_ = entry.directoryNumber();
+        record_.setFilePath(entry.directory().c_str());
+    }
+    // A record that lost its name would be tested as another file.
+    if (record_.hasError()) throw std::bad_alloc();
 }
 
 void DirectSink::fill(WalkEntry& entry) {

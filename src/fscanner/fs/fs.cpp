@@ -23,6 +23,7 @@ FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minut
     return behindWall("::fsExecuteQuery", [&]() -> FsResultSetReader* {
         ResultSet results;
         FsResultSetWriter* writer = results.getWriter();
+        if (writer == nullptr) return nullptr;
         // Unsigned: large limits wrap.
         const unsigned age = static_cast<unsigned>(minutes) * 60;
         const unsigned timeout = static_cast<unsigned>(seconds) * 1000;

@@ -80,6 +80,7 @@ int FsResultSetWriter_OnFile::addRecord(const wchar_t* path, const wchar_t* name
     record.setFileName(name);
     record.setFileSize(size);
     record.setFileAttr(attributes);
+    if (record.hasError()) return -1;  // no memory for a text
     return FsResultSetWriter_OnFile::addRecord(record);
 }
 

@@ -77,12 +77,13 @@ Field& Field::operator=(const Field& other) {
 bool Field::setName(const wchar_t* name) {
     if (!name) return false;
     const std::size_t room = std::wcslen(name) + 1;
-    std::unique_ptr<wchar_t[]> copy(new (std::nothrow) wchar_t[room]);
-    if (copy) std::wmemcpy(copy.get(), name, room);
-    const bool renamed = name_ && (!copy || std::wcscmp(name_.get(), copy.get()) != 0);
+    // A schema without one of its names would be another schema.
+    auto copy = std::make_unique<wchar_t[]>(room);
+    std::wmemcpy(copy.get(), name, room);
+    const bool renamed = name_ && std::wcscmp(name_.get(), copy.get()) != 0;
     if (renamed) renameCount.fetch_add(1, std::memory_order_relaxed);
     name_ = std::move(copy);
-    return name_ != nullptr;
+    return true;
 }
 
 std::uint64_t Field::renames() {

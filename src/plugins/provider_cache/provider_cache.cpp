@@ -3,6 +3,7 @@
 // order in which a cache is used.
 
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -66,13 +67,20 @@ public:
 
     const char* name() const override { return "provider_cache"; }
     int lastStatus() const override { return lastStatus_; }
-    bool setOption(const char* key, const char* value) override { return set(key, value); }
+    bool setOption(const char* key, const char* value) override {
+        try {
+            return set(key, value);
+        } catch (const std::exception&) {
+            return false;
+        }
+    }
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                      unsigned timeout) override;
 
 private:
     bool set(const char* key, const char* value);
     bool prepareDirectory();
+    int ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge, unsigned timeout);
     int runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
                 unsigned maximumAge, unsigned timeout);
 
@@ -95,19 +103,30 @@ bool CacheProvider::prepareDirectory() {
     return fsPrepareCacheDirectory(directory_.c_str());
 }
 
-// A cache that turned out damaged before it gave an answer is made anew once: it is
-// marked by then, and opening it always makes it.
+// A host need not know how its provider was built: nothing is thrown at it.
 int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
                                 unsigned maximumAge, unsigned timeout) {
     lastStatus_ = FS_CACHE_FAILURE;
-    if (!prepareDirectory()) return lastStatus_;
+    try {
+        lastStatus_ = ask(writer, query, maximumAge, timeout);
+    } catch (const std::exception&) {
+        // The cache's object went with the exception, and gave up its locks.
+    }
+    return lastStatus_;
+}
+
+// A cache that turned out damaged before it gave an answer is made anew once: it is
+// marked by then, and opening it always makes it.
+int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
+                       unsigned timeout) {
+    if (!prepareDirectory()) return FS_CACHE_FAILURE;
     // Results in memory are what a host asks for that repeats its queries.
     const bool keepsPlan = dynamic_cast<FsResultSetWriter_OnVector*>(&writer) != nullptr;
     WatchedWriter watched(writer);
-    lastStatus_ = runOnce(watched, keepsPlan, query, maximumAge, timeout);
-    if (lastStatus_ == FS_CACHE_UNUSABLE && !watched.written())
-        lastStatus_ = runOnce(watched, keepsPlan, query, maximumAge, timeout);
-    return lastStatus_;
+    int status = runOnce(watched, keepsPlan, query, maximumAge, timeout);
+    if (status == FS_CACHE_UNUSABLE && !watched.written())
+        status = runOnce(watched, keepsPlan, query, maximumAge, timeout);
+    return status;
 }
 
 int CacheProvider::runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
