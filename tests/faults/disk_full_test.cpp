@@ -1,0 +1,132 @@
+// Disks of many sizes fill up: a code, no signal, and all is well once there is space.
+
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "host.h"
+
+namespace fscanner {
+namespace {
+
+enum Outcome : int { kWhole = 10, kTold, kSilentlyWrong, kNextFailed, kNextWrong, kNoMount };
+
+constexpr unsigned kKiB = 1024;
+
+// A host whose cache, and temporary files, lie on a disk of its own.
+class SmallDisk {
+public:
+    explicit SmallDisk(const FaultHost& host) : host_(host), right_(host.truth()) {}
+
+    bool mount(const std::string& options) {
+        host_.forget();
+        return enterPrivateMounts() &&
+               ::mount("none", host_.place.path().c_str(), "tmpfs", 0, options.c_str()) == 0 &&
+               makeDirectories();
+    }
+    void resize(const std::string& options) const {
+        ::mount("none", host_.place.path().c_str(), "tmpfs", MS_REMOUNT, options.c_str());
+    }
+    // Leaves as much room as this, in KiB.
+    void fillBut(unsigned room) const {
+        std::error_code ignored;
+        const auto space = std::filesystem::space(host_.place.path(), ignored).available;
+        if (space > room * kKiB) host_.place.file("ballast", space - room * kKiB);
+    }
+    void empty() const { std::filesystem::remove(host_.place.path("ballast")); }
+
+    // Both kinds of searches, and a sort; what they claimed.
+    int search(unsigned age) const {
+        const Answer answer = host_.ask(age);
+        if (answer.claimsToBeWhole() && answer.paths != right_) return kSilentlyWrong;
+        const std::size_t kept = searchToFile();
+        if (kept != right_.size() && kept != 0) return kSilentlyWrong;
+        return answer.claimsToBeWhole() && kept ? kWhole : kTold;
+    }
+    int searchWithSpace() const {
+        const Answer next = host_.ask();
+        if (next.status != 0) return kNextFailed;
+        return next.paths == right_ && searchToFile() == right_.size() ? kWhole : kNextWrong;
+    }
+
+private:
+    bool makeDirectories() const {
+        // Lock files are not what is tested: they need a place.
+        host_.place.directory("locks");
+        host_.place.directory("temporary");
+        return true;
+    }
+    std::size_t searchToFile() const {
+        FsQuery query;
+        host_.describe(query);
+        const auto provider = host_.provider();
+        const std::unique_ptr<FsResultSetReader> reader(
+            fsExecuteQuery(provider.get(), query, 1440, 60));
+        if (!reader || provider->lastStatus() != 0) return 0;
+        reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, true);
+        std::size_t count = 0;
+        FsFileInfo record;
+        for (reader->moveFirst(); reader->getNext(record);) ++count;
+        return count;
+    }
+
+    const FaultHost& host_;
+    std::vector<std::string> right_;
+};
+
+struct Case {
+    std::string name;
+    std::string options;  // of the disk at first
+    unsigned room;        // that is left, in KiB, when the cache is there; 0: there is none yet
+};
+
+std::vector<Case> cases() {
+    std::vector<Case> all;
+    const int sizes = 30 * faultScale();
+    const auto size = [&](int i, unsigned most) {
+        return 64 + (most - 64) * static_cast<unsigned>(i) / static_cast<unsigned>(sizes - 1);
+    };
+    for (int i = 0; i < sizes; ++i) {
+        const std::string small = std::to_string(size(i, 2048)) + "k";
+        all.push_back({"new on " + small, "size=" + small, 0});
+        const std::string large = std::to_string(2048 + size(i, 2048)) + "k";
+        all.push_back({"new on " + large, "size=" + large, 0});
+        all.push_back({"rebuilt in " + small, "size=16m", size(i, 2048)});
+    }
+    for (int inodes = 4; inodes < 24; ++inodes)
+        all.push_back({"new with " + std::to_string(inodes) + " names",
+                       "size=16m,nr_inodes=" + std::to_string(inodes), 0});
+    return all;
+}
+
+TEST(DiskFull, IsACodeUntilThereIsSpace) {
+    FaultHost host;
+    host.plant(40, 50);
+    const auto run = [&](const Case& one) {
+        SmallDisk disk(host);
+        if (!disk.mount(one.options)) return +kNoMount;
+        if (one.room) {
+            if (disk.searchWithSpace() != kWhole) return +kNextWrong;
+            disk.fillBut(one.room);
+        }
+        const int outcome = disk.search(one.room ? FaultHost::kNoAge : FaultHost::kAnyAge);
+        if (outcome != kWhole && outcome != kTold) return outcome;
+        disk.empty();
+        disk.resize("size=64m,nr_inodes=1000");
+        const int next = disk.searchWithSpace();
+        return next == kWhole ? outcome : next;
+    };
+    unsigned told = 0;
+    for (const Case& one : cases()) {
+        const int outcome = inChild([&] { return run(one); });
+        if (outcome == kNoMount) GTEST_SKIP() << "no file systems may be mounted here";
+        EXPECT_TRUE(outcome == kWhole || outcome == kTold) << one.name << " gave " << outcome;
+        told += outcome == kTold ? 1 : 0;
+    }
+    EXPECT_GT(told, 30U) << "the disks were not small";
+    std::printf("%zu disks, %u of them too small\n", cases().size(), told);
+}
+
+}  // namespace
+}  // namespace fscanner

@@ -1,0 +1,232 @@
+// Memory runs out at every allocation of compiling, building, searching and sorting: a
+// failure result, never an exception into the host, and the next search is right.
+
+#include <gmock/gmock.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_explain.h"
+#include "fscanner/fs/fs_inspect.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "host.h"
+
+// ---- Allocation that fails when it is told to ----------------------------------
+
+namespace {
+
+bool counting = false;
+bool failOnward = false;
+unsigned allocations = 0;
+unsigned failAt = 0;
+
+bool mustFail() {
+    if (!counting) return false;
+    ++allocations;
+    return allocations == failAt || (failOnward && allocations > failAt);
+}
+
+}  // namespace
+
+#ifdef __SANITIZE_ADDRESS__
+#define FSCANNER_OWN_MALLOC 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FSCANNER_OWN_MALLOC 0
+#endif
+#endif
+
+#if !defined(FSCANNER_OWN_MALLOC) && defined(__GLIBC__)
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+
+void* malloc(std::size_t size) {
+    if (!mustFail()) return __libc_malloc(size);
+    errno = ENOMEM;
+    return nullptr;
+}
+void* calloc(std::size_t count, std::size_t size) {
+    if (!mustFail()) return __libc_calloc(count, size);
+    errno = ENOMEM;
+    return nullptr;
+}
+void* realloc(void* old, std::size_t size) {
+    if (!mustFail()) return __libc_realloc(old, size);
+    errno = ENOMEM;
+    return nullptr;
+}
+}
+#else
+// The sanitizers keep malloc to themselves.
+void* operator new(std::size_t size) {
+    void* const memory = mustFail() ? nullptr : std::malloc(size ? size : 1);
+    if (memory == nullptr) throw std::bad_alloc();
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+#endif
+
+namespace fscanner {
+namespace {
+
+// Takes what is found without any memory of its own.
+class SummingWriter : public FsResultSetWriter {
+public:
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long, unsigned) override {
+        std::uint64_t hash = 14695981039346656037U;
+        for (const wchar_t* text : {path, name})
+            for (; *text; ++text) hash = (hash ^ static_cast<unsigned>(*text)) * 1099511628211U;
+        ++count;
+        sum += hash;
+        return 0;
+    }
+    int addRecord(const FsFileInfo& record) override {
+        return addRecord(record.getPath() ? record.getPath() : L"",
+                         record.getName() ? record.getName() : L"", 0, 0);
+    }
+    int close() override { return 0; }
+    bool operator==(const SummingWriter& other) const {
+        return count == other.count && sum == other.sum;
+    }
+
+    unsigned count = 0;
+    std::uint64_t sum = 0;
+};
+
+struct Result {
+    bool failed = false;  // and says so
+    SummingWriter found = {};
+};
+
+constexpr const wchar_t* kCriteria =
+    L"([FILENAME]==\"name*\" || [SIZE]>100) && !([FILENAME]==\"nowhere\" && [ATTR]+1*2>3)";
+
+struct Scenario {
+    const char* name;
+    bool cold;
+    // The query is the host's, made while there was memory.
+    Result (*act)(FsProvider&, const FsQuery&);
+};
+
+Result askProvider(FsProvider& provider, const FsQuery& query) {
+    Result result;
+    result.failed = provider.executeQuery(result.found, query, FaultHost::kAnyAge, 60000) != 0;
+    return result;
+}
+
+Result rebuild(FsProvider& provider, const FsQuery& query) {
+    Result result;
+    result.failed = provider.executeQuery(result.found, query, FaultHost::kNoAge, 60000) != 0;
+    return result;
+}
+
+Result scan(FsProvider&, const FsQuery& query) {
+    Result result;
+    result.failed = fsScanQuery(result.found, query, 60000) != 0;
+    return result;
+}
+
+// A reader has no status: an empty one is what tells.
+template <auto execute>
+Result searchAndSort(FsProvider& provider, const FsQuery& query) {
+    Result result;
+    const std::unique_ptr<FsResultSetReader> reader(execute(&provider, query, 1440, 60));
+    result.failed = !reader || provider.lastStatus() != 0;
+    if (result.failed) return result;
+    reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, false);
+    counting = false;  // what is lost while it is read is not told
+    FsFileInfo record;
+    for (reader->moveFirst(); reader->getNext(record);) result.found.addRecord(record);
+    result.failed = result.found.count == 0;
+    return result;
+}
+
+Result inspect(FsProvider&, const FsQuery& query) {
+    Result result;
+    FsQueryReport report;
+    const bool explained = fsExplainQuery(query, report);
+    const auto filter = FsRecordFilter::create(query.getQuery(), false);
+    result.failed = !explained || !filter;
+    return result;
+}
+
+const Scenario kScenarios[] = {
+    {"First", true, askProvider},
+    {"Again", false, askProvider},
+    {"Rebuilt", false, rebuild},
+    {"Direct", false, scan},
+    {"File", false, searchAndSort<fsExecuteQuery>},
+    {"Memory", false, searchAndSort<fsExecuteQueryEx>},
+    {"Inspected", false, inspect},
+};
+
+class OutOfMemory : public testing::TestWithParam<Scenario> {
+protected:
+    OutOfMemory() {
+        host.plant(4, 3);
+        host.describe(query, kCriteria);
+    }
+    void prepare() const {
+        if (GetParam().cold) host.forget();
+    }
+    // Whether the allocation was reached.
+    bool check(unsigned at, bool onward) {
+        prepare();
+        const std::string name =
+            "allocation " + std::to_string(at) + (onward ? " and all later ones" : "");
+        allocations = 0;
+        failAt = at;
+        failOnward = onward;
+        Result result;
+        bool thrown = false;
+        counting = true;
+        try {
+            result = GetParam().act(*provider, query);
+        } catch (...) {
+            thrown = true;
+        }
+        counting = false;
+        EXPECT_FALSE(thrown) << name;
+        EXPECT_TRUE(thrown || result.failed || result.found == right.found) << name;
+        const Result next = GetParam().act(*provider, query);
+        EXPECT_FALSE(next.failed) << name;
+        EXPECT_TRUE(next.found == right.found) << name;
+        return allocations >= at;
+    }
+
+    FaultHost host;
+    std::unique_ptr<FsProvider> provider = host.provider();
+    FsQuery query;
+    Result right;
+};
+
+TEST_P(OutOfMemory, IsAResult) {
+    right = GetParam().act(*provider, query);
+    ASSERT_FALSE(right.failed);
+    unsigned points = 0;
+    const unsigned step = static_cast<unsigned>(std::max(1, 10 / faultScale()));
+    for (unsigned at = 1; !HasFailure(); at += at < 40 ? 1 : step) {
+        points += 2;
+        const bool reached = check(at, false);
+        check(at, true);
+        if (!reached) break;
+    }
+    std::printf("%u points\n", points);
+    RecordProperty("points", static_cast<int>(points));
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, OutOfMemory, testing::ValuesIn(kScenarios),
+                         [](const auto& form) { return form.param.name; });
+
+}  // namespace
+}  // namespace fscanner
