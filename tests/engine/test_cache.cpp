@@ -156,6 +156,9 @@ TEST_F(CacheTest, CreationAndItsCodes) {
     EXPECT_EQ(second->create(0, FS_CACHE_OPEN), FS_CACHE_ALREADY_OPENED);
     EXPECT_EQ(second->executeQuery(writer, query, kMinute, kDay), FS_CACHE_UNUSABLE);
     EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), 0);
+    FS_Cache unmarked(L"u", L"v", cache.directory().wide().c_str(), false, false, false);
+    EXPECT_EQ(unmarked.create(0, FS_CACHE_CREATE), 0);
+    EXPECT_FALSE(std::filesystem::exists(cache.directory().path("u.cuflag")));
     FS_Cache nowhere(L"d", L"f", L"/nonexistent/cache", false, false, true);
     EXPECT_EQ(nowhere.create(0, FS_CACHE_CREATE), FS_CACHE_FAILURE);
     EXPECT_EQ(nowhere.lock(), FS_CACHE_FAILURE);
@@ -203,12 +206,6 @@ TEST_F(CacheTest, OnlyAnOpenCacheTakesItsMarkAway) {
     EXPECT_TRUE(cache.isMarked());
 }
 
-TEST_F(CacheTest, WithoutTheCheckerThereIsNoMark) {
-    FS_Cache plain(L"dirs", L"files", cache.directory().wide().c_str(), false, false, false);
-    EXPECT_EQ(plain.create(0, FS_CACHE_CREATE), 0);
-    EXPECT_FALSE(cache.isMarked());
-}
-
 TEST_F(CacheTest, CompactionNeedsAClosedCacheAndKeepsTheAnswers) {
     everything();
     found(cache);
@@ -250,19 +247,13 @@ TEST_F(CacheTest, OneWriterAtATime) {
         return inChild([&] { return cache.make()->lock(limit) == FS_CACHE_LOCK_TIMED_OUT; });
     };
     EXPECT_EQ(other(150), 1);
+    // The lock file is unlinked by whoever is done with it: that must let nobody in.
+    std::filesystem::remove("/tmp/" + toMultibyte(accessMutexName(cache.directory().wide())));
+    EXPECT_EQ(other(150), 1);
     // A limit of 0 never succeeds, also when nobody holds the lock.
     holder->unlock();
     EXPECT_EQ(other(0), 1);
     EXPECT_EQ(inChild([&] { return cache.make()->lock(1000) == 0; }), 1);
-}
-
-// The lock file is unlinked by whoever is done with it: that must let nobody in.
-TEST_F(CacheTest, ALostLockFileLetsNobodyIn) {
-    auto holder = cache.make();
-    ASSERT_EQ(holder->lock(), 0);
-    const std::wstring name = accessMutexName(cache.directory().wide());
-    std::filesystem::remove("/tmp/" + toMultibyte(name));
-    EXPECT_EQ(inChild([&] { return cache.make()->lock(150) == FS_CACHE_LOCK_TIMED_OUT; }), 1);
 }
 
 TEST_F(CacheTest, ReportsWhatItHoldsAndWhatAQueryWouldDo) {
