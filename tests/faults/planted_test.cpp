@@ -1,0 +1,267 @@
+// What others put where our files go, what they may read of ours, and hosts with their
+// standard descriptors closed.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <chrono>
+
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_store.h"
+#include "fscanner/filetype/list_file.h"
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_resultset.h"
+#include "fscanner/fs/temp_files.h"
+#include "host.h"
+
+namespace fscanner {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr uid_t kNobody = 65534;
+
+bool becomeNobody() {
+    return ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0;
+}
+
+enum class Plant { link, danglingLink, hardLink, fifo, directory, unreadable, foreign };
+
+constexpr Plant kPlants[] = {Plant::link,      Plant::danglingLink, Plant::hardLink, Plant::fifo,
+                             Plant::directory, Plant::unreadable,   Plant::foreign};
+
+// A name that somebody else took, and the file that he hopes we destroy.
+class Planted : public testing::TestWithParam<Plant> {
+protected:
+    Planted() {
+        host.plant(2, 2);
+        writeWholeFile(victim, "precious");
+        ::chmod(victim.c_str(), 0640);
+    }
+    void SetUp() override {
+        if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    }
+
+    void plant(const std::string& name) const {
+        switch (GetParam()) {
+            case Plant::link:
+                fs::create_symlink(victim, name);
+                break;
+            case Plant::danglingLink:
+                fs::create_symlink(created, name);
+                break;
+            case Plant::hardLink:
+                fs::create_hard_link(victim, name);
+                return;
+            case Plant::fifo:
+                ASSERT_EQ(::mkfifo(name.c_str(), 0666), 0);
+                break;
+            case Plant::directory:
+                fs::create_directory(name);
+                break;
+            case Plant::unreadable:
+                writeWholeFile(name, "");
+                ::chmod(name.c_str(), 0);
+                break;
+            case Plant::foreign:
+                writeWholeFile(name, "his");
+                ::chmod(name.c_str(), 0666);
+                break;
+        }
+        ASSERT_EQ(::lchown(name.c_str(), kNobody, kNobody), 0);
+    }
+    void expectUnharmed() const {
+        struct stat info {};
+        ASSERT_EQ(::lstat(victim.c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 07777, 0640U);
+        EXPECT_EQ(info.st_uid, ::geteuid());
+        EXPECT_EQ(readWholeFile(victim), "precious");
+        EXPECT_FALSE(fs::exists(created)) << "made through a link";
+    }
+    template <typename Body>
+    static void expectQuick(Body body) {
+        const auto start = std::chrono::steady_clock::now();
+        body();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+    }
+
+    FaultHost host;
+    std::string victim = host.place.path("victim");
+    std::string created = host.place.path("created");
+};
+
+// The first user says so and, where it can, takes the thing away.
+TEST_P(Planted, LockFile) {
+    ASSERT_EQ(host.ask().status, 0);
+    const std::string name =
+        host.place.path("locks/" + toMultibyte(accessMutexName(host.cacheDirectory())));
+    plant(name);
+    expectQuick([&] { EXPECT_EQ(host.ask().status, FS_CACHE_FAILURE); });
+    expectUnharmed();
+    if (GetParam() == Plant::directory) fs::remove(name);
+    EXPECT_EQ(host.ask().paths, host.truth());
+    expectUnharmed();
+}
+
+TEST_P(Planted, TemporaryAndSortFiles) {
+    const std::string directory = host.place.path("temporary/");
+    tempNameSource() = {[](char*) -> char* { return nullptr; }, directory.c_str(),
+                        directory.c_str()};
+    // One number is free: its sort files are not.
+    for (const char* name : {"fsq_0", "fsq_2", "fsq_1.a", "fsq_1.b"}) plant(directory + name);
+    FsQuery query;
+    host.describe(query);
+    const auto provider = host.provider();
+    std::vector<std::string> names;
+    expectQuick([&] {
+        const std::unique_ptr<FsResultSetReader> reader(
+            fsExecuteQuery(provider.get(), query, 60, 60));
+        EXPECT_EQ(provider->lastStatus(), 0);
+        reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true);
+        FsFileInfo record;
+        for (reader->moveFirst(); reader->getNext(record);)
+            names.push_back(toMultibyte(record.getName()));
+    });
+    tempNameSource() = {std::tmpnam, "./", "/tmp/"};
+    EXPECT_EQ(names.size(), host.truth().size());
+    // A directory cannot be replaced: the results stay as they came.
+    EXPECT_TRUE(GetParam() == Plant::directory || std::is_sorted(names.begin(), names.end()));
+    expectUnharmed();
+}
+
+TEST_P(Planted, ListFile) {
+    const std::string name = host.place.path("tav_cmd_file_1");
+    plant(name);
+    expectQuick([&] { EXPECT_FALSE(writeListFile(host.tree.path().c_str(), name.c_str())); });
+    expectUnharmed();
+}
+
+// In the cache's own directory, as an old cache or a careless administrator may leave it.
+TEST_P(Planted, MarkAndCounter) {
+    for (const char* suffix : {".cuflag", ".counter"}) {
+        ASSERT_EQ(host.ask().status, 0);
+        const std::string name =
+            toMultibyte(host.cacheDirectory() + L"/" + fsCacheTableNames(false).directories) +
+            suffix;
+        fs::remove(name);
+        plant(name);
+        expectQuick([&] {
+            const Answer answer = host.ask();
+            EXPECT_TRUE(answer.status != 0 || answer.paths == host.truth()) << suffix;
+        });
+        expectUnharmed();
+        fs::remove(name);
+        host.forget();
+    }
+}
+
+std::string plantName(const testing::TestParamInfo<Plant>& form) {
+    static const char* const names[] = {"Link",      "DanglingLink", "HardLink", "Fifo",
+                                        "Directory", "Unreadable",   "Foreign"};
+    return names[static_cast<int>(form.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(By, Planted, testing::ValuesIn(kPlants), plantName);
+
+// ---- Standard descriptors ------------------------------------------------------
+
+std::string cacheBytes(const FaultHost& host) {
+    std::string bytes;
+    for (const std::string& path : FaultHost::walkFresh(host.place.path("cache")))
+        bytes += fs::path(path).filename().string() + ":" + readWholeFile(path);
+    return bytes;
+}
+
+// What a host prints must not land in our files, whichever of its descriptors are closed.
+TEST(StandardDescriptors, MayBeClosed) {
+    FaultHost host;
+    host.plant(3, 3);
+    const auto build = [&](unsigned closed) {
+        host.forget();
+        const int outcome = inChild([&] {
+            for (int fd = 0; fd < 3; ++fd)
+                if (closed & 1U << fd) ::close(fd);
+            FsQuery query;
+            host.describe(query);
+            const auto provider = host.provider();
+            const std::unique_ptr<FsResultSetReader> reader(
+                fsExecuteQuery(provider.get(), query, 60, 60));
+            for (int fd = 0; fd < 3; ++fd)
+                if (closed & 1U << fd && ::fcntl(fd, F_GETFD) >= 0) return 2;
+            std::size_t count = 0;
+            FsFileInfo record;
+            for (reader->moveFirst(); reader->getNext(record);) ++count;
+            return provider->lastStatus() == 0 && count == host.truth().size() ? 0 : 1;
+        });
+        EXPECT_EQ(outcome, 0) << closed;
+        return cacheBytes(host);
+    };
+    for (unsigned closed = 1; closed < 8; ++closed) {
+        // Times are part of the cache: both are to be of the same second.
+        bool same = false;
+        for (int i = 0; i < 20 && !same; ++i) same = build(0) == build(closed);
+        EXPECT_TRUE(same) << closed;
+    }
+}
+
+// ---- Privileges ----------------------------------------------------------------
+
+class Privileges : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+        for (const std::string& path : {host.tree.path(), host.place.path()})
+            fs::permissions(path, fs::perms(0755));
+        host.plant(2, 2);
+        for (const char* directory : {"locks", "temporary"})
+            fs::permissions(host.place.path(directory), fs::perms(01777));
+    }
+    FaultHost host{fs::temp_directory_path()};
+};
+
+TEST_F(Privileges, ACacheIsItsUsersAlone) {
+    const mode_t old = ::umask(0);
+    ASSERT_EQ(host.ask().status, 0);
+    FsQuery query;
+    host.describe(query);
+    const auto provider = host.provider();
+    const std::unique_ptr<FsResultSetReader> reader(fsExecuteQuery(provider.get(), query, 60, 60));
+    ::umask(old);
+    const std::vector<std::string> cache = FaultHost::walkFresh(host.place.path("cache"));
+    const std::vector<std::string> left = host.leftovers();
+    ASSERT_GT(cache.size(), 10U);
+    ASSERT_EQ(left.size(), 1U) << "the results";
+    EXPECT_EQ(inChild([&] {
+                  if (!becomeNobody()) return 9;
+                  for (const auto* list : {&cache, &left})
+                      for (const std::string& path : *list)
+                          if (::open(path.c_str(), O_RDONLY) >= 0 || errno != EACCES) return 1;
+                  const Answer answer = host.ask();
+                  if (answer.status == 0 || !answer.paths.empty()) return 2;
+                  const auto names = fsCacheTableNames(false);
+                  FS_Cache directly(names.directories.c_str(), names.files.c_str(),
+                                    host.cacheDirectory().c_str(), false, false, true);
+                  return directly.create(0, FS_CACHE_OPEN_ALWAYS) == FS_CACHE_FAILURE ? 0 : 3;
+              }),
+              0);
+    EXPECT_EQ(host.ask().paths, host.truth());
+}
+
+TEST_F(Privileges, WhatAUserCannotReadIsSaidAndNotKept) {
+    host.tree.file("secret/hidden_name");
+    fs::permissions(host.tree.path("secret"), fs::perms(0700));
+    host.place.directory("cache");
+    ASSERT_EQ(::chown(host.place.path("cache").c_str(), kNobody, kNobody), 0);
+    EXPECT_EQ(inChild([&] {
+                  if (!becomeNobody()) return 9;
+                  const Answer answer = host.ask();
+                  if (answer.status != 0 || !answer.toldOfGaps) return 1;
+                  return answer.paths.size() + 1 == 5 ? 0 : 2;
+              }),
+              0);
+    EXPECT_THAT(cacheBytes(host), testing::Not(testing::HasSubstr("hidden_name")));
+}
+
+}  // namespace
+}  // namespace fscanner
