@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "exit_status.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "messages.h"
 #include "output.h"
@@ -40,6 +41,14 @@ std::string meant(std::wstring_view text, std::size_t position) {
     const std::size_t end = rest.find_first_of(L"( =<>!&|+-*/)");
     if (end == rest.npos || rest[end] != L'(') return "";
     return suggestionText(toBytes(rest.substr(0, end + 1)), wordsOfCommands());
+}
+
+/// Says whether criteria that read no field hold for all files or for none.
+void remarkOnConstant(const std::wstring& text) {
+    const auto filter = fscanner::FsRecordFilter::create(text.c_str(), true);
+    const bool always = filter && filter->matches(fscanner::FsFileInfo());
+    complain(fmt::format("note: the criteria {} reads no field: it holds for {} file",
+                         toBytes(text), always ? "every" : "no"));
 }
 
 void complainOf(const std::wstring& text, const FsCriteriaReport& report) {
@@ -79,9 +88,7 @@ std::optional<std::wstring> combineCriteria(const std::vector<std::string>& text
             complainOf(text, report);
             return std::nullopt;
         }
-        if (report.fields.empty() && report.tree.find(L'(') == report.tree.npos)
-            complain(
-                fmt::format("note: the criteria {} is the same for every file", toBytes(text)));
+        if (report.fields.empty()) remarkOnConstant(text);
         all += (all.empty() ? L"(" : L" && (") + text + L")";
     }
     return all;

@@ -104,6 +104,14 @@ void refuseContradictions(const Options& options) {
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
 }
 
+/// What is no mistake of the command line, but finds nothing.
+void remarkOnImpossible(const Options& options) {
+    if (options.larger && options.smaller && *options.smaller <= *options.larger + 1)
+        complain("note: no size is both --larger and --smaller");
+    if (options.newer && options.older && *options.older <= *options.newer + 1)
+        complain("note: no time is both --newer and --older");
+}
+
 void addCommands(CLI::App& app) {
     // For the help alone: they are taken out before the others are read.
     const char* group = "What to run";
@@ -140,6 +148,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
         app.parse(arguments);
         takePaths(app, options.paths);
         refuseContradictions(options);
+        remarkOnImpossible(options);
         if (words->count() == 0) return std::nullopt;
         listWords(app, out);
     } catch (const CLI::CallForHelp&) {

@@ -125,7 +125,19 @@ TEST_F(FiltersTest, WrongValuesAreRefused) {
         EXPECT_EQ(result.out, "");
         EXPECT_THAT(result.err, HasSubstr(message));
     }
-    EXPECT_THAT(search({"-w", "1"}).err, HasSubstr("is the same for every file"));
+    const std::vector<std::pair<Arguments, const char*>> remarks = {
+        {{"-w", "2 - 1"}, "reads no field: it holds for every file\n"},
+        {{"-w", "2 == 1"}, "reads no field: it holds for no file\n"},
+        {{"--larger", "9", "--smaller", "10"}, "no size is both"},
+        {{"--newer", "3h", "--older", "2h"}, ""},
+        {{"--newer", "2026-01-01", "--older", "2026-01-01"}, "no time is both"},
+        {{"--larger", "9", "--smaller", "11", "-w", "[SIZE] == 1"}, ""},
+    };
+    for (const auto& [arguments, remark] : remarks) {
+        const std::string said = search(arguments).err;
+        EXPECT_EQ(said.empty(), *remark == 0) << said;
+        EXPECT_THAT(said, HasSubstr(remark));
+    }
 }
 
 TEST_F(FiltersTest, FormsForProgramsAreWellFormed) {
