@@ -11,7 +11,6 @@ namespace fscanner {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class CacheTreeTest : public testing::Test {
 protected:

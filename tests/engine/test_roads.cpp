@@ -258,7 +258,7 @@ std::vector<RoadCase> roadCases() {
     const std::vector<std::string> late = {
         "/n.f",          "/proc/1/b.f",     "/run/e.f",
         "/run/lock/f.f", "/sys/kernel/a.f", "/var/lib/box/merged/etc/g.f"};
-    const auto all = [](std::vector<std::vector<std::string>> parts) {
+    const auto all = [](const std::vector<std::vector<std::string>>& parts) {
         std::vector<std::string> files;
         for (const auto& part : parts) files.insert(files.end(), part.begin(), part.end());
         std::sort(files.begin(), files.end());

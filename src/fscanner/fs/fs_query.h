@@ -34,7 +34,8 @@ public:
     /// Stores the criteria text as it is; it is compiled when the query runs.
     /// False, and the old text stays, for null or when memory runs out.
     virtual bool setQuery(const wchar_t* text);
-    /// 0 and 2 (the default): case-sensitive; 1: not. Other values are ignored.
+    /// 0 and 2 (the default): case-sensitive; 1: not. Other values are ignored. Concerns
+    /// the criteria and the excluded paths; included ones are taken exactly.
     virtual void setCaseSensitive(unsigned int mode);
 
     /// Owned by the query, valid until the list changes.
