@@ -46,6 +46,8 @@ public:
         if (offset < headerSize_ || offset >= content.size()) return {};
         return {content.data() + offset, content.data() + content.size()};
     }
+    /// All of it, the header included. Valid until the next change.
+    const std::byte* content() const { return file_->content().data(); }
     /// Appends at the end. False, and the content ends where it did, when the disk
     /// or the 4 GiB of a file are full.
     bool append(std::span<const std::byte> record);

@@ -28,6 +28,9 @@ public:
     /// The first live id from `from` on; `count()` when there is none.
     unsigned nextLive(unsigned from) const;
 
+    /// All entries, in their order. Valid until the next change.
+    const std::byte* entries() const { return file_->content().data(); }
+
     bool append(unsigned offset);
     void markRemoved(unsigned id);
 

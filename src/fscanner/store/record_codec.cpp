@@ -180,6 +180,29 @@ DecodeResult RecordCodec::decodeAs(ByteRange record, Fields& values,
     return DecodeResult::ok;
 }
 
+bool RecordCodec::locate(ByteRange record, std::vector<StoredValue>& values,
+                         std::size_t& length) const {
+    const std::byte* start = record.at();
+    if (!record.take(layout_.bitmapLength)) return false;
+    values.resize(layout_.count());
+    const bool whole = withEncoding(layout_, [&](auto encoding) {
+        for (unsigned i = 0; i < layout_.count(); ++i) {
+            if (!readValue<decltype(encoding)>(layout_.types[i], record, values[i])) return false;
+        }
+        return true;
+    });
+    length = static_cast<std::size_t>(record.at() - start);
+    return whole;
+}
+
+bool RecordCodec::decodeValue(const StoredValue& stored, Field& value) {
+    if (value.type() == FIELD_TEXT) {
+        return assignText(static_cast<TextField&>(value), stored.text);
+    }
+    assignNumber(value, stored.number);
+    return true;
+}
+
 bool RecordCodec::assignText(TextField& field, std::string_view text) {
     const auto room = static_cast<unsigned>(text.size()) + 1;
     if (!wide_.reserve(room)) return false;

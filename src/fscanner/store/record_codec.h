@@ -6,6 +6,7 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/fields.h"
+#include "fscanner/store/record_encoding.h"
 #include "fscanner/store/record_layout.h"
 
 namespace fscanner {
@@ -42,6 +43,11 @@ public:
     DecodeResult decode(ByteRange record, Fields& values, std::size_t* length = nullptr);
     /// The same for the fields whose flag in `wanted` is set, and none behind the last.
     DecodeResult decodeSome(ByteRange record, Fields& values, const std::vector<bool>& wanted);
+
+    /// The same without decoding: where each value lies. False when the bytes cannot be
+    /// a record. `decodeValue` decodes one of them.
+    bool locate(ByteRange record, std::vector<StoredValue>& values, std::size_t& length) const;
+    bool decodeValue(const StoredValue& stored, Field& value);
 
     /// Whether `values` can be stored and read back: the same classes in the same order.
     bool accepts(const Fields& values) const;

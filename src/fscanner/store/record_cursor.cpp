@@ -1,5 +1,7 @@
 #include "fscanner/store/record_cursor.h"
 
+#include <bit>
+
 #include "fscanner/common/numbers.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/fs/debug.h"
@@ -13,6 +15,8 @@ bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     key_.clear();
     undecided_ = nullptr;
     filter_ = {};
+    fetchAll();
+    lazy_ = false;
     refused_ = false;
     criteria_ = criteria;
     flag_ = flag;
@@ -69,15 +73,20 @@ bool __recordSet::next() {
 }
 
 bool __recordSet::moveFirst() {
-    if (refused_ || !findMatch(first(), [this] { return next(); })) return false;
+    if (refused_ || !findForwards(first())) return false;
     position_ = 0;
     return true;
 }
 
 bool __recordSet::moveNext() {
-    if (refused_ || !findMatch(next(), [this] { return next(); })) return false;
+    if (refused_ || !findForwards(next())) return false;
     ++position_;
     return true;
+}
+
+bool __recordSet::findForwards(bool found) {
+    if (!walksIndex() && !filter_.isEmpty()) return scanTable(found);
+    return findMatch(found, [this] { return next(); });
 }
 
 bool __recordSet::movePrevious() {
@@ -114,6 +123,23 @@ bool __recordSet::findMatch(bool found, Step step) {
     return false;
 }
 
+/// The same for a walk over the whole table, most of which the filter turns away.
+bool __recordSet::scanTable(bool found) {
+    if (!found) return false;
+    do {
+        const RecordFilter::Verdict judged =
+            filter_.judgeFrom(table_.codec().layout(), table_.storedRecords(), id_);
+        if (judged == RecordFilter::Verdict::match) return readRecord();
+        if (judged == RecordFilter::Verdict::noMatch) break;
+        const ByteRange record = table_.record(id_);
+        if (record.empty()) return false;
+        const Verdict verdict = checkRecord(record);
+        if (verdict != Verdict::noMatch) return verdict == Verdict::match;
+    } while (table_.moveNext(id_));
+    readRecord();
+    return false;
+}
+
 __recordSet::Verdict __recordSet::tryRecord() {
     if (!active_) return readRecord() ? Verdict::match : Verdict::unreadable;
     const ByteRange record = table_.record(id_);
@@ -141,7 +167,22 @@ __recordSet::Verdict __recordSet::checkRecord(ByteRange record) {
 }
 
 bool __recordSet::readRecord() {
-    return table_.read(id_, buffer_);
+    pending_ = 0;
+    if (!lazy_ || !table_.isOpen()) return table_.read(id_, buffer_);
+    if (!table_.locate(id_, located_)) return false;
+    pending_ =
+        buffer_.count() == 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << buffer_.count()) - 1;
+    return true;
+}
+
+void __recordSet::fetch(unsigned index) {
+    if (!table_.codec().decodeValue(located_[index], *buffer_.at(index)))
+        table_.reportDamage("a record");
+    pending_ &= ~(std::uint64_t{1} << index);
+}
+
+void __recordSet::fetchAll() {
+    while (pending_ != 0) fetch(static_cast<unsigned>(std::countr_zero(pending_)));
 }
 
 // ---- The log ----------------------------------------------------------------

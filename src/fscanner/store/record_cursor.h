@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -17,8 +18,8 @@ namespace fscanner {
 ///
 /// A record is tried in three steps, and most are decided by the first: the filter
 /// looks at its stored bytes; where that does not settle it, the fields that the
-/// criteria reads are decoded and it is checked; on a match the rest is decoded. The buffer always
-/// ends up with the last record that was tried, whole.
+/// criteria reads are decoded and it is checked; on a match the rest is decoded. The
+/// buffer always ends up with the last record that was tried, whole.
 class __recordSet {
 public:
     /// Takes a copy of the table's schema as its buffer.
@@ -31,13 +32,25 @@ public:
     bool movePrevious();
     bool moveLast();
     unsigned count() const;
+    unsigned id() const { return id_; }
 
-    bool insert() { return table_.insert(buffer_); }
-    bool update() { return table_.update(id_, buffer_); }
+    bool insert() { return table_.insert(buffer()); }
+    bool update() { return table_.update(id_, buffer()); }
     bool remove() { return table_.remove(id_); }
 
     bool walksIndex() const { return index_ != nullptr; }
-    Fields& buffer() { return buffer_; }
+    /// See `RecordSet::readLazily`.
+    void readLazily() { lazy_ = buffer_.count() <= 64; }
+
+    Fields& buffer() {
+        if (pending_ != 0) fetchAll();
+        return buffer_;
+    }
+    /// The buffer with one field of it up to date, and perhaps no other.
+    Fields& bufferFor(unsigned index) {
+        if (index < 64 && (pending_ >> index & 1) != 0) fetch(index);
+        return buffer_;
+    }
     FS_Table& table() { return table_; }
     void printFields() const;
 
@@ -52,7 +65,11 @@ private:
     bool findMatch(bool found, Step step);
     Verdict tryRecord();
     Verdict checkRecord(ByteRange record);
+    bool findForwards(bool found);
+    bool scanTable(bool found);
     bool readRecord();
+    void fetch(unsigned index);
+    void fetchAll();
 
     unsigned id_ = 0;
     unsigned position_ = 0;
@@ -68,7 +85,10 @@ private:
     CriteriaEvaluator* criteria_ = nullptr;
     std::function<void()> undecided_;
     RecordFilter filter_;
-    std::vector<bool> wanted_;  // which fields the criteria reads, up to the last
+    bool lazy_ = false;
+    std::uint64_t pending_ = 0;         // a bit for each field that is not yet in the buffer
+    std::vector<StoredValue> located_;  // where they are
+    std::vector<bool> wanted_;          // which fields the criteria reads, up to the last
 };
 
 }  // namespace fscanner

@@ -1,8 +1,6 @@
 #include "fscanner/store/record_filter.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <optional>
 
 #include "fscanner/store/record_encoding.h"
@@ -10,76 +8,6 @@
 namespace fscanner {
 
 namespace {
-
-using TextTest = RecordFilter::TextTest;
-
-// ---- Stored texts -----------------------------------------------------------
-
-constexpr std::uint64_t ONES = 0x0101010101010101;
-constexpr std::uint64_t HIGH_BITS = 0x8080808080808080;
-
-/// Not 0 if a byte of the word, all of whose bytes are below 0x80, is zero.
-constexpr std::uint64_t zeroBytes(std::uint64_t word) {
-    return (word - ONES) & HIGH_BITS;
-}
-
-/// Whether eight bytes are ASCII, no terminator and no wildcard.
-bool isPlainWord(std::uint64_t word) {
-    if ((word & HIGH_BITS) != 0) return false;
-    const std::uint64_t odd =
-        zeroBytes(word) | zeroBytes(word ^ ONES * '*') | zeroBytes(word ^ ONES * '?');
-    return odd == 0;
-}
-
-std::uint64_t wordAt(const char* from) {
-    std::uint64_t word;
-    std::memcpy(&word, from, sizeof word);
-    return word;
-}
-
-/// In whole words, the last of which overlaps the one before.
-bool isPlain(std::string_view text) {
-    constexpr std::size_t step = sizeof(std::uint64_t);
-    if (text.size() < step) {
-        std::uint64_t word = ONES * 'x';
-        for (const char c : text) word = word << 8 | static_cast<unsigned char>(c);
-        return isPlainWord(word);
-    }
-    const char* const last = text.data() + text.size() - step;
-    for (const char* at = text.data(); at < last; at += step) {
-        if (!isPlainWord(wordAt(at))) return false;
-    }
-    return isPlainWord(wordAt(last));
-}
-
-/// ASCII small letters. In some locales "I" is no capital of "i".
-constexpr std::array<char, 256> SMALL = [] {
-    std::array<char, 256> table{};
-    for (unsigned c = 0; c < table.size(); ++c) {
-        table[c] = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-    }
-    return table;
-}();
-
-char small(char c) {
-    return SMALL[static_cast<unsigned char>(c)];
-}
-
-bool equal(const char* text, const std::string& literal, bool fold) {
-    if (literal.empty()) return true;
-    // Most texts differ in the first character: no call for them.
-    if (!fold) return *text == literal[0] && std::memcmp(text, literal.data(), literal.size()) == 0;
-    return std::equal(literal.begin(), literal.end(), text,
-                      [](char wanted, char c) { return wanted == small(c); });
-}
-
-bool contains(std::string_view text, const std::string& literal, bool fold) {
-    if (!fold) return text.find(literal) != text.npos;
-    for (; text.size() >= literal.size(); text.remove_prefix(1)) {
-        if (equal(text.data(), literal, true)) return true;
-    }
-    return false;
-}
 
 // ---- The criteria -----------------------------------------------------------
 
@@ -147,23 +75,21 @@ std::optional<TextTest> textTest(std::wstring_view pattern, bool caseSensitive) 
     for (const wchar_t c : pattern) {
         if (c <= 0 || c >= 0x80 || c == L'*' || c == L'?') return std::nullopt;
         const auto byte = static_cast<char>(c);
-        test.literal += caseSensitive ? byte : small(byte);
-        if (test.fold && small(byte) == 'i') test.holdsForSure = false;
+        const char small = text_test::small(byte);
+        test.literal += caseSensitive ? byte : small;
+        if (!test.fold) continue;
+        if (small == 'i') test.holdsForSure = false;
+        // Two letters outside ASCII, the dotted I and the Kelvin sign, fold to ASCII.
+        if (small == 'i' || small == 'k') test.judgesForeign = false;
     }
+    std::copy_n(test.literal.begin(), std::min(test.literal.size(), test.block.size()),
+                test.block.begin());
     if (starred) test.kind = open ? TextTest::Kind::contains : TextTest::Kind::suffix;
     if (!starred && open) test.kind = TextTest::Kind::prefix;
     return test;
 }
 
 }  // namespace
-
-bool TextTest::holds(std::string_view text) const {
-    if (kind == Kind::contains) return contains(text, literal, fold);
-    if (text.size() < literal.size()) return false;
-    if (kind == Kind::exact && text.size() != literal.size()) return false;
-    const std::size_t at = kind == Kind::suffix ? text.size() - literal.size() : 0;
-    return equal(text.data() + at, literal, fold);
-}
 
 RecordFilter::RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive) {
     gather(criteria.getRoot(), schema, caseSensitive);
@@ -204,10 +130,11 @@ bool RecordFilter::add(const TreeNode* relation, const Fields& schema, bool case
     if (condition.isText != (right->data.getType() == TOKEN_STRING)) return false;
     if (condition.isText) {
         auto test = textTest(right->data.text(), caseSensitive);
-        if (!isEquality(code) || !test) return false;
+        if (!isEquality(code) || !test || texts_ == MAX_TEXTS) return false;
         // An "I" taken for an "i" must not turn a record away.
         if (code == COMPARE_NOT_EQUAL && !test->holdsForSure) return false;
         condition.text = std::move(*test);
+        ++texts_;
     }
     conditions_.push_back(std::move(condition));
     return true;
@@ -218,33 +145,63 @@ RecordFilter::Verdict RecordFilter::judge(const RecordLayout& layout, ByteRange 
                         [&](auto encoding) { return judgeAs<decltype(encoding)>(layout, record); });
 }
 
+RecordFilter::Verdict RecordFilter::judgeFrom(const RecordLayout& layout,
+                                              const StoredRecords& records, unsigned& id) const {
+    return withEncoding(
+        layout, [&](auto encoding) { return judgeAllAs<decltype(encoding)>(layout, records, id); });
+}
+
+template <typename Encoding>
+RecordFilter::Verdict RecordFilter::judgeAllAs(const RecordLayout& layout,
+                                               const StoredRecords& records, unsigned& id) const {
+    for (unsigned next = id; next < records.count; ++next) {
+        const unsigned offset = records.offset(next);
+        if (offset == StoredRecords::REMOVED) continue;
+        id = next;
+        const Verdict verdict = judgeAs<Encoding>(layout, records.from(offset));
+        if (verdict != Verdict::noMatch) return verdict;
+    }
+    return Verdict::noMatch;
+}
+
+/// Numbers are compared as they are met, texts behind them: that takes longer.
 template <typename Encoding>
 RecordFilter::Verdict RecordFilter::judgeAs(const RecordLayout& layout, ByteRange record) const {
     if (!record.take(layout.bitmapLength)) return Verdict::unsure;
-    Verdict verdict = isWhole_ ? Verdict::match : Verdict::unsure;
-    unsigned next = 0;
+    StoredText texts[MAX_TEXTS];
+    unsigned next = 0, textCount = 0;
     StoredValue value;
     for (const Condition& condition : conditions_) {
         for (; next <= condition.field; ++next) {
             if (!readValue<Encoding>(layout.types[next], record, value)) return Verdict::unsure;
         }
         if (condition.isText) {
-            const Verdict text = judgeText(condition, value.text);
-            if (text == Verdict::noMatch) return text;
-            if (text == Verdict::unsure) verdict = text;
+            texts[textCount++] = {value.text.data(), value.text.size(),
+                                  value.text.size() + record.left()};
         } else {
             const auto number = static_cast<long long>(value.number);
             if (!compare(number, condition.relation, condition.number)) return Verdict::noMatch;
         }
     }
+    return textCount == 0 ? wholeVerdict() : judgeTexts(texts);
+}
+
+RecordFilter::Verdict RecordFilter::judgeTexts(const StoredText* texts) const {
+    Verdict verdict = wholeVerdict();
+    for (const Condition& condition : conditions_) {
+        if (!condition.isText) continue;
+        const Verdict one = judgeText(condition, *texts++);
+        if (one == Verdict::noMatch) return one;
+        if (one == Verdict::unsure) verdict = one;
+    }
     return verdict;
 }
 
-RecordFilter::Verdict RecordFilter::judgeText(const Condition& condition, std::string_view text) {
-    const bool holds = condition.text.holds(text);
-    if (!isPlain(text)) return Verdict::unsure;
-    if (holds != (condition.relation == COMPARE_EQUAL)) return Verdict::noMatch;
-    return condition.text.holdsForSure ? Verdict::match : Verdict::unsure;
+RecordFilter::Verdict RecordFilter::judgeText(const Condition& condition, const StoredText& text) {
+    const TextTest& test = condition.text;
+    if (!test.isSureOf(text_test::examine(text))) return Verdict::unsure;
+    if (test.holds(text) != (condition.relation == COMPARE_EQUAL)) return Verdict::noMatch;
+    return test.holdsForSure ? Verdict::match : Verdict::unsure;
 }
 
 }  // namespace fscanner

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "fscanner/common/wildcard.h"
@@ -10,8 +8,29 @@
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/fields.h"
 #include "fscanner/store/record_layout.h"
+#include "fscanner/store/text_test.h"
 
 namespace fscanner {
+
+/// The records of a table as they lie in its files; valid until the next change.
+struct StoredRecords {
+    static constexpr unsigned REMOVED = 0;
+
+    unsigned offset(unsigned id) const {
+        return loadInteger<std::uint32_t>(offsets + sizeof(std::uint32_t) * id);
+    }
+    /// From a record's start to the end of the file; empty when none can start there.
+    ByteRange from(unsigned at) const {
+        if (at < first || at >= end) return {};
+        return {content + at, content + end};
+    }
+
+    const std::byte* offsets = nullptr;
+    unsigned count = 0;  ///< of the offsets
+    const std::byte* content = nullptr;
+    unsigned first = 0;  ///< where the first record starts
+    unsigned end = 0;
+};
 
 /// Judges most records on their stored bytes, before anything is decoded.
 ///
@@ -20,8 +39,8 @@ namespace fscanner {
 /// relation, texts by "==" and "!=" where the literal is plain ASCII or a pattern
 /// of one "*" in front, one behind, or both. When one of them surely fails, so
 /// does the criteria; when they are all of it and surely hold, it matches. What is
-/// not sure is left to the evaluation: the rest of a criteria, and a stored text
-/// of other than plain characters (no ASCII, or itself a pattern).
+/// not sure is left to the evaluation: the rest of a criteria, a stored text that is
+/// itself a pattern, and one of other than ASCII where its letters could fold to ASCII.
 class RecordFilter {
 public:
     RecordFilter() = default;
@@ -33,20 +52,13 @@ public:
     /// Of the record at the start of `record`. A damaged one is unsure at the
     /// damage, and may be judged before it.
     Verdict judge(const RecordLayout& layout, ByteRange record) const;
-
-    /// A literal text, or a pattern of one of these kinds.
-    struct TextTest {
-        enum class Kind { exact, prefix, suffix, contains };
-
-        bool holds(std::string_view text) const;
-
-        Kind kind = Kind::exact;
-        bool fold = false;
-        bool holdsForSure = true;  // no letter whose fold depends on the locale
-        std::string literal;       // small letters when folding
-    };
+    /// Of the first live record from `id` on that is not turned away, to which `id`
+    /// moves. `noMatch` when all are: `id` is the last live one then, or stays.
+    Verdict judgeFrom(const RecordLayout& layout, const StoredRecords& records, unsigned& id) const;
 
 private:
+    static constexpr unsigned MAX_TEXTS = 4;
+
     struct Condition {
         unsigned field;
         CompareOperator relation;
@@ -59,9 +71,15 @@ private:
     bool add(const TreeNode* relation, const Fields& schema, bool caseSensitive);
     template <typename Encoding>
     Verdict judgeAs(const RecordLayout& layout, ByteRange record) const;
-    static Verdict judgeText(const Condition& condition, std::string_view text);
+    template <typename Encoding>
+    Verdict judgeAllAs(const RecordLayout& layout, const StoredRecords& records,
+                       unsigned& id) const;
+    Verdict wholeVerdict() const { return isWhole_ ? Verdict::match : Verdict::unsure; }
+    Verdict judgeTexts(const StoredText* texts) const;
+    static Verdict judgeText(const Condition& condition, const StoredText& text);
 
     std::vector<Condition> conditions_;  // in the order of their fields
+    unsigned texts_ = 0;                 // how many of them test a text
     bool isWhole_ = true;                // the criteria holds nothing else
 };
 

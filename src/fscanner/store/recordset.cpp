@@ -14,6 +14,10 @@ void RecordSet::onUndecided(std::function<void()> handler) {
     if (recordSet_) recordSet_->onUndecided(std::move(handler));
 }
 
+void RecordSet::readLazily() {
+    if (recordSet_) recordSet_->readLazily();
+}
+
 bool RecordSet::moveFirst() {
     return recordSet_ && recordSet_->moveFirst();
 }
@@ -36,6 +40,10 @@ unsigned RecordSet::count() const {
 
 bool RecordSet::walksIndex() const {
     return recordSet_ && recordSet_->walksIndex();
+}
+
+unsigned RecordSet::recordId() const {
+    return recordSet_ ? recordSet_->id() : 0;
 }
 
 bool RecordSet::insert() {
@@ -61,7 +69,9 @@ int RecordSet::unlock() {
 }
 
 void RecordSet::printFields() const {
-    if (recordSet_) recordSet_->printFields();
+    if (!recordSet_) return;
+    recordSet_->buffer();  // all of it
+    recordSet_->printFields();
 }
 
 // ---- Fields by index and by name --------------------------------------------
@@ -69,20 +79,20 @@ void RecordSet::printFields() const {
 namespace {
 
 template <typename F>
-F* find(const Fields& fields, unsigned index) {
-    return fields.as<F>(index);
+F* find(__recordSet& recordSet, unsigned index) {
+    return recordSet.bufferFor(index).as<F>(index);
 }
 
 template <typename F>
-F* find(const Fields& fields, const wchar_t* name) {
-    return fieldAs<F>(fields.name(name));
+F* find(__recordSet& recordSet, const wchar_t* name) {
+    return fieldAs<F>(recordSet.buffer().name(name));
 }
 
 }  // namespace
 
 template <typename F, typename Key>
 F* RecordSet::field(Key key) const {
-    return recordSet_ ? find<F>(recordSet_->buffer(), key) : nullptr;
+    return recordSet_ ? find<F>(*recordSet_, key) : nullptr;
 }
 
 template <typename F, typename Key>

@@ -33,6 +33,11 @@ public:
     /// criteria could not be evaluated; it is in the buffer then, and does not match.
     void onUndecided(std::function<void()> handler);
 
+    /// Until the next `setCriteria`, a move decodes a field when it is asked for.
+    /// Nothing may change the table meanwhile, and the criteria's own fields, unless
+    /// it is checked by a move, are not up to date.
+    void readLazily();
+
     /// Whether the cursor is on a matching record, which is then in the buffer. A
     /// criteria that fixes the value of an indexed field reads that chain alone,
     /// newest first; then there is no going backwards.
@@ -47,6 +52,8 @@ public:
 
     /// Whether the criteria lets the moves read one chain of an index.
     bool walksIndex() const;
+    /// The id of the record that the cursor is on.
+    unsigned recordId() const;
 
     bool insert();
     bool update();

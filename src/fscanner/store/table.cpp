@@ -153,6 +153,20 @@ bool FS_Table::read(unsigned id, Fields& values) {
     }
 }
 
+StoredRecords FS_Table::storedRecords() const {
+    return {offsets_->entries(), offsets_->count(), data_->content(), data_->headerSize(),
+            data_->end()};
+}
+
+bool FS_Table::locate(unsigned id, std::vector<StoredValue>& values) {
+    const ByteRange bytes = record(id);
+    if (bytes.empty()) return false;
+    std::size_t length = 0;
+    if (!codec_.locate(bytes, values, length)) return reportDamage("a record");
+    position_ = offsets_->at(id) + length;
+    return true;
+}
+
 bool FS_Table::remove(unsigned id) {
     if (!isOpen() || id >= offsets_->count()) return false;
     offsets_->markRemoved(id);

@@ -10,6 +10,7 @@
 #include "fscanner/store/hashindex.h"
 #include "fscanner/store/offset_file.h"
 #include "fscanner/store/record_codec.h"
+#include "fscanner/store/record_filter.h"
 #include "fscanner/store/recordset.h"
 
 namespace fscanner {
@@ -100,6 +101,8 @@ public:
     /// changes its number of characters it gets a new id.
     bool update(unsigned id, const Fields& values);
 
+    /// Whether there is a record of this id.
+    bool isLive(unsigned id) const { return offsets_ && offsets_->isLive(id); }
     /// The first record; the next after `id`. `id` stays when there is none.
     bool moveFirst(unsigned& id) const;
     bool moveNext(unsigned& id) const;
@@ -166,6 +169,11 @@ public:
     /// The bytes from a record's start to the end of the file; empty, and damage
     /// is noted, when the id's entry leads nowhere. Valid until the next change.
     ByteRange record(unsigned id);
+    /// All records of an open table, to be looked at one after the other.
+    StoredRecords storedRecords() const;
+    /// The stored values of a record, one a field, without decoding them. Like `read`
+    /// otherwise. Valid until the next change.
+    bool locate(unsigned id, std::vector<StoredValue>& values);
     RecordCodec& codec() { return codec_; }
     /// Whether the index may be walked, and whether the record is in the right chain;
     /// for tables that expect constant keys.
