@@ -1,5 +1,6 @@
 #include "fscanner/engine/cache_extract.h"
 
+#include <algorithm>
 #include <array>
 #include <cwchar>
 #include <memory>
@@ -10,6 +11,7 @@
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
+#include "fscanner/engine/directory_chain.h"
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/debug.h"
@@ -82,15 +84,25 @@ bool coversLiterally(const PathInfo& path, const wchar_t* directory) {
     return next == L'\0' || (path.getRecursive() && (next == L'/' || whole.ends_with(L'/')));
 }
 
+bool isWholeTree(const PathInfo& path) {
+    return path.getPathName() && path.getRecursive() && !checkWildCard(path.getPathName());
+}
+
+// Whether the path is a directory outside of this one.
+bool cannotBeginIn(const PathInfo& path, const wchar_t* directory) {
+    return path.getPathName() && !checkWildCard(path.getPathName()) &&
+           std::wcsncmp(path.getPathName(), directory, std::wcslen(directory)) != 0;
+}
+
 // One run over the files table.
 class Extraction {
 public:
     Extraction(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
                const ExtractionRequest& request)
         : store_(store),
-          tree_(tree),
           writer_(writer),
           request_(request),
+          chain_(store),
           pathCommand_(store, tree),
           evaluator_(request.criteria ? request.criteria : L"") {}
     Extraction(const Extraction&) = delete;
@@ -105,7 +117,9 @@ private:
     int take(bool matched);
     static int interrupted();
     Directory enter(unsigned pathId);
+    bool judge();
     bool accepts(const wchar_t* directory);
+    bool settlesBelow(const wchar_t* directory) const;
     int coveringPair(const wchar_t* directory) const;
     const PathInfo& pathOf(int pair) const {
         return request_.pairs[static_cast<std::size_t>(pair)].path;
@@ -114,9 +128,9 @@ private:
     void noteUndecided();
 
     CacheStore& store_;
-    CacheTree& tree_;
     FsResultSetWriter& writer_;
     const ExtractionRequest& request_;
+    DirectoryChain chain_;
     chPathCommand pathCommand_;
     chTypeCommand typeCommand_;
     CriteriaEvaluator evaluator_;
@@ -126,8 +140,8 @@ private:
     Directory current_ = Directory::missing;
     int pair_ = -1;
     std::vector<PathInfo> mountPoints_;  // inside that pair
+    std::size_t settledDepth_ = 0;       // in the chain: all below is accepted; 0: unknown
     std::wstring prefix_;
-    std::array<wchar_t, kPathBuffer> buffer_{};
 };
 
 // No record set keeps the evaluator, and no name of a command hides a variable.
@@ -145,7 +159,10 @@ int Extraction::run() {
     // the whole cache. So the record set delivers all, and the criteria comes second.
     const bool filtered = request_.criteria && *request_.criteria;
     filtersHere_ = filtered && evaluator_.compile() && evaluator_.usesCommands();
-    if (filtersHere_) files.setCriteria(nullptr, request_.caseSensitive);
+    if (filtersHere_)
+        files.setCriteria(nullptr, request_.caseSensitive);
+    else
+        files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = getTickCount();
@@ -188,12 +205,35 @@ int Extraction::interrupted() {
 Extraction::Directory Extraction::enter(unsigned pathId) {
     if (pathId == pathId_ && pathId != 0) return current_;
     pathId_ = pathId;
-    if (!tree_.findPathById(store_.directoryRecords(), pathId, buffer_.data(), kPathBuffer)) {
-        current_ = Directory::missing;
-    } else {
-        current_ = accepts(buffer_.data()) ? Directory::accepted : Directory::refused;
-    }
+    current_ = Directory::missing;
+    if (chain_.enter(pathId)) current_ = judge() ? Directory::accepted : Directory::refused;
     return current_;
+}
+
+bool Extraction::judge() {
+    if (settledDepth_ == 0 || chain_.kept() < settledDepth_) {
+        settledDepth_ = 0;
+        const wchar_t* directory = chain_.path().c_str();
+        if (!accepts(directory)) return false;
+        if (settlesBelow(directory)) settledDepth_ = chain_.depth();
+    }
+    prefix_ = chain_.path();
+    if (!prefix_.ends_with(L'/')) prefix_ += L'/';
+    return true;
+}
+
+// Whether all that lies below an accepted directory is accepted, too, so that it need
+// not be judged: it stays in its pair and its included path, and no other entry begins
+// further down.
+bool Extraction::settlesBelow(const wchar_t* directory) const {
+    const bool included =
+        std::any_of(request_.include.begin(), request_.include.end(), [&](const PathInfo& path) {
+            return isWholeTree(path) && coversLiterally(path, directory);
+        });
+    const auto leaves = [&](const PathInfo& path) { return cannotBeginIn(path, directory); };
+    return included && isWholeTree(pathOf(pair_)) && request_.pairs.size() == 1 &&
+           std::all_of(mountPoints_.begin(), mountPoints_.end(), leaves) &&
+           request_.exclude.empty();
 }
 
 // Pairs are directories, each of exactly its name. But the lists take their paths for
@@ -226,8 +266,6 @@ bool Extraction::accepts(const wchar_t* directory) {
         !checkPathList(directory, request_.include, true, false) ||
         checkPathList(directory, request_.exclude, request_.caseSensitive, false))
         return false;
-    prefix_ = directory;
-    if (!prefix_.ends_with(L'/')) prefix_ += L'/';
     return true;
 }
 

@@ -13,6 +13,7 @@ namespace {
 
 // The path map is emptied, not trimmed, when it holds more.
 constexpr std::size_t kPathMapEntries = 32;
+
 bool isNamed(const RecordSet& directories, const std::wstring& name, bool caseFlag) {
     const wchar_t* stored = directories.getFieldAsString(DIRECTORIES_PATHNAME);
     return stored && wcsvccmp(stored, name.c_str(), caseFlag) == 0;
