@@ -71,15 +71,20 @@ bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) c
     });
 }
 
-bool FileFilters::accept(const std::wstring& directory, const fscanner::FsFileInfo& record) const {
-    if (!pathFits(directory, record.getName())) return false;
-    if (!options_.newer && !options_.older && !options_.owner) return true;
+bool FileFilters::needRecords() const {
+    return options_.newer || options_.older || options_.owner;
+}
+
+bool FileFilters::accept(const std::wstring& directory, const wchar_t* name,
+                         const fscanner::FsFileInfo* record) const {
+    if (!pathFits(directory, name)) return false;
+    if (!needRecords()) return true;
     // What is gone since a cache saw it has no time and no owner.
-    if (!record.updateInfo()) return false;
-    const std::time_t modified = record.getLastModifyTime();
+    if (!record->updateInfo()) return false;
+    const std::time_t modified = record->getLastModifyTime();
     return (!options_.newer || modified > *options_.newer) &&
            (!options_.older || modified < *options_.older) &&
-           (!options_.owner || record.getUserId() == *options_.owner);
+           (!options_.owner || record->getUserId() == *options_.owner);
 }
 
 }  // namespace fscan

@@ -21,7 +21,11 @@ public:
 
     /// Criteria that are and-ed with all others; empty where there are none.
     const std::wstring& criteria() const { return criteria_; }
-    bool accept(const std::wstring& directory, const fscanner::FsFileInfo& record) const;
+    /// Whether `accept` looks at more than the path.
+    bool needRecords() const;
+    /// `record` may be null where none is needed.
+    bool accept(const std::wstring& directory, const wchar_t* name,
+                const fscanner::FsFileInfo* record) const;
 
 private:
     bool pathFits(const std::wstring& directory, const wchar_t* name) const;

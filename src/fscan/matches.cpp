@@ -33,17 +33,17 @@ void Matches::setRoot(const SearchRoot& root) {
     directory_.clear();
 }
 
-bool Matches::nameFits(const FsFileInfo& record) const {
-    return names_.accepts(record.getName());
+bool Matches::nameFits(const wchar_t* name) const {
+    return names_.accepts(name);
 }
 
-void Matches::add(const FsFileInfo& record) {
-    if (directory_ != record.getPath()) enter(record.getPath());
-    if (!owned_ || excludes_.cover(directory_, record.getName())) return;
-    if (!filters_.accept(directory_, record)) return;
+void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+    if (directory_ != directory) enter(directory);
+    if (!owned_ || excludes_.cover(directory_, name)) return;
+    if (!filters_.accept(directory_, name, record)) return;
     path_.resize(prefixLength_);
-    path_ += toBytes(record.getName());
-    const FileFacts facts = withFacts_ ? factsOf(record) : FileFacts();
+    appendBytes(path_, name);
+    const FileFacts facts = withFacts_ ? factsOf(*record) : FileFacts();
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
 
@@ -52,7 +52,8 @@ void Matches::enter(const wchar_t* directory) {
     directory_ = directory;
     const std::wstring_view path = withoutFinalSlash(directory_);
     owned_ = root_->owns(path);
-    path_ = root_->shown(path);
+    path_.clear();
+    root_->appendShown(path, path_);
     if (!path_.ends_with('/')) path_ += '/';
     prefixLength_ = path_.size();
 }
@@ -60,6 +61,8 @@ void Matches::enter(const wchar_t* directory) {
 int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
                            unsigned attributes) {
     if (Interruption::pending() || matches_.stopped()) return discard();
+    // A record would copy the texts.
+    if (!matches_.needRecords()) return add(path, name, nullptr);
     FsFileInfo record;
     record.setFilePath(path);
     record.setFileName(name);
@@ -70,9 +73,13 @@ int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned lo
 
 int MatchWriter::addRecord(const FsFileInfo& record) {
     if (Interruption::pending()) return discard();
-    if (!matches_.nameFits(record)) return 0;
+    return add(record.getPath(), record.getName(), &record);
+}
+
+int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record) {
+    if (!matches_.nameFits(name)) return 0;
     line_.erase();
-    matches_.add(record);
+    matches_.add(path, name, record);
     return 0;
 }
 

@@ -28,11 +28,14 @@ public:
     void setRoot(const SearchRoot& root);
     const SearchRoot& root() const { return *root_; }
 
-    bool nameFits(const fscanner::FsFileInfo& record) const;
+    bool nameFits(const wchar_t* name) const;
+    /// Whether `add` needs more than the path.
+    bool needRecords() const { return withFacts_ || filters_.needRecords(); }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
-    /// Passes the record on, unless another root reports it or it is left out.
-    void add(const fscanner::FsFileInfo& record);
+    /// Passes the file on, unless another root reports it or it is left out. `record`
+    /// may be null where none is needed.
+    void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
 
 private:
     void enter(const wchar_t* directory);
@@ -61,6 +64,8 @@ public:
     int close() override { return 0; }
 
 private:
+    int add(const wchar_t* path, const wchar_t* name, const fscanner::FsFileInfo* record);
+
     Matches& matches_;
     ProgressLine& line_;
 };

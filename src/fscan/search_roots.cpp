@@ -73,10 +73,18 @@ bool SearchRoot::owns(std::wstring_view directory) const {
 }
 
 std::string SearchRoot::shown(std::wstring_view directory) const {
-    if (directory.size() <= real.size()) return given;
+    std::string text;
+    appendShown(directory, text);
+    return text;
+}
+
+void SearchRoot::appendShown(std::wstring_view directory, std::string& text) const {
+    text += given;
+    if (directory.size() <= real.size()) return;
     std::wstring_view below = directory.substr(real.size());
     if (below.starts_with(L'/')) below.remove_prefix(1);
-    return given + (given.ends_with('/') ? "" : "/") + toBytes(below);
+    if (!given.ends_with('/')) text += '/';
+    appendBytes(text, below);
 }
 
 SearchRoots SearchRoots::resolve(const Options& options) {

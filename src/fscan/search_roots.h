@@ -19,6 +19,7 @@ struct SearchRoot {
     bool owns(std::wstring_view directory) const;
     /// The directory as the user wrote it: what the given text became below.
     std::string shown(std::wstring_view directory) const;
+    void appendShown(std::wstring_view directory, std::string& text) const;
 };
 
 /// The PATHs of the command line. A directory that is given twice is searched

@@ -1,10 +1,36 @@
 #include "text.h"
 
+#include <cstdint>
 #include <new>
 
 #include "fscanner/fs/fs_text.h"
 
 namespace fscan {
+
+namespace {
+
+/// Appends the ASCII at the start of the text, in blocks that the compiler can keep in
+/// registers; returns how much that was.
+std::size_t appendAscii(std::string& bytes, std::wstring_view text) {
+    constexpr std::size_t block = 16;
+    char narrow[block];
+    std::size_t done = 0;
+    for (; done + block <= text.size(); done += block) {
+        std::uint32_t all = 0;
+        for (std::size_t i = 0; i < block; ++i) {
+            const auto c = static_cast<std::uint32_t>(text[done + i]);
+            all |= c;
+            narrow[i] = static_cast<char>(c);
+        }
+        if (all >= 0x80) break;
+        bytes.append(narrow, block);
+    }
+    for (; done < text.size() && static_cast<std::uint32_t>(text[done]) < 0x80; ++done)
+        bytes += static_cast<char>(text[done]);
+    return done;
+}
+
+}  // namespace
 
 std::wstring toWide(const std::string& bytes) {
     std::wstring text;
@@ -14,8 +40,16 @@ std::wstring toWide(const std::string& bytes) {
 
 std::string toBytes(std::wstring_view text) {
     std::string bytes;
-    if (!fscanner::fsToMultibyte(std::wstring(text).c_str(), bytes)) throw std::bad_alloc();
+    appendBytes(bytes, text);
     return bytes;
+}
+
+void appendBytes(std::string& bytes, std::wstring_view text) {
+    text.remove_prefix(appendAscii(bytes, text));
+    if (text.empty()) return;
+    std::string rest;
+    if (!fscanner::fsToMultibyte(std::wstring(text).c_str(), rest)) throw std::bad_alloc();
+    bytes += rest;
 }
 
 bool liesIn(std::wstring_view path, std::wstring_view directory) {

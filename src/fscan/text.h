@@ -8,6 +8,7 @@ namespace fscan {
 /// Between the locale's bytes and the library's wide text, both ways without loss.
 std::wstring toWide(const std::string& bytes);
 std::string toBytes(std::wstring_view text);
+void appendBytes(std::string& bytes, std::wstring_view text);
 
 /// Whether the absolute path is `directory` or lies below it, by text alone.
 /// Neither ends in "/", but for the root.

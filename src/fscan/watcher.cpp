@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "excludes.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "interruption.h"
 #include "matches.h"
 #include "messages.h"
@@ -66,10 +67,10 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
 /// The criteria failed as a whole. A name with a wildcard in it does that to
 /// the name patterns; the rest of them may well hold.
 void Watcher::undecided(const fscanner::FsFileInfo& file) {
-    if (!parts_.matches.nameFits(file)) return;
+    if (!parts_.matches.nameFits(file.getName())) return;
     if (parts_.where != nullptr && !parts_.where->matches(file)) return;
     parts_.line.erase();
-    parts_.matches.add(file);
+    parts_.matches.add(file.getPath(), file.getName(), &file);
 }
 
 void Watcher::fromCache(const wchar_t* path, unsigned ageSeconds) {

@@ -149,12 +149,23 @@ bool isAscii(wchar_t c) {
 
 /// Narrows the ASCII at the start of `text` and returns its length.
 std::size_t narrowAscii(std::string& out, std::wstring_view text) {
-    std::size_t plain = 0;
-    while (plain < text.size() && isAscii(text[plain])) ++plain;
+    constexpr std::size_t block = 16;  // which the compiler can keep in registers
     const std::size_t start = out.size();
-    out.resize(start + plain);
-    for (std::size_t i = 0; i < plain; ++i) out[start + i] = static_cast<char>(text[i]);
-    return plain;
+    out.resize(start + text.size());
+    char* to = out.data() + start;
+    std::size_t done = 0;
+    for (; done + block <= text.size(); done += block) {
+        std::uint32_t all = 0;
+        for (std::size_t i = done; i < done + block; ++i) {
+            all |= static_cast<std::uint32_t>(text[i]);
+            to[i] = static_cast<char>(text[i]);
+        }
+        if (all >= 0x80) break;
+    }
+    for (; done < text.size() && isAscii(text[done]); ++done)
+        to[done] = static_cast<char>(text[done]);
+    out.resize(start + done);
+    return done;
 }
 
 }  // namespace

@@ -20,10 +20,6 @@ constexpr unsigned kLongestChain = 1024;
 /// the top; a path exists only as a chain of parents.
 class CacheTree {
 public:
-    /// No path has as many components: a longer chain of parents is a circle of a
-    /// damaged table.
-    static constexpr unsigned kLongestChain = 1024;
-
     explicit CacheTree(CacheStore& store) : store_(store) {}
 
     /// Whether `path` is in the cache; `candidates` is then on its record. Without

@@ -37,14 +37,14 @@ std::size_t DirectoryChain::levelOf(unsigned id) const {
 bool DirectoryChain::climb(unsigned id) {
     below_.clear();
     for (kept_ = levelOf(id); kept_ == 0; kept_ = levelOf(id)) {
-        if (below_.size() == CacheTree::kLongestChain || !look(id)) return false;
+        if (below_.size() == kLongestChain || !look(id)) return false;
         if (names_.size() == below_.size()) names_.emplace_back();
         names_[below_.size()] = name_->view();
         below_.push_back({id, name_->view().ends_with(L'/'), 0});
         id = parent_->value();
         if (id == 0) break;
     }
-    return kept_ + below_.size() <= CacheTree::kLongestChain;
+    return kept_ + below_.size() <= kLongestChain;
 }
 
 bool DirectoryChain::descend() {
