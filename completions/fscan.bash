@@ -37,21 +37,39 @@ _fscan_criteria() {
     ((${#quotes} % 2)) && return
     [[ $cur =~ ^(.*[^A-Za-z0-9\[])?(\[?[A-Za-z]*)$ ]] || return
     local _fscan_before=${BASH_REMATCH[1]} last=${BASH_REMATCH[2]}
-    compopt -o nospace
     _fscan_matching "$last" < <(_fscan_of field; _fscan_of command)
+    _fscan_unfinished
+}
+
+# The word goes on behind what was completed: no blank, and no closing quote, which
+# readline leaves out only where there is more than one match.
+_fscan_unfinished() {
+    compopt -o nospace
+    [[ -z $quote || ${#COMPREPLY[@]} -ne 1 ]] || COMPREPLY+=("${COMPREPLY[0]} ")
 }
 
 _fscan_path() {
-    local group
-    while IFS= read -r group; do
+    local group groups
+    groups=$(_fscan_of group)
+    for group in $groups; do
         [[ $cur == "$group"* ]] || continue
-        local _fscan_before=$group
+        _fscan_before=$group
         cur=${cur#"$group"}
-        break
-    done < <(_fscan_of group)
-    [[ -z $_fscan_before && $cur == \$* ]] && compopt -o nospace && _fscan_matching "$cur" < <(_fscan_of group)
-    compopt -o filenames
-    _fscan_matching '' < <(compgen -d -- "$cur")
+    done
+    if [[ -z $_fscan_before && $cur == \$* ]]; then
+        # Outside of quotes the shell would take it for a variable.
+        [[ -n $quote ]] || _fscan_before=\'
+        _fscan_matching "$cur" <<<"$groups"
+        _fscan_unfinished
+        return
+    fi
+    if [[ -n $_fscan_before ]]; then
+        _fscan_matching '' < <(compgen -d -S / -- "$cur")
+        _fscan_unfinished
+    else
+        compopt -o filenames
+        _fscan_matching '' < <(compgen -d -- "$cur")
+    fi
 }
 
 # _fscan_argument VALUE: completes what an option takes.
@@ -72,7 +90,7 @@ _fscan_argument() {
 
 _fscan() {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} word value
-    local _fscan_before='' _fscan_words
+    local _fscan_before='' _fscan_words quote=
     COMPREPLY=()
     _fscan_words=$("$1" --list-words 2>/dev/null) || return
     # "--sort=na" comes as three words.
@@ -83,6 +101,7 @@ _fscan() {
     fi
     # The shell keeps an opening quote, and readline puts it back, and a "$" that is
     # not quoted is written with a backslash.
+    [[ $cur != [\'\"]* ]] || quote=${cur:0:1}
     cur=${cur#[\'\"]}
     cur=${cur/#\\\$/\$}
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
