@@ -1,0 +1,200 @@
+// Trees deeper than a path may be long, directories of a hundred thousand, and hosts
+// with a small stack and few descriptors: what cannot be searched is reported, all else
+// is found.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "fs/result_file_support.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "hostile/cache_image.h"
+#include "support/child_process.h"
+
+namespace fscanner {
+namespace {
+
+constexpr std::size_t kLongestPath = 1023;
+
+class SkipList : public FsScanObserver {
+public:
+    SkipList() : old_(fsSetScanObserver(this)) {}
+    ~SkipList() override { fsSetScanObserver(old_); }
+    void skipped(const wchar_t* directory, FsSkipReason reason, int) override {
+        skips.emplace_back(toMultibyte(directory).size(), reason);
+    }
+    std::vector<std::pair<std::size_t, FsSkipReason>> skips;
+
+private:
+    FsScanObserver* old_;
+};
+
+/// Goes down from a directory, by descriptors: the paths are too long for the system.
+class Nest {
+public:
+    explicit Nest(const std::string& root) : at_(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC)) {}
+    ~Nest() { ::close(at_); }
+    Nest(const Nest&) = delete;
+    Nest& operator=(const Nest&) = delete;
+
+    void file(const char* name) const {
+        const int made = ::openat(at_, name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+        EXPECT_GE(made, 0);
+        ::close(made);
+    }
+    void directory(const std::string& name) const {
+        EXPECT_EQ(::mkdirat(at_, name.c_str(), 0700), 0);
+    }
+    void enter(const std::string& name) {
+        const int next = ::openat(at_, name.c_str(), O_DIRECTORY | O_CLOEXEC);
+        ASSERT_GE(next, 0);
+        ::close(at_);
+        at_ = next;
+    }
+    void down(const std::string& name) {
+        directory(name);
+        enter(name);
+    }
+
+private:
+    int at_;
+};
+
+class DeepAndWide : public testing::Test {
+protected:
+    DeepAndWide() { query.addIncludePath((L"*:" + tree.wide()).c_str(), true); }
+
+    TempTree tree{memoryDirectory()};
+    CacheUser cache;
+    FsQuery query;
+};
+
+// A thread of its own, for its stack alone.
+template <typename Body>
+void onStackOf(std::size_t bytes, Body body) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, bytes), 0);
+    pthread_t thread;
+    const auto run = [](void* argument) -> void* {
+        (*static_cast<Body*>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &body), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
+    Nest nest(tree.path());
+    for (int level = 0; level < 2000; ++level) {
+        nest.file("f");
+        nest.directory("z");  // a sibling on either side of the way down
+        nest.directory("a");
+        nest.down("m");
+    }
+    const std::size_t levels = (kLongestPath - tree.path().size()) / 2 + 1;
+    query.setQuery(
+        (L"[FILENAME]==\"f\"&&" + std::wstring(256, L'(') + L"1" + std::wstring(256, L')') + L"==1")
+            .c_str());
+    // The first use of many things takes descriptors for a moment.
+    FsQuery nothing;
+    nothing.addIncludePath((L"*:" + cache.directory().wide()).c_str(), true);
+    CollectingWriter ignored;
+    ASSERT_EQ(cache.query(ignored, nothing), 0);
+    std::filesystem::remove_all(cache.directory().path("dirs.cuflag"));
+    const rlimit few{20, 20};
+    const int status = inChild([&] {
+        if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return 1;
+        int verdict = 2;
+        onStackOf(256 * 1024, [&] {
+            for (const unsigned age : {kDay, kDay, 0U - 10}) {
+                SkipList observer;
+                CollectingWriter direct, cached;
+                if (fsScanQuery(direct, query, kMinute) != 0) return;
+                ++verdict;
+                if (direct.paths.size() != levels) return;
+                ++verdict;
+                // The two siblings and the way down, one level below the last.
+                if (observer.skips.empty() || observer.skips[0].first <= kLongestPath ||
+                    observer.skips[0].second != FsSkipReason::tooLong)
+                    return;
+                ++verdict;
+                if (cache.query(cached, query, age) != 0) return;
+                ++verdict;
+                if (cached.sorted() != direct.sorted()) return;
+            }
+            verdict = 0;
+        });
+        return verdict;
+    });
+    EXPECT_EQ(status, 0);
+    // The tree is too deep for others to remove by its paths.
+    EXPECT_EQ(std::system(("rm -rf '" + tree.path("m") + "'").c_str()), 0);
+}
+
+TEST_F(DeepAndWide, PathsAroundTheLimitAreFoundOrReported) {
+    Nest nest(tree.path());
+    std::size_t length = tree.path().size();
+    while (length + 101 < kLongestPath - 110) {
+        nest.down(std::string(100, 'd'));
+        length += 101;
+    }
+    // Three siblings whose paths have 1023, 1024 and 1025 characters, and a short one.
+    for (const std::size_t whole : {kLongestPath, kLongestPath + 1, kLongestPath + 2, length + 2}) {
+        Nest sibling(tree.path());
+        for (std::size_t at = tree.path().size(); at < length; at += 101)
+            sibling.enter(std::string(100, 'd'));
+        sibling.down(std::string(whole - length - 1, 's'));
+        sibling.file("short");
+        sibling.file(std::string(255, 'l').c_str());
+        sibling.down("below");
+        sibling.file("f");
+    }
+    SkipList observer;
+    CollectingWriter direct, cached;
+    EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
+    // Two files in the longest directory; those and the one below in the short one.
+    EXPECT_EQ(direct.paths.size(), 5U);
+    const std::size_t below = kLongestPath + std::strlen("/below");
+    std::vector<std::pair<std::size_t, FsSkipReason>> expected;
+    for (const std::size_t skipped : {kLongestPath + 1, kLongestPath + 2, below})
+        expected.emplace_back(skipped, FsSkipReason::tooLong);
+    EXPECT_THAT(observer.skips, testing::UnorderedElementsAreArray(expected));
+    EXPECT_EQ(cache.query(cached, query), 0);
+    EXPECT_EQ(cached.sorted(), direct.sorted());
+    EXPECT_EQ(std::system(("rm -rf '" + tree.path(std::string(100, 'd')) + "'").c_str()), 0);
+}
+
+TEST_F(DeepAndWide, AHundredThousandFilesInOneDirectory) {
+    constexpr std::size_t kFiles = 100000;
+    const Nest nest(tree.path());
+    for (std::size_t i = 0; i < kFiles; ++i) nest.file(("f" + std::to_string(i)).c_str());
+    CollectingWriter direct, cached;
+    EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
+    EXPECT_EQ(direct.paths.size(), kFiles);
+    for (int i = 0; i < 2; ++i) {
+        cached.paths.clear();
+        EXPECT_EQ(cache.query(cached, query), 0);
+        EXPECT_TRUE(cached.sorted() == direct.sorted());
+    }
+    const ResultDirectory directory;
+    FsResultSet_OnFile results;
+    for (const FsFileInfo& record : direct.records) results.getWriter()->addRecord(record);
+    const std::unique_ptr<FsResultSetReader> reader(results.getReader());
+    EXPECT_EQ(reader->sort(2, 1, true), 1);
+    reader->moveFirst();
+    std::wstring last;
+    std::size_t inOrder = 0;
+    for (FsFileInfo record; reader->getNext(record); last = record.getName())
+        inOrder += last < record.getName();
+    EXPECT_EQ(inOrder, kFiles);
+}
+
+}  // namespace
+}  // namespace fscanner
