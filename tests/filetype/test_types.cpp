@@ -100,13 +100,16 @@ TEST_F(FileTypeTest, OneRunServesADirectoryAndEachAnswerOneQuestion) {
     fs::create_directory(path("sub"));
     EXPECT_EQ(typeOf("a"), "ASCII text");
     EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
-    EXPECT_EQ(typeOf("sub"), "directory");
     EXPECT_EQ(runs(), 1);
     EXPECT_EQ(typeOf("a"), "ASCII text");
     EXPECT_EQ(runs(), 2) << "asked again";
+    EXPECT_EQ(typeOf("sub"), "directory");
+    EXPECT_EQ(runs(), 3) << "a directory is looked at only when it is asked for";
+    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
+    EXPECT_EQ(runs(), 3);
     EXPECT_EQ(typeOf("absent"), "unknown");
     EXPECT_EQ(typeOf(""), "unknown");
-    EXPECT_EQ(runs(), 2) << "the directory does not hold these";
+    EXPECT_EQ(runs(), 3) << "the directory does not hold these";
 }
 
 // An answer that waits is used even if its file has changed meanwhile, once.
@@ -189,8 +192,12 @@ TEST_F(FileTypeTest, ALinkIsNotFollowedToTheDirectory) {
     fs::create_directory(path("real"));
     write("real/a");
     fs::create_directory_symlink("real", path("link"));
+    fs::create_directory(path("real/below"));
+    write("real/below/a");
     EXPECT_EQ(typeOf("link/a"), "unknown");
+    EXPECT_EQ(typeOf("link/below/a"), "unknown");
     EXPECT_EQ(typeOf("real/a"), "ASCII text");
+    EXPECT_EQ(typeOf("real/below/a"), "ASCII text");
 }
 
 TEST_F(FileTypeTest, TheHostsEnvironmentChangesNoAnswer) {

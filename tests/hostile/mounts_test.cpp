@@ -44,6 +44,7 @@ TEST(HostileMounts, ADeadRemoteMountIsNotTouchedUnlessItIsAskedFor) {
         } else {
             tree.directory(below);
         }
+    writeWholeFile(tree.path("z/f"), "%PDF-1.4\n");
     const std::vector<std::string> expected = {tree.path("a/f"), tree.path("z/f"),
                                                tree.path("z/y/f")};
     const int status = inChild([&] {
@@ -67,6 +68,9 @@ TEST(HostileMounts, ADeadRemoteMountIsNotTouchedUnlessItIsAskedFor) {
         FsQuery below;
         below.addIncludePath((L"$local::*:" + tree.wide("z/y")).c_str(), true);
         if (const int wrong = found(below, cache, {tree.path("z/y/f")})) return 30 + wrong;
+        // The program that tells types is not sent there either.
+        local.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
+        if (const int wrong = found(local, cache, {tree.path("z/f")})) return 50 + wrong;
         // It is dead indeed: who asks for it waits.
         byPath.clearExcludePaths();
         const bool waits = inChild([&] {

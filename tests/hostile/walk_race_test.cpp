@@ -117,7 +117,7 @@ TEST_F(WalkRace, NorIsItPutIntoTheCache) {
 
 // The type of a file is asked for by its directory's path, after the walk has met it.
 TEST_F(WalkRace, NorIsItsTypeTold) {
-    for (const char* below : {"a/f", "b/c/f", "b/d/e/f"})
+    for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f"})
         writeWholeFile(outside.path(below), "%PDF-1.4\n");
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
     for (int i = 0; i < 30 * faultsScale() && !HasFailure(); ++i) {

@@ -42,7 +42,7 @@ FileLocation locate(const std::string& path) {
 
 std::vector<FileAnswer> describeDirectory(const FileLocation& wanted) {
     auto directory = NameDirectory::open(wanted.directory.c_str());
-    auto names = directory ? directory->names() : std::nullopt;
+    auto names = directory ? directory->names(wanted.name) : std::nullopt;
     if (!names) return {};
     std::sort(names->begin(), names->end());
     if (!std::binary_search(names->begin(), names->end(), wanted.name)) return {};

@@ -65,7 +65,7 @@ Descriptor openBeside(int parent, const char* name) {
 
 // Where the kernel has no openat2: one component after the other.
 Descriptor openByComponents(const char* path) {
-    Descriptor directory = openBeside(AT_FDCWD, "/");
+    Descriptor directory = openBeside(AT_FDCWD, *path == '/' ? "/" : ".");
     std::string component;
     while (directory && *path) {
         path += std::strspn(path, "/");
@@ -78,7 +78,9 @@ Descriptor openByComponents(const char* path) {
     return directory;
 }
 
-Descriptor openWithoutLinks(const char* path) {
+}  // namespace
+
+Descriptor openDirectoryWithoutLinks(const char* path) {
     open_how how{};
     how.flags = static_cast<unsigned>(kOpenFlags);
     how.resolve = RESOLVE_NO_SYMLINKS;
@@ -88,8 +90,6 @@ Descriptor openWithoutLinks(const char* path) {
     const bool unsupported = errno == ENOSYS || errno == EPERM;
     return unsupported ? openByComponents(path) : Descriptor();
 }
-
-}  // namespace
 
 void DirectoryEntries::clear() {
     if (data_.size() > kKeepCapacity) data_ = std::string();
@@ -121,7 +121,7 @@ bool DirectoryEntries::takeLast(Entry& entry) {
 }
 
 int Directory::openPath(const char* path) {
-    descriptor_ = openWithoutLinks(path);
+    descriptor_ = openDirectoryWithoutLinks(path);
     return descriptor_ ? 0 : errno;
 }
 

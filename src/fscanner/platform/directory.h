@@ -68,6 +68,10 @@ private:
     Descriptor descriptor_;
 };
 
+/// Opens a directory for reading. A symbolic link anywhere in the path fails: whoever
+/// may rename what lies on the way must not lead us elsewhere. errno tells why.
+Descriptor openDirectoryWithoutLinks(const char* path);
+
 /// Whether `path` is a directory itself, links not followed. 0, or the errno (and
 /// `isDirectory` is false then).
 int examineDirectory(const char* path, bool& isDirectory);
