@@ -5,6 +5,7 @@
 #include <array>
 #include <csignal>
 
+#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
 
 namespace fscan {
@@ -20,14 +21,32 @@ volatile std::sig_atomic_t noted = 0;
 volatile std::sig_atomic_t isAnswering = 0;
 bool pipeEnds = false;
 
-// As the signal would have ended the process, but without the library's temporary files.
-extern "C" void endBy(int signal) {
-    fscanner::FsResourceManager::getInstance()->invokeCleanupHandlers(signal);
+void unblockDefault(int signal) {
     std::signal(signal, SIG_DFL);
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, signal);
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+// Twice where there is a log: its lines take memory, for which a handler may have to
+// wait for ever. By then the files are gone, and an alarm ends the process.
+void removeFiles(int signal) {
+    fscanner::FsResourceManager& files = *fscanner::FsResourceManager::getInstance();
+    const bool logged = fscanner::debugInfo;
+    fscanner::stopDebug();
+    files.invokeCleanupHandlers(signal);
+    if (!logged) return;
+    unblockDefault(SIGALRM);
+    alarm(1);
+    fscanner::startDebug();
+    files.invokeCleanupHandlers(signal);
+}
+
+// As the signal would have ended the process, but without the library's temporary files.
+extern "C" void endBy(int signal) {
+    removeFiles(signal);
+    unblockDefault(signal);
     raise(signal);
 }
 

@@ -19,6 +19,7 @@
 #include "exit_status.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "interruption.h"
 #include "messages.h"
 #include "options.h"
 #include "output.h"
@@ -29,7 +30,7 @@ namespace fscan {
 
 namespace {
 
-int runCacheTask(const Options& options, Output& out) {
+int cacheTask(const Options& options, Output& out) {
     switch (options.cacheTask) {
         case CacheTask::compact:
             return compactCache(options, out);
@@ -38,6 +39,14 @@ int runCacheTask(const Options& options, Output& out) {
         default:
             return showCacheStatus(options, out);
     }
+}
+
+/// A signal that cut a compaction short would cost the cache.
+int runCacheTask(const Options& options, Output& out) {
+    const Interruption interruption;
+    const int status = cacheTask(options, out);
+    interruption.endIfPending(out.error() == EPIPE);
+    return status;
 }
 
 int run(int argc, char** argv, Output& out) {
