@@ -17,6 +17,17 @@ if(SCDOC)
     endif()
     install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
     list(APPEND pages ${page})
+    # The line below NAME has all names of a page; the others lead to it.
+    file(STRINGS ${source} names REGEX "^[A-Za-z, -]+ - " LIMIT_COUNT 1)
+    string(REGEX REPLACE " - .*" "" names "${names}")
+    string(REPLACE ", " ";" names "${names}")
+    list(POP_FRONT names)
+    foreach(other ${names})
+      file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/man/${other}.${section}
+        CONTENT ".so man${section}/${name}\n")
+      install(FILES ${PROJECT_BINARY_DIR}/man/${other}.${section}
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section} COMPONENT ${component})
+    endforeach()
   endforeach()
   add_custom_target(manual ALL DEPENDS ${pages})
 else()

@@ -7,7 +7,6 @@
 //
 // AFTER cancels by itself, when that many entries have been seen.
 
-#include <fscanner/fs/fs_direct.h>
 #include <fscanner/fscanner.h>
 
 #include <clocale>

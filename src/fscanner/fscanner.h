@@ -4,6 +4,8 @@
 
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_explain.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_provider.h"
