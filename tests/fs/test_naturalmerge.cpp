@@ -7,10 +7,10 @@
 #include <random>
 
 #include "fs/result_file_support.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/naturalmerge.h"
 #include "fscanner/fs/record_merge.h"
 #include "fscanner/fs/result_record_io.h"
+#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
@@ -29,14 +29,22 @@ struct Record {
     std::wstring path;
     std::wstring name;
     unsigned size;
+    unsigned known = 3;  // the bits of FsFileInfo::knownMask()
 };
 
 class NaturalMerge : public ::testing::Test {
 protected:
     void write(const std::vector<Record>& records) {
         FsResultSetWriter_OnFile writer(file_.c_str());
-        for (const Record& r : records)
-            ASSERT_EQ(writer.addRecord(r.path.c_str(), r.name.c_str(), r.size, 0), 0);
+        for (const Record& r : records) {
+            FsFileInfo record;
+            record.setFilePath(r.path.c_str());
+            record.setFileName(r.name.c_str());
+            if (r.known & 1) record.setFileAttr(0);
+            if (r.known & 2) record.setFileSize(r.size);
+            if (r.known & 0x100) record.setLastModifyTime(77);
+            ASSERT_EQ(writer.addRecord(record), 0);
+        }
     }
     std::string content() const { return readWholeFile(file_); }
     bool sort(NaturalMergeSort sorter, unsigned direction, bool caseSensitive = true) {
@@ -68,7 +76,7 @@ protected:
             reader.moveFirst();
             for (FsFileInfo r; reader.getNext(r);)
                 all.push_back(std::wstring(r.getPath()) + L"|" + r.getName() + L"|" +
-                              std::to_wstring(r.getSize()));
+                              std::to_wstring(r.knownMask() & 2 ? r.getSize() : 0));
         }
         replaceFile(file_, before);  // a reader removes its file
         return all;
@@ -86,35 +94,9 @@ TEST_F(NaturalMerge, OrderOfTiesIsTheAlgorithmsOwn) {
     EXPECT_THAT(lines(), ElementsAre(L"|b|0", L"|a|1", L"|e|1", L"|c|1", L"|d|2"));
 }
 
-TEST_F(NaturalMerge, SortsByEveryKeyInBothDirections) {
-    const std::vector<Record> records = {
-        {L"/b", L"x", 2}, {L"/a", L"z", 9}, {L"/a/", L"B", 4000000000}, {L"/a", L"b", 1}};
-    struct Case {
-        unsigned key;
-        bool caseSensitive;
-        std::vector<std::wstring> ascending;
-    };
-    const Case cases[] = {
-        {FS_SORT_NAME, true, {L"/a/|B|4000000000", L"/a|b|1", L"/b|x|2", L"/a|z|9"}},
-        {FS_SORT_PATHNAME, true, {L"/a/|B|4000000000", L"/a|b|1", L"/a|z|9", L"/b|x|2"}},
-        {FS_SORT_SIZE, true, {L"/a|b|1", L"/b|x|2", L"/a|z|9", L"/a/|B|4000000000"}},
-        // Two ties: what counts is the run that each lies in.
-        {FS_SORT_PATH, true, {L"/a|z|9", L"/a|b|1", L"/a/|B|4000000000", L"/b|x|2"}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.key);
-        write(records);
-        sortBothWays(c.key, FS_SORT_ASCENDING, c.caseSensitive);
-        EXPECT_EQ(lines(), c.ascending);
-        sortBothWays(c.key, FS_SORT_DESCENDING, c.caseSensitive);
-        const auto descending = lines();
-        EXPECT_EQ(descending.front(), c.ascending.back());
-        EXPECT_TRUE(std::is_permutation(descending.begin(), descending.end(), c.ascending.begin()));
-    }
-}
-
 // Texts whose encodings meet every boundary: equal starts, joins with and
-// without a slash, all lengths of UTF-8, bytes that no locale decodes.
+// without a slash, all lengths of UTF-8, bytes that no locale decodes. The size
+// is known of most, and stands at different places.
 std::vector<Record> randomRecords(std::mt19937& random, int count) {
     const std::wstring parts[] = {L"",       L"a",       L"A",      L"/",     L"z",
                                   L"\x7f",   L"\x80",    L"\x7ff",  L"\xe9",  L"\xc9",
@@ -128,7 +110,8 @@ std::vector<Record> randomRecords(std::mt19937& random, int count) {
     std::vector<Record> records;
     const unsigned sizes = 1 + pick(50);
     for (int i = 0; i < count; ++i)
-        records.push_back({L"/" + text(), text(), pick(3) == 0 ? UINT_MAX - pick(2) : pick(sizes)});
+        records.push_back({L"/" + text(), text(), pick(3) == 0 ? UINT_MAX - pick(2) : pick(sizes),
+                           pick(4) + (pick(2) << 8)});
     return records;
 }
 
@@ -140,7 +123,8 @@ TEST_F(NaturalMerge, BothWaysAgreeAndAreSorted) {
         const bool caseSensitive = round / 8 % 2 == 0;
         write(randomRecords(random, static_cast<int>(random() % 120)));
         auto before = lines();
-        sortBothWays(key, direction, caseSensitive);
+        const std::size_t length = content().size();
+        ASSERT_EQ(sortBothWays(key, direction, caseSensitive).size(), length) << "round " << round;
         auto after = lines();
         std::sort(before.begin(), before.end());
         std::sort(after.begin(), after.end());
@@ -189,30 +173,6 @@ TEST_F(NaturalMerge, WholeFilesNeedNoCallbacksAndFailedWritesLoseNothing) {
     EXPECT_THAT(lines(), ElementsAre(L"|a|0", L"|b|1"));
 }
 
-TEST_F(NaturalMerge, RecordsThatKnowOtherThingsKeepThem) {
-    {
-        FsResultSetWriter_OnFile writer(file_.c_str());
-        for (const wchar_t* name : {L"fscanner", L"."}) {  // the size has another place in each
-            FsFileInfo record;
-            record.setFilePath(directory_.path().wstring().c_str());
-            record.setFileName(name);
-            if (name[0] == L'.') record.updateInfo();
-            record.setFileSize(name[0] == L'.' ? 5 : 7);
-            ASSERT_EQ(writer.addRecord(record), 0);
-        }
-        FsFileInfo sizeless;
-        sizeless.setFilePath(L"/");
-        sizeless.setFileName(L"none");
-        sizeless.setLastModifyTime(1);
-        ASSERT_EQ(writer.addRecord(sizeless), 0);
-    }
-    const std::size_t length = content().size();
-    EXPECT_EQ(sortBothWays(FS_SORT_SIZE, FS_SORT_ASCENDING).size(), length);
-    FsResultSetReader_OnFile reader(file_.c_str());
-    reader.moveFirst();
-    EXPECT_EQ(namesLeft(reader), L"none.fscanner");
-}
-
 TEST_F(NaturalMerge, EmptyFilesAndWrongRequests) {
     write({});
     EXPECT_EQ(sortBothWays(FS_SORT_NAME, FS_SORT_ASCENDING), "");
@@ -244,15 +204,13 @@ TEST_F(NaturalMerge, WorkFilesReplaceWhatHadTheirNamesAndGo) {
 
 TEST_F(NaturalMerge, LogsItsSteps) {
     write({{L"", L"b", 1}, {L"", L"a", 0}});
-    const std::string log = directory_ / "log";
-    ASSERT_TRUE(startDebug(log.c_str()));
+    const LogCapture log;
     EXPECT_TRUE(sortEncoded(2, 1));
-    stopDebug();
-    EXPECT_EQ(readWholeFile(log), "NaturalMergeSort::sort - entering... [" + file_ +
-                                      "]\nNaturalMergeSort::sort - file to sort opened!\n"
-                                      "NaturalMergeSort::sort - first tmp file is [" +
-                                      file_ + ".a]\nNaturalMergeSort::sort - second tmp file is [" +
-                                      file_ + ".b]\n");
+    EXPECT_EQ(log.text(), "NaturalMergeSort::sort - entering... [" + file_ +
+                              "]\nNaturalMergeSort::sort - file to sort opened!\n"
+                              "NaturalMergeSort::sort - first tmp file is [" +
+                              file_ + ".a]\nNaturalMergeSort::sort - second tmp file is [" + file_ +
+                              ".b]\n");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_serializator.h"
@@ -13,12 +14,9 @@ namespace {
 
 TEST(Query, KeepsItsListsApartAndInOrder) {
     FsQuery query;
-    EXPECT_TRUE(query.addIncludePath(L"/a", true));
-    EXPECT_TRUE(query.addIncludePath(L"/a", false));
-    EXPECT_TRUE(query.addExcludePath(L"/b", false));
-    EXPECT_TRUE(query.addIncludeFileSystem(L"ext4"));
-    EXPECT_TRUE(query.addExcludeFileSystem(L"proc"));
-    EXPECT_TRUE(query.addExcludeFileSystem(L"proc"));
+    EXPECT_TRUE(query.addIncludePath(L"/a", true) && query.addIncludePath(L"/a", false) &&
+                query.addExcludePath(L"/b", false) && query.addIncludeFileSystem(L"ext4") &&
+                query.addExcludeFileSystem(L"proc") && query.addExcludeFileSystem(L"proc"));
     EXPECT_FALSE(query.addIncludePath(nullptr, true) || query.addExcludePath(nullptr, true) ||
                  query.addIncludeFileSystem(nullptr) || query.addExcludeFileSystem(nullptr));
 
@@ -72,7 +70,7 @@ std::size_t slotOf(Method method) {
 }
 
 TEST(Slots, AreInTheirPlaces) {
-    const std::vector<std::size_t> query = {
+    const std::size_t query[] = {
         slotOf(&FsQuery::addIncludePath),         slotOf(&FsQuery::addExcludePath),
         slotOf(&FsQuery::addIncludeFileSystem),   slotOf(&FsQuery::addExcludeFileSystem),
         slotOf(&FsQuery::setSimpleQuery),         slotOf(&FsQuery::setQuery),
@@ -82,8 +80,8 @@ TEST(Slots, AreInTheirPlaces) {
         slotOf(&FsQuery::getCaseSensitive),       slotOf(&FsQuery::clearIncludePaths),
         slotOf(&FsQuery::clearExcludePaths),      slotOf(&FsQuery::clearIncludeFileSystems),
         slotOf(&FsQuery::clearExcludeFileSystems)};
-    for (std::size_t i = 0; i < query.size(); ++i) EXPECT_EQ(query[i], i + 1);
-
+    for (std::size_t i = 0; i < std::size(query); ++i) EXPECT_EQ(query[i], i + 1);
+    EXPECT_EQ(slotOf(&FsProvider::executeQuery), 6u);
     EXPECT_EQ(slotOf(&FsSerializator::saveString), 1u);
     EXPECT_EQ(slotOf(&FsSerializator::loadString), 4u);
     EXPECT_EQ(slotOf(&FsSerializator::reset), 8u);
@@ -92,11 +90,11 @@ TEST(Slots, AreInTheirPlaces) {
     EXPECT_EQ(slotOf(&FsResultSet::getReader), 3u);
     EXPECT_EQ(slotOf(&FsResultSet::getWriter), 4u);
     EXPECT_EQ(slotOf(&FsResultSetWriter::close), 5u);
-    EXPECT_EQ(slotOf(&FsResultSetReader::moveFirst), 3u);
-    EXPECT_EQ(slotOf(&FsResultSetReader::getNext), 4u);
-    EXPECT_EQ(slotOf(&FsResultSetReader::sort), 5u);
-    EXPECT_EQ(slotOf(&FsResultSetReader::setBookmark), 6u);
-    EXPECT_EQ(slotOf(&FsResultSetReader::toBookmark), 7u);
+    const std::size_t reader[] = {
+        slotOf(&FsResultSetReader::moveFirst), slotOf(&FsResultSetReader::getNext),
+        slotOf(&FsResultSetReader::sort), slotOf(&FsResultSetReader::setBookmark),
+        slotOf(&FsResultSetReader::toBookmark)};
+    for (std::size_t i = 0; i < std::size(reader); ++i) EXPECT_EQ(reader[i], i + 3);
     const auto byFacts =
         static_cast<int (FsResultSetWriter::*)(const wchar_t*, const wchar_t*, unsigned long long,
                                                unsigned)>(&FsResultSetWriter::addRecord);

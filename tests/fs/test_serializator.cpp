@@ -66,7 +66,7 @@ TEST(Serializator, SavesStringsAsBytesAndLoadsThemBack) {
     }
 }
 
-TEST(Serializator, LoadsStringsOfEveryLength) {
+TEST(Serializator, LoadsStringsOfEveryLengthAndNumbers) {
     MemoryFile file;
     FsSerializator_OnFile both(&file, false);
     for (const std::size_t length : {126u, 127u, 128u, 4095u, 4096u, 100000u, 3u}) {
@@ -76,13 +76,8 @@ TEST(Serializator, LoadsStringsOfEveryLength) {
         const Text loaded(both.loadString());
         EXPECT_STREQ(loaded.get(), text.c_str()) << length;
     }
-}
-
-TEST(Serializator, SavesNumbersMostSignificantFirst) {
-    MemoryFile file;
-    FsSerializator_OnFile both(&file, false);
     EXPECT_TRUE(both.saveUnsigned32(0x81020384) && both.saveInteger32(-2));
-    EXPECT_EQ(file.bytes, raw("\x81\2\3\x84\xFF\xFF\xFF\xFE"));
+    EXPECT_TRUE(file.bytes.ends_with(raw("\x81\2\3\x84\xFF\xFF\xFF\xFE")));
     EXPECT_EQ(both.loadUnsigned32(), 0x81020384u);
     EXPECT_EQ(both.loadInteger32(), -2);
 }
@@ -131,17 +126,12 @@ TEST(Serializator, ClosesAFileThatItOwnsAndCopesWithNone) {
 TEST(SavedRecord, HoldsWhatIsKnownInOrder) {
     FsFileInfo record;
     record.setFilePath(L"/d");
-    record.setFileName(L"n");
-    const std::string texts = raw("\0\0\0\3/d\0\0\0\2n");
-    EXPECT_EQ(saved(record), texts + raw("\0\0\0\0"));
     record.setFileSize(0x100000005ull);  // the high half is lost (deliberate)
-    record.setFileAttr(FS_ATTR_REGULAR_FILE);
-    EXPECT_EQ(saved(record), texts + raw("\0\0\0\3\0\0\x20\0\0\0\0\5"));
     record.setLastModifyTime(-1);
     record.setLastAccessTime(2);
     record.setCreateTime(3);
-    EXPECT_EQ(saved(record),
-              texts + raw("\0\0\1\xC3\0\0\x20\0\0\0\0\5\0\0\0\2\0\0\0\3\xFF\xFF\xFF\xFF"));
+    EXPECT_EQ(saved(record), raw("\0\0\0\3/d\0\0\0\0\0\0\1\xC2\0\0\0\5\0\0\0\2\0\0\0\3"
+                                 "\xFF\xFF\xFF\xFF"));
 }
 
 TEST(SavedRecord, LoadsEveryFieldFromItsPlace) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,12 @@ int inChild(Body body) {
     int status = 0;
     if (child < 0 || ::waitpid(child, &status, 0) != child) return -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// A limit on the length of files stands for a full disk: writes fail behind it from now on.
+inline bool limitFileSize(rlim_t bytes) {
+    const rlimit limit{bytes, bytes};
+    return ::signal(SIGXFSZ, SIG_IGN) != SIG_ERR && ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
 }
 
 }  // namespace fscanner

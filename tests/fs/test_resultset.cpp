@@ -1,8 +1,7 @@
-// Results in a temporary file: the bytes, the reader's states, and the file's life.
+// Results in a vector and in a temporary file: the bytes, the reader's states, and the
+// file's life.
 
 #include <gmock/gmock.h>
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +12,9 @@
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
 #include "fscanner/fs/fs_resultset_vector.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
+#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
@@ -87,6 +88,30 @@ TEST_P(ResultForms, AreEmptyWithoutRecords) {
     EXPECT_EQ(namesLeft(*reader), L"");
 }
 
+TEST(VectorResults, StayAsTheyAre) {
+    FsResultSet_OnVector results;
+    for (const wchar_t* name : {L"c", L"b"}) results.getWriter()->addRecord(L"/d", name, 0, 0);
+    const std::unique_ptr<FsResultSetReader> reader(results.getReader());
+    EXPECT_EQ(namesLeft(*reader), L"cb");
+    EXPECT_EQ(results.getWriter()->addRecord(L"/d", L"d", 0, 0), 0);
+    EXPECT_EQ(namesLeft(*reader), L"d") << "added behind an exhausted reader";
+    reader->moveFirst();
+    FsFileInfo record;
+    ASSERT_TRUE(reader->getNext(record));
+    EXPECT_EQ(reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true), 0);
+    EXPECT_EQ(reader->setBookmark() | reader->toBookmark(), 0);
+    EXPECT_EQ(namesLeft(*reader), L"bd") << "sorting does nothing";
+    EXPECT_FALSE(reader->getNext(record));
+    EXPECT_STREQ(record.getName(), L"c") << "left as it was";
+
+    FsResultSetWriter_OnVector writer(nullptr);
+    EXPECT_EQ(writer.addRecord(L"/d", L"c", 7, 0), -1);
+    EXPECT_EQ(writer.addRecord(record), -1);
+    FsResultSetReader_OnVector storeless(nullptr);
+    storeless.moveFirst();
+    EXPECT_EQ(namesLeft(storeless), L"");
+}
+
 class ResultFile : public ::testing::Test {
 protected:
     ResultDirectory directory_;
@@ -126,11 +151,7 @@ TEST_F(ResultFile, IsNeverWrittenWhereSomebodyPlantedOne) {
 }
 
 TEST_F(ResultFile, GoesWithTheReaderOrElseWithTheSet) {
-    {
-        FsResultSet_OnFile unread;
-        unread.getWriter()->addRecord(L"/d", L"a", 1, 0);
-        EXPECT_EQ(directory_.files().size(), 1u);
-    }
+    FsResultSet_OnFile().getWriter()->addRecord(L"/d", L"a", 1, 0);
     EXPECT_THAT(directory_.files(), IsEmpty());
     auto reader = threeRecords();
     EXPECT_EQ(directory_.files().size(), 1u);
@@ -140,16 +161,14 @@ TEST_F(ResultFile, GoesWithTheReaderOrElseWithTheSet) {
 }
 
 TEST_F(ResultFile, GoesWithTheCleanupHandlersUnlessTheCodeIsZero) {
-    const std::string log = directory_ / "log";
     const auto reader = threeRecords();
     const std::string file = directory_.file();
-    ASSERT_TRUE(startDebug(log.c_str()));
+    const LogCapture log;
     FsResourceManager::getInstance()->invokeCleanupHandlers(0);
     EXPECT_TRUE(std::filesystem::exists(file));
     FsResourceManager::getInstance()->invokeCleanupHandlers(3);
-    stopDebug();
     EXPECT_FALSE(std::filesystem::exists(file));
-    EXPECT_THAT(readWholeFile(log),
+    EXPECT_THAT(log.text(),
                 HasSubstr("Cleanup handler invoked (code: 3), deleting temp file: " + file + "\n"));
 }
 
@@ -242,11 +261,8 @@ TEST_F(ResultFile, DamagedAnywhereEndsEarlyAtWorst) {
 }
 
 TEST_F(ResultFile, FullDiskIsReportedAndKeepsWhatIsThere) {
-    // A limit on file sizes stands for the disk.
     const int failure = inChild([] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{65536, 65536};
-        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+        if (!limitFileSize(65536)) return 1;
         FsResultSet_OnFile results;
         int written = 0;
         while (results.getWriter()->addRecord(L"/directory", L"name", 0, 0) == 0) ++written;
@@ -265,9 +281,7 @@ TEST_F(ResultFile, SortWithoutRoomLeavesTheFileWhole) {
     const auto reader = threeRecords();
     const std::string before = readWholeFile(directory_.file());
     const int failure = inChild([&] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{before.size(), before.size()};
-        if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+        if (!limitFileSize(before.size())) return 1;
         return reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true) == 1 ? 0 : 2;
     });
     EXPECT_EQ(failure, 0);
@@ -283,6 +297,16 @@ TEST_F(ResultFile, MissingOrNullIsNotRead) {
     EXPECT_EQ(nowhere.addRecord(L"/", L"a", 0, 0), -1);
     FsResultSetWriter_OnFile unwritable((directory_ / "no/such/directory").c_str());
     EXPECT_EQ(unwritable.addRecord(L"/", L"a", 0, 0), -1);
+}
+
+TEST(ScanObserver, IsExchanged) {
+    FsScanObserver one, other;
+    EXPECT_EQ(fsSetScanObserver(&one), nullptr);
+    EXPECT_EQ(fsSetScanObserver(&other), &one);
+    EXPECT_EQ(scanObserver(), &other);
+    EXPECT_TRUE(other.progress({L"/", 0, 0, 0})) << "the default does not stop a scan";
+    EXPECT_EQ(fsSetScanObserver(nullptr), &other);
+    EXPECT_EQ(scanObserver(), nullptr);
 }
 
 TEST(TempFile, TakesTheFirstFreeNumberInEachDirectory) {

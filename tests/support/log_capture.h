@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+#include "fscanner/fs/debug.h"
+#include "support/temporary_directory.h"
+
+namespace fscanner {
+
+/// Collects the debug log of a scope.
+class LogCapture {
+public:
+    LogCapture() { startDebug((directory_ / "log").c_str()); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+    ~LogCapture() { stopDebug(); }
+    std::string text() const { return readWholeFile(directory_ / "log"); }
+
+private:
+    TemporaryDirectory directory_;
+};
+
+}  // namespace fscanner
