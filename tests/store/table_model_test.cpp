@@ -60,6 +60,9 @@ protected:
 
     void removeRow() {
         const unsigned id = anyId();
+        if (id == model_.size()) {
+            ASSERT_FALSE(table->remove(id));
+        }
         if (!isLive(id)) return;
         ASSERT_TRUE(table->remove(id));
         forget(id);
@@ -152,8 +155,8 @@ protected:
 
     void step() {
         const unsigned dice = pick(10000);
-        if (dice < 1) return compactTable();
-        if (dice < 4) return closeAndOpen();
+        if (dice < 2) return compactTable();
+        if (dice < 5) return closeAndOpen();
         if (dice < 3000) return insertRow();
         if (dice < 5300) return removeRow();
         if (dice < 7000) return updateRow();
