@@ -4,8 +4,7 @@
 #include <vector>
 
 #include "fscanner/expr/token.h"
-#include "fscanner/fs/debug.h"
-#include "support/temporary_directory.h"
+#include "support/log_capture.h"
 
 namespace fscanner {
 
@@ -87,19 +86,6 @@ struct Criteria {
     JoinCommand join;
     LengthCommand length;
     CriteriaEvaluator evaluator;
-};
-
-/// Collects the debug log of a scope.
-class LogCapture {
-public:
-    LogCapture() { startDebug((directory_ / "log").c_str()); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
-    ~LogCapture() { stopDebug(); }
-    std::string text() const { return readWholeFile(directory_ / "log"); }
-
-private:
-    TemporaryDirectory directory_;
 };
 
 }  // namespace fscanner

@@ -49,16 +49,17 @@ public:
     }
 };
 
-class ManualFile {
-public:
-    explicit ManualFile(bool filled) {
-        fields.add(L"FILENAME", FIELD_TEXT);
-        fields.add(L"SHORTFILENAME", FIELD_TEXT);
-        fields.add(L"SIZE", FIELD_INT64);
-        fields.add(L"ATTR", FIELD_INT32);
-        fields.add(L"PATHID", FIELD_INT32);
+struct ManualFile {
+    ManualFile() {
+        for (const auto& [name, kind] : {std::pair{L"FILENAME", FIELD_TEXT},
+                                         {L"SHORTFILENAME", FIELD_TEXT},
+                                         {L"SIZE", FIELD_INT64},
+                                         {L"ATTR", FIELD_INT32},
+                                         {L"PATHID", FIELD_INT32}})
+            fields.add(name, kind);
         variables.add(L"limit", FIELD_INT32);
-        if (!filled) return;
+    }
+    void fill() {
         fields.as<TextField>(0)->value(L"Report.txt");
         fields.as<TextField>(1)->value(L"REPORT~1.TXT");
         fields.as<Int64Field>(2)->value(2500);
@@ -66,24 +67,21 @@ public:
         fields.as<Int32Field>(4)->value(12);
         variables.as<Int32Field>(0)->value(1000);
     }
-
     void attach(CriteriaEvaluator& criteria) {
         criteria.setFields(&fields);
         criteria.setVariables(&variables);
-        criteria.addCmd(L"path", STRING, NUMERIC, STRING, &path_);
-        criteria.addCmd(L"type", NUMERIC, STRING, STRING, &type_);
+        criteria.addCmd(L"path", STRING, NUMERIC, STRING, &path);
+        criteria.addCmd(L"type", NUMERIC, STRING, STRING, &type);
     }
 
-    Fields fields;
-    Fields variables;
-
-private:
-    ManualPath path_;
-    ManualType type_;
+    Fields fields, variables;
+    ManualPath path;
+    ManualType type;
 };
 
 std::string outcomeOf(const Example& example) {
-    ManualFile file(true);
+    ManualFile file;
+    file.fill();
     CriteriaEvaluator criteria(example.criteria.c_str());
     file.attach(criteria);
     if (!criteria.compile()) {
@@ -96,7 +94,7 @@ std::string outcomeOf(const Example& example) {
 }
 
 std::string indexOf(const Example& example) {
-    ManualFile file(false);
+    ManualFile file;
     CriteriaEvaluator criteria(example.criteria.c_str());
     file.attach(criteria);
     const ExpValue* key = criteria.getHashInfo();
