@@ -1,5 +1,6 @@
 #include "fscanner/engine/file_processor.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cwchar>
 
@@ -10,6 +11,14 @@
 #include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscanner {
+
+namespace {
+
+// The fields of a file that the filter knows, by their places.
+constexpr unsigned NAME = 0;
+constexpr unsigned SIZE = 2;
+
+}  // namespace
 
 int fpPathCommand::execute(const ExpValue&, const ExpValue&, ExpValue& result) {
     resetExpValue(STRING, result);
@@ -39,9 +48,9 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive)
     fields_.add(L"SIZE", 4);
     fields_.add(L"ATTR", 3);
     fields_.add(L"PATHID", 3);
-    name_ = static_cast<TextField*>(fields_.at(0));
+    name_ = static_cast<TextField*>(fields_.at(NAME));
     shortName_ = static_cast<TextField*>(fields_.at(1));
-    size_ = static_cast<Int64Field*>(fields_.at(2));
+    size_ = static_cast<Int64Field*>(fields_.at(SIZE));
     attributes_ = static_cast<Int32Field*>(fields_.at(3));
     if (!criteria || !*criteria) return;
     evaluator_ = std::make_unique<CriteriaEvaluator>(criteria);
@@ -49,6 +58,10 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive)
     if (!compiles_)
         debug("FileProcessor::FileProcessor - criteria '%ls' does not compile!\n", criteria);
     needsInfo_ = evaluator_->readsField(L"SIZE") || evaluator_->readsField(L"ATTR");
+    if (!compiles_) return;
+    // Where there are other conditions, one of them might fail on a file.
+    RecordFilter filter(evaluator_->tree(), fields_, caseSensitive);
+    if (filter.isWhole()) filter_ = std::move(filter);
 }
 
 // A command that outlived this object would be called through a dangling pointer,
@@ -60,6 +73,16 @@ FileProcessor::~FileProcessor() {
 bool FileProcessor::registerCommands() {
     return evaluator_->addCmd(L"path", STRING, NUMERIC, STRING, &pathCommand_) &&
            evaluator_->addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
+}
+
+bool FileProcessor::dismissesName(const StoredText& name) const {
+    return filter_.dismisses(NAME, name);
+}
+
+bool FileProcessor::dismissesSize(unsigned long long size) const {
+    // What is too large for a host counts as unknown.
+    if (size > INT_MAX && !FsFileInfo::getLargeFileSupport()) return false;
+    return filter_.dismisses(SIZE, static_cast<long long>(size));
 }
 
 bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName) {

@@ -5,6 +5,7 @@
 #include "fscanner/expr/token.h"
 #include "fscanner/filetype/filetypehelper.h"
 #include "fscanner/store/fields.h"
+#include "fscanner/store/record_filter.h"
 
 namespace fscanner {
 
@@ -56,6 +57,13 @@ public:
     /// leaves the field as it is. Size and attributes are asked of the record only
     /// when the criteria reads them.
     bool satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName);
+    /// Whether a file of this name, or of this size, surely does not satisfy the
+    /// criteria: told from one fact alone, before a record is made. The bytes of the
+    /// name are as in the directory.
+    bool dismissesName(const StoredText& name) const;
+    bool dismissesSize(unsigned long long size) const;
+    bool mayDismissSize() const { return needsInfo_ && !filter_.isEmpty(); }
+
     /// Whether the last test failed on that record: neither match nor mismatch.
     bool undecided() const { return undecided_; }
     bool compiles() const { return compiles_; }
@@ -74,6 +82,7 @@ private:
     fpPathCommand pathCommand_;
     fpTypeCommand typeCommand_;
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches
+    RecordFilter filter_;                           // empty where it is not all of the criteria
     bool caseSensitive_;
     bool compiles_ = true;
     bool needsInfo_ = false;

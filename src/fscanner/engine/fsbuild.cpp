@@ -27,6 +27,7 @@ public:
     void leave() override {}
 
 private:
+    bool dismisses(WalkEntry& entry) const;
     void begin(const WalkEntry& entry);
     void fill(WalkEntry& entry);
 
@@ -37,6 +38,7 @@ private:
 };
 
 void DirectSink::file(WalkEntry& entry) {
+    if (dismisses(entry)) return;
     begin(entry);
     if (processor_.needsInfo()) fill(entry);
     if (processor_.satisfyCriteria(record_, nullptr)) {
@@ -46,6 +48,14 @@ void DirectSink::file(WalkEntry& entry) {
         fill(entry);
         scanObserver()->undecided(record_);
     }
+}
+
+// Most files are turned away here, before their names are widened.
+bool DirectSink::dismisses(WalkEntry& entry) const {
+    if (processor_.dismissesName(entry.storedName())) return true;
+    if (!processor_.mayDismissSize()) return false;
+    const struct stat* info = entry.info();
+    return info && processor_.dismissesSize(static_cast<unsigned long long>(info->st_size));
 }
 
 void DirectSink::begin(const WalkEntry& entry) {

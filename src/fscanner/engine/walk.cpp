@@ -58,6 +58,15 @@ FsSkipReason skipReason(int error) {
     }
 }
 
+const std::wstring& WalkEntry::name() const {
+    if (!widened_) {
+        name_.clear();
+        appendWide(name_, entry_.name);
+        widened_ = true;
+    }
+    return name_;
+}
+
 const struct stat* WalkEntry::info() {
     if (examined_ == Examined::no) {
         error_ = open_->statEntry(nameBytes(), info_);
@@ -87,7 +96,6 @@ private:
     bool reopen(Level& level);
     void leave();
     void load(const DirectoryEntries::Entry& entry);
-    void widenName();
     bool isDirectory();
     int visit();
     int visitDirectory();
@@ -224,11 +232,7 @@ void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.open_ = &top().directory;
     entry_.directoryNumber_ = top().number;
     entry_.examined_ = WalkEntry::Examined::no;
-}
-
-void Walk::widenName() {
-    entry_.name_.clear();
-    appendWide(entry_.name_, entry_.entry_.name);
+    entry_.widened_ = false;
 }
 
 // What cannot be examined is taken for a file.
@@ -247,15 +251,13 @@ int Walk::visit() {
     if (isDirectory()) return request_.recursive ? visitDirectory() : WALK_FINISHED;
     ++files_;
     if (!top().reports) return WALK_FINISHED;
-    widenName();
     sink_.file(entry_);
     if (entry_.error() != 0) noteUnexamined();
     return WALK_FINISHED;
 }
 
 int Walk::visitDirectory() {
-    widenName();
-    path_ += entry_.name_;
+    path_ += entry_.name();
     if (path_.size() > kLongestPath) {
         debug("%s - path too long!\n", voice_.prefix);
         noteSkipped(FsSkipReason::tooLong, 0);

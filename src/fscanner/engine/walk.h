@@ -9,6 +9,7 @@
 #include "fscanner/discovery/path_info.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/store/text_test.h"
 
 namespace fscanner {
 
@@ -25,9 +26,14 @@ FsSkipReason skipReason(int error);
 /// costs an `lstat`.
 class WalkEntry {
 public:
-    /// The name, wide and as bytes; both terminated.
-    const std::wstring& name() const { return name_; }
+    /// The name, wide and as bytes; both terminated. It is widened when it is asked for.
+    const std::wstring& name() const;
     const char* nameBytes() const { return entry_.name.data(); }
+    /// The bytes of the name, for a test of them.
+    StoredText storedName() const {
+        const std::size_t size = entry_.name.size();
+        return {entry_.name.data(), size, size + DirectoryEntries::kReadableBehind};
+    }
     /// The directory, ending in "/".
     const std::wstring& directory() const { return *directory_; }
     /// Changes whenever `directory()` does; never 0.
@@ -42,7 +48,8 @@ private:
     int error() const { return examined_ == Examined::failed ? error_ : 0; }
 
     DirectoryEntries::Entry entry_;
-    std::wstring name_;
+    mutable std::wstring name_;
+    mutable bool widened_ = false;
     const std::wstring* directory_ = nullptr;
     const Directory* open_ = nullptr;
     unsigned long long directoryNumber_ = 0;

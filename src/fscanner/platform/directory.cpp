@@ -100,7 +100,7 @@ void DirectoryEntries::clear() {
 void DirectoryEntries::add(std::string_view name, EntryType type) {
     const auto length = static_cast<std::uint16_t>(name.size());
     const std::size_t needed = end_ + length + kTail;
-    if (data_.size() < needed) data_.resize(needed + needed / 2 + 256);
+    if (data_.size() < needed + kReadableBehind) data_.resize(needed + needed / 2 + 256);
     char* at = data_.data() + end_;
     std::memcpy(at, name.data(), length);
     at[length] = '\0';

@@ -21,6 +21,9 @@ enum class EntryType : unsigned char { unknown, directory, other };
 /// reading backwards needs no table of offsets.
 class DirectoryEntries {
 public:
+    /// So many bytes can be read behind a name, whatever they are.
+    static constexpr std::size_t kReadableBehind = 32;
+
     /// One entry; the name is terminated and valid until the next change.
     struct Entry {
         std::string_view name;

@@ -140,6 +140,20 @@ bool RecordFilter::add(const TreeNode* relation, const Fields& schema, bool case
     return true;
 }
 
+bool RecordFilter::dismisses(unsigned field, const StoredText& text) const {
+    return std::any_of(conditions_.begin(), conditions_.end(), [&](const Condition& condition) {
+        return condition.isText && condition.field == field &&
+               judgeText(condition, text) == Verdict::noMatch;
+    });
+}
+
+bool RecordFilter::dismisses(unsigned field, long long number) const {
+    return std::any_of(conditions_.begin(), conditions_.end(), [&](const Condition& condition) {
+        return !condition.isText && condition.field == field &&
+               !compare(number, condition.relation, condition.number);
+    });
+}
+
 RecordFilter::Verdict RecordFilter::judge(const RecordLayout& layout, ByteRange record) const {
     return withEncoding(layout,
                         [&](auto encoding) { return judgeAs<decltype(encoding)>(layout, record); });

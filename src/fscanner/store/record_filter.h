@@ -49,6 +49,11 @@ public:
     enum class Verdict { noMatch, unsure, match };
 
     bool isEmpty() const { return conditions_.empty(); }
+    /// Whether the criteria holds nothing but the filter's conditions.
+    bool isWhole() const { return isWhole_; }
+    /// Whether a record with this value of a field surely does not match.
+    bool dismisses(unsigned field, const StoredText& text) const;
+    bool dismisses(unsigned field, long long number) const;
     /// Of the record at the start of `record`. A damaged one is unsure at the
     /// damage, and may be judged before it.
     Verdict judge(const RecordLayout& layout, ByteRange record) const;
