@@ -13,9 +13,12 @@
 #include "cache_place.h"
 #include "duration.h"
 #include "exit_status.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "interruption.h"
 #include "messages.h"
 #include "options.h"
 #include "output.h"
+#include "progress_line.h"
 #include "size_text.h"
 #include "text.h"
 
@@ -29,10 +32,28 @@ using fscanner::FS_Cache;
 constexpr int lockMilliseconds = 10000;
 constexpr unsigned openMilliseconds = 10000;
 
+/// Tells whoever waits for the cache that this is so, and lets signals end the wait.
+class LockWatcher : public fscanner::FsScanObserver {
+public:
+    explicit LockWatcher(bool quiet) : line_(quiet), previous_(fsSetScanObserver(this)) {}
+    LockWatcher(const LockWatcher&) = delete;
+    LockWatcher& operator=(const LockWatcher&) = delete;
+    ~LockWatcher() override { fsSetScanObserver(previous_); }
+
+    bool waiting(unsigned elapsedMilliseconds) override {
+        line_.showWaiting(elapsedMilliseconds);
+        return !Interruption::pending();
+    }
+
+private:
+    ProgressLine line_;
+    fscanner::FsScanObserver* previous_;
+};
+
 /// The lock on the cache of a place, where that has one.
 class LockedCache {
 public:
-    explicit LockedCache(const CachePlace& place) {
+    LockedCache(const CachePlace& place, const Options& options) : quiet_(options.quiet) {
         if (place.directory.empty()) {
             complain("there is no place for a cache: neither XDG_CACHE_HOME nor a home");
             status_ = STATUS_FAILURE;
@@ -53,10 +74,14 @@ public:
     int status() const { return status_; }
 
 private:
+    int wait(FS_Cache& cache) const {
+        const LockWatcher watcher(quiet_);
+        return cache.lock(lockMilliseconds);
+    }
     void lock(const CachePlace& place) {
         std::unique_ptr<FS_Cache> cache = place.cache();
-        if (const int code = cache->lock(lockMilliseconds)) {
-            complain(place.failure(code));
+        if (const int code = wait(*cache)) {
+            if (!Interruption::pending()) complain(place.failure(code));
             status_ = STATUS_FAILURE;
         } else {
             cache_ = std::move(cache);
@@ -64,6 +89,7 @@ private:
     }
 
     std::unique_ptr<FS_Cache> cache_;
+    bool quiet_;
     int status_ = STATUS_FOUND;
 };
 
@@ -152,7 +178,7 @@ int reportNone(const CachePlace& place, Output& out) {
 
 int showCacheStatus(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
-    const LockedCache locked(place);
+    const LockedCache locked(place, options);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     const std::vector<fs::path> files = cacheFiles(place);
     if (files.empty()) return reportNone(place, out);
@@ -175,7 +201,7 @@ int showCacheStatus(const Options& options, Output& out) {
 
 int compactCache(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
-    const LockedCache locked(place);
+    const LockedCache locked(place, options);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     const std::uintmax_t before = sizeOf(cacheFiles(place));
     if (before == 0) return reportNone(place, out);
@@ -199,7 +225,7 @@ int clearCache(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
     int status = STATUS_FOUND;
     {
-        const LockedCache locked(place);
+        const LockedCache locked(place, options);
         if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
         std::vector<fs::path> files = cacheFiles(place);
         if (files.empty()) return reportNone(place, out);

@@ -4,6 +4,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cwchar>
 #include <string>
@@ -19,6 +20,8 @@ namespace {
 
 constexpr unsigned intervalMilliseconds = 100;
 constexpr int usualColumns = 80;
+// A line that wraps cannot be erased, and a "^C" may be put behind it.
+constexpr int columnsForKeys = 3;
 
 bool isCapable(const char* terminal) {
     return terminal != nullptr && std::string_view(terminal) != "dumb";
@@ -56,11 +59,23 @@ void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     if (now - shownAt_ < intervalMilliseconds) return;
     const std::string text = fmt::format("{} files, {} directories, {}.{} s  ", progress.files,
                                          progress.directories, now / 1000, now / 100 % 10);
-    const int room = columns() - 1 - static_cast<int>(text.size());
-    const std::wstring directory = toWide(escaped(toBytes(progress.directory)));
-    writeError("\r\x1B[K" + text + (room > 0 ? tail(directory, room) : ""));
-    shown_ = true;
+    put(text, toWide(escaped(toBytes(progress.directory))));
     shownAt_ = now;
+}
+
+void ProgressLine::showWaiting(unsigned milliseconds) {
+    if (!terminal_) return;
+    put(fmt::format("waiting for the cache: another process uses it, {}.{} s", milliseconds / 1000,
+                    milliseconds / 100 % 10),
+        L"");
+}
+
+void ProgressLine::put(std::string_view text, const std::wstring& directory) {
+    const int room = std::max(columns() - columnsForKeys, 1);
+    text = text.substr(0, static_cast<std::size_t>(room));
+    writeError(
+        fmt::format("\r\x1B[K{}{}", text, tail(directory, room - static_cast<int>(text.size()))));
+    shown_ = true;
 }
 
 void ProgressLine::erase() {

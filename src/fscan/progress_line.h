@@ -1,6 +1,7 @@
 #pragma once
 
-#include <cstddef>
+#include <string>
+#include <string_view>
 
 namespace fscanner {
 struct FsScanProgress;
@@ -8,8 +9,8 @@ struct FsScanProgress;
 
 namespace fscan {
 
-/// One line on standard error that tells how far a scan is; nothing where that is no
-/// terminal. It goes before anything else is written.
+/// One line on standard error that tells how far a scan is, or what is waited for;
+/// nothing where that is no terminal. It goes before anything else is written.
 class ProgressLine {
 public:
     explicit ProgressLine(bool quiet);
@@ -19,9 +20,14 @@ public:
 
     /// Shows it, but not in the first moments of a scan and not too often.
     void show(const fscanner::FsScanProgress& progress);
+    /// Says that another process has the cache.
+    void showWaiting(unsigned milliseconds);
     void erase();
 
 private:
+    /// ASCII, as far as it fits, and as much of the directory's end as fits behind it.
+    void put(std::string_view text, const std::wstring& directory);
+
     bool terminal_;
     bool shown_ = false;
     unsigned shownAt_ = 0;  ///< milliseconds of the scan

@@ -73,6 +73,11 @@ void Watcher::undecided(const fscanner::FsFileInfo& file) {
     parts_.matches.add(file.getPath(), file.getName(), &file);
 }
 
+bool Watcher::waiting(unsigned elapsedMilliseconds) {
+    parts_.line.showWaiting(elapsedMilliseconds);
+    return !Interruption::pending();
+}
+
 void Watcher::fromCache(const wchar_t* path, unsigned ageSeconds) {
     const std::wstring_view directory = withoutFinalSlash(path);
     search_.cached.push_back({parts_.matches.root().shown(directory), ageSeconds});

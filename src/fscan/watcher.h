@@ -41,6 +41,7 @@ public:
     void skipped(const wchar_t* directory, fscanner::FsSkipReason reason, int error) override;
     void undecided(const fscanner::FsFileInfo& file) override;
     void fromCache(const wchar_t* path, unsigned ageSeconds) override;
+    bool waiting(unsigned elapsedMilliseconds) override;
 
     void timedOut(const std::string& path) { search_.timedOut.push_back(path); }
     /// Whether a PATH itself could not be searched.

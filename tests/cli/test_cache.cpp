@@ -187,6 +187,26 @@ TEST_F(CacheTest, WhoeverHoldsTheCacheIsWaitedForOnlySoLong) {
     EXPECT_THAT(result.err, HasSubstr("another process is using the cache\n"));
 }
 
+/// A terminal says what goes on, and a signal does not wait.
+TEST_F(CacheTest, AWaitForTheCacheIsSeenAndCanBeEnded) {
+    found({"d"});
+    const std::wstring directory = cacheDirectory().wstring();
+    fscanner::FS_Cache other(L"directories.x", L"files.x", directory.c_str(), false, false, true);
+    ASSERT_EQ(other.lock(1000), 0);
+    for (const char* task : {"-c", "--cache-status"}) {
+        const RunResult ended =
+            runProgram("timeout", {"-s", "INT", "1", FSCAN_PROGRAM, "d", task},
+                       {.directory = tree_.path(),
+                        .environment = {{"XDG_CACHE_HOME", home_.path()}, {"TERM", "xterm"}},
+                        .watched = true});
+        EXPECT_EQ(ended.status, 124) << task;
+        EXPECT_THAT(ended.err, HasSubstr("waiting for the cache: another process uses it, 0."));
+        EXPECT_THAT(ended.err, testing::Not(HasSubstr(", 2."))) << task;
+    }
+    other.unlock();
+    EXPECT_THAT(status(), HasSubstr("state:      good"));
+}
+
 TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
     addManyFiles(2000);
     EXPECT_EQ(found({"d"}).size(), 2002u);

@@ -11,6 +11,7 @@
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 
@@ -40,6 +41,22 @@ std::array<unsigned char, 4> littleEndian(unsigned value) {
     for (unsigned i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<unsigned char>(value >> (8 * i));
     return bytes;
+}
+
+// Waits for one lock until `limit` milliseconds after `start` are over: in pieces, so that
+// an observer hears of it and may end it.
+template <class Lock>
+int waitFor(Lock& lock, unsigned start, long limit) {
+    constexpr long piece = 200;
+    FsScanObserver* const observer = scanObserver();
+    for (;;) {
+        const unsigned waited = getTickCount() - start;
+        const long left = std::max(limit - static_cast<long>(waited), 0L);
+        const bool last = !observer || left <= piece;
+        const int status = lock.wait(last ? left : piece);
+        if (status != SYNC_TIMED_OUT || last) return status;
+        if (!observer->waiting(getTickCount() - start)) return SYNC_TIMED_OUT;
+    }
 }
 
 unsigned fromLittleEndian(const std::array<unsigned char, 4>& bytes) {
@@ -155,10 +172,9 @@ int CacheStore::lock(int timeout) {
     if (!accessMutex_) return FS_CACHE_FAILURE;
     debug("FS_Cache::lock - waiting for accessMutex [timeout: %d]...\n", timeout);
     const unsigned start = getTickCount();
-    int status = accessMutex_->wait(static_cast<long>(timeout));
+    int status = waitFor(*accessMutex_, start, timeout);
     if (status == SYNC_SUCCESS) {
-        const long left = static_cast<long>(timeout) - static_cast<long>(getTickCount() - start);
-        status = directoryLock_->wait(std::max(left, 0L));
+        status = waitFor(*directoryLock_, start, timeout);
         if (status != SYNC_SUCCESS) accessMutex_->release();
     }
     return lockedResult(status);

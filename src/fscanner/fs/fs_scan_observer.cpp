@@ -24,6 +24,10 @@ void FsScanObserver::finished(const FsScanProgress&) {}
 
 void FsScanObserver::fromCache(const wchar_t*, unsigned) {}
 
+bool FsScanObserver::waiting(unsigned) {
+    return true;
+}
+
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
     return std::exchange(currentObserver, observer);
 }

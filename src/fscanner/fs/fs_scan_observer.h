@@ -24,8 +24,8 @@ struct FsScanProgress {
     unsigned elapsedMilliseconds;    ///< since the walk of this path began
 };
 
-/// Watches scans. Set process-wide by the host with `fsSetScanObserver`; called
-/// on the thread that runs the query. Override what is of interest.
+/// Watches scans, and waits for a cache. Set process-wide by the host with `fsSetScanObserver`;
+/// called on the thread that runs the query. Override what is of interest.
 class FSCANNER_EXPORT FsScanObserver {
 public:
     virtual ~FsScanObserver();
@@ -43,6 +43,9 @@ public:
     /// Called for each searched path that the cache answers for: no walk looks at it,
     /// and what could not be read when it was scanned is not told again.
     virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
+    /// Called some times a second while other processes hold the cache that a query, or
+    /// a lock with a time limit, waits for. False ends the wait as if time had run out.
+    virtual bool waiting(unsigned elapsedMilliseconds);
 };
 
 /// Sets the observer of all later scans (null: none) and returns the old one.
