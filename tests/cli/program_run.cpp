@@ -28,9 +28,10 @@ struct Channel {
     int reader = -1;
     int writer = -1;
 
-    explicit Channel(bool terminal = false) {
+    explicit Channel(bool terminal = false, unsigned short columns = 0) {
         std::array<int, 2> ends{};
-        if (terminal ? openpty(&reader, &writer, nullptr, nullptr, nullptr) : pipe(ends.data()))
+        const winsize size{.ws_row = 24, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
+        if (terminal ? openpty(&reader, &writer, nullptr, nullptr, &size) : pipe(ends.data()))
             throw std::runtime_error("no channel");
         if (terminal) return;
         reader = ends[0];
@@ -118,7 +119,7 @@ void readBoth(const Channel& out, const Channel& err, RunResult& result) {
 RunResult runProgram(const std::string& program, const Arguments& arguments,
                      const RunSettings& settings) {
     Channel out(settings.to == Stdout::terminal);
-    Channel err(settings.watched);
+    Channel err(settings.watched, settings.columns);
     if (settings.to == Stdout::readerGone) {
         close(out.reader);
         out.reader = -1;

@@ -16,6 +16,7 @@ struct RunSettings {
     Stdout to = Stdout::pipe;
     /// Standard error is a terminal.
     bool watched = false;
+    unsigned short columns = 0;  ///< of that terminal; 0: it does not know
     /// Standard output, once it has begun, is left unread for this long: a program with
     /// more to write than a pipe holds takes at least that long.
     std::chrono::milliseconds pause{0};

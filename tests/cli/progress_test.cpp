@@ -22,10 +22,11 @@ protected:
                                      "");
     }
     /// What a slow scan says on standard error.
-    std::string said(bool onTerminal, const char* terminal) const {
+    std::string said(bool onTerminal, const char* terminal, unsigned short columns = 0) const {
         const RunResult result = fscan({"d"}, {.directory = tree_.path(),
                                                .environment = {{"TERM", terminal}},
                                                .watched = onTerminal,
+                                               .columns = columns,
                                                .pause = std::chrono::milliseconds(250)});
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(records(result.out).size(), files_);
@@ -55,6 +56,18 @@ TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
         EXPECT_LT(shown.size(), 80U);
     }
     EXPECT_GT(lines, 0);
+}
+
+/// A line that wraps could not be erased.
+TEST_F(ProgressTest, FitsANarrowTerminal) {
+    std::string text = said(true, "xterm", 20);
+    text.erase(text.rfind("4000 files in "));
+    EXPECT_THAT(text, testing::HasSubstr(" files"));
+    const std::string erase = "\r\x1B[K";
+    for (std::size_t at = 0, end = 0; end != text.npos; at = end + erase.size()) {
+        end = text.find(erase, at);
+        EXPECT_LT(text.substr(at, end == text.npos ? end : end - at).size(), 18U);
+    }
 }
 
 TEST_F(ProgressTest, IsShownNowhereElse) {
