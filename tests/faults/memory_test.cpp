@@ -62,16 +62,17 @@ void* realloc(void* old, std::size_t size) {
 }
 }
 #else
-// The sanitizers keep malloc to themselves.
-void* operator new(std::size_t size) {
+// The sanitizers keep malloc to themselves. Not inlined: a compiler that sees one half of
+// a pair takes it for a mistake.
+[[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = mustFail() ? nullptr : std::malloc(size ? size : 1);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 #endif
