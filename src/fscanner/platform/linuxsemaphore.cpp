@@ -1,7 +1,5 @@
 #include "fscanner/platform/linuxsemaphore.h"
 
-#include <cerrno>
-
 #include "fscanner/platform/sync_registry.h"
 
 namespace fscanner {
@@ -15,6 +13,8 @@ static int sem_destroy(SemaphoreRecord* sem);
 struct SemaphoreRecord : SyncRecord {
     SemaphoreRecord() { sem_init(this, 0, 0); }
     ~SemaphoreRecord() { sem_destroy(this); }
+    int take(const timespec* deadline);
+    int give();
 
     /// The available units, negated: -2 means two.
     int counter = 0;
@@ -48,36 +48,14 @@ static int sem_post(SemaphoreRecord* sem) {
     return 0;
 }
 
-namespace {
-
-constinit SyncRegistry<SemaphoreRecord> semaphores;
-
-}  // namespace
-
-LinuxSemaphore::LinuxSemaphore(const char* name) {
-    if (!name) return;
-    name_ = name;
-    record_ = semaphores.acquire(name_, created_);
+int SemaphoreRecord::take(const timespec* deadline) {
+    return deadline ? sem_timedwait(this, deadline) : sem_wait(this);
 }
 
-LinuxSemaphore::~LinuxSemaphore() {
-    if (record_) semaphores.drop(name_);
+int SemaphoreRecord::give() {
+    return sem_post(this);
 }
 
-int LinuxSemaphore::release() {
-    return record_ ? sem_post(record_) : SYNC_FAILED;
-}
-
-int LinuxSemaphore::wait() {
-    return record_ && sem_wait(record_) == 0 ? SYNC_SUCCESS : SYNC_FAILED;
-}
-
-int LinuxSemaphore::wait(long milliseconds) {
-    if (!record_) return SYNC_FAILED;
-    const timespec deadline = syncDeadline(milliseconds);
-    const int error = sem_timedwait(record_, &deadline);
-    if (error == 0) return SYNC_SUCCESS;
-    return error == ETIMEDOUT ? SYNC_TIMED_OUT : SYNC_FAILED;
-}
+template class NamedSync<SemaphoreRecord>;
 
 }  // namespace fscanner

@@ -16,23 +16,33 @@ namespace fscanner {
 struct MutexRecord : SyncRecord {
     MutexRecord() { init(); }
     ~MutexRecord() { destroy(); }
+    int take(const timespec* deadline);
+    int give();
 
     bool locked = false;
 };
 
+int MutexRecord::take(const timespec* deadline) {
+    PthreadLock lock(mutex);
+    const int error = waitWhile(*this, deadline, [&] { return locked; });
+    if (error == 0) locked = true;
+    return error;
+}
+
+int MutexRecord::give() {
+    {
+        PthreadLock lock(mutex);
+        locked = false;
+    }
+    pthread_cond_signal(&condition);
+    return 0;
+}
+
+template class NamedSync<MutexRecord>;
+
 namespace {
 
 constexpr long tryInterval = 100;  // milliseconds
-
-constinit SyncRegistry<MutexRecord> mutexes;
-
-int lockRecord(MutexRecord& record, const timespec* deadline) {
-    PthreadLock lock(record.mutex);
-    const int error = waitWhile(record, deadline, [&] { return record.locked; });
-    if (error != 0) return deadline && error == ETIMEDOUT ? SYNC_TIMED_OUT : SYNC_FAILED;
-    record.locked = true;
-    return SYNC_SUCCESS;
-}
 
 /// /tmp is everybody's: a file that another user put there, or made a name of
 /// something else, must not become our lock.
@@ -52,35 +62,6 @@ Descriptor openLockFile(const char* path) {
 }
 
 }  // namespace
-
-LinuxMutex::LinuxMutex(const char* name) {
-    if (!name) return;
-    name_ = name;
-    record_ = mutexes.acquire(name_, created_);
-}
-
-LinuxMutex::~LinuxMutex() {
-    if (record_) mutexes.drop(name_);
-}
-
-int LinuxMutex::release() {
-    if (!record_) return SYNC_FAILED;
-    {
-        PthreadLock lock(record_->mutex);
-        record_->locked = false;
-    }
-    pthread_cond_signal(&record_->condition);
-    return SYNC_SUCCESS;
-}
-
-int LinuxMutex::wait() {
-    return record_ ? lockRecord(*record_, nullptr) : SYNC_FAILED;
-}
-
-int LinuxMutex::wait(long milliseconds) {
-    const timespec deadline = syncDeadline(milliseconds);
-    return record_ ? lockRecord(*record_, &deadline) : SYNC_FAILED;
-}
 
 char LinuxSharedMutex::storePath[1024] = "/tmp/";
 

@@ -2,37 +2,19 @@
 
 #include <string>
 
-#include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
 
 struct MutexRecord;
+extern template class NamedSync<MutexRecord>;
 
-/// A lock between the threads of this process: objects of one name share it.
-///
-/// Nobody owns it: any object of the name may release it, and releasing a free
-/// one does no harm. The waits are cancellation points.
-class LinuxMutex : public AbstractSync {
+/// A lock between the threads of this process. Nobody owns it: any object of the name
+/// may release it, and releasing a free one does no harm.
+class LinuxMutex : public NamedSync<MutexRecord> {
 public:
-    /// A null name makes an object whose every operation fails.
-    explicit LinuxMutex(const char* name);
-    ~LinuxMutex() override;
-    LinuxMutex(const LinuxMutex&) = delete;
-    LinuxMutex& operator=(const LinuxMutex&) = delete;
-
-    int release() override;
-    int wait() override;
-    /// Lasts whole seconds, and nearly always one more (see `syncDeadline`).
-    int wait(long milliseconds) override;
-
-    /// Whether this object was the first of its name.
-    bool created() const { return created_; }
-
-private:
-    std::string name_;
-    MutexRecord* record_ = nullptr;
-    bool created_ = false;
+    using NamedSync::NamedSync;
 };
 
 /// A lock between processes: a record lock on a file named after the object.

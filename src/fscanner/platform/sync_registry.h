@@ -3,10 +3,13 @@
 #include <pthread.h>
 #include <sys/time.h>
 
+#include <cerrno>
 #include <ctime>
 #include <map>
 #include <memory>
 #include <string>
+
+#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
 
@@ -98,5 +101,42 @@ private:
     Records* records_ = nullptr;
     unsigned instances_ = 0;
 };
+
+template <typename Record>
+constinit SyncRegistry<Record> syncRegistry;
+
+// A record says how it is taken, until a deadline or without one, and given back: 0 or
+// an error.
+
+template <typename Record>
+NamedSync<Record>::NamedSync(const char* name) {
+    if (!name) return;
+    name_ = name;
+    record_ = syncRegistry<Record>.acquire(name_, created_);
+}
+
+template <typename Record>
+NamedSync<Record>::~NamedSync() {
+    if (record_) syncRegistry<Record>.drop(name_);
+}
+
+template <typename Record>
+int NamedSync<Record>::release() {
+    return record_ && record_->give() == 0 ? SYNC_SUCCESS : SYNC_FAILED;
+}
+
+template <typename Record>
+int NamedSync<Record>::wait() {
+    return record_ && record_->take(nullptr) == 0 ? SYNC_SUCCESS : SYNC_FAILED;
+}
+
+template <typename Record>
+int NamedSync<Record>::wait(long milliseconds) {
+    if (!record_) return SYNC_FAILED;
+    const timespec deadline = syncDeadline(milliseconds);
+    const int error = record_->take(&deadline);
+    if (error == 0) return SYNC_SUCCESS;
+    return error == ETIMEDOUT ? SYNC_TIMED_OUT : SYNC_FAILED;
+}
 
 }  // namespace fscanner
