@@ -42,11 +42,9 @@ TEST(CompactIntegers, ComeBack) {
 
 TEST(BitMaps, StartAtTheTopBit) {
     char bits[32] = {};
-    setBit(0, bits);
+    for (const int bit : {0, 9, 255}) setBit(static_cast<unsigned char>(bit), bits);
     EXPECT_EQ(static_cast<unsigned char>(bits[0]), 0x80);
-    setBit(9, bits);
     EXPECT_EQ(bits[1], 0x40);
-    setBit(255, bits);
     EXPECT_EQ(bits[31], 0x01);
     for (int i = 0; i < 256; ++i) {
         EXPECT_EQ(checkBit(static_cast<unsigned char>(i), bits), i == 0 || i == 9 || i == 255) << i;
@@ -74,8 +72,7 @@ TEST(Hash, CountsTheTerminatorAndSigns) {
 TEST(Decimal, WritesDigits) {
     for (const unsigned v : {0u, 9u, 10u, 4294967295u}) {
         wchar_t out[11];
-        EXPECT_EQ(wcs_itoa(v, out), out);
-        EXPECT_EQ(out, std::to_wstring(v));
+        EXPECT_EQ(wcs_itoa(v, out), std::to_wstring(v));
         EXPECT_EQ(wcs_itoa(v, nullptr), std::to_wstring(v));
     }
     for (const unsigned long long v : {0ULL, 4294967296ULL, ULLONG_MAX}) {
@@ -102,13 +99,9 @@ TEST(Time, TicksWrapAt32Bits) {
     EXPECT_NEAR(static_cast<double>(getCurrentTime()), static_cast<double>(std::time(nullptr)), 60);
 }
 
-struct EvaluatorCase {
-    const wchar_t* text;
-    char verdict;  // '0', '1', or 'e' for an error
-};
-
 TEST(Evaluator, EvaluatesOrFails) {
-    const EvaluatorCase cases[] = {
+    const std::pair<const wchar_t*, char> cases[] = {
+        // '0', '1', or 'e' for an error.
         {L"1&(0|1)", '1'}, {L"0|1&0", '0'},  {L"1|0&0", '1'}, {L"0&0|1", '1'},  // & binds closer
         {L"!0", '1'},      {L"!0|1", '0'},   {L"!0&0", '1'},  // "!" takes all to its right
         {L"1&!0|1", '0'},  {L"(!0)|1", '1'}, {L"!!1", '1'},   {L"((1))", '1'}, {L"1&", 'e'},
@@ -117,10 +110,10 @@ TEST(Evaluator, EvaluatesOrFails) {
         {L"(1|0", 'e'},    {L"1", '1'},
     };
     Evaluator evaluator;  // one for all: an error must not stay
-    for (const EvaluatorCase& c : cases) {
-        const bool value = evaluator.execute(c.text);
-        EXPECT_EQ(evaluator.error() ? 'e' : value ? '1' : '0', c.verdict) << c.text;
-        EXPECT_FALSE(value && evaluator.error()) << c.text;
+    for (const auto& [text, verdict] : cases) {
+        const bool value = evaluator.execute(text);
+        EXPECT_EQ(evaluator.error() ? 'e' : value ? '1' : '0', verdict) << text;
+        EXPECT_FALSE(value && evaluator.error()) << text;
     }
     EXPECT_FALSE(evaluator.execute(nullptr));
     EXPECT_TRUE(evaluator.error());
@@ -130,10 +123,10 @@ TEST(Evaluator, BoundsItsDepth) {
     Evaluator evaluator;
     EXPECT_TRUE(
         evaluator.execute((std::wstring(900, L'(') + L'1' + std::wstring(900, L')')).c_str()));
-    EXPECT_FALSE(evaluator.execute(std::wstring(5'000'000, L'(').c_str()));
-    EXPECT_TRUE(evaluator.error());
-    EXPECT_FALSE(evaluator.execute(std::wstring(5'000'000, L'!').c_str()));
-    EXPECT_TRUE(evaluator.error());
+    for (const wchar_t c : {L'(', L'!'}) {
+        EXPECT_FALSE(evaluator.execute(std::wstring(5'000'000, c).c_str()));
+        EXPECT_TRUE(evaluator.error());
+    }
 }
 
 }  // namespace

@@ -13,8 +13,8 @@
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 #include "support/current_directory.h"
+#include "support/log_capture.h"
 #include "support/scoped_locale.h"
 #include "support/temporary_directory.h"
 
@@ -24,28 +24,21 @@ namespace fs = std::filesystem;
 namespace {
 
 TEST(Paths, Join) {
-    const struct {
-        const wchar_t *dir, *name, *joined;
-    } cases[] = {
-        {L"/a/", L"b", L"/a/b"}, {L"/a", L"b", L"/a/b"}, {L"", L"b", L"/b"},
-        {L"/", L"b", L"/b"},     {L"/a", L"", L"/a/"},
-    };
-    for (const auto& c : cases)
-        EXPECT_STREQ(HeapText(getFullPathName(c.dir, c.name)).get(), c.joined) << c.dir;
-    EXPECT_EQ(getFullPathName(nullptr, L"b"), nullptr);
-    EXPECT_EQ(getFullPathName(L"/a", nullptr), nullptr);
+    const wchar_t* const cases[][3] = {{L"/a/", L"b", L"/a/b"},  {L"/a", L"b", L"/a/b"},
+                                       {L"", L"b", L"/b"},       {L"/a", L"", L"/a/"},
+                                       {nullptr, L"b", nullptr}, {L"/a", nullptr, nullptr}};
+    for (const auto& [dir, name, joined] : cases)
+        EXPECT_STREQ(HeapText(getFullPathName(dir, name)).get(), joined);
 }
 
 TEST(Paths, SplitAtTheLastSeparator) {
-    const struct {
-        const wchar_t *path, *dir, *name;
-    } cases[] = {{L"/a/b", L"/a/", L"b"}, {L"/b", L"/", L"b"}, {L"a/", L"a/", L""}};
-    for (const auto& c : cases) {
-        wchar_t* dir = nullptr;
-        wchar_t* name = nullptr;
-        ASSERT_TRUE(fullPath2Component(c.path, L'/', &dir, &name));
-        EXPECT_STREQ(HeapText(dir).get(), c.dir);
-        EXPECT_STREQ(HeapText(name).get(), c.name);
+    const wchar_t* const cases[][3] = {
+        {L"/a/b", L"/a/", L"b"}, {L"/b", L"/", L"b"}, {L"a/", L"a/", L""}};
+    for (const auto& [path, directory, last] : cases) {
+        wchar_t *dir = nullptr, *name = nullptr;
+        ASSERT_TRUE(fullPath2Component(path, L'/', &dir, &name));
+        EXPECT_STREQ(HeapText(dir).get(), directory);
+        EXPECT_STREQ(HeapText(name).get(), last);
     }
     wchar_t* untouched = nullptr;
     EXPECT_FALSE(fullPath2Component(L"name", L'/', &untouched, &untouched));
@@ -68,13 +61,18 @@ TEST(Paths, RemoveAndRenameNamesOfAnyBytes) {
     EXPECT_NE(renameFile(renamed.c_str(), renamed.c_str()), 0);
 }
 
-TEST(TemporaryFiles, TakeTheFirstFreeName) {
+TEST(TemporaryFiles, TakeTheFirstFreeNameAndTouchNothing) {
     const TemporaryDirectory directory;
     const CurrentDirectory current(directory.path());
-    std::ofstream("tav_0").close();
-    const std::unique_ptr<char[]> second(getTempFile_Default(nullptr));
-    EXPECT_STREQ(second.get(), "./tav_1");
-    EXPECT_TRUE(fs::exists("tav_1"));
+    std::ofstream("tav_0") << "kept";
+    fs::permissions("tav_0", fs::perms::none);
+    fs::create_symlink("target", "tav_1");  // dangling
+    fs::create_directory("tav_2");
+    const std::unique_ptr<char[]> fourth(getTempFile_Default(nullptr));
+    EXPECT_STREQ(fourth.get(), "./tav_3");
+    EXPECT_TRUE(fs::exists("tav_3"));
+    EXPECT_EQ(fs::file_size("tav_0"), 4u);
+    EXPECT_FALSE(fs::exists("target"));
     const std::unique_ptr<char[]> prefixed(getTempFile_Default("odd%s_"));
     EXPECT_STREQ(prefixed.get(), "./odd%s_0");
     struct stat status;
@@ -83,26 +81,10 @@ TEST(TemporaryFiles, TakeTheFirstFreeName) {
     EXPECT_EQ(status.st_size, 0);
 }
 
-TEST(TemporaryFiles, NeverTouchWhatIsThere) {
-    const TemporaryDirectory directory;
-    const CurrentDirectory current(directory.path());
-    std::ofstream("x0") << "kept";
-    fs::permissions("x0", fs::perms::none);
-    fs::create_symlink("target", "x1");  // dangling
-    fs::create_directory("x2");
-    const std::unique_ptr<char[]> name(getTempFile_Default("x"));
-    EXPECT_STREQ(name.get(), "./x3");
-    EXPECT_EQ(fs::file_size("x0"), 4u);
-    EXPECT_FALSE(fs::exists("target"));
-}
-
 class UserCacheDirectory : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(startDebug(log_.c_str())); }
-    void TearDown() override { stopDebug(); }
-
+    LogCapture log_;
     TemporaryDirectory directory_;
-    std::string log_ = directory_ / "log";
     std::string base_ = directory_.path().string();
     std::wstring wideBase_ = toWide(base_);
 };
@@ -114,9 +96,8 @@ TEST_F(UserCacheDirectory, IsMadeForItsUserAlone) {
     ASSERT_EQ(stat((base_ + "/__ann").c_str(), &status), 0);
     EXPECT_TRUE(S_ISDIR(status.st_mode));
     EXPECT_EQ(status.st_mode & 0777, 0700u);
-    EXPECT_EQ(readWholeFile(log_),
-              "::common - user name is 'ann'\n::common - full cache path name is '" + base_ +
-                  "/__ann'\n");
+    EXPECT_EQ(log_.text(), "::common - user name is 'ann'\n::common - full cache path name is '" +
+                               base_ + "/__ann'\n");
     const HeapText again(getUserCacheDir((wideBase_ + L"/").c_str(), L"ann", true));
     EXPECT_EQ(again.get(), wideBase_ + L"/__ann");  // it may exist already
     const HeapText other(getUserCacheDir(wideBase_.c_str(), L"bob", false));
@@ -132,21 +113,20 @@ TEST_F(UserCacheDirectory, BelongsToTheLoginName) {
 }
 
 TEST_F(UserCacheDirectory, WantsANameThatStaysInside) {
+    std::string told;
     for (const wchar_t* user : {L"", L"/", L"../ann", L"a/b"}) {
-        startDebug(log_.c_str());
         EXPECT_EQ(getUserCacheDir(wideBase_.c_str(), user, true), nullptr) << user;
-        EXPECT_EQ(readWholeFile(log_), "::common - unable to determine the current user name.\n");
+        EXPECT_EQ(log_.text(), told += "::common - unable to determine the current user name.\n");
     }
     EXPECT_EQ(getUserCacheDir(nullptr, L"ann", true), nullptr);
-    EXPECT_EQ(std::distance(fs::directory_iterator(base_), {}), 1);  // the log
+    EXPECT_TRUE(fs::is_empty(base_));
 }
 
 TEST_F(UserCacheDirectory, SaysWhyItCannotBeMade) {
     const std::wstring missing = wideBase_ + L"/missing";
     EXPECT_EQ(getUserCacheDir(missing.c_str(), L"ann", true), nullptr);
-    const std::string last =
-        "::common - CreateDirectory(...) failed [rc = " + std::to_string(ENOENT) + "]!\n";
-    EXPECT_TRUE(readWholeFile(log_).ends_with(last)) << readWholeFile(log_);
+    EXPECT_TRUE(log_.text().ends_with(
+        "::common - CreateDirectory(...) failed [rc = " + std::to_string(ENOENT) + "]!\n"));
 }
 
 }  // namespace

@@ -14,14 +14,12 @@ namespace {
 
 using Kind = CompiledPattern::Kind;
 
-struct KindCase {
-    const wchar_t* pattern;
-    Kind kind;
-    const wchar_t* literal;
-};
-
 TEST(CompiledPattern, RecognisesTheSimpleShapes) {
-    const KindCase cases[] = {
+    const struct {
+        const wchar_t* pattern;
+        Kind kind;
+        const wchar_t* literal;
+    } cases[] = {
         {L"", Kind::exact, L""},         {L"abc", Kind::exact, L"abc"},
         {L"abc*", Kind::prefix, L"abc"}, {L"abc**", Kind::prefix, L"abc"},
         {L"*.h", Kind::suffix, L".h"},   {L"***.h", Kind::suffix, L".h"},
@@ -31,7 +29,7 @@ TEST(CompiledPattern, RecognisesTheSimpleShapes) {
         {L"a?", Kind::general, L""},     {L"*?", Kind::general, L""},
         {L"a*b*", Kind::general, L""},   {L"*a*b", Kind::general, L""},
     };
-    for (const KindCase& c : cases) {
+    for (const auto& c : cases) {
         const CompiledPattern pattern(c.pattern, true);
         EXPECT_EQ(pattern.kind(), c.kind) << c.pattern;
         EXPECT_EQ(pattern.literal(), c.literal) << c.pattern;
@@ -76,12 +74,8 @@ TEST(CompiledPattern, AgreesWithTheMatcherOnLongPatterns) {
 
 TEST(CompiledPattern, OwnsItsText) {
     std::vector<CompiledPattern> patterns;
-    {
-        std::wstring text = L"*.c";
-        patterns.emplace_back(text, true);
-        text = L"???";
-        patterns.emplace_back(L"short*", false);
-    }
+    patterns.emplace_back(std::wstring(L"*.c"), true);
+    patterns.emplace_back(std::wstring(L"short*"), false);
     patterns.insert(patterns.begin(), patterns[1]);
     patterns.shrink_to_fit();
     EXPECT_TRUE(patterns[0].matches(L"SHORTER"));

@@ -17,19 +17,14 @@ using namespace fscanner;
 namespace {
 
 TEST(Strings, TrimBlanksOnly) {
-    const struct {
-        const wchar_t *text, *left, *right;
-    } cases[] = {
-        {L"  a b  ", L"a b  ", L"  a b"}, {L"   ", L"", L""}, {L"", L"", L""},
-        {L"\t a ", L"\t a ", L"\t a"},    {L"x", L"x", L"x"},
-    };
-    for (const auto& c : cases) {
-        std::wstring left = c.text;
+    const wchar_t* const cases[][3] = {
+        {L"  a b  ", L"a b  ", L"  a b"}, {L"   ", L"", L""}, {L"\t a ", L"\t a ", L"\t a"}};
+    for (const auto& [text, trimmedLeft, trimmedRight] : cases) {
+        std::wstring left = text, right = text;
         EXPECT_EQ(ltrim(left.data()), left.data());
-        EXPECT_STREQ(left.c_str(), c.left);
-        std::wstring right = c.text;
+        EXPECT_STREQ(left.c_str(), trimmedLeft);
         EXPECT_EQ(rtrim(right.data()), right.data());
-        EXPECT_STREQ(right.c_str(), c.right);
+        EXPECT_STREQ(right.c_str(), trimmedRight);
     }
 }
 
@@ -66,17 +61,12 @@ TEST(Strings, CopyGrowsOnDemand) {
     std::free(text);
 }
 
-TEST(Strings, PrependKeepsAReserve) {
-    wchar_t text[12] = L"cde";
-    EXPECT_FALSE(wcs_stringCat(L"ab", text, 8));
-    EXPECT_STREQ(text, L"cde");
-    EXPECT_TRUE(wcs_stringCat(L"ab", text, 9));
-    EXPECT_STREQ(text, L"abcde");
-    EXPECT_TRUE(wcs_stringCat(L"", text, 12));
-    EXPECT_STREQ(text, L"abcde");
-}
-
-TEST(Strings, PrependTakesItsOwnTail) {
+TEST(Strings, PrependKeepsAReserveAndTakesItsOwnTail) {
+    wchar_t small[12] = L"cde";
+    EXPECT_FALSE(wcs_stringCat(L"ab", small, 8));
+    EXPECT_STREQ(small, L"cde");
+    EXPECT_TRUE(wcs_stringCat(L"ab", small, 9));
+    EXPECT_STREQ(small, L"abcde");
     for (std::size_t from = 0; from <= 4; ++from) {
         wchar_t text[20] = L"abcd";
         const std::wstring expected = std::wstring(text + from) + text;
@@ -86,9 +76,7 @@ TEST(Strings, PrependTakesItsOwnTail) {
 }
 
 TEST(Strings, InsertReplacesTheFirstCharacter) {
-    const struct {
-        const wchar_t *text, *find, *insert, *result;
-    } cases[] = {
+    const wchar_t* const cases[][4] = {
         {L"x.y.z", L".", L"/", L"x/y/z"},
         {L"a%sb", L"%s", L"X", L"aXsb"},   // the rest of the occurrence stays
         {L"aaa", L"aa", L"<>", L"<><>a"},  // scanning resumes within it
@@ -96,14 +84,14 @@ TEST(Strings, InsertReplacesTheFirstCharacter) {
         {L"abc", L"", L"X", L"abc"},
         {L"abc", L"b", L"", L"ac"},
         {L"", L"b", L"x", L""},
+        {nullptr, L"a", L"b", nullptr},
+        {L"a", nullptr, L"b", nullptr},
+        {L"a", L"b", nullptr, nullptr},
     };
-    for (const auto& c : cases) {
-        const HeapText result(insertAndReplaceString(c.text, c.find, c.insert));
-        EXPECT_STREQ(result.get(), c.result) << c.text << " " << c.find;
+    for (const auto& [text, find, insert, expected] : cases) {
+        const HeapText result(insertAndReplaceString(text, find, insert));
+        EXPECT_STREQ(result.get(), expected) << (text ? text : L"(null)");
     }
-    EXPECT_EQ(insertAndReplaceString(nullptr, L"a", L"b"), nullptr);
-    EXPECT_EQ(insertAndReplaceString(L"a", nullptr, L"b"), nullptr);
-    EXPECT_EQ(insertAndReplaceString(L"a", L"b", nullptr), nullptr);
 }
 
 std::vector<std::wstring> tokens(const wchar_t* text) {
@@ -146,8 +134,7 @@ TEST(StringList, OwnsCopiesInOrder) {
     std::wstring text = L"one";
     EXPECT_TRUE(list.insert(text.c_str()));
     text = L"two";
-    EXPECT_TRUE(list.insert(text.c_str()));
-    EXPECT_TRUE(list.insert(L"one"));
+    EXPECT_TRUE(list.insert(text.c_str()) && list.insert(L"one"));
     EXPECT_FALSE(list.insert(nullptr));
     ASSERT_EQ(list.size(), 3);
     EXPECT_STREQ(list.at(0), L"one");

@@ -80,15 +80,10 @@ TEST_P(Names, AsciiIsItself) {
     EXPECT_EQ(hex(toWide(ascii)), hex(std::wstring(ascii.begin(), ascii.end())));
 }
 
-struct DecodeCase {
-    const char* bytes;
-    std::wstring wide;
-};
-
 TEST(Utf8Names, DecodeStrictly) {
     const ScopedLocale locale("C.UTF-8");
     ASSERT_TRUE(locale.available());
-    const DecodeCase cases[] = {
+    const std::pair<const char*, std::wstring> cases[] = {
         {"h\xC3\xA9", L"h\xE9"},
         {"\xDF\xBF\xE0\xA0\x80", L"\x7FF\x800"},
         {"\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", L"\x10000\x10FFFF"},
@@ -104,9 +99,9 @@ TEST(Utf8Names, DecodeStrictly) {
         {"\xF8\x88\x80\x80\x80", L"\xDCF8\xDC88\xDC80\xDC80\xDC80"},
         {"\xFF", L"\xDCFF"},
     };
-    for (const DecodeCase& c : cases) {
-        EXPECT_EQ(hex(toWide(c.bytes)), hex(c.wide)) << hex(c.bytes);
-        EXPECT_EQ(hex(toMultibyte(c.wide)), hex(c.bytes));
+    for (const auto& [bytes, wide] : cases) {
+        EXPECT_EQ(hex(toWide(bytes)), hex(wide)) << hex(bytes);
+        EXPECT_EQ(hex(toMultibyte(wide)), hex(bytes));
     }
 }
 
@@ -131,35 +126,31 @@ TEST(NameText, AppendBehindWhatIsThere) {
 }
 
 TEST(Utf8, EncodesUpToSixBytes) {
-    const struct {
-        wchar_t c;
-        const char* bytes;
-    } cases[] = {
-        {0x7F, "7f"},
-        {0x80, "c280"},
-        {0x7FF, "dfbf"},
-        {0x800, "e0a080"},
-        {0xDC80, "edb280"},
-        {0xFFFF, "efbfbf"},
-        {0x10000, "f0908080"},
-        {0x1FFFFF, "f7bfbfbf"},
-        {0x200000, "f888808080"},
-        {0x3FFFFFF, "fbbfbfbfbf"},
-        {0x4000000, "fc8480808080"},
-        {0x7FFFFFFF, "fdbfbfbfbfbf"},
-        {static_cast<wchar_t>(0x80000000u), "efbfbd"},  // no such form: the replacement
-    };
-    for (const auto& c : cases) {
-        const wchar_t text[] = {c.c, 0};
+    const std::pair<wchar_t, const char*> cases[] = {{0x7F, "7f"},
+                                                     {0x80, "c280"},
+                                                     {0x7FF, "dfbf"},
+                                                     {0x800, "e0a080"},
+                                                     {0xDC80, "edb280"},
+                                                     {0xFFFF, "efbfbf"},
+                                                     {0x10000, "f0908080"},
+                                                     {0x1FFFFF, "f7bfbfbf"},
+                                                     {0x200000, "f888808080"},
+                                                     {0x3FFFFFF, "fbbfbfbfbf"},
+                                                     {0x4000000, "fc8480808080"},
+                                                     {0x7FFFFFFF, "fdbfbfbfbfbf"},
+                                                     // No such form: the replacement.
+                                                     {static_cast<wchar_t>(0x80000000u), "efbfbd"}};
+    for (const auto& [c, expected] : cases) {
+        const wchar_t text[] = {c, 0};
         unsigned char out[8];
         EXPECT_EQ(stringToUTF8(out, sizeof out, text), 1u);
         const std::string bytes = reinterpret_cast<char*>(out);
-        EXPECT_EQ(hex(bytes), c.bytes);
-        EXPECT_EQ(utf8Length(c.c), bytes.size());
+        EXPECT_EQ(hex(bytes), expected);
+        EXPECT_EQ(utf8Length(c), bytes.size());
 
         wchar_t back[2];
         EXPECT_EQ(utf8ToWideChar(back, 2, out), 1u);
-        EXPECT_EQ(back[0], c.c > 0 ? c.c : 0xFFFD) << c.bytes;
+        EXPECT_EQ(back[0], c > 0 ? c : 0xFFFD) << expected;
     }
 }
 
@@ -183,10 +174,7 @@ TEST(Utf8, SkipsWhatDoesNotFit) {
 }
 
 TEST(Utf8, DecodesWithoutValidating) {
-    const struct {
-        const char* bytes;
-        std::wstring wide;
-    } cases[] = {
+    const std::pair<const char*, std::wstring> cases[] = {
         {"a\xC3\xA9", L"a\xE9"},
         {"\x85z", {5, L'z'}},                 // a stray continuation: its low six bits
         {"\xC1\x81", L"A"},                   // overlong
@@ -195,14 +183,14 @@ TEST(Utf8, DecodesWithoutValidating) {
         {"\xE2\x82", {(2 << 6) | 2}},  // cut by the terminator: what there is
         {"x\xFC", {L'x', 0}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, wide] : cases) {
         // Exactly as long as the text: a read behind the terminator is seen.
-        const std::size_t size = std::strlen(c.bytes) + 1;
+        const std::size_t size = std::strlen(text) + 1;
         const auto bytes = std::make_unique<unsigned char[]>(size);
-        std::memcpy(bytes.get(), c.bytes, size);
+        std::memcpy(bytes.get(), text, size);
         wchar_t out[8];
         const unsigned count = utf8ToWideChar(out, 8, bytes.get());
-        EXPECT_EQ(hex(std::wstring_view(out, count)), hex(c.wide)) << hex(c.bytes);
+        EXPECT_EQ(hex(std::wstring_view(out, count)), hex(wide)) << hex(text);
         EXPECT_EQ(out[count], 0);
     }
     wchar_t out[3] = {L'?', L'?', L'?'};

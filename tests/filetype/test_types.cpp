@@ -10,7 +10,9 @@
 #include <vector>
 
 #include "filetype_fixture.h"
-#include "fscanner/fs/debug.h"
+#include "support/current_directory.h"
+#include "support/environment.h"
+#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
@@ -33,39 +35,38 @@ const Sample& sample(std::size_t i) {
     return samples[i % samples.size()];
 }
 
-const std::vector<std::string> hostileNames{
-    "$(touch pwned)",
-    "`touch pwned`",
-    "\"; touch pwned; \"",
-    "' ; touch pwned '",
-    "a\nb",
-    "\n",
-    "-m",
-    "--help",
-    "-",
-    "--",
-    "-f",
-    "tab\there",
-    " blank ",
-    "caf\xe9",
-    "\xc3\xa9",
-    "\xff\xfe",
-    "*",
-    "?",
-    "colon",
-    "colon:",
-    "colon: ELF",
-    "colon:b",
-    ".hidden",
-    "..double",
-    "back\\slash",
-    "\x1b[31m",
-    "%s%n",
-    "|touch pwned",
-    "&touch pwned",
-    ">pwned",
-    std::string(255, 'x'),
-};
+// Of a shell, of options, of lists, of texts in any encoding and of terminals.
+const std::vector<std::string> hostileNames{"$(touch pwned)",
+                                            "`touch pwned`",
+                                            "\"; touch pwned; \"",
+                                            "' ; touch pwned '",
+                                            "|touch pwned",
+                                            "&touch pwned",
+                                            ">pwned",
+                                            "-m",
+                                            "--help",
+                                            "-",
+                                            "--",
+                                            "-f",
+                                            "a\nb",
+                                            "\n",
+                                            "tab\there",
+                                            " blank ",
+                                            "colon",
+                                            "colon:",
+                                            "colon: ELF",
+                                            "colon:b",
+                                            "caf\xe9",
+                                            "\xc3\xa9",
+                                            "\xff\xfe",
+                                            "*",
+                                            "?",
+                                            ".hidden",
+                                            "..double",
+                                            "back\\slash",
+                                            "\x1b[31m",
+                                            "%s%n",
+                                            std::string(255, 'x')};
 
 TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
     for (const char* name :
@@ -151,8 +152,6 @@ TEST_F(FileTypeTest, ChecksWordsOfTheDescription) {
     };
     std::vector<Case> cases{
         {L"a.txt", wordList({L"ASCII text"}), true},
-        {L"a.txt", wordList({L"ELF", L"text"}), true},
-        {L"a.txt", wordList({L"ascii"}), false},
         {L"link", wordList({L"symbolic"}), true},
         {L"link", wordList({L"a.txt"}), true},  // the target's name is a word as well
         {L"link", wordList({L"ASCII"}), false},
@@ -166,7 +165,7 @@ TEST_F(FileTypeTest, ChecksWordsOfTheDescription) {
                   cases[i].matches)
             << i;
     }
-    EXPECT_TRUE(checker_.check(nullptr, cases[7].wanted));
+    EXPECT_TRUE(checker_.check(nullptr, cases[5].wanted));
     EXPECT_FALSE(checker_.check(nullptr, cases[0].wanted));
 }
 
@@ -204,17 +203,12 @@ TEST_F(FileTypeTest, TheHostsEnvironmentChangesNoAnswer) {
     write(".magic", "0 string text EVIL\n");
     write("a");
     fs::create_symlink("a", path("link"));
-    const std::vector<std::pair<const char*, std::string>> variables{
-        {"MAGIC", path(".magic")}, {"HOME", files_.path()}, {"POSIXLY_CORRECT", "1"}};
-    std::vector<std::pair<const char*, std::string>> before;
-    for (const auto& [name, value] : variables) {
-        if (const char* old = std::getenv(name)) before.emplace_back(name, old);
-        ::setenv(name, value.c_str(), 1);
-    }
+    EnvironmentVariable magic("MAGIC"), home("HOME"), posix("POSIXLY_CORRECT");
+    magic.set(path(".magic"));
+    home.set(files_.path());
+    posix.set("1");
     EXPECT_EQ(typeOf("a"), "ASCII text");
     EXPECT_EQ(typeOf("link"), "symbolic link to a");
-    for (const auto& [name, value] : variables) ::unsetenv(name);
-    for (const auto& [name, value] : before) ::setenv(name, value.c_str(), 1);
 }
 
 TEST_F(FileTypeTest, SeveralFilesTakeOneRun) {
@@ -237,20 +231,15 @@ TEST_F(FileTypeTest, SeveralFilesTakeOneRun) {
 }
 
 TEST_F(FileTypeTest, FailuresAreLogged) {
-    const std::string log = tools_ / "log";
-    ASSERT_TRUE(startDebug(log.c_str()));
+    const LogCapture log;
     EXPECT_EQ(typeOfPath("/absent/a", &FileTypeChecker::getFileTypeEx), "unknown");
-    stopDebug();
-    EXPECT_EQ(readWholeFile(log),
+    EXPECT_EQ(log.text(),
               "FileTypeChecker::getFileTypeEx - path file name '/absent/a' not found!\n");
 }
 
 /// The list file lies in the current directory, so that is a temporary one here.
 class ListFile : public FileTypeTest {
 protected:
-    ListFile() { fs::current_path(tools_.path()); }
-    ~ListFile() override { fs::current_path(before_); }
-
     std::string typeByList(const std::string& name) {
         return typeOf(name, &FileTypeChecker::getFileTypeEx_2);
     }
@@ -262,7 +251,7 @@ protected:
     }
 
 private:
-    const fs::path before_ = fs::current_path();
+    const CurrentDirectory current_{tools_.path()};
 };
 
 TEST_F(ListFile, GivesTheSameAnswersForFilesAlone) {

@@ -3,7 +3,7 @@
 
 #include "filetype_fixture.h"
 #include "fscanner/filetype/file_output.h"
-#include "fscanner/fs/debug.h"
+#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
@@ -28,22 +28,16 @@ TEST(TypeWords, AreWhatStandsBetweenBlanksCommasAndColons) {
 
 TEST(TypeWords, OneWordInCommonIsEnough) {
     auto file = wordList({L"ASCII", L"English", L"text"});
-    struct Case {
-        StringList<wchar_t> wanted;
-        bool matches;
-    };
-    std::vector<Case> cases{
-        {wordList({L"ASCII text"}), true},
-        {wordList({L"ELF", L"text"}), true},
-        {wordList({L"ascii"}), false},
-        {wordList({L"ASCI"}), false},
-        {wordList({L",", L"text"}), true},
-        {wordList({L""}), false},
-        {wordList({}), false},
-    };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        EXPECT_EQ(FileTypeChecker::checkTypeList(file, cases[i].wanted), cases[i].matches) << i;
-    }
+    std::pair<StringList<wchar_t>, bool> cases[] = {{wordList({L"ASCII text"}), true},
+                                                    {wordList({L"ELF", L"text"}), true},
+                                                    {wordList({L"ascii"}), false},
+                                                    {wordList({L"ASCI"}), false},
+                                                    {wordList({L",", L"text"}), true},
+                                                    {wordList({L""}), false},
+                                                    {wordList({}), false}};
+    for (auto& [wanted, matches] : cases)
+        EXPECT_EQ(FileTypeChecker::checkTypeList(file, wanted), matches)
+            << (wanted.size() > 0 ? wanted.at(0) : L"no words");
 }
 
 TEST(FileOutput, GivesTheSameAnswersHoweverItArrives) {
@@ -74,15 +68,13 @@ protected:
 
 TEST_F(TypeData, IsSearchedForTheFilesLine) {
     const std::wstring data = L"/d/ab: ELF\n/d/a:   ASCII\ttext\n/d/none:  ";
-    const std::string log = tools_ / "log";
-    ASSERT_TRUE(startDebug(log.c_str()));
+    const LogCapture log;
     EXPECT_EQ(checkData(L"/d/a", data, L"text"), L"1 ASCII text");
     EXPECT_EQ(checkData(L"/d/a", data, L"ELF"), L"0 ASCII text");
     EXPECT_EQ(checkData(L"/d/b", data, L"ELF"), L"0");
     EXPECT_EQ(checkData(L"/d/none", data, L"ELF"), L"0");
     EXPECT_EQ(checkData(nullptr, data, L"ELF"), L"0");
-    stopDebug();
-    EXPECT_EQ(readWholeFile(log),
+    EXPECT_EQ(log.text(),
               "FileTypeChecker::check - matched is true\n"
               "FileTypeChecker::check - matched is false\n"
               "FileTypeChecker::check - pathFileName '/d/b' not found in dataBuffer!\n"

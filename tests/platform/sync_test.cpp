@@ -11,13 +11,13 @@
 
 #include <atomic>
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <thread>
 
 #include "fscanner/platform/linuxsemaphore.h"
 #include "fscanner/platform/linuxsync.h"
 #include "fscanner/platform/sync_registry.h"
+#include "support/temporary_directory.h"
 
 namespace fscanner {
 namespace {
@@ -149,17 +149,10 @@ TEST(InProcessSync, SurvivesACancelledWaiter) {
 
 class SharedMutex : public testing::Test {
 protected:
-    SharedMutex() {
-        char name[] = "/tmp/fscanner_sync_XXXXXX";
-        directory_ = mkdtemp(name);
-        EXPECT_TRUE(LinuxSharedMutex::setStorePath(directory_.c_str()));
-    }
-    ~SharedMutex() override {
-        LinuxSharedMutex::setStorePath("/tmp/");
-        std::filesystem::remove_all(directory_);
-    }
+    SharedMutex() { EXPECT_TRUE(LinuxSharedMutex::setStorePath(directory_.path().c_str())); }
+    ~SharedMutex() override { LinuxSharedMutex::setStorePath("/tmp/"); }
 
-    std::filesystem::path lockFile() const { return directory_ / "lock"; }
+    std::string lockFile() const { return directory_ / "lock"; }
 
     /// A process that takes the lock, says so and runs `work`.
     template <typename Work>
@@ -185,7 +178,7 @@ protected:
         for (;;) pause();
     }
 
-    std::filesystem::path directory_;
+    TemporaryDirectory directory_;
 };
 
 TEST_F(SharedMutex, TimesOutInTriesOfAHundredMilliseconds) {
@@ -292,7 +285,7 @@ TEST_F(SharedMutex, StorePathEndsInASlashAndFits) {
     EXPECT_TRUE(taken());
     EXPECT_TRUE(LinuxSharedMutex::setStorePath(std::string(1022, 'x').c_str()));
     EXPECT_FALSE(taken());
-    EXPECT_TRUE(LinuxSharedMutex::setStorePath((directory_.string() + "/").c_str()));
+    EXPECT_TRUE(LinuxSharedMutex::setStorePath((directory_ / "").c_str()));
     EXPECT_TRUE(taken());
 }
 

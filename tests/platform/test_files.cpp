@@ -3,15 +3,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <signal.h>
-#include <sys/mount.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <climits>
-#include <functional>
 #include <memory>
 #include <string>
 
@@ -19,16 +14,15 @@
 #include "fscanner/platform/descriptor.h"
 #include "fscanner/platform/sysfactory.h"
 #include "support/child_process.h"
+#include "support/private_mounts.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {
 namespace {
 
-using Make = std::function<std::unique_ptr<AbstractFile>(const std::string&)>;
-
 struct Kind {
     const char* name;
-    Make make;
+    std::unique_ptr<AbstractFile> (*make)(const std::string&);
 };
 
 class AnyFile : public testing::TestWithParam<Kind> {
@@ -91,32 +85,23 @@ TEST_P(AnyFile, LeavesTheStandardDescriptorsAlone) {
     EXPECT_EQ(readWholeFile(name), "abc");
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, AnyFile,
-                         testing::Values(Kind{"Stream",
-                                              [](const std::string& name) {
-                                                  return std::make_unique<StdFile>(
-                                                      toWide(name).c_str());
-                                              }},
-                                         Kind{"Mapped",
-                                              [](const std::string& name) {
-                                                  return std::make_unique<LinuxMmFile>(
-                                                      name.c_str());
-                                              }}),
-                         [](const auto& row) { return std::string(row.param.name); });
-
-// Mounts a file system of 256 KiB at `point`, for this process alone.
-bool mountTiny(const std::string& point) {
-    return ::unshare(CLONE_NEWNS) == 0 &&
-           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           ::mount("tiny", point.c_str(), "tmpfs", 0, "size=256k") == 0;
+std::unique_ptr<AbstractFile> streamFile(const std::string& name) {
+    return std::make_unique<StdFile>(toWide(name).c_str());
+}
+std::unique_ptr<AbstractFile> mappedFile(const std::string& name) {
+    return std::make_unique<LinuxMmFile>(name.c_str());
 }
 
+INSTANTIATE_TEST_SUITE_P(Kinds, AnyFile,
+                         testing::Values(Kind{"Stream", streamFile}, Kind{"Mapped", mappedFile}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
 TEST(FullDisk, FailsAWriteToAMappedFileAndKeepsWhatItHolds) {
-    constexpr int NO_MOUNT = 77;
     const TemporaryDirectory directory;
     const std::string name = directory / "data";
     const int result = inChild([&] {
-        if (!mountTiny(directory.path().string())) return NO_MOUNT;
+        if (!enterPrivateMounts() || !mountMemory("tiny", directory / "", "size=256k"))
+            return notAllowed;
         LinuxMmFile file(name.c_str());
         const std::string bytes(20000, 'x');
         if (!file.create()) return 1;
@@ -127,7 +112,7 @@ TEST(FullDisk, FailsAWriteToAMappedFileAndKeepsWhatItHolds) {
         if (!file.close()) return 4;
         return readWholeFile(name) == std::string(total, 'x') ? 0 : 5;
     });
-    if (result == NO_MOUNT) GTEST_SKIP() << "no permission to mount a file system";
+    if (result == notAllowed) GTEST_SKIP() << "no permission to mount a file system";
     EXPECT_EQ(result, 0);
 }
 
@@ -136,9 +121,7 @@ TEST(FullDisk, GrowthPastALimitIsAShortWrite) {
     const TemporaryDirectory directory;
     const std::string name = directory / "data";
     EXPECT_EQ(0, inChild([&] {
-                  const rlimit limit{70000, 70000};
-                  ::signal(SIGXFSZ, SIG_IGN);
-                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0) return 1;
+                  if (!limitFileSize(70000)) return 1;
                   LinuxMmFile file(name.c_str());
                   const std::string bytes(30000, 'x');
                   unsigned written = 0;
@@ -155,13 +138,11 @@ TEST(StreamFile, WithoutAStreamNothingWorksAndNothingCrashes) {
     for (StdFile* file : {&nameless, &closed}) {
         char buffer[4];
         unsigned length;
-        EXPECT_FALSE(file->create() || file->open() || file->close());
-        EXPECT_EQ(file->read(buffer, 4), 0u);
-        EXPECT_EQ(file->write("abcd", 4), 0u);
-        EXPECT_FALSE(file->seek(0, SEEK_FROM_START));
+        EXPECT_FALSE(file->create() || file->open() || file->close() || file->size(&length) ||
+                     file->seek(0, SEEK_FROM_START));
+        EXPECT_EQ(file->read(buffer, 4) + file->write("abcd", 4), 0u);
         EXPECT_LT(file->tell(), 0);
         EXPECT_TRUE(file->eof());
-        EXPECT_FALSE(file->size(&length));
     }
 }
 
@@ -181,9 +162,7 @@ TEST(StreamFile, RemembersBytesThatWereLostByClose) {
     ASSERT_TRUE(file.create() && file.close());
     EXPECT_FALSE(file.transferFailed());
     EXPECT_EQ(0, inChild([&] {
-                  const rlimit limit{100, 100};
-                  ::signal(SIGXFSZ, SIG_IGN);
-                  if (::setrlimit(RLIMIT_FSIZE, &limit) != 0 || !file.create()) return 1;
+                  if (!limitFileSize(100) || !file.create()) return 1;
                   const std::string bytes(1000, 'x');
                   file.write(bytes.data(), 1000);
                   if (!file.close()) return 2;

@@ -20,9 +20,10 @@ inline bool enterPrivateMounts() {
 
 /// Mounts an empty file system on `directory`, which is made. `source` is what the mount
 /// table will call the device.
-inline bool mountMemory(const std::string& source, const std::string& directory) {
+inline bool mountMemory(const std::string& source, const std::string& directory,
+                        const char* options = "size=16m") {
     std::filesystem::create_directories(directory);
-    return ::mount(source.c_str(), directory.c_str(), "tmpfs", 0, "size=16m") == 0;
+    return ::mount(source.c_str(), directory.c_str(), "tmpfs", 0, options) == 0;
 }
 
 }  // namespace fscanner
