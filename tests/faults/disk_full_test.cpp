@@ -83,7 +83,7 @@ struct Case {
 
 std::vector<Case> cases() {
     std::vector<Case> all;
-    const int sizes = 30 * faultScale();
+    constexpr int sizes = 30;
     const auto size = [&](int i, unsigned most) {
         return 64 + (most - 64) * static_cast<unsigned>(i) / static_cast<unsigned>(sizes - 1);
     };

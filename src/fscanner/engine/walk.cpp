@@ -39,6 +39,7 @@ struct Level {
     long long timeLeft = 0;
     unsigned startTick = 0;
     bool reports = false;
+    bool incomplete = false;  // a file of it could not be examined, and that was told
 };
 
 }  // namespace
@@ -162,6 +163,7 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     level.timeLeft = timeout;
     level.startTick = getTickCount();
     level.number = ++directories_;
+    level.incomplete = false;
     const bool included = request_.include.empty() || checkPathList(path_.c_str(), request_.include,
                                                                     request_.caseSensitive, false);
     level.reports = written && included && !excludes(path_.c_str(), false);
@@ -299,8 +301,9 @@ void Walk::noteSkipped(FsSkipReason reason, int error) {
 // A file without its facts may be missed by the criteria. That the system denies them,
 // or that the file is gone, is no failure.
 void Walk::noteUnexamined() {
-    if (skipReason(entry_.error()) == FsSkipReason::failed)
-        noteSkipped(FsSkipReason::failed, entry_.error());
+    if (top().incomplete || skipReason(entry_.error()) != FsSkipReason::failed) return;
+    top().incomplete = true;
+    noteSkipped(FsSkipReason::failed, entry_.error());
 }
 
 void Walk::noteExcluded() {
