@@ -24,7 +24,9 @@ if(TARGET fscan)
   # It answers nothing without them, in the build tree either.
   add_dependencies(fscan ${plugins})
   file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-  set_target_properties(fscan PROPERTIES INSTALL_RPATH "$ORIGIN/${to_libraries}")
+  set(directories "$ORIGIN/../lib" "$ORIGIN/${to_libraries}")
+  list(REMOVE_DUPLICATES directories)
+  set_target_properties(fscan PROPERTIES INSTALL_RPATH "${directories}")
   install(TARGETS fscan RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 endif()
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -65,8 +66,9 @@ public:
     /// Deletes the files of a closed table.
     bool erase();
     /// Rewrites a closed table without its removed records when they are more than
-    /// `percent` of the stored ones. Ids are dense from 0 then, and null flags gone.
-    /// The table is closed afterwards, also when it fails; it then holds what it held.
+    /// `percent` of the stored ones, by the counts of the last `close` where this object
+    /// closed it: nobody else may have changed it since. Ids are dense from 0 then, and null flags
+    /// gone. The table is closed afterwards, also when it fails; it then holds what it held.
     bool compact(int percent);
     /// Whether a file of this table was found damaged since the last `create`, or
     /// the start of the last `open`. It may be asked on a closed table.
@@ -186,12 +188,17 @@ private:
     class Compaction;
 
     enum class Visit { live, removed, damaged };
+    struct Counts {
+        unsigned stored;
+        unsigned deleted;
+    };
 
     bool isUsable() const { return mutex_ != nullptr; }
     std::wstring path(const wchar_t* suffix) const { return directory_ + name_ + suffix; }
     OpenResult openFiles();
     void layOut() { codec_.setLayout(RecordLayout(schema_, compressed_)); }
     bool eraseFiles() const;
+    static bool isWorthIt(const Counts& counts, int percent);
 
     bool rewriteInPlace(unsigned id, const Fields& values);
     bool replace(unsigned id, const Fields& values);
@@ -211,6 +218,7 @@ private:
     std::wstring directory_;
     bool compressed_;
     bool damaged_ = false;
+    std::optional<Counts> closedCounts_;  // when it was closed last
     bool constantKeys_ = false;
     std::size_t position_ = 0;  // behind the record that was read or written last
     Fields schema_;

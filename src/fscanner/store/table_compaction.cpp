@@ -84,14 +84,20 @@ private:
     std::vector<std::pair<std::wstring, std::wstring>> renames_;
 };
 
+bool FS_Table::isWorthIt(const Counts& counts, int percent) {
+    return counts.deleted > static_cast<long long>(counts.stored) * percent / 100;
+}
+
+// A table that this object has just closed is not opened only to find nothing to do.
 bool FS_Table::compact(int percent) {
-    if (!open()) return false;
-    const unsigned stored = data_->count(COUNT_STORED);
-    const unsigned deleted = data_->count(COUNT_DELETED);
+    const bool counted = !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent);
+    if (!counted && !open()) return false;
+    const Counts counts =
+        counted ? *closedCounts_ : Counts{data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
     debug("FS_Table::compact - [%d] [stored: %d] [deleted: %d]\n", percent,
-          static_cast<int>(stored), static_cast<int>(deleted));
-    if (deleted <= static_cast<long long>(stored) * percent / 100) {
-        const bool closed = close();
+          static_cast<int>(counts.stored), static_cast<int>(counts.deleted));
+    if (!isWorthIt(counts, percent)) {
+        const bool closed = counted || close();
         debug("FS_Table::compact - [%ls] table compact skipped!\n", name_.c_str());
         return closed;
     }
