@@ -1,11 +1,14 @@
 #include "command_runner.h"
 
+#include <fmt/format.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <limits>
 
 #include "messages.h"
@@ -42,6 +45,49 @@ std::string safePath(std::string_view path) {
     return (path.starts_with('-') ? "./" : "") + std::string(path);
 }
 
+volatile std::sig_atomic_t signalMeanwhile = 0;
+
+extern "C" void noteMeanwhile(int signal) {
+    signalMeanwhile = signal;
+}
+
+/// While a command runs, the keys that end programs are for it: a pager takes a Ctrl-C, and
+/// must not lose the terminal to whoever started us. As handlers are not inherited, it
+/// meets them as it would without us.
+class KeysForCommand {
+public:
+    KeysForCommand() {
+        signalMeanwhile = 0;
+        struct sigaction noting {};
+        noting.sa_handler = noteMeanwhile;
+        for (std::size_t i = 0; i < keys.size(); ++i) {
+            sigaction(keys[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler != SIG_IGN) sigaction(keys[i], &noting, nullptr);
+        }
+    }
+    KeysForCommand(const KeysForCommand&) = delete;
+    KeysForCommand& operator=(const KeysForCommand&) = delete;
+    ~KeysForCommand() {
+        for (std::size_t i = 0; i < keys.size(); ++i) sigaction(keys[i], &before_[i], nullptr);
+    }
+
+private:
+    static constexpr std::array<int, 2> keys = {SIGINT, SIGQUIT};
+    std::array<struct sigaction, 2> before_{};
+};
+
+/// Runs a command to its end. An errno where it cannot be started, or 0 and its status as
+/// waitpid gives it.
+int runToEnd(char* const* arguments, int& status) {
+    const KeysForCommand keys;
+    pid_t child = -1;
+    if (const int error = posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments, environ))
+        return error;
+    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
+    }
+    return 0;
+}
+
 }  // namespace
 
 CommandRunner::CommandRunner(const Options& options, Output& out)
@@ -74,7 +120,9 @@ bool CommandRunner::take(const Match& match) {
 }
 
 void CommandRunner::finish() {
-    if (!waiting_.empty()) runBatch();
+    if (!waiting_.empty() && !notRun_) runBatch();
+    if (failures_ > 0)
+        complain(fmt::format("{}: {} of {} runs failed", words_[0], failures_, runs_));
 }
 
 bool CommandRunner::runBatch() {
@@ -97,18 +145,19 @@ bool CommandRunner::run(const Words& words) {
     std::vector<char*> arguments;
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
-    pid_t child = -1;
-    if (const int error =
-            posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments.data(), environ)) {
+    int status = 0;
+    if (const int error = runToEnd(arguments.data(), status)) {
         complain(words[0], error);
-        failed_ = true;
+        notRun_ = true;
         return false;
     }
-    int status = 0;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
-    }
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) failed_ = true;
-    return true;
+    ++runs_;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
+    ++failures_;
+    // A command that a key ended ends us, too: there may be thousands to come.
+    if (signalMeanwhile == 0) return true;
+    raise(signalMeanwhile);
+    return false;
 }
 
 }  // namespace fscan

@@ -17,10 +17,10 @@ public:
     CommandRunner(const Options& options, Output& out);
 
     bool take(const Match& match) override;
-    /// Runs what is left.
+    /// Runs what is left, and tells how many runs failed.
     void finish() override;
     /// Whether a command could not be run, or ended with another status than 0.
-    bool failed() const override { return failed_; }
+    bool failed() const override { return notRun_ || failures_ > 0; }
     unsigned long long count() const override { return count_; }
 
 private:
@@ -37,7 +37,9 @@ private:
     Words waiting_;  // paths of a batch
     std::size_t waitingBytes_ = 0;
     std::size_t room_;  // for the arguments of a command
-    bool failed_ = false;
+    unsigned long long runs_ = 0;
+    unsigned long long failures_ = 0;
+    bool notRun_ = false;  // the last one could not be started
 };
 
 }  // namespace fscan

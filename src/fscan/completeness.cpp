@@ -55,6 +55,7 @@ std::string closingLine(const Completeness& search, const Outcome& outcome) {
         fmt::format("{} in {:.2f} s, from {}", counted(outcome.matches, "file", "files"),
                     seconds(outcome), source(search));
     if (!search.timedOut.empty()) line += "; time ran out";
+    if (outcome.interrupted) line += "; interrupted";
     if (const std::string left = unread(search); !left.empty()) line += "; " + left;
     return line;
 }
@@ -80,7 +81,9 @@ const char* reasonText(fscanner::FsSkipReason reason) {
 
 /// Whether all was searched; null where a cache does not tell.
 Json complete(const Completeness& search, const Outcome& outcome) {
-    if (!search.skipped.empty() || !search.timedOut.empty() || outcome.status > 1) return false;
+    if (!search.skipped.empty() || !search.timedOut.empty() || outcome.status > 1 || outcome.cut ||
+        outcome.interrupted)
+        return false;
     return search.cached.empty() ? Json(true) : Json();
 }
 
@@ -118,16 +121,13 @@ void writeError(const std::string& text) {
     err.flush();
 }
 
-bool writeSummary(const Options& options, const std::string& text) {
-    if (!options.summaryFile) {
-        writeError(text);
-        return true;
-    }
-    std::ofstream file(*options.summaryFile, std::ios::binary);
+/// False, with a message, where the file does not take the text.
+bool writeFile(const std::string& path, const std::string& text) {
+    std::ofstream file(path, std::ios::binary);
     file << text;
     file.close();
     if (file) return true;
-    complain(*options.summaryFile, errno);
+    complain(path, errno);
     return false;
 }
 
@@ -139,7 +139,7 @@ void Completeness::addWalk(const fscanner::FsScanProgress& totals) {
     directories += totals.directories;
 }
 
-bool report(const Options& options, const Completeness& search, const Outcome& outcome) {
+void tell(const Options& options, const Completeness& search, const Outcome& outcome) {
     const bool watched = isatty(STDERR_FILENO) == 1 && !options.quiet;
     if (options.statistics) {
         writeError(statistics(search, outcome));
@@ -148,8 +148,21 @@ bool report(const Options& options, const Completeness& search, const Outcome& o
     } else if (const std::string left = unread(search); !left.empty() && !options.quiet) {
         complain(left);
     }
-    if (!options.summary && !options.summaryFile) return true;
-    return writeSummary(options, jsonText(summary(search, outcome)) + "\n");
+}
+
+Summary::Summary(const Options& options)
+    : file_(options.summaryFile), wanted_(options.summary || options.summaryFile) {
+    if (file_) writable_ = writeFile(*file_, "");
+}
+
+void Summary::write(const Completeness& search, const Outcome& outcome) {
+    if (!wanted_) return;
+    written_ = true;
+    const std::string text = jsonText(summary(search, outcome)) + "\n";
+    if (file_)
+        writable_ = writeFile(*file_, text);
+    else
+        writeError(text);
 }
 
 }  // namespace fscan

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,12 +38,35 @@ struct Completeness {
 /// The end of a search.
 struct Outcome {
     unsigned long long matches = 0;
-    int status = 0;
+    int status = 0;            ///< of the program, or 128 and the signal that ends it
+    bool cut = false;          ///< it ended before all was searched, as nobody wanted more
+    bool interrupted = false;  ///< by a signal
     std::chrono::steady_clock::duration time{};
 };
 
 /// Tells on standard error, as the options ask, what a search found, what it took, and
-/// what was left out. False, with a message, when the summary cannot be written.
-bool report(const Options& options, const Completeness& search, const Outcome& outcome);
+/// what was left out.
+void tell(const Options& options, const Completeness& search, const Outcome& outcome);
+
+/// The JSON object that says how complete an answer is, for programs.
+class Summary {
+public:
+    /// Empties its file, where it goes to one: no run leaves that of an earlier one.
+    explicit Summary(const Options& options);
+
+    /// Whether one is wanted.
+    bool wanted() const { return wanted_; }
+    /// Whether its file, if any, can be written; a message has been given where not.
+    bool writable() const { return writable_; }
+    void write(const Completeness& search, const Outcome& outcome);
+    /// Whether that was done, or not wanted.
+    bool written() const { return written_ || !wanted_; }
+
+private:
+    const std::optional<std::string>& file_;
+    bool wanted_;
+    bool writable_ = true;
+    bool written_ = false;
+};
 
 }  // namespace fscan

@@ -56,6 +56,9 @@ extern "C" void note(int signal) {
     if (isAnswering == 0) alarm(patienceSeconds);
 }
 
+// Not SIG_IGN, which the commands that are run would inherit.
+extern "C" void passOver(int) {}
+
 extern "C" void losePatience(int) {
     endBy(noted);
 }
@@ -86,7 +89,7 @@ Interruption::Interruption() {
     for (const int signal : ending)
         if (!isIgnored(signal)) handle(signal, note);
     pipeEnds = !isIgnored(SIGPIPE);
-    handle(SIGPIPE, SIG_IGN);
+    if (pipeEnds) handle(SIGPIPE, passOver);
 }
 
 Interruption::~Interruption() {
@@ -96,8 +99,12 @@ Interruption::~Interruption() {
     if (pipeEnds) handle(SIGPIPE, endBy);
 }
 
-bool Interruption::pending() {
-    return noted != 0;
+int Interruption::signal() {
+    return noted;
+}
+
+int Interruption::ofLostReader() {
+    return pipeEnds ? SIGPIPE : 0;
 }
 
 void Interruption::answering() {

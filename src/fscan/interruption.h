@@ -20,9 +20,13 @@ public:
     ~Interruption();
 
     /// Whether the process is to end.
-    static bool pending();
+    static bool pending() { return signal() != 0; }
+    /// The signal that was noted, or 0.
+    static int signal();
     /// Records arrive: what is left takes little time.
     static void answering();
+    /// The signal that ends the process when nobody reads its output on, or 0.
+    static int ofLostReader();
     /// Ends the process by the signal that was noted, or by SIGPIPE if `readerGone`
     /// and that would have ended it. To be called when the cache is closed.
     void endIfPending(bool readerGone) const;

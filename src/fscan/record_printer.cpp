@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "interruption.h"
 #include "options.h"
 #include "output.h"
 
@@ -24,7 +25,7 @@ bool RecordPrinter::take(const Match& match) {
         form_->write(match, out_);
         out_.endRecord();
     }
-    return out_.error() == 0 && count_ < limit_;
+    return out_.error() == 0 && count_ < limit_ && !Interruption::pending();
 }
 
 void RecordPrinter::finish() {

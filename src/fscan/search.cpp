@@ -80,18 +80,6 @@ int searchRoots(const Search& search, Matches& matches, Watcher& watcher, MatchW
     return status;
 }
 
-/// The same, but no signal leaves a cache open.
-int searchSafely(const Search& search, const Output& out, Matches& matches, Watcher& watcher,
-                 ProgressLine& line) {
-    MatchWriter writer(matches, line);
-    if (!search.asking.cached) return searchRoots(search, matches, watcher, writer);
-    const Interruption interruption;
-    const int status = searchRoots(search, matches, watcher, writer);
-    line.erase();
-    interruption.endIfPending(out.error() == EPIPE);
-    return status;
-}
-
 int explainRoots(const Search& search, Output& out) {
     int status = STATUS_FOUND;
     for (const SearchRoot& root : search.roots.roots) {
@@ -116,9 +104,11 @@ std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
     return std::make_unique<SortedMatches>(order, options.spill ? 0 : SortedMatches::memoryBound);
 }
 
-/// Hands on what was sorted. The exit status of that.
+/// Hands on what was sorted. The exit status of that. What a signal cuts short is not
+/// finished: nobody is to take it for whole.
 int deliver(SortedMatches* sorter, MatchConsumer& consumer) {
     const bool delivered = sorter == nullptr || sorter->deliver(consumer);
+    if (Interruption::pending()) return STATUS_FOUND;
     consumer.finish();
     if (!delivered) {
         complain("the temporary file of matches cannot be written or read; is the disk full?");
@@ -144,9 +134,34 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Options& options, Output& out,
     return std::make_unique<RecordPrinter>(options, std::move(form), out);
 }
 
-int runAndReport(const Search& search, const std::wstring& rest, const NameFilter& names,
-                 const FileFilters& filters, const Excludes& excludes, bool incomplete,
-                 Output& out) {
+/// The signal that is about to end the process, or 0.
+int endingSignal(bool readerGone) {
+    if (Interruption::pending()) return Interruption::signal();
+    return readerGone ? Interruption::ofLostReader() : 0;
+}
+/// What the matches have to satisfy.
+struct Conditions {
+    Conditions(const Options& options, const std::wstring& where)
+        : excludes(options),
+          names(options),
+          files(options),
+          rest(bothCriteria(files.criteria(), where)) {}
+
+    Excludes excludes;
+    NameFilter names;
+    FileFilters files;
+    std::wstring rest;  ///< all criteria but for the names
+};
+
+/// The exit status of a search whose parts came to `status`.
+int overall(int status, bool incomplete, bool found, bool outputFailed) {
+    if (outputFailed) return STATUS_FAILURE;
+    if (incomplete) status = std::max<int>(status, STATUS_INCOMPLETE);
+    return status == STATUS_FOUND && !found ? STATUS_NOTHING_FOUND : status;
+}
+
+int runAndReport(const Search& search, const Conditions& conditions, bool incomplete,
+                 Summary& summary, Output& out) {
     const Options& options = search.options;
     bool withFacts = false;
     const std::unique_ptr<MatchConsumer> consumer = makeConsumer(options, out, withFacts);
@@ -154,29 +169,43 @@ int runAndReport(const Search& search, const std::wstring& rest, const NameFilte
     const std::unique_ptr<SortedMatches> sorter = makeSorter(options);
     MatchSink& sink = sorter ? static_cast<MatchSink&>(*sorter) : *consumer;
     withFacts = withFacts || options.sortKey == SortKey::size;
-    Matches matches(excludes, names, filters, sink, withFacts);
+    Matches matches(conditions.excludes, conditions.names, conditions.files, sink, withFacts);
     std::unique_ptr<fscanner::FsRecordFilter> filter;
-    if (!rest.empty()) filter = fscanner::FsRecordFilter::create(rest.c_str(), !options.ignoreCase);
+    if (!conditions.rest.empty())
+        filter = fscanner::FsRecordFilter::create(conditions.rest.c_str(), !options.ignoreCase);
     ProgressLine line(options.quiet);
-    Watcher watcher({options, search.roots, excludes, matches, filter.get(), line});
+    Watcher watcher({options, search.roots, conditions.excludes, matches, filter.get(), line});
+    MatchWriter writer(matches, line);
 
+    std::optional<Interruption> interruption(std::in_place);
     const auto start = std::chrono::steady_clock::now();
-    int status = searchSafely(search, out, matches, watcher, line);
-    const auto time = std::chrono::steady_clock::now() - start;
-    status = std::max(status, deliver(sorter.get(), *consumer));
-    out.flush();
+    int status = searchRoots(search, matches, watcher, writer);
+    Outcome outcome;
+    outcome.time = std::chrono::steady_clock::now() - start;
+    line.erase();
+    if (!Interruption::pending() && out.error() == 0) {
+        // Now a signal may end the process at once, unless a summary is to be written.
+        if (!summary.wanted()) interruption.reset();
+        status = std::max(status, deliver(sorter.get(), *consumer));
+        out.flush();
+    }
+    const bool readerGone = out.error() == EPIPE;
+    const int signal = endingSignal(readerGone);
+    outcome.matches = consumer->count();
+    outcome.cut = matches.stopped() || readerGone;
+    outcome.interrupted = Interruption::pending();
     const bool strictlyWrong = options.strict && !watcher.search().skipped.empty();
-    if (incomplete || watcher.rootSkipped() || strictlyWrong)
-        status = std::max<int>(status, STATUS_INCOMPLETE);
-    if (status == STATUS_FOUND && consumer->count() == 0) status = STATUS_NOTHING_FOUND;
-    if (!report(options, watcher.search(), {consumer->count(), status, time}))
-        status = std::max<int>(status, STATUS_FAILURE);
+    incomplete = incomplete || watcher.rootSkipped() || strictlyWrong;
+    status = overall(status, incomplete, consumer->count() > 0, out.error() != 0 && !readerGone);
+    outcome.status = signal == 0 ? status : 128 + signal;
+    if (signal == 0 || outcome.interrupted) tell(options, watcher.search(), outcome);
+    summary.write(watcher.search(), outcome);
+    if (!summary.writable()) status = std::max<int>(status, STATUS_FAILURE);
+    if (interruption) interruption->endIfPending(readerGone);
     return status;
 }
 
-}  // namespace
-
-int runSearch(const Options& options, Output& out) {
+int searchAsTold(const Options& options, Summary& summary, Output& out) {
     const std::optional<std::wstring> where = combineCriteria(options.criteria);
     SearchRoots roots = SearchRoots::resolve(options);
     if (!where || roots.wrong) return STATUS_USAGE;
@@ -186,15 +215,27 @@ int runSearch(const Options& options, Output& out) {
     if (!asking) return STATUS_FAILURE;
     const bool mounted = keepMounted(roots, *drives);
 
-    const Excludes excludes(options);
-    const NameFilter names(options);
-    const FileFilters filters(options);
-    const std::wstring rest = bothCriteria(filters.criteria(), *where);
+    const Conditions conditions(options, *where);
     fscanner::FsQuery query;
-    fillQuery({options, roots, excludes, *drives, bothCriteria(names.criteria(), rest)}, query);
+    fillQuery({options, roots, conditions.excludes, *drives,
+               bothCriteria(conditions.names.criteria(), conditions.rest)},
+              query);
     const Search search{options, roots, *drives, *asking, query};
     if (options.explain) return explainRoots(search, out);
-    return runAndReport(search, rest, names, filters, excludes, !mounted || roots.incomplete, out);
+    return runAndReport(search, conditions, !mounted || roots.incomplete, summary, out);
+}
+
+}  // namespace
+
+int runSearch(const Options& options, Output& out) {
+    Summary summary(options);
+    if (!summary.writable()) return STATUS_USAGE;
+    const int status = searchAsTold(options, summary, out);
+    if (summary.written() || options.explain) return status;
+    Outcome nothingSearched;
+    nothingSearched.status = status;
+    summary.write({}, nothingSearched);
+    return status;
 }
 
 }  // namespace fscan

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -218,11 +219,27 @@ TEST_F(FiltersTest, CommandsRunInOrderWithoutAShell) {
     EXPECT_FALSE(std::filesystem::exists(tree_ / "hacked"));
     EXPECT_EQ(search({"-e", "echo", ";", "--limit", "1", "--sort", "size", "--reverse"}).out,
               "./huge\n");
-    EXPECT_EQ(search({"-e", "false", ";"}).status, 5);
+    const RunResult failed = search({"-e", "sh", "-c", "test -x \"$0\"", ";"});
+    EXPECT_EQ(failed.status, 5);
+    EXPECT_EQ(failed.err, "fscan: sh: 6 of 7 runs failed\n");
     EXPECT_EQ(search({"--exec-batch", "false", "+", "-n", "none"}).status, 1);
     const RunResult missing = search({"-e", "./no-such-program", ";"});
     EXPECT_EQ(missing.status, 5);
     EXPECT_EQ(missing.err, "fscan: ./no-such-program: No such file or directory\n");
+}
+
+/// Ctrl-C is for the command; one that it ends is the last.
+TEST_F(FiltersTest, AKeyMeantForACommandEndsUsOnlyWithIt) {
+    const auto run = [this](const std::string& command) {
+        return runProgram(FSCAN_PROGRAM, {"src", "--no-cache", "-e", "sh", "-c", command, ";"},
+                          {.directory = tree_.path()});
+    };
+    const RunResult taken = run("trap : INT; kill -INT $PPID; kill -INT $$; echo $0");
+    EXPECT_EQ(taken.out, "src/a.c\nsrc/link\nsrc/old/b.c\n");
+    EXPECT_EQ(taken.status, 0);
+    const RunResult ended = run("echo $0; kill -INT $PPID; kill -INT $$");
+    EXPECT_EQ(ended.out, "src/a.c\n");
+    EXPECT_EQ(ended.status, -SIGINT);
 }
 
 TEST_F(FiltersTest, BatchesFitAndNothingIsLost) {
@@ -261,6 +278,49 @@ TEST_F(FiltersTest, TheSummaryTellsHowCompleteTheAnswerIs) {
     EXPECT_EQ(denied["skipped"],
               nlohmann::json::parse(
                   R"([{"path":"src/old","reason":"denied","error":"Permission denied"}])"));
+}
+
+/// A script must not read an earlier run's file, or take what was cut short for whole.
+TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
+    for (int i = 0; i < 2000; ++i)
+        writeWholeFile(tree_ / ("src/" + std::string(200, 'n') + std::to_string(i)), "");
+    struct Case {
+        Arguments arguments;
+        RunSettings settings;
+        int status;  ///< in the summary; above 128: the program is ended so
+    };
+    std::vector<Case> table = {{{"nowhere"}, {}, 2},
+                               {{"src", "-w", "[SIZE"}, {}, 2},
+                               {{"src"}, {.to = Stdout::full}, 4},
+                               {{"src", "--sort", "size"}, {.to = Stdout::full}, 4},
+                               {{"src"}, {.to = Stdout::readerGone}, 0},
+                               {{"src", "--limit", "1"}, {}, 0},
+                               {{"src", "--cache-dir", "src/a.c/d"}, {.cached = true}, 4},
+                               {{"src", "--limit", "1", "-e", "false", ";"}, {}, 5}};
+    for (auto& [arguments, settings, status] : table) {
+        writeWholeFile(tree_ / "s.json", "old");
+        arguments.insert(arguments.begin(), {"--summary-file", "s.json"});
+        settings.directory = tree_.path();
+        EXPECT_EQ(fscan(arguments, settings).status, status);
+        const auto summary = nlohmann::json::parse(readWholeFile(tree_ / "s.json"));
+        EXPECT_EQ(summary["status"], status) << summary;
+        EXPECT_EQ(summary["complete"], false) << summary;
+    }
+    // The second is ended when it has begun to print and finds the pipe full.
+    for (const auto& [command, status] :
+         {std::pair{"\"$0\" $1 src | head -n 1", 128 + SIGPIPE},
+          std::pair{"mkfifo p; \"$0\" $1 src --sort name > p & exec 3< p; head -c 1 <&3;"
+                    "kill -TERM $!; sleep 0.2; cat <&3; wait; rm p",
+                    128 + SIGTERM}}) {
+        for (const char* way : {"--max-age=10m", "--no-cache"}) {
+            const std::string options = std::string("--summary-file=s.json ") + way;
+            runProgram("sh", {"-c", command, FSCAN_PROGRAM, options}, {.directory = tree_.path()});
+            const auto summary = nlohmann::json::parse(readWholeFile(tree_ / "s.json"));
+            EXPECT_EQ(summary["status"], status) << way;
+            EXPECT_EQ(summary["complete"], false) << way;
+        }
+    }
+    EXPECT_EQ(search({"src", "--summary-file", "nowhere/s"}).status, 2);
 }
 
 TEST_F(FiltersTest, ATerminalIsToldInOneLine) {
