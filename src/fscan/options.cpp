@@ -25,24 +25,45 @@ constexpr const char* description =
 Examples:
   fscan -n '*.h' -n '*.hpp' /usr/include      headers, by name
   fscan --larger 10M --older 30d -l /var      large files that are not new
-  fscan -t ELF --perm u+w /usr/bin            programs that their owners may change
+  fscan -t ELF --perm u+w /usr/bin            programs their owners may change
   fscan -w '[SIZE] > 1000 && [SIZE] < 2000'   by criteria
   fscan -n '*.log' -x '*/archive' --exec gzip {} ';'
 )";
 
 constexpr const char* exitStatuses =
     R"(Exit status: 0 something found, 1 nothing found, 2 wrong option, criteria or
-PATH, 3 the answer is incomplete, 4 the provider, the cache, the mount table or the
-output failed, 5 a command of --exec failed.)";
+PATH, 3 the answer is incomplete, 4 the provider, the cache, the mount table or
+the output failed, 5 a command of --exec failed.)";
 
 std::string_view firstLine(std::string_view text) {
     return text.substr(0, text.find('\n'));
 }
 
-/// The help, with the usage of arguments that CLI11 does not know about.
+constexpr std::size_t helpColumn = 28;
+constexpr std::size_t helpWidth = 79;
+
+/// The text in lines of so many characters, broken at spaces.
+std::string wrapped(std::string text, std::size_t width) {
+    for (std::size_t start = 0; text.size() - start > width;) {
+        const std::size_t space = text.rfind(' ', start + width);
+        if (space == text.npos || space <= start) break;
+        text[space] = '\n';
+        start = space + 1;
+    }
+    return text;
+}
+
+/// The help for terminals of 80 columns, with the usage of arguments that CLI11 does not
+/// know about.
 class HelpFormatter : public CLI::Formatter {
 public:
-    HelpFormatter() { column_width(28); }
+    HelpFormatter() { column_width(helpColumn); }
+    std::string make_option_opts(const CLI::Option* option) const override {
+        return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
+    }
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return wrapped(option->get_description(), helpWidth - helpColumn);
+    }
     std::string make_usage(const CLI::App*, std::string) const override {
         return "Usage: fscan [OPTIONS] [PATH...]\n"
                "PATH is a directory to search; default: the current one. It may begin with\n"
@@ -81,6 +102,17 @@ void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
         } else {
             paths.push_back(std::move(argument));
         }
+    }
+}
+
+/// Refuses "-name", which would be -n with the value "ame".
+void refuseLongNamesWithOneDash(const CLI::App& app, const std::vector<std::string>& arguments) {
+    const std::vector<std::string> known = longOptions(app);
+    for (const std::string& argument : arguments) {
+        if (argument == "--") return;
+        if (argument.size() > 2 &&
+            std::find(known.begin(), known.end(), "-" + argument) != known.end())
+            throw wrong("unknown option " + argument + "; did you mean -" + argument + "?");
     }
 }
 
@@ -143,6 +175,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
     try {
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         arguments = takeCommands(arguments, options);
+        refuseLongNamesWithOneDash(app, arguments);
         refuseTerminator(arguments);
         std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
         app.parse(arguments);

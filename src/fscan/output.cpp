@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,7 +13,15 @@ namespace fscan {
 
 namespace {
 constexpr std::size_t pieceSize = 64 * 1024;
+
+/// Whoever shares the descriptor may have made it one that does not wait. A signal ends
+/// the wait, and the next write meets it.
+void waitForRoom(int descriptor) {
+    pollfd wait{descriptor, POLLOUT, 0};
+    poll(&wait, 1, -1);
 }
+
+}  // namespace
 
 Output::Output(int descriptor) : descriptor_(descriptor), terminal_(isatty(descriptor) == 1) {
     buffer_.reserve(2 * pieceSize);
@@ -40,6 +49,8 @@ void Output::flush() {
         const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
         if (written >= 0)
             rest.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno == EAGAIN)
+            waitForRoom(descriptor_);
         else if (errno != EINTR || Interruption::pending())
             error_ = errno;
     }

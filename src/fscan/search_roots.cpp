@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 
@@ -49,6 +50,12 @@ std::string meantGroup(const std::string& path) {
     const std::size_t end = path.find("::");
     if (!path.starts_with('$') || end == path.npos) return "";
     return suggestionText(path.substr(0, end + 2), wordsOfGroups());
+}
+
+/// What helps whoever takes a PATH for what is to be found.
+std::string remedy(const std::string& path) {
+    if (path.empty() || path.find('/') != path.npos || path.starts_with('$')) return "";
+    return "; a name to find goes with -n";
 }
 
 /// The library reads paths of fewer characters than this.
@@ -100,8 +107,9 @@ SearchRoots SearchRoots::resolve(const Options& options) {
         }
         if (real.empty()) {
             const int error = errno;
-            complain(path + (error == ENOENT ? meantGroup(path) : ""), error);
             const bool wrong = error == ENOENT || error == ENOTDIR || error == ELOOP;
+            complain(path + (error == ENOENT ? meantGroup(path) : "") + ": " +
+                     std::strerror(error) + (wrong ? remedy(path) : ""));
             (wrong ? result.wrong : result.incomplete) = true;
             continue;
         }

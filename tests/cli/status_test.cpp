@@ -56,11 +56,13 @@ TEST_F(StatusTest, UsageErrorsNameWhatIsWrong) {
         {{"--xyzzy"}, "fscan: unknown option --xyzzy; see fscan --help\n"},
         {{"-q", "-k"}, "fscan: unknown option -k; see fscan --help\n"},
         {{"$locale::/"}, "fscan: $locale::/; did you mean $local::?: No such file or directory\n"},
-        {{"d", "missing"}, "fscan: missing: No such file or directory\n"},
+        {{"d", "missing/x"}, "fscan: missing/x: No such file or directory\n"},
+        {{"*.h"}, "fscan: *.h: No such file or directory; a name to find goes with -n\n"},
+        {{"-name", "f"}, "fscan: unknown option -name; did you mean --name? See fscan --help\n"},
         {{"d/f"}, "fscan: d/f: Not a directory\n"},
         {{""}, "fscan: : No such file or directory\n"},
-        {{"missing", "d/f"},
-         "fscan: missing: No such file or directory\nfscan: d/f: Not a directory\n"},
+        {{"./missing", "d/f"},
+         "fscan: ./missing: No such file or directory\nfscan: d/f: Not a directory\n"},
         {{"d", "--debug-log", "missing/log"},
          "fscan: missing/log: the debug log cannot be written\n"},
     };
@@ -85,6 +87,7 @@ TEST_F(StatusTest, HelpAndVersionGoToStandardOutput) {
                                "--fs", "--not-fs", "--all-fs", "--local", "--remote", "--null",
                                "--long", "--count", "--drives", "--check", "--debug-log"})
         EXPECT_THAT(help.out, HasSubstr(option));
+    for (const std::string& line : records(help.out)) EXPECT_LT(line.size(), 80U) << line;
     EXPECT_THAT(search({"--version"}).out, testing::MatchesRegex("fscan [0-9]+[.][0-9]+[.].*\n"));
 }
 
@@ -132,6 +135,21 @@ TEST_F(StatusTest, FailedOutputIsAnErrorAndALostReaderIsNone) {
                                              "sh", FSCAN_PROGRAM, tree_.path().string()});
     EXPECT_EQ(records(head.out).size(), 1u);
     EXPECT_EQ(head.err, std::to_string(128 + SIGPIPE) + "\n");
+}
+
+/// A pipe that is not waited for, because another program shares it.
+TEST_F(StatusTest, APipeThatDoesNotWaitLosesNothing) {
+    addManyFiles();
+    const RunResult result = runProgram(
+        "python3", {"-c",
+                    "import os, subprocess, sys, time\n"
+                    "r, w = os.pipe()\n"
+                    "os.set_blocking(w, False)\n"
+                    "p = subprocess.Popen([sys.argv[1], '--no-cache', sys.argv[2]], stdout=w)\n"
+                    "os.close(w); time.sleep(0.3)\n"
+                    "print(len(open(r).readlines()), p.wait())",
+                    FSCAN_PROGRAM, tree_.path().string()});
+    EXPECT_EQ(result.out, "1002 0\n");
 }
 
 TEST_F(StatusTest, LongOutputShowsAttributesSizeAndTime) {
