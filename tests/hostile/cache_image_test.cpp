@@ -186,6 +186,31 @@ TEST_P(CacheDamage, EveryFileMissingExchangedOrSomethingElse) {
     }
 }
 
+// Whatever lies under the mark's name is a mark: the cache is not believed.
+TEST_P(CacheDamage, MarksOfEveryKind) {
+    const TempTree elsewhere;
+    const std::string mark = image.path("dirs.cuflag"), victim = elsewhere.path("victim");
+    const std::string content = "precious";
+    writeWholeFile(victim, content);
+    for (const char* kind : {"file", "link", "dangling", "fifo", "directory"}) {
+        for (const std::size_t file : {kDirectoriesOffsets, kFilesOffsets}) image.cut(file, 0);
+        const std::string what = kind;
+        if (what == "file") writeWholeFile(mark, "text");
+        if (what == "link") std::filesystem::create_symlink(victim, mark);
+        if (what == "dangling") std::filesystem::create_symlink(victim + ".not", mark);
+        if (what == "fifo" && mkfifo(mark.c_str(), 0600) != 0) ADD_FAILURE() << mark;
+        if (what == "directory") std::filesystem::create_directories(mark + "/full");
+        for (std::size_t query = 0; query < image.queries.size(); ++query) {
+            bool right = false;
+            EXPECT_EQ(image.ask(query, right), 0) << kind;
+            EXPECT_TRUE(right) << kind;
+        }
+        EXPECT_EQ(readWholeFile(victim), content);
+        EXPECT_FALSE(std::filesystem::exists(victim + ".not"));
+        image.restore();
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Encodings, CacheDamage, testing::Values(false, true),
                          [](const auto& form) { return form.param ? "compressed" : "fixed"; });
 
