@@ -54,7 +54,8 @@ std::string meantGroup(const std::string& path) {
 
 /// What helps whoever takes a PATH for what is to be found.
 std::string remedy(const std::string& path) {
-    if (path.empty() || path.find('/') != path.npos || path.starts_with('$')) return "";
+    const bool name = path.find_first_not_of('.') != path.npos;
+    if (!name || path.find('/') != path.npos || path.starts_with('$')) return "";
     return "; a name to find goes with -n";
 }
 
@@ -96,6 +97,11 @@ void SearchRoot::appendShown(std::wstring_view directory, std::string& text) con
 
 SearchRoots SearchRoots::resolve(const Options& options) {
     SearchRoots result;
+    if (options.pathStyle == PathStyle::relative && realDirectory(".").empty()) {
+        complain("--relative: the current directory", errno);
+        result.wrong = true;
+        return result;
+    }
     const std::vector<std::string> here = {"."};
     for (std::string path : options.paths.empty() ? here : options.paths) {
         const std::string_view group = takeDriveGroup(path).value_or("");

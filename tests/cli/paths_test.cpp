@@ -89,6 +89,20 @@ TEST_F(PathsTest, OptionsStandAnywhereAndPathsMayFollowDashes) {
     EXPECT_EQ(fscan({"top", "++"}).status, 2);
 }
 
+TEST_F(PathsTest, NothingIsRelativeToADirectoryThatIsGone) {
+    for (const auto& [arguments, status, out] :
+         {std::tuple{"--relative", 2, std::string()},
+          std::tuple{"--absolute", 0, tree_ / "top/other/d" + "\n"}}) {
+        const RunResult result = runProgram(
+            "sh",
+            {"-c", "mkdir gone; cd gone; rmdir ../gone; exec \"$0\" --no-cache -n d $1 $2",
+             FSCAN_PROGRAM, arguments, tree_ / "top"},
+            {.directory = tree_.path()});
+        EXPECT_EQ(result.status, status);
+        EXPECT_EQ(result.out, out);
+    }
+}
+
 TEST_F(PathsTest, FileSystemsAndDrivesNarrowTheSearch) {
     const std::string proc = "/proc/self/task";
     if (!std::filesystem::exists(proc)) GTEST_SKIP() << "no proc file system";
