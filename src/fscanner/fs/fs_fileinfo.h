@@ -59,7 +59,8 @@ public:
     void setLastAccessTime(long seconds);
     void setLastModifyTime(long seconds);
 
-    /// The directory and the name, owned by the record; null when not set.
+    /// The directory, which may end with "/" or not (`getPathName` joins the two), and the
+    /// name, owned by the record; null when not set.
     const wchar_t* getPath() const { return path_.get(); }
     const wchar_t* getName() const { return name_.get(); }
     /// Each fetches what is not known yet; 0 when that fails. Times are seconds

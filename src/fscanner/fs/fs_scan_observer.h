@@ -31,8 +31,9 @@ public:
     virtual ~FsScanObserver();
     /// Called every so many entries. False stops the scan the way a time-out does.
     virtual bool progress(const FsScanProgress& progress);
-    /// Called once per directory that is not (wholly) searched; `systemError` is
-    /// the errno, or 0. The path is valid during the call.
+    /// Called once per directory that is not (wholly) searched, also for a path of the
+    /// query that does not exist; `systemError` is the errno, or 0. The path is valid
+    /// during the call.
     virtual void skipped(const wchar_t* directory, FsSkipReason reason, int systemError);
     /// Called for a file on which the criteria could not be evaluated (a name that
     /// holds "*" compared with a pattern; a zero divisor). It does not match.
