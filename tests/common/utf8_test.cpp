@@ -125,21 +125,22 @@ TEST(NameText, AppendBehindWhatIsThere) {
     EXPECT_EQ(myWcsToMbs(nullptr), nullptr);
 }
 
-TEST(Utf8, EncodesUpToSixBytes) {
-    const std::pair<wchar_t, const char*> cases[] = {{0x7F, "7f"},
-                                                     {0x80, "c280"},
-                                                     {0x7FF, "dfbf"},
-                                                     {0x800, "e0a080"},
-                                                     {0xDC80, "edb280"},
-                                                     {0xFFFF, "efbfbf"},
-                                                     {0x10000, "f0908080"},
-                                                     {0x1FFFFF, "f7bfbfbf"},
-                                                     {0x200000, "f888808080"},
-                                                     {0x3FFFFFF, "fbbfbfbfbf"},
-                                                     {0x4000000, "fc8480808080"},
-                                                     {0x7FFFFFFF, "fdbfbfbfbfbf"},
-                                                     // No such form: the replacement.
-                                                     {static_cast<wchar_t>(0x80000000u), "efbfbd"}};
+TEST(Utf8, EncodesUpToSixBytesAndReplacesTheRest) {
+    const std::pair<wchar_t, const char*> cases[] = {
+        {0x7F, "7f"},
+        {0x80, "c280"},
+        {0x7FF, "dfbf"},
+        {0x800, "e0a080"},
+        {0xDC80, "edb280"},
+        {0xFFFF, "efbfbf"},
+        {0x10000, "f0908080"},
+        {0x1FFFFF, "f7bfbfbf"},
+        {0x200000, "f888808080"},
+        {0x3FFFFFF, "fbbfbfbfbf"},
+        {0x4000000, "fc8480808080"},
+        {0x7FFFFFFF, "fdbfbfbfbfbf"},
+        {-1, "efbfbd"},
+    };
     for (const auto& [c, expected] : cases) {
         const wchar_t text[] = {c, 0};
         unsigned char out[8];

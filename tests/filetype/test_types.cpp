@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -36,37 +37,17 @@ const Sample& sample(std::size_t i) {
 }
 
 // Of a shell, of options, of lists, of texts in any encoding and of terminals.
-const std::vector<std::string> hostileNames{"$(touch pwned)",
-                                            "`touch pwned`",
-                                            "\"; touch pwned; \"",
-                                            "' ; touch pwned '",
-                                            "|touch pwned",
-                                            "&touch pwned",
-                                            ">pwned",
-                                            "-m",
-                                            "--help",
-                                            "-",
-                                            "--",
-                                            "-f",
-                                            "a\nb",
-                                            "\n",
-                                            "tab\there",
-                                            " blank ",
-                                            "colon",
-                                            "colon:",
-                                            "colon: ELF",
-                                            "colon:b",
-                                            "caf\xe9",
-                                            "\xc3\xa9",
-                                            "\xff\xfe",
-                                            "*",
-                                            "?",
-                                            ".hidden",
-                                            "..double",
-                                            "back\\slash",
-                                            "\x1b[31m",
-                                            "%s%n",
-                                            std::string(255, 'x')};
+const std::vector<std::string> hostileNames = [] {
+    using namespace std::string_literals;
+    std::istringstream list(
+        "$(touch pwned)\0`touch pwned`\0\"; touch pwned; \"\0' ; touch pwned '\0|touch pwned\0"
+        "&touch pwned\0>pwned\0-m\0--help\0-\0--\0-f\0a\nb\0\n\0tab\there\0 blank \0colon\0colon:\0"
+        "colon: ELF\0colon:b\0caf\xe9\0\xc3\xa9\0\xff\xfe\0*\0?\0.hidden\0..double\0back\\slash\0"
+        "\x1b[31m\0%s%n"s);
+    std::vector<std::string> names{std::string(255, 'x')};
+    for (std::string name; std::getline(list, name, '\0');) names.push_back(name);
+    return names;
+}();
 
 TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
     for (const char* name :
@@ -90,6 +71,7 @@ TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
             left.insert(entry.path().filename());
         }
         EXPECT_EQ(left, std::set(hostileNames.begin(), hostileNames.end()));
+        EXPECT_EQ(left.size(), 31U);
     }
     EXPECT_FALSE(fs::exists(path("pwned")) || fs::exists("pwned")) << "something was executed";
 }

@@ -28,13 +28,15 @@ TEST(TypeWords, AreWhatStandsBetweenBlanksCommasAndColons) {
 
 TEST(TypeWords, OneWordInCommonIsEnough) {
     auto file = wordList({L"ASCII", L"English", L"text"});
-    std::pair<StringList<wchar_t>, bool> cases[] = {{wordList({L"ASCII text"}), true},
-                                                    {wordList({L"ELF", L"text"}), true},
-                                                    {wordList({L"ascii"}), false},
-                                                    {wordList({L"ASCI"}), false},
-                                                    {wordList({L",", L"text"}), true},
-                                                    {wordList({L""}), false},
-                                                    {wordList({}), false}};
+    std::pair<StringList<wchar_t>, bool> cases[] = {
+        {wordList({L"ASCII text"}), true},
+        {wordList({L"ELF", L"text"}), true},
+        {wordList({L"ascii"}), false},
+        {wordList({L"ASCI"}), false},
+        {wordList({L",", L"text"}), true},
+        {wordList({L""}), false},
+        {wordList({}), false},
+    };
     for (auto& [wanted, matches] : cases)
         EXPECT_EQ(FileTypeChecker::checkTypeList(file, wanted), matches)
             << (wanted.size() > 0 ? wanted.at(0) : L"no words");

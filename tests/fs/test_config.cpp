@@ -133,40 +133,26 @@ TEST_F(Config, SaysWhatIsWrong) {
 }
 
 TEST_F(Config, NumbersHaveSignsAndOneSuffix) {
-    struct Case {
-        const char* text;
-        int value;
-    };
     constexpr int DEFAULT = -77;
-    const Case cases[] = {
-        {"12", 12},
-        {"12k", 12288},
-        {"3M", 3145728},
-        {"-2K", -2048},
-        {"--5", 5},
-        {"-+-+5", 5},
-        {"+-5", -5},
-        {"007", 7},
-        {"7x", DEFAULT},
-        {"k", DEFAULT},
-        {"-", DEFAULT},
-        {"5 k", DEFAULT},
-        {"5km", DEFAULT},
-        {"- 5", DEFAULT},
-        {"0x10", DEFAULT},
-        // They wrap at 32 bits.
-        {"4096M", 0},
-        {"2048M", INT32_MIN},
-        {"4294967297", 1},
-        {"-2147483648", INT32_MIN},
-        {"99999999999999999999k", 1073740800},
-    };
     file_.set(directory_ / "own.conf");
-    for (const Case& c : cases) {
-        writeWholeFile(directory_ / "own.conf", std::string("[s]\nn = ") + c.text + "\n");
-        EXPECT_EQ(config_.getInteger("s", "n", DEFAULT), c.value) << c.text;
-    }
+    const auto number = [&](const char* text) {
+        writeWholeFile(directory_ / "own.conf", std::string("[s]\nn = ") + text + "\n");
+        return config_.getInteger("s", "n", DEFAULT);
+    };
+    const std::pair<const char*, int> cases[] = {
+        {"12", 12}, {"12k", 12288}, {"3M", 3145728}, {"-2K", -2048},
+        {"--5", 5}, {"+-5", -5},    {"-+-+5", 5},    {"007", 7},
+    };
+    for (const auto& [text, value] : cases) EXPECT_EQ(number(text), value) << text;
+    for (const char* text : {"7x", "k", "-", "5 k", "5kk", "5km", "- 5", "0x10"})
+        EXPECT_EQ(number(text), DEFAULT) << text;
     EXPECT_EQ(config_.getInteger("s", "absent", DEFAULT), DEFAULT);
+    // They wrap at 32 bits.
+    EXPECT_EQ(number("4096M"), 0);
+    EXPECT_EQ(number("4294967297"), 1);
+    EXPECT_EQ(number("99999999999999999999k"), 1073740800);
+    for (const char* text : {"2048M", "2147483648", "-2147483648"})
+        EXPECT_EQ(number(text), INT32_MIN) << text;
 }
 
 }  // namespace
