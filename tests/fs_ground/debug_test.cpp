@@ -46,14 +46,11 @@ protected:
     std::string log_ = directory_ / "log";
 };
 
-TEST_F(DebugLog, IsOffUntilStarted) {
+TEST_F(DebugLog, IsOffUntilStartedAndResumesWithoutEmptying) {
     const CurrentDirectory current(directory_.path());
     debug("lost\n");
     EXPECT_FALSE(startDebug());
     EXPECT_TRUE(fs::is_empty(directory_.path()));
-}
-
-TEST_F(DebugLog, ResumesWithoutEmptying) {
     writeWholeFile(log_, "old");
     ASSERT_TRUE(startDebug(log_.c_str()));
     EXPECT_EQ(contents(), "");
@@ -106,6 +103,7 @@ TEST_F(DebugLog, FormatsAsLibcDoes) {
     expectAsLibc("%S|%ls|%8ls|%-8ls|%.2ls|%.3ls|%C%lc|", L"\x20AC", L"h\xE9", L"h\xE9", L"h\xE9",
                  L"h\xE9llo", L"h\xE9llo", L'\xE9', L'z');
     expectAsLibc("%ls|%.3ls|%.6ls|", +noWideText, +noWideText, +noWideText);
+    EXPECT_EQ(logged("50%, %y, %1$s %", 1), "50%, %y, %1$s %") << "not understood, and kept";
     expectAsLibc("%I64d|%'d|%300d|%.200d", 5, 1234567, 1, 2);  // I is a flag, 64 a width
 }
 
@@ -120,10 +118,6 @@ TEST_F(DebugLog, NeverLosesAWideText) {
     }
     const std::wstring large(100'000, L'\xE9');
     EXPECT_EQ(logged("%ls!", large.c_str()).size(), 200'001u);
-}
-
-TEST_F(DebugLog, KeepsWhatItDoesNotUnderstand) {
-    EXPECT_EQ(logged("50%, %y, %1$s %", 1), "50%, %y, %1$s %");
 }
 
 TEST_F(DebugLog, KeepsErrnoAndDescriptors) {

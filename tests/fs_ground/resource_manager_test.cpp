@@ -69,6 +69,9 @@ TEST_F(CleanupHandlers, RunFromTheLatest) {
 }
 
 TEST_F(CleanupHandlers, AreRemovedByPair) {
+    manager_.removeCleanupHandler(other, a);  // unknown pairs, and null
+    manager_.removeCleanupHandler(record, nullptr);
+    manager_.addCleanupHandler(nullptr, a);
     manager_.addCleanupHandler(record, a);
     manager_.removeCleanupHandler(record, a);  // the latest of the two
     EXPECT_EQ(invoked(1), "c1b1a1");
@@ -78,13 +81,6 @@ TEST_F(CleanupHandlers, AreRemovedByPair) {
     manager_.removeCleanupHandler(record, c);
     EXPECT_EQ(invoked(1), "");
     manager_.removeCleanupHandler(record, c);  // from an empty registry
-}
-
-TEST_F(CleanupHandlers, UnknownPairsAndNullAreIgnored) {
-    manager_.removeCleanupHandler(other, a);
-    manager_.removeCleanupHandler(record, nullptr);
-    manager_.addCleanupHandler(nullptr, a);
-    EXPECT_EQ(invoked(1), "c1b1a1");
 }
 
 TEST_F(CleanupHandlers, MayRemoveThemselves) {

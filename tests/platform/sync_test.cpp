@@ -67,21 +67,25 @@ TEST(LinuxMutex, ExcludesObjectsOfItsNameOnly) {
     EXPECT_EQ(LinuxMutex(nullptr).wait(), SYNC_FAILED);
 }
 
-TEST(LinuxMutex, WakesAWaiter) {
-    LinuxMutex held("wake");
-    ASSERT_EQ(held.wait(), 0);
+template <typename Sync>
+void expectToWakeAWaiter(Sync& sync) {
     std::atomic<bool> entered = false;
     std::thread waiter([&] {
-        LinuxMutex mutex("wake");
-        EXPECT_EQ(mutex.wait(), 0);
+        EXPECT_EQ(sync.wait(), 0);
         entered = true;
-        mutex.release();
     });
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_FALSE(entered);
-    held.release();
+    sync.release();
     waiter.join();
-    EXPECT_TRUE(entered);
+}
+
+TEST(InProcessSync, WakesAWaiter) {
+    LinuxMutex mutex("wake");
+    ASSERT_EQ(mutex.wait(), 0);
+    expectToWakeAWaiter(mutex);
+    LinuxSemaphore semaphore("wake");
+    expectToWakeAWaiter(semaphore);
 }
 
 TEST(LinuxMutex, StateLivesAsLongAsTheNameHasObjects) {
