@@ -51,6 +51,35 @@ void compiledOver(benchmark::State& state, const wchar_t* pattern, bool caseSens
     overRecords(state, [&](const Record& record) { return compiled.matches(record.name); });
 }
 
+// The longest names against the patterns that make the matchers try the most: each start
+// fails only at the end of a long run. One iteration is one match.
+std::wstring worstPattern(wchar_t letter) {
+    std::wstring pattern = L"*";
+    pattern.append(63, letter).append(L"?").append(63, letter).append(L"b*");
+    return pattern;
+}
+
+void worstCase(benchmark::State& state, wchar_t letter, bool caseSensitive, bool compile) {
+    const std::wstring name(255, letter), pattern = worstPattern(letter);
+    const fscanner::CompiledPattern compiled(pattern, caseSensitive);
+    for (auto step : state) {
+        const bool matches =
+            compile ? compiled.matches(name)
+                    : fscanner::wildvccmp(pattern.c_str(), name.c_str(), caseSensitive) != 0;
+        benchmark::DoNotOptimize(matches);
+    }
+}
+
+const bool worstRegistered = [] {
+    for (const bool compile : {false, true}) {
+        const std::string how = compile ? "/compiled" : "/wildvccmp";
+        benchmark::RegisterBenchmark(("match/worst" + how).c_str(), worstCase, L'a', true, compile);
+        benchmark::RegisterBenchmark(("match/worst_folded" + how).c_str(), worstCase, L'\x00e9',
+                                     false, compile);
+    }
+    return true;
+}();
+
 // "bare", "wildvccmp" and "compiled" of one kind have to find the same number.
 const bool registered = [] {
     struct Kind {

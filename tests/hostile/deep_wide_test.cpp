@@ -20,6 +20,12 @@ namespace fscanner {
 namespace {
 
 constexpr std::size_t kLongestPath = 1023;
+// A sanitizer takes several times as much of it.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr std::size_t kSmallStack = 2 << 20;
+#else
+constexpr std::size_t kSmallStack = 256 << 10;
+#endif
 
 class SkipList : public FsScanObserver {
 public:
@@ -112,7 +118,7 @@ TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
     const int status = inChild([&] {
         if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return 1;
         int verdict = 2;
-        onStackOf(256 * 1024, [&] {
+        onStackOf(kSmallStack, [&] {
             for (const unsigned age : {kDay, kDay, 0U - 10}) {
                 SkipList observer;
                 CollectingWriter direct, cached;
