@@ -94,6 +94,8 @@ bool cannotBeginIn(const PathInfo& path, const wchar_t* directory) {
            std::wcsncmp(path.getPathName(), directory, std::wcslen(directory)) != 0;
 }
 
+constexpr unsigned kRefusedPerClock = 64;
+
 // One run over the files table.
 class Extraction {
 public:
@@ -136,6 +138,7 @@ private:
     CriteriaEvaluator evaluator_;
     bool filtersHere_ = false;  // the criteria is checked here, behind the directory
     unsigned startTick_ = 0;
+    unsigned untilClock_ = 0;
     unsigned pathId_ = 0;  // of the last directory seen
     Directory current_ = Directory::missing;
     int pair_ = -1;
@@ -184,8 +187,11 @@ int Extraction::take(bool matched) {
         if (evaluator_.failedOnRecord()) noteUndecided();
         return FS_CACHE_SUCCESS;
     }
-    // Before the place, on purpose: matches that are refused take time, too.
-    if (!hasTime()) {
+    // Matches that are refused take time, too; but so little that the clock, which takes
+    // more, is asked for some of them only.
+    const bool asksClock = directory != Directory::refused || untilClock_-- == 0;
+    if (asksClock) untilClock_ = kRefusedPerClock;
+    if (asksClock && !hasTime()) {
         debug("FS_Cache::extractResults - timed out!\n");
         return FS_CACHE_QUERY_TIMED_OUT;
     }
