@@ -104,6 +104,29 @@ TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
     }
 }
 
+/// Running `file` over a cache takes its time: whoever watches must hear, and may end it.
+TEST_F(CacheTest, CommandsOverACacheCanBeStopped) {
+    class Stopper : public FsScanObserver {
+    public:
+        bool progress(const FsScanProgress& at) override {
+            files = at.files;
+            return false;
+        }
+        unsigned long long files = 0;
+    } observer;
+    for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i) + "/f");
+    everything();
+    found(cache);
+    query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
+    fsSetScanObserver(&observer);
+    CollectingWriter writer;
+    EXPECT_EQ(cache.query(writer, query, kDay), FS_CACHE_QUERY_TIMED_OUT);
+    fsSetScanObserver(nullptr);
+    EXPECT_GT(observer.files, 0u);
+    EXPECT_LT(observer.files, 300u);
+    EXPECT_FALSE(cache.isMarked());
+}
+
 TEST_F(CacheTest, HoldsWholeTreesWhateverTheQueryLeavesOut) {
     for (const bool recursive : {false, true}) {
         const CacheUser fresh;

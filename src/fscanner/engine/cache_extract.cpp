@@ -127,6 +127,7 @@ private:
         return request_.pairs[static_cast<std::size_t>(pair)].path;
     }
     bool hasTime() const;
+    bool goesOn();
     void noteUndecided();
 
     CacheStore& store_;
@@ -139,7 +140,9 @@ private:
     bool filtersHere_ = false;  // the criteria is checked here, behind the directory
     unsigned startTick_ = 0;
     unsigned untilClock_ = 0;
-    unsigned pathId_ = 0;  // of the last directory seen
+    unsigned toldTick_ = 0;         // when the observer last heard of it
+    unsigned long long files_ = 0;  // that commands were run for
+    unsigned pathId_ = 0;           // of the last directory seen
     Directory current_ = Directory::missing;
     int pair_ = -1;
     std::vector<PathInfo> mountPoints_;  // inside that pair
@@ -168,7 +171,7 @@ int Extraction::run() {
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
-    startTick_ = getTickCount();
+    startTick_ = toldTick_ = getTickCount();
     // A lookup meets few of the offsets; who reads all records must not miss one.
     if (!files.walksIndex() && !store_.files().checkOffsets()) return FS_CACHE_UNUSABLE;
     bool found = files.moveFirst();
@@ -183,6 +186,7 @@ int Extraction::take(bool matched) {
     if (!matched && directory == Directory::refused) return FS_CACHE_SUCCESS;
     // The command "path" would only fail to match, and the file be missed in silence.
     if (!matched && directory == Directory::missing) return interrupted();
+    if (!matched && !goesOn()) return FS_CACHE_QUERY_TIMED_OUT;
     if (!matched && evaluator_.check(request_.caseSensitive) <= 0) {
         if (evaluator_.failedOnRecord()) noteUndecided();
         return FS_CACHE_SUCCESS;
@@ -290,6 +294,18 @@ void Extraction::noteUndecided() {
 bool Extraction::hasTime() const {
     const unsigned elapsed = getTickCount() - startTick_;
     return static_cast<long long>(request_.timeout) - elapsed >= 1;
+}
+
+// Commands take as long as a walk, and longer: an observer hears of them, too, and may end
+// the extraction.
+bool Extraction::goesOn() {
+    constexpr unsigned interval = 100;
+    ++files_;
+    FsScanObserver* const observer = scanObserver();
+    const unsigned now = getTickCount();
+    if (!observer || now - toldTick_ < interval) return true;
+    toldTick_ = now;
+    return observer->progress({chain_.path().c_str(), files_, 0, now - startTick_});
 }
 
 }  // namespace

@@ -29,7 +29,9 @@ struct FsScanProgress {
 class FSCANNER_EXPORT FsScanObserver {
 public:
     virtual ~FsScanObserver();
-    /// Called every so many entries. False stops the scan the way a time-out does.
+    /// Called every so many entries of a walk, and some times a second while criteria with
+    /// commands are evaluated over a cache (which counts no directories). False stops that
+    /// the way a time-out does.
     virtual bool progress(const FsScanProgress& progress);
     /// Called once per directory that is not (wholly) searched, also for a path of the
     /// query that does not exist; `systemError` is the errno, or 0. The path is valid
