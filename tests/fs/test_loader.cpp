@@ -119,7 +119,7 @@ TEST_F(Plugins, LogTheRuleThatAFileBreaks) {
     const auto refusal = [&](const std::string& path, const std::string& why) {
         return HasSubstr("*** Error: cannot load DLL '" + path + "' (" + why + ")\n");
     };
-    for (const mode_t mode : {0775, 0757}) {
+    for (const mode_t mode : {0775u, 0757u}) {
         ::chmod(file.c_str(), mode);
         EXPECT_THAT(reason(), refusal(file, "the file can be written by others"));
     }
@@ -191,7 +191,7 @@ TEST_F(Plugins, ThatAreCutOrDamagedAreRefused) {
         EXPECT_EQ(refused(whole.substr(0, length)), 1) << length;
     EXPECT_EQ(refused(std::string(65536, '\0')), 1);
     // The offset and the size in the file of the first segment's header.
-    for (const std::size_t at : {72, 96}) {
+    for (const std::size_t at : {72u, 96u}) {
         std::string damaged = whole;
         damaged.replace(at, 8, std::string(7, '\xff') + "\x7f");
         EXPECT_EQ(refused(damaged), 1) << at;
