@@ -89,7 +89,7 @@ std::vector<std::string> FaultHost::walkFresh(const std::string& root) {
 
 std::unique_ptr<FsProvider> FaultHost::provider(bool compressed) const {
     std::unique_ptr<FsProvider> provider(createProvider(nullptr));
-    provider->setOption(FS_OPTION_CACHE_DIRECTORY, place.path("cache").c_str());
+    provider->setOption(FS_OPTION_CACHE_DIRECTORY, cache.c_str());
     provider->setOption(FS_OPTION_COMPRESSED, compressed ? "true" : "false");
     return provider;
 }
@@ -111,7 +111,7 @@ Answer FaultHost::ask(unsigned age, const wchar_t* criteria, bool compressed) co
 }
 
 void FaultHost::forget() const {
-    std::filesystem::remove_all(place.path("cache"));
+    std::filesystem::remove_all(cache);
 }
 
 std::vector<std::string> FaultHost::leftovers() const {

@@ -59,12 +59,13 @@ public:
                bool compressed = false) const;
     /// Starts over without a cache.
     void forget() const;
-    std::wstring cacheDirectory() const { return place.wide("cache"); }
+    std::wstring cacheDirectory() const { return toWide(cache); }
     /// What is left beside the cache: temporary and lock files.
     std::vector<std::string> leftovers() const;
 
     TempTree tree;
     TempTree place;
+    std::string cache = place.path("cache");
 };
 
 /// The open descriptors of this process.

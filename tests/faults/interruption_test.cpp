@@ -77,6 +77,7 @@ protected:
         const auto body = [&]() -> int { becomeFscan(arguments); };
         const unsigned calls = Tracer().countCalls(body);
         const unsigned step = static_cast<unsigned>(std::max(1, 40 / faultScale()));
+        std::fprintf(stderr, "%u of %u calls\n", (calls + step - 1) / step, calls);
         for (unsigned at = 1; at <= calls; at += step) {
             prepare();
             const int signal = at % 2 ? SIGINT : SIGTERM;

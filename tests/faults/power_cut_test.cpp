@@ -191,30 +191,18 @@ private:
 };
 
 // The tree lies in memory, and only the cache on the disk.
-class CuttingHost {
+class CuttingHost : public FaultHost {
 public:
-    explicit CuttingHost(const std::string& cache) : cache_(cache) { host_.plant(6, 6); }
-
-    void change() {
-        if (version_) fs::remove(host_.tree.path("v" + std::to_string(version_)));
-        host_.tree.file("v" + std::to_string(++version_));
+    explicit CuttingHost(const std::string& directory) {
+        cache = directory;
+        plant(6, 6);
     }
-    std::vector<std::string> truth() const { return host_.truth(); }
-    Answer ask(unsigned age, bool compressed) const {
-        FsQuery query;
-        host_.describe(query);
-        const auto provider = host_.provider(compressed);
-        provider->setOption(FS_OPTION_CACHE_DIRECTORY, cache_.c_str());
-        CollectingWriter writer;
-        Answer answer;
-        answer.status = provider->executeQuery(writer, query, age, 60000);
-        answer.paths = writer.sorted();
-        return answer;
+    void change() {
+        if (version_) fs::remove(tree.path("v" + std::to_string(version_)));
+        tree.file("v" + std::to_string(++version_));
     }
 
 private:
-    FaultHost host_;
-    std::string cache_;
     int version_ = 0;
 };
 
@@ -226,9 +214,9 @@ int cutOften(bool compressed, int cuts) {
     CuttingHost host(disk.mountPoint() + "/cache");
     host.change();
     std::vector<std::string> known = host.truth();
-    if (host.ask(FaultHost::kNoAge, compressed).paths != known) return 1;
+    if (host.ask(FaultHost::kNoAge, L"", compressed).paths != known) return 1;
     std::mt19937 random(compressed ? 3 : 4);
-    const auto session = [&] { return host.ask(FaultHost::kNoAge, compressed).status; };
+    const auto session = [&] { return host.ask(FaultHost::kNoAge, L"", compressed).status; };
     const unsigned calls = Tracer().countCalls(session);
     known = host.truth();
     for (int i = 0; i < cuts; ++i) {
@@ -247,14 +235,14 @@ int cutOften(bool compressed, int cuts) {
         if (!done) return kNoDisk;
         if (seen < at && !disk.cut()) return kNoDisk;
         if (!disk.remount()) return 2;
-        const Answer answer = host.ask(FaultHost::kAnyAge, compressed);
+        const Answer answer = host.ask(FaultHost::kAnyAge, L"", compressed);
         if (answer.status != 0 || (answer.paths != known && answer.paths != host.truth())) {
             std::fprintf(stderr, "cut %d at call %u of %u: status %d, %zu paths\n", i, at, calls,
                          answer.status, answer.paths.size());
             return 3;
         }
         known = answer.paths;
-        if (host.ask(FaultHost::kAnyAge, compressed).paths != known) return 4;
+        if (host.ask(FaultHost::kAnyAge, L"", compressed).paths != known) return 4;
     }
     return 0;
 }
@@ -264,6 +252,7 @@ TEST_P(PowerCut, LeavesAGoodCacheOrAMarkedOne) {
     const int outcome = inChild([] { return cutOften(GetParam(), 10 * faultScale()); });
     if (outcome == kNoDisk) GTEST_SKIP() << "no loop devices with ext4 here";
     EXPECT_EQ(outcome, 0);
+    RecordProperty("cuts", 10 * faultScale());
 }
 
 std::string encodingName(const testing::TestParamInfo<bool>& form) {
