@@ -16,6 +16,15 @@
 
 namespace fscanner {
 
+/// Whether sanitizers watch, which need some of what is to fail, and time.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kSanitized = true;
+#elif defined(__has_feature)
+constexpr bool kSanitized = __has_feature(address_sanitizer);
+#else
+constexpr bool kSanitized = false;
+#endif
+
 /// How many times the usual rounds are made: FSCANNER_FAULTS_SCALE, 1 without it.
 int faultScale();
 

@@ -69,6 +69,9 @@ void* realloc(void* old, std::size_t size) {
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return mustFail() ? nullptr : std::malloc(size ? size : 1);
+}
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
