@@ -80,7 +80,7 @@ TEST_P(Killed, AtEverySystemCall) {
     const auto session = [&] { return host.ask(FaultHost::kNoAge, L"", GetParam()).status; };
     const unsigned calls = Tracer().countCalls(session);
     ASSERT_GT(calls, 100U);
-    const unsigned step = std::max(1, 8 / faultScale());
+    const auto step = static_cast<unsigned>(std::max(1, 8 / faultScale()));
     for (unsigned at = 1; at <= calls; at += step) {
         change();
         Tracer().killAt(at, session);
