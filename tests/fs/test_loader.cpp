@@ -32,7 +32,13 @@ using ::testing::HasSubstr;
 
 class Plugins : public ::testing::Test {
 protected:
-    Plugins() { configure(directory_ / "home"); }
+    Plugins() {
+        configure(directory_ / "home");
+        // Plug-ins look for the library from where they lie.
+        std::filesystem::create_directory(directory_ / "lib");
+        for (const char* place : {"libfscanner.so.1", "lib/libfscanner.so.1"})
+            std::filesystem::create_symlink(FSCANNER_LIBRARY, directory_ / place);
+    }
     ~Plugins() override { FsFileInfo::setLargeFileSupport(false); }
     void configure(const std::string& home, const std::string& more = "") {
         std::filesystem::create_directory(directory_ / "home");
