@@ -52,11 +52,6 @@ private:
 
 }  // namespace
 
-int faultScale() {
-    const char* text = std::getenv("FSCANNER_FAULTS_SCALE");
-    return text ? std::max(1, std::atoi(text)) : 1;
-}
-
 FaultHost::FaultHost(const std::filesystem::path& parent) : tree(parent), place(parent) {
     place.directory("locks");
     place.directory("temporary");

@@ -13,6 +13,7 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
+#include "support/fault_scale.h"
 
 namespace fscanner {
 
@@ -24,9 +25,6 @@ constexpr bool kSanitized = __has_feature(address_sanitizer);
 #else
 constexpr bool kSanitized = false;
 #endif
-
-/// How many times the usual rounds are made: FSCANNER_FAULTS_SCALE, 1 without it.
-int faultScale();
 
 /// A random number below `bound`.
 inline unsigned below(std::mt19937& random, unsigned bound) {

@@ -10,7 +10,7 @@
 #include <random>
 
 #include "hostile/cache_image.h"
-#include "hostile/scale.h"
+#include "support/fault_scale.h"
 
 namespace fscanner {
 namespace {
@@ -144,7 +144,7 @@ void CacheDamage::trial(const std::string& what) {
 }
 
 TEST_P(CacheDamage, BytesWordsAndChains) {
-    for (int i = 0; i < 250 * faultsScale() && !HasFailure(); ++i) trial(damageAtRandom());
+    for (int i = 0; i < 250 * faultScale() && !HasFailure(); ++i) trial(damageAtRandom());
 }
 
 TEST_P(CacheDamage, EveryFileCutOrGrown) {

@@ -10,8 +10,8 @@
 
 #include "fs/result_file_support.h"
 #include "hostile/cache_image.h"
-#include "hostile/scale.h"
 #include "support/environment.h"
+#include "support/fault_scale.h"
 #include "support/scoped_locale.h"
 
 namespace fscanner {

@@ -8,7 +8,7 @@
 #include <random>
 
 #include "fscanner/fs/encoded_record.h"
-#include "hostile/scale.h"
+#include "support/fault_scale.h"
 
 namespace fscanner {
 namespace {
@@ -60,7 +60,7 @@ protected:
 };
 
 TEST_F(ResultDamage, BytesAndWords) {
-    for (int i = 0; i < 300 * faultsScale() && !HasFailure(); ++i) {
+    for (int i = 0; i < 300 * faultScale() && !HasFailure(); ++i) {
         SCOPED_TRACE(i);
         std::string bytes = good_;
         const std::size_t at = below(bytes.size() - 4);

@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "hostile/cache_image.h"
-#include "hostile/scale.h"
+#include "support/fault_scale.h"
 
 namespace fscanner {
 namespace {
@@ -95,7 +95,7 @@ protected:
 };
 
 TEST_F(WalkRace, NothingFromOutsideTheTreeIsFound) {
-    const int walks = 2000 * faultsScale();
+    const int walks = 2000 * faultScale();
     query.setQuery(L"[SIZE]>=0");
     for (int i = 0; i < walks && !HasFailure(); ++i) {
         CollectingWriter writer;
@@ -107,7 +107,7 @@ TEST_F(WalkRace, NothingFromOutsideTheTreeIsFound) {
 
 TEST_F(WalkRace, NorIsItPutIntoTheCache) {
     const CacheUser cache;
-    for (int i = 0; i < 100 * faultsScale() && !HasFailure(); ++i) {
+    for (int i = 0; i < 100 * faultScale() && !HasFailure(); ++i) {
         CollectingWriter writer;
         EXPECT_EQ(cache.query(writer, query, 0U - 10), 0);
         check(writer);
@@ -120,7 +120,7 @@ TEST_F(WalkRace, NorIsItsTypeTold) {
     for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f"})
         writeWholeFile(outside.path(below), "%PDF-1.4\n");
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
-    for (int i = 0; i < 30 * faultsScale() && !HasFailure(); ++i) {
+    for (int i = 0; i < 30 * faultScale() && !HasFailure(); ++i) {
         CollectingWriter writer;
         EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
         EXPECT_THAT(writer.paths, testing::IsEmpty());

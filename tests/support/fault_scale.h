@@ -6,7 +6,7 @@ namespace fscanner {
 
 /// How many times as much the fault harnesses try as they do by default:
 /// FSCANNER_FAULTS_SCALE.
-inline int faultsScale() {
+inline int faultScale() {
     const char* text = std::getenv("FSCANNER_FAULTS_SCALE");
     return text && std::atoi(text) > 0 ? std::atoi(text) : 1;
 }
