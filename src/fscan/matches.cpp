@@ -43,7 +43,7 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
     if (!filters_.accept(directory_, name, record)) return;
     path_.resize(prefixLength_);
     appendBytes(path_, name);
-    const FileFacts facts = withFacts_ ? factsOf(*record) : FileFacts();
+    const FileFacts facts = withFacts_ && record ? factsOf(*record) : FileFacts();
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
 

@@ -110,9 +110,9 @@ void refuseLongNamesWithOneDash(const CLI::App& app, const std::vector<std::stri
     const std::vector<std::string> known = longOptions(app);
     for (const std::string& argument : arguments) {
         if (argument == "--") return;
-        if (argument.size() > 2 &&
-            std::find(known.begin(), known.end(), "-" + argument) != known.end())
-            throw wrong("unknown option " + argument + "; did you mean -" + argument + "?");
+        const std::string meant = fmt::format("-{}", argument);
+        if (argument.size() > 2 && std::find(known.begin(), known.end(), meant) != known.end())
+            throw wrong(fmt::format("unknown option {}; did you mean {}?", argument, meant));
     }
 }
 
