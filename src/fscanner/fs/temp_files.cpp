@@ -90,17 +90,19 @@ void removeTempFileHandler(void* registration) {
 }
 
 std::unique_ptr<TemporaryFile> TemporaryFile::create(const std::wstring& name) {
-    std::string path = toMultibyte(name);
-    ::unlink(path.c_str());
-    if (!createExclusively(path.c_str())) return nullptr;
-    return std::unique_ptr<TemporaryFile>(new TemporaryFile(std::move(path)));
+    std::unique_ptr<TemporaryFile> file(new TemporaryFile(toMultibyte(name)));
+    ::unlink(file->name_.c_str());
+    // Registered before it is there: a signal may come in between.
+    file->created_ = createExclusively(file->name_.c_str());
+    if (!file->created_) file.reset();
+    return file;
 }
 
 TemporaryFile::TemporaryFile(std::string name)
     : name_(std::move(name)), registration_(addTempFileHandler(name_)) {}
 
 TemporaryFile::~TemporaryFile() {
-    ::unlink(name_.c_str());
+    if (created_) ::unlink(name_.c_str());
     removeTempFileHandler(registration_);
 }
 

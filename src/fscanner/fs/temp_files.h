@@ -52,6 +52,7 @@ private:
     explicit TemporaryFile(std::string name);
     std::string name_;
     void* registration_;
+    bool created_ = false;
 };
 
 }  // namespace fscanner
