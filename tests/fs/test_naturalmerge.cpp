@@ -10,7 +10,6 @@
 #include "fscanner/fs/naturalmerge.h"
 #include "fscanner/fs/record_merge.h"
 #include "fscanner/fs/result_record_io.h"
-#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
@@ -70,15 +69,12 @@ protected:
     // All records, each in one line.
     std::vector<std::wstring> lines() {
         std::vector<std::wstring> all;
-        const std::string before = content();
-        {
-            FsResultSetReader_OnFile reader(file_.c_str());
-            reader.moveFirst();
-            for (FsFileInfo r; reader.getNext(r);)
-                all.push_back(std::wstring(r.getPath()) + L"|" + r.getName() + L"|" +
-                              std::to_wstring(r.knownMask() & 2 ? r.getSize() : 0));
-        }
-        replaceFile(file_, before);  // a reader removes its file
+        replaceFile(file_ + "_copy", content());  // a reader removes its file
+        FsResultSetReader_OnFile reader((file_ + "_copy").c_str());
+        reader.moveFirst();
+        for (FsFileInfo r; reader.getNext(r);)
+            all.push_back(std::wstring(r.getPath()) + L"|" + r.getName() + L"|" +
+                          std::to_wstring(r.knownMask() & 2 ? r.getSize() : 0));
         return all;
     }
 
@@ -145,29 +141,33 @@ TEST_F(NaturalMerge, BothWaysAgreeAndAreSorted) {
 
 TEST_F(NaturalMerge, RecordsThatWouldChangeGoThroughTheCallbacks) {
     const std::string tail = "\0\0\0\2b\0\0\0\0"s;
-    const std::string files[] = {
-        "\0\0\0\3/z"s + tail + "\0\0\0\0"s + tail + "\0\0\0\3/a"s + tail,         // a null path
-        "\0\0\0\3/z"s + tail + "\0\0\0\4/\0x"s + tail + "\0\0\0\3/a"s + tail,     // a zero byte
-        "\0\0\0\3/z"s + tail + "\0\0\0\3\xc1\xa1"s + tail + "\0\0\0\2a"s + tail,  // overlong
-        "\0\0\0\3/z"s + tail + "\0\0\0\2\x80"s + tail + "\0\0\0\2a"s + tail,      // a stray byte
-        "\0\0\0\3/z"s + tail + "\0\0\0\2\xe2"s + tail + "\0\0\0\2a"s + tail,      // a cut character
-        "\0\0\0\3/z"s + tail + "\0\0\0\2a"s + tail + "\0\0\0\2a\0\0"s,            // a cut record
+    const std::string second[] = {
+        "\0\0\0\0"s + tail,          // a null path
+        "\0\0\0\4/\0x"s + tail,      // a zero byte
+        "\0\0\0\3\xc1\xa1"s + tail,  // overlong
+        "\0\0\0\2\x80"s + tail,      // a stray byte
+        "\0\0\0\2\xe2"s + tail,      // a cut character
     };
-    for (const std::string& file : files) {
+    const auto expectAgreement = [&](const std::string& file) {
         replaceFile(file_, file);
         sortBothWays(FS_SORT_PATH, FS_SORT_ASCENDING);
         sortBothWays(FS_SORT_PATHNAME, FS_SORT_DESCENDING);
-    }
+    };
+    const std::string first = "\0\0\0\3/z"s + tail, last = "\0\0\0\2a"s + tail;
+    for (const std::string& record : second) expectAgreement(first + record + last);
+    expectAgreement(first + last + "\0\0\0\2a\0\0"s);  // a cut record
 }
 
 TEST_F(NaturalMerge, WholeFilesNeedNoCallbacksAndFailedWritesLoseNothing) {
-    const auto failToWrite = [](AbstractFile*, void*) { return 0; };
+    const auto failing = [] {
+        const auto failToWrite = [](AbstractFile*, void*) { return 0; };
+        return NaturalMergeSort(fs_compare_file, fs_read, failToWrite, fs_readCurrent, fs_free);
+    };
     write({{L"", L"b", 1}, {L"", L"a", 0}});
     const std::string before = content();
-    NaturalMergeSort sorter(fs_compare_file, fs_read, failToWrite, fs_readCurrent, fs_free);
-    EXPECT_FALSE(sort(std::move(sorter), 1));
+    EXPECT_FALSE(sort(failing(), 1));
     EXPECT_EQ(content(), before);
-    NaturalMergeSort encoded(fs_compare_file, fs_read, failToWrite, fs_readCurrent, fs_free);
+    NaturalMergeSort encoded = failing();
     encoded.setEncodedMerge(std::make_unique<ResultRecordMerge>(2));
     EXPECT_TRUE(sort(std::move(encoded), 1));
     EXPECT_THAT(lines(), ElementsAre(L"|a|0", L"|b|1"));
@@ -178,39 +178,13 @@ TEST_F(NaturalMerge, EmptyFilesAndWrongRequests) {
     EXPECT_EQ(sortBothWays(FS_SORT_NAME, FS_SORT_ASCENDING), "");
     write({{L"", L"b", 1}, {L"", L"a", 0}});
     const std::string before = content();
-    EXPECT_FALSE(sort(callbackSorter(2), 0));
-    EXPECT_FALSE(sortEncoded(2, 3));
+    EXPECT_FALSE(sort(callbackSorter(2), 0) || sortEncoded(2, 3));
     EXPECT_FALSE(callbackSorter(2).sort(nullptr, 1, true));
     EXPECT_FALSE(sort(NaturalMergeSort(fs_compare_file, fs_read, fs_write, nullptr, fs_free), 1));
-    EXPECT_FALSE(
-        sort(NaturalMergeSort(fs_compare_file, nullptr, fs_write, fs_readCurrent, fs_free), 1));
     EXPECT_EQ(content(), before);
     std::filesystem::remove(file_);
     EXPECT_FALSE(sort(callbackSorter(2), 1));
     EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
-}
-
-TEST_F(NaturalMerge, WorkFilesReplaceWhatHadTheirNamesAndGo) {
-    writeWholeFile(directory_ / "victim", "precious");
-    std::filesystem::create_symlink("victim", file_ + ".a");
-    writeWholeFile(file_ + ".b", "left behind");
-    write({{L"", L"b", 1}, {L"", L"a", 0}});
-    EXPECT_TRUE(sortEncoded(2, 1));
-    EXPECT_THAT(lines(), ElementsAre(L"|a|0", L"|b|1"));
-    EXPECT_EQ(readWholeFile(directory_ / "victim"), "precious");
-    EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(file_ + ".a")));
-    EXPECT_FALSE(std::filesystem::exists(file_ + ".b"));
-}
-
-TEST_F(NaturalMerge, LogsItsSteps) {
-    write({{L"", L"b", 1}, {L"", L"a", 0}});
-    const LogCapture log;
-    EXPECT_TRUE(sortEncoded(2, 1));
-    EXPECT_EQ(log.text(), "NaturalMergeSort::sort - entering... [" + file_ +
-                              "]\nNaturalMergeSort::sort - file to sort opened!\n"
-                              "NaturalMergeSort::sort - first tmp file is [" +
-                              file_ + ".a]\nNaturalMergeSort::sort - second tmp file is [" + file_ +
-                              ".b]\n");
 }
 
 }  // namespace
