@@ -1,19 +1,16 @@
-// Directories of the cache as chains of parents: lookups, removal, building.
+// Directories of the cache as chains of parents.
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <random>
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
-#include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/directory_chain.h"
 
 namespace fscanner {
 namespace {
-
-using testing::ElementsAre;
 
 class CacheTreeTest : public testing::Test {
 protected:
@@ -27,12 +24,6 @@ protected:
         records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
         EXPECT_TRUE(records.insert());
     }
-    void file(const wchar_t* name, unsigned directoryId) {
-        RecordSet& records = store.filesRecords();
-        records.setFieldAsString(FILES_FILENAME, name);
-        records.setFieldAsInt32(FILES_PATHID, directoryId);
-        EXPECT_TRUE(records.insert());
-    }
     /// The ID of a path, 0 when it is not there.
     unsigned find(const wchar_t* path, bool caseFlag = true) {
         RecordSet& records = store.directoryRecords();
@@ -43,28 +34,6 @@ protected:
         std::wstring buffer(kPathBuffer, L'#');
         const bool found = tree.findPathById(store.directoryRecords(), id, buffer.data(), room);
         return found ? toMultibyte(buffer.c_str()) : "-";
-    }
-    /// "NAME ID<PARENT" of every directory and "NAME<DIRECTORY" of every file.
-    std::vector<std::string> records() {
-        std::vector<std::string> lines;
-        RecordSet& directories = store.directoryRecords();
-        directories.setCriteria(nullptr, true);
-        for (bool more = directories.moveFirst(); more; more = directories.moveNext())
-            lines.push_back(
-                toMultibyte(directories.getFieldAsString(DIRECTORIES_PATHNAME)) + " " +
-                std::to_string(directories.getFieldAsInt32(DIRECTORIES_ID)) + "<" +
-                std::to_string(directories.getFieldAsInt32(DIRECTORIES_PARENTID)) +
-                (directories.getFieldAsInt32(DIRECTORIES_CREATIONTIME) ? " built" : ""));
-        RecordSet& files = store.filesRecords();
-        files.setCriteria(nullptr, true);
-        for (bool more = files.moveFirst(); more; more = files.moveNext())
-            lines.push_back(toMultibyte(files.getFieldAsString(FILES_FILENAME)) + "<" +
-                            std::to_string(files.getFieldAsInt32(FILES_PATHID)));
-        return lines;
-    }
-    int build(const std::string& path, const DriveInfo& drive = {L"/:", DRIVE_LOCAL, L"ext4"}) {
-        return buildTree(store, tree, {PathInfo(toWide(path).c_str(), true), drive}, {}, {}, true,
-                         60000);
     }
 
     TempTree place;
@@ -136,47 +105,6 @@ TEST_F(CacheTreeTest, ChainsOfParentsAgreeWithPathsById) {
         found += entered;
     }
     EXPECT_GT(found, 500U);
-}
-
-TEST_F(CacheTreeTest, RemovalTakesAllThatIsBelowAndNothingElse) {
-    directory(1, L"/", 0);
-    directory(2, L"kept", 1);
-    directory(3, L"gone", 1);
-    for (unsigned id = 4; id < 50; ++id) directory(id, L"child", id % 2 ? 3 : id - 1);
-    for (const unsigned id : {1U, 2U, 3U, 20U, 49U}) file(L"f", id);
-    // What has been looked up is not remembered.
-    EXPECT_EQ(pathOf(48), "/gone/child/child");
-    tree.removeTree(store.directories(), store.files(), 3);
-    EXPECT_THAT(records(), ElementsAre("/ 1<0", "kept 2<1", "f<1", "f<2"));
-    EXPECT_EQ(pathOf(48), "-");
-    tree.removeFiles(store.files(), 2);
-    EXPECT_THAT(records(), ElementsAre("/ 1<0", "kept 2<1", "f<1"));
-}
-
-TEST_F(CacheTreeTest, BuildingGivesAncestorsRecordsWithoutATime) {
-    const TempTree files;
-    files.file("one/f");
-    files.directory("two");
-    files.link("one", "link");
-    EXPECT_EQ(build(files.path("one")), 0);
-    // What the temporary directory is called: "/", its names, and the tree's own.
-    const std::vector<std::string> first = records();
-    const std::size_t depth = first.size() - 2;
-    EXPECT_EQ(first[0], "/ 1<0");
-    EXPECT_EQ(first[depth],
-              "one " + std::to_string(depth + 1) + "<" + std::to_string(depth) + " built");
-    EXPECT_EQ(first.back(), "f<" + std::to_string(depth + 1));
-    for (std::size_t i = 0; i < depth; ++i)
-        EXPECT_THAT(first[i], testing::Not(testing::EndsWith("built")));
-    // The parent that is there is used again. A link is no directory, and has no records
-    // below it.
-    EXPECT_EQ(build(files.path("two")), 0);
-    EXPECT_EQ(build(files.path("link")), 0);
-    const std::string parent = "<" + std::to_string(depth) + " built";
-    const std::vector<std::string> all = records();
-    EXPECT_EQ(all.size(), first.size() + 2);
-    EXPECT_EQ(all[depth + 1], "two " + std::to_string(depth + 2) + parent);
-    EXPECT_EQ(all[depth + 2], "link " + std::to_string(depth + 3) + parent);
 }
 
 }  // namespace

@@ -48,18 +48,6 @@ TEST_F(ProviderCache, AnswersWithinTheAgeFromItsDirectory) {
     EXPECT_EQ(found(0U - 10).size(), 3U);
 }
 
-TEST_F(ProviderCache, ResultsInMemoryGiveTheSame) {
-    for (int i = 0; i < 2; ++i) {
-        FsResultSet_OnVector results;
-        EXPECT_EQ(provider->executeQuery(*results.getWriter(), query, 3600, 60000), 0);
-        const std::unique_ptr<FsResultSetReader> reader(results.getReader());
-        FsFileInfo record;
-        int count = 0;
-        for (reader->moveFirst(); reader->getNext(record);) ++count;
-        EXPECT_EQ(count, 2);
-    }
-}
-
 TEST_F(ProviderCache, ADamagedCacheIsMadeAnewWithinTheQuery) {
     const auto right = found();
     for (const auto& entry : std::filesystem::directory_iterator(cache))
