@@ -6,6 +6,7 @@
 
 #include "options.h"
 #include "output.h"
+#include "terminal.h"
 
 namespace fscan {
 
@@ -14,9 +15,7 @@ namespace {
 bool wantsColors(const Options& options, bool terminal) {
     if (options.color != WhenToUse::automatic) return options.color == WhenToUse::always;
     const char* const refused = std::getenv("NO_COLOR");
-    const char* const name = std::getenv("TERM");
-    const bool capable = name != nullptr && std::string_view(name) != "dumb";
-    return terminal && capable && (refused == nullptr || *refused == 0);
+    return terminal && terminalTakesCommands() && (refused == nullptr || *refused == 0);
 }
 
 bool wantsLinks(const Options& options, bool terminal) {

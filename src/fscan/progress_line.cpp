@@ -5,13 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cwchar>
 #include <string>
 #include <string_view>
 
 #include "escape.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "terminal.h"
 #include "text.h"
 
 namespace fscan {
@@ -22,10 +22,6 @@ constexpr unsigned intervalMilliseconds = 100;
 constexpr int usualColumns = 80;
 // A line that wraps cannot be erased, and a "^C" may be put behind it.
 constexpr int columnsForKeys = 3;
-
-bool isCapable(const char* terminal) {
-    return terminal != nullptr && std::string_view(terminal) != "dumb";
-}
 
 int columns() {
     winsize size{};
@@ -50,7 +46,7 @@ void writeError(std::string_view text) {
 }  // namespace
 
 ProgressLine::ProgressLine(bool quiet)
-    : terminal_(!quiet && isatty(STDERR_FILENO) == 1 && isCapable(std::getenv("TERM"))) {}
+    : terminal_(!quiet && isatty(STDERR_FILENO) == 1 && terminalTakesCommands()) {}
 
 void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     const unsigned now = progress.elapsedMilliseconds;
