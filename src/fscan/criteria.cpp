@@ -79,6 +79,11 @@ std::wstring trimmed(std::wstring_view text) {
     return std::wstring(text.substr(first, text.find_last_not_of(L' ') - first + 1));
 }
 
+void andAlso(std::wstring& criteria, std::wstring_view condition) {
+    if (!criteria.empty() && !condition.empty()) criteria += L" && ";
+    criteria += condition;
+}
+
 std::optional<std::wstring> combineCriteria(const std::vector<std::string>& texts) {
     std::wstring all;
     for (const std::string& given : texts) {
@@ -89,7 +94,7 @@ std::optional<std::wstring> combineCriteria(const std::vector<std::string>& text
             return std::nullopt;
         }
         if (report.fields.empty()) remarkOnConstant(text);
-        all += (all.empty() ? L"(" : L" && (") + text + L")";
+        andAlso(all, L"(" + text + L")");
     }
     return all;
 }

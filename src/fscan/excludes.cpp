@@ -61,11 +61,7 @@ void Excludes::add(std::wstring pattern) {
 }
 
 bool Excludes::cover(std::wstring_view directory, const wchar_t* name) const {
-    if (patterns_.empty()) return false;
-    std::wstring path(directory);
-    if (!path.ends_with(L'/')) path += L'/';
-    path += name;
-    return cover(path);
+    return !patterns_.empty() && cover(joinedPath(directory, name));
 }
 
 bool Excludes::cover(const std::wstring& path) const {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "criteria.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_text.h"
 #include "options.h"
@@ -20,17 +21,6 @@ std::wstring number(unsigned long long value) {
     return fmt::format(L"({} * {} + {})", number(value / part), part, value % part);
 }
 
-class Conditions {
-public:
-    void add(const std::wstring& condition) {
-        text_ += (text_.empty() ? L"" : L" && ") + condition;
-    }
-    const std::wstring& text() const { return text_; }
-
-private:
-    std::wstring text_;
-};
-
 std::wstring typeCriteria(const std::vector<std::string>& words) {
     std::wstring any;
     for (const std::string& word : words)
@@ -40,15 +30,15 @@ std::wstring typeCriteria(const std::vector<std::string>& words) {
 }
 
 std::wstring criteriaOf(const Options& options) {
-    Conditions all;
-    if (options.larger) all.add(L"[SIZE] > " + number(*options.larger));
-    if (options.smaller) all.add(L"[SIZE] < " + number(*options.smaller));
-    for (const std::wstring& permissions : options.permissions) all.add(permissions);
+    std::wstring all;
+    if (options.larger) andAlso(all, L"[SIZE] > " + number(*options.larger));
+    if (options.smaller) andAlso(all, L"[SIZE] < " + number(*options.smaller));
+    for (const std::wstring& permissions : options.permissions) andAlso(all, permissions);
     if (options.links)
-        all.add(fmt::format(L"([ATTR] & {}) != 0", +fscanner::FS_ATTR_SYMBOLIC_LINK));
+        andAlso(all, fmt::format(L"([ATTR] & {}) != 0", +fscanner::FS_ATTR_SYMBOLIC_LINK));
     // Last: it reads the files.
-    if (!options.types.empty()) all.add(typeCriteria(options.types));
-    return all.text();
+    if (!options.types.empty()) andAlso(all, typeCriteria(options.types));
+    return all;
 }
 
 }  // namespace
@@ -63,9 +53,7 @@ FileFilters::FileFilters(const Options& options)
 
 bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) const {
     if (paths_.empty()) return true;
-    std::wstring path = directory;
-    if (!path.ends_with(L'/')) path += L'/';
-    path += name;
+    const std::wstring path = joinedPath(directory, name);
     return std::any_of(paths_.begin(), paths_.end(), [&](const std::wstring& glob) {
         return fscanner::fsNameMatches(glob.c_str(), path.c_str(), !options_.ignoreCase);
     });

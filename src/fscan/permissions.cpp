@@ -4,6 +4,7 @@
 
 #include <array>
 
+#include "criteria.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscan {
@@ -52,8 +53,7 @@ std::optional<std::wstring> oneCriteria(std::string_view text) {
     if (!forAnyone) return condition(*who & *access, true);
     std::wstring criteria;
     for (const Letter& one : accesses)
-        if ((*access & one.bits) != 0)
-            criteria += (criteria.empty() ? L"" : L" && ") + condition(one.bits, false);
+        if ((*access & one.bits) != 0) andAlso(criteria, condition(one.bits, false));
     return criteria;
 }
 
@@ -65,7 +65,7 @@ std::optional<std::wstring> permissionCriteria(std::string_view text) {
         const std::size_t comma = text.find(',');
         const auto one = oneCriteria(text.substr(0, comma));
         if (!one) return std::nullopt;
-        criteria += (criteria.empty() ? L"" : L" && ") + *one;
+        andAlso(criteria, *one);
         if (comma == text.npos) return criteria;
         text.remove_prefix(comma + 1);
     }

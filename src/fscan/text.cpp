@@ -57,6 +57,12 @@ bool liesIn(std::wstring_view path, std::wstring_view directory) {
     return path.size() == directory.size() || directory == L"/" || path[directory.size()] == L'/';
 }
 
+std::wstring joinedPath(std::wstring_view directory, std::wstring_view name) {
+    std::wstring path(directory);
+    if (!path.ends_with(L'/')) path += L'/';
+    return path.append(name);
+}
+
 std::wstring_view withoutFinalSlash(std::wstring_view path) {
     if (path.size() > 1 && path.ends_with(L'/')) path.remove_suffix(1);
     return path;

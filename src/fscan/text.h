@@ -14,6 +14,9 @@ void appendBytes(std::string& bytes, std::wstring_view text);
 /// Neither ends in "/", but for the root.
 bool liesIn(std::wstring_view path, std::wstring_view directory);
 
+/// The path of what has the name in the directory.
+std::wstring joinedPath(std::wstring_view directory, std::wstring_view name);
+
 /// The path without a "/" at its end, unless it is the root.
 std::wstring_view withoutFinalSlash(std::wstring_view path);
 
