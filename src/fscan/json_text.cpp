@@ -1,5 +1,7 @@
 #include "json_text.h"
 
+#include <algorithm>
+
 namespace fscan {
 
 std::string jsonText(const Json& value) {
@@ -7,7 +9,9 @@ std::string jsonText(const Json& value) {
 }
 
 bool isUtf8(const std::string& text) try {
-    static_cast<void>(Json(text).dump());
+    const bool ascii =
+        std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+    if (!ascii) static_cast<void>(Json(text).dump());
     return true;
 } catch (const Json::type_error&) {
     return false;
