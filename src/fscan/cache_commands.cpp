@@ -13,12 +13,10 @@
 #include "cache_place.h"
 #include "duration.h"
 #include "exit_status.h"
-#include "fscanner/fs/fs_scan_observer.h"
-#include "interruption.h"
+#include "locked_cache.h"
 #include "messages.h"
 #include "options.h"
 #include "output.h"
-#include "progress_line.h"
 #include "size_text.h"
 #include "text.h"
 
@@ -28,70 +26,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using fscanner::FS_Cache;
-
-constexpr int lockMilliseconds = 10000;
-constexpr unsigned openMilliseconds = 10000;
-
-/// Tells whoever waits for the cache that this is so, and lets signals end the wait.
-class LockWatcher : public fscanner::FsScanObserver {
-public:
-    explicit LockWatcher(bool quiet) : line_(quiet), previous_(fsSetScanObserver(this)) {}
-    LockWatcher(const LockWatcher&) = delete;
-    LockWatcher& operator=(const LockWatcher&) = delete;
-    ~LockWatcher() override { fsSetScanObserver(previous_); }
-
-    bool waiting(unsigned elapsedMilliseconds) override {
-        line_.showWaiting(elapsedMilliseconds);
-        return !Interruption::pending();
-    }
-
-private:
-    ProgressLine line_;
-    fscanner::FsScanObserver* previous_;
-};
-
-/// The lock on the cache of a place, where that has one.
-class LockedCache {
-public:
-    LockedCache(const CachePlace& place, const Options& options) : quiet_(options.quiet) {
-        if (place.directory.empty()) {
-            complain("there is no place for a cache: neither XDG_CACHE_HOME nor a home");
-            status_ = STATUS_FAILURE;
-        } else if (!place.exists()) {
-            status_ = STATUS_NOTHING_FOUND;
-        } else {
-            lock(place);
-        }
-    }
-    LockedCache(const LockedCache&) = delete;
-    LockedCache& operator=(const LockedCache&) = delete;
-    ~LockedCache() {
-        if (cache_) cache_->unlock();
-    }
-
-    /// Null where there is none; then the status says why.
-    FS_Cache* get() const { return cache_.get(); }
-    int status() const { return status_; }
-
-private:
-    int wait(FS_Cache& cache) const {
-        const LockWatcher watcher(quiet_);
-        return cache.lock(lockMilliseconds);
-    }
-    void lock(const CachePlace& place) {
-        std::unique_ptr<FS_Cache> cache = place.cache();
-        if (const int code = wait(*cache)) {
-            if (!Interruption::pending()) complain(place.failure(code));
-            status_ = STATUS_FAILURE;
-        } else {
-            cache_ = std::move(cache);
-        }
-    }
-
-    std::unique_ptr<FS_Cache> cache_;
-    bool quiet_;
-    int status_ = STATUS_FOUND;
-};
 
 /// The endings of a table's names that a cache in `directory` has: one per locale and
 /// encoding of numbers that was used. Each has a counter or, when interrupted, a mark.
@@ -190,7 +124,7 @@ int showCacheStatus(const Options& options, Output& out) {
     // Opening a marked cache is refused anyway.
     if (marked) return STATUS_FOUND;
     fscanner::FsCacheReport report;
-    const bool opened = locked.get()->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
+    const bool opened = locked.open();
     if (opened && locked.get()->report(report))
         writeReport(report, out);
     else
@@ -206,7 +140,7 @@ int compactCache(const Options& options, Output& out) {
     const std::uintmax_t before = sizeOf(cacheFiles(place));
     if (before == 0) return reportNone(place, out);
     FS_Cache& cache = *locked.get();
-    if (cache.create(openMilliseconds, fscanner::FS_CACHE_OPEN) != 0) {
+    if (!locked.open()) {
         complain(fmt::format("{}: the cache is marked or damaged; the next search makes it anew",
                              toBytes(place.directory)));
         return STATUS_FAILURE;

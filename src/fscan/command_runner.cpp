@@ -9,7 +9,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <limits>
 
 #include "messages.h"
 #include "options.h"
@@ -91,10 +90,10 @@ int runToEnd(char* const* arguments, int& status) {
 }  // namespace
 
 CommandRunner::CommandRunner(const Options& options, Output& out)
-    : words_(options.batchCommand ? *options.batchCommand : *options.command),
+    : MatchConsumer(options.limit),
+      words_(options.batchCommand ? *options.batchCommand : *options.command),
       out_(out),
       batch_(options.batchCommand.has_value()),
-      limit_(options.limit.value_or(std::numeric_limits<unsigned long long>::max())),
       room_(roomForArguments()) {
     const bool placed = std::any_of(words_.begin(), words_.end(), [this](const std::string& word) {
         return batch_ ? word == placeholder : word.find(placeholder) != word.npos;
@@ -103,20 +102,18 @@ CommandRunner::CommandRunner(const Options& options, Output& out)
     for (const std::string& word : words_) room_ -= std::min(room_, word.size() + besides);
 }
 
-bool CommandRunner::take(const Match& match) {
-    if (count_ == limit_) return false;
-    ++count_;
+bool CommandRunner::consume(const Match& match) {
     const std::string path = safePath(match.path);
     if (!batch_) {
         Words words;
         for (const std::string& word : words_) words.push_back(replaced(word, path));
-        return run(words) && count_ < limit_;
+        return run(words);
     }
     if (!waiting_.empty() && waitingBytes_ + path.size() + besides > room_ && !runBatch())
         return false;
     waiting_.push_back(path);
     waitingBytes_ += path.size() + besides;
-    return count_ < limit_;
+    return true;
 }
 
 void CommandRunner::finish() {

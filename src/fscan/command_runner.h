@@ -16,24 +16,21 @@ class CommandRunner : public MatchConsumer {
 public:
     CommandRunner(const Options& options, Output& out);
 
-    bool take(const Match& match) override;
     /// Runs what is left, and tells how many runs failed.
     void finish() override;
     /// Whether a command could not be run, or ended with another status than 0.
     bool failed() const override { return notRun_ || failures_ > 0; }
-    unsigned long long count() const override { return count_; }
 
 private:
     using Words = std::vector<std::string>;
 
+    bool consume(const Match& match) override;
     bool runBatch();
     bool run(const Words& words);
 
     Words words_;
     Output& out_;
     bool batch_;
-    unsigned long long limit_;
-    unsigned long long count_ = 0;
     Words waiting_;  // paths of a batch
     std::size_t waitingBytes_ = 0;
     std::size_t room_;  // for the arguments of a command

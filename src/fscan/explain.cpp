@@ -9,6 +9,7 @@
 #include "duration.h"
 #include "exit_status.h"
 #include "fscanner/fs/fs_explain.h"
+#include "locked_cache.h"
 #include "messages.h"
 #include "output.h"
 #include "text.h"
@@ -21,33 +22,33 @@ using fscanner::FsPlanStep;
 using fscanner::FsQueryReport;
 using fscanner::FsSearchWay;
 
-constexpr int lockMilliseconds = 10000;
-constexpr unsigned openMilliseconds = 10000;
-
-/// Asks the cache; it is not made for that. False where there is no sound one.
-bool explainFromCache(const Asking& asking, const fscanner::FsQuery& query, FsQueryReport& report,
-                      int& status) {
+/// Asks the cache; it is not made for that. False where there is no sound one, and
+/// where it is not to be had, which the exit status tells.
+bool explainFromCache(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
+                      FsQueryReport& report, int& status) {
     if (!asking.place.exists() || asking.place.isMarked()) return false;
-    const auto cache = asking.place.cache();
-    status = cache->lock(lockMilliseconds);
-    if (status != 0) return false;
+    const LockedCache cache(asking.place, options);
+    status = cache.status();
     // Looked at again under the lock: another process may have been at work.
-    const bool sound =
-        !asking.place.isMarked() && cache->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
-    const bool explained = sound && cache->explain(query, asking.maximumAge, report);
-    if (sound) cache->close();
-    cache->unlock();
+    if (status != STATUS_FOUND || asking.place.isMarked() || !cache.open()) return false;
+    const bool explained = cache.get()->explain(query, asking.maximumAge, report);
+    cache.get()->close();
     return explained;
 }
 
-bool makeReport(const Asking& asking, const fscanner::FsQuery& query, FsQueryReport& report,
-                int& status) {
-    if (asking.cached && explainFromCache(asking, query, report, status)) return true;
-    if (status != 0 || !fscanner::fsExplainQuery(query, report)) return false;
+int makeReport(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
+               FsQueryReport& report) {
+    int status = STATUS_FOUND;
+    if (asking.cached && explainFromCache(options, asking, query, report, status)) return status;
+    if (status == STATUS_FAILURE) return status;
+    if (!fscanner::fsExplainQuery(query, report)) {
+        complain("the mount table cannot be read");
+        return STATUS_FAILURE;
+    }
     for (FsPlanStep& step : report.steps)
         if (asking.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
             step.way = FsSearchWay::rebuilt;
-    return true;
+    return STATUS_FOUND;
 }
 
 std::string_view typeName(fscanner::DriveType type) {
@@ -109,14 +110,10 @@ void writeCriteria(const Asking& asking, const fscanner::FsCriteriaReport& crite
 
 }  // namespace
 
-int explainQuery(const Asking& asking, const fscanner::FsQuery& query, bool withCriteria,
-                 Output& out) {
+int explainQuery(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
+                 bool withCriteria, Output& out) {
     FsQueryReport report;
-    int status = 0;
-    if (!makeReport(asking, query, report, status)) {
-        complain(status != 0 ? asking.place.failure(status) : "the mount table cannot be read");
-        return STATUS_FAILURE;
-    }
+    if (const int status = makeReport(options, asking, query, report)) return status;
     for (const FsPlanStep& step : report.steps) writeStep(asking, step, out);
     for (const std::wstring& path : report.unresolved)
         writeLine("on no drive that is searched: ", path, out);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <limits>
+#include <optional>
 #include <string_view>
 
 namespace fscan {
@@ -13,6 +15,10 @@ struct FileFacts {
 
     bool none() const { return !known && attributes == 0 && size == 0; }
 };
+
+/// Which facts matches have to come with: none, what the search knows, which may come
+/// from a cache, or what the file system says now.
+enum class FactsNeeded { none, known, examined };
 
 /// A file that is to be reported.
 struct Match {
@@ -33,14 +39,30 @@ public:
     virtual bool take(const Match& match) = 0;
 };
 
-/// What becomes of the matches in the end.
+/// What becomes of the matches in the end: they are counted, up to a limit.
 class MatchConsumer : public MatchSink {
 public:
+    explicit MatchConsumer(std::optional<unsigned long long> limit)
+        : limit_(limit.value_or(std::numeric_limits<unsigned long long>::max())) {}
+
+    bool take(const Match& match) final {
+        if (count_ == limit_) return false;
+        ++count_;
+        return consume(match) && count_ < limit_;
+    }
     /// To be called after the last match.
     virtual void finish() = 0;
     /// Whether something went wrong with what was made of the matches.
-    virtual bool failed() const = 0;
-    virtual unsigned long long count() const = 0;
+    virtual bool failed() const { return false; }
+    unsigned long long count() const { return count_; }
+
+protected:
+    /// False when no more are wanted.
+    virtual bool consume(const Match& match) = 0;
+
+private:
+    unsigned long long limit_;
+    unsigned long long count_ = 0;
 };
 
 }  // namespace fscan

@@ -14,9 +14,9 @@ using fscanner::FsFileInfo;
 
 namespace {
 
-/// A file that is gone since a cache saw it has no time.
-FileFacts factsOf(const FsFileInfo& record) {
-    const bool there = record.updateInfo();
+/// Of a file that is gone since a cache saw it the time is not known.
+FileFacts factsOf(const FsFileInfo& record, FactsNeeded needed) {
+    const bool there = needed == FactsNeeded::examined && record.updateInfo();
     return {there, record.getAttr(), record.getSize(), there ? record.getLastModifyTime() : 0};
 }
 
@@ -43,7 +43,8 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
     if (!filters_.accept(directory_, name, record)) return;
     path_.resize(prefixLength_);
     appendBytes(path_, name);
-    const FileFacts facts = withFacts_ && record ? factsOf(*record) : FileFacts();
+    const bool bare = needed_ == FactsNeeded::none || record == nullptr;
+    const FileFacts facts = bare ? FileFacts() : factsOf(*record, needed_);
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
 

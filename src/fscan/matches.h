@@ -16,21 +16,16 @@ struct SearchRoot;
 /// What is found while one root is searched, on its way to the user.
 class Matches {
 public:
-    /// `withFacts`: whether more than the path is of interest.
     Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
-            MatchSink& sink, bool withFacts)
-        : excludes_(excludes),
-          names_(names),
-          filters_(filters),
-          sink_(sink),
-          withFacts_(withFacts) {}
+            MatchSink& sink, FactsNeeded needed)
+        : excludes_(excludes), names_(names), filters_(filters), sink_(sink), needed_(needed) {}
 
     void setRoot(const SearchRoot& root);
     const SearchRoot& root() const { return *root_; }
 
     bool nameFits(const wchar_t* name) const;
     /// Whether `add` needs more than the path.
-    bool needRecords() const { return withFacts_ || filters_.needRecords(); }
+    bool needRecords() const { return needed_ != FactsNeeded::none || filters_.needRecords(); }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
     /// Passes the file on, unless another root reports it or it is left out. `record`
@@ -44,7 +39,7 @@ private:
     const NameFilter& names_;
     const FileFilters& filters_;
     MatchSink& sink_;
-    bool withFacts_;
+    FactsNeeded needed_;
     bool stopped_ = false;
     const SearchRoot* root_ = nullptr;
     std::wstring directory_;

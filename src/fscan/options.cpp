@@ -126,7 +126,7 @@ void refuseTerminator(const std::vector<std::string>& arguments) {
 
 /// Options of which at most one can be meant.
 void refuseContradictions(const Options& options) {
-    const bool runs = options.command || options.batchCommand;
+    const bool runs = options.runsCommands();
     const int forms = (options.form != OutputForm::plain ? 1 : 0) +
                       (options.formatTemplate ? 1 : 0) + (options.countOnly ? 1 : 0) +
                       (runs ? 1 : 0);

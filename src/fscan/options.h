@@ -51,6 +51,7 @@ struct Options {
     std::optional<std::string> formatTemplate;
     std::optional<std::vector<std::string>> command;       ///< for each match
     std::optional<std::vector<std::string>> batchCommand;  ///< for many at a time
+    bool runsCommands() const { return command || batchCommand; }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search

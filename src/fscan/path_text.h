@@ -17,7 +17,7 @@ public:
     PathText(const Options& options, bool terminal);
     void write(const Match& match, Output& out) const;
     /// Whether it has to know what kind of file a match is.
-    bool needsFacts() const { return colors_.has_value(); }
+    FactsNeeded needsFacts() const { return colors_ ? FactsNeeded::known : FactsNeeded::none; }
 
 private:
     void writeColored(const Match& match, Output& out) const;

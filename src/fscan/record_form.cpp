@@ -22,7 +22,7 @@ public:
         path_.write(match, out);
         out.write({&terminator_, 1});
     }
-    bool needsFacts() const override { return path_.needsFacts(); }
+    FactsNeeded needsFacts() const override { return path_.needsFacts(); }
 
 private:
     PathText path_;
@@ -41,7 +41,7 @@ public:
                               exact_ ? 12 : 5, file.known ? momentText(file.modified) : "-"));
         PathForm::write(match, out);
     }
-    bool needsFacts() const override { return true; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::examined; }
 
 private:
     bool exact_;

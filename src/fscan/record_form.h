@@ -16,8 +16,8 @@ public:
     virtual void begin(Output&) {}
     virtual void write(const Match& match, Output& out) = 0;
     virtual void end(Output&) {}
-    /// Whether matches have to come with their facts.
-    virtual bool needsFacts() const { return false; }
+    /// What matches have to come with.
+    virtual FactsNeeded needsFacts() const { return FactsNeeded::none; }
 };
 
 /// The form that the options ask for.

@@ -81,7 +81,7 @@ public:
     void end(Output& out) override {
         if (array_) out.write(first_ ? "]\n" : "\n]\n");
     }
-    bool needsFacts() const override { return true; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
 
 private:
     bool array_;
@@ -109,7 +109,7 @@ public:
         }
         out.write("\r\n");
     }
-    bool needsFacts() const override { return true; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
 
 private:
     std::string_view separator(const DetailField& field) const {

@@ -34,7 +34,7 @@ public:
         }
         out.write({&terminator_, 1});
     }
-    bool needsFacts() const override { return true; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
 
 private:
     std::vector<Piece> pieces_;

@@ -1,0 +1,157 @@
+#include "search_run.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <optional>
+
+#include "asking.h"
+#include "criteria.h"
+#include "drives.h"
+#include "exit_status.h"
+#include "interruption.h"
+#include "messages.h"
+#include "options.h"
+#include "output.h"
+#include "query_builder.h"
+#include "search_roots.h"
+#include "sorted_matches.h"
+
+namespace fscan {
+
+namespace {
+
+/// Where matches are sorted, or null. Commands run when the search is over: one that
+/// searches itself must not find the cache in use.
+std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
+    if ((!options.sortKey && !options.runsCommands()) || options.countOnly) return nullptr;
+    removeFilesOnSignals();
+    const SortOrder order{options.sortKey.value_or(SortKey::pathname), options.reverse};
+    return std::make_unique<SortedMatches>(order, options.spill ? 0 : SortedMatches::memoryBound);
+}
+
+std::unique_ptr<fscanner::FsRecordFilter> makeFilter(const Search& search) {
+    const std::wstring& rest = search.conditions.rest;
+    if (rest.empty()) return nullptr;
+    return fscanner::FsRecordFilter::create(rest.c_str(), !search.options.ignoreCase);
+}
+
+MatchSink& firstSink(SortedMatches* sorter, MatchConsumer& consumer) {
+    if (sorter == nullptr) return consumer;
+    return *sorter;
+}
+
+FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
+    return options.sortKey == SortKey::size ? FactsNeeded::examined : toShow;
+}
+
+}  // namespace
+
+Conditions::Conditions(const Options& options, const std::wstring& where)
+    : excludes(options),
+      names(options),
+      files(options),
+      rest(files.criteria()),
+      all(names.criteria()) {
+    andAlso(rest, where);
+    andAlso(all, rest);
+}
+
+SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FactsNeeded needed, Output& out)
+    : search_(search),
+      consumer_(consumer),
+      out_(out),
+      sorter_(makeSorter(search.options)),
+      rest_(makeFilter(search)),
+      matches_(search.conditions.excludes, search.conditions.names, search.conditions.files,
+               firstSink(sorter_.get(), consumer), factsNeeded(search.options, needed)),
+      line_(search.options.quiet),
+      watcher_(
+          {search.options, search.roots, search.conditions.excludes, matches_, rest_.get(), line_}),
+      writer_(matches_, line_) {}
+
+SearchRun::~SearchRun() = default;
+
+int SearchRun::run(bool incomplete, Summary& summary) {
+    std::optional<Interruption> interruption(std::in_place);
+    Outcome outcome;
+    const auto start = std::chrono::steady_clock::now();
+    int status = searchRoots();
+    outcome.time = std::chrono::steady_clock::now() - start;
+    line_.erase();
+    if (!Interruption::pending() && out_.error() == 0) {
+        // Now a signal may end the process at once, unless a summary is to be written.
+        if (!summary.wanted()) interruption.reset();
+        status = std::max(status, deliver());
+        out_.flush();
+    }
+    status = overall(status, incomplete);
+    conclude(status, outcome);
+    summary.write(watcher_.search(), outcome);
+    if (interruption) interruption->endIfPending(readerGone());
+    return summary.writable() ? status : std::max<int>(status, STATUS_FAILURE);
+}
+
+/// One root after the other, so that each file is reported once, below the PATH that it
+/// belongs to.
+int SearchRun::searchRoots() {
+    int status = STATUS_FOUND;
+    for (const SearchRoot& root : search_.roots.roots) {
+        status = std::max(status, searchRoot(root));
+        if (status == STATUS_FAILURE || matches_.stopped() || Interruption::pending()) break;
+    }
+    return status;
+}
+
+/// The provider writes straight to us, so that matches are printed as they are found and
+/// nothing is kept that need not be.
+int SearchRun::searchRoot(const SearchRoot& root) {
+    matches_.setRoot(root);
+    setSearchedPath(search_.options, root, search_.query);
+    const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
+    watcher_.expectCaching(search_.asking.cached && local);
+    const int code = search_.asking.run(writer_, search_.query);
+    if (matches_.stopped() || Interruption::pending()) return STATUS_FOUND;
+    const int status = search_.asking.report(code, root.given);
+    if (status == STATUS_INCOMPLETE) watcher_.timedOut(root.given);
+    return status;
+}
+
+/// Hands on what was sorted; returns the exit status of that. What a signal cuts short is
+/// not finished: nobody is to take it for whole.
+int SearchRun::deliver() {
+    const bool delivered = !sorter_ || sorter_->deliver(consumer_);
+    if (Interruption::pending()) return STATUS_FOUND;
+    consumer_.finish();
+    if (!delivered) {
+        complain("the temporary file of matches cannot be written or read; is the disk full?");
+        return STATUS_FAILURE;
+    }
+    return consumer_.failed() ? STATUS_COMMAND_FAILED : STATUS_FOUND;
+}
+
+bool SearchRun::readerGone() const {
+    return out_.error() == EPIPE;
+}
+
+/// The exit status of a search whose parts came to `status`.
+int SearchRun::overall(int status, bool incomplete) const {
+    if (out_.error() != 0 && !readerGone()) return STATUS_FAILURE;
+    const bool strictlyWrong = search_.options.strict && !watcher_.search().skipped.empty();
+    if (incomplete || watcher_.rootSkipped() || strictlyWrong)
+        status = std::max<int>(status, STATUS_INCOMPLETE);
+    return status == STATUS_FOUND && consumer_.count() == 0 ? STATUS_NOTHING_FOUND : status;
+}
+
+void SearchRun::conclude(int status, Outcome& outcome) const {
+    const int noted = Interruption::signal();
+    const int lost = readerGone() ? Interruption::ofLostReader() : 0;
+    const int signal = noted != 0 ? noted : lost;
+    outcome.matches = consumer_.count();
+    outcome.cut = matches_.stopped() || readerGone();
+    outcome.interrupted = noted != 0;
+    outcome.status = signal == 0 ? status : 128 + signal;
+    if (signal == 0 || outcome.interrupted) tell(search_.options, watcher_.search(), outcome);
+}
+
+}  // namespace fscan

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "completeness.h"
+#include "excludes.h"
+#include "file_filters.h"
+#include "fscanner/fs/fs_query.h"
+#include "matches.h"
+#include "name_filter.h"
+#include "progress_line.h"
+#include "watcher.h"
+
+namespace fscan {
+
+class DriveList;
+class Output;
+class SortedMatches;
+struct Asking;
+
+/// What the matches have to satisfy.
+struct Conditions {
+    /// `where`: the user's criteria.
+    Conditions(const Options& options, const std::wstring& where);
+
+    Excludes excludes;
+    NameFilter names;
+    FileFilters files;
+    std::wstring rest;  ///< all criteria but for the names
+    std::wstring all;
+};
+
+/// What the searches of all roots go by.
+struct Search {
+    const Options& options;
+    const SearchRoots& roots;
+    const DriveList& drives;
+    const Asking& asking;
+    const Conditions& conditions;
+    fscanner::FsQuery& query;  ///< all of it but the path
+};
+
+/// Searches the roots, hands the matches on and tells what came of it. Once.
+class SearchRun {
+public:
+    SearchRun(const Search& search, MatchConsumer& consumer, FactsNeeded needed, Output& out);
+    ~SearchRun();
+
+    /// Returns the exit status; `incomplete` where a PATH could not even be asked for.
+    /// Does not return where a signal is to end the process.
+    int run(bool incomplete, Summary& summary);
+
+private:
+    int searchRoots();
+    int searchRoot(const SearchRoot& root);
+    int deliver();
+    int overall(int status, bool incomplete) const;
+    void conclude(int status, Outcome& outcome) const;
+    bool readerGone() const;
+
+    const Search& search_;
+    MatchConsumer& consumer_;
+    Output& out_;
+    std::unique_ptr<SortedMatches> sorter_;  ///< null where matches go on as they come
+    std::unique_ptr<fscanner::FsRecordFilter> rest_;
+    Matches matches_;
+    ProgressLine line_;
+    Watcher watcher_;
+    MatchWriter writer_;
+};
+
+}  // namespace fscan
