@@ -272,11 +272,9 @@ bool Extraction::accepts(const wchar_t* directory) {
             PathHelper::buildExcludeList(
                 request_.drives, request_.pairs[static_cast<std::size_t>(pair)], mountPoints_);
     }
-    if (pair < 0 || checkPathList(directory, mountPoints_, true, false) ||
-        !checkPathList(directory, request_.include, true, false) ||
-        checkPathList(directory, request_.exclude, request_.caseSensitive, false))
-        return false;
-    return true;
+    return pair >= 0 && !checkPathList(directory, mountPoints_, true, false) &&
+           checkPathList(directory, request_.include, true, false) &&
+           !checkPathList(directory, request_.exclude, request_.caseSensitive, false);
 }
 
 void Extraction::noteUndecided() {

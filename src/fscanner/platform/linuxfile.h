@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdlib>
 #include <memory>
 #include <span>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/platform/abstract_file.h"
 #include "fscanner/platform/descriptor.h"
 
@@ -65,10 +65,6 @@ public:
     void setSyncOnClose(bool on) { syncOnClose_ = on; }
 
 private:
-    struct Free {
-        void operator()(char* s) const { std::free(s); }
-    };
-
     bool isOpen() const { return static_cast<bool>(file_); }
     bool grow(unsigned count);
     bool extendFile(unsigned length);
@@ -86,7 +82,7 @@ private:
     bool changed_ = false;
     bool syncOnClose_ = true;
     bool randomAccess_ = false;
-    std::unique_ptr<char, Free> name_;
+    std::unique_ptr<char, FreeDeleter> name_;
 };
 
 }  // namespace fscanner

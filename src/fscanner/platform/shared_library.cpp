@@ -15,16 +15,15 @@
 #include <memory>
 #include <vector>
 
+#include "fscanner/common/heap_string.h"
 #include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/ownership.h"
 
 namespace fscanner {
 
 namespace {
 
-struct Free {
-    void operator()(char* s) const { std::free(s); }
-};
-using MallocText = std::unique_ptr<char, Free>;
+using MallocText = std::unique_ptr<char, FreeDeleter>;
 
 MallocText resolved(const char* path) {
     return MallocText(::realpath(path, nullptr));
@@ -41,11 +40,8 @@ std::string brokenRule(const std::string& path, const char* what, mode_t type) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) return std::string(what) + ": " + std::strerror(errno);
     if ((info.st_mode & S_IFMT) != type) return std::string(what) + " is of the wrong type";
-    if (info.st_uid != 0 && info.st_uid != ::geteuid())
-        return std::string(what) + " belongs neither to root nor to the user";
-    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0)
-        return std::string(what) + " can be written by others";
-    return {};
+    const char* const problem = ownershipProblem(info);
+    return problem != nullptr ? std::string(what) + ' ' + problem : std::string();
 }
 
 // ---- Is all of it there? ----------------------------------------------------

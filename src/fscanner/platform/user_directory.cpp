@@ -10,6 +10,8 @@
 #include <cwctype>
 #include <vector>
 
+#include "fscanner/platform/ownership.h"
+
 namespace fscanner {
 
 namespace {
@@ -49,9 +51,8 @@ bool makePrivateDirectories(const std::string& path) {
 
 bool isPrivateDirectory(const std::string& path) {
     struct stat info {};
-    if (stat(path.c_str(), &info) != 0 || !S_ISDIR(info.st_mode)) return false;
-    const bool trusted = info.st_uid == geteuid() || info.st_uid == 0;
-    return trusted && (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+           ownershipProblem(info) == nullptr;
 }
 
 // Turkish and its neighbours have another capital for "i".

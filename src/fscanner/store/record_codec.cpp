@@ -167,14 +167,9 @@ DecodeResult RecordCodec::decodeAs(ByteRange record, Fields& values,
     const unsigned count = wanted ? static_cast<unsigned>(wanted->size()) : layout_.count();
     StoredValue value;
     for (unsigned i = 0; i < count; ++i) {
-        const FieldType type = layout_.types[i];
-        if (!readValue<Encoding>(type, record, value)) return DecodeResult::damaged;
+        if (!readValue<Encoding>(layout_.types[i], record, value)) return DecodeResult::damaged;
         if (wanted && !(*wanted)[i]) continue;
-        if (type != FIELD_TEXT) {
-            assignNumber(*values.at(i), value.number);
-        } else if (!assignText(static_cast<TextField&>(*values.at(i)), value.text)) {
-            return DecodeResult::damaged;
-        }
+        if (!decodeValue(value, *values.at(i))) return DecodeResult::damaged;
     }
     if (length) *length = static_cast<std::size_t>(record.at() - start);
     return DecodeResult::ok;
