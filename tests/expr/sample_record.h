@@ -45,13 +45,11 @@ public:
     int execute(const ExpValue& first, const ExpValue& second, ExpValue& result) override {
         const std::wstring text(second.text());
         calls.push_back(std::to_wstring(first.getNumericValue()) + text);
-        names.emplace_back(second.name());
         result.setType(STRING);
         result.setStringValue(calls.back().c_str());
         return text == L"fail";
     }
     std::vector<std::wstring> calls;
-    std::vector<std::wstring> names;
 };
 
 /// length(text): its number of characters.

@@ -23,12 +23,7 @@ std::string tokens(const std::wstring& text) {
     }
 }
 
-class LexerTest : public ::testing::Test {
-protected:
-    ~LexerTest() override { clearCommands(); }
-};
-
-TEST_F(LexerTest, CutsTextIntoTokens) {
+TEST(Lexer, CutsTextIntoTokens) {
     static const struct {
         const wchar_t* text;
         const char* tokens;
@@ -56,7 +51,9 @@ TEST_F(LexerTest, CutsTextIntoTokens) {
         EXPECT_EQ(tokens(text), "variable:a end:2") << std::wstring(text);
 }
 
-TEST_F(LexerTest, CommandsComeBeforeNames) {
+TEST(Lexer, CommandsComeBeforeNames) {
+    clearCommands();
+    const CommandListGuard guard;
     JoinCommand command;
     addCmdToken(L"type", NUMERIC, STRING, STRING, &command);
     addCmdToken(L"path", STRING, NUMERIC, STRING, &command);
@@ -67,7 +64,7 @@ TEST_F(LexerTest, CommandsComeBeforeNames) {
     EXPECT_EQ(tokens(L"xpath [path]"), "variable:xpath field:path end:1");
 }
 
-TEST_F(LexerTest, LimitsOfLength) {
+TEST(Lexer, LimitsOfLength) {
     static const struct {
         std::size_t longest;
         std::wstring before, after;
@@ -86,7 +83,7 @@ TEST_F(LexerTest, LimitsOfLength) {
     }
 }
 
-TEST_F(LexerTest, BackRestartAndNoText) {
+TEST(Lexer, BackRestartAndNoText) {
     Lexer lexer;
     EXPECT_FALSE(lexer.restart());
     EXPECT_EQ(lexer.nextToken().getType(), TOKEN_END);
