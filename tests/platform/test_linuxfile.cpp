@@ -45,22 +45,24 @@ protected:
 
 // Random operations against a plain string that follows the same rules. It grows by
 // steps of 32 KiB; and a write that begins inside the content and makes the file grow
-// lengthens the content by all that it writes.
+// lengthens the content by all that it writes. Only a read changes the end flag.
 TEST_F(MappedFile, AgreesWithAModelOfItself) {
     std::mt19937 random(7);
     const auto below = [&](unsigned long n) { return static_cast<unsigned>(random() % n); };
     std::string model;
     unsigned mapped = 0;
+    bool endMet = false;
     ASSERT_TRUE(file.create());
     for (int i = 0; i < 2000; ++i) {
         const auto end = static_cast<unsigned>(model.size());
         const unsigned at = below(4) == 0 ? end : below(end + 1);
         ASSERT_TRUE(file.seek(at, SEEK_FROM_START));
+        ASSERT_EQ(file.eof(), endMet) << "step " << i;
         if (below(3) == 0) {
-            const unsigned count = below(50000);
+            const unsigned count = below(4) == 0 ? end - at : below(50000);
             const std::string expected = model.substr(at, count);
             ASSERT_EQ(read(count), expected) << "step " << i;
-            ASSERT_EQ(file.eof(), expected.size() < count);
+            endMet = expected.size() < count;
             continue;
         }
         const unsigned sizes[] = {below(100000), 32767, 32768, mapped - end};  // the last fills it
@@ -79,26 +81,12 @@ TEST_F(MappedFile, AgreesWithAModelOfItself) {
         ASSERT_EQ(file.tell(), at + count) << "step " << i;
         if (below(100) == 0) {
             reopen();
+            endMet = false;
             mapped = static_cast<unsigned>(model.size());
         }
     }
     ASSERT_TRUE(file.close());
     EXPECT_EQ(readWholeFile(name), model);
-}
-
-TEST_F(MappedFile, EndFlagFollowsReadsAlone) {
-    writeWholeFile(name, "0123456789");
-    ASSERT_TRUE(file.open());
-    EXPECT_FALSE(file.eof());
-    ASSERT_TRUE(file.seek(5, SEEK_FROM_START));
-    EXPECT_EQ(read(8), "56789");
-    EXPECT_TRUE(file.eof());
-    ASSERT_TRUE(file.seek(0, SEEK_FROM_START));
-    EXPECT_TRUE(file.eof());
-    EXPECT_EQ(read(10), "0123456789");
-    EXPECT_FALSE(file.eof());
-    EXPECT_EQ(read(1), "");
-    EXPECT_TRUE(file.eof());
 }
 
 TEST_F(MappedFile, SeeksInsideItsContentOnly) {
@@ -139,24 +127,20 @@ TEST_F(MappedFile, DirectAccessSeesAndMakesTheSameBytes) {
 }
 
 TEST_F(MappedFile, OpensOnceAndClosesOnce) {
-    EXPECT_FALSE(file.open()) << "missing";
-    EXPECT_FALSE(file.close());
+    EXPECT_FALSE(file.open() || file.close()) << "missing";
     ASSERT_TRUE(file.create());
     EXPECT_FALSE(file.create() || file.open());
-    EXPECT_EQ(write("abc"), 3u);
     ASSERT_TRUE(file.close());
     EXPECT_FALSE(file.close());
     EXPECT_EQ(write("abc"), 0u);
     EXPECT_EQ(read(3), "");
-    ASSERT_TRUE(file.create());
-    reopen();  // an empty file is not mapped, and can be written
+    ASSERT_TRUE(file.open());  // an empty file is not mapped, and can be written
     EXPECT_EQ(write("d"), 1u);
-    EXPECT_EQ(onDisk(), 32768u);
 
     LinuxMmFile nameless(nullptr);
     unsigned length;
-    EXPECT_FALSE(nameless.create() || nameless.open() || nameless.close());
-    EXPECT_FALSE(nameless.size(&length));
+    EXPECT_FALSE(nameless.create() || nameless.open() || nameless.close() ||
+                 nameless.size(&length));
 }
 
 TEST_F(MappedFile, DestructorCutsTheFile) {

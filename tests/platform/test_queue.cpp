@@ -17,12 +17,11 @@ TEST(Event, ValidityAndCopies) {
     EXPECT_FALSE(none.isValid());
     EXPECT_EQ(none.getAction(), 160U);
     FS_Event event(L"/a", 160);
-    EXPECT_TRUE(event.isValid());
     FS_Event copy(event);
     const FS_Event& itself = event;
     event = itself;
+    EXPECT_TRUE(event.isValid());
     event.setInvalid();
-    EXPECT_FALSE(event.isValid());
     EXPECT_EQ(entryOf(copy), L"/a");
     copy = event;
     EXPECT_FALSE(copy.isValid());
@@ -34,7 +33,7 @@ TEST(Queue, UrgentEventsComeFirst) {
     queue.sendQ({L"A", 1});
     queue.sendQ({L"B", 2});
     queue.sendUrgentQ({L"C", 3});
-    for (const wchar_t* expected : {L"C", L"A", L"B"}) EXPECT_EQ(entryOf(queue.recvQ()), expected);
+    for (const wchar_t* next : {L"C", L"A", L"B"}) EXPECT_EQ(entryOf(queue.recvQ()), next);
     EXPECT_EQ(queue.getLastError(), QUEUE_SUCCESS);
     EXPECT_FALSE(queue.recvQ(100).isValid());
     EXPECT_EQ(queue.getLastError(), QUEUE_TIMED_OUT);
