@@ -2,19 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <string>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "support/current_directory.h"
-#include "support/log_capture.h"
 #include "support/scoped_locale.h"
 #include "support/temporary_directory.h"
 
@@ -49,22 +44,20 @@ TEST(Paths, SplitAtTheLastSeparator) {
 TEST(Paths, RemoveAndRenameNamesOfAnyBytes) {
     const ScopedLocale locale("C");
     const TemporaryDirectory directory;
-    const std::string odd = directory / "\xC3\xA9\xFF";
-    std::ofstream(odd).close();
-    const std::wstring renamed = toWide(directory / "plain");
-    EXPECT_EQ(renameFile(toWide(odd).c_str(), renamed.c_str()), 0);
-    EXPECT_FALSE(fs::exists(odd));
-    EXPECT_TRUE(fs::exists(directory / "plain"));
-    EXPECT_EQ(removeFile(renamed.c_str()), 0);
+    const std::string odd = directory / "\xC3\xA9\xFF", plain = directory / "plain";
+    writeWholeFile(odd, "");
+    EXPECT_EQ(renameFile(toWide(odd).c_str(), toWide(plain).c_str()), 0);
+    EXPECT_TRUE(fs::exists(plain));
+    EXPECT_NE(removeFile(toWide(odd).c_str()), 0);
+    EXPECT_EQ(removeFile(toWide(plain).c_str()), 0);
     EXPECT_TRUE(fs::is_empty(directory.path()));
-    EXPECT_NE(removeFile(renamed.c_str()), 0);
-    EXPECT_NE(renameFile(renamed.c_str(), renamed.c_str()), 0);
+    EXPECT_NE(renameFile(toWide(plain).c_str(), toWide(plain).c_str()), 0);
 }
 
 TEST(TemporaryFiles, TakeTheFirstFreeNameAndTouchNothing) {
     const TemporaryDirectory directory;
     const CurrentDirectory current(directory.path());
-    std::ofstream("tav_0") << "kept";
+    writeWholeFile("tav_0", "kept");
     fs::permissions("tav_0", fs::perms::none);
     fs::create_symlink("target", "tav_1");  // dangling
     fs::create_directory("tav_2");
@@ -75,58 +68,31 @@ TEST(TemporaryFiles, TakeTheFirstFreeNameAndTouchNothing) {
     EXPECT_FALSE(fs::exists("target"));
     const std::unique_ptr<char[]> prefixed(getTempFile_Default("odd%s_"));
     EXPECT_STREQ(prefixed.get(), "./odd%s_0");
-    struct stat status;
-    ASSERT_EQ(stat(prefixed.get(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
-    EXPECT_EQ(status.st_size, 0);
+    EXPECT_EQ(fs::status(prefixed.get()).permissions(), fs::perms{0600});
+    EXPECT_EQ(fs::file_size(prefixed.get()), 0u);
 }
 
-class UserCacheDirectory : public testing::Test {
-protected:
-    LogCapture log_;
-    TemporaryDirectory directory_;
-    std::string base_ = directory_.path().string();
-    std::wstring wideBase_ = toWide(base_);
-};
-
-TEST_F(UserCacheDirectory, IsMadeForItsUserAlone) {
-    const HeapText path(getUserCacheDir(wideBase_.c_str(), L"ann", true));
-    EXPECT_EQ(path.get(), wideBase_ + L"/__ann");
-    struct stat status;
-    ASSERT_EQ(stat((base_ + "/__ann").c_str(), &status), 0);
-    EXPECT_TRUE(S_ISDIR(status.st_mode));
-    EXPECT_EQ(status.st_mode & 0777, 0700u);
-    EXPECT_EQ(log_.text(), "::common - user name is 'ann'\n::common - full cache path name is '" +
-                               base_ + "/__ann'\n");
-    const HeapText again(getUserCacheDir((wideBase_ + L"/").c_str(), L"ann", true));
-    EXPECT_EQ(again.get(), wideBase_ + L"/__ann");  // it may exist already
-    const HeapText other(getUserCacheDir(wideBase_.c_str(), L"bob", false));
-    EXPECT_EQ(other.get(), wideBase_ + L"/__bob");
-    EXPECT_FALSE(fs::exists(base_ + "/__bob"));
-}
-
-TEST_F(UserCacheDirectory, BelongsToTheLoginName) {
-    const passwd* entry = getpwuid(geteuid());
-    if (entry == nullptr) GTEST_SKIP() << "the user has no name";
-    const HeapText path(getUserCacheDir(wideBase_.c_str(), false));
-    EXPECT_EQ(path.get(), wideBase_ + L"/__" + toWide(entry->pw_name));
-}
-
-TEST_F(UserCacheDirectory, WantsANameThatStaysInside) {
-    std::string told;
-    for (const wchar_t* user : {L"", L"/", L"../ann", L"a/b"}) {
-        EXPECT_EQ(getUserCacheDir(wideBase_.c_str(), user, true), nullptr) << user;
-        EXPECT_EQ(log_.text(), told += "::common - unable to determine the current user name.\n");
-    }
+TEST(UserCacheDirectory, IsForItsUserAlone) {
+    const TemporaryDirectory directory;
+    const std::wstring base = toWide(directory.path().string());
+    const auto ofUser = [](const std::wstring& below, const wchar_t* user, bool create) {
+        const HeapText path(getUserCacheDir(below.c_str(), user, create));
+        return std::wstring(path ? path.get() : L"none");
+    };
+    for (const wchar_t* user : {L"", L"/", L"../ann", L"a/b"})
+        EXPECT_EQ(ofUser(base, user, true), L"none") << user;
+    EXPECT_EQ(ofUser(base + L"/missing", L"ann", true), L"none");
     EXPECT_EQ(getUserCacheDir(nullptr, L"ann", true), nullptr);
-    EXPECT_TRUE(fs::is_empty(base_));
-}
-
-TEST_F(UserCacheDirectory, SaysWhyItCannotBeMade) {
-    const std::wstring missing = wideBase_ + L"/missing";
-    EXPECT_EQ(getUserCacheDir(missing.c_str(), L"ann", true), nullptr);
-    EXPECT_TRUE(log_.text().ends_with(
-        "::common - CreateDirectory(...) failed [rc = " + std::to_string(ENOENT) + "]!\n"));
+    EXPECT_EQ(ofUser(base, L"ann", false), base + L"/__ann");
+    EXPECT_TRUE(fs::is_empty(directory.path()));
+    EXPECT_EQ(ofUser(base, L"ann", true), base + L"/__ann");
+    EXPECT_EQ(ofUser(base + L"/", L"ann", true), base + L"/__ann") << "it may exist already";
+    EXPECT_TRUE(fs::is_directory(directory / "__ann"));
+    EXPECT_EQ(fs::status(directory / "__ann").permissions(), fs::perms{0700});
+    if (const passwd* entry = getpwuid(geteuid())) {
+        EXPECT_EQ(HeapText(getUserCacheDir(base.c_str(), false)).get(),
+                  base + L"/__" + toWide(entry->pw_name));
+    }
 }
 
 }  // namespace
