@@ -26,7 +26,6 @@ void insertBatch(FileTypeCache& cache, int batch, int count) {
 
 TEST(Element, IsEmptyUnlessItHasALineAndABatch) {
     Element element(0, L"a: text");
-    EXPECT_EQ(lineOf(element), L"a: text");
     element.setData(7, element.getFileTypeInfo() + 3, true);  // from its own line
     EXPECT_EQ(lineOf(element), L"text");
     EXPECT_EQ(element.getID(), 7);
@@ -47,9 +46,7 @@ TEST(FileTypeCache, DropsWholeOldestBatchesButNeverTheCurrentOne) {
     const std::vector<Case> cases{
         {"just full", 0, {{1, 2000}, {2, 2096}}, 4096, 1},
         {"one too many drops the oldest batch", 0, {{1, 2000}, {2, 2096}, {3, 1}}, 2097, 2},
-        {"a full batch goes whole", 0, {{1, 4096}, {2, 1}}, 1, 2},
         {"one large batch stays whole", 0, {{1, 5000}}, 5000, 1},
-        {"a large batch drops all the others", 0, {{1, 10}, {2, 20}, {3, 5000}}, 5000, 3},
         {"an overlong batch goes whole", 0, {{1, 10}, {2, 6000}, {3, 1}}, 1, 3},
         {"a number that came round again", 0, {{1, 10}, {2, 4086}, {1, 5}}, 4101, 1},
         {"a larger limit", 4100, {{1, 10}, {2, 4090}, {3, 1}}, 4091, 2},

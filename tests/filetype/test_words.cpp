@@ -3,18 +3,21 @@
 
 #include "filetype_fixture.h"
 #include "fscanner/filetype/file_output.h"
-#include "support/log_capture.h"
 
 namespace fscanner {
 namespace {
+
+std::wstring joined(StringList<wchar_t>& words) {
+    std::wstring text;
+    for (int i = 0; i < words.size(); ++i) text += words.at(i) + std::wstring(L"|");
+    return text;
+}
 
 std::wstring split(const wchar_t* text) {
     StringList<wchar_t> words;
     const bool any = FileTypeChecker::fileTypeSplitter(text, words);
     EXPECT_EQ(any, words.size() > 0);
-    std::wstring joined;
-    for (int i = 0; i < words.size(); ++i) joined += words.at(i) + std::wstring(L"|");
-    return joined;
+    return joined(words);
 }
 
 TEST(TypeWords, AreWhatStandsBetweenBlanksCommasAndColons) {
@@ -56,50 +59,27 @@ TEST(FileOutput, GivesTheSameAnswersHoweverItArrives) {
     }
 }
 
-class TypeData : public FileTypeTest {
-protected:
-    /// The verdict, then the words.
-    std::wstring checkData(const wchar_t* name, std::wstring data, const wchar_t* wanted) {
-        auto list = wordList({wanted});
-        StringList<wchar_t> words;
-        std::wstring result = checker_.check(name, data.data(), words, list) ? L"1" : L"0";
-        for (int i = 0; i < words.size(); ++i) result += std::wstring(L" ") + words.at(i);
-        return result;
-    }
-};
-
-TEST_F(TypeData, IsSearchedForTheFilesLine) {
+TEST_F(FileTypeTest, DataThatIsThereIsSearchedForTheFilesLine) {
     const std::wstring data = L"/d/ab: ELF\n/d/a:   ASCII\ttext\n/d/none:  ";
-    const LogCapture log;
-    EXPECT_EQ(checkData(L"/d/a", data, L"text"), L"1 ASCII text");
-    EXPECT_EQ(checkData(L"/d/a", data, L"ELF"), L"0 ASCII text");
-    EXPECT_EQ(checkData(L"/d/b", data, L"ELF"), L"0");
-    EXPECT_EQ(checkData(L"/d/none", data, L"ELF"), L"0");
-    EXPECT_EQ(checkData(nullptr, data, L"ELF"), L"0");
-    EXPECT_EQ(log.text(),
-              "FileTypeChecker::check - matched is true\n"
-              "FileTypeChecker::check - matched is false\n"
-              "FileTypeChecker::check - pathFileName '/d/b' not found in dataBuffer!\n"
-              "FileTypeChecker::check - no type info found in dataBuffer!\n"
-              "FileTypeChecker::check - pathFileName is a null pointer!\n");
-}
-
-TEST_F(TypeData, ComesFromAFileOrWithTheDirectoryApart) {
-    write("data", "/d/a: ASCII text\n");
-    write("nul", std::string("/d/a: \0ASCII\n", 13));
     auto wanted = wordList({L"text"});
-    auto verdict = [&](const std::string& name) {
+    const auto verdict = [&](const wchar_t* name) {
         StringList<wchar_t> words;
-        return checker_.check(L"/d/a", toWide(path(name)).c_str(), words, wanted);
+        const bool matched = checker_.check(name, std::wstring(data).data(), words, wanted);
+        return (matched ? L"1 " : L"0 ") + joined(words);
     };
-    EXPECT_TRUE(verdict("data"));
-    EXPECT_FALSE(verdict("nul"));
-    EXPECT_FALSE(verdict("absent"));
-    EXPECT_FALSE(verdict(""));  // the directory
-    std::wstring lines = L"/d/a: ASCII text\n";
+    EXPECT_EQ(verdict(L"/d/a"), L"1 ASCII|text|");
+    EXPECT_EQ(verdict(L"/d/ab"), L"0 ELF|");
+    for (const wchar_t* name : {L"/d/b", L"/d/none", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_EQ(verdict(name), L"0 ");
+    std::wstring lines = L"/d/a: text\n";
     StringList<wchar_t> words;
     EXPECT_TRUE(checker_.check(L"/d", L"a", lines.data(), words, wanted));
     EXPECT_FALSE(checker_.check(L"/d", L"b", lines.data(), words, wanted));
+    write("data", "/d/a: ASCII text\n");
+    write("nul", std::string("/d/a: text\n\0", 12));
+    for (const char* name : {"data", "nul", "absent", ""})  // the last is the directory
+        EXPECT_EQ(checker_.check(L"/d/a", toWide(path(name)).c_str(), words, wanted),
+                  name == std::string("data"));
 }
 
 }  // namespace
