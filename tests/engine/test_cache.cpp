@@ -43,8 +43,11 @@ protected:
 };
 
 TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
+    // A whole tree is kept also when only a part of it is asked for.
+    query.addIncludePath(tree.wide().c_str(), false);
+    EXPECT_EQ(found(cache), paths({"top"}));
     everything();
-    found(cache);
+    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
     tree.file("d/new");
     tree.file("elsewhere");
     everything("d");
