@@ -1,14 +1,12 @@
 #include "host.h"
 
-#include <sched.h>
-#include <signal.h>
-#include <sys/mount.h>
+#include <fcntl.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
+#include "fscanner/fs/fs.h"
 #include "fscanner/fs/temp_files.h"
 #include "fscanner/platform/linuxsync.h"
 
@@ -32,23 +30,6 @@ char* privateName(char*) {
     }
     return nullptr;
 }
-
-class GapObserver : public FsScanObserver {
-public:
-    explicit GapObserver(Answer& answer) : answer_(answer), previous_(fsSetScanObserver(this)) {}
-    GapObserver(const GapObserver&) = delete;
-    GapObserver& operator=(const GapObserver&) = delete;
-    ~GapObserver() override { fsSetScanObserver(previous_); }
-    bool progress(const FsScanProgress&) override { return true; }
-    void skipped(const wchar_t*, FsSkipReason reason, int) override {
-        if (reason != FsSkipReason::otherFileSystem) answer_.toldOfGaps = true;
-    }
-    void finished(const FsScanProgress& totals) override { answer_.walked += totals.directories; }
-
-private:
-    Answer& answer_;
-    FsScanObserver* previous_;
-};
 
 }  // namespace
 
@@ -105,6 +86,27 @@ Answer FaultHost::ask(unsigned age, const wchar_t* criteria, bool compressed) co
     return answer;
 }
 
+std::unique_ptr<FsResultSetReader> FaultHost::askForFile(int& status, unsigned sortKey) const {
+    FsQuery query;
+    describe(query);
+    const auto asked = provider();
+    std::unique_ptr<FsResultSetReader> reader(fsExecuteQuery(asked.get(), query, 1440, 60));
+    status = asked->lastStatus();
+    if (reader && sortKey) reader->sort(sortKey, FS_SORT_DESCENDING, true);
+    return reader;
+}
+
+std::vector<std::string> FaultHost::pathsOf(FsResultSetReader& reader) {
+    std::vector<std::string> paths;
+    FsFileInfo record;
+    for (reader.moveFirst(); reader.getNext(record);) {
+        std::wstring path = record.getPath() ? record.getPath() : L"(none)";
+        if (!path.ends_with(L'/')) path += L'/';
+        paths.push_back(toMultibyte(path + (record.getName() ? record.getName() : L"(none)")));
+    }
+    return paths;
+}
+
 void FaultHost::forget() const {
     std::filesystem::remove_all(cache);
 }
@@ -122,24 +124,6 @@ std::set<int> openDescriptors() {
     // The listing's own one is closed by now.
     std::erase_if(open, [](int fd) { return ::fcntl(fd, F_GETFD) < 0; });
     return open;
-}
-
-bool killedAfter(unsigned microseconds, const std::function<void()>& body) {
-    const pid_t child = ::fork();
-    if (child == 0) {
-        body();
-        ::_exit(0);
-    }
-    ::usleep(microseconds);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFSIGNALED(status);
-}
-
-bool enterPrivateMounts() {
-    return ::unshare(CLONE_NEWNS) == 0 &&
-           ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
 }  // namespace fscanner

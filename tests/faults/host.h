@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <random>
 #include <set>
@@ -11,6 +10,7 @@
 #include "fscanner/engine/cache_directory.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
 #include "support/fault_scale.h"
@@ -42,6 +42,24 @@ struct Answer {
     bool claimsToBeWhole() const { return status == 0 && !toldOfGaps; }
 };
 
+/// Tells an answer of what is said to observers while it is sought.
+class GapObserver : public FsScanObserver {
+public:
+    explicit GapObserver(Answer& answer) : answer_(answer), previous_(fsSetScanObserver(this)) {}
+    GapObserver(const GapObserver&) = delete;
+    GapObserver& operator=(const GapObserver&) = delete;
+    ~GapObserver() override { fsSetScanObserver(previous_); }
+    bool progress(const FsScanProgress&) override { return true; }
+    void skipped(const wchar_t*, FsSkipReason reason, int) override {
+        if (reason != FsSkipReason::otherFileSystem) answer_.toldOfGaps = true;
+    }
+    void finished(const FsScanProgress& totals) override { answer_.walked += totals.directories; }
+
+private:
+    Answer& answer_;
+    FsScanObserver* previous_;
+};
+
 /// A tree, a cache for it, and a host's way of asking, each in directories of its own:
 /// also temporary and lock files go where a test can count them.
 class FaultHost {
@@ -64,6 +82,10 @@ public:
     /// One query by a provider of its own.
     Answer ask(unsigned age = kAnyAge, const wchar_t* criteria = L"",
                bool compressed = false) const;
+    /// One query whose results, or null, are in a file, and sorted if there is a key.
+    std::unique_ptr<FsResultSetReader> askForFile(int& status, unsigned sortKey = 0) const;
+    /// In the order of the reader.
+    static std::vector<std::string> pathsOf(FsResultSetReader& reader);
     /// Starts over without a cache.
     void forget() const;
     std::wstring cacheDirectory() const { return toWide(cache); }
@@ -77,12 +99,5 @@ public:
 
 /// The open descriptors of this process.
 std::set<int> openDescriptors();
-
-/// Runs `body` in a forked process and kills that after `microseconds`. True if it was
-/// still running.
-bool killedAfter(unsigned microseconds, const std::function<void()>& body);
-
-/// Makes this process one with mounts of its own; false where that is not permitted.
-bool enterPrivateMounts();
 
 }  // namespace fscanner
