@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <climits>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -52,15 +53,10 @@ protected:
     void installTestProvider() {
         install(FSCANNER_TEST_PLUGINS "/test_provider.so", "test_provider");
     }
-    // The log of what `body` does.
-    template <class Body>
-    std::string logOf(Body body) {
-        const LogCapture log;
-        body();
-        return log.text();
-    }
     std::string logOfLoading(const char* name) {
-        return logOf([&] { EXPECT_EQ(load(name), nullptr); });
+        const LogCapture log;
+        EXPECT_EQ(load(name), nullptr);
+        return log.text();
     }
     std::unique_ptr<FsProvider> load(const char* name) {
         return std::unique_ptr<FsProvider>(fsLoadProvider(name));
@@ -74,27 +70,18 @@ protected:
 };
 
 TEST_F(Plugins, NameIsHomeSlashNameDotSo) {
-    struct Case {
-        const char* home;
-        const char* baseName;
-        unsigned size;
-        const char* expected;  // null: refused, and the buffer untouched
+    configure("/opt/x");
+    const auto nameOf = [&](const char* baseName, unsigned size) {
+        std::array<char, 20> out{'?'};
+        const int code = adjustDynamicLibraryName(out.data(), size, baseName, &config_);
+        EXPECT_EQ(code, out[0] == '?' ? -1 : 0);
+        return std::string(out.data());
     };
-    const Case cases[] = {
-        {"/opt/x", "p", 2000, "/opt/x/p.so"}, {"/opt/x/", "p", 2000, "/opt/x//p.so"},
-        {"/opt/x", "p", 12, "/opt/x/p.so"},   {"/opt/x", "p", 11, nullptr},
-        {"/opt/x", "", 2000, nullptr},        {"/opt/x", nullptr, 2000, nullptr},
-    };
-    for (const Case& c : cases) {
-        configure(c.home);
-        std::array<char, 2000> out{'?'};
-        const std::string log = logOf([&] {
-            const int code = adjustDynamicLibraryName(out.data(), c.size, c.baseName, &config_);
-            EXPECT_EQ(code, c.expected != nullptr ? 0 : -1);
-        });
-        EXPECT_STREQ(out.data(), c.expected != nullptr ? c.expected : "?");
-        EXPECT_EQ(log, std::string("DLL prefix = ") + c.home + "/\n") << "logged in any case";
-    }
+    EXPECT_EQ(nameOf("p", 12), "/opt/x/p.so");
+    for (const auto& [name, size] : {std::pair{"p", 11u}, {"", 20u}, {nullptr, 20u}})
+        EXPECT_EQ(nameOf(name, size), "?") << "untouched";
+    configure("/opt/x/");
+    EXPECT_EQ(nameOf("p", 20), "/opt/x//p.so");
 }
 
 TEST_F(Plugins, AreLoadedByNameOrByConfiguration) {
@@ -163,9 +150,8 @@ TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
     writeWholeFile(directory_ / "home/text.so", "no library");
     EXPECT_THAT(logOfLoading("text"),
                 HasSubstr("/text.so' (the file is no library, or not all of one"));
-    EXPECT_EQ(load(std::string(2000, 'x').c_str()), nullptr);
-    EXPECT_EQ(load(""), nullptr);
-    EXPECT_EQ(load(".."), nullptr);
+    for (const std::string& name : {std::string(2000, 'x'), std::string(), std::string("..")})
+        EXPECT_EQ(load(name.c_str()), nullptr) << name;
     // Whatever way leads to it, the rules are those for where it really lies.
     EXPECT_NE(load("../home/test_provider"), nullptr);
 
@@ -207,10 +193,10 @@ TEST_F(Plugins, ThatAreCutOrDamagedAreRefused) {
 
 TEST_F(Plugins, CannotThrowIntoTheHost) {
     installTestProvider();
-    configure(directory_ / "home", "[test]\nmode = throw\n");
-    EXPECT_EQ(load("test_provider"), nullptr);
-    configure(directory_ / "home", "[test]\nmode = null\n");
-    EXPECT_EQ(load("test_provider"), nullptr);
+    for (const std::string mode : {"throw", "null"}) {
+        configure(directory_ / "home", "[test]\nmode = " + mode + "\n");
+        EXPECT_EQ(load("test_provider"), nullptr) << mode;
+    }
     configure(directory_ / "home", "[test]\nmode = fail\n");
     const auto provider = load("test_provider");
     ASSERT_NE(provider, nullptr);
@@ -228,32 +214,26 @@ TEST_F(Plugins, GetTheQueryAndTheLimitsInSecondsAndMilliseconds) {
     ASSERT_NE(provider, nullptr);
     FsQuery query;
     query.setQuery(L"the query");
-    struct Case {
-        int minutes, seconds;
-        unsigned first, second;
+    const auto expectRecord = [&](const std::unique_ptr<FsResultSetReader>& reader,
+                                  const wchar_t* path, unsigned first, unsigned second) {
+        ASSERT_NE(reader, nullptr);
+        reader->moveFirst();
+        FsFileInfo record;
+        ASSERT_TRUE(reader->getNext(record));
+        EXPECT_STREQ(record.getPath(), path);
+        EXPECT_STREQ(record.getName(), L"the query");
+        EXPECT_EQ(record.getSize(), first);
+        EXPECT_EQ(record.getAttr(), second);
+        EXPECT_FALSE(reader->getNext(record));
     };
-    const Case cases[] = {
-        {2, 3, 120, 3000},
-        {0, 0, 0, 0},
-        {-1, -1, 4294967236u, 4294966296u},
-        {0x7FFFFFFF, 0x7FFFFFFF, 4294967236u, 4294966296u},  // wraps
-    };
-    for (const Case& c : cases) {
-        for (const bool inMemory : {false, true}) {
-            const auto execute = inMemory ? fsExecuteQueryEx : fsExecuteQuery;
-            const std::unique_ptr<FsResultSetReader> reader(
-                execute(provider.get(), query, c.minutes, c.seconds));
-            ASSERT_NE(reader, nullptr);
-            reader->moveFirst();
-            FsFileInfo record;
-            ASSERT_TRUE(reader->getNext(record));
-            EXPECT_STREQ(record.getPath(), inMemory ? L"memory" : L"file");
-            EXPECT_STREQ(record.getName(), L"the query");
-            EXPECT_EQ(record.getSize(), c.first);
-            EXPECT_EQ(record.getAttr(), c.second);
-            EXPECT_FALSE(reader->getNext(record));
-        }
-    }
+    using Reader = std::unique_ptr<FsResultSetReader>;
+    expectRecord(Reader(fsExecuteQuery(provider.get(), query, 2, 3)), L"file", 120, 3000);
+    // They wrap.
+    constexpr unsigned minute = 4294967236, second = 4294966296;
+    expectRecord(Reader(fsExecuteQueryEx(provider.get(), query, -1, -1)), L"memory", minute,
+                 second);
+    expectRecord(Reader(fsExecuteQueryEx(provider.get(), query, INT_MAX, INT_MAX)), L"memory",
+                 minute, second);
     EXPECT_EQ(fsExecuteQuery(nullptr, query, 1, 1), nullptr);
     EXPECT_EQ(fsExecuteQueryEx(nullptr, query, 1, 1), nullptr);
 }
