@@ -6,10 +6,9 @@
 #include <climits>
 #include <random>
 
-#include "fs/result_file_support.h"
 #include "fscanner/fs/naturalmerge.h"
 #include "fscanner/fs/record_merge.h"
-#include "fscanner/fs/result_record_io.h"
+#include "hostile/result_file_check.h"
 
 namespace fscanner {
 namespace {
@@ -68,11 +67,10 @@ protected:
     }
     // All records, each in one line.
     std::vector<std::wstring> lines() {
-        std::vector<std::wstring> all;
         replaceFile(file_ + "_copy", content());  // a reader removes its file
         FsResultSetReader_OnFile reader((file_ + "_copy").c_str());
-        reader.moveFirst();
-        for (FsFileInfo r; reader.getNext(r);)
+        std::vector<std::wstring> all;
+        for (const FsFileInfo& r : readAllRecords(reader))
             all.push_back(std::wstring(r.getPath()) + L"|" + r.getName() + L"|" +
                           std::to_wstring(r.knownMask() & 2 ? r.getSize() : 0));
         return all;
@@ -119,23 +117,15 @@ TEST_F(NaturalMerge, BothWaysAgreeAndAreSorted) {
         const bool caseSensitive = round / 8 % 2 == 0;
         write(randomRecords(random, static_cast<int>(random() % 120)));
         auto before = lines();
-        const std::size_t length = content().size();
-        ASSERT_EQ(sortBothWays(key, direction, caseSensitive).size(), length) << "round " << round;
+        const std::string bytes = content();
+        ASSERT_EQ(sortBothWays(key, direction, caseSensitive).size(), bytes.size())
+            << "round " << round;
         auto after = lines();
         std::sort(before.begin(), before.end());
         std::sort(after.begin(), after.end());
         ASSERT_EQ(before, after) << "records were lost or changed, round " << round;
-
-        const std::string sorted = content();
-        FsResultSetReader_OnFile reader(file_.c_str());
-        reader.moveFirst();
-        FsFileInfo previous, record;
-        for (bool more = reader.getNext(previous); more && reader.getNext(record);
-             previous = record) {
-            const unsigned op = direction == FS_SORT_ASCENDING ? 3 : 4;
-            ASSERT_FALSE(previous.compare(record, static_cast<int>(key), op, caseSensitive))
-                << "out of order, round " << round;
-        }
+        ASSERT_TRUE(checkResultFile(file_ + "_copy", bytes, key, direction, caseSensitive).inOrder)
+            << "round " << round;
     }
 }
 
