@@ -17,7 +17,6 @@
 #include <thread>
 
 #include "support/child_process.h"
-#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
@@ -158,6 +157,24 @@ std::vector<std::string> records(const std::string& output, char end) {
 
 bool canDropOverride() {
     return fscanner::inChild([] { return dropOverride() ? 0 : 1; }) == 0;
+}
+
+void FscanTest::add(const std::string& path, const std::string& text) const {
+    const std::filesystem::path file = tree_ / path;
+    std::filesystem::create_directories(file.parent_path());
+    fscanner::writeWholeFile(file, text);
+}
+
+RunResult FscanTest::run(const Arguments& arguments, RunSettings settings) const {
+    settings.directory = tree_.path();
+    settings.environment.insert({{"LC_ALL", "C.UTF-8"}, {"TZ", "UTC"}});
+    return fscan(arguments, settings);
+}
+
+RunResult FscanTest::shell(const std::string& command, RunSettings settings) const {
+    settings.directory = tree_.path();
+    settings.environment.insert({{"LC_ALL", "C.UTF-8"}, {"TZ", "UTC"}});
+    return runProgram("sh", {"-c", command, FSCAN_PROGRAM}, settings);
 }
 
 }  // namespace fscan::test

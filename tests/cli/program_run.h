@@ -1,9 +1,14 @@
 #pragma once
 
+#include <gmock/gmock.h>
+
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
@@ -45,5 +50,18 @@ std::vector<std::string> records(const std::string& output, char end = '\n');
 
 /// Whether a process can be made to which permissions apply.
 bool canDropOverride();
+
+/// Runs fscan in a directory of the test's own.
+class FscanTest : public testing::Test {
+protected:
+    /// Writes a file, and makes the directories that hold it.
+    void add(const std::string& path, const std::string& text = "") const;
+    RunResult run(const Arguments& arguments, RunSettings settings = {}) const;
+    /// A shell command of which $0 is fscan.
+    RunResult shell(const std::string& command, RunSettings settings = {}) const;
+    Arguments found(const Arguments& arguments) const { return records(run(arguments).out); }
+
+    fscanner::TemporaryDirectory tree_;
+};
 
 }  // namespace fscan::test

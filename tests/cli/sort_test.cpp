@@ -1,21 +1,13 @@
 // Sorted output: in memory and through a temporary file; and the providers asked.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <filesystem>
 
 #include "program_run.h"
-#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
 namespace {
 
-using fscanner::readWholeFile;
-using fscanner::TemporaryDirectory;
-using fscanner::writeWholeFile;
 using testing::ElementsAreArray;
 using testing::HasSubstr;
 
@@ -27,7 +19,7 @@ struct File {
     std::string name() const { return path.substr(path.rfind('/') + 1); }
 };
 
-class SortTest : public testing::Test {
+class SortTest : public FscanTest {
 protected:
     // Ties for every key, bytes of every rank, directories that are prefixes of others
     // and lie among their names.
@@ -35,11 +27,10 @@ protected:
         std::size_t size = 0;
         for (const char* directory : {"./a", "./a/b", "./a b", "./B", "./\xFF", "./a/xa/Z/12345678",
                                       "./a/xa", "./a/x-", "./a/Y/x", "./a/12345678aa"}) {
-            std::filesystem::create_directories(tree_.path() / directory);
             for (const char* name : {"x", "X", "xy", "12345678a", "12345678b", "\xC3\xA9", "\xE9",
                                      "\xFF", "\xEE\x80\x80", "~"}) {
                 files_.push_back({std::string(directory) + "/" + name, size++ % 4});
-                writeWholeFile(tree_ / files_.back().path, std::string(files_.back().size, '.'));
+                add(files_.back().path, std::string(files_.back().size, '.'));
             }
         }
     }
@@ -66,11 +57,7 @@ protected:
             paths.push_back(output.substr(at, end - at));
         return paths;
     }
-    RunResult search(Arguments arguments, const std::string& locale = "C.UTF-8") const {
-        return fscan(arguments, {.directory = tree_.path(), .environment = {{"LC_ALL", locale}}});
-    }
 
-    TemporaryDirectory tree_;
     std::vector<File> files_;
 };
 
@@ -83,7 +70,7 @@ TEST_F(SortTest, OrderIsTotalAndTheSameFromMemoryAndFromTheFile) {
                     Arguments arguments = {"--sort", key};
                     if (reversed) arguments.push_back("--reverse");
                     if (spilled) arguments.push_back("--spill");
-                    const RunResult result = search(arguments, locale);
+                    const RunResult result = run(arguments, {.environment = {{"LC_ALL", locale}}});
                     EXPECT_EQ(result.status, 0) << result.err;
                     EXPECT_THAT(inOrder(result.out), ElementsAreArray(order))
                         << key << ", reversed " << reversed << ", spilled " << spilled << ", "
@@ -98,99 +85,67 @@ TEST_F(SortTest, FactsComeBackFromTheFile) {
     std::filesystem::create_symlink("nowhere", tree_ / "link");
     for (const auto& [name, size] : {std::pair{"huge", 5ull << 30}, std::pair{"huger", 9ull << 30},
                                      std::pair{"large", 3ull << 30}}) {
-        writeWholeFile(tree_ / name, "");
+        add(name);
         std::filesystem::resize_file(tree_ / name, size);
     }
     for (const std::string key : {"size", "name"}) {
-        const RunResult fromMemory = search({"-l", "--bytes", "--sort", key});
-        const RunResult fromFile = search({"-l", "--bytes", "--sort", key, "--spill"});
+        const RunResult fromMemory = run({"-l", "--bytes", "--sort", key});
+        const RunResult fromFile = run({"-l", "--bytes", "--sort", key, "--spill"});
         EXPECT_EQ(fromFile.out, fromMemory.out);
         EXPECT_THAT(fromFile.out, HasSubstr(std::to_string(9ull << 30)));
     }
-    const auto largest = inOrder(search({"--sort", "size", "--reverse", "--spill"}).out);
+    const auto largest = inOrder(run({"--sort", "size", "--reverse", "--spill"}).out);
     EXPECT_EQ(std::vector(largest.begin(), largest.begin() + 3),
               (std::vector<std::string>{"./huger", "./huge", "./large"}));
 }
 
 TEST_F(SortTest, ManyTiesAreSortedInTheFileToo) {
     // More than are collected in memory while they come from the file.
-    std::filesystem::create_directory(tree_ / "many");
     for (int i = 0; i < 12000; ++i)
-        writeWholeFile(
-            tree_ / "many/" + std::to_string(i * 7919 % 12000) + "-" + std::string(40, 'n'), "");
-    EXPECT_EQ(search({"--sort", "size", "--spill"}).out, search({"--sort", "size"}).out);
+        add("many/" + std::to_string(i * 7919 % 12000) + "-" + std::string(40, 'n'));
+    EXPECT_EQ(run({"--sort", "size", "--spill"}).out, run({"--sort", "size"}).out);
 }
 
 TEST_F(SortTest, SeveralDirectoriesAreSortedTogether) {
-    const RunResult result = search({"--sort", "name", "-n", "x*", "B", "a b"});
+    const RunResult result = run({"--sort", "name", "-n", "x*", "B", "a b"});
     EXPECT_EQ(result.out, "B/x\na b/x\nB/xy\na b/xy\n");
-    EXPECT_EQ(search({"--sort", "name", "-c"}).out, std::to_string(files_.size()) + "\n");
-    EXPECT_EQ(search({"--sort", "name", "-n", "none"}).status, 1);
-}
-
-TEST_F(SortTest, WrongUseIsRefused) {
-    for (const Arguments& wrong :
-         {Arguments{"--sort", "age"}, Arguments{"--reverse"}, Arguments{"--spill"},
-          Arguments{"--no-cache", "--provider", "provider_direct"}}) {
-        const RunResult result = search(wrong);
-        EXPECT_EQ(result.status, 2) << wrong[0];
-        EXPECT_EQ(result.out, "");
-        EXPECT_THAT(result.err, HasSubstr("see fscan --help"));
-    }
+    EXPECT_EQ(run({"--sort", "name", "-c"}).out, std::to_string(files_.size()) + "\n");
+    EXPECT_EQ(run({"--sort", "name", "-n", "none"}).status, 1);
 }
 
 TEST_F(SortTest, FileThatCannotBeWrittenIsAFailure) {
     // A limit on file sizes stands for the disk.
-    const std::string script =
-        "trap '' XFSZ; ulimit -f 8; exec " FSCAN_PROGRAM " --no-cache --sort name --spill";
-    const RunResult result = runProgram("/bin/sh", {"-c", script}, {.directory = tree_.path()});
+    const RunResult result =
+        shell("trap '' XFSZ; ulimit -f 8; exec \"$0\" --no-cache --sort name --spill");
     EXPECT_EQ(result.status, 4);
     EXPECT_EQ(result.out, "");
     EXPECT_THAT(result.err, HasSubstr("the temporary file of matches cannot be written"));
 }
 
-TEST_F(SortTest, FileIsRemovedWhenASignalEndsTheProgram) {
-    for (int i = 0; i < 4000; ++i)
-        writeWholeFile(tree_ / "a/" + std::to_string(i) + std::string(100, 'n'), "");
-    for (const std::string cache : {"", " --no-cache"}) {
-        const TemporaryDirectory work;
-        const std::string log = work / "log";
-        const std::string command = FSCAN_PROGRAM " --sort name --spill --debug-log " + log + cache;
-        const auto run = [&](const std::string& script) {
-            return runProgram("/bin/sh", {"-c", script}, {.directory = tree_.path()});
-        };
-        const auto expectNoFile = [&] {
-            const std::string lines = readWholeFile(log);
-            const std::size_t name = lines.find("name ok: ") + 9;
-            const std::string file = lines.substr(name, lines.find('\n', name) - name);
-            EXPECT_TRUE(lines.find("deleting temp file: " + file) != lines.npos);
-            EXPECT_FALSE(std::filesystem::exists(file)) << file;
-        };
-        // Nobody reads, so that it waits with its file sorted.
-        const std::string pipe = work / "pipe";
-        const RunResult killed =
-            run("mkfifo " + pipe + "; " + command + " >" + pipe + " & exec 3<" + pipe +
-                "; until grep -q 'file sorted' " + log +
-                "; do kill -0 $! || exit 9; sleep 0.05; done; kill -TERM $!; wait $!");
-        EXPECT_EQ(killed.status, 128 + 15) << killed.err;
-        expectNoFile();
-        const RunResult cut = run(command + " | head -n 1");
-        EXPECT_EQ(cut.out, "./a/0" + std::string(100, 'n') + "\n") << cut.err;
-        expectNoFile();
-    }
+TEST_F(SortTest, FileIsRemovedWhenTheReaderIsLost) {
+    for (int i = 0; i < 4000; ++i) add("a/" + std::to_string(i) + std::string(100, 'n'));
+    const fscanner::TemporaryDirectory work;
+    const std::string log = work / "log";
+    const RunResult cut =
+        shell("\"$0\" --no-cache --sort name --spill --debug-log " + log + " | head -n 1");
+    EXPECT_EQ(cut.out, "./a/0" + std::string(100, 'n') + "\n") << cut.err;
+    const std::string lines = fscanner::readWholeFile(log);
+    const std::size_t name = lines.find("name ok: ") + 9;
+    const std::string file = lines.substr(name, lines.find('\n', name) - name);
+    EXPECT_THAT(lines, HasSubstr("deleting temp file: " + file));
+    EXPECT_FALSE(std::filesystem::exists(file)) << file;
 }
 
 TEST_F(SortTest, ProvidersAreAskedByName) {
-    const std::string all = search({"--sort", "path"}).out;
-    EXPECT_EQ(search({"--sort", "path", "--no-cache"}).out, all);
-    EXPECT_EQ(search({"--sort", "path", "--provider", "provider_direct"}).out, all);
-    const RunResult missing = search({"--provider", "provider_none"});
+    const std::string all = run({"--sort", "path"}).out;
+    EXPECT_EQ(run({"--sort", "path", "--no-cache"}).out, all);
+    EXPECT_EQ(run({"--sort", "path", "--provider", "provider_direct"}).out, all);
+    const RunResult missing = run({"--provider", "provider_none"});
     EXPECT_EQ(missing.status, 4);
     EXPECT_EQ(missing.out, "");
     EXPECT_EQ(missing.err,
               "fscan: the provider provider_none cannot be loaded; --debug-log tells why\n");
-    const RunResult unconfigured =
-        fscan({}, {.directory = tree_.path(), .environment = {{"FSCANNER_CONFIG", tree_ / "a/x"}}});
+    const RunResult unconfigured = run({}, {.environment = {{"FSCANNER_CONFIG", tree_ / "a/x"}}});
     EXPECT_EQ(unconfigured.status, 0) << "the installed settings remain: " << unconfigured.err;
 }
 

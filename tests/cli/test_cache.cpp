@@ -1,41 +1,33 @@
 // Answers from the cache: how old they may be, what is told about them, and what signals
 // and lost readers leave behind.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
 #include <csignal>
 #include <ctime>
-#include <filesystem>
 #include <thread>
 
 #include "fscanner/engine/cache.h"
 #include "program_run.h"
-#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
 namespace {
 
-using fscanner::writeWholeFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class CacheTest : public testing::Test {
+class CacheTest : public FscanTest {
 protected:
     CacheTest() {
-        std::filesystem::create_directories(tree_ / "d/sub");
-        writeWholeFile(tree_ / "d/a", "1");
-        writeWholeFile(tree_ / "d/sub/b", "22");
+        add("d/a", "1");
+        add("d/sub/b", "22");
     }
 
-    RunResult run(Arguments arguments, RunSettings settings = {}) const {
-        settings.directory = tree_.path();
-        settings.environment["LC_ALL"] = "C.UTF-8";
-        settings.environment["XDG_CACHE_HOME"] = home_.path();
-        settings.cached = true;
-        return fscan(arguments, settings);
+    RunSettings cached() const {
+        return {.environment = {{"XDG_CACHE_HOME", home_.path()}}, .cached = true};
+    }
+    RunResult run(const Arguments& arguments) const { return FscanTest::run(arguments, cached()); }
+    RunResult shell(const std::string& command) const {
+        return FscanTest::shell(command, cached());
     }
     /// What is found, by a run that says nothing and does not fail.
     Arguments found(const Arguments& arguments) const {
@@ -44,18 +36,7 @@ protected:
         EXPECT_EQ(result.status, 0);
         return records(result.out);
     }
-    /// A shell command of which $0 is fscan.
-    RunResult shell(const std::string& command) const {
-        return runProgram(
-            "sh", {"-c", command, FSCAN_PROGRAM},
-            {.directory = tree_.path(),
-             .environment = {{"LC_ALL", "C.UTF-8"}, {"XDG_CACHE_HOME", home_.path()}}});
-    }
     std::string status() const { return run({"--cache-status"}).out; }
-    void addManyFiles(int count) const {
-        for (int i = 0; i < count; ++i)
-            writeWholeFile(tree_ / ("d/sub/" + std::string(200, 'n') + std::to_string(i)), "");
-    }
     /// The cache's directory, once there is one.
     std::filesystem::path cacheDirectory() const {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(home_.path()))
@@ -63,7 +44,6 @@ protected:
         return {};
     }
 
-    fscanner::TemporaryDirectory tree_;
     fscanner::TemporaryDirectory home_;
 };
 
@@ -75,7 +55,7 @@ void waitForNextSecond() {
 
 TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
-    writeWholeFile(tree_ / "d/later", "");
+    add("d/later");
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-cache"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-recurse"}), ElementsAre("d/a", "d/later"));
@@ -132,8 +112,8 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
 
     const std::filesystem::path directory = cacheDirectory();
     for (const char* name : {"mine", "files.dat", "files.mine.dat"})
-        writeWholeFile(directory / name, "");
-    writeWholeFile(tree_ / "d/later", "");
+        fscanner::writeWholeFile(directory / name, "");
+    add("d/later");
     EXPECT_EQ(run({"--cache-clear"}).status, 0);
     std::vector<std::string> left;
     for (const auto& entry : std::filesystem::directory_iterator(directory))
@@ -148,10 +128,10 @@ TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {
     for (const auto& entry : std::filesystem::directory_iterator(cacheDirectory()))
         if (entry.path().extension() == ".counter")
             mark = std::filesystem::path(entry.path()).replace_extension(".cuflag");
-    writeWholeFile(mark, "");
+    fscanner::writeWholeFile(mark, "");
     EXPECT_THAT(status(), HasSubstr("state:      its last use was interrupted"));
     EXPECT_EQ(run({"--cache-compact"}).status, 4);
-    writeWholeFile(tree_ / "d/later", "");
+    add("d/later");
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_THAT(status(), HasSubstr("state:      good"));
 }
@@ -165,40 +145,23 @@ TEST_F(CacheTest, FailuresHaveTheirStatuses) {
     EXPECT_EQ(records(fallback.err).size(), 1u);
     EXPECT_THAT(fallback.err, HasSubstr("searching without one\n"));
     EXPECT_THAT(records(fallback.out), ElementsAre("d/a", "d/sub/b"));
-
-    const Arguments wrong[] = {{"--max-age", "5w"},
-                               {"--max-age", ""},
-                               {"--max-age", "-1"},
-                               {"--timeout", "0"},
-                               {"--timeout", "s"},
-                               {"--fresh", "--max-age", "3"},
-                               {"--cache-status", "--cache-clear"}};
-    for (const Arguments& arguments : wrong) EXPECT_EQ(run(arguments).status, 2) << arguments[0];
 }
 
+/// A terminal says what goes on, and a signal does not wait.
 TEST_F(CacheTest, WhoeverHoldsTheCacheIsWaitedForOnlySoLong) {
     found({"d"});
     const std::wstring directory = cacheDirectory().wstring();
     fscanner::FS_Cache other(L"directories.x", L"files.x", directory.c_str(), false, false, true);
     ASSERT_EQ(other.lock(1000), 0);
-    const RunResult result = run({"--cache-status"});
-    other.unlock();
-    EXPECT_EQ(result.status, 4);
-    EXPECT_THAT(result.err, HasSubstr("another process is using the cache\n"));
-}
-
-/// A terminal says what goes on, and a signal does not wait.
-TEST_F(CacheTest, AWaitForTheCacheIsSeenAndCanBeEnded) {
-    found({"d"});
-    const std::wstring directory = cacheDirectory().wstring();
-    fscanner::FS_Cache other(L"directories.x", L"files.x", directory.c_str(), false, false, true);
-    ASSERT_EQ(other.lock(1000), 0);
+    const RunResult refused = run({"--cache-status"});
+    EXPECT_EQ(refused.status, 4);
+    EXPECT_THAT(refused.err, HasSubstr("another process is using the cache\n"));
     for (const char* task : {"-c", "--cache-status"}) {
+        RunSettings terminal = cached();
+        terminal.environment["TERM"] = "xterm";
+        terminal.watched = true;
         const RunResult ended =
-            runProgram("timeout", {"-s", "INT", "1", FSCAN_PROGRAM, "d", task},
-                       {.directory = tree_.path(),
-                        .environment = {{"XDG_CACHE_HOME", home_.path()}, {"TERM", "xterm"}},
-                        .watched = true});
+            FscanTest::shell(std::string("exec timeout -s INT 1 \"$0\" d ") + task, terminal);
         EXPECT_EQ(ended.status, 124) << task;
         EXPECT_THAT(ended.err, HasSubstr("waiting for the cache: another process uses it, 0."));
         EXPECT_THAT(ended.err, testing::Not(HasSubstr(", 2."))) << task;
@@ -208,7 +171,7 @@ TEST_F(CacheTest, AWaitForTheCacheIsSeenAndCanBeEnded) {
 }
 
 TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
-    addManyFiles(2000);
+    for (int i = 0; i < 2000; ++i) add("d/sub/" + std::string(200, 'n') + std::to_string(i));
     EXPECT_EQ(found({"d"}).size(), 2002u);
     const RunResult head = shell("{ \"$0\" d; echo $? >&2; } | head -n 1");
     EXPECT_EQ(head.err, std::to_string(128 + SIGPIPE) + "\n");
@@ -218,18 +181,6 @@ TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
         shell("{ timeout -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 1; cat > /dev/null; }");
     EXPECT_EQ(slow.err, "124\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));
-}
-
-TEST_F(CacheTest, AnInterruptedScanLeavesNoWrongAnswers) {
-    addManyFiles(5000);
-    for (const char* delay : {"0.02", "0.05", "0.1", "0.2"}) {
-        const RunResult ended =
-            shell(std::string("timeout -s INT ") + delay + " \"$0\" --fresh d > /dev/null");
-        EXPECT_THAT(ended.status, testing::AnyOf(0, 124)) << ended.err;
-        EXPECT_EQ(ended.err, "");
-        EXPECT_EQ(found({"d"}).size(), 5002u) << delay;
-        waitForNextSecond();
-    }
 }
 
 }  // namespace

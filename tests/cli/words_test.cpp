@@ -1,14 +1,10 @@
 // The words that the command line tells completions.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <map>
 #include <set>
 #include <sstream>
 
 #include "program_run.h"
-#include "support/temporary_directory.h"
 
 namespace fscan::test {
 
@@ -61,21 +57,6 @@ TEST(Words, NoneOfTheLanguageIsMissing) {
             documented.insert(line.substr(3, line.find('`', 3) - 3));
     }
     EXPECT_EQ(listed, documented);
-}
-
-TEST(Words, DriveGroupsChooseAmongTheDrivesOfAPath) {
-    const fscanner::TemporaryDirectory tree;
-    fscanner::writeWholeFile(tree / "f", "");
-    const std::string at = tree.path().string(), file = tree / "f\n";
-    const auto found = [](const Arguments& arguments) { return fscan(arguments).out; };
-    EXPECT_EQ(found({"$local::" + at}), file);
-    EXPECT_EQ(found({"$all::" + at}), file);
-    EXPECT_EQ(found({"$remote::" + at}), "");
-    EXPECT_EQ(found({"$other::" + at}), "");
-    EXPECT_EQ(found({"--remote", "$local::" + at}), file);
-    EXPECT_EQ(found({"$remote::" + at, "$local::" + at}), file);
-    EXPECT_EQ(fscan({"--no-recurse", "$local::"}).out, fscan({"--no-recurse", "/"}).out);
-    EXPECT_EQ(fscan({"$here::" + at}).status, 2);
 }
 
 }  // namespace
