@@ -75,6 +75,11 @@ protected:
         const bool given = ::geteuid() != 0 || ::lchown(path.c_str(), kNobody, kNobody) == 0;
         EXPECT_TRUE(given) << path;
     }
+    CollectingWriter scanned() const {
+        CollectingWriter writer;
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
+        return writer;
+    }
     // Links themselves are entries, whatever they lead to.
     void check(const CollectingWriter& writer) {
         for (const std::string& path : writer.paths) {
@@ -97,11 +102,7 @@ protected:
 TEST_F(WalkRace, NothingFromOutsideTheTreeIsFound) {
     const int walks = 2000 * faultScale();
     query.setQuery(L"[SIZE]>=0");
-    for (int i = 0; i < walks && !HasFailure(); ++i) {
-        CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
-        check(writer);
-    }
+    for (int i = 0; i < walks && !HasFailure(); ++i) check(scanned());
     EXPECT_GT(linksMet_, walks / 100) << "the trees were not exchanged often enough";
 }
 
@@ -120,11 +121,8 @@ TEST_F(WalkRace, NorIsItsTypeTold) {
     for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f"})
         writeWholeFile(outside.path(below), "%PDF-1.4\n");
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
-    for (int i = 0; i < 30 * faultScale() && !HasFailure(); ++i) {
-        CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
-        EXPECT_THAT(writer.paths, testing::IsEmpty());
-    }
+    for (int i = 0; i < 30 * faultScale() && !HasFailure(); ++i)
+        EXPECT_THAT(scanned().paths, testing::IsEmpty());
 }
 
 }  // namespace
