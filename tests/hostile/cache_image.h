@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -40,24 +39,15 @@ public:
     std::string path(const std::string& name) const { return cache.directory().path(name); }
     const std::string& good(std::size_t file) const { return good_[file]; }
 
-    /// Puts back every file that is not as it was, and takes away all others.
-    void restore() {
-        for (std::size_t i = 0; i < good_.size(); ++i) {
-            const std::string file = path(kCacheFiles[i]);
-            if (holds(file, good_[i])) continue;
-            std::filesystem::remove_all(file);
-            writeWholeFile(file, good_[i]);
-        }
-        for (const auto& entry : std::filesystem::directory_iterator(path(""))) {
-            const std::string name = entry.path().filename();
-            if (std::find(kCacheFiles.begin(), kCacheFiles.end(), name) == kCacheFiles.end())
-                std::filesystem::remove_all(entry.path());
-        }
+    /// Puts back every file, and takes away all others.
+    void restore() const {
+        for (const auto& entry : std::filesystem::directory_iterator(path("")))
+            std::filesystem::remove_all(entry.path());
+        for (std::size_t i = 0; i < good_.size(); ++i)
+            writeWholeFile(path(kCacheFiles[i]), good_[i]);
     }
     void overwrite(std::size_t file, std::size_t at, const std::string& bytes) const {
-        std::fstream out(path(kCacheFiles[file]), std::ios::in | std::ios::out | std::ios::binary);
-        out.seekp(static_cast<std::streamoff>(at));
-        out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        overwriteFile(path(kCacheFiles[file]), at, bytes);
     }
     void cut(std::size_t file, std::size_t length) const {
         std::filesystem::resize_file(path(kCacheFiles[file]), length);
@@ -65,15 +55,12 @@ public:
 
     /// Whether something lies where a file should: it must not be removed.
     bool isBlocked() const {
-        return std::any_of(kCacheFiles.begin(), kCacheFiles.end(), [this](const char* name) {
-            const auto status = std::filesystem::symlink_status(path(name));
-            return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
-        });
+        return std::any_of(kCacheFiles.begin(), kCacheFiles.end(),
+                           [this](const char* name) { return isBlocked(path(name)); });
     }
     void unblock() const {
         for (const char* name : kCacheFiles)
-            if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(path(name))))
-                std::filesystem::remove_all(path(name));
+            if (isBlocked(path(name))) std::filesystem::remove_all(path(name));
     }
 
     /// The status; `found` tells whether the answer is the right one.
@@ -90,20 +77,9 @@ public:
     std::vector<std::vector<std::string>> answers;
 
 private:
-    // Compared by blocks: most files of most trials are as they were.
-    static bool holds(const std::string& path, const std::string& bytes) {
-        std::ifstream file;
-        if (std::filesystem::is_regular_file(std::filesystem::symlink_status(path)))
-            file.open(path);
-        static std::array<char, 65536> block;
-        for (std::size_t at = 0; file; at += block.size()) {
-            file.read(block.data(), block.size());
-            const auto length = static_cast<std::size_t>(file.gcount());
-            if (bytes.compare(at, block.size(), std::string_view(block.data(), length)) != 0)
-                return false;
-            if (at + length == bytes.size()) return file.get() == EOF;
-        }
-        return false;
+    static bool isBlocked(const std::string& path) {
+        const auto status = std::filesystem::symlink_status(path);
+        return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
     }
     // Long names, so that the files pass a step of growth, in directories of two levels.
     void plantFiles(int count) const {

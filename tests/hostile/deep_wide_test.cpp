@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "fscanner/fs/fs_scan_observer.h"
 #include "hostile/cache_image.h"

@@ -8,7 +8,6 @@ namespace fscanner {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class HashIndex : public TableTest {
 protected:
@@ -28,16 +27,6 @@ TEST_P(HashIndex, KeysALargeNumberByItsLowHalf) {
         ASSERT_TRUE(insert({L"a", 0, size, 0}));
     EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0));
     EXPECT_THAT(chain(L"sizes", L"4294967295"), ElementsAre(2));
-}
-
-// Building reads the records, and a record that is read has no null value.
-TEST_P(HashIndex, SkipsNullValuesOnInsertButNotWhenBuilt) {
-    Fields values(table->schema());
-    values.as<TextField>(0)->value(L"x");
-    ASSERT_TRUE(table->insert(values));
-    EXPECT_THAT(chain(L"sizes", L"0"), IsEmpty());
-    ASSERT_TRUE(table->addHashIndex(L"later", L"SIZE"));
-    EXPECT_THAT(chain(L"later", L"0"), ElementsAre(0));
 }
 
 TEST_P(HashIndex, ListIsKeptOnDisk) {

@@ -12,12 +12,6 @@ namespace {
 
 constexpr unsigned OPERATIONS = 100000;
 
-std::size_t utf8Size(const std::wstring& text) {
-    std::size_t size = 0;
-    for (const wchar_t c : text) size += utf8Length(c);
-    return size;
-}
-
 class TableModel : public TableTest {
 protected:
     /// What the table holds under an id, and the name under which it is indexed:
@@ -79,7 +73,9 @@ protected:
         if (pick(2)) row.name = old.name;
         const bool sameLength = row.name.size() == old.name.size();
         // As many characters in more bytes would run into the next record.
-        if (!isCompact() && sameLength && utf8Size(row.name) > utf8Size(old.name)) return;
+        if (!isCompact() && sameLength &&
+            toMultibyte(row.name).size() > toMultibyte(old.name).size())
+            return;
         ASSERT_TRUE(update(id, row));
         if (!isCompact() && sameLength) {
             model_[id]->row = row;

@@ -44,6 +44,12 @@ inline void writeWholeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
+/// Writes over a part of a file.
+inline void overwriteFile(const std::string& path, std::size_t at, const std::string& bytes) {
+    std::fstream out(path, std::ios::in | std::ios::out | std::ios::binary);
+    out.seekp(static_cast<std::streamoff>(at)).write(bytes.data(), std::ssize(bytes));
+}
+
 inline std::string readWholeFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
