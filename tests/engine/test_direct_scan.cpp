@@ -130,29 +130,38 @@ void plantDeepBranch(const TempTree& tree, const std::string& root, std::size_t 
     }
 }
 
-TEST(DirectScan, ADirectoryExchangedForALinkBehindTheWalkLeadsNowhere) {
-    TempTree tree;
-    plantDeepBranch(tree, "root/");
-    plantDeepBranch(tree, "victim/", 777);
-    // When the walk is at its deepest, the way back is another's tree.
-    struct Exchange : CollectingWriter {
-        explicit Exchange(const TempTree& on) : tree(on) {}
-        using CollectingWriter::addRecord;
-        int addRecord(const FsFileInfo& record) override {
-            if (record.getName() == std::wstring(L"end")) {
-                std::filesystem::rename(tree.path("root/deep"), tree.path("away"));
-                tree.link("../victim/deep", "root/deep");
-            }
-            return CollectingWriter::addRecord(record);
+// When the walk is at its deepest, the way back becomes another's tree, or a link to it.
+struct Exchange : CollectingWriter {
+    Exchange(const TempTree& tree, bool byLink) : tree_(tree), byLink_(byLink) {}
+    using CollectingWriter::addRecord;
+    int addRecord(const FsFileInfo& record) override {
+        if (record.getName() == std::wstring(L"end")) {
+            std::filesystem::rename(tree_.path("root/deep"), tree_.path("away"));
+            if (byLink_) tree_.link("../victim/deep", "root/deep");
+            if (!byLink_)
+                std::filesystem::rename(tree_.path("victim/deep"), tree_.path("root/deep"));
         }
-        const TempTree& tree;
-    } writer(tree);
-    SkipRecorder skips;
-    EXPECT_EQ(Scan{tree.wide("root")}.into(writer), WALK_FINISHED);
-    EXPECT_TRUE(std::filesystem::is_symlink(tree.path("root/deep")));
-    for (const FsFileInfo& record : writer.records) EXPECT_NE(record.getSize(), 777U);
-    EXPECT_FALSE(skips.skips.empty());
-    for (const auto& [path, reason] : skips.skips) EXPECT_EQ(reason, FsSkipReason::vanished);
+        return CollectingWriter::addRecord(record);
+    }
+
+private:
+    const TempTree& tree_;
+    bool byLink_;
+};
+
+TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
+    for (const bool byLink : {true, false}) {
+        TempTree tree;
+        plantDeepBranch(tree, "root/");
+        plantDeepBranch(tree, "victim/", 777);
+        Exchange writer(tree, byLink);
+        SkipRecorder skips;
+        EXPECT_EQ(Scan{tree.wide("root")}.into(writer), WALK_FINISHED);
+        EXPECT_TRUE(std::filesystem::exists(tree.path("away")));
+        for (const FsFileInfo& record : writer.records) EXPECT_NE(record.getSize(), 777U);
+        EXPECT_FALSE(skips.skips.empty());
+        for (const auto& [path, reason] : skips.skips) EXPECT_EQ(reason, FsSkipReason::vanished);
+    }
 }
 
 TEST(DirectScan, ObserverIsToldOfExclusions) {

@@ -100,12 +100,13 @@ TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
     Nest nest(tree.path());
     for (int level = 0; level < 2000; ++level) {
         nest.file("f");
-        // A sibling on either side of the way down.
-        for (const std::string sibling : {"z", "a"}) {
-            nest.directory(sibling);
-            nest.file((sibling + "/f").c_str());
-        }
+        // Siblings that a file system lists before the way down and behind it, in
+        // whatever order it lists.
+        nest.directory("a");
+        nest.file("a/f");
         nest.down("m");
+        nest.directory("../z");
+        nest.file("../z/f");
     }
     const std::size_t levels = (kLongestPath - tree.path().size()) / 2 + 1;
     query.setQuery(
