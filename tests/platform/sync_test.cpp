@@ -57,15 +57,6 @@ TEST(LinuxMutex, ExcludesObjectsOfItsNameOnly) {
     EXPECT_EQ(LinuxMutex(nullptr).wait(), SYNC_FAILED);
 }
 
-TEST(LinuxMutex, WakesAWaiter) {
-    LinuxMutex mutex("wake");
-    ASSERT_EQ(mutex.wait(), 0);
-    std::thread waiter([&] { EXPECT_EQ(mutex.wait(), 0); });
-    std::this_thread::sleep_for(milliseconds(50));
-    mutex.release();
-    waiter.join();
-}
-
 TEST(LinuxMutex, StateLivesAsLongAsTheNameHasObjects) {
     auto first = std::make_unique<LinuxMutex>("life");
     auto second = std::make_unique<LinuxMutex>("life");
@@ -98,33 +89,31 @@ TEST(LinuxSemaphore, CountsUnits) {
     EXPECT_EQ(consumer.wait(), 0) << "a wait in vain takes no unit";
 }
 
-template <typename Sync>
 void* waitForever(void* sync) {
-    static_cast<Sync*>(sync)->wait();
+    static_cast<AbstractSync*>(sync)->wait();
     return nullptr;
 }
 
 // A cancelled waiter must not keep the record's inner mutex: nothing could be
 // released or taken any more.
-template <typename Sync>
-void cancelAWaiter(Sync& sync) {
-    pthread_t waiter;
-    ASSERT_EQ(pthread_create(&waiter, nullptr, waitForever<Sync>, &sync), 0);
-    std::this_thread::sleep_for(milliseconds(50));
-    ASSERT_EQ(pthread_cancel(waiter), 0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(waiter, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_EQ(sync.release(), 0);
-    EXPECT_EQ(sync.wait(), 0);
-}
-
-TEST(InProcessSync, SurvivesACancelledWaiter) {
-    LinuxMutex mutex("cancel");
+TEST(InProcessSync, WakesWaitersAndSurvivesCancelledOnes) {
+    LinuxMutex mutex("wake");
+    LinuxSemaphore semaphore("wake");
     ASSERT_EQ(mutex.wait(), 0);
-    cancelAWaiter(mutex);
-    LinuxSemaphore semaphore("cancel");
-    cancelAWaiter(semaphore);
+    for (AbstractSync* sync :
+         {static_cast<AbstractSync*>(&mutex), static_cast<AbstractSync*>(&semaphore)}) {
+        pthread_t cancelled;
+        ASSERT_EQ(pthread_create(&cancelled, nullptr, waitForever, sync), 0);
+        std::this_thread::sleep_for(milliseconds(50));
+        ASSERT_EQ(pthread_cancel(cancelled), 0);
+        void* result = nullptr;
+        ASSERT_EQ(pthread_join(cancelled, &result), 0);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        std::thread waiter(waitForever, sync);
+        std::this_thread::sleep_for(milliseconds(50));
+        EXPECT_EQ(sync->release(), 0);
+        waiter.join();
+    }
 }
 
 class SharedMutex : public testing::Test {
@@ -134,23 +123,6 @@ protected:
 
     std::string lockFile() const { return directory_ / "lock"; }
 
-    /// A process that takes the lock, says so and holds it.
-    static pid_t startHolder() {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        const pid_t child = fork();
-        if (child == 0) {
-            LinuxSharedMutex mutex("lock");
-            if (mutex.wait() != 0 || write(ready[1], "y", 1) != 1) _exit(1);
-            for (;;) pause();
-        }
-        close(ready[1]);
-        char status = 0;
-        EXPECT_EQ(read(ready[0], &status, 1), 1);
-        close(ready[0]);
-        return child;
-    }
-
     TemporaryDirectory directory_;
 };
 
@@ -158,7 +130,13 @@ TEST_F(SharedMutex, TimesOutInTriesOfAHundredMilliseconds) {
     LinuxSharedMutex mutex("lock");
     EXPECT_EQ(mutex.wait(0), SYNC_TIMED_OUT) << "no try at all, though it is free";
     EXPECT_EQ(mutex.wait(-5), SYNC_TIMED_OUT);
-    const pid_t holder = startHolder();
+    const pid_t holder = fork();
+    if (holder == 0) {
+        LinuxSharedMutex taken("lock");
+        taken.wait();
+        for (;;) pause();
+    }
+    while (mutex.wait(1) == 0) mutex.release();  // until it is the holder's
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(mutex.wait(250), SYNC_TIMED_OUT);
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(300))
