@@ -22,13 +22,6 @@ protected:
 };
 FSCANNER_BOTH_FORMS(HashIndex);
 
-TEST_P(HashIndex, KeysALargeNumberByItsLowHalf) {
-    for (const unsigned long long size : {7ULL, 7 + (1ULL << 32), 0xFFFFFFFFULL})
-        ASSERT_TRUE(insert({L"a", 0, size, 0}));
-    EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0));
-    EXPECT_THAT(chain(L"sizes", L"4294967295"), ElementsAre(2));
-}
-
 TEST_P(HashIndex, ListIsKeptOnDisk) {
     EXPECT_FALSE(table->addHashIndex(L"names", L"SIZE")) << "the name is taken";
     EXPECT_TRUE(table->addHashIndex(L"lost", L"NO SUCH FIELD")) << "deliberate";
@@ -61,25 +54,19 @@ TEST_P(HashIndex, FollowsItsFieldsThroughChanges) {
     ASSERT_TRUE(table->insert(values));
     table->removeHashIndex(L"names");
     ASSERT_TRUE(table->addHashIndex(L"paths", L"PATHID"));
+    values.as<Int64Field>(2)->value(7 + (1ULL << 32));
     ASSERT_TRUE(table->insert(values));
-    EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0));
+    EXPECT_THAT(chain(L"sizes", L"7"), ElementsAre(1, 0)) << "the low half alone is the key";
     EXPECT_THAT(chain(L"paths", L"9"), ElementsAre(1, 0));
     values.at(2)->setName(L"OTHER");
     EXPECT_FALSE(table->insert(values)) << "it is stored, but not in every index";
     EXPECT_THAT(ids(), ElementsAre(0, 1, 2));
-}
-
-TEST_P(HashIndex, StopsUpdatingAtAFieldThatIsMissing) {
-    Fields names;
-    names.add(L"NAME", FIELD_TEXT);
-    names.as<TextField>(0)->value(L"x");
-    ASSERT_TRUE(insert({L"y", 0, 0, 0}));
-    EXPECT_FALSE(table->hashIndexesUpdate(names, 0));
-    EXPECT_THAT(chain(L"names", L"X"), ElementsAre(0));
+    EXPECT_THAT(chain(L"paths", L"9"), ElementsAre(1, 0)) << "that comes after it";
     const auto detached = table->searchHashIndexForFieldName(L"SIZE", true);
     EXPECT_EQ(detached->getFieldName(), std::wstring(L"SIZE"));
     EXPECT_FALSE(isListed(L"sizes"));
-    EXPECT_TRUE(table->hashIndexesUpdate(names, 0));
+    EXPECT_TRUE(table->hashIndexesUpdate(values, 2));
+    EXPECT_THAT(chain(L"paths", L"9"), ElementsAre(2, 1, 0));
 }
 
 TEST(IndexFile, OpensClosesAndErases) {
@@ -87,7 +74,6 @@ TEST(IndexFile, OpensClosesAndErases) {
     const std::wstring where = toWide(directory.path().string());
     Index index(L"i", where.c_str(), L"F");
     unsigned id = 5, next = 5;
-    EXPECT_EQ(index.getIndexFullPathName(), where + L"/i.idx");
     EXPECT_FALSE(index.open() || index.close() || index.read(0, &id, &next) || index.write(0, 1));
     ASSERT_TRUE(index.create());
     EXPECT_FALSE(index.create() || index.erase());
