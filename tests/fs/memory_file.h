@@ -1,10 +1,14 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string>
 
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_serializator_file.h"
 #include "fscanner/platform/abstract_file.h"
 
 namespace fscanner {
@@ -46,5 +50,12 @@ public:
     unsigned largestRead = 0;
     bool closed = false;
 };
+
+inline std::string savedBytes(const FsFileInfo& record) {
+    MemoryFile file;
+    FsSerializator_OnFile out(&file, false);
+    EXPECT_EQ(record.saveObject(out), 0);
+    return file.bytes;
+}
 
 }  // namespace fscanner

@@ -6,8 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "fscanner/fs/fs_fileinfo.h"
-#include "fscanner/fs/fs_serializator_file.h"
 #include "memory_file.h"
 
 namespace fscanner {
@@ -19,13 +17,6 @@ using Text = std::unique_ptr<wchar_t[]>;
 template <std::size_t N>
 std::string raw(const char (&literal)[N]) {
     return {literal, N - 1};
-}
-
-std::string saved(const FsFileInfo& record) {
-    MemoryFile file;
-    FsSerializator_OnFile out(&file, false);
-    EXPECT_EQ(record.saveObject(out), 0);
-    return file.bytes;
 }
 
 // Every fact is another number.
@@ -131,7 +122,7 @@ TEST(Serializator, ClosesAFileThatItOwnsAndCopesWithNone) {
 }
 
 TEST(SavedRecord, HoldsEachFactInItsPlace) {
-    const std::string bytes = saved(fullRecord());
+    const std::string bytes = savedBytes(fullRecord());
     EXPECT_EQ(bytes, raw("\0\0\0\3/d\0\0\0\2n\0\0\3\xFF\0\0\x20\x16\x80\0\0\x12\0\0\0\x13"
                          "\x80\0\0\x14\x80\0\0\x15\x80\0\0\x16\xFF\xFF\xFF\xE9\0\0\0\x18"
                          "\0\0\0\x19\0\0\0\x1A"));
@@ -149,12 +140,12 @@ TEST(SavedRecord, HoldsEachFactInItsPlace) {
     EXPECT_EQ(record.getLastAccessTime(), -0x17);
     EXPECT_EQ(record.getCreateTime(), 0x18);
     EXPECT_EQ(record.getLastModifyTime(), 0x19);
-    EXPECT_EQ(saved(record), bytes);
+    EXPECT_EQ(savedBytes(record), bytes);
 }
 
 TEST(SavedRecord, CutAnywhereItFailsToLoadAndToSave) {
     const FsFileInfo whole = fullRecord();
-    const std::string bytes = saved(whole);
+    const std::string bytes = savedBytes(whole);
     for (std::size_t length = 0; length < bytes.size(); ++length) {
         MemoryFile cut(bytes.substr(0, length));
         FsSerializator_OnFile in(&cut, false);
@@ -171,7 +162,7 @@ TEST(SavedRecord, CutAnywhereItFailsToLoadAndToSave) {
 }
 
 TEST(SavedRecord, UnknownMaskBitsCarryNothing) {
-    std::string bytes = saved(fullRecord());
+    std::string bytes = savedBytes(fullRecord());
     bytes.replace(bytes.find("\3\xFF") - 2, 4, "\xFF\xFF\xFF\xFF");
     MemoryFile file(bytes);
     FsSerializator_OnFile in(&file, false);
