@@ -16,10 +16,10 @@ class ResultDirectory {
 public:
     ResultDirectory() : saved_(tempNameSource()) {
         prefix() = directory_ / "results";
+        count() = 0;
         tempNameSource().libraryName = [](char*) -> char* {
             static std::string name;
-            static int count = 0;
-            name = prefix() + std::to_string(count++);
+            name = prefix() + std::to_string(count()++);
             return name.data();
         };
     }
@@ -42,6 +42,10 @@ private:
     static std::string& prefix() {
         static std::string text;
         return text;
+    }
+    static int& count() {
+        static int number = 0;
+        return number;
     }
     TemporaryDirectory directory_;
     TempNameSource saved_;

@@ -23,23 +23,14 @@ using std::chrono::milliseconds;
 
 // A limit's milliseconds count as microseconds, and 1000 of those as a second.
 TEST(SyncDeadline, TakesMillisecondsForMicroseconds) {
-    struct Case {
-        timeval now;
-        long limit;
-        timespec deadline;
+    const auto deadline = [](timeval now, long limit) {
+        const timespec end = syncDeadline(now, limit);
+        return std::pair(end.tv_sec, end.tv_nsec);
     };
-    const Case cases[] = {
-        {{100, 500000}, 1500, {102, 499500000}},
-        {{100, 999}, 0, {100, 999000}},
-        {{100, 999}, 1, {101, 0}},
-        {{100, 400}, 2500, {102, 900000}},
-    };
-    for (const auto& [now, limit, expected] : cases) {
-        const timespec deadline = syncDeadline(now, limit);
-        EXPECT_EQ(std::pair(deadline.tv_sec, deadline.tv_nsec),
-                  std::pair(expected.tv_sec, expected.tv_nsec))
-            << now.tv_usec << " + " << limit;
-    }
+    EXPECT_EQ(deadline({100, 500000}, 1500), std::pair(102L, 499500000L));
+    EXPECT_EQ(deadline({100, 999}, 0), std::pair(100L, 999000L));
+    EXPECT_EQ(deadline({100, 999}, 1), std::pair(101L, 0L));
+    EXPECT_EQ(deadline({100, 400}, 2500), std::pair(102L, 900000L));
 }
 
 TEST(LinuxMutex, ExcludesObjectsOfItsNameOnly) {

@@ -183,17 +183,6 @@ protected:
     LinuxMmFile file{name.c_str()};
 };
 
-TEST_F(SealedFile, RefusedGrowthChangesNothing) {
-    seal(F_SEAL_GROW);
-    const std::string bytes(40000, 'x');
-    EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
-    EXPECT_EQ(file.tell(), 10);
-    EXPECT_EQ(file.logicalSize(), 10u);
-    EXPECT_EQ(file.write("abc", 3), 3u) << "there is room for that";
-    EXPECT_TRUE(file.close());
-    EXPECT_EQ(readWholeFile(name), "0123456789abc");
-}
-
 TEST_F(SealedFile, AfterAFailedCloseNothingIsTransferred) {
     seal(F_SEAL_SHRINK);
     EXPECT_FALSE(file.close());
