@@ -7,7 +7,7 @@
 #include "fscanner/discovery/drivehelper.h"
 #include "fscanner/discovery/mount_table.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/fs/debug.h"
+#include "support/log_capture.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {
@@ -26,18 +26,10 @@ private:
 };
 
 /// Collects the debug log for as long as it lives.
-class DebugLog {
-public:
-    DebugLog() { startDebug((directory_ / "log").c_str()); }
-    ~DebugLog() { stopDebug(); }
-
-    std::string text() const { return readWholeFile(directory_ / "log"); }
+struct DebugLog : LogCapture {
     bool has(const std::string& line) const {
         return ("\n" + text()).find("\n" + line + "\n") != std::string::npos;
     }
-
-private:
-    TemporaryDirectory directory_;
 };
 
 inline std::vector<MountEntry> mountsOf(const std::string& table) {
