@@ -157,29 +157,27 @@ TEST(AccumulatedPairs, CoverTheSearchedTreeExactlyOnceOverAnyMounts) {
 }
 
 TEST(PathLists, KeepTheLaterOfEqualEntries) {
-    std::vector<PathInfo> list = pathsOf({"/a+", "/b", "/a+"});
-    EXPECT_TRUE(PathHelper::removePathListDuplicate(list));
-    EXPECT_THAT(show(list), ElementsAre("/b", "/a+"));
-    list = pathsOf({"/a+", "/a", "/A"});
+    std::vector<PathInfo> list = pathsOf({"/a+", "/b", "/a+", "/a", "/A"});
     list.emplace_back(nullptr, false);
     list.emplace_back(L"", false);
+    EXPECT_TRUE(PathHelper::removePathListDuplicate(list));
+    EXPECT_EQ(list.size(), 6U);
+    EXPECT_EQ(show(list[1]), "/a+");
     EXPECT_FALSE(PathHelper::removePathListDuplicate(list));
-    EXPECT_EQ(list.size(), 5U);
 }
 
 TEST(PathLists, Merge) {
     const std::vector<PathInfo> source = pathsOf({"/a+", "/c", "/c"});
-    std::vector<PathInfo> list = pathsOf({"/a", "/b"});
-    PathHelper::appendPathList(list, source, false);
-    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/a+", "/c", "/c"));
-    list = pathsOf({"/a", "/b"});
-    PathHelper::appendPathList(list, source, true);
-    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/a+", "/c"));
-    list = pathsOf({"/a", "/b"});
-    PathHelper::pathAccumulator(list, source, false);
-    EXPECT_THAT(show(list), ElementsAre("/a", "/b", "/c"));
-    PathHelper::pathAccumulator(list, source, true);
-    EXPECT_THAT(show(list), ElementsAre("/a+", "/b", "/c"));
+    const auto merged = [&](auto merge, bool flag) {
+        std::vector<PathInfo> list = pathsOf({"/a", "/b"});
+        merge(list, source, flag);
+        return show(list);
+    };
+    EXPECT_THAT(merged(PathHelper::appendPathList, false),
+                ElementsAre("/a", "/b", "/a+", "/c", "/c"));
+    EXPECT_THAT(merged(PathHelper::appendPathList, true), ElementsAre("/a", "/b", "/a+", "/c"));
+    EXPECT_THAT(merged(PathHelper::pathAccumulator, false), ElementsAre("/a", "/b", "/c"));
+    EXPECT_THAT(merged(PathHelper::pathAccumulator, true), ElementsAre("/a+", "/b", "/c"));
 
     std::vector<PathDrive> pairs = {pairOf("/a", "/")};
     PathHelper::pathDriveAccumulator(pairs,
