@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
-#include <sstream>
-
 #include "discovery/fixtures.h"
 #include "engine/cache_user.h"
 #include "fscanner/engine/cache_query.h"
@@ -57,76 +55,6 @@ struct Asked {
         return query;
     }
 };
-
-template <typename T>
-void writeLine(std::ostream& out, const char* what, const std::vector<T>& list) {
-    if (list.empty()) return;
-    out << what;
-    for (const std::string& text : show(list)) out << " {" << text << "}";
-    out << "\n";
-}
-
-/// The plan of a query, with what each of its scans leaves out.
-std::string roadOf(const Asked& asked) {
-    FsQuery query;
-    asked.into(query);
-    QueryPlan plan;
-    EXPECT_TRUE(plan.discover());
-    plan.prune(query);
-    plan.resolve(query);
-    std::ostringstream road;
-    road << "searches " << plan.searched().size() << " of " << plan.mounted().size() << "\n";
-    writeLine(road, "resolved", plan.included().resolved);
-    writeLine(road, "nested", plan.included().parentResolved);
-    writeLine(road, "filtered", plan.included().excluded);
-    writeLine(road, "unresolved", plan.included().unresolved);
-    for (const PathDrive& pair : plan.pairs()) {
-        road << (QueryPlan::isLocal(pair) ? "local " : "remote ") << show(pair) << "\n";
-        writeLine(road, "  excludes", plan.exclusions(pair));
-        writeLine(road, "  stops at", plan.mountPoints(pair));
-    }
-    return road.str();
-}
-
-TEST(QueryPlan, LeadsFromEntriesToPairs) {
-    const PastedMountTable table(kMountTable);
-    struct Case {
-        Asked asked;
-        const char* road;
-    };
-    const std::vector<Case> cases = {
-        // Mounts that are not searched are not walked into from above.
-        {{{"/mnt+", "/boot+"}, {}, L"vfat"},
-         "searches 12 of 14\n"
-         "resolved {/mnt+ on /}\n"
-         "nested {/mnt/share+ on /mnt/share} {/mnt/nfs/disk+ on /mnt/nfs/disk}\n"
-         "filtered {/boot+ on /}\n"
-         "local /mnt+ on /\n"
-         "  stops at {/mnt/usb+} {/mnt/nfs+} {/mnt/share+}\n"
-         "local /mnt/share+ on /mnt/share\n"
-         "local /mnt/nfs/disk+ on /mnt/nfs/disk\n"},
-        {{{"$remote::/mnt"}}, "searches 14 of 14\nunresolved {$remote::/mnt}\n"},
-        // Exclusions hold for the drive group that they were written for, nested ones too.
-        {{{"$all::/mnt+"}, {"/mnt/nfs+", "$remote::/mnt/nfs/x"}},
-         "searches 14 of 14\n"
-         "resolved {/mnt+ on /}\n"
-         "nested {/mnt/usb+ on /mnt/usb} {/mnt/nfs+ on /mnt/nfs} {/mnt/share+ on /mnt/share} "
-         "{/mnt/nfs/disk+ on /mnt/nfs/disk}\n"
-         "local /mnt+ on /\n"
-         "  excludes {/mnt/nfs/disk+}\n"
-         "  stops at {/mnt/usb+} {/mnt/nfs+} {/mnt/share+}\n"
-         "local /mnt/usb+ on /mnt/usb\n"
-         "  excludes {/mnt/nfs/disk+}\n"
-         "remote /mnt/nfs+ on /mnt/nfs\n"
-         "  excludes {/mnt/nfs/x}\n"
-         "  stops at {/mnt/nfs/disk+}\n"
-         "local /mnt/share+ on /mnt/share\n"
-         "  excludes {/mnt/nfs/disk+}\n"
-         "local /mnt/nfs/disk+ on /mnt/nfs/disk\n"
-         "  excludes {/mnt/nfs/disk+}\n"},
-    };
-    for (const Case& c : cases) EXPECT_EQ(roadOf(c.asked), c.road);
-}
 
 TEST(KeptPlan, IsResolvedAgainOnlyWhenTheQueryChanges) {
     KeptPlan kept;

@@ -104,37 +104,16 @@ struct Tally {
     std::atomic<int> wrong;
     std::atomic<int> failed;
     std::atomic<int> twoWriters;
-};
-
-// A file that only the one writer may make; who was killed leaves it behind.
-class Witness {
-public:
-    Witness(std::string path, Tally& tally) : path_(std::move(path)), tally_(tally) {}
+    std::atomic<pid_t> writer;
+    std::atomic<pid_t> killed;  // the last one; the others are buried
 
     void enter() {
-        const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-        int file = -1;
-        while ((file = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)) < 0) {
-            const std::string owner = readWholeFile(path_);
-            const pid_t pid = owner.empty() ? 0 : std::stoi(owner);
-            const bool alive = pid > 0 && ::kill(pid, 0) == 0;
-            if (alive && std::chrono::steady_clock::now() > patience) ++tally_.twoWriters;
-            if (!alive || std::chrono::steady_clock::now() > patience) ::unlink(path_.c_str());
-            // The dead take a moment to be buried.
-            ::usleep(500);
-        }
-        const std::string own = std::to_string(::getpid());
-        if (::write(file, own.data(), own.size()) < 0) ++tally_.failed;
-        ::close(file);
+        const pid_t other = writer.exchange(::getpid());
+        if (other != 0 && other != killed && ::kill(other, 0) == 0) ++twoWriters;
     }
     void leave() {
-        if (readWholeFile(path_) != std::to_string(::getpid())) ++tally_.twoWriters;
-        ::unlink(path_.c_str());
+        if (writer.exchange(0) != ::getpid()) ++twoWriters;
     }
-
-private:
-    std::string path_;
-    Tally& tally_;
 };
 
 class ManyAtOnce : public testing::Test {
@@ -170,15 +149,14 @@ protected:
     int run(CollectingWriter& found, const FsQuery& query, unsigned age, bool kept) const {
         const auto cache = cacheAt(host.cacheDirectory());
         if (const int status = cache->lock(30000)) return status;
-        Witness witness(host.place.path("witness"), *tally);
-        witness.enter();
+        tally->enter();
         int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
         if (status == 0)
             status = kept ? cache->executeQueryEx(found, query, 60000, age)
                           : cache->executeQuery(found, query, 60000, age);
         cache->close();
         cache->compact();
-        witness.leave();
+        tally->leave();
         cache->unlock();
         return status;
     }
@@ -192,6 +170,14 @@ protected:
         const pid_t child = ::fork();
         if (child != 0) return child;
         for (std::mt19937 random(seed);;) searchOnce(random);
+    }
+    // The signal that ended it.
+    int end(pid_t child) const {
+        tally->killed = child;
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
     }
     // The IDs that directories have, and whether each is one's own.
     void expectExactCounter() const {
@@ -222,22 +208,16 @@ TEST_F(ManyAtOnce, GetRightAnswersWhoeverDies) {
     unsigned seed = 0;
     std::vector<pid_t> children;
     for (unsigned i = 0; i < kProcesses; ++i) children.push_back(start(++seed));
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(6 * faultScale());
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(6 * faultScale());
     int kills = 0;
-    while (std::chrono::steady_clock::now() < end) {
+    while (std::chrono::steady_clock::now() < deadline) {
         ::usleep(20000 + below(random, 200000));
         pid_t& child = children[below(random, kProcesses)];
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+        EXPECT_EQ(end(child), SIGKILL);
         ++kills;
         child = start(++seed);
     }
-    for (const pid_t child : children) {
-        ::kill(child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
-    }
+    for (const pid_t child : children) end(child);
     EXPECT_EQ(tally->wrong, 0);
     EXPECT_EQ(tally->failed, 0);
     EXPECT_EQ(tally->twoWriters, 0);
