@@ -178,7 +178,7 @@ TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
     EXPECT_THAT(status(), HasSubstr("state:      good"));
     // The reader is slow: the signal comes while standard output is full.
     const RunResult slow =
-        shell("{ timeout -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 1; cat > /dev/null; }");
+        shell("{ timeout -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 2; cat > /dev/null; }");
     EXPECT_EQ(slow.err, "124\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));
 }
