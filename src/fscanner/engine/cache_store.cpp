@@ -345,12 +345,14 @@ bool CacheStore::compact() {
         return false;
     }
     if (!files_ || !directories_) return false;
-    beginCacheUpdate();
+    // What will not be changed needs no mark.
+    if (compactionDue_) beginCacheUpdate();
     if (compactionDue_ && !beginChanges()) return false;
     const bool compacted =
         directories_->compact(kCompactionPercent) && files_->compact(kCompactionPercent);
+    if (!compactionDue_) return compacted;
     // A compaction that failed may have left files of two generations: the mark stays.
-    const bool onDisk = !compactionDue_ || syncDirectory(directory_);
+    const bool onDisk = syncDirectory(directory_);
     changed_ = false;
     if (compacted && onDisk) endCacheUpdate();
     return compacted && onDisk;
