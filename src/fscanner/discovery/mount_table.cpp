@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <utility>
 
 #include "fscanner/fs/debug.h"
+#include "fscanner/platform/small_file.h"
 
 namespace fscanner {
 
@@ -37,12 +36,15 @@ std::string decodeField(std::string_view field) {
         {{"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'}, {"\\134", '\\'}, {"\\\\", '\\'}}};
     std::string text;
     while (!field.empty()) {
-        std::pair<std::string_view, char> next = {field.substr(0, 1), field.front()};
-        for (const auto& escape : escapes) {
-            if (field.starts_with(escape.first)) next = escape;
-        }
-        text += next.second;
-        field.remove_prefix(next.first.size());
+        const std::string_view plain = field.substr(0, field.find('\\'));
+        text += plain;
+        field.remove_prefix(plain.size());
+        if (field.empty()) break;
+        const auto escape = std::find_if(escapes.begin(), escapes.end(), [field](const auto& one) {
+            return field.starts_with(one.first);
+        });
+        text += escape != escapes.end() ? escape->second : '\\';
+        field.remove_prefix(escape != escapes.end() ? escape->first.size() : 1);
     }
     return text;
 }
@@ -75,22 +77,6 @@ std::optional<MountEntry> parseLine(std::string_view line) {
     return entry;
 }
 
-/// The whole file, which may be one of /proc and have no size.
-std::optional<std::string> readFile(const char* path) {
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    const std::unique_ptr<std::FILE, Close> file(std::fopen(path, "re"));
-    if (!file) return std::nullopt;
-    std::string text;
-    std::array<char, 16384> block;
-    while (const std::size_t count = std::fread(block.data(), 1, block.size(), file.get())) {
-        text.append(block.data(), count);
-    }
-    if (std::ferror(file.get())) return std::nullopt;
-    return text;
-}
-
 }  // namespace
 
 const char* mountTablePath() {
@@ -111,10 +97,10 @@ void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
 
 bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
     debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
-    std::optional<std::string> text = readFile(mountTablePath());
+    std::optional<std::string> text = readWholeFile(mountTablePath());
     // What the file links to elsewhere is there also where nobody has made the link, as
     // in a system that was just unpacked.
-    if (!text && tablePath() == defaultMountTable) text = readFile("/proc/self/mounts");
+    if (!text && tablePath() == defaultMountTable) text = readWholeFile("/proc/self/mounts");
     if (text) parseMountTable(*text, list);
     debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
           static_cast<int>(list.size()));

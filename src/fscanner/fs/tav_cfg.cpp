@@ -2,18 +2,18 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
+#include <optional>
 
 #include "fscanner/fs/config_file.h"
 #include "fscanner/platform/shared_library.h"
+#include "fscanner/platform/small_file.h"
 
 namespace fscanner {
 
 namespace {
 
 constexpr const char* FILE_NAME = "fscanner/fscanner.conf";
-constexpr std::uintmax_t MAX_FILE_SIZE = 1 << 20;
+constexpr std::size_t MAX_FILE_SIZE = 1 << 20;
 
 struct LastError {
     TavCfg::Error code = TavCfg::NONE;
@@ -64,18 +64,12 @@ std::string userFile() {
 
 // Nothing but a regular file of a sensible size: a FIFO would block.
 ConfigSettings readFile(const std::string& path) {
-    std::error_code error;
-    std::ifstream file;
-    if (std::filesystem::is_regular_file(path, error) &&
-        std::filesystem::file_size(path, error) <= MAX_FILE_SIZE) {
-        file.open(path, std::ios::binary);
-    }
-    if (!file.is_open()) {
+    const std::optional<std::string> text = readWholeFile(path.c_str(), MAX_FILE_SIZE);
+    if (!text) {
         report(TavCfg::UNREADABLE, path + ": cannot be read");
         return {};
     }
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    ConfigSettings settings = parseConfig(text, path);
+    ConfigSettings settings = parseConfig(*text, path);
     if (!settings.error.empty()) report(TavCfg::MALFORMED, settings.error);
     return settings;
 }

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
 
@@ -13,17 +15,22 @@ namespace {
 
 constexpr mode_t kPrivate = 0600;
 
-Descriptor openNamed(const std::wstring& path, int flags) {
-    const int safely = O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-    return aboveStandardStreams(
-        Descriptor(open(toMultibyte(path).c_str(), flags | safely, kPrivate)));
+Descriptor openSafely(const char* path, int flags) {
+    return aboveStandardStreams(Descriptor(open(path, flags | O_CLOEXEC | O_NONBLOCK, kPrivate)));
 }
 
-Descriptor openSmall(const std::wstring& path, int flags) {
-    Descriptor file = openNamed(path, flags);
+Descriptor openNamed(const std::wstring& path, int flags) {
+    return openSafely(toMultibyte(path).c_str(), flags | O_NOFOLLOW);
+}
+
+Descriptor ifRegular(Descriptor file) {
     struct stat info {};
     if (file && (fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode))) return {};
     return file;
+}
+
+Descriptor openSmall(const std::wstring& path, int flags) {
+    return ifRegular(openNamed(path, flags));
 }
 
 bool syncOpen(const Descriptor& file) {
@@ -31,6 +38,19 @@ bool syncOpen(const Descriptor& file) {
 }
 
 }  // namespace
+
+std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
+    const Descriptor file = ifRegular(openSafely(path, O_RDONLY));
+    if (!file) return std::nullopt;
+    std::string text;
+    std::array<char, 16384> block;
+    ssize_t count = 0;
+    while ((count = read(file.get(), block.data(), block.size())) > 0) {
+        if (static_cast<std::size_t>(count) > limit - text.size()) return std::nullopt;
+        text.append(block.data(), static_cast<std::size_t>(count));
+    }
+    return count == 0 ? std::optional(std::move(text)) : std::nullopt;
+}
 
 bool nameExists(const std::wstring& path) {
     struct stat info {};

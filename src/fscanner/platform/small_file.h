@@ -1,8 +1,14 @@
 #pragma once
 
+#include <cstddef>
+#include <optional>
 #include <string>
 
 namespace fscanner {
+
+/// The content of a regular file, or of what a link leads to, which may be one of /proc
+/// and have no size. Nothing where it cannot be read or is longer than `limit` bytes.
+std::optional<std::string> readWholeFile(const char* path, std::size_t limit = std::string::npos);
 
 /// Marks and counters: files of a few bytes that are written whole. Links are not
 /// followed, and only regular files are read or written.
