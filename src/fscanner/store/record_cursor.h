@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,6 +40,8 @@ public:
     bool remove() { return table_.remove(id_); }
 
     bool walksIndex() const { return index_ != nullptr; }
+    /// See `RecordSet::visitOnly`.
+    void visitOnly(std::vector<unsigned> ids) { visited_ = std::move(ids); }
     /// See `RecordSet::readLazily`.
     void readLazily() { lazy_ = buffer_.count() <= 64; }
 
@@ -61,6 +64,8 @@ private:
     void prepareChecks();
     bool first();
     bool next();
+    bool nextVisited();
+    bool scans() const { return !walksIndex() && !visited_; }
     template <typename Step>
     bool findMatch(bool found, Step step);
     Verdict tryRecord();
@@ -79,6 +84,8 @@ private:
     std::wstring key_;
     unsigned nextSlot_ = Index::NONE;
     std::shared_ptr<Index> index_;
+    std::optional<std::vector<unsigned>> visited_;
+    std::size_t nextVisit_ = 0;
     bool flag_ = false;
     bool active_ = false;
     bool refused_ = false;  // no compiling criteria, or no sound index: nothing matches
