@@ -25,9 +25,12 @@ std::size_t appendAscii(std::string& bytes, std::wstring_view text) {
         if (all >= 0x80) break;
         bytes.append(narrow, block);
     }
-    for (; done < text.size() && static_cast<std::uint32_t>(text[done]) < 0x80; ++done)
-        bytes += static_cast<char>(text[done]);
-    return done;
+    const std::wstring_view rest = text.substr(done, block);
+    std::size_t count = 0;
+    for (; count < rest.size() && static_cast<std::uint32_t>(rest[count]) < 0x80; ++count)
+        narrow[count] = static_cast<char>(rest[count]);
+    bytes.append(narrow, count);
+    return done + count;
 }
 
 }  // namespace

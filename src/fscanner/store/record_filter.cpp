@@ -165,10 +165,14 @@ RecordFilter::Verdict RecordFilter::judgeFrom(const RecordLayout& layout,
         layout, [&](auto encoding) { return judgeAllAs<decltype(encoding)>(layout, records, id); });
 }
 
+/// So many records fill some cache lines: what is asked for now is there in time.
+constexpr unsigned AHEAD = 24;
+
 template <typename Encoding>
 RecordFilter::Verdict RecordFilter::judgeAllAs(const RecordLayout& layout,
                                                const StoredRecords& records, unsigned& id) const {
     for (unsigned next = id; next < records.count; ++next) {
+        records.prefetch(next + AHEAD);
         const unsigned offset = records.offset(next);
         if (offset == StoredRecords::REMOVED) continue;
         id = next;
