@@ -95,6 +95,8 @@ RecordFilter::RecordFilter(const Tree& criteria, const Fields& schema, bool case
     gather(criteria.getRoot(), schema, caseSensitive);
     std::stable_sort(conditions_.begin(), conditions_.end(),
                      [](const auto& a, const auto& b) { return a.field < b.field; });
+    testsOnlyTheFirstText_ =
+        conditions_.size() == 1 && conditions_[0].isText && conditions_[0].field == 0;
 }
 
 /// All that stands under the "&&" at the top. A tree may be deep: no recursion.
@@ -140,6 +142,14 @@ bool RecordFilter::add(const TreeNode* relation, const Fields& schema, bool case
     return true;
 }
 
+[[gnu::always_inline]] inline RecordFilter::Verdict RecordFilter::judgeText(
+    const Condition& condition, const StoredText& text) {
+    const TextTest& test = condition.text;
+    if (!test.isSureOf(text_test::examine(text))) return Verdict::unsure;
+    if (test.holds(text) != (condition.relation == COMPARE_EQUAL)) return Verdict::noMatch;
+    return test.holdsForSure ? Verdict::match : Verdict::unsure;
+}
+
 bool RecordFilter::dismisses(unsigned field, const StoredText& text) const {
     return std::any_of(conditions_.begin(), conditions_.end(), [&](const Condition& condition) {
         return condition.isText && condition.field == field &&
@@ -171,6 +181,7 @@ constexpr unsigned AHEAD = 24;
 template <typename Encoding>
 RecordFilter::Verdict RecordFilter::judgeAllAs(const RecordLayout& layout,
                                                const StoredRecords& records, unsigned& id) const {
+    if (testsOnlyTheFirstText_) return judgeFirstTexts<Encoding>(layout, records, id);
     for (unsigned next = id; next < records.count; ++next) {
         records.prefetch(next + AHEAD);
         const unsigned offset = records.offset(next);
@@ -180,6 +191,35 @@ RecordFilter::Verdict RecordFilter::judgeAllAs(const RecordLayout& layout,
         if (verdict != Verdict::noMatch) return verdict;
     }
     return Verdict::noMatch;
+}
+
+/// The same where all that counts is a text at the start of each record, as it is when files
+/// are searched by name: a loop that has room for nothing else.
+template <typename Encoding>
+RecordFilter::Verdict RecordFilter::judgeFirstTexts(const RecordLayout& layout,
+                                                    const StoredRecords& records,
+                                                    unsigned& id) const {
+    const Condition& condition = conditions_.front();
+    const std::size_t bitmap = layout.bitmapLength;
+    Verdict verdict = Verdict::noMatch;
+    unsigned last = id;
+    for (unsigned next = id; next < records.count && verdict == Verdict::noMatch; ++next) {
+        records.prefetch(next + AHEAD);
+        const unsigned offset = records.offset(next);
+        if (offset == StoredRecords::REMOVED) continue;
+        last = next;
+        ByteRange record = records.from(offset);
+        std::uint64_t size = 0;
+        if (!record.take(bitmap) || !Encoding::readLength(record, size) ||
+            size > std::min<std::size_t>(record.left(), 0xFFFF)) {
+            verdict = Verdict::unsure;
+            break;
+        }
+        verdict =
+            judgeText(condition, {reinterpret_cast<const char*>(record.at()), size, record.left()});
+    }
+    id = last;
+    return isWhole_ || verdict == Verdict::noMatch ? verdict : Verdict::unsure;
 }
 
 /// Numbers are compared as they are met, texts behind them: that takes longer.
@@ -213,13 +253,6 @@ RecordFilter::Verdict RecordFilter::judgeTexts(const StoredText* texts) const {
         if (one == Verdict::unsure) verdict = one;
     }
     return verdict;
-}
-
-RecordFilter::Verdict RecordFilter::judgeText(const Condition& condition, const StoredText& text) {
-    const TextTest& test = condition.text;
-    if (!test.isSureOf(text_test::examine(text))) return Verdict::unsure;
-    if (test.holds(text) != (condition.relation == COMPARE_EQUAL)) return Verdict::noMatch;
-    return test.holdsForSure ? Verdict::match : Verdict::unsure;
 }
 
 }  // namespace fscanner

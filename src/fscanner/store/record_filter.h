@@ -86,13 +86,17 @@ private:
     template <typename Encoding>
     Verdict judgeAllAs(const RecordLayout& layout, const StoredRecords& records,
                        unsigned& id) const;
+    template <typename Encoding>
+    Verdict judgeFirstTexts(const RecordLayout& layout, const StoredRecords& records,
+                            unsigned& id) const;
     Verdict wholeVerdict() const { return isWhole_ ? Verdict::match : Verdict::unsure; }
     Verdict judgeTexts(const StoredText* texts) const;
     static Verdict judgeText(const Condition& condition, const StoredText& text);
 
     std::vector<Condition> conditions_;  // in the order of their fields
     unsigned texts_ = 0;                 // how many of them test a text
-    bool isWhole_ = true;                // the criteria holds nothing else
+    bool testsOnlyTheFirstText_ = false;
+    bool isWhole_ = true;  // the criteria holds nothing else
 };
 
 }  // namespace fscanner

@@ -170,7 +170,7 @@ inline bool contains(const StoredText& stored, std::string_view literal, bool fo
 struct TextTest {
     enum class Kind { exact, prefix, suffix, contains };
 
-    bool holds(const StoredText& stored) const {
+    [[gnu::always_inline]] bool holds(const StoredText& stored) const {
         const std::string_view text = stored.view();
         if (kind == Kind::contains) return text_test::contains(stored, literal, fold);
         if (text.size() < literal.size()) return false;
