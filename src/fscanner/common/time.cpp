@@ -10,6 +10,16 @@ timeval systemClock() {
     return now;
 }
 
+timeval coarseClock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return {now.tv_sec, now.tv_nsec / 1000};
+}
+
+unsigned milliseconds(const timeval& time) {
+    return static_cast<unsigned>(time.tv_sec * 1000LL + time.tv_usec / 1000);
+}
+
 ClockSource clockSource = systemClock;
 
 }  // namespace
@@ -19,8 +29,11 @@ void setClockSource(ClockSource source) {
 }
 
 unsigned getTickCount() {
-    const timeval now = clockSource();
-    return static_cast<unsigned>(now.tv_sec * 1000LL + now.tv_usec / 1000);
+    return milliseconds(clockSource());
+}
+
+unsigned getCoarseTickCount() {
+    return milliseconds(clockSource == systemClock ? coarseClock() : clockSource());
 }
 
 long elapsedTime(timeval start, timeval end) {

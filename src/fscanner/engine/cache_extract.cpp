@@ -175,7 +175,7 @@ int Extraction::run() {
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
-    startTick_ = toldTick_ = getTickCount();
+    startTick_ = toldTick_ = getCoarseTickCount();
     if (!files.walksIndex() && !readsSmallTrees() && !store_.files().checkOffsets())
         return FS_CACHE_UNUSABLE;
     bool found = files.moveFirst();
@@ -302,7 +302,7 @@ void Extraction::noteUndecided() {
 }
 
 bool Extraction::hasTime() const {
-    const unsigned elapsed = getTickCount() - startTick_;
+    const unsigned elapsed = getCoarseTickCount() - startTick_;
     return static_cast<long long>(request_.timeout) - elapsed >= 1;
 }
 
@@ -312,7 +312,7 @@ bool Extraction::goesOn() {
     constexpr unsigned interval = 100;
     ++files_;
     FsScanObserver* const observer = scanObserver();
-    const unsigned now = getTickCount();
+    const unsigned now = getCoarseTickCount();
     if (!observer || now - toldTick_ < interval) return true;
     toldTick_ = now;
     return observer->progress({chain_.path().c_str(), files_, 0, now - startTick_});
