@@ -16,9 +16,10 @@ struct FileFacts {
     bool none() const { return !known && attributes == 0 && size == 0; }
 };
 
-/// Which facts matches have to come with: none, what the search knows, which may come
-/// from a cache, or what the file system says now.
-enum class FactsNeeded { none, known, examined };
+/// What matches have to come with: nothing at all, to be counted, or their paths and no
+/// facts, those that the search knows, which may come from a cache, or those that the file
+/// system tells now.
+enum class FactsNeeded { count, none, known, examined };
 
 /// A file that is to be reported.
 struct Match {

@@ -37,13 +37,19 @@ bool Matches::nameFits(const wchar_t* name) const {
     return names_.accepts(name);
 }
 
+bool Matches::confirmsName(const wchar_t* name) const {
+    return names_.confirms(name);
+}
+
 void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
     if (directory_ != directory) enter(directory);
     if (!owned_ || excludes_.cover(directory_, name)) return;
     if (!filters_.accept(directory_, name, record)) return;
-    path_.resize(prefixLength_);
-    appendBytes(path_, name);
-    const bool bare = needed_ == FactsNeeded::none || record == nullptr;
+    if (needPath()) {
+        path_.resize(prefixLength_);
+        appendBytes(path_, name);
+    }
+    const bool bare = needed_ <= FactsNeeded::none || record == nullptr;
     const FileFacts facts = bare ? FileFacts() : factsOf(*record, needed_);
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
@@ -53,6 +59,7 @@ void Matches::enter(const wchar_t* directory) {
     directory_ = directory;
     const std::wstring_view path = withoutFinalSlash(directory_);
     owned_ = root_->owns(path);
+    if (!needPath()) return;
     path_.clear();
     root_->appendShown(path, path_);
     if (!path_.ends_with('/')) path_ += '/';
@@ -78,7 +85,7 @@ int MatchWriter::addRecord(const FsFileInfo& record) {
 }
 
 int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record) {
-    if (!matches_.nameFits(name)) return 0;
+    if (!matches_.confirmsName(name)) return 0;
     line_.erase();
     matches_.add(path, name, record);
     return 0;

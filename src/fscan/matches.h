@@ -24,8 +24,10 @@ public:
     const SearchRoot& root() const { return *root_; }
 
     bool nameFits(const wchar_t* name) const;
+    /// The same of a match of the engine's.
+    bool confirmsName(const wchar_t* name) const;
     /// Whether `add` needs more than the path.
-    bool needRecords() const { return needed_ != FactsNeeded::none || filters_.needRecords(); }
+    bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needRecords(); }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
     /// Passes the file on, unless another root reports it or it is left out. `record`
@@ -34,6 +36,7 @@ public:
 
 private:
     void enter(const wchar_t* directory);
+    bool needPath() const { return needed_ != FactsNeeded::count; }
 
     const Excludes& excludes_;
     const NameFilter& names_;

@@ -19,9 +19,12 @@ public:
     /// The criteria that all matching names satisfy; empty where all names match.
     std::wstring criteria() const;
     bool accepts(const wchar_t* name) const;
+    /// The same of a name that satisfies the criteria, which is nearly always enough.
+    bool confirms(const wchar_t* name) const;
 
 private:
     std::vector<std::wstring> globs_;
+    bool exact_ = true;  // the criteria says all that the patterns do
     bool caseSensitive_;
 };
 

@@ -60,7 +60,7 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Options& options, Output& out,
         complain("--format: " + error);
         return nullptr;
     }
-    if (!options.countOnly) needed = form->needsFacts();
+    needed = options.countOnly ? FactsNeeded::count : form->needsFacts();
     return std::make_unique<RecordPrinter>(options, std::move(form), out);
 }
 

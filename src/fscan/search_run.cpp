@@ -42,7 +42,8 @@ MatchSink& firstSink(SortedMatches* sorter, MatchConsumer& consumer) {
 }
 
 FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
-    return options.sortKey == SortKey::size ? FactsNeeded::examined : toShow;
+    const bool bySize = options.sortKey == SortKey::size && !options.countOnly;
+    return bySize ? FactsNeeded::examined : toShow;
 }
 
 }  // namespace

@@ -187,12 +187,10 @@ void appendMultibyte(std::string& out, std::wstring_view text) {
     text.remove_prefix(narrowAscii(out, text));
     if (text.empty()) return;
     const Codeset codeset = currentCodeset();
-    for (const wchar_t c : text) {
-        if (isAscii(c)) {
-            out += static_cast<char>(c);
-        } else {
-            encodeCharacter(out, c, codeset);
-        }
+    while (!text.empty()) {
+        encodeCharacter(out, text.front(), codeset);
+        text.remove_prefix(1);
+        text.remove_prefix(narrowAscii(out, text));
     }
 }
 
