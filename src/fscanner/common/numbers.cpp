@@ -31,7 +31,7 @@ void setBit(unsigned char index, char* bits) {
 int hash(const wchar_t* s, int n) {
     unsigned h = 0;
     do {
-        h = h * 37 + static_cast<unsigned>(*s);
+        h = hashStep(h, *s);
     } while (*s++ != 0);
     return hash(h, n);
 }

@@ -15,6 +15,10 @@ unsigned long long decompressInt(const char* bytes);
 bool checkBit(unsigned char index, const char* bits);
 void setBit(unsigned char index, char* bits);
 
+/// What a text's hash becomes by its next character.
+inline unsigned hashStep(unsigned h, wchar_t c) {
+    return h * 37 + static_cast<unsigned>(c);
+}
 /// Bucket of a text, 0 to n-1, for n > 0. The terminator counts: a last step times 37.
 int hash(const wchar_t* s, int n);
 /// Bucket of a number taken as a signed 32-bit integer.

@@ -71,13 +71,6 @@ bool compareByCode(T v, unsigned op, T r) {
     }
 }
 
-// "i" is the one ASCII letter whose capital depends on the locale.
-wchar_t upper(wchar_t c) {
-    const auto code = static_cast<wint_t>(c);
-    if (code < 0x80 && c != L'i') return code - L'a' < 26u ? static_cast<wchar_t>(code - 32) : c;
-    return static_cast<wchar_t>(std::towupper(code));
-}
-
 }  // namespace
 
 bool checkSimpleExpression(unsigned char v, unsigned op, unsigned char r) {
@@ -104,7 +97,7 @@ bool checkSimpleExpression(const wchar_t* v, unsigned op, const wchar_t* r, bool
 
 void wcsupper(const wchar_t* src, wchar_t* dst) {
     do {
-        *dst++ = upper(*src);
+        *dst++ = upperCase(*src);
     } while (*src++ != 0);
 }
 

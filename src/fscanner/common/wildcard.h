@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cwctype>
+
 namespace fscanner {
 
 /// Comparison and wildcard matching of terminated wide strings.
@@ -50,6 +52,12 @@ bool checkSimpleExpression(unsigned long long v, unsigned op, unsigned long long
 /// `v op r` on texts. For "==" and "!=" the reference `r` is a pattern.
 bool checkSimpleExpression(const wchar_t* v, unsigned op, const wchar_t* r, bool caseSensitive);
 
+/// `towupper`; "i" is the one ASCII letter whose capital depends on the locale.
+inline wchar_t upperCase(wchar_t c) {
+    const auto code = static_cast<wint_t>(c);
+    if (code < 0x80 && c != L'i') return code - L'a' < 26u ? static_cast<wchar_t>(code - 32) : c;
+    return static_cast<wchar_t>(std::towupper(code));
+}
 /// Copies `src` to `dst` in upper case (`towupper`), terminator included.
 void wcsupper(const wchar_t* src, wchar_t* dst);
 /// The same in place.

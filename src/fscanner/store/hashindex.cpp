@@ -114,32 +114,50 @@ bool Index::isFollower(unsigned slot, unsigned next) const {
     return next >= BUCKETS && next < limit;
 }
 
-bool makeIndexKey(const Field& field, std::wstring& key) {
-    key.resize(MAX_DECIMAL);
+namespace {
+
+/// What stands for the value of an integer field; nothing for other fields.
+std::optional<unsigned> keyNumber(const Field& field) {
     switch (field.type()) {
         case FIELD_INT8:
-            wcs_itoa(static_cast<const Int8Field&>(field).value(), key.data());
-            break;
+            return static_cast<const Int8Field&>(field).value();
         case FIELD_INT16:
-            wcs_itoa(static_cast<const Int16Field&>(field).value(), key.data());
-            break;
+            return static_cast<const Int16Field&>(field).value();
         case FIELD_INT32:
-            wcs_itoa(static_cast<const Int32Field&>(field).value(), key.data());
-            break;
+            return static_cast<const Int32Field&>(field).value();
         case FIELD_INT64:
             // The low half alone, deliberately: values that differ above it share a key.
-            wcs_itoa(static_cast<unsigned>(static_cast<const Int64Field&>(field).value()),
-                     key.data());
-            break;
-        case FIELD_TEXT:
-            key.assign(static_cast<const TextField&>(field).view());
-            wcsupper(key.data());
-            return true;
+            return static_cast<unsigned>(static_cast<const Int64Field&>(field).value());
         default:
-            return false;
+            return std::nullopt;
     }
-    key.resize(std::wcslen(key.c_str()));
+}
+
+}  // namespace
+
+bool makeIndexKey(const Field& field, std::wstring& key) {
+    if (const std::optional<unsigned> number = keyNumber(field)) {
+        wchar_t decimal[MAX_DECIMAL];
+        key = wcs_itoa(*number, decimal);
+        return true;
+    }
+    if (field.type() != FIELD_TEXT) return false;
+    key.assign(static_cast<const TextField&>(field).view());
+    wcsupper(key.data());
     return true;
+}
+
+// Each record that is inserted comes through here: no key is made.
+std::optional<unsigned> indexBucket(const Field& field) {
+    if (const std::optional<unsigned> number = keyNumber(field)) {
+        wchar_t decimal[MAX_DECIMAL];
+        return indexBucket(wcs_itoa(*number, decimal));
+    }
+    if (field.type() != FIELD_TEXT) return std::nullopt;
+    unsigned h = 0;
+    for (const wchar_t c : static_cast<const TextField&>(field).view())
+        h = hashStep(h, upperCase(c));
+    return static_cast<unsigned>(hash(hashStep(h, L'\0'), static_cast<int>(Index::BUCKETS)));
 }
 
 unsigned indexBucket(const wchar_t* key) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -92,5 +93,7 @@ using IndexList = std::vector<std::shared_ptr<Index>>;
 bool makeIndexKey(const Field& field, std::wstring& key);
 /// The bucket of a key in key form.
 unsigned indexBucket(const wchar_t* key);
+/// The bucket of a field's key; nothing for a field of an unknown type.
+std::optional<unsigned> indexBucket(const Field& field);
 
 }  // namespace fscanner

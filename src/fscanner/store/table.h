@@ -228,7 +228,6 @@ private:
     std::vector<const Field*> indexFields_;
     std::uint64_t boundRevision_ = 0;
     std::uint64_t boundRenames_ = 0;
-    std::wstring key_;
     std::vector<std::unique_ptr<__recordSet>> recordSets_;
     std::unique_ptr<AbstractSync> mutex_;
 };

@@ -159,8 +159,8 @@ bool FS_Table::fillIndex(Index& index, unsigned field) {
         if (codec_.decodeSome(bytes, values, wanted) != DecodeResult::ok) {
             return reportDamage("a record");
         }
-        if (!makeIndexKey(*values.at(field), key_)) return false;
-        if (!index.write(indexBucket(key_.c_str()), id)) return false;
+        const std::optional<unsigned> bucket = indexBucket(*values.at(field));
+        if (!bucket || !index.write(*bucket, id)) return false;
     }
     return true;
 }
@@ -184,8 +184,8 @@ bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
         const Field* field = indexFields_[i];
         if (!field) return false;
         if (field->isNull()) continue;
-        if (!makeIndexKey(*field, key_)) return false;
-        if (!indexes_[i]->write(indexBucket(key_.c_str()), recordId)) return false;
+        const std::optional<unsigned> bucket = indexBucket(*field);
+        if (!bucket || !indexes_[i]->write(*bucket, recordId)) return false;
     }
     return true;
 }
