@@ -137,6 +137,8 @@ TEST_F(CacheTreeTest, FilesOfSmallTreesComeInTheTablesOrder) {
     for (unsigned id = 10; id < 30; ++id) directory(id, std::to_wstring(id).c_str(), 5);
     EXPECT_EQ(of({{L"/ab", true}}), std::nullopt);
     EXPECT_EQ(of({{L"/ab", false}}), (Files{{2}}));
+    for (int i = 0; i < 1100; ++i) file(5);
+    EXPECT_EQ(of({{L"/ab", false}}), std::nullopt);
     // A circle of a damaged table.
     directory(2, L"again", 4);
     EXPECT_EQ(of({{L"/a", true}}), std::nullopt);
