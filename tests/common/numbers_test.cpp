@@ -101,8 +101,9 @@ TEST(Evaluator, EvaluatesOrFails) {
 
 TEST(Evaluator, BoundsItsDepth) {
     Evaluator evaluator;
-    EXPECT_TRUE(
-        evaluator.execute((std::wstring(900, L'(') + L'1' + std::wstring(900, L')')).c_str()));
+    std::wstring deep(900, L'(');
+    deep.append(1, L'1').append(900, L')');
+    EXPECT_TRUE(evaluator.execute(deep.c_str()));
     for (const wchar_t c : {L'(', L'!'}) {
         EXPECT_FALSE(evaluator.execute(std::wstring(5'000'000, c).c_str()));
         EXPECT_TRUE(evaluator.error());

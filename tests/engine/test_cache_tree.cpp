@@ -8,7 +8,6 @@
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/directory_chain.h"
-#include "fscanner/engine/small_trees.h"
 
 namespace fscanner {
 namespace {
@@ -23,12 +22,6 @@ protected:
         records.setFieldAsString(DIRECTORIES_PATHNAME, name);
         records.setFieldAsInt32(DIRECTORIES_PARENTID, parent);
         records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
-        EXPECT_TRUE(records.insert());
-    }
-    void file(unsigned directory) {
-        RecordSet& records = store.filesRecords();
-        records.setFieldAsString(FILES_FILENAME, L"f");
-        records.setFieldAsInt32(FILES_PATHID, directory);
         EXPECT_TRUE(records.insert());
     }
     /// The ID of a path, 0 when it is not there.
@@ -112,36 +105,6 @@ TEST_F(CacheTreeTest, ChainsOfParentsAgreeWithPathsById) {
         found += entered;
     }
     EXPECT_GT(found, 500U);
-}
-
-TEST_F(CacheTreeTest, FilesOfSmallTreesComeInTheTablesOrder) {
-    directory(1, L"/", 0);
-    directory(2, L"a", 1);
-    directory(3, L"b", 2);
-    directory(4, L"c", 3);
-    directory(5, L"ab", 1);
-    for (const unsigned id : {4U, 2U, 5U, 3U, 2U, 1U, 4U}) file(id);
-    using Files = std::optional<std::vector<unsigned>>;
-    const auto of = [&](const std::vector<PathInfo>& paths, DriveType type = DRIVE_LOCAL) {
-        std::vector<PathDrive> pairs;
-        for (const PathInfo& path : paths) pairs.push_back({path, {L"/:", type, L"ext4"}});
-        return filesOfSmallTrees(store, tree, pairs);
-    };
-    EXPECT_EQ(of({{L"/a", true}}), (Files{{0, 1, 3, 4, 6}}));
-    EXPECT_EQ(of({{L"/a", false}}), (Files{{1, 4}}));
-    EXPECT_EQ(of({{L"/a/b", true}, {L"/ab", true}, {L"/a/b/c", true}}), (Files{{0, 2, 3, 6}}));
-    EXPECT_EQ(of({{L"/none", true}}), Files{std::vector<unsigned>()});
-    EXPECT_EQ(of({{L"/a", true}}, DRIVE_REMOTE), Files{std::vector<unsigned>()});
-    EXPECT_EQ(of({{L"/a*", true}}), std::nullopt);
-
-    for (unsigned id = 10; id < 30; ++id) directory(id, std::to_wstring(id).c_str(), 5);
-    EXPECT_EQ(of({{L"/ab", true}}), std::nullopt);
-    EXPECT_EQ(of({{L"/ab", false}}), (Files{{2}}));
-    for (int i = 0; i < 1100; ++i) file(5);
-    EXPECT_EQ(of({{L"/ab", false}}), std::nullopt);
-    // A circle of a damaged table.
-    directory(2, L"again", 4);
-    EXPECT_EQ(of({{L"/a", true}}), std::nullopt);
 }
 
 }  // namespace

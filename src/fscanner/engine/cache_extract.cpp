@@ -14,7 +14,6 @@
 #include "fscanner/engine/directory_chain.h"
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
-#include "fscanner/engine/small_trees.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_resultset.h"
@@ -103,7 +102,6 @@ public:
     Extraction(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
                const ExtractionRequest& request)
         : store_(store),
-          tree_(tree),
           writer_(writer),
           request_(request),
           chain_(store),
@@ -118,7 +116,6 @@ public:
 private:
     enum class Directory { accepted, refused, missing };
 
-    bool readsSmallTrees();
     int take(bool matched);
     static int interrupted();
     Directory enter(unsigned pathId);
@@ -134,7 +131,6 @@ private:
     void noteUndecided();
 
     CacheStore& store_;
-    CacheTree& tree_;
     FsResultSetWriter& writer_;
     const ExtractionRequest& request_;
     DirectoryChain chain_;
@@ -176,20 +172,12 @@ int Extraction::run() {
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
-    if (!files.walksIndex() && !readsSmallTrees() && !store_.files().checkOffsets())
-        return FS_CACHE_UNUSABLE;
+    // A lookup meets few of the offsets; who reads all records must not miss one.
+    if (!files.walksIndex() && !store_.files().checkOffsets()) return FS_CACHE_UNUSABLE;
     bool found = files.moveFirst();
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;
     return FS_CACHE_SUCCESS;
-}
-
-// A lookup meets few of the offsets; who reads all records must not miss one.
-bool Extraction::readsSmallTrees() {
-    auto records = filesOfSmallTrees(store_, tree_, request_.pairs);
-    if (!records) return false;
-    store_.filesRecords().visitOnly(std::move(*records));
-    return true;
 }
 
 int Extraction::take(bool matched) {

@@ -14,7 +14,6 @@ bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     const std::shared_ptr<Index> walked = std::move(index_);
     key_.clear();
     undecided_ = nullptr;
-    visited_.reset();
     filter_ = {};
     fetchAll();
     lazy_ = false;
@@ -64,22 +63,13 @@ void __recordSet::selectIndex() {
 // ---- Moves ------------------------------------------------------------------
 
 bool __recordSet::first() {
-    nextVisit_ = 0;
-    if (visited_) return nextVisited();
     if (!walksIndex()) return table_.moveFirst(id_);
     return table_.hashIndex_moveFirst(*index_, key_.c_str(), id_, nextSlot_);
 }
 
 bool __recordSet::next() {
-    if (visited_) return nextVisited();
     if (!walksIndex()) return table_.moveNext(id_);
     return table_.hashIndex_moveNext(*index_, id_, nextSlot_);
-}
-
-bool __recordSet::nextVisited() {
-    if (nextVisit_ == visited_->size()) return false;
-    id_ = (*visited_)[nextVisit_++];
-    return true;
 }
 
 bool __recordSet::moveFirst() {
@@ -95,13 +85,13 @@ bool __recordSet::moveNext() {
 }
 
 bool __recordSet::findForwards(bool found) {
-    if (scans() && !filter_.isEmpty()) return scanTable(found);
+    if (!walksIndex() && !filter_.isEmpty()) return scanTable(found);
     return findMatch(found, [this] { return next(); });
 }
 
 bool __recordSet::movePrevious() {
     const auto step = [this] { return table_.movePrevious(id_); };
-    if (refused_ || !scans() || !findMatch(step(), step)) return false;
+    if (refused_ || walksIndex() || !findMatch(step(), step)) return false;
     --position_;
     return true;
 }

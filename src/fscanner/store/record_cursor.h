@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,8 +39,6 @@ public:
     bool remove() { return table_.remove(id_); }
 
     bool walksIndex() const { return index_ != nullptr; }
-    /// See `RecordSet::visitOnly`.
-    void visitOnly(std::vector<unsigned> ids) { visited_ = std::move(ids); }
     /// See `RecordSet::readLazily`.
     void readLazily() { lazy_ = buffer_.count() <= 64; }
 
@@ -64,8 +61,6 @@ private:
     void prepareChecks();
     bool first();
     bool next();
-    bool nextVisited();
-    bool scans() const { return !walksIndex() && !visited_; }
     template <typename Step>
     bool findMatch(bool found, Step step);
     Verdict tryRecord();
@@ -84,8 +79,6 @@ private:
     std::wstring key_;
     unsigned nextSlot_ = Index::NONE;
     std::shared_ptr<Index> index_;
-    std::optional<std::vector<unsigned>> visited_;
-    std::size_t nextVisit_ = 0;
     bool flag_ = false;
     bool active_ = false;
     bool refused_ = false;  // no compiling criteria, or no sound index: nothing matches

@@ -14,10 +14,6 @@ void RecordSet::onUndecided(std::function<void()> handler) {
     if (recordSet_) recordSet_->onUndecided(std::move(handler));
 }
 
-void RecordSet::visitOnly(std::vector<unsigned> ids) {
-    if (recordSet_) recordSet_->visitOnly(std::move(ids));
-}
-
 void RecordSet::readLazily() {
     if (recordSet_) recordSet_->readLazily();
 }

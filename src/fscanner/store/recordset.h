@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <memory>
-#include <vector>
 
 #include "fscanner/expr/criteria.h"
 #include "fscanner/store/fields.h"
@@ -38,10 +37,6 @@ public:
     /// Nothing may change the table meanwhile, and the criteria's own fields, unless
     /// it is checked by a move, are not up to date.
     void readLazily();
-
-    /// Until the next `setCriteria`, moves visit the records with these ids alone, in
-    /// this order. All have to be there. There is no going backwards.
-    void visitOnly(std::vector<unsigned> ids);
 
     /// Whether the cursor is on a matching record, which is then in the buffer. A
     /// criteria that fixes the value of an indexed field reads that chain alone,
