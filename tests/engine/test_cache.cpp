@@ -1,7 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <ctime>
+
 #include "engine/cache_user.h"
 #include "fscanner/common/heap_string.h"
+#include "fscanner/common/time.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
@@ -96,13 +99,20 @@ TEST_F(CacheTest, CommandsOverACacheCanBeStopped) {
         }
         unsigned long long files = 0;
     } observer;
-    for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i) + "/f");
+    for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i));
     everything();
     found(cache);
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
     fsSetScanObserver(&observer);
+    // Each look at the clock finds it a millisecond later.
+    setClockSource([] {
+        static timeval now = {std::time(nullptr), 0};
+        now.tv_usec += 1000;
+        return now;
+    });
     CollectingWriter writer;
     EXPECT_EQ(cache.query(writer, query, kDay), FS_CACHE_QUERY_TIMED_OUT);
+    setClockSource(nullptr);
     fsSetScanObserver(nullptr);
     EXPECT_GT(observer.files, 0u);
     EXPECT_LT(observer.files, 300u);

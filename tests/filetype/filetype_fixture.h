@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cwchar>
@@ -28,6 +30,7 @@ inline StringList<wchar_t> wordList(std::initializer_list<const wchar_t*> words)
 /// A directory of files, and programs that stand in for `file` and count their runs.
 class FileTypeTest : public testing::Test {
 protected:
+    FileTypeTest() { fileProgram().mayKeepRunning = false; }
     ~FileTypeTest() override { fileProgram() = saved_; }
 
     std::string path(const std::string& name) const { return files_ / name; }
@@ -47,6 +50,8 @@ protected:
         const std::string log = readWholeFile(tools_ / "runs");
         return std::count(log.begin(), log.end(), '\n');
     }
+
+    static bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 
     using Method = bool (FileTypeChecker::*)(const wchar_t*, wchar_t**);
     /// What is said about the file, or "unknown".

@@ -28,7 +28,6 @@ protected:
     void writeAll(std::initializer_list<const char*> names) {
         for (const char* name : names) write(name);
     }
-    bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 };
 
 TEST_F(ProgramTest, ThatGivesNoAnswerCostsTheTypesAlone) {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,7 +23,8 @@ namespace {
 /// its descriptor before another may overwrite it.
 class DescriptorActions {
 public:
-    DescriptorActions(int directory, int output) : valid_(init() && add(directory, output)) {}
+    DescriptorActions(int directory, int socket, ChildProcess::Input input)
+        : valid_(init() && add(directory, socket) && addInput(input) && addRest()) {}
     DescriptorActions(const DescriptorActions&) = delete;
     DescriptorActions& operator=(const DescriptorActions&) = delete;
     ~DescriptorActions() {
@@ -33,16 +35,22 @@ public:
 
 private:
     bool init() { return initialized_ = posix_spawn_file_actions_init(&actions_) == 0; }
-    bool add(int directory, int output) {
-        const char* nowhere = "/dev/null";
+    bool add(int directory, int socket) {
         return (directory == AT_FDCWD ||
                 posix_spawn_file_actions_addfchdir_np(&actions_, directory) == 0) &&
-               posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO) == 0 &&
-               posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, nowhere, O_RDONLY, 0) ==
-                   0 &&
-               posix_spawn_file_actions_addopen(&actions_, STDERR_FILENO, nowhere, O_WRONLY, 0) ==
-                   0 &&
+               posix_spawn_file_actions_adddup2(&actions_, socket, STDOUT_FILENO) == 0;
+    }
+    bool addInput(ChildProcess::Input input) {
+        return input == ChildProcess::Input::asked
+                   ? posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDIN_FILENO) == 0
+                   : addNowhere(STDIN_FILENO, O_RDONLY);
+    }
+    bool addRest() {
+        return addNowhere(STDERR_FILENO, O_WRONLY) &&
                posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1) == 0;
+    }
+    bool addNowhere(int descriptor, int mode) {
+        return posix_spawn_file_actions_addopen(&actions_, descriptor, "/dev/null", mode, 0) == 0;
     }
 
     posix_spawn_file_actions_t actions_{};
@@ -95,8 +103,9 @@ std::vector<std::string> environment() {
 }
 
 /// The process's id, or -1.
-pid_t spawn(const std::vector<std::string>& arguments, int directory, int output) {
-    DescriptorActions descriptors(directory, output);
+pid_t spawn(const std::vector<std::string>& arguments, int directory, int socket,
+            ChildProcess::Input input) {
+    DescriptorActions descriptors(directory, socket, input);
     SignalAttributes signals;
     if (arguments.empty() || !descriptors.valid() || !signals.valid()) return -1;
     std::vector<std::string> variables = environment();
@@ -111,14 +120,21 @@ int millisecondsUntil(ChildProcess::Clock::time_point deadline) {
     return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
 }
 
-/// Waits until `descriptor` can be read. 1, 0 after the deadline, or -1.
-int waitReadable(int descriptor, ChildProcess::Clock::time_point deadline) {
-    pollfd poller{descriptor, POLLIN, 0};
+/// Waits for the events of `poller`. 1, 0 after the deadline, or -1.
+int waitReady(pollfd& poller, ChildProcess::Clock::time_point deadline) {
     int ready = 0;
     do {
         ready = poll(&poller, 1, millisecondsUntil(deadline));
     } while (ready < 0 && errno == EINTR);
     return ready;
+}
+
+/// What is left of `text` after as much was sent as goes without waiting; nothing once
+/// the other end is closed.
+std::string_view sendSome(int socket, std::string_view text) {
+    ssize_t sent = send(socket, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return text;
+    return sent < 0 ? std::string_view() : text.substr(static_cast<std::size_t>(sent));
 }
 
 pid_t waitFor(pid_t pid, int options) {
@@ -132,24 +148,22 @@ pid_t waitFor(pid_t pid, int options) {
 }  // namespace
 
 std::optional<ChildProcess> ChildProcess::start(const std::vector<std::string>& arguments,
-                                                int directory) {
+                                                int directory, Input input) {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
-    pid_t pid = spawn(arguments, directory, ends[1]);
-    close(ends[1]);
-    if (pid < 0) {
-        close(ends[0]);
-        return std::nullopt;
-    }
-    return ChildProcess(pid, ends[0]);
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return std::nullopt;
+    Descriptor ours = aboveStandardStreams(Descriptor(ends[0]));
+    const Descriptor theirs(ends[1]);
+    pid_t pid = ours ? spawn(arguments, directory, theirs.get(), input) : -1;
+    if (pid < 0) return std::nullopt;
+    return ChildProcess(pid, std::move(ours));
 }
 
 ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : pid_(std::exchange(other.pid_, -1)), output_(std::exchange(other.output_, -1)) {}
+    : pid_(std::exchange(other.pid_, -1)), socket_(std::move(other.socket_)) {}
 
 ChildProcess::~ChildProcess() {
     if (pid_ < 0) return;
-    close(output_);
+    socket_.close();
     // Only a process that is surely still ours is killed: a host that ignores SIGCHLD
     // or reaps all its children leaves us ECHILD, and the id may be another's by now.
     if (waitFor(pid_, WNOHANG) != 0) return;
@@ -157,18 +171,24 @@ ChildProcess::~ChildProcess() {
     waitFor(pid_, 0);
 }
 
-ChildProcess::ReadEnd ChildProcess::read(Clock::time_point deadline,
-                                         const std::function<bool(std::string_view)>& sink) {
+ChildProcess::ReadEnd ChildProcess::exchange(std::string_view question, Clock::time_point deadline,
+                                             const Sink& sink) {
     std::array<char, 16384> buffer{};
-    while (true) {
-        int ready = waitReadable(output_, deadline);
+    do {
+        pollfd poller{socket_.get(), POLLIN, 0};
+        if (!question.empty()) poller.events |= POLLOUT;
+        int ready = waitReady(poller, deadline);
         if (ready <= 0) return ready == 0 ? ReadEnd::timedOut : ReadEnd::failed;
-        ssize_t count = ::read(output_, buffer.data(), buffer.size());
+        if ((poller.revents & POLLOUT) != 0) question = sendSome(socket_.get(), question);
+        if ((poller.revents & ~POLLOUT) == 0) continue;
+        ssize_t count = ::read(socket_.get(), buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return count == 0 ? ReadEnd::endOfOutput : ReadEnd::failed;
+        // One that dies with a question unread resets the connection.
+        if (count == 0 || (count < 0 && errno == ECONNRESET)) return ReadEnd::endOfOutput;
+        if (count < 0) return ReadEnd::failed;
         if (!sink({buffer.data(), static_cast<std::size_t>(count)})) return ReadEnd::stopped;
-        if (Clock::now() >= deadline) return ReadEnd::timedOut;
-    }
+    } while (Clock::now() < deadline);
+    return ReadEnd::timedOut;
 }
 
 }  // namespace fscanner

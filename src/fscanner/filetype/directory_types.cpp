@@ -40,13 +40,13 @@ FileLocation locate(const std::string& path) {
     return {slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1)};
 }
 
-std::vector<FileAnswer> describeDirectory(const FileLocation& wanted) {
+std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFile& running) {
     auto directory = NameDirectory::open(wanted.directory.c_str());
     auto names = directory ? directory->names(wanted.name) : std::nullopt;
     if (!names) return {};
     std::sort(names->begin(), names->end());
     if (!std::binary_search(names->begin(), names->end(), wanted.name)) return {};
-    auto descriptions = describeFiles(directory->descriptor(), *names);
+    auto descriptions = describeFiles(directory->descriptor(), *names, &running);
     return pairUp(std::move(*names), std::move(descriptions));
 }
 

@@ -10,6 +10,8 @@
 
 namespace fscanner {
 
+class RunningFile;
+
 /// A file's path cut at its last "/": the directory to list ("/" for a file of
 /// the root, "." for a path without "/") and the name in it.
 struct FileLocation {
@@ -27,8 +29,8 @@ struct FileAnswer {
 using DescribeDirectory = std::function<std::vector<FileAnswer>(const FileLocation& wanted)>;
 
 /// Lists the directory through its descriptor and describes each file under its
-/// bare name.
-std::vector<FileAnswer> describeDirectory(const FileLocation& wanted);
+/// bare name, by `running` where that is possible.
+std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFile& running);
 /// Describes what `makeListFile` lists, through `listFile`, which is made for it
 /// and removed.
 std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile);

@@ -8,6 +8,7 @@
 
 #include "fscanner/filetype/child_process.h"
 #include "fscanner/filetype/file_output.h"
+#include "fscanner/filetype/running_file.h"
 
 namespace fscanner {
 namespace {
@@ -16,11 +17,6 @@ namespace {
 // is given up; each costs a start of the program.
 constexpr int toleratedDeaths = 8;
 
-struct RunResult {
-    std::vector<std::string> descriptions;  // of the first files, as far as it got
-    bool worthAnother = false;              // it died on the file that follows them
-};
-
 std::string findProgram() {
     for (const char* candidate : {"/usr/bin/file", "/bin/file"}) {
         if (access(candidate, X_OK) == 0) return candidate;
@@ -28,20 +24,14 @@ std::string findProgram() {
     return {};
 }
 
-/// Brief (-b), each answer ended by a NUL (-00) and written at once (-n), so that
-/// a death loses no earlier answer.
-std::vector<std::string> baseArguments() {
-    return {fileProgram().path, "-b", "-n", "-00"};
-}
-
-RunResult run(const std::vector<std::string>& arguments, int directory, std::size_t count) {
+FileRun run(const std::vector<std::string>& arguments, int directory, std::size_t count) {
     const FileProgram& program = fileProgram();
     if (program.path.empty()) return {};
     auto process = ChildProcess::start(arguments, directory);
     if (!process) return {};
-    auto limit = program.timePerRun + program.timePerFile * static_cast<long>(count);
     FileOutput output(count);
-    auto end = process->read(ChildProcess::Clock::now() + limit, [&](std::string_view bytes) {
+    auto deadline = ChildProcess::Clock::now() + program.timeFor(count);
+    auto end = process->read(deadline, [&](std::string_view bytes) {
         output.append(bytes);
         return !output.complete();
     });
@@ -60,8 +50,11 @@ std::size_t countForOneRun(std::span<const std::string> names) {
     return count;
 }
 
-RunResult runOver(int directory, std::span<const std::string> names) {
-    std::vector<std::string> arguments = baseArguments();
+FileRun runOver(int directory, std::span<const std::string> names, RunningFile* running) {
+    if (running != nullptr && fileProgram().mayKeepRunning) {
+        if (auto answered = running->describe(directory, names)) return *std::move(answered);
+    }
+    std::vector<std::string> arguments = fileArguments();
     arguments.emplace_back("--");
     // "./" keeps "-" from being standard input.
     for (const std::string& name : names) {
@@ -77,14 +70,19 @@ FileProgram& fileProgram() {
     return program;
 }
 
-std::vector<std::string> describeFiles(int directory, std::span<const std::string> names) {
+std::vector<std::string> fileArguments() {
+    return {fileProgram().path, "-b", "-n", "-00"};
+}
+
+std::vector<std::string> describeFiles(int directory, std::span<const std::string> names,
+                                       RunningFile* running) {
     std::vector<std::string> descriptions;
     descriptions.reserve(names.size());
     int deaths = 0;
     while (descriptions.size() < names.size()) {
         auto rest = names.subspan(descriptions.size());
         auto batch = rest.first(countForOneRun(rest));
-        RunResult result = runOver(directory, batch);
+        FileRun result = runOver(directory, batch, running);
         std::move(result.descriptions.begin(), result.descriptions.end(),
                   std::back_inserter(descriptions));
         if (result.descriptions.size() == batch.size()) continue;
@@ -96,7 +94,7 @@ std::vector<std::string> describeFiles(int directory, std::span<const std::strin
 }
 
 std::vector<std::string> describeListedFiles(const std::string& listFile, std::size_t count) {
-    std::vector<std::string> arguments = baseArguments();
+    std::vector<std::string> arguments = fileArguments();
     arguments.insert(arguments.end(), {"-f", listFile});
     auto descriptions = run(arguments, AT_FDCWD, count).descriptions;
     descriptions.resize(count);

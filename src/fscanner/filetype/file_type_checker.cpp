@@ -53,7 +53,10 @@ FileTypeChecker::FileTypeChecker() {
 
 bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
     static DirectoryTypes types;
-    return typeLine(types, "getFileTypeEx", path, describeDirectory, info);
+    auto describe = [this](const FileLocation& wanted) {
+        return describeDirectory(wanted, running_);
+    };
+    return typeLine(types, "getFileTypeEx", path, describe, info);
 }
 
 bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fscanner/common/string_list.h"
+#include "fscanner/filetype/running_file.h"
 
 namespace fscanner {
 
@@ -11,8 +12,9 @@ namespace fscanner {
 /// them ("ELF", "ASCII", "directory").
 ///
 /// `file` is run without a shell, in the C locale, and for a whole directory at
-/// once; the answers for a directory's other files are kept process-wide, each
-/// for one question. The words of a description that repeat a link's target
+/// once; from the second directory on it may be kept running, as long as this object
+/// lives. The answers for a directory's other files wait process-wide, each for one
+/// question. The words of a description that repeat a link's target
 /// count like any other. A failure or an unknown type is false, with a line in
 /// the debug log. Null paths are false. One thread at a time in the process.
 class FileTypeChecker {
@@ -58,6 +60,7 @@ public:
 
 private:
     std::string commandFile_;
+    RunningFile running_;
 };
 
 }  // namespace fscanner
