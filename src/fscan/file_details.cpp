@@ -102,8 +102,9 @@ std::string attributeText(unsigned attributes) {
 }
 
 std::string typeText(const Match& match) {
+    static fscanner::FsFileTypes types;  // of one thread, which prints
     std::wstring description;
-    const bool known = fscanner::fsFileType(toWide(absolutePath(match.path)).c_str(), description);
+    const bool known = types.describe(toWide(absolutePath(match.path)).c_str(), description);
     return known ? toBytes(description) : "";
 }
 

@@ -7,11 +7,18 @@
 
 namespace fscanner {
 
-bool fsFileType(const wchar_t* path, std::wstring& description) {
-    return behindWall("::fsFileType", [&] {
-        FileTypeChecker checker;
+struct FsFileTypes::State {
+    FileTypeChecker checker;
+};
+
+FsFileTypes::FsFileTypes() noexcept = default;
+FsFileTypes::~FsFileTypes() = default;
+
+bool FsFileTypes::describe(const wchar_t* path, std::wstring& description) {
+    return behindWall("FsFileTypes::describe", [&] {
+        if (!state_) state_ = std::make_unique<State>();
         wchar_t* info = nullptr;
-        if (!path || !checker.getFileTypeEx(path, &info)) return false;
+        if (!path || !state_->checker.getFileTypeEx(path, &info)) return false;
         const HeapText line(info);
         // "PATH: DESCRIPTION"
         const std::size_t before = std::wcslen(path) + 1;
@@ -19,6 +26,10 @@ bool fsFileType(const wchar_t* path, std::wstring& description) {
         description.erase(0, description.find_first_not_of(L' '));
         return !description.empty();
     });
+}
+
+bool fsFileType(const wchar_t* path, std::wstring& description) {
+    return FsFileTypes().describe(path, description);
 }
 
 }  // namespace fscanner
