@@ -1,6 +1,7 @@
 // A `file` that is kept running for many directories answers as one that is started
 // for each, whatever happens to it.
 
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -10,6 +11,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "filetype_fixture.h"
@@ -32,14 +34,16 @@ protected:
         }
     }
     /// Says "type of ./NAME", for the lines of its input as `answer` would: that is
-    /// shell that knows the line as $line and the name as $name.
+    /// shell that knows the line as $line and the name as $name. One that is started for a
+    /// directory dies on the file "deadly".
     void standInThatReads(const std::string& answer) {
         standIn(
             "case \"$*\" in *'-f -') echo $$ > \"$0.pid\"\n"
             "  while IFS= read -r line; do name=${line##*/}; " +
             answer +
             "; done;;\n"
-            "*) for a; do case $a in ./*) printf 'type of %s\\0' \"$a\";; esac; done;;\n"
+            "*) for a; do case $a in ./deadly) kill -9 $$;; ./*) printf 'type of %s\\0' \"$a\";; "
+            "esac; done;;\n"
             "esac\n");
     }
     pid_t runningProgram() const { return std::stoi(readWholeFile(tools_ / "file.pid")); }
@@ -81,7 +85,7 @@ TEST_F(RunningFileTest, AnswersAsOneThatIsStartedForEachDirectory) {
     const auto expected = answers(false);
     EXPECT_EQ(runs(), 6);
     EXPECT_EQ(answers(true), expected);
-    EXPECT_EQ(runs(), 6 + 3) << "the first directory, the others, and that with a line break";
+    EXPECT_EQ(runs(), 6 + 4) << "the first directory, that with a line break, those around it";
     EXPECT_EQ(expected.at(path("odd names/-")), "PDF document, version 1.4");
 
     // To root nothing is unreadable.
@@ -145,20 +149,69 @@ TEST_F(RunningFileTest, ThatMisbehavesIsReplacedByOneForEachDirectory) {
 }
 
 TEST_F(RunningFileTest, ThatDiesOrHangsOnAFileCostsWhatItWouldHaveCost) {
-    writeDirectories(4);
-    write("1/bad");
-    write("2/slow");
-    standInThatReads(std::string("case $name in bad) kill -9 $$;; slow) sleep 1000;; *) ") +
-                     answerRightly + ";; esac");
+    writeDirectories(5);
+    for (const char* name : {"1/deadly", "2/final", "3/slow"}) write(name);
+    standInThatReads(std::string("case $name in deadly|final) kill -9 $$;; slow) sleep 1000;; ") +
+                     "*) " + answerRightly + ";; esac");
     fileProgram().timePerRun = std::chrono::milliseconds(1500);
     EXPECT_EQ(typeOf("0/a"), "type of ./a");
     EXPECT_EQ(typeOf("1/c"), "type of ./c");
-    EXPECT_EQ(typeOf("1/bad"), "unknown");
+    EXPECT_EQ(typeOf("1/deadly"), "unknown");
     EXPECT_EQ(typeOf("1/a"), "type of ./a");
-    EXPECT_EQ(typeOf("2/slow"), "unknown");
+    EXPECT_EQ(typeOf("2/final"), "type of ./final") << "another does not die on it";
     EXPECT_EQ(typeOf("2/a"), "type of ./a");
+    EXPECT_EQ(typeOf("3/slow"), "unknown");
     EXPECT_EQ(typeOf("3/a"), "type of ./a");
-    EXPECT_EQ(runs(), 4) << "one for the first directory, and one more after each mishap";
+    EXPECT_EQ(typeOf("4/a"), "type of ./a");
+}
+
+TEST_F(RunningFileTest, LeavesItsPlaceToOneThatIsStartedForADirectory) {
+    const Descriptor directory = openDirectoryWithoutLinks(files_.path().c_str());
+    RunningFile running;
+    const std::vector<std::string> plain{"a"};
+    const std::vector<std::string> odd{"line\nbreak"};
+    for (int i = 0; i < 2; ++i) describeFiles(directory.get(), plain, &running);
+    EXPECT_TRUE(hasChildren());
+    EXPECT_EQ(running.describe(directory.get(), odd), std::nullopt);
+    EXPECT_FALSE(hasChildren());
+}
+
+TEST_F(RunningFileTest, ReachesTheDescriptorsOfAThreadThatSharesNone) {
+    fs::create_directory(path("threads"));
+    fs::create_directory(path("others"));
+    write("threads/a", "%PDF-1.4\n");
+    write("others/a", "#!/bin/sh\n");
+    const std::vector<std::string> names{"a"};
+    std::vector<std::string> answers;
+    // The numbers that the thread will use stay other directories to the other threads.
+    std::vector<Descriptor> others;
+    for (int i = 0; i < 4; ++i) others.push_back(openDirectoryWithoutLinks(path("others").c_str()));
+    std::thread([&] {
+        if (::unshare(CLONE_FILES) != 0) return;
+        for (const Descriptor& other : others) ::close(other.get());
+        const Descriptor directory = openDirectoryWithoutLinks(path("threads").c_str());
+        RunningFile running;
+        for (int i = 0; i < 3; ++i)
+            answers.push_back(describeFiles(directory.get(), names, &running)[0]);
+    }).join();
+    if (answers.empty()) GTEST_SKIP() << "no descriptors of its own for a thread here";
+    EXPECT_EQ(answers, std::vector<std::string>(3, "PDF document, version 1.4"));
+}
+
+TEST_F(RunningFileTest, ReadsNothingThatItsHostMayNotReadAnyMore) {
+    write("secret", "%PDF-1.4\n");
+    ::chmod(path("secret").c_str(), 0600);
+    ::chmod(files_.path().c_str(), 0755);
+    EXPECT_EQ(inChild([&] {
+                  const Descriptor directory = openDirectoryWithoutLinks(files_.path().c_str());
+                  const std::vector<std::string> names{"secret"};
+                  RunningFile running;
+                  for (int i = 0; i < 2; ++i) describeFiles(directory.get(), names, &running);
+                  if (::geteuid() == 0 && ::setuid(65534) != 0) return 1;
+                  const auto plain = describeFiles(directory.get(), names);
+                  return describeFiles(directory.get(), names, &running) == plain ? 0 : 2;
+              }),
+              0);
 }
 
 TEST_F(RunningFileTest, MayBeKilledBetweenQuestions) {

@@ -25,9 +25,11 @@ bool procKnowsUs() {
                            std::to_string(getpid());
 }
 
-/// The directory's path for another process, with a slash behind it.
+/// The directory's path for another process, with a slash behind it. By our thread, which
+/// may have descriptors of its own.
 std::string pathFor(int directory) {
-    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(directory) + "/";
+    return "/proc/" + std::to_string(getpid()) + "/task/" + std::to_string(gettid()) + "/fd/" +
+           std::to_string(directory) + "/";
 }
 
 /// A complaint quotes the file's path: make it the one that a `file` in the
@@ -51,21 +53,22 @@ std::optional<FileRun> RunningFile::request(const std::string& prefix,
         output.append(bytes);
         return !output.complete();
     });
-    FileRun run{std::move(output.descriptions()), end == ChildProcess::ReadEnd::endOfOutput};
-    if (run.descriptions.size() <= names.size()) process_.reset();
-    if (run.descriptions.empty() || !run.descriptions.front().ends_with("directory")) {
-        process_.reset();
-        return std::nullopt;
-    }
+    FileRun run{std::move(output.descriptions())};
+    // One that died may have done so of its age, such as a limit on its CPU time: another
+    // shows whether a file is to blame.
+    const bool inStep = end != ChildProcess::ReadEnd::endOfOutput && !run.descriptions.empty() &&
+                        run.descriptions.front().ends_with("directory");
+    if (!inStep || run.descriptions.size() <= names.size()) process_.reset();
+    if (!inStep) return std::nullopt;
     run.descriptions.erase(run.descriptions.begin());
     for (std::string& description : run.descriptions) shorten(description, prefix);
     return run;
 }
 
 bool RunningFile::isReady() {
-    if (owner_ != getpid()) process_.reset();
+    const Owner owner{getpid(), geteuid(), getegid()};
+    if (std::exchange(owner_, owner) != owner) process_.reset();
     if (process_ || unusable_) return !unusable_;
-    owner_ = getpid();
     std::vector<std::string> arguments = fileArguments();
     arguments.insert(arguments.end(), {"-f", "-"});
     const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -81,7 +84,11 @@ bool RunningFile::isReady() {
 std::optional<FileRun> RunningFile::describe(int directory, std::span<const std::string> names) {
     const auto hasNewline = [](const std::string& name) { return name.find('\n') != name.npos; };
     if (!std::exchange(asked_, true)) return std::nullopt;
-    if (std::any_of(names.begin(), names.end(), hasNewline) || !isReady()) return std::nullopt;
+    if (std::any_of(names.begin(), names.end(), hasNewline)) {
+        process_.reset();
+        return std::nullopt;
+    }
+    if (!isReady()) return std::nullopt;
     return request(pathFor(directory), names, fileProgram().timeFor(names.size()));
 }
 

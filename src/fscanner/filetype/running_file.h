@@ -24,21 +24,29 @@ struct FileRun {
 /// It reaches the files through our descriptor of their directory, under /proc, as a
 /// process that is started in it does: nobody can exchange the directory. Where none can
 /// be kept running, that is tried once. Ends with this object. A
-/// host that forks may go on in both processes: each has a `file` of its own.
+/// host that forks may go on in both processes: each has a `file` of its own. So has each
+/// user that a host becomes.
 class RunningFile {
 public:
     /// The files `names` of the directory open as `directory`. Nothing when they must be
-    /// described in another way: a name has a newline, nothing can be kept running, or
-    /// this is the first question, which is the only one of many searches.
+    /// described in another way: a name has a newline, nothing can be kept running, it
+    /// died, or this is the first question, which is the only one of many searches. None
+    /// runs then: the other way may need its place under a limit.
     std::optional<FileRun> describe(int directory, std::span<const std::string> names);
 
 private:
+    struct Owner {
+        pid_t process = -1;
+        uid_t user = 0;
+        gid_t group = 0;
+        bool operator==(const Owner&) const = default;
+    };
     bool isReady();
     std::optional<FileRun> request(const std::string& prefix, std::span<const std::string> names,
                                    ChildProcess::Clock::duration limit);
 
     std::optional<ChildProcess> process_;
-    pid_t owner_ = -1;
+    Owner owner_;
     bool asked_ = false;
     bool unusable_ = false;
 };
