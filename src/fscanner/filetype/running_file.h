@@ -23,9 +23,9 @@ struct FileRun {
 ///
 /// It reaches the files through our descriptor of their directory, under /proc, as a
 /// process that is started in it does: nobody can exchange the directory. Where none can
-/// be kept running, that is tried once. Ends with this object. A
-/// host that forks may go on in both processes: each has a `file` of its own. So has each
-/// user that a host becomes.
+/// be kept running, that is tried once. It ends with this object. A host that forks may
+/// go on in both processes: each has a `file` of its own, and so has each user that a
+/// host becomes.
 class RunningFile {
 public:
     /// The files `names` of the directory open as `directory`. Nothing when they must be
