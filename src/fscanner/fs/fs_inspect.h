@@ -58,6 +58,7 @@ public:
     FsFileTypes(const FsFileTypes&) = delete;
     FsFileTypes& operator=(const FsFileTypes&) = delete;
     ~FsFileTypes();
+    /// As `fsFileType`.
     bool describe(const wchar_t* path, std::wstring& description);
 
 private:
