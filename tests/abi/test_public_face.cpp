@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "build_paths.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {

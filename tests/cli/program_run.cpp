@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "build_paths.h"
 #include "support/child_process.h"
 
 namespace fscan::test {

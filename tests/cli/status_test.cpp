@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "build_paths.h"
 #include "program_run.h"
 
 namespace fscan::test {

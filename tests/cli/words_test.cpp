@@ -4,6 +4,7 @@
 #include <set>
 #include <sstream>
 
+#include "build_paths.h"
 #include "program_run.h"
 
 namespace fscan::test {

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "build_paths.h"
 #include "expr/sample_record.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/fs_inspect.h"

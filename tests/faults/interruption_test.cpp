@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "build_paths.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/fs/fs_direct.h"
 #include "host.h"

@@ -9,6 +9,7 @@
 #include <climits>
 #include <memory>
 
+#include "build_paths.h"
 #include "fscanner/fs/fs.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"

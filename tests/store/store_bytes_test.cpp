@@ -3,6 +3,7 @@
 #include <optional>
 #include <sstream>
 
+#include "build_paths.h"
 #include "store/table_fixture.h"
 
 namespace fscanner {
