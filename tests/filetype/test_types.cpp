@@ -3,9 +3,11 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "filetype_fixture.h"
@@ -86,17 +88,68 @@ TEST_F(FileTypeTest, OneRunServesADirectoryAndEachAnswerOneQuestion) {
     write("absent: ELF");
     fs::create_directory(path("sub"));
     EXPECT_EQ(typeOf("a"), "ASCII text");
-    write("b");
-    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4") << "an answer that waits may be stale";
+    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
     EXPECT_EQ(runs(), 1);
     EXPECT_EQ(typeOf("a"), "ASCII text");
     EXPECT_EQ(runs(), 2) << "asked again";
     EXPECT_EQ(typeOf("sub"), "directory");
     EXPECT_EQ(runs(), 3) << "a directory is looked at only when it is asked for";
-    EXPECT_EQ(typeOf("b"), "ASCII text");
+    EXPECT_EQ(typeOf("b"), "PDF document, version 1.4");
     EXPECT_EQ(typeOf("absent"), "unknown");
     EXPECT_EQ(typeOf(""), "unknown");
     EXPECT_EQ(runs(), 3) << "the directory does not hold these";
+}
+
+TEST_F(FileTypeTest, AnAnswerWaitsForTheFileThatItWasGivenFor) {
+    const std::string pdf = "%PDF-1.4\n";
+    const auto other = path("other directory");
+    fs::create_directory(other);
+    struct Change {
+        const char* name;
+        std::function<void()> make;
+        const char* now;
+    };
+    const std::vector<Change> changes{
+        {"another size", [&] { write("b", "some text\n"); }, "ASCII text"},
+        {"another inode",
+         [&] {
+             write("c", "text text");
+             fs::rename(path("c"), path("b"));
+         },
+         "ASCII text, with no line terminators"},
+        {"another time", [&] { write("b", "text\ntext"); }, "ASCII text"},
+        {"another kind",
+         [&] {
+             fs::remove(path("b"));
+             fs::create_symlink("a", path("b"));
+         },
+         "symbolic link to a"},
+        {"gone", [&] { fs::remove(path("b")); }, "unknown"},
+        {"another directory",
+         [&] {
+             writeWholeFile(other + "/b", "outside\n");
+             fs::rename(files_.path(), files_.path().string() + ".moved");
+             fs::create_directory_symlink(files_.path().string() + ".moved/" + "other directory",
+                                          files_.path());
+         },
+         "unknown"},
+    };
+    for (const Method method : {&FileTypeChecker::getFileTypeEx, &FileTypeChecker::getFileTypeEx_2})
+        for (const Change& change : changes) {
+            SCOPED_TRACE(change.name);
+            const CurrentDirectory current(tools_.path());  // where list files are made
+            write("a");
+            fs::remove(path("b"));
+            write("b", pdf);
+            EXPECT_EQ(typeOf("a", method), "ASCII text");
+            // The clock of the file system goes in steps.
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            change.make();
+            EXPECT_EQ(typeOf("b", method), change.now);
+            if (!fs::is_symlink(files_.path())) continue;
+            fs::remove(files_.path());
+            fs::rename(files_.path().string() + ".moved", files_.path());
+        }
 }
 
 // A character that the locale lacks names the same file as the bytes do.

@@ -1,5 +1,7 @@
 #include "fscanner/filetype/directory_types.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,12 +24,31 @@ std::wstring lineFor(std::wstring_view path, const std::string& description) {
     return line;
 }
 
+FileStamp stampOf(int directory, const std::string& name) {
+    struct stat info {};
+    if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return {};
+    return {true,
+            info.st_dev,
+            info.st_ino,
+            static_cast<unsigned long long>(info.st_size),
+            info.st_ctim.tv_sec,
+            info.st_ctim.tv_nsec};
+}
+
+std::vector<FileStamp> stampsOf(int directory, const std::vector<std::string>& names) {
+    std::vector<FileStamp> stamps;
+    stamps.reserve(names.size());
+    for (const std::string& name : names) stamps.push_back(stampOf(directory, name));
+    return stamps;
+}
+
 std::vector<FileAnswer> pairUp(std::vector<std::string> names,
-                               std::vector<std::string> descriptions) {
+                               std::vector<std::string> descriptions,
+                               const std::vector<FileStamp>& stamps) {
     std::vector<FileAnswer> answers;
     answers.reserve(names.size());
     for (std::size_t i = 0; i < names.size(); ++i) {
-        answers.push_back({std::move(names[i]), std::move(descriptions[i])});
+        answers.push_back({std::move(names[i]), std::move(descriptions[i]), stamps[i]});
     }
     return answers;
 }
@@ -46,8 +67,9 @@ std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFil
     if (!names) return {};
     std::sort(names->begin(), names->end());
     if (!std::binary_search(names->begin(), names->end(), wanted.name)) return {};
+    const auto stamps = stampsOf(directory->descriptor(), *names);
     auto descriptions = describeFiles(directory->descriptor(), *names, &running);
-    return pairUp(std::move(*names), std::move(descriptions));
+    return pairUp(std::move(*names), std::move(descriptions), stamps);
 }
 
 std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile) {
@@ -57,10 +79,11 @@ std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const ch
         const char* path;
         ~Remover() { unlink(path); }
     } remover{listFile};
+    const auto stamps = stampsOf(AT_FDCWD, *names);
     for (std::string& name : *names) name.erase(0, name.rfind('/') + 1);
     if (std::find(names->begin(), names->end(), wanted.name) == names->end()) return {};
     auto descriptions = describeListedFiles(listFile, names->size());
-    return pairUp(std::move(*names), std::move(descriptions));
+    return pairUp(std::move(*names), std::move(descriptions), stamps);
 }
 
 std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
@@ -71,7 +94,9 @@ std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
     // Answers are kept under the text that the name's bytes decode to, which may
     // differ from the host's way of writing them.
     std::wstring key = toWide(pathBytes);
-    Element cached = cache_.take(key);
+    // Whatever the path leads to by now: another file has another stamp.
+    const FileStamp stamp = stampOf(AT_FDCWD, pathBytes);
+    Element cached = stamp.known ? cache_.take(key, stamp) : Element();
     std::wstring line = cached.getID() >= 0 ? std::wstring(cached.getFileTypeInfo())
                                             : describeOthers(key, wanted, describe);
     // Unknown types wait in the cache as well: a directory on which `file` hangs
@@ -92,7 +117,7 @@ std::wstring DirectoryTypes::describeOthers(std::wstring_view key, const FileLoc
         if (answer.name == wanted.name) {
             line = std::move(answerLine);
         } else {
-            cache_.insert(Element(batch_, answerLine.c_str()), path);
+            cache_.insert(Element(batch_, answerLine.c_str()), path, answer.stamp);
         }
     }
     batch_ = batch_ % 65536 + 1;

@@ -24,6 +24,7 @@ FileLocation locate(const std::string& path);
 struct FileAnswer {
     std::string name;
     std::string description;
+    FileStamp stamp;  // from before it was described
 };
 /// Describes the files of a directory if the wanted file is among them.
 using DescribeDirectory = std::function<std::vector<FileAnswer>(const FileLocation& wanted)>;
@@ -38,9 +39,8 @@ std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const ch
 /// Types of files, asked for one by one and found out a directory at a time.
 ///
 /// The first question about a directory describes all its files; the answers to
-/// the others wait in the cache, and each is used once: asking again describes
-/// the directory again. That keeps answers fresh, and a directory that changes
-/// between question and question may still meet an old one.
+/// the others wait in the cache, and each is used once, and only for the file that was
+/// described, unchanged: asking again describes the directory again.
 class DirectoryTypes {
 public:
     /// The line "path: description"; nothing when the type is unknown.

@@ -22,18 +22,18 @@ void Element::setData(int id, const wchar_t* info, bool /*release*/) {
 FileTypeCache::FileTypeCache(unsigned sizeLimit) : sizeLimit_(std::max(sizeLimit, smallestLimit)) {}
 
 void FileTypeCache::insert(const Element& element) {
-    append(element, 0);
+    append(element, {}, 0);
 }
 
-void FileTypeCache::insert(const Element& element, std::wstring_view path) {
+void FileTypeCache::insert(const Element& element, std::wstring_view path, const FileStamp& stamp) {
     const wchar_t* info = element.getFileTypeInfo();
     bool begins = info != nullptr && std::wstring_view(info).starts_with(path);
-    append(element, begins ? path.size() : 0);
+    append(element, stamp, begins ? path.size() : 0);
 }
 
-void FileTypeCache::append(const Element& element, std::size_t pathLength) {
+void FileTypeCache::append(const Element& element, const FileStamp& stamp, std::size_t pathLength) {
     makeRoom(element.getID());
-    elements_.push_back({element, pathLength});
+    elements_.push_back({element, stamp, pathLength});
     auto last = std::prev(elements_.end());
     if (pathLength > 0) byPath_.emplace(last->path(), last);
     lastId_ = element.getID();
@@ -62,10 +62,14 @@ Element FileTypeCache::find(const wchar_t* key, bool remove) {
     return remove ? extract(found) : found->element;
 }
 
-Element FileTypeCache::take(std::wstring_view path) {
-    auto found = byPath_.lower_bound(path);
-    if (found == byPath_.end() || found->first != path) return {};
-    return extract(found->second);
+Element FileTypeCache::take(std::wstring_view path, const FileStamp& stamp) {
+    for (;;) {
+        auto found = byPath_.lower_bound(path);
+        if (found == byPath_.end() || found->first != path) return {};
+        const bool fits = found->second->stamp == stamp;
+        Element element = extract(found->second);
+        if (fits) return element;
+    }
 }
 
 Element FileTypeCache::extract(Entries::iterator position) {

@@ -28,6 +28,18 @@ private:
     std::optional<std::wstring> info_;
 };
 
+/// Which file an answer was given for, and in which state. A file that was replaced or
+/// changed since has another stamp.
+struct FileStamp {
+    bool known = false;
+    unsigned long long device = 0;
+    unsigned long long inode = 0;
+    unsigned long long size = 0;
+    long long changedSeconds = 0;
+    long changedNanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+
 /// Answers in the order of their arrival, bounded by dropping whole oldest batches.
 ///
 /// Answers stored with their path are found by it at once, exactly. One thread
@@ -41,14 +53,15 @@ public:
     /// so one large directory may exceed the limit.
     void insert(const Element& element);
     /// The same for an answer that `take` is to find under `path`.
-    void insert(const Element& element, std::wstring_view path);
+    void insert(const Element& element, std::wstring_view path, const FileStamp& stamp = {});
 
     /// A copy of the oldest element whose line begins with `key`, which leaves the
     /// cache with `remove`; an empty element when there is none. Any beginning
     /// counts: the key "a:" also finds the line of a file called "a:b".
     Element find(const wchar_t* key, bool remove);
-    /// Takes out the oldest answer stored under exactly `path`.
-    Element take(std::wstring_view path);
+    /// Takes out the oldest answer stored under exactly `path` with this stamp. Answers
+    /// of the path that are older and have another stamp are dropped.
+    Element take(std::wstring_view path, const FileStamp& stamp = {});
 
     /// Writes the elements to the debug log.
     void print() const;
@@ -61,13 +74,14 @@ public:
 private:
     struct Entry {
         Element element;
+        FileStamp stamp;
         std::size_t pathLength = 0;  // of the line's beginning that is the path; 0: not indexed
         std::wstring_view path() const { return {element.getFileTypeInfo(), pathLength}; }
     };
     using Entries = std::list<Entry>;
 
     void makeRoom(int currentId);
-    void append(const Element& element, std::size_t pathLength);
+    void append(const Element& element, const FileStamp& stamp, std::size_t pathLength);
     Element extract(Entries::iterator position);
 
     static constexpr unsigned smallestLimit = 4096;
