@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <filesystem>
 
 #include "fscanner/fs/fs_config.h"
@@ -52,7 +53,9 @@ bool CachePlace::exists() const {
 
 bool CachePlace::isMarked() const {
     struct stat info {};
-    return stat(toBytes(directory + L"/" + tables().directories + L".cuflag").c_str(), &info) == 0;
+    const std::wstring mark = directory + L"/" + tables().directories + L".cuflag";
+    // One that cannot be looked for may be there.
+    return lstat(toBytes(mark).c_str(), &info) == 0 || errno != ENOENT;
 }
 
 std::unique_ptr<fscanner::FS_Cache> CachePlace::cache() const {

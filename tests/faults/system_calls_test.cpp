@@ -203,6 +203,37 @@ TEST_P(FailingCalls, AreSaidAndLeaveNothing) {
     }
 }
 
+// The mark says that a cache is no whole one: whoever cannot look for it must not trust
+// what lies beside it.
+TEST(FailingStat, OfTheMarkDoesNotHideIt) {
+    if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
+    const FaultHost host;
+    host.plant(2, 2);
+    for (const bool all : {false, true}) {
+        host.forget();
+        EXPECT_EQ(host.ask().status, 0);
+        for (const auto& entry : std::filesystem::directory_iterator(host.cache)) {
+            std::filesystem::path mark = entry.path();
+            if (mark.extension() == ".counter")
+                writeWholeFile(mark.replace_extension(".cuflag"), "");
+        }
+        host.tree.file(all ? "later" : "new");
+        const auto right = host.truth();
+        unsigned failures = 0;
+        const int status = Tracer().run([&] { return host.ask().paths == right ? 0 : 1; },
+                                        [&](const TracedCall& call) {
+                                            const bool looks = call.group() == "stat" &&
+                                                               call.path(1).ends_with(".cuflag");
+                                            if (!looks || (failures > 0 && !all)) return 0;
+                                            ++failures;
+                                            return EIO;
+                                        });
+        EXPECT_EQ(status, 0) << "the cache was trusted";
+        EXPECT_GT(failures, 0u);
+        EXPECT_EQ(host.ask().paths, right);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Of, FailingCalls, testing::Range(std::size_t{0}, scenarios().size()),
                          [](const auto& form) { return scenarios()[form.param].name; });
 

@@ -21,7 +21,8 @@ constexpr std::string_view kTag =
 
 void tag(const std::wstring& directory) {
     const std::wstring file = directory + L"/CACHEDIR.TAG";
-    if (!nameExists(file)) writeSmallFile(file, kTag.data(), static_cast<unsigned>(kTag.size()));
+    if (presenceOf(file) == Presence::absent)
+        writeSmallFile(file, kTag.data(), static_cast<unsigned>(kTag.size()));
 }
 
 }  // namespace

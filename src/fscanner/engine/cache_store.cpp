@@ -373,7 +373,7 @@ bool CacheStore::damaged() const {
 // ---- Mark and counter -------------------------------------------------------
 
 bool CacheStore::placeMark() {
-    return !cacheChecker_ || nameExists(path(CacheUpdateSuffix)) ||
+    return !cacheChecker_ || presenceOf(path(CacheUpdateSuffix)) == Presence::there ||
            writeSmallFile(path(CacheUpdateSuffix), nullptr, 0);
 }
 
@@ -419,7 +419,7 @@ bool CacheStore::insideCacheUpdate() {
         debug("FS_Cache::insideCacheUpdate - cacheChecker disabled!\n");
         return false;
     }
-    const bool inside = nameExists(path(CacheUpdateSuffix));
+    const bool inside = presenceOf(path(CacheUpdateSuffix)) != Presence::absent;
     debug("FS_Cache::insideCacheUpdate - inside cache update = %s\n", inside ? "true" : "false");
     return inside;
 }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
@@ -52,9 +53,10 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
     return count == 0 ? std::optional(std::move(text)) : std::nullopt;
 }
 
-bool nameExists(const std::wstring& path) {
+Presence presenceOf(const std::wstring& path) {
     struct stat info {};
-    return lstat(toMultibyte(path).c_str(), &info) == 0;
+    if (lstat(toMultibyte(path).c_str(), &info) == 0) return Presence::there;
+    return errno == ENOENT ? Presence::absent : Presence::unknown;
 }
 
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size) {

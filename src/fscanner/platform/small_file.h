@@ -13,8 +13,10 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit = s
 /// Marks and counters: files of a few bytes that are written whole. Links are not
 /// followed, and only regular files are read or written.
 
-/// Whether anything has this name, a dangling link included.
-bool nameExists(const std::wstring& path);
+/// Whether anything has a name, a dangling link included. Where the system fails to tell,
+/// that is no "absent": what must not be there may be.
+enum class Presence { absent, there, unknown };
+Presence presenceOf(const std::wstring& path);
 /// Creates or replaces the content.
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
 /// Reads exactly `size` bytes; false when there are fewer.

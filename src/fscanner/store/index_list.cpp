@@ -8,7 +8,8 @@ namespace fscanner {
 
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries) {
     const auto file = SysFactory::createMmFile(path);
-    if (!file->open()) return nameExists(path) ? OpenResult::failed : OpenResult::ok;
+    if (!file->open())
+        return presenceOf(path) == Presence::absent ? OpenResult::ok : OpenResult::failed;
     const std::span<const std::byte> content = file->content();
     ByteRange in(content.data(), content.data() + content.size());
     while (!in.empty()) {
