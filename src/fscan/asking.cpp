@@ -47,6 +47,8 @@ std::optional<Asking> Asking::prepare(const Options& options) {
     asking.provider = choose(options);
     if (!asking.provider) return std::nullopt;
     asking.place = CachePlace::of(options);
+    // A provider that has no cache has no use for it, either.
+    if (asking.maximumAge == 0) asking.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
     const std::string directory = toBytes(asking.place.directory);
     // A provider that keeps none refuses the option.
     asking.cached = asking.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
@@ -59,6 +61,10 @@ std::optional<Asking> Asking::prepare(const Options& options) {
     asking.provider = load(directProvider);
     if (!asking.provider) return std::nullopt;
     return asking;
+}
+
+unsigned Asking::ageLimit() const {
+    return maximumAge == 0 ? fscanner::FS_CACHE_REBUILD : maximumAge;
 }
 
 int Asking::run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const {

@@ -29,6 +29,8 @@ struct Asking {
     /// where there is no provider.
     static std::optional<Asking> prepare(const Options& options);
 
+    /// The age as `FS_Cache` takes it: 0 is no age at all.
+    unsigned ageLimit() const;
     int run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const;
     /// Tells the user what is wrong with the search of PATH; returns the exit status.
     int report(int code, const std::string& path) const;

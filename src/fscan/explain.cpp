@@ -31,7 +31,7 @@ bool explainFromCache(const Options& options, const Asking& asking, const fscann
     status = cache.status();
     // Looked at again under the lock: another process may have been at work.
     if (status != STATUS_FOUND || asking.place.isMarked() || !cache.open()) return false;
-    const bool explained = cache.get()->explain(query, asking.maximumAge, report);
+    const bool explained = cache.get()->explain(query, asking.ageLimit(), report);
     cache.get()->close();
     return explained;
 }

@@ -96,7 +96,7 @@ void addCache(CLI::App& app, Options& options, const char* group) {
                            ->group(group);
     app.add_flag_function(
            "--fresh", [&options](auto) { options.maximumAge = 0; },
-           "Scan anew, like --max-age 0; a scan of the same second still counts")
+           "Scan anew, like --max-age 0, however young the cache is")
         ->excludes(age)
         ->group(group);
     addText(app, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is")->group(group);

@@ -47,7 +47,7 @@ protected:
     fscanner::TemporaryDirectory home_;
 };
 
-/// Trees built in the second that goes on are never too old.
+/// Until then a cached tree is 0 seconds old.
 void waitForNextSecond() {
     const std::time_t now = std::time(nullptr);
     while (std::time(nullptr) == now) std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -59,11 +59,14 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-cache"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-recurse"}), ElementsAre("d/a", "d/later"));
-    waitForNextSecond();
     EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(found({"d", "--fresh"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+    // In the same second, too.
+    add("d/x");
+    EXPECT_THAT(found({"d", "--fresh", "-n", "x"}), ElementsAre("d/x"));
+    std::filesystem::remove(tree_ / "d/x");
+    EXPECT_EQ(run({"d", "--max-age", "0s", "-n", "x"}).status, 1);
     std::filesystem::remove(tree_ / "d/later");
-    waitForNextSecond();
     EXPECT_THAT(run({"d", "-l", "-n", "later"}).out, testing::MatchesRegex("-rw.* 0 - +d/later\n"));
     EXPECT_THAT(found({"d", "--max-age", "0s"}), ElementsAre("d/a", "d/sub/b"));
 }

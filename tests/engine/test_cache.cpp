@@ -64,6 +64,56 @@ TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
     EXPECT_THAT(found(cache), IsEmpty());
 }
 
+// The clock: the time of day may be set, and is no measure of how long something took.
+timeval dayOf2033() {
+    return {2'000'000'000, 0};
+}
+timeval hourBefore() {
+    return {2'000'000'000 - 3600, 0};
+}
+timeval dayEarlier() {
+    static timeval now = dayOf2033();
+    now.tv_sec -= kDay;
+    return now;
+}
+timeval dayLater() {
+    static timeval now = dayOf2033();
+    now.tv_sec += kDay;
+    return now;
+}
+timeval standing() {
+    return {1000, 0};
+}
+
+TEST_F(CacheTest, TreesOfTheFutureAreOld) {
+    everything();
+    setClockSource(dayOf2033);
+    EXPECT_EQ(found(cache).size(), 3u);
+    tree.file("new");
+    EXPECT_EQ(found(cache, 0).size(), 3u) << "the second goes on";
+    EXPECT_EQ(found(cache, FS_CACHE_REBUILD).size(), 4u);
+    tree.file("later");
+    setClockSource(hourBefore);
+    EXPECT_EQ(found(cache).size(), 5u) << "the clock was set back";
+    setClockSource(nullptr);
+}
+
+TEST_F(CacheTest, AClockThatIsSetEndsNoSearch) {
+    everything();
+    for (const ClockSource stepping : {dayEarlier, dayLater}) {
+        setClockSource(stepping, standing);
+        for (const bool directly : {true, false}) {
+            CollectingWriter writer;
+            EXPECT_EQ(directly ? fsScanQuery(writer, query, kMinute) : cache.query(writer, query),
+                      0);
+            EXPECT_EQ(writer.paths.size(), 3u);
+        }
+    }
+    setClockSource(nullptr);
+    const unsigned before = getTickCount();
+    EXPECT_LT(getTickCount() - before, kMinute) << "ticks do not go back";
+}
+
 TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
     struct Undecided : FsScanObserver {
         void undecided(const FsFileInfo& file) override {

@@ -60,6 +60,8 @@ TEST_F(ProviderCache, Options) {
     EXPECT_STREQ(provider->name(), "provider_cache");
     EXPECT_FALSE(provider->setOption("colour", "red"));
     EXPECT_FALSE(provider->setOption(FS_OPTION_COMPRESSED, "maybe"));
+    EXPECT_TRUE(provider->setOption(FS_OPTION_FRESH, "true"));
+    EXPECT_TRUE(provider->setOption(FS_OPTION_FRESH, "0"));
     EXPECT_FALSE(provider->setOption(FS_OPTION_CACHE_DIRECTORY, "relative"));
     EXPECT_FALSE(provider->setOption(nullptr, "x"));
     const auto right = found();

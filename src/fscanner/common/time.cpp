@@ -4,36 +4,41 @@ namespace fscanner {
 
 namespace {
 
-timeval systemClock() {
-    timeval now;
-    gettimeofday(&now, nullptr);
-    return now;
+constexpr long kNanosecondsPerMillisecond = 1'000'000;
+
+long long millisecondsOf(clockid_t clock) {
+    timespec now{};
+    clock_gettime(clock, &now);
+    return now.tv_sec * 1000LL + now.tv_nsec / kNanosecondsPerMillisecond;
 }
 
-timeval coarseClock() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    return {now.tv_sec, now.tv_nsec / 1000};
+// The ticks begin at the time of day and go on by the steady clock.
+unsigned steadyTicks(clockid_t clock) {
+    static const long long start = millisecondsOf(CLOCK_REALTIME) - millisecondsOf(CLOCK_MONOTONIC);
+    return static_cast<unsigned>(start + millisecondsOf(clock));
 }
 
 unsigned milliseconds(const timeval& time) {
     return static_cast<unsigned>(time.tv_sec * 1000LL + time.tv_usec / 1000);
 }
 
-ClockSource clockSource = systemClock;
+// Null: the system's.
+ClockSource wallClock = nullptr;
+ClockSource tickClock = nullptr;
 
 }  // namespace
 
-void setClockSource(ClockSource source) {
-    clockSource = source != nullptr ? source : systemClock;
+void setClockSource(ClockSource source, ClockSource ticks) {
+    wallClock = source;
+    tickClock = ticks != nullptr ? ticks : source;
 }
 
 unsigned getTickCount() {
-    return milliseconds(clockSource());
+    return tickClock != nullptr ? milliseconds(tickClock()) : steadyTicks(CLOCK_MONOTONIC);
 }
 
 unsigned getCoarseTickCount() {
-    return milliseconds(clockSource == systemClock ? coarseClock() : clockSource());
+    return tickClock != nullptr ? milliseconds(tickClock()) : steadyTicks(CLOCK_MONOTONIC_COARSE);
 }
 
 long elapsedTime(timeval start, timeval end) {
@@ -42,7 +47,7 @@ long elapsedTime(timeval start, timeval end) {
 }
 
 std::time_t getCurrentTime() {
-    return clockSource().tv_sec;
+    return wallClock != nullptr ? wallClock().tv_sec : std::time(nullptr);
 }
 
 }  // namespace fscanner

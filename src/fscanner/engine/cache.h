@@ -33,6 +33,10 @@ enum FsCacheStatus : int {
     FS_CACHE_FAILURE = -53,
 };
 
+/// A `maxCacheAge` of which every tree is too old. With 0, one that was built in the
+/// same second still answers.
+inline constexpr unsigned FS_CACHE_REBUILD = 0U - 1;
+
 /// One tree that a cache holds.
 struct FSCANNER_EXPORT FsCachedTree {
     std::wstring path;      ///< where the tree begins
@@ -83,11 +87,12 @@ public:
     void unlock();
 
     /// Writes the files that match to `writer`. `timeout`, in milliseconds, limits
-    /// each rebuilding of a tree and the extraction; a tree older than `maxCacheAge`
-    /// seconds is rebuilt. 0, -40, -41, -42, or the negative result of the writer where
-    /// it refused a record. The Ex form keeps the drive list and the resolved paths for
-    /// the next call in this process. A tree of which the system failed to read a part is
-    /// answered from once, and built anew by the next query.
+    /// each rebuilding of a tree and the extraction. A tree is rebuilt that is older than
+    /// `maxCacheAge` seconds, or that was built in the future: the clock was set back.
+    /// 0, -40, -41, -42, or the negative result of the writer where it refused a record.
+    /// The Ex form keeps the drive list and the resolved paths for the next call in this
+    /// process. A tree of which the system failed to read a part is answered from once,
+    /// and built anew by the next query.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,

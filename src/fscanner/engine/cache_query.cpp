@@ -140,6 +140,11 @@ CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
     return {true, record.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
 }
 
+// A tree of the future was built before the clock was set back: its age is not known.
+bool CacheQuery::isYoung(unsigned built) const {
+    return built != 0 && built >= oldest_ && built <= static_cast<unsigned>(getCurrentTime());
+}
+
 int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs) {
     const std::vector<PathInfo> include = localPaths(pairs);
     std::vector<PathInfo> exclude = plan.localExclusions();

@@ -37,7 +37,7 @@ private:
     };
     Found find(const PathDrive& pair);
     void tellOfCached(const wchar_t* path, unsigned built) const;
-    bool isYoung(unsigned built) const { return built != 0 && built >= oldest_; }
+    bool isYoung(unsigned built) const;
 
     int scanDirectly(const QueryPlan& plan, const PathDrive& pair);
     int refresh(const QueryPlan& plan, const PathDrive& pair, const char* name);

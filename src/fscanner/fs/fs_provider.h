@@ -12,6 +12,9 @@ class FsResultSetWriter;
 inline constexpr char FS_OPTION_CACHE_DIRECTORY[] = "cache_directory";
 inline constexpr char FS_OPTION_MONITORED[] = "monitored";
 inline constexpr char FS_OPTION_COMPRESSED[] = "compressed";
+/// No answer comes from a cache, whatever `maximumAge` says: an age of 0 still takes what
+/// was cached in the same second.
+inline constexpr char FS_OPTION_FRESH[] = "fresh";
 
 /// Answers queries. Implemented by plug-ins; a host gets one from
 /// `fsLoadProvider`, owns it and deletes it. One query at a time in a process.

@@ -87,6 +87,7 @@ private:
     std::wstring directory_;  // empty: the user's own
     bool monitored_ = false;
     bool compressed_ = false;
+    bool fresh_ = false;
     int lastStatus_ = FS_CACHE_SUCCESS;
 };
 
@@ -94,6 +95,7 @@ bool CacheProvider::set(const char* key, const char* value) {
     if (!key || !value) return false;
     if (std::strcmp(key, FS_OPTION_MONITORED) == 0) return parseBool(value, monitored_);
     if (std::strcmp(key, FS_OPTION_COMPRESSED) == 0) return parseBool(value, compressed_);
+    if (std::strcmp(key, FS_OPTION_FRESH) == 0) return parseBool(value, fresh_);
     if (std::strcmp(key, FS_OPTION_CACHE_DIRECTORY) != 0 || *value != '/') return false;
     return fsToWide(value, directory_);
 }
@@ -108,7 +110,7 @@ int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
                                 unsigned maximumAge, unsigned timeout) {
     lastStatus_ = FS_CACHE_FAILURE;
     try {
-        lastStatus_ = ask(writer, query, maximumAge, timeout);
+        lastStatus_ = ask(writer, query, fresh_ ? FS_CACHE_REBUILD : maximumAge, timeout);
     } catch (const std::exception&) {
         // The cache's object went with the exception, and gave up its locks.
     }
@@ -132,8 +134,8 @@ int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned
 int CacheProvider::runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
                            unsigned maximumAge, unsigned timeout) {
     const FsCacheTableNames names = fsCacheTableNames(compressed_);
-    FS_Cache cache(names.directories.c_str(), names.files.c_str(), directory_.c_str(), monitored_,
-                   compressed_, true);
+    FS_Cache cache(names.directories.c_str(), names.files.c_str(), directory_.c_str(),
+                   monitored_ && !fresh_, compressed_, true);
     if (const int status = cache.lock(kLockMilliseconds)) return status;
     int status = cache.create(kLockMilliseconds, FS_CACHE_OPEN_ALWAYS);
     if (status == FS_CACHE_SUCCESS) {
