@@ -105,5 +105,22 @@ TEST(CacheDirectory, DefaultFollowsTheEnvironment) {
                 testing::StartsWith("/h/.cache/fscanner/__"));
 }
 
+// What root makes in a user's home, the user could not use.
+TEST(CacheDirectory, OfRootIsNotInAnothersHome) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give directories away";
+    const TempTree tree;
+    tree.directory("home");
+    EnvironmentVariable cacheHome("XDG_CACHE_HOME"), home("HOME");
+    home.set(tree.path("home").c_str());
+    for (const std::string chosen : {"", "home/cache/of/his"}) {
+        cacheHome.set(chosen.empty() ? "" : tree.path(chosen).c_str());
+        const auto isThere = testing::StartsWith(tree.path("home"));
+        ASSERT_EQ(::chown(tree.path("home").c_str(), 0, 0), 0);
+        EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()), isThere);
+        ASSERT_EQ(::chown(tree.path("home").c_str(), 65534, 65534), 0);
+        EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()), testing::Not(isThere));
+    }
+}
+
 }  // namespace
 }  // namespace fscanner

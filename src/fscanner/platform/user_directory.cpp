@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cwctype>
@@ -21,8 +22,22 @@ std::string absoluteVariable(const char* name) {
     return value && *value == '/' ? value : "";
 }
 
+// What root makes in another's home, as under "sudo -E", that user cannot use; and what
+// lies there, he can exchange.
+bool mayLeadRoot(std::string path) {
+    struct stat info {};
+    while (stat(path.c_str(), &info) != 0 && path.size() > 1)
+        path.erase(std::max<std::size_t>(path.rfind('/'), 1));
+    return geteuid() != 0 || info.st_uid == 0;
+}
+
+std::string placeOf(const char* variable) {
+    std::string path = absoluteVariable(variable);
+    return mayLeadRoot(path) ? path : "";
+}
+
 std::string homeOfUser() {
-    std::string home = absoluteVariable("HOME");
+    std::string home = placeOf("HOME");
     if (!home.empty()) return home;
     std::vector<char> buffer(16384);
     passwd entry{};
@@ -35,7 +50,7 @@ std::string homeOfUser() {
 }  // namespace
 
 std::string userCacheHome() {
-    std::string chosen = absoluteVariable("XDG_CACHE_HOME");
+    std::string chosen = placeOf("XDG_CACHE_HOME");
     if (!chosen.empty()) return chosen;
     const std::string home = homeOfUser();
     return home.empty() ? "" : home + "/.cache";

@@ -5,7 +5,7 @@
 namespace fscanner {
 
 /// The user's directory for caches, by the environment or the user database. Empty
-/// when neither has one.
+/// when neither has one. Root uses none that the environment has of another user.
 std::string userCacheHome();
 
 /// Makes a directory, and those above it that are missing, for this user alone.
