@@ -10,11 +10,12 @@
 namespace fscanner {
 
 /// The files of `CacheUser`'s cache, index files last.
-inline constexpr std::array<const char*, 12> kCacheFiles = {
-    "dirs.dat",           "dirs.pxx",         "dirs_idx.dat",      "dirs.counter",
-    "files.dat",          "files.pxx",        "files_idx.dat",     "dirs_ID.idx",
-    "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx", "dirs_PARENTID.idx"};
-inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 7;
+inline constexpr std::array<const char*, 13> kCacheFiles = {
+    "dirs.dat",         "dirs.pxx",           "dirs_idx.dat",     "dirs.counter",
+    "files.dat",        "files.pxx",          "files_idx.dat",    "dirs.unread",
+    "dirs_ID.idx",      "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx",
+    "dirs_PARENTID.idx"};
+inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 8;
 /// The query that goes by the index of names.
 inline constexpr std::size_t kExactName = 3;
 

@@ -1,29 +1,13 @@
 // The store's files byte for byte: the worked examples of docs/formats.
 
 #include <optional>
-#include <sstream>
 
 #include "build_paths.h"
 #include "store/table_fixture.h"
+#include "support/format_example.h"
 
 namespace fscanner {
 namespace {
-
-/// The bytes of the n-th example in a format document: in a block marked "hex"
-/// each line starts with its bytes, and ends with what they mean.
-std::string exampleBytes(const std::string& document, int n) {
-    std::istringstream text(
-        readWholeFile(std::string(FSCANNER_SOURCE_DIR) + "/docs/formats/" + document));
-    std::string line, bytes;
-    while (n >= 0 && std::getline(text, line)) n -= line == "```hex" ? 1 : 0;
-    while (std::getline(text, line) && line != "```") {
-        std::istringstream words(line.substr(0, line.find("  ")));
-        for (std::string word; words >> word;) {
-            bytes += static_cast<char>(std::stoi(word, nullptr, 16));
-        }
-    }
-    return bytes;
-}
 
 class StoreBytes : public TableTest {
 protected:

@@ -42,7 +42,7 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
-    void incomplete() override { forgetTimes(store_, parents_.back()); }
+    bool tellsLater(FsSkipReason reason, int error) override;
     bool failed() const { return failed_; }
 
 private:
@@ -69,6 +69,15 @@ void CacheSink::enter(const WalkEntry& entry) {
     const auto now = static_cast<unsigned>(getCurrentTime());
     if (!failed_) failed_ = !insertDirectory(store_, entry.name().c_str(), parents_.back(), now);
     parents_.push_back(store_.directoriesIndex());
+}
+
+// What the system failed at may pass. What it denies stays missing until the tree is old:
+// whoever extracts from the tree tells of it, now and later alike.
+bool CacheSink::tellsLater(FsSkipReason reason, int error) {
+    if (reason == FsSkipReason::failed) forgetTimes(store_, parents_.back());
+    if (reason != FsSkipReason::denied && reason != FsSkipReason::tooLong) return false;
+    store_.unread().add(parents_.back(), reason, error);
+    return true;
 }
 
 DfsState& dfsState() {

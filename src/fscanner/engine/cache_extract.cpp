@@ -112,6 +112,7 @@ public:
     ~Extraction();
 
     int run();
+    void tellUnread();
 
 private:
     enum class Directory { accepted, refused, missing };
@@ -120,7 +121,7 @@ private:
     static int interrupted();
     Directory enter(unsigned pathId);
     bool judge();
-    bool accepts(const wchar_t* directory);
+    bool accepts(const wchar_t* directory, bool anyBelow = false);
     bool settlesBelow(const wchar_t* directory) const;
     int coveringPair(const wchar_t* directory) const;
     const PathInfo& pathOf(int pair) const {
@@ -178,6 +179,16 @@ int Extraction::run() {
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;
     return FS_CACHE_SUCCESS;
+}
+
+// What the answer lacks, as it was when the trees were built: the directory's files, and
+// all below it.
+void Extraction::tellUnread() {
+    FsScanObserver* const observer = scanObserver();
+    if (!observer) return;
+    for (const auto& [id, unread] : store_.unread().all())
+        if (chain_.enter(id) && accepts(chain_.path().c_str(), true))
+            observer->skipped(chain_.path().c_str(), unread.reason, unread.error);
 }
 
 int Extraction::take(bool matched) {
@@ -263,7 +274,8 @@ int Extraction::coveringPair(const wchar_t* directory) const {
     return longest;
 }
 
-bool Extraction::accepts(const wchar_t* directory) {
+// Whether its files are wanted or, with `anyBelow`, may be of what lies below it.
+bool Extraction::accepts(const wchar_t* directory, bool anyBelow) {
     const int pair = coveringPair(directory);
     if (pair != pair_) {
         pair_ = pair;
@@ -274,7 +286,8 @@ bool Extraction::accepts(const wchar_t* directory) {
     }
     return pair >= 0 && !checkPathList(directory, mountPoints_, true, false) &&
            checkPathList(directory, request_.include, true, false) &&
-           !checkPathList(directory, request_.exclude, request_.caseSensitive, false);
+           !checkPathList(directory, request_.exclude, request_.caseSensitive,
+                          anyBelow && pathOf(pair).getRecursive());
 }
 
 void Extraction::noteUndecided() {
@@ -315,7 +328,14 @@ int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer
         return FS_CACHE_SUCCESS;
     }
     const auto extraction = std::make_unique<Extraction>(store, tree, writer, request);
+    extraction->tellUnread();
     return extraction->run();
+}
+
+int tellUnread(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
+               const ExtractionRequest& request) {
+    std::make_unique<Extraction>(store, tree, writer, request)->tellUnread();
+    return FS_CACHE_SUCCESS;
 }
 
 }  // namespace fscanner

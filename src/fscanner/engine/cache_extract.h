@@ -21,9 +21,14 @@ struct ExtractionRequest {
 };
 
 /// Reads the files table once and writes the files that satisfy the criteria and lie
-/// inside the included and outside the excluded paths. 0; -41 when the time ran out;
+/// inside the included and outside the excluded paths. The observer is told first of the
+/// directories there that could not be read. 0; -41 when the time ran out;
 /// -40 when a file's directory has no record. Records already written stay.
 int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
                    const ExtractionRequest& request);
+/// Only the beginning of that: tells the observer of the directories there that could not
+/// be read. Returns 0.
+int tellUnread(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
+               const ExtractionRequest& request);
 
 }  // namespace fscanner

@@ -3,7 +3,6 @@
 #include "fscanner/common/time.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
-#include "fscanner/engine/cache_extract.h"
 #include "fscanner/engine/direct_query.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
@@ -39,6 +38,15 @@ CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCach
 // ---- Cache only -------------------------------------------------------------
 
 int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
+    const int status = readTrees(plan, name);
+    if (status == FS_CACHE_SUCCESS) return extract(plan, plan.pairs(), extractResults);
+    // Also who runs out of time hears what was met until then.
+    if (status != FS_CACHE_UNUSABLE) extract(plan, plan.pairs(), tellUnread);
+    return status;
+}
+
+// Scans what the cache does not keep, and what it has not or only old.
+int CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     for (const PathDrive& pair : plan.pairs()) {
         if (QueryPlan::isLocal(pair)) {
             if (const int status = refresh(plan, pair, name)) return status;
@@ -49,7 +57,7 @@ int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
             name, pair.path.getPathName());
         if (scanDirectly(plan, pair) == WALK_TIMED_OUT) return FS_CACHE_QUERY_TIMED_OUT;
     }
-    return extract(plan, plan.pairs());
+    return FS_CACHE_SUCCESS;
 }
 
 // Sees to it that a local pair's tree is in the cache and young enough.
@@ -120,7 +128,7 @@ int CacheQuery::monitored(const QueryPlan& plan) {
     }
     if (fromCache.empty() || status != FS_CACHE_SUCCESS) return status;
     // With the other pairs, old subtrees below what was just scanned would come twice.
-    return extract(plan, fromCache);
+    return extract(plan, fromCache, extractResults);
 }
 
 // ---- What they share --------------------------------------------------------
@@ -137,7 +145,9 @@ CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
     RecordSet& record = store_.directoryRecords();
     if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(), true))
         return {false, 0};
-    return {true, record.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
+    // One that could not be read may be readable now: that costs a look, and no walk.
+    if (store_.unread().contains(record.getFieldAsInt32(DIRECTORIES_ID))) return {true, 0};
+    return {true, store_.builtTime(record)};
 }
 
 // A tree of the future was built before the clock was set back: its age is not known.
@@ -145,14 +155,15 @@ bool CacheQuery::isYoung(unsigned built) const {
     return built != 0 && built >= oldest_ && built <= static_cast<unsigned>(getCurrentTime());
 }
 
-int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs) {
+int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
+                        decltype(extractResults)& how) {
     const std::vector<PathInfo> include = localPaths(pairs);
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
     const ExtractionRequest request{query_.getQuery(), plan.drives(), pairs,
                                     include,           exclude,       query_.getCaseSensitive(),
                                     timeout_};
-    return extractResults(store_, tree_, *writer_, request);
+    return how(store_, tree_, *writer_, request);
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fscanner/engine/cache_extract.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/fs_explain.h"
@@ -40,8 +41,10 @@ private:
     bool isYoung(unsigned built) const;
 
     int scanDirectly(const QueryPlan& plan, const PathDrive& pair);
+    int readTrees(const QueryPlan& plan, const char* name);
     int refresh(const QueryPlan& plan, const PathDrive& pair, const char* name);
-    int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs);
+    int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
+                decltype(extractResults)& how);
 
     CacheStore& store_;
     CacheTree tree_;

@@ -18,13 +18,13 @@ struct DirectoryNode {
 
 using Directories = std::unordered_map<unsigned, DirectoryNode>;
 
-Directories readDirectories(RecordSet& records) {
+Directories readDirectories(CacheStore& store) {
     Directories directories;
+    RecordSet& records = store.directoryRecords();
     records.setCriteria(nullptr, true);
     for (bool found = records.moveFirst(); found; found = records.moveNext())
         directories[records.getFieldAsInt32(DIRECTORIES_ID)] = {
-            records.getFieldAsInt32(DIRECTORIES_PARENTID),
-            records.getFieldAsInt32(DIRECTORIES_CREATIONTIME)};
+            records.getFieldAsInt32(DIRECTORIES_PARENTID), store.builtTime(records)};
     return directories;
 }
 
@@ -49,7 +49,7 @@ unsigned treeOf(Directories& directories, unsigned id) {
 
 bool reportCache(CacheStore& store, FsCacheReport& report) {
     if (!store.files().checkOffsets() || !store.directories().checkOffsets()) return false;
-    Directories directories = readDirectories(store.directoryRecords());
+    Directories directories = readDirectories(store);
     std::unordered_map<unsigned, FsCachedTree> trees;
     std::vector<unsigned> ids;
     for (const auto& [id, node] : directories) ids.push_back(id);

@@ -19,6 +19,7 @@ namespace fscanner {
 
 const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
+const wchar_t* CacheUnreadSuffix = L".unread";
 const wchar_t* field_ID = L"ID";
 
 namespace {
@@ -238,7 +239,7 @@ int CacheStore::create(unsigned timeout, int disposition) {
 // half of a new cache beside half of an old one must not be taken for a good one.
 bool CacheStore::createCache() {
     if (!beginChanges()) return false;
-    removeDirectoriesIDCounter();
+    removeSmallFiles();
     files_ = createTable(filesName_, TableKind::files(), "createFilesTable");
     if (!files_) return false;
     directories_ =
@@ -251,6 +252,7 @@ bool CacheStore::createCache() {
     broken_ = false;
     openRecordSets();
     directoriesIndex_ = 0;
+    unread_.reset(0);
     return updateDirectoriesIDCounter();
 }
 
@@ -276,6 +278,7 @@ bool CacheStore::openCache() {
         return false;
     }
     debug("FS_Cache::openCache() - directoriesIndex = %d\n", static_cast<int>(directoriesIndex_));
+    unread_.load(path(CacheUnreadSuffix), directoriesIndex_);
     beginCacheUpdate();
     broken_ = false;
     openRecordSets();
@@ -312,6 +315,11 @@ std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, cons
     return table;
 }
 
+unsigned CacheStore::builtTime(const RecordSet& directory) const {
+    if (!unread_.knows(directory.getFieldAsInt32(DIRECTORIES_ID))) return 0;
+    return directory.getFieldAsInt32(DIRECTORIES_CREATIONTIME);
+}
+
 // ---- Closing ----------------------------------------------------------------
 
 // What changed is on disk before the mark goes; what did not get there, or was found
@@ -325,13 +333,18 @@ bool CacheStore::close() {
     for (FS_Table* table : {files_.get(), directories_.get()})
         if (table && table->isOpen() && !table->close()) broken_ = true;
     filesRecords_ = directoryRecords_ = ancestorRecords_ = RecordSet();
-    if (changed_ && !(syncFile(path(CacheCounterSuffix)) && syncDirectory(directory_)))
-        broken_ = true;
+    if (changed_ && !bringToDisk()) broken_ = true;
     open_ = false;
     changed_ = false;
     if (broken_) return true;
     endCacheUpdate();
     return true;
+}
+
+// The files beside the tables; the tables did it when they were closed.
+bool CacheStore::bringToDisk() {
+    return unread_.save(path(CacheUnreadSuffix), directoriesIndex_) &&
+           syncFile(path(CacheCounterSuffix)) && syncDirectory(directory_);
 }
 
 bool CacheStore::isCompactionDue() {
@@ -362,7 +375,7 @@ bool CacheStore::remove() {
     if (!files_ || !directories_) return false;
     const bool filesErased = files_->erase();
     const bool directoriesErased = directories_->erase();
-    removeDirectoriesIDCounter();
+    removeSmallFiles();
     return filesErased && directoriesErased;
 }
 
@@ -436,8 +449,9 @@ bool CacheStore::updateDirectoriesIDCounter() {
     return writeSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size());
 }
 
-void CacheStore::removeDirectoriesIDCounter() {
+void CacheStore::removeSmallFiles() {
     removeFile(path(CacheCounterSuffix).c_str());
+    removeFile(path(CacheUnreadSuffix).c_str());
 }
 
 }  // namespace fscanner

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "fscanner/engine/unread_directories.h"
 #include "fscanner/expr/criteria.h"
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/directory_lock.h"
@@ -12,9 +13,11 @@
 
 namespace fscanner {
 
-/// Suffixes of the mark and of the counter, and the name of a directory's number.
+/// Suffixes of the mark, of the counter and of the unread directories, and the name of a
+/// directory's number.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
+extern const wchar_t* CacheUnreadSuffix;
 extern const wchar_t* field_ID;
 
 /// Positions of the fields in the two tables.
@@ -117,6 +120,11 @@ public:
     /// The ID counter: the last ID that a directory was given.
     unsigned& directoriesIndex() { return directoriesIndex_; }
     bool updateDirectoriesIDCounter();
+    /// When the tree of the directory at hand was built; 0: never, or nobody knows what of
+    /// it could not be read, so that no answer may come from it.
+    unsigned builtTime(const RecordSet& directory) const;
+    /// What is told of directories that could not be read.
+    UnreadDirectories& unread() { return unread_; }
 
 private:
     struct TableKind;
@@ -135,10 +143,11 @@ private:
     bool insideCacheUpdate();
     bool placeMark();
     bool getDirectoriesIDCounter();
-    void removeDirectoriesIDCounter();
+    void removeSmallFiles();
     bool isCompactionDue();
     bool isSound();
     bool hasNoIdAboveCounter();
+    bool bringToDisk();
 
     std::wstring directory_;
     std::wstring directoriesName_;
@@ -152,6 +161,7 @@ private:
     bool changed_ = false;
     bool compactionDue_ = false;
     unsigned directoriesIndex_ = 0;
+    UnreadDirectories unread_;
     CacheLookups lookups_;
     std::unique_ptr<AbstractSync> accessMutex_;
     std::unique_ptr<DirectoryLock> directoryLock_;

@@ -119,6 +119,7 @@ void CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) 
             continue;
         }
         removeFiles(files, level.id);
+        store_.unread().remove(level.id);
         if (store_.lookups().byId(level.children, level.id)) level.children.remove();
         if (!directories.closeRecordSet(level.children))
             debug("FS_Cache::removeTree - closeRecordSet failed!\n");

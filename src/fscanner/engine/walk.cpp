@@ -262,7 +262,9 @@ int Walk::visitDirectory() {
     path_ += entry_.name();
     if (path_.size() > kLongestPath) {
         debug("%s - path too long!\n", voice_.prefix);
+        sink_.enter(entry_);
         noteSkipped(FsSkipReason::tooLong, 0);
+        sink_.leave();
     } else if (excludes(path_.c_str(), true)) {
         debug("%s - path '%ls' excluded!\n", voice_.prefix, path_.c_str());
         noteExcluded();
@@ -294,16 +296,16 @@ bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
 }
 
 void Walk::noteSkipped(FsSkipReason reason, int error) {
-    if (reason == FsSkipReason::failed) sink_.incomplete();
-    if (observer_) observer_->skipped(path_.c_str(), reason, error);
+    if (!sink_.tellsLater(reason, error) && observer_)
+        observer_->skipped(path_.c_str(), reason, error);
 }
 
-// A file without its facts may be missed by the criteria. That the system denies them,
-// or that the file is gone, is no failure.
+// A file without its facts may be missed by the criteria, unless it is gone.
 void Walk::noteUnexamined() {
-    if (top().incomplete || skipReason(entry_.error()) != FsSkipReason::failed) return;
+    const FsSkipReason reason = skipReason(entry_.error());
+    if (top().incomplete || reason == FsSkipReason::vanished) return;
     top().incomplete = true;
-    noteSkipped(FsSkipReason::failed, entry_.error());
+    noteSkipped(reason, entry_.error());
 }
 
 void Walk::noteExcluded() {

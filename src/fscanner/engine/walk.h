@@ -68,9 +68,9 @@ public:
     /// A subdirectory about to be entered; each is followed by one `leave`.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
-    /// The directory entered last was not wholly seen, for a reason that may pass: the
-    /// system failed. Not for what it denies, and not for what is gone.
-    virtual void incomplete() {}
+    /// The directory entered last was not wholly seen. True: the sink tells the observer
+    /// of it later.
+    virtual bool tellsLater(FsSkipReason, int /*error*/) { return false; }
 };
 
 /// How a walk writes its log lines, and the state that its kind keeps.

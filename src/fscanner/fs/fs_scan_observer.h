@@ -43,8 +43,8 @@ public:
     /// Called when a walk ends, also when it was stopped, with its totals; the
     /// directory is the one that the walk began at.
     virtual void finished(const FsScanProgress& totals);
-    /// Called for each searched path that the cache answers for: no walk looks at it,
-    /// and what could not be read when it was scanned is not told again.
+    /// Called for each searched path that the cache answers for: no walk looks at it.
+    /// What could not be read when it was scanned is told by `skipped`.
     virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
     /// Called some times a second while other processes hold the cache that a query, or
     /// a lock with a time limit, waits for. False ends the wait as if time had run out.

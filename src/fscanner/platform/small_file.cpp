@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cerrno>
+#include <limits>
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
@@ -38,10 +39,7 @@ bool syncOpen(const Descriptor& file) {
     return file && fsync(file.get()) == 0;
 }
 
-}  // namespace
-
-std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
-    const Descriptor file = ifRegular(openSafely(path, O_RDONLY));
+std::optional<std::string> readWhole(const Descriptor& file, std::size_t limit) {
     if (!file) return std::nullopt;
     std::string text;
     std::array<char, 16384> block;
@@ -51,6 +49,12 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
         text.append(block.data(), static_cast<std::size_t>(count));
     }
     return count == 0 ? std::optional(std::move(text)) : std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
+    return readWhole(ifRegular(openSafely(path, O_RDONLY)), limit);
 }
 
 Presence presenceOf(const std::wstring& path) {
@@ -69,6 +73,10 @@ bool writeSmallFile(const std::wstring& path, const void* content, unsigned size
 bool readSmallFile(const std::wstring& path, void* content, unsigned size) {
     const Descriptor file = openSmall(path, O_RDONLY);
     return file && read(file.get(), content, size) == static_cast<long>(size);
+}
+
+std::optional<std::string> readSmallFile(const std::wstring& path) {
+    return readWhole(openSmall(path, O_RDONLY), std::numeric_limits<int>::max());
 }
 
 bool syncFile(const std::wstring& path) {

@@ -10,8 +10,8 @@ namespace fscanner {
 /// and have no size. Nothing where it cannot be read or is longer than `limit` bytes.
 std::optional<std::string> readWholeFile(const char* path, std::size_t limit = std::string::npos);
 
-/// Marks and counters: files of a few bytes that are written whole. Links are not
-/// followed, and only regular files are read or written.
+/// Marks, counters and the like: files that are written whole. Links are not followed, and
+/// only regular files are read or written.
 
 /// Whether anything has a name, a dangling link included. Where the system fails to tell,
 /// that is no "absent": what must not be there may be.
@@ -21,6 +21,8 @@ Presence presenceOf(const std::wstring& path);
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
 /// Reads exactly `size` bytes; false when there are fewer.
 bool readSmallFile(const std::wstring& path, void* content, unsigned size);
+/// All of it; nothing where it cannot be read or has 2 GiB.
+std::optional<std::string> readSmallFile(const std::wstring& path);
 /// Waits until the file is on disk, and until the names in the directory are.
 bool syncFile(const std::wstring& path);
 bool syncDirectory(const std::wstring& path);

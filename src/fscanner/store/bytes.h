@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <string_view>
 
 namespace fscanner {
 
@@ -36,11 +38,19 @@ void storeInteger(std::byte* to, T value) {
     std::memcpy(to, &value, sizeof value);
 }
 
+template <std::unsigned_integral T>
+void appendInteger(std::string& bytes, T value) {
+    value = littleEndian(value);
+    bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
+}
+
 /// What is left to read of a file's content. Nothing is taken past its end.
 class ByteRange {
 public:
     ByteRange() = default;
     ByteRange(const std::byte* begin, const std::byte* end) : at_(begin), end_(end) {}
+    explicit ByteRange(std::string_view bytes)
+        : at_(reinterpret_cast<const std::byte*>(bytes.data())), end_(at_ + bytes.size()) {}
 
     const std::byte* at() const { return at_; }
     std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }

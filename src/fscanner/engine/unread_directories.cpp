@@ -1,0 +1,73 @@
+#include "fscanner/engine/unread_directories.h"
+
+#include <optional>
+
+#include "fscanner/engine/side_file.h"
+#include "fscanner/store/bytes.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::size_t kEntrySize = 8;
+constexpr int kLargestError = 4095;  // the kernel's own limit
+
+SideFile sideFile(const std::wstring& path) {
+    return {path, "FSUNREAD", 1};
+}
+
+std::uint16_t codeOf(FsSkipReason reason) {
+    return reason == FsSkipReason::denied ? 1 : 2;
+}
+
+std::optional<FsSkipReason> reasonOf(std::uint16_t code) {
+    if (code == codeOf(FsSkipReason::denied)) return FsSkipReason::denied;
+    if (code == codeOf(FsSkipReason::tooLong)) return FsSkipReason::tooLong;
+    return std::nullopt;
+}
+
+}  // namespace
+
+void UnreadDirectories::reset(unsigned unknownUpTo) {
+    unread_.clear();
+    unknownUpTo_ = unknownUpTo;
+}
+
+void UnreadDirectories::load(const std::wstring& path, unsigned counter) {
+    const std::optional<std::string> content = sideFile(path).read(counter);
+    if (!content || !decode(*content, counter)) reset(counter);
+}
+
+bool UnreadDirectories::decode(const std::string& content, unsigned counter) {
+    unread_.clear();
+    ByteRange bytes{std::string_view(content)};
+    std::uint32_t unknown = 0, count = 0;
+    if (!bytes.takeInteger(unknown) || !bytes.takeInteger(count)) return false;
+    if (unknown > counter || bytes.left() != std::uint64_t{count} * kEntrySize) return false;
+    std::uint32_t id = 0;
+    std::uint16_t code = 0, error = 0;
+    for (std::uint32_t last = 0; !bytes.empty(); last = id) {
+        bytes.takeInteger(id);
+        bytes.takeInteger(code);
+        bytes.takeInteger(error);
+        const std::optional<FsSkipReason> reason = reasonOf(code);
+        if (id <= last || id > counter || !reason || error > kLargestError) return false;
+        unread_.emplace_hint(unread_.end(), id, Unread{*reason, error});
+    }
+    unknownUpTo_ = unknown;
+    return true;
+}
+
+bool UnreadDirectories::save(const std::wstring& path, unsigned counter) const {
+    std::string content;
+    appendInteger(content, std::uint32_t{unknownUpTo_});
+    appendInteger(content, static_cast<std::uint32_t>(unread_.size()));
+    for (const auto& [id, unread] : unread_) {
+        appendInteger(content, std::uint32_t{id});
+        appendInteger(content, codeOf(unread.reason));
+        appendInteger(content, static_cast<std::uint16_t>(unread.error));
+    }
+    return sideFile(path).write(counter, content);
+}
+
+}  // namespace fscanner

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "fscanner/fs/fs_scan_observer.h"
+
+namespace fscanner {
+
+/// The directories of a cache that could not be read when their tree was built, so that an
+/// answer from the cache lacks no more without a word than the scan did.
+///
+/// They are kept in a file of their own (docs/formats/unread-file.md). Trees that were built
+/// while there was no such file, or a damaged one, are told apart by their IDs: `knows`.
+class UnreadDirectories {
+public:
+    struct Unread {
+        FsSkipReason reason;  ///< `denied` or `tooLong`: what passes by itself is not kept
+        int error;            ///< errno, or 0
+    };
+
+    /// Forgets all. Of directories up to this ID nothing is known, of later ones all is.
+    void reset(unsigned unknownUpTo);
+    /// Reads the file of the tables whose ID counter is this. Where it is of no use nothing
+    /// is known of any directory that the tables have.
+    void load(const std::wstring& path, unsigned counter);
+    /// Writes the file and brings it to disk.
+    [[nodiscard]] bool save(const std::wstring& path, unsigned counter) const;
+
+    void add(unsigned id, FsSkipReason reason, int error) { unread_[id] = {reason, error}; }
+    void remove(unsigned id) { unread_.erase(id); }
+    /// Whether it is known what of the directory's tree could not be read.
+    bool knows(unsigned id) const { return id > unknownUpTo_; }
+    bool contains(unsigned id) const { return unread_.contains(id); }
+    /// By ID, ascending.
+    const std::map<unsigned, Unread>& all() const { return unread_; }
+
+private:
+    bool decode(const std::string& content, unsigned counter);
+
+    unsigned unknownUpTo_ = 0;
+    std::map<unsigned, Unread> unread_;
+};
+
+}  // namespace fscanner

@@ -1,0 +1,304 @@
+// Directories that could not be read: every answer tells of those in its part, and the file
+// that remembers them is not trusted when anything is wrong with it.
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+#include "engine/cache_user.h"
+#include "fscanner/engine/side_file.h"
+#include "fscanner/engine/unread_directories.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_explain.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "fscanner/store/bytes.h"
+#include "support/format_example.h"
+#include "support/permissions.h"
+
+namespace fscanner {
+namespace {
+
+using testing::IsEmpty;
+using testing::UnorderedElementsAreArray;
+using Names = std::vector<std::string>;
+
+constexpr unsigned kAllOld = 0U - 10;
+
+/// Watches a query: what was skipped, and how many walks there were.
+class Watch : public FsScanObserver {
+public:
+    Watch() { fsSetScanObserver(this); }
+    ~Watch() override { fsSetScanObserver(nullptr); }
+    void skipped(const wchar_t* directory, FsSkipReason reason, int error) override {
+        if (reason == FsSkipReason::excluded) return;
+        EXPECT_EQ(reason, FsSkipReason::denied) << toMultibyte(directory);
+        EXPECT_EQ(error, EACCES) << toMultibyte(directory);
+        denied.push_back(toMultibyte(directory));
+    }
+    void finished(const FsScanProgress&) override { ++walks; }
+    bool progress(const FsScanProgress&) override { return !stops; }
+
+    bool stops = false;
+    Names denied;
+    int walks = 0;
+};
+
+struct Asked {
+    Names include;  // recursive with a "+" at the end
+    Names exclude;
+    Names denied;  // what the answer has to tell
+
+    FsQuery& in(const TempTree& tree, FsQuery& query) const {
+        const auto add = [&](auto method, std::string name) {
+            const bool recursive = name.ends_with('+');
+            if (recursive) name.pop_back();
+            (query.*method)((L"*:" + tree.wide(name)).c_str(), recursive);
+        };
+        for (const std::string& name : include) add(&FsQuery::addIncludePath, name);
+        for (const std::string& name : exclude) add(&FsQuery::addExcludePath, name);
+        return query;
+    }
+};
+
+class Unread : public testing::Test {
+protected:
+    Unread() {
+        for (const char* file : {"a/f", "a/locked/g", "a/b/h", "a/b/locked/i", "c/j"})
+            tree.file(file);
+        lock(0);
+    }
+    ~Unread() override { lock(0700); }
+    void SetUp() override {
+        if (!permissions) GTEST_SKIP() << "permissions cannot be made to hold";
+    }
+
+    void lock(mode_t mode) const {
+        for (const char* name : {"a/locked", "a/b/locked"}) ::chmod(tree.path(name).c_str(), mode);
+    }
+    Names paths(Names names) const {
+        for (std::string& name : names) name = tree.path(name);
+        return names;
+    }
+    /// The number of walks that an answer takes; what it tells must be `denied`.
+    int walks(const CacheUser& user, const std::string& below, const Names& denied,
+              unsigned age = kDay) const {
+        FsQuery query;
+        const Watch watch;
+        CollectingWriter writer;
+        EXPECT_EQ(user.query(writer, Asked{{below + "+"}, {}, {}}.in(tree, query), age), 0);
+        EXPECT_THAT(watch.denied, UnorderedElementsAreArray(paths(denied))) << below;
+        return watch.walks;
+    }
+    std::string file() const { return cache.directory().path("dirs.unread"); }
+
+    PermissionsHold permissions;
+    TempTree tree;
+    CacheUser cache;
+};
+
+TEST_F(Unread, EveryAnswerTellsOnceOfThoseInItsPart) {
+    const Asked table[] = {
+        {{"+"}, {}, {"a/locked", "a/b/locked"}},
+        {{"a/b+"}, {}, {"a/b/locked"}},
+        {{"c+"}, {}, {}},
+        {{"a", "a/b"}, {}, {}},
+        {{"a/locked"}, {}, {"a/locked"}},
+        {{"a/locked+", "c+"}, {}, {"a/locked"}},
+        {{"+", "a/b+"}, {}, {"a/locked", "a/b/locked"}},
+        {{"c+", "a/b+"}, {}, {"a/b/locked"}},
+        {{"+"}, {"a/b+"}, {"a/locked"}},
+        // What lies below may be wanted still.
+        {{"a+"}, {"a/locked", "a/b"}, {"a/locked", "a/b/locked"}},
+        {{"+"}, {"a+"}, {}},
+    };
+    const CacheUser shared;
+    for (const Asked& asked : table) {
+        FsQuery query;
+        asked.in(tree, query);
+        const CacheUser own, monitored(false, true);
+        const auto expectTold = [&](const char* way, auto run) {
+            const Watch watch;
+            CollectingWriter writer;
+            EXPECT_EQ(run(writer), 0) << way;
+            EXPECT_THAT(watch.denied, UnorderedElementsAreArray(paths(asked.denied)))
+                << way << ": " << testing::PrintToString(asked.include) << " without "
+                << testing::PrintToString(asked.exclude);
+        };
+        expectTold("direct", [&](auto& writer) { return fsScanQuery(writer, query, kMinute); });
+        for (const CacheUser* user : {&own, &shared, &monitored})
+            for (const auto& [way, age] :
+                 {std::pair{"cold", kDay}, {"warm", kDay}, {"new", kAllOld}})
+                for (const bool kept : {false, true})
+                    expectTold(way, [&](auto& writer) {
+                        return user->query(writer, query, age, kMinute, kept);
+                    });
+        FS_Cache served(L"dirs", L"files", shared.directory().wide().c_str(), true, false, true);
+        ASSERT_EQ(served.create(0, FS_CACHE_OPEN), 0);
+        expectTold("monitored",
+                   [&](auto& writer) { return served.executeQuery(writer, query, kMinute, 0); });
+        served.close();
+    }
+}
+
+TEST_F(Unread, WhoStopsABuildHearsWhatWasMet) {
+    // Whatever the order of the walk, one of two is met before so many files.
+    for (int i = 0; i < 1100; ++i) tree.file("c/" + std::to_string(i));
+    tree.directory("z/locked");
+    ::chmod(tree.path("z/locked").c_str(), 0);
+    FsQuery query;
+    Watch watch;
+    watch.stops = true;
+    CollectingWriter writer;
+    EXPECT_EQ(cache.query(writer, Asked{{"+"}, {}, {}}.in(tree, query)), FS_CACHE_BUILD_TIMED_OUT);
+    EXPECT_FALSE(watch.denied.empty());
+    ::chmod(tree.path("z/locked").c_str(), 0700);
+}
+
+TEST_F(Unread, TheFileFollowsTheTables) {
+    EXPECT_EQ(walks(cache, "", {"a/locked", "a/b/locked"}), 1);
+    EXPECT_EQ(walks(cache, "", {"a/locked", "a/b/locked"}), 0);
+    // Rebuilding gives new IDs, and compacts after a while.
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(walks(cache, "a/b", {"a/b/locked"}, kAllOld), 1);
+    EXPECT_EQ(walks(cache, "", {"a/locked", "a/b/locked"}), 0);
+    // What became readable is found when its tree is built anew; as a searched path, at once.
+    lock(0700);
+    EXPECT_EQ(walks(cache, "a/b", {"a/b/locked"}), 0);
+    EXPECT_EQ(walks(cache, "a/b/locked", {}), 1);
+    EXPECT_EQ(walks(cache, "", {"a/locked"}), 0);
+    EXPECT_EQ(walks(cache, "a", {}, kAllOld), 1);
+    EXPECT_EQ(walks(cache, "", {}), 0);
+    // A tree that is gone takes its entries along.
+    lock(0);
+    EXPECT_EQ(walks(cache, "a", {"a/locked", "a/b/locked"}, kAllOld), 1);
+    const auto size = std::filesystem::file_size(file());
+    std::filesystem::rename(tree.path("a"), tree.path("away"));
+    FsQuery query;
+    CollectingWriter none;
+    EXPECT_EQ(cache.query(none, Asked{{"a+"}, {}, {}}.in(tree, query), kAllOld), 0);
+    EXPECT_EQ(std::filesystem::file_size(file()), size - 16);
+    std::filesystem::rename(tree.path("away"), tree.path("a"));
+
+    const auto open = cache.open();
+    open->close();
+    EXPECT_TRUE(open->remove());
+    EXPECT_FALSE(std::filesystem::exists(file()));
+}
+
+TEST_F(Unread, WithoutAGoodFileEveryTreeIsBuiltAnew) {
+    const Names all = {"a/locked", "a/b/locked"};
+    walks(cache, "a", all);
+    walks(cache, "c", {});
+    std::filesystem::remove(file());
+    // Each at its turn: what is known of one says nothing of another.
+    FsQuery query;
+    Asked{{"a+"}, {}, {}}.in(tree, query);
+    const auto open = cache.open();
+    FsQueryReport plan;
+    ASSERT_TRUE(open->explain(query, kDay, plan));
+    EXPECT_EQ(plan.steps[0].way, FsSearchWay::rebuilt);
+    FsCacheReport held;
+    ASSERT_TRUE(open->report(held));
+    EXPECT_THAT(held.trees, IsEmpty());
+    open->close();
+    EXPECT_EQ(walks(cache, "c", {}), 1);
+    EXPECT_EQ(walks(cache, "c", {}), 0);
+    EXPECT_EQ(walks(cache, "a", all), 1);
+    EXPECT_EQ(walks(cache, "a", all), 0);
+
+    using Damage = std::function<void(const std::string& good)>;
+    std::vector<Damage> damages;
+    const std::size_t length = readWholeFile(file()).size();
+    for (std::size_t at = 0; at < length; ++at) {
+        damages.push_back(
+            [&, at](const std::string&) { std::filesystem::resize_file(file(), at); });
+        for (const int bit : {0, 7})
+            damages.push_back([&, at, bit](const std::string& good) {
+                overwriteFile(file(), at, {static_cast<char>(good[at] ^ 1 << bit)});
+            });
+    }
+    damages.push_back([&](const std::string& good) { writeWholeFile(file(), good + '\0'); });
+    damages.push_back([&](const std::string& good) {
+        const std::string elsewhere = cache.directory().path("elsewhere");
+        writeWholeFile(elsewhere, good);
+        std::filesystem::remove(file());
+        std::filesystem::create_symlink(elsewhere, file());
+    });
+    for (std::size_t i = 0; i < damages.size(); ++i) {
+        SCOPED_TRACE(i);
+        damages[i](readWholeFile(file()));
+        EXPECT_EQ(walks(cache, "a", all), 1);
+        const bool stays = std::filesystem::is_symlink(file());
+        EXPECT_EQ(walks(cache, "a", all), stays ? 1 : 0);
+    }
+}
+
+/// What a session without the file does to the tables makes an old file worthless.
+TEST_F(Unread, AFileOfOtherTablesIsNotUsed) {
+    walks(cache, "a", {"a/locked", "a/b/locked"});
+    const std::string old = readWholeFile(file());
+    walks(cache, "c", {});
+    writeWholeFile(file(), old);
+    EXPECT_EQ(walks(cache, "a", {"a/locked", "a/b/locked"}), 1);
+}
+
+TEST(UnreadFile, IsWrittenAsDocumentedAndReadWithSuspicion) {
+    const TempTree place;
+    const std::wstring path = place.wide("T.unread");
+    UnreadDirectories written, read;
+    written.add(3, FsSkipReason::denied, EACCES);
+    ASSERT_TRUE(written.save(path, 3));
+    EXPECT_EQ(readWholeFile(place.path("T.unread")), exampleBytes("unread-file.md", 0));
+    read.load(path, 3);
+    EXPECT_TRUE(read.knows(1));
+    ASSERT_TRUE(read.contains(3));
+    EXPECT_EQ(read.all().at(3).reason, FsSkipReason::denied);
+    EXPECT_EQ(read.all().at(3).error, EACCES);
+
+    const auto content = [](std::initializer_list<std::uint32_t> numbers) {
+        std::string bytes;
+        for (const std::uint32_t number : numbers) appendInteger(bytes, number);
+        return bytes;
+    };
+    // IDs up to 9; the error, 13, is in the upper half of an entry's second number.
+    constexpr std::uint32_t denied = 13 << 16 | 1, tooLong = 2;
+    const std::string good = content({4, 2, 5, denied, 9, tooLong});
+    const std::pair<const char*, std::string> table[] = {
+        {"empty", ""},
+        {"no count", content({0})},
+        {"fewer entries", content({0, 2, 5, denied})},
+        {"more entries", content({0, 0, 5, denied})},
+        {"a count beyond all memory", content({0, ~0U, 5, denied})},
+        {"unknown above the counter", content({10, 0})},
+        {"ID 0", content({0, 1, 0, denied})},
+        {"an ID above the counter", content({0, 1, 10, denied})},
+        {"the same ID twice", content({0, 2, 5, denied, 5, denied})},
+        {"descending", content({0, 2, 6, denied, 5, denied})},
+        {"no reason", content({0, 1, 5, 13 << 16})},
+        {"another reason", content({0, 1, 5, 3})},
+        {"no errno", content({0, 1, 5, 4096 << 16 | 1})},
+    };
+    const SideFile file{path, "FSUNREAD", 1};
+    ASSERT_TRUE(file.write(9, good));
+    read.load(path, 9);
+    EXPECT_EQ(read.all().size(), 2U);
+    EXPECT_FALSE(read.knows(4));
+    EXPECT_TRUE(read.knows(5));
+    for (const auto& [what, bytes] : table) {
+        ASSERT_TRUE(file.write(9, good));
+        read.load(path, 9);
+        ASSERT_TRUE(file.write(9, bytes));
+        read.load(path, 9);
+        EXPECT_THAT(read.all(), IsEmpty()) << what;
+        EXPECT_FALSE(read.knows(9)) << what;
+        EXPECT_TRUE(read.knows(10)) << what;
+    }
+    for (const SideFile& other : {SideFile{path, "FSUNREAD", 2}, {path, "FSSTAMPS", 1}}) {
+        ASSERT_TRUE(other.write(9, good));
+        read.load(path, 9);
+        EXPECT_FALSE(read.knows(9));
+    }
+}
+
+}  // namespace
+}  // namespace fscanner
