@@ -31,11 +31,10 @@ std::string shown(const CachePlace& place) {
 }
 
 /// The provider to ask. Directories alone are read faster than a cache, which holds
-/// whole trees; and a cache does not tell what could not be read.
+/// whole trees.
 std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
     if (options.provider) return load(options.provider->c_str());
-    const bool scan = !options.recurse || options.errors || options.strict;
-    return load(!scan ? cacheProvider : directProvider);
+    return load(options.recurse ? cacheProvider : directProvider);
 }
 
 }  // namespace

@@ -79,12 +79,10 @@ const char* reasonText(fscanner::FsSkipReason reason) {
     }
 }
 
-/// Whether all was searched; null where a cache does not tell.
-Json complete(const Completeness& search, const Outcome& outcome) {
-    if (!search.skipped.empty() || !search.timedOut.empty() || outcome.status > 1 || outcome.cut ||
-        outcome.interrupted)
-        return false;
-    return search.cached.empty() ? Json(true) : Json();
+/// Whether all was searched, by a cache's trees when they were read.
+bool complete(const Completeness& search, const Outcome& outcome) {
+    return search.skipped.empty() && search.timedOut.empty() && outcome.status <= 1 &&
+           !outcome.cut && !outcome.interrupted;
 }
 
 Json summary(const Completeness& search, const Outcome& outcome) {
@@ -137,6 +135,12 @@ void Completeness::addWalk(const fscanner::FsScanProgress& totals) {
     ++walks;
     files += totals.files;
     directories += totals.directories;
+}
+
+bool Completeness::systemFailed() const {
+    return std::any_of(skipped.begin(), skipped.end(), [](const Skipped& one) {
+        return one.reason == fscanner::FsSkipReason::failed;
+    });
 }
 
 void tell(const Options& options, const Completeness& search, const Outcome& outcome) {

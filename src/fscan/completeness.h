@@ -33,6 +33,8 @@ struct Completeness {
     std::vector<std::string> timedOut;
 
     void addWalk(const fscanner::FsScanProgress& totals);
+    /// Whether something was not searched that is there and that nobody forbids.
+    bool systemFailed() const;
 };
 
 /// The end of a search.

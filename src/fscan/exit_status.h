@@ -7,7 +7,7 @@ enum ExitStatus : int {
     STATUS_FOUND = 0,
     STATUS_NOTHING_FOUND = 1,
     STATUS_USAGE = 2,           ///< a wrong option, criteria or PATH: nothing was run
-    STATUS_INCOMPLETE = 3,      ///< a PATH could not be searched, or time ran out
+    STATUS_INCOMPLETE = 3,      ///< a PATH not searched, the system failed, or time ran out
     STATUS_FAILURE = 4,         ///< provider, cache, mount table, output or memory failed
     STATUS_COMMAND_FAILED = 5,  ///< a command that was run for matches failed
 };

@@ -83,7 +83,7 @@ int SearchRun::run(bool incomplete, Summary& summary) {
     if (!Interruption::pending() && out_.error() == 0) {
         // Now a signal may end the process at once, unless a summary is to be written.
         if (!summary.wanted()) interruption.reset();
-        status = std::max(status, deliver());
+        status = std::max(status, deliver(status));
         out_.flush();
     }
     status = overall(status, incomplete);
@@ -120,10 +120,11 @@ int SearchRun::searchRoot(const SearchRoot& root) {
 
 /// Hands on what was sorted; returns the exit status of that. What a signal cuts short is
 /// not finished: nobody is to take it for whole.
-int SearchRun::deliver() {
+int SearchRun::deliver(int status) {
     const bool delivered = !sorter_ || sorter_->deliver(consumer_);
     if (Interruption::pending()) return STATUS_FOUND;
-    consumer_.finish();
+    // A count of a search that failed is no count.
+    if (!search_.options.countOnly || status < STATUS_FAILURE) consumer_.finish();
     if (!delivered) {
         complain("the temporary file of matches cannot be written or read; is the disk full?");
         return STATUS_FAILURE;
@@ -138,8 +139,9 @@ bool SearchRun::readerGone() const {
 /// The exit status of a search whose parts came to `status`.
 int SearchRun::overall(int status, bool incomplete) const {
     if (out_.error() != 0 && !readerGone()) return STATUS_FAILURE;
-    const bool strictlyWrong = search_.options.strict && !watcher_.search().skipped.empty();
-    if (incomplete || watcher_.rootSkipped() || strictlyWrong)
+    const Completeness& search = watcher_.search();
+    const bool strictlyWrong = search_.options.strict && !search.skipped.empty();
+    if (incomplete || watcher_.rootSkipped() || search.systemFailed() || strictlyWrong)
         status = std::max<int>(status, STATUS_INCOMPLETE);
     return status == STATUS_FOUND && consumer_.count() == 0 ? STATUS_NOTHING_FOUND : status;
 }

@@ -54,7 +54,7 @@ public:
 private:
     int searchRoots();
     int searchRoot(const SearchRoot& root);
-    int deliver();
+    int deliver(int status);
     int overall(int status, bool incomplete) const;
     void conclude(int status, Outcome& outcome) const;
     bool readerGone() const;

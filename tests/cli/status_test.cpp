@@ -126,6 +126,66 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     EXPECT_EQ(behind.status, 3);
 }
 
+/// The scan that fills the cache, and the answers from it, say what a direct scan says.
+TEST_F(StatusTest, UnreadableDirectoriesAreReportedByEveryAnswer) {
+    if (!canDropOverride()) GTEST_SKIP() << "permissions cannot be made to hold";
+    add("d/other/locked/h");
+    const std::vector<Arguments> table = {
+        {"d"},
+        {"d", "--errors"},
+        {"d", "--strict"},
+        {"d", "-c"},
+        {"d", "-n", "nothing"},
+        {"d/other"},
+        {"d", "-x", "d/locked", "-x", "d/other"},
+        {"d/locked"},
+        {"d", "d/other/locked"},
+        {"d/other", "d", "--errors"},
+    };
+    const auto locked = {tree_ / "d/locked", tree_ / "d/other/locked"};
+    for (const std::string& path : locked) chmod(path.c_str(), 0);
+    const fscanner::TemporaryDirectory shared;
+    for (const Arguments& arguments : table) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const RunResult direct = run(arguments, {.withoutOverride = true});
+        const fscanner::TemporaryDirectory own;
+        for (const fscanner::TemporaryDirectory* home : {&own, &own, &shared}) {
+            const RunResult answer =
+                run(arguments, {.environment = {{"XDG_CACHE_HOME", home->path()}},
+                                .withoutOverride = true,
+                                .cached = true});
+            EXPECT_EQ(records(answer.err), records(direct.err));
+            EXPECT_EQ(records(answer.out), records(direct.out));
+            EXPECT_EQ(answer.status, direct.status);
+        }
+    }
+    // A PATH that could not be read is tried again, whatever the age.
+    for (const std::string& path : locked) chmod(path.c_str(), 0700);
+    const RunResult readable =
+        run({"d/locked"}, {.environment = {{"XDG_CACHE_HOME", shared.path()}},
+                           .withoutOverride = true,
+                           .cached = true});
+    EXPECT_EQ(readable.out + readable.err, "d/locked/g\n");
+}
+
+/// What the system fails at is no matter of permissions. A count of a failed search is none.
+TEST_F(StatusTest, FailuresOfTheSystemAreNotAnAnswer) {
+    add("d/e/e/e/f");
+    // Below the first limit the program does not start, above the last all is found.
+    std::vector<RunResult> ends;
+    for (const int descriptors : {4, 5, 64})
+        ends.push_back(shell("ulimit -n " + std::to_string(descriptors) + "; exec \"$0\" -c"));
+    for (const RunResult& end : ends) {
+        EXPECT_EQ(end.status, end.out == "3\n" ? 0 : 3) << end.out;
+        EXPECT_EQ(end.err.empty(), end.status == 0) << end.err;
+    }
+    EXPECT_EQ(ends.front().status, 3);
+    EXPECT_EQ(ends.back().status, 0);
+    const RunResult counted = run({"-c", "--cache-dir", "d/f"}, {.cached = true});
+    EXPECT_EQ(counted.out, "");
+    EXPECT_EQ(counted.status, 4);
+}
+
 TEST_F(StatusTest, FailedOutputIsAnErrorAndALostReaderIsNone) {
     addManyFiles();
     for (const Stdout to : {Stdout::full, Stdout::closed}) {
