@@ -1,0 +1,446 @@
+// The same questions in every way: directly, of a new, an old and a refreshed cache, of a
+// monitored one, each with a plan made for the call and a kept one. A plain recursive walk
+// with an evaluation of its own says what is right. The tree has mounts of every kind, and
+// names that somebody chose to be found wrong.
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cwctype>
+#include <map>
+#include <optional>
+
+#include "discovery/fixtures.h"
+#include "engine/cache_user.h"
+#include "fscanner/fs/fs_direct.h"
+#include "support/child_process.h"
+#include "support/private_mounts.h"
+#include "support/scoped_locale.h"
+
+namespace fscanner {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// ---- The plain walk ---------------------------------------------------------
+
+struct FileSystem {
+    bool remote;
+    std::string type;
+};
+
+/// A file as it lies there.
+struct File {
+    std::string directory;  // below the tree, "" for the tree itself
+    std::string name;
+    struct stat info;
+    FileSystem on;
+
+    std::wstring wideName() const { return toWide(name); }
+    bool isLink() const { return S_ISLNK(info.st_mode); }
+};
+
+void walk(const std::string& root, const std::string& below,
+          const std::map<dev_t, FileSystem>& systems, std::vector<File>& files) {
+    DIR* const directory = ::opendir((root + "/" + below).c_str());
+    ASSERT_NE(directory, nullptr) << below;
+    while (const dirent* entry = ::readdir(directory)) {
+        const std::string name = entry->d_name;
+        if (name == "." || name == "..") continue;
+        const std::string path = below.empty() ? name : below + "/" + name;
+        File file{below, name, {}, {}};
+        ASSERT_EQ(::lstat((root + "/" + path).c_str(), &file.info), 0) << path;
+        if (S_ISDIR(file.info.st_mode)) {
+            walk(root, path, systems, files);
+            continue;
+        }
+        file.on = systems.at(file.info.st_dev);
+        files.push_back(file);
+    }
+    ::closedir(directory);
+}
+
+// ---- The plain evaluation ---------------------------------------------------
+
+bool sameLetter(wchar_t a, wchar_t b, bool cased) {
+    return a == b ||
+           (!cased &&
+            (std::towlower(static_cast<wint_t>(a)) == std::towlower(static_cast<wint_t>(b)) ||
+             std::towupper(static_cast<wint_t>(a)) == std::towupper(static_cast<wint_t>(b))));
+}
+
+bool fits(const wchar_t* pattern, const wchar_t* text, bool cased) {
+    if (*pattern == L'*')
+        return fits(pattern + 1, text, cased) || (*text && fits(pattern, text + 1, cased));
+    if (*pattern == 0 || *text == 0) return *pattern == *text;
+    return (*pattern == L'?' || sameLetter(*pattern, *text, cased)) &&
+           fits(pattern + 1, text + 1, cased);
+}
+
+/// `a == b` of the language: nothing where both are patterns.
+std::optional<bool> equal(const std::wstring& a, const std::wstring& b, bool cased) {
+    const bool patternA = a.find_first_of(L"*?") != a.npos;
+    const bool patternB = b.find_first_of(L"*?") != b.npos;
+    if (patternA && patternB) return std::nullopt;
+    return patternB ? fits(b.c_str(), a.c_str(), cased) : fits(a.c_str(), b.c_str(), cased);
+}
+
+/// What a criteria comes to for a file; nothing where it cannot be told.
+using Value = std::optional<long long>;
+
+Value named(const File& file, const wchar_t* text, bool cased) {
+    return equal(file.wideName(), text, cased);
+}
+
+struct Question {
+    Names include;  // below the tree; with a group before it, and "+" behind it for recursive
+    Names exclude = {};
+    const wchar_t* criteria = L"";
+    Value (*value)(const File&, bool cased) = [](const File&, bool) -> Value { return 1; };
+    bool cased = true;
+    const wchar_t* notFileSystem = nullptr;
+    const wchar_t* onlyFileSystem = nullptr;
+};
+
+/// "$local::a/b+", taken apart. Without a group it is for local drives.
+struct Place {
+    bool local = true;
+    bool remote = false;
+    bool recursive;
+    std::wstring path;
+
+    explicit Place(std::string text) : recursive(text.ends_with('+')) {
+        if (recursive) text.pop_back();
+        if (const std::size_t end = text.find("::"); end != text.npos) {
+            local = !text.starts_with("$remote");
+            remote = !text.starts_with("$local");
+            text.erase(0, end + 2);
+        }
+        // The only link to a directory that is searched.
+        if (text == "by" || text.starts_with("by/")) text.replace(0, 2, "binds");
+        path = toWide(text);
+    }
+    bool isOnIts(const FileSystem& system) const { return system.remote ? remote : local; }
+    /// One directory of exactly this name, with what lies below it.
+    bool holds(const std::wstring& directory) const {
+        return directory == path ||
+               (recursive && (path.empty() || directory.starts_with(path + L"/")));
+    }
+    /// All directories that are named so.
+    bool describes(const std::wstring& directory, bool cased) const {
+        return fits(path.c_str(), directory.c_str(), cased) ||
+               (recursive && fits((path + L"/*").c_str(), directory.c_str(), cased));
+    }
+};
+
+bool isAnswer(const Question& question, const File& file) {
+    const auto isNamed = [&](const wchar_t* system) { return toWide(file.on.type) == system; };
+    if (question.notFileSystem && isNamed(question.notFileSystem)) return false;
+    if (question.onlyFileSystem && !isNamed(question.onlyFileSystem)) return false;
+    const std::wstring directory = toWide(file.directory);
+    // Searched paths are places: neither patterns nor the case mode are for them.
+    const bool searched =
+        std::any_of(question.include.begin(), question.include.end(), [&](const std::string& text) {
+            return Place(text).isOnIts(file.on) && Place(text).holds(directory);
+        });
+    const bool excluded =
+        std::any_of(question.exclude.begin(), question.exclude.end(), [&](const std::string& text) {
+            return Place(text).isOnIts(file.on) && Place(text).describes(directory, question.cased);
+        });
+    return searched && !excluded && question.value(file, question.cased) == 1;
+}
+
+// ---- The questions ----------------------------------------------------------
+
+Value isText(const File& file, bool cased) {
+    return named(file, L"*.txt", cased);
+}
+Value isA(const File& file, bool cased) {
+    return named(file, L"a.txt", cased);
+}
+Value isB(const File& file, bool cased) {
+    return named(file, L"b.txt", cased);
+}
+long long size(const File& file) {
+    return file.info.st_size;
+}
+long long attributes(const File& file) {
+    // A bit for each, from the owner's "read" on, and what the file is.
+    static constexpr mode_t kBits[] = {S_IRUSR, S_IWUSR, S_IXUSR, S_IRGRP, S_IWGRP,
+                                       S_IXGRP, S_IROTH, S_IWOTH, S_IXOTH};
+    long long sum = 0;
+    for (std::size_t i = 0; i < std::size(kBits); ++i)
+        if (file.info.st_mode & kBits[i]) sum += 2LL << i;
+    if (S_ISLNK(file.info.st_mode)) sum += 4096;
+    if (S_ISREG(file.info.st_mode)) sum += 8192;
+    return sum;
+}
+
+const std::map<std::string, Question> kQuestions = {
+    // ---- Places and drives
+    {"everything", {{"+"}}},
+    {"everything, whatever the drive", {{"$all::+"}}},
+    {"what is remote", {{"$remote::+"}}},
+    {"one directory", {{"plain"}}},
+    {"overlapping paths", {{"plain+", "plain/deep+", "plain/deep", "+"}}},
+    {"the same place for two groups", {{"$local::n1+", "$remote::n1/n2+"}}},
+    {"a local place below a remote one", {{"$local::n1/n2/n3+"}}},
+    {"local places inside remote ones", {{"$all::n1/n2/n3+", "n1"}}},
+    {"a bind mount", {{"binds+"}}},
+    {"a mount reached by a link", {{"by+"}}},
+    {"a mount below a link", {{"by/target/x+"}}},
+    {"a part of a bind mount", {{"binds/target/x+"}}},
+    {"a place below a star", {{"m/*+"}}},
+    {"beside a star", {{"m/ab+"}}},
+    {"around a star", {{"m+"}}},
+    {"a place with a colon", {{"c/end:+"}}},
+    {"around a colon", {{"c+"}}},
+    {"where a mount is covered", {{"cov+"}}},
+    {"below what covers it", {{"cov/in/low+"}}},
+    {"without a file system that is not there", {.include = {"+"}, .notFileSystem = L"proc"}},
+    {"without a file system", {.include = {"$all::+"}, .notFileSystem = L"ramfs"}},
+    {"one file system", {.include = {"$all::+"}, .onlyFileSystem = L"ramfs"}},
+    // ---- Exclusions
+    {"without a tree", {{"+"}, {"plain/deep+"}}},
+    {"without a directory alone", {{"+"}, {"plain/deep"}}},
+    {"without a pattern", {{"plain+", "c+"}, {"*/deep+"}}},
+    {"without another case", {.include = {"+"}, .exclude = {"PLAIN/Deep+"}, .cased = false}},
+    {"the case matters", {{"+"}, {"PLAIN/Deep+"}}},
+    {"a local exclusion spares remote drives", {{"$all::n1+"}, {"n1+"}}},
+    {"without all below a mount", {{"$all::+"}, {"$all::n1/n2+"}}},
+    {"without the mount with a colon", {{"c+"}, {"c/end:+"}}},
+    // ---- Names
+    {"a pattern", {.include = {"+"}, .criteria = L"[FILENAME]==\"*.txt\"", .value = isText}},
+    {"a pattern, no case",
+     {.include = {"+"}, .criteria = L"[FILENAME]==\"*.TXT\"", .value = isText, .cased = false}},
+    {"no such pattern",
+     {.include = {"+"},
+      .criteria = L"[FILENAME]!=\"*.txt\"",
+      .value = [](const File& file, bool cased) -> Value {
+          const Value text = isText(file, cased);
+          return text ? Value(*text == 0) : text;
+      }}},
+    {"one of two names",
+     {.include = {"+"},
+      .criteria = L"[FILENAME]==\"a.txt\" || [FILENAME]==\"b.txt\"",
+      .value = [](const File& file, bool cased) -> Value {
+          return *isA(file, cased) || *isB(file, cased);
+      }}},
+    {"a path",
+     {.include = {"+"},
+      .criteria = L"path([PATHID],[FILENAME])==\"*/deep/x/*\"",
+      .value =
+          [](const File& file, bool cased) {
+              const std::string path = "/" + file.directory + "/" + file.name;
+              return Value(equal(toWide(path), L"*/deep/x/*", cased));
+          }}},
+    // ---- Facts
+    {"a size",
+     {.include = {"$all::+"},
+      .criteria = L"[SIZE]>=1000",
+      .value = [](const File& file, bool) { return Value(size(file) >= 1000); }}},
+    {"a large size",
+     {.include = {"+"},
+      .criteria = L"[SIZE]>2147483647",
+      .value = [](const File& file, bool) { return Value(size(file) > 2147483647); }}},
+    {"a size and a name",
+     {.include = {"+"},
+      .criteria = L"[FILENAME]==\"b.txt\" && [SIZE]/2*2!=[SIZE]",
+      .value = [](const File& file,
+                  bool cased) { return Value(*isB(file, cased) && size(file) % 2 != 0); }}},
+    {"an attribute",
+     {.include = {"+"},
+      .criteria = L"([ATTR] & 8)!=0",
+      .value = [](const File& file, bool) { return Value((attributes(file) & 8) != 0); }}},
+    {"links",
+     {.include = {"+"},
+      .criteria = L"([ATTR] & 4096)!=0",
+      .value = [](const File& file, bool) { return Value(file.isLink()); }}},
+    {"all attributes",
+     {.include = {"+"},
+      .criteria = L"[ATTR]==8204",
+      .value = [](const File& file, bool) { return Value(attributes(file) == 8204); }}},
+};
+
+// ---- The tree ---------------------------------------------------------------
+
+void plant(const TempTree& tree, const char* below, mode_t mode, off_t size) {
+    tree.file(below);
+    if (::truncate(tree.path(below).c_str(), size) != 0 ||
+        ::chmod(tree.path(below).c_str(), mode) != 0)
+        throw std::runtime_error(below);
+}
+
+void plantPlain(const TempTree& tree) {
+    plant(tree, "plain/a.txt", 0644, 1);
+    plant(tree, "plain/A.TXT", 0755, 2);
+    plant(tree, "plain/b.txt", 0600, 3);
+    plant(tree, "plain/c.h", 0400, 1500);
+    plant(tree, "plain/large", 0644, 3LL << 30);
+    plant(tree, "plain/exactly", 0644, (1LL << 31) - 1);
+    for (const char* name :
+         {"empty", "sp ace.txt", "star*.txt", "q?", "*", "\xff.txt", "\xe2\x84\xaa.txt", "k.txt",
+          "\xc5\xbf", "deep/b.txt", "deep/x/y/z.txt"})
+        plant(tree, (std::string("plain/") + name).c_str(), 0644, 0);
+    tree.link("a.txt", "plain/link.txt");
+    tree.link("deep", "plain/to deep");
+}
+
+/// A mount, and files that are planted in it.
+struct Mounted {
+    const char* at;
+    const char* source;
+    const char* type;
+    Names files;
+};
+
+const Mounted kMounts[] = {
+    {"m/*", "none", "tmpfs", {"a.txt", "sub/b.txt"}},
+    {"m/?", "none", "tmpfs", {"a.txt"}},
+    {"c/end:", "none", "tmpfs", {"a.txt", "sub/b.txt"}},
+    {"cov/in/low", "none", "tmpfs", {"covered.txt"}},
+    {"cov/in", "none", "tmpfs", {"a.txt", "low/b.txt"}},
+    {"n1", "none", "tmpfs", {"a.txt", "n2/hidden"}},
+    {"n1/n2", "none", "tmpfs", {"b.txt"}},
+    {"n1/n2/n3", "server:/export", "tmpfs", {"a.txt", "sub/c.h"}},
+    {"n1/n2/n3/back", "none", "tmpfs", {"a.txt"}},
+    {"far", "server:/other", "tmpfs", {"b.txt"}},
+    {"ram", "none", "ramfs", {"a.txt", "sub/b.txt"}},
+};
+
+bool plantTree(const TempTree& tree, std::map<dev_t, FileSystem>& systems) {
+    if (!mountMemory("none", tree.path())) return false;
+    plantPlain(tree);
+    for (const char* file :
+         {"top.txt", "m/ab/b.txt", "m/a/a.txt", "c/a.txt", "c/end/b.txt", "cov/b.txt", "n1/hidden"})
+        tree.file(file);
+    for (const Mounted& mount : kMounts) {
+        tree.directory(mount.at);
+        if (::mount(mount.source, tree.path(mount.at).c_str(), mount.type, 0, nullptr) != 0)
+            return false;
+        for (const std::string& file : mount.files)
+            plant(tree, (std::string(mount.at) + "/" + file).c_str(), 0644, 1);
+    }
+    tree.directory("binds/target");
+    tree.link("binds", "by");
+    if (::mount(tree.path("plain/deep").c_str(), tree.path("by/target").c_str(), nullptr, MS_BIND,
+                nullptr) != 0)
+        return false;
+    const auto note = [&](const std::string& at, const FileSystem& system) {
+        struct stat info {};
+        if (::stat(tree.path(at).c_str(), &info) == 0) systems[info.st_dev] = system;
+    };
+    note("", {false, "tmpfs"});
+    for (const Mounted& mount : kMounts)
+        note(mount.at, {std::string(mount.source).find(':') != std::string::npos, mount.type});
+    return true;
+}
+
+// ---- Asking in every way ----------------------------------------------------
+
+void add(FsQuery& query, const Question& question, const TempTree& tree) {
+    const auto entry = [&](const std::string& text) {
+        const std::size_t end = text.find("::");
+        const std::size_t group = end == text.npos ? 0 : end + 2;
+        const std::string path = text.substr(group, text.size() - group - text.ends_with('+'));
+        return toWide(text.substr(0, group) + "*:" + tree.path(path));
+    };
+    for (const std::string& text : question.include)
+        query.addIncludePath(entry(text).c_str(), text.ends_with('+'));
+    for (const std::string& text : question.exclude)
+        query.addExcludePath(entry(text).c_str(), text.ends_with('+'));
+    if (question.notFileSystem) query.addExcludeFileSystem(question.notFileSystem);
+    if (question.onlyFileSystem) query.addIncludeFileSystem(question.onlyFileSystem);
+    query.setQuery(question.criteria);
+    query.setCaseSensitive(question.cased ? 0 : 1);
+}
+
+class EveryWay {
+public:
+    EveryWay(const TempTree& tree, const std::vector<File>& files) : tree_(tree), files_(files) {}
+
+    void ask(const std::string& name, const Question& question) {
+        what_ = name;
+        right_.clear();
+        for (const File& file : files_)
+            if (isAnswer(question, file))
+                right_.push_back(
+                    tree_.path((file.directory.empty() ? "" : file.directory + "/") + file.name));
+        std::sort(right_.begin(), right_.end());
+        FsQuery query;
+        add(query, question, tree_);
+        expect("directly", [&](auto& writer) { return fsScanQuery(writer, query, kMinute); });
+        for (const bool kept : {false, true}) {
+            const CacheUser own, monitored(false, true);
+            const std::string form = kept ? ", kept plan" : "";
+            const auto from = [&](const CacheUser& cache, unsigned age) {
+                return [&, age](auto& writer) {
+                    return cache.query(writer, query, age, kMinute, kept);
+                };
+            };
+            expect("a new cache" + form, from(own, kDay));
+            expect("an old cache" + form, from(own, kDay));
+            expect("a refreshed cache" + form, from(own, 0U - 10));
+            expect("the shared cache" + form, from(shared_, kDay));
+            expect("monitored, nothing there" + form, from(monitored, kDay));
+            FS_Cache served(L"dirs", L"files", own.directory().wide().c_str(), true, false, true);
+            EXPECT_EQ(served.create(0, FS_CACHE_OPEN), 0);
+            expect("monitored" + form, [&](auto& writer) {
+                return kept ? served.executeQueryEx(writer, query, kMinute, kDay)
+                            : served.executeQuery(writer, query, kMinute, kDay);
+            });
+            served.close();
+        }
+    }
+    std::size_t found() const { return found_; }
+
+private:
+    template <typename Run>
+    void expect(const std::string& way, Run run) {
+        CollectingWriter writer;
+        EXPECT_EQ(run(writer), 0) << what_ << ", " << way;
+        const Names answer = writer.sorted();
+        found_ += answer.size();
+        const auto report = [&](const char* kind, const Names& some, const Names& others) {
+            Names difference;
+            std::set_difference(some.begin(), some.end(), others.begin(), others.end(),
+                                std::back_inserter(difference));
+            for (const std::string& path : difference)
+                ADD_FAILURE() << what_ << ", " << way << ": " << kind << " "
+                              << path.substr(tree_.path().size());
+        };
+        report("missing", right_, answer);
+        report("wrong", answer, right_);
+    }
+
+    const TempTree& tree_;
+    const std::vector<File>& files_;
+    const CacheUser shared_;
+    std::string what_;
+    Names right_;
+    std::size_t found_ = 0;
+};
+
+TEST(EveryWay, FindsWhatAPlainWalkFinds) {
+    const ScopedLocale locale("C.UTF-8");
+    if (!locale.available()) GTEST_SKIP() << "no UTF-8 locale";
+    const TempTree tree;
+    const int status = inChild([&] {
+        std::map<dev_t, FileSystem> systems;
+        if (!enterPrivateMounts() || !plantTree(tree, systems)) return notAllowed;
+        setMountTablePath("/proc/self/mounts");
+        FsFileInfo::setLargeFileSupport(true);
+        std::vector<File> files;
+        walk(tree.path(), "", systems, files);
+        EveryWay ways(tree, files);
+        for (const auto& [name, question] : kQuestions) ways.ask(name, question);
+        EXPECT_GT(ways.found(), 1000U);
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    if (status == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
+    EXPECT_EQ(status, 0);
+}
+
+}  // namespace
+}  // namespace fscanner
