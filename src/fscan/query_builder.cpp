@@ -19,9 +19,9 @@ constexpr const wchar_t* pseudoFileSystems[] = {
     L"fusectl", L"binfmt_misc", L"autofs", L"rpc_pipefs", L"nsfs",     L"efivarfs",
 };
 
-std::wstring mediaWord(DriveChoice choice) {
-    if (choice == DriveChoice::local) return L"$local";
-    return choice == DriveChoice::remote ? L"$remote" : L"$all";
+std::wstring groupWord(unsigned drives) {
+    static constexpr const wchar_t* words[] = {L"$other", L"$local", L"$remote", L"$all"};
+    return words[drives & allDrives];
 }
 
 /// The types that the searched directories themselves lie on.
@@ -56,9 +56,8 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
 }
 
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {
-    const std::wstring media = root.media.empty() ? mediaWord(options.drives) : root.media;
     query.clearIncludePaths();
-    query.addIncludePath((media + L"::*:" + root.real).c_str(), options.recurse);
+    query.addIncludePath((groupWord(root.drives) + L"::*:" + root.real).c_str(), options.recurse);
 }
 
 }  // namespace fscan

@@ -62,14 +62,52 @@ std::string remedy(const std::string& path) {
 /// The library reads paths of fewer characters than this.
 constexpr std::size_t pathLimit = 1000;
 
+unsigned drivesOf(std::string_view group, DriveChoice choice) {
+    if (group == "$other") return otherDrives;
+    if (group == "$local" || (group.empty() && choice == DriveChoice::local)) return localDrives;
+    if (group == "$remote" || (group.empty() && choice == DriveChoice::remote)) return remoteDrives;
+    return allDrives;
+}
+
 void addRoot(std::vector<SearchRoot>& roots, SearchRoot added) {
     const auto same = [&added](const SearchRoot& root) { return root.real == added.real; };
     const auto known = std::find_if(roots.begin(), roots.end(), same);
     if (known == roots.end()) {
         roots.push_back(std::move(added));
-    } else if (known->media != added.media) {
-        known->media = L"$all";
+    } else {
+        known->drives |= added.drives;
     }
+}
+
+bool isInner(const SearchRoot& other, const SearchRoot& outer) {
+    return other.real != outer.real && liesIn(other.real, outer.real);
+}
+
+/// Makes two of each root with an inner one that does not search all of its drives.
+std::vector<SearchRoot> splitByDrives(const std::vector<SearchRoot>& roots) {
+    std::vector<SearchRoot> split;
+    for (const SearchRoot& root : roots) {
+        const auto searchesLess = [&root](const SearchRoot& other) {
+            return isInner(other, root) && other.drives != allDrives;
+        };
+        if (root.drives != allDrives || std::none_of(roots.begin(), roots.end(), searchesLess)) {
+            split.push_back(root);
+            continue;
+        }
+        for (const unsigned drives : {localDrives, remoteDrives}) {
+            split.push_back(root);
+            split.back().drives = drives;
+        }
+    }
+    return split;
+}
+
+void findInnerRoots(std::vector<SearchRoot>& roots) {
+    roots = splitByDrives(roots);
+    for (SearchRoot& outer : roots)
+        for (const SearchRoot& other : roots)
+            if (isInner(other, outer) && (other.drives & outer.drives) == outer.drives)
+                outer.inner.push_back(other.real);
 }
 
 }  // namespace
@@ -121,13 +159,9 @@ SearchRoots SearchRoots::resolve(const Options& options) {
         }
         addRoot(
             result.roots,
-            {givenText(options, path, real), {group.begin(), group.end()}, std::move(real), {}});
+            {givenText(options, path, real), drivesOf(group, options.drives), std::move(real), {}});
     }
-    if (!options.recurse) return result;
-    for (SearchRoot& outer : result.roots)
-        for (const SearchRoot& other : result.roots)
-            if (&other != &outer && liesIn(other.real, outer.real))
-                outer.inner.push_back(other.real);
+    if (options.recurse) findInnerRoots(result.roots);
     return result;
 }
 

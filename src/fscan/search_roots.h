@@ -8,10 +8,13 @@ namespace fscan {
 
 struct Options;
 
+/// Drive groups, as bits.
+enum DriveGroups : unsigned { otherDrives = 0, localDrives = 1, remoteDrives = 2, allDrives = 3 };
+
 /// One directory to search: the user's text and what it really is.
 struct SearchRoot {
     std::string given;
-    std::wstring media;               ///< the drive group it began with, as in "$local", or empty
+    unsigned drives = allDrives;      ///< the `DriveGroups` to search
     std::wstring real;                ///< absolute, without links, no "/" at its end
     std::vector<std::wstring> inner;  ///< other roots below it, which report their own
 
@@ -22,9 +25,10 @@ struct SearchRoot {
     void appendShown(std::wstring_view directory, std::string& text) const;
 };
 
-/// The PATHs of the command line. A directory that is given twice is searched
-/// once, with two drive groups on drives of every group; of nested ones, each
-/// reports what lies below it and below no other. A group alone stands for "/".
+/// The PATHs of the command line. A directory that is given twice is searched once, on
+/// the drives of both groups. Of nested ones, each reports what lies below it and below
+/// no other that searches the same drives: where the inner one searches fewer, the outer
+/// one becomes two, one for each group. A group alone stands for "/".
 struct SearchRoots {
     std::vector<SearchRoot> roots;
     bool wrong = false;       ///< a PATH does not exist or is no directory

@@ -1,6 +1,8 @@
 // Where fscan looks, and how it writes what it finds there.
 
 #include "program_run.h"
+#include "support/child_process.h"
+#include "support/private_mounts.h"
 
 namespace fscan::test {
 
@@ -116,6 +118,40 @@ TEST_F(PathsTest, DriveGroupsChooseAmongTheDrivesOfAPath) {
     EXPECT_EQ(out({"--remote", "$local::" + at}), file);
     EXPECT_EQ(out({"$remote::" + at, "$local::" + at}), file);
     EXPECT_EQ(out({"--no-recurse", "$local::"}), out({"--no-recurse", "/"}));
+}
+
+TEST_F(PathsTest, NestedPathsKeepTheirDriveGroups) {
+    add("o/l");
+    add("o/s/l");
+    const int status = fscanner::inChild([&] {
+        if (!fscanner::enterPrivateMounts() ||
+            !fscanner::mountMemory("server:/export", tree_ / "o/s/far"))
+            return fscanner::notAllowed;
+        add("o/s/far/r");
+        const std::string l = "o/l", sl = "o/s/l", r = "o/s/far/r";
+        const std::pair<Arguments, Arguments> cases[] = {
+            {{"o", "o/s"}, {l, r, sl}},
+            {{"o", "$remote::o/s"}, {l, r, sl}},
+            {{"o", "$remote::o/s", "$local::o/s"}, {l, r, sl}},
+            {{"o", "$other::o/s"}, {l, r, sl}},
+            {{"$local::o", "$remote::o/s"}, {l, r, sl}},
+            {{"$remote::o", "$local::o/s"}, {r, sl}},
+            {{"$remote::o", "o/s"}, {r, sl}},
+            {{"$local::o", "$other::o"}, {l, sl}},
+            {{"$remote::o", "$other::o"}, {r}},
+        };
+        int wrong = 0;
+        for (auto [paths, expected] : cases) {
+            const Arguments answer = found(paths);
+            if (answer == expected) continue;
+            ++wrong;
+            std::fprintf(stderr, "%s: %s\n", testing::PrintToString(paths).c_str(),
+                         testing::PrintToString(answer).c_str());
+        }
+        return wrong;
+    });
+    if (status == fscanner::notAllowed) GTEST_SKIP() << "no private mounts on this machine";
+    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
