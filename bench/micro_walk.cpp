@@ -147,7 +147,7 @@ void scan(benchmark::State& state, const wchar_t* criteria) {
     for (auto _ : state) {
         writer.count = 0;
         FileProcessor processor(criteria, true);
-        fs_scan(writer, processor, pair, {}, {}, true, 60'000, nullptr);
+        fs_scan(writer, processor, pair, {}, {}, true, 60'000);
     }
     report(state, writer.count);
 }

@@ -2,6 +2,8 @@
 // to. A search of the local drives never gets a pair on another, nor walks into one.
 
 #include "discovery/fixtures.h"
+#include "fscanner/discovery/mount_map.h"
+#include "fscanner/discovery/mounted_drives.h"
 #include "fuzz.h"
 
 namespace {
@@ -36,7 +38,11 @@ void requireThatItStaysLocal(const std::vector<DriveInfo>& drives, const PathDri
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const std::vector<DriveInfo> drives = normalisedDrivesOf(std::string(asText(data, size)));
+    const std::string text(asText(data, size));
+    const MountMap ofKernel(listMountedDrives({text, true}));
+    const PathDrive root{PathInfo(L"/", true), DriveInfo()};
+    require(ofKernel.stopsInside(root).empty() || ofKernel.hasInside(L"/"));
+    const std::vector<DriveInfo> drives = normalisedDrivesOf(text);
     const ResolvedSearch all(drives, {"$all::/+", "$all::*:/usr/lib+", "$remote::/a"}, {L"nfs"},
                              {L"ext4"});
     for (const PathDrive& pair : ResolvedSearch(drives, {"$local::/+", "/a+"}).pairs)

@@ -3,8 +3,12 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <linux/auto_fs4.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "discovery/fixtures.h"
 
@@ -95,6 +99,181 @@ TEST(HostileMounts, StackedMountsShowTheTopAlone) {
     });
     if (status == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
     EXPECT_EQ(status, 0);
+}
+
+// Names that mean more elsewhere, and mounts that are there but not met.
+TEST(HostileMounts, HideNothingButTheirOwnDirectories) {
+    const TempTree tree;
+    const CacheUser cache;
+    for (const char* file : {"a/f", "b/*/hidden", "b/?/hidden", "b/x/f", "r/f", "c/plain"})
+        tree.file(file);
+    const int status = inChild([&] {
+        if (!enterPrivateMounts()) return notAllowed;
+        for (const char* name : {"*", "b/*", "b/?", "r:", "c/x", "d/x/y"}) {
+            if (!mountMemory("server:/export", tree.path(name))) return notAllowed;
+            tree.file(std::string(name) + "/far");
+        }
+        // These come in front of two of them.
+        for (const char* name : {"c", "d"}) {
+            if (!mountMemory("none", tree.path(name))) return notAllowed;
+            tree.file(std::string(name) + "/x/y/f");
+        }
+        setMountTablePath("/proc/self/mounts");
+        std::vector<std::string> near, far;
+        for (const char* file : {"a/f", "b/x/f", "c/x/y/f", "d/x/y/f", "r/f"})
+            near.push_back(tree.path(file));
+        for (const char* file : {"*/far", "b/*/far", "b/?/far", "r:/far"})
+            far.push_back(tree.path(file));
+        FsQuery local, remote, all, one;
+        local.addIncludePath((L"$local::*:" + tree.wide()).c_str(), true);
+        if (const int wrong = found(local, cache, near)) return wrong;
+        remote.addIncludePath((L"$remote::*:" + tree.wide()).c_str(), true);
+        if (const int wrong = found(remote, cache, far)) return 10 + wrong;
+        one.addIncludePath((L"$all::*:" + tree.wide("b/*")).c_str(), true);
+        if (const int wrong = found(one, cache, {tree.path("b/*/far")})) return 20 + wrong;
+        all.addIncludePath((L"$all::*:" + tree.wide()).c_str(), true);
+        far.insert(far.end(), near.begin(), near.end());
+        std::sort(far.begin(), far.end());
+        if (const int wrong = found(all, cache, far)) return 30 + wrong;
+        return 0;
+    });
+    if (status == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
+    EXPECT_EQ(status, 0);
+}
+
+TEST(HostileMounts, AreFoundBelowTheLinkThatTheTableNamesThemBy) {
+    const TempTree tree;
+    const CacheUser cache;
+    tree.file("o/real/m/f");
+    tree.link("o/real", "link");
+    const PastedMountTable table("/dev/a / ext4\n/dev/b " + tree.path("link/m") + " xfs\n");
+    const std::wstring above = tree.wide("o"), real = tree.wide("o/real/m"),
+                       linked = tree.wide("link/m");
+    for (const std::wstring& entry :
+         {above, real, linked, real + L":" + above, linked + L":" + above}) {
+        FsQuery query;
+        query.addIncludePath(entry.c_str(), true);
+        EXPECT_EQ(found(query, cache, {tree.path("o/real/m/f")}), 0) << toMultibyte(entry);
+    }
+}
+
+// ---- Automounters -----------------------------------------------------------
+
+/// An automounter. It answers nothing, unless it is made to.
+class Automounter {
+public:
+    Automounter() : group_(::getpgrp()) {
+        if (::pipe2(pipe_, O_CLOEXEC) != 0) pipe_[0] = pipe_[1] = -1;
+    }
+    bool mount(const std::string& directory, const char* kind) const {
+        const std::string options = "fd=" + std::to_string(pipe_[1]) +
+                                    ",pgrp=" + std::to_string(group_) + ",minproto=5,maxproto=5," +
+                                    kind;
+        return ::mount("map", directory.c_str(), "autofs", 0, options.c_str()) == 0;
+    }
+    /// From now on this process is one that the automounter serves.
+    static bool leave() { return ::setpgid(0, 0) == 0; }
+    /// What it was asked to mount since.
+    std::vector<std::string> asked() const {
+        ::fcntl(pipe_[0], F_SETFL, O_NONBLOCK);
+        std::vector<std::string> names;
+        autofs_v5_packet packet;
+        while (receive(packet)) names.push_back(packet.name);
+        return names;
+    }
+    /// Starts a process that mounts memory with a file "f" on each key of the map at
+    /// `directory` that it is asked for. It is the caller's to end.
+    pid_t serve(const std::string& directory) const {
+        const int map = ::open(directory.c_str(), O_RDONLY | O_CLOEXEC);
+        const pid_t server = ::fork();
+        if (server != 0) return server;
+        autofs_v5_packet packet;
+        while (receive(packet)) {
+            const std::string key = directory + "/" + packet.name;
+            if (mountMemory("none", key)) writeWholeFile(key + "/f", "");
+            ::ioctl(map, AUTOFS_IOC_READY, packet.wait_queue_token);
+        }
+        ::_exit(0);
+    }
+
+private:
+    bool receive(autofs_v5_packet& packet) const {
+        return ::read(pipe_[0], &packet, sizeof packet) == sizeof packet;
+    }
+
+    pid_t group_;
+    int pipe_[2];
+};
+
+TEST(HostileMounts, AnAutomounterIsAskedForWhatIsSearchedAlone) {
+    const TempTree tree;
+    const CacheUser cache;
+    for (const char* file : {"a/f", "z/f"}) tree.file(file);
+    for (const char* directory : {"map", "direct", "other"}) tree.directory(directory);
+    const std::vector<std::string> files = {tree.path("a/f"), tree.path("z/f")};
+    const int status = inChild([&] {
+        const Automounter automounter;
+        if (!enterPrivateMounts() || !automounter.mount(tree.path("map"), "indirect") ||
+            !automounter.mount(tree.path("direct"), "direct") ||
+            !automounter.mount(tree.path("other"), "direct"))
+            return notAllowed;
+        // A map that can be browsed.
+        for (const char* key : {"map/host", "map/host2"}) tree.directory(key);
+        if (!Automounter::leave()) return notAllowed;
+        setMountTablePath("/proc/self/mounts");
+        ::alarm(30);
+        const auto query = [&](FsQuery& asked, const std::string& below) -> FsQuery& {
+            asked.addIncludePath((L"$all::*:" + tree.wide(below)).c_str(), true);
+            return asked;
+        };
+        FsQuery elsewhere, above, map, key, everything;
+        if (const int wrong = found(query(elsewhere, "a"), cache, {files[0]})) return wrong;
+        query(above, "").addExcludeFileSystem(L"autofs");
+        if (const int wrong = found(above, cache, files)) return 10 + wrong;
+        // Its directories are there, and nobody enters them.
+        if (const int wrong = found(query(map, "map"), cache, {})) return 20 + wrong;
+        if (!automounter.asked().empty()) return 30;
+        const auto waits = [&](FsQuery& asked) {
+            return inChild([&] {
+                       ::alarm(1);
+                       return found(asked, cache, {});
+                   }) == -1;
+        };
+        if (!waits(query(key, "map/host"))) return 31;
+        if (automounter.asked() != std::vector<std::string>{"host"}) return 32;
+        // Who leaves no file system out is told of them all.
+        if (!waits(query(everything, ""))) return 33;
+        return automounter.asked().size() == 1 ? 0 : 34;
+    });
+    if (status == notAllowed) GTEST_SKIP() << "no private mounts or no autofs on this machine";
+    EXPECT_EQ(status, 0) << "-1: it hung";
+}
+
+TEST(HostileMounts, WhatAnAutomounterMountsIsFound) {
+    const TempTree tree;
+    const CacheUser cache;
+    tree.directory("map");
+    const int status = inChild([&] {
+        const Automounter automounter;
+        if (!enterPrivateMounts() || !automounter.mount(tree.path("map"), "indirect"))
+            return notAllowed;
+        for (const char* key : {"map/host", "map/host2"}) tree.directory(key);
+        const pid_t server = automounter.serve(tree.path("map"));
+        if (server < 0 || !Automounter::leave()) return notAllowed;
+        setMountTablePath("/proc/self/mounts");
+        ::alarm(30);
+        FsQuery key, map;
+        key.addIncludePath((L"$all::*:" + tree.wide("map/host")).c_str(), true);
+        map.addIncludePath((L"$all::*:" + tree.wide("map")).c_str(), true);
+        int wrong = found(key, cache, {tree.path("map/host/f")});
+        // The other key stays what it is.
+        if (wrong == 0) wrong = found(map, cache, {tree.path("map/host/f")});
+        ::kill(server, SIGKILL);
+        ::waitpid(server, nullptr, 0);
+        return wrong;
+    });
+    if (status == notAllowed) GTEST_SKIP() << "no private mounts or no autofs on this machine";
+    EXPECT_EQ(status, 0) << "-1: it hung";
 }
 
 std::string lines(int count, const std::string& from, const std::string& to) {

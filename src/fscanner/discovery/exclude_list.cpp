@@ -1,6 +1,7 @@
 #include <cwchar>
 #include <string>
 
+#include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/owned_text.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/fs/debug.h"
@@ -11,10 +12,6 @@ namespace {
 
 bool sameFileSystem(const DriveInfo& a, const DriveInfo& b) {
     return sameText(a.getFileSystem(), b.getFileSystem());
-}
-
-bool sameKind(const DriveInfo& a, const DriveInfo& b) {
-    return a.getType() == b.getType() && sameFileSystem(a, b);
 }
 
 /// `path` without a final "/" (the root is the empty text), shorter than `mount`.

@@ -32,14 +32,17 @@ void readThrough(DIR* dir) {
 
 }  // namespace
 
+bool accessMountPath(const char* path) {
+    const Directory dir(opendir(path));
+    if (dir) debug("accessToAllMountPaths - path '%s' accessed\n", path);
+    return dir != nullptr;
+}
+
 void accessToAllMountPaths() {
     std::vector<MountEntry> entries;
     MountTableManager::getMountEntryList(entries);
     for (const MountEntry& entry : entries) {
-        if (!entry.isDummy()) continue;
-        if (const Directory dir(opendir(entry.getMountDir())); dir) {
-            debug("accessToAllMountPaths - path '%s' accessed\n", entry.getMountDir());
-        }
+        if (entry.isDummy()) accessMountPath(entry.getMountDir());
     }
 }
 

@@ -4,6 +4,10 @@
 
 namespace fscanner {
 
+/// Opens and closes a directory, which makes an automounter mount what belongs there.
+/// False when it cannot be opened. Waits for the automounter.
+bool accessMountPath(const char* path);
+
 /// Opens and closes the directory of every placeholder mount, and of no other,
 /// which makes the automounter mount what the placeholder stands for.
 void accessToAllMountPaths();

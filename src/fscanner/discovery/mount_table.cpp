@@ -1,9 +1,14 @@
 #include "fscanner/discovery/mount_table.h"
 
+#include <linux/magic.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <optional>
+#include <map>
+#include <set>
 #include <utility>
 
 #include "fscanner/fs/debug.h"
@@ -14,6 +19,8 @@ namespace fscanner {
 namespace {
 
 constexpr const char* defaultMountTable = "/etc/mtab";
+constexpr const char* kernelMountTable = "/proc/self/mounts";
+constexpr const char* kernelMountInfo = "/proc/self/mountinfo";
 
 std::string& tablePath() {
     static std::string path = defaultMountTable;
@@ -60,13 +67,8 @@ bool isHiddenPlaceholder(std::string_view type, std::string_view options) {
     return false;
 }
 
-std::optional<MountEntry> parseLine(std::string_view line) {
-    const std::string device = decodeField(takeField(line));
-    const std::string directory = decodeField(takeField(line));
-    const std::string type = decodeField(takeField(line));
-    const std::string options = decodeField(takeField(line));
-    if (type.empty() || device.front() == '#') return std::nullopt;
-    if (isHiddenPlaceholder(type, options)) return std::nullopt;
+std::optional<MountEntry> makeEntry(const std::string& device, const std::string& directory,
+                                    const std::string& type) {
     MountEntry entry;
     if (!entry.setDevName(device.c_str()) || !entry.setMountDir(directory.c_str()) ||
         !entry.setFileSystemType(type.c_str())) {
@@ -75,6 +77,134 @@ std::optional<MountEntry> parseLine(std::string_view line) {
     entry.setDummy(MountTableManager::isDummyFileSystem(type.c_str()));
     entry.setRemote(MountTableManager::isRemoteFileSystem(device.c_str(), type.c_str()));
     return entry;
+}
+
+enum class Hidden { skipped, kept };
+
+std::optional<MountEntry> parseLine(std::string_view line, Hidden hidden) {
+    const std::string device = decodeField(takeField(line));
+    const std::string directory = decodeField(takeField(line));
+    const std::string type = decodeField(takeField(line));
+    const std::string options = decodeField(takeField(line));
+    if (type.empty() || device.front() == '#') return std::nullopt;
+    if (hidden == Hidden::skipped && isHiddenPlaceholder(type, options)) return std::nullopt;
+    return makeEntry(device, directory, type);
+}
+
+std::string_view takeLine(std::string_view& text) {
+    const std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(line.size() + 1, text.size()));
+    return line;
+}
+
+void parseTable(std::string_view text, Hidden hidden, std::vector<MountEntry>& list) {
+    while (!text.empty()) {
+        if (std::optional<MountEntry> entry = parseLine(takeLine(text), hidden))
+            list.push_back(std::move(*entry));
+    }
+}
+
+// ---- The kernel's mountinfo ---------------------------------------------------
+
+/// Its fields are separated by one blank each, and may be empty: a source is what the
+/// one who mounted made it.
+std::string_view takeInfoField(std::string_view& line) {
+    const std::string_view field = line.substr(0, line.find(' '));
+    line.remove_prefix(std::min(field.size() + 1, line.size()));
+    return field;
+}
+
+/// Every "\" of the table begins an escape of three octal digits.
+std::string decodeOctal(std::string_view field) {
+    const auto isDigit = [](char c) { return c >= '0' && c <= '7'; };
+    std::string text;
+    while (!field.empty()) {
+        const bool escape = field.size() >= 4 && field[0] == '\\' && isDigit(field[1]) &&
+                            isDigit(field[2]) && isDigit(field[3]);
+        text +=
+            escape
+                ? static_cast<char>((field[1] - '0') * 64 + (field[2] - '0') * 8 + (field[3] - '0'))
+                : field[0];
+        field.remove_prefix(escape ? 4 : 1);
+    }
+    return text;
+}
+
+struct InfoLine {
+    std::string id;
+    std::string parent;
+    std::string directory;
+    MountEntry mount;
+};
+
+std::optional<InfoLine> parseInfoLine(std::string_view line) {
+    InfoLine info;
+    info.id = takeInfoField(line);
+    info.parent = takeInfoField(line);
+    takeInfoField(line);  // device
+    takeInfoField(line);  // root
+    info.directory = decodeOctal(takeInfoField(line));
+    takeInfoField(line);  // options
+    while (!line.empty() && takeInfoField(line) != "-") continue;
+    const std::string type = decodeOctal(takeInfoField(line));
+    const std::string source = decodeOctal(takeInfoField(line));
+    if (type.empty()) return std::nullopt;
+    std::optional<MountEntry> mount = makeEntry(source, info.directory, type);
+    if (!mount) return std::nullopt;
+    info.mount = std::move(*mount);
+    return info;
+}
+
+/// Follows a path from mount to mount, as the kernel does.
+class MountTree {
+public:
+    explicit MountTree(const std::vector<InfoLine>& lines) : size_(lines.size()) {
+        std::set<std::string_view> ids;
+        for (const InfoLine& line : lines) ids.insert(line.id);
+        for (const InfoLine& line : lines) {
+            // The mount that holds the root lies on one outside of the list. Below a
+            // changed root it is itself outside, and so are its children's parents.
+            const bool listed = line.parent != line.id && ids.contains(line.parent);
+            mounts_[{listed ? std::string_view(line.parent) : "", line.directory}] = line.id;
+        }
+    }
+
+    /// What is mounted on the root directory is never met: a path begins below it.
+    std::string_view reachedBy(std::string_view directory) const {
+        std::string_view mount = next("", "/").value_or("");
+        std::size_t end = directory.size() > 1 ? directory.find('/', 1) : directory.npos;
+        for (; directory.size() > 1; end = directory.find('/', end + 1)) {
+            mount = topAt(mount, directory.substr(0, end));
+            if (end == directory.npos) break;
+        }
+        return mount;
+    }
+
+private:
+    std::optional<std::string_view> next(std::string_view mount, std::string_view at) const {
+        const auto found = mounts_.find({mount, at});
+        if (found == mounts_.end()) return std::nullopt;
+        return found->second;
+    }
+
+    /// The topmost of the mounts stacked there. A damaged table may stack in a circle.
+    std::string_view topAt(std::string_view mount, std::string_view directory) const {
+        for (std::size_t i = 0; i < size_; ++i) {
+            const std::optional<std::string_view> upper = next(mount, directory);
+            if (!upper) break;
+            mount = *upper;
+        }
+        return mount;
+    }
+
+    std::size_t size_;
+    /// By the parent and the directory; of equals the last one.
+    std::map<std::pair<std::string_view, std::string_view>, std::string_view> mounts_;
+};
+
+bool isOfKernel(const char* path) {
+    struct statfs info {};
+    return statfs(path, &info) == 0 && info.f_type == PROC_SUPER_MAGIC;
 }
 
 }  // namespace
@@ -88,11 +218,39 @@ void setMountTablePath(const char* path) {
 }
 
 void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
+    parseTable(text, Hidden::skipped, list);
+}
+
+void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
+    std::vector<InfoLine> lines;
     while (!text.empty()) {
-        const std::string_view line = text.substr(0, text.find('\n'));
-        text.remove_prefix(std::min(line.size() + 1, text.size()));
-        if (std::optional<MountEntry> entry = parseLine(line)) list.push_back(std::move(*entry));
+        if (std::optional<InfoLine> line = parseInfoLine(takeLine(text)))
+            lines.push_back(std::move(*line));
     }
+    const MountTree tree(lines);
+    for (InfoLine& line : lines) {
+        if (tree.reachedBy(line.directory) == line.id) list.push_back(std::move(line.mount));
+    }
+}
+
+std::optional<MountTable> readMountTable() {
+    std::optional<std::string> text;
+    const bool missing = tablePath() == defaultMountTable && access(defaultMountTable, F_OK) != 0;
+    if (missing || isOfKernel(mountTablePath())) text = readWholeFile(kernelMountInfo);
+    if (text) return MountTable{std::move(*text), true};
+    text = readWholeFile(missing ? kernelMountTable : mountTablePath());
+    if (text) return MountTable{std::move(*text), false};
+    return std::nullopt;
+}
+
+std::vector<MountEntry> reachableMounts(const MountTable& table) {
+    std::vector<MountEntry> mounts;
+    if (table.ofKernel) {
+        parseMountInfo(table.text, mounts);
+    } else {
+        parseTable(table.text, Hidden::kept, mounts);
+    }
+    return mounts;
 }
 
 bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
@@ -100,7 +258,7 @@ bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
     std::optional<std::string> text = readWholeFile(mountTablePath());
     // What the file links to elsewhere is there also where nobody has made the link, as
     // in a system that was just unpacked.
-    if (!text && tablePath() == defaultMountTable) text = readWholeFile("/proc/self/mounts");
+    if (!text && tablePath() == defaultMountTable) text = readWholeFile(kernelMountTable);
     if (text) parseMountTable(*text, list);
     debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
           static_cast<int>(list.size()));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +28,28 @@ public:
 /// escapes. Comments, lines with fewer than three fields, and placeholders that
 /// carry the option "ignore" are left out.
 void parseMountTable(std::string_view text, std::vector<MountEntry>& list);
+
+/// Appends the mounts that a text like /proc/self/mountinfo lists and that paths lead
+/// to: one that a later mount on it, or on one of its parents, covers is left out. The
+/// placeholders with the option "ignore" are kept. Lines with too few fields are left out.
+void parseMountInfo(std::string_view text, std::vector<MountEntry>& list);
+
+/// The table as a search reads it, once.
+struct MountTable {
+    std::string text;
+    /// The text is the kernel's mountinfo: it tells which mounts are covered, and its
+    /// directories have no symbolic links in them.
+    bool ofKernel = false;
+
+    bool operator==(const MountTable&) const = default;
+};
+
+/// Reads the mountinfo where `mountTablePath` is the kernel's own list, or there is none;
+/// else that file. Nothing when it cannot be read.
+std::optional<MountTable> readMountTable();
+/// The mounts of the table that can be told to be reachable, in its order, placeholders
+/// with the option "ignore" included.
+std::vector<MountEntry> reachableMounts(const MountTable& table);
 
 /// The file that holds the table. A test sets another one; null means the default.
 const char* mountTablePath();

@@ -72,6 +72,14 @@ bool isDriveName(const std::wstring& name, const std::vector<DriveInfo>& drives)
     });
 }
 
+/// The drive that a prefix names, if need be through symbolic links; or empty.
+std::wstring namedDrive(const std::wstring& word, const std::vector<DriveInfo>& drives) {
+    if (isDriveName(word + L":", drives)) return word + L":";
+    if (!word.starts_with(L'/')) return {};
+    const std::wstring real = PathHelper::buildRealPath(word.c_str()) + L":";
+    return isDriveName(real, drives) ? real : std::wstring();
+}
+
 /// Applies the drive prefix `word` + ":". A group stands for itself, or narrows the
 /// media where one is given.
 void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
@@ -81,8 +89,8 @@ void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
         debug("PathHelper::pathResolver - '%ls' received on path: %ls\n", prefix.c_str(),
               entry.path.c_str());
         entry.mask = mediaGiven ? entry.mask & *mask : *mask;
-    } else if (isDriveName(prefix, drives)) {
-        entry.driveName = prefix;
+    } else if (std::wstring name = namedDrive(word, drives); !name.empty()) {
+        entry.driveName = std::move(name);
     } else if (word != L"*" && word != L"?") {
         debug("PathHelper::pathResolver - drive type [%ls] not supported!\n", prefix.c_str());
         entry.valid = false;
@@ -106,6 +114,13 @@ int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination
     expanded.resize(std::min<std::size_t>(expanded.size(), limit - 1));
     std::wmemcpy(destination, expanded.c_str(), expanded.size() + 1);
     return 0;
+}
+
+std::wstring realPathOf(const PathInfo& entry) {
+    std::wstring path = entry.getPathName() ? entry.getPathName() : L"";
+    takePrefix(path, L"::");
+    takePrefix(path, L":");
+    return path.empty() ? path : PathHelper::buildRealPath(path.c_str());
 }
 
 std::optional<PathEntry> parsePathEntry(const PathInfo& info,

@@ -20,6 +20,10 @@ struct PathEntry {
     bool recursive = false;
 };
 
+/// The absolute path of an entry, without links, whatever drives it admits; empty when
+/// it has none.
+std::wstring realPathOf(const PathInfo& entry);
+
 /// Nothing for an entry without a text. `drives` are those a prefix may name.
 std::optional<PathEntry> parsePathEntry(const PathInfo& entry,
                                         const std::vector<DriveInfo>& drives);

@@ -1,12 +1,12 @@
 #include <algorithm>
 #include <map>
-#include <optional>
 #include <set>
 #include <string>
 #include <tuple>
 #include <utility>
 
 #include "fscanner/discovery/list_duplicates.h"
+#include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/fs/debug.h"
 
@@ -64,49 +64,34 @@ void accumulate(std::vector<T>& dst, const std::vector<T>& src, bool widen) {
     }
 }
 
-/// Tells which pairs the scan of an enclosing pair reaches anyway.
+/// Tells which pairs the scan of an enclosing pair reaches anyway. Keeps the addresses
+/// of those that it is asked about.
 class CoveredPairs {
 public:
-    explicit CoveredPairs(const std::vector<DriveInfo>& drives) : drives_(drives) {}
+    explicit CoveredPairs(const std::vector<DriveInfo>& drives) : mounts_(drives) {}
 
     /// Called with enclosing pairs first. One that is covered covers nothing that
     /// its own cover does not, so that only the others are kept in mind.
     bool operator()(const PathDrive& pair) {
-        const std::vector<PathAncestor> chain = PathHelper::pathReducer(pair.path.getPathName());
-        for (std::size_t i = 1; i < chain.size(); ++i) {
-            const auto covers = covers_.find(chain[i].path);
-            if (covers == covers_.end()) continue;
-            for (Cover& cover : covers->second) {
-                if (reaches(cover, pair)) return true;
-            }
-        }
-        if (pair.path.getRecursive() && !chain.empty()) {
-            covers_[chain.front().path].push_back({pair, std::nullopt});
-        }
-        return false;
+        const std::wstring_view path = withoutFinalSeparator(pair.path.getPathName());
+        const bool covered = climb(path, [&](std::wstring_view directory) {
+            const auto covers = covers_.find(directory);
+            if (covers == covers_.end() || directory == path) return false;
+            return std::any_of(covers->second.begin(), covers->second.end(),
+                               [&](const PathDrive* cover) { return reaches(*cover, pair); });
+        });
+        if (!covered && pair.path.getRecursive()) covers_[path].push_back(&pair);
+        return covered;
     }
 
 private:
-    struct Cover {
-        PathDrive pair;
-        std::optional<std::vector<PathInfo>> exclusions;
-    };
-
     /// `pair` lies below the cover's path.
-    bool reaches(Cover& cover, const PathDrive& pair) const {
-        const DriveInfo& drive = cover.pair.drive;
-        if (drive.getType() != pair.drive.getType() ||
-            textKey(drive.getFileSystem()) != textKey(pair.drive.getFileSystem())) {
-            return false;
-        }
-        if (!cover.exclusions) {
-            PathHelper::buildExcludeList(drives_, cover.pair, cover.exclusions.emplace());
-        }
-        return !checkPathList(pair.path.getPathName(), *cover.exclusions, true, true);
+    bool reaches(const PathDrive& cover, const PathDrive& pair) const {
+        return sameKind(cover.drive, pair.drive) && mounts_.reaches(cover, pair.path.getPathName());
     }
 
-    const std::vector<DriveInfo>& drives_;
-    std::map<std::wstring, std::vector<Cover>> covers_;
+    MountMap mounts_;
+    std::map<std::wstring_view, std::vector<const PathDrive*>> covers_;
 };
 
 std::size_t depthOf(const PathDrive& pair) {
@@ -151,8 +136,8 @@ void PathHelper::accumulatePairs(const std::vector<DriveInfo>& drives,
     });
     CoveredPairs covered(drives);
     out.clear();
-    for (PathDrive& pair : merged) {
-        if (!covered(pair)) out.push_back(std::move(pair));
+    for (const PathDrive& pair : merged) {
+        if (!covered(pair)) out.push_back(pair);
     }
 }
 

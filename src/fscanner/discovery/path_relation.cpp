@@ -8,11 +8,6 @@ namespace fscanner {
 
 namespace {
 
-std::wstring_view withoutFinalSeparator(std::wstring_view path) {
-    if (path.ends_with(L'/')) path.remove_suffix(1);
-    return path;
-}
-
 /// Both without a final separator, so that the root is the empty text.
 bool isBelow(std::wstring_view path, std::wstring_view directory) {
     return path.size() > directory.size() && path.starts_with(directory) &&
@@ -20,6 +15,11 @@ bool isBelow(std::wstring_view path, std::wstring_view directory) {
 }
 
 }  // namespace
+
+std::wstring_view withoutFinalSeparator(std::wstring_view path) {
+    if (path.ends_with(L'/')) path.remove_suffix(1);
+    return path;
+}
 
 PathRelation relatePaths(std::wstring_view path, std::wstring_view other) {
     path = withoutFinalSeparator(path);

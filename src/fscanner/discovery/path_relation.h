@@ -19,4 +19,17 @@ PathRelation relatePaths(std::wstring_view path, std::wstring_view other);
 /// How many components a path has; 0 for the root.
 std::size_t componentCount(std::wstring_view path);
 
+/// The path without a "/" at its end: the root is the empty text.
+std::wstring_view withoutFinalSeparator(std::wstring_view path);
+
+/// Hands `path` and then each of its ancestors, all without a final separator, to
+/// `accepts` until that is true for one of them. True when it was for any.
+template <typename Accepts>
+bool climb(std::wstring_view path, Accepts accepts) {
+    for (path = withoutFinalSeparator(path);; path = path.substr(0, path.rfind(L'/'))) {
+        if (accepts(path)) return true;
+        if (path.find(L'/') == path.npos) return false;
+    }
+}
+
 }  // namespace fscanner

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cwchar>
+#include <map>
 #include <utility>
 
 #include "fscanner/common/wildcard.h"
@@ -64,7 +65,10 @@ class Resolver {
 public:
     Resolver(const std::vector<DriveInfo>& drives, const std::vector<PathInfo>& includedMounts,
              const std::vector<PathInfo>& excludedMounts)
-        : drives_(drives), includedMounts_(includedMounts), excludedMounts_(excludedMounts) {}
+        : drives_(drives) {
+        for (const PathInfo& mount : excludedMounts) addMount(mount, false);
+        for (const PathInfo& mount : includedMounts) addMount(mount, true);
+    }
 
     void resolve(const PathEntry& entry);
     const ResolvedLists& lists() const { return lists_; }
@@ -74,10 +78,11 @@ private:
     bool admits(const PathEntry& entry, const DriveInfo& drive) const;
     bool resolveOnDrive(const PathEntry& entry, const DriveInfo& drive, std::wstring_view location);
     void add(PathInfo path, const DriveInfo& drive, Pairs& list);
+    void addMount(const PathInfo& mount, bool searched);
+    bool isSearched(const wchar_t* path) const;
 
     const std::vector<DriveInfo>& drives_;
-    const std::vector<PathInfo>& includedMounts_;
-    const std::vector<PathInfo>& excludedMounts_;
+    std::map<std::wstring, bool, std::less<>> searched_;  // by mount point
     ResolvedLists lists_;
 };
 
@@ -131,11 +136,24 @@ bool Resolver::resolveOnDrive(const PathEntry& entry, const DriveInfo& drive,
 }
 
 void Resolver::add(PathInfo path, const DriveInfo& drive, Pairs& list) {
-    // The prefix keeps a path that has a ":" of its own whole.
-    const std::wstring text = std::wstring(L"*:") + path.getPathName();
-    const bool searched =
-        PathHelper::fileSystemPathChecker(text.c_str(), includedMounts_, excludedMounts_);
-    (searched ? list : lists_.excluded).push_back({std::move(path), drive});
+    (isSearched(path.getPathName()) ? list : lists_.excluded).push_back({std::move(path), drive});
+}
+
+void Resolver::addMount(const PathInfo& mount, bool searched) {
+    if (mount.getPathName())
+        searched_[std::wstring(withoutFinalSeparator(mount.getPathName()))] = searched;
+}
+
+/// What `fileSystemPathChecker` tells of patterns, of directories of exactly these names:
+/// the innermost mount point decides.
+bool Resolver::isSearched(const wchar_t* path) const {
+    bool searched = true;
+    climb(path, [&](std::wstring_view directory) {
+        const auto mount = searched_.find(directory);
+        if (mount != searched_.end()) searched = mount->second;
+        return mount != searched_.end();
+    });
+    return searched;
 }
 
 void logPairs(const char* what, const Pairs& pairs) {

@@ -96,10 +96,7 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
 // The plan to run by: the process's own, or `fresh`. Null without a mount table.
 const QueryPlan* FS_Cache::makePlan(Form form, QueryPlan& fresh, const FsQuery& query) const {
     if (form == Form::kept) return keptPlan(monitor_).refresh(query);
-    if (!fresh.discover()) return nullptr;
-    fresh.prune(query);
-    fresh.resolve(query);
-    return &fresh;
+    return fresh.make(query) ? &fresh : nullptr;
 }
 
 bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report) {

@@ -91,8 +91,9 @@ public:
     /// `maxCacheAge` seconds, or that was built in the future: the clock was set back.
     /// 0, -40, -41, -42, or the negative result of the writer where it refused a record.
     /// The Ex form keeps the drive list and the resolved paths for the next call in this
-    /// process. A tree of which the system failed to read a part is answered from once,
-    /// and built anew by the next query.
+    /// process, which uses them while the mount table, and where the paths lead, are the
+    /// same. A tree of which the system failed to read a part is answered from once, and
+    /// built anew by the next query.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,

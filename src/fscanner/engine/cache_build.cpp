@@ -108,9 +108,8 @@ bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
 
 }  // namespace
 
-int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
-              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-              bool caseSensitive, unsigned timeout) {
+int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
+              unsigned timeout) {
     const wchar_t* path = root.path.getPathName();
     if (!path || !store.beginChanges() || !insertChain(store, tree, path)) return BUILD_FAILED;
     RecordSet& records = store.directoryRecords();
@@ -119,11 +118,6 @@ int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
     records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, static_cast<unsigned>(getCurrentTime()));
     if (!records.update()) return BUILD_FAILED;
 
-    const bool recursive = root.path.getRecursive();
-    if (!excludeList.empty() && checkPathList(path, excludeList, caseSensitive, recursive)) {
-        debug("FS_Cache::build - path '%ls' excluded!\n", path);
-        return WALK_FINISHED;
-    }
     if (const int error = fs_examineSearched(path)) {
         debug("FS_Cache::build - '%ls' is a symbolic link or is not a directory!\n", path);
         if (skipReason(error) == FsSkipReason::failed) forgetTimes(store, rootId);
@@ -131,8 +125,8 @@ int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
     }
     CacheSink sink(store, rootId);
     const WalkVoice voice{"FS_Cache::scan", &dfsState()};
-    const WalkRequest request{path,        recursive,     root.drive, includeList,
-                              excludeList, caseSensitive, timeout,    &excludeList};
+    const WalkRequest request{path,   root.path.getRecursive(), root.drive, {}, {}, true, timeout,
+                              &mounts};
     const int status = walkTree(request, sink, voice);
     return sink.failed() ? BUILD_FAILED : status;
 }

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <vector>
-
-#include "fscanner/discovery/path_drive.h"
+#include "fscanner/discovery/mount_map.h"
 #include "fscanner/engine/cache_tree.h"
 
 namespace fscanner {
@@ -15,11 +13,10 @@ constexpr int BUILD_FAILED = -1;
 ///
 /// Ancestors that have no record get one with the time 0, so that they are never
 /// taken for built trees; the root is stamped with the time at which the building
-/// began. `timeout` is in milliseconds. 0 when finished, also when the root is
-/// excluded or no directory; 2 when the time ran out, and a part of the tree is
-/// there then; `BUILD_FAILED` when a record could not be written.
-int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root,
-              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-              bool caseSensitive, unsigned timeout);
+/// began. Other drives of `mounts` are not entered. `timeout` is in milliseconds. 0 when
+/// finished, also when the root is no directory; 2 when the time ran out, and a part of
+/// the tree is there then; `BUILD_FAILED` when a record could not be written.
+int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
+              unsigned timeout);
 
 }  // namespace fscanner

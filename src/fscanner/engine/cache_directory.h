@@ -8,7 +8,8 @@ namespace fscanner {
 
 /// Where the caches of this user lie unless a host chooses another place: below
 /// $XDG_CACHE_HOME/fscanner, or ~/.cache/fscanner. The environment is not asked in a
-/// process whose privileges were raised, nor by root for a place of another user. Empty when there is no such place.
+/// process whose privileges were raised, nor by root for a place of another user. Empty when
+/// there is no such place.
 FSCANNER_EXPORT std::wstring fsDefaultCacheDirectory();
 
 /// Makes the directory, its parents too, readable by this user alone, and tags it as

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cwchar>
+#include <map>
 #include <memory>
 
 #include "fscanner/common/heap_string.h"
@@ -77,23 +77,6 @@ public:
     chTypeCommand() : TypeCommand("chTypeCommand") {}
 };
 
-bool coversLiterally(const PathInfo& path, const wchar_t* directory) {
-    const std::wstring_view whole = path.getPathName();
-    if (!std::wstring_view(directory).starts_with(whole)) return false;
-    const wchar_t next = directory[whole.size()];
-    return next == L'\0' || (path.getRecursive() && (next == L'/' || whole.ends_with(L'/')));
-}
-
-bool isWholeTree(const PathInfo& path) {
-    return path.getPathName() && path.getRecursive() && !checkWildCard(path.getPathName());
-}
-
-// Whether the path is a directory outside of this one.
-bool cannotBeginIn(const PathInfo& path, const wchar_t* directory) {
-    return path.getPathName() && !checkWildCard(path.getPathName()) &&
-           std::wcsncmp(path.getPathName(), directory, std::wcslen(directory)) != 0;
-}
-
 constexpr unsigned kRefusedPerClock = 64;
 
 // One run over the files table.
@@ -106,7 +89,10 @@ public:
           request_(request),
           chain_(store),
           pathCommand_(store, tree),
-          evaluator_(request.criteria ? request.criteria : L"") {}
+          evaluator_(request.criteria ? request.criteria : L"") {
+        for (const PathDrive& pair : request.pairs)
+            if (QueryPlan::isLocal(pair)) addPair(pair);
+    }
     Extraction(const Extraction&) = delete;
     Extraction& operator=(const Extraction&) = delete;
     ~Extraction();
@@ -116,6 +102,10 @@ public:
 
 private:
     enum class Directory { accepted, refused, missing };
+    struct Place {
+        const PathDrive* pair;
+        bool hasMounts;  // somewhere inside
+    };
 
     int take(bool matched);
     static int interrupted();
@@ -123,10 +113,8 @@ private:
     bool judge();
     bool accepts(const wchar_t* directory, bool anyBelow = false);
     bool settlesBelow(const wchar_t* directory) const;
-    int coveringPair(const wchar_t* directory) const;
-    const PathInfo& pathOf(int pair) const {
-        return request_.pairs[static_cast<std::size_t>(pair)].path;
-    }
+    void addPair(const PathDrive& pair);
+    const Place* coveringPair(const wchar_t* directory) const;
     bool hasTime() const;
     bool goesOn();
     void noteUndecided();
@@ -145,9 +133,10 @@ private:
     unsigned long long files_ = 0;  // that commands were run for
     unsigned pathId_ = 0;           // of the last directory seen
     Directory current_ = Directory::missing;
-    int pair_ = -1;
-    std::vector<PathInfo> mountPoints_;  // inside that pair
-    std::size_t settledDepth_ = 0;       // in the chain: all below is accepted; 0: unknown
+    std::map<std::wstring, Place, std::less<>> pairs_;  // the local ones, by path
+    std::size_t shortestPair_ = std::wstring::npos;
+    std::size_t longestPair_ = 0;
+    std::size_t settledDepth_ = 0;  // in the chain: all below is accepted; 0: unknown
     std::wstring prefix_;
 };
 
@@ -244,50 +233,41 @@ bool Extraction::judge() {
 }
 
 // Whether all that lies below an accepted directory is accepted, too, so that it need
-// not be judged: it stays in its pair and its included path, and no other entry begins
-// further down.
+// not be judged: it stays in its pair, and nothing else begins further down.
 bool Extraction::settlesBelow(const wchar_t* directory) const {
-    const bool included =
-        std::any_of(request_.include.begin(), request_.include.end(), [&](const PathInfo& path) {
-            return isWholeTree(path) && coversLiterally(path, directory);
-        });
-    const auto leaves = [&](const PathInfo& path) { return cannotBeginIn(path, directory); };
-    return included && isWholeTree(pathOf(pair_)) && request_.pairs.size() == 1 &&
-           std::all_of(mountPoints_.begin(), mountPoints_.end(), leaves) &&
-           request_.exclude.empty();
+    return request_.pairs.size() == 1 && request_.pairs.front().path.getRecursive() &&
+           !request_.mounts.hasInside(directory) && request_.exclude.empty();
 }
 
-// Pairs are directories, each of exactly its name. But the lists take their paths for
-// patterns: one whose name holds "*" or "?" would claim its neighbours.
-int Extraction::coveringPair(const wchar_t* directory) const {
-    const int pair = checkPathDriveListEx(directory, request_.pairs, mdLocalDriveGroup, true);
-    if (pair < 0 || !checkWildCard(pathOf(pair).getPathName())) return pair;
-    int longest = -1;
-    for (int i = 0; i < static_cast<int>(request_.pairs.size()); ++i) {
-        const PathInfo& path = pathOf(i);
-        const bool longer = longest < 0 || std::wcslen(path.getPathName()) >
-                                               std::wcslen(pathOf(longest).getPathName());
-        if (longer && QueryPlan::isLocal(request_.pairs[static_cast<std::size_t>(i)]) &&
-            coversLiterally(path, directory))
-            longest = i;
-    }
-    return longest;
+void Extraction::addPair(const PathDrive& pair) {
+    const std::wstring path(withoutFinalSeparator(pair.path.getPathName()));
+    shortestPair_ = std::min(shortestPair_, path.size());
+    longestPair_ = std::max(longestPair_, path.size());
+    pairs_.emplace(path, Place{&pair, request_.mounts.hasInside(path)});
+}
+
+// The innermost one. Most directories of a cache may lie in none, so that few ancestors
+// should be looked up.
+const Extraction::Place* Extraction::coveringPair(const wchar_t* directory) const {
+    const std::wstring_view whole = withoutFinalSeparator(directory);
+    const Place* place = nullptr;
+    climb(whole, [&](std::wstring_view path) {
+        if (path.size() < shortestPair_) return true;
+        if (path.size() > longestPair_) return false;
+        const auto found = pairs_.find(path);
+        if (found == pairs_.end()) return false;
+        if (path == whole || found->second.pair->path.getRecursive()) place = &found->second;
+        return place != nullptr;
+    });
+    return place;
 }
 
 // Whether its files are wanted or, with `anyBelow`, may be of what lies below it.
 bool Extraction::accepts(const wchar_t* directory, bool anyBelow) {
-    const int pair = coveringPair(directory);
-    if (pair != pair_) {
-        pair_ = pair;
-        mountPoints_.clear();
-        if (pair >= 0)
-            PathHelper::buildExcludeList(
-                request_.drives, request_.pairs[static_cast<std::size_t>(pair)], mountPoints_);
-    }
-    return pair >= 0 && !checkPathList(directory, mountPoints_, true, false) &&
-           checkPathList(directory, request_.include, true, false) &&
+    const Place* const place = coveringPair(directory);
+    return place && (!place->hasMounts || request_.mounts.reaches(*place->pair, directory)) &&
            !checkPathList(directory, request_.exclude, request_.caseSensitive,
-                          anyBelow && pathOf(pair).getRecursive());
+                          anyBelow && place->pair->path.getRecursive());
 }
 
 void Extraction::noteUndecided() {
@@ -323,7 +303,7 @@ bool Extraction::goesOn() {
 
 int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
                    const ExtractionRequest& request) {
-    if (request.include.empty()) {
+    if (std::none_of(request.pairs.begin(), request.pairs.end(), QueryPlan::isLocal)) {
         debug("FS_Cache::extractResults - no included paths specified!\n");
         return FS_CACHE_SUCCESS;
     }

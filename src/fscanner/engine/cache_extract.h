@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "fscanner/discovery/path_drive.h"
+#include "fscanner/discovery/mount_map.h"
 #include "fscanner/engine/cache_tree.h"
 
 namespace fscanner {
@@ -12,16 +12,15 @@ class FsResultSetWriter;
 /// What an extraction looks for. Refers to the caller's objects.
 struct ExtractionRequest {
     const wchar_t* criteria;  ///< null or empty: every file
-    const std::vector<DriveInfo>& drives;
-    const std::vector<PathDrive>& pairs;
-    const std::vector<PathInfo>& include;
+    const MountMap& mounts;
+    const std::vector<PathDrive>& pairs;  ///< of which the local ones count
     const std::vector<PathInfo>& exclude;
     bool caseSensitive;
     unsigned timeout;  ///< milliseconds
 };
 
 /// Reads the files table once and writes the files that satisfy the criteria and lie
-/// inside the included and outside the excluded paths. The observer is told first of the
+/// inside a local pair and outside the excluded paths. The observer is told first of the
 /// directories there that could not be read. 0; -41 when the time ran out;
 /// -40 when a file's directory has no record. Records already written stay.
 int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,

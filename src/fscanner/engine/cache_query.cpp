@@ -1,6 +1,7 @@
 #include "fscanner/engine/cache_query.h"
 
 #include "fscanner/common/time.h"
+#include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/direct_query.h"
@@ -15,13 +16,6 @@ namespace fscanner {
 namespace {
 
 constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
-
-std::vector<PathInfo> localPaths(const std::vector<PathDrive>& pairs) {
-    std::vector<PathInfo> paths;
-    PathHelper::extractPathList(pairs, mdLocalDriveGroup, paths);
-    PathHelper::removePathListDuplicate(paths);
-    return paths;
-}
 
 }  // namespace
 
@@ -85,10 +79,9 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     // Building stamps before it checks: what is no directory would look like a young,
     // empty tree.
     if (fs_examineSearched(path) != 0) return FS_CACHE_SUCCESS;
-    // The cache holds whole subtrees, whatever the query asks for; only mount points of
-    // exactly these names are left out.
+    // The cache holds whole subtrees, whatever the query asks for.
     const PathDrive whole{PathInfo(path, true), pair.drive};
-    const int status = buildTree(store_, tree_, whole, {}, plan.mountPoints(whole), true, timeout_);
+    const int status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);
     if (status == WALK_FINISHED) {
         debug("FS_Cache::%s - tree builded!\n", name);
         return FS_CACHE_SUCCESS;
@@ -157,12 +150,10 @@ bool CacheQuery::isYoung(unsigned built) const {
 
 int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
                         decltype(extractResults)& how) {
-    const std::vector<PathInfo> include = localPaths(pairs);
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
-    const ExtractionRequest request{query_.getQuery(), plan.drives(), pairs,
-                                    include,           exclude,       query_.getCaseSensitive(),
-                                    timeout_};
+    const ExtractionRequest request{query_.getQuery(),         plan.mounts(), pairs, exclude,
+                                    query_.getCaseSensitive(), timeout_};
     return how(store_, tree_, *writer_, request);
 }
 
@@ -190,23 +181,32 @@ bool sameFileSystemList(const std::vector<FileSystemInfo>& a,
     return a == b;
 }
 
+bool KeptPlan::Basis::operator==(const Basis& other) const {
+    return table == other.table && places == other.places &&
+           samePathList(includedPaths, other.includedPaths) &&
+           samePathList(excludedPaths, other.excludedPaths) &&
+           sameFileSystemList(includedFileSystems, other.includedFileSystems) &&
+           sameFileSystemList(excludedFileSystems, other.excludedFileSystems);
+}
+
 const QueryPlan* KeptPlan::refresh(const FsQuery& query) {
-    if (firstTime_ && !plan_.discover()) return nullptr;
-    const bool newPaths = !samePathList(query.getIncludedPaths(), includedPaths_) ||
-                          !samePathList(query.getExcludedPaths(), excludedPaths_);
-    const bool newFileSystems =
-        newPaths || !sameFileSystemList(query.getIncludedFileSystems(), includedFileSystems_) ||
-        !sameFileSystemList(query.getExcludedFileSystems(), excludedFileSystems_);
-    if (firstTime_ || newFileSystems) {
-        firstTime_ = true;  // should a step fail, all of them are done again
-        includedPaths_ = query.getIncludedPaths();
-        excludedPaths_ = query.getExcludedPaths();
-        includedFileSystems_ = query.getIncludedFileSystems();
-        excludedFileSystems_ = query.getExcludedFileSystems();
-        plan_.prune(query);
-        plan_.resolve(query);
+    if (!plan_.discover(query)) {
+        basis_.reset();
+        return nullptr;
     }
-    firstTime_ = false;
+    Basis basis{plan_.table(),
+                {},
+                query.getIncludedPaths(),
+                query.getExcludedPaths(),
+                query.getIncludedFileSystems(),
+                query.getExcludedFileSystems()};
+    for (const auto* list : {&basis.includedPaths, &basis.excludedPaths})
+        for (const PathInfo& path : *list) basis.places.push_back(realPathOf(path));
+    if (basis_ == basis) return &plan_;
+    basis_.reset();  // should a step fail, all of them are done again
+    plan_.prune(query);
+    plan_.resolve(query);
+    basis_ = std::move(basis);
     return &plan_;
 }
 

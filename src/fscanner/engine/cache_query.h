@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <string>
+
 #include "fscanner/engine/cache_extract.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"
@@ -55,20 +58,30 @@ private:
     unsigned oldest_;  // when a tree must have been built at the earliest; wraps
 };
 
-/// A plan that a process keeps between queries and brings up to date with each: the
-/// mount table is read once, the rest is done again only for what has changed.
+/// A plan that a process keeps between queries. The mount table is read for each; the
+/// drives are listed anew when it has changed, and the paths are resolved anew when
+/// anything has that they depend on.
 class KeptPlan {
 public:
     /// Null when the mount table cannot be read.
     const QueryPlan* refresh(const FsQuery& query);
 
 private:
+    /// What a plan is made of.
+    struct Basis {
+        MountTable table;
+        /// Where the paths lead: the current directory and links are in it.
+        std::vector<std::wstring> places;
+        std::vector<PathInfo> includedPaths;
+        std::vector<PathInfo> excludedPaths;
+        std::vector<FileSystemInfo> includedFileSystems;
+        std::vector<FileSystemInfo> excludedFileSystems;
+
+        bool operator==(const Basis& other) const;
+    };
+
     QueryPlan plan_;
-    bool firstTime_ = true;
-    std::vector<PathInfo> includedPaths_;
-    std::vector<PathInfo> excludedPaths_;
-    std::vector<FileSystemInfo> includedFileSystems_;
-    std::vector<FileSystemInfo> excludedFileSystems_;
+    std::optional<Basis> basis_;
 };
 
 /// Whether two lists are equal, entry by entry.

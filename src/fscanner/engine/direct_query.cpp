@@ -13,18 +13,15 @@ namespace fscanner {
 
 int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
              FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
-    const std::vector<PathInfo> mounts = plan.mountPoints(pair);
     return fs_build(writer, processor, pair, {}, plan.exclusions(pair), query.getCaseSensitive(),
-                    timeout, &mounts);
+                    timeout, &plan.mounts());
 }
 
 namespace {
 
 int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
     QueryPlan plan;
-    if (!plan.discover()) return FS_CACHE_UNUSABLE;
-    plan.prune(query);
-    plan.resolve(query);
+    if (!plan.make(query)) return FS_CACHE_UNUSABLE;
     FileProcessor processor(query.getQuery(), query.getCaseSensitive());
     for (const PathDrive& pair : plan.pairs()) {
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());

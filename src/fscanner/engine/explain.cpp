@@ -17,9 +17,9 @@ std::wstring text(const wchar_t* s) {
 std::vector<std::wstring> inside(const PathDrive& pair, const std::vector<PathInfo>& paths) {
     std::vector<std::wstring> found;
     for (const PathInfo& path : paths) {
-        const std::vector<PathInfo> whole = {PathInfo(pair.path.getPathName(), true)};
-        if (checkWildCard(path.getPathName()) ||
-            checkPathList(path.getPathName(), whole, true, false))
+        const PathRelation relation = relatePaths(path.getPathName(), pair.path.getPathName());
+        if (checkWildCard(path.getPathName()) || relation == PathRelation::SAME ||
+            relation == PathRelation::INSIDE)
             found.push_back(path.getPathName());
     }
     return found;
@@ -33,8 +33,7 @@ FsPlanStep describe(const QueryPlan& plan, const PathDrive& pair, bool caseSensi
     step.fileSystem = text(pair.drive.getFileSystem());
     step.type = pair.drive.getType();
     step.exclusions = inside(pair, plan.exclusions(pair));
-    for (const PathInfo& mount : plan.mountPoints(pair))
-        step.mountPoints.push_back(text(mount.getPathName()));
+    step.mountPoints = plan.mounts().stopsInside(pair);
     if (checkPathList(step.path.c_str(), plan.exclusions(pair), caseSensitive, step.recursive)) {
         step.way = FsSearchWay::left;
     } else if (!fs_isValidPath(step.path.c_str())) {
@@ -59,9 +58,7 @@ bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
     return behindWall("::fsExplainQuery", [&] {
         report = FsQueryReport();
         QueryPlan plan;
-        if (!plan.discover()) return false;
-        plan.prune(query);
-        plan.resolve(query);
+        if (!plan.make(query)) return false;
         describePlan(plan, query, report);
         return true;
     });

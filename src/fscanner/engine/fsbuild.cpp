@@ -111,7 +111,7 @@ int fs_examineSearched(const wchar_t* path) {
 
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-            bool caseSensitive, unsigned timeout, const std::vector<PathInfo>* mountPoints) {
+            bool caseSensitive, unsigned timeout, const MountMap* mounts) {
     DirectSink sink(writer, processor);
     const WalkVoice voice{"::fs_scan", &dfsState()};
     const WalkRequest request{pathDrive.path.getPathName(),
@@ -121,17 +121,16 @@ int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive
                               excludeList,
                               caseSensitive,
                               static_cast<long long>(timeout),
-                              mountPoints};
+                              mounts};
     return walkTree(request, sink, voice);
 }
 
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-             bool caseSensitive, unsigned timeout, const std::vector<PathInfo>* mountPoints) {
+             bool caseSensitive, unsigned timeout, const MountMap* mounts) {
     const wchar_t* path = pathDrive.path.getPathName();
     const bool recursive = pathDrive.path.getRecursive();
-    if (path && (checkPathList(path, excludeList, caseSensitive, recursive) ||
-                 (mountPoints && checkPathList(path, *mountPoints, true, recursive)))) {
+    if (path && checkPathList(path, excludeList, caseSensitive, recursive)) {
         debug("::fs_build - path '%ls' excluded!\n", path);
         return WALK_FINISHED;
     }
@@ -140,7 +139,7 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
         return WALK_FINISHED;
     }
     return fs_scan(writer, processor, pathDrive, includeList, excludeList, caseSensitive, timeout,
-                   mountPoints);
+                   mounts);
 }
 
 }  // namespace fscanner

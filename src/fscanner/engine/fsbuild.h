@@ -11,6 +11,7 @@
 namespace fscanner {
 
 class FsResultSetWriter;
+class MountMap;
 struct PathDrive;
 
 /// Whether `path` is a directory itself; a link to one is not.
@@ -22,17 +23,14 @@ int fs_examineSearched(const wchar_t* path);
 /// Vets the starting path and scans it: 0 finished (also when it is excluded, or
 /// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
 /// `writer`; what the lists exclude is left out. One scan at a time in a process.
-/// `mountPoints`, which may be null, are left out too, by exactly their names; the
-/// observer is told so.
+/// Other drives of `mounts`, which may be null, are not entered; the observer is told so.
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-             bool caseSensitive, unsigned timeout,
-             const std::vector<PathInfo>* mountPoints = nullptr);
+             bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);
 
 /// The scan alone. Entries of a directory come in the reverse of its own order.
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-            bool caseSensitive, unsigned timeout,
-            const std::vector<PathInfo>* mountPoints = nullptr);
+            bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);
 
 }  // namespace fscanner

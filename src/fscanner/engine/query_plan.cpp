@@ -1,5 +1,9 @@
 #include "fscanner/engine/query_plan.h"
 
+#include "fscanner/common/utf8.h"
+#include "fscanner/discovery/mount_access.h"
+#include "fscanner/discovery/mounted_drives.h"
+#include "fscanner/discovery/path_entry.h"
 #include "fscanner/fs/fs_query.h"
 
 namespace fscanner {
@@ -16,19 +20,62 @@ std::vector<PathInfo> groupPaths(const ResolvedPaths& side, unsigned mask) {
 
 }  // namespace
 
-bool QueryPlan::discover() {
-    mounted_.clear();
-    DriveHelper::buildDriveList(mounted_, mdAllDriveGroup);
-    normaliseDriveList(mounted_);
-    addMissingRoot(mounted_);
-    drives_ = mounted_;
-    for (const unsigned mask : {mdRemoteDriveGroup, mdOtherDriveGroup, mdLocalDriveGroup}) {
-        std::vector<DriveInfo> links;
-        DriveHelper::buildExcludeLinkList(mounted_, mask, links);
-        DriveHelper::appendDriveList(links, drives_, true);
-    }
-    normaliseDriveList(drives_);
+bool QueryPlan::make(const FsQuery& query) {
+    if (!discover(query)) return false;
+    prune(query);
+    resolve(query);
+    return true;
+}
+
+bool QueryPlan::discover(const FsQuery& query) {
+    if (!readTable()) return false;
+    if (wakeAutomounter(query) && !readTable()) return false;
     return !mounted_.empty();
+}
+
+bool QueryPlan::readTable() {
+    std::optional<MountTable> table = readMountTable();
+    if (!table) return false;
+    if (*table == table_) return true;
+    table_ = std::move(*table);
+    listDrives();
+    return true;
+}
+
+void QueryPlan::listDrives() {
+    drives_ = listMountedDrives(table_);
+    normaliseDriveList(drives_);
+    mounted_.clear();
+    placeholders_.clear();
+    for (const DriveInfo& drive : drives_)
+        (isPlaceholder(drive) ? placeholders_ : mounted_).push_back(drive);
+    addMissingRoot(mounted_);
+    mounts_ = MountMap(drives_);
+}
+
+// An automounter mounts what is opened: what it stands for, or what a path in it names.
+// False when nothing was, so that the table is still the same.
+bool QueryPlan::wakeAutomounter(const FsQuery& query) const {
+    if (placeholders_.empty()) return false;
+    std::vector<DriveInfo> allowed;
+    DriveHelper::fileSystemDriveListPruning(placeholders_, allowed, query.getIncludedFileSystems(),
+                                            query.getExcludedFileSystems());
+    bool opened = false;
+    const auto open = [&opened](std::wstring_view path) {
+        opened |= accessMountPath(toMultibyte(path).c_str());
+    };
+    for (const PathInfo& entry : query.getIncludedPaths()) {
+        const std::wstring path = realPathOf(entry);
+        if (path.empty()) continue;
+        const DriveInfo* const drive = mounts_.holding(path);
+        if (drive && isPlaceholder(*drive)) open(path);
+        if (!entry.getRecursive()) continue;
+        for (const DriveInfo& below : allowed) {
+            const std::wstring_view mount = PathHelper::driveText(below);
+            if (relatePaths(mount, path) == PathRelation::INSIDE) open(mount);
+        }
+    }
+    return opened;
 }
 
 void QueryPlan::prune(const FsQuery& query) {
@@ -44,15 +91,19 @@ void QueryPlan::prune(const FsQuery& query) {
 }
 
 void QueryPlan::resolve(const FsQuery& query) {
-    const auto resolveSide = [this](const std::vector<PathInfo>& entries) {
+    const auto resolveSide = [this](const std::vector<PathInfo>& entries,
+                                    const std::vector<PathInfo>& excludedMounts) {
         ResolvedPaths side;
-        PathHelper::pathResolver(entries, current_, includedMounts_, excludedMounts_,
+        PathHelper::pathResolver(entries, current_, includedMounts_, excludedMounts,
                                  side.parentResolved, side.resolved, side.excluded,
                                  side.unresolved);
         return side;
     };
-    included_ = resolveSide(query.getIncludedPaths());
-    excluded_ = resolveSide(query.getExcludedPaths());
+    // What lies on a placeholder itself is searched by nobody, but may be left out.
+    std::vector<PathInfo> notSearched = excludedMounts_;
+    PathHelper::buildPathList(placeholders_, notSearched);
+    included_ = resolveSide(query.getIncludedPaths(), notSearched);
+    excluded_ = resolveSide(query.getExcludedPaths(), excludedMounts_);
     pairs_.clear();
     PathHelper::accumulatePairs(drives_, included_.parentResolved, included_.resolved, pairs_);
     localExclusions_ = groupPaths(excluded_, mdLocalDriveGroup);
@@ -65,12 +116,6 @@ bool QueryPlan::isLocal(const PathDrive& pair) {
 
 const std::vector<PathInfo>& QueryPlan::exclusions(const PathDrive& pair) const {
     return isLocal(pair) ? localExclusions_ : remoteExclusions_;
-}
-
-std::vector<PathInfo> QueryPlan::mountPoints(const PathDrive& pair) const {
-    std::vector<PathInfo> mounts;
-    PathHelper::buildExcludeList(drives_, pair, mounts);
-    return mounts;
 }
 
 }  // namespace fscanner

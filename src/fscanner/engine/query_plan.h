@@ -3,6 +3,8 @@
 #include <vector>
 
 #include "fscanner/discovery/drivehelper.h"
+#include "fscanner/discovery/mount_map.h"
+#include "fscanner/discovery/mount_table.h"
 #include "fscanner/discovery/pathhelper.h"
 
 namespace fscanner {
@@ -23,16 +25,27 @@ struct ResolvedPaths {
 /// The steps are apart because a host that repeats a query need not repeat them:
 /// `discover` reads the mount table, `prune` applies the file systems, `resolve`
 /// the paths. Each needs the one before it.
+///
+/// Of an automounter's placeholders only these are opened: the one that holds a searched
+/// path, by that path, and those below a recursive path where the query's file systems
+/// allow their type. No search enters one.
 class QueryPlan {
 public:
-    /// Reads the mount table. False when it has no drive or cannot be read.
-    bool discover();
+    /// All steps. False when `discover` fails.
+    bool make(const FsQuery& query);
+
+    /// Reads the mount table, and lists the drives if it is another one than before. False
+    /// when it has no drive or cannot be read.
+    bool discover(const FsQuery& query);
     void prune(const FsQuery& query);
     void resolve(const FsQuery& query);
 
-    /// All mounted drives, parents before children, then those reached through links.
-    const std::vector<DriveInfo>& drives() const { return drives_; }
-    /// The mounted drives alone, and those of them that the query's file systems allow.
+    /// What `discover` has read.
+    const MountTable& table() const { return table_; }
+    /// Where mounted drives, and placeholders of an automounter, begin.
+    const MountMap& mounts() const { return mounts_; }
+    /// The mounted drives, parents before children, and those of them that the query's
+    /// file systems allow.
     const std::vector<DriveInfo>& mounted() const { return mounted_; }
     const std::vector<DriveInfo>& searched() const { return current_; }
     /// The pairs to search, enclosing ones first.
@@ -45,13 +58,18 @@ public:
     /// The query's own exclusions that concern a pair: those of its drive group.
     const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
     const std::vector<PathInfo>& localExclusions() const { return localExclusions_; }
-    /// The mount points inside a pair that its scan must not enter.
-    std::vector<PathInfo> mountPoints(const PathDrive& pair) const;
 
 private:
-    std::vector<DriveInfo> mounted_;  // normalised
-    std::vector<DriveInfo> current_;  // those whose file system the query allows
-    std::vector<DriveInfo> drives_;
+    bool readTable();
+    void listDrives();
+    bool wakeAutomounter(const FsQuery& query) const;
+
+    MountTable table_;
+    std::vector<DriveInfo> drives_;        // normalised, placeholders included
+    std::vector<DriveInfo> placeholders_;  // those of them
+    std::vector<DriveInfo> mounted_;       // the others
+    std::vector<DriveInfo> current_;       // those whose file system the query allows
+    MountMap mounts_;
     std::vector<PathInfo> includedMounts_;
     std::vector<PathInfo> excludedMounts_;
     ResolvedPaths included_;

@@ -1,6 +1,5 @@
 #include "fscanner/engine/walk.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cwchar>
@@ -79,7 +78,12 @@ const struct stat* WalkEntry::info() {
 class Walk {
 public:
     Walk(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice)
-        : request_(request), sink_(sink), voice_(voice), observer_(scanObserver()) {}
+        : request_(request),
+          sink_(sink),
+          voice_(voice),
+          observer_(scanObserver()),
+          mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
+                                                                            : nullptr) {}
 
     int run();
     void finish();
@@ -104,7 +108,7 @@ private:
     bool excludes(const wchar_t* path, bool recursiveOnly) const;
     void noteSkipped(FsSkipReason reason, int error);
     void noteUnexamined();
-    void noteExcluded();
+    bool isOtherDrive() const { return mounts_ && mounts_->stops(path_, request_.drive); }
     bool keepGoing();
     FsScanProgress progressAt(const wchar_t* directory) const;
 
@@ -112,6 +116,7 @@ private:
     WalkSink& sink_;
     const WalkVoice& voice_;
     FsScanObserver* observer_;
+    const MountMap* mounts_;                      // null where none lies inside
     std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
     std::size_t depth_ = 0;
     std::wstring path_;  // the current directory, with its final "/" once entered
@@ -265,9 +270,9 @@ int Walk::visitDirectory() {
         sink_.enter(entry_);
         noteSkipped(FsSkipReason::tooLong, 0);
         sink_.leave();
-    } else if (excludes(path_.c_str(), true)) {
+    } else if (const bool other = isOtherDrive(); other || excludes(path_.c_str(), true)) {
         debug("%s - path '%ls' excluded!\n", voice_.prefix, path_.c_str());
-        noteExcluded();
+        noteSkipped(other ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
     } else {
         return descend();
     }
@@ -290,9 +295,7 @@ int Walk::descend() {
 }
 
 bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
-    return checkPathList(path, request_.exclude, request_.caseSensitive, recursiveOnly) ||
-           (request_.mountPoints &&
-            checkPathList(path, *request_.mountPoints, true, recursiveOnly));
+    return checkPathList(path, request_.exclude, request_.caseSensitive, recursiveOnly);
 }
 
 void Walk::noteSkipped(FsSkipReason reason, int error) {
@@ -306,16 +309,6 @@ void Walk::noteUnexamined() {
     if (top().incomplete || reason == FsSkipReason::vanished) return;
     top().incomplete = true;
     noteSkipped(reason, entry_.error());
-}
-
-void Walk::noteExcluded() {
-    if (!observer_) return;
-    const auto isThis = [this](const PathInfo& mount) {
-        return mount.getPathName() && path_ == mount.getPathName();
-    };
-    const auto* mounts = request_.mountPoints;
-    const bool mounted = mounts && std::any_of(mounts->begin(), mounts->end(), isThis);
-    noteSkipped(mounted ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
 }
 
 bool Walk::keepGoing() {

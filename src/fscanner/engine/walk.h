@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "fscanner/discovery/drive_info.h"
+#include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_info.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
@@ -88,8 +88,8 @@ struct WalkRequest {
     const std::vector<PathInfo>& exclude;
     bool caseSensitive;
     long long timeoutMilliseconds;
-    /// Mount points: excluded too, by exactly their names whatever the case mode. May be null.
-    const std::vector<PathInfo>* mountPoints = nullptr;
+    /// Other drives, which the walk does not enter. May be null.
+    const MountMap* mounts = nullptr;
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

@@ -1,17 +1,18 @@
 #include <new>
 
 #include "fscanner/discovery/drivehelper.h"
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mounted_drives.h"
 #include "fscanner/fs/fs_inspect.h"
 
 namespace fscanner {
 
 bool fsListDrives(std::vector<DriveInfo>& drives) {
     try {
-        std::vector<MountEntry> mounts;
-        if (!MountTableManager::getMountEntryList(mounts)) return false;
+        const std::optional<MountTable> table = readMountTable();
+        if (!table) return false;
         // Placeholders stay closed: a listing shall not wait for an automounter.
-        DriveHelper::buildDriveList(mounts, mdAllDriveGroup, drives);
+        for (DriveInfo& drive : listMountedDrives(*table))
+            if (!isPlaceholder(drive)) drives.push_back(std::move(drive));
         addMissingRoot(drives);
         return true;
     } catch (const std::bad_alloc&) {

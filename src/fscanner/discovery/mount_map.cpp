@@ -1,0 +1,74 @@
+#include "fscanner/discovery/mount_map.h"
+
+#include <algorithm>
+
+#include "fscanner/discovery/owned_text.h"
+#include "fscanner/discovery/pathhelper.h"
+
+namespace fscanner {
+
+namespace {
+
+std::wstring_view textOf(const PathInfo& path) {
+    return withoutFinalSeparator(path.getPathName() ? path.getPathName() : L"");
+}
+
+/// What the paths below a directory begin with.
+std::wstring beginning(std::wstring_view directory) {
+    return std::wstring(withoutFinalSeparator(directory)) + L'/';
+}
+
+}  // namespace
+
+bool sameKind(const DriveInfo& a, const DriveInfo& b) {
+    return a.getType() == b.getType() && sameText(a.getFileSystem(), b.getFileSystem());
+}
+
+MountMap::MountMap(const std::vector<DriveInfo>& drives) {
+    for (const DriveInfo& drive : drives)
+        drives_.emplace(withoutFinalSeparator(PathHelper::driveText(drive)), drive);
+}
+
+bool MountMap::stops(std::wstring_view path, const DriveInfo& drive) const {
+    const auto [first, last] = drives_.equal_range(withoutFinalSeparator(path));
+    return std::any_of(first, last, [&](const auto& at) { return !sameKind(at.second, drive); });
+}
+
+bool MountMap::reaches(const PathDrive& pair, std::wstring_view path) const {
+    const std::size_t length = textOf(pair.path).size();
+    bool stopped = false;
+    climb(path, [&](std::wstring_view directory) {
+        stopped = directory.size() > length && stops(directory, pair.drive);
+        return stopped || directory.size() <= length;
+    });
+    return !stopped;
+}
+
+std::vector<std::wstring> MountMap::stopsInside(const PathDrive& pair) const {
+    const std::wstring begins = beginning(textOf(pair.path));
+    std::vector<std::wstring> paths;
+    for (auto at = drives_.lower_bound(begins);
+         at != drives_.end() && at->first.starts_with(begins); ++at) {
+        const bool known = !paths.empty() && paths.back() == at->first;
+        if (!known && !sameKind(at->second, pair.drive)) paths.push_back(at->first);
+    }
+    return paths;
+}
+
+bool MountMap::hasInside(std::wstring_view path) const {
+    const std::wstring begins = beginning(path);
+    const auto first = drives_.lower_bound(begins);
+    return first != drives_.end() && first->first.starts_with(begins);
+}
+
+const DriveInfo* MountMap::holding(std::wstring_view path) const {
+    const DriveInfo* drive = nullptr;
+    climb(path, [&](std::wstring_view directory) {
+        const auto found = drives_.find(directory);
+        if (found != drives_.end()) drive = &found->second;
+        return drive != nullptr;
+    });
+    return drive;
+}
+
+}  // namespace fscanner
