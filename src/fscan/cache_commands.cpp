@@ -54,6 +54,7 @@ std::vector<fs::path> cacheFiles(const CachePlace& place) {
                                                    "directories.{}.counter",
                                                    "directories.{}.cuflag",
                                                    "directories.{}.unread",
+                                                   "directories.{}.patterns",
                                                    "files.{}.dat",
                                                    "files.{}.pxx",
                                                    "files.{}_idx.dat",

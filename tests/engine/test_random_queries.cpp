@@ -7,8 +7,11 @@
 
 #include "engine/cache_user.h"
 #include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_resultset_file.h"
 #include "fscanner/fs/fs_resultset_vector.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "support/scoped_locale.h"
 
 namespace fscanner {
 namespace {
@@ -30,13 +33,30 @@ struct Criterion {
 bool isHeader(const stdfs::path& file, bool) {
     return file.filename() == "c.h";
 }
+bool isNoHeader(const stdfs::path& file, bool cased) {
+    return !isHeader(file, cased);
+}
+bool all(const stdfs::path&, bool) {
+    return true;
+}
+bool none(const stdfs::path&, bool) {
+    return false;
+}
+bool hasContent(const stdfs::path& file, bool) {
+    return stdfs::file_size(file) != 0;
+}
+/// With the case ignored the Kelvin sign is a "k", too.
+bool isKelvin(const stdfs::path& file, bool caseSensitive) {
+    const std::string name = file.filename();
+    return name == "k" || (!caseSensitive && (name == "K" || name == "\u212a"));
+}
 bool lies(const stdfs::path& file, bool caseSensitive) {
     const std::string path = caseSensitive ? file.string() : lower(file.string());
     return path.find("/a/") != path.npos;
 }
 
 const Criterion kCriteria[] = {
-    {L"", [](const stdfs::path&, bool) { return true; }},
+    {L"", all},
     {L"[FILENAME]==\"c.h\"", isHeader},
     {L"[SIZE]>=1000", [](const stdfs::path& file, bool) { return stdfs::file_size(file) >= 1000; }},
     {L"[FILENAME]==\"*.h\" && [SIZE]<1500",
@@ -44,7 +64,31 @@ const Criterion kCriteria[] = {
          return isHeader(file, cased) && stdfs::file_size(file) < 1500;
      }},
     {L"path([PATHID],[FILENAME])==\"*/a/*\"", lies},
-    {L"1 2", [](const stdfs::path&, bool) { return false; }},
+    {L"1 2", none},
+    // An equality that need not hold is nothing to look up.
+    {L"([FILENAME]==\"c.h\")==0", isNoHeader},
+    {L"1-([FILENAME]==\"c.h\")", isNoHeader},
+    {L"-([FILENAME]==\"c.h\") + 1", isNoHeader},
+    {L"([FILENAME]==\"c.h\") | ([FILENAME]==\"k\")",
+     [](const stdfs::path& file, bool cased) {
+         return isHeader(file, cased) || isKelvin(file, cased);
+     }},
+    {L"[FILENAME]==\"k\"", isKelvin},
+    {L"\"k\"==[FILENAME] && [SIZE]",
+     [](const stdfs::path& file, bool cased) {
+         return isKelvin(file, cased) && hasContent(file, cased);
+     }},
+    // Numbers as conditions, and numbers that are large.
+    {L"[SIZE]", hasContent},
+    {L"[SIZE] & 2000",
+     [](const stdfs::path& file, bool) { return (stdfs::file_size(file) & 2000) != 0; }},
+    {L"2", all},
+    {L"[SIZE]<5000000000", all},
+    {L"[SIZE] + 5000000000 > 5000000000", hasContent},
+    {L"5000000000==[SIZE]", none},
+    // The field that nobody fills.
+    {L"[SHORTFILENAME]==\"\" && [SIZE]", hasContent},
+    {L"[SHORTFILENAME]==\"c.h\" || [FILENAME]==\"c.h\"", isHeader},
 };
 
 struct Place {
@@ -146,15 +190,18 @@ class RandomQueries : public testing::TestWithParam<bool> {};
 TEST_P(RandomQueries, FindTheSameInEveryWay) {
     // Names that differ by case, and in every second tree some that look like patterns:
     // what criteria and exclusions make of those is not said in plain words here.
-    const std::vector<std::string> plain = {"a", "A", "b", "\xff", "sp ace", "c.h"};
-    const std::vector<std::string> wild = {"a", "A", "a*", "q?", "\xff", "c.h"};
+    const std::vector<std::string> plain = {"a",   "A", "b", "\xff",  "sp ace",
+                                            "c.h", "k", "K", "\u212a"};
+    const std::vector<std::string> wild = {"a", "A", "a*", "q?", "\xff", "c.h", "*", "\u212a"};
+    const ScopedLocale locale("C.UTF-8");
+    if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
     Random random(14);
     std::size_t found = 0;
     for (int round = 0; round < 6; ++round) {
         const TempTree tree;
         const auto directories = plantTree(tree, round % 2 == 0 ? plain : wild, random);
         const CacheUser warm(GetParam());
-        for (int i = 0; i < 12; ++i) {
+        for (int i = 0; i < 24; ++i) {
             const Search search(directories, random);
             FsQuery query;
             search.into(query);
@@ -174,6 +221,129 @@ TEST_P(RandomQueries, FindTheSameInEveryWay) {
         }
     }
     EXPECT_GT(found, 50U);
+}
+
+// ---- Criteria that nobody wrote ---------------------------------------------
+
+/// A criteria of any form, with names and numbers that a tree has and has not.
+std::wstring randomCriteria(Random& random, int depth = 3) {
+    const auto pick = [&random](const auto& list) {
+        return std::wstring(list[random() % std::size(list)]);
+    };
+    static constexpr const wchar_t* texts[] = {L"a",      L"A",   L"a*",  L"*",  L"?",
+                                               L"k",      L"c.h", L"*.h", L"C*", L"\x3a9",
+                                               L"\x212a", L"",    L"*a*"};
+    static constexpr const wchar_t* numbers[] = {L"0",          L"1",  L"1000", L"2000",
+                                                 L"5000000000", L"-1", L"4096"};
+    static constexpr const wchar_t* relations[] = {L"==", L"!=", L"<", L"<=", L">", L">="};
+    static constexpr const wchar_t* joins[] = {L" && ", L" && ", L" && ", L" || ",
+                                               L" | ",  L" + ",  L" - ",  L" & "};
+    const auto text = [&] { return L'"' + pick(texts) + L'"'; };
+    if (depth > 0 && random() % 3 != 0) {
+        const std::wstring left = randomCriteria(random, depth - 1);
+        switch (random() % 5) {
+            case 0:
+                return L"!(" + left + L")";
+            case 1:
+                return L"(" + left + L")" + pick(relations) + pick(numbers);
+            default:
+                return L"(" + left + L")" + pick(joins) + L"(" + randomCriteria(random, depth - 1) +
+                       L")";
+        }
+    }
+    switch (random() % 9) {
+        case 0:
+            return text() + pick(relations) + L"[FILENAME]";
+        case 1:
+            return L"[SIZE]" + pick(relations) + pick(numbers);
+        case 2:
+            return pick(numbers) + pick(relations) + L"[SIZE]";
+        case 3:
+            return L"[ATTR] & 8192";
+        case 4:
+            return L"[SHORTFILENAME]" + pick(relations) + text();
+        case 5:
+            return L"path([PATHID],[FILENAME])==\"*" + pick(texts) + L"\"";
+        case 6:
+            return pick(numbers) + L"/[SIZE]";
+        default:
+            return L"[FILENAME]" + pick(relations) + text();
+    }
+}
+
+/// Keeps what the criteria could not be decided for.
+class UndecidedFiles : public FsScanObserver {
+public:
+    UndecidedFiles() : previous_(fsSetScanObserver(this)) {}
+    ~UndecidedFiles() override { fsSetScanObserver(previous_); }
+    void undecided(const FsFileInfo& file) override {
+        paths_.push_back(toMultibyte(std::wstring(file.getPath()) + file.getName()));
+    }
+    std::vector<std::string> take() {
+        std::sort(paths_.begin(), paths_.end());
+        return std::exchange(paths_, {});
+    }
+
+private:
+    FsScanObserver* previous_;
+    std::vector<std::string> paths_;
+};
+
+/// Each file tested on its own, by the whole criteria: no filter, no index.
+std::vector<std::string> testedOneByOne(const TempTree& tree, FsRecordFilter& filter) {
+    std::vector<std::string> found;
+    for (const auto& entry : stdfs::recursive_directory_iterator(tree.path())) {
+        if (entry.is_directory()) continue;
+        FsFileInfo record;
+        record.setFilePath((toWide(entry.path().parent_path().string()) + L"/").c_str());
+        record.setFileName(toWide(entry.path().filename().string()).c_str());
+        record.updateInfo();
+        if (filter.matches(record)) found.push_back(entry.path());
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+TEST_P(RandomQueries, CriteriaOfAnyFormFindTheSameInEveryWay) {
+    const ScopedLocale locale("C.UTF-8");
+    if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
+    const std::vector<std::string> wild = {"a", "A",   "a*",  "*",      "q?",     "k",
+                                           "K", "c.h", "C.H", "\u212a", "\u2126", "\u03c9"};
+    // No pattern among these: they are looked up.
+    const std::vector<std::string> plain = {"a", "A", "b", "k", "K", "c.h", "\u212a", "\u2126"};
+    Random random(1200);
+    UndecidedFiles undecided;
+    for (int round = 0; round < 4; ++round) {
+        const TempTree tree;
+        plantTree(tree, round % 2 == 0 ? wild : plain, random);
+        const CacheUser cache(GetParam()), monitored(GetParam(), true);
+        FsQuery query;
+        query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+        results<FsResultSet_OnVector>(cache, query, false);
+        results<FsResultSet_OnVector>(monitored, query, false);
+        for (int i = 0; i < 150; ++i) {
+            const std::wstring criteria = randomCriteria(random);
+            const bool caseSensitive = random() % 2 != 0;
+            const std::string what = toMultibyte(criteria) + (caseSensitive ? "" : " without case");
+            query.setQuery(criteria.c_str());
+            query.setCaseSensitive(caseSensitive ? 0 : 1);
+            const auto filter = FsRecordFilter::create(criteria.c_str(), caseSensitive);
+            ASSERT_NE(filter, nullptr) << what;
+            const auto expected = testedOneByOne(tree, *filter);
+            undecided.take();
+            CollectingWriter direct;
+            ASSERT_EQ(fsScanQuery(direct, query, kMinute), 0);
+            EXPECT_EQ(direct.sorted(), expected) << what;
+            const auto left = undecided.take();
+            EXPECT_EQ(results<FsResultSet_OnVector>(cache, query, false), expected) << what;
+            // Commands are evaluated without the filter that spares others.
+            if (criteria.find(L"path(") == criteria.npos) {
+                EXPECT_EQ(undecided.take(), left) << what;
+            }
+            EXPECT_EQ(results<FsResultSet_OnVector>(monitored, query, true), expected) << what;
+            EXPECT_EQ(results<FsResultSet_OnFile>(cache, query, true), expected) << what;
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Encodings, RandomQueries, testing::Values(false, true),

@@ -64,7 +64,9 @@ public:
 
 /// A criteria over a record, with both commands.
 struct Criteria {
-    Criteria(const std::wstring& text, SampleRecord& record) : evaluator(text.c_str()) {
+    Criteria(const std::wstring& text, SampleRecord& record,
+             CriteriaRules rules = CriteriaRules::plain)
+        : evaluator(text.c_str(), rules) {
         evaluator.setFields(&record.fields);
         evaluator.setVariables(&record.variables);
         evaluator.addCmd(L"join", STRING, NUMERIC, STRING, &join);

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <cwctype>
+
 #include "expr/sample_record.h"
 #include "fscanner/common/utf8.h"
+#include "support/scoped_locale.h"
 
 /// One line per criteria: what it gives while it is read, what it gives ever after, its
 /// tree, the error, and what two checks log.
@@ -195,6 +198,108 @@ TEST(CriteriaTable, KeysOfTheIndex) {
         checked.check();
         EXPECT_EQ(keyOf(checked.evaluator), key) << text << ", after a check";
     }
+}
+
+/// The keys that a record set may look up: "FIELD=VALUE", with a blank between them.
+std::wstring indexKeysOf(const wchar_t* text, bool caseSensitive) {
+    SampleRecord record;
+    Criteria compiled(text, record);
+    EXPECT_TRUE(compiled.evaluator.compile()) << text;
+    std::wstring keys;
+    for (const ExpValue& key : indexKeys(compiled.evaluator.tree(), caseSensitive)) {
+        if (!keys.empty()) keys += L' ';
+        keys += key.getNValueString() + std::wstring(L"=");
+        keys +=
+            key.getType() == STRING ? key.getStringValue() : std::to_wstring(key.getNumericValue());
+    }
+    return keys;
+}
+
+TEST(CriteriaTable, IndexesServeWhatHoldsForEveryMatch) {
+    static const struct {
+        const wchar_t* text;
+        const wchar_t* keys;
+        const wchar_t* withoutCase;
+    } cases[] = {
+        {L"[NAME]==\"a.txt\"", L"NAME=a.txt", L"NAME=a.txt"},
+        {L"5==[PATHID] && ([NAME]!=\"b\" && (\"a\"==[NAME]))", L"PATHID=5 NAME=a",
+         L"PATHID=5 NAME=a"},
+        {L"([NAME]==\"a\")==0", L"", L""},
+        {L"1-([NAME]==\"a\")", L"", L""},
+        {L"([NAME]==\"a\") | ([NAME]==\"b\")", L"", L""},
+        {L"([NAME]==\"a\") + 1 && [BYTE]==1", L"BYTE=1", L"BYTE=1"},
+        {L"!([NAME]==\"a\")", L"", L""},
+        {L"[NAME]==\"a\" || [BYTE]==1", L"", L""},
+        {L"[NAME]==\"a\" && [BYTE]==1 || 1", L"", L""},
+        {L"-[PATHID]==5", L"", L""},
+        {L"[PATHID]==limit && limit==5 && [NAME]==[TITLE]", L"", L""},
+        {L"[NAME]==\"a*\" && [NAME]==\"a?\" && [NAME]!=\"a\" && [BYTE]>=1", L"", L""},
+        {L"[NAME]==\"a\" + \"b\"", L"", L""},
+        {L"[PATHID]==)", L"", L""},
+        // With the case ignored: the Kelvin sign is a "k", and has another capital.
+        {L"[NAME]==\"make\"", L"NAME=make", L""},
+        {L"[NAME]==\"KELVIN\" && [TITLE]==\"a\"", L"NAME=KELVIN TITLE=a", L"TITLE=a"},
+        {L"[NAME]==\"index\"", L"NAME=index", L""},
+        {L"[NAME]==\"\x3b8\"", L"NAME=\x3b8", L""},
+    };
+    for (const auto& [text, keys, withoutCase] : cases) {
+        EXPECT_EQ(indexKeysOf(text, true), keys) << text;
+        EXPECT_EQ(indexKeysOf(text, false), withoutCase) << text;
+    }
+}
+
+/// What `indexKeys` and `TextTest` take for granted of the C library's tables: nothing but
+/// two letters folds to ASCII in one direction only.
+TEST(CriteriaTable, OnlyTwoLettersFoldToAsciiAndBackToAnother) {
+    const ScopedLocale locale("C.UTF-8");
+    if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
+    for (wint_t c = 0; c < 0x110000; ++c) {
+        const wint_t small = std::towlower(c);
+        if (small >= 0x80 || small == L'i' || small == L'k') continue;
+        EXPECT_EQ(std::towupper(c), std::towupper(small)) << std::hex << c;
+    }
+    EXPECT_EQ(std::towlower(0x212A), static_cast<wint_t>(L'k'));
+}
+
+TEST(CriteriaTable, SearchesTakeAnyNumberButZeroForAMatch) {
+    static const struct {
+        const wchar_t* text;
+        const wchar_t* tree;
+        const wchar_t* value;
+    } cases[] = {
+        {L"[BYTE]", L"(!= [BYTE] 0)", L"1"},
+        {L"[SHORT] & 1", L"(!= (& [SHORT] 1) 0)", L"0"},
+        {L"2", L"(!= 2 0)", L"1"},
+        {L"1", L"1", L"1"},
+        {L"1-([BYTE]==1)", L"(!= (- 1 (== [BYTE] 1)) 0)", L"1"},
+        {L"-limit", L"(!= (- limit) 0)", L"1"},
+        {L"[BYTE]==200 && 3", L"(&& (== [BYTE] 200) 3)", L"1"},
+        {L"length(\"a\")", L"(length \"a\")", L"1"},
+        {L"[NAME]", L"[NAME]", L"\"a.txt\""},
+        // Wide numbers, and the field that no search fills.
+        {L"[BIG] < 5000000000", L"(< [BIG] 5000000000)", L"1"},
+        {L"9223372036854775807 > 9223372036854775806",
+         L"(> 9223372036854775807 9223372036854775806)", L"1"},
+        {L"[SHORTFILENAME]==\"*\"", L"(== \"\" \"*\")", L"1"},
+    };
+    SampleRecord record;
+    for (const auto& [text, tree, value] : cases) {
+        for (const bool compiled : {true, false}) {
+            Criteria criteria(text, record, CriteriaRules::search);
+            EXPECT_TRUE(!compiled || criteria.evaluator.compile()) << text;
+            EXPECT_EQ(criteria.check(), value) << text;
+            EXPECT_EQ(criteria.check(), value) << text;
+            EXPECT_EQ(dumpTree(criteria.evaluator.tree()), tree);
+        }
+    }
+    for (const wchar_t* large : {L"9223372036854775808", L"1 == 00010000000000000000000"}) {
+        Criteria criteria(large, record, CriteriaRules::search);
+        EXPECT_FALSE(criteria.evaluator.compile());
+        EXPECT_EQ(criteria.evaluator.compileError().text,
+                  "a number is 9223372036854775807 at most");
+    }
+    Criteria plain(L"[SHORTFILENAME]==\"\"", record);
+    EXPECT_FALSE(plain.evaluator.compile());
 }
 
 }  // namespace

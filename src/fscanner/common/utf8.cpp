@@ -170,6 +170,10 @@ std::size_t narrowAscii(std::string& out, std::wstring_view text) {
 
 }  // namespace
 
+bool asciiBytesAreCharacters() {
+    return currentCodeset() != Codeset::other;
+}
+
 void appendWide(std::wstring& out, std::string_view text) {
     const std::size_t start = out.size();
     out.resize(start + text.size());

@@ -16,6 +16,10 @@ namespace fscanner {
 /// that it cannot decode travels as U+DC80 to U+DCFF and turns back into that
 /// byte. A character that the locale cannot encode is written as UTF-8.
 
+/// Whether a byte below 0x80 is that character in every name of the current locale. In
+/// GBK, Big5 or Shift JIS it may be the second half of another one.
+bool asciiBytesAreCharacters();
+
 /// Appends the wide form of `text` to `out`. Plain ASCII costs a copy.
 void appendWide(std::wstring& out, std::string_view text);
 std::wstring toWide(std::string_view text);

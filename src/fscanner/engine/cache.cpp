@@ -105,7 +105,7 @@ bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport
         QueryPlan plan;
         if (!makePlan(Form::plain, plan, query)) return false;
         report = FsQueryReport();
-        describePlan(plan, query, report);
+        describePlan(plan, query, store_->files().mayHoldPatterns(), report);
         CacheQuery lookup(*store_, query, maxCacheAge);
         for (std::size_t i = 0; i < report.steps.size(); ++i)
             lookup.explain(plan.pairs()[i], monitor_, report.steps[i]);

@@ -89,7 +89,7 @@ public:
           request_(request),
           chain_(store),
           pathCommand_(store, tree),
-          evaluator_(request.criteria ? request.criteria : L"") {
+          evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search) {
         for (const PathDrive& pair : request.pairs)
             if (QueryPlan::isLocal(pair)) addPair(pair);
     }

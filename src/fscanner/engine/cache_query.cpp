@@ -127,7 +127,7 @@ int CacheQuery::monitored(const QueryPlan& plan) {
 // ---- What they share --------------------------------------------------------
 
 int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
-    FileProcessor processor(query_.getQuery(), query_.getCaseSensitive());
+    FileProcessor processor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search);
     return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
 }
 

@@ -20,6 +20,7 @@ namespace fscanner {
 const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
+const wchar_t* CachePatternsSuffix = L".patterns";
 const wchar_t* field_ID = L"ID";
 
 namespace {
@@ -114,6 +115,11 @@ struct CacheStore::TableKind {
         return kind;
     }
 };
+
+bool isIndexedFileField(std::wstring_view name) {
+    const auto& indexed = CacheStore::TableKind::files().indexed;
+    return std::find(indexed.begin(), indexed.end(), name) != indexed.end();
+}
 
 wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
     if (!directory || !name || !suffix) return nullptr;
@@ -288,6 +294,7 @@ bool CacheStore::openCache() {
 
 void CacheStore::openRecordSets() {
     files_->expectConstantKeys();
+    files_->expectPatterns(nameExists(path(CachePatternsSuffix)));
     directories_->expectConstantKeys();
     filesRecords_ = files_->openRecordSet();
     directoryRecords_ = directories_->openRecordSet();
@@ -449,7 +456,14 @@ bool CacheStore::updateDirectoriesIDCounter() {
     return writeSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size());
 }
 
+bool CacheStore::expectPatterns() {
+    if (files_->mayHoldPatterns()) return true;
+    files_->expectPatterns(true);
+    return writeSmallFile(path(CachePatternsSuffix), nullptr, 0);
+}
+
 void CacheStore::removeSmallFiles() {
+    removeFile(path(CachePatternsSuffix).c_str());
     removeFile(path(CacheCounterSuffix).c_str());
     removeFile(path(CacheUnreadSuffix).c_str());
 }

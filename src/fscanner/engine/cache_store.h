@@ -13,12 +13,16 @@
 
 namespace fscanner {
 
-/// Suffixes of the mark, of the counter and of the unread directories, and the name of a
-/// directory's number.
+/// Suffixes of the mark, of the counter, of the unread directories and of the note that
+/// there are patterns among the names of files, and the name of a directory's number.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
+extern const wchar_t* CachePatternsSuffix;
 extern const wchar_t* field_ID;
+
+/// Whether the files of a cache can be looked up by this field.
+bool isIndexedFileField(std::wstring_view name);
 
 /// Positions of the fields in the two tables.
 enum FilesField : unsigned { FILES_FILENAME, FILES_ATTR, FILES_SIZE, FILES_PATHID };
@@ -85,6 +89,8 @@ private:
 /// `FS_Cache`, of which it is the inside.
 class CacheStore {
 public:
+    struct TableKind;
+
     CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                const wchar_t* cacheDirectory, bool compressed, bool cacheChecker);
     CacheStore(const CacheStore&) = delete;
@@ -109,6 +115,10 @@ public:
     /// that a change can never be there without it. False when that fails.
     bool beginChanges();
 
+    /// To be called before a file is inserted whose name holds "*" or "?": from then on
+    /// no search of this cache looks names up. False when that cannot be noted.
+    bool expectPatterns();
+
     FS_Table& files() { return *files_; }
     FS_Table& directories() { return *directories_; }
     RecordSet& filesRecords() { return filesRecords_; }
@@ -127,8 +137,6 @@ public:
     UnreadDirectories& unread() { return unread_; }
 
 private:
-    struct TableKind;
-
     bool createCache();
     bool openCache();
     void openRecordSets();

@@ -22,7 +22,7 @@ namespace {
 int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
     QueryPlan plan;
     if (!plan.make(query)) return FS_CACHE_UNUSABLE;
-    FileProcessor processor(query.getQuery(), query.getCaseSensitive());
+    FileProcessor processor(query.getQuery(), query.getCaseSensitive(), CriteriaRules::search);
     for (const PathDrive& pair : plan.pairs()) {
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());
         const unsigned limit = QueryPlan::isLocal(pair) ? timeout : kNoTimeout;

@@ -44,10 +44,12 @@ FsPlanStep describe(const QueryPlan& plan, const PathDrive& pair, bool caseSensi
 
 }  // namespace
 
-void describePlan(const QueryPlan& plan, const FsQuery& query, FsQueryReport& report) {
+void describePlan(const QueryPlan& plan, const FsQuery& query, bool patterns,
+                  FsQueryReport& report) {
     report.drives = static_cast<unsigned>(plan.mounted().size());
     report.searchedDrives = static_cast<unsigned>(plan.searched().size());
-    report.criteria = fsCheckCriteria(query.getQuery() ? query.getQuery() : L"");
+    report.criteria = describeCriteria(query.getQuery() ? query.getQuery() : L"",
+                                       query.getCaseSensitive(), patterns);
     for (const PathDrive& pair : plan.pairs())
         report.steps.push_back(describe(plan, pair, query.getCaseSensitive()));
     for (const PathDrive& entry : plan.included().unresolved)
@@ -59,7 +61,7 @@ bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
         report = FsQueryReport();
         QueryPlan plan;
         if (!plan.make(query)) return false;
-        describePlan(plan, query, report);
+        describePlan(plan, query, false, report);
         return true;
     });
 }

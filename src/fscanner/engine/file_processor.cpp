@@ -7,6 +7,7 @@
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/string_list.h"
+#include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
@@ -41,8 +42,8 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
     return 0;
 }
 
-FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive)
-    : caseSensitive_(caseSensitive) {
+FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, CriteriaRules rules)
+    : caseSensitive_(caseSensitive), bytesAreCharacters_(asciiBytesAreCharacters()) {
     fields_.add(L"FILENAME", 5);
     fields_.add(L"SHORTFILENAME", 5);
     fields_.add(L"SIZE", 4);
@@ -53,15 +54,12 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive)
     size_ = static_cast<Int64Field*>(fields_.at(SIZE));
     attributes_ = static_cast<Int32Field*>(fields_.at(3));
     if (!criteria || !*criteria) return;
-    evaluator_ = std::make_unique<CriteriaEvaluator>(criteria);
+    evaluator_ = std::make_unique<CriteriaEvaluator>(criteria, rules);
     compiles_ = registerCommands() && evaluator_->setFields(&fields_) && evaluator_->compile();
     if (!compiles_)
         debug("FileProcessor::FileProcessor - criteria '%ls' does not compile!\n", criteria);
     needsInfo_ = evaluator_->readsField(L"SIZE") || evaluator_->readsField(L"ATTR");
-    if (!compiles_) return;
-    // Where there are other conditions, one of them might fail on a file.
-    RecordFilter filter(evaluator_->tree(), fields_, caseSensitive);
-    if (filter.isWhole()) filter_ = std::move(filter);
+    if (compiles_) filter_ = RecordFilter(evaluator_->tree(), fields_, caseSensitive);
 }
 
 // A command that outlived this object would be called through a dangling pointer,
@@ -76,6 +74,8 @@ bool FileProcessor::registerCommands() {
 }
 
 bool FileProcessor::dismissesName(const StoredText& name) const {
+    // Where ASCII bytes may be halves of characters, they tell nothing beside others.
+    if (!bytesAreCharacters_ && text_test::examine(name).foreign) return false;
     return filter_.dismisses(NAME, name);
 }
 

@@ -45,10 +45,12 @@ public:
 ///
 /// The criteria is compiled by the constructor; one that does not compile matches
 /// nothing, a null or empty one everything. Lives as long as the scan: while it
-/// does, the two commands are registered process-wide.
+/// does, the two commands are registered process-wide. A query's criteria is read by the
+/// rules of a search.
 class FileProcessor {
 public:
-    FileProcessor(const wchar_t* criteria, bool caseSensitive);
+    FileProcessor(const wchar_t* criteria, bool caseSensitive,
+                  CriteriaRules rules = CriteriaRules::plain);
     FileProcessor(const FileProcessor&) = delete;
     FileProcessor& operator=(const FileProcessor&) = delete;
     ~FileProcessor();
@@ -82,8 +84,9 @@ private:
     fpPathCommand pathCommand_;
     fpTypeCommand typeCommand_;
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches
-    RecordFilter filter_;                           // empty where it is not all of the criteria
+    RecordFilter filter_;
     bool caseSensitive_;
+    bool bytesAreCharacters_;  // in names, as far as they are ASCII
     bool compiles_ = true;
     bool needsInfo_ = false;
     bool undecided_ = false;

@@ -14,7 +14,7 @@ struct FsRecordFilter::State {
 
     bool compile(const wchar_t* criteria, bool caseSensitive) {
         const CommandListShelter shelter(commands);
-        processor = std::make_unique<FileProcessor>(criteria, caseSensitive);
+        processor = std::make_unique<FileProcessor>(criteria, caseSensitive, CriteriaRules::search);
         return processor->compiles();
     }
     bool matches(const FsFileInfo& record) {
@@ -41,6 +41,10 @@ std::unique_ptr<FsRecordFilter> FsRecordFilter::create(const wchar_t* criteria,
 
 bool FsRecordFilter::matches(const FsFileInfo& record) {
     return behindWall("FsRecordFilter::matches", [&] { return state_->matches(record); });
+}
+
+bool FsRecordFilter::undecided() const {
+    return state_->processor->undecided();
 }
 
 }  // namespace fscanner

@@ -6,8 +6,9 @@
 
 namespace fscanner {
 
-SyntaxAnalyzer::SyntaxAnalyzer() {
+SyntaxAnalyzer::SyntaxAnalyzer(CriteriaRules rules) : criteriaRules_(rules) {
     clearCommands();
+    if (rules == CriteriaRules::search) lexer_.readWideNumbers();
 }
 
 int SyntaxAnalyzer::parse(const wchar_t* text, const Fields* fields, const Fields* variables,
@@ -24,7 +25,7 @@ int SyntaxAnalyzer::parse(const wchar_t* text, const Fields* fields, const Field
     compileError_ = {};
 
     ParsedValue value;
-    if (chain(Level::bExpression, value, true, tree_)) expectEnd();
+    if (chain(Level::bExpression, value, true, tree_) && expectEnd()) makeCondition(value);
     program_ = Program(tree_);
     parsed_ = true;
     if (hasCompileError() || !isComputing()) return 1;
@@ -47,6 +48,35 @@ bool SyntaxAnalyzer::expectEnd() {
     if (lexer_.getLastError() == LEX_END) return true;
     debug("SyntaxAnalyzer::parse - expected operator.\n");
     return failSyntax("operator expected");
+}
+
+namespace {
+
+/// Whether its value is 0 or 1, for all that is known of it.
+bool isCondition(const TreeNode& root) {
+    const Token& token = root.data;
+    const int type = token.getType();
+    if (type == TOKEN_NUMBER) return token.getNumericValue() == 0 || token.getNumericValue() == 1;
+    return type == TOKEN_OPREL || type == TOKEN_OPBOOL || type == TOKEN_COMMAND;
+}
+
+}  // namespace
+
+/// Asks for "!= 0" where a search is given a number: a scan takes 1 for a match, a record
+/// set what is above 0.
+void SyntaxAnalyzer::makeCondition(ParsedValue& value) {
+    if (criteriaRules_ != CriteriaRules::search || value.type != NUMERIC) return;
+    if (isCondition(*tree_.getRoot())) return;
+    Token zero, notEqual;
+    zero.setType(TOKEN_NUMBER);
+    notEqual.setType(TOKEN_OPREL);
+    notEqual.setNumericValue(COMPARE_NOT_EQUAL);
+    Tree right;
+    right.setRoot();
+    Tree::setData(right.getRoot(), zero);
+    tree_.merge(&right);
+    Tree::setData(tree_.getRoot(), notEqual);
+    value.number = value.number != 0;
 }
 
 SyntaxAnalyzer::Level SyntaxAnalyzer::levelOf(Operator op) {
@@ -198,6 +228,12 @@ void SyntaxAnalyzer::literal(const Token& token, ParsedValue& value, Tree& tree)
 bool SyntaxAnalyzer::named(const Token& token, ParsedValue& value, Tree& tree) {
     const Fields* list = token.getType() == TOKEN_FIELD ? fields_ : variables_;
     const Field* field = list ? list->name(token.text()) : nullptr;
+    if (!field && isNeverFilled(token)) {
+        Token empty;
+        empty.setType(TOKEN_STRING);
+        literal(empty, value, tree);
+        return true;
+    }
     Value read;
     const Fault fault = readField(field, rules_.pass, read);
     if (fault == Fault::unknownName) {
@@ -213,6 +249,12 @@ bool SyntaxAnalyzer::named(const Token& token, ParsedValue& value, Tree& tree) {
     value.take(isComputing() ? read : Value{read.type, 0, L""});
     value.origin = {std::wstring(token.text()), 0, 1};
     return true;
+}
+
+/// A field of all searches that none has a value for; the cache has no place for it.
+bool SyntaxAnalyzer::isNeverFilled(const Token& token) const {
+    return criteriaRules_ == CriteriaRules::search && token.getType() == TOKEN_FIELD &&
+           token.text() == L"SHORTFILENAME";
 }
 
 bool SyntaxAnalyzer::sign(Token token, ParsedValue& value, bool evaluate, Tree& tree) {

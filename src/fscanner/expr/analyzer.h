@@ -15,6 +15,12 @@
 
 namespace fscanner {
 
+/// How a criteria is read.
+enum class CriteriaRules {
+    plain,   ///< as the language is defined for all its users
+    search,  ///< of a search: so that all ways to run it find the same
+};
+
 /// Reads a criteria by recursive descent, evaluates it as it goes, and keeps the
 /// tree and its compiled form, which every later evaluation runs.
 ///
@@ -29,13 +35,16 @@ namespace fscanner {
 /// error of the evaluation (a zero divisor, two patterns) does not: the rest is
 /// read without values, so that the tree serves the records to come.
 ///
+/// By the rules of a search there is more: numbers have 64 bits instead of 31, any number
+/// but 0 holds, and `[SHORTFILENAME]` is the empty text where the fields have none.
+///
 /// One thread at a time. Every new analyzer empties the list of commands.
 class SyntaxAnalyzer {
 public:
     /// How deep parentheses, signs, "!" and commands' arguments may be nested.
     static constexpr unsigned MAX_DEPTH = 256;
 
-    SyntaxAnalyzer();
+    explicit SyntaxAnalyzer(CriteriaRules rules = CriteriaRules::plain);
     SyntaxAnalyzer(const SyntaxAnalyzer&) = delete;
     SyntaxAnalyzer& operator=(const SyntaxAnalyzer&) = delete;
     ~SyntaxAnalyzer() = default;
@@ -94,10 +103,12 @@ private:
     std::optional<Token> takeOperator(Level loosest);
     bool combine(Operator op, std::size_t position, ParsedValue& left, const ParsedValue& right);
     bool expectEnd();
+    void makeCondition(ParsedValue& value);
 
     bool factor(ParsedValue& value, bool evaluate, Tree& tree);
     static void literal(const Token& token, ParsedValue& value, Tree& tree);
     bool named(const Token& token, ParsedValue& value, Tree& tree);
+    bool isNeverFilled(const Token& token) const;
     bool sign(Token token, ParsedValue& value, bool evaluate, Tree& tree);
     bool negation(const Token& token, ParsedValue& value, bool evaluate, Tree& tree);
     bool unary(const Token& token, ParsedValue& value, bool evaluate, Tree& tree);
@@ -117,6 +128,7 @@ private:
     void failEvaluation(Fault fault, const ParsedValue& left, const ParsedValue& right);
     bool isComputing() const { return evaluationFault_ == Fault::none; }
 
+    CriteriaRules criteriaRules_;
     Lexer lexer_;
     const Fields* fields_ = nullptr;
     const Fields* variables_ = nullptr;

@@ -1,5 +1,6 @@
 #include "fscanner/expr/compile_error.h"
 
+#include <algorithm>
 #include <cstdio>
 
 #include "fscanner/common/utf8.h"
@@ -19,6 +20,15 @@ std::string characterText(wchar_t c) {
     return code;
 }
 
+std::string unreadableNumber(std::wstring_view rest) {
+    const auto isDigit = [](wchar_t c) { return Lexer::isDigit(c); };
+    const auto digits = std::find_if_not(rest.begin(), rest.end(), isDigit) - rest.begin();
+    const std::size_t zeros = std::min(rest.find_first_not_of(L'0'), rest.size());
+    if (static_cast<std::size_t>(digits) >= zeros + 19 && digits < 256)
+        return "a number is 9223372036854775807 at most";
+    return "a number ends in a digit and is shorter than 256 characters";
+}
+
 /// Why no token can be read at the start of `rest`, which is not empty.
 std::string unreadableText(std::wstring_view rest) {
     const wchar_t first = rest.front();
@@ -29,7 +39,7 @@ std::string unreadableText(std::wstring_view rest) {
         return rest.find(L'"', 1) == rest.npos ? "text without a closing '\"'" : "text too long";
     }
     if (Lexer::isLetter(first)) return "name too long";
-    if (Lexer::isDigit(first)) return "a number ends in a digit and is shorter than 256 characters";
+    if (Lexer::isDigit(first)) return unreadableNumber(rest);
     return "unexpected character " + characterText(first);
 }
 

@@ -2,8 +2,8 @@
 
 namespace fscanner {
 
-CriteriaEvaluator::CriteriaEvaluator(const wchar_t* criteria)
-    : analyzer_(std::make_unique<SyntaxAnalyzer>()),
+CriteriaEvaluator::CriteriaEvaluator(const wchar_t* criteria, CriteriaRules rules)
+    : analyzer_(std::make_unique<SyntaxAnalyzer>(rules)),
       criteria_(criteria ? criteria : L""),
       valid_(criteria != nullptr) {}
 
@@ -98,6 +98,7 @@ ExpValue* CriteriaEvaluator::getHashInfo() {
 
 bool CriteriaEvaluator::setHashInfo(const ExpValue& info) {
     if (!isValid()) return false;
+    stated_ = true;
     if (hashInfo_) {
         *hashInfo_ = info;
     } else {

@@ -19,7 +19,7 @@ namespace fscanner {
 /// front and is remembered; without it only the first check is sure to give -1.
 class CriteriaEvaluator {
 public:
-    explicit CriteriaEvaluator(const wchar_t* criteria);
+    explicit CriteriaEvaluator(const wchar_t* criteria, CriteriaRules rules = CriteriaRules::plain);
     CriteriaEvaluator(const CriteriaEvaluator&) = delete;
     CriteriaEvaluator& operator=(const CriteriaEvaluator&) = delete;
     ~CriteriaEvaluator() = default;
@@ -65,12 +65,18 @@ public:
     std::vector<std::wstring> fieldNames() const;
     const Tree& tree() const { return analyzer_->tree(); }
 
-    /// A field and the value that it has in every match, for an index. Compiles
+    /// A field and a value that it is compared with (see `IndexKeyFinder`). Compiles
     /// if need be. Null when there is none; a later call gives an empty object
-    /// then, on purpose: look at its name string.
+    /// then, on purpose: look at its name string. Record sets look up `indexKeys`
+    /// instead.
     ExpValue* getHashInfo();
-    /// States the key itself: a copy is what `getHashInfo` gives from now on.
+    /// States the key itself: a copy is what `getHashInfo` gives from now on, and what
+    /// record sets look up.
     bool setHashInfo(const ExpValue& info);
+    /// What was stated; null when nothing was, or no field.
+    const ExpValue* statedKey() const {
+        return stated_ && !hashInfo_->name().empty() ? hashInfo_.get() : nullptr;
+    }
 
 private:
     bool isValid() const { return valid_; }
@@ -82,6 +88,7 @@ private:
     bool compiled_ = false;
     bool refused_ = false;
     bool failedOnRecord_ = false;
+    bool stated_ = false;
     std::unique_ptr<ExpValue> hashInfo_;
     ExpValue value_;
     const Fields* fields_ = nullptr;

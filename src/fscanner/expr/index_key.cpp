@@ -1,6 +1,79 @@
 #include "fscanner/expr/index_key.h"
 
+#include <algorithm>
+
 namespace fscanner {
+
+// ---- Of the tree ------------------------------------------------------------
+
+namespace {
+
+bool isField(const TreeNode* node) {
+    return Tree::isLeaf(node) && node->data.getType() == TOKEN_FIELD;
+}
+
+bool isLiteral(const TreeNode* node) {
+    if (!Tree::isLeaf(node)) return false;
+    return node->data.getType() == TOKEN_NUMBER || node->data.getType() == TOKEN_STRING;
+}
+
+/// The relation with its sides exchanged.
+CompareOperator mirrored(CompareOperator relation) {
+    switch (relation) {
+        case COMPARE_GREATER_EQUAL:
+            return COMPARE_LESS_EQUAL;
+        case COMPARE_LESS_EQUAL:
+            return COMPARE_GREATER_EQUAL;
+        case COMPARE_GREATER:
+            return COMPARE_LESS;
+        case COMPARE_LESS:
+            return COMPARE_GREATER;
+        default:
+            return relation;
+    }
+}
+
+/// Whether an index has every text that equals this one under one key. Keys fold to upper
+/// case, comparisons to lower case. Both do the same in ASCII, but for two letters: the
+/// dotted capital I and the Kelvin sign fold to "i" and "k", and are no capitals of
+/// theirs. Other scripts have more of that kind.
+bool hasOneKey(std::wstring_view text, bool caseSensitive) {
+    return caseSensitive || std::all_of(text.begin(), text.end(), [](wchar_t c) {
+               return c > 0 && c < 0x80 && c != L'i' && c != L'I' && c != L'k' && c != L'K';
+           });
+}
+
+}  // namespace
+
+std::optional<FieldComparison> fieldComparison(const TreeNode& node) {
+    if (node.data.getType() != TOKEN_OPREL) return std::nullopt;
+    const auto relation = static_cast<CompareOperator>(node.data.getNumericValue());
+    const TreeNode* left = Tree::getLeft(&node);
+    const TreeNode* right = Tree::getRight(&node);
+    if (isField(left) && isLiteral(right))
+        return FieldComparison{&left->data, &right->data, relation};
+    if (isLiteral(left) && isField(right))
+        return FieldComparison{&right->data, &left->data, mirrored(relation)};
+    return std::nullopt;
+}
+
+std::vector<ExpValue> indexKeys(const Tree& criteria, bool caseSensitive) {
+    std::vector<ExpValue> keys;
+    for (const TreeNode* condition : conjuncts(criteria)) {
+        const auto comparison = fieldComparison(*condition);
+        if (!comparison || comparison->relation != COMPARE_EQUAL) continue;
+        const Token& literal = *comparison->literal;
+        const bool isText = literal.getType() == TOKEN_STRING;
+        if (isText && (hasWildcard(literal.text()) || !hasOneKey(literal.text(), caseSensitive)))
+            continue;
+        ExpValue& key = keys.emplace_back();
+        key.set(isText ? STRING : NUMERIC, literal.getNumericValue(), literal.text());
+        key.setNValueString(comparison->field->text());
+    }
+    return keys;
+}
+
+// ---- Of the reading ---------------------------------------------------------
 
 Origin originOf(Operator op, char type, const Origin& left, const Origin& right) {
     if (op == Operator::plus || op == Operator::minus) return left;

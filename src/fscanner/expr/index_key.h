@@ -1,8 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "fscanner/common/wildcard.h"
 #include "fscanner/expr/operators.h"
+#include "fscanner/expr/tree.h"
 
 namespace fscanner {
 
@@ -33,13 +37,31 @@ struct ParsedValue {
     void copyTo(ExpValue& out) const;
 };
 
-/// Watches the reading of a criteria for an equality between a field and a
-/// constant that every matching record has to satisfy: an index on that field
-/// can serve the query. The first such equality wins.
+/// A relation between a field and a literal, turned so that the field stands first.
+struct FieldComparison {
+    const Token* field;
+    const Token* literal;
+    CompareOperator relation;
+};
+
+/// Nothing when the node is anything else.
+std::optional<FieldComparison> fieldComparison(const TreeNode& node);
+
+/// The keys that an index may look up instead of testing all records, in order of
+/// appearance: each has the name of a field and the literal that it equals in every
+/// match.
+///
+/// A literal with wildcards is no key, nor, with the case ignored, one that equals texts
+/// of other keys. A stored text that is itself a pattern equals literals that are not its
+/// key: who walks an index on texts has to know that it holds none.
+std::vector<ExpValue> indexKeys(const Tree& criteria, bool caseSensitive);
+
+/// Watches the reading of a criteria for what `getHashInfo` tells: an equality between
+/// a field and a constant. The first one wins.
 ///
 /// It goes by the counts of the operands alone, on purpose: "-[F]==5" and
 /// "([F]==5)==0" give the key F = 5, and "name==5" takes a variable for a field
-/// and leaves no room for a later equality.
+/// and leaves no room for a later equality. No search goes by it: see `indexKeys`.
 class IndexKeyFinder {
 public:
     void start() { *this = IndexKeyFinder(); }

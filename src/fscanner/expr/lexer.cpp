@@ -92,13 +92,15 @@ void Lexer::setText(int type, std::size_t from, std::size_t to) {
     token_.setType(type);
 }
 
-/// digits, digits "." digits, or "." digits. The fraction is read and dropped;
-/// what passes 2147483647 stays there.
+/// digits, digits "." digits, or "." digits. The fraction is read and dropped.
 bool Lexer::checkNum() {
     std::size_t end = position_;
     long long number = 0;
     for (; isDigit(text_[end]); ++end) {
-        number = std::min<long long>(number * 10 + (text_[end] - L'0'), INT_MAX);
+        const int digit = text_[end] - L'0';
+        if (wide_ && number > (LLONG_MAX - digit) / 10) return false;
+        number = number * 10 + digit;
+        if (!wide_) number = std::min<long long>(number, INT_MAX);
     }
     if (text_[end] == L'.') {
         ++end;

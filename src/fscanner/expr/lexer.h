@@ -76,6 +76,9 @@ public:
 
     /// Takes a copy and goes to its start. Null: no text, and an error.
     void setExpression(const wchar_t* text);
+    /// Numbers go up to 9223372036854775807, and a larger one is an error; without this
+    /// what passes 2147483647 stays there.
+    void readWideNumbers() { wide_ = true; }
     /// Goes back to the start; false without a text.
     bool restart();
     /// The next token; `TOKEN_END` with a code in `getLastError` when there is none.
@@ -118,6 +121,7 @@ private:
 
     std::wstring text_;
     bool hasText_ = false;
+    bool wide_ = false;
     std::size_t position_ = 0;
     std::size_t start_ = 0;  // of the last token and the blanks before it
     bool hasToken_ = false;

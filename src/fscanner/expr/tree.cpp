@@ -1,7 +1,5 @@
 #include "fscanner/expr/tree.h"
 
-#include <vector>
-
 #include "fscanner/expr/operators.h"
 
 namespace fscanner {
@@ -162,6 +160,22 @@ bool Tree::preVisit(const TreeNode* node) {
         pending.push_back(node->left.get());
     }
     return true;
+}
+
+std::vector<const TreeNode*> conjuncts(const Tree& tree) {
+    std::vector<const TreeNode*> found, pending{tree.getRoot()};
+    while (!pending.empty()) {
+        const TreeNode* node = pending.back();
+        pending.pop_back();
+        if (!node) continue;
+        if (node->data.is(TOKEN_OPBOOL, BOOL_AND)) {
+            pending.push_back(node->right.get());
+            pending.push_back(node->left.get());
+        } else {
+            found.push_back(node);
+        }
+    }
+    return found;
 }
 
 std::wstring dumpTree(const Tree& tree) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "fscanner/expr/lexer.h"
 
@@ -52,6 +53,10 @@ public:
 private:
     std::unique_ptr<TreeNode> root_;
 };
+
+/// The operands of the "&&" chain at the top, in order of appearance: a criteria holds
+/// where each of them does. The whole where it is no "&&"; none of an empty tree.
+std::vector<const TreeNode*> conjuncts(const Tree& tree);
 
 /// One line: (&& (== [FILENAME] "*.h") (> [SIZE] 1000)). An operand that the
 /// text left out ("1 + )") is "_".

@@ -22,12 +22,14 @@ struct FSCANNER_EXPORT FsCriteriaReport {
     unsigned position = 0;             ///< where: index into the text, in characters
     std::wstring tree;                 ///< the compiled tree, in one line
     std::vector<std::wstring> fields;  ///< the fields it reads, in order of appearance
-    std::wstring indexField;           ///< the field whose index can serve it, or empty
+    std::wstring indexField;           ///< the field whose index in a cache serves it, or empty
     std::wstring indexKey;             ///< the value that this field must have
 };
 
-/// Compiles `criteria` over the fields of a search without running it.
+/// Compiles `criteria` over the fields of a search without running it. Which index serves
+/// it depends on the case mode, case-sensitive unless it is given.
 FSCANNER_EXPORT FsCriteriaReport fsCheckCriteria(const wchar_t* criteria);
+FSCANNER_EXPORT FsCriteriaReport fsCheckCriteria(const wchar_t* criteria, bool caseSensitive);
 
 /// Tests records that a host holds against a criteria, the way a scan does.
 class FSCANNER_EXPORT FsRecordFilter {
@@ -36,6 +38,8 @@ public:
     static std::unique_ptr<FsRecordFilter> create(const wchar_t* criteria, bool caseSensitive);
     ~FsRecordFilter();
     bool matches(const FsFileInfo& record);
+    /// Whether the criteria had no answer for the last record, which did not match then.
+    bool undecided() const;
 
 private:
     FSCANNER_HIDDEN FsRecordFilter();

@@ -133,18 +133,34 @@ std::optional<unsigned> keyNumber(const Field& field) {
     }
 }
 
+void makeKey(unsigned number, std::wstring& key) {
+    wchar_t decimal[MAX_DECIMAL];
+    key = wcs_itoa(number, decimal);
+}
+
+void makeKey(std::wstring_view text, std::wstring& key) {
+    key = text;
+    wcsupper(key.data());
+}
+
 }  // namespace
 
 bool makeIndexKey(const Field& field, std::wstring& key) {
     if (const std::optional<unsigned> number = keyNumber(field)) {
-        wchar_t decimal[MAX_DECIMAL];
-        key = wcs_itoa(*number, decimal);
+        makeKey(*number, key);
         return true;
     }
     if (field.type() != FIELD_TEXT) return false;
-    key.assign(static_cast<const TextField&>(field).view());
-    wcsupper(key.data());
+    makeKey(static_cast<const TextField&>(field).view(), key);
     return true;
+}
+
+void makeIndexKey(const ExpValue& value, std::wstring& key) {
+    if (value.getType() == NUMERIC) {
+        makeKey(static_cast<unsigned>(value.getNumericValue()), key);
+    } else {
+        makeKey(value.text(), key);
+    }
 }
 
 // Each record that is inserted comes through here: no key is made.

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/expr/exp_value.h"
 #include "fscanner/platform/linuxfile.h"
 #include "fscanner/store/data_file.h"
 
@@ -91,6 +92,8 @@ using IndexList = std::vector<std::shared_ptr<Index>>;
 /// Makes the key of a field's value: an integer's low 32 bits in decimal, a text
 /// in upper case (in the process's locale). False for a field of an unknown type.
 bool makeIndexKey(const Field& field, std::wstring& key);
+/// The same of the value that a criteria asks for.
+void makeIndexKey(const ExpValue& value, std::wstring& key);
 /// The bucket of a key in key form.
 unsigned indexBucket(const wchar_t* key);
 /// The bucket of a field's key; nothing for a field of an unknown type.

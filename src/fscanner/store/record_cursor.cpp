@@ -2,8 +2,7 @@
 
 #include <bit>
 
-#include "fscanner/common/numbers.h"
-#include "fscanner/common/wildcard.h"
+#include "fscanner/expr/index_key.h"
 #include "fscanner/fs/debug.h"
 
 namespace fscanner {
@@ -46,18 +45,23 @@ void __recordSet::prepareChecks() {
 }
 
 void __recordSet::selectIndex() {
-    const ExpValue* info = criteria_->getHashInfo();
-    if (!info || info->name().empty()) return;
-    index_ = table_.searchHashIndexForFieldName(info->getNValueString(), false);
-    if (!index_) return;
-    if (info->getType() == NUMERIC) {
-        wchar_t decimal[11];
-        key_ = wcs_itoa(static_cast<unsigned>(info->getNumericValue()), decimal);
-    } else {
-        key_ = info->text();
+    if (const ExpValue* stated = criteria_->statedKey()) {
+        select(*stated);
+        return;
     }
-    wcsupper(key_.data());
+    for (const ExpValue& key : indexKeys(criteria_->tree(), flag_)) {
+        if (key.getType() == STRING && table_.mayHoldPatterns()) continue;
+        if (select(key)) return;
+    }
+}
+
+/// False when the table has no such index.
+bool __recordSet::select(const ExpValue& key) {
+    index_ = table_.searchHashIndexForFieldName(key.getNValueString(), false);
+    if (!index_) return false;
+    makeIndexKey(key, key_);
     refused_ = !table_.checkIndex(*index_);
+    return true;
 }
 
 // ---- Moves ------------------------------------------------------------------

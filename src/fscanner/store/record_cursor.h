@@ -58,6 +58,7 @@ private:
     enum class Verdict { match, noMatch, unreadable };
 
     void selectIndex();
+    bool select(const ExpValue& key);
     void prepareChecks();
     bool first();
     bool next();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "fscanner/expr/index_key.h"
 #include "fscanner/store/record_encoding.h"
 
 namespace fscanner {
@@ -10,31 +11,6 @@ namespace fscanner {
 namespace {
 
 // ---- The criteria -----------------------------------------------------------
-
-bool isField(const TreeNode* node) {
-    return Tree::isLeaf(node) && node->data.getType() == TOKEN_FIELD;
-}
-
-bool isLiteral(const TreeNode* node) {
-    if (!Tree::isLeaf(node)) return false;
-    return node->data.getType() == TOKEN_NUMBER || node->data.getType() == TOKEN_STRING;
-}
-
-/// The relation with its sides exchanged.
-CompareOperator mirrored(CompareOperator relation) {
-    switch (relation) {
-        case COMPARE_GREATER_EQUAL:
-            return COMPARE_LESS_EQUAL;
-        case COMPARE_LESS_EQUAL:
-            return COMPARE_GREATER_EQUAL;
-        case COMPARE_GREATER:
-            return COMPARE_LESS;
-        case COMPARE_LESS:
-            return COMPARE_GREATER;
-        default:
-            return relation;
-    }
-}
 
 bool compare(long long left, CompareOperator relation, long long right) {
     switch (relation) {
@@ -92,46 +68,27 @@ std::optional<TextTest> textTest(std::wstring_view pattern, bool caseSensitive) 
 }  // namespace
 
 RecordFilter::RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive) {
-    gather(criteria.getRoot(), schema, caseSensitive);
+    for (const TreeNode* condition : conjuncts(criteria))
+        if (!add(*condition, schema, caseSensitive)) isWhole_ = false;
     std::stable_sort(conditions_.begin(), conditions_.end(),
                      [](const auto& a, const auto& b) { return a.field < b.field; });
     testsOnlyTheFirstText_ =
         conditions_.size() == 1 && conditions_[0].isText && conditions_[0].field == 0;
 }
 
-/// All that stands under the "&&" at the top. A tree may be deep: no recursion.
-void RecordFilter::gather(const TreeNode* root, const Fields& schema, bool caseSensitive) {
-    std::vector<const TreeNode*> open{root};
-    while (!open.empty()) {
-        const TreeNode* node = open.back();
-        open.pop_back();
-        if (!node) continue;
-        if (node->data.is(TOKEN_OPBOOL, BOOL_AND)) {
-            open.push_back(Tree::getLeft(node));
-            open.push_back(Tree::getRight(node));
-        } else if (node->data.getType() != TOKEN_OPREL || !add(node, schema, caseSensitive)) {
-            isWhole_ = false;
-        }
-    }
-}
-
-/// Takes a relation up, if it is one of those that can be.
-bool RecordFilter::add(const TreeNode* relation, const Fields& schema, bool caseSensitive) {
-    const TreeNode* left = Tree::getLeft(relation);
-    const TreeNode* right = Tree::getRight(relation);
-    auto code = static_cast<CompareOperator>(relation->data.getNumericValue());
-    if (isField(right) && isLiteral(left)) {
-        std::swap(left, right);
-        code = mirrored(code);
-    }
-    if (!isField(left) || !isLiteral(right) || code > COMPARE_NOT_EQUAL) return false;
-    const auto field = positionOf(left->data.text(), schema);
+/// Takes a condition up, if it is one of those that can be.
+bool RecordFilter::add(const TreeNode& node, const Fields& schema, bool caseSensitive) {
+    const auto comparison = fieldComparison(node);
+    if (!comparison || comparison->relation > COMPARE_NOT_EQUAL) return false;
+    const Token& literal = *comparison->literal;
+    const CompareOperator code = comparison->relation;
+    const auto field = positionOf(comparison->field->text(), schema);
     if (!field) return false;
     Condition condition{
-        *field, code, schema.at(*field)->type() == FIELD_TEXT, right->data.getNumericValue(), {}};
-    if (condition.isText != (right->data.getType() == TOKEN_STRING)) return false;
+        *field, code, schema.at(*field)->type() == FIELD_TEXT, literal.getNumericValue(), {}};
+    if (condition.isText != (literal.getType() == TOKEN_STRING)) return false;
     if (condition.isText) {
-        auto test = textTest(right->data.text(), caseSensitive);
+        auto test = textTest(literal.text(), caseSensitive);
         if (!isEquality(code) || !test || texts_ == MAX_TEXTS) return false;
         // An "I" taken for an "i" must not turn a record away.
         if (code == COMPARE_NOT_EQUAL && !test->holdsForSure) return false;

@@ -56,8 +56,6 @@ public:
     enum class Verdict { noMatch, unsure, match };
 
     bool isEmpty() const { return conditions_.empty(); }
-    /// Whether the criteria holds nothing but the filter's conditions.
-    bool isWhole() const { return isWhole_; }
     /// Whether a record with this value of a field surely does not match.
     bool dismisses(unsigned field, const StoredText& text) const;
     bool dismisses(unsigned field, long long number) const;
@@ -79,8 +77,7 @@ private:
         TextTest text;
     };
 
-    void gather(const TreeNode* root, const Fields& schema, bool caseSensitive);
-    bool add(const TreeNode* relation, const Fields& schema, bool caseSensitive);
+    bool add(const TreeNode& condition, const Fields& schema, bool caseSensitive);
     template <typename Encoding>
     Verdict judgeAs(const RecordLayout& layout, ByteRange record) const;
     template <typename Encoding>

@@ -86,6 +86,7 @@ bool FS_Table::close() {
     if (!isOpen()) return false;
     recordSets_.clear();
     constantKeys_ = false;
+    patterns_ = false;
     closedCounts_ = {data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
     bool closed = true;
     for (const auto& index : indexes_) closed = index->close() && closed;

@@ -85,6 +85,11 @@ public:
     /// an indexed value. A walk of an index then notes damage when it meets a record
     /// of another bucket, or when the newest record is missing at the first use.
     void expectConstantKeys() { constantKeys_ = true; }
+    /// Warns, until the table is closed, that texts in it may be patterns ("*", "?"): those
+    /// equal other texts than their keys', so that no criteria is looked up in an index on
+    /// a text. A key that is stated (`setHashInfo`) is.
+    void expectPatterns(bool on) { patterns_ = on; }
+    bool mayHoldPatterns() const { return patterns_; }
 
     const Fields& schema() const { return schema_; }
     bool isOpen() const { return data_ != nullptr; }
@@ -220,6 +225,7 @@ private:
     bool damaged_ = false;
     std::optional<Counts> closedCounts_;  // when it was closed last
     bool constantKeys_ = false;
+    bool patterns_ = false;
     std::size_t position_ = 0;  // behind the record that was read or written last
     Fields schema_;
     IndexList indexes_;

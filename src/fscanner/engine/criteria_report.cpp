@@ -1,5 +1,6 @@
+#include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/explain.h"
 #include "fscanner/expr/token.h"
-#include "fscanner/fs/fs_inspect.h"
 
 namespace fscanner {
 
@@ -23,20 +24,26 @@ Fields searchFields() {
     return fields;
 }
 
-void describeIndex(CriteriaEvaluator& criteria, FsCriteriaReport& report) {
-    const ExpValue* key = criteria.getHashInfo();
-    if (!key) return;
-    report.indexField = key->name();
-    report.indexKey = key->getType() == STRING ? std::wstring(key->text())
-                                               : std::to_wstring(key->getNumericValue());
+/// What an extraction from the cache would look up: see `Extraction::run`.
+void describeIndex(const CriteriaEvaluator& criteria, bool caseSensitive, bool patterns,
+                   FsCriteriaReport& report) {
+    if (criteria.usesCommands()) return;
+    for (const ExpValue& key : indexKeys(criteria.tree(), caseSensitive)) {
+        const bool isText = key.getType() == STRING;
+        if (!isIndexedFileField(key.name()) || (isText && patterns)) continue;
+        report.indexField = key.name();
+        report.indexKey =
+            isText ? std::wstring(key.text()) : std::to_wstring(key.getNumericValue());
+        return;
+    }
 }
 
-void describe(const wchar_t* text, FsCriteriaReport& report) {
+void describe(const wchar_t* text, bool caseSensitive, bool patterns, FsCriteriaReport& report) {
     // A host may ask in the middle of a query, whose commands have to stay.
     const CommandListShelter shelter;
     const Fields fields = searchFields();
     StandInCommand command;
-    CriteriaEvaluator criteria(text);
+    CriteriaEvaluator criteria(text, CriteriaRules::search);
     criteria.setFields(&fields);
     criteria.addCmd(L"path", STRING, NUMERIC, STRING, &command);
     criteria.addCmd(L"type", NUMERIC, STRING, STRING, &command);
@@ -46,19 +53,27 @@ void describe(const wchar_t* text, FsCriteriaReport& report) {
     if (!report.compiles) return;
     report.tree = dumpTree(criteria.tree());
     report.fields = criteria.fieldNames();
-    describeIndex(criteria, report);
+    describeIndex(criteria, caseSensitive, patterns, report);
 }
 
 }  // namespace
 
 FsCriteriaReport fsCheckCriteria(const wchar_t* criteria) {
+    return fsCheckCriteria(criteria, true);
+}
+
+FsCriteriaReport fsCheckCriteria(const wchar_t* criteria, bool caseSensitive) {
+    return describeCriteria(criteria, caseSensitive, false);
+}
+
+FsCriteriaReport describeCriteria(const wchar_t* criteria, bool caseSensitive, bool patterns) {
     FsCriteriaReport report;
     if (!criteria) {
         report.error = "no criteria";
         return report;
     }
     try {
-        describe(criteria, report);
+        describe(criteria, caseSensitive, patterns, report);
     } catch (...) {
         report = FsCriteriaReport();
         report.error = "out of memory";
