@@ -49,6 +49,15 @@ std::string unread(const Completeness& search) {
                        count == 1 ? "it" : "them");
 }
 
+/// Both kinds of what was left out, or nothing.
+std::string leftOut(const Completeness& search) {
+    std::string text = unread(search);
+    if (search.undecided == 0) return text;
+    if (!text.empty()) text += "; ";
+    return text + fmt::format("the criteria could not be decided for {}",
+                              counted(search.undecided, "file", "files"));
+}
+
 /// "12 files in 0.05 s, from the cache (3 min old); 2 directories could not be read".
 std::string closingLine(const Completeness& search, const Outcome& outcome) {
     std::string line =
@@ -56,7 +65,7 @@ std::string closingLine(const Completeness& search, const Outcome& outcome) {
                     seconds(outcome), source(search));
     if (!search.timedOut.empty()) line += "; time ran out";
     if (outcome.interrupted) line += "; interrupted";
-    if (const std::string left = unread(search); !left.empty()) line += "; " + left;
+    if (const std::string left = leftOut(search); !left.empty()) line += "; " + left;
     return line;
 }
 
@@ -81,8 +90,8 @@ const char* reasonText(fscanner::FsSkipReason reason) {
 
 /// Whether all was searched, by a cache's trees when they were read.
 bool complete(const Completeness& search, const Outcome& outcome) {
-    return search.skipped.empty() && search.timedOut.empty() && outcome.status <= 1 &&
-           !outcome.cut && !outcome.interrupted;
+    return search.skipped.empty() && search.timedOut.empty() && search.undecided == 0 &&
+           outcome.status <= 1 && !outcome.cut && !outcome.interrupted;
 }
 
 Json summary(const Completeness& search, const Outcome& outcome) {
@@ -110,6 +119,7 @@ Json summary(const Completeness& search, const Outcome& outcome) {
     }
     object["timedOut"] = Json::array();
     for (const std::string& path : search.timedOut) object["timedOut"].push_back(path);
+    object["undecided"] = search.undecided;
     return object;
 }
 
@@ -149,7 +159,7 @@ void tell(const Options& options, const Completeness& search, const Outcome& out
         writeError(statistics(search, outcome));
     } else if (watched) {
         writeError(closingLine(search, outcome) + "\n");
-    } else if (const std::string left = unread(search); !left.empty() && !options.quiet) {
+    } else if (const std::string left = leftOut(search); !left.empty() && !options.quiet) {
         complain(left);
     }
 }

@@ -31,6 +31,7 @@ struct Completeness {
     std::vector<Skipped> skipped;
     std::vector<Cached> cached;
     std::vector<std::string> timedOut;
+    unsigned long long undecided = 0;  ///< files that the criteria has no answer for
 
     void addWalk(const fscanner::FsScanProgress& totals);
     /// Whether something was not searched that is there and that nobody forbids.

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cwctype>
 
 #include "exit_status.h"
 #include "fscanner/fs/fs_fileinfo.h"
@@ -21,8 +22,8 @@ using fscanner::FsCriteriaReport;
 
 /// Compiles a criteria that is to stand as one condition among others. A text as
 /// its value compiles alone, but is no condition.
-FsCriteriaReport compileCondition(const std::wstring& text) {
-    FsCriteriaReport report = fscanner::fsCheckCriteria(text.c_str());
+FsCriteriaReport compileCondition(const std::wstring& text, bool caseSensitive = true) {
+    FsCriteriaReport report = fscanner::fsCheckCriteria(text.c_str(), caseSensitive);
     if (report.compiles && !fscanner::fsCheckCriteria((L"(" + text + L") && 1").c_str()).compiles) {
         report.compiles = false;
         report.error = "its value is a text, not a condition";
@@ -43,8 +44,22 @@ std::string meant(std::wstring_view text, std::size_t position) {
     return suggestionText(toBytes(rest.substr(0, end + 1)), wordsOfCommands());
 }
 
-/// Says whether criteria that read no field hold for all files or for none.
-void remarkOnConstant(const std::wstring& text) {
+/// Whether a tree, written in one line, calls a command: "(path ...". Operators have no
+/// letters, and a text between quotes holds no quote.
+bool callsCommand(const std::wstring& tree) {
+    bool inText = false;
+    wchar_t last = 0;
+    for (const wchar_t c : tree) {
+        if (c == L'"') inText = !inText;
+        if (!inText && last == L'(' && std::iswalpha(static_cast<wint_t>(c)) != 0) return true;
+        last = inText ? L'"' : c;
+    }
+    return false;
+}
+
+/// Says whether criteria that depend on nothing hold for all files or for none.
+void remarkOnConstant(const std::wstring& text, const FsCriteriaReport& report) {
+    if (!report.fields.empty() || callsCommand(report.tree)) return;
     const auto filter = fscanner::FsRecordFilter::create(text.c_str(), true);
     const bool always = filter && filter->matches(fscanner::FsFileInfo());
     complain(fmt::format("note: the criteria {} reads no field: it holds for {} file",
@@ -93,15 +108,15 @@ std::optional<std::wstring> combineCriteria(const std::vector<std::string>& text
             complainOf(text, report);
             return std::nullopt;
         }
-        if (report.fields.empty()) remarkOnConstant(text);
+        remarkOnConstant(text, report);
         andAlso(all, L"(" + text + L")");
     }
     return all;
 }
 
-int checkCriteria(const std::string& given, Output& out) {
+int checkCriteria(const std::string& given, bool caseSensitive, Output& out) {
     const std::wstring text = trimmed(toWide(given));
-    const FsCriteriaReport report = compileCondition(text);
+    const FsCriteriaReport report = compileCondition(text, caseSensitive);
     if (text.empty() || !report.compiles) {
         complainOf(text, report);
         return STATUS_USAGE;

@@ -21,6 +21,6 @@ void andAlso(std::wstring& criteria, std::wstring_view condition);
 std::optional<std::wstring> combineCriteria(const std::vector<std::string>& texts);
 
 /// Prints what the library makes of the criteria; returns the exit status.
-int checkCriteria(const std::string& text, Output& out);
+int checkCriteria(const std::string& text, bool caseSensitive, Output& out);
 
 }  // namespace fscan

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -91,33 +92,37 @@ void writeStep(const Asking& asking, const FsPlanStep& step, Output& out) {
     for (const std::wstring& path : step.mountPoints) writeLine("mount:     ", path, out);
 }
 
-std::string indexText(const Asking& asking, const fscanner::FsCriteriaReport& criteria) {
-    if (!asking.cached) return "none: only the cache has one";
-    if (criteria.indexField.empty()) return "none: no field has to have one certain value";
+bool isFromCache(const FsPlanStep& step) {
+    return step.way == FsSearchWay::cached || step.way == FsSearchWay::rebuilt;
+}
+
+std::string indexText(bool fromCache, const fscanner::FsCriteriaReport& criteria) {
+    if (!fromCache) return "none: only the cache has one";
+    if (criteria.indexField.empty()) return "none: nothing that could be looked up";
     return toBytes(criteria.indexField + L" = " + criteria.indexKey);
 }
 
-void writeCriteria(const Asking& asking, const fscanner::FsCriteriaReport& criteria, Output& out) {
+void writeCriteria(bool fromCache, const fscanner::FsCriteriaReport& criteria, Output& out) {
     if (criteria.tree.empty()) {
         out.write("criteria:  none\n");
         return;
     }
     writeLine("criteria:  ", criteria.tree, out);
     out.write("index:     ");
-    out.writeForeign(indexText(asking, criteria));
+    out.writeForeign(indexText(fromCache, criteria));
     out.write("\n");
 }
 
 }  // namespace
 
-int explainQuery(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
-                 bool withCriteria, Output& out) {
+int Explanation::add(const fscanner::FsQuery& query, bool last) {
     FsQueryReport report;
-    if (const int status = makeReport(options, asking, query, report)) return status;
-    for (const FsPlanStep& step : report.steps) writeStep(asking, step, out);
+    if (const int status = makeReport(options_, asking_, query, report)) return status;
+    for (const FsPlanStep& step : report.steps) writeStep(asking_, step, out_);
     for (const std::wstring& path : report.unresolved)
-        writeLine("on no drive that is searched: ", path, out);
-    if (withCriteria) writeCriteria(asking, report.criteria, out);
+        writeLine("on no drive that is searched: ", path, out_);
+    fromCache_ = fromCache_ || std::any_of(report.steps.begin(), report.steps.end(), isFromCache);
+    if (last) writeCriteria(fromCache_, report.criteria, out_);
     return STATUS_FOUND;
 }
 

@@ -56,7 +56,7 @@ int run(int argc, char** argv, Output& out) {
         complain(fmt::format("{}: the debug log cannot be written", *options.debugLog));
         return STATUS_USAGE;
     }
-    if (options.check) return checkCriteria(*options.check, out);
+    if (options.check) return checkCriteria(*options.check, !options.ignoreCase, out);
     if (options.listDrives) return listDrives(options, out);
     if (options.cacheTask != CacheTask::none) return runCacheTask(options, out);
     return runSearch(options, out);

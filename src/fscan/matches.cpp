@@ -41,10 +41,14 @@ bool Matches::confirmsName(const wchar_t* name) const {
     return names_.confirms(name);
 }
 
-void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+bool Matches::admits(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
     if (directory_ != directory) enter(directory);
-    if (!owned_ || excludes_.cover(directory_, name)) return;
-    if (!filters_.accept(directory_, name, record)) return;
+    return owned_ && !excludes_.cover(directory_, name) &&
+           filters_.accept(directory_, name, record);
+}
+
+void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+    if (!admits(directory, name, record)) return;
     if (needPath()) {
         path_.resize(prefixLength_);
         appendBytes(path_, name);

@@ -30,8 +30,10 @@ public:
     bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needRecords(); }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
-    /// Passes the file on, unless another root reports it or it is left out. `record`
-    /// may be null where none is needed.
+    /// Whether the file is reported, if it matches: not by another root, nor left out.
+    /// `record` may be null where none is needed.
+    bool admits(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
+    /// Passes on a file that is admitted.
     void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
 
 private:

@@ -36,12 +36,12 @@ bool keepMounted(SearchRoots& roots, const DriveList& drives) {
 
 int explainRoots(const Search& search, Output& out) {
     int status = STATUS_FOUND;
+    Explanation explanation(search.options, search.asking, out);
     for (const SearchRoot& root : search.roots.roots) {
         if (&root != &search.roots.roots.front()) out.write("\n");
         setSearchedPath(search.options, root, search.query);
         const bool last = &root == &search.roots.roots.back();
-        status =
-            std::max(status, explainQuery(search.options, search.asking, search.query, last, out));
+        status = std::max(status, explanation.add(search.query, last));
     }
     return status;
 }

@@ -140,7 +140,8 @@ bool SearchRun::readerGone() const {
 int SearchRun::overall(int status, bool incomplete) const {
     if (out_.error() != 0 && !readerGone()) return STATUS_FAILURE;
     const Completeness& search = watcher_.search();
-    const bool strictlyWrong = search_.options.strict && !search.skipped.empty();
+    const bool strictlyWrong =
+        search_.options.strict && (!search.skipped.empty() || search.undecided != 0);
     if (incomplete || watcher_.rootSkipped() || search.systemFailed() || strictlyWrong)
         status = std::max<int>(status, STATUS_INCOMPLETE);
     return status == STATUS_FOUND && consumer_.count() == 0 ? STATUS_NOTHING_FOUND : status;

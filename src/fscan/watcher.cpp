@@ -65,12 +65,25 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
 }
 
 /// The criteria failed as a whole. A name with a wildcard in it does that to
-/// the name patterns; the rest of them may well hold.
+/// the name patterns; the rest of them may well hold, or have no answer either.
 void Watcher::undecided(const fscanner::FsFileInfo& file) {
     if (!parts_.matches.nameFits(file.getName())) return;
-    if (parts_.where != nullptr && !parts_.where->matches(file)) return;
+    if (parts_.where == nullptr || parts_.where->matches(file)) {
+        parts_.line.erase();
+        parts_.matches.add(file.getPath(), file.getName(), &file);
+    } else if (parts_.where->undecided() &&
+               parts_.matches.admits(file.getPath(), file.getName(), &file)) {
+        noteUndecided(file);
+    }
+}
+
+void Watcher::noteUndecided(const fscanner::FsFileInfo& file) {
+    ++search_.undecided;
+    if (!parts_.options.errors) return;
     parts_.line.erase();
-    parts_.matches.add(file.getPath(), file.getName(), &file);
+    std::string path = parts_.matches.root().shown(withoutFinalSlash(file.getPath()));
+    if (!path.ends_with('/')) path += '/';
+    complain(path + toBytes(file.getName()) + ": the criteria cannot be decided");
 }
 
 bool Watcher::waiting(unsigned elapsedMilliseconds) {

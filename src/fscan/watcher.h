@@ -50,6 +50,7 @@ public:
 
 private:
     bool isRoot(const std::wstring& path) const;
+    void noteUndecided(const fscanner::FsFileInfo& file);
 
     Parts parts_;
     fscanner::FsScanObserver* previous_;

@@ -9,7 +9,15 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class CriteriaTest : public FscanTest {};
+class CriteriaTest : public FscanTest {
+protected:
+    static constexpr const char* ways[] = {"--no-cache", "--fresh", "--max-age=1h"};
+
+    RunResult runIn(const char* way, Arguments arguments) const {
+        arguments.insert(arguments.begin(), way);
+        return run(arguments, {.cached = true});
+    }
+};
 
 TEST_F(CriteriaTest, AllCriteriaAndNamesMustHold) {
     add("small", "1");
@@ -50,6 +58,75 @@ TEST_F(CriteriaTest, CheckShowsTreeFieldsAndIndex) {
     EXPECT_THAT(indexed.out, testing::StartsWith("tree:   "));
     EXPECT_THAT(indexed.out, HasSubstr("\nfields: FILENAME, SIZE\nindex:  FILENAME = a b\n"));
     EXPECT_EQ(found({"--check", "1 + 1"}).size(), 1u);
+    // Where there is none, or it would not be used, none is named.
+    for (const Arguments& none : {Arguments{"[SIZE] == 5"},
+                                  {"([FILENAME] == \"a\") == 0"},
+                                  {"[FILENAME] == \"a\" && type(\"/\", \"x\")"},
+                                  {"-i", "[FILENAME] == \"kilo\""}}) {
+        Arguments all = none;
+        all.insert(all.end() - 1, "--check");
+        EXPECT_THAT(run(all).out, Not(HasSubstr("index:"))) << none.back();
+    }
+}
+
+/// A number is a condition, large numbers are what they say, and every field can be asked
+/// for: by a scan and from the cache.
+TEST_F(CriteriaTest, ScanAndCacheTakeThemForTheSame) {
+    add("empty", "");
+    add("full", "12345");
+    add("a*", "1");
+    const std::vector<std::pair<std::string, std::vector<std::string>>> table = {
+        {"[SIZE]", {"./a*", "./full"}},
+        {"[SIZE] & 4", {"./full"}},
+        {"2", {"./a*", "./empty", "./full"}},
+        {"[SIZE] > 5000000000", {}},
+        {"[SIZE] < 5000000000", {"./a*", "./empty", "./full"}},
+        {"([FILENAME] == \"full\") == 0", {"./a*", "./empty"}},
+        {"[SHORTFILENAME] == \"\" && [SIZE] == 5", {"./full"}},
+        {"[FILENAME] == \"another\"", {"./a*"}},
+    };
+    for (const auto& [criteria, files] : table)
+        for (const char* way : ways)
+            EXPECT_EQ(records(runIn(way, {"-w", criteria}).out), files) << criteria << ", " << way;
+    const RunResult tooLarge = run({"-w", "[SIZE] > 99999999999999999999"});
+    EXPECT_EQ(tooLarge.status, 2);
+    EXPECT_THAT(tooLarge.err, HasSubstr("a number is 9223372036854775807 at most"));
+    EXPECT_EQ(lastLine(tooLarge.err), "           ^");
+}
+
+TEST_F(CriteriaTest, OnlyConstantsAreSaidToHoldForAllOrNone) {
+    add("x.txt", "");
+    EXPECT_THAT(run({"-w", "2"}).err, HasSubstr("it holds for every file"));
+    EXPECT_THAT(run({"-w", "1 == 2"}).err, HasSubstr("it holds for no file"));
+    const RunResult path = run({"--no-cache", "-w", "path(0, \"x\") == \"*.txt\""});
+    EXPECT_EQ(path.out, "./x.txt\n");
+    EXPECT_EQ(path.err, "");
+}
+
+TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {
+    add("a*", "1");
+    add("b?", "1");
+    add("c", "1");
+    for (const char* way : ways) {
+        const RunResult all = runIn(way, {"-w", "[FILENAME] == \"*\"", "--summary", "json"});
+        EXPECT_EQ(all.status, 0);
+        EXPECT_EQ(all.out, "./c\n");
+        EXPECT_THAT(all.err, HasSubstr("the criteria could not be decided for 2 files\n"));
+        EXPECT_THAT(all.err, HasSubstr("\"complete\":false"));
+        EXPECT_THAT(all.err, HasSubstr("\"undecided\":2"));
+        EXPECT_EQ(runIn(way, {"--strict", "-w", "[FILENAME] == \"*\""}).status, 3);
+        // What the user's own patterns decide, or another condition excludes, is decided.
+        for (const Arguments& decided : {Arguments{"-n", "*"},
+                                         {"-n", "c", "-w", "[FILENAME] == \"*\""},
+                                         {"-w", "[FILENAME] == \"*\" && [SIZE] > 7"}}) {
+            Arguments asked = decided;
+            asked.push_back("--strict");
+            EXPECT_LE(runIn(way, asked).status, 1);
+            EXPECT_EQ(runIn(way, asked).err, "");
+        }
+    }
+    const RunResult named = run({"--errors", "-w", "1 / [SIZE] == 1 / ([SIZE] - 1)"});
+    EXPECT_THAT(named.err, HasSubstr("fscan: ./c: the criteria cannot be decided\n"));
 }
 
 }  // namespace
