@@ -5,9 +5,10 @@
 #include <limits>
 
 #include "exit_status.h"
-#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_loader.h"
 #include "messages.h"
 #include "options.h"
+#include "settings.h"
 #include "text.h"
 
 namespace fscan {
@@ -20,21 +21,19 @@ constexpr const char* cacheProvider = "provider_cache";
 constexpr const char* directProvider = "provider_direct";
 
 std::unique_ptr<fscanner::FsProvider> load(const char* name) {
-    std::unique_ptr<fscanner::FsProvider> provider(fscanner::fsLoadProvider(name));
+    std::unique_ptr<fscanner::FsProvider> provider(
+        fscanner::FsLoader::loadFsProvider(name, &settings()));
     if (!provider)
         complain(fmt::format("the provider {} cannot be loaded; --debug-log tells why", name));
     return provider;
 }
 
-std::string shown(const CachePlace& place) {
-    return place.directory.empty() ? "no home directory" : toBytes(place.directory);
-}
-
-/// The provider to ask. Directories alone are read faster than a cache, which holds
-/// whole trees.
+/// The provider to ask: the one of the command line or the settings. Directories alone are
+/// read faster than a cache, which holds whole trees.
 std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
     if (options.provider) return load(options.provider->c_str());
-    return load(options.recurse ? cacheProvider : directProvider);
+    const std::string usual = settings().getString("fscanner", "provider", cacheProvider);
+    return load(!options.recurse && usual == cacheProvider ? directProvider : usual.c_str());
 }
 
 }  // namespace
@@ -52,10 +51,12 @@ std::optional<Asking> Asking::prepare(const Options& options) {
     // A provider that keeps none refuses the option.
     asking.cached = asking.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
                                                directory.empty() ? "/" : directory.c_str());
+    std::wstring problem = L"no home directory";
     if (!asking.cached || asking.place.chosen || options.explain ||
-        fscanner::fsPrepareCacheDirectory(asking.place.directory.c_str()))
+        (!directory.empty() &&
+         fscanner::fsPrepareCacheDirectory(asking.place.directory.c_str(), problem)))
         return asking;
-    complain(fmt::format("{}: no place for a cache; searching without one", shown(asking.place)));
+    complain(fmt::format("no place for a cache: {}; searching without one", toBytes(problem)));
     asking.cached = false;
     asking.provider = load(directProvider);
     if (!asking.provider) return std::nullopt;
@@ -78,10 +79,10 @@ int Asking::report(int code, const std::string& path) const {
     }
     if (cached)
         complain(place.failure(code));
-    else if (code == fscanner::FS_CACHE_UNUSABLE)
+    else if (code == fscanner::FS_CACHE_UNUSABLE && provider->name() == std::string(directProvider))
         complain("the mount table cannot be read");
     else
-        complain(fmt::format("{}: the {} failed ({})", path, provider->name(), code));
+        complain(fmt::format("{}: the provider {} failed ({})", path, provider->name(), code));
     return STATUS_FAILURE;
 }
 

@@ -5,19 +5,16 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <utility>
 
-#include "fscanner/fs/fs_config.h"
-#include "fscanner/fs/fs_provider.h"
+#include "messages.h"
 #include "options.h"
+#include "settings.h"
 #include "text.h"
 
 namespace fscan {
 
 namespace {
-
-std::string configured(const char* key) {
-    return fscanner::FsConfig_TAV().getString("fscanner", key, "");
-}
 
 std::string absolute(const std::string& path) {
     std::error_code error;
@@ -29,15 +26,15 @@ std::string absolute(const std::string& path) {
 
 CachePlace CachePlace::of(const Options& options) {
     CachePlace place;
-    const std::string inFile = configured(fscanner::FS_OPTION_CACHE_DIRECTORY);
-    if (options.cacheDirectory)
-        place.directory = toWide(absolute(*options.cacheDirectory));
-    else if (inFile.starts_with('/'))
-        place.directory = toWide(inFile);
+    std::string unusable;
+    fscanner::FsCacheSettings kept = fscanner::fsCacheSettings(settings(), &unusable);
+    if (!unusable.empty()) complain("the setting " + unusable);
+    place.directory = options.cacheDirectory ? toWide(absolute(*options.cacheDirectory))
+                                             : std::move(kept.directory);
     place.chosen = !place.directory.empty();
     if (!place.chosen) place.directory = fscanner::fsDefaultCacheDirectory();
-    const std::string compressed = configured(fscanner::FS_OPTION_COMPRESSED);
-    place.compressed = compressed == "true" || compressed == "1";
+    place.monitored = kept.monitored;
+    place.compressed = kept.compressed;
     return place;
 }
 
@@ -61,7 +58,7 @@ bool CachePlace::isMarked() const {
 std::unique_ptr<fscanner::FS_Cache> CachePlace::cache() const {
     const fscanner::FsCacheTableNames names = tables();
     return std::make_unique<fscanner::FS_Cache>(names.directories.c_str(), names.files.c_str(),
-                                                directory.c_str(), false, compressed, true);
+                                                directory.c_str(), monitored, compressed, true);
 }
 
 std::string CachePlace::failure(int status) const {
@@ -71,8 +68,13 @@ std::string CachePlace::failure(int status) const {
             return {};
         case fscanner::FS_CACHE_LOCK_TIMED_OUT:
             return fmt::format("{}: another process is using the cache", where);
-        case fscanner::FS_CACHE_FAILURE:
-            return fmt::format("{}: the cache directory cannot be used", where);
+        case fscanner::FS_CACHE_FAILURE: {
+            std::wstring problem;
+            if (!fscanner::fsPrepareCacheDirectory(directory.c_str(), problem))
+                return fmt::format("{}: the cache directory cannot be used: {}", where,
+                                   toBytes(problem));
+            return fmt::format("{}: the cache cannot be locked", where);
+        }
         default:
             return fmt::format("{}: the cache failed; --no-cache searches without it", where);
     }

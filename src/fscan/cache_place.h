@@ -14,6 +14,7 @@ struct Options;
 struct CachePlace {
     std::wstring directory;  ///< absolute; empty where the user has no place for one
     bool chosen = false;     ///< on the command line or in the configuration
+    bool monitored = false;
     bool compressed = false;
 
     static CachePlace of(const Options& options);

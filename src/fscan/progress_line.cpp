@@ -8,9 +8,11 @@
 #include <cwchar>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "escape.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "messages.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -19,6 +21,8 @@ namespace fscan {
 namespace {
 
 constexpr unsigned intervalMilliseconds = 100;
+// Processes that take turns wait for moments. A log need not hear of each.
+constexpr unsigned patienceMilliseconds = 300;
 constexpr int usualColumns = 80;
 // A line that wraps cannot be erased, and a "^C" may be put behind it.
 constexpr int columnsForKeys = 3;
@@ -46,7 +50,7 @@ void writeError(std::string_view text) {
 }  // namespace
 
 ProgressLine::ProgressLine(bool quiet)
-    : terminal_(!quiet && isatty(STDERR_FILENO) == 1 && terminalTakesCommands()) {}
+    : quiet_(quiet), terminal_(!quiet && isatty(STDERR_FILENO) == 1 && terminalTakesCommands()) {}
 
 void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     const unsigned now = progress.elapsedMilliseconds;
@@ -60,10 +64,11 @@ void ProgressLine::show(const fscanner::FsScanProgress& progress) {
 }
 
 void ProgressLine::showWaiting(unsigned milliseconds) {
-    if (!terminal_) return;
-    put(fmt::format("waiting for the cache: another process uses it, {}.{} s", milliseconds / 1000,
-                    milliseconds / 100 % 10),
-        L"");
+    constexpr std::string_view text = "waiting for the cache: another process uses it";
+    if (terminal_)
+        put(fmt::format("{}, {}.{} s", text, milliseconds / 1000, milliseconds / 100 % 10), L"");
+    else if (!quiet_ && milliseconds >= patienceMilliseconds && !std::exchange(told_, true))
+        complain(text);
 }
 
 void ProgressLine::put(std::string_view text, const std::wstring& directory) {

@@ -1,6 +1,8 @@
 // Answers from the cache: how old they may be, what is told about them, and what signals
 // and lost readers leave behind.
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <ctime>
 #include <thread>
@@ -140,13 +142,22 @@ TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {
 }
 
 TEST_F(CacheTest, FailuresHaveTheirStatuses) {
-    const RunResult bad = run({"d", "--cache-dir", "d/a"});
-    EXPECT_EQ(bad.status, 4);
-    EXPECT_THAT(bad.err, HasSubstr("/d/a: the cache directory cannot be used\n"));
+    std::filesystem::create_directory(tree_ / "open");
+    chmod((tree_ / "open").c_str(), 0777);
+    for (const auto& [directory, why] : {std::pair("d/a", "/d/a is no directory\n"),
+                                         {"d/a/sub", "/d/a/sub cannot be made: Not a directory\n"},
+                                         {"open", "/open can be written by others (owner "}}) {
+        const RunResult bad = run({"d", "--cache-dir", directory});
+        EXPECT_EQ(bad.status, 4) << directory;
+        EXPECT_THAT(bad.err, HasSubstr(": the cache directory cannot be used: "));
+        EXPECT_THAT(bad.err, HasSubstr(why));
+    }
+    EXPECT_THAT(run({"d", "--cache-dir", "open"}).err, HasSubstr(", mode 0777)\n"));
     const RunResult fallback = shell("XDG_CACHE_HOME=$PWD/d/a exec \"$0\" d");
     EXPECT_EQ(fallback.status, 0);
     EXPECT_EQ(records(fallback.err).size(), 1u);
-    EXPECT_THAT(fallback.err, HasSubstr("searching without one\n"));
+    EXPECT_THAT(fallback.err, HasSubstr("no place for a cache: "));
+    EXPECT_THAT(fallback.err, HasSubstr("Not a directory; searching without one\n"));
     EXPECT_THAT(records(fallback.out), ElementsAre("d/a", "d/sub/b"));
 }
 
@@ -168,6 +179,14 @@ TEST_F(CacheTest, WhoeverHoldsTheCacheIsWaitedForOnlySoLong) {
         EXPECT_EQ(ended.status, 124) << task;
         EXPECT_THAT(ended.err, HasSubstr("waiting for the cache: another process uses it, 0."));
         EXPECT_THAT(ended.err, testing::Not(HasSubstr(", 2."))) << task;
+    }
+    // To what is no terminal it is said once.
+    for (const auto& [quiet, waits] : {std::pair("", 1), {" -q", 0}}) {
+        const RunResult log =
+            shell("exec timeout -s INT 1 \"$0\" d --cache-status" + std::string(quiet));
+        EXPECT_EQ(log.status, 124);
+        const std::string told = "fscan: waiting for the cache: another process uses it\n";
+        EXPECT_EQ(log.err, waits == 1 ? told : "");
     }
     other.unlock();
     EXPECT_THAT(status(), HasSubstr("state:      good"));

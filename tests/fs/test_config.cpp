@@ -130,6 +130,22 @@ TEST_F(Config, SaysWhatIsWrong) {
     EXPECT_EQ(config_.getErrorText(), "");
 }
 
+TEST_F(Config, SettingsAreThoseOfOneMoment) {
+    const std::string own = directory_ / "own.conf";
+    file_.set(own);
+    writeWholeFile(directory_ / "vendor.conf", "[s]\nwho = vendor\nfrom = vendor\n");
+    writeWholeFile(own, "[s]\nwho = own\nn = 2k\noops\n");
+    const FsSettings settings;
+    std::filesystem::remove(own);
+    EXPECT_EQ(settings.getString("s", "who", ""), "own");
+    EXPECT_EQ(settings.getString("s", "from", ""), "vendor");
+    EXPECT_EQ(settings.getString("s", "absent", nullptr), "");
+    EXPECT_EQ(settings.getInteger("s", "n", 0), 2048);
+    EXPECT_EQ(settings.getError(), TavCfg::MALFORMED);
+    EXPECT_EQ(settings.getErrorText(), own + ":4: neither \"key = value\" nor \"[section]\"");
+    EXPECT_EQ(FsSettings().getErrorText(), own + ": cannot be read");
+}
+
 TEST_F(Config, NumbersHaveSignsAndOneSuffix) {
     constexpr int DEFAULT = -77;
     file_.set(directory_ / "own.conf");

@@ -6,7 +6,9 @@
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/user_directory.h"
@@ -25,6 +27,13 @@ void tag(const std::wstring& directory) {
         writeSmallFile(file, kTag.data(), static_cast<unsigned>(kTag.size()));
 }
 
+bool parseBool(std::string_view text, bool& value) {
+    const bool yes = text == "true" || text == "1";
+    if (!yes && text != "false" && text != "0") return false;
+    value = yes;
+    return true;
+}
+
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
@@ -38,20 +47,54 @@ std::wstring fsDefaultCacheDirectory() {
 }
 
 bool fsPrepareCacheDirectory(const wchar_t* directory) {
-    if (!directory || !*directory) return false;
-    return behindWall("::fsPrepareCacheDirectory", [directory] {
+    std::wstring problem;
+    return fsPrepareCacheDirectory(directory, problem);
+}
+
+bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
+    if (!directory || !*directory) {
+        problem = L"there is no path";
+        return false;
+    }
+    return behindWall("::fsPrepareCacheDirectory", [&] {
         const std::string path = toMultibyte(directory);
-        if (!makePrivateDirectories(path)) {
-            debug("::fsPrepareCacheDirectory - '%ls' cannot be made\n", directory);
-            return false;
-        }
-        if (!isPrivateDirectory(path)) {
-            debug("::fsPrepareCacheDirectory - '%ls' may be written by others\n", directory);
+        std::string wrong = makePrivateDirectories(path);
+        if (wrong.empty()) wrong = privacyProblem(path);
+        if (!wrong.empty()) {
+            problem = toWide(wrong);
+            debug("::fsPrepareCacheDirectory - '%ls' cannot be used: %ls\n", directory,
+                  problem.c_str());
             return false;
         }
         tag(directory);
         return true;
     });
+}
+
+bool FsCacheSettings::set(const char* key, const char* value) {
+    if (!key || !value) return false;
+    const std::string_view name(key);
+    if (name == FS_OPTION_MONITORED) return parseBool(value, monitored);
+    if (name == FS_OPTION_COMPRESSED) return parseBool(value, compressed);
+    if (name == FS_OPTION_FRESH) return parseBool(value, fresh);
+    if (name != FS_OPTION_CACHE_DIRECTORY || *value != '/') return false;
+    return behindWall("FsCacheSettings::set", [&] {
+        directory = toWide(value);
+        return true;
+    });
+}
+
+FsCacheSettings fsCacheSettings(const FsConfig& config, std::string* error) {
+    FsCacheSettings settings;
+    for (const char* key : {FS_OPTION_CACHE_DIRECTORY, FS_OPTION_MONITORED, FS_OPTION_COMPRESSED}) {
+        const std::string value = config.getString("provider_cache", key, "");
+        if (value.empty() || settings.set(key, value.c_str()) || !error || !error->empty())
+            continue;
+        const bool path = key == FS_OPTION_CACHE_DIRECTORY;
+        *error = std::string(key) + ": " + value +
+                 (path ? " is no absolute path" : " is neither true nor false");
+    }
+    return settings;
 }
 
 FsCacheTableNames fsCacheTableNames(bool compressed) {

@@ -6,6 +6,8 @@
 
 namespace fscanner {
 
+class FsConfig;
+
 /// Where the caches of this user lie unless a host chooses another place: below
 /// $XDG_CACHE_HOME/fscanner, or ~/.cache/fscanner. The environment is not asked in a
 /// process whose privileges were raised, nor by root for a place of another user. Empty when
@@ -16,6 +18,27 @@ FSCANNER_EXPORT std::wstring fsDefaultCacheDirectory();
 /// one that backups may leave out. False when it cannot be made, belongs to another
 /// user, or may be written by one: others could decide what is found.
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory);
+
+/// The same; where it returns false, `problem` says which rule failed, on which component
+/// of the path. It is left alone otherwise.
+FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem);
+
+/// Where and how a cache is kept, as the section "provider_cache" of the settings says.
+struct FSCANNER_EXPORT FsCacheSettings {
+    std::wstring directory;   ///< absolute; empty: the user's own, `fsDefaultCacheDirectory`
+    bool monitored = false;   ///< trees of the cache are used at any age, and none is built
+    bool compressed = false;  ///< numbers take as many bytes as they need
+    bool fresh = false;       ///< no answer comes from the cache; no key of the section
+
+    /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, or
+    /// "true", "1", "false" or "0". False, and nothing changes, for any other key or value,
+    /// null included.
+    bool set(const char* key, const char* value);
+};
+/// Reads the settings of a cache. What cannot be used is left at its default, and named
+/// in `error` unless that is null: "KEY: VALUE is ...".
+FSCANNER_EXPORT FsCacheSettings fsCacheSettings(const FsConfig& config,
+                                                std::string* error = nullptr);
 
 /// The names of a cache's tables. They differ with what the tables' bytes depend on
 /// besides the files: the encoding of numbers, the locale's idea of characters, and

@@ -46,10 +46,10 @@ std::array<unsigned char, 4> littleEndian(unsigned value) {
 }
 
 // Waits for one lock until `limit` milliseconds after `start` are over: in pieces, so that
-// an observer hears of it and may end it.
+// an observer hears of it and may end it. The first is short: a user is told at once.
 template <class Lock>
 int waitFor(Lock& lock, unsigned start, long limit) {
-    constexpr long piece = 200;
+    long piece = 1;
     FsScanObserver* const observer = scanObserver();
     for (;;) {
         const unsigned waited = getTickCount() - start;
@@ -58,6 +58,7 @@ int waitFor(Lock& lock, unsigned start, long limit) {
         const int status = lock.wait(last ? left : piece);
         if (status != SYNC_TIMED_OUT || last) return status;
         if (!observer->waiting(getTickCount() - start)) return SYNC_TIMED_OUT;
+        piece = 200;
     }
 }
 

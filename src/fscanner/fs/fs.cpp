@@ -37,7 +37,7 @@ FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minut
 
 FsProvider* fsLoadProvider(const char* name) {
     return behindWall("::fsLoadProvider", [&] {
-        const FsConfig_TAV config;
+        const FsSettings config;
         const std::string configured =
             name != nullptr ? name : config.getString("fscanner", "provider", "provider_cache");
         if (config.getInteger("fscanner", "large_files", 0) != 0)

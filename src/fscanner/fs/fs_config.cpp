@@ -59,4 +59,38 @@ int FsConfig_TAV::getInteger(const char* section, const char* key, int defaultVa
     return parseInteger(getString(section, key, nullptr), defaultValue);
 }
 
+struct FsSettings::State {
+    TavCfg::Reading reading = TavCfg::read();
+};
+
+FsSettings::FsSettings() {
+    behindWall("FsSettings::FsSettings", [this] { state_ = std::make_unique<State>(); });
+}
+
+FsSettings::~FsSettings() = default;
+
+int FsSettings::getError() const {
+    return state_ ? state_->reading.error : TavCfg::UNREADABLE;
+}
+
+std::string FsSettings::getErrorText() const {
+    return state_ ? state_->reading.errorText : "out of memory";
+}
+
+std::string FsSettings::getString(const char* section, const char* key,
+                                  const char* defaultValue) const {
+    return behindWall("FsSettings::getString", [&]() -> std::string {
+        if (state_) {
+            const auto& values = state_->reading.values;
+            const auto found = values.find(std::string(section) + "." + key);
+            if (found != values.end()) return found->second;
+        }
+        return defaultValue != nullptr ? defaultValue : "";
+    });
+}
+
+int FsSettings::getInteger(const char* section, const char* key, int defaultValue) const {
+    return parseInteger(getString(section, key, nullptr), defaultValue);
+}
+
 }  // namespace fscanner

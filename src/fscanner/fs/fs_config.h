@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "fscanner/export.h"
@@ -32,6 +33,27 @@ public:
                           const char* defaultValue) const override;
     /// What was wrong, with the file and the line; empty when nothing was.
     std::string getErrorText() const;
+};
+
+/// The settings of one moment: the configuration files are read once, by the constructor.
+/// One thread may read it while others do.
+class FSCANNER_EXPORT FsSettings : public FsConfig {
+public:
+    FsSettings();
+    FsSettings(const FsSettings&) = delete;
+    FsSettings& operator=(const FsSettings&) = delete;
+    ~FsSettings() override;
+    /// What was wrong when the files were read; 0 when nothing was.
+    int getError() const override;
+    int getInteger(const char* section, const char* key, int defaultValue) const override;
+    std::string getString(const char* section, const char* key,
+                          const char* defaultValue) const override;
+    /// The first thing that was wrong, with the file and the line; empty when nothing was.
+    std::string getErrorText() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
 };
 
 }  // namespace fscanner

@@ -1,8 +1,11 @@
 #include "fscanner/fs/tav_cfg.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdlib>
-#include <filesystem>
 #include <optional>
+#include <utility>
 
 #include "fscanner/fs/config_file.h"
 #include "fscanner/platform/shared_library.h"
@@ -15,30 +18,18 @@ namespace {
 constexpr const char* FILE_NAME = "fscanner/fscanner.conf";
 constexpr std::size_t MAX_FILE_SIZE = 1 << 20;
 
-struct LastError {
-    TavCfg::Error code = TavCfg::NONE;
-    std::string text;
-};
-
-LastError& lastError() {
-    static LastError error;
-    return error;
-}
-
-void report(TavCfg::Error code, const std::string& text) {
-    if (lastError().code == TavCfg::NONE) lastError() = {code, text};
-}
-
 // Empty when unset, empty, or when the process runs with raised privileges.
 std::string environment(const char* name) {
     const char* value = ::secure_getenv(name);
     return value != nullptr ? value : "";
 }
 
+// Not for a file in a directory that the user may not enter: who runs a program with
+// the environment of another user has no settings there.
 bool exists(const std::string& path) {
-    std::error_code error;
-    const auto type = std::filesystem::status(path, error).type();
-    return type != std::filesystem::file_type::not_found;
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 ||
+           (errno != ENOENT && errno != ENOTDIR && errno != EACCES);
 }
 
 // Where the user's file is, or would be; empty without a home directory. Only
@@ -62,23 +53,27 @@ std::string userFile() {
     return exists(configPlaces().systemFile) ? configPlaces().systemFile : std::string();
 }
 
-// Nothing but a regular file of a sensible size: a FIFO would block.
-ConfigSettings readFile(const std::string& path) {
-    const std::optional<std::string> text = readWholeFile(path.c_str(), MAX_FILE_SIZE);
-    if (!text) {
-        report(TavCfg::UNREADABLE, path + ": cannot be read");
-        return {};
-    }
-    ConfigSettings settings = parseConfig(*text, path);
-    if (!settings.error.empty()) report(TavCfg::MALFORMED, settings.error);
-    return settings;
+void note(TavCfg::Reading& reading, TavCfg::Error error, const std::string& text) {
+    if (reading.error != TavCfg::NONE) return;
+    reading.error = error;
+    reading.errorText = text;
 }
 
-std::string valueIn(const std::string& path, const char* key) {
-    if (path.empty()) return {};
-    const ConfigSettings settings = readFile(path);
-    const auto found = settings.values.find(key);
-    return found != settings.values.end() ? found->second : std::string();
+// Adds what a file sets: a later file wins, but with no empty value. Nothing but a
+// regular file of a sensible size is read: a FIFO would block.
+void addFile(const std::string& path, TavCfg::Reading& reading) {
+    if (path.empty()) return;
+    const std::optional<std::string> text = readWholeFile(path.c_str(), MAX_FILE_SIZE);
+    if (!text) return note(reading, TavCfg::UNREADABLE, path + ": cannot be read");
+    ConfigSettings settings = parseConfig(*text, path);
+    if (!settings.error.empty()) note(reading, TavCfg::MALFORMED, settings.error);
+    for (auto& [key, value] : settings.values)
+        if (!value.empty()) reading.values[key] = std::move(value);
+}
+
+TavCfg::Reading& lastReading() {
+    static TavCfg::Reading reading;
+    return reading;
 }
 
 }  // namespace
@@ -89,20 +84,25 @@ ConfigPlaces& configPlaces() {
     return places;
 }
 
+TavCfg::Reading TavCfg::read() {
+    Reading reading;
+    if (exists(configPlaces().vendorFile)) addFile(configPlaces().vendorFile, reading);
+    addFile(userFile(), reading);
+    return reading;
+}
+
 String TavCfg::getKey(const String& key) {
-    lastError() = {};
-    std::string value = valueIn(userFile(), key);
-    if (value.empty() && exists(configPlaces().vendorFile))
-        value = valueIn(configPlaces().vendorFile, key);
-    return value.c_str();
+    lastReading() = read();
+    const auto found = lastReading().values.find(static_cast<const char*>(key));
+    return found != lastReading().values.end() ? found->second.c_str() : "";
 }
 
 int TavCfg::getError() {
-    return lastError().code;
+    return lastReading().error;
 }
 
 const std::string& TavCfg::getErrorText() {
-    return lastError().text;
+    return lastReading().errorText;
 }
 
 }  // namespace fscanner

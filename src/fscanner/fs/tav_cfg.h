@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -22,10 +24,20 @@ private:
 /// `$XDG_CONFIG_HOME/fscanner/fscanner.conf`, else
 /// `/etc/fscanner/fscanner.conf`: the first that exists), or where that file does
 /// not set it, the one of the file that is installed with the library. The
-/// environment is not asked when the process runs with raised privileges.
+/// environment is not asked when the process runs with raised privileges. A personal
+/// file below a directory that the user may not enter counts as absent.
 class TavCfg {
 public:
     enum Error { NONE = 0, MALFORMED = 1, UNREADABLE = 2 };
+
+    /// The values that count at one moment, and the first error met in reading them.
+    struct Reading {
+        std::map<std::string, std::string, std::less<>> values;
+        Error error = NONE;
+        std::string errorText;
+    };
+    /// Reads the files, each once.
+    static Reading read();
 
     /// The value, empty when absent. Lines that are not malformed count even if
     /// others are.

@@ -6,8 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <cwctype>
 #include <vector>
 
@@ -56,18 +59,25 @@ std::string userCacheHome() {
     return home.empty() ? "" : home + "/.cache";
 }
 
-bool makePrivateDirectories(const std::string& path) {
+std::string makePrivateDirectories(const std::string& path) {
     for (std::size_t at = path.find('/', 1);; at = path.find('/', at + 1)) {
         const std::string part = path.substr(0, at);
-        if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) return false;
-        if (at == std::string::npos) return true;
+        if (mkdir(part.c_str(), 0700) != 0 && errno != EEXIST)
+            return part + " cannot be made: " + std::strerror(errno);
+        if (at == std::string::npos) return "";
     }
 }
 
-bool isPrivateDirectory(const std::string& path) {
+std::string privacyProblem(const std::string& path) {
     struct stat info {};
-    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
-           ownershipProblem(info) == nullptr;
+    if (stat(path.c_str(), &info) != 0) return path + ": " + std::strerror(errno);
+    if (!S_ISDIR(info.st_mode)) return path + " is no directory";
+    const char* const problem = ownershipProblem(info);
+    if (!problem) return "";
+    std::array<char, 64> facts{};
+    std::snprintf(facts.data(), facts.size(), " (owner %u, mode %04o)",
+                  static_cast<unsigned>(info.st_uid), static_cast<unsigned>(info.st_mode & 07777));
+    return path + " " + problem + facts.data();
 }
 
 // Turkish and its neighbours have another capital for "i".

@@ -2,18 +2,15 @@
 // they are young enough. It uses the library's public headers alone, and shows the
 // order in which a cache is used.
 
-#include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
 
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_directory.h"
-#include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_resultset_vector.h"
-#include "fscanner/fs/fs_text.h"
 
 namespace fscanner {
 
@@ -43,66 +40,33 @@ private:
     bool written_ = false;
 };
 
-bool parseBool(const char* text, bool& value) {
-    if (std::strcmp(text, "true") == 0 || std::strcmp(text, "1") == 0) {
-        value = true;
-    } else if (std::strcmp(text, "false") == 0 || std::strcmp(text, "0") == 0) {
-        value = false;
-    } else {
-        return false;
-    }
-    return true;
-}
-
 class CacheProvider : public FsProvider {
 public:
     explicit CacheProvider(const FsConfig* config) {
-        if (!config) return;
-        for (const char* key :
-             {FS_OPTION_CACHE_DIRECTORY, FS_OPTION_MONITORED, FS_OPTION_COMPRESSED}) {
-            const std::string value = config->getString("provider_cache", key, "");
-            if (!value.empty()) set(key, value.c_str());
-        }
+        if (config) settings_ = fsCacheSettings(*config);
     }
 
     const char* name() const override { return "provider_cache"; }
     int lastStatus() const override { return lastStatus_; }
     bool setOption(const char* key, const char* value) override {
-        try {
-            return set(key, value);
-        } catch (const std::exception&) {
-            return false;
-        }
+        return settings_.set(key, value);
     }
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                      unsigned timeout) override;
 
 private:
-    bool set(const char* key, const char* value);
     bool prepareDirectory();
     int ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge, unsigned timeout);
     int runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
                 unsigned maximumAge, unsigned timeout);
 
-    std::wstring directory_;  // empty: the user's own
-    bool monitored_ = false;
-    bool compressed_ = false;
-    bool fresh_ = false;
+    FsCacheSettings settings_;
     int lastStatus_ = FS_CACHE_SUCCESS;
 };
 
-bool CacheProvider::set(const char* key, const char* value) {
-    if (!key || !value) return false;
-    if (std::strcmp(key, FS_OPTION_MONITORED) == 0) return parseBool(value, monitored_);
-    if (std::strcmp(key, FS_OPTION_COMPRESSED) == 0) return parseBool(value, compressed_);
-    if (std::strcmp(key, FS_OPTION_FRESH) == 0) return parseBool(value, fresh_);
-    if (std::strcmp(key, FS_OPTION_CACHE_DIRECTORY) != 0 || *value != '/') return false;
-    return fsToWide(value, directory_);
-}
-
 bool CacheProvider::prepareDirectory() {
-    if (directory_.empty()) directory_ = fsDefaultCacheDirectory();
-    return fsPrepareCacheDirectory(directory_.c_str());
+    if (settings_.directory.empty()) settings_.directory = fsDefaultCacheDirectory();
+    return fsPrepareCacheDirectory(settings_.directory.c_str());
 }
 
 // A host need not know how its provider was built: nothing is thrown at it.
@@ -110,7 +74,7 @@ int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
                                 unsigned maximumAge, unsigned timeout) {
     lastStatus_ = FS_CACHE_FAILURE;
     try {
-        lastStatus_ = ask(writer, query, fresh_ ? FS_CACHE_REBUILD : maximumAge, timeout);
+        lastStatus_ = ask(writer, query, settings_.fresh ? FS_CACHE_REBUILD : maximumAge, timeout);
     } catch (const std::exception&) {
         // The cache's object went with the exception, and gave up its locks.
     }
@@ -133,9 +97,9 @@ int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned
 
 int CacheProvider::runOnce(FsResultSetWriter& writer, bool keepsPlan, const FsQuery& query,
                            unsigned maximumAge, unsigned timeout) {
-    const FsCacheTableNames names = fsCacheTableNames(compressed_);
-    FS_Cache cache(names.directories.c_str(), names.files.c_str(), directory_.c_str(),
-                   monitored_ && !fresh_, compressed_, true);
+    const FsCacheTableNames names = fsCacheTableNames(settings_.compressed);
+    FS_Cache cache(names.directories.c_str(), names.files.c_str(), settings_.directory.c_str(),
+                   settings_.monitored && !settings_.fresh, settings_.compressed, true);
     if (const int status = cache.lock(kLockMilliseconds)) return status;
     int status = cache.create(kLockMilliseconds, FS_CACHE_OPEN_ALWAYS);
     if (status == FS_CACHE_SUCCESS) {
