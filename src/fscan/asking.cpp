@@ -77,7 +77,13 @@ int Asking::report(int code, const std::string& path) const {
         complain(fmt::format("{}: time ran out before all was searched", path));
         return STATUS_INCOMPLETE;
     }
-    if (cached)
+    if (code == fscanner::FS_CACHE_NO_DRIVE) {
+        complain(fmt::format("note: {}: on no drive that is searched", path));
+        return STATUS_FOUND;
+    }
+    if (code == fscanner::FS_CACHE_NO_FILE_PROGRAM)
+        complain("types cannot be told: there is no program /usr/bin/file that can be run");
+    else if (cached)
         complain(place.failure(code));
     else if (code == fscanner::FS_CACHE_UNUSABLE && provider->name() == std::string(directProvider))
         complain("the mount table cannot be read");

@@ -161,6 +161,11 @@ SearchRoots SearchRoots::resolve(const Options& options) {
             result.roots,
             {givenText(options, path, real), drivesOf(group, options.drives), std::move(real), {}});
     }
+    // Where one PATH is good, it is searched.
+    if (result.wrong && !result.roots.empty()) {
+        result.wrong = false;
+        result.incomplete = true;
+    }
     if (options.recurse) findInnerRoots(result.roots);
     return result;
 }

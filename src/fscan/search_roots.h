@@ -31,8 +31,8 @@ struct SearchRoot {
 /// one becomes two, one for each group. A group alone stands for "/".
 struct SearchRoots {
     std::vector<SearchRoot> roots;
-    bool wrong = false;       ///< a PATH does not exist or is no directory
-    bool incomplete = false;  ///< a PATH cannot be reached
+    bool wrong = false;       ///< nothing is to be searched: no PATH exists and is a directory
+    bool incomplete = false;  ///< a PATH cannot be searched, but others can
 
     static SearchRoots resolve(const Options& options);
 };

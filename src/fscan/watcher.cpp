@@ -49,6 +49,7 @@ bool Watcher::isRoot(const std::wstring& path) const {
 
 void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) {
     if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
+    if (reason == FsSkipReason::noDrive) return;  // the search's result tells
     const std::wstring path(withoutFinalSlash(directory));
     const SearchRoot& root = parts_.matches.root();
     if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;

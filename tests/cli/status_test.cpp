@@ -89,6 +89,44 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
     }
 }
 
+TEST_F(StatusTest, AWrongPathDoesNotKeepTheOthersFromBeingSearched) {
+    for (const char* wrong : {"missing", "d/f", "$lokal::/"}) {
+        const RunResult result = run({wrong, "d", "--summary", "json"});
+        EXPECT_EQ(result.status, 3) << wrong;
+        EXPECT_EQ(records(result.out).size(), 2U) << wrong;
+        EXPECT_THAT(result.err, HasSubstr("fscan: " + std::string(wrong)));
+        EXPECT_THAT(result.err, HasSubstr("\"complete\":false"));
+    }
+    const RunResult elsewhere = run({"$remote::" + (tree_ / "d"), "d/locked"});
+    EXPECT_EQ(elsewhere.out, "d/locked/g\n");
+    EXPECT_EQ(elsewhere.err, "fscan: note: " + (tree_ / "d") + ": on no drive that is searched\n");
+    EXPECT_EQ(elsewhere.status, 0);
+}
+
+TEST_F(StatusTest, WithoutTheFileProgramNoTypeIsClaimed) {
+    add("none");
+    const auto without = [this](const std::string& arguments) {
+        return shell(
+            "exec unshare -m sh -c 'mount --bind none /usr/bin/file || exit 77; "
+            "exec \"$0\" d --summary json " +
+                arguments + "' \"$0\"",
+            {.cached = true});
+    };
+    if (without("-c").status != 0) GTEST_SKIP() << "nothing can be mounted here";
+    const std::string criteria = "-w \"type(path([PATHID], [FILENAME]), \\\"PNG\\\") == 0\"";
+    for (const std::string& asks : {std::string("-t empty"), criteria}) {
+        for (const char* way : {" --no-cache", " --fresh", ""}) {
+            const RunResult result = without(asks + way);
+            EXPECT_EQ(result.status, 4) << asks << way;
+            EXPECT_EQ(result.out, "") << asks << way;
+            EXPECT_THAT(result.err, HasSubstr("fscan: types cannot be told: there is no program "
+                                              "/usr/bin/file that can be run\n"));
+            EXPECT_THAT(result.err, HasSubstr("\"complete\":false"));
+        }
+    }
+    EXPECT_EQ(without("-n f").status, 0);
+}
+
 TEST_F(StatusTest, HelpAndVersionGoToStandardOutput) {
     const RunResult help = run({"d", "--help"});
     EXPECT_EQ(help.status, 0);

@@ -135,6 +135,7 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& info,
     entry.recursive = info.getRecursive();
     const std::optional<std::wstring> media = takePrefix(entry.path, L"::");
     const std::wstring mediaWord = media.value_or(L"$local");
+    entry.knownMedia = groupMask(mediaWord).has_value();
     entry.mask = groupMask(mediaWord).value_or(mdOtherDriveGroup);
     debug("PathHelper::pathResolver - media: %ls, pathName: %ls, recursive: %s\n",
           mediaWord.c_str(), entry.path.c_str(), entry.recursive ? "true" : "false");

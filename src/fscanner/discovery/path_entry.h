@@ -16,6 +16,7 @@ struct PathEntry {
     unsigned mask = 0;       ///< the admitted drive types
     std::wstring driveName;  ///< the only drive admitted; empty: any
     bool valid = true;       ///< false for a drive prefix of no known form
+    bool knownMedia = true;  ///< false for a group that is none: it admits no drive
     std::wstring path;       ///< empty when none was given
     bool recursive = false;
 };

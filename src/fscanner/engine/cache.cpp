@@ -1,5 +1,6 @@
 #include "fscanner/engine/cache.h"
 
+#include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
@@ -74,10 +75,11 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
         const QueryPlan* const plan = makePlan(form, fresh, query);
         planned = plan != nullptr;
         if (!planned) return FS_CACHE_UNUSABLE;
+        const AnswerGaps gaps(query, *plan);
         CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
-        if (monitor_) return run.monitored(*plan);
-        return run.cacheOnly(
-            *plan, form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly");
+        const char* const name =
+            form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
+        return gaps.resultOf(monitor_ ? run.monitored(*plan) : run.cacheOnly(*plan, name));
     });
     // Without a mount table nothing can be said of the files, and nothing is wrong
     // with the cache.

@@ -28,6 +28,8 @@ enum FsCacheStatus : int {
     FS_CACHE_UNUSABLE = -40,         ///< not created, not opened, closed, or broken
     FS_CACHE_QUERY_TIMED_OUT = -41,  ///< a direct scan or the extraction ran out of time
     FS_CACHE_BUILD_TIMED_OUT = -42,  ///< rebuilding a tree did; the cache is given up
+    FS_CACHE_NO_DRIVE = -43,         ///< a path of the query leads to no drive; the others are done
+    FS_CACHE_NO_FILE_PROGRAM = -44,  ///< types were asked for, and `file` cannot be run
     FS_CACHE_ALREADY_OPENED = -51,
     FS_CACHE_LOCK_TIMED_OUT = -52,
     FS_CACHE_FAILURE = -53,

@@ -1,4 +1,6 @@
 #include "fscanner/engine/direct_query.h"
+
+#include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/fsbuild.h"
@@ -22,6 +24,7 @@ namespace {
 int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
     QueryPlan plan;
     if (!plan.make(query)) return FS_CACHE_UNUSABLE;
+    const AnswerGaps gaps(query, plan);
     FileProcessor processor(query.getQuery(), query.getCaseSensitive(), CriteriaRules::search);
     for (const PathDrive& pair : plan.pairs()) {
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());
@@ -29,7 +32,7 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
         if (scanPair(writer, query, plan, processor, pair, limit) == WALK_TIMED_OUT)
             return FS_CACHE_QUERY_TIMED_OUT;
     }
-    return 0;
+    return gaps.resultOf(FS_CACHE_SUCCESS);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "fscanner/common/paths.h"
 #include "fscanner/common/string_list.h"
 #include "fscanner/common/utf8.h"
+#include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
@@ -38,8 +39,12 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
     StringList<wchar_t> wanted;
     wanted.insert(type.getStringValue());
     resetExpValue(NUMERIC, result);
-    result.setNumericValue(checker_.check(file.getStringValue(), wanted) ? 1 : 0);
-    return 0;
+    // A type that cannot be told is not another type: the file is undecided.
+    const bool matches =
+        !fileProgram().path.empty() && checker_.check(file.getStringValue(), wanted);
+    fileProgram().missed |= fileProgram().path.empty();
+    result.setNumericValue(matches ? 1 : 0);
+    return fileProgram().missed ? 1 : 0;
 }
 
 FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, CriteriaRules rules)

@@ -25,10 +25,12 @@ std::string findProgram() {
 }
 
 FileRun run(const std::vector<std::string>& arguments, int directory, std::size_t count) {
-    const FileProgram& program = fileProgram();
-    if (program.path.empty()) return {};
-    auto process = ChildProcess::start(arguments, directory);
-    if (!process) return {};
+    FileProgram& program = fileProgram();
+    auto process = program.path.empty() ? std::nullopt : ChildProcess::start(arguments, directory);
+    if (!process) {
+        program.missed = true;
+        return {};
+    }
     FileOutput output(count);
     auto deadline = ChildProcess::Clock::now() + program.timeFor(count);
     auto end = process->read(deadline, [&](std::string_view bytes) {

@@ -21,6 +21,8 @@ struct FileProgram {
     std::size_t argumentBytes = 128 * 1024;
     /// Whether one that is kept running may be handed several directories.
     bool mayKeepRunning = true;
+    /// Set when a type was asked for and the program could not be run at all.
+    bool missed = false;
 
     std::chrono::milliseconds timeFor(std::size_t files) const {
         return timePerRun + timePerFile * static_cast<long>(files);

@@ -35,7 +35,8 @@ public:
     /// Writes the matches of `query` to `writer`. `maximumAge` is in seconds: how
     /// old a cached answer may be. `timeout` is in milliseconds. Returns 0, or what
     /// went wrong: -40 the cache (or the mount table) cannot be used, -41 a scan ran
-    /// out of time, -42 rebuilding a cached tree did.
+    /// out of time, -42 rebuilding a cached tree did, -43 a path leads to no drive, -44
+    /// the `file` program is missing.
     virtual int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                              unsigned timeout) = 0;
 };

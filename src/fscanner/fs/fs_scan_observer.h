@@ -14,6 +14,7 @@ enum class FsSkipReason {
     excluded,         ///< the query leaves it out
     otherFileSystem,  ///< a mount point that is searched on its own, or left out
     failed,           ///< any other error of the system
+    noDrive,          ///< an entry of the query, as written, that leads to no drive
 };
 
 /// How far a scan is.
@@ -46,8 +47,9 @@ public:
     /// Called for each searched path that the cache answers for: no walk looks at it.
     /// What could not be read when it was scanned is told by `skipped`.
     virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
-    /// Called some times a second while other processes hold the cache that a query, or
-    /// a lock with a time limit, waits for. False ends the wait as if time had run out.
+    /// Called at once, and then some times a second, while other processes hold the cache
+    /// that a query, or a lock with a time limit, waits for. False ends the wait as if
+    /// time had run out.
     virtual bool waiting(unsigned elapsedMilliseconds);
 };
 

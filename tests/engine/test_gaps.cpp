@@ -1,0 +1,156 @@
+// What a query leaves unanswered, and how a host hears of it: paths that lead to no drive,
+// and types without the program that tells them. Asked in every way.
+
+#include <gmock/gmock.h>
+
+#include <map>
+
+#include "discovery/fixtures.h"
+#include "engine/cache_user.h"
+#include "fscanner/filetype/file_program.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_scan_observer.h"
+
+namespace fscanner {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Keeps the entries that lead to no drive, and the files without a verdict.
+class GapObserver : public FsScanObserver {
+public:
+    GapObserver() : previous_(fsSetScanObserver(this)) {}
+    ~GapObserver() override { fsSetScanObserver(previous_); }
+    void skipped(const wchar_t* path, FsSkipReason reason, int) override {
+        if (reason == FsSkipReason::noDrive) noDrive.push_back(toMultibyte(path));
+    }
+    void undecided(const FsFileInfo& file) override {
+        undecidedNames.push_back(toMultibyte(file.getName()));
+    }
+
+    std::vector<std::string> noDrive;
+    std::vector<std::string> undecidedNames;
+
+private:
+    FsScanObserver* previous_;
+};
+
+struct Answer {
+    int status = 0;
+    std::vector<std::string> files;
+    std::vector<std::string> noDrive;
+    std::vector<std::string> undecided;
+};
+
+/// The answers by the way of asking.
+std::map<std::string, Answer> askedInEveryWay(const FsQuery& query) {
+    const CacheUser plain, kept, monitored(false, true);
+    const auto ask = [&](const auto& run) {
+        CollectingWriter writer;
+        const GapObserver observer;
+        const int status = run(writer);
+        return Answer{status, writer.sorted(), observer.noDrive, observer.undecidedNames};
+    };
+    std::map<std::string, Answer> answers;
+    answers["direct"] = ask([&](auto& to) { return fsScanQuery(to, query, kMinute); });
+    for (const char* age : {"new cache", "old cache"})
+        answers[age] = ask([&](auto& to) { return plain.query(to, query); });
+    for (const char* turn : {"Ex", "Ex again"})
+        answers[turn] = ask([&](auto& to) { return kept.query(to, query, kDay, kMinute, true); });
+    answers["monitored"] = ask([&](auto& to) { return monitored.query(to, query); });
+    return answers;
+}
+
+class Gaps : public testing::Test {
+protected:
+    Gaps() { tree_.file("f"); }
+    ~Gaps() override { fileProgram() = saved_; }
+
+    const PastedMountTable table_{"a / ext4\n"};
+    const FileProgram saved_ = fileProgram();
+    TempTree tree_;
+};
+
+TEST_F(Gaps, PathsThatLeadToNoDriveAreToldAndHaveAStatus) {
+    const std::wstring good = tree_.wide();
+    const std::string file = tree_.path("f");
+    struct Case {
+        const char* what;
+        std::vector<std::wstring> include;
+        std::vector<std::wstring> exclude;
+        int status;
+        std::vector<std::string> files;
+        std::vector<std::string> noDrive;
+    };
+    const Case cases[] = {
+        {"a colon", {good, L"/a:b"}, {}, FS_CACHE_NO_DRIVE, {file}, {"/a:b"}},
+        {"a colon alone", {L"/a:b/c"}, {}, FS_CACHE_NO_DRIVE, {}, {"/a:b/c"}},
+        {"a colon behind a drive", {L"*:/a:b", good}, {}, 0, {file}, {}},
+        {"an unknown group", {L"$lokal::/a", good}, {}, FS_CACHE_NO_DRIVE, {file}, {"$lokal::/a"}},
+        {"a group without drives",
+         {L"$remote::" + good},
+         {},
+         FS_CACHE_NO_DRIVE,
+         {},
+         {"$remote::" + tree_.path()}},
+        {"one of both groups",
+         {L"$remote::" + good, good},
+         {},
+         0,
+         {file},
+         {"$remote::" + tree_.path()}},
+        {"the group of no drives", {L"$other::/x", good}, {}, 0, {file}, {"$other::/x"}},
+        {"an empty path", {L""}, {}, FS_CACHE_NO_DRIVE, {}, {}},
+        {"no path", {}, {}, 0, {}, {}},
+        {"an exclusion of no known group",
+         {good},
+         {L"$lokal::" + good},
+         FS_CACHE_NO_DRIVE,
+         {file},
+         {"$lokal::" + tree_.path()}},
+        {"an exclusion elsewhere", {good}, {L"$remote::" + good}, 0, {file}, {}},
+    };
+    for (const Case& c : cases) {
+        FsQuery query;
+        for (const std::wstring& path : c.include) query.addIncludePath(path.c_str(), true);
+        for (const std::wstring& path : c.exclude) query.addExcludePath(path.c_str(), true);
+        for (const auto& [way, answer] : askedInEveryWay(query)) {
+            SCOPED_TRACE(std::string(c.what) + ", " + way);
+            EXPECT_EQ(answer.status, c.status);
+            EXPECT_EQ(answer.files, c.files);
+            EXPECT_EQ(answer.noDrive, c.noDrive);
+        }
+    }
+}
+
+TEST_F(Gaps, WithoutTheFileProgramATypeIsNeitherThisNorAnother) {
+    const std::wstring type = L"type(path([PATHID], [FILENAME]), \"empty\")";
+    FsQuery query;
+    query.addIncludePath(tree_.wide().c_str(), true);
+    const auto ask = [&](const std::wstring& criteria) {
+        query.setQuery(criteria.c_str());
+        return askedInEveryWay(query);
+    };
+    for (const char* program : {"", "/nonexistent/file"}) {
+        fileProgram().path = program;
+        for (const std::wstring& criteria : {type, type + L" == 0"}) {
+            for (const auto& [way, answer] : ask(criteria)) {
+                EXPECT_EQ(answer.status, FS_CACHE_NO_FILE_PROGRAM) << way << program;
+                EXPECT_THAT(answer.files, IsEmpty()) << way;
+                EXPECT_THAT(answer.undecided, ElementsAre("f")) << way;
+            }
+        }
+        // Where no type is asked for, none is missed.
+        for (const auto& [way, answer] : ask(L"[SIZE] == 7 && " + type + L" != 0"))
+            EXPECT_EQ(answer.status, 0) << way;
+    }
+    fileProgram() = saved_;
+    for (const auto& [way, answer] : ask(type)) {
+        EXPECT_EQ(answer.status, 0) << way;
+        EXPECT_THAT(answer.files, ElementsAre(tree_.path("f"))) << way;
+    }
+}
+
+}  // namespace
+}  // namespace fscanner
