@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <limits>
+#include <string_view>
 
 #include "exit_status.h"
 #include "fscanner/fs/fs_loader.h"
@@ -69,6 +70,11 @@ unsigned Asking::ageLimit() const {
 
 int Asking::run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const {
     return provider->executeQuery(writer, query, maximumAge, timeoutMilliseconds);
+}
+
+bool Asking::tellsExclusions() const {
+    const std::string_view name = provider->name();
+    return name == cacheProvider || name == directProvider;
 }
 
 int Asking::report(int code, const std::string& path) const {

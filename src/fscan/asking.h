@@ -32,6 +32,8 @@ struct Asking {
     /// The age as `FS_Cache` takes it: 0 is no age at all.
     unsigned ageLimit() const;
     int run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const;
+    /// Whether the observer hears of the directories that the query leaves out.
+    bool tellsExclusions() const;
     /// Tells the user what is wrong with the search of PATH; returns the exit status.
     int report(int code, const std::string& path) const;
 };

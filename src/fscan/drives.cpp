@@ -49,6 +49,11 @@ const DriveInfo* DriveList::of(std::wstring_view path) const {
     return found;
 }
 
+bool DriveList::isMountPoint(std::wstring_view path) const {
+    const DriveInfo* const drive = of(path);
+    return drive != nullptr && mountDirectory(*drive) == path;
+}
+
 std::wstring_view mountDirectory(const DriveInfo& drive) {
     std::wstring_view name = drive.getName() != nullptr ? drive.getName() : L"";
     if (name.ends_with(L':')) name.remove_suffix(1);

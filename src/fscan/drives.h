@@ -21,6 +21,7 @@ public:
     const std::vector<fscanner::DriveInfo>& all() const { return drives_; }
     /// The drive that the absolute, link-free path lies on; null where none does.
     const fscanner::DriveInfo* of(std::wstring_view path) const;
+    bool isMountPoint(std::wstring_view path) const;
 
 private:
     std::vector<fscanner::DriveInfo> drives_;

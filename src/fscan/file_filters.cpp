@@ -3,11 +3,13 @@
 #include <fmt/xchar.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "criteria.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_text.h"
 #include "options.h"
+#include "path_glob.h"
 #include "text.h"
 
 namespace fscan {
@@ -46,8 +48,10 @@ std::wstring criteriaOf(const Options& options) {
 FileFilters::FileFilters(const Options& options)
     : options_(options), criteria_(criteriaOf(options)) {
     for (const std::string& glob : options.pathGlobs) {
-        const bool anchored = glob.starts_with('/') || glob.starts_with('*');
-        paths_.push_back(toWide(anchored ? glob : "*/" + glob));
+        const std::string whole = wholePathGlob(glob).value_or(glob);
+        const bool anywhere = matchesAnywhere(glob);
+        paths_.push_back(
+            toWide(anywhere ? whole : std::filesystem::path(whole).lexically_normal().native()));
     }
 }
 

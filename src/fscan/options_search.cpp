@@ -7,6 +7,7 @@
 #include "moment.h"
 #include "option_values.h"
 #include "options.h"
+#include "path_glob.h"
 #include "permissions.h"
 
 namespace fscan {
@@ -45,8 +46,14 @@ void addNames(CLI::App& app, Options& options, const char* group) {
     addTexts(app, "-n,--name", "GLOB", options.names,
              "The file's name matches (*, ?); several are or-ed")
         ->group(group);
-    addTexts(app, "--path", "GLOB", options.pathGlobs,
-             "The whole path matches, from / on, or its end; * matches / too; several are or-ed")
+    addTexts(
+        app, "--path", "GLOB",
+        [&options](const std::string& glob) {
+            if (!wholePathGlob(glob))
+                throw CLI::ValidationError("--path", "the current directory is gone");
+            options.pathGlobs.push_back(glob);
+        },
+        "The whole path matches, from / or ./ on, or its end; * matches / too; several are or-ed")
         ->group(group);
     addTexts(
         app, "-t,--type", "WORD",
@@ -118,7 +125,7 @@ void addSelection(CLI::App& app, Options& options) {
 void addPlaces(CLI::App& app, Options& options) {
     const char* group = "Where to look";
     addTexts(app, "-x,--exclude", "PATH", options.excludes,
-             "Leave this path out, with what is below it; may hold wildcards")
+             "Leave out what --path would match, with all below it: node_modules, ./old, /srv/tmp*")
         ->group(group);
     app.add_flag_function(
            "--no-recurse", [&options](auto) { options.recurse = false; },

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "asking.h"
 #include "command_runner.h"
@@ -77,11 +78,13 @@ int searchAsTold(const Options& options, Summary& summary, Output& out) {
     if (!where || roots.wrong) return STATUS_USAGE;
     const std::optional<DriveList> drives = DriveList::read();
     if (!drives) return STATUS_FAILURE;
+    std::optional<Excludes> excludes = Excludes::read(options, *drives);
+    if (!excludes) return STATUS_USAGE;
     const std::optional<Asking> asking = Asking::prepare(options);
     if (!asking) return STATUS_FAILURE;
     const bool mounted = keepMounted(roots, *drives);
 
-    const Conditions conditions(options, *where);
+    const Conditions conditions(options, std::move(*excludes), *where);
     fscanner::FsQuery query;
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
     const Search search{options, roots, *drives, *asking, conditions, query};

@@ -1,9 +1,12 @@
 #include "search_run.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <optional>
+#include <utility>
 
 #include "asking.h"
 #include "criteria.h"
@@ -16,6 +19,7 @@
 #include "query_builder.h"
 #include "search_roots.h"
 #include "sorted_matches.h"
+#include "text.h"
 
 namespace fscan {
 
@@ -48,8 +52,8 @@ FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
 
 }  // namespace
 
-Conditions::Conditions(const Options& options, const std::wstring& where)
-    : excludes(options),
+Conditions::Conditions(const Options& options, Excludes left, const std::wstring& where)
+    : excludes(std::move(left)),
       names(options),
       files(options),
       rest(files.criteria()),
@@ -108,6 +112,8 @@ int SearchRun::searchRoots() {
 /// nothing is kept that need not be.
 int SearchRun::searchRoot(const SearchRoot& root) {
     matches_.setRoot(root);
+    if (search_.conditions.excludes.cover(root.real) && !search_.options.quiet)
+        complain(fmt::format("note: {}: left out by --exclude", root.given));
     setSearchedPath(search_.options, root, search_.query);
     const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
     watcher_.expectCaching(search_.asking.cached && local);
@@ -156,6 +162,22 @@ void SearchRun::conclude(int status, Outcome& outcome) const {
     outcome.interrupted = noted != 0;
     outcome.status = signal == 0 ? status : 128 + signal;
     if (signal == 0 || outcome.interrupted) tell(search_.options, watcher_.search(), outcome);
+    noteUnmetExcludes(outcome);
+}
+
+/// Known only where all was looked at, by a provider that tells what it left out.
+void SearchRun::noteUnmetExcludes(const Outcome& outcome) const {
+    const Excludes& excludes = search_.conditions.excludes;
+    const bool all = outcome.status <= STATUS_NOTHING_FOUND && !outcome.cut &&
+                     watcher_.search().skipped.empty() && search_.options.recurse;
+    if (!all || search_.options.quiet || !search_.asking.tellsExclusions()) return;
+    // What is mounted may not have been searched anyway: it was not walked into.
+    for (const fscanner::DriveInfo& drive : search_.drives.all())
+        for (const SearchRoot& root : search_.roots.roots)
+            if (liesIn(mountDirectory(drive), root.real))
+                excludes.cover(std::wstring(mountDirectory(drive)));
+    for (const std::string& text : excludes.unmet())
+        complain(fmt::format("note: --exclude {} left nothing out", text));
 }
 
 }  // namespace fscan

@@ -22,7 +22,7 @@ struct Asking;
 /// What the matches have to satisfy.
 struct Conditions {
     /// `where`: the user's criteria.
-    Conditions(const Options& options, const std::wstring& where);
+    Conditions(const Options& options, Excludes left, const std::wstring& where);
 
     Excludes excludes;
     NameFilter names;
@@ -57,6 +57,7 @@ private:
     int deliver(int status);
     int overall(int status, bool incomplete) const;
     void conclude(int status, Outcome& outcome) const;
+    void noteUnmetExcludes(const Outcome& outcome) const;
     bool readerGone() const;
 
     const Search& search_;

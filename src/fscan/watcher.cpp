@@ -48,9 +48,10 @@ bool Watcher::isRoot(const std::wstring& path) const {
 }
 
 void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) {
+    const std::wstring path(withoutFinalSlash(directory));
+    if (reason == FsSkipReason::excluded) parts_.excludes.cover(path);  // which notes it
     if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
     if (reason == FsSkipReason::noDrive) return;  // the search's result tells
-    const std::wstring path(withoutFinalSlash(directory));
     const SearchRoot& root = parts_.matches.root();
     if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;
     // A walk for the cache meets what lies below other roots, too.

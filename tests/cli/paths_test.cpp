@@ -63,6 +63,100 @@ TEST_F(PathsTest, ExcludesTakePathsWildcardsLinksAndFiles) {
     EXPECT_THAT(found({"-x", "link"}), testing::Not(testing::Contains("./link")));
 }
 
+class ExcludeTest : public FscanTest {
+protected:
+    ExcludeTest() {
+        for (const char* file : {"a", "old/b", "skip/c", "in/skip/d", "in/skip/deep/e",
+                                 "in/skipped", "in/old/skip/f.o", "in/s*p/g"})
+            add(std::string("top/") + file);
+    }
+    RunSettings cached() const {
+        return {.environment = {{"XDG_CACHE_HOME", home_.path()}}, .cached = true};
+    }
+    /// Asks the file systems, a new cache and an old one; they agree on all that is said.
+    RunResult ask(const Arguments& arguments) const {
+        const RunResult direct = run(arguments);
+        for (const char* cache : {"new", "old"}) {
+            const RunResult same = run(arguments, cached());
+            EXPECT_EQ(records(same.out), records(direct.out)) << cache;
+            EXPECT_EQ(same.err, direct.err) << cache;
+            EXPECT_EQ(same.status, direct.status) << cache;
+        }
+        run({"--cache-clear"}, cached());
+        return direct;
+    }
+
+    fscanner::TemporaryDirectory home_;
+};
+
+TEST_F(ExcludeTest, LeavesOutWhatPathWouldMatchAndAllBelow) {
+    const std::string a = "top/a", b = "top/old/b", c = "top/skip/c", d = "top/in/skip/d",
+                      e = "top/in/skip/deep/e", s = "top/in/skipped", f = "top/in/old/skip/f.o",
+                      g = "top/in/s*p/g";
+    const std::vector<std::pair<Arguments, std::vector<std::string>>> table = {
+        {{"skip"}, {a, g, s, b}},
+        {{"in/skip"}, {a, f, g, s, b, c}},
+        {{"*/skip"}, {a, g, s, b}},
+        {{"*skip"}, {a, g, s, b}},
+        {{"./top/skip/"}, {a, f, g, d, e, s, b}},
+        {{"./skip", "-q"}, {a, f, g, d, e, s, b, c}},
+        {{tree_ / "top/in"}, {a, b, c}},
+        {{"/*/old", "-x", "*.o"}, {a, g, d, e, s, c}},
+        {{"*.o"}, {a, g, d, e, s, b, c}},
+        {{"s?ip"}, {a, g, s, b}},
+        // Wildcards are no part of a name: the one in this name matches others, too.
+        {{"in/s*p"}, {a, f, s, b, c}},
+        {{"SKIP", "-i"}, {a, g, s, b}},
+        {{"*"}, {}},
+    };
+    for (auto [arguments, expected] : table) {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        arguments.insert(arguments.begin(), {"top", "-x"});
+        std::sort(expected.begin(), expected.end());
+        EXPECT_EQ(records(ask(arguments).out), expected);
+    }
+}
+
+TEST_F(ExcludeTest, WhatIsLeftOutIsNotWalked) {
+    EXPECT_THAT(run({"top", "-x", "in", "-x", "old", "--stats"}).err,
+                testing::HasSubstr("walked:   2 files, 2 directories\n"));
+}
+
+TEST_F(ExcludeTest, SaysWhichLeftNothingOut) {
+    const auto note = [](const std::string& text) {
+        return "fscan: note: --exclude " + text + " left nothing out\n";
+    };
+    EXPECT_EQ(ask({"top", "-x", "skip", "-x", "*.o", "-x", "sk", "-x", "./skip"}).err,
+              note("*.o") + note("sk") + note("./skip"));
+    // It is met although no file of it matches, whatever leads to it in the cache.
+    for (const char* met : {"skip", "*/in/sk?p", "./top/in/skip", "in/*eep"})
+        EXPECT_EQ(ask({"top", "-n", "a", "-x", met}).err, "") << met;
+    EXPECT_EQ(ask({"top/old", "-x", "skip", "-x", "b"}).err, note("skip"));
+    EXPECT_EQ(ask({"top", "-x", "top", "-x", "no"}).err,
+              "fscan: note: top: left out by --exclude\n" + note("no"));
+    // Nobody asked, or it is not known.
+    for (const Arguments& silent : {Arguments{"-q"}, {"--no-recurse"}, {"--limit", "1"}}) {
+        Arguments arguments = {"top", "-x", "no"};
+        arguments.insert(arguments.end(), silent.begin(), silent.end());
+        EXPECT_EQ(run(arguments).err, "") << silent.front();
+    }
+}
+
+TEST_F(ExcludeTest, WhatCannotBeAPathIsRefused) {
+    const std::string gone =
+        "mkdir gone; cd gone; rmdir ../gone; exec \"$0\" --no-cache " + (tree_ / "top") + " -n a ";
+    for (const char* option : {"-x ./a", "-x ..", "--path ./a"}) {
+        const RunResult result = shell(gone + option);
+        EXPECT_EQ(result.status, 2) << option;
+        EXPECT_THAT(result.err, testing::HasSubstr("the current directory is gone"));
+    }
+    EXPECT_EQ(shell(gone + "-x skip").out, tree_ / "top/a" + "\n") << "it needs no directory";
+    const RunResult longer = run({"top", "-x", "/" + std::string(1100, 'n')});
+    EXPECT_EQ(longer.status, 2);
+    EXPECT_THAT(longer.err, testing::HasSubstr(": longer than a path may be\n"));
+    EXPECT_EQ(run({"top", "-x", ""}).err, "fscan: --exclude: it is empty\n");
+}
+
 TEST_F(PathsTest, OptionsStandAnywhereAndPathsMayFollowDashes) {
     add("-d/f");
     EXPECT_THAT(found({"top", "-n", "b", "link", "-n", "a"}), ElementsAre("link/b", "top/a"));

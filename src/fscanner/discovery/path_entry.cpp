@@ -6,8 +6,10 @@
 #include <string_view>
 #include <utility>
 
+#include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
+#include "fscanner/discovery/real_path.h"
 #include "fscanner/fs/debug.h"
 
 namespace fscanner {
@@ -97,6 +99,19 @@ void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
     }
 }
 
+/// The real path, else the absolute path with its links, else the text itself. A mount
+/// point is no link, and is not touched: one of a dead server would never answer.
+std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& drives) {
+    const LinkGuard isNoMountPoint = [&drives](std::string_view bytes) {
+        const std::wstring at = toWide(bytes);
+        return std::none_of(drives.begin(), drives.end(), [&at](const DriveInfo& drive) {
+            return PathHelper::driveText(drive) == at;
+        });
+    };
+    const std::optional<std::string> real = resolvePath(toMultibyte(path), isNoMountPoint);
+    return real ? toWide(*real) : PathHelper::realPath(path.c_str(), false).value_or(path);
+}
+
 }  // namespace
 
 int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit) {
@@ -149,7 +164,7 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& info,
         entry.valid = false;
     }
     if (entry.valid && !entry.path.empty()) {
-        entry.path = PathHelper::buildRealPath(entry.path.c_str());
+        entry.path = realPathOf(entry.path, drives);
         debug("PathHelper::pathResolver - real pathName is: %ls\n", entry.path.c_str());
     }
     return entry;

@@ -12,6 +12,7 @@
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/directory_chain.h"
+#include "fscanner/engine/exclusion_watch.h"
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/debug.h"
@@ -89,6 +90,7 @@ public:
           request_(request),
           chain_(store),
           pathCommand_(store, tree),
+          exclusions_(request.exclude, request.caseSensitive),
           evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search) {
         for (const PathDrive& pair : request.pairs)
             if (QueryPlan::isLocal(pair)) addPair(pair);
@@ -112,6 +114,7 @@ private:
     Directory enter(unsigned pathId);
     bool judge();
     bool accepts(const wchar_t* directory, bool anyBelow = false);
+    bool leavesOut(const wchar_t* directory, bool recursiveOnly);
     bool settlesBelow(const wchar_t* directory) const;
     void addPair(const PathDrive& pair);
     const Place* coveringPair(const wchar_t* directory) const;
@@ -125,6 +128,7 @@ private:
     DirectoryChain chain_;
     chPathCommand pathCommand_;
     chTypeCommand typeCommand_;
+    ExclusionWatch exclusions_;
     CriteriaEvaluator evaluator_;
     bool filtersHere_ = false;  // the criteria is checked here, behind the directory
     unsigned startTick_ = 0;
@@ -167,6 +171,8 @@ int Extraction::run() {
     bool found = files.moveFirst();
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;
+    exclusions_.lookUpOthers(
+        store_, [this](const wchar_t* directory) { return coveringPair(directory) >= 0; });
     return FS_CACHE_SUCCESS;
 }
 
@@ -266,8 +272,14 @@ const Extraction::Place* Extraction::coveringPair(const wchar_t* directory) cons
 bool Extraction::accepts(const wchar_t* directory, bool anyBelow) {
     const Place* const place = coveringPair(directory);
     return place && (!place->hasMounts || request_.mounts.reaches(*place->pair, directory)) &&
-           !checkPathList(directory, request_.exclude, request_.caseSensitive,
-                          anyBelow && place->pair->path.getRecursive());
+           !leavesOut(directory, anyBelow && place->pair->path.getRecursive());
+}
+
+bool Extraction::leavesOut(const wchar_t* directory, bool recursiveOnly) {
+    if (!checkPathList(directory, request_.exclude, request_.caseSensitive, recursiveOnly))
+        return false;
+    exclusions_.met(directory);
+    return true;
 }
 
 void Extraction::noteUndecided() {

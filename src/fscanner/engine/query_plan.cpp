@@ -1,6 +1,9 @@
 #include "fscanner/engine/query_plan.h"
 
+#include <optional>
+
 #include "fscanner/common/utf8.h"
+#include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/mount_access.h"
 #include "fscanner/discovery/mounted_drives.h"
 #include "fscanner/discovery/path_entry.h"
@@ -108,6 +111,20 @@ void QueryPlan::resolve(const FsQuery& query) {
     PathHelper::accumulatePairs(drives_, included_.parentResolved, included_.resolved, pairs_);
     localExclusions_ = groupPaths(excluded_, mdLocalDriveGroup);
     remoteExclusions_ = groupPaths(excluded_, mdRemoteDriveGroup);
+    for (const PathInfo& entry : query.getExcludedPaths()) addPattern(entry);
+}
+
+// A pattern may match on every drive of its group, and not only on the one that its text
+// would lie on.
+void QueryPlan::addPattern(const PathInfo& exclusion) {
+    const std::optional<PathEntry> entry = parsePathEntry(exclusion, mounted_);
+    if (!entry || !entry->valid || !entry->driveName.empty()) return;
+    if (!checkWildCard(entry->path.c_str())) return;
+    const std::vector<PathInfo> pattern = {PathInfo(entry->path.c_str(), entry->recursive)};
+    if ((entry->mask & mdLocalDriveGroup) != 0)
+        PathHelper::appendPathList(localExclusions_, pattern, true);
+    if ((entry->mask & mdRemoteDriveGroup) != 0)
+        PathHelper::appendPathList(remoteExclusions_, pattern, true);
 }
 
 bool QueryPlan::isLocal(const PathDrive& pair) {

@@ -63,6 +63,7 @@ private:
     bool readTable();
     void listDrives();
     bool wakeAutomounter(const FsQuery& query) const;
+    void addPattern(const PathInfo& exclusion);
 
     MountTable table_;
     std::vector<DriveInfo> drives_;        // normalised, placeholders included

@@ -45,7 +45,8 @@ public:
     /// directory is the one that the walk began at.
     virtual void finished(const FsScanProgress& totals);
     /// Called for each searched path that the cache answers for: no walk looks at it.
-    /// What could not be read when it was scanned is told by `skipped`.
+    /// What could not be read when it was scanned is told by `skipped`, and `excluded` once
+    /// for each exclusion that leaves a directory out.
     virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
     /// Called at once, and then some times a second, while other processes hold the cache
     /// that a query, or a lock with a time limit, waits for. False ends the wait as if
