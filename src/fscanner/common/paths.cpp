@@ -5,8 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -20,6 +22,24 @@
 #include "fscanner/fs/debug.h"
 
 namespace fscanner {
+
+namespace {
+
+std::atomic<bool> longPaths{false};
+
+}  // namespace
+
+std::size_t longestPath() {
+    return hasLongPaths() ? SIZE_MAX : 1023;
+}
+
+void setLongPaths(bool on) {
+    longPaths.store(on, std::memory_order_relaxed);
+}
+
+bool hasLongPaths() {
+    return longPaths.load(std::memory_order_relaxed);
+}
 
 wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
     if (dir == nullptr || name == nullptr) return nullptr;

@@ -1,6 +1,15 @@
 #pragma once
 
+#include <cstddef>
+
 namespace fscanner {
+
+/// The most characters that the path of a searched directory, or of a file whose type is
+/// asked for, may have: 1023, or any number where the process asked for long paths.
+std::size_t longestPath();
+/// Process-wide.
+void setLongPaths(bool on);
+bool hasLongPaths();
 
 /// `dir`, "/" unless it already ends with one, then `name`, as a new string
 /// released with `free`. Null if either is null. An empty `dir` gives "/name".

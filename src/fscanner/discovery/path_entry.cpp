@@ -6,6 +6,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -16,7 +17,11 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned entryRoom = 1024;
+/// Room for a path entry, its end included: longer ones are cut.
+std::size_t entryRoom(const PathInfo& info) {
+    const std::size_t needed = info.getPathName() ? std::wcslen(info.getPathName()) : 0;
+    return std::min<std::size_t>(needed, longestPath()) + 1;
+}
 
 struct PathVariable {
     std::wstring_view name;
@@ -140,8 +145,9 @@ std::wstring realPathOf(const PathInfo& entry) {
 
 std::optional<PathEntry> parsePathEntry(const PathInfo& info,
                                         const std::vector<DriveInfo>& drives) {
-    std::array<wchar_t, entryRoom> text;
-    if (PathHelper::expand_path_variable(info.getPathName(), text.data(), entryRoom) != 0) {
+    const auto room = static_cast<unsigned>(entryRoom(info));
+    std::vector<wchar_t> text(room);
+    if (PathHelper::expand_path_variable(info.getPathName(), text.data(), room) != 0) {
         return std::nullopt;
     }
     PathEntry entry;

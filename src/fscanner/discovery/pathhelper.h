@@ -30,8 +30,9 @@ public:
     // ---- One path -----------------------------------------------------------
 
     /// The absolute path without ".", ".." and repeated "/"; with `resolveLinks`
-    /// also without symbolic links. Nothing when it is longer than 1023 bytes, when
-    /// a component cannot be read, or after more than 32 links.
+    /// also without symbolic links. Nothing when it is longer than 1023 bytes
+    /// (any number with `setLongPaths`), when a component cannot be read, or after more than 32
+    /// links.
     static std::optional<std::wstring> realPath(const wchar_t* path, bool resolveLinks);
     static std::optional<std::string> realPath(const char* path, bool resolveLinks);
     /// The real path, else the absolute path with its links, else the text itself.

@@ -2,11 +2,18 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
 
+#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 
@@ -15,9 +22,13 @@ namespace {
 constexpr int maxLinks = 32;
 
 std::optional<std::string> currentDirectory() {
-    std::array<char, maxPathBytes + 1> buffer;
-    if (!getcwd(buffer.data(), buffer.size())) return std::nullopt;
-    return std::string(buffer.data());
+    const std::unique_ptr<char, decltype(&std::free)> path(getcwd(nullptr, 0), &std::free);
+    if (!path) return std::nullopt;
+    if (std::strlen(path.get()) > longestPath()) {
+        errno = ENAMETOOLONG;
+        return std::nullopt;
+    }
+    return std::string(path.get());
 }
 
 /// One resolution: `built_` is done and free of links and of a final "/" (so the
@@ -50,7 +61,7 @@ private:
         }
         built_ += '/';
         built_ += name;
-        if (built_.size() > maxPathBytes) return fail(ENAMETOOLONG);
+        if (built_.size() > longestPath()) return fail(ENAMETOOLONG);
         if (!mayRead_(built_)) return true;
         const std::optional<std::string> target = readLink(built_);
         return target ? follow(*target) : errno == EINVAL;
@@ -58,7 +69,7 @@ private:
 
     bool follow(const std::string& target) {
         if (++links_ > maxLinks) return fail(ELOOP);
-        if (target.size() + rest_.size() > maxPathBytes) return fail(ENAMETOOLONG);
+        if (target.size() + rest_.size() > longestPath()) return fail(ENAMETOOLONG);
         if (target.starts_with('/')) {
             built_.clear();
         } else {
@@ -84,11 +95,11 @@ private:
 }  // namespace
 
 std::optional<std::string> readLink(const std::string& path) {
-    // One byte more than a target may have, to tell a cut one.
-    std::array<char, maxPathBytes + 1> target;
-    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    // No target fills the buffer: that would be a cut one.
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = readLinkTarget(path, target);
     if (length < 0) return std::nullopt;
-    if (static_cast<std::size_t>(length) > maxPathBytes) {
+    if (static_cast<std::size_t>(length) > std::min(longestPath(), target.size() - 1)) {
         errno = ENAMETOOLONG;
         return std::nullopt;
     }
@@ -96,7 +107,7 @@ std::optional<std::string> readLink(const std::string& path) {
 }
 
 std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead) {
-    if (path.size() > maxPathBytes) {
+    if (path.size() > longestPath()) {
         errno = ENAMETOOLONG;
         return std::nullopt;
     }

@@ -7,9 +7,6 @@
 
 namespace fscanner {
 
-/// Longest path, in bytes, that is resolved.
-inline constexpr std::size_t maxPathBytes = 1023;
-
 /// The target of the symbolic link `path`. Nothing, and errno says why, when it
 /// is no link (EINVAL) or cannot be read.
 std::optional<std::string> readLink(const std::string& path);
@@ -19,7 +16,8 @@ using LinkGuard = std::function<bool(std::string_view path)>;
 
 /// `path` made absolute, without ".", ".." and repeated "/". Links are resolved
 /// where `mayRead` allows it; what it refuses counts as no link. Nothing, and errno
-/// says why, when it cannot be done within the limits of length and links.
+/// says why, when it cannot be done within the limits of length (`longestPath`, in bytes)
+/// and links.
 std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead);
 
 }  // namespace fscanner

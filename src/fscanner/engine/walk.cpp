@@ -5,6 +5,7 @@
 #include <cwchar>
 #include <memory>
 
+#include "fscanner/common/paths.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -16,13 +17,13 @@
 // it is, so depth costs heap and no stack. A directory is read whole when it is
 // entered and then visited backwards. Only the deepest levels keep their
 // descriptor: a level that got its own closed is opened again when the walk comes
-// back to it, and must then still be the same directory.
+// back to it, as ".." of the directory that it comes from, and must then still be the
+// same directory. That costs the same at any depth; a path would not.
 
 namespace fscanner {
 
 namespace {
 
-constexpr std::size_t kLongestPath = 1023;
 // Levels whose descriptor stays open. Deeper trees cost one more open a level.
 constexpr std::size_t kOpenLevels = 16;
 // One call answers for all but the largest directories.
@@ -98,7 +99,9 @@ private:
     int read(const Level* parent, Level& level);
     bool closeShallowest();
     void logUnreadable() const;
-    bool reopen(Level& level);
+    static int settle(Level& level, int error);
+    void reopen(Level& level, Directory& child);
+    bool isTooLong() const { return path_.size() > longest_; }
     void leave();
     void load(const DirectoryEntries::Entry& entry);
     bool isDirectory();
@@ -119,6 +122,8 @@ private:
     const MountMap* mounts_;                      // null where none lies inside
     std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
     std::size_t depth_ = 0;
+    std::size_t firstOpen_ = 0;  // the levels before it have their descriptor closed
+    std::size_t longest_ = longestPath();
     std::wstring path_;  // the current directory, with its final "/" once entered
     WalkEntry entry_;
     unsigned long long directories_ = 0;
@@ -153,7 +158,7 @@ Level& Walk::push() {
 // Enters the directory whose path, without a final "/", is in `path_`.
 Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     if (timeout < 1) return Entered::timedOut;
-    if (path_.size() > kLongestPath) {
+    if (isTooLong()) {
         debug("%s - path too long\n", voice_.prefix);
         noteSkipped(FsSkipReason::tooLong, 0);
         return Entered::skipped;
@@ -201,8 +206,8 @@ int Walk::openLevel(const Level* parent, Directory& directory) {
 
 // Gives up the descriptor that is farthest from here; the two deepest levels are in use.
 bool Walk::closeShallowest() {
-    for (std::size_t i = 0; i + 2 < depth_; ++i) {
-        Level& level = *levels_[i];
+    while (firstOpen_ + 2 < depth_) {
+        Level& level = *levels_[firstOpen_++];
         if (!level.directory.isOpen() || level.directory.identify(level.identity) != 0) continue;
         level.directory.close();
         return true;
@@ -210,27 +215,42 @@ bool Walk::closeShallowest() {
     return false;
 }
 
-bool Walk::reopen(Level& level) {
+// Whether what was opened for a level, with `error`, is its directory. 0, or an errno.
+int Walk::settle(Level& level, int error) {
     Directory::Identity now;
-    int error = level.directory.openPath(toMultibyte(path_).c_str());
     if (error == 0) error = level.directory.identify(now);
-    if (error == 0 && now == level.identity) return true;
-    level.directory.close();
+    if (error == 0 && now != level.identity) error = ENOENT;
+    if (error != 0) level.directory.close();
+    return error;
+}
+
+// A directory that was moved while the walk was in it has another parent by now. Then the
+// level may still be found by its path.
+void Walk::reopen(Level& level, Directory& child) {
+    if (child.isOpen() && settle(level, level.directory.openParent(child)) == 0) return;
+    child.close();
+    // Nothing of it is left to be examined.
+    if (level.entries.empty()) return;
+    const int error = settle(level, level.directory.openPath(toMultibyte(path_).c_str()));
+    if (error == 0) return;
+    level.entries.clear();
     logUnreadable();
-    noteSkipped(error ? skipReason(error) : FsSkipReason::vanished, error);
-    return false;
+    noteSkipped(skipReason(error), error);
 }
 
 void Walk::leave() {
-    top().directory.close();
-    top().entries.clear();
-    if (--depth_ == 0) return;
-    sink_.leave();
-    Level& level = top();
-    path_.resize(level.pathLength);
-    // What is left of a directory that is no longer there cannot be examined.
-    if (!level.directory.isOpen() && !level.entries.empty() && !reopen(level))
-        level.entries.clear();
+    Level& left = top();
+    left.entries.clear();
+    if (--depth_ > 0) {
+        sink_.leave();
+        Level& level = top();
+        path_.resize(level.pathLength);
+        if (!level.directory.isOpen()) {
+            reopen(level, left.directory);
+            firstOpen_ = std::min(firstOpen_, depth_ - 1);
+        }
+    }
+    left.directory.close();
 }
 
 void Walk::load(const DirectoryEntries::Entry& entry) {
@@ -265,7 +285,7 @@ int Walk::visit() {
 
 int Walk::visitDirectory() {
     path_ += entry_.name();
-    if (path_.size() > kLongestPath) {
+    if (isTooLong()) {
         debug("%s - path too long!\n", voice_.prefix);
         sink_.enter(entry_);
         noteSkipped(FsSkipReason::tooLong, 0);

@@ -22,12 +22,10 @@
 namespace fscanner {
 namespace {
 
-constexpr std::size_t longestPath = 1023;
-
 /// Answers from one of the two process-wide caches; `method` is for the log.
 bool typeLine(DirectoryTypes& types, const char* method, const wchar_t* path,
               const DescribeDirectory& describe, wchar_t** info) {
-    if (path == nullptr || std::wcslen(path) > longestPath) return false;
+    if (path == nullptr || std::wcslen(path) > longestPath()) return false;
     std::unique_ptr<char[]> bytes(myWcsToMbs(path));
     if (!bytes) {
         debug("FileTypeChecker::%s - unable to allocate path buffer\n", method);

@@ -44,8 +44,8 @@ public:
     bool check(const wchar_t* pathFileName, const wchar_t* dataFile, StringList<wchar_t>& fileWords,
                StringList<wchar_t>& wanted);
 
-    /// The line "path: description" in `*info`, released with `free`. Paths of 1024
-    /// characters or more have no type.
+    /// The line "path: description" in `*info`, released with `free`. A path
+    /// beyond `longestPath` has no type.
     bool getFileTypeEx(const wchar_t* path, wchar_t** info);
     /// The same through a list file in the current directory: directories and names
     /// with a newline are unknown to it.

@@ -42,6 +42,8 @@ FsProvider* fsLoadProvider(const char* name) {
             name != nullptr ? name : config.getString("fscanner", "provider", "provider_cache");
         if (config.getInteger("fscanner", "large_files", 0) != 0)
             FsFileInfo::setLargeFileSupport(true);
+        if (config.getInteger("fscanner", "long_paths", 0) != 0)
+            FsFileInfo::setLongPathSupport(true);
         if (config.getError() != 0)
             debug("::fsLoadProvider - configuration: %s\n", config.getErrorText().c_str());
         return FsLoader::loadFsProvider(configured.c_str(), &config);

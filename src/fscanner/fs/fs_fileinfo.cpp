@@ -11,10 +11,12 @@
 #include <type_traits>
 #include <utility>
 
+#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_serializator.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 
@@ -254,7 +256,7 @@ bool FsFileInfo::updateInfo() const {
     if (getPath() == nullptr || getName() == nullptr) return false;
     std::string path;
     struct stat info;
-    if (!multibytePath(getPath(), getName(), path) || ::lstat(path.c_str(), &info) != 0) {
+    if (!multibytePath(getPath(), getName(), path) || examineFile(path, info) != 0) {
         return fetchFailed();
     }
     return updateFrom(info);
@@ -367,6 +369,14 @@ void FsFileInfo::setLargeFileSupport(bool on) {
 
 bool FsFileInfo::getLargeFileSupport() {
     return largeFiles.load(std::memory_order_relaxed);
+}
+
+void FsFileInfo::setLongPathSupport(bool on) {
+    setLongPaths(on);
+}
+
+bool FsFileInfo::getLongPathSupport() {
+    return hasLongPaths();
 }
 
 wchar_t* getPathName(const wchar_t* dir, const wchar_t* name) {

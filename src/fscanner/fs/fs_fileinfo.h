@@ -100,6 +100,11 @@ public:
     /// examined (the error flag is set). With large-file support its size is known.
     static void setLargeFileSupport(bool on);
     static bool getLargeFileSupport();
+    /// Process-wide. By default a directory whose path has 1024 characters or more is left
+    /// out of every search, and the observer is told `FsSkipReason::tooLong`. With long-path
+    /// support paths may have any length, beyond what the system takes in one call, too.
+    static void setLongPathSupport(bool on);
+    static bool getLongPathSupport();
 
 private:
     /// An owned text. Its buffer is kept while the next text fits, because one

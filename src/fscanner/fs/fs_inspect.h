@@ -48,9 +48,9 @@ private:
 };
 
 /// Sets `description` to what the `file` program says of the file, in the C locale.
-/// False where it says nothing; paths of 1024 characters or more have no type. The
-/// directory's other files are described at the same time, for the calls to come.
-/// One thread at a time in the process.
+/// False where it says nothing; a path of 1024 characters or more has no type without
+/// long-path support. The directory's other files are described at the same time, for the calls to
+/// come. One thread at a time in the process.
 FSCANNER_EXPORT bool fsFileType(const wchar_t* path, std::wstring& description);
 
 /// Asks for the types of many files, as `fsFileType` does. From the second directory on

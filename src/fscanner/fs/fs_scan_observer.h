@@ -10,7 +10,7 @@ class FsFileInfo;
 enum class FsSkipReason {
     denied,           ///< no permission to read it
     vanished,         ///< it was gone, or no longer a directory, when it was entered
-    tooLong,          ///< its path has 1024 characters or more
+    tooLong,          ///< its path has 1024 characters or more, and the host wants no such
     excluded,         ///< the query leaves it out
     otherFileSystem,  ///< a mount point that is searched on its own, or left out
     failed,           ///< any other error of the system

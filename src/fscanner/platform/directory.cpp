@@ -7,7 +7,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
 
@@ -16,6 +18,8 @@ namespace fscanner {
 namespace {
 
 constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+// For directories on the way, which need not be readable.
+constexpr int kPassFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // A buffer that one huge directory has grown is given back beyond this size.
 constexpr std::size_t kKeepCapacity = 1024 * 1024;
 // Behind each packed name: its terminator, the type and the length.
@@ -59,36 +63,84 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
     }
 }
 
-Descriptor openBeside(int parent, const char* name) {
-    return aboveStandardStreams(Descriptor(openat(parent, name, kOpenFlags)));
+Descriptor openBeside(int parent, const char* name, int flags = kOpenFlags) {
+    return aboveStandardStreams(Descriptor(openat(parent, name, flags)));
 }
 
 // Where the kernel has no openat2: one component after the other.
-Descriptor openByComponents(const char* path) {
-    Descriptor directory = openBeside(AT_FDCWD, *path == '/' ? "/" : ".");
+Descriptor openByComponents(int start, const char* path, int flags) {
+    const bool absolute = *path == '/';
+    path += std::strspn(path, "/");
+    Descriptor directory = openBeside(start, absolute ? "/" : ".", *path ? kPassFlags : flags);
     std::string component;
     while (directory && *path) {
-        path += std::strspn(path, "/");
         const std::size_t length = std::strcspn(path, "/");
-        if (length == 0) break;
         component.assign(path, length);
-        directory = openBeside(directory.get(), component.c_str());
         path += length;
+        path += std::strspn(path, "/");
+        directory = openBeside(directory.get(), component.c_str(), *path ? kPassFlags : flags);
     }
     return directory;
 }
 
-}  // namespace
-
-Descriptor openDirectoryWithoutLinks(const char* path) {
+Descriptor openWithoutLinks(int start, const char* path, int flags) {
     open_how how{};
-    how.flags = static_cast<unsigned>(kOpenFlags);
+    how.flags = static_cast<unsigned>(flags);
     how.resolve = RESOLVE_NO_SYMLINKS;
-    const long descriptor = syscall(SYS_openat2, AT_FDCWD, path, &how, sizeof how);
+    const long descriptor = syscall(SYS_openat2, start, path, &how, sizeof how);
     if (descriptor >= 0) return aboveStandardStreams(Descriptor(static_cast<int>(descriptor)));
     // EPERM is what some sandboxes say of a call that they do not know.
     const bool unsupported = errno == ENOSYS || errno == EPERM;
-    return unsupported ? openByComponents(path) : Descriptor();
+    return unsupported ? openByComponents(start, path, flags) : Descriptor();
+}
+
+// Takes as much off the front of a path as one call can open: whole components, and all of
+// the path where it is short enough. What has no "/" to cut it at is left to the call, which
+// refuses it.
+std::string takePiece(std::string_view& path) {
+    const std::size_t cut = path.size() < PATH_MAX ? path.npos : path.rfind('/', PATH_MAX - 1);
+    const std::string piece(path.substr(0, cut == 0 ? path.npos : cut));
+    path.remove_prefix(piece.size());
+    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
+    return piece;
+}
+
+Descriptor openLong(std::string_view path, int flags) {
+    Descriptor directory;
+    do {
+        const std::string piece = takePiece(path);
+        directory = openWithoutLinks(directory ? directory.get() : AT_FDCWD, piece.c_str(),
+                                     path.empty() ? flags : kPassFlags);
+    } while (directory && !path.empty());
+    return directory;
+}
+
+// How one call reaches a file: by its path, or by its name in a directory that is opened
+// first where the path is too long for a call.
+class Place {
+public:
+    explicit Place(std::string_view path) : name_(path) {
+        const std::size_t slash = path.rfind('/');
+        if (path.size() < PATH_MAX || slash == path.npos) return;
+        directory_ = openLong(path.substr(0, slash), kPassFlags);
+        at_ = directory_.get();
+        name_.erase(0, slash + 1);
+    }
+    /// False, with errno, when that directory cannot be opened.
+    bool found() const { return at_ == AT_FDCWD || directory_; }
+    int at() const { return at_; }
+    const char* name() const { return name_.c_str(); }
+
+private:
+    Descriptor directory_;
+    int at_ = AT_FDCWD;
+    std::string name_;
+};
+
+}  // namespace
+
+Descriptor openDirectoryWithoutLinks(const char* path) {
+    return openLong(path, kOpenFlags);
 }
 
 void DirectoryEntries::clear() {
@@ -130,6 +182,10 @@ int Directory::openChild(const Directory& parent, const char* name) {
     return descriptor_ ? 0 : errno;
 }
 
+int Directory::openParent(const Directory& child) {
+    return openChild(child, "..");
+}
+
 int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
     entries.clear();
     for (;;) {
@@ -153,10 +209,22 @@ int Directory::identify(Identity& identity) const {
     return 0;
 }
 
+int examineFile(std::string_view path, struct stat& info) {
+    const Place place(path);
+    return place.found() && fstatat(place.at(), place.name(), &info, AT_SYMLINK_NOFOLLOW) == 0
+               ? 0
+               : errno;
+}
+
+long readLinkTarget(std::string_view path, std::span<char> target) {
+    const Place place(path);
+    return place.found() ? readlinkat(place.at(), place.name(), target.data(), target.size()) : -1;
+}
+
 int examineDirectory(const char* path, bool& isDirectory) {
     struct stat info {};
     isDirectory = false;
-    if (lstat(path, &info) != 0) return errno;
+    if (const int error = examineFile(path, info)) return error;
     isDirectory = S_ISDIR(info.st_mode);
     return 0;
 }

@@ -46,10 +46,13 @@ private:
 /// never through a symbolic link.
 class Directory {
 public:
-    /// Opens an absolute path in which no component may be a link. 0, or the errno.
+    /// Opens an absolute path, of any length, in which no component may be a link. 0, or
+    /// the errno.
     int openPath(const char* path);
     /// Opens the directory `name` in `parent`; a link is refused. 0, or the errno.
     int openChild(const Directory& parent, const char* name);
+    /// Opens the directory that `child` lies in now. 0, or the errno.
+    int openParent(const Directory& child);
     void close() { descriptor_.close(); }
     bool isOpen() const { return static_cast<bool>(descriptor_); }
 
@@ -71,9 +74,16 @@ private:
     Descriptor descriptor_;
 };
 
-/// Opens a directory for reading. A symbolic link anywhere in the path fails: whoever
-/// may rename what lies on the way must not lead us elsewhere. errno tells why.
+/// Opens a directory for reading; its path may have any length. A symbolic link anywhere in the
+/// path fails: whoever may rename what lies on the way must not lead us elsewhere. errno tells why.
 Descriptor openDirectoryWithoutLinks(const char* path);
+
+/// `lstat` for a path of any length. In one that is too long for the system, no directory
+/// may be a symbolic link. 0, or the errno.
+int examineFile(std::string_view path, struct stat& info);
+
+/// `readlink` for such a path: the bytes of the target, or -1 with errno.
+long readLinkTarget(std::string_view path, std::span<char> target);
 
 /// Whether `path` is a directory itself, links not followed. 0, or the errno (and
 /// `isDirectory` is false then).
