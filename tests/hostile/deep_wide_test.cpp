@@ -9,8 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "fscanner/fs/fs_scan_observer.h"
 #include "hostile/cache_image.h"
@@ -147,6 +149,143 @@ TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
     EXPECT_EQ(status, 0);
     // The tree is too deep for others to remove by its paths.
     EXPECT_EQ(std::system(("rm -rf '" + tree.path("m") + "'").c_str()), 0);
+}
+
+/// Long paths, as a host asks for them.
+class WithLongPaths : public DeepAndWide {
+protected:
+    static constexpr int kLevels = 10000;
+
+    WithLongPaths() { FsFileInfo::setLongPathSupport(true); }
+    ~WithLongPaths() override {
+        FsFileInfo::setLongPathSupport(false);
+        // Too deep for others.
+        EXPECT_EQ(std::system(("rm -rf '" + tree.path() + "'/*").c_str()), 0);
+    }
+
+    // Paths of 80,000 bytes; every hundredth level has a file, and siblings on both sides of
+    // the way down.
+    void plant() {
+        Nest nest(tree.path());
+        std::string path = tree.path();
+        for (int level = 0; level < kLevels; ++level) {
+            const std::string name = level % 40 == 0 ? std::string(255, 'm') : "m";
+            nest.down(name);
+            path += '/' + name;
+            if (level % 100 != 0 && level != kLevels - 1) continue;
+            nest.file("f");
+            expected.push_back(path + "/f");
+            for (const char* const sibling : {"a", "z"}) {
+                nest.directory(sibling);
+                nest.file((std::string(sibling) + "/f").c_str());
+                expected.push_back(path + '/' + sibling + "/f");
+            }
+        }
+        std::sort(expected.begin(), expected.end());
+    }
+    /// Asks the file system and a cache that is new, young and old in turn: 0, or the number
+    /// of the answer that is wrong.
+    int firstWrong() const {
+        int answer = 0;
+        for (const unsigned age : {kDay, kDay, 0U - 10}) {
+            CollectingWriter direct, cached;
+            ++answer;
+            if (fsScanQuery(direct, query, kMinute) != 0 || direct.sorted() != expected)
+                return answer;
+            ++answer;
+            if (cache.query(cached, query, age) != 0 || cached.sorted() != expected) return answer;
+        }
+        return 0;
+    }
+
+    std::vector<std::string> expected;
+};
+
+TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
+    plant();
+    const rlimit few{24, 24};
+    const int status = inChild([&] {
+        if (::close_range(3, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &few) != 0) return 100;
+        int verdict = 101;
+        onStackOf(kSmallStack, [&] { verdict = firstWrong(); });
+        return verdict;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(WithLongPaths, CriteriaAndExclusionsReachTheDepth) {
+    plant();
+    const std::string deepest = expected.back();
+    const std::wstring below = toWide(deepest.substr(0, deepest.size() - 2));
+    query.setQuery(L"path([PATHID], [FILENAME])==\"*/z/f\"");
+    query.addExcludePath((below + L"/z").c_str(), true);
+    query.addExcludePath((tree.wide() + L"/*/m/a").c_str(), true);
+    std::erase_if(expected, [&](const std::string& path) { return !path.ends_with("/z/f"); });
+    std::erase(expected, deepest + "/z/f");
+    EXPECT_EQ(firstWrong(), 0);
+}
+
+TEST_F(WithLongPaths, TypesComeFromLongPaths) {
+    Nest nest(tree.path());
+    std::string path = tree.path();
+    for (int level = 0; level < 100; ++level) {
+        nest.down(std::string(200, 'd'));
+        path += '/' + std::string(200, 'd');
+    }
+    nest.file("empty");
+    expected = {path + "/empty"};
+    query.setQuery(L"type(path([PATHID], [FILENAME]), \"empty\") != 0");
+    EXPECT_EQ(firstWrong(), 0);
+    FsFileInfo record;
+    record.setFilePath(toWide(path).c_str());
+    record.setFileName(L"empty");
+    EXPECT_TRUE(record.updateInfo());
+}
+
+TEST_F(WithLongPaths, OtherHostsLeaveOutWhatTheCacheHolds) {
+    plant();
+    CollectingWriter whole, cached, direct;
+    ASSERT_EQ(cache.query(whole, query), 0);
+    EXPECT_EQ(whole.paths.size(), expected.size());
+    FsFileInfo::setLongPathSupport(false);
+    SkipList observer;
+    EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
+    const auto told = std::exchange(observer.skips, {});
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(cache.query(cached, query), 0);
+    EXPECT_EQ(cached.sorted(), direct.sorted());
+    EXPECT_EQ(observer.skips, told);
+}
+
+// A directory that is moved while the walk is below it is left by another way than it was
+// entered; what is left of its parent is found by the path.
+TEST_F(WithLongPaths, WhatIsMovedMeanwhileDoesNotHideItsOldNeighbours) {
+    Nest nest(tree.path());
+    nest.directory("elsewhere");
+    for (int level = 0; level < 40; ++level) {
+        nest.file("f");
+        nest.directory("a");
+        nest.file("a/f");
+        nest.directory("z");
+        nest.file("z/f");
+        nest.down("m");
+    }
+    nest.file("last");
+    struct Mover : CollectingWriter {
+        explicit Mover(const TempTree& tree) : tree_(tree) {}
+        int addRecord(const FsFileInfo& record) override {
+            if (std::wstring_view(record.getName()) == L"last")
+                std::filesystem::rename(tree_.path("m/m/m"), tree_.path("elsewhere/m"));
+            return CollectingWriter::addRecord(record);
+        }
+        const TempTree& tree_;
+    } writer(tree);
+    EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
+    // At three levels all is found, below what was moved whatever the order allows.
+    std::size_t above = 0;
+    for (const std::string& path : writer.paths)
+        above += path.find("/m/m/m/") == path.npos && path.find("elsewhere") == path.npos;
+    EXPECT_EQ(above, 9U);
 }
 
 TEST_F(DeepAndWide, PathsAroundTheLimitAreFoundOrReported) {

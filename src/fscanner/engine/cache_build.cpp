@@ -25,7 +25,7 @@ bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, un
 // in one of them must not be missing in later answers.
 void forgetTimes(CacheStore& store, unsigned id) {
     RecordSet& records = store.directoryRecords();
-    for (unsigned step = 0; id != 0 && step < kLongestChain; ++step) {
+    for (CircleGuard circle; id != 0 && !circle.closes(id);) {
         if (!store.lookups().byId(records, id)) return;
         id = records.getFieldAsInt32(DIRECTORIES_PARENTID);
         if (records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) continue;
@@ -88,22 +88,17 @@ DfsState& dfsState() {
     return state;
 }
 
-// Finds the nearest ancestor that has a record, and gives the others theirs, from the
-// highest down to the root itself.
+// Goes down from the top as long as there are records, and gives the others theirs, down to
+// the root itself.
 bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
-    const std::vector<PathAncestor> chain = PathHelper::pathReducer(root);
+    const std::vector<std::wstring> names = pathNames(root);
     RecordSet& records = store.directoryRecords();
-    std::size_t missing = 0;
     unsigned parent = 0;
-    for (; missing < chain.size(); ++missing) {
-        if (!tree.findPathByName(records, store.ancestorRecords(), chain[missing].path.c_str(),
-                                 true))
-            continue;
+    auto name = names.begin();
+    for (; name != names.end() && tree.findChild(records, parent, *name); ++name)
         parent = records.getFieldAsInt32(DIRECTORIES_ID);
-        break;
-    }
-    while (missing-- > 0) {
-        if (!insertDirectory(store, chain[missing].name.c_str(), parent, 0)) return false;
+    for (; name != names.end(); ++name) {
+        if (!insertDirectory(store, name->c_str(), parent, 0)) return false;
         parent = store.directoriesIndex();
     }
     return true;

@@ -1,7 +1,6 @@
 #include "fscanner/engine/cache_extract.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <memory>
 
@@ -27,31 +26,22 @@ namespace {
 // The criteria command "path": the directory's path by its ID, joined with the name.
 class chPathCommand : public BinaryCmd {
 public:
-    chPathCommand(CacheStore& store, CacheTree& tree)
-        : tree_(tree), directories_(store.directories().openRecordSet()), store_(store) {}
-    chPathCommand(const chPathCommand&) = delete;
-    chPathCommand& operator=(const chPathCommand&) = delete;
-    ~chPathCommand() override { store_.directories().closeRecordSet(directories_); }
+    explicit chPathCommand(CacheStore& store) : directory_(store) {}
 
     int execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) override;
 
 private:
     bool findDirectory(unsigned id);
 
-    CacheTree& tree_;
-    RecordSet directories_;
-    CacheStore& store_;
-    std::array<wchar_t, kPathBuffer> directory_{};
+    DirectoryChain directory_;
     unsigned directoryId_ = 0;
 };
 
 // Files come in runs of one directory, so the last one is kept.
 bool chPathCommand::findDirectory(unsigned id) {
-    if (id == directoryId_ && directory_[0]) return true;
+    if (id == directoryId_ && directory_.depth() > 0) return true;
     directoryId_ = id;
-    if (tree_.findPathById(directories_, id, directory_.data(), kPathBuffer)) return true;
-    directory_[0] = L'\0';
-    return false;
+    return directory_.enter(id);
 }
 
 int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) {
@@ -63,7 +53,7 @@ int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, Ex
         debug("chPathCommand::execute - findPathById(...) failed!\n");
         return 1;
     }
-    const HeapText path(getFullPathName(directory_.data(), name.getStringValue()));
+    const HeapText path(getFullPathName(directory_.path().c_str(), name.getStringValue()));
     if (!path) {
         debug("chPathCommand::execute - getFullPathName(...) failed!\n");
         return 1;
@@ -83,13 +73,12 @@ constexpr unsigned kRefusedPerClock = 64;
 // One run over the files table.
 class Extraction {
 public:
-    Extraction(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
-               const ExtractionRequest& request)
+    Extraction(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request)
         : store_(store),
           writer_(writer),
           request_(request),
           chain_(store),
-          pathCommand_(store, tree),
+          pathCommand_(store),
           exclusions_(request.exclude, request.caseSensitive),
           evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search) {
         for (const PathDrive& pair : request.pairs)
@@ -113,6 +102,7 @@ private:
     static int interrupted();
     Directory enter(unsigned pathId);
     bool judge();
+    bool refuseTooLong();
     bool accepts(const wchar_t* directory, bool anyBelow = false);
     bool leavesOut(const wchar_t* directory, bool recursiveOnly);
     bool settlesBelow(const wchar_t* directory) const;
@@ -142,6 +132,8 @@ private:
     std::size_t longestPair_ = 0;
     std::size_t settledDepth_ = 0;  // in the chain: all below is accepted; 0: unknown
     std::wstring prefix_;
+    const std::size_t longestPath_ = longestPath();
+    std::wstring tooLong_;  // the directory that was told last
 };
 
 // No record set keeps the evaluator, and no name of a command hides a variable.
@@ -227,8 +219,9 @@ Extraction::Directory Extraction::enter(unsigned pathId) {
 }
 
 bool Extraction::judge() {
-    if (settledDepth_ == 0 || chain_.kept() < settledDepth_) {
-        settledDepth_ = 0;
+    if (chain_.kept() < settledDepth_) settledDepth_ = 0;
+    if (chain_.path().size() > longestPath_) return refuseTooLong();
+    if (settledDepth_ == 0) {
         const wchar_t* directory = chain_.path().c_str();
         if (!accepts(directory)) return false;
         if (settlesBelow(directory)) settledDepth_ = chain_.depth();
@@ -236,6 +229,17 @@ bool Extraction::judge() {
     prefix_ = chain_.path();
     if (!prefix_.ends_with(L'/')) prefix_ += L'/';
     return true;
+}
+
+// A host that wants no long paths is told of the topmost directory that has one, as a walk
+// would tell it.
+bool Extraction::refuseTooLong() {
+    const std::wstring topmost = chain_.topmostBeyond(longestPath_);
+    if (topmost == tooLong_) return false;
+    tooLong_ = topmost;
+    if (accepts(tooLong_.c_str()) && scanObserver())
+        scanObserver()->skipped(tooLong_.c_str(), FsSkipReason::tooLong, 0);
+    return false;
 }
 
 // Whether all that lies below an accepted directory is accepted, too, so that it need
@@ -313,20 +317,18 @@ bool Extraction::goesOn() {
 
 }  // namespace
 
-int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
-                   const ExtractionRequest& request) {
+int extractResults(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request) {
     if (std::none_of(request.pairs.begin(), request.pairs.end(), QueryPlan::isLocal)) {
         debug("FS_Cache::extractResults - no included paths specified!\n");
         return FS_CACHE_SUCCESS;
     }
-    const auto extraction = std::make_unique<Extraction>(store, tree, writer, request);
+    const auto extraction = std::make_unique<Extraction>(store, writer, request);
     extraction->tellUnread();
     return extraction->run();
 }
 
-int tellUnread(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
-               const ExtractionRequest& request) {
-    std::make_unique<Extraction>(store, tree, writer, request)->tellUnread();
+int tellUnread(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request) {
+    std::make_unique<Extraction>(store, writer, request)->tellUnread();
     return FS_CACHE_SUCCESS;
 }
 

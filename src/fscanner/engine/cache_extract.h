@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fscanner/discovery/mount_map.h"
-#include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/cache_store.h"
 
 namespace fscanner {
 
@@ -22,12 +22,11 @@ struct ExtractionRequest {
 /// Reads the files table once and writes the files that satisfy the criteria and lie
 /// inside a local pair and outside the excluded paths. The observer is told first of the
 /// directories there that could not be read. 0; -41 when the time ran out;
-/// -40 when a file's directory has no record. Records already written stay.
-int extractResults(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
-                   const ExtractionRequest& request);
+/// -40 when a file's directory has no record. Records already written stay. Directories
+/// whose paths are too long for this process are left out, and the observer is told.
+int extractResults(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request);
 /// Only the beginning of that: tells the observer of the directories there that could not
 /// be read. Returns 0.
-int tellUnread(CacheStore& store, CacheTree& tree, FsResultSetWriter& writer,
-               const ExtractionRequest& request);
+int tellUnread(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request);
 
 }  // namespace fscanner

@@ -154,7 +154,7 @@ int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pai
     PathHelper::removePathListDuplicate(exclude);
     const ExtractionRequest request{query_.getQuery(),         plan.mounts(), pairs, exclude,
                                     query_.getCaseSensitive(), timeout_};
-    return how(store_, tree_, *writer_, request);
+    return how(store_, *writer_, request);
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {

@@ -1,10 +1,9 @@
 #include "fscanner/engine/cache_report.h"
 
 #include <algorithm>
-#include <array>
 #include <unordered_map>
 
-#include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/directory_chain.h"
 
 namespace fscanner {
 
@@ -61,11 +60,9 @@ bool reportCache(CacheStore& store, FsCacheReport& report) {
         const unsigned root = treeOf(directories, files.getFieldAsInt32(FILES_PATHID));
         if (root) ++trees[root].files;
     }
-    CacheTree lookup(store);
-    std::array<wchar_t, kPathBuffer> path;
+    DirectoryChain chain(store);
     for (auto& [root, tree] : trees) {
-        if (lookup.findPathById(store.directoryRecords(), root, path.data(), kPathBuffer))
-            tree.path = path.data();
+        if (chain.enter(root)) tree.path = chain.path();
         tree.builtAt = directories[root].time;
         report.trees.push_back(tree);
     }

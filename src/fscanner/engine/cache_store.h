@@ -58,8 +58,6 @@ public:
     bool byPathId(RecordSet& files, unsigned id);
     /// Candidates for a directory name; the caller compares the name again.
     bool byPathName(RecordSet& directories, const std::wstring& name, bool caseFlag);
-    /// The variable "parentid", which a recursion has changed.
-    void setParentId(unsigned id) { parentId_->value(id); }
 
 private:
     bool lookUp(RecordSet& records, CriteriaEvaluator& evaluator, const wchar_t* field,

@@ -1,7 +1,5 @@
 #include "fscanner/engine/cache_tree.h"
 
-#include <vector>
-
 #include "fscanner/common/strings.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -23,11 +21,12 @@ unsigned parentOf(const RecordSet& directories) {
     return directories.getFieldAsInt32(DIRECTORIES_PARENTID);
 }
 
-// Whether the chain of parents from `parent` up has the names, and ends at the top.
+// Whether the chain of parents from `parent` up has all names but the last, and ends at the
+// top.
 bool isBelow(RecordSet& ancestors, CacheLookups& lookups, unsigned parent,
-             const std::vector<PathAncestor>& chain, bool caseFlag) {
-    for (std::size_t k = 1; k < chain.size(); ++k) {
-        if (!lookups.byId(ancestors, parent) || !isNamed(ancestors, chain[k].name, caseFlag))
+             const std::vector<std::wstring>& names, bool caseFlag) {
+    for (std::size_t level = names.size() - 1; level > 0; --level) {
+        if (!lookups.byId(ancestors, parent) || !isNamed(ancestors, names[level - 1], caseFlag))
             return false;
         parent = parentOf(ancestors);
     }
@@ -35,6 +34,12 @@ bool isBelow(RecordSet& ancestors, CacheLookups& lookups, unsigned parent,
 }
 
 }  // namespace
+
+std::vector<std::wstring> pathNames(const wchar_t* path) {
+    std::vector<std::wstring> names = PathHelper::structured_path_decomposer(path);
+    if (*path == L'/') names.insert(names.begin(), PathHelper::PathSeparator);
+    return names;
+}
 
 bool CacheTree::findPathByName(RecordSet& candidates, RecordSet& ancestors, const wchar_t* path,
                                bool caseFlag) {
@@ -44,19 +49,29 @@ bool CacheTree::findPathByName(RecordSet& candidates, RecordSet& ancestors, cons
 
 bool CacheTree::findSpelledPath(RecordSet& candidates, RecordSet& ancestors, const wchar_t* path,
                                 bool caseFlag) {
-    const std::vector<PathAncestor> chain = PathHelper::pathReducer(path);
-    if (chain.empty()) return false;
-    const std::wstring& name = chain.front().name;
+    const std::vector<std::wstring> names = pathNames(path);
+    if (names.empty()) return false;
+    const std::wstring& name = names.back();
     bool found = store_.lookups().byPathName(candidates, name, caseFlag);
     while (found && !isNamed(candidates, name, caseFlag)) found = candidates.moveNext();
     // Of a single name only the newest record is looked at, on purpose.
-    if (chain.size() == 1) return found && parentOf(candidates) == 0;
+    if (names.size() == 1) return found && parentOf(candidates) == 0;
     for (; found; found = candidates.moveNext()) {
         if (isNamed(candidates, name, caseFlag) &&
-            isBelow(ancestors, store_.lookups(), parentOf(candidates), chain, caseFlag))
+            isBelow(ancestors, store_.lookups(), parentOf(candidates), names, caseFlag))
             return true;
     }
     return false;
+}
+
+bool CacheTree::findChild(RecordSet& records, unsigned parent, const std::wstring& name) {
+    bool found = store_.lookups().byPathName(records, name, true);
+    while (found && (parentOf(records) != parent || !isNamed(records, name, true))) {
+        // Of the topmost ones only the newest record is looked at, as of a single name.
+        if (parent == 0 && isNamed(records, name, true)) return false;
+        found = records.moveNext();
+    }
+    return found;
 }
 
 const CacheTree::Known* CacheTree::known(RecordSet& directories, unsigned id) {
@@ -72,10 +87,11 @@ bool CacheTree::findPathById(RecordSet& directories, unsigned id, wchar_t* buffe
                              unsigned bufferSize) {
     if (!buffer || bufferSize == 0) return false;
     *buffer = L'\0';
-    for (unsigned step = 0; step < kLongestChain; ++step) {
+    CircleGuard circle;
+    for (bool first = true; !circle.closes(id); first = false) {
         const Known* directory = known(directories, id);
         if (!directory) return false;
-        const bool joined = step > 0 && !directory->name.ends_with(L'/');
+        const bool joined = !first && !directory->name.ends_with(L'/');
         if (joined && !wcs_stringCat(L"/", buffer, bufferSize)) return false;
         if (!wcs_stringCat(directory->name.c_str(), buffer, bufferSize)) return false;
         if (directory->parent == 0) return *buffer != L'\0';
@@ -92,39 +108,26 @@ void CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     if (!files.closeRecordSet(records)) debug("FS_Cache::removeFiles - closeRecordSet failed!\n");
 }
 
-// Depth first, one record set a level; the levels are on the heap, because a path may
-// have hundreds of components.
+// A directory's record goes before it is searched for children: so each is met once, also in
+// a damaged table, and what waits are IDs alone.
 void CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) {
-    struct Level {
-        unsigned id;
-        RecordSet children;
-        bool started;
-    };
     pathMap_.clear();
-    std::vector<Level> levels;
-    levels.push_back({id, directories.openRecordSet(), false});
-    while (!levels.empty()) {
-        Level& level = levels.back();
-        bool found = false;
-        if (level.started) {
-            store_.lookups().setParentId(level.id);
-            found = level.children.moveNext();
-        } else {
-            level.started = true;
-            found = store_.lookups().byParentId(level.children, level.id);
+    RecordSet records = directories.openRecordSet();
+    if (store_.lookups().byId(records, id)) records.remove();
+    std::vector<unsigned> waiting{id};
+    while (!waiting.empty()) {
+        const unsigned parent = waiting.back();
+        waiting.pop_back();
+        removeFiles(files, parent);
+        store_.unread().remove(parent);
+        bool found = store_.lookups().byParentId(records, parent);
+        for (; found; found = records.moveNext()) {
+            const unsigned child = records.getFieldAsInt32(DIRECTORIES_ID);
+            if (records.remove()) waiting.push_back(child);
         }
-        if (found && levels.size() < kLongestChain) {
-            const unsigned child = level.children.getFieldAsInt32(DIRECTORIES_ID);
-            levels.push_back({child, directories.openRecordSet(), false});
-            continue;
-        }
-        removeFiles(files, level.id);
-        store_.unread().remove(level.id);
-        if (store_.lookups().byId(level.children, level.id)) level.children.remove();
-        if (!directories.closeRecordSet(level.children))
-            debug("FS_Cache::removeTree - closeRecordSet failed!\n");
-        levels.pop_back();
     }
+    if (!directories.closeRecordSet(records))
+        debug("FS_Cache::removeTree - closeRecordSet failed!\n");
 }
 
 }  // namespace fscanner

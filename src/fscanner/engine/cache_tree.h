@@ -2,16 +2,35 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "fscanner/engine/cache_store.h"
 
 namespace fscanner {
 
-/// Room, in characters, for the path of any directory of the cache.
-constexpr unsigned kPathBuffer = 4096;
-/// No path has as many components: a longer chain of parents is a circle of a
-/// damaged table.
-constexpr unsigned kLongestChain = 1024;
+/// Tells whether a chain of parents is a circle of a damaged table. A chain may be as long
+/// as there are directories; one ID is kept, and replaced after ever more steps.
+class CircleGuard {
+public:
+    /// To be asked about each ID of the chain. Sooner or later true in a circle, never
+    /// outside of one.
+    bool closes(unsigned id) {
+        if (id == kept_) return true;
+        if (--left_ > 0) return false;
+        kept_ = id;
+        left_ = length_ *= 2;
+        return false;
+    }
+
+private:
+    unsigned kept_ = 0;  // no directory's ID
+    unsigned long long length_ = 16;
+    unsigned long long left_ = length_;
+};
+
+/// The names of the directories that a path leads through, the topmost first; that of "/"
+/// is "/".
+std::vector<std::wstring> pathNames(const wchar_t* path);
 
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
 /// path, and the removal of a subtree.
@@ -29,6 +48,10 @@ public:
     /// Writes the path of directory `id` into `buffer`, which has room for
     /// `bufferSize` characters and needs 4 more than the path.
     bool findPathById(RecordSet& directories, unsigned id, wchar_t* buffer, unsigned bufferSize);
+
+    /// Whether the directory `parent` holds one of this name; `records` is then on it. The
+    /// parent 0 is that of the topmost ones.
+    bool findChild(RecordSet& records, unsigned parent, const std::wstring& name);
 
     /// Removes the files whose directory is `pathId`.
     void removeFiles(FS_Table& files, unsigned pathId);

@@ -1,5 +1,7 @@
 #include "fscanner/engine/directory_chain.h"
 
+#include <algorithm>
+
 #include "fscanner/engine/cache_tree.h"
 
 namespace fscanner {
@@ -16,7 +18,14 @@ bool DirectoryChain::enter(unsigned id) {
     if (!climb(id)) return fail();
     levels_.resize(kept_);
     path_.resize(kept_ == 0 ? 0 : levels_.back().length);
-    return descend() && !path_.empty() ? true : fail();
+    descend();
+    return !path_.empty() || fail();
+}
+
+std::wstring DirectoryChain::topmostBeyond(std::size_t length) const {
+    const auto isLonger = [=](const Level& level) { return level.length > length; };
+    const auto found = std::find_if(levels_.begin(), levels_.end(), isLonger);
+    return path_.substr(0, found == levels_.end() ? path_.npos : found->length);
 }
 
 bool DirectoryChain::fail() {
@@ -36,24 +45,24 @@ std::size_t DirectoryChain::levelOf(unsigned id) const {
 /// From the directory up to where the chain is met, or to the top.
 bool DirectoryChain::climb(unsigned id) {
     below_.clear();
+    CircleGuard circle;
     for (kept_ = levelOf(id); kept_ == 0; kept_ = levelOf(id)) {
-        if (below_.size() == kLongestChain || !look(id)) return false;
+        if (circle.closes(id) || !look(id)) return false;
         if (names_.size() == below_.size()) names_.emplace_back();
         names_[below_.size()] = name_->view();
         below_.push_back({id, name_->view().ends_with(L'/'), 0});
         id = parent_->value();
         if (id == 0) break;
     }
-    return kept_ + below_.size() <= kLongestChain;
+    return true;
 }
 
-bool DirectoryChain::descend() {
+void DirectoryChain::descend() {
     for (std::size_t i = below_.size(); i > 0; --i) {
         if (!levels_.empty() && !levels_.back().joined) path_ += L'/';
         path_ += names_[i - 1];
         levels_.push_back({below_[i - 1].id, below_[i - 1].joined, path_.size()});
     }
-    return path_.size() + 4 <= kPathBuffer;
 }
 
 /// Reads the directory's record.

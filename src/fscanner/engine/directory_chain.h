@@ -15,16 +15,19 @@ namespace fscanner {
 /// shares with it is not looked up again, and what it does not is expected where the
 /// record of that ID lies if none was ever removed: IDs and records count alike. The
 /// index is asked only when another record lies there. The answer is always that of
-/// `CacheTree::findPathById`. The table must not change meanwhile.
+/// `CacheTree::findPathById` with a buffer that is large enough. The table must not change
+/// meanwhile.
 class DirectoryChain {
 public:
     explicit DirectoryChain(CacheStore& store);
 
     /// Goes to directory `id`. False, and the chain is empty, when it or one of its
-    /// parents has no record, or when its path is too long.
+    /// parents has no record, or when its parents are a circle of a damaged table.
     bool enter(unsigned id);
     /// The path, without a "/" at its end unless its name has one. Until `enter`.
     const std::wstring& path() const { return path_; }
+    /// The path of the first directory of the chain whose path has more characters.
+    std::wstring topmostBeyond(std::size_t length) const;
     /// The number of directories in the chain, and how many of them the last `enter`
     /// found there.
     std::size_t depth() const { return levels_.size(); }
@@ -41,7 +44,7 @@ private:
     bool lookUp(unsigned id);
     std::size_t levelOf(unsigned id) const;
     bool climb(unsigned id);
-    bool descend();
+    void descend();
     bool fail();
 
     CacheStore& store_;
