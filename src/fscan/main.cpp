@@ -87,6 +87,7 @@ int main(int argc, char** argv) try {
     fscan::guardStandardDescriptors();
     fscan::useUsersLocale();
     fscanner::FsFileInfo::setLargeFileSupport(true);
+    fscanner::FsFileInfo::setLongPathSupport(true);
     fscan::Output out(STDOUT_FILENO);
     return fscan::finish(fscan::run(argc, argv, out), out);
 } catch (const std::exception& error) {

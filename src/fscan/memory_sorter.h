@@ -17,7 +17,7 @@ class MemorySorter {
 public:
     explicit MemorySorter(SortOrder order) : order_(order) {}
 
-    /// False when there is no room: at about 4 GiB, or for a name of a megabyte.
+    /// False when there is no room: at about 4 GiB.
     bool add(const Match& match);
     void sort();
     std::size_t size() const { return size_; }

@@ -44,7 +44,7 @@ public:
 
 private:
     // Even where everything is to go to files, few ties are not worth one.
-    static constexpr std::size_t smallestBound = std::size_t{1} << 20;
+    static constexpr std::size_t smallestBound = std::size_t{1} << 24;
 
     Match key() const {
         Match key = *first_;

@@ -16,7 +16,7 @@ class TextPool {
 public:
     using Place = std::uint32_t;
 
-    /// False when there is no room: at about 4 GiB, or for a text of a megabyte.
+    /// False when there is no room: at about 4 GiB.
     bool add(std::string_view text, const FileFacts& facts = {});
     std::string_view text(Place place) const {
         const Header found = header(place);
@@ -59,7 +59,8 @@ private:
         return header;
     }
 
-    std::vector<Chunk> chunks_;
+    std::vector<Chunk> chunks_;  // one for a longer text is followed by empty ones
+    std::size_t fill_ = 0;       // the one that is being filled
     Place last_ = 0;
 };
 
