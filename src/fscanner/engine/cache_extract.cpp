@@ -164,7 +164,7 @@ int Extraction::run() {
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;
     exclusions_.lookUpOthers(
-        store_, [this](const wchar_t* directory) { return coveringPair(directory) >= 0; });
+        store_, [this](const wchar_t* directory) { return coveringPair(directory) != nullptr; });
     return FS_CACHE_SUCCESS;
 }
 

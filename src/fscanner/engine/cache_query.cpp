@@ -1,5 +1,7 @@
 #include "fscanner/engine/cache_query.h"
 
+#include <algorithm>
+
 #include "fscanner/common/time.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache.h"
@@ -8,6 +10,7 @@
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 
@@ -139,8 +142,20 @@ CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
     if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(), true))
         return {false, 0};
     // One that could not be read may be readable now: that costs a look, and no walk.
-    if (store_.unread().contains(record.getFieldAsInt32(DIRECTORIES_ID))) return {true, 0};
+    const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
+    if (store_.unread().contains(id) || lacksLongPaths(id)) return {true, 0};
     return {true, store_.builtTime(record)};
+}
+
+// Whether the tree was built by a host that wanted no long paths, lacks some, and is asked
+// by one that wants them.
+bool CacheQuery::lacksLongPaths(unsigned root) {
+    if (!FsFileInfo::getLongPathSupport()) return false;
+    const auto& unread = store_.unread().all();
+    return std::any_of(unread.begin(), unread.end(), [&](const auto& one) {
+        return one.second.reason == FsSkipReason::tooLong &&
+               tree_.isInside(store_.ancestorRecords(), one.first, root);
+    });
 }
 
 // A tree of the future was built before the clock was set back: its age is not known.

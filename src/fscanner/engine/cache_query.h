@@ -40,6 +40,7 @@ private:
         unsigned built;
     };
     Found find(const PathDrive& pair);
+    bool lacksLongPaths(unsigned root);
     void tellOfCached(const wchar_t* path, unsigned built) const;
     bool isYoung(unsigned built) const;
 

@@ -295,7 +295,7 @@ bool CacheStore::openCache() {
 
 void CacheStore::openRecordSets() {
     files_->expectConstantKeys();
-    files_->expectPatterns(nameExists(path(CachePatternsSuffix)));
+    files_->expectPatterns(presenceOf(path(CachePatternsSuffix)) != Presence::absent);
     directories_->expectConstantKeys();
     filesRecords_ = files_->openRecordSet();
     directoryRecords_ = directories_->openRecordSet();

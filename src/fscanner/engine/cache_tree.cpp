@@ -100,6 +100,15 @@ bool CacheTree::findPathById(RecordSet& directories, unsigned id, wchar_t* buffe
     return false;
 }
 
+bool CacheTree::isInside(RecordSet& directories, unsigned id, unsigned root) {
+    for (CircleGuard circle; id != 0 && id != root && !circle.closes(id);) {
+        const Known* directory = known(directories, id);
+        if (!directory) return false;
+        id = directory->parent;
+    }
+    return id == root;
+}
+
 void CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     pathMap_.clear();
     RecordSet records = files.openRecordSet();

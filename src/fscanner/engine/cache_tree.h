@@ -53,6 +53,9 @@ public:
     /// parent 0 is that of the topmost ones.
     bool findChild(RecordSet& records, unsigned parent, const std::wstring& name);
 
+    /// Whether directory `id` is `root` or lies below it.
+    bool isInside(RecordSet& directories, unsigned id, unsigned root);
+
     /// Removes the files whose directory is `pathId`.
     void removeFiles(FS_Table& files, unsigned pathId);
     /// Removes directory `id` with all below it.
