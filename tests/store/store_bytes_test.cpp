@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "build_paths.h"
 #include "store/table_fixture.h"
 #include "support/format_example.h"
 

@@ -3,6 +3,7 @@
 #include <sstream>
 #include <string>
 
+#include "build_paths.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {
