@@ -1,7 +1,8 @@
-// The same questions in every way: directly, of a new, an old and a refreshed cache, of a
-// monitored one, each with a plan made for the call and a kept one. A plain recursive walk
-// with an evaluation of its own says what is right. The tree has mounts of every kind, and
-// names that somebody chose to be found wrong.
+// The same questions in every way: directly, of a new, an old and a refreshed
+// cache, of a monitored one, each with a plan made for the call and a kept one.
+// A plain recursive walk with an evaluation of its own says what is right. The
+// tree has mounts of every kind, and names that somebody chose to be found
+// wrong.
 
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -94,7 +95,8 @@ Value named(const File& file, const wchar_t* text, bool cased) {
 }
 
 struct Question {
-    Names include;  // below the tree; with a group before it, and "+" behind it for recursive
+    Names include;  // below the tree; with a group before it, and "+" behind it
+                    // for recursive
     Names exclude = {};
     const wchar_t* criteria = L"";
     Value (*value)(const File&, bool cased) = [](const File&, bool) -> Value { return 1; };
@@ -148,7 +150,7 @@ bool isAnswer(const Question& question, const File& file) {
         std::any_of(question.exclude.begin(), question.exclude.end(), [&](const std::string& text) {
             return Place(text).isOnIts(file.on) && Place(text).describes(directory, question.cased);
         });
-    return searched && !excluded && question.value(file, question.cased) == 1;
+    return searched && !excluded && question.value(file, question.cased).value_or(0) != 0;
 }
 
 // ---- The questions ----------------------------------------------------------
@@ -194,6 +196,9 @@ const std::map<std::string, Question> kQuestions = {
     {"a place below a star", {{"m/*+"}}},
     {"beside a star", {{"m/ab+"}}},
     {"around a star", {{"m+"}}},
+    {"around remote mounts with such names", {{"r+"}}},
+    {"whatever the drive, around such names", {{"$all::r+"}}},
+    {"remote, with such a name", {{"$remote::r/*+", "$remote::r/end:+"}}},
     {"a place with a colon", {{"c/end:+"}}},
     {"around a colon", {{"c+"}}},
     {"where a mount is covered", {{"cov+"}}},
@@ -211,6 +216,14 @@ const std::map<std::string, Question> kQuestions = {
     {"without all below a mount", {{"$all::+"}, {"$all::n1/n2+"}}},
     {"without the mount with a colon", {{"c+"}, {"c/end:+"}}},
     // ---- Names
+    {"a name", {.include = {"+"}, .criteria = L"[FILENAME]==\"a.txt\"", .value = isA}},
+    {"a name, no case",
+     {.include = {"+"}, .criteria = L"[FILENAME]==\"A.txt\"", .value = isA, .cased = false}},
+    {"the Kelvin sign",
+     {.include = {"+"},
+      .criteria = L"[FILENAME]==\"k.txt\"",
+      .value = [](const File& file, bool cased) { return named(file, L"k.txt", cased); },
+      .cased = false}},
     {"a pattern", {.include = {"+"}, .criteria = L"[FILENAME]==\"*.txt\"", .value = isText}},
     {"a pattern, no case",
      {.include = {"+"}, .criteria = L"[FILENAME]==\"*.TXT\"", .value = isText, .cased = false}},
@@ -221,12 +234,30 @@ const std::map<std::string, Question> kQuestions = {
           const Value text = isText(file, cased);
           return text ? Value(*text == 0) : text;
       }}},
+    {"not a name",
+     {.include = {"+"},
+      .criteria = L"([FILENAME]==\"a.txt\")==0",
+      .value = [](const File& file, bool cased) -> Value { return *isA(file, cased) == 0; }}},
+    {"one less a name",
+     {.include = {"+"},
+      .criteria = L"1-([FILENAME]==\"a.txt\")",
+      .value = [](const File& file, bool cased) -> Value { return 1 - *isA(file, cased); }}},
+    {"bits of two names",
+     {.include = {"+"},
+      .criteria = L"([FILENAME]==\"a.txt\") | ([FILENAME]==\"b.txt\")",
+      .value = [](const File& file, bool cased) -> Value {
+          return *isA(file, cased) | *isB(file, cased);
+      }}},
     {"one of two names",
      {.include = {"+"},
       .criteria = L"[FILENAME]==\"a.txt\" || [FILENAME]==\"b.txt\"",
       .value = [](const File& file, bool cased) -> Value {
           return *isA(file, cased) || *isB(file, cased);
       }}},
+    {"a short name",
+     {.include = {"+"},
+      .criteria = L"[SHORTFILENAME]==\"\" && [FILENAME]==\"a.txt\"",
+      .value = isA}},
     {"a path",
      {.include = {"+"},
       .criteria = L"path([PATHID],[FILENAME])==\"*/deep/x/*\"",
@@ -249,6 +280,12 @@ const std::map<std::string, Question> kQuestions = {
       .criteria = L"[FILENAME]==\"b.txt\" && [SIZE]/2*2!=[SIZE]",
       .value = [](const File& file,
                   bool cased) { return Value(*isB(file, cased) && size(file) % 2 != 0); }}},
+    {"any number but 0",
+     {.include = {"+"},
+      .criteria = L"[SIZE]",
+      .value = [](const File& file, bool) { return Value(size(file)); }}},
+    {"two",
+     {.include = {"+"}, .criteria = L"2", .value = [](const File&, bool) { return Value(2); }}},
     {"an attribute",
      {.include = {"+"},
       .criteria = L"([ATTR] & 8)!=0",
@@ -257,6 +294,10 @@ const std::map<std::string, Question> kQuestions = {
      {.include = {"+"},
       .criteria = L"([ATTR] & 4096)!=0",
       .value = [](const File& file, bool) { return Value(file.isLink()); }}},
+    {"an attribute that is not compared",
+     {.include = {"+"},
+      .criteria = L"[ATTR] & 4096",
+      .value = [](const File& file, bool) { return Value(attributes(file) & 4096); }}},
     {"all attributes",
      {.include = {"+"},
       .criteria = L"[ATTR]==8204",
@@ -298,6 +339,8 @@ struct Mounted {
 const Mounted kMounts[] = {
     {"m/*", "none", "tmpfs", {"a.txt", "sub/b.txt"}},
     {"m/?", "none", "tmpfs", {"a.txt"}},
+    {"r/*", "server:/star", "tmpfs", {"a.txt"}},
+    {"r/end:", "server:/colon", "tmpfs", {"b.txt"}},
     {"c/end:", "none", "tmpfs", {"a.txt", "sub/b.txt"}},
     {"cov/in/low", "none", "tmpfs", {"covered.txt"}},
     {"cov/in", "none", "tmpfs", {"a.txt", "low/b.txt"}},
@@ -312,8 +355,8 @@ const Mounted kMounts[] = {
 bool plantTree(const TempTree& tree, std::map<dev_t, FileSystem>& systems) {
     if (!mountMemory("none", tree.path())) return false;
     plantPlain(tree);
-    for (const char* file :
-         {"top.txt", "m/ab/b.txt", "m/a/a.txt", "c/a.txt", "c/end/b.txt", "cov/b.txt", "n1/hidden"})
+    for (const char* file : {"top.txt", "m/ab/b.txt", "m/a/a.txt", "c/a.txt", "c/end/b.txt",
+                             "cov/b.txt", "n1/hidden", "r/ab/b.txt", "r/a.txt", "r/end/b.txt"})
         tree.file(file);
     for (const Mounted& mount : kMounts) {
         tree.directory(mount.at);
