@@ -73,7 +73,7 @@ std::string CachePlace::failure(int status) const {
             if (!fscanner::fsPrepareCacheDirectory(directory.c_str(), problem))
                 return fmt::format("{}: the cache directory cannot be used: {}", where,
                                    toBytes(problem));
-            return fmt::format("{}: the cache cannot be locked", where);
+            return fmt::format("{}: the cache can be neither locked nor opened", where);
         }
         default:
             return fmt::format("{}: the cache failed; --no-cache searches without it", where);

@@ -65,9 +65,10 @@ TEST_F(SettingsTest, AMonitoredCacheAnswersAtAnyAge) {
     EXPECT_EQ(run({"d", "--sort", "path"}).out, all_);
     add("d/later");
     configure("[provider_cache]\nmonitored = true\n");
-    sleep(1);  // trees of the second that goes on are young for anyone
-    EXPECT_THAT(run({"d", "--explain", "--max-age", "0"}).out, HasSubstr("from the cache, "));
-    EXPECT_EQ(run({"d", "--sort", "path", "--max-age", "0"}).out, all_);
+    sleep(2);
+    EXPECT_THAT(run({"d", "--explain", "--max-age", "1s"}).out, HasSubstr("from the cache, "));
+    EXPECT_EQ(run({"d", "--sort", "path", "--max-age", "1s"}).out, all_);
+    EXPECT_EQ(run({"d", "--sort", "path", "--fresh"}).out, "d/a\nd/later\nd/sub/b\n");
 }
 
 TEST_F(SettingsTest, AProviderAnswersThatTheyName) {
