@@ -39,6 +39,11 @@ std::size_t roomForArguments() {
     return std::clamp(all > used ? all - used : 0, least, most);
 }
 
+/// The kernel takes no argument of more bytes, its zero included.
+std::size_t roomForOneArgument() {
+    return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) * 32;
+}
+
 /// A path that no program takes for an option.
 std::string safePath(std::string_view path) {
     return (path.starts_with('-') ? "./" : "") + std::string(path);
@@ -94,11 +99,13 @@ CommandRunner::CommandRunner(const Options& options, Output& out)
       words_(options.batchCommand ? *options.batchCommand : *options.command),
       out_(out),
       batch_(options.batchCommand.has_value()),
-      room_(roomForArguments()) {
+      room_(roomForArguments()),
+      wordRoom_(roomForOneArgument()) {
     const bool placed = std::any_of(words_.begin(), words_.end(), [this](const std::string& word) {
         return batch_ ? word == placeholder : word.find(placeholder) != word.npos;
     });
     if (!placed) words_.emplace_back(placeholder);
+    allRoom_ = room_;
     for (const std::string& word : words_) room_ -= std::min(room_, word.size() + besides);
 }
 
@@ -107,12 +114,29 @@ bool CommandRunner::consume(const Match& match) {
     if (!batch_) {
         Words words;
         for (const std::string& word : words_) words.push_back(replaced(word, path));
-        return run(words);
+        return fits(words, allRoom_) ? run(words) : leaveOut(path);
     }
+    if (!fits({path}, room_)) return leaveOut(path);
     if (!waiting_.empty() && waitingBytes_ + path.size() + besides > room_ && !runBatch())
         return false;
     waiting_.push_back(path);
     waitingBytes_ += path.size() + besides;
+    return true;
+}
+
+bool CommandRunner::fits(const Words& words, std::size_t room) const {
+    std::size_t bytes = 0;
+    for (const std::string& word : words) {
+        if (word.size() >= wordRoom_) return false;
+        bytes += word.size() + besides;
+    }
+    return bytes <= room;
+}
+
+// No command can be told of it: the others go on without.
+bool CommandRunner::leaveOut(const std::string& path) {
+    complain(path, E2BIG);
+    ++leftOut_;
     return true;
 }
 

@@ -59,9 +59,6 @@ std::string remedy(const std::string& path) {
     return "; a name to find goes with -n";
 }
 
-/// The library reads paths of fewer characters than this.
-constexpr std::size_t pathLimit = 1000;
-
 unsigned drivesOf(std::string_view group, DriveChoice choice) {
     if (group == "$other") return otherDrives;
     if (group == "$local" || (group.empty() && choice == DriveChoice::local)) return localDrives;
@@ -145,10 +142,6 @@ SearchRoots SearchRoots::resolve(const Options& options) {
         const std::string_view group = takeDriveGroup(path).value_or("");
         if (path.empty() && !group.empty()) path = "/";
         std::wstring real = realDirectory(path);
-        if (real.size() >= pathLimit) {
-            real.clear();
-            errno = ENAMETOOLONG;
-        }
         if (real.empty()) {
             const int error = errno;
             const bool wrong = error == ENOENT || error == ENOTDIR || error == ELOOP;

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "program_run.h"
+#include "support/nest.h"
 
 namespace fscan::test {
 
@@ -114,6 +115,63 @@ TEST_F(FindTest, DirectoriesAreTakenByTheirNames) {
         EXPECT_EQ(found({path}), expected({path}));
         EXPECT_EQ(found({"--no-recurse", "--", tree_ / "dirs/" + name}),
                   expected({tree_ / "dirs/" + name, "-maxdepth", "1"}));
+    }
+}
+
+/// A chain of directories whose paths are longer than the system takes in a call.
+class DeepTest : public FscanTest {
+protected:
+    static constexpr int levels = 10000;
+
+    ~DeepTest() override { runProgram("rm", {"-rf", tree_ / "deep"}); }
+    /// Every so many directories one with a long name; a file in every hundredth. What find
+    /// finds there.
+    Arguments plant(int everyLong) const {
+        std::filesystem::create_directory(tree_ / "deep");
+        fscanner::Nest nest(tree_ / "deep");
+        for (int level = 1; level <= levels; ++level) {
+            nest.down(std::string(level % everyLong == 0 ? 255 : 1, 'm'));
+            if (level % 100 == 0) nest.file("f");
+        }
+        return records(runProgram("find", {"deep", "-type", "f"}, {.directory = tree_.path()}).out);
+    }
+};
+
+TEST_F(DeepTest, TenThousandLevelsAreFoundInEveryWay) {
+    const Arguments expected = plant(40);
+    ASSERT_EQ(expected.size(), levels / 100u);
+    const Arguments ways[] = {
+        {"-n", "f"}, {"--sort", "path"}, {"--sort", "name", "--spill"}, {"-t", "empty"}};
+    for (const Arguments& way : ways) {
+        for (const bool cached : {false, true}) {
+            Arguments arguments = way;
+            arguments.insert(arguments.end(), {"--", "deep"});
+            const RunResult result = run(arguments, {.cached = cached});
+            EXPECT_EQ(result.err, "");
+            EXPECT_EQ(result.status, 0);
+            EXPECT_TRUE(records(result.out) == expected) << way[0] << cached;
+        }
+    }
+    const std::string middle = expected[50].substr(0, expected[50].size() - 2);
+    EXPECT_EQ(run({"-c", "-x", tree_ / middle, "deep"}).out, "50\n");
+}
+
+// What no argument can hold is named, and the rest is run.
+TEST_F(DeepTest, CommandsAreToldOfAllPathsThatFit) {
+    constexpr std::size_t room = 131072;
+    Arguments expected = plant(10);
+    const std::size_t all = expected.size();
+    std::erase_if(expected, [](const std::string& path) { return path.size() >= room; });
+    ASSERT_GT(expected.size(), 0u);
+    ASSERT_LT(expected.size(), all);
+    for (const Arguments& command : {Arguments{"-e", "printf", "%s\\n", ";"},
+                                     Arguments{"--exec-batch", "printf", "%s\\n", "+"}}) {
+        Arguments arguments = command;
+        arguments.emplace_back("deep");
+        const RunResult result = run(arguments);
+        EXPECT_EQ(result.status, 5);
+        EXPECT_TRUE(records(result.out) == expected);
+        EXPECT_EQ(records(result.err).size(), all - expected.size());
     }
 }
 

@@ -2,11 +2,9 @@
 // with a small stack and few descriptors: what cannot be searched is reported, all else
 // is found.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +15,7 @@
 #include "fscanner/fs/fs_scan_observer.h"
 #include "hostile/cache_image.h"
 #include "support/child_process.h"
+#include "support/nest.h"
 
 namespace fscanner {
 namespace {
@@ -40,37 +39,6 @@ public:
 
 private:
     FsScanObserver* old_;
-};
-
-/// Goes down from a directory, by descriptors: the paths are too long for the system.
-class Nest {
-public:
-    explicit Nest(const std::string& root) : at_(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC)) {}
-    ~Nest() { ::close(at_); }
-    Nest(const Nest&) = delete;
-    Nest& operator=(const Nest&) = delete;
-
-    void file(const char* name) const {
-        const int made = ::openat(at_, name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-        EXPECT_GE(made, 0);
-        ::close(made);
-    }
-    void directory(const std::string& name) const {
-        EXPECT_EQ(::mkdirat(at_, name.c_str(), 0700), 0);
-    }
-    void enter(const std::string& name) {
-        const int next = ::openat(at_, name.c_str(), O_DIRECTORY | O_CLOEXEC);
-        ASSERT_GE(next, 0);
-        ::close(at_);
-        at_ = next;
-    }
-    void down(const std::string& name) {
-        directory(name);
-        enter(name);
-    }
-
-private:
-    int at_;
 };
 
 class DeepAndWide : public testing::Test {
