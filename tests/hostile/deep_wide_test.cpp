@@ -122,8 +122,6 @@ TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
 /// Long paths, as a host asks for them.
 class WithLongPaths : public DeepAndWide {
 protected:
-    static constexpr int kLevels = 10000;
-
     WithLongPaths() { FsFileInfo::setLongPathSupport(true); }
     ~WithLongPaths() override {
         FsFileInfo::setLongPathSupport(false);
@@ -131,16 +129,16 @@ protected:
         EXPECT_EQ(std::system(("rm -rf '" + tree.path() + "'/*").c_str()), 0);
     }
 
-    // Paths of 80,000 bytes; every hundredth level has a file, and siblings on both sides of
-    // the way down.
-    void plant() {
+    // Of 10,000 levels, paths of 83,000 bytes; every hundredth level has a file, and siblings on
+    // both sides of the way down.
+    void plant(int levels = 10000) {
         Nest nest(tree.path());
         std::string path = tree.path();
-        for (int level = 0; level < kLevels; ++level) {
+        for (int level = 0; level < levels; ++level) {
             const std::string name = level % 40 == 0 ? std::string(255, 'm') : "m";
             nest.down(name);
             path += '/' + name;
-            if (level % 100 != 0 && level != kLevels - 1) continue;
+            if (level % 100 != 0 && level != levels - 1) continue;
             nest.file("f");
             expected.push_back(path + "/f");
             for (const char* const sibling : {"a", "z"}) {
@@ -182,7 +180,7 @@ TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
 }
 
 TEST_F(WithLongPaths, CriteriaAndExclusionsReachTheDepth) {
-    plant();
+    plant(2000);
     const std::string deepest = expected.back();
     const std::wstring below = toWide(deepest.substr(0, deepest.size() - 2));
     query.setQuery(L"path([PATHID], [FILENAME])==\"*/z/f\"");
