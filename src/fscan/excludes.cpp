@@ -18,9 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The library cuts longer entries, with their drive group of eight characters.
-constexpr std::size_t longestPattern = 1023 - 8;
-
 bool hasWildcard(const fs::path& path) {
     return path.native().find_first_of("*?") != std::string::npos;
 }
@@ -73,16 +70,11 @@ bool Excludes::add(const std::string& text, const DriveList& drives) {
         return false;
     }
     given_.push_back({text});
-    const std::size_t first = patterns_.size();
     if (matchesAnywhere(text))
         addAnywhere(trimmed(text), drives);
     else
         addResolved(trimmed(*glob), drives);
-    const bool fits =
-        std::all_of(patterns_.begin() + static_cast<std::ptrdiff_t>(first), patterns_.end(),
-                    [](const std::wstring& pattern) { return pattern.size() <= longestPattern; });
-    if (!fits) complain(fmt::format("--exclude {}: longer than a path may be", text));
-    return fits;
+    return true;
 }
 
 /// The library takes absolute patterns alone: "*x" is "/*x", and "*/x" may be "/x" as well.

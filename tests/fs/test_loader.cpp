@@ -38,7 +38,10 @@ protected:
         for (const char* place : {"libfscanner.so.1", "lib/libfscanner.so.1"})
             std::filesystem::create_symlink(FSCANNER_LIBRARY, directory_ / place);
     }
-    ~Plugins() override { FsFileInfo::setLargeFileSupport(false); }
+    ~Plugins() override {
+        FsFileInfo::setLargeFileSupport(false);
+        FsFileInfo::setLongPathSupport(false);
+    }
     void configure(const std::string& home, const std::string& more = "") {
         std::filesystem::create_directory(directory_ / "home");
         writeWholeFile(directory_ / "conf", "[fscanner]\nhome = " + home + "\n" + more);
@@ -233,12 +236,17 @@ TEST_F(Plugins, GetTheQueryAndTheLimitsInSecondsAndMilliseconds) {
     EXPECT_EQ(fsExecuteQueryEx(nullptr, query, 1, 1), nullptr);
 }
 
-TEST_F(Plugins, LargeFilesAreSupportedWhenConfigured) {
+TEST_F(Plugins, LargeFilesAndLongPathsAreSupportedWhenConfigured) {
     load("absent");
     EXPECT_FALSE(FsFileInfo::getLargeFileSupport());
+    EXPECT_FALSE(FsFileInfo::getLongPathSupport());
     configure(directory_ / "home", "large_files = 1\n");
     load("absent");
     EXPECT_TRUE(FsFileInfo::getLargeFileSupport());
+    EXPECT_FALSE(FsFileInfo::getLongPathSupport());
+    configure(directory_ / "home", "long_paths = 1\n");
+    load("absent");
+    EXPECT_TRUE(FsFileInfo::getLongPathSupport());
 }
 
 }  // namespace

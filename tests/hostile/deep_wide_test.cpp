@@ -221,6 +221,15 @@ TEST_F(WithLongPaths, OtherHostsLeaveOutWhatTheCacheHolds) {
     EXPECT_EQ(cache.query(cached, query), 0);
     EXPECT_EQ(cached.sorted(), direct.sorted());
     EXPECT_EQ(observer.skips, told);
+    // And one with long paths does not take what such a host has built for the whole.
+    CollectingWriter rebuilt, again;
+    EXPECT_EQ(cache.query(rebuilt, query, 0U - 10), 0);
+    EXPECT_EQ(rebuilt.sorted(), direct.sorted());
+    FsFileInfo::setLongPathSupport(true);
+    observer.skips.clear();
+    EXPECT_EQ(cache.query(again, query), 0);
+    EXPECT_EQ(again.sorted(), expected);
+    EXPECT_TRUE(observer.skips.empty());
 }
 
 // A directory that is moved while the walk is below it is left by another way than it was
