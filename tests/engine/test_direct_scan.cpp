@@ -149,6 +149,7 @@ private:
     bool byLink_;
 };
 
+// The walk goes on in the directory that it was in, wherever that was moved.
 TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
     for (const bool byLink : {true, false}) {
         TempTree tree;
@@ -159,8 +160,8 @@ TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
         EXPECT_EQ(Scan{tree.wide("root")}.into(writer), WALK_FINISHED);
         EXPECT_TRUE(std::filesystem::exists(tree.path("away")));
         for (const FsFileInfo& record : writer.records) EXPECT_NE(record.getSize(), 777U);
-        EXPECT_FALSE(skips.skips.empty());
-        for (const auto& [path, reason] : skips.skips) EXPECT_EQ(reason, FsSkipReason::vanished);
+        EXPECT_EQ(writer.records.size(), 40U * 5 + 1);
+        EXPECT_THAT(skips.skips, IsEmpty());
     }
 }
 

@@ -35,6 +35,20 @@ Descriptor openSmall(const std::wstring& path, int flags) {
     return ifRegular(openNamed(path, flags));
 }
 
+bool hasOtherNames(const Descriptor& file) {
+    struct stat info {};
+    return fstat(file.get(), &info) != 0 || info.st_nlink != 1;
+}
+
+// To be written. What has a name elsewhere, too, is another's file that somebody linked
+// here: the name goes, and the content stays.
+Descriptor openOwn(const std::wstring& path) {
+    Descriptor file = openSmall(path, O_RDWR | O_CREAT);
+    if (!file || !hasOtherNames(file)) return file;
+    if (unlink(toMultibyte(path).c_str()) != 0) return {};
+    return openSmall(path, O_RDWR | O_CREAT | O_EXCL);
+}
+
 bool syncOpen(const Descriptor& file) {
     return file && fsync(file.get()) == 0;
 }
@@ -64,7 +78,7 @@ Presence presenceOf(const std::wstring& path) {
 }
 
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size) {
-    Descriptor file = openSmall(path, O_RDWR | O_CREAT);
+    Descriptor file = openOwn(path);
     if (!file || ftruncate(file.get(), 0) != 0) return false;
     const bool written = size == 0 || write(file.get(), content, size) == static_cast<long>(size);
     return file.close() && written;

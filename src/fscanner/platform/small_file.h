@@ -17,7 +17,8 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit = s
 /// that is no "absent": what must not be there may be.
 enum class Presence { absent, there, unknown };
 Presence presenceOf(const std::wstring& path);
-/// Creates or replaces the content.
+/// Creates or replaces the content. A file that has other names, too, is replaced whole:
+/// it keeps its content under those.
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
 /// Reads exactly `size` bytes; false when there are fewer.
 bool readSmallFile(const std::wstring& path, void* content, unsigned size);
