@@ -114,6 +114,28 @@ TEST_F(CacheTest, AClockThatIsSetEndsNoSearch) {
     EXPECT_LT(getTickCount() - before, kMinute) << "ticks do not go back";
 }
 
+// A millisecond goes by with each look at the clock.
+timeval tick() {
+    static timeval now = {1000, 0};
+    now.tv_usec += 1000;
+    return now;
+}
+
+TEST_F(CacheTest, TimeRunsOutWithinADirectory) {
+    for (int i = 0; i < 1000; ++i) tree.file("many/" + std::to_string(i));
+    everything("many");
+    CollectingWriter writer;
+    setClockSource(nullptr, tick);
+    EXPECT_EQ(fsScanQuery(writer, query, 5), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_GT(writer.paths.size(), 0u);
+    EXPECT_LT(writer.paths.size(), 1000u);
+    EXPECT_EQ(cache.query(writer, query, kDay, 5), FS_CACHE_BUILD_TIMED_OUT);
+    EXPECT_EQ(cache.query(writer, query, kDay, kMinute), 0);
+    query.setQuery(L"path([PATHID],[FILENAME])==\"none\"");
+    EXPECT_EQ(cache.query(writer, query, kDay, 50), FS_CACHE_QUERY_TIMED_OUT);
+    setClockSource(nullptr);
+}
+
 TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
     struct Undecided : FsScanObserver {
         void undecided(const FsFileInfo& file) override {

@@ -303,11 +303,12 @@ bool Extraction::hasTime() const {
     return static_cast<long long>(request_.timeout) - elapsed >= 1;
 }
 
-// Commands take as long as a walk, and longer: an observer hears of them, too, and may end
-// the extraction.
+// Commands take as long as a walk, and longer: the time is looked at before each, and an
+// observer hears of them, too, and may end the extraction.
 bool Extraction::goesOn() {
     constexpr unsigned interval = 100;
     ++files_;
+    if (!hasTime()) return false;
     FsScanObserver* const observer = scanObserver();
     const unsigned now = getCoarseTickCount();
     if (!observer || now - toldTick_ < interval) return true;

@@ -29,6 +29,8 @@ constexpr std::size_t kOpenLevels = 16;
 // One call answers for all but the largest directories.
 constexpr std::size_t kReadBuffer = 64 * 1024;
 constexpr unsigned kEntriesPerProgress = 1024;
+// The clock is asked within a directory, too: examining its files may take long.
+constexpr unsigned kEntriesPerClock = 64;
 
 struct Level {
     Directory directory;
@@ -113,6 +115,7 @@ private:
     void noteUnexamined();
     bool isOtherDrive() const { return mounts_ && mounts_->stops(path_, request_.drive); }
     bool keepGoing();
+    long long timeLeft();
     FsScanProgress progressAt(const wchar_t* directory) const;
 
     const WalkRequest& request_;
@@ -128,7 +131,8 @@ private:
     WalkEntry entry_;
     unsigned long long directories_ = 0;
     unsigned long long files_ = 0;
-    unsigned untilProgress_ = kEntriesPerProgress;
+    unsigned untilClock_ = kEntriesPerClock;
+    unsigned untilProgress_ = kEntriesPerProgress / kEntriesPerClock;
     unsigned startTick_ = getTickCount();
     std::array<char, kReadBuffer> buffer_;
 };
@@ -171,7 +175,7 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
         return Entered::skipped;
     }
     level.timeLeft = timeout;
-    level.startTick = getTickCount();
+    level.startTick = getCoarseTickCount();
     level.number = ++directories_;
     level.incomplete = false;
     const bool included = request_.include.empty() || checkPathList(path_.c_str(), request_.include,
@@ -274,7 +278,7 @@ int Walk::visit() {
         debug("%s - file name len is 0. file skipped!\n", voice_.prefix);
         return WALK_FINISHED;
     }
-    if (observer_ && --untilProgress_ == 0 && !keepGoing()) return WALK_TIMED_OUT;
+    if (--untilClock_ == 0 && !keepGoing()) return WALK_TIMED_OUT;
     if (isDirectory()) return request_.recursive ? visitDirectory() : WALK_FINISHED;
     ++files_;
     if (!top().reports) return WALK_FINISHED;
@@ -300,12 +304,17 @@ int Walk::visitDirectory() {
     return WALK_FINISHED;
 }
 
-// The time left is what this directory's own allowance still holds.
+// What the current directory's own allowance still holds.
+long long Walk::timeLeft() {
+    const Level& level = top();
+    return level.timeLeft - (getCoarseTickCount() - level.startTick);
+}
+
 int Walk::descend() {
     Level& level = top();
-    const unsigned spent = getTickCount() - level.startTick;
+    const long long left = timeLeft();
     sink_.enter(entry_);
-    const Entered entered = enter(&level, level.timeLeft - spent);
+    const Entered entered = enter(&level, left);
     if (entered == Entered::timedOut) return WALK_TIMED_OUT;
     if (entered == Entered::skipped) {
         sink_.leave();
@@ -332,7 +341,10 @@ void Walk::noteUnexamined() {
 }
 
 bool Walk::keepGoing() {
-    untilProgress_ = kEntriesPerProgress;
+    untilClock_ = kEntriesPerClock;
+    if (timeLeft() < 1) return false;
+    if (!observer_ || --untilProgress_ > 0) return true;
+    untilProgress_ = kEntriesPerProgress / kEntriesPerClock;
     return observer_->progress(progressAt(path_.c_str()));
 }
 

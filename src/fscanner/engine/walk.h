@@ -94,8 +94,8 @@ struct WalkRequest {
 
 /// Walks the tree depth first. Entries of a directory come from the last one that
 /// the system delivers to the first. `WALK_FINISHED` also after skipped
-/// directories, `WALK_TIMED_OUT` when time ran out on entering a directory or the
-/// observer said stop.
+/// directories, `WALK_TIMED_OUT` when time ran out, which is looked at on entering a
+/// directory and now and then within one, or the observer said stop.
 int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice);
 
 }  // namespace fscanner
