@@ -49,13 +49,21 @@ std::string unread(const Completeness& search) {
                        count == 1 ? "it" : "them");
 }
 
-/// Both kinds of what was left out, or nothing.
-std::string leftOut(const Completeness& search) {
+/// All kinds of what was left out, or nothing.
+std::string leftOut(const Completeness& search, const Outcome& outcome) {
     std::string text = unread(search);
-    if (search.undecided == 0) return text;
-    if (!text.empty()) text += "; ";
-    return text + fmt::format("the criteria could not be decided for {}",
-                              counted(search.undecided, "file", "files"));
+    const auto add = [&text](const std::string& more) {
+        text += (text.empty() ? "" : "; ") + more;
+    };
+    if (search.undecided != 0)
+        add("the criteria could not be decided for " + counted(search.undecided, "file", "files"));
+    if (outcome.gone != 0)
+        add(fmt::format("{} gone since the search found {}",
+                        counted(outcome.gone, "file is", "files are"),
+                        outcome.gone == 1 ? "it" : "them"));
+    if (outcome.unexamined != 0)
+        add(counted(outcome.unexamined, "file", "files") + " could not be examined");
+    return text;
 }
 
 /// "12 files in 0.05 s, from the cache (3 min old); 2 directories could not be read".
@@ -65,7 +73,7 @@ std::string closingLine(const Completeness& search, const Outcome& outcome) {
                     seconds(outcome), source(search));
     if (!search.timedOut.empty()) line += "; time ran out";
     if (outcome.interrupted) line += "; interrupted";
-    if (const std::string left = leftOut(search); !left.empty()) line += "; " + left;
+    if (const std::string left = leftOut(search, outcome); !left.empty()) line += "; " + left;
     return line;
 }
 
@@ -91,7 +99,7 @@ const char* reasonText(fscanner::FsSkipReason reason) {
 /// Whether all was searched, by a cache's trees when they were read.
 bool complete(const Completeness& search, const Outcome& outcome) {
     return search.skipped.empty() && search.timedOut.empty() && search.undecided == 0 &&
-           outcome.status <= 1 && !outcome.cut && !outcome.interrupted;
+           outcome.status <= 1 && outcome.unexamined == 0 && !outcome.cut && !outcome.interrupted;
 }
 
 Json summary(const Completeness& search, const Outcome& outcome) {
@@ -117,6 +125,8 @@ Json summary(const Completeness& search, const Outcome& outcome) {
         one["error"] = std::strerror(directory.error);
         object["skipped"].push_back(one);
     }
+    object["gone"] = outcome.gone;
+    object["unexamined"] = outcome.unexamined;
     object["timedOut"] = Json::array();
     for (const std::string& path : search.timedOut) object["timedOut"].push_back(path);
     object["undecided"] = search.undecided;
@@ -159,7 +169,7 @@ void tell(const Options& options, const Completeness& search, const Outcome& out
         writeError(statistics(search, outcome));
     } else if (watched) {
         writeError(closingLine(search, outcome) + "\n");
-    } else if (const std::string left = leftOut(search); !left.empty() && !options.quiet) {
+    } else if (const std::string left = leftOut(search, outcome); !left.empty() && !options.quiet) {
         complain(left);
     }
 }

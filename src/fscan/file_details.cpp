@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "absolute_path.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "moment.h"
@@ -20,18 +19,18 @@ char typeLetter(unsigned attributes) {
     return (attributes & fscanner::FS_ATTR_CHARACTER_DEVICE) != 0 ? 'c' : '?';
 }
 
-std::string whenThere(const FileDetails& file, const std::string& text) {
-    return file.exists ? text : "";
+std::string whenExamined(const FileDetails& file, const std::string& text) {
+    return file.examined ? text : "";
 }
 
 template <auto Member>
 std::string numberOf(const Match&, const FileDetails& file) {
-    return whenThere(file, std::to_string(file.*Member));
+    return whenExamined(file, std::to_string(file.*Member));
 }
 
 template <auto Member>
 std::string timeOf(const Match&, const FileDetails& file) {
-    return whenThere(file, utcText(file.*Member));
+    return whenExamined(file, utcText(file.*Member));
 }
 
 constexpr DetailField fields[] = {
@@ -51,32 +50,47 @@ constexpr DetailField fields[] = {
     {"inode", numberOf<&FileDetails::inode>, false},
     {"device", numberOf<&FileDetails::device>, false},
     {"links", numberOf<&FileDetails::links>, false},
-    {"type", [](const Match& m, const FileDetails&) { return typeText(m); }, true},
+    {"type", [](const Match& m, const FileDetails& d) { return typeText(m, d); }, true},
 };
 
 }  // namespace
 
-FileDetails FileDetails::of(const Match& match) {
-    FileDetails details;
-    struct stat info {};
-    if (lstat(std::string(match.path).c_str(), &info) != 0) {
-        details.size = match.facts.size;
-        details.attributes = match.facts.attributes;
-        return details;
-    }
+FileDetails FileDetails::of(const struct stat& info) {
     fscanner::FsFileInfo record;
     record.updateFrom(info);
-    details = {true,
-               static_cast<unsigned long long>(info.st_size),
-               record.getAttr(),
-               info.st_mtime,
-               info.st_atime,
-               info.st_ctime,
-               info.st_uid,
-               info.st_gid,
-               info.st_ino,
-               info.st_dev,
-               info.st_nlink};
+    return {true,
+            static_cast<unsigned long long>(info.st_size),
+            record.getAttr(),
+            info.st_mtime,
+            info.st_atime,
+            info.st_ctime,
+            info.st_uid,
+            info.st_gid,
+            info.st_ino,
+            info.st_dev,
+            info.st_nlink};
+}
+
+FileDetails FileDetails::of(const FileFacts& facts) {
+    FileDetails details;
+    details.size = facts.size;
+    details.attributes = facts.attributes;
+    return details;
+}
+
+FileDetails FileDetails::of(const fscanner::FsFileInfo& record) {
+    constexpr unsigned attributes = 1, size = 2, all = 0x3FF;  // bits of the mask
+    const unsigned mask = record.knownMask();
+    FileDetails details;
+    details.examined = (mask & all) == all;
+    if ((mask & attributes) != 0) details.attributes = record.getAttr();
+    if ((mask & size) != 0) details.size = record.getSize();
+    if (!details.examined) return details;
+    details.modified = record.getLastModifyTime();
+    details.accessed = record.getLastAccessTime();
+    details.changed = record.getCreateTime();
+    details.user = record.getUserId();
+    details.group = record.getGroupId();
     return details;
 }
 
@@ -101,11 +115,11 @@ std::string attributeText(unsigned attributes) {
     return text;
 }
 
-std::string typeText(const Match& match) {
+std::string typeText(const Match& match, const FileDetails& details) {
     static fscanner::FsFileTypes types;  // of one thread, which prints
+    const std::wstring path = joinedPath(details.directory, toWide(std::string(match.name())));
     std::wstring description;
-    const bool known = types.describe(toWide(absolutePath(match.path)).c_str(), description);
-    return known ? toBytes(description) : "";
+    return types.describe(path.c_str(), description) ? toBytes(description) : "";
 }
 
 std::span<const DetailField> detailFields() {

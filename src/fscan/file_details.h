@@ -2,15 +2,21 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "match.h"
 
+struct stat;
+
+namespace fscanner {
+class FsFileInfo;
+}
+
 namespace fscan {
 
-/// What the structured forms tell of a file. Read anew, as an answer from a cache holds
-/// little of it; of a file that is gone only what the search knows.
+/// All that is told of a file, as it was at one moment.
 struct FileDetails {
-    bool exists = false;
+    bool examined = false;  ///< else only the size and the attributes, as the search knows them
     unsigned long long size = 0;
     unsigned attributes = 0;  ///< as [ATTR] has them
     long modified = 0;        ///< times are seconds since the epoch
@@ -21,8 +27,14 @@ struct FileDetails {
     unsigned long long inode = 0;
     unsigned long long device = 0;
     unsigned long long links = 0;
+    std::wstring_view directory{};  ///< where it lies: absolute and without links
 
-    static FileDetails of(const Match& match);
+    static FileDetails of(const struct stat& info);
+    static FileDetails of(const FileFacts& facts);
+    /// Of a record: examined when the scan did that; the inode, the device and the number
+    /// of links are not told. Asks the system for nothing.
+    static FileDetails of(const fscanner::FsFileInfo& record);
+    FileFacts facts() const { return {examined, attributes, size, modified}; }
 };
 
 /// "file", "link", "device" or "other".
@@ -30,7 +42,7 @@ const char* kindText(unsigned attributes);
 /// "-rw-r--r--".
 std::string attributeText(unsigned attributes);
 /// What the file program says; empty where it says nothing.
-std::string typeText(const Match& match);
+std::string typeText(const Match& match, const FileDetails& details);
 
 /// A named field of a match, as a text.
 struct DetailField {

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "criteria.h"
+#include "file_details.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_text.h"
 #include "options.h"
@@ -63,20 +64,14 @@ bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) c
     });
 }
 
-bool FileFilters::needRecords() const {
+bool FileFilters::needDetails() const {
     return options_.newer || options_.older || options_.owner;
 }
 
-bool FileFilters::accept(const std::wstring& directory, const wchar_t* name,
-                         const fscanner::FsFileInfo* record) const {
-    if (!pathFits(directory, name)) return false;
-    if (!needRecords()) return true;
-    // What is gone since a cache saw it has no time and no owner.
-    if (!record->updateInfo()) return false;
-    const std::time_t modified = record->getLastModifyTime();
-    return (!options_.newer || modified > *options_.newer) &&
-           (!options_.older || modified < *options_.older) &&
-           (!options_.owner || record->getUserId() == *options_.owner);
+bool FileFilters::accept(const FileDetails& file) const {
+    return (!options_.newer || file.modified > *options_.newer) &&
+           (!options_.older || file.modified < *options_.older) &&
+           (!options_.owner || file.user == *options_.owner);
 }
 
 }  // namespace fscan

@@ -3,12 +3,9 @@
 #include <string>
 #include <vector>
 
-namespace fscanner {
-class FsFileInfo;
-}
-
 namespace fscan {
 
+struct FileDetails;
 struct Options;
 
 /// What the command line asks of a file besides its name and the criteria.
@@ -21,15 +18,12 @@ public:
 
     /// Criteria that are and-ed with all others; empty where there are none.
     const std::wstring& criteria() const { return criteria_; }
-    /// Whether `accept` looks at more than the path.
-    bool needRecords() const;
-    /// `record` may be null where none is needed.
-    bool accept(const std::wstring& directory, const wchar_t* name,
-                const fscanner::FsFileInfo* record) const;
+    bool pathFits(const std::wstring& directory, const wchar_t* name) const;
+    /// Whether there is more to look at than the path: `accept` then decides.
+    bool needDetails() const;
+    bool accept(const FileDetails& file) const;
 
 private:
-    bool pathFits(const std::wstring& directory, const wchar_t* name) const;
-
     const Options& options_;
     std::wstring criteria_;
     std::vector<std::wstring> paths_;

@@ -17,15 +17,18 @@ struct FileFacts {
 };
 
 /// What matches have to come with: nothing at all, to be counted, or their paths and no
-/// facts, those that the search knows, which may come from a cache, or those that the file
-/// system tells now.
-enum class FactsNeeded { count, none, known, examined };
+/// facts, those that the search knows, which may come from a cache, those that the file
+/// system tells now, or all that it tells.
+enum class FactsNeeded { count, none, known, examined, detailed };
+
+struct FileDetails;
 
 /// A file that is to be reported.
 struct Match {
     std::string_view path;   ///< its bytes, as the user is to see them
     std::size_t nameAt = 0;  ///< where the name begins in it
     FileFacts facts;
+    const FileDetails* details = nullptr;  ///< where they are needed, on the way to be shown
 
     std::string_view name() const { return path.substr(nameAt); }
     /// Without the "/" at its end, unless that is all.

@@ -1,6 +1,10 @@
 #include "matches.h"
 
+#include <sys/stat.h>
+
 #include "excludes.h"
+#include "file_details.h"
+#include "file_examiner.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "interruption.h"
 #include "name_filter.h"
@@ -13,12 +17,6 @@ namespace fscan {
 using fscanner::FsFileInfo;
 
 namespace {
-
-/// Of a file that is gone since a cache saw it the time is not known.
-FileFacts factsOf(const FsFileInfo& record, FactsNeeded needed) {
-    const bool there = needed == FactsNeeded::examined && record.updateInfo();
-    return {there, record.getAttr(), record.getSize(), there ? record.getLastModifyTime() : 0};
-}
 
 /// What follows is quick: the cache is to be closed properly.
 int discard() {
@@ -42,20 +40,48 @@ bool Matches::confirmsName(const wchar_t* name) const {
 }
 
 bool Matches::admits(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+    FileFacts facts;
+    return select(directory, name, record, facts);
+}
+
+bool Matches::select(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
+                     FileFacts& facts) {
     if (directory_ != directory) enter(directory);
-    return owned_ && !excludes_.cover(directory_, name) &&
-           filters_.accept(directory_, name, record);
+    if (!owned_ || excludes_.cover(directory_, name)) return false;
+    if (!filters_.pathFits(directory_, name)) return false;
+    return record == nullptr || !needRecords() || examine(name, *record, facts);
 }
 
 void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
-    if (!admits(directory, name, record)) return;
+    FileFacts facts;
+    if (!select(directory, name, record, facts)) return;
     if (needPath()) {
         path_.resize(prefixLength_);
         appendBytes(path_, name);
     }
-    const bool bare = needed_ <= FactsNeeded::none || record == nullptr;
-    const FileFacts facts = bare ? FileFacts() : factsOf(*record, needed_);
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
+}
+
+/// What a scan found out is taken from the record, so that all of it is of the moment when
+/// the file was found. A cache does not know the times, and its sizes may be old: then all
+/// is asked for. False where the file is left out.
+bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& facts) {
+    FileDetails file = FileDetails::of(record);
+    auto found = FileExaminer::Found::there;
+    const bool decides = filters_.needDetails();
+    if (!file.examined && (decides || needed_ == FactsNeeded::examined)) {
+        struct stat info {};
+        name_.clear();
+        appendBytes(name_, name);
+        found = examiner_.examine(directory_, name_.c_str(), info);
+        if (found == FileExaminer::Found::there) file = FileDetails::of(info);
+    }
+    if (found == FileExaminer::Found::gone || (decides && !file.examined)) {
+        examiner_.leaveOut(found);
+        return false;
+    }
+    if (needed_ > FactsNeeded::none) facts = file.facts();
+    return !decides || filters_.accept(file);
 }
 
 /// Records come a directory at a time: what depends on it is computed once.

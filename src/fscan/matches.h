@@ -9,6 +9,7 @@
 namespace fscan {
 
 class Excludes;
+class FileExaminer;
 class NameFilter;
 class ProgressLine;
 struct SearchRoot;
@@ -17,8 +18,13 @@ struct SearchRoot;
 class Matches {
 public:
     Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
-            MatchSink& sink, FactsNeeded needed)
-        : excludes_(excludes), names_(names), filters_(filters), sink_(sink), needed_(needed) {}
+            FileExaminer& examiner, MatchSink& sink, FactsNeeded needed)
+        : excludes_(excludes),
+          names_(names),
+          filters_(filters),
+          examiner_(examiner),
+          sink_(sink),
+          needed_(needed) {}
 
     void setRoot(const SearchRoot& root);
     const SearchRoot& root() const { return *root_; }
@@ -27,7 +33,7 @@ public:
     /// The same of a match of the engine's.
     bool confirmsName(const wchar_t* name) const;
     /// Whether `add` needs more than the path.
-    bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needRecords(); }
+    bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needDetails(); }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
     /// Whether the file is reported, if it matches: not by another root, nor left out.
@@ -38,11 +44,15 @@ public:
 
 private:
     void enter(const wchar_t* directory);
+    bool select(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
+                FileFacts& facts);
+    bool examine(const wchar_t* name, const fscanner::FsFileInfo& record, FileFacts& facts);
     bool needPath() const { return needed_ != FactsNeeded::count; }
 
     const Excludes& excludes_;
     const NameFilter& names_;
     const FileFilters& filters_;
+    FileExaminer& examiner_;
     MatchSink& sink_;
     FactsNeeded needed_;
     bool stopped_ = false;
@@ -50,6 +60,7 @@ private:
     std::wstring directory_;
     bool owned_ = true;
     std::string path_;
+    std::string name_;  // of the file that is examined
     std::size_t prefixLength_ = 0;
 };
 

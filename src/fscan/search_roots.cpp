@@ -130,6 +130,22 @@ void SearchRoot::appendShown(std::wstring_view directory, std::string& text) con
     appendBytes(text, below);
 }
 
+/// What PATHs share a beginning with, the longest one reports: links are not followed.
+std::wstring SearchRoots::realOf(const std::string& shown) const {
+    const SearchRoot* longest = nullptr;
+    const auto covers = [&shown](const std::string& given) {
+        return shown.starts_with(given) &&
+               (shown.size() == given.size() || given.ends_with('/') || shown[given.size()] == '/');
+    };
+    for (const SearchRoot& root : roots)
+        if (covers(root.given) && (!longest || root.given.size() > longest->given.size()))
+            longest = &root;
+    if (longest == nullptr) return toWide(shown);
+    std::string below = shown.substr(longest->given.size());
+    below.erase(0, below.find_first_not_of('/'));
+    return below.empty() ? longest->real : joinedPath(longest->real, toWide(below));
+}
+
 SearchRoots SearchRoots::resolve(const Options& options) {
     SearchRoots result;
     if (options.pathStyle == PathStyle::relative && realDirectory(".").empty()) {

@@ -35,6 +35,8 @@ struct SearchRoots {
     bool incomplete = false;  ///< a PATH cannot be searched, but others can
 
     static SearchRoots resolve(const Options& options);
+    /// Where a directory really is that is shown as `shown`.
+    std::wstring realOf(const std::string& shown) const;
 };
 
 }  // namespace fscan

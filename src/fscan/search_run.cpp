@@ -40,14 +40,20 @@ std::unique_ptr<fscanner::FsRecordFilter> makeFilter(const Search& search) {
     return fscanner::FsRecordFilter::create(rest.c_str(), !search.options.ignoreCase);
 }
 
-MatchSink& firstSink(SortedMatches* sorter, MatchConsumer& consumer) {
-    if (sorter == nullptr) return consumer;
+MatchSink& firstSink(SortedMatches* sorter, MatchSink& last) {
+    if (sorter == nullptr) return last;
     return *sorter;
+}
+
+MatchSink& lastSink(FactsNeeded needed, DetailedMatches& detailed, MatchConsumer& consumer) {
+    if (needed == FactsNeeded::detailed) return detailed;
+    return consumer;
 }
 
 FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
     const bool bySize = options.sortKey == SortKey::size && !options.countOnly;
-    return bySize ? FactsNeeded::examined : toShow;
+    if (bySize) return FactsNeeded::examined;
+    return toShow == FactsNeeded::detailed ? FactsNeeded::known : toShow;
 }
 
 }  // namespace
@@ -66,10 +72,12 @@ SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FactsNeeded 
     : search_(search),
       consumer_(consumer),
       out_(out),
+      detailed_(search.roots, examiner_, consumer),
+      last_(lastSink(needed, detailed_, consumer)),
       sorter_(makeSorter(search.options)),
       rest_(makeFilter(search)),
       matches_(search.conditions.excludes, search.conditions.names, search.conditions.files,
-               firstSink(sorter_.get(), consumer), factsNeeded(search.options, needed)),
+               examiner_, firstSink(sorter_.get(), last_), factsNeeded(search.options, needed)),
       line_(search.options.quiet),
       watcher_(
           {search.options, search.roots, search.conditions.excludes, matches_, rest_.get(), line_}),
@@ -127,7 +135,7 @@ int SearchRun::searchRoot(const SearchRoot& root) {
 /// Hands on what was sorted; returns the exit status of that. What a signal cuts short is
 /// not finished: nobody is to take it for whole.
 int SearchRun::deliver(int status) {
-    const bool delivered = !sorter_ || sorter_->deliver(consumer_);
+    const bool delivered = !sorter_ || sorter_->deliver(last_);
     if (Interruption::pending()) return STATUS_FOUND;
     // A count of a search that failed is no count.
     if (!search_.options.countOnly || status < STATUS_FAILURE) consumer_.finish();
@@ -158,6 +166,8 @@ void SearchRun::conclude(int status, Outcome& outcome) const {
     const int lost = readerGone() ? Interruption::ofLostReader() : 0;
     const int signal = noted != 0 ? noted : lost;
     outcome.matches = consumer_.count();
+    outcome.gone = examiner_.gone();
+    outcome.unexamined = examiner_.unknown();
     outcome.cut = matches_.stopped() || readerGone();
     outcome.interrupted = noted != 0;
     outcome.status = signal == 0 ? status : 128 + signal;

@@ -5,6 +5,7 @@
 
 #include "completeness.h"
 #include "excludes.h"
+#include "file_examiner.h"
 #include "file_filters.h"
 #include "fscanner/fs/fs_query.h"
 #include "matches.h"
@@ -63,6 +64,9 @@ private:
     const Search& search_;
     MatchConsumer& consumer_;
     Output& out_;
+    FileExaminer examiner_;
+    DetailedMatches detailed_;               ///< on the way to the consumer
+    MatchSink& last_;                        ///< that, or the consumer
     std::unique_ptr<SortedMatches> sorter_;  ///< null where matches go on as they come
     std::unique_ptr<fscanner::FsRecordFilter> rest_;
     Matches matches_;

@@ -17,8 +17,12 @@ namespace fscan {
 /// back as they were and are sorted by their bytes in every locale.
 class SpillFile {
 public:
-    /// A size of 4 GiB or more does not fit into the file's records.
-    static bool holds(const Match& match) { return match.facts.size >> 32 == 0; }
+    /// A size of 4 GiB or more does not fit into the file's records, nor a time after
+    /// 2038 or before 1901.
+    static bool holds(const Match& match) {
+        return match.facts.size >> 32 == 0 &&
+               match.facts.modified == static_cast<int>(match.facts.modified);
+    }
 
     SpillFile();
     /// False when the file cannot be written.

@@ -38,28 +38,28 @@ Json attributeWords(unsigned attributes) {
 }
 
 Json jsonOf(const Match& match, bool withType) {
-    const FileDetails file = FileDetails::of(match);
+    const FileDetails& file = *match.details;
     Json object;
     putBytes(object, "path", std::string(match.path));
     putBytes(object, "name", std::string(match.name()));
     putBytes(object, "directory", std::string(match.directory()));
-    object["exists"] = file.exists;
+    object["exists"] = file.examined ? Json(true) : Json();
     object["kind"] = kindText(file.attributes);
     object["size"] = file.size;
     object["attributes"] = {{"bits", file.attributes}, {"words", attributeWords(file.attributes)}};
-    const auto whenThere = [&file](const auto& value) {
-        return file.exists ? Json(value) : Json();
+    const auto whenExamined = [&file](const auto& value) {
+        return file.examined ? Json(value) : Json();
     };
-    object["modified"] = whenThere(utcText(file.modified));
-    object["accessed"] = whenThere(utcText(file.accessed));
-    object["changed"] = whenThere(utcText(file.changed));
-    object["user"] = whenThere(file.user);
-    object["group"] = whenThere(file.group);
-    object["inode"] = whenThere(file.inode);
-    object["device"] = whenThere(file.device);
-    object["links"] = whenThere(file.links);
+    object["modified"] = whenExamined(utcText(file.modified));
+    object["accessed"] = whenExamined(utcText(file.accessed));
+    object["changed"] = whenExamined(utcText(file.changed));
+    object["user"] = whenExamined(file.user);
+    object["group"] = whenExamined(file.group);
+    object["inode"] = whenExamined(file.inode);
+    object["device"] = whenExamined(file.device);
+    object["links"] = whenExamined(file.links);
     if (withType) {
-        const std::string type = typeText(match);
+        const std::string type = typeText(match, file);
         object["type"] = type.empty() ? Json() : Json(type);
     }
     return object;
@@ -81,7 +81,7 @@ public:
     void end(Output& out) override {
         if (array_) out.write(first_ ? "]\n" : "\n]\n");
     }
-    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
 
 private:
     bool array_;
@@ -102,14 +102,14 @@ public:
         out.write("\r\n");
     }
     void write(const Match& match, Output& out) override {
-        const FileDetails file = FileDetails::of(match);
+        const FileDetails& file = *match.details;
         for (const DetailField& field : fields_) {
             out.write(separator(field));
             out.writeForeign(quoted(field.text(match, file)));
         }
         out.write("\r\n");
     }
-    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
 
 private:
     std::string_view separator(const DetailField& field) const {

@@ -25,7 +25,7 @@ public:
         : pieces_(std::move(pieces)), terminator_(terminator) {}
 
     void write(const Match& match, Output& out) override {
-        const FileDetails file = FileDetails::of(match);
+        const FileDetails& file = *match.details;
         for (const Piece& piece : pieces_) {
             out.write(piece.text);
             if (piece.field == nullptr) continue;
@@ -34,7 +34,7 @@ public:
         }
         out.write({&terminator_, 1});
     }
-    FactsNeeded needsFacts() const override { return FactsNeeded::known; }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
 
 private:
     std::vector<Piece> pieces_;

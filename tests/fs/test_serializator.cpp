@@ -26,7 +26,7 @@ FsFileInfo fullRecord() {
     info.st_dev = 0x13;
     info.st_gid = 0x80000014;
     info.st_uid = 0x80000015;
-    info.st_ino = 0x180000016;  // numbers but the size are cut without failing
+    info.st_ino = 0x180000016;  // numbers but size and times are cut without failing
     info.st_atime = -0x17;
     info.st_ctime = 0x100000018;
     info.st_mtime = 0x19;
@@ -139,6 +139,7 @@ TEST(SavedRecord, HoldsEachFactInItsPlace) {
     EXPECT_EQ(record.getINode(), 0x80000016u);
     EXPECT_EQ(record.getLastAccessTime(), -0x17);
     EXPECT_EQ(record.getCreateTime(), 0x18);
+    EXPECT_EQ(fullRecord().getCreateTime(), 0x100000018) << "only what is saved is cut";
     EXPECT_EQ(record.getLastModifyTime(), 0x19);
     EXPECT_EQ(savedBytes(record), bytes);
 }

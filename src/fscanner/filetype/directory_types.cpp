@@ -11,6 +11,7 @@
 #include "fscanner/filetype/directory_names.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/filetype/list_file.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 namespace {
@@ -24,9 +25,7 @@ std::wstring lineFor(std::wstring_view path, const std::string& description) {
     return line;
 }
 
-FileStamp stampOf(int directory, const std::string& name) {
-    struct stat info {};
-    if (fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return {};
+FileStamp stampOf(const struct stat& info) {
     return {true,
             info.st_dev,
             info.st_ino,
@@ -38,7 +37,11 @@ FileStamp stampOf(int directory, const std::string& name) {
 std::vector<FileStamp> stampsOf(int directory, const std::vector<std::string>& names) {
     std::vector<FileStamp> stamps;
     stamps.reserve(names.size());
-    for (const std::string& name : names) stamps.push_back(stampOf(directory, name));
+    for (const std::string& name : names) {
+        struct stat info {};
+        const bool there = fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+        stamps.push_back(there ? stampOf(info) : FileStamp());
+    }
     return stamps;
 }
 
@@ -95,8 +98,9 @@ std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
     // differ from the host's way of writing them.
     std::wstring key = toWide(pathBytes);
     // Whatever the path leads to by now: another file has another stamp.
-    const FileStamp stamp = stampOf(AT_FDCWD, pathBytes);
-    Element cached = stamp.known ? cache_.take(key, stamp) : Element();
+    struct stat info {};
+    const bool there = examineFile(pathBytes, info) == 0;
+    Element cached = there ? cache_.take(key, stampOf(info)) : Element();
     std::wstring line = cached.getID() >= 0 ? std::wstring(cached.getFileTypeInfo())
                                             : describeOthers(key, wanted, describe);
     // Unknown types wait in the cache as well: a directory on which `file` hangs

@@ -197,17 +197,17 @@ void FsFileInfo::setFileSize(unsigned long long size) {
 }
 
 void FsFileInfo::setCreateTime(long seconds) {
-    facts_.createTime = static_cast<int>(seconds);
+    facts_.createTime = seconds;
     facts_.mask |= KNOWN_CREATE_TIME;
 }
 
 void FsFileInfo::setLastAccessTime(long seconds) {
-    facts_.accessTime = static_cast<int>(seconds);
+    facts_.accessTime = seconds;
     facts_.mask |= KNOWN_ACCESS_TIME;
 }
 
 void FsFileInfo::setLastModifyTime(long seconds) {
-    facts_.modifyTime = static_cast<int>(seconds);
+    facts_.modifyTime = seconds;
     facts_.mask |= KNOWN_MODIFY_TIME;
 }
 
@@ -272,7 +272,7 @@ bool FsFileInfo::fetchFailed() const {
 }
 
 // Sizes are 32-bit and signed unless the host opted out: what does not fit
-// counts as a failed call, as EOVERFLOW does. The other numbers are cut.
+// counts as a failed call, as EOVERFLOW does. The other numbers but the times are cut.
 bool FsFileInfo::updateFrom(const struct stat& info) const {
     if (complete(facts_.mask)) return true;
     if (!getLargeFileSupport() && info.st_size > INT_MAX) return fetchFailed();
@@ -318,8 +318,8 @@ bool FsFileInfo::compare(FsFileInfo& other, int field, unsigned op, bool caseSen
     }
 }
 
-// Path, name, mask, then one number per known bit from the lowest up. A size
-// keeps its low 32 bits only. Errors are sticky in the serializator, so that
+// Path, name, mask, then one number per known bit from the lowest up. A size or a
+// time keeps its low 32 bits only. Errors are sticky in the serializator, so that
 // only the end is looked at.
 int FsFileInfo::saveObject(FsSerializator& to) const {
     to.saveString(getPath());
@@ -350,15 +350,18 @@ int FsFileInfo::loadObject(FsSerializator& from) {
         using Field = std::remove_reference_t<decltype(field)>;
         if ((facts_.mask & bit) != 0) field = static_cast<Field>(from.loadUnsigned32());
     };
+    const auto loadTime = [&](unsigned bit, long& field) {
+        if ((facts_.mask & bit) != 0) field = static_cast<int>(from.loadUnsigned32());
+    };
     load(KNOWN_ATTRIBUTES, facts_.attributes);
     load(KNOWN_SIZE, facts_.size);
     load(KNOWN_DEVICE, facts_.device);
     load(KNOWN_GROUP, facts_.groupId);
     load(KNOWN_USER, facts_.userId);
     load(KNOWN_INODE, facts_.inode);
-    load(KNOWN_ACCESS_TIME, facts_.accessTime);
-    load(KNOWN_CREATE_TIME, facts_.createTime);
-    load(KNOWN_MODIFY_TIME, facts_.modifyTime);
+    loadTime(KNOWN_ACCESS_TIME, facts_.accessTime);
+    loadTime(KNOWN_CREATE_TIME, facts_.createTime);
+    loadTime(KNOWN_MODIFY_TIME, facts_.modifyTime);
     load(KNOWN_LINKS, facts_.linkCount);
     return from.getLastError();
 }

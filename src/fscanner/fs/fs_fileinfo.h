@@ -92,7 +92,7 @@ public:
     bool compare(FsFileInfo& other, int field, unsigned op, bool caseSensitive);
 
     /// Save what is known, load it back. 0 on success, -1 after a shortfall. The
-    /// size keeps its low 32 bits only.
+    /// size keeps its low 32 bits only, and so do the times, which are signed.
     int saveObject(FsSerializator& to) const;
     int loadObject(FsSerializator& from);
 
@@ -136,9 +136,9 @@ private:
         unsigned groupId = 0;
         unsigned userId = 0;
         unsigned inode = 0;
-        int accessTime = 0;
-        int createTime = 0;
-        int modifyTime = 0;
+        long accessTime = 0;
+        long createTime = 0;
+        long modifyTime = 0;
         unsigned linkCount = 0;
         unsigned mask = 0;
         unsigned error = 0;

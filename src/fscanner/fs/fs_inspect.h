@@ -47,6 +47,13 @@ private:
     std::unique_ptr<State> state_;
 };
 
+/// Opens a directory that a search reported, to reach the files in it: for `openat`,
+/// `fstatat` or `fchdir`, not to be listed. A symbolic link anywhere in the path is
+/// refused (ELOOP): whoever may rename a directory on the way could lead the host
+/// elsewhere. The descriptor is closed on exec and belongs to the caller; -1, with errno,
+/// on failure. A null path gives EINVAL. Any thread.
+FSCANNER_EXPORT int fsOpenDirectory(const wchar_t* path);
+
 /// Sets `description` to what the `file` program says of the file, in the C locale.
 /// False where it says nothing; a path of 1024 characters or more has no type without
 /// long-path support. The directory's other files are described at the same time, for the calls to

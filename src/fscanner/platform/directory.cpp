@@ -139,8 +139,8 @@ private:
 
 }  // namespace
 
-Descriptor openDirectoryWithoutLinks(const char* path) {
-    return openLong(path, kOpenFlags);
+Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use) {
+    return openLong(path, use == DirectoryUse::list ? kOpenFlags : kPassFlags);
 }
 
 void DirectoryEntries::clear() {

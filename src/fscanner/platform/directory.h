@@ -74,9 +74,13 @@ private:
     Descriptor descriptor_;
 };
 
-/// Opens a directory for reading; its path may have any length. A symbolic link anywhere in the
-/// path fails: whoever may rename what lies on the way must not lead us elsewhere. errno tells why.
-Descriptor openDirectoryWithoutLinks(const char* path);
+/// What a directory is opened for: to list it, or only to reach what is in it, which
+/// needs no permission to read it.
+enum class DirectoryUse { list, reach };
+
+/// Opens a directory; its path may have any length. A symbolic link anywhere in the path
+/// fails: whoever may rename what lies on the way must not lead us elsewhere. errno tells why.
+Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use = DirectoryUse::list);
 
 /// `lstat` for a path of any length. In one that is too long for the system, no directory
 /// may be a symbolic link. 0, or the errno.
