@@ -83,9 +83,9 @@ struct ManualFile {
 std::string outcomeOf(const Example& example) {
     ManualFile file;
     file.fill();
-    CriteriaEvaluator criteria(example.criteria.c_str(),
-                               example.kind == "search" ? CriteriaRules::search
-                                                        : CriteriaRules::plain);
+    CriteriaEvaluator criteria(example.criteria.c_str(), example.kind == "search"
+                                                             ? CriteriaRules::search
+                                                             : CriteriaRules::plain);
     file.attach(criteria);
     if (!criteria.compile()) {
         const CompileError& error = criteria.compileError();
