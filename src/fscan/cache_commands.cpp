@@ -45,7 +45,7 @@ std::set<std::string> cacheKinds(const std::string& directory) {
 
 /// The files that are there of all kinds: nothing else is ever touched.
 std::vector<fs::path> cacheFiles(const CachePlace& place) {
-    constexpr std::array<const char*, 15> forms = {"directories.{}.dat",
+    constexpr std::array<const char*, 14> forms = {"directories.{}.dat",
                                                    "directories.{}.pxx",
                                                    "directories.{}_idx.dat",
                                                    "directories.{}_ID.idx",
@@ -54,7 +54,6 @@ std::vector<fs::path> cacheFiles(const CachePlace& place) {
                                                    "directories.{}.counter",
                                                    "directories.{}.cuflag",
                                                    "directories.{}.unread",
-                                                   "directories.{}.patterns",
                                                    "files.{}.dat",
                                                    "files.{}.pxx",
                                                    "files.{}_idx.dat",

@@ -242,6 +242,50 @@ TEST_F(Unread, AFileOfOtherTablesIsNotUsed) {
     EXPECT_EQ(walks(cache, "a", {"a/locked", "a/b/locked"}), 1);
 }
 
+/// Names that hold wildcards equal others, which no index finds: where the file is lost, there
+/// may be some.
+TEST(UnreadFile, ALostOneCostsTheIndexAndNoName) {
+    TempTree tree;
+    for (const char* file : {"a/f.txt", "b/x"}) tree.file(file);
+    const CacheUser cache;
+    const std::string file = cache.directory().path("dirs.unread");
+    const auto asking = [&](FsQuery& query, const std::string& below) -> FsQuery& {
+        query.setQuery(L"[FILENAME]==\"f.txt\"");
+        return Asked{{below + "+"}, {}, {}}.in(tree, query);
+    };
+    const auto found = [&](const std::string& below) {
+        FsQuery query;
+        CollectingWriter writer;
+        EXPECT_EQ(cache.query(writer, asking(query, below)), 0);
+        return writer.paths.size();
+    };
+    const auto usesIndex = [&] {
+        FsQuery query;
+        FsQueryReport plan;
+        const auto open = cache.open();
+        EXPECT_TRUE(open->explain(asking(query, "a"), kDay, plan));
+        open->close();
+        return !plan.criteria.indexField.empty();
+    };
+    EXPECT_EQ(found("a"), 1U);
+    EXPECT_TRUE(usesIndex());
+    // The counter tells of a file from before.
+    const std::string old = readWholeFile(file);
+    tree.file("b/*.txt");
+    EXPECT_EQ(found("b"), 1U);
+    EXPECT_FALSE(usesIndex());
+    EXPECT_EQ(found("b"), 1U);
+    writeWholeFile(file, old);
+    EXPECT_FALSE(usesIndex());
+    EXPECT_EQ(found("b"), 1U);
+    for (const char* below : {"b", "a", "b"}) {
+        std::filesystem::remove(file);
+        EXPECT_FALSE(usesIndex());
+        EXPECT_EQ(found(below), 1U) << below;
+        EXPECT_FALSE(usesIndex());
+    }
+}
+
 TEST(UnreadFile, IsWrittenAsDocumentedAndReadWithSuspicion) {
     const TempTree place;
     const std::wstring path = place.wide("T.unread");
@@ -262,26 +306,29 @@ TEST(UnreadFile, IsWrittenAsDocumentedAndReadWithSuspicion) {
     };
     // IDs up to 9; the error, 13, is in the upper half of an entry's second number.
     constexpr std::uint32_t denied = 13 << 16 | 1, tooLong = 2;
-    const std::string good = content({4, 2, 5, denied, 9, tooLong});
+    const std::string good = content({4, 1, 2, 5, denied, 9, tooLong});
     const std::pair<const char*, std::string> table[] = {
         {"empty", ""},
-        {"no count", content({0})},
-        {"fewer entries", content({0, 2, 5, denied})},
-        {"more entries", content({0, 0, 5, denied})},
-        {"a count beyond all memory", content({0, ~0U, 5, denied})},
-        {"unknown above the counter", content({10, 0})},
-        {"ID 0", content({0, 1, 0, denied})},
-        {"an ID above the counter", content({0, 1, 10, denied})},
-        {"the same ID twice", content({0, 2, 5, denied, 5, denied})},
-        {"descending", content({0, 2, 6, denied, 5, denied})},
-        {"no reason", content({0, 1, 5, 13 << 16})},
-        {"another reason", content({0, 1, 5, 3})},
-        {"no errno", content({0, 1, 5, 4096 << 16 | 1})},
+        {"no kind of names", content({0})},
+        {"no count", content({0, 1})},
+        {"an unknown kind of names", content({0, 2, 0})},
+        {"fewer entries", content({0, 1, 2, 5, denied})},
+        {"more entries", content({0, 1, 0, 5, denied})},
+        {"a count beyond all memory", content({0, 1, ~0U, 5, denied})},
+        {"unknown above the counter", content({10, 1, 0})},
+        {"ID 0", content({0, 1, 1, 0, denied})},
+        {"an ID above the counter", content({0, 1, 1, 10, denied})},
+        {"the same ID twice", content({0, 1, 2, 5, denied, 5, denied})},
+        {"descending", content({0, 1, 2, 6, denied, 5, denied})},
+        {"no reason", content({0, 1, 1, 5, 13 << 16})},
+        {"another reason", content({0, 1, 1, 5, 3})},
+        {"no errno", content({0, 1, 1, 5, 4096 << 16 | 1})},
     };
     const SideFile file{path, "FSUNREAD", 1};
     ASSERT_TRUE(file.write(9, good));
     read.load(path, 9);
     EXPECT_EQ(read.all().size(), 2U);
+    EXPECT_TRUE(read.plainNames());
     EXPECT_FALSE(read.knows(4));
     EXPECT_TRUE(read.knows(5));
     for (const auto& [what, bytes] : table) {
@@ -290,6 +337,7 @@ TEST(UnreadFile, IsWrittenAsDocumentedAndReadWithSuspicion) {
         ASSERT_TRUE(file.write(9, bytes));
         read.load(path, 9);
         EXPECT_THAT(read.all(), IsEmpty()) << what;
+        EXPECT_FALSE(read.plainNames()) << what;
         EXPECT_FALSE(read.knows(9)) << what;
         EXPECT_TRUE(read.knows(10)) << what;
     }

@@ -55,8 +55,7 @@ private:
 void CacheSink::file(WalkEntry& entry) {
     if (failed_) return;
     // Its bytes show a pattern in every encoding, and at times where there is none.
-    failed_ = text_test::examine(entry.storedName()).pattern && !store_.expectPatterns();
-    if (failed_) return;
+    if (text_test::examine(entry.storedName()).pattern) store_.expectPatterns();
     facts_.forgetInfo();
     const struct stat* info = entry.info();
     const bool known = info && facts_.updateFrom(*info);

@@ -109,9 +109,10 @@ int CacheQuery::monitored(const QueryPlan& plan) {
         const wchar_t* path = pair.path.getPathName();
         debug("%s - scanning [%ls] path...\n", kMonitored, path);
         const bool local = QueryPlan::isLocal(pair);
-        if (local && find(pair).built != 0) {
+        const unsigned built = local ? find(pair).built : 0;
+        if (built != 0) {
             debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
-            tellOfCached(path, find(pair).built);
+            tellOfCached(path, built);
             fromCache.push_back(pair);
         } else {
             debug("%s - file system %s access on [%ls]\n", kMonitored,

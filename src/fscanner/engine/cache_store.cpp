@@ -20,7 +20,6 @@ namespace fscanner {
 const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
-const wchar_t* CachePatternsSuffix = L".patterns";
 const wchar_t* field_ID = L"ID";
 
 namespace {
@@ -257,9 +256,9 @@ bool CacheStore::createCache() {
     }
     beginCacheUpdate();
     broken_ = false;
-    openRecordSets();
     directoriesIndex_ = 0;
     unread_.reset(0);
+    openRecordSets();
     return updateDirectoriesIDCounter();
 }
 
@@ -295,7 +294,7 @@ bool CacheStore::openCache() {
 
 void CacheStore::openRecordSets() {
     files_->expectConstantKeys();
-    files_->expectPatterns(presenceOf(path(CachePatternsSuffix)) != Presence::absent);
+    files_->expectPatterns(!unread_.plainNames());
     directories_->expectConstantKeys();
     filesRecords_ = files_->openRecordSet();
     directoryRecords_ = directories_->openRecordSet();
@@ -457,14 +456,12 @@ bool CacheStore::updateDirectoriesIDCounter() {
     return writeSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size());
 }
 
-bool CacheStore::expectPatterns() {
-    if (files_->mayHoldPatterns()) return true;
+void CacheStore::expectPatterns() {
     files_->expectPatterns(true);
-    return writeSmallFile(path(CachePatternsSuffix), nullptr, 0);
+    unread_.notePattern();
 }
 
 void CacheStore::removeSmallFiles() {
-    removeFile(path(CachePatternsSuffix).c_str());
     removeFile(path(CacheCounterSuffix).c_str());
     removeFile(path(CacheUnreadSuffix).c_str());
 }

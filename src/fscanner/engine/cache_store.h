@@ -13,12 +13,11 @@
 
 namespace fscanner {
 
-/// Suffixes of the mark, of the counter, of the unread directories and of the note that
-/// there are patterns among the names of files, and the name of a directory's number.
+/// Suffixes of the mark, of the counter and of the unread directories, and the name of a
+/// directory's number.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
-extern const wchar_t* CachePatternsSuffix;
 extern const wchar_t* field_ID;
 
 /// Whether the files of a cache can be looked up by this field.
@@ -114,8 +113,8 @@ public:
     bool beginChanges();
 
     /// To be called before a file is inserted whose name holds "*" or "?": from then on
-    /// no search of this cache looks names up. False when that cannot be noted.
-    bool expectPatterns();
+    /// no search of this cache looks names up.
+    void expectPatterns();
 
     FS_Table& files() { return *files_; }
     FS_Table& directories() { return *directories_; }

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t kEntrySize = 8;
 constexpr int kLargestError = 4095;  // the kernel's own limit
+constexpr std::uint32_t kPlainNames = 1;
 
 SideFile sideFile(const std::wstring& path) {
     return {path, "FSUNREAD", 1};
@@ -31,6 +32,7 @@ std::optional<FsSkipReason> reasonOf(std::uint16_t code) {
 void UnreadDirectories::reset(unsigned unknownUpTo) {
     unread_.clear();
     unknownUpTo_ = unknownUpTo;
+    plainNames_ = unknownUpTo == 0;
 }
 
 void UnreadDirectories::load(const std::wstring& path, unsigned counter) {
@@ -41,9 +43,12 @@ void UnreadDirectories::load(const std::wstring& path, unsigned counter) {
 bool UnreadDirectories::decode(const std::string& content, unsigned counter) {
     unread_.clear();
     ByteRange bytes{std::string_view(content)};
-    std::uint32_t unknown = 0, count = 0;
-    if (!bytes.takeInteger(unknown) || !bytes.takeInteger(count)) return false;
-    if (unknown > counter || bytes.left() != std::uint64_t{count} * kEntrySize) return false;
+    std::uint32_t unknown = 0, names = 0, count = 0;
+    if (!bytes.takeInteger(unknown) || !bytes.takeInteger(names) || !bytes.takeInteger(count))
+        return false;
+    if (unknown > counter || names > kPlainNames ||
+        bytes.left() != std::uint64_t{count} * kEntrySize)
+        return false;
     std::uint32_t id = 0;
     std::uint16_t code = 0, error = 0;
     for (std::uint32_t last = 0; !bytes.empty(); last = id) {
@@ -55,12 +60,14 @@ bool UnreadDirectories::decode(const std::string& content, unsigned counter) {
         unread_.emplace_hint(unread_.end(), id, Unread{*reason, error});
     }
     unknownUpTo_ = unknown;
+    plainNames_ = names == kPlainNames;
     return true;
 }
 
 bool UnreadDirectories::save(const std::wstring& path, unsigned counter) const {
     std::string content;
     appendInteger(content, std::uint32_t{unknownUpTo_});
+    appendInteger(content, plainNames_ ? kPlainNames : 0);
     appendInteger(content, static_cast<std::uint32_t>(unread_.size()));
     for (const auto& [id, unread] : unread_) {
         appendInteger(content, std::uint32_t{id});

@@ -12,6 +12,7 @@ namespace fscanner {
 ///
 /// They are kept in a file of their own (docs/formats/unread-file.md). Trees that were built
 /// while there was no such file, or a damaged one, are told apart by their IDs: `knows`.
+/// The file also says whether names can be looked up: `plainNames`.
 class UnreadDirectories {
 public:
     struct Unread {
@@ -20,6 +21,7 @@ public:
     };
 
     /// Forgets all. Of directories up to this ID nothing is known, of later ones all is.
+    /// With 0 there are none, and so no names either.
     void reset(unsigned unknownUpTo);
     /// Reads the file of the tables whose ID counter is this. Where it is of no use nothing
     /// is known of any directory that the tables have.
@@ -32,6 +34,9 @@ public:
     /// Whether it is known what of the directory's tree could not be read.
     bool knows(unsigned id) const { return id > unknownUpTo_; }
     bool contains(unsigned id) const { return unread_.contains(id); }
+    /// Whether surely no name of a file in the tables holds "*" or "?".
+    bool plainNames() const { return plainNames_; }
+    void notePattern() { plainNames_ = false; }
     /// By ID, ascending.
     const std::map<unsigned, Unread>& all() const { return unread_; }
 
@@ -39,6 +44,7 @@ private:
     bool decode(const std::string& content, unsigned counter);
 
     unsigned unknownUpTo_ = 0;
+    bool plainNames_ = true;
     std::map<unsigned, Unread> unread_;
 };
 
