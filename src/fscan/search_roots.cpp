@@ -94,6 +94,7 @@ std::vector<SearchRoot> splitByDrives(const std::vector<SearchRoot>& roots) {
         for (const unsigned drives : {localDrives, remoteDrives}) {
             split.push_back(root);
             split.back().drives = drives;
+            split.back().half = true;
         }
     }
     return split;

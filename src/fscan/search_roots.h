@@ -17,6 +17,7 @@ struct SearchRoot {
     unsigned drives = allDrives;      ///< the `DriveGroups` to search
     std::wstring real;                ///< absolute, without links, no "/" at its end
     std::vector<std::wstring> inner;  ///< other roots below it, which report their own
+    bool half = false;                ///< of a PATH that became two roots, one for each group
 
     /// Whether this root answers for a directory at or below it.
     bool owns(std::wstring_view directory) const;

@@ -12,6 +12,7 @@
 #include "criteria.h"
 #include "drives.h"
 #include "exit_status.h"
+#include "fscanner/engine/cache.h"
 #include "interruption.h"
 #include "messages.h"
 #include "options.h"
@@ -127,6 +128,8 @@ int SearchRun::searchRoot(const SearchRoot& root) {
     watcher_.expectCaching(search_.asking.cached && local);
     const int code = search_.asking.run(writer_, search_.query);
     if (matches_.stopped() || Interruption::pending()) return STATUS_FOUND;
+    // The other half is on a drive.
+    if (root.half && code == fscanner::FS_CACHE_NO_DRIVE) return STATUS_FOUND;
     const int status = search_.asking.report(code, root.given);
     if (status == STATUS_INCOMPLETE) watcher_.timedOut(root.given);
     return status;

@@ -100,6 +100,9 @@ TEST_F(StatusTest, AWrongPathDoesNotKeepTheOthersFromBeingSearched) {
     const RunResult elsewhere = run({"$remote::" + (tree_ / "d"), "d/locked"});
     EXPECT_EQ(elsewhere.out, "d/locked/g\n");
     EXPECT_EQ(elsewhere.err, "fscan: note: " + (tree_ / "d") + ": on no drive that is searched\n");
+    // A PATH that is searched for each group apart lies on a drive of one of them.
+    const std::string group = "$remote::" + (tree_ / "d");
+    EXPECT_EQ(run({".", group}).err, elsewhere.err);
     EXPECT_EQ(elsewhere.status, 0);
 }
 
