@@ -33,7 +33,7 @@ fscanner::FsSortKey libraryKey(SortKey key) {
 }  // namespace
 
 SpillFile::SpillFile() {
-    results_ = std::make_unique<fscanner::FsResultSet_OnFile>();
+    results_ = std::make_unique<fscanner::FsResultSet_OnFile>(fscanner::FsUnnamed::unnamed);
 }
 
 bool SpillFile::add(const Match& match) {

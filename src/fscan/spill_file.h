@@ -11,7 +11,7 @@
 namespace fscan {
 
 /// Matches in a temporary file of the library's, sorted there. The file is gone
-/// with the object, or by the library's cleanup handlers.
+/// with the object, or however the process ends.
 ///
 /// A byte of a text travels as the character of its number, so that texts come
 /// back as they were and are sorted by their bytes in every locale.

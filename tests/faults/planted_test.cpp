@@ -10,6 +10,7 @@
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/filetype/list_file.h"
+#include "fscanner/fs/fs_resultset_file.h"
 #include "fscanner/fs/temp_files.h"
 #include "host.h"
 
@@ -103,7 +104,7 @@ TEST_P(Planted, TemporaryAndSortFiles) {
     const std::string directory = host.place.path("temporary/");
     tempNameSource() = {[](char*) -> char* { return nullptr; }, directory.c_str(),
                         directory.c_str()};
-    // One number is free: its sort files are not.
+    // One number is free.
     for (const char* name : {"fsq_0", "fsq_2", "fsq_1.a", "fsq_1.b"}) plant(directory + name);
     std::vector<std::string> paths;
     expectQuick([&] {
@@ -113,10 +114,26 @@ TEST_P(Planted, TemporaryAndSortFiles) {
     });
     tempNameSource() = {std::tmpnam, "./", "/tmp/"};
     std::reverse(paths.begin(), paths.end());
-    // A directory cannot be replaced: the results stay as they came.
-    if (GetParam() == Plant::directory) std::sort(paths.begin(), paths.end());
     EXPECT_EQ(paths, host.truth());
+    EXPECT_EQ(FaultHost::walkFresh(directory).size(), GetParam() == Plant::directory ? 0U : 4U)
+        << "what others made stays";
     expectUnharmed();
+}
+
+// A host may be told where to write by somebody else.
+TEST_P(Planted, ResultFileOfAHost) {
+    const std::string name = host.place.path("temporary/results");
+    plant(name);
+    const auto isThere = [&] { return fs::exists(fs::symlink_status(name)); };
+    const bool isFile = GetParam() == Plant::unreadable || GetParam() == Plant::foreign;
+    if (!isFile && GetParam() != Plant::hardLink && GetParam() != Plant::link) {
+        FsResultSetWriter_OnFile writer(name.c_str());
+        writer.addRecord(L"/d", L"a", 1, 0);
+        expectQuick([&] { EXPECT_EQ(writer.close(), 0); });
+        EXPECT_TRUE(isThere());
+    }
+    expectQuick([&] { FsResultSetReader_OnFile(name.c_str()).moveFirst(); });
+    EXPECT_EQ(isThere(), !isFile && GetParam() != Plant::hardLink) << "read, as it is a file";
 }
 
 TEST_P(Planted, ListFile) {

@@ -13,6 +13,7 @@
 #include "fscanner/fs/fs_resource_manager.h"
 #include "fscanner/fs/fs_resultset_vector.h"
 #include "support/child_process.h"
+#include "support/private_mounts.h"
 
 namespace fscanner {
 namespace {
@@ -141,6 +142,67 @@ TEST_F(ResultFile, GoesWithTheSetTheReaderOrTheCleanupHandlersOfACode) {
     reader = threeRecords();
     FsResourceManager::getInstance()->invokeCleanupHandlers(3);
     EXPECT_THAT(directory_.files(), IsEmpty());
+}
+
+// Whatever has the name when ours was not, or is no longer, there belongs to others.
+TEST_F(ResultFile, NothingElseIsRemoved) {
+    const std::string taken = directory_ / "results0";
+    const auto expectKept = [&] { EXPECT_EQ(readWholeFile(taken), "precious"); };
+    {
+        FsResultSet_OnFile results;
+        writeWholeFile(taken, "precious");
+        FsResourceManager::getInstance()->invokeCleanupHandlers(3);
+        expectKept();
+        results.getWriter()->addRecord(L"/d", L"a", 1, 0);
+        FsResourceManager::getInstance()->invokeCleanupHandlers(3);
+        expectKept();
+    }
+    EXPECT_EQ(directory_.files().size(), 1u);
+    {
+        const auto reader = threeRecords();
+        const std::string ours = directory_ / "results2";
+        ASSERT_TRUE(std::filesystem::exists(ours));
+        // Renamed, not removed: no other file gets its number.
+        std::filesystem::rename(ours, directory_ / "moved");
+        writeWholeFile(ours, "precious");
+        FsResourceManager::getInstance()->invokeCleanupHandlers(3);
+    }
+    EXPECT_EQ(readWholeFile(directory_ / "results2"), "precious");
+    for (const char* device : {"/dev/null", "/dev/zero"}) {
+        FsResultSetWriter_OnFile(device).close();
+        FsResultSetReader_OnFile(device).moveFirst();
+        EXPECT_TRUE(std::filesystem::exists(device));
+    }
+}
+
+// Nothing is left of it when the process is killed, as it never has a name; where it needs
+// one, the cleanup handlers know it.
+TEST_F(ResultFile, HasNoNameWhereNoneIsWanted) {
+    const std::string place = directory_ / "";
+    const TempNameSource saved = tempNameSource();
+    tempNameSource().fallbackDirectory = place.c_str();
+    const auto writeAndSort = [&](std::size_t named) {
+        std::unique_ptr<FsResultSetReader> reader;
+        {
+            FsResultSet_OnFile results(FsUnnamed::unnamed);
+            for (const wchar_t* name : {L"b", L"c", L"a"})
+                if (results.getWriter()->addRecord(L"/d", name, 1, 0) != 0) return 1;
+            reader.reset(results.getReader());
+        }
+        if (directory_.files().size() != named) return 2;
+        reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true);
+        reader->moveFirst();
+        if (namesLeft(*reader) != L"abc" || directory_.files().size() != named) return 3;
+        FsResourceManager::getInstance()->invokeCleanupHandlers(3);
+        return directory_.files().empty() ? 0 : 4;
+    };
+    EXPECT_EQ(writeAndSort(0), 0);
+    const int withoutProc = inChild([&] {
+        if (!enterPrivateMounts() || !mountMemory("none", "/proc")) return notAllowed;
+        return writeAndSort(1);
+    });
+    EXPECT_THAT(withoutProc, ::testing::AnyOf(0, notAllowed));
+    tempNameSource() = saved;
 }
 
 TEST_F(ResultFile, IsReadFromMoveFirstOn) {

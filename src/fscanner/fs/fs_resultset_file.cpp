@@ -1,7 +1,5 @@
 #include "fscanner/fs/fs_resultset_file.h"
 
-#include <unistd.h>
-
 #undef NDEBUG  // the one assertion here guards an exported constructor
 #include <cassert>
 #include <cerrno>
@@ -9,7 +7,6 @@
 #include <cstring>
 #include <utility>
 
-#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
@@ -52,10 +49,12 @@ NaturalMergeSort::Compare comparator(unsigned key) {
 }
 
 // Only the log tells how the sort went: hosts are told whether it was attempted.
-void sortFile(const std::string& name, unsigned key, unsigned direction, bool caseSensitive) {
+void sortFile(const std::string& name, const std::string& directory, unsigned key,
+              unsigned direction, bool caseSensitive) {
     std::wstring wide = toWide(name);
     debug("FsResultSetReader_OnFile::sort - file name is %ls\n", wide.c_str());
     NaturalMergeSort sorter(comparator(key), fs_read, fs_write, fs_readCurrent, fs_free);
+    if (!directory.empty()) sorter.setDirectory(directory);
     sorter.setEncodedMerge(std::make_unique<ResultRecordMerge>(key));
     debug("FsResultSetReader_OnFile::sort - naturalMergeSort object created!\n");
     sorter.sort(wide.c_str(), direction, caseSensitive);
@@ -66,8 +65,8 @@ void sortFile(const std::string& name, unsigned key, unsigned direction, bool ca
 
 FsResultSetWriter_OnFile::FsResultSetWriter_OnFile(const char* name) : file_(makeFile(name)) {
     if (!file_) return;
-    name_ = name;
-    file_->create();
+    removable_ = std::make_unique<RemovableFile>(name);
+    if (file_->create()) removable_->identify();
     serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
 }
 
@@ -92,8 +91,9 @@ int FsResultSetWriter_OnFile::addRecord(const FsFileInfo& record) {
 // that cannot be cut is no result at all.
 int FsResultSetWriter_OnFile::close() {
     if (serializator_ && !file_->close()) {
-        debug("FsResultSetWriter_OnFile::close - '%s' is not complete, removed\n", name_.c_str());
-        ::unlink(name_.c_str());
+        debug("FsResultSetWriter_OnFile::close - '%s' is not complete, removed\n",
+              removable_->name().c_str());
+        removable_->remove();
     }
     serializator_.reset();
     return 0;
@@ -101,12 +101,17 @@ int FsResultSetWriter_OnFile::close() {
 
 FsResultSetReader_OnFile::FsResultSetReader_OnFile(const char* filename) {
     assert(filename != 0);  // NOLINT(modernize-use-nullptr): what it prints is part of the face
-    name_ = filename;
+    source_ = std::make_unique<RemovableFile>(filename);
+    source_->identify();
 }
+
+FsResultSetReader_OnFile::FsResultSetReader_OnFile(std::shared_ptr<TemporaryFile> unnamed)
+    : source_(std::make_unique<RemovableFile>(unnamed ? unnamed->path() : "")),
+      unnamed_(std::move(unnamed)) {}
 
 FsResultSetReader_OnFile::~FsResultSetReader_OnFile() {
     closeFile();
-    ::unlink(name_.c_str());
+    source_->remove();
 }
 
 void FsResultSetReader_OnFile::closeFile() {
@@ -117,9 +122,9 @@ void FsResultSetReader_OnFile::closeFile() {
 void FsResultSetReader_OnFile::moveFirst() {
     closeFile();
     behindWall("FsResultSetReader_OnFile::moveFirst", [this] {
-        file_ = makeFile(name_.c_str());
+        file_ = makeFile(source_->name().c_str());
         if (!file_) return;
-        file_->open();
+        if (file_->open()) source_->identify();
         serializator_ = std::make_unique<FsSerializator_OnFile>(file_.get(), true);
     });
 }
@@ -146,8 +151,10 @@ int FsResultSetReader_OnFile::sort(unsigned key, unsigned direction, bool caseSe
     const bool known = comparator(key) != nullptr;
     if (known) {
         closeFile();  // the sort rewrites it
-        behindWall("FsResultSetReader_OnFile::sort",
-                   [&] { sortFile(name_, key, direction, caseSensitive); });
+        behindWall("FsResultSetReader_OnFile::sort", [&] {
+            sortFile(source_->name(), unnamed_ ? unnamed_->directory() : "", key, direction,
+                     caseSensitive);
+        });
     }
     debug("FsResultSetReader_OnFile::sort - exiting...\n");
     return known ? 1 : 0;
@@ -157,27 +164,34 @@ FsResultSet_OnFile::FsResultSet_OnFile() {
     chooseName();
 }
 
+FsResultSet_OnFile::FsResultSet_OnFile(FsUnnamed) {
+    const TempNameSource& places = tempNameSource();
+    unnamed_ = TemporaryFile::create(places.fallbackDirectory);
+    if (!unnamed_) unnamed_ = TemporaryFile::create(places.directory);
+}
+
 // The registration stays when the set is gone: the reader's file still has to be
 // removed if the host stops.
 void FsResultSet_OnFile::chooseName() {
-    auto [path, created] = chooseTempName();
-    name_ = std::move(path);
+    const auto [path, created] = chooseTempName();
     claimed_ = created;
-    debug("The temp file name is: %s\n", name_.empty() ? "(null)" : name_.c_str());
-    if (name_.empty()) {
+    debug("The temp file name is: %s\n", path.empty() ? "(null)" : path.c_str());
+    if (path.empty()) {
         debug("Exiting due to null temp file name: ");
         debug("%s", std::strerror(errno));
         debug("\n");
         std::exit(NO_TEMP_NAME_STATUS);  // a host cannot run queries without a file
     }
-    debug("name ok: %s\n", name_.c_str());
-    addTempFileHandler(name_);
+    debug("name ok: %s\n", path.c_str());
+    if (file_ != nullptr) removeTempFileHandler(*file_);
+    file_ = &addTempFileHandler(path);
+    if (created) file_->identify();
 }
 
 // A name that somebody else took since it was chosen is left to them.
 bool FsResultSet_OnFile::claimFile() {
     for (int i = 0; !claimed_ && i < NAME_TRIES; ++i) {
-        claimed_ = createExclusively(name_.c_str());
+        claimed_ = file_->create();
         if (claimed_ || errno != EEXIST) break;
         chooseName();
     }
@@ -186,21 +200,26 @@ bool FsResultSet_OnFile::claimFile() {
 
 FsResultSet_OnFile::~FsResultSet_OnFile() {
     writer_.reset();
-    if (claimed_ && reader_ == nullptr) ::unlink(name_.c_str());
+    if (claimed_ && reader_ == nullptr) file_->remove();
+}
+
+const char* FsResultSet_OnFile::pathToWrite() {
+    if (unnamed_) return unnamed_->path().c_str();
+    return file_ != nullptr && claimFile() ? file_->name().c_str() : nullptr;
 }
 
 FsResultSetWriter* FsResultSet_OnFile::getWriter() {
-    if (!writer_) {
-        const char* name = claimFile() ? name_.c_str() : nullptr;
-        writer_ = std::make_unique<FsResultSetWriter_OnFile>(name);
-    }
+    if (!writer_) writer_ = std::make_unique<FsResultSetWriter_OnFile>(pathToWrite());
     return writer_.get();
 }
 
 FsResultSetReader* FsResultSet_OnFile::getReader() {
     if (reader_ == nullptr) {
         if (writer_) writer_->close();
-        reader_ = new FsResultSetReader_OnFile(name_.c_str());
+        const char* const path = pathToWrite();
+        // Where it could not be made, whatever has the name is not the results.
+        reader_ = file_ != nullptr ? new FsResultSetReader_OnFile(path != nullptr ? path : "")
+                                   : new FsResultSetReader_OnFile(unnamed_);
     }
     return reader_;
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resultset.h"
@@ -23,22 +24,25 @@ namespace fscanner {
 
 namespace {
 
-// An auxiliary file: made for its owner alone, and gone with this object, also
-// when the host stops the process through its cleanup handlers.
+// An auxiliary file: made for its owner alone, and gone with this object.
 class AuxiliaryFile {
 public:
-    explicit AuxiliaryFile(std::wstring name) : name_(std::move(name)) {
-        registration_ = TemporaryFile::create(name_);
-        if (registration_) file_ = SysFactory::createMmFile(name_.c_str());
+    explicit AuxiliaryFile(const std::string& directory)
+        : temporary_(TemporaryFile::create(directory)) {
+        if (temporary_) file_ = SysFactory::createMmFile(toWide(temporary_->path()).c_str());
         if (file_) file_->setSyncOnClose(false);
     }
     LinuxMmFile* get() const { return file_.get(); }
 
 private:
-    std::wstring name_;
-    std::unique_ptr<TemporaryFile> registration_;
+    std::unique_ptr<TemporaryFile> temporary_;
     std::unique_ptr<LinuxMmFile> file_;  // closed before the file is removed
 };
+
+std::string directoryOf(const std::wstring& file) {
+    const std::size_t end = file.rfind(L'/');
+    return end == file.npos ? "." : toMultibyte(file.substr(0, end + 1));
+}
 
 bool atEnd(AbstractFile& file) {
     const long position = file.tell();
@@ -79,11 +83,11 @@ bool NaturalMergeSort::sort(const wchar_t* fileName, unsigned direction, bool ca
 }
 
 bool NaturalMergeSort::sortOpened(const wchar_t* fileName, LinuxMmFile& source) {
-    const std::wstring name(fileName);
     debug("NaturalMergeSort::sort - first tmp file is [%ls.a]\n", fileName);
     debug("NaturalMergeSort::sort - second tmp file is [%ls.b]\n", fileName);
-    const AuxiliaryFile first(name + L".a");
-    const AuxiliaryFile second(name + L".b");
+    const std::string directory = directory_.empty() ? directoryOf(fileName) : directory_;
+    const AuxiliaryFile first(directory);
+    const AuxiliaryFile second(directory);
     if (first.get() == nullptr || second.get() == nullptr) {
         debug("NaturalMergeSort::sort - the tmp files cannot be made!\n");
         return false;

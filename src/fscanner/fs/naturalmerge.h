@@ -1,6 +1,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <utility>
 
 namespace fscanner {
 
@@ -28,8 +30,8 @@ public:
 };
 
 /// Sorts a file of variable-length records on disk by natural merging, with two
-/// auxiliary files beside it (its name with ".a" and ".b", removed at the end)
-/// and at most four records in memory.
+/// auxiliary files in its directory (without names, where the system allows it) and
+/// at most four records in memory.
 ///
 /// What a record is, only the callbacks know. Records travel as untyped pointers:
 /// `read` and `readCurrent` make them, `free` releases them. The order of equal
@@ -51,6 +53,9 @@ public:
 
     /// Tries this way first; the callbacks remain for what it does not take.
     void setEncodedMerge(std::unique_ptr<EncodedMerge> encoded) { encoded_ = std::move(encoded); }
+
+    /// Makes the auxiliary files elsewhere than beside the file.
+    void setDirectory(std::string directory) { directory_ = std::move(directory); }
 
     /// `direction` is an `FsSortDirection`. True only if the sort ran to its end.
     /// When the auxiliary files could not be made or written, the file still holds
@@ -87,6 +92,7 @@ private:
     unsigned mergeOperator_ = 0;
     bool caseSensitive_ = true;
     bool writeFailed_ = false;
+    std::string directory_;
     std::unique_ptr<EncodedMerge> encoded_;
 };
 

@@ -1,15 +1,18 @@
 #include "fscanner/fs/temp_files.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <forward_list>
 #include <new>
 #include <utility>
 
 #include "fscanner/common/paths.h"
-#include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
 
@@ -35,16 +38,33 @@ char* arrayCopy(const std::string& text) {
 }
 
 // A handler returns nothing; calling through a cast function type is undefined.
-void deleteFileThunk(int code, void* name) {
-    deleteFile_CleanupHandler(code, name);
+void deleteFileThunk(int code, void* context) {
+    const auto* const file = static_cast<const RemovableFile*>(context);
+    if (file->isThere()) deleteFile_CleanupHandler(code, const_cast<char*>(file->name().c_str()));
 }
 
 // Names stay where they are for as long as the process runs: a handler may be
 // called at any time, also while static objects are destroyed.
-char* keepForever(const std::string& name) {
-    static auto& names = *new std::forward_list<std::string>;
-    return names.emplace_front(name).data();
+RemovableFile& keepForever(const std::string& name) {
+    static auto& files = *new std::forward_list<RemovableFile>;
+    return files.emplace_front(name);
 }
+
+/// No handler of a signal runs in this thread while it lives.
+class SignalsHeld {
+public:
+    SignalsHeld() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_{};
+};
 
 }  // namespace
 
@@ -79,31 +99,81 @@ int deleteFile_CleanupHandler(int code, void* name) {
     return ::unlink(path);
 }
 
-void* addTempFileHandler(const std::string& name) {
-    void* kept = keepForever(name);
-    FsResourceManager::getInstance()->addCleanupHandler(deleteFileThunk, kept);
+void RemovableFile::identify() {
+    struct stat info {};
+    const bool known = ::lstat(name_.c_str(), &info) == 0 && S_ISREG(info.st_mode);
+    device_ = info.st_dev;
+    inode_ = known ? info.st_ino : 0;
+}
+
+bool RemovableFile::create() {
+    const SignalsHeld held;
+    if (!createExclusively(name_.c_str())) return false;
+    identify();
+    return true;
+}
+
+bool RemovableFile::isThere() const {
+    struct stat info {};
+    return inode_ != 0 && ::lstat(name_.c_str(), &info) == 0 && info.st_dev == device_ &&
+           info.st_ino == inode_;
+}
+
+void RemovableFile::remove() {
+    if (isThere()) ::unlink(name_.c_str());
+    inode_ = 0;
+}
+
+RemovableFile& addTempFileHandler(const std::string& name) {
+    RemovableFile& kept = keepForever(name);
+    FsResourceManager::getInstance()->addCleanupHandler(deleteFileThunk, &kept);
     return kept;
 }
 
-void removeTempFileHandler(void* registration) {
-    FsResourceManager::getInstance()->removeCleanupHandler(deleteFileThunk, registration);
+void removeTempFileHandler(RemovableFile& registration) {
+    FsResourceManager::getInstance()->removeCleanupHandler(deleteFileThunk, &registration);
 }
 
-std::unique_ptr<TemporaryFile> TemporaryFile::create(const std::wstring& name) {
-    std::unique_ptr<TemporaryFile> file(new TemporaryFile(toMultibyte(name)));
-    ::unlink(file->name_.c_str());
-    // Registered before it is there: a signal may come in between.
-    file->created_ = createExclusively(file->name_.c_str());
-    if (!file->created_) file.reset();
+std::unique_ptr<TemporaryFile> TemporaryFile::create(const std::string& directory) {
+    std::unique_ptr<TemporaryFile> file(new TemporaryFile(directory));
+    Descriptor unnamed(::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    if (!file->adopt(std::move(unnamed)) && !file->createNamed()) file.reset();
     return file;
 }
 
-TemporaryFile::TemporaryFile(std::string name)
-    : name_(std::move(name)), registration_(addTempFileHandler(name_)) {}
-
 TemporaryFile::~TemporaryFile() {
-    if (created_) ::unlink(name_.c_str());
-    removeTempFileHandler(registration_);
+    if (named_ == nullptr) return;
+    named_->remove();
+    removeTempFileHandler(*named_);
+}
+
+// Mapped files are opened by a path, and more than once.
+bool TemporaryFile::adopt(Descriptor file) {
+    file = aboveStandardStreams(std::move(file));
+    if (!file) return false;
+    std::string path = "/proc/self/fd/" + std::to_string(file.get());
+    if (!openRegularFile(path.c_str(), OpenMode::existing, 0)) return false;
+    path_ = std::move(path);
+    file_ = std::move(file);
+    return true;
+}
+
+// For file systems that make no file without a name, and for systems without /proc.
+bool TemporaryFile::createNamed() {
+    std::string name = directory_ + "/fsq_XXXXXX";
+    const SignalsHeld held;
+    Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
+    if (!file) return false;
+    RemovableFile made(name);
+    made.identify();
+    if (adopt(std::move(file))) {
+        made.remove();
+        return true;
+    }
+    named_ = &addTempFileHandler(name);
+    named_->identify();
+    path_ = std::move(name);
+    return true;
 }
 
 }  // namespace fscanner

@@ -1,7 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <memory>
 #include <string>
+#include <utility>
+
+#include "fscanner/platform/descriptor.h"
 
 namespace fscanner {
 
@@ -33,26 +38,56 @@ char* getTempFile_Default();
 /// Unless `code` is 0: logs the call and unlinks the file `name` (`char*`).
 int deleteFile_CleanupHandler(int code, void* name);
 
-/// Registers `deleteFile_CleanupHandler` for a copy of `name` that lasts as long
-/// as the process. The result removes the registration again.
-void* addTempFileHandler(const std::string& name);
-void removeTempFileHandler(void* registration);
+/// A regular file by its name, removed only as long as the name stands for it.
+class RemovableFile {
+public:
+    /// None, until it is created or identified.
+    explicit RemovableFile(std::string name) : name_(std::move(name)) {}
+    const std::string& name() const { return name_; }
+    /// Makes the file, for its owner alone. False, with errno, where that fails or the
+    /// name is taken. No signal is handled by this thread between that and the knowledge.
+    bool create();
+    /// Looks which file the name stands for now; none where that is no regular file.
+    void identify();
+    /// Whether the name still stands for it. Signal handlers may ask.
+    bool isThere() const;
+    void remove();
 
-/// A file that is readable by its owner alone, and removed with its owner object
-/// or by the cleanup handlers.
+private:
+    std::string name_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;  // 0: none
+};
+
+/// Registers a handler that calls `deleteFile_CleanupHandler` for the file, if it is
+/// there by then. It lasts as long as the process, unless the registration is removed.
+RemovableFile& addTempFileHandler(const std::string& name);
+void removeTempFileHandler(RemovableFile& registration);
+
+/// A file that is readable by its owner alone, and gone with this object. It has no name,
+/// so that nothing is left of it however the process ends. Only where the process could
+/// not open it again, as without /proc, it keeps one, which the cleanup handlers remove.
 class TemporaryFile {
 public:
-    /// Makes the file anew, whatever had the name. Null when it cannot be made.
-    static std::unique_ptr<TemporaryFile> create(const std::wstring& name);
+    /// Null, with errno, when it cannot be made.
+    static std::unique_ptr<TemporaryFile> create(const std::string& directory);
     ~TemporaryFile();
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
+    /// By which this process opens it.
+    const std::string& path() const { return path_; }
+    const std::string& directory() const { return directory_; }
+
 private:
-    explicit TemporaryFile(std::string name);
-    std::string name_;
-    void* registration_;
-    bool created_ = false;
+    explicit TemporaryFile(const std::string& directory) : directory_(directory) {}
+    bool adopt(Descriptor file);
+    bool createNamed();
+
+    std::string directory_;
+    std::string path_;
+    Descriptor file_;                 // of what has no name
+    RemovableFile* named_ = nullptr;  // registered
 };
 
 }  // namespace fscanner
