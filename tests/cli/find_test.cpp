@@ -156,6 +156,17 @@ TEST_F(DeepTest, TenThousandLevelsAreFoundInEveryWay) {
     EXPECT_EQ(run({"-c", "-x", tree_ / middle, "deep"}).out, "50\n");
 }
 
+TEST_F(DeepTest, PathsOfAMegabyteAreSorted) {
+    const Arguments expected = plant(2);
+    for (const char* key : {"pathname", "name"}) {
+        const RunResult result = run({"--sort", key, "deep"});
+        EXPECT_EQ(result.err, "");
+        EXPECT_TRUE(records(result.out) == expected) << key;
+        // The shorter ones first: "f" stands before the "m" of the next level.
+        EXPECT_LT(result.out.find('\n'), 20000u);
+    }
+}
+
 // What no argument can hold is named, and the rest is run.
 TEST_F(DeepTest, CommandsAreToldOfAllPathsThatFit) {
     constexpr std::size_t room = 131072;
