@@ -105,6 +105,8 @@ TEST_F(Config, ReadsTheFirstFileAndTheInstalledOneForTheRest) {
     EXPECT_EQ(who(), "xdg");
     EXPECT_EQ(config_.getString("s", "from", "nobody"), "vendor");
     EXPECT_EQ(config_.getString("s", "empty", "default"), "default");
+    EXPECT_EQ(config_.getString(nullptr, "who", "default"), "default") << "and where it fails";
+    EXPECT_EQ(FsSettings().getString(nullptr, "who", "default"), "default");
     file_.set(directory_ / "own.conf");
     writeWholeFile(directory_ / "own.conf", "[s]\nwho = own\n");
     EXPECT_EQ(who(), "own");

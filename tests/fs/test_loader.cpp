@@ -100,6 +100,8 @@ TEST_F(Plugins, AreLoadedByNameOrByConfiguration) {
     ASSERT_NE(configured, nullptr);
     EXPECT_STREQ(configured->name(), "test_provider");
     const std::unique_ptr<FsMonitor> monitor(FsLoader::loadFsMonitor("test_provider", &config_));
+    EXPECT_EQ(FsLoader::loadFsProvider("test_provider", nullptr), nullptr);
+    EXPECT_EQ(FsLoader::loadFsMonitor("test_provider", nullptr), nullptr);
     ASSERT_NE(monitor, nullptr);
     EXPECT_STREQ(monitor->name(), "test_monitor");
 }

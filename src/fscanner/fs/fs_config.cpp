@@ -34,6 +34,15 @@ int parseInteger(std::string_view text, int defaultValue) {
     return factor == 0 ? defaultValue : static_cast<int>(value * sign * factor);
 }
 
+// What `find` gives; the default where that is empty, or where it fails.
+template <class Find>
+std::string textOr(const char* defaultValue, const char* where, Find find) {
+    const std::string found = behindWall(where, find);
+    return behindWall(where, [&]() -> std::string {
+        return found.empty() && defaultValue != nullptr ? defaultValue : found;
+    });
+}
+
 }  // namespace
 
 FsConfig::~FsConfig() = default;
@@ -48,10 +57,8 @@ std::string FsConfig_TAV::getErrorText() const {
 
 std::string FsConfig_TAV::getString(const char* section, const char* key,
                                     const char* defaultValue) const {
-    return behindWall("FsConfig_TAV::getString", [&]() -> std::string {
-        const String value = TavCfg::getKey((std::string(section) + "." + key).c_str());
-        if (value.length() > 0) return static_cast<const char*>(value);
-        return defaultValue != nullptr ? defaultValue : "";
+    return textOr(defaultValue, "FsConfig_TAV::getString", [&]() -> std::string {
+        return static_cast<const char*>(TavCfg::getKey((std::string(section) + "." + key).c_str()));
     });
 }
 
@@ -79,13 +86,11 @@ std::string FsSettings::getErrorText() const {
 
 std::string FsSettings::getString(const char* section, const char* key,
                                   const char* defaultValue) const {
-    return behindWall("FsSettings::getString", [&]() -> std::string {
-        if (state_) {
-            const auto& values = state_->reading.values;
-            const auto found = values.find(std::string(section) + "." + key);
-            if (found != values.end()) return found->second;
-        }
-        return defaultValue != nullptr ? defaultValue : "";
+    return textOr(defaultValue, "FsSettings::getString", [&]() -> std::string {
+        if (!state_) return {};
+        const auto& values = state_->reading.values;
+        const auto found = values.find(std::string(section) + "." + key);
+        return found != values.end() ? found->second : std::string();
     });
 }
 

@@ -18,7 +18,8 @@ public:
     /// "M" (times 1048576), in either case. It wraps at 32 bits: "4096M" is 0. Any
     /// other text gives the default.
     virtual int getInteger(const char* section, const char* key, int defaultValue) const = 0;
-    /// An absent or empty value gives the default (null: empty).
+    /// An absent or empty value gives the default (null: empty), and so does a failure,
+    /// such as a lack of memory.
     virtual std::string getString(const char* section, const char* key,
                                   const char* defaultValue) const = 0;
 };

@@ -11,6 +11,10 @@ namespace {
 // The plug-in's own exceptions stop here like the library's.
 template <class Product>
 Product* create(const char* baseName, const FsConfig* config, const char* symbol) {
+    if (config == nullptr) {
+        debug("FsLoader - no configuration\n");
+        return nullptr;
+    }
     using Factory = Product* (*)(const FsConfig*);
     return behindWall("FsLoader", [&]() -> Product* {
         const auto factory =

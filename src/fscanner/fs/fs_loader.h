@@ -12,7 +12,8 @@ class FsProvider;
 /// section "fscanner" names. The file has to be trustworthy (see
 /// docs/configuration.md); the debug log says why one was not loaded.
 ///
-/// What is loaded stays loaded. Null on any failure; the caller owns the result.
+/// What is loaded stays loaded. Null on any failure, as for a null name or configuration;
+/// the caller owns the result.
 /// The plug-in must not keep `config`.
 class FSCANNER_EXPORT FsLoader {
 public:
