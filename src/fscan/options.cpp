@@ -31,9 +31,10 @@ Examples:
 )";
 
 constexpr const char* exitStatuses =
-    R"(Exit status: 0 something found, 1 nothing found, 2 wrong option, criteria or
-PATH, 3 the answer is incomplete, 4 the provider, the cache, the mount table or
-the output failed, 5 a command of --exec failed.)";
+    R"(Exit status: 0 something found, 1 nothing found, 2 wrong option or criteria,
+or no right PATH, 3 the answer is incomplete, 4 the provider, the cache, the
+mount table, the file program or the output failed, 5 a command of --exec
+failed.)";
 
 std::string_view firstLine(std::string_view text) {
     return text.substr(0, text.find('\n'));

@@ -147,7 +147,7 @@ void addPlaces(CLI::App& app, Options& options) {
 void addProvider(CLI::App& app, Options& options) {
     const char* group = "How to search";
     CLI::Option* provider = addText(app, "--provider", "NAME", options.provider,
-                                    "Ask this provider, not provider_cache")
+                                    "Ask this provider, not that of the settings")
                                 ->group(group);
     app.add_flag_function(
            "--no-cache", [&options](auto) { options.provider = "provider_direct"; },
