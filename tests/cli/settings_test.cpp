@@ -6,6 +6,7 @@
 
 #include "build_paths.h"
 #include "program_run.h"
+#include "support/nest.h"
 
 namespace fscan::test {
 
@@ -98,6 +99,15 @@ TEST_F(SettingsTest, LargeFilesAreKnownWhateverTheySay) {
         EXPECT_EQ(run({"d", way, "--format", "{size} {name}", "--larger", "2G"}).out,
                   "3221225472 large\n")
             << way;
+}
+
+TEST_F(SettingsTest, LongPathsAreFoundWhateverTheySay) {
+    fscanner::Nest nest(tree_ / "d/sub");
+    for (int level = 0; level < 10; ++level) nest.down(std::string(200, 'l'));
+    nest.file("deep");
+    configure("[fscanner]\nlong_paths = 0\n");
+    for (const char* way : {"--fresh", "--no-cache"})
+        EXPECT_EQ(run({"d", way, "-c", "-n", "deep"}).out, "1\n") << way;
 }
 
 TEST_F(SettingsTest, WhatCannotBeUsedIsSaidOnceAndTheRestCounts) {
