@@ -50,15 +50,17 @@ public:
         : limit_(limit.value_or(std::numeric_limits<unsigned long long>::max())) {}
 
     bool take(const Match& match) final {
-        if (count_ == limit_) return false;
+        if (full()) return false;
         ++count_;
-        return consume(match) && count_ < limit_;
+        return consume(match) && !full();
     }
     /// To be called after the last match.
     virtual void finish() = 0;
     /// Whether something went wrong with what was made of the matches.
     virtual bool failed() const { return false; }
     unsigned long long count() const { return count_; }
+    /// Whether there are as many as may be. There may have been more.
+    bool full() const { return count_ == limit_; }
 
 protected:
     /// False when no more are wanted.

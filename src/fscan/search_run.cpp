@@ -171,7 +171,7 @@ void SearchRun::conclude(int status, Outcome& outcome) const {
     outcome.matches = consumer_.count();
     outcome.gone = examiner_.gone();
     outcome.unexamined = examiner_.unknown();
-    outcome.cut = matches_.stopped() || readerGone();
+    outcome.cut = matches_.stopped() || consumer_.full() || readerGone();
     outcome.interrupted = noted != 0;
     outcome.status = signal == 0 ? status : 128 + signal;
     if (signal == 0 || outcome.interrupted) tell(search_.options, watcher_.search(), outcome);

@@ -237,6 +237,8 @@ TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
                                {{"src", "--sort", "size"}, {.to = Stdout::full}, 4},
                                {{"src"}, {.to = Stdout::readerGone}, 0},
                                {{"src", "--limit", "1"}, {}, 0},
+                               {{"src", "--limit", "1", "--sort", "size"}, {}, 0},
+                               {{"src", "--limit", "1", "--sort", "name", "--spill"}, {}, 0},
                                {{"src", "--cache-dir", "src/a.c/d"}, {.cached = true}, 4},
                                {{"src", "--limit", "1", "-e", "false", ";"}, {}, 5}};
     for (auto& [arguments, settings, status] : table) {
