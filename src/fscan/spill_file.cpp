@@ -62,7 +62,7 @@ bool SpillFile::next(Match& match) {
     ++given_;
     path_.clear();
     narrow(record_.getPath(), path_);
-    if (!path_.empty() && path_.back() != '/') path_ += '/';
+    if (!path_.empty() && path_ != "/") path_ += '/';
     match.nameAt = path_.size();
     narrow(record_.getName(), path_);
     match.path = path_;

@@ -18,9 +18,9 @@ namespace fscan {
 class SpillFile {
 public:
     /// A size of 4 GiB or more does not fit into the file's records, nor a time after
-    /// 2038 or before 1901.
+    /// 2038 or before 1901. The directory "//" could not be told from "/" there.
     static bool holds(const Match& match) {
-        return match.facts.size >> 32 == 0 &&
+        return match.facts.size >> 32 == 0 && !(match.nameAt > 1 && match.directory() == "/") &&
                match.facts.modified == static_cast<int>(match.facts.modified);
     }
 

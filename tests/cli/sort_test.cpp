@@ -99,6 +99,16 @@ TEST_F(SortTest, FactsComeBackFromTheFile) {
               (std::vector<std::string>{"./huger", "./huge", "./large"}));
 }
 
+TEST_F(SortTest, PathsComeBackFromTheFileAsTheyWereGiven) {
+    for (const char* path : {"a//", "a/.", ".///", "/", "//", "///"}) {
+        const RunResult fromMemory = run({"--no-recurse", "--sort", "name", path});
+        const RunResult fromFile = run({"--no-recurse", "--sort", "name", "--spill", path});
+        EXPECT_EQ(fromFile.out, fromMemory.out);
+        for (const std::string& line : records(fromFile.out))
+            EXPECT_THAT(line, testing::StartsWith(path));
+    }
+}
+
 TEST_F(SortTest, ManyTiesAreSortedInTheFileToo) {
     // More than are collected in memory while they come from the file.
     for (int i = 0; i < 12000; ++i)
