@@ -167,6 +167,22 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     EXPECT_EQ(behind.status, 3);
 }
 
+/// A directory that can be read and not entered takes nothing from the others' types.
+TEST_F(StatusTest, TypesAreToldBesideADirectoryThatCannotBeEntered) {
+    if (!canDropOverride()) GTEST_SKIP() << "permissions cannot be made to hold";
+    for (const char* name : {"d/1/a", "d/2/a", "d/3/a"}) add(name, "text\n");
+    const std::string shut = tree_ / "d/2";
+    chmod(shut.c_str(), 0444);
+    for (const char* way : {"--no-cache", "--fresh", "--max-age=1h"}) {
+        const RunResult result =
+            run({"d", "-t", "ASCII", "-n", "a", way}, {.withoutOverride = true, .cached = true});
+        EXPECT_THAT(records(result.out), testing::UnorderedElementsAre("d/1/a", "d/3/a")) << way;
+        EXPECT_THAT(result.err, HasSubstr("the criteria could not be decided for 1 file\n")) << way;
+        EXPECT_EQ(result.status, 0) << way;
+    }
+    chmod(shut.c_str(), 0700);
+}
+
 /// The scan that fills the cache, and the answers from it, say what a direct scan says.
 TEST_F(StatusTest, UnreadableDirectoriesAreReportedByEveryAnswer) {
     if (!canDropOverride()) GTEST_SKIP() << "permissions cannot be made to hold";

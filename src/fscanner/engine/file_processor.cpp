@@ -1,5 +1,8 @@
 #include "fscanner/engine/file_processor.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cwchar>
@@ -11,6 +14,7 @@
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 
@@ -19,6 +23,13 @@ namespace {
 // The fields of a file that the filter knows, by their places.
 constexpr unsigned NAME = 0;
 constexpr unsigned SIZE = 2;
+
+/// False where the file may be there and nothing can be told of it.
+bool mayBeExamined(const wchar_t* path) {
+    struct stat info {};
+    const int error = examineFile(toMultibyte(path), info);
+    return error == 0 || error == ENOENT || error == ENOTDIR;
+}
 
 }  // namespace
 
@@ -44,7 +55,8 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
         !fileProgram().path.empty() && checker_.check(file.getStringValue(), wanted);
     fileProgram().missed |= fileProgram().path.empty();
     result.setNumericValue(matches ? 1 : 0);
-    return fileProgram().missed ? 1 : 0;
+    const bool told = matches || mayBeExamined(file.getStringValue());
+    return fileProgram().missed || !told ? 1 : 0;
 }
 
 FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, CriteriaRules rules)

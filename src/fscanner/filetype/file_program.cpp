@@ -24,11 +24,16 @@ std::string findProgram() {
     return {};
 }
 
+/// A directory may be readable and yet not be entered, which is no fault of the program.
+bool canEnter(int directory) {
+    return directory == AT_FDCWD || faccessat(directory, ".", X_OK, AT_EACCESS) == 0;
+}
+
 FileRun run(const std::vector<std::string>& arguments, int directory, std::size_t count) {
     FileProgram& program = fileProgram();
     auto process = program.path.empty() ? std::nullopt : ChildProcess::start(arguments, directory);
     if (!process) {
-        program.missed = true;
+        program.missed |= program.path.empty() || canEnter(directory);
         return {};
     }
     FileOutput output(count);
