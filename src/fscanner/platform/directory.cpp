@@ -99,7 +99,7 @@ Descriptor openWithoutLinks(int start, const char* path, int flags) {
 // refuses it.
 std::string takePiece(std::string_view& path) {
     const std::size_t cut = path.size() < PATH_MAX ? path.npos : path.rfind('/', PATH_MAX - 1);
-    const std::string piece(path.substr(0, cut == 0 ? path.npos : cut));
+    std::string piece(path.substr(0, cut == 0 ? path.npos : cut));
     path.remove_prefix(piece.size());
     path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
     return piece;
