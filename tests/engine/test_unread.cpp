@@ -130,8 +130,8 @@ TEST_F(Unread, EveryAnswerTellsOnceOfThoseInItsPart) {
             for (const auto& [way, age] :
                  {std::pair{"cold", kDay}, {"warm", kDay}, {"new", kAllOld}})
                 for (const bool kept : {false, true})
-                    expectTold(way, [&](auto& writer) {
-                        return user->query(writer, query, age, kMinute, kept);
+                    expectTold(way, [&, limit = age](auto& writer) {
+                        return user->query(writer, query, limit, kMinute, kept);
                     });
         FS_Cache served(L"dirs", L"files", shared.directory().wide().c_str(), true, false, true);
         ASSERT_EQ(served.create(0, FS_CACHE_OPEN), 0);
