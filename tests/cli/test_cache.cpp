@@ -201,8 +201,9 @@ TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
     EXPECT_EQ(head.err, std::to_string(128 + SIGPIPE) + "\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));
     // The reader is slow: the signal comes while standard output is full.
-    const RunResult slow =
-        shell("{ timeout -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 2; cat > /dev/null; }");
+    const RunResult slow = shell(
+        "{ timeout --foreground -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 2; cat > /dev/null; "
+        "}");
     EXPECT_EQ(slow.err, "124\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));
 }
