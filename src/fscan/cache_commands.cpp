@@ -164,7 +164,9 @@ int clearCache(const Options& options, Output& out) {
         if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
         std::vector<fs::path> files = cacheFiles(place);
         if (files.empty()) return reportNone(place, out);
-        files.emplace_back(fs::path(toBytes(place.directory)) / "CACHEDIR.TAG");
+        // The lock's file goes last: who waits for it makes it again.
+        for (const char* name : {"CACHEDIR.TAG", "fscanner.lock"})
+            files.emplace_back(fs::path(toBytes(place.directory)) / name);
         for (const fs::path& file : files) {
             std::error_code error;
             fs::remove(file, error);

@@ -3,8 +3,12 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
+#include <array>
 #include <chrono>
 
 #include "fscanner/engine/cache.h"
@@ -87,17 +91,38 @@ protected:
     std::string created = host.place.path("created");
 };
 
-// The first user says so and, where it can, takes the thing away.
-TEST_P(Planted, LockFile) {
-    ASSERT_EQ(host.ask().status, 0);
+// In everybody's directory: it costs nothing, however often it is put there again.
+TEST_P(Planted, AccessMutex) {
     const std::string name =
         host.place.path("locks/" + toMultibyte(accessMutexName(host.cacheDirectory())));
+    for (int time = 0; time < 2; ++time) {
+        fs::remove(name);
+        plant(name);
+        expectQuick([&] {
+            const Answer answer = host.ask();
+            EXPECT_EQ(answer.status, 0);
+            EXPECT_EQ(answer.paths, host.truth());
+            EXPECT_EQ(answer.walked == 0, time > 0) << "the second is answered from the cache";
+        });
+        expectUnharmed();
+    }
+}
+
+// In the cache's own directory, only a directory is left where it is.
+TEST_P(Planted, LockFile) {
+    ASSERT_EQ(host.ask().status, 0);
+    const std::string name = host.place.path("cache/fscanner.lock");
+    fs::remove(name);
     plant(name);
-    expectQuick([&] { EXPECT_EQ(host.ask().status, FS_CACHE_FAILURE); });
+    const bool inTheWay = GetParam() == Plant::directory;
+    expectQuick([&] { EXPECT_EQ(host.ask().status, inTheWay ? FS_CACHE_FAILURE : 0); });
     expectUnharmed();
-    if (GetParam() == Plant::directory) fs::remove(name);
-    EXPECT_EQ(host.ask().paths, host.truth());
-    expectUnharmed();
+    if (inTheWay || GetParam() == Plant::hardLink) return;  // our own, under a second name
+    struct stat info {};
+    ASSERT_EQ(::lstat(name.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode));
+    EXPECT_EQ(info.st_mode & 07777, 0600U);
+    EXPECT_EQ(info.st_uid, ::geteuid());
 }
 
 TEST_P(Planted, TemporaryAndSortFiles) {
@@ -228,6 +253,32 @@ TEST_F(Privileges, ACacheIsItsUsersAlone) {
               }),
               0);
     EXPECT_EQ(host.ask().paths, host.truth());
+}
+
+// A cache directory that others can open is as much its user's.
+TEST_F(Privileges, NobodyElseHoldsTheLock) {
+    ASSERT_EQ(host.ask().status, 0);
+    fs::permissions(host.cache, fs::perms(0755));
+    std::array<int, 2> done{};
+    ASSERT_EQ(::pipe(done.data()), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        char word = becomeNobody() ? 'n' : 'r';
+        const int directory = ::open(host.cache.c_str(), O_RDONLY | O_DIRECTORY);
+        const int lock = ::open((host.cache + "/fscanner.lock").c_str(), O_RDONLY);
+        if (::flock(directory, LOCK_EX) != 0 || lock >= 0) word = 'f';
+        if (::write(done[1], &word, 1) == 1) ::pause();
+        ::_exit(0);
+    }
+    char word = 0;
+    ASSERT_EQ(::read(done[0], &word, 1), 1);
+    EXPECT_EQ(word, 'n');
+    const Answer answer = host.ask();
+    EXPECT_EQ(answer.status, 0);
+    EXPECT_EQ(answer.walked, 0U);
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    for (const int end : done) ::close(end);
 }
 
 TEST_F(Privileges, WhatAUserCannotReadIsSaidAndNotKept) {

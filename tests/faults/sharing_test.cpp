@@ -5,7 +5,9 @@
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 
@@ -88,13 +90,53 @@ TEST_P(TwoNames, LeadToOneWriter) {
 INSTANTIATE_TEST_SUITE_P(By, TwoNames, testing::ValuesIn(kRoads),
                          [](const auto& form) { return form.param.name; });
 
-// The lock's name is the directory's path: of one that is too long, nobody becomes a writer.
-TEST(TwoNames, ThatAreTooLongForALockAreRefused) {
+// A path too long for a name in the common directory, or no such directory at all, is no
+// reason to do without the lock.
+TEST(TwoNames, NeedNoCommonDirectory) {
     const FaultHost host;
     const std::string part = "/" + std::string(120, 'n');
     host.place.directory("cache" + part + part + part);
-    const std::wstring directory = host.cacheDirectory() + toWide(part + part + part);
-    EXPECT_EQ(cacheAt(directory)->lock(200), FS_CACHE_FAILURE);
+    for (const std::string& below : {part + part + part, std::string()}) {
+        const auto holder = cacheAt(host.cacheDirectory() + toWide(below));
+        ASSERT_EQ(holder->lock(200), 0);
+        EXPECT_EQ(inChild([&] {
+                      const auto other = cacheAt(host.cacheDirectory() + toWide(below));
+                      return other->lock(200) == FS_CACHE_LOCK_TIMED_OUT ? 0 : 1;
+                  }),
+                  0);
+        holder->unlock();
+        fs::remove_all(host.place.path("locks"));
+    }
+}
+
+// One waits for the lock, and the directory is removed and made again: whoever comes then,
+// there is one writer.
+TEST(TwoNames, LeadToOneWriterInANewDirectory) {
+    const FaultHost host;
+    host.place.directory("cache");
+    std::array<int, 2> locked{};
+    ASSERT_EQ(::pipe(locked.data()), 0);
+    auto holder = cacheAt(host.cacheDirectory());
+    ASSERT_EQ(holder->lock(1000), 0);
+    const pid_t waiter = ::fork();
+    if (waiter == 0) {
+        const auto cache = cacheAt(host.cacheDirectory());
+        const char status = cache->lock(10000) == 0 ? 's' : 'f';
+        if (::write(locked[1], &status, 1) == 1) ::pause();
+        ::_exit(0);
+    }
+    ::usleep(200000);  // until it waits: earlier, and the test proves less
+    fs::remove_all(host.cache);
+    host.place.directory("cache");
+    holder->unlock();
+    char status = 0;
+    ASSERT_EQ(::read(locked[0], &status, 1), 1);
+    EXPECT_EQ(status, 's');
+    EXPECT_EQ(cacheAt(host.cacheDirectory())->lock(200), FS_CACHE_LOCK_TIMED_OUT);
+    ::kill(waiter, SIGKILL);
+    ::waitpid(waiter, nullptr, 0);
+    EXPECT_EQ(cacheAt(host.cacheDirectory())->lock(1000), 0);
+    for (const int end : locked) ::close(end);
 }
 
 // ---- Many at once --------------------------------------------------------------

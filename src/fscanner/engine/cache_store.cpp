@@ -44,10 +44,10 @@ std::array<unsigned char, 4> littleEndian(unsigned value) {
     return bytes;
 }
 
-// Waits for one lock until `limit` milliseconds after `start` are over: in pieces, so that
-// an observer hears of it and may end it. The first is short: a user is told at once.
-template <class Lock>
-int waitFor(Lock& lock, unsigned start, long limit) {
+// Waits for the lock until `limit` milliseconds are over: in pieces, so that an observer
+// hears of it and may end it. The first is short: a user is told at once.
+int waitFor(DirectoryLock& lock, long limit) {
+    const unsigned start = getTickCount();
     long piece = 1;
     FsScanObserver* const observer = scanObserver();
     for (;;) {
@@ -164,32 +164,25 @@ std::wstring CacheStore::path(const wchar_t* suffix) const {
 
 // ---- Locking ----------------------------------------------------------------
 
-// Two locks, because the first can be lost: its file lies in a common directory and
-// is unlinked by whoever is done with it. The second is on the cache itself.
+// The lock in the directory decides. The access mutex lies where others can take its name
+// or keep it from being made: it is taken when that is possible at once.
 int CacheStore::lock() {
     if (!accessMutex_) return FS_CACHE_FAILURE;
     debug("FS_Cache::lock - waiting for accessMutex...\n");
-    int status = accessMutex_->wait();
-    if (status == SYNC_SUCCESS && (status = directoryLock_->wait()) != SYNC_SUCCESS)
-        accessMutex_->release();
-    return lockedResult(status == SYNC_SUCCESS ? status : SYNC_FAILED);
+    return lockedResult(directoryLock_->wait());
 }
 
+// As ever, a limit of 0 is over before the first try.
 int CacheStore::lock(int timeout) {
     if (!accessMutex_) return FS_CACHE_FAILURE;
     debug("FS_Cache::lock - waiting for accessMutex [timeout: %d]...\n", timeout);
-    const unsigned start = getTickCount();
-    int status = waitFor(*accessMutex_, start, timeout);
-    if (status == SYNC_SUCCESS) {
-        status = waitFor(*directoryLock_, start, timeout);
-        if (status != SYNC_SUCCESS) accessMutex_->release();
-    }
-    return lockedResult(status);
+    return lockedResult(timeout > 0 ? waitFor(*directoryLock_, timeout) : SYNC_TIMED_OUT);
 }
 
 int CacheStore::lockedResult(int status) {
     switch (status) {
         case SYNC_SUCCESS:
+            accessMutex_->wait(1);
             debug("FS_Cache::lock - accessMutex SUCCESS!\n");
             return FS_CACHE_SUCCESS;
         case SYNC_TIMED_OUT:
@@ -204,8 +197,8 @@ int CacheStore::lockedResult(int status) {
 void CacheStore::unlock() {
     if (!accessMutex_) return;
     debug("FS_Cache::unlock - accessMutex RELEASED!\n");
-    directoryLock_->release();
     accessMutex_->release();
+    directoryLock_->release();
 }
 
 // ---- Opening and creating ---------------------------------------------------

@@ -21,33 +21,90 @@ namespace {
 
 constexpr unsigned kPauseMilliseconds = 10;
 
+constexpr const char* kFileName = "fscanner.lock";
+
 using Identity = std::pair<dev_t, ino_t>;
 
-int lockWithin(int descriptor, const long* milliseconds) {
-    const unsigned start = getTickCount();
+Identity identityOf(const struct stat& info) {
+    return {info.st_dev, info.st_ino};
+}
+
+// How long a wait may last, all its locks together.
+struct Limit {
+    bool isOver() const {
+        return milliseconds && static_cast<long>(getTickCount() - start) >= *milliseconds;
+    }
+    const long* milliseconds;  // null: none
+    unsigned start = getTickCount();
+};
+
+int lockWithin(int descriptor, const Limit& limit) {
     for (;;) {
-        if (flock(descriptor, milliseconds ? LOCK_EX | LOCK_NB : LOCK_EX) == 0) return SYNC_SUCCESS;
+        if (flock(descriptor, limit.milliseconds ? LOCK_EX | LOCK_NB : LOCK_EX) == 0)
+            return SYNC_SUCCESS;
         if (errno == EINTR) continue;
         if (errno != EWOULDBLOCK) return SYNC_FAILED;
-        if (static_cast<long>(getTickCount() - start) >= *milliseconds) return SYNC_TIMED_OUT;
+        if (limit.isOver()) return SYNC_TIMED_OUT;
         SysFactory::sleep(kPauseMilliseconds);
     }
 }
 
+Descriptor openUninterrupted(int at, const char* path, int flags) {
+    int file = -1;
+    do file = openat(at, path, flags | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    while (file < 0 && errno == EINTR);
+    return aboveStandardStreams(Descriptor(file));
+}
+
+// Whether a file can be the lock; if so, others cannot open it from now on. One of root or
+// of the directory's owner is as good as our own. One with a second name is left as it is.
+bool keepPrivate(int file, const struct stat& directory) {
+    struct stat info {};
+    if (fstat(file, &info) != 0 || !S_ISREG(info.st_mode)) return false;
+    const bool ours = info.st_uid == geteuid();
+    if (!ours && info.st_uid != 0 && info.st_uid != directory.st_uid) return false;
+    const bool open = (info.st_mode & 07777) != (S_IRUSR | S_IWUSR);
+    return !ours || info.st_nlink > 1 || !open || fchmod(file, S_IRUSR | S_IWUSR) == 0;
+}
+
+// What has the file's name and cannot be one is removed: nobody holds a lock on it.
+Descriptor openLockFile(int at, const struct stat& directory) {
+    constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+    for (bool again : {true, false}) {
+        Descriptor file = openUninterrupted(at, kFileName, flags);
+        if (file && keepPrivate(file.get(), directory)) return file;
+        const bool planted = file || errno == ELOOP || errno == ENXIO || errno == EACCES;
+        if (!again || !planted || unlinkat(at, kFileName, 0) != 0) break;
+    }
+    return {};
+}
+
+// Whether the path still leads to the locked file, and not to one that came after it.
+bool isStillNamed(int file, const std::string& path) {
+    struct stat locked {};
+    struct stat named {};
+    return fstat(file, &locked) == 0 && lstat((path + "/" + kFileName).c_str(), &named) == 0 &&
+           identityOf(locked) == identityOf(named);
+}
+
 }  // namespace
 
-// A lock of the system, which belongs to the open file: a child that was forked has a
-// copy of the descriptor, but only the process that took the lock gives it back.
+// Locks of the system, which belong to the open files: a child that was forked has copies
+// of the descriptors, but only the process that took the locks gives them back.
 struct DirectoryLock::Held {
-    explicit Held(Descriptor locked) : directory(std::move(locked)) {}
+    Held(Descriptor lockedFile, Descriptor opened)
+        : file(std::move(lockedFile)), directory(std::move(opened)) {}
     Held(const Held&) = delete;
     Held& operator=(const Held&) = delete;
     ~Held() {
-        if (isOurs()) flock(directory.get(), LOCK_UN);
+        if (!isOurs()) return;
+        flock(directory.get(), LOCK_UN);
+        flock(file.get(), LOCK_UN);
     }
     bool isOurs() const { return owner == getpid(); }
 
-    Descriptor directory;
+    Descriptor file;
+    Descriptor directory;  // locked or not
     pid_t owner = getpid();
 
     // What this process holds. Never destroyed: locks may outlive statics.
@@ -69,25 +126,48 @@ int DirectoryLock::wait(long milliseconds) {
     return acquire(&milliseconds);
 }
 
-int DirectoryLock::acquire(const long* milliseconds) {
-    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-    Descriptor directory =
-        aboveStandardStreams(Descriptor(open(toMultibyte(path_).c_str(), flags)));
+// Shares the lock that this process has on the file. False where it has none.
+bool DirectoryLock::join(int file) {
     struct stat info {};
-    if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
-    const Identity identity{info.st_dev, info.st_ino};
-
+    if (fstat(file, &info) != 0) return false;
     auto& [guard, held] = Held::registry();
-    std::unique_lock lock(guard);
-    held_ = held[identity].lock();
-    if (held_ && held_->isOurs()) return SYNC_SUCCESS;
+    const std::lock_guard lock(guard);
+    held_ = held[identityOf(info)].lock();
+    if (held_ && held_->isOurs()) return true;
     held_.reset();
-    lock.unlock();
-    if (const int status = lockWithin(directory.get(), milliseconds)) return status;
-    lock.lock();
-    held_ = std::make_shared<Held>(std::move(directory));
-    held[identity] = held_;
-    return SYNC_SUCCESS;
+    return false;
+}
+
+void DirectoryLock::keep(std::shared_ptr<Held> taken) {
+    struct stat info {};
+    fstat(taken->file.get(), &info);
+    auto& [guard, held] = Held::registry();
+    const std::lock_guard lock(guard);
+    held_ = std::move(taken);
+    held[identityOf(info)] = held_;
+}
+
+int DirectoryLock::acquire(const long* milliseconds) {
+    const Limit limit{milliseconds};
+    const std::string path = toMultibyte(path_);
+    do {
+        Descriptor directory = openUninterrupted(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
+        struct stat info {};
+        if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
+        Descriptor file = openLockFile(directory.get(), info);
+        if (!file) return SYNC_FAILED;
+        if (join(file.get())) return SYNC_SUCCESS;
+        if (const int status = lockWithin(file.get(), limit)) return status;
+        if (!isStillNamed(file.get(), path)) continue;
+        // A directory that others can open is locked only when nobody else has it.
+        const bool isPrivate = (info.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+        const long none = 0;
+        const int status = lockWithin(directory.get(), isPrivate ? limit : Limit{&none});
+        if (isPrivate && status != SYNC_SUCCESS) return status;
+        keep(std::make_shared<Held>(std::move(file), std::move(directory)));
+        return SYNC_SUCCESS;
+    } while (!limit.isOver());
+    return SYNC_TIMED_OUT;
 }
 
 }  // namespace fscanner

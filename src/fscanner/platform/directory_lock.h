@@ -6,8 +6,12 @@
 
 namespace fscanner {
 
-/// A lock between processes on a directory itself, whatever name or mount leads to
-/// it: it cannot be lost by unlinking a lock file.
+/// A lock between processes on a directory, whatever name or mount leads to it: a lock
+/// on the file "fscanner.lock" in it, which nobody but the directory's owner can open.
+///
+/// Whoever gets the lock makes sure that the file still has its name: one that was removed,
+/// alone or with the directory, is made again and waited for. A directory that others
+/// cannot open is locked, too, for the sake of programs that lock only that.
 ///
 /// The lock is the process's: objects of one directory in a process share it, and
 /// it goes when the last of them releases it. A forked child does not have it. The
@@ -20,13 +24,15 @@ public:
     ~DirectoryLock() = default;
 
     int wait();
-    /// Tries at once, then every 10 ms until the limit is over.
+    /// Tries at once, then every 10 ms until the limit is over. Signals do not end a wait.
     int wait(long milliseconds);
     void release() { held_.reset(); }
 
 private:
     struct Held;
     int acquire(const long* milliseconds);
+    bool join(int file);
+    void keep(std::shared_ptr<Held> taken);
 
     std::wstring path_;
     std::shared_ptr<Held> held_;

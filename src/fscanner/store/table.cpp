@@ -31,7 +31,6 @@ FS_Table::FS_Table(const wchar_t* name, const wchar_t* directory, bool compresse
     name_ = name;
     directory_ = std::move(*real);
     if (directory_.empty() || directory_.back() != L'/') directory_ += L'/';
-    mutex_ = SysFactory::createMutex((name_ + MUTEX_SUFFIX).c_str());
 }
 
 FS_Table::~FS_Table() = default;
@@ -282,12 +281,18 @@ bool FS_Table::closeRecordSet(RecordSet& recordSet) {
     return true;
 }
 
+// Made when somebody waits on it: most users of tables never do.
+AbstractSync* FS_Table::mutex() {
+    if (!mutex_ && isUsable()) mutex_ = SysFactory::createMutex((name_ + MUTEX_SUFFIX).c_str());
+    return mutex_.get();
+}
+
 int FS_Table::lock() {
-    return mutex_ ? mutex_->wait() : SYNC_FAILED;
+    return mutex() ? mutex()->wait() : SYNC_FAILED;
 }
 
 int FS_Table::lock(long timeout) {
-    return mutex_ ? mutex_->wait(timeout) : SYNC_FAILED;
+    return mutex() ? mutex()->wait(timeout) : SYNC_FAILED;
 }
 
 void FS_Table::unlock() {

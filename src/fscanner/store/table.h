@@ -198,7 +198,8 @@ private:
         unsigned deleted;
     };
 
-    bool isUsable() const { return mutex_ != nullptr; }
+    bool isUsable() const { return !directory_.empty(); }
+    AbstractSync* mutex();
     std::wstring path(const wchar_t* suffix) const { return directory_ + name_ + suffix; }
     OpenResult openFiles();
     void layOut() { codec_.setLayout(RecordLayout(schema_, compressed_)); }

@@ -81,8 +81,8 @@ int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
     return lastStatus_;
 }
 
-// A cache that turned out damaged before it gave an answer is made anew once: it is
-// marked by then, and opening it always makes it.
+// Tried once more before an answer was given: a cache that turned out damaged is marked
+// by then, and opening it makes it anew; a directory that was removed is made again.
 int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                        unsigned timeout) {
     if (!prepareDirectory()) return FS_CACHE_FAILURE;
@@ -90,7 +90,8 @@ int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned
     const bool keepsPlan = dynamic_cast<FsResultSetWriter_OnVector*>(&writer) != nullptr;
     WatchedWriter watched(writer);
     int status = runOnce(watched, keepsPlan, query, maximumAge, timeout);
-    if (status == FS_CACHE_UNUSABLE && !watched.written())
+    const bool mayHeal = status == FS_CACHE_UNUSABLE || status == FS_CACHE_FAILURE;
+    if (mayHeal && !watched.written() && prepareDirectory())
         status = runOnce(watched, keepsPlan, query, maximumAge, timeout);
     return status;
 }
