@@ -235,6 +235,22 @@ TEST_F(CacheTest, CreationAndItsCodes) {
     EXPECT_EQ(unnamed.create(0, FS_CACHE_CREATE), FS_CACHE_FAILURE);
 }
 
+TEST_F(CacheTest, IdsGoBeyondTheSignedRange) {
+    const std::string counter = cache.directory().path("dirs.counter");
+    everything();
+    found(cache);
+    for (const unsigned last : {0x7fU, 0x80U, 0xf2U}) {
+        writeWholeFile(counter, std::string("\xfe\xff\xff") + static_cast<char>(last));
+        const std::size_t before = found(cache, FS_CACHE_REBUILD).size();
+        EXPECT_GE(static_cast<unsigned char>(cache.counter().back()), last) << "it was made anew";
+        tree.file("later" + std::to_string(last));
+        EXPECT_EQ(found(cache).size(), before) << "answered from the cache";
+        EXPECT_EQ(found(cache, FS_CACHE_REBUILD).size(), before + 1);
+        EXPECT_GE(static_cast<unsigned char>(cache.counter().back()), last) << "it was made anew";
+        EXPECT_FALSE(cache.isMarked());
+    }
+}
+
 // The lock was given back with the first closing: the mark may be another's by then.
 TEST_F(CacheTest, OnlyAnOpenCacheTakesItsMarkAway) {
     auto first = cache.open();

@@ -405,7 +405,9 @@ bool CacheStore::isSound() {
 }
 
 bool CacheStore::hasNoIdAboveCounter() {
-    CriteriaEvaluator above((L"[ID]>" + std::to_wstring(directoriesIndex_)).c_str());
+    // By the plain rules, a number stands for 2^31 - 1 where it is larger.
+    CriteriaEvaluator above((L"[ID]>" + std::to_wstring(directoriesIndex_)).c_str(),
+                            CriteriaRules::search);
     RecordSet records = directories_->openRecordSet();
     records.setCriteria(&above, true);
     const bool found = records.moveFirst();
