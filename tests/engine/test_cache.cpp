@@ -272,6 +272,15 @@ TEST_F(CacheTest, CompactionNeedsAClosedCache) {
     EXPECT_TRUE(cache.isMarked());
 }
 
+TEST_F(CacheTest, RemovalNeedsAClosedCache) {
+    const std::string counter = cache.directory().path("dirs.counter");
+    const auto open = cache.open();
+    EXPECT_FALSE(open->remove());
+    EXPECT_TRUE(std::filesystem::exists(counter));
+    EXPECT_TRUE(open->close() && open->remove());
+    EXPECT_FALSE(std::filesystem::exists(counter));
+}
+
 TEST_F(CacheTest, PlansTellWhatIsNotThere) {
     tree.file("gone/x");
     everything("gone");

@@ -193,6 +193,21 @@ protected:
 };
 FSCANNER_BOTH_FORMS(Compaction);
 
+// What was counted at the last closing says nothing of files that do not open now.
+TEST_P(Compaction, NeedsATableThatOpens) {
+    fill(1);
+    EXPECT_TRUE(table->compact(99));
+    const std::string list = readWholeFile(file("t_idx.dat"));
+    writeWholeFile(file("t_idx.dat"), list.substr(0, list.size() - 1));
+    EXPECT_FALSE(table->open());
+    EXPECT_FALSE(table->compact(99)) << "the list of its indexes is cut";
+    writeWholeFile(file("t_idx.dat"), list);
+    ASSERT_TRUE(table->open() && table->close());
+    EXPECT_TRUE(table->compact(99));
+    std::filesystem::remove(file("t.pxx"));
+    EXPECT_FALSE(table->compact(99)) << "a file is gone";
+}
+
 // Reading gives each field a value, and what has a value is indexed.
 TEST_P(Compaction, DropsNullFlags) {
     fill(1);

@@ -115,7 +115,8 @@ public:
     bool close();
     /// Rewrites the tables of a closed cache where much of them is removed records.
     bool compact();
-    /// Deletes the files of a closed cache.
+    /// Deletes the files of a cache that this object has closed; false otherwise, and
+    /// nothing is deleted then.
     bool remove();
 
 private:

@@ -372,7 +372,7 @@ bool CacheStore::compact() {
 }
 
 bool CacheStore::remove() {
-    if (!files_ || !directories_) return false;
+    if (!files_ || !directories_ || open_) return false;
     const bool filesErased = files_->erase();
     const bool directoriesErased = directories_->erase();
     removeSmallFiles();

@@ -58,18 +58,18 @@ std::unique_ptr<Field> copyField(const Field& field) {
 }  // namespace
 
 Field::Field(const wchar_t* name, unsigned type) : type_(type) {
-    setName(name);
+    copyName(name);
 }
 
 Field::Field(const Field& other) : type_(other.type_), null_(other.null_) {
-    setName(other.name());
+    copyName(other.name());
 }
 
 Field::~Field() = default;
 
 Field& Field::operator=(const Field& other) {
     if (this == &other) return *this;
-    setName(other.name());
+    copyName(other.name());
     null_ = other.null_;
     return *this;
 }
@@ -77,13 +77,17 @@ Field& Field::operator=(const Field& other) {
 bool Field::setName(const wchar_t* name) {
     if (!name) return false;
     const std::size_t room = std::wcslen(name) + 1;
-    // A schema without one of its names would be another schema.
-    auto copy = std::make_unique<wchar_t[]>(room);
-    std::wmemcpy(copy.get(), name, room);
-    const bool renamed = name_ && std::wcscmp(name_.get(), copy.get()) != 0;
+    std::unique_ptr<wchar_t[]> copy(new (std::nothrow) wchar_t[room]);
+    if (copy) std::wmemcpy(copy.get(), name, room);
+    const bool renamed = name_ && (!copy || std::wcscmp(name_.get(), copy.get()) != 0);
     if (renamed) renameCount.fetch_add(1, std::memory_order_relaxed);
     name_ = std::move(copy);
-    return true;
+    return name_ != nullptr;
+}
+
+// A schema without one of its names would be another schema.
+void Field::copyName(const wchar_t* name) {
+    if (name && !setName(name)) throw std::bad_alloc();
 }
 
 std::uint64_t Field::renames() {

@@ -32,7 +32,8 @@ public:
     virtual unsigned size() const = 0;
 
     /// Replaces the name with a copy. False, nothing changed, for null; false,
-    /// and the old name is gone, when memory runs out.
+    /// and the old name is gone, when memory runs out. (The constructors and the
+    /// assignment throw `std::bad_alloc` then.)
     bool setName(const wchar_t* name);
     /// The name, owned by the field; null when it has none.
     const wchar_t* name() const { return name_.get(); }
@@ -50,6 +51,8 @@ protected:
     void setNotNull() { null_ = false; }
 
 private:
+    void copyName(const wchar_t* name);
+
     std::unique_ptr<wchar_t[]> name_;
     unsigned type_;
     bool null_ = true;

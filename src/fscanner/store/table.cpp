@@ -13,8 +13,6 @@ namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* DATA_SUFFIX = L".dat";
-constexpr const wchar_t* OFFSET_SUFFIX = L".pxx";
 constexpr const wchar_t* MUTEX_SUFFIX = L"_t_mutex";
 
 bool isCount(int which) {
@@ -58,12 +56,14 @@ bool FS_Table::create() {
 bool FS_Table::open() {
     if (!isUsable() || isOpen()) return false;
     damaged_ = false;
+    closedCounts_.reset();
     schema_.removeAll();
     recordSets_.clear();
     const OpenResult result = openFiles();
     if (result == OpenResult::damaged) reportDamage("its files");
     if (result == OpenResult::ok && retrieveHashIndexList(indexes_)) return true;
     close();
+    closedCounts_.reset();  // of files that cannot be opened
     return false;
 }
 
@@ -170,7 +170,7 @@ bool FS_Table::locate(unsigned id, std::vector<StoredValue>& values) {
 }
 
 bool FS_Table::remove(unsigned id) {
-    if (!isOpen() || id >= offsets_->count()) return false;
+    if (!isLive(id)) return false;
     offsets_->markRemoved(id);
     return decCount(COUNT_STORED) && incCount(COUNT_DELETED);
 }

@@ -101,7 +101,8 @@ public:
     /// Reads into `values`, which has the schema. On a closed table it is true and
     /// changes nothing (deliberate). No field is null afterwards (deliberate).
     bool read(unsigned id, Fields& values);
-    /// Forgets the id. The indexes keep it, and their walks skip it.
+    /// Forgets the id; false, nothing changed, where no record has it. The indexes keep
+    /// it, and their walks skip it.
     bool remove(unsigned id);
     /// Replaces the record. In the compact form it gets a new id. In the fixed form
     /// it is rewritten in place, and the indexes stay as they are; where a text
@@ -191,6 +192,8 @@ public:
 
 private:
     class Compaction;
+    static constexpr const wchar_t* DATA_SUFFIX = L".dat";
+    static constexpr const wchar_t* OFFSET_SUFFIX = L".pxx";
 
     enum class Visit { live, removed, damaged };
     struct Counts {
@@ -203,6 +206,7 @@ private:
     std::wstring path(const wchar_t* suffix) const { return directory_ + name_ + suffix; }
     OpenResult openFiles();
     void layOut() { codec_.setLayout(RecordLayout(schema_, compressed_)); }
+    bool hasFiles() const;
     bool eraseFiles() const;
     static bool isWorthIt(const Counts& counts, int percent);
 

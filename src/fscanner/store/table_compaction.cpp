@@ -64,7 +64,7 @@ private:
             renames_.emplace_back(fresh_.indexes_[i]->getIndexFullPathName(),
                                   table_.indexes_[i]->getIndexFullPathName());
         }
-        for (const wchar_t* suffix : {L".dat", L".pxx"}) {
+        for (const wchar_t* suffix : {DATA_SUFFIX, OFFSET_SUFFIX}) {
             renames_.emplace_back(fresh_.path(suffix), table_.path(suffix));
         }
     }
@@ -90,7 +90,8 @@ bool FS_Table::isWorthIt(const Counts& counts, int percent) {
 
 // A table that this object has just closed is not opened only to find nothing to do.
 bool FS_Table::compact(int percent) {
-    const bool counted = !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent);
+    const bool counted =
+        !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent) && hasFiles();
     if (!counted && !open()) return false;
     const Counts counts =
         counted ? *closedCounts_ : Counts{data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
@@ -105,7 +106,15 @@ bool FS_Table::compact(int percent) {
     // An index that was left out would go on with the old ids.
     const bool compacted = hasAllIndexes() && Compaction(*this).run();
     close();
+    closedCounts_.reset();  // the files are others
     return compacted;
+}
+
+bool FS_Table::hasFiles() const {
+    const auto isThere = [this](const wchar_t* suffix) {
+        return presenceOf(path(suffix)) == Presence::there;
+    };
+    return isThere(DATA_SUFFIX) && isThere(OFFSET_SUFFIX);
 }
 
 }  // namespace fscanner
