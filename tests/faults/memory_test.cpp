@@ -7,10 +7,12 @@
 #include <new>
 
 #include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_resultset.h"
+#include "fscanner/store/fields.h"
 #include "host.h"
 
 // ---- Allocation that fails when it is told to ----------------------------------
@@ -221,6 +223,44 @@ TEST_P(OutOfMemory, IsAResult) {
 
 INSTANTIATE_TEST_SUITE_P(Of, OutOfMemory, testing::ValuesIn(kScenarios),
                          [](const auto& form) { return form.param.name; });
+
+// Calls `act` with each of its allocations failing in turn, until it needs no more.
+template <typename Act>
+void failEachAllocationOf(Act act) {
+    failOnward = false;
+    unsigned at = 0;
+    do {
+        allocations = 0;
+        failAt = ++at;
+        act();
+        counting = false;
+    } while (allocations >= at);
+}
+
+TEST(OutOfMemoryOf, ASettingGivesTheDefault) {
+    const FsConfig_TAV config;
+    failEachAllocationOf([&] {
+        counting = true;
+        const std::string text = config.getString("fscanner", "no such key", "default");
+        const int number = config.getInteger("fscanner", "no such key", 7);
+        counting = false;
+        EXPECT_EQ(text, "default") << "allocation " << failAt;
+        EXPECT_EQ(number, 7) << "allocation " << failAt;
+    });
+}
+
+TEST(OutOfMemoryOf, AFieldsNameIsAResult) {
+    failEachAllocationOf([] {
+        Int32Field field(L"old");
+        const std::uint64_t renames = Field::renames();
+        counting = true;
+        const bool named = field.setName(L"new");
+        counting = false;
+        EXPECT_EQ(named, allocations < failAt);
+        EXPECT_EQ(field.name() != nullptr, named);
+        EXPECT_NE(Field::renames(), renames) << "what was resolved by the old name is not any more";
+    });
+}
 
 }  // namespace
 }  // namespace fscanner

@@ -2,6 +2,8 @@
 // run us with closed descriptors and odd signals.
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ptrace.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,6 +136,38 @@ TEST_F(ProgramTest, WorksForHostsWithOddSettings) {
         const itimerval often{{0, 2000}, {0, 2000}};
         ::setitimer(ITIMER_REAL, &often, nullptr);
     })) << "interrupted all the time";
+}
+
+// A process that is being debugged is, once killed, the debugger's: it stands for one that
+// waits for a dead server.
+TEST_F(ProgramTest, ThatCannotBeReapedIsLeftBehind) {
+    int word[2];
+    int over[2];
+    ASSERT_TRUE(::pipe(word) == 0 && ::pipe(over) == 0);
+    auto program = ChildProcess::start({"/bin/sh", "-c", "echo $$; exec sleep 60"}, AT_FDCWD);
+    ASSERT_TRUE(program);
+    std::string number;
+    program->read(ChildProcess::Clock::now() + std::chrono::seconds(20), [&](auto bytes) {
+        number += bytes;
+        return number.find('\n') == number.npos;
+    });
+    const pid_t debugger = ::fork();
+    if (debugger == 0) {
+        ::close(over[1]);
+        const bool attached = ::ptrace(PTRACE_SEIZE, std::stoi(number), nullptr, nullptr) == 0;
+        [[maybe_unused]] const auto told = ::write(word[1], attached ? "y" : "n", 1);
+        pollfd end{over[0], POLLIN, 0};
+        ::_exit(::poll(&end, 1, 20'000) == 1 ? 0 : 1);
+    }
+    char attached = 0;
+    ASSERT_EQ(::read(word[0], &attached, 1), 1);
+    if (attached == 'y') program.reset();
+    for (const int end : {word[0], word[1], over[0], over[1]}) ::close(end);
+    int status = 0;
+    ::waitpid(debugger, &status, 0);
+    if (attached != 'y') GTEST_SKIP() << "no other process may be debugged here";
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "it was waited for until the debugger gave up";
+    while (::waitpid(std::stoi(number), nullptr, 0) < 0 && errno == EINTR) continue;
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/platform/descriptor.h"
 
 namespace fscanner {
 
@@ -76,10 +77,9 @@ int renameFile(const wchar_t* from, const wchar_t* to) {
 }
 
 bool createExclusively(const char* name) {
-    const int fd = open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-    if (fd < 0) return false;
-    close(fd);
-    return true;
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
+    const Descriptor file(uninterrupted([&] { return open(name, flags, 0600); }));
+    return static_cast<bool>(file);
 }
 
 char* getTempFile_Default(const char* prefix) {

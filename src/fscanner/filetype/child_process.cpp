@@ -13,7 +13,10 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
+#include <thread>
 #include <utility>
+
+#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 namespace {
@@ -137,14 +140,25 @@ std::string_view sendSome(int socket, std::string_view text) {
     return sent < 0 ? std::string_view() : text.substr(static_cast<std::size_t>(sent));
 }
 
-pid_t waitFor(pid_t pid, int options) {
-    pid_t waited = 0;
-    do {
-        waited = waitpid(pid, nullptr, options);
-    } while (waited < 0 && errno == EINTR);
-    return waited;
+/// Whether the process is gone, or is none of ours.
+bool reap(pid_t pid) {
+    return uninterrupted([pid] { return waitpid(pid, nullptr, WNOHANG); }) != 0;
 }
 
+/// A process that waits in the kernel, for a server that is gone, dies only when that is
+/// over; and one that is being debugged is the debugger's until then.
+void reapWithinASecond(pid_t pid) {
+    const auto deadline = ChildProcess::Clock::now() + std::chrono::seconds(1);
+    auto pause = std::chrono::microseconds(100);
+    while (!reap(pid)) {
+        if (ChildProcess::Clock::now() >= deadline) {
+            debug("ChildProcess - process %d was killed and does not end\n", static_cast<int>(pid));
+            return;
+        }
+        std::this_thread::sleep_for(pause);
+        pause = std::min(2 * pause, std::chrono::microseconds(10'000));
+    }
+}
 }  // namespace
 
 std::optional<ChildProcess> ChildProcess::start(const std::vector<std::string>& arguments,
@@ -166,9 +180,9 @@ ChildProcess::~ChildProcess() {
     socket_.close();
     // Only a process that is surely still ours is killed: a host that ignores SIGCHLD
     // or reaps all its children leaves us ECHILD, and the id may be another's by now.
-    if (waitFor(pid_, WNOHANG) != 0) return;
+    if (reap(pid_)) return;
     kill(pid_, SIGKILL);
-    waitFor(pid_, 0);
+    reapWithinASecond(pid_);
 }
 
 ChildProcess::ReadEnd ChildProcess::exchange(std::string_view question, Clock::time_point deadline,

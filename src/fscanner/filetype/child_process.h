@@ -32,7 +32,8 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ChildProcess& operator=(ChildProcess&&) = delete;
-    /// Kills the program if it still runs, and leaves no zombie.
+    /// Kills the program if it still runs, and leaves no zombie, unless it does not end
+    /// within a second even so: it is the host's to reap then.
     ~ChildProcess();
 
     using Clock = std::chrono::steady_clock;

@@ -39,7 +39,7 @@ std::vector<FileStamp> stampsOf(int directory, const std::vector<std::string>& n
     stamps.reserve(names.size());
     for (const std::string& name : names) {
         struct stat info {};
-        const bool there = fstatat(directory, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+        const bool there = examineFileAt(directory, name.c_str(), info) == 0;
         stamps.push_back(there ? stampOf(info) : FileStamp());
     }
     return stamps;

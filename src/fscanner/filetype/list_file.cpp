@@ -10,6 +10,7 @@
 
 #include "fscanner/filetype/directory_names.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 namespace {
@@ -45,7 +46,7 @@ std::optional<std::vector<std::string>> listablePaths(const std::string& dir) {
         std::string path = prefix;
         path += name;
         struct stat info {};
-        if (fstatat(directory->descriptor(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (examineFileAt(directory->descriptor(), name.c_str(), info) != 0) {
             debug("::makeListFile - stat on '%s' file failed!\n", path.c_str());
             continue;
         }

@@ -53,7 +53,8 @@ Descriptor aboveStandardStreams(Descriptor file) {
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) {
     const int create = mode == OpenMode::emptied ? O_CREAT : 0;
     // Truncated only once it is known to be a regular file.
-    Descriptor file(::open(path, O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | create, permissions));
+    const int flags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | create;
+    Descriptor file(uninterrupted([&] { return ::open(path, flags, permissions); }));
     file = aboveStandardStreams(std::move(file));
     if (!file || !isRegular(file.get())) return {};
     if (mode == OpenMode::emptied && ::ftruncate(file.get(), 0) != 0) return {};

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <cerrno>
+
 namespace fscanner {
 
 /// An open file descriptor, closed when its owner goes. Move-only.
@@ -24,6 +26,14 @@ public:
 private:
     int fd_ = -1;
 };
+
+/// What `call` gives, a system call that is repeated as long as a signal interrupts it.
+template <class Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
+}
 
 /// The same file under a descriptor that is not one of the standard streams', which
 /// the host may have closed. Empty, with errno, when there is none.

@@ -64,7 +64,8 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
 }
 
 Descriptor openBeside(int parent, const char* name, int flags = kOpenFlags) {
-    return aboveStandardStreams(Descriptor(openat(parent, name, flags)));
+    return aboveStandardStreams(
+        Descriptor(uninterrupted([&] { return openat(parent, name, flags); })));
 }
 
 // Where the kernel has no openat2: one component after the other.
@@ -87,7 +88,8 @@ Descriptor openWithoutLinks(int start, const char* path, int flags) {
     open_how how{};
     how.flags = static_cast<unsigned>(flags);
     how.resolve = RESOLVE_NO_SYMLINKS;
-    const long descriptor = syscall(SYS_openat2, start, path, &how, sizeof how);
+    const long descriptor =
+        uninterrupted([&] { return syscall(SYS_openat2, start, path, &how, sizeof how); });
     if (descriptor >= 0) return aboveStandardStreams(Descriptor(static_cast<int>(descriptor)));
     // EPERM is what some sandboxes say of a call that they do not know.
     const bool unsupported = errno == ENOSYS || errno == EPERM;
@@ -138,6 +140,11 @@ private:
 };
 
 }  // namespace
+
+int examineFileAt(int directory, const char* name, struct stat& info) {
+    const auto examine = [&] { return fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW); };
+    return uninterrupted(examine) == 0 ? 0 : errno;
+}
 
 Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use) {
     return openLong(path, use == DirectoryUse::list ? kOpenFlags : kPassFlags);
@@ -199,7 +206,7 @@ int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
 }
 
 int Directory::statEntry(const char* name, struct stat& info) const {
-    return fstatat(descriptor_.get(), name, &info, AT_SYMLINK_NOFOLLOW) == 0 ? 0 : errno;
+    return examineFileAt(descriptor_.get(), name, info);
 }
 
 int Directory::identify(Identity& identity) const {
@@ -211,9 +218,7 @@ int Directory::identify(Identity& identity) const {
 
 int examineFile(std::string_view path, struct stat& info) {
     const Place place(path);
-    return place.found() && fstatat(place.at(), place.name(), &info, AT_SYMLINK_NOFOLLOW) == 0
-               ? 0
-               : errno;
+    return place.found() ? examineFileAt(place.at(), place.name(), info) : errno;
 }
 
 long readLinkTarget(std::string_view path, std::span<char> target) {

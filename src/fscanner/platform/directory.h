@@ -82,6 +82,9 @@ enum class DirectoryUse { list, reach };
 /// fails: whoever may rename what lies on the way must not lead us elsewhere. errno tells why.
 Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use = DirectoryUse::list);
 
+/// `lstat` for the entry `name` of the directory open as `directory`. 0, or the errno.
+int examineFileAt(int directory, const char* name, struct stat& info);
+
 /// `lstat` for a path of any length. In one that is too long for the system, no directory
 /// may be a symbolic link. 0, or the errno.
 int examineFile(std::string_view path, struct stat& info);

@@ -50,10 +50,8 @@ int lockWithin(int descriptor, const Limit& limit) {
 }
 
 Descriptor openUninterrupted(int at, const char* path, int flags) {
-    int file = -1;
-    do file = openat(at, path, flags | O_CLOEXEC, S_IRUSR | S_IWUSR);
-    while (file < 0 && errno == EINTR);
-    return aboveStandardStreams(Descriptor(file));
+    return aboveStandardStreams(Descriptor(
+        uninterrupted([&] { return openat(at, path, flags | O_CLOEXEC, S_IRUSR | S_IWUSR); })));
 }
 
 // Whether a file can be the lock; if so, others cannot open it from now on. One of root or

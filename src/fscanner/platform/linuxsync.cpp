@@ -56,7 +56,8 @@ bool isTrusted(int descriptor) {
 
 Descriptor openLockFile(const char* path) {
     const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    Descriptor file = aboveStandardStreams(Descriptor(::open(path, flags, 0600)));
+    Descriptor file =
+        aboveStandardStreams(Descriptor(uninterrupted([&] { return ::open(path, flags, 0600); })));
     if (!file || !isTrusted(file.get())) return {};
     return file;
 }
@@ -82,14 +83,16 @@ int LinuxSharedMutex::release() {
 
 int LinuxSharedMutex::wait() {
     if (!file_) return SYNC_FAILED;
-    return lockf(file_.get(), F_LOCK, 0) == 0 ? SYNC_SUCCESS : SYNC_FAILED;
+    const int locked = uninterrupted([this] { return lockf(file_.get(), F_LOCK, 0); });
+    return locked == 0 ? SYNC_SUCCESS : SYNC_FAILED;
 }
 
 int LinuxSharedMutex::wait(long milliseconds) {
     if (!file_) return SYNC_FAILED;
     long tries = milliseconds / tryInterval + (milliseconds % tryInterval >= 1 ? 1 : 0);
     for (; tries >= 1; --tries) {
-        if (lockf(file_.get(), F_TLOCK, 0) == 0) return SYNC_SUCCESS;
+        const int locked = uninterrupted([this] { return lockf(file_.get(), F_TLOCK, 0); });
+        if (locked == 0) return SYNC_SUCCESS;
         if (errno != EAGAIN && errno != EACCES) return SYNC_FAILED;
         std::this_thread::sleep_for(std::chrono::milliseconds(tryInterval));
     }

@@ -18,7 +18,9 @@ namespace {
 constexpr mode_t kPrivate = 0600;
 
 Descriptor openSafely(const char* path, int flags) {
-    return aboveStandardStreams(Descriptor(open(path, flags | O_CLOEXEC | O_NONBLOCK, kPrivate)));
+    flags |= O_CLOEXEC | O_NONBLOCK;
+    return aboveStandardStreams(
+        Descriptor(uninterrupted([&] { return open(path, flags, kPrivate); })));
 }
 
 Descriptor openNamed(const std::wstring& path, int flags) {
@@ -73,7 +75,8 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit) {
 
 Presence presenceOf(const std::wstring& path) {
     struct stat info {};
-    if (lstat(toMultibyte(path).c_str(), &info) == 0) return Presence::there;
+    const auto look = [&] { return lstat(toMultibyte(path).c_str(), &info); };
+    if (uninterrupted(look) == 0) return Presence::there;
     return errno == ENOENT ? Presence::absent : Presence::unknown;
 }
 
