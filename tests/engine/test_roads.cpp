@@ -62,7 +62,7 @@ class KeptPairs {
 public:
     std::vector<std::string> operator()(const Asked& asked) {
         FsQuery query;
-        const QueryPlan* const plan = kept_.refresh(asked.into(query));
+        const auto plan = kept_.refresh(asked.into(query));
         return plan ? show(plan->pairs()) : std::vector<std::string>{"-"};
     }
 

@@ -1,6 +1,7 @@
 #include "fscanner/engine/answer_gaps.h"
 
 #include <optional>
+#include <utility>
 
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache.h"
@@ -28,8 +29,8 @@ void tell(const PathInfo& entry) {
 
 // That a valid entry leads nowhere is what a host may have asked for, such as the remote
 // part of a local tree: it is a gap only where nothing else is searched either.
-AnswerGaps::AnswerGaps(const FsQuery& query, const QueryPlan& plan) {
-    fileProgram().missed = false;
+AnswerGaps::AnswerGaps(const FsQuery& query, const QueryPlan& plan)
+    : missedBefore_(std::exchange(fileProgramMissed(), false)) {
     const ResolvedPaths& included = plan.included();
     pathsMissing_ =
         !query.getIncludedPaths().empty() && plan.pairs().empty() && included.excluded.empty();
@@ -44,9 +45,13 @@ AnswerGaps::AnswerGaps(const FsQuery& query, const QueryPlan& plan) {
     }
 }
 
+AnswerGaps::~AnswerGaps() {
+    fileProgramMissed() = missedBefore_;
+}
+
 int AnswerGaps::resultOf(int status) const {
     if (status != FS_CACHE_SUCCESS) return status;
-    if (fileProgram().missed) return FS_CACHE_NO_FILE_PROGRAM;
+    if (fileProgramMissed()) return FS_CACHE_NO_FILE_PROGRAM;
     return pathsMissing_ ? FS_CACHE_NO_DRIVE : FS_CACHE_SUCCESS;
 }
 

@@ -11,11 +11,16 @@ class AnswerGaps {
 public:
     /// Tells the observer of each entry of the query that leads to no drive.
     AnswerGaps(const FsQuery& query, const QueryPlan& plan);
+    AnswerGaps(const AnswerGaps&) = delete;
+    AnswerGaps& operator=(const AnswerGaps&) = delete;
+    /// A query may run in the middle of another one of this thread, whose state comes back.
+    ~AnswerGaps();
 
     /// The result of the query whose steps came to `status`.
     int resultOf(int status) const;
 
 private:
+    bool missedBefore_;
     bool pathsMissing_ = false;
 };
 

@@ -23,9 +23,25 @@ KeptPlan& keptPlan(bool monitored) {
 
 }  // namespace
 
+// What uses the open files runs alone: a writer, or another thread, that calls back in the
+// middle of it would find the cursors where it left them, or the files unmapped. A query
+// may also be asked in the middle of another cache's, whose commands have to stay.
+template <class Result, class Body>
+Result FS_Cache::operate(const char* where, Result failure, Result busy, Body body) {
+    if (!store_) return failure;
+    const CacheStore::Use use(*store_);
+    if (!use.begun()) {
+        debug("%s - called in the middle of another operation of this cache!\n", where);
+        return busy;
+    }
+    const CommandListShelter shelter;
+    return behindWall(where, failure, body);
+}
+
 FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                    const wchar_t* cacheDirectory, bool monitor, bool compressed, bool cacheChecker)
     : monitor_(monitor) {
+    const CommandListShelter shelter;
     store_ = behindWall("FS_Cache::FS_Cache", std::unique_ptr<CacheStore>(), [&] {
         return std::make_unique<CacheStore>(directoriesTableName, filesTableName, cacheDirectory,
                                             compressed, cacheChecker);
@@ -35,9 +51,8 @@ FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTabl
 FS_Cache::~FS_Cache() = default;
 
 int FS_Cache::create(unsigned timeout, int disposition) {
-    if (!store_) return FS_CACHE_FAILURE;
-    return behindWall("FS_Cache::create", +FS_CACHE_FAILURE,
-                      [&] { return store_->create(timeout, disposition); });
+    return operate("FS_Cache::create", +FS_CACHE_FAILURE, +FS_CACHE_LOCK_TIMED_OUT,
+                   [&] { return store_->create(timeout, disposition); });
 }
 
 int FS_Cache::lock() {
@@ -56,23 +71,24 @@ void FS_Cache::unlock() {
 
 int FS_Cache::executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                            unsigned maxCacheAge) {
-    return run(Form::plain, writer, query, timeout, maxCacheAge);
+    return operate("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
+                   [&] { return run(Form::plain, writer, query, timeout, maxCacheAge); });
 }
 
 int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                              unsigned maxCacheAge) {
-    return run(Form::kept, writer, query, timeout, maxCacheAge);
+    return operate("FS_Cache::executeQueryEx", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
+                   [&] { return run(Form::kept, writer, query, timeout, maxCacheAge); });
 }
 
 int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                   unsigned maxCacheAge) {
-    if (!store_ || !store_->usable()) return FS_CACHE_UNUSABLE;
+    if (!store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
     CheckedWriter checked(writer);
     int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
-        QueryPlan fresh;
-        const QueryPlan* const plan = makePlan(form, fresh, query);
+        const std::shared_ptr<const QueryPlan> plan = makePlan(form, query);
         planned = plan != nullptr;
         if (!planned) return FS_CACHE_UNUSABLE;
         const AnswerGaps gaps(query, *plan);
@@ -95,29 +111,30 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
     return checked.resultOf(status);
 }
 
-// The plan to run by: the process's own, or `fresh`. Null without a mount table.
-const QueryPlan* FS_Cache::makePlan(Form form, QueryPlan& fresh, const FsQuery& query) const {
+// The plan to run by: the process's own, or a new one. Null without a mount table.
+std::shared_ptr<const QueryPlan> FS_Cache::makePlan(Form form, const FsQuery& query) const {
     if (form == Form::kept) return keptPlan(monitor_).refresh(query);
-    return fresh.make(query) ? &fresh : nullptr;
+    const auto fresh = std::make_shared<QueryPlan>();
+    return fresh->make(query) ? fresh : nullptr;
 }
 
 bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report) {
-    if (!store_ || !store_->usable()) return false;
-    return behindWall("FS_Cache::explain", false, [&] {
-        QueryPlan plan;
-        if (!makePlan(Form::plain, plan, query)) return false;
+    return operate("FS_Cache::explain", false, false, [&] {
+        if (!store_->usable()) return false;
+        const std::shared_ptr<const QueryPlan> plan = makePlan(Form::plain, query);
+        if (!plan) return false;
         report = FsQueryReport();
-        describePlan(plan, query, store_->files().mayHoldPatterns(), report);
+        describePlan(*plan, query, store_->files().mayHoldPatterns(), report);
         CacheQuery lookup(*store_, query, maxCacheAge);
         for (std::size_t i = 0; i < report.steps.size(); ++i)
-            lookup.explain(plan.pairs()[i], monitor_, report.steps[i]);
+            lookup.explain(plan->pairs()[i], monitor_, report.steps[i]);
         return true;
     });
 }
 
 bool FS_Cache::report(FsCacheReport& report) {
-    if (!store_ || !store_->usable()) return false;
-    return behindWall("FS_Cache::report", false, [&] {
+    return operate("FS_Cache::report", false, false, [&] {
+        if (!store_->usable()) return false;
         report = FsCacheReport();
         return reportCache(*store_, report);
     });
@@ -134,15 +151,15 @@ int FS_Cache::stopMonitor() {
 bool FS_Cache::close() {
     if (!store_) return true;
     if (monitor_) stopMonitor();
-    return behindWall("FS_Cache::close", false, [&] { return store_->close(); });
+    return operate("FS_Cache::close", false, false, [&] { return store_->close(); });
 }
 
 bool FS_Cache::compact() {
-    return store_ && behindWall("FS_Cache::compact", false, [&] { return store_->compact(); });
+    return operate("FS_Cache::compact", false, false, [&] { return store_->compact(); });
 }
 
 bool FS_Cache::remove() {
-    return store_ && behindWall("FS_Cache::remove", false, [&] { return store_->remove(); });
+    return operate("FS_Cache::remove", false, false, [&] { return store_->remove(); });
 }
 
 }  // namespace fscanner

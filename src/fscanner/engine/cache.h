@@ -67,7 +67,11 @@ struct FSCANNER_EXPORT FsCacheReport {
 /// it behind, and so does a cache that was found broken: the next `create` then
 /// refuses the files, or makes them anew. The destructor never removes the mark.
 ///
-/// One thread at a time, and one query at a time in a process. Nothing is thrown.
+/// One thread at a time for an object; several threads may have objects of their own, also
+/// on one directory, where `lock` makes them wait for each other as it does processes. A
+/// thread that holds a directory's lock gets -52 at once for a second object of it, and an
+/// object that is called in the middle of one of its own operations, as from a writer,
+/// refuses: a query gives -52. Nothing is thrown.
 class FSCANNER_EXPORT FS_Cache {
 public:
     /// Touches no file. `cacheDirectory` must exist. With `monitor`, queries use the
@@ -121,11 +125,13 @@ public:
 
 private:
     enum class Form { plain, kept };
+    template <class Result, class Body>
+    FSCANNER_HIDDEN Result operate(const char* where, Result failure, Result busy, Body body);
     FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
                             unsigned timeout, unsigned maxCacheAge);
 
-    FSCANNER_HIDDEN const QueryPlan* makePlan(Form form, QueryPlan& fresh,
-                                              const FsQuery& query) const;
+    FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
+                                                              const FsQuery& query) const;
 
     std::unique_ptr<CacheStore> store_;
     bool monitor_;

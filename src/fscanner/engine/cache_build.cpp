@@ -83,7 +83,7 @@ bool CacheSink::tellsLater(FsSkipReason reason, int error) {
 }
 
 DfsState& dfsState() {
-    static DfsState state;
+    static thread_local DfsState state;
     return state;
 }
 

@@ -237,8 +237,9 @@ bool Extraction::refuseTooLong() {
     const std::wstring topmost = chain_.topmostBeyond(longestPath_);
     if (topmost == tooLong_) return false;
     tooLong_ = topmost;
-    if (accepts(tooLong_.c_str()) && scanObserver())
-        scanObserver()->skipped(tooLong_.c_str(), FsSkipReason::tooLong, 0);
+    FsScanObserver* const observer = scanObserver();
+    if (observer && accepts(tooLong_.c_str()))
+        observer->skipped(tooLong_.c_str(), FsSkipReason::tooLong, 0);
     return false;
 }
 
@@ -288,14 +289,14 @@ bool Extraction::leavesOut(const wchar_t* directory, bool recursiveOnly) {
 
 void Extraction::noteUndecided() {
     const RecordSet& files = store_.filesRecords();
-    if (!scanObserver() || enter(files.getFieldAsInt32(FILES_PATHID)) != Directory::accepted)
-        return;
+    FsScanObserver* const observer = scanObserver();
+    if (!observer || enter(files.getFieldAsInt32(FILES_PATHID)) != Directory::accepted) return;
     FsFileInfo record;
     record.setFilePath(prefix_.c_str());
     record.setFileName(files.getFieldAsString(FILES_FILENAME));
     record.setFileSize(files.getFieldAsInt64(FILES_SIZE));
     record.setFileAttr(files.getFieldAsInt32(FILES_ATTR));
-    scanObserver()->undecided(record);
+    observer->undecided(record);
 }
 
 bool Extraction::hasTime() const {

@@ -205,12 +205,14 @@ bool KeptPlan::Basis::operator==(const Basis& other) const {
            sameFileSystemList(excludedFileSystems, other.excludedFileSystems);
 }
 
-const QueryPlan* KeptPlan::refresh(const FsQuery& query) {
-    if (!plan_.discover(query)) {
-        basis_.reset();
-        return nullptr;
-    }
-    Basis basis{plan_.table(),
+// Nobody waits for another's plan: what reads the mount table and the paths runs on a copy.
+std::shared_ptr<const QueryPlan> KeptPlan::refresh(const FsQuery& query) {
+    std::unique_lock lock(guard_);
+    const std::shared_ptr<const Kept> kept = kept_;
+    lock.unlock();
+    auto fresh = kept ? std::make_shared<Kept>(*kept) : std::make_shared<Kept>();
+    if (!fresh->plan.discover(query)) return nullptr;
+    Basis basis{fresh->plan.table(),
                 {},
                 query.getIncludedPaths(),
                 query.getExcludedPaths(),
@@ -218,12 +220,13 @@ const QueryPlan* KeptPlan::refresh(const FsQuery& query) {
                 query.getExcludedFileSystems()};
     for (const auto* list : {&basis.includedPaths, &basis.excludedPaths})
         for (const PathInfo& path : *list) basis.places.push_back(realPathOf(path));
-    if (basis_ == basis) return &plan_;
-    basis_.reset();  // should a step fail, all of them are done again
-    plan_.prune(query);
-    plan_.resolve(query);
-    basis_ = std::move(basis);
-    return &plan_;
+    if (kept && kept->basis == basis) return {kept, &kept->plan};
+    fresh->plan.prune(query);
+    fresh->plan.resolve(query);
+    fresh->basis = std::move(basis);
+    lock.lock();
+    kept_ = fresh;
+    return {fresh, &fresh->plan};
 }
 
 }  // namespace fscanner

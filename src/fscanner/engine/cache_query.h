@@ -1,6 +1,7 @@
 #pragma once
 
-#include <optional>
+#include <memory>
+#include <mutex>
 #include <string>
 
 #include "fscanner/engine/cache_extract.h"
@@ -61,11 +62,12 @@ private:
 
 /// A plan that a process keeps between queries. The mount table is read for each; the
 /// drives are listed anew when it has changed, and the paths are resolved anew when
-/// anything has that they depend on.
+/// anything has that they depend on. Several threads may ask; what one was given stays as
+/// it is.
 class KeptPlan {
 public:
     /// Null when the mount table cannot be read.
-    const QueryPlan* refresh(const FsQuery& query);
+    std::shared_ptr<const QueryPlan> refresh(const FsQuery& query);
 
 private:
     /// What a plan is made of.
@@ -81,8 +83,13 @@ private:
         bool operator==(const Basis& other) const;
     };
 
-    QueryPlan plan_;
-    std::optional<Basis> basis_;
+    struct Kept {
+        QueryPlan plan;
+        Basis basis;
+    };
+
+    std::mutex guard_;
+    std::shared_ptr<const Kept> kept_;
 };
 
 /// Whether two lists are equal, entry by entry.

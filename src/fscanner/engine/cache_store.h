@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -94,6 +95,23 @@ public:
     CacheStore& operator=(const CacheStore&) = delete;
     ~CacheStore();
 
+    /// One operation: they are done one after the other.
+    class Use {
+    public:
+        explicit Use(CacheStore& store) : store_(store), begun_(!store.busy_.exchange(true)) {}
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        ~Use() {
+            if (begun_) store_.busy_ = false;
+        }
+        /// False in the middle of another.
+        bool begun() const { return begun_; }
+
+    private:
+        CacheStore& store_;
+        bool begun_;
+    };
+
     int create(unsigned timeout, int disposition);
     int lock();
     int lock(int timeout);
@@ -159,6 +177,7 @@ private:
     std::wstring filesName_;
     bool compressed_;
     bool cacheChecker_;
+    std::atomic<bool> busy_ = false;
     bool initialized_ = false;
     bool opened_ = false;  // by `create`; never cleared
     bool open_ = false;

@@ -6,7 +6,7 @@
 namespace fscanner {
 
 /// What one kind of walk remembers of the distributed file system for the life of
-/// the process. Unguarded: one scan at a time.
+/// its thread.
 struct DfsState {
     bool firstTime = true;
     bool loaded = false;

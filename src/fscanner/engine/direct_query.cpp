@@ -38,6 +38,7 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
 }  // namespace
 
 int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeoutMilliseconds) {
+    const CommandListShelter shelter;  // it may be asked in the middle of another query
     CheckedWriter checked(writer);
     return checked.resultOf(behindWall("::fsScanQuery", +FS_CACHE_UNUSABLE, [&] {
         return scanQuery(checked, query, timeoutMilliseconds);

@@ -24,8 +24,9 @@ bool ExclusionWatch::covers(const PathInfo& exclusion, const wchar_t* directory)
 
 void ExclusionWatch::met(const wchar_t* directory) {
     const auto isThis = [&](const PathInfo* exclusion) { return covers(*exclusion, directory); };
-    if (std::erase_if(others_, isThis) > 0 && scanObserver())
-        scanObserver()->skipped(directory, FsSkipReason::excluded, 0);
+    FsScanObserver* const observer = scanObserver();
+    if (std::erase_if(others_, isThis) > 0 && observer)
+        observer->skipped(directory, FsSkipReason::excluded, 0);
 }
 
 void ExclusionWatch::lookUpOthers(CacheStore& store,

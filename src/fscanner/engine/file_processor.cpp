@@ -53,10 +53,10 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
     // A type that cannot be told is not another type: the file is undecided.
     const bool matches =
         !fileProgram().path.empty() && checker_.check(file.getStringValue(), wanted);
-    fileProgram().missed |= fileProgram().path.empty();
+    fileProgramMissed() |= fileProgram().path.empty();
     result.setNumericValue(matches ? 1 : 0);
     const bool told = matches || mayBeExamined(file.getStringValue());
-    return fileProgram().missed || !told ? 1 : 0;
+    return fileProgramMissed() || !told ? 1 : 0;
 }
 
 FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, CriteriaRules rules)

@@ -44,9 +44,10 @@ void DirectSink::file(WalkEntry& entry) {
     if (processor_.satisfyCriteria(record_, nullptr)) {
         fill(entry);
         writer_.addRecord(record_);
-    } else if (processor_.undecided() && scanObserver()) {
+    } else if (FsScanObserver* const observer = scanObserver();
+               observer && processor_.undecided()) {
         fill(entry);
-        scanObserver()->undecided(record_);
+        observer->undecided(record_);
     }
 }
 
@@ -79,7 +80,7 @@ void DirectSink::fill(WalkEntry& entry) {
 }
 
 DfsState& dfsState() {
-    static DfsState state;
+    static thread_local DfsState state;
     return state;
 }
 
@@ -104,8 +105,8 @@ bool fs_isValidPath(const wchar_t* path) {
 
 int fs_examineSearched(const wchar_t* path) {
     const int error = examineStart(path);
-    if (error != 0 && path && scanObserver())
-        scanObserver()->skipped(path, skipReason(error), error);
+    FsScanObserver* const observer = scanObserver();
+    if (error != 0 && path && observer) observer->skipped(path, skipReason(error), error);
     return error;
 }
 

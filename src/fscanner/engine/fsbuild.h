@@ -22,7 +22,7 @@ int fs_examineSearched(const wchar_t* path);
 
 /// Vets the starting path and scans it: 0 finished (also when it is excluded, or
 /// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
-/// `writer`; what the lists exclude is left out. One scan at a time in a process.
+/// `writer`; what the lists exclude is left out.
 /// Other drives of `mounts`, which may be null, are not entered; the observer is told so.
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,

@@ -4,7 +4,7 @@
 
 namespace fscanner {
 
-std::vector<CmdToken> cmdTokenList;
+thread_local std::vector<CmdToken> cmdTokenList;
 
 namespace {
 

@@ -52,9 +52,8 @@ private:
     UnaryCmd* unary_ = nullptr;
 };
 
-/// The commands of the process, in order of registration. Every new evaluator
-/// empties it. Unguarded: one thread, one query at a time.
-extern std::vector<CmdToken> cmdTokenList;
+/// The commands of the thread, in order of registration. Every new evaluator empties it.
+extern thread_local std::vector<CmdToken> cmdTokenList;
 
 /// The command at a position that a compiled criteria remembers; null when the
 /// list has been emptied since.
@@ -83,7 +82,7 @@ public:
     ~CommandListGuard() { clearCommands(); }
 };
 
-/// Puts another list in the place of the process's one until the end of a scope, an
+/// Puts another list in the place of the thread's one until the end of a scope, an
 /// empty one or `other`: for whoever may be called in the middle of somebody else's
 /// query.
 class CommandListShelter {

@@ -33,7 +33,7 @@ FileRun run(const std::vector<std::string>& arguments, int directory, std::size_
     FileProgram& program = fileProgram();
     auto process = program.path.empty() ? std::nullopt : ChildProcess::start(arguments, directory);
     if (!process) {
-        program.missed |= program.path.empty() || canEnter(directory);
+        fileProgramMissed() |= program.path.empty() || canEnter(directory);
         return {};
     }
     FileOutput output(count);
@@ -75,6 +75,11 @@ FileRun runOver(int directory, std::span<const std::string> names, RunningFile* 
 FileProgram& fileProgram() {
     static FileProgram program{.path = findProgram()};
     return program;
+}
+
+bool& fileProgramMissed() {
+    static thread_local bool missed = false;
+    return missed;
 }
 
 std::vector<std::string> fileArguments() {

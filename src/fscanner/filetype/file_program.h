@@ -10,7 +10,7 @@ namespace fscanner {
 
 class RunningFile;
 
-/// Which `file` is run and within which bounds. Process-wide, for tests to change.
+/// Which `file` is run and within which bounds. Process-wide; only tests change it.
 struct FileProgram {
     /// Absolute path; empty where there is none, and then no type is known.
     std::string path;
@@ -21,14 +21,15 @@ struct FileProgram {
     std::size_t argumentBytes = 128 * 1024;
     /// Whether one that is kept running may be handed several directories.
     bool mayKeepRunning = true;
-    /// Set when a type was asked for and the program could not be run at all.
-    bool missed = false;
 
     std::chrono::milliseconds timeFor(std::size_t files) const {
         return timePerRun + timePerFile * static_cast<long>(files);
     }
 };
 FileProgram& fileProgram();
+
+/// Set when this thread asked for a type and the program could not be run at all.
+bool& fileProgramMissed();
 
 /// The program's path and the options of every run: brief (-b), each answer ended by a
 /// NUL (-00) and written at once (-n), so that a death loses no earlier answer.

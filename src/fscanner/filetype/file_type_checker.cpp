@@ -22,7 +22,7 @@
 namespace fscanner {
 namespace {
 
-/// Answers from one of the two process-wide caches; `method` is for the log.
+/// Answers from one of the thread's two caches; `method` is for the log.
 bool typeLine(DirectoryTypes& types, const char* method, const wchar_t* path,
               const DescribeDirectory& describe, wchar_t** info) {
     if (path == nullptr || std::wcslen(path) > longestPath()) return false;
@@ -50,7 +50,7 @@ FileTypeChecker::FileTypeChecker() {
 }
 
 bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
-    static DirectoryTypes types;
+    static thread_local DirectoryTypes types;
     auto describe = [this](const FileLocation& wanted) {
         return describeDirectory(wanted, running_);
     };
@@ -58,7 +58,7 @@ bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
 }
 
 bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {
-    static DirectoryTypes types;
+    static thread_local DirectoryTypes types;
     auto describe = [this](const FileLocation& wanted) {
         return describeThroughList(wanted, commandFile_.c_str());
     };

@@ -13,10 +13,10 @@ namespace fscanner {
 ///
 /// `file` is run without a shell, in the C locale, and for a whole directory at
 /// once; from the second directory on it may be kept running, as long as this object
-/// lives. The answers for a directory's other files wait process-wide, each for one
+/// lives. The answers for a directory's other files wait in the thread, each for one
 /// question. The words of a description that repeat a link's target
 /// count like any other. A failure or an unknown type is false, with a line in
-/// the debug log. Null paths are false. One thread at a time in the process.
+/// the debug log. Null paths are false. One thread at a time for an object.
 class FileTypeChecker {
 public:
     FileTypeChecker();

@@ -25,7 +25,8 @@ public:
 };
 
 /// The settings of the configuration file. Each call reads the file again, so
-/// that a change counts at once.
+/// that a change counts at once. Several threads may read; each is told of the errors of
+/// its own last reading.
 class FSCANNER_EXPORT FsConfig_TAV : public FsConfig {
 public:
     int getError() const override;

@@ -57,12 +57,12 @@ FSCANNER_EXPORT int fsOpenDirectory(const wchar_t* path);
 /// Sets `description` to what the `file` program says of the file, in the C locale.
 /// False where it says nothing; a path of 1024 characters or more has no type without
 /// long-path support. The directory's other files are described at the same time, for the calls to
-/// come. One thread at a time in the process.
+/// come of this thread.
 FSCANNER_EXPORT bool fsFileType(const wchar_t* path, std::wstring& description);
 
 /// Asks for the types of many files, as `fsFileType` does. From the second directory on
 /// a `file` may be kept running, a child of the host, until this object goes; that is
-/// faster. Nothing throws. One thread at a time in the process.
+/// faster. Nothing throws. One thread at a time for an object.
 class FSCANNER_EXPORT FsFileTypes {
 public:
     FsFileTypes() noexcept;

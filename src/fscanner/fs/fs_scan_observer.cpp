@@ -1,12 +1,12 @@
 #include "fscanner/fs/fs_scan_observer.h"
 
-#include <utility>
+#include <atomic>
 
 namespace fscanner {
 
 namespace {
 
-FsScanObserver* currentObserver = nullptr;
+std::atomic<FsScanObserver*> currentObserver = nullptr;
 
 }  // namespace
 
@@ -29,7 +29,7 @@ bool FsScanObserver::waiting(unsigned) {
 }
 
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
-    return std::exchange(currentObserver, observer);
+    return currentObserver.exchange(observer);
 }
 
 FsScanObserver* scanObserver() {

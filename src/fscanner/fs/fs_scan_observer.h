@@ -26,7 +26,9 @@ struct FsScanProgress {
 };
 
 /// Watches scans, and waits for a cache. Set process-wide by the host with `fsSetScanObserver`;
-/// called on the thread that runs the query. Override what is of interest.
+/// called on the thread that runs the query, and by several at once where several run one.
+/// It must stay alive until the queries that began under it have ended. Override what is of
+/// interest.
 class FSCANNER_EXPORT FsScanObserver {
 public:
     virtual ~FsScanObserver();

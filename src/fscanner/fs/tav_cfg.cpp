@@ -72,7 +72,7 @@ void addFile(const std::string& path, TavCfg::Reading& reading) {
 }
 
 TavCfg::Reading& lastReading() {
-    static TavCfg::Reading reading;
+    static thread_local TavCfg::Reading reading;
     return reading;
 }
 

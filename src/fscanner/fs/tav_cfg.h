@@ -42,7 +42,7 @@ public:
     /// The value, empty when absent. Lines that are not malformed count even if
     /// others are.
     static String getKey(const String& key);
-    /// The first error met by the last `getKey`, and its description.
+    /// The first error met by this thread's last `getKey`, and its description.
     static int getError();
     static const std::string& getErrorText();
 };

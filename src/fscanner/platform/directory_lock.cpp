@@ -8,9 +8,12 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <thread>
 
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
+#include "fscanner/fs/debug.h"
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/descriptor.h"
 #include "fscanner/platform/sysfactory.h"
@@ -100,10 +103,12 @@ struct DirectoryLock::Held {
         flock(file.get(), LOCK_UN);
     }
     bool isOurs() const { return owner == getpid(); }
+    bool isThisThreads() const { return isOurs() && thread == std::this_thread::get_id(); }
 
     Descriptor file;
     Descriptor directory;  // locked or not
     pid_t owner = getpid();
+    std::thread::id thread = std::this_thread::get_id();
 
     // What this process holds. Never destroyed: locks may outlive statics.
     struct Registry {
@@ -124,16 +129,20 @@ int DirectoryLock::wait(long milliseconds) {
     return acquire(&milliseconds);
 }
 
-// Shares the lock that this process has on the file. False where it has none.
-bool DirectoryLock::join(int file) {
+// Whether this thread has the lock on the file already, and by which object: empty where
+// it does not.
+std::optional<int> DirectoryLock::heldResult(int file) {
     struct stat info {};
-    if (fstat(file, &info) != 0) return false;
+    if (fstat(file, &info) != 0) return SYNC_FAILED;
     auto& [guard, held] = Held::registry();
     const std::lock_guard lock(guard);
-    held_ = held[identityOf(info)].lock();
-    if (held_ && held_->isOurs()) return true;
-    held_.reset();
-    return false;
+    const std::shared_ptr<Held> other = held[identityOf(info)].lock();
+    if (other && other == held_ && other->isOurs()) return SYNC_SUCCESS;
+    if (other && other->isThisThreads()) {
+        debug("DirectoryLock - this thread holds '%ls' by another object\n", path_.c_str());
+        return SYNC_TIMED_OUT;
+    }
+    return std::nullopt;
 }
 
 void DirectoryLock::keep(std::shared_ptr<Held> taken) {
@@ -154,7 +163,8 @@ int DirectoryLock::acquire(const long* milliseconds) {
         if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
         Descriptor file = openLockFile(directory.get(), info);
         if (!file) return SYNC_FAILED;
-        if (join(file.get())) return SYNC_SUCCESS;
+        if (const std::optional<int> result = heldResult(file.get())) return *result;
+        held_.reset();
         if (const int status = lockWithin(file.get(), limit)) return status;
         if (!isStillNamed(file.get(), path)) continue;
         // A directory that others can open is locked only when nobody else has it.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -13,9 +14,9 @@ namespace fscanner {
 /// alone or with the directory, is made again and waited for. A directory that others
 /// cannot open is locked, too, for the sake of programs that lock only that.
 ///
-/// The lock is the process's: objects of one directory in a process share it, and
-/// it goes when the last of them releases it. A forked child does not have it. The
-/// results are `SyncStatus`.
+/// Threads of a process exclude each other as processes do. A thread that holds the lock
+/// by another object would wait for itself: it gets "timed out" at once, whatever the
+/// limit. A forked child does not have the lock. The results are `SyncStatus`.
 class DirectoryLock {
 public:
     explicit DirectoryLock(std::wstring path) : path_(std::move(path)) {}
@@ -31,7 +32,7 @@ public:
 private:
     struct Held;
     int acquire(const long* milliseconds);
-    bool join(int file);
+    std::optional<int> heldResult(int file);
     void keep(std::shared_ptr<Held> taken);
 
     std::wstring path_;

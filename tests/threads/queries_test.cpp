@@ -1,0 +1,187 @@
+// Queries that run at the same time, or one in the middle of another: each has its own
+// answer, or is refused. The thread sanitizer looks on in the "tsan" preset.
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <thread>
+
+#include "engine/temp_tree.h"
+#include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_explain.h"
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "support/log_capture.h"
+
+// The plug-in itself, built into the test.
+#include "../../src/plugins/provider_cache/provider_cache.cpp"
+
+namespace fscanner {
+namespace {
+
+using Paths = std::vector<std::string>;
+
+constexpr unsigned kAge = 3600;
+constexpr unsigned kTimeout = 60000;
+
+const wchar_t* const kCriteria[] = {
+    L"[FILENAME]==\"*.h\"",
+    L"[SIZE]>2",
+    L"path([PATHID],[FILENAME])==\"*/d1/*\"",
+    L"type(path([PATHID],[FILENAME]),\"empty\")",
+};
+
+class Queries : public testing::Test {
+protected:
+    Queries() {
+        for (int i = 0; i < 60; ++i)
+            tree.file(
+                "d" + std::to_string(i % 5) + "/name" + std::to_string(i) + (i % 3 ? ".h" : ".txt"),
+                static_cast<std::size_t>(i % 4));
+    }
+    void describe(FsQuery& query, const wchar_t* criteria) const {
+        query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+        query.setQuery(criteria);
+    }
+    std::unique_ptr<FsProvider> provider(const std::string& name) const {
+        std::unique_ptr<FsProvider> made(createProvider(nullptr));
+        made->setOption(FS_OPTION_CACHE_DIRECTORY, place.path(name).c_str());
+        return made;
+    }
+    Paths scan(const wchar_t* criteria) const {
+        FsQuery query;
+        describe(query, criteria);
+        CollectingWriter writer;
+        EXPECT_EQ(fsScanQuery(writer, query, kTimeout), 0);
+        return writer.sorted();
+    }
+    Paths ask(FsProvider& from, const wchar_t* criteria, unsigned age) const {
+        FsQuery query;
+        describe(query, criteria);
+        CollectingWriter writer;
+        EXPECT_EQ(from.executeQuery(writer, query, age, kTimeout), 0);
+        return writer.sorted();
+    }
+    // Through a file of results, or through memory, which keeps the plan.
+    template <auto execute>
+    Paths read(FsProvider& from, const wchar_t* criteria) const {
+        FsQuery query;
+        describe(query, criteria);
+        const std::unique_ptr<FsResultSetReader> reader(execute(&from, query, 60, 60));
+        EXPECT_EQ(from.lastStatus(), 0);
+        CollectingWriter writer;
+        FsFileInfo record;
+        for (reader->moveFirst(); reader->getNext(record);) writer.addRecord(record);
+        return writer.sorted();
+    }
+
+    TempTree tree;
+    TempTree place;
+};
+
+TEST_F(Queries, OfProvidersOfTheirOwnRunInThreads) {
+    std::vector<Paths> right;
+    for (const wchar_t* criteria : kCriteria) right.push_back(scan(criteria));
+    for (const Paths& paths : right)
+        ASSERT_THAT(paths, testing::SizeIs(testing::AllOf(testing::Gt(5U), testing::Lt(50U))));
+    // Whatever is told is told in its own thread.
+    FsScanObserver watcher;
+    FsScanObserver* const before = fsSetScanObserver(&watcher);
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < 8; ++i) {
+        threads.emplace_back([this, i, &right] {
+            const auto own = provider("own" + std::to_string(i));
+            const auto shared = provider("shared");
+            for (unsigned round = 0; round < 3; ++round) {
+                const unsigned at = (i + round) % std::size(kCriteria);
+                const wchar_t* const criteria = kCriteria[at];
+                EXPECT_EQ(scan(criteria), right[at]);
+                EXPECT_EQ(ask(*own, criteria, kAge), right[at]);
+                EXPECT_EQ(read<fsExecuteQuery>(*own, criteria), right[at]);
+                EXPECT_EQ(read<fsExecuteQueryEx>(*own, criteria), right[at]);
+                EXPECT_EQ(ask(*shared, criteria, round == 0 ? FS_CACHE_REBUILD : kAge), right[at]);
+                EXPECT_TRUE(fsCheckCriteria(criteria).compiles);
+            }
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    fsSetScanObserver(before);
+}
+
+/// Does something at the first record.
+class CallingWriter : public CollectingWriter {
+public:
+    explicit CallingWriter(std::function<void()> call) : call_(std::move(call)) {}
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                  unsigned attributes) override {
+        if (const auto call = std::exchange(call_, nullptr)) call();
+        return CollectingWriter::addRecord(path, name, size, attributes);
+    }
+
+private:
+    std::function<void()> call_;
+};
+
+TEST_F(Queries, InTheMiddleOfAnotherOnItsCacheAreRefused) {
+    const auto first = provider("cache");
+    const auto second = provider("cache");
+    for (FsProvider* const inner : {first.get(), second.get()}) {
+        for (const wchar_t* criteria : kCriteria) {
+            const Paths right = scan(criteria);
+            FsQuery query;
+            describe(query, criteria);
+            CollectingWriter refused;
+            int status = 0;
+            const LogCapture log;
+            CallingWriter writer(
+                [&] { status = inner->executeQuery(refused, query, kAge, kTimeout); });
+            EXPECT_EQ(first->executeQuery(writer, query, kAge, kTimeout), 0);
+            EXPECT_EQ(writer.sorted(), right);
+            EXPECT_EQ(status, FS_CACHE_LOCK_TIMED_OUT);
+            EXPECT_THAT(refused.paths, testing::IsEmpty());
+            EXPECT_THAT(log.text(), testing::HasSubstr("this thread holds"));
+        }
+    }
+}
+
+TEST_F(Queries, InTheMiddleOfAnotherElsewhereAreAnswered) {
+    const auto outer = provider("outer");
+    const auto other = provider("other");
+    for (const wchar_t* criteria : kCriteria) {
+        for (const wchar_t* within : kCriteria) {
+            FsQuery query;
+            describe(query, criteria);
+            CallingWriter writer([&] {
+                EXPECT_EQ(scan(within), ask(*other, within, kAge));
+                EXPECT_EQ(read<fsExecuteQueryEx>(*other, within).empty(), false);
+            });
+            EXPECT_EQ(outer->executeQuery(writer, query, kAge, kTimeout), 0);
+            EXPECT_EQ(writer.sorted(), scan(criteria));
+        }
+    }
+}
+
+TEST_F(Queries, OfACacheInTheMiddleOfItsOwnAreRefused) {
+    const auto prepared = provider("cache");
+    const Paths right = ask(*prepared, kCriteria[0], kAge);
+    const FsCacheTableNames names = fsCacheTableNames(false);
+    FS_Cache cache(names.directories.c_str(), names.files.c_str(), place.wide("cache").c_str(),
+                   false, false, true);
+    ASSERT_EQ(cache.lock(), 0);
+    ASSERT_EQ(cache.create(0, FS_CACHE_OPEN), 0);
+    FsQuery query;
+    describe(query, kCriteria[0]);
+    CallingWriter writer([&] {
+        CollectingWriter inner;
+        EXPECT_EQ(cache.executeQuery(inner, query, kTimeout, kAge), FS_CACHE_LOCK_TIMED_OUT);
+        EXPECT_FALSE(cache.close() || cache.compact() || cache.remove());
+    });
+    EXPECT_EQ(cache.executeQuery(writer, query, kTimeout, kAge), 0);
+    EXPECT_EQ(writer.sorted(), right);
+    EXPECT_TRUE(cache.close());
+    cache.unlock();
+}
+
+}  // namespace
+}  // namespace fscanner
