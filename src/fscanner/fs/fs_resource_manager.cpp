@@ -1,8 +1,18 @@
 #include "fscanner/fs/fs_resource_manager.h"
 
+#include <mutex>
 #include <new>
+#include <utility>
 
 namespace fscanner {
+
+namespace {
+
+// Changes exclude each other. An invocation takes no lock: it may come from a signal.
+constinit std::mutex changes;
+constinit std::atomic<int> invocations = 0;
+
+}  // namespace
 
 // The links are atomic for the compiler's sake: a signal handler on the same
 // thread must find each step done or not begun.
@@ -10,6 +20,7 @@ struct FsResourceManager::Registration {
     Handler handler;
     void* context;
     std::atomic<Registration*> next;
+    Registration* nextRetired = nullptr;
 };
 
 struct FsResourceManager::ExitCleaner {
@@ -27,16 +38,19 @@ FsResourceManager* FsResourceManager::getInstance() {
 
 void FsResourceManager::addCleanupHandler(Handler handler, void* context) {
     if (handler == nullptr) return;
+    const std::lock_guard lock(changes);
     auto* added = new (std::nothrow) Registration{handler, context, head_.load()};
     if (added != nullptr) head_ = added;
 }
 
 void FsResourceManager::removeCleanupHandler(Handler handler, void* context) {
+    const std::lock_guard lock(changes);
     std::atomic<Registration*>* link = &head_;
     for (Registration* at = link->load(); at != nullptr; at = link->load()) {
         if (at->handler == handler && at->context == context) {
             *link = at->next.load();
-            delete at;
+            at->nextRetired = std::exchange(retired_, at);
+            if (!isInvoking()) freeRetired();
             return;
         }
         link = &at->next;
@@ -44,14 +58,21 @@ void FsResourceManager::removeCleanupHandler(Handler handler, void* context) {
 }
 
 void FsResourceManager::invokeCleanupHandlers(int code) {
-    Registration* next = nullptr;
-    for (Registration* at = head_; at != nullptr; at = next) {
-        next = at->next;  // before the call: the handler may remove itself
-        at->handler(code, at->context);
-    }
+    ++invocations;
+    for (Registration* at = head_; at != nullptr; at = at->next) at->handler(code, at->context);
+    --invocations;
+}
+
+bool FsResourceManager::isInvoking() {
+    return invocations != 0;
+}
+
+void FsResourceManager::freeRetired() {
+    while (retired_ != nullptr) delete std::exchange(retired_, retired_->nextRetired);
 }
 
 void FsResourceManager::clear() {
+    freeRetired();
     Registration* at = head_.exchange(nullptr);
     while (at != nullptr) {
         Registration* next = at->next;

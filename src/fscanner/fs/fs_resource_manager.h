@@ -10,8 +10,8 @@ namespace fscanner {
 /// abnormally, so that temporary files do not stay behind. The library registers
 /// a handler for each temporary file and never runs them itself.
 ///
-/// Threads: none of its operations takes a lock; the host serializes them, with
-/// the queries that register and remove handlers too.
+/// Threads: any may register, remove and invoke at any time. What an invocation may still
+/// look at is freed by a later removal.
 ///
 /// Signals: `invokeCleanupHandlers` allocates nothing and may be called from a
 /// signal handler, even one that interrupts a registration or a removal on its
@@ -38,6 +38,9 @@ public:
     /// Calls every handler with its context, the latest first. The registrations
     /// stay. A handler may remove its own registration, and no other.
     void invokeCleanupHandlers(int code);
+    /// Whether handlers are being called: who has just removed a registration must not
+    /// free its context then.
+    FSCANNER_HIDDEN static bool isInvoking();
 
 private:
     struct Registration;
@@ -45,8 +48,10 @@ private:
 
     constexpr FsResourceManager() = default;
     FSCANNER_HIDDEN void clear();
+    FSCANNER_HIDDEN void freeRetired();
 
     std::atomic<Registration*> head_ = nullptr;
+    Registration* retired_ = nullptr;  // removed ones
 };
 
 }  // namespace fscanner

@@ -170,8 +170,8 @@ FsResultSet_OnFile::FsResultSet_OnFile(FsUnnamed) {
     if (!unnamed_) unnamed_ = TemporaryFile::create(places.directory);
 }
 
-// The registration stays when the set is gone: the reader's file still has to be
-// removed if the host stops.
+// The reader shares the registration: its file still has to be removed if the host stops
+// when the set is gone.
 void FsResultSet_OnFile::chooseName() {
     const auto [path, created] = chooseTempName();
     claimed_ = created;
@@ -183,8 +183,7 @@ void FsResultSet_OnFile::chooseName() {
         std::exit(NO_TEMP_NAME_STATUS);  // a host cannot run queries without a file
     }
     debug("name ok: %s\n", path.c_str());
-    if (file_ != nullptr) removeTempFileHandler(*file_);
-    file_ = &addTempFileHandler(path);
+    file_ = addTempFileHandler(path);
     if (created) file_->identify();
 }
 
@@ -218,8 +217,11 @@ FsResultSetReader* FsResultSet_OnFile::getReader() {
         if (writer_) writer_->close();
         const char* const path = pathToWrite();
         // Where it could not be made, whatever has the name is not the results.
-        reader_ = file_ != nullptr ? new FsResultSetReader_OnFile(path != nullptr ? path : "")
-                                   : new FsResultSetReader_OnFile(unnamed_);
+        auto* const reader = file_ != nullptr
+                                 ? new FsResultSetReader_OnFile(path != nullptr ? path : "")
+                                 : new FsResultSetReader_OnFile(unnamed_);
+        reader->registration_ = file_;
+        reader_ = reader;
     }
     return reader_;
 }

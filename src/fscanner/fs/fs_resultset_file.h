@@ -61,7 +61,8 @@ private:
     FSCANNER_HIDDEN void closeFile();
 
     std::unique_ptr<RemovableFile> source_;
-    std::shared_ptr<TemporaryFile> unnamed_;  // null: a file of its own name
+    std::shared_ptr<TemporaryFile> unnamed_;       // null: a file of its own name
+    std::shared_ptr<RemovableFile> registration_;  // of a set's file
     unsigned bookmark_ = 0;
     std::unique_ptr<LinuxMmFile> file_;
     std::unique_ptr<FsSerializator> serializator_;  // closes the file
@@ -97,7 +98,7 @@ private:
     FSCANNER_HIDDEN bool claimFile();
     FSCANNER_HIDDEN const char* pathToWrite();
 
-    RemovableFile* file_ = nullptr;  // registered with the cleanup handlers; or
+    std::shared_ptr<RemovableFile> file_;  // registered with the cleanup handlers; or
     std::shared_ptr<TemporaryFile> unnamed_;
     bool claimed_ = false;                 // whether it was made, by us
     FsResultSetReader* reader_ = nullptr;  // the caller's

@@ -8,7 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <forward_list>
+#include <list>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -43,11 +44,24 @@ void deleteFileThunk(int code, void* context) {
     if (file->isThere()) deleteFile_CleanupHandler(code, const_cast<char*>(file->name().c_str()));
 }
 
-// Names stay where they are for as long as the process runs: a handler may be
-// called at any time, also while static objects are destroyed.
-RemovableFile& keepForever(const std::string& name) {
-    static auto& files = *new std::forward_list<RemovableFile>;
-    return files.emplace_front(name);
+// The files that are registered. Never destroyed: handlers may be called at any time, also
+// while static objects are destroyed.
+struct Registered {
+    std::mutex guard;
+    std::list<RemovableFile> files;
+};
+Registered& registered() {
+    static auto& instance = *new Registered;
+    return instance;
+}
+
+void forget(RemovableFile* registration) {
+    auto& [guard, files] = registered();
+    const std::lock_guard lock(guard);
+    FsResourceManager::getInstance()->removeCleanupHandler(deleteFileThunk, registration);
+    // A host that is just ending may still look at it.
+    if (FsResourceManager::isInvoking()) return;
+    files.remove_if([&](const RemovableFile& file) { return &file == registration; });
 }
 
 /// No handler of a signal runs in this thread while it lives.
@@ -124,14 +138,13 @@ void RemovableFile::remove() {
     inode_ = 0;
 }
 
-RemovableFile& addTempFileHandler(const std::string& name) {
-    RemovableFile& kept = keepForever(name);
-    FsResourceManager::getInstance()->addCleanupHandler(deleteFileThunk, &kept);
-    return kept;
-}
-
-void removeTempFileHandler(RemovableFile& registration) {
-    FsResourceManager::getInstance()->removeCleanupHandler(deleteFileThunk, &registration);
+std::shared_ptr<RemovableFile> addTempFileHandler(const std::string& name) {
+    auto& [guard, files] = registered();
+    std::unique_lock lock(guard);
+    RemovableFile* const file = &files.emplace_front(name);
+    FsResourceManager::getInstance()->addCleanupHandler(deleteFileThunk, file);
+    lock.unlock();  // without memory for an owner, it is forgotten at once
+    return {file, forget};
 }
 
 std::unique_ptr<TemporaryFile> TemporaryFile::create(const std::string& directory) {
@@ -144,7 +157,6 @@ std::unique_ptr<TemporaryFile> TemporaryFile::create(const std::string& director
 TemporaryFile::~TemporaryFile() {
     if (named_ == nullptr) return;
     named_->remove();
-    removeTempFileHandler(*named_);
 }
 
 // Mapped files are opened by a path, and more than once.
@@ -170,7 +182,7 @@ bool TemporaryFile::createNamed() {
         made.remove();
         return true;
     }
-    named_ = &addTempFileHandler(name);
+    named_ = addTempFileHandler(name);
     named_->identify();
     path_ = std::move(name);
     return true;

@@ -60,9 +60,8 @@ private:
 };
 
 /// Registers a handler that calls `deleteFile_CleanupHandler` for the file, if it is
-/// there by then. It lasts as long as the process, unless the registration is removed.
-RemovableFile& addTempFileHandler(const std::string& name);
-void removeTempFileHandler(RemovableFile& registration);
+/// there by then. It stays registered until the last owner is gone.
+std::shared_ptr<RemovableFile> addTempFileHandler(const std::string& name);
 
 /// A file that is readable by its owner alone, and gone with this object. It has no name,
 /// so that nothing is left of it however the process ends. Only where the process could
@@ -86,8 +85,8 @@ private:
 
     std::string directory_;
     std::string path_;
-    Descriptor file_;                 // of what has no name
-    RemovableFile* named_ = nullptr;  // registered
+    Descriptor file_;                       // of what has no name
+    std::shared_ptr<RemovableFile> named_;  // registered
 };
 
 }  // namespace fscanner
