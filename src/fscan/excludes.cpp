@@ -6,10 +6,12 @@
 #include <filesystem>
 
 #include "drives.h"
+#include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_text.h"
 #include "messages.h"
 #include "options.h"
 #include "path_glob.h"
+#include "search_roots.h"
 #include "text.h"
 
 namespace fscan {
@@ -20,19 +22,6 @@ namespace fs = std::filesystem;
 
 bool hasWildcard(const fs::path& path) {
     return path.native().find_first_of("*?") != std::string::npos;
-}
-
-fs::path withoutLinks(const fs::path& path) {
-    std::error_code error;
-    fs::path real = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : real;
-}
-
-/// The path with its links resolved as far as it exists; as it is where that fails. A
-/// mount point is no link, and is not touched.
-fs::path resolved(const fs::path& path, const DriveList& drives) {
-    const fs::path whole = (withoutLinks(path.parent_path()) / path.filename()).lexically_normal();
-    return drives.isMountPoint(toWide(whole.native())) ? whole : withoutLinks(whole);
 }
 
 /// Splits an absolute path before its first component with a wildcard.
@@ -54,15 +43,52 @@ std::string trimmed(std::string text) {
 
 }  // namespace
 
-std::optional<Excludes> Excludes::read(const Options& options, const DriveList& drives) {
+/// Whether somebody has to answer whoever touches what is mounted.
+bool hasServer(const fscanner::DriveInfo& drive) {
+    const wchar_t* const kind = drive.getFileSystem();
+    return drive.getType() != fscanner::DRIVE_LOCAL ||
+           (kind != nullptr && std::wstring_view(kind).starts_with(L"fuse"));
+}
+
+/// Resolves the links of paths without a touch of what is left out because it is dead.
+class LinkReader {
+public:
+    LinkReader(const DriveList& drives, const SearchRoots& roots)
+        : drives_(drives), roots_(roots) {}
+
+    /// The absolute path with its links resolved as far as it exists; as it is where that
+    /// fails.
+    fs::path resolved(const fs::path& path) const {
+        const auto touch = [this](const wchar_t* prefix) { return mayTouch(prefix); };
+        const std::wstring real = fscanner::fsResolvePath(toWide(path.native()).c_str(), touch);
+        return real.empty() ? path.lexically_normal() : fs::path(toBytes(real));
+    }
+
+private:
+    bool mayTouch(std::wstring_view path) const {
+        const fscanner::DriveInfo* const drive = drives_.of(path);
+        if (drive == nullptr) return true;
+        if (mountDirectory(*drive) == path) return false;  // which is no link
+        if (!hasServer(*drive)) return true;
+        return std::any_of(roots_.roots.begin(), roots_.roots.end(),
+                           [&](const SearchRoot& root) { return drives_.of(root.real) == drive; });
+    }
+
+    const DriveList& drives_;
+    const SearchRoots& roots_;
+};
+
+std::optional<Excludes> Excludes::read(const Options& options, const DriveList& drives,
+                                       const SearchRoots& roots) {
+    const LinkReader links(drives, roots);
     Excludes excludes;
     excludes.caseSensitive_ = !options.ignoreCase;
     for (const std::string& text : options.excludes)
-        if (!excludes.add(text, drives)) return std::nullopt;
+        if (!excludes.add(text, links)) return std::nullopt;
     return excludes;
 }
 
-bool Excludes::add(const std::string& text, const DriveList& drives) {
+bool Excludes::add(const std::string& text, const LinkReader& links) {
     const std::optional<std::string> glob = wholePathGlob(text);
     if (text.empty() || !glob) {
         complain(text.empty() ? "--exclude: it is empty"
@@ -71,14 +97,14 @@ bool Excludes::add(const std::string& text, const DriveList& drives) {
     }
     given_.push_back({text});
     if (matchesAnywhere(text))
-        addAnywhere(trimmed(text), drives);
+        addAnywhere(trimmed(text), links);
     else
-        addResolved(trimmed(*glob), drives);
+        addResolved(trimmed(*glob), links);
     return true;
 }
 
 /// The library takes absolute patterns alone: "*x" is "/*x", and "*/x" may be "/x" as well.
-void Excludes::addAnywhere(const std::string& text, const DriveList& drives) {
+void Excludes::addAnywhere(const std::string& text, const LinkReader& links) {
     const std::wstring glob = toWide(*wholePathGlob(text));
     const std::wstring end = glob.substr(std::min(glob.find_first_not_of(L'*'), glob.size()));
     addPattern(L"/*" + end);
@@ -87,16 +113,16 @@ void Excludes::addAnywhere(const std::string& text, const DriveList& drives) {
     const std::optional<std::string> here = wholePathGlob("./" + text);
     if (!here || text.starts_with('*')) return;
     const Split split(fs::path(*here).lexically_normal());
-    if (resolved(split.plain, drives) != split.plain) addResolved(*here, drives);
+    if (links.resolved(split.plain) != split.plain) addResolved(*here, links);
 }
 
-void Excludes::addResolved(const std::string& path, const DriveList& drives) {
+void Excludes::addResolved(const std::string& path, const LinkReader& links) {
     const Split split(path);
-    addPattern(toWide((resolved(split.plain, drives) / split.rest).lexically_normal().native()));
+    addPattern(toWide((links.resolved(split.plain) / split.rest).lexically_normal().native()));
     // A link is left out as the file that it is, too.
     if (split.rest.empty() && split.plain.has_filename())
         addPattern(
-            toWide((withoutLinks(split.plain.parent_path()) / split.plain.filename()).native()));
+            toWide((links.resolved(split.plain.parent_path()) / split.plain.filename()).native()));
 }
 
 void Excludes::addPattern(std::wstring pattern) {

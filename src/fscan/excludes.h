@@ -8,7 +8,9 @@
 namespace fscan {
 
 class DriveList;
+class LinkReader;
 struct Options;
+struct SearchRoots;
 
 /// The paths to leave out, as patterns over whole paths.
 ///
@@ -18,8 +20,10 @@ struct Options;
 class Excludes {
 public:
     /// Nothing, with a message, where a text cannot be a path. `drives` are not touched at
-    /// their mount points: one may be dead.
-    static std::optional<Excludes> read(const Options& options, const DriveList& drives);
+    /// their mount points, and remote ones not below them unless a root lies there: one may
+    /// be dead.
+    static std::optional<Excludes> read(const Options& options, const DriveList& drives,
+                                        const SearchRoots& roots);
 
     const std::vector<std::wstring>& patterns() const { return patterns_; }
     /// Whether the file is one of them or lies below one. The walk leaves whole
@@ -35,9 +39,9 @@ private:
         bool met = false;
     };
 
-    bool add(const std::string& text, const DriveList& drives);
-    void addAnywhere(const std::string& text, const DriveList& drives);
-    void addResolved(const std::string& path, const DriveList& drives);
+    bool add(const std::string& text, const LinkReader& links);
+    void addAnywhere(const std::string& text, const LinkReader& links);
+    void addResolved(const std::string& path, const LinkReader& links);
     void addPattern(std::wstring pattern);
 
     std::vector<std::wstring> patterns_;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+
 namespace fscan {
 
 /// From now on SIGINT, SIGTERM, SIGHUP, SIGQUIT and SIGPIPE remove the library's
@@ -10,6 +12,9 @@ void removeFilesOnSignals();
 /// noted, so that a cache in use is closed properly: one that is not has to be made
 /// anew. A second signal ends the process at once, and so does the first a few seconds
 /// later, unless an answer is on its way.
+///
+/// All of this holds while the process waits for a file system that does not answer, where
+/// the kernel calls no handler: a thread does it then.
 ///
 /// One at a time. Signals that were ignored before stay so.
 class Interruption {
@@ -30,6 +35,16 @@ public:
     /// Ends the process by the signal that was noted, or by SIGPIPE if `readerGone`
     /// and that would have ended it. To be called when the cache is closed.
     void endIfPending(bool readerGone) const;
+};
+
+/// While it lives, a process that waits in the kernel a few seconds beyond the time given ends
+/// as one whose answer is incomplete. Searches that go on end by themselves. One at a time.
+class TimeLimit {
+public:
+    explicit TimeLimit(std::optional<unsigned> milliseconds);
+    TimeLimit(const TimeLimit&) = delete;
+    TimeLimit& operator=(const TimeLimit&) = delete;
+    ~TimeLimit();
 };
 
 }  // namespace fscan

@@ -13,6 +13,7 @@
 #include "drives.h"
 #include "exit_status.h"
 #include "explain.h"
+#include "interruption.h"
 #include "messages.h"
 #include "options.h"
 #include "output.h"
@@ -73,12 +74,13 @@ int runAndReport(const Search& search, bool incomplete, Summary& summary, Output
 }
 
 int searchAsTold(const Options& options, Summary& summary, Output& out) {
+    std::optional<TimeLimit> limit(std::in_place, options.timeoutMilliseconds);
     const std::optional<std::wstring> where = combineCriteria(options.criteria);
     SearchRoots roots = SearchRoots::resolve(options);
     if (!where || roots.wrong) return STATUS_USAGE;
     const std::optional<DriveList> drives = DriveList::read();
     if (!drives) return STATUS_FAILURE;
-    std::optional<Excludes> excludes = Excludes::read(options, *drives);
+    std::optional<Excludes> excludes = Excludes::read(options, *drives, roots);
     if (!excludes) return STATUS_USAGE;
     const std::optional<Asking> asking = Asking::prepare(options);
     if (!asking) return STATUS_FAILURE;
@@ -88,6 +90,7 @@ int searchAsTold(const Options& options, Summary& summary, Output& out) {
     fscanner::FsQuery query;
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
     const Search search{options, roots, *drives, *asking, conditions, query};
+    limit.reset();  // each PATH has the time of its own
     if (options.explain) return explainRoots(search, out);
     return runAndReport(search, !mounted || roots.incomplete, summary, out);
 }

@@ -126,6 +126,7 @@ int SearchRun::searchRoot(const SearchRoot& root) {
     setSearchedPath(search_.options, root, search_.query);
     const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
     watcher_.expectCaching(search_.asking.cached && local);
+    const TimeLimit limit(search_.options.timeoutMilliseconds);
     const int code = search_.asking.run(writer_, search_.query);
     if (matches_.stopped() || Interruption::pending()) return STATUS_FOUND;
     // The other half is on a drive.

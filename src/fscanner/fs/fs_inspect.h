@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -53,6 +54,14 @@ private:
 /// elsewhere. The descriptor is closed on exec and belongs to the caller; -1, with errno,
 /// on failure. A null path gives EINVAL. Any thread.
 FSCANNER_EXPORT int fsOpenDirectory(const wchar_t* path);
+
+/// An absolute path, without ".", ".." and repeated "/", of which the links are resolved. Before
+/// the file system looks at the path of a component, `mayTouch` is asked; what it refuses, and
+/// what is not there, counts as no link. A mount of a dead server, for one, answers nobody who
+/// touches it. Empty, with errno, for null, an empty function, too many links or no memory.
+/// Any thread; nothing throws.
+FSCANNER_EXPORT std::wstring fsResolvePath(
+    const wchar_t* path, const std::function<bool(const wchar_t* path)>& mayTouch);
 
 /// Sets `description` to what the `file` program says of the file, in the C locale.
 /// False where it says nothing; a path of 1024 characters or more has no type without
