@@ -2,6 +2,9 @@
 // answer, or is refused. The thread sanitizer looks on in the "tsan" preset.
 
 #include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <functional>
 #include <thread>
@@ -16,6 +19,17 @@
 
 // The plug-in itself, built into the test.
 #include "../../src/plugins/provider_cache/provider_cache.cpp"
+
+#ifdef __SANITIZE_THREAD__
+/// The sanitizer does not see mremap: what other threads had where a mapping moves to would
+/// seem to be there still. Here it moves to a place that mmap has given.
+extern "C" void* mremap(void* from, std::size_t length, std::size_t wanted, int, ...) noexcept {
+    void* const place = mmap(nullptr, wanted, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (place == MAP_FAILED) return MAP_FAILED;
+    const int flags = MREMAP_MAYMOVE | MREMAP_FIXED;
+    return reinterpret_cast<void*>(syscall(SYS_mremap, from, length, wanted, flags, place));
+}
+#endif
 
 namespace fscanner {
 namespace {
