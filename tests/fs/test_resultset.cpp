@@ -2,6 +2,7 @@
 // file's life.
 
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -203,6 +204,24 @@ TEST_F(ResultFile, HasNoNameWhereNoneIsWanted) {
     });
     EXPECT_THAT(withoutProc, ::testing::AnyOf(0, notAllowed));
     tempNameSource() = saved;
+}
+
+/// A host that asks for years must not grow. A sanitizer keeps no count.
+TEST_F(ResultFile, LeavesNoMemoryBehind) {
+    const auto ask = [] {
+        for (int i = 0; i < 300; ++i) {
+            FsResultSet_OnFile set;
+            set.getWriter()->addRecord(L"/d", L"a", 1, 0);
+            const std::unique_ptr<FsResultSetReader> reader(set.getReader());
+            reader->moveFirst();
+            FsFileInfo record;
+            EXPECT_TRUE(reader->getNext(record));
+        }
+    };
+    ask();  // what is kept once
+    const auto before = mallinfo2().uordblks;
+    ask();
+    EXPECT_LT(mallinfo2().uordblks, before + 16 * 1024);
 }
 
 TEST_F(ResultFile, IsReadFromMoveFirstOn) {

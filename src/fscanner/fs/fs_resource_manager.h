@@ -36,7 +36,8 @@ public:
     /// Removes the latest registration of this pair; an unknown pair is ignored.
     void removeCleanupHandler(Handler handler, void* context);
     /// Calls every handler with its context, the latest first. The registrations
-    /// stay. A handler may remove its own registration, and no other.
+    /// stay. A handler may remove its own registration, and no other; from a signal handler
+    /// not even that, since the signal may have interrupted a removal.
     void invokeCleanupHandlers(int code);
     /// Whether handlers are being called: who has just removed a registration must not
     /// free its context then.
