@@ -106,10 +106,11 @@ TEST_P(PowerCut, TheMarkIsOnDiskBeforeAChangeAndTheTablesBeforeItGoes) {
     const struct {
         const char* name;
         unsigned age;
-    } sessions[] = {{"first", FaultHost::kAnyAge},
-                    {"unchanged", FaultHost::kAnyAge},
-                    {"rebuilt", FaultHost::kNoAge},
-                    {"rebuilt and compacted", FaultHost::kNoAge}};
+        bool changes;
+    } sessions[] = {{"first", FaultHost::kAnyAge, true},
+                    {"unchanged", FaultHost::kAnyAge, false},
+                    {"rebuilt", FaultHost::kNoAge, true},
+                    {"rebuilt and compacted", FaultHost::kNoAge, true}};
     for (const auto& session : sessions) {
         DurableState disk(fs::canonical(host.place.path("cache")).string());
         const int status =
@@ -120,7 +121,7 @@ TEST_P(PowerCut, TheMarkIsOnDiskBeforeAChangeAndTheTablesBeforeItGoes) {
                          });
         EXPECT_EQ(status, 0) << session.name;
         EXPECT_EQ(disk.complaint(), "") << session.name;
-        EXPECT_GE(disk.marksRemoved(), 1) << session.name;
+        EXPECT_EQ(disk.marksRemoved() > 0, session.changes) << session.name;
     }
 }
 

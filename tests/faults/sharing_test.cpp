@@ -4,12 +4,16 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <map>
+#include <tuple>
 
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
@@ -139,6 +143,248 @@ TEST(TwoNames, LeadToOneWriterInANewDirectory) {
     for (const int end : locked) ::close(end);
 }
 
+// ---- Readers -------------------------------------------------------------------
+
+class Readers : public testing::Test {
+protected:
+    Readers() {
+        host.plant(4, 3);
+        host.place.directory("cache");
+        host.describe(query);
+    }
+    std::unique_ptr<FS_Cache> cache() const { return cacheAt(host.cacheDirectory()); }
+    // By one who has the cache alone.
+    int ask(unsigned age) const {
+        const auto alone = cache();
+        CollectingWriter found;
+        if (alone->lock(1000) != 0 || alone->create(0, FS_CACHE_OPEN_ALWAYS) != 0) return -1;
+        const int status = alone->executeQuery(found, query, 60000, age);
+        alone->close();
+        alone->unlock();
+        return found.sorted() == host.truth() ? status : 99;
+    }
+    // By a reader; 99 for a wrong answer. The steps are logged by their results.
+    int read(unsigned age, CollectingWriter& found) const {
+        const auto reader = cache();
+        if (const int status = reader->lockShared(200)) return status;
+        int status = reader->create(0, FS_CACHE_OPEN);
+        if (status == 0) status = reader->executeQuery(found, query, 60000, age);
+        reader->close();
+        reader->unlock();
+        return status == 0 && found.sorted() != host.truth() ? 99 : status;
+    }
+    int read(unsigned age = FaultHost::kAnyAge) const {
+        CollectingWriter found;
+        const int status = read(age, found);
+        EXPECT_TRUE(status == 0 || found.paths.empty());
+        return status;
+    }
+    // All files of the cache, with what is in them and when it was written.
+    std::map<std::string, std::string> content() const {
+        std::map<std::string, std::string> files;
+        for (const auto& entry : fs::directory_iterator(host.cache))
+            files[entry.path().filename()] =
+                std::to_string(entry.last_write_time().time_since_epoch().count()) + " " +
+                readWholeFile(entry.path());
+        return files;
+    }
+    bool isMarked() const { return fs::exists(host.cache + "/dirs.cuflag"); }
+
+    FaultHost host;
+    FsQuery query;
+};
+
+// What one holds, what another asks for, and whether that is to be had in another process,
+// and by another object of the thread.
+TEST_F(Readers, ShareTheLockAndWritersDoNot) {
+    using Lock = int (FS_Cache::*)(int);
+    constexpr Lock kAlone = &FS_Cache::lock;
+    constexpr Lock kShared = &FS_Cache::lockShared;
+    for (const auto& [held, asked, expected] : {std::tuple(kAlone, kAlone, FS_CACHE_LOCK_TIMED_OUT),
+                                                {kAlone, kShared, FS_CACHE_LOCK_TIMED_OUT},
+                                                {kShared, kAlone, FS_CACHE_LOCK_TIMED_OUT},
+                                                {kShared, kShared, FS_CACHE_SUCCESS}}) {
+        const auto holder = cache();
+        ASSERT_EQ((*holder.*held)(1000), 0);
+        EXPECT_EQ(inChild([&] { return -(*cache().*asked)(100); }), -expected);
+        EXPECT_EQ((*cache().*asked)(3600000), expected);  // at once
+        // The same object goes over; what it had before is given up.
+        ASSERT_EQ((*holder.*asked)(1000), 0);
+        EXPECT_EQ(inChild([&] { return -cache()->lockShared(100); }),
+                  asked == kShared ? 0 : -FS_CACHE_LOCK_TIMED_OUT);
+        holder->unlock();
+    }
+    const auto first = cache(), second = cache();
+    ASSERT_EQ(first->lockShared(1000) + second->lockShared(1000), 0);
+    EXPECT_EQ(first->lock(3600000), FS_CACHE_LOCK_TIMED_OUT);
+    second->unlock();
+    EXPECT_EQ(first->lock(1000), 0);
+}
+
+// Earlier versions lock the directory, and that alone.
+TEST_F(Readers, ExcludeWritersThatLockTheDirectory) {
+    fs::permissions(host.cache, fs::perms::owner_all);
+    const int directory = ::open(host.cache.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(::flock(directory, LOCK_EX), 0);
+    const auto reader = cache();
+    EXPECT_EQ(reader->lockShared(100), FS_CACHE_LOCK_TIMED_OUT);
+    ::flock(directory, LOCK_UN);
+    ASSERT_EQ(reader->lockShared(1000), 0);
+    EXPECT_NE(::flock(directory, LOCK_EX | LOCK_NB), 0);
+    ::close(directory);
+}
+
+// They come and go, and never all at once.
+TEST_F(Readers, LetAWriterHaveItsTurn) {
+    std::vector<pid_t> readers;
+    for (unsigned i = 0; i < 6; ++i) {
+        readers.push_back(::fork());
+        if (readers.back() != 0) continue;
+        for (const auto reader = cache();;) {
+            if (reader->lockShared(60000) == 0) ::usleep(50000);
+            reader->unlock();
+        }
+    }
+    ::usleep(200000);  // until they are at it: earlier, and the test proves less
+    const auto writer = cache();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(writer->lock(60000), 0);
+        writer->unlock();
+    }
+    for (const pid_t reader : readers) {
+        ::kill(reader, SIGKILL);
+        ::waitpid(reader, nullptr, 0);
+    }
+}
+
+TEST_F(Readers, ChangeNothing) {
+    ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
+    const auto before = content();
+    for (const unsigned age : {FaultHost::kAnyAge, FaultHost::kNoAge})
+        EXPECT_EQ(read(age), age == FaultHost::kAnyAge ? 0 : FS_CACHE_NEEDS_CHANGE);
+    const auto reader = cache();
+    ASSERT_EQ(reader->lockShared(1000), 0);
+    EXPECT_EQ(reader->create(0, FS_CACHE_CREATE), FS_CACHE_NEEDS_CHANGE);
+    ASSERT_EQ(reader->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+    EXPECT_EQ(reader->refresh(query, 60000, FaultHost::kAnyAge), FS_CACHE_NEEDS_CHANGE);
+    EXPECT_EQ(reader->lock(1), FS_CACHE_LOCK_TIMED_OUT) << "others would change what is open";
+    EXPECT_NE(reader->share(1), 0);
+    EXPECT_TRUE(reader->close());
+    EXPECT_FALSE(reader->compact() || reader->remove());
+    // Nor does one that dies.
+    inChild([&] {
+        const auto dies = cache();
+        if (dies->lockShared(1000) != 0 || dies->create(0, FS_CACHE_OPEN) != 0) return 1;
+        return ::raise(SIGKILL);
+    });
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(read(), 0);
+}
+
+TEST_F(Readers, SayWhatNeedsAChange) {
+    EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE) << "no cache";
+    ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
+    ASSERT_EQ(read(), 0);
+    const std::string mark = host.cache + "/dirs.cuflag";
+    writeWholeFile(mark, "");
+    EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE) << "a mark";
+    EXPECT_TRUE(isMarked());
+    fs::remove(mark);
+    query.addIncludePath((L"*:" + host.place.wide("locks")).c_str(), true);
+    Answer told;
+    {
+        const GapObserver observer(told);
+        query.addIncludePath(L"nodrive:/nowhere", true);
+        EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE) << "one tree of two";
+    }
+    EXPECT_FALSE(told.toldOfGaps) << "it is told with the answer";
+}
+
+// A reader cannot make the cache anew, but sees to it that the next user does.
+TEST_F(Readers, MarkADamagedCache) {
+    ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
+    const std::string offsets = host.cache + "/files.pxx";
+    overwriteFile(offsets, 0, std::string(fs::file_size(offsets), '\xfe'));
+    EXPECT_EQ(read(), FS_CACHE_UNUSABLE);
+    EXPECT_TRUE(isMarked());
+    EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE);
+    EXPECT_EQ(ask(FaultHost::kAnyAge), 0);
+    EXPECT_EQ(read(), 0);
+}
+
+TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {
+    const fs::path gone = host.place.path("gone");
+    fs::create_directory(gone);
+    ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
+    host.tree.file("d0/new");
+    query.addIncludePath((L"*:" + host.place.wide("gone")).c_str(), true);
+    query.addIncludePath((L"*:" + host.tree.wide("d1")).c_str(), true);
+    for (const bool isThere : {true, false}) {
+        if (!isThere) fs::remove(gone);
+        const auto builder = cache();
+        ASSERT_EQ(builder->lock(1000), 0);
+        ASSERT_EQ(builder->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+        Answer told;
+        const GapObserver observer(told);
+        ASSERT_EQ(builder->refresh(query, 60000, FS_CACHE_REBUILD), 0);
+        EXPECT_TRUE(isMarked());
+        EXPECT_EQ(told.toldOfGaps, !isThere);
+        ASSERT_EQ(builder->share(1000), 0);
+        EXPECT_FALSE(isMarked()) << "readers would find it";
+        CollectingWriter found;
+        EXPECT_EQ(builder->executeQuery(found, query, 60000, FS_CACHE_REBUILD), 0);
+        EXPECT_EQ(found.sorted(), host.truth());
+        EXPECT_EQ(inChild([&] { return -read(); }), 0);
+        // Of what it did not build it has nothing younger than others have.
+        FsQuery other;
+        other.addIncludePath((L"*:" + host.tree.wide("d2")).c_str(), true);
+        EXPECT_EQ(builder->executeQuery(found, other, 60000, FS_CACHE_REBUILD),
+                  FS_CACHE_NEEDS_CHANGE);
+        EXPECT_TRUE(builder->close());
+        builder->unlock();
+    }
+}
+
+// A writer of records that takes its time keeps nobody from reading.
+TEST_F(Readers, ReadWhileAnAnswerIsTaken) {
+    class Slow : public CollectingWriter {
+    public:
+        explicit Slow(int gate) : gate_(gate) {}
+        int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                      unsigned attributes) override {
+            char go = 0;
+            if (paths.empty() && ::write(gate_, "b", 1) == 1 && ::read(gate_, &go, 1) != 1)
+                return -1;
+            return CollectingWriter::addRecord(path, name, size, attributes);
+        }
+
+    private:
+        int gate_;
+    };
+    std::array<int, 2> gate{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, gate.data()), 0);
+    const auto truth = host.truth();
+    for (const unsigned age : {FaultHost::kNoAge, FaultHost::kAnyAge}) {
+        const pid_t slow = ::fork();
+        if (slow == 0) {
+            Slow writer(gate[1]);
+            const int status = host.provider()->executeQuery(writer, query, age, 60000);
+            ::_exit(status == 0 && writer.sorted() == truth ? 0 : 1);
+        }
+        char begun = 0;
+        ASSERT_EQ(::read(gate[0], &begun, 1), 1);
+        const Answer answer = host.ask();
+        EXPECT_EQ(answer.status, 0);
+        EXPECT_EQ(answer.paths, truth);
+        EXPECT_EQ(answer.walked, 0U);
+        ASSERT_EQ(::write(gate[0], "g", 1), 1);
+        int status = 0;
+        ::waitpid(slow, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    for (const int end : gate) ::close(end);
+}
+
 // ---- Many at once --------------------------------------------------------------
 
 struct Tally {
@@ -146,12 +392,19 @@ struct Tally {
     std::atomic<int> wrong;
     std::atomic<int> failed;
     std::atomic<int> twoWriters;
+    std::atomic<int> read;       // answers without a change
+    std::atomic<int> disturbed;  // readers that met a writer
     std::atomic<pid_t> writer;
     std::atomic<pid_t> killed;  // the last one; the others are buried
 
+    bool isAtWork(pid_t other) const {
+        return other != 0 && other != killed && ::kill(other, 0) == 0;
+    }
     void enter() {
-        const pid_t other = writer.exchange(::getpid());
-        if (other != 0 && other != killed && ::kill(other, 0) == 0) ++twoWriters;
+        if (isAtWork(writer.exchange(::getpid()))) ++twoWriters;
+    }
+    void look() {
+        if (isAtWork(writer)) ++disturbed;
     }
     void leave() {
         if (writer.exchange(0) != ::getpid()) ++twoWriters;
@@ -181,12 +434,44 @@ protected:
         query.addIncludePath((L"*:" + toWide(root)).c_str(), true);
         if (!ending.empty()) query.setQuery((L"[FILENAME]==\"*" + toWide(ending) + L"\"").c_str());
         CollectingWriter found;
-        const int status = run(found, query, ages[below(random, std::size(ages))], random() % 2);
+        const unsigned age = ages[below(random, std::size(ages))];
+        int status = read(found, query, age);
+        if (status == FS_CACHE_NEEDS_CHANGE && random() % 2)
+            status = buildAndRead(found, query, age);
+        // When another came between, too.
+        if (status == FS_CACHE_NEEDS_CHANGE) status = run(found, query, age, random() % 2);
         ++tally->answers;
         if (status != 0)
             ++tally->failed;
         else if (found.sorted() != right(root, ending))
             ++tally->wrong;
+    }
+    int read(CollectingWriter& found, const FsQuery& query, unsigned age) const {
+        const auto cache = cacheAt(host.cacheDirectory());
+        if (const int status = cache->lockShared(30000)) return status;
+        tally->look();
+        int status = cache->create(0, FS_CACHE_OPEN);
+        if (status == 0) status = cache->executeQuery(found, query, 60000, age);
+        tally->look();
+        if (status == 0) ++tally->read;
+        cache->close();
+        cache->unlock();
+        return status;
+    }
+    int buildAndRead(CollectingWriter& found, const FsQuery& query, unsigned age) const {
+        const auto cache = cacheAt(host.cacheDirectory());
+        if (const int status = cache->lock(30000)) return status;
+        tally->enter();
+        int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
+        if (status == 0) status = cache->refresh(query, 60000, age);
+        tally->leave();
+        if (status == 0) status = cache->share(30000);
+        tally->look();
+        if (status == 0) status = cache->executeQuery(found, query, 60000, age);
+        tally->look();
+        cache->close();
+        cache->unlock();
+        return status;
     }
     int run(CollectingWriter& found, const FsQuery& query, unsigned age, bool kept) const {
         const auto cache = cacheAt(host.cacheDirectory());
@@ -263,8 +548,11 @@ TEST_F(ManyAtOnce, GetRightAnswersWhoeverDies) {
     EXPECT_EQ(tally->wrong, 0);
     EXPECT_EQ(tally->failed, 0);
     EXPECT_EQ(tally->twoWriters, 0);
+    EXPECT_EQ(tally->disturbed, 0);
+    EXPECT_GT(tally->read, 10);
     EXPECT_GT(tally->answers, 100);
-    std::printf("%d answers, %d kills\n", tally->answers.load(), kills);
+    std::printf("%d answers, %d of them beside others, %d kills\n", tally->answers.load(),
+                tally->read.load(), kills);
 
     FsQuery query;
     host.describe(query);

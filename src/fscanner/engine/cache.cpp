@@ -65,6 +65,12 @@ int FS_Cache::lock(int timeout) {
     return behindWall("FS_Cache::lock", +FS_CACHE_FAILURE, [&] { return store_->lock(timeout); });
 }
 
+int FS_Cache::lockShared(int timeout) {
+    if (!store_) return FS_CACHE_FAILURE;
+    return behindWall("FS_Cache::lockShared", +FS_CACHE_FAILURE,
+                      [&] { return store_->lockShared(timeout); });
+}
+
 void FS_Cache::unlock() {
     if (store_) store_->unlock();
 }
@@ -83,19 +89,42 @@ int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, un
 
 int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                   unsigned maxCacheAge) {
+    CheckedWriter checked(writer);
+    return checked.resultOf(runPlan(form, query, [&](const QueryPlan& plan) -> int {
+        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
+        if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return FS_CACHE_NEEDS_CHANGE;
+        const AnswerGaps gaps(query, plan);
+        const char* const name =
+            form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
+        return gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
+    }));
+}
+
+int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge) {
+    const auto body = [&](const QueryPlan& plan) -> int {
+        if (monitor_) return FS_CACHE_SUCCESS;
+        if (store_->readOnly()) return FS_CACHE_NEEDS_CHANGE;
+        return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
+    };
+    return operate("FS_Cache::refresh", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
+                   [&] { return runPlan(Form::plain, query, body); });
+}
+
+int FS_Cache::share(int timeout) {
+    return operate("FS_Cache::share", +FS_CACHE_FAILURE, +FS_CACHE_LOCK_TIMED_OUT,
+                   [&] { return store_->share(timeout); });
+}
+
+// Runs `body` by a plan of the query, and sees to what that leaves of the cache.
+template <class Body>
+int FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
     if (!store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
-    CheckedWriter checked(writer);
     int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
         const std::shared_ptr<const QueryPlan> plan = makePlan(form, query);
         planned = plan != nullptr;
-        if (!planned) return FS_CACHE_UNUSABLE;
-        const AnswerGaps gaps(query, *plan);
-        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
-        const char* const name =
-            form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
-        return gaps.resultOf(monitor_ ? run.monitored(*plan) : run.cacheOnly(*plan, name));
+        return planned ? body(*plan) : +FS_CACHE_UNUSABLE;
     });
     // Without a mount table nothing can be said of the files, and nothing is wrong
     // with the cache.
@@ -108,7 +137,7 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
         store_->markBroken();
         status = FS_CACHE_UNUSABLE;
     }
-    return checked.resultOf(status);
+    return status;
 }
 
 // The plan to run by: the process's own, or a new one. Null without a mount table.

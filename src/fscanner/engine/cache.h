@@ -30,6 +30,7 @@ enum FsCacheStatus : int {
     FS_CACHE_BUILD_TIMED_OUT = -42,  ///< rebuilding a tree did; the cache is given up
     FS_CACHE_NO_DRIVE = -43,         ///< a path of the query leads to no drive; the others are done
     FS_CACHE_NO_FILE_PROGRAM = -44,  ///< types were asked for, and `file` cannot be run
+    FS_CACHE_NEEDS_CHANGE = -45,     ///< the shared lock does not do: the cache has to be changed
     FS_CACHE_ALREADY_OPENED = -51,
     FS_CACHE_LOCK_TIMED_OUT = -52,
     FS_CACHE_FAILURE = -53,
@@ -60,18 +61,25 @@ struct FSCANNER_EXPORT FsCacheReport {
 ///
 /// Several processes share a cache directory. The order of use, for each query:
 /// `lock`, `create` with `FS_CACHE_OPEN_ALWAYS`, queries, `close`, `compact` if
-/// wished, `unlock`; then a new object. Nothing but `lock` waits for others, so all
-/// the rest is called while the lock is held.
+/// wished, `unlock`; then a new object. Nothing but the locks waits for others, so all
+/// the rest is called while one is held.
 ///
-/// While the cache is open a mark lies beside its files. A process that dies leaves
-/// it behind, and so does a cache that was found broken: the next `create` then
-/// refuses the files, or makes them anew. The destructor never removes the mark.
+/// That keeps everybody else from the cache until `unlock`. Searches that find their trees
+/// young enough need not: they take the shared lock first, and the other one only where a
+/// tree has to be built.
+///
+///     lockShared, create, query, close, unlock             // -45 of one of them: go on
+///     lock, create, refresh, share, query, close, unlock   // -45 of the last two: again
+///
+/// While the cache is open, but under a shared lock, a mark lies beside its files. A process
+/// that dies leaves it behind, and so does a cache that was found broken: the next `create`
+/// then refuses the files, or makes them anew. The destructor never removes the mark.
 ///
 /// One thread at a time for an object; several threads may have objects of their own, also
-/// on one directory, where `lock` makes them wait for each other as it does processes. A
-/// thread that holds a directory's lock gets -52 at once for a second object of it, and an
-/// object that is called in the middle of one of its own operations, as from a writer,
-/// refuses: a query gives -52. Nothing is thrown.
+/// on one directory, where the locks make them wait for each other as they do processes. A
+/// thread that would wait for itself, for a lock that it has by another object, gets -52 at
+/// once; several shared ones it may have. An object that is called in the middle of one of
+/// its own operations, as from a writer, refuses: a query gives -52. Nothing is thrown.
 class FSCANNER_EXPORT FS_Cache {
 public:
     /// Touches no file. `cacheDirectory` must exist. With `monitor`, queries use the
@@ -84,12 +92,18 @@ public:
     ~FS_Cache();
 
     /// Opens or makes the files, by an `FsCacheDisposition`. 0, -51 when this object
-    /// was opened before (even if closed since), or -53. `timeout` is only logged.
+    /// was opened before (even if closed since), or -53. `timeout` is only logged. Under
+    /// a shared lock a sound cache is opened for reading, and none is made: where that is
+    /// not enough, -45 takes the place of -53.
     int create(unsigned timeout, int disposition);
-    /// Waits for the other processes. 0, -52 when the limit (milliseconds, in steps
-    /// of 100; 0 never succeeds) is over, or -53.
+    /// Waits for the other processes. 0, -52 when the limit (milliseconds; 0 never succeeds)
+    /// is over, or -53.
     int lock();
     int lock(int timeout);
+    /// The same for a cache that is only read: it waits for those who have the cache alone,
+    /// and not for those who share it. Called before `create`. An object that has the cache
+    /// alone gives that up.
+    int lockShared(int timeout);
     void unlock();
 
     /// Writes the files that match to `writer`. `timeout`, in milliseconds, limits
@@ -99,11 +113,23 @@ public:
     /// The Ex form keeps the drive list and the resolved paths for the next call in this
     /// process, which uses them while the mount table, and where the paths lead, are the
     /// same. A tree of which the system failed to read a part is answered from once, and
-    /// built anew by the next query.
+    /// built anew by the next query. Under a shared lock -45 where a tree would have to be built:
+    /// nothing was written, and the observer was told nothing.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                        unsigned maxCacheAge);
+
+    /// Builds the trees that a query with these limits would build; gives no answer. 0, -40,
+    /// -42, or -45 under a shared lock.
+    int refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge);
+    /// Goes over from the exclusive lock to a shared one, so that others may read beside the
+    /// queries to come: closes the cache as `close` does, compacts it if that is worth it,
+    /// and opens it for reading. What `refresh` built is young enough for the queries of this
+    /// object, whatever their `maxCacheAge`. 0; -52 when the limit (milliseconds) is over;
+    /// -45 when others, who had the cache in between, left none that is sound; -40 when it is
+    /// broken, -53 when it was not open for change. But for 0 the cache is closed then.
+    int share(int timeout);
 
     /// Reports what the next `executeQuery` with this age would do, and what an open
     /// cache holds. False when the cache is not open, broken, or found damaged.
@@ -129,6 +155,8 @@ private:
     FSCANNER_HIDDEN Result operate(const char* where, Result failure, Result busy, Body body);
     FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
                             unsigned timeout, unsigned maxCacheAge);
+    template <class Body>
+    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, Body body);
 
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;

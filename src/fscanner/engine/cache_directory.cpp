@@ -1,5 +1,6 @@
 #include "fscanner/engine/cache_directory.h"
 
+#include <charconv>
 #include <string_view>
 
 #include "fscanner/common/heap_string.h"
@@ -25,6 +26,14 @@ void tag(const std::wstring& directory) {
     const std::wstring file = directory + L"/CACHEDIR.TAG";
     if (presenceOf(file) == Presence::absent)
         writeSmallFile(file, kTag.data(), static_cast<unsigned>(kTag.size()));
+}
+
+bool parseCount(std::string_view text, int& value) {
+    int count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    if (error != std::errc() || end != text.data() + text.size() || count < 0) return false;
+    value = count;
+    return true;
 }
 
 bool parseBool(std::string_view text, bool& value) {
@@ -77,6 +86,7 @@ bool FsCacheSettings::set(const char* key, const char* value) {
     if (name == FS_OPTION_MONITORED) return parseBool(value, monitored);
     if (name == FS_OPTION_COMPRESSED) return parseBool(value, compressed);
     if (name == FS_OPTION_FRESH) return parseBool(value, fresh);
+    if (name == FS_OPTION_WAIT) return parseCount(value, wait);
     if (name != FS_OPTION_CACHE_DIRECTORY || *value != '/') return false;
     return behindWall("FsCacheSettings::set", [&] {
         directory = toWide(value);

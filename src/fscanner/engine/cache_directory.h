@@ -29,10 +29,11 @@ struct FSCANNER_EXPORT FsCacheSettings {
     bool monitored = false;   ///< trees of the cache are used at any age, and none is built
     bool compressed = false;  ///< numbers take as many bytes as they need
     bool fresh = false;       ///< no answer comes from the cache; no key of the section
+    int wait = 60000;         ///< for others, in milliseconds; no key of the section
 
     /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, or
-    /// "true", "1", "false" or "0". False, and nothing changes, for any other key or value,
-    /// null included.
+    /// "true", "1", "false" or "0", or a number of milliseconds. False, and nothing changes, for
+    /// any other key or value, null included.
     bool set(const char* key, const char* value);
 };
 /// Reads the settings of a cache. What cannot be used is left at its default, and named

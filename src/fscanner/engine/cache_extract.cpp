@@ -73,7 +73,7 @@ constexpr unsigned kRefusedPerClock = 64;
 // One run over the files table.
 class Extraction {
 public:
-    Extraction(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request)
+    Extraction(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request)
         : store_(store),
           writer_(writer),
           request_(request),
@@ -113,7 +113,7 @@ private:
     void noteUndecided();
 
     CacheStore& store_;
-    FsResultSetWriter& writer_;
+    FsResultSetWriter* writer_;  // null: nothing is extracted
     const ExtractionRequest& request_;
     DirectoryChain chain_;
     chPathCommand pathCommand_;
@@ -199,8 +199,8 @@ int Extraction::take(bool matched) {
     }
     if (directory == Directory::missing) return interrupted();
     if (directory == Directory::accepted)
-        writer_.addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
-                          files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
+        writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
+                           files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
     return FS_CACHE_SUCCESS;
 }
 
@@ -319,7 +319,7 @@ bool Extraction::goesOn() {
 
 }  // namespace
 
-int extractResults(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request) {
+int extractResults(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request) {
     if (std::none_of(request.pairs.begin(), request.pairs.end(), QueryPlan::isLocal)) {
         debug("FS_Cache::extractResults - no included paths specified!\n");
         return FS_CACHE_SUCCESS;
@@ -329,7 +329,7 @@ int extractResults(CacheStore& store, FsResultSetWriter& writer, const Extractio
     return extraction->run();
 }
 
-int tellUnread(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request) {
+int tellUnread(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request) {
     std::make_unique<Extraction>(store, writer, request)->tellUnread();
     return FS_CACHE_SUCCESS;
 }

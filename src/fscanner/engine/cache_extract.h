@@ -24,9 +24,9 @@ struct ExtractionRequest {
 /// directories there that could not be read. 0; -41 when the time ran out;
 /// -40 when a file's directory has no record. Records already written stay. Directories
 /// whose paths are too long for this process are left out, and the observer is told.
-int extractResults(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request);
+int extractResults(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request);
 /// Only the beginning of that: tells the observer of the directories there that could not
-/// be read. Returns 0.
-int tellUnread(CacheStore& store, FsResultSetWriter& writer, const ExtractionRequest& request);
+/// be read. Returns 0; the writer may be null.
+int tellUnread(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request);
 
 }  // namespace fscanner

@@ -46,7 +46,7 @@ int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
 int CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     for (const PathDrive& pair : plan.pairs()) {
         if (QueryPlan::isLocal(pair)) {
-            if (const int status = refresh(plan, pair, name)) return status;
+            if (const int status = serve(plan, pair, name)) return status;
             continue;
         }
         debug(
@@ -58,30 +58,37 @@ int CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
 }
 
 // Sees to it that a local pair's tree is in the cache and young enough.
-int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char* name) {
+int CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* name) {
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
     const Found found = find(pair);
-    if (isYoung(found.built)) {
-        debug("FS_Cache::%s - retrieving data from cache...\n", name);
-        tellOfCached(path, found.built);
-        return FS_CACHE_SUCCESS;
-    }
+    // The observer has heard of the scan.
+    if (isRefreshed(pair, found)) return FS_CACHE_SUCCESS;
+    if (!isYoung(found.built)) return refresh(plan, pair, found, name);
+    debug("FS_Cache::%s - retrieving data from cache...\n", name);
+    tellOfCached(path, found.built);
+    return FS_CACHE_SUCCESS;
+}
+
+// Builds the tree of a local pair anew.
+int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                        const char* name) {
+    const wchar_t* path = pair.path.getPathName();
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
     // What the query itself leaves out stays as it is: nothing of it will be extracted.
-    if (checkPathList(path, plan.exclusions(pair), query_.getCaseSensitive(),
-                      pair.path.getRecursive()))
-        return FS_CACHE_SUCCESS;
+    if (leavesOut(plan, pair)) return FS_CACHE_SUCCESS;
     if (found.record) {
-        const unsigned id = store_.directoryRecords().getFieldAsInt32(DIRECTORIES_ID);
         if (!store_.beginChanges()) return FS_CACHE_UNUSABLE;
-        tree_.removeTree(store_.directories(), store_.files(), id);
+        tree_.removeTree(store_.directories(), store_.files(), found.id);
         debug("FS_Cache::%s - tree removed!\n", name);
     }
     // Building stamps before it checks: what is no directory would look like a young,
     // empty tree.
-    if (fs_examineSearched(path) != 0) return FS_CACHE_SUCCESS;
+    const bool isDirectory = fs_examineSearched(path) == 0;
+    store_.noteRefreshed(path, isDirectory);
+    // For a reader it is one since the query began, at best.
+    if (!isDirectory || store_.readOnly()) return FS_CACHE_SUCCESS;
     // The cache holds whole subtrees, whatever the query asks for.
     const PathDrive whole{PathInfo(path, true), pair.drive};
     const int status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);
@@ -93,6 +100,40 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const char
     if (status != WALK_TIMED_OUT) return FS_CACHE_UNUSABLE;
     debug("FS_Cache::%s - timeout during file system access, deleting cache...\n", name);
     return FS_CACHE_BUILD_TIMED_OUT;
+}
+
+int CacheQuery::refreshTrees(const QueryPlan& plan) {
+    for (const PathDrive& pair : plan.pairs()) {
+        if (!QueryPlan::isLocal(pair)) continue;
+        const Found found = find(pair);
+        const int status =
+            isYoung(found.built) ? FS_CACHE_SUCCESS : refresh(plan, pair, found, "refresh");
+        if (status == FS_CACHE_SUCCESS) continue;
+        if (status != FS_CACHE_UNUSABLE) extract(plan, plan.pairs(), tellUnread);
+        return status;
+    }
+    return FS_CACHE_SUCCESS;
+}
+
+// ---- Without a change -------------------------------------------------------
+
+bool CacheQuery::isAnswered(const QueryPlan& plan) {
+    return std::all_of(plan.pairs().begin(), plan.pairs().end(), [&](const PathDrive& pair) {
+        if (!QueryPlan::isLocal(pair)) return true;
+        const Found found = find(pair);
+        return isYoung(found.built) || isRefreshed(pair, found) || leavesOut(plan, pair) ||
+               (!found.record && !fs_isValidPath(pair.path.getPathName()));
+    });
+}
+
+// Who may change the cache builds a tree whenever it is too old.
+bool CacheQuery::isRefreshed(const PathDrive& pair, const Found& found) const {
+    return store_.readOnly() && store_.isRefreshed(pair.path.getPathName(), found.id);
+}
+
+bool CacheQuery::leavesOut(const QueryPlan& plan, const PathDrive& pair) const {
+    return checkPathList(pair.path.getPathName(), plan.exclusions(pair), query_.getCaseSensitive(),
+                         pair.path.getRecursive());
 }
 
 void CacheQuery::tellOfCached(const wchar_t* path, unsigned built) const {
@@ -141,11 +182,11 @@ int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
 CacheQuery::Found CacheQuery::find(const PathDrive& pair) {
     RecordSet& record = store_.directoryRecords();
     if (!tree_.findPathByName(record, store_.ancestorRecords(), pair.path.getPathName(), true))
-        return {false, 0};
+        return {};
     // One that could not be read may be readable now: that costs a look, and no walk.
     const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
-    if (store_.unread().contains(id) || lacksLongPaths(id)) return {true, 0};
-    return {true, store_.builtTime(record)};
+    if (store_.unread().contains(id) || lacksLongPaths(id)) return {true, id, 0};
+    return {true, id, store_.builtTime(record)};
 }
 
 // Whether the tree was built by a host that wanted no long paths, lacks some, and is asked
@@ -170,7 +211,7 @@ int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pai
     PathHelper::removePathListDuplicate(exclude);
     const ExtractionRequest request{query_.getQuery(),         plan.mounts(), pairs, exclude,
                                     query_.getCaseSensitive(), timeout_};
-    return how(store_, *writer_, request);
+    return how(store_, writer_, request);
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {

@@ -31,23 +31,33 @@ public:
     /// 0, -40, -41 or -42. `name` is the operation's, for the log.
     int cacheOnly(const QueryPlan& plan, const char* name);
     int monitored(const QueryPlan& plan);
+    /// Does what `cacheOnly` does before it gives an answer: sees to it that the trees of
+    /// the local pairs are young enough. 0, -40 or -42.
+    int refreshTrees(const QueryPlan& plan);
+    /// Whether `cacheOnly` would change nothing; that, or a cache that may be changed, is what
+    /// it needs.
+    bool isAnswered(const QueryPlan& plan);
     /// Completes a step that may be answered from the cache.
     void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
 
 private:
-    /// A built tree's time, 0 when the pair has none; the record is then at hand.
+    /// What the cache has of a pair.
     struct Found {
-        bool record;
-        unsigned built;
+        bool record = false;  ///< its directory, of this ID, which is then at hand
+        unsigned id = 0;
+        unsigned built = 0;  ///< the time of its tree, 0 when it has none
     };
     Found find(const PathDrive& pair);
     bool lacksLongPaths(unsigned root);
     void tellOfCached(const wchar_t* path, unsigned built) const;
     bool isYoung(unsigned built) const;
+    bool isRefreshed(const PathDrive& pair, const Found& found) const;
+    bool leavesOut(const QueryPlan& plan, const PathDrive& pair) const;
 
     int scanDirectly(const QueryPlan& plan, const PathDrive& pair);
     int readTrees(const QueryPlan& plan, const char* name);
-    int refresh(const QueryPlan& plan, const PathDrive& pair, const char* name);
+    int serve(const QueryPlan& plan, const PathDrive& pair, const char* name);
+    int refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found, const char* name);
     int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
                 decltype(extractResults)& how);
 

@@ -46,7 +46,7 @@ std::array<unsigned char, 4> littleEndian(unsigned value) {
 
 // Waits for the lock until `limit` milliseconds are over: in pieces, so that an observer
 // hears of it and may end it. The first is short: a user is told at once.
-int waitFor(DirectoryLock& lock, long limit) {
+int waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
     const unsigned start = getTickCount();
     long piece = 1;
     FsScanObserver* const observer = scanObserver();
@@ -54,7 +54,7 @@ int waitFor(DirectoryLock& lock, long limit) {
         const unsigned waited = getTickCount() - start;
         const long left = std::max(limit - static_cast<long>(waited), 0L);
         const bool last = !observer || left <= piece;
-        const int status = lock.wait(last ? left : piece);
+        const int status = lock.wait(last ? left : piece, mode);
         if (status != SYNC_TIMED_OUT || last) return status;
         if (!observer->waiting(getTickCount() - start)) return SYNC_TIMED_OUT;
         piece = 200;
@@ -147,7 +147,6 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
     directory_ = *realDirectory;
     const std::wstring mutexName = accessMutexName(directory_);
     debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", mutexName.c_str());
-    accessMutex_ = SysFactory::createMutex(mutexName.c_str());
     directoryLock_ = std::make_unique<DirectoryLock>(directory_);
     if (!lookups_.valid()) {
         debug("FS_Cache::FS_Cache - criteriaEvaluator creation error!\n");
@@ -164,25 +163,43 @@ std::wstring CacheStore::path(const wchar_t* suffix) const {
 
 // ---- Locking ----------------------------------------------------------------
 
-// The lock in the directory decides. The access mutex lies where others can take its name
-// or keep it from being made: it is taken when that is possible at once.
+// The lock in the directory decides. The access mutex, which cannot be shared, lies where
+// others can take its name or keep it from being made: who has the cache alone takes it
+// when that is possible at once.
 int CacheStore::lock() {
-    if (!accessMutex_) return FS_CACHE_FAILURE;
     debug("FS_Cache::lock - waiting for accessMutex...\n");
-    return lockedResult(directoryLock_->wait());
+    return lockWithin(std::nullopt, DirectoryLock::Mode::exclusive);
 }
 
-// As ever, a limit of 0 is over before the first try.
 int CacheStore::lock(int timeout) {
-    if (!accessMutex_) return FS_CACHE_FAILURE;
     debug("FS_Cache::lock - waiting for accessMutex [timeout: %d]...\n", timeout);
-    return lockedResult(timeout > 0 ? waitFor(*directoryLock_, timeout) : SYNC_TIMED_OUT);
+    return lockWithin(timeout, DirectoryLock::Mode::exclusive);
+}
+
+int CacheStore::lockShared(int timeout) {
+    debug("FS_Cache::lockShared - waiting for the directory's lock [timeout: %d]...\n", timeout);
+    return lockWithin(timeout, DirectoryLock::Mode::shared);
+}
+
+// As ever, a limit of 0 is over before the first try. What is open goes on being read, or
+// changed, under the lock that it was opened under.
+int CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode) {
+    if (!directoryLock_) return FS_CACHE_FAILURE;
+    const bool shared = mode == DirectoryLock::Mode::shared;
+    const bool otherwiseOpen = open_ && readOnly_ != shared;
+    if (otherwiseOpen || (timeout && *timeout <= 0)) return lockedResult(SYNC_TIMED_OUT);
+    lockIsShared_ = shared;
+    if (shared && accessMutex_) accessMutex_->release();
+    return lockedResult(timeout ? waitFor(*directoryLock_, *timeout, mode)
+                                : directoryLock_->wait(mode));
 }
 
 int CacheStore::lockedResult(int status) {
     switch (status) {
         case SYNC_SUCCESS:
-            accessMutex_->wait(1);
+            if (!accessMutex_ && !lockIsShared_)
+                accessMutex_ = SysFactory::createMutex(accessMutexName(directory_).c_str());
+            if (!lockIsShared_) accessMutex_->wait(1);
             debug("FS_Cache::lock - accessMutex SUCCESS!\n");
             return FS_CACHE_SUCCESS;
         case SYNC_TIMED_OUT:
@@ -195,10 +212,23 @@ int CacheStore::lockedResult(int status) {
 }
 
 void CacheStore::unlock() {
-    if (!accessMutex_) return;
+    if (!directoryLock_) return;
     debug("FS_Cache::unlock - accessMutex RELEASED!\n");
-    accessMutex_->release();
+    if (accessMutex_) accessMutex_->release();
     directoryLock_->release();
+}
+
+// What was changed is committed before others may read it. The files are opened anew: from
+// the one lock to the other, somebody may have had the cache alone.
+int CacheStore::share(int timeout) {
+    if (!usable() || readOnly_) return FS_CACHE_FAILURE;
+    close();
+    if (broken_) return FS_CACHE_UNUSABLE;
+    compact();
+    if (const int status = lockShared(timeout)) return status;
+    readOnly_ = true;
+    open_ = openCache();
+    return open_ ? FS_CACHE_SUCCESS : FS_CACHE_NEEDS_CHANGE;
 }
 
 // ---- Opening and creating ---------------------------------------------------
@@ -210,6 +240,7 @@ int CacheStore::create(unsigned timeout, int disposition) {
         debug("FS_Cache::create - retValue is CACHE_ALREADY_OPENED!\n");
         return FS_CACHE_ALREADY_OPENED;
     }
+    readOnly_ = lockIsShared_;
     bool done = false;
     switch (disposition) {
         case FS_CACHE_CREATE:
@@ -227,10 +258,11 @@ int CacheStore::create(unsigned timeout, int disposition) {
         default:
             break;
     }
-    if (!done) return FS_CACHE_FAILURE;
+    if (!done) return readOnly_ ? FS_CACHE_NEEDS_CHANGE : FS_CACHE_FAILURE;
     debug("FS_Cache::create - retValue is SUCCESS\n");
     opened_ = true;
     open_ = true;
+    oldIndex_ = directoriesIndex_;
     return FS_CACHE_SUCCESS;
 }
 
@@ -315,6 +347,11 @@ std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, cons
     return table;
 }
 
+bool CacheStore::isRefreshed(const std::wstring& path, unsigned id) const {
+    const auto found = refreshed_.find(path);
+    return found != refreshed_.end() && (id > oldIndex_ || !found->second);
+}
+
 unsigned CacheStore::builtTime(const RecordSet& directory) const {
     if (!unread_.knows(directory.getFieldAsInt32(DIRECTORIES_ID))) return 0;
     return directory.getFieldAsInt32(DIRECTORIES_CREATIONTIME);
@@ -323,12 +360,13 @@ unsigned CacheStore::builtTime(const RecordSet& directory) const {
 // ---- Closing ----------------------------------------------------------------
 
 // What changed is on disk before the mark goes; what did not get there, or was found
-// damaged, keeps the mark.
+// damaged, keeps the mark. A reader places one for that: it has the next user make the cache
+// anew, and changes nothing for those who read.
 bool CacheStore::close() {
     // Once closed, the lock may be another's, and so the mark.
     if (!initialized_ || !open_) return true;
     if (damaged()) broken_ = true;
-    compactionDue_ = isCompactionDue();
+    compactionDue_ = !readOnly_ && isCompactionDue();
     if (compactionDue_ && !isSound()) broken_ = true;
     for (FS_Table* table : {files_.get(), directories_.get()})
         if (table && table->isOpen() && !table->close()) broken_ = true;
@@ -336,7 +374,8 @@ bool CacheStore::close() {
     if (changed_ && !bringToDisk()) broken_ = true;
     open_ = false;
     changed_ = false;
-    if (broken_) return true;
+    if (broken_ && readOnly_) placeMark();
+    if (broken_ || readOnly_) return true;
     endCacheUpdate();
     return true;
 }
@@ -352,7 +391,7 @@ bool CacheStore::isCompactionDue() {
 }
 
 bool CacheStore::compact() {
-    if (!initialized_) return false;
+    if (!initialized_ || readOnly_) return false;
     if (insideCacheUpdate()) {
         broken_ = true;
         return false;
@@ -372,7 +411,7 @@ bool CacheStore::compact() {
 }
 
 bool CacheStore::remove() {
-    if (!files_ || !directories_ || open_) return false;
+    if (!files_ || !directories_ || open_ || readOnly_) return false;
     const bool filesErased = files_->erase();
     const bool directoriesErased = directories_->erase();
     removeSmallFiles();
@@ -391,6 +430,7 @@ bool CacheStore::placeMark() {
 }
 
 bool CacheStore::beginChanges() {
+    if (readOnly_) return false;
     if (changed_) return true;
     if (open_ && !isSound()) return false;
     if (cacheChecker_ && !(placeMark() && syncDirectory(directory_))) return false;
@@ -417,7 +457,7 @@ bool CacheStore::hasNoIdAboveCounter() {
 }
 
 void CacheStore::beginCacheUpdate() {
-    if (!cacheChecker_) return;
+    if (!cacheChecker_ || readOnly_) return;
     debug("FS_Cache::beginCacheUpdate - begin cache update: %ls\n",
           path(CacheUpdateSuffix).c_str());
     placeMark();

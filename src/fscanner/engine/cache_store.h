@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "fscanner/engine/unread_directories.h"
@@ -115,13 +117,17 @@ public:
     int create(unsigned timeout, int disposition);
     int lock();
     int lock(int timeout);
+    int lockShared(int timeout);
     void unlock();
+    int share(int timeout);
     bool close();
     bool compact();
     bool remove();
 
     /// Created, open and not broken.
     bool usable() const { return initialized_ && open_ && !broken_; }
+    /// Opened under a shared lock: nothing is changed.
+    bool readOnly() const { return readOnly_; }
     void markBroken() { broken_ = true; }
     /// Whether a file of the tables was found damaged.
     bool damaged() const;
@@ -129,6 +135,13 @@ public:
     /// To be called before the first change of a session: puts the mark on disk, so
     /// that a change can never be there without it. False when that fails.
     bool beginChanges();
+
+    /// Notes that what a path needs was done since this object opened the cache: a tree was
+    /// built there, or there is none to be built.
+    void noteRefreshed(const std::wstring& path, bool built) { refreshed_[path] = built; }
+    /// Whether that is so, and the path's directory, if it has the ID, is of that tree or of a
+    /// later one: others may have used the cache since. 0: there is no record.
+    bool isRefreshed(const std::wstring& path, unsigned id) const;
 
     /// To be called before a file is inserted whose name holds "*" or "?": from then on
     /// no search of this cache looks names up.
@@ -159,6 +172,7 @@ private:
                                           const char* step);
     std::unique_ptr<FS_Table> openTable(const std::wstring& name, const TableKind& kind);
     std::wstring path(const wchar_t* suffix) const;
+    int lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
     int lockedResult(int status);
 
     void beginCacheUpdate();
@@ -184,7 +198,11 @@ private:
     bool broken_ = false;
     bool changed_ = false;
     bool compactionDue_ = false;
+    bool lockIsShared_ = false;
+    bool readOnly_ = false;
     unsigned directoriesIndex_ = 0;
+    unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
+    std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
     UnreadDirectories unread_;
     CacheLookups lookups_;
     std::unique_ptr<AbstractSync> accessMutex_;

@@ -15,6 +15,9 @@ inline constexpr char FS_OPTION_COMPRESSED[] = "compressed";
 /// No answer comes from a cache, whatever `maximumAge` says: an age of 0 still takes what
 /// was cached in the same second.
 inline constexpr char FS_OPTION_FRESH[] = "fresh";
+/// How long a query waits for others that use the cache, in milliseconds, before it ends with
+/// -52; a minute at first.
+inline constexpr char FS_OPTION_WAIT[] = "wait";
 
 /// Answers queries. Implemented by plug-ins; a host gets one from
 /// `fsLoadProvider`, owns it and deletes it. One query at a time in a process.

@@ -23,6 +23,7 @@ namespace fscanner {
 namespace {
 
 constexpr unsigned kPauseMilliseconds = 10;
+constexpr long kCourtesyMilliseconds = 300;
 
 constexpr const char* kFileName = "fscanner.lock";
 
@@ -41,15 +42,47 @@ struct Limit {
     unsigned start = getTickCount();
 };
 
-int lockWithin(int descriptor, const Limit& limit) {
+int operationOf(DirectoryLock::Mode mode) {
+    return mode == DirectoryLock::Mode::shared ? LOCK_SH : LOCK_EX;
+}
+
+int lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& limit) {
+    const int operation = operationOf(mode) | (limit.milliseconds ? LOCK_NB : 0);
     for (;;) {
-        if (flock(descriptor, limit.milliseconds ? LOCK_EX | LOCK_NB : LOCK_EX) == 0)
-            return SYNC_SUCCESS;
+        if (flock(descriptor, operation) == 0) return SYNC_SUCCESS;
         if (errno == EINTR) continue;
         if (errno != EWOULDBLOCK) return SYNC_FAILED;
         if (limit.isOver()) return SYNC_TIMED_OUT;
         SysFactory::sleep(kPauseMilliseconds);
     }
+}
+
+// Who waits for the whole lock notes that in the file, by a record lock, which is none of
+// those that decide.
+void noteWaiting(int file, bool waiting) {
+    struct flock note {};
+    note.l_type = static_cast<short>(waiting ? F_WRLCK : F_UNLCK);
+    note.l_len = 1;
+    fcntl(file, F_OFD_SETLK, &note);
+}
+
+bool isWaitedFor(int file) {
+    struct flock note {};
+    note.l_type = F_RDLCK;
+    note.l_len = 1;
+    return fcntl(file, F_OFD_GETLK, &note) == 0 && note.l_type != F_UNLCK;
+}
+
+// Many who share a lock and come and go would keep it for ever. So they let one go first
+// who waits for all of it; but not for long: those who have it may keep it for minutes.
+int lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
+    const bool alone = mode == DirectoryLock::Mode::exclusive;
+    if (alone) noteWaiting(file, true);
+    const Limit courtesy{&kCourtesyMilliseconds};
+    while (!alone && isWaitedFor(file) && !courtesy.isOver()) SysFactory::sleep(kPauseMilliseconds);
+    const int status = lockWithin(file, mode, limit);
+    if (alone) noteWaiting(file, false);
+    return status;
 }
 
 Descriptor openUninterrupted(int at, const char* path, int flags) {
@@ -93,8 +126,11 @@ bool isStillNamed(int file, const std::string& path) {
 // Locks of the system, which belong to the open files: a child that was forked has copies
 // of the descriptors, but only the process that took the locks gives them back.
 struct DirectoryLock::Held {
-    Held(Descriptor lockedFile, Descriptor opened)
-        : file(std::move(lockedFile)), directory(std::move(opened)) {}
+    Held(Descriptor lockedFile, Descriptor opened, bool locksDirectory, Mode how)
+        : file(std::move(lockedFile)),
+          directory(std::move(opened)),
+          directoryLocked(locksDirectory),
+          mode(how) {}
     Held(const Held&) = delete;
     Held& operator=(const Held&) = delete;
     ~Held() {
@@ -104,16 +140,27 @@ struct DirectoryLock::Held {
     }
     bool isOurs() const { return owner == getpid(); }
     bool isThisThreads() const { return isOurs() && thread == std::this_thread::get_id(); }
+    // The system gives the old lock up before it takes the new one: another may get between.
+    bool share() {
+        const auto toShared = [](const Descriptor& locked) {
+            return flock(locked.get(), LOCK_SH | LOCK_NB) == 0;
+        };
+        if (!toShared(file) || (directoryLocked && !toShared(directory))) return false;
+        mode = Mode::shared;
+        return true;
+    }
 
     Descriptor file;
-    Descriptor directory;  // locked or not
+    Descriptor directory;
+    bool directoryLocked;
+    Mode mode;
     pid_t owner = getpid();
     std::thread::id thread = std::this_thread::get_id();
 
     // What this process holds. Never destroyed: locks may outlive statics.
     struct Registry {
         std::mutex guard;
-        std::map<Identity, std::weak_ptr<Held>> held;
+        std::multimap<Identity, std::weak_ptr<Held>> held;
     };
     static Registry& registry() {
         static auto* const instance = new Registry;
@@ -121,27 +168,35 @@ struct DirectoryLock::Held {
     }
 };
 
-int DirectoryLock::wait() {
-    return acquire(nullptr);
+int DirectoryLock::wait(Mode mode) {
+    return acquire(nullptr, mode);
 }
 
-int DirectoryLock::wait(long milliseconds) {
-    return acquire(&milliseconds);
+int DirectoryLock::wait(long milliseconds, Mode mode) {
+    return acquire(&milliseconds, mode);
 }
 
-// Whether this thread has the lock on the file already, and by which object: empty where
-// it does not.
-std::optional<int> DirectoryLock::heldResult(int file) {
+// What comes of the locks on the file that this object and this thread have already: empty
+// where one has to be waited for.
+std::optional<int> DirectoryLock::heldResult(int file, Mode mode) {
     struct stat info {};
     if (fstat(file, &info) != 0) return SYNC_FAILED;
     auto& [guard, held] = Held::registry();
     const std::lock_guard lock(guard);
-    const std::shared_ptr<Held> other = held[identityOf(info)].lock();
-    if (other && other == held_ && other->isOurs()) return SYNC_SUCCESS;
-    if (other && other->isThisThreads()) {
+    const auto [first, last] = held.equal_range(identityOf(info));
+    bool own = false;
+    for (auto entry = first; entry != last;) {
+        const std::shared_ptr<Held> other = entry->second.lock();
+        entry = other ? std::next(entry) : held.erase(entry);
+        if (!other) continue;
+        own = own || (other == held_ && other->isOurs());
+        const bool excludes = mode == Mode::exclusive || other->mode == Mode::exclusive;
+        if (other == held_ || !excludes || !other->isThisThreads()) continue;
         debug("DirectoryLock - this thread holds '%ls' by another object\n", path_.c_str());
         return SYNC_TIMED_OUT;
     }
+    if (own && (held_->mode == mode || (mode == Mode::shared && held_->share())))
+        return SYNC_SUCCESS;
     return std::nullopt;
 }
 
@@ -151,10 +206,10 @@ void DirectoryLock::keep(std::shared_ptr<Held> taken) {
     auto& [guard, held] = Held::registry();
     const std::lock_guard lock(guard);
     held_ = std::move(taken);
-    held[identityOf(info)] = held_;
+    held.emplace(identityOf(info), held_);
 }
 
-int DirectoryLock::acquire(const long* milliseconds) {
+int DirectoryLock::acquire(const long* milliseconds, Mode mode) {
     const Limit limit{milliseconds};
     const std::string path = toMultibyte(path_);
     do {
@@ -163,16 +218,17 @@ int DirectoryLock::acquire(const long* milliseconds) {
         if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
         Descriptor file = openLockFile(directory.get(), info);
         if (!file) return SYNC_FAILED;
-        if (const std::optional<int> result = heldResult(file.get())) return *result;
+        if (const std::optional<int> result = heldResult(file.get(), mode)) return *result;
         held_.reset();
-        if (const int status = lockWithin(file.get(), limit)) return status;
+        if (const int status = lockFile(file.get(), mode, limit)) return status;
         if (!isStillNamed(file.get(), path)) continue;
         // A directory that others can open is locked only when nobody else has it.
         const bool isPrivate = (info.st_mode & (S_IRWXG | S_IRWXO)) == 0;
         const long none = 0;
-        const int status = lockWithin(directory.get(), isPrivate ? limit : Limit{&none});
+        const int status = lockWithin(directory.get(), mode, isPrivate ? limit : Limit{&none});
         if (isPrivate && status != SYNC_SUCCESS) return status;
-        keep(std::make_shared<Held>(std::move(file), std::move(directory)));
+        keep(std::make_shared<Held>(std::move(file), std::move(directory), status == SYNC_SUCCESS,
+                                    mode));
         return SYNC_SUCCESS;
     } while (!limit.isOver());
     return SYNC_TIMED_OUT;

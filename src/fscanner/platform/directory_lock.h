@@ -14,25 +14,33 @@ namespace fscanner {
 /// alone or with the directory, is made again and waited for. A directory that others
 /// cannot open is locked, too, for the sake of programs that lock only that.
 ///
-/// Threads of a process exclude each other as processes do. A thread that holds the lock
-/// by another object would wait for itself: it gets "timed out" at once, whatever the
-/// limit. A forked child does not have the lock. The results are `SyncStatus`.
+/// One holds it exclusively, or any number share it. An object that asks for the other mode
+/// than it has goes over to that: from exclusive to shared in most cases without a moment
+/// in which another gets the lock, from shared to exclusive by giving it up first. Where
+/// that fails it holds nothing. Who wants to share it lets others who wait for all of it go
+/// first, for a third of a second.
+///
+/// Threads of a process exclude each other as processes do. A thread that would wait for
+/// itself, for another object by which it holds the lock, gets "timed out" at once, whatever
+/// the limit. A forked child does not have the lock. The results are `SyncStatus`.
 class DirectoryLock {
 public:
+    enum class Mode { exclusive, shared };
+
     explicit DirectoryLock(std::wstring path) : path_(std::move(path)) {}
     DirectoryLock(const DirectoryLock&) = delete;
     DirectoryLock& operator=(const DirectoryLock&) = delete;
     ~DirectoryLock() = default;
 
-    int wait();
+    int wait(Mode mode = Mode::exclusive);
     /// Tries at once, then every 10 ms until the limit is over. Signals do not end a wait.
-    int wait(long milliseconds);
+    int wait(long milliseconds, Mode mode = Mode::exclusive);
     void release() { held_.reset(); }
 
 private:
     struct Held;
-    int acquire(const long* milliseconds);
-    std::optional<int> heldResult(int file);
+    int acquire(const long* milliseconds, Mode mode);
+    std::optional<int> heldResult(int file, Mode mode);
     void keep(std::shared_ptr<Held> taken);
 
     std::wstring path_;
