@@ -8,8 +8,10 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fscanner/platform/linuxfile.h"
@@ -117,11 +119,57 @@ TEST_F(MappedFile, DirectAccessSeesAndMakesTheSameBytes) {
     ASSERT_EQ(file.content().size(), 10u);
     EXPECT_EQ(static_cast<char>(file.content()[9]), '9');
     reopen();
-    file.mutableContent()[0] = std::byte{'x'};
+    *file.change(0, 1) = std::byte{'x'};
     EXPECT_EQ(read(3), "x12");
     ASSERT_TRUE(file.close());
     EXPECT_TRUE(file.content().empty());
     EXPECT_EQ(readWholeFile(name), "x123456789");
+}
+
+// Notes what each block held, and refuses on demand.
+struct Watch : BlockWatch {
+    bool beforeChange(unsigned offset, std::span<const std::byte> block) override {
+        seen += std::to_string(offset) + ":" + std::to_string(block.size()) +
+                static_cast<char>(block[0]) + " ";
+        return !refuses;
+    }
+    std::string take() { return std::exchange(seen, ""); }
+    std::string seen;
+    bool refuses = false;
+};
+
+TEST_F(MappedFile, ShowsBlocksBeforeTheirFirstChangeOnly) {
+    ASSERT_TRUE(file.create());
+    write(std::string(300, 'a'));
+    Watch watch;
+    file.addWatch(watch);
+    const struct {
+        unsigned at;
+        unsigned count;
+        const char* shown;
+    } writes[] = {{300, 10, ""},
+                  {255, 2, "128:128a 256:44a "},
+                  {200, 60, ""},
+                  {305, 3, ""},
+                  {10, 400, "0:128a "}};
+    for (const auto& one : writes) {
+        file.seek(one.at, SEEK_FROM_START);
+        EXPECT_EQ(write(std::string(one.count, 'b')), one.count);
+        EXPECT_EQ(watch.take(), one.shown) << one.at;
+    }
+    Watch second;
+    file.addWatch(second);
+    std::memset(file.change(0, 129), 'c', 129);
+    EXPECT_EQ(watch.take() + second.take(), "0:128a 128:128b 0:128a 128:128b ");
+    second.refuses = true;
+    file.seek(130, SEEK_FROM_START);
+    EXPECT_EQ(write(std::string(500, 'd')), 0u);
+    EXPECT_EQ(file.change(390, 1), nullptr);
+    EXPECT_TRUE(file.change(0, 256)) << "shown already";
+    EXPECT_EQ(file.logicalSize(), 410u);
+    reopen();
+    EXPECT_TRUE(file.change(390, 1)) << "watched until it is closed";
+    EXPECT_FALSE(file.change(400, 11) || file.change(411, 0)) << "behind the content";
 }
 
 TEST_F(MappedFile, OpensOnceAndClosesOnce) {
@@ -191,7 +239,7 @@ TEST_F(SealedFile, AfterAFailedCloseNothingIsTransferred) {
     EXPECT_EQ(file.read(buffer, 4), 0u);
     EXPECT_TRUE(file.eof());
     EXPECT_EQ(file.write("abcd", 4), 0u);
-    EXPECT_TRUE(file.content().empty() && file.mutableContent().empty());
+    EXPECT_TRUE(file.content().empty() && file.change(0, 1) == nullptr);
     const std::string bytes(40000, 'x');
     EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
     EXPECT_FALSE(file.open()) << "it still holds its descriptor";

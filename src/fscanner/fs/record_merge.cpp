@@ -70,8 +70,11 @@ public:
     explicit RunWriter(LinuxMmFile& file) : file_(file) { file_.seek(0, SEEK_FROM_START); }
     bool append(Bytes run) {
         if (run.size() > file_.logicalSize() - written_ && !extend(run.size())) return false;
-        std::memcpy(file_.mutableContent().data() + written_, run.data(), run.size());
-        written_ += run.size();
+        const auto length = static_cast<unsigned>(run.size());
+        std::byte* to = file_.change(static_cast<unsigned>(written_), length);
+        if (to == nullptr) return false;
+        std::memcpy(to, run.data(), length);
+        written_ += length;
         return true;
     }
     std::size_t written() const { return written_; }
@@ -96,7 +99,7 @@ bool RunWriter::extend(std::size_t needed) {
 // Merged records go straight into the source, which has exactly their length.
 class MergeTarget {
 public:
-    explicit MergeTarget(std::span<std::byte> bytes) : at_(bytes.data()) {}
+    explicit MergeTarget(std::byte* at) : at_(at) {}
     void append(const unsigned char* bytes, std::size_t length) {
         std::memcpy(at_, bytes, length);
         at_ += length;
@@ -149,9 +152,10 @@ bool sortBy(SortFiles files) {
         RunWriter first(files.first);
         RunWriter second(files.second);
         if (!distribute<Order>(contentOf(files.source, length), first, second)) return false;
+        std::byte* const target = files.source.change(0, static_cast<unsigned>(length));
+        if (target == nullptr && length != 0) return false;
         runs = merge<Order>(contentOf(files.first, first.written()),
-                            contentOf(files.second, second.written()),
-                            MergeTarget(files.source.mutableContent()));
+                            contentOf(files.second, second.written()), MergeTarget(target));
     } while (runs > 1);
     return true;
 }

@@ -96,6 +96,7 @@ unsigned int LinuxMmFile::read(void* buffer, unsigned int count) {
 
 unsigned int LinuxMmFile::write(const void* buffer, unsigned int count) {
     if (!isOpen() || count == 0) return 0;
+    if (position_ < watchedEnd_ && !showBlocks(position_, count)) return 0;
     if (count > logicalSize_ - position_ && !grow(count)) return 0;
     if (address_ == nullptr) return 0;
     std::memcpy(address_ + position_, buffer, count);
@@ -159,11 +160,35 @@ void LinuxMmFile::advise(unsigned length) const {
 void LinuxMmFile::unmap() {
     if (address_ != nullptr) ::munmap(address_, mappedLength_);
     address_ = nullptr;
+    watchedEnd_ = 0;
+    watches_.clear();
 }
 
-std::span<std::byte> LinuxMmFile::mutableContent() {
-    changed_ = true;
-    return {address_, address_ != nullptr ? logicalSize_ : 0};
+void LinuxMmFile::addWatch(BlockWatch& watch) {
+    if (std::find(watches_.begin(), watches_.end(), &watch) == watches_.end()) {
+        watches_.push_back(&watch);
+    }
+    watchedEnd_ = address_ != nullptr ? logicalSize_ : 0;
+    shown_.assign((std::size_t{watchedEnd_} + WATCHED_BLOCK - 1) / WATCHED_BLOCK, false);
+}
+
+bool LinuxMmFile::showBlocks(unsigned offset, unsigned count) {
+    const unsigned last = (offset + std::min(count, watchedEnd_ - offset) - 1) / WATCHED_BLOCK;
+    for (unsigned block = offset / WATCHED_BLOCK; block <= last; ++block) {
+        if (!shown_[block] && !showBlock(block)) return false;
+    }
+    return true;
+}
+
+bool LinuxMmFile::showBlock(unsigned block) {
+    const unsigned start = block * WATCHED_BLOCK;
+    const std::span<const std::byte> bytes(address_ + start,
+                                           std::min(WATCHED_BLOCK, watchedEnd_ - start));
+    for (BlockWatch* watch : watches_) {
+        if (!watch->beforeChange(start, bytes)) return false;
+    }
+    shown_[block] = true;
+    return true;
 }
 
 bool LinuxMmFile::seek(long offset, int origin) {

@@ -3,12 +3,22 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <vector>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/platform/abstract_file.h"
 #include "fscanner/platform/descriptor.h"
 
 namespace fscanner {
+
+/// Is shown what a mapped file held before it is changed.
+class BlockWatch {
+public:
+    virtual ~BlockWatch() = default;
+    /// The block at `offset` is about to be changed for the first time since the watch was
+    /// added. False: it must not be changed. May be called again for the same block.
+    virtual bool beforeChange(unsigned offset, std::span<const std::byte> block) = 0;
+};
 
 /// A memory-mapped file of at most 4 GiB that grows in steps of 32 KiB and is cut
 /// back to its content when it is closed.
@@ -52,8 +62,21 @@ public:
     /// The content without a copy; empty when nothing is mapped. Valid until the
     /// next write or close.
     std::span<const std::byte> content() const { return {address_, address_ ? logicalSize_ : 0}; }
-    /// The same to be changed in place.
-    std::span<std::byte> mutableContent();
+    /// These bytes of the content to be changed in place, all of them. Null where they are not
+    /// inside it, or a watch refuses. Valid until the next write or close.
+    std::byte* change(unsigned offset, unsigned count) {
+        const bool inside = count <= logicalSize_ && offset <= logicalSize_ - count;
+        if (address_ == nullptr || !inside) return nullptr;
+        if (offset < watchedEnd_ && !showBlocks(offset, count)) return nullptr;
+        changed_ = true;
+        return address_ + offset;
+    }
+    /// Blocks of this length, the last may be shorter, are shown to watches.
+    static constexpr unsigned WATCHED_BLOCK = 128;
+    /// From now on the watch, which must outlive the next `close`, is shown each block of the
+    /// present content before its first change. What lies behind that content is not watched.
+    /// A watch that is added again is shown all blocks anew.
+    void addWatch(BlockWatch& watch);
     unsigned logicalSize() const { return logicalSize_; }
     /// Waits until what was written so far is on disk. The length there stays the
     /// padded one until `close`. True at once when nothing was written.
@@ -67,6 +90,8 @@ public:
 private:
     bool isOpen() const { return static_cast<bool>(file_); }
     bool grow(unsigned count);
+    bool showBlocks(unsigned offset, unsigned count);
+    bool showBlock(unsigned block);
     bool extendFile(unsigned length);
     bool map(unsigned length);
     void unmap();
@@ -77,11 +102,14 @@ private:
     unsigned logicalSize_ = 0;
     unsigned mappedLength_ = 0;
     unsigned position_ = 0;
+    unsigned watchedEnd_ = 0;  // the content's when the last watch was added
     std::byte* address_ = nullptr;
     bool endMet_ = false;
     bool changed_ = false;
     bool syncOnClose_ = true;
     bool randomAccess_ = false;
+    std::vector<BlockWatch*> watches_;
+    std::vector<bool> shown_;  // by block
     std::unique_ptr<char, FreeDeleter> name_;
 };
 

@@ -76,8 +76,11 @@ unsigned DataFile::count(RecordCount which) const {
     return loadInteger<std::uint32_t>(file_->content().data() + which * COUNT_SIZE);
 }
 
-void DataFile::setCount(RecordCount which, unsigned value) {
-    storeInteger<std::uint32_t>(file_->mutableContent().data() + which * COUNT_SIZE, value);
+bool DataFile::setCount(RecordCount which, unsigned value) {
+    std::byte* count = file_->change(which * COUNT_SIZE, COUNT_SIZE);
+    if (!count) return false;
+    storeInteger<std::uint32_t>(count, value);
+    return true;
 }
 
 bool DataFile::append(std::span<const std::byte> record) {

@@ -33,7 +33,8 @@ public:
     static unsigned headerSize(const Fields& schema);
 
     unsigned count(RecordCount which) const;
-    void setCount(RecordCount which, unsigned value);
+    /// False, and nothing is changed, when a watch of the file refuses.
+    bool setCount(RecordCount which, unsigned value);
 
     /// Where the first record starts, and where the next one will.
     unsigned headerSize() const { return headerSize_; }
@@ -54,6 +55,7 @@ public:
     /// Overwrites from `offset` on, and lengthens the content where that is needed.
     bool write(unsigned offset, std::span<const std::byte> bytes);
 
+    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
     bool sync() { return file_->sync(); }
     bool close() { return file_->close(); }
 

@@ -92,12 +92,15 @@ bool Index::write(unsigned bucket, unsigned recordId) {
     if (!file_ || bucket >= BUCKETS) return false;
     unsigned oldId = NONE, oldNext = NONE;
     read(bucket, &oldId, &oldNext);
+    unsigned next = oldNext;
     if (oldId != NONE) {
-        const unsigned overflow = slotCount();
+        next = slotCount();
         if (!append(oldId, oldNext)) return false;
-        storeInteger<std::uint32_t>(slotAt(bucket) + 4, overflow);
     }
-    storeInteger<std::uint32_t>(slotAt(bucket), recordId);
+    std::byte* head = file_->change(SLOT * bucket, SLOT);
+    if (!head) return false;
+    storeInteger<std::uint32_t>(head, recordId);
+    storeInteger<std::uint32_t>(head + 4, next);
     return true;
 }
 

@@ -59,6 +59,8 @@ public:
     bool isDamaged() const { return damaged_; }
     /// Whether its first use was found good; for the table to say.
     bool& tested() { return tested_; }
+    /// See `LinuxMmFile`; of an open index.
+    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
     /// Waits until what was written is on disk.
     bool sync() { return !file_ || file_->sync(); }
 
@@ -73,7 +75,6 @@ private:
 
     const wchar_t* text(const std::wstring& name) const { return named_ ? name.c_str() : nullptr; }
     bool append(unsigned recordId, unsigned next);
-    std::byte* slotAt(unsigned slot) { return file_->mutableContent().data() + at(slot); }
     static std::size_t at(unsigned slot) { return std::size_t{SLOT} * slot; }
 
     std::unique_ptr<LinuxMmFile> file_;

@@ -32,9 +32,11 @@ bool OffsetFile::append(unsigned offset) {
     return file_->seek(0, SEEK_FROM_END) && file_->write(entry, ENTRY) == ENTRY;
 }
 
-void OffsetFile::markRemoved(unsigned id) {
-    std::byte* entry = file_->mutableContent().data() + std::size_t{ENTRY} * id;
+bool OffsetFile::markRemoved(unsigned id) {
+    std::byte* entry = file_->change(ENTRY * id, ENTRY);
+    if (!entry) return false;
     storeInteger<std::uint32_t>(entry, REMOVED);
+    return true;
 }
 
 }  // namespace fscanner

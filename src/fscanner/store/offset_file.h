@@ -32,7 +32,10 @@ public:
     const std::byte* entries() const { return file_->content().data(); }
 
     bool append(unsigned offset);
-    void markRemoved(unsigned id);
+    /// False, and nothing is changed, when a watch of the file refuses.
+    bool markRemoved(unsigned id);
+
+    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
 
     bool sync() { return file_->sync(); }
     bool close() { return file_->close(); }

@@ -170,9 +170,8 @@ bool FS_Table::locate(unsigned id, std::vector<StoredValue>& values) {
 }
 
 bool FS_Table::remove(unsigned id) {
-    if (!isLive(id)) return false;
-    offsets_->markRemoved(id);
-    return decCount(COUNT_STORED) && incCount(COUNT_DELETED);
+    return isLive(id) && offsets_->markRemoved(id) && decCount(COUNT_STORED) &&
+           incCount(COUNT_DELETED);
 }
 
 bool FS_Table::update(unsigned id, const Fields& values) {
@@ -254,8 +253,7 @@ bool FS_Table::eof() const {
 bool FS_Table::count(int which, int delta) {
     if (!isOpen() || !isCount(which)) return false;
     const auto count = static_cast<RecordCount>(which);
-    data_->setCount(count, data_->count(count) + static_cast<unsigned>(delta));
-    return true;
+    return data_->setCount(count, data_->count(count) + static_cast<unsigned>(delta));
 }
 
 bool FS_Table::count(int which, unsigned* value) const {
