@@ -5,7 +5,6 @@
 #include <utility>
 #include <vector>
 
-#include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/record_layout.h"
 #include "fscanner/store/stored_name.h"
 
@@ -51,23 +50,26 @@ unsigned DataFile::headerSize(const Fields& schema) {
     return size;
 }
 
-std::unique_ptr<DataFile> DataFile::create(const wchar_t* path, const Fields& schema) {
-    auto file = SysFactory::createMmFile(path);
+std::unique_ptr<DataFile> DataFile::create(const wchar_t* path, const Fields& schema,
+                                           SumsFile* sums) {
+    SummedFile file;
     const std::vector<std::byte> header = encodeHeader(schema);
     const auto length = static_cast<unsigned>(header.size());
-    if (!file->create() || file->write(header.data(), length) != length) return nullptr;
+    if (!file.create(path, sums) || file->write(header.data(), length) != length) return nullptr;
     return std::unique_ptr<DataFile>(new DataFile(std::move(file), length));
 }
 
-OpenResult DataFile::open(const wchar_t* path, Fields& schema, std::unique_ptr<DataFile>& file) {
-    auto opened = SysFactory::createMmFile(path);
-    if (!opened->open()) return OpenResult::failed;
+OpenResult DataFile::open(const wchar_t* path, Fields& schema, SumsFile* sums,
+                          std::unique_ptr<DataFile>& file) {
+    SummedFile opened;
+    if (const OpenResult result = opened.open(path, sums); result != OpenResult::ok) return result;
     const std::span<const std::byte> content = opened->content();
     ByteRange in(content.data(), content.data() + content.size());
     Fields read;
     if (!decodeHeader(in, read)) return OpenResult::damaged;
+    const unsigned length = headerSize(read);
+    if (!opened.holds(0, length)) return OpenResult::damaged;
     schema = std::move(read);
-    const unsigned length = headerSize(schema);
     file.reset(new DataFile(std::move(opened), length));
     return OpenResult::ok;
 }

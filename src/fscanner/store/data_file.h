@@ -3,18 +3,11 @@
 #include <memory>
 #include <span>
 
-#include "fscanner/platform/linuxfile.h"
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/fields.h"
+#include "fscanner/store/sums_file.h"
 
 namespace fscanner {
-
-/// How the opening of one of the store's files went.
-enum class OpenResult {
-    ok,
-    failed,   ///< absent, or not to be opened
-    damaged,  ///< opened, and its content cannot be what we wrote
-};
 
 enum RecordCount : unsigned { COUNT_STORED = 0, COUNT_DELETED = 1 };
 
@@ -24,10 +17,13 @@ enum RecordCount : unsigned { COUNT_STORED = 0, COUNT_DELETED = 1 };
 /// Reads go through the mapping. One thread at a time.
 class DataFile {
 public:
-    /// Creates or empties the file and writes the header. Null on failure.
-    static std::unique_ptr<DataFile> create(const wchar_t* path, const Fields& schema);
+    /// Creates or empties the file and writes the header. Null on failure. `sums`: null where
+    /// none are kept.
+    static std::unique_ptr<DataFile> create(const wchar_t* path, const Fields& schema,
+                                            SumsFile* sums);
     /// Opens an existing one into `file` and rebuilds `schema` from its header.
-    static OpenResult open(const wchar_t* path, Fields& schema, std::unique_ptr<DataFile>& file);
+    static OpenResult open(const wchar_t* path, Fields& schema, SumsFile* sums,
+                           std::unique_ptr<DataFile>& file);
 
     /// The length of a header for this schema.
     static unsigned headerSize(const Fields& schema);
@@ -47,6 +43,10 @@ public:
         if (offset < headerSize_ || offset >= content.size()) return {};
         return {content.data() + offset, content.data() + content.size()};
     }
+    /// Whether these bytes are as they were written; all of them.
+    bool holds(unsigned offset, unsigned count) const { return file_.holds(offset, count); }
+    bool holdsAll() const { return file_.holdsAll(); }
+    bool isCompared() const { return file_.isCompared(); }
     /// All of it, the header included. Valid until the next change.
     const std::byte* content() const { return file_->content().data(); }
     /// Appends at the end. False, and the content ends where it did, when the disk
@@ -57,13 +57,13 @@ public:
 
     void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
     bool sync() { return file_->sync(); }
-    bool close() { return file_->close(); }
+    bool close() { return file_.close(); }
 
 private:
-    DataFile(std::unique_ptr<LinuxMmFile> file, unsigned headerLength)
+    DataFile(SummedFile file, unsigned headerLength)
         : file_(std::move(file)), headerSize_(headerLength) {}
 
-    std::unique_ptr<LinuxMmFile> file_;
+    SummedFile file_;
     unsigned headerSize_;
 };
 

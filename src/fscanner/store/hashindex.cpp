@@ -6,7 +6,6 @@
 #include "fscanner/common/numbers.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/platform/sysfactory.h"
 
 namespace fscanner {
 
@@ -37,24 +36,25 @@ Index::Index(const Index& other)
       path_(other.path_),
       named_(other.named_) {}
 
-bool Index::create() {
+bool Index::create(SumsFile* sums) {
     if (!named_ || file_) return false;
-    auto file = SysFactory::createMmFile(path_.c_str());
-    if (!file->create()) return false;
+    SummedFile file;
+    if (!file.create(path_.c_str(), sums)) return false;
     file->expectRandomAccess();
     file_ = std::move(file);
     if (init()) return true;
-    file_.reset();
+    file_ = {};
     return false;
 }
 
-bool Index::open() {
+bool Index::open(SumsFile* sums) {
     if (!named_ || file_) return false;
-    auto file = SysFactory::createMmFile(path_.c_str());
-    if (!file->open()) return false;
-    const unsigned size = file->logicalSize();
-    damaged_ = size < BUCKETS * SLOT || size % SLOT != 0;
-    if (damaged_) return false;
+    SummedFile file;
+    const OpenResult result = file.open(path_.c_str(), sums);
+    const unsigned size = result == OpenResult::ok ? file->logicalSize() : 0;
+    const bool fits = size >= BUCKETS * SLOT && size % SLOT == 0;
+    damaged_ = result != OpenResult::failed && !fits;
+    if (!fits) return false;
     file->expectRandomAccess();
     file_ = std::move(file);
     return true;
@@ -62,8 +62,8 @@ bool Index::open() {
 
 bool Index::close() {
     if (!file_) return false;
-    const bool closed = file_->close();
-    file_.reset();
+    const bool closed = file_.close();
+    file_ = {};
     return closed;
 }
 
@@ -82,6 +82,7 @@ bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
     if (!file_) return false;
     *recordId = *next = NONE;
     if (slot >= slotCount()) return true;
+    if (!file_.holds(static_cast<unsigned>(at(slot)), SLOT)) return false;
     const std::byte* from = file_->content().data() + at(slot);
     *recordId = loadInteger<std::uint32_t>(from);
     *next = loadInteger<std::uint32_t>(from + 4);
@@ -91,7 +92,7 @@ bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
 bool Index::write(unsigned bucket, unsigned recordId) {
     if (!file_ || bucket >= BUCKETS) return false;
     unsigned oldId = NONE, oldNext = NONE;
-    read(bucket, &oldId, &oldNext);
+    if (!read(bucket, &oldId, &oldNext)) return false;
     unsigned next = oldNext;
     if (oldId != NONE) {
         next = slotCount();

@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "fscanner/expr/exp_value.h"
-#include "fscanner/platform/linuxfile.h"
-#include "fscanner/store/data_file.h"
+#include "fscanner/store/bytes.h"
+#include "fscanner/store/fields.h"
+#include "fscanner/store/sums_file.h"
 
 namespace fscanner {
 
@@ -31,9 +32,10 @@ public:
     Index& operator=(const Index&) = delete;
     ~Index() = default;
 
-    /// Creates or empties the file and writes the heads. False when it is open.
-    bool create();
-    bool open();
+    /// Creates or empties the file and writes the heads. False when it is open. `sums`: null
+    /// where none are kept.
+    bool create(SumsFile* sums = nullptr);
+    bool open(SumsFile* sums = nullptr);
     /// False when none was open, and when its content did not reach the disk.
     bool close();
     /// Deletes the file of a closed index.
@@ -42,7 +44,7 @@ public:
     bool init();
 
     /// The slot's two words, `NONE` in both for a slot that is not there. False
-    /// when closed.
+    /// when closed, and where it is not as it was written.
     bool read(unsigned slot, unsigned* recordId, unsigned* next) const;
     /// Puts the record at the front of the bucket's chain. False when closed, for a
     /// bucket that is none, or when the file cannot grow.
@@ -54,7 +56,7 @@ public:
     /// Whether each of this many records has its slot, and every chain holds together.
     bool fits(unsigned records) const;
     unsigned slotCount() const { return file_ ? file_->logicalSize() / SLOT : 0; }
-    bool isOpen() const { return file_ != nullptr; }
+    bool isOpen() const { return static_cast<bool>(file_); }
     /// Whether the last `open` found a file that is no index.
     bool isDamaged() const { return damaged_; }
     /// Whether its first use was found good; for the table to say.
@@ -77,7 +79,7 @@ private:
     bool append(unsigned recordId, unsigned next);
     static std::size_t at(unsigned slot) { return std::size_t{SLOT} * slot; }
 
-    std::unique_ptr<LinuxMmFile> file_;
+    SummedFile file_;
     std::wstring indexName_;
     std::wstring fieldName_;
     std::wstring fileName_;

@@ -2,19 +2,18 @@
 
 #include <utility>
 
-#include "fscanner/platform/sysfactory.h"
-
 namespace fscanner {
 
-std::unique_ptr<OffsetFile> OffsetFile::create(const wchar_t* path) {
-    auto file = SysFactory::createMmFile(path);
-    if (!file->create()) return nullptr;
+std::unique_ptr<OffsetFile> OffsetFile::create(const wchar_t* path, SumsFile* sums) {
+    SummedFile file;
+    if (!file.create(path, sums)) return nullptr;
     return std::unique_ptr<OffsetFile>(new OffsetFile(std::move(file)));
 }
 
-OpenResult OffsetFile::open(const wchar_t* path, std::unique_ptr<OffsetFile>& file) {
-    auto opened = SysFactory::createMmFile(path);
-    if (!opened->open()) return OpenResult::failed;
+OpenResult OffsetFile::open(const wchar_t* path, SumsFile* sums,
+                            std::unique_ptr<OffsetFile>& file) {
+    SummedFile opened;
+    if (const OpenResult result = opened.open(path, sums); result != OpenResult::ok) return result;
     if (opened->logicalSize() % ENTRY != 0) return OpenResult::damaged;
     file.reset(new OffsetFile(std::move(opened)));
     return OpenResult::ok;

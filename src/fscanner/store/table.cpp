@@ -42,9 +42,9 @@ bool FS_Table::addField(const wchar_t* name, unsigned typeCode) {
 bool FS_Table::create() {
     if (!isUsable() || isOpen() || schema_.count() > RecordLayout::MAX_FIELDS) return false;
     damaged_ = false;
-    auto data = DataFile::create(path(DATA_SUFFIX).c_str(), schema_);
+    auto data = DataFile::create(path(DATA_SUFFIX).c_str(), schema_, sums_);
     if (!data) return false;
-    offsets_ = OffsetFile::create(path(OFFSET_SUFFIX).c_str());
+    offsets_ = OffsetFile::create(path(OFFSET_SUFFIX).c_str(), sums_);
     if (!offsets_) return false;
     data_ = std::move(data);
     position_ = data_->headerSize();
@@ -69,8 +69,9 @@ bool FS_Table::open() {
 
 OpenResult FS_Table::openFiles() {
     std::unique_ptr<DataFile> data;
-    OpenResult result = DataFile::open(path(DATA_SUFFIX).c_str(), schema_, data);
-    if (result == OpenResult::ok) result = OffsetFile::open(path(OFFSET_SUFFIX).c_str(), offsets_);
+    OpenResult result = DataFile::open(path(DATA_SUFFIX).c_str(), schema_, sums_, data);
+    if (result == OpenResult::ok)
+        result = OffsetFile::open(path(OFFSET_SUFFIX).c_str(), sums_, offsets_);
     if (result != OpenResult::ok) {
         schema_.removeAll();
         return result;
@@ -124,7 +125,21 @@ ByteRange FS_Table::record(unsigned id) {
     if (!offsets_ || !offsets_->isLive(id)) return {};
     const ByteRange record = data_->from(offsets_->at(id));
     if (record.empty()) reportDamage("a record's offset");
-    return record;
+    return record.empty() || holds(id, record) ? record : ByteRange();
+}
+
+// The next record's start is its end at the latest. Where that was removed the record itself
+// has to say, and is read before it is known to be right: it can only ask for too few bytes of
+// a block that is found wrong.
+bool FS_Table::holds(unsigned id, ByteRange record) {
+    if (data_->isCompared()) return true;
+    const unsigned offset = offsets_->at(id);
+    const unsigned next = id + 1 < offsets_->count() ? offsets_->at(id + 1) : data_->end();
+    if (next > offset) return data_->holds(offset, next - offset);
+    std::size_t length = 0;
+    std::vector<StoredValue> values;
+    if (!codec_.locate(record, values, length)) return reportDamage("a record");
+    return data_->holds(offset, static_cast<unsigned>(length));
 }
 
 bool FS_Table::insert(const Fields& values) {
@@ -155,7 +170,8 @@ bool FS_Table::read(unsigned id, Fields& values) {
     }
 }
 
-StoredRecords FS_Table::storedRecords() const {
+StoredRecords FS_Table::storedRecords() {
+    if (!holdsAll()) return {};
     return {offsets_->entries(), offsets_->count(), data_->content(), data_->headerSize(),
             data_->end()};
 }

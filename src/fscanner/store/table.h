@@ -72,7 +72,17 @@ public:
     bool compact(int percent);
     /// Whether a file of this table was found damaged since the last `create`, or
     /// the start of the last `open`. It may be asked on a closed table.
-    bool damaged() const { return damaged_; }
+    bool damaged() const { return damaged_ || (sums_ && sums_->damaged()); }
+    /// From the next `create` or `open` on, the table's files but the list of indexes are
+    /// compared with their checksums as they are read, and `close` makes those of what was
+    /// written. `sums` must outlive the table; what it finds is damage here, whichever of its
+    /// files it was found in. A table keeps none at first.
+    void keepSums(SumsFile* sums) { sums_ = sums; }
+    /// Whether all records are as they were written. Where no sums are kept, they are.
+    bool holdsAll() { return isOpen() && offsets_->holdsAll() && data_->holdsAll(); }
+    /// Behind the table's name, that of the list of indexes. It is written whole: its sums are
+    /// for the user of the table to take.
+    static constexpr const wchar_t* INDEX_LIST_SUFFIX = L"_idx.dat";
 
     /// Whether the offsets rise and lead into the data file, and the counts are theirs.
     /// Looks at every entry, at no record. Damage is noted.
@@ -177,8 +187,9 @@ public:
     /// The bytes from a record's start to the end of the file; empty, and damage
     /// is noted, when the id's entry leads nowhere. Valid until the next change.
     ByteRange record(unsigned id);
-    /// All records of an open table, to be looked at one after the other.
-    StoredRecords storedRecords() const;
+    /// All records of an open table, to be looked at one after the other; none where a file is
+    /// not as it was written.
+    StoredRecords storedRecords();
     /// The stored values of a record, one a field, without decoding them. Like `read`
     /// otherwise. Valid until the next change.
     bool locate(unsigned id, std::vector<StoredValue>& values);
@@ -207,7 +218,8 @@ private:
     OpenResult openFiles();
     void layOut() { codec_.setLayout(RecordLayout(schema_, compressed_)); }
     bool hasFiles() const;
-    bool eraseFiles() const;
+    bool eraseFiles();
+    bool holds(unsigned id, ByteRange record);
     static bool isWorthIt(const Counts& counts, int percent);
 
     bool rewriteInPlace(unsigned id, const Fields& values);
@@ -228,6 +240,7 @@ private:
     std::wstring directory_;
     bool compressed_;
     bool damaged_ = false;
+    SumsFile* sums_ = nullptr;
     std::optional<Counts> closedCounts_;  // when it was closed last
     bool constantKeys_ = false;
     bool patterns_ = false;

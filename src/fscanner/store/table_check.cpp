@@ -12,7 +12,7 @@ bool Index::fits(unsigned records) const {
     std::uint64_t ids = 0, links = 0, filled = 0;
     for (unsigned slot = 0; slot < slots; ++slot) {
         unsigned id = NONE, next = NONE;
-        read(slot, &id, &next);
+        if (!read(slot, &id, &next)) return false;
         if (id == NONE && next == NONE && slot < BUCKETS) continue;
         if (id >= records || !isFollower(slot, next)) return false;
         ++filled;
@@ -25,12 +25,13 @@ bool Index::fits(unsigned records) const {
 }
 
 bool FS_Table::checkOffsets() {
-    if (!isOpen()) return false;
+    if (!isOpen() || !offsets_->holdsAll()) return false;
     const unsigned entries = offsets_->count();
+    const std::byte* entry = offsets_->entries();
     const unsigned stored = data_->count(COUNT_STORED);
     unsigned live = 0, last = headerSize() - 1;
-    for (unsigned id = 0; id < entries; ++id) {
-        const unsigned offset = offsets_->at(id);
+    for (unsigned id = 0; id < entries; ++id, entry += OffsetFile::ENTRY) {
+        const auto offset = loadInteger<std::uint32_t>(entry);
         if (offset == OffsetFile::REMOVED) continue;
         if (offset <= last) return reportDamage("the order of its offsets");
         last = offset;

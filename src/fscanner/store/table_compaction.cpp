@@ -40,6 +40,7 @@ public:
 private:
     bool prepare() {
         fresh_.schema_ = table_.schema_;
+        fresh_.keepSums(table_.sums_);
         if (!fresh_.create()) return false;
         for (const auto& index : table_.indexes_) {
             const std::wstring name = std::wstring(index->getIndexName()) + FRESH_SUFFIX;
@@ -56,7 +57,7 @@ private:
         for (bool more = table_.moveFirst(id); more; more = table_.moveNext(id)) {
             if (!table_.read(id, values) || !fresh_.insert(values)) return false;
         }
-        return true;
+        return !table_.damaged();
     }
 
     void planRenames() {
@@ -74,6 +75,7 @@ private:
         bool renamed = true;
         for (const auto& [from, to] : renames_) {
             renamed = renameFile(from.c_str(), to.c_str()) == 0 && renamed;
+            if (table_.sums_) table_.sums_->rename(from, to);
         }
         if (!renamed) return table_.reportDamage("a compaction that stopped half-way");
         return syncDirectory(table_.directory_);

@@ -11,8 +11,6 @@ namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* LIST_SUFFIX = L"_idx.dat";
-
 /// An index in the list that `matches`; taken out of it with `detach`.
 template <typename Matches>
 std::shared_ptr<Index> search(IndexList& list, bool detach, Matches matches) {
@@ -69,7 +67,7 @@ bool FS_Table::removeHashIndex(const wchar_t* indexName) {
 bool FS_Table::retrieveHashIndexList(IndexList& list) {
     if (!isUsable()) return false;
     std::vector<IndexListEntry> entries;
-    OpenResult result = readIndexList(path(LIST_SUFFIX).c_str(), entries);
+    OpenResult result = readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
     for (const IndexListEntry& entry : entries) {
         if (result == OpenResult::damaged) break;
         result = loadIndex(entry.indexName, entry.fieldName, list);
@@ -80,7 +78,7 @@ bool FS_Table::retrieveHashIndexList(IndexList& list) {
 /// Whether none was left out when the table was opened.
 bool FS_Table::hasAllIndexes() const {
     std::vector<IndexListEntry> entries;
-    return readIndexList(path(LIST_SUFFIX).c_str(), entries) == OpenResult::ok &&
+    return readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries) == OpenResult::ok &&
            entries.size() == indexes_.size();
 }
 
@@ -93,7 +91,7 @@ OpenResult FS_Table::loadIndex(const std::wstring& indexName, const std::wstring
         return OpenResult::damaged;
     }
     auto index = std::make_shared<Index>(indexName.c_str(), directory_.c_str(), fieldName.c_str());
-    if (!index->open()) return index->isDamaged() ? OpenResult::damaged : OpenResult::failed;
+    if (!index->open(sums_)) return index->isDamaged() ? OpenResult::damaged : OpenResult::failed;
     list.push_back(std::move(index));
     return OpenResult::ok;
 }
@@ -104,23 +102,27 @@ bool FS_Table::saveHashIndexList(const IndexList& list) const {
     for (const auto& index : list) {
         entries.push_back({index->getIndexName(), index->getFieldName()});
     }
-    return writeIndexList(path(LIST_SUFFIX).c_str(), entries);
+    return writeIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
 }
 
 bool FS_Table::eraseHashIndexList(const IndexList& /*list*/) const {
-    return isUsable() && removeFile(path(LIST_SUFFIX).c_str()) == 0;
+    return isUsable() && removeFile(path(INDEX_LIST_SUFFIX).c_str()) == 0;
 }
 
-bool FS_Table::eraseFiles() const {
+bool FS_Table::eraseFiles() {
     std::vector<IndexListEntry> entries;
-    readIndexList(path(LIST_SUFFIX).c_str(), entries);
+    readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
+    std::vector<std::wstring> files{path(DATA_SUFFIX), path(OFFSET_SUFFIX)};
     for (const IndexListEntry& entry : entries) {
         if (!isFileName(entry.indexName)) continue;
-        Index(entry.indexName.c_str(), directory_.c_str(), entry.fieldName.c_str()).erase();
+        const Index index(entry.indexName.c_str(), directory_.c_str(), entry.fieldName.c_str());
+        files.emplace_back(index.getIndexFullPathName());
     }
     eraseHashIndexList(indexes_);
-    removeFile(path(L".dat").c_str());
-    removeFile(path(L".pxx").c_str());
+    for (const std::wstring& file : files) {
+        removeFile(file.c_str());
+        if (sums_) sums_->remove(file);
+    }
     return true;
 }
 
@@ -135,7 +137,7 @@ bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName
     unsigned position = 0;
     while (schema_.at(position) != field) ++position;
     auto index = std::make_shared<Index>(indexName, directory_.c_str(), fieldName);
-    if (!index->create()) return false;
+    if (!index->create(sums_)) return false;
     if (!fillIndex(*index, position)) {
         index->close();
         index->erase();
@@ -220,7 +222,7 @@ bool FS_Table::hashIndex_moveNext(const Index& index, unsigned& recordId, unsign
 FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned& recordId,
                                     unsigned& next) {
     unsigned follower = Index::NONE;
-    index.read(slot, &recordId, &follower);
+    if (!index.read(slot, &recordId, &follower)) return Visit::damaged;
     const bool empty = recordId == Index::NONE && slot < Index::BUCKETS;
     next = follower;
     if (empty && follower == Index::NONE) return Visit::removed;

@@ -1,0 +1,168 @@
+#include "fscanner/store/sums_file.h"
+
+#include <algorithm>
+#include <string_view>
+#include <utility>
+
+#include "fscanner/common/crc32c.h"
+#include "fscanner/common/paths.h"
+#include "fscanner/platform/small_file.h"
+#include "fscanner/platform/sysfactory.h"
+#include "fscanner/store/stored_name.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::string_view MAGIC = "FSBLKSUM";
+constexpr std::uint32_t VERSION = 1;
+constexpr unsigned CHECK = 4;
+
+std::wstring nameOf(const std::wstring& path) {
+    return path.substr(path.rfind(L'/') + 1);
+}
+
+void append(std::vector<std::byte>& to, std::span<const std::byte> bytes) {
+    to.resize(to.size() + bytes.size());
+    std::copy(bytes.begin(), bytes.end(), to.end() - static_cast<std::ptrdiff_t>(bytes.size()));
+}
+
+}  // namespace
+
+// ---- The file ---------------------------------------------------------------
+
+void SumsFile::clear() {
+    files_.clear();
+    loaded_.reset();
+}
+
+bool SumsFile::load() {
+    clear();
+    loaded_ = SysFactory::createMmFile(path_.c_str());
+    if (!loaded_->open()) return false;
+    const std::span<const std::byte> content = loaded_->content();
+    if (decode({content.data(), content.data() + content.size()})) return true;
+    clear();
+    return false;
+}
+
+bool SumsFile::decode(ByteRange bytes) {
+    const std::byte* const start = bytes.at();
+    const std::byte* const magic = bytes.take(MAGIC.size());
+    std::uint32_t version = 0, block = 0, count = 0, size = 0, check = 0;
+    if (!magic || std::string_view(reinterpret_cast<const char*>(magic), MAGIC.size()) != MAGIC)
+        return false;
+    if (!bytes.takeInteger(version) || version != VERSION || !bytes.takeInteger(block) ||
+        block != BlockSums::BLOCK || !bytes.takeInteger(count))
+        return false;
+    std::vector<std::pair<std::wstring, unsigned>> files;
+    std::wstring name;
+    for (; count > 0; --count) {
+        if (!takeName(bytes, name) || !bytes.takeInteger(size)) return false;
+        files.emplace_back(name, size);
+    }
+    const std::span<const std::byte> header(start, bytes.at());
+    if (!bytes.takeInteger(check) || check != crc32c(header)) return false;
+    for (const auto& [file, length] : files) {
+        const std::byte* const sums =
+            bytes.take(std::size_t{BlockSums::SUM} * BlockSums::blocksOf(length));
+        if (!sums) return false;
+        files_[file] = std::make_unique<BlockSums>(file, length, sums);
+    }
+    return bytes.empty();
+}
+
+bool SumsFile::write() const {
+    std::vector<std::byte> bytes;
+    append(bytes, std::as_bytes(std::span(MAGIC)));
+    for (const std::uint32_t value :
+         {VERSION, std::uint32_t{BlockSums::BLOCK}, static_cast<std::uint32_t>(files_.size())})
+        appendInteger(bytes, value);
+    for (const auto& [name, sums] : files_) {
+        appendName(bytes, name);
+        appendInteger(bytes, sums->size());
+    }
+    appendInteger(bytes, crc32c(bytes));
+    for (const auto& [name, sums] : files_) append(bytes, sums->sums());
+    return writeSmallFile(newPath(), bytes.data(), static_cast<unsigned>(bytes.size())) &&
+           syncFile(newPath());
+}
+
+bool SumsFile::replace() const {
+    return renameFile(newPath().c_str(), path_.c_str()) == 0;
+}
+
+void SumsFile::erase() const {
+    removeFile(path_.c_str());
+    removeFile(newPath().c_str());
+}
+
+// ---- Its files --------------------------------------------------------------
+
+BlockSums* SumsFile::find(const std::wstring& path) {
+    const auto found = files_.find(nameOf(path));
+    return found == files_.end() ? nullptr : found->second.get();
+}
+
+BlockSums& SumsFile::add(const std::wstring& path) {
+    const std::wstring name = nameOf(path);
+    return *(files_[name] = std::make_unique<BlockSums>(name, 0, nullptr));
+}
+
+void SumsFile::rename(const std::wstring& from, const std::wstring& to) {
+    auto moved = files_.extract(nameOf(from));
+    if (moved.empty()) return;
+    moved.key() = nameOf(to);
+    moved.mapped()->rename(moved.key());
+    files_.erase(moved.key());
+    files_.insert(std::move(moved));
+}
+
+void SumsFile::remove(const std::wstring& path) {
+    files_.erase(nameOf(path));
+}
+
+bool SumsFile::holds(const std::wstring& path) {
+    SummedFile file;
+    const bool whole = file.open(path.c_str(), this) == OpenResult::ok && file.holdsAll();
+    return file && file.close() && whole;
+}
+
+bool SumsFile::takeUp(const std::wstring& path) {
+    const auto file = SysFactory::createMmFile(path.c_str());
+    if (!file->open()) return false;
+    add(path).take(*file);
+    return true;
+}
+
+bool SumsFile::damaged() const {
+    return std::any_of(files_.begin(), files_.end(),
+                       [](const auto& file) { return file.second->damaged(); });
+}
+
+// ---- One of them ------------------------------------------------------------
+
+OpenResult SummedFile::open(const wchar_t* path, SumsFile* sums) {
+    auto file = SysFactory::createMmFile(path);
+    if (!file->open()) return OpenResult::failed;
+    sums_ = sums ? sums->find(path) : nullptr;
+    if (sums && !(sums_ && sums_->open(*file))) return OpenResult::damaged;
+    file_ = std::move(file);
+    return OpenResult::ok;
+}
+
+bool SummedFile::create(const wchar_t* path, SumsFile* sums) {
+    auto file = SysFactory::createMmFile(path);
+    if (!file->create()) return false;
+    sums_ = sums ? &sums->add(path) : nullptr;
+    if (sums_) sums_->open(*file);
+    file_ = std::move(file);
+    return true;
+}
+
+bool SummedFile::close() {
+    if (sums_) sums_->close();
+    return file_->close();
+}
+
+}  // namespace fscanner
