@@ -45,7 +45,7 @@ std::set<std::string> cacheKinds(const std::string& directory) {
 
 /// The files that are there of all kinds: nothing else is ever touched.
 std::vector<fs::path> cacheFiles(const CachePlace& place) {
-    constexpr std::array<const char*, 14> forms = {"directories.{}.dat",
+    constexpr std::array<const char*, 16> forms = {"directories.{}.dat",
                                                    "directories.{}.pxx",
                                                    "directories.{}_idx.dat",
                                                    "directories.{}_ID.idx",
@@ -54,6 +54,8 @@ std::vector<fs::path> cacheFiles(const CachePlace& place) {
                                                    "directories.{}.counter",
                                                    "directories.{}.cuflag",
                                                    "directories.{}.unread",
+                                                   "directories.{}.sums",
+                                                   "directories.{}.sums_new",
                                                    "files.{}.dat",
                                                    "files.{}.pxx",
                                                    "files.{}_idx.dat",
@@ -132,6 +134,30 @@ int showCacheStatus(const Options& options, Output& out) {
         out.write("records:    unreadable: the next search makes it anew\n");
     if (opened) locked.get()->close();
     return STATUS_FOUND;
+}
+
+int checkCache(const Options& options, Output& out) {
+    const CachePlace place = CachePlace::of(options);
+    const LockedCache locked(place, options);
+    if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
+    fscanner::FsCacheCheck check;
+    if (!locked.get()) return reportNone(place, out);
+    if (!locked.get()->check(check)) {
+        complain(place.failure(fscanner::FS_CACHE_FAILURE));
+        return STATUS_FAILURE;
+    }
+    if (check.files == 0 && check.problems.empty()) return reportNone(place, out);
+    out.write("directory:  ");
+    out.writeForeign(toBytes(place.directory));
+    out.write(fmt::format("\nchecked:    {} files, {}\n", check.files, sizeText(check.bytes)));
+    for (const std::wstring& problem : check.problems) {
+        out.write("problem:    ");
+        out.writeForeign(toBytes(problem));
+        out.write("\n");
+    }
+    const bool good = check.problems.empty();
+    out.write(good ? "state:      good\n" : "state:      damaged: the next search makes it anew\n");
+    return good ? STATUS_FOUND : STATUS_FAILURE;
 }
 
 int compactCache(const Options& options, Output& out) {

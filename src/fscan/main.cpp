@@ -32,6 +32,8 @@ namespace {
 
 int cacheTask(const Options& options, Output& out) {
     switch (options.cacheTask) {
+        case CacheTask::check:
+            return checkCache(options, out);
         case CacheTask::compact:
             return compactCache(options, out);
         case CacheTask::clear:

@@ -25,7 +25,7 @@ enum class OutputForm { plain, longer, json, jsonArray, csv };
 enum class WhenToUse { automatic, always, never };
 
 /// What is to be done with the cache instead of searching.
-enum class CacheTask { none, status, compact, clear };
+enum class CacheTask { none, status, check, compact, clear };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {

@@ -133,6 +133,9 @@ void addOthers(CLI::App& app, Options& options) {
     addCacheTask(app, options, "--cache-status", CacheTask::status,
                  "Tell where the cache is and what it holds")
         ->group(group);
+    addCacheTask(app, options, "--cache-check", CacheTask::check,
+                 "Compare the cache's files with their checksums")
+        ->group(group);
     addCacheTask(app, options, "--cache-compact", CacheTask::compact,
                  "Give the space of removed records back, if there are many")
         ->group(group);

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <ctime>
+#include <functional>
 #include <thread>
 
 #include "fscanner/engine/cache.h"
@@ -107,7 +108,8 @@ TEST_F(CacheTest, ExplainsWithoutSearching) {
 }
 
 TEST_F(CacheTest, StatusCompactingAndClearing) {
-    for (const char* task : {"--cache-status", "--cache-compact", "--cache-clear"}) {
+    for (const char* task :
+         {"--cache-status", "--cache-check", "--cache-compact", "--cache-clear"}) {
         const RunResult none = run({task});
         EXPECT_EQ(none.status, 1) << task;
         EXPECT_THAT(none.out, HasSubstr("no cache\n"));
@@ -127,6 +129,54 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
         left.push_back(entry.path().filename());
     EXPECT_THAT(left, testing::UnorderedElementsAre("mine", "files.dat", "files.mine.dat"));
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+}
+
+TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
+    const auto file = [this](const std::string& ending) {
+        for (const auto& entry : std::filesystem::directory_iterator(cacheDirectory()))
+            if (entry.path().native().ends_with(ending)) return entry.path();
+        return std::filesystem::path();
+    };
+    const auto change = [&](const std::string& ending, std::size_t at) {
+        std::string bytes = fscanner::readWholeFile(file(ending));
+        bytes.at(at) = static_cast<char>(bytes.at(at) + 1);
+        fscanner::writeWholeFile(file(ending), bytes);
+    };
+    const struct {
+        const char* what;
+        std::function<void()> damage;
+        const char* problem;
+    } table[] = {
+        {"a byte that no search needs", [&] { change("_PARENTID.idx", 100000); },
+         "_PARENTID.idx: bytes 98304 to 102399 are not what was written\n"},
+        {"a letter", [&] { change("_FILENAME.idx", 5); }, "_FILENAME.idx: bytes 0 to 4095 are"},
+        {"a longer file", [&] { fscanner::writeWholeFile(file(".counter"), "12345"); },
+         ".counter: has 5 bytes instead of 4\n"},
+        {"no file", [&] { std::filesystem::remove(file(".unread")); }, ".unread: missing\n"},
+        {"no checksums", [&] { std::filesystem::remove(file(".sums")); },
+         ".sums: missing or damaged\n"},
+        {"a mark", [&] { fscanner::writeWholeFile(file(".sums").replace_extension("cuflag"), ""); },
+         "problem:    it is marked: its last use was interrupted, or found it damaged\n"},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.what);
+        EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+        const RunResult good = run({"--cache-check"});
+        EXPECT_EQ(good.status, 0);
+        EXPECT_THAT(good.out, testing::ContainsRegex("checked:    13 files, [0-9.]+M\n"));
+        EXPECT_THAT(good.out, HasSubstr("\nstate:      good\n"));
+        row.damage();
+        // Once found, it is marked.
+        for (const char* problem :
+             {row.problem,
+              "problem:    it is marked: its last use was interrupted, or found it damaged\n"}) {
+            const RunResult bad = run({"--cache-check"});
+            EXPECT_EQ(bad.status, 4);
+            EXPECT_THAT(bad.out, HasSubstr(problem));
+            EXPECT_THAT(bad.out, HasSubstr("state:      damaged: the next search makes it anew\n"));
+        }
+    }
+    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
 }
 
 TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {

@@ -9,6 +9,7 @@
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/fs/fs_query.h"
+#include "fscanner/store/sums_file.h"
 
 namespace fscanner {
 
@@ -47,6 +48,13 @@ public:
     bool isMarked() const { return std::filesystem::exists(directory_.path("dirs.cuflag")); }
     const TempTree& directory() const { return directory_; }
     std::string counter() const { return readWholeFile(directory_.path("dirs.counter")); }
+    /// Of a cache that is closed: as if so many directories had been given an ID.
+    void setCounter(const std::string& bytes) const {
+        SumsFile sums(directory_.wide("dirs.sums"));
+        writeWholeFile(directory_.path("dirs.counter"), bytes);
+        EXPECT_TRUE(sums.load() && sums.takeUp(directory_.wide("dirs.counter")) && sums.write() &&
+                    sums.replace());
+    }
 
 private:
     TempTree directory_;

@@ -220,10 +220,9 @@ TEST_F(CacheTest, CreationAndItsCodes) {
     EXPECT_EQ(second->create(0, FS_CACHE_OPEN), FS_CACHE_ALREADY_OPENED);
     EXPECT_EQ(second->executeQuery(writer, query, kMinute, kDay), FS_CACHE_UNUSABLE);
     // The counter has a limit.
-    const std::string counter = cache.directory().path("dirs.counter");
-    writeWholeFile(counter, "\x34\x33\x33\xf3");
+    cache.setCounter("\x34\x33\x33\xf3");
     EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), FS_CACHE_FAILURE);
-    writeWholeFile(counter, "\x33\x33\x33\xf3");
+    cache.setCounter("\x33\x33\x33\xf3");
     EXPECT_EQ(cache.make()->create(0, FS_CACHE_OPEN), 0);
     FS_Cache unmarked(L"u", L"v", cache.directory().wide().c_str(), false, false, false);
     EXPECT_EQ(unmarked.create(0, FS_CACHE_CREATE), 0);
@@ -236,11 +235,10 @@ TEST_F(CacheTest, CreationAndItsCodes) {
 }
 
 TEST_F(CacheTest, IdsGoBeyondTheSignedRange) {
-    const std::string counter = cache.directory().path("dirs.counter");
     everything();
     found(cache);
     for (const unsigned last : {0x7fU, 0x80U, 0xf2U}) {
-        writeWholeFile(counter, std::string("\xfe\xff\xff") + static_cast<char>(last));
+        cache.setCounter(std::string("\xfe\xff\xff") + static_cast<char>(last));
         const std::size_t before = found(cache, FS_CACHE_REBUILD).size();
         EXPECT_GE(static_cast<unsigned char>(cache.counter().back()), last) << "it was made anew";
         tree.file("later" + std::to_string(last));

@@ -5,17 +5,20 @@
 #include <vector>
 
 #include "engine/cache_user.h"
+#include "fscanner/common/utf8.h"
 #include "fscanner/fs/fs_direct.h"
+#include "fscanner/store/sums_file.h"
 
 namespace fscanner {
 
-/// The files of `CacheUser`'s cache, index files last.
-inline constexpr std::array<const char*, 13> kCacheFiles = {
-    "dirs.dat",         "dirs.pxx",           "dirs_idx.dat",     "dirs.counter",
-    "files.dat",        "files.pxx",          "files_idx.dat",    "dirs.unread",
-    "dirs_ID.idx",      "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx",
-    "dirs_PARENTID.idx"};
-inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 8;
+/// The files of `CacheUser`'s cache, index files and then the checksums last.
+inline constexpr std::array<const char*, 14> kCacheFiles = {
+    "dirs.dat",          "dirs.pxx",           "dirs_idx.dat",     "dirs.counter",
+    "files.dat",         "files.pxx",          "files_idx.dat",    "dirs.unread",
+    "dirs_ID.idx",       "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx",
+    "dirs_PARENTID.idx", "dirs.sums"};
+inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 8,
+                             kSums = 13;
 /// The query that goes by the index of names.
 inline constexpr std::size_t kExactName = 3;
 
@@ -32,6 +35,7 @@ public:
         CollectingWriter writer;
         EXPECT_EQ(cache.query(writer, *queries[0]), 0);
         EXPECT_EQ(writer.sorted(), answers[0]);
+        for (const char* name : kCacheFiles) earlier_.push_back(readWholeFile(path(name)));
         // Removed records, unused slots and a second generation of IDs.
         EXPECT_EQ(cache.query(writer, *queries[1], 0U - 10), 0);
         for (const char* name : kCacheFiles) good_.push_back(readWholeFile(path(name)));
@@ -39,6 +43,8 @@ public:
 
     std::string path(const std::string& name) const { return cache.directory().path(name); }
     const std::string& good(std::size_t file) const { return good_[file]; }
+    /// Before a part of the tree was built again.
+    const std::string& earlier(std::size_t file) const { return earlier_[file]; }
 
     /// Puts back every file, and takes away all others.
     void restore() const {
@@ -52,6 +58,14 @@ public:
     }
     void cut(std::size_t file, std::size_t length) const {
         std::filesystem::resize_file(path(kCacheFiles[file]), length);
+    }
+
+    /// Makes the checksums those of the files as they are.
+    void sumUp() const {
+        SumsFile sums(toWide(path(kCacheFiles[kSums])));
+        for (std::size_t i = 0; i < kSums; ++i)
+            EXPECT_TRUE(sums.takeUp(toWide(path(kCacheFiles[i]))));
+        EXPECT_TRUE(sums.write() && sums.replace());
     }
 
     /// Whether something lies where a file should: it must not be removed.
@@ -100,6 +114,7 @@ private:
         answers.push_back(writer.sorted());
     }
 
+    std::vector<std::string> earlier_;
     std::vector<std::string> good_;
 };
 

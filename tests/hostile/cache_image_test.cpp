@@ -24,7 +24,7 @@ std::string word(std::uint32_t value) {
 class CacheDamage : public testing::TestWithParam<bool> {
 protected:
     CacheDamage() : image(GetParam()) {
-        for (std::size_t i = kFirstIndexFile; i < kCacheFiles.size(); ++i)
+        for (std::size_t i = kFirstIndexFile; i < kSums; ++i)
             for (std::size_t at = 0; at < image.good(i).size(); at += kSlot)
                 if (image.good(i).compare(at, 4, word(~0U)) != 0) used_[i].push_back(at);
     }
@@ -33,13 +33,14 @@ protected:
     std::size_t usedSlot(std::size_t file) { return used_[file][below(used_[file].size())]; }
     // Where a change can matter: of an index most heads are empty.
     std::size_t place(std::size_t file) {
-        if (file < kFirstIndexFile || below(8) == 0) return below(image.good(file).size());
+        if (!used_.contains(file) || below(8) == 0) return below(image.good(file).size());
         return usedSlot(file) + below(kSlot);
     }
     void setNext(std::size_t file, std::size_t slot, std::size_t next) {
         image.overwrite(file, slot + 4, word(static_cast<std::uint32_t>(next / kSlot)));
     }
-    std::string damageAtRandom();
+    std::size_t blockOf(std::size_t file, std::size_t block);
+    std::string damageAtRandom(unsigned kinds);
     static bool cannotBeTold(const std::string& what, std::size_t query);
     void trial(const std::string& what);
     void expectRightAnswers();
@@ -50,12 +51,16 @@ protected:
     std::size_t images_ = 0;
 };
 
-// What was done, ending in the file's name.
-std::string CacheDamage::damageAtRandom() {
+// The place of a block of this length in the file, or of what the file has instead.
+std::size_t CacheDamage::blockOf(std::size_t file, std::size_t block) {
+    return below(image.good(file).size() / block + 1) * block % (image.good(file).size() + 1);
+}
+
+std::string CacheDamage::damageAtRandom(unsigned kinds) {
     std::size_t file = below(kCacheFiles.size());
-    const std::size_t index = kFirstIndexFile + below(kCacheFiles.size() - kFirstIndexFile);
+    const std::size_t index = kFirstIndexFile + below(kSums - kFirstIndexFile);
     const std::size_t slot = usedSlot(index), other = usedSlot(index);
-    const unsigned kind = static_cast<unsigned>(below(6));
+    const unsigned kind = static_cast<unsigned>(below(kinds));
     if (kind == 0) {
         const std::size_t at = place(file);
         const int flipped = image.good(file)[at] ^ (1 << below(8));
@@ -67,17 +72,38 @@ std::string CacheDamage::damageAtRandom() {
         file = index;
         setNext(file, slot, kind == 3 ? slot : other);
         if (kind == 4) setNext(file, other, slot);
-    } else {
+    } else if (kind == 5) {
         file = below(2) ? kDirectoriesOffsets : kFilesOffsets;
         image.overwrite(file, below(image.good(file).size() / 4) * 4,
                         word(static_cast<std::uint32_t>(below(2) ? random_() : below(40000))));
+    } else if (kind == 6) {
+        const std::size_t at = place(file);
+        const std::size_t length = std::min(image.good(file).size() - at, 1 + below(9000));
+        image.overwrite(file, at, std::string(length, '\0'));
+    } else if (kind == 7) {
+        image.cut(file, below(image.good(file).size()));
+    } else {
+        // Blocks change places, or one comes from the files of before.
+        const std::size_t block = std::size_t{512} << below(6);
+        const std::size_t from = blockOf(file, block), to = blockOf(file, block);
+        const std::string& content = image.good(file);
+        if (kind == 9) {
+            image.overwrite(file, to,
+                            image.earlier(file).substr(std::min(to, image.earlier(file).size()),
+                                                       std::min(block, content.size() - to)));
+        } else {
+            const std::size_t length = std::min(block, content.size() - std::max(from, to));
+            image.overwrite(file, to, content.substr(from, length));
+            image.overwrite(file, from, content.substr(to, length));
+        }
     }
     return "damage " + std::to_string(kind) + " in " + kCacheFiles[file];
 }
 
-// Values have no checksum: what stands for another value of the same form is one. And
-// a lookup sees neither an entry that reads as removed nor the end of a cut chain.
+// Where the checksums were made right again, what stands for another value of the same form is
+// one. And a lookup sees neither an entry that reads as removed nor the end of a cut chain.
 bool CacheDamage::cannotBeTold(const std::string& what, std::size_t query) {
+    if (!what.starts_with("summed")) return false;
     const bool hides = what.ends_with("in files.pxx") || what.ends_with("in files_FILENAME.idx");
     return what.ends_with("in files.dat") || what.ends_with("in dirs.dat") ||
            (query == kExactName && hides);
@@ -109,8 +135,17 @@ void CacheDamage::expectRightAnswers() {
     }
 }
 
-TEST_P(CacheDamage, BytesWordsAndChains) {
-    for (int i = 0; i < 250 * faultScale() && !HasFailure(); ++i) trial(damageAtRandom());
+TEST_P(CacheDamage, BytesWordsChainsAndBlocks) {
+    for (int i = 0; i < 250 * faultScale() && !HasFailure(); ++i) trial(damageAtRandom(10));
+}
+
+// The files are compared with each other, too.
+TEST_P(CacheDamage, WhatHasTheRightChecksums) {
+    for (int i = 0; i < 150 * faultScale() && !HasFailure(); ++i) {
+        const std::string what = damageAtRandom(6);
+        image.sumUp();
+        trial("summed " + what);
+    }
 }
 
 TEST_P(CacheDamage, EveryFileCutOrGrown) {

@@ -169,6 +169,10 @@ bool FS_Cache::report(FsCacheReport& report) {
     });
 }
 
+bool FS_Cache::check(FsCacheCheck& result) {
+    return operate("FS_Cache::check", false, false, [&] { return store_->check(result); });
+}
+
 int FS_Cache::startMonitor(FsMonitor*) {
     return 0;
 }

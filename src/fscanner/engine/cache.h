@@ -56,6 +56,13 @@ struct FSCANNER_EXPORT FsCacheReport {
     unsigned long long removedRecords = 0;  ///< that still take space until `compact`
 };
 
+/// What a check of a cache's files found.
+struct FSCANNER_EXPORT FsCacheCheck {
+    unsigned long long files = 0;        ///< that were compared with their checksums
+    unsigned long long bytes = 0;        ///< that these have
+    std::vector<std::wstring> problems;  ///< what is wrong, a line each; none in a sound cache
+};
+
 /// A directory of the disk that remembers trees of the file system, so that later
 /// searches need not walk them.
 ///
@@ -135,6 +142,10 @@ public:
     /// cache holds. False when the cache is not open, broken, or found damaged.
     bool explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport& report);
     bool report(FsCacheReport& report);
+    /// Instead of `create`, while the lock is held: compares all files with their checksums, where
+    /// a search compares what it reads. The next `create` makes a cache with a problem anew. No
+    /// files and no problem: there is no cache. False when this object was opened before.
+    bool check(FsCacheCheck& result);
 
     /// Reserved; 0, and the monitor is not kept.
     int startMonitor(FsMonitor* monitor);

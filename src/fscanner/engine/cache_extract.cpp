@@ -158,8 +158,11 @@ int Extraction::run() {
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
-    // A lookup meets few of the offsets; who reads all records must not miss one.
-    if (!files.walksIndex() && !store_.files().checkOffsets()) return FS_CACHE_UNUSABLE;
+    // A lookup meets few of the offsets; who reads all records must not miss one, and gives none
+    // out before all are known to be right.
+    const bool readsAll = !files.walksIndex();
+    if (readsAll && !(store_.recordsHold() && store_.files().checkOffsets()))
+        return FS_CACHE_UNUSABLE;
     bool found = files.moveFirst();
     for (; found; found = files.moveNext())
         if (const int status = take(!filtersHere_)) return status;

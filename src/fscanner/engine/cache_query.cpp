@@ -62,6 +62,8 @@ int CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* 
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
     const Found found = find(pair);
+    // What was not found because of damage must not be built beside it.
+    if (store_.damaged()) return FS_CACHE_UNUSABLE;
     // The observer has heard of the scan.
     if (isRefreshed(pair, found)) return FS_CACHE_SUCCESS;
     if (!isYoung(found.built)) return refresh(plan, pair, found, name);
@@ -151,6 +153,7 @@ int CacheQuery::monitored(const QueryPlan& plan) {
         debug("%s - scanning [%ls] path...\n", kMonitored, path);
         const bool local = QueryPlan::isLocal(pair);
         const unsigned built = local ? find(pair).built : 0;
+        if (store_.damaged()) return FS_CACHE_UNUSABLE;
         if (built != 0) {
             debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
             tellOfCached(path, built);

@@ -10,6 +10,7 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_check.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/small_file.h"
@@ -20,6 +21,7 @@ namespace fscanner {
 const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
+const wchar_t* CacheSumsSuffix = L".sums";
 const wchar_t* field_ID = L"ID";
 
 namespace {
@@ -145,6 +147,7 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
         return;
     }
     directory_ = *realDirectory;
+    sums_ = std::make_unique<SumsFile>(path(CacheSumsSuffix));
     const std::wstring mutexName = accessMutexName(directory_);
     debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", mutexName.c_str());
     directoryLock_ = std::make_unique<DirectoryLock>(directory_);
@@ -157,8 +160,8 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
 
 CacheStore::~CacheStore() = default;
 
-std::wstring CacheStore::path(const wchar_t* suffix) const {
-    return directory_ + (directory_.ends_with(L'/') ? L"" : L"/") + directoriesName_ + suffix;
+std::wstring CacheStore::pathOf(const std::wstring& table, const wchar_t* suffix) const {
+    return directory_ + (directory_.ends_with(L'/') ? L"" : L"/") + table + suffix;
 }
 
 // ---- Locking ----------------------------------------------------------------
@@ -297,6 +300,10 @@ bool CacheStore::openCache() {
         broken_ = true;
         return false;
     }
+    if (!sums_->load() || !smallFilesHold()) {
+        debug("FS_Cache::openCache - checksums are missing or do not fit!\n");
+        return false;
+    }
     files_ = openTable(filesName_, TableKind::files());
     if (!files_) {
         debug("FS_Cache::openCache - open tbFiles failed!\n");
@@ -309,12 +316,23 @@ bool CacheStore::openCache() {
         return false;
     }
     debug("FS_Cache::openCache() - directoriesIndex = %d\n", static_cast<int>(directoriesIndex_));
-    unread_.load(path(CacheUnreadSuffix), directoriesIndex_);
+    loadUnread();
     beginCacheUpdate();
     broken_ = false;
     openRecordSets();
     debug("FS_Cache::openCache - cache opened!\n");
     return true;
+}
+
+// Without it the cache is good: only nothing is known of its directories.
+void CacheStore::loadUnread() {
+    const std::wstring file = path(CacheUnreadSuffix);
+    if (sums_->holds(file)) {
+        unread_.load(file, directoriesIndex_);
+    } else {
+        unread_.reset(directoriesIndex_);
+        sums_->remove(file);
+    }
 }
 
 void CacheStore::openRecordSets() {
@@ -329,6 +347,7 @@ void CacheStore::openRecordSets() {
 std::unique_ptr<FS_Table> CacheStore::openTable(const std::wstring& name, const TableKind& kind) {
     debug("FS_Cache::openTable - entering... [%ls]\n", name.c_str());
     auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
+    table->keepSums(sums_.get());
     if (!table->open() || !kind.fits(*table)) table.reset();
     debug("FS_Cache::openTable - exit. [retValue is %d]\n", table ? 1 : 0);
     return table;
@@ -338,6 +357,7 @@ std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, cons
                                                   const char* step) {
     debug("FS_Cache::%s - entering...\n", step);
     auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
+    table->keepSums(sums_.get());
     if (kind.addTo(*table) && table->create()) {
         kind.addIndexes(*table, name);
     } else {
@@ -371,7 +391,8 @@ bool CacheStore::close() {
     for (FS_Table* table : {files_.get(), directories_.get()})
         if (table && table->isOpen() && !table->close()) broken_ = true;
     filesRecords_ = directoryRecords_ = ancestorRecords_ = RecordSet();
-    if (changed_ && !bringToDisk()) broken_ = true;
+    if (damaged()) broken_ = true;
+    if (changed_ && !broken_ && !bringToDisk()) broken_ = true;
     open_ = false;
     changed_ = false;
     if (broken_ && readOnly_) placeMark();
@@ -383,7 +404,8 @@ bool CacheStore::close() {
 // The files beside the tables; the tables did it when they were closed.
 bool CacheStore::bringToDisk() {
     return unread_.save(path(CacheUnreadSuffix), directoriesIndex_) &&
-           syncFile(path(CacheCounterSuffix)) && syncDirectory(directory_);
+           syncFile(path(CacheCounterSuffix)) && takeUpSmallFiles() && saveSums() &&
+           syncDirectory(directory_);
 }
 
 bool CacheStore::isCompactionDue() {
@@ -404,7 +426,7 @@ bool CacheStore::compact() {
         directories_->compact(kCompactionPercent) && files_->compact(kCompactionPercent);
     if (!compactionDue_) return compacted;
     // A compaction that failed may have left files of two generations: the mark stays.
-    const bool onDisk = syncDirectory(directory_);
+    const bool onDisk = compacted && saveSums() && syncDirectory(directory_);
     changed_ = false;
     if (compacted && onDisk) endCacheUpdate();
     return compacted && onDisk;
@@ -419,7 +441,62 @@ bool CacheStore::remove() {
 }
 
 bool CacheStore::damaged() const {
-    return (files_ && files_->damaged()) || (directories_ && directories_->damaged());
+    return (sums_ && sums_->damaged()) || (files_ && files_->damaged()) ||
+           (directories_ && directories_->damaged());
+}
+
+// ---- Checksums --------------------------------------------------------------
+
+bool CacheStore::recordsHold() {
+    return directories_->holdsAll() && files_->holdsAll();
+}
+
+// The files that are written whole, but that of unread directories.
+std::array<std::wstring, 3> CacheStore::smallFiles() const {
+    return {path(CacheCounterSuffix), path(FS_Table::INDEX_LIST_SUFFIX),
+            pathOf(filesName_, FS_Table::INDEX_LIST_SUFFIX)};
+}
+
+bool CacheStore::smallFilesHold() {
+    const auto files = smallFiles();
+    return std::all_of(files.begin(), files.end(),
+                       [this](const std::wstring& file) { return sums_->holds(file); });
+}
+
+bool CacheStore::takeUpSmallFiles() {
+    const auto files = smallFiles();
+    return sums_->takeUp(path(CacheUnreadSuffix)) &&
+           std::all_of(files.begin(), files.end(),
+                       [this](const std::wstring& file) { return sums_->takeUp(file); });
+}
+
+// Searches read what they need: one may go on for long without the part that is damaged.
+bool CacheStore::check(FsCacheCheck& result) {
+    if (!initialized_ || opened_) return false;
+    result = FsCacheCheck();
+    if (insideCacheUpdate()) {
+        result.problems.emplace_back(
+            L"it is marked: its last use was interrupted, or found it damaged");
+        return true;
+    }
+    if (!isThere()) return true;
+    if (compareWithSums(path(CacheSumsSuffix), result)) {
+        if (create(0, FS_CACHE_OPEN) != FS_CACHE_SUCCESS || !isSound())
+            result.problems.emplace_back(L"its files do not fit each other");
+        close();
+    }
+    if (!result.problems.empty()) placeMark();
+    return true;
+}
+
+// When everything else is on disk.
+bool CacheStore::saveSums() {
+    return sums_->write() && sums_->replace();
+}
+
+bool CacheStore::isThere() const {
+    return presenceOf(path(CacheCounterSuffix)) != Presence::absent ||
+           presenceOf(path(CacheSumsSuffix)) != Presence::absent;
 }
 
 // ---- Mark and counter -------------------------------------------------------
@@ -432,7 +509,7 @@ bool CacheStore::placeMark() {
 bool CacheStore::beginChanges() {
     if (readOnly_) return false;
     if (changed_) return true;
-    if (open_ && !isSound()) return false;
+    if (open_ && (damaged() || !isSound())) return false;
     if (cacheChecker_ && !(placeMark() && syncDirectory(directory_))) return false;
     changed_ = true;
     return true;
@@ -499,6 +576,8 @@ void CacheStore::expectPatterns() {
 void CacheStore::removeSmallFiles() {
     removeFile(path(CacheCounterSuffix).c_str());
     removeFile(path(CacheUnreadSuffix).c_str());
+    sums_->clear();
+    sums_->erase();
 }
 
 }  // namespace fscanner

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <map>
 #include <memory>
@@ -16,11 +17,14 @@
 
 namespace fscanner {
 
-/// Suffixes of the mark, of the counter and of the unread directories, and the name of a
-/// directory's number.
+struct FsCacheCheck;
+
+/// Suffixes of the mark, of the counter, of the unread directories and of the checksums, and the
+/// name of a directory's number.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
+extern const wchar_t* CacheSumsSuffix;
 extern const wchar_t* field_ID;
 
 /// Whether the files of a cache can be looked up by this field.
@@ -129,8 +133,13 @@ public:
     /// Opened under a shared lock: nothing is changed.
     bool readOnly() const { return readOnly_; }
     void markBroken() { broken_ = true; }
-    /// Whether a file of the tables was found damaged.
+    /// Whether a file of the cache was found damaged.
     bool damaged() const;
+    /// Whether all that a scan of all records reads is as it was written.
+    bool recordsHold();
+    /// Instead of `create`: compares every file with its checksums, and the tables' files with
+    /// each other. What is found damaged gets the mark. False when it could not be tried.
+    bool check(FsCacheCheck& result);
 
     /// To be called before the first change of a session: puts the mark on disk, so
     /// that a change can never be there without it. False when that fails.
@@ -167,11 +176,13 @@ public:
 private:
     bool createCache();
     bool openCache();
+    void loadUnread();
     void openRecordSets();
     std::unique_ptr<FS_Table> createTable(const std::wstring& name, const TableKind& kind,
                                           const char* step);
     std::unique_ptr<FS_Table> openTable(const std::wstring& name, const TableKind& kind);
-    std::wstring path(const wchar_t* suffix) const;
+    std::wstring path(const wchar_t* suffix) const { return pathOf(directoriesName_, suffix); }
+    std::wstring pathOf(const std::wstring& table, const wchar_t* suffix) const;
     int lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
     int lockedResult(int status);
 
@@ -181,6 +192,11 @@ private:
     bool placeMark();
     bool getDirectoriesIDCounter();
     void removeSmallFiles();
+    std::array<std::wstring, 3> smallFiles() const;
+    bool smallFilesHold();
+    bool takeUpSmallFiles();
+    bool saveSums();
+    bool isThere() const;
     bool isCompactionDue();
     bool isSound();
     bool hasNoIdAboveCounter();
@@ -204,6 +220,7 @@ private:
     unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
     std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
     UnreadDirectories unread_;
+    std::unique_ptr<SumsFile> sums_;
     CacheLookups lookups_;
     std::unique_ptr<AbstractSync> accessMutex_;
     std::unique_ptr<DirectoryLock> directoryLock_;
