@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,10 +10,15 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
 
+#include "file_details.h"
 #include "messages.h"
-#include "options.h"
 #include "output.h"
+#include "search_run.h"
+#include "text.h"
 
 namespace fscan {
 
@@ -80,48 +86,157 @@ private:
     std::array<struct sigaction, 2> before_{};
 };
 
-/// Runs a command to its end. An errno where it cannot be started, or 0 and its status as
-/// waitpid gives it.
-int runToEnd(char* const* arguments, int& status) {
+/// Runs a program to its end, in an open directory if one is given. An errno where it cannot
+/// be started, or 0 and its status as waitpid gives it.
+int runToEnd(const std::string& program, char* const* arguments, std::optional<int> directory,
+             int& status) {
     const KeysForCommand keys;
+    posix_spawn_file_actions_t actions;
+    if (const int error = posix_spawn_file_actions_init(&actions)) return error;
     pid_t child = -1;
-    if (const int error = posix_spawnp(&child, arguments[0], nullptr, nullptr, arguments, environ))
-        return error;
+    int error = 0;
+    if (directory) error = posix_spawn_file_actions_addfchdir_np(&actions, *directory);
+    if (error == 0)
+        error = posix_spawnp(&child, program.c_str(), &actions, nullptr, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) return error;
     while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
     }
     return 0;
 }
 
+/// The first directory of PATH that depends on where a program runs, if there is one.
+std::optional<std::string> relativeProgramDirectory() {
+    const char* const variable = std::getenv("PATH");
+    if (variable == nullptr) return std::nullopt;
+    std::string_view rest = variable;
+    for (;;) {
+        const std::size_t colon = rest.find(':');
+        const std::string_view directory = rest.substr(0, colon);
+        if (!directory.starts_with('/')) return std::string(directory);
+        if (colon == rest.npos) return std::nullopt;
+        rest.remove_prefix(colon + 1);
+    }
+}
+
+/// What is to be run for the first word of a command. Its path is that of the directory where
+/// we run, not of one where others put files; a match that is run itself lies in its own.
+std::string programOf(const std::string& word, CommandUse use) {
+    const bool isMatch = word.find(placeholder) != word.npos;
+    if (use != CommandUse::inDirectory || isMatch || word.find('/') == word.npos) return word;
+    std::error_code error;
+    return std::filesystem::absolute(word, error).native();
+}
+
+/// The criteria of a user where they read what may have changed in a file.
+std::unique_ptr<fscanner::FsRecordFilter> changeableCriteria(const Search& search) {
+    const std::wstring& where = search.conditions.where;
+    const bool caseSensitive = !search.options.ignoreCase;
+    const auto fields = fscanner::fsCheckCriteria(where.c_str(), caseSensitive).fields;
+    const bool changeable = std::any_of(fields.begin(), fields.end(), [](const auto& field) {
+        return field == L"SIZE" || field == L"ATTR";
+    });
+    if (!changeable) return nullptr;
+    return fscanner::FsRecordFilter::create(where.c_str(), caseSensitive);
+}
+
 }  // namespace
 
-CommandRunner::CommandRunner(const Options& options, Output& out)
-    : MatchConsumer(options.limit),
-      words_(options.batchCommand ? *options.batchCommand : *options.command),
+MatchCheck::MatchCheck(const Search& search, FileExaminer& examiner)
+    : search_(search),
+      examiner_(examiner),
+      place_(search.roots),
+      where_(changeableCriteria(search)) {}
+
+bool MatchCheck::holds(const Match& match) {
+    const FileExaminer::Found found = examine(match);
+    if (found != FileExaminer::Found::there) examiner_.leaveOut(found);
+    return found == FileExaminer::Found::there;
+}
+
+FileExaminer::Found MatchCheck::examine(const Match& match) {
+    using enum FileExaminer::Found;
+    directory_ = &place_.directoryOf(match);
+    const std::string name(match.name());
+    struct stat info {};
+    const FileExaminer::Found found = examiner_.examine(*directory_, name.c_str(), info);
+    if (found != there) return found;
+    if (!isSameKind(match.facts.attributes, FileDetails::of(info).attributes) ||
+        !isWanted(name.c_str(), info))
+        return changed;
+    // The PATH that was given may be a link that leads elsewhere since. What is too long for
+    // the system leads no command anywhere.
+    struct stat named {};
+    if (lstat(std::string(match.path).c_str(), &named) != 0)
+        return errno == ENAMETOOLONG ? there : gone;
+    return named.st_dev == info.st_dev && named.st_ino == info.st_ino ? there : changed;
+}
+
+/// Sizes and permissions may have been old when they were compared.
+bool MatchCheck::isWanted(const char* name, const struct stat& info) {
+    if (!search_.conditions.files.accept(FileDetails::of(info))) return false;
+    if (!where_) return true;
+    record_.clear();
+    record_.setFilePath(directory_->c_str());
+    record_.setFileName(toWide(name).c_str());
+    return record_.updateFrom(info) && where_->matches(record_);
+}
+
+std::unique_ptr<CommandRunner> CommandRunner::create(const Search& search, FileExaminer& examiner,
+                                                     Output& out) {
+    if (search.options.commandUse == CommandUse::inDirectory) {
+        if (const std::optional<std::string> directory = relativeProgramDirectory()) {
+            complain(fmt::format(
+                "--exec-dir: PATH has a directory that is not absolute, \"{}\": programs could "
+                "be taken from the directories of the files",
+                *directory));
+            return nullptr;
+        }
+    }
+    return std::unique_ptr<CommandRunner>(new CommandRunner(search, examiner, out));
+}
+
+CommandRunner::CommandRunner(const Search& search, FileExaminer& examiner, Output& out)
+    : MatchConsumer(search.options.limit),
+      check_(search, examiner),
+      words_(*search.options.command),
+      program_(programOf(words_[0], search.options.commandUse)),
       out_(out),
-      batch_(options.batchCommand.has_value()),
+      use_(search.options.commandUse),
       room_(roomForArguments()),
       wordRoom_(roomForOneArgument()) {
     const bool placed = std::any_of(words_.begin(), words_.end(), [this](const std::string& word) {
-        return batch_ ? word == placeholder : word.find(placeholder) != word.npos;
+        return use_ == CommandUse::forMany ? word == placeholder
+                                           : word.find(placeholder) != word.npos;
     });
     if (!placed) words_.emplace_back(placeholder);
     allRoom_ = room_;
     for (const std::string& word : words_) room_ -= std::min(room_, word.size() + besides);
 }
 
+/// A batch may take long: who waits for it is looked at when it is over.
+bool CommandRunner::admit(const Match& match) {
+    if (!waiting_.empty() && !hasRoom(safePath(match.path))) stopped_ = !runBatch();
+    return check_.holds(match);
+}
+
 bool CommandRunner::consume(const Match& match) {
-    const std::string path = safePath(match.path);
-    if (!batch_) {
+    if (stopped_) return false;
+    const std::string path =
+        use_ == CommandUse::inDirectory ? "./" + std::string(match.name()) : safePath(match.path);
+    if (use_ != CommandUse::forMany) {
         Words words;
         for (const std::string& word : words_) words.push_back(replaced(word, path));
         return fits(words, allRoom_) ? run(words) : leaveOut(path);
     }
     if (!fits({path}, room_)) return leaveOut(path);
-    if (!waiting_.empty() && waitingBytes_ + path.size() + besides > room_ && !runBatch())
-        return false;
     waiting_.push_back(path);
     waitingBytes_ += path.size() + besides;
     return true;
+}
+
+bool CommandRunner::hasRoom(const std::string& path) const {
+    return waitingBytes_ + path.size() + besides <= room_;
 }
 
 bool CommandRunner::fits(const Words& words, std::size_t room) const {
@@ -167,7 +282,10 @@ bool CommandRunner::run(const Words& words) {
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     int status = 0;
-    if (const int error = runToEnd(arguments.data(), status)) {
+    std::optional<int> directory;
+    if (use_ == CommandUse::inDirectory) directory = check_.directory();
+    const std::string& program = words_[0] == words[0] ? program_ : words[0];
+    if (const int error = runToEnd(program, arguments.data(), directory, status)) {
         complain(words[0], error);
         notRun_ = true;
         return false;

@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 
 #include "options.h"
 
@@ -12,6 +13,11 @@ namespace fscan {
 namespace {
 
 using Words = std::vector<std::string>;
+
+const std::map<std::string, CommandUse> commandUses = {{"-e", CommandUse::forEach},
+                                                       {"--exec", CommandUse::forEach},
+                                                       {"--exec-batch", CommandUse::forMany},
+                                                       {"--exec-dir", CommandUse::inDirectory}};
 
 CLI::ParseError wrong(const std::string& text) {
     return {text, CLI::ExitCodes::ExtrasError};
@@ -38,16 +44,17 @@ Words takeCommands(const Words& arguments, Options& options) {
             break;
         }
         const std::string argument = *at++;
-        if (argument == "-e" || argument == "--exec") {
-            options.command = takeWords(at, arguments.end(), argument, ";");
-        } else if (argument == "--exec-batch") {
-            options.batchCommand = takeWords(at, arguments.end(), argument, "+");
-        } else {
+        const auto use = commandUses.find(argument);
+        if (use == commandUses.end()) {
             rest.push_back(argument);
+            continue;
         }
+        if (options.command && options.commandUse != use->second)
+            throw wrong("only one of --exec, --exec-batch, --exec-dir");
+        options.commandUse = use->second;
+        const char* const end = use->second == CommandUse::forMany ? "+" : ";";
+        options.command = takeWords(at, arguments.end(), argument, end);
     }
-    if (options.command && options.batchCommand)
-        throw wrong("--exec and --exec-batch are not for one search");
     return rest;
 }
 

@@ -61,6 +61,11 @@ std::string leftOut(const Completeness& search, const Outcome& outcome) {
         add(fmt::format("{} gone since the search found {}",
                         counted(outcome.gone, "file is", "files are"),
                         outcome.gone == 1 ? "it" : "them"));
+    if (outcome.changed != 0)
+        add(fmt::format("{} changed since the search found {}, and {} left out",
+                        counted(outcome.changed, "file has", "files have"),
+                        outcome.changed == 1 ? "it" : "them",
+                        outcome.changed == 1 ? "was" : "were"));
     if (outcome.unexamined != 0)
         add(counted(outcome.unexamined, "file", "files") + " could not be examined");
     return text;
@@ -99,7 +104,8 @@ const char* reasonText(fscanner::FsSkipReason reason) {
 /// Whether all was searched, by a cache's trees when they were read.
 bool complete(const Completeness& search, const Outcome& outcome) {
     return search.skipped.empty() && search.timedOut.empty() && search.undecided == 0 &&
-           outcome.status <= 1 && outcome.unexamined == 0 && !outcome.cut && !outcome.interrupted;
+           outcome.status <= 1 && outcome.changed == 0 && outcome.unexamined == 0 && !outcome.cut &&
+           !outcome.interrupted;
 }
 
 Json summary(const Completeness& search, const Outcome& outcome) {
@@ -126,6 +132,7 @@ Json summary(const Completeness& search, const Outcome& outcome) {
         object["skipped"].push_back(one);
     }
     object["gone"] = outcome.gone;
+    object["changed"] = outcome.changed;
     object["unexamined"] = outcome.unexamined;
     object["timedOut"] = Json::array();
     for (const std::string& path : search.timedOut) object["timedOut"].push_back(path);

@@ -41,9 +41,10 @@ struct Completeness {
 /// The end of a search.
 struct Outcome {
     unsigned long long matches = 0;
-    /// Files that were left out when it came to telling of them: they are there no more,
-    /// or what they had to be tested for could not be read.
+    /// Files that were left out when it came to telling of them or running commands: they are
+    /// there no more, are others by now, or what they had to be tested for could not be read.
     unsigned long long gone = 0;
+    unsigned long long changed = 0;
     unsigned long long unexamined = 0;
     int status = 0;            ///< of the program, or 128 and the signal that ends it
     bool cut = false;          ///< it ended before all was searched, as nobody wanted more

@@ -94,6 +94,10 @@ FileDetails FileDetails::of(const fscanner::FsFileInfo& record) {
     return details;
 }
 
+bool isSameKind(unsigned attributes, unsigned others) {
+    return attributes == 0 || others == 0 || typeLetter(attributes) == typeLetter(others);
+}
+
 const char* kindText(unsigned attributes) {
     switch (typeLetter(attributes)) {
         case 'l':

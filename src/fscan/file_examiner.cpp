@@ -54,21 +54,25 @@ FileExaminer::Found FileExaminer::examine(const std::wstring& directory, const c
     return S_ISDIR(info.st_mode) ? Found::gone : Found::there;
 }
 
-bool DetailedMatches::take(const Match& match) {
+const std::wstring& MatchPlace::directoryOf(const Match& match) {
     if (directory_.empty() || match.directory() != shown_) {
         shown_ = match.directory();
         directory_ = roots_.realOf(shown_);
     }
+    return directory_;
+}
+
+bool DetailedMatches::take(const Match& match) {
     struct stat info {};
-    const std::string name(match.name());
-    const auto found = examiner_.examine(directory_, name.c_str(), info);
+    const std::wstring& directory = place_.directoryOf(match);
+    const auto found = examiner_.examine(directory, std::string(match.name()).c_str(), info);
     if (found == FileExaminer::Found::gone) {
         examiner_.leaveOut(found);
         return true;
     }
     FileDetails details =
         found == FileExaminer::Found::there ? FileDetails::of(info) : FileDetails::of(match.facts);
-    details.directory = directory_;
+    details.directory = directory;
     Match detailed = match;
     detailed.details = &details;
     return to_.take(detailed);

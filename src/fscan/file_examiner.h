@@ -21,8 +21,9 @@ class FileExaminer {
 public:
     enum class Found {
         there,
-        gone,    ///< no file of this path any more, but perhaps a directory
-        unknown  ///< the system does not tell
+        gone,     ///< no file of this path any more, but perhaps a directory
+        changed,  ///< another kind of file, or one that was not searched for
+        unknown   ///< the system does not tell
     };
 
     FileExaminer() = default;
@@ -32,11 +33,12 @@ public:
 
     /// `directory` is absolute and free of links, `name` the bytes of a name in it.
     Found examine(const std::wstring& directory, const char* name, struct stat& info);
+    /// The directory, open for `fchdir` and the like until the next call; -1 where that fails.
+    int directory(const std::wstring& path) { return enter(path).descriptor; }
 
-    /// Notes that a file was left out because of what `examine` said of it.
-    void leaveOut(Found found) { ++(found == Found::gone ? gone_ : unknown_); }
-    unsigned long long gone() const { return gone_; }
-    unsigned long long unknown() const { return unknown_; }
+    /// Notes that a file was left out because of what was found.
+    void leaveOut(Found found) { ++left_[static_cast<std::size_t>(found)]; }
+    unsigned long long leftOut(Found found) const { return left_[static_cast<std::size_t>(found)]; }
 
 private:
     struct Directory {
@@ -48,24 +50,34 @@ private:
 
     std::array<Directory, 16> directories_;
     std::size_t current_ = 0;
-    unsigned long long gone_ = 0;
-    unsigned long long unknown_ = 0;
+    std::array<unsigned long long, 4> left_{};
+};
+
+/// Finds out where matches really are that are shown as the user gave their PATHs.
+class MatchPlace {
+public:
+    explicit MatchPlace(const SearchRoots& roots) : roots_(roots) {}
+    /// Valid until the next call.
+    const std::wstring& directoryOf(const Match& match);
+
+private:
+    const SearchRoots& roots_;
+    std::string shown_;       // the directory of the last match
+    std::wstring directory_;  // where that really is
 };
 
 /// Hands on each match with its details; leaves out those that are gone.
 class DetailedMatches : public MatchSink {
 public:
     DetailedMatches(const SearchRoots& roots, FileExaminer& examiner, MatchSink& to)
-        : roots_(roots), examiner_(examiner), to_(to) {}
+        : place_(roots), examiner_(examiner), to_(to) {}
 
     bool take(const Match& match) override;
 
 private:
-    const SearchRoots& roots_;
+    MatchPlace place_;
     FileExaminer& examiner_;
     MatchSink& to_;
-    std::string shown_;       // the directory of the last match
-    std::wstring directory_;  // where that really is
 };
 
 }  // namespace fscan

@@ -32,11 +32,12 @@ std::wstring typeCriteria(const std::vector<std::string>& words) {
     return L"(" + any + L")";
 }
 
-std::wstring criteriaOf(const Options& options) {
+std::wstring criteriaOf(const Options& options, bool mayBeOld) {
     std::wstring all;
     if (options.larger) andAlso(all, L"[SIZE] > " + number(*options.larger));
     if (options.smaller) andAlso(all, L"[SIZE] < " + number(*options.smaller));
-    for (const std::wstring& permissions : options.permissions) andAlso(all, permissions);
+    for (const PermissionTest& test : options.permissions)
+        if (!mayBeOld) andAlso(all, test.criteria());
     if (options.links)
         andAlso(all, fmt::format(L"([ATTR] & {}) != 0", +fscanner::FS_ATTR_SYMBOLIC_LINK));
     // Last: it reads the files.
@@ -46,8 +47,8 @@ std::wstring criteriaOf(const Options& options) {
 
 }  // namespace
 
-FileFilters::FileFilters(const Options& options)
-    : options_(options), criteria_(criteriaOf(options)) {
+FileFilters::FileFilters(const Options& options, bool mayBeOld)
+    : options_(options), mayBeOld_(mayBeOld), criteria_(criteriaOf(options, mayBeOld)) {
     for (const std::string& glob : options.pathGlobs) {
         const std::string whole = wholePathGlob(glob).value_or(glob);
         const bool anywhere = matchesAnywhere(glob);
@@ -65,13 +66,20 @@ bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) c
 }
 
 bool FileFilters::needDetails() const {
-    return options_.newer || options_.older || options_.owner;
+    const bool permissions = mayBeOld_ && !options_.permissions.empty();
+    return options_.newer || options_.older || options_.owner || permissions;
 }
 
 bool FileFilters::accept(const FileDetails& file) const {
-    return (!options_.newer || file.modified > *options_.newer) &&
+    const bool permitted =
+        std::all_of(options_.permissions.begin(), options_.permissions.end(),
+                    [&file](PermissionTest test) { return test.holds(file.attributes); });
+    return permitted && (!options_.newer || file.modified > *options_.newer) &&
            (!options_.older || file.modified < *options_.older) &&
-           (!options_.owner || file.user == *options_.owner);
+           (!options_.owner || file.user == *options_.owner) &&
+           (!options_.larger || file.size > *options_.larger) &&
+           (!options_.smaller || file.size < *options_.smaller) &&
+           (!options_.links || (file.attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0);
 }
 
 }  // namespace fscan

@@ -11,20 +11,24 @@ struct Options;
 /// What the command line asks of a file besides its name and the criteria.
 ///
 /// What the criteria language can say becomes criteria; what it cannot, the path,
-/// times and owner, is looked at in the matches.
+/// times and owner, is looked at in the matches. So are permissions where a cache may
+/// have old ones.
 class FileFilters {
 public:
-    explicit FileFilters(const Options& options);
+    /// `mayBeOld`: sizes and permissions of a search may be those of a cache.
+    FileFilters(const Options& options, bool mayBeOld);
 
     /// Criteria that are and-ed with all others; empty where there are none.
     const std::wstring& criteria() const { return criteria_; }
     bool pathFits(const std::wstring& directory, const wchar_t* name) const;
-    /// Whether there is more to look at than the path: `accept` then decides.
+    /// Whether there is more to look at than the path and the criteria: `accept` then decides.
     bool needDetails() const;
+    /// Whether a file that was examined is what the options ask for, but for its path and type.
     bool accept(const FileDetails& file) const;
 
 private:
     const Options& options_;
+    bool mayBeOld_;
     std::wstring criteria_;
     std::vector<std::wstring> paths_;
 };

@@ -51,6 +51,7 @@ public:
 
     bool take(const Match& match) final {
         if (full()) return false;
+        if (!admit(match)) return true;
         ++count_;
         return consume(match) && !full();
     }
@@ -63,6 +64,8 @@ public:
     bool full() const { return count_ == limit_; }
 
 protected:
+    /// Whether a match is to be counted and consumed; one that is not has been noted.
+    virtual bool admit(const Match&) { return true; }
     /// False when no more are wanted.
     virtual bool consume(const Match& match) = 0;
 

@@ -67,6 +67,7 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
 /// is asked for. False where the file is left out.
 bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& facts) {
     FileDetails file = FileDetails::of(record);
+    const unsigned attributes = file.attributes;
     auto found = FileExaminer::Found::there;
     const bool decides = filters_.needDetails();
     if (!file.examined && (decides || needed_ == FactsNeeded::examined)) {
@@ -75,8 +76,11 @@ bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& 
         appendBytes(name_, name);
         found = examiner_.examine(directory_, name_.c_str(), info);
         if (found == FileExaminer::Found::there) file = FileDetails::of(info);
+        if (sameKind_ && file.examined && !isSameKind(attributes, file.attributes))
+            found = FileExaminer::Found::changed;
     }
-    if (found == FileExaminer::Found::gone || (decides && !file.examined)) {
+    if (found == FileExaminer::Found::gone || found == FileExaminer::Found::changed ||
+        (decides && !file.examined)) {
         examiner_.leaveOut(found);
         return false;
     }

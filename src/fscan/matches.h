@@ -17,14 +17,16 @@ struct SearchRoot;
 /// What is found while one root is searched, on its way to the user.
 class Matches {
 public:
+    /// With `sameKind`, a file is left out that has become one of another kind.
     Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
-            FileExaminer& examiner, MatchSink& sink, FactsNeeded needed)
+            FileExaminer& examiner, MatchSink& sink, FactsNeeded needed, bool sameKind)
         : excludes_(excludes),
           names_(names),
           filters_(filters),
           examiner_(examiner),
           sink_(sink),
-          needed_(needed) {}
+          needed_(needed),
+          sameKind_(sameKind || filters.needDetails()) {}
 
     void setRoot(const SearchRoot& root);
     const SearchRoot& root() const { return *root_; }
@@ -55,6 +57,7 @@ private:
     FileExaminer& examiner_;
     MatchSink& sink_;
     FactsNeeded needed_;
+    bool sameKind_;
     bool stopped_ = false;
     const SearchRoot* root_ = nullptr;
     std::wstring directory_;

@@ -156,6 +156,10 @@ void addCommands(CLI::App& app) {
         ->type_name("CMD... +")
         ->description("Run CMD with as many matches as it can take for {}")
         ->group(group);
+    app.add_option("--exec-dir")
+        ->type_name("CMD... ;")
+        ->description("Run CMD for each match in its directory; {} is ./NAME; safest")
+        ->group(group);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "permissions.h"
 #include "sort_order.h"
 
 namespace fscan {
@@ -24,6 +25,9 @@ enum class OutputForm { plain, longer, json, jsonArray, csv };
 /// On a terminal alone, whatever standard output is, or not at all.
 enum class WhenToUse { automatic, always, never };
 
+/// A command for each match, one for many, or one for each in the match's directory.
+enum class CommandUse { forEach, forMany, inDirectory };
+
 /// What is to be done with the cache instead of searching.
 enum class CacheTask { none, status, check, compact, clear };
 
@@ -32,7 +36,7 @@ struct Options {
     std::vector<std::string> names;
     std::vector<std::string> pathGlobs;
     std::vector<std::string> types;
-    std::vector<std::wstring> permissions;  ///< as criteria
+    std::vector<PermissionTest> permissions;
     std::vector<std::string> criteria;
     std::vector<std::string> excludes;
     std::vector<std::string> fileSystems;
@@ -49,9 +53,9 @@ struct Options {
     std::optional<SortKey> sortKey;
     std::optional<unsigned long long> limit;  ///< of matches
     std::optional<std::string> formatTemplate;
-    std::optional<std::vector<std::string>> command;       ///< for each match
-    std::optional<std::vector<std::string>> batchCommand;  ///< for many at a time
-    bool runsCommands() const { return command || batchCommand; }
+    std::optional<std::vector<std::string>> command;  ///< to be run for the matches
+    CommandUse commandUse = CommandUse::forEach;
+    bool runsCommands() const { return command.has_value(); }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search

@@ -102,7 +102,7 @@ void addReports(CLI::App& app, Options& options) {
     const char* group = "What to tell besides, on standard error";
     app.add_flag("--errors", options.errors, "Each directory that could not be read")->group(group);
     app.add_flag("--strict", options.strict,
-                 "Exit with 3 if a directory could not be read, or a file not be decided")
+                 "Exit with 3 if a directory could not be read, or a file was left out")
         ->group(group);
     app.add_flag("-q,--quiet", options.quiet,
                  "No progress, no closing line, no count of unread directories")

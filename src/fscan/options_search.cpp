@@ -77,10 +77,10 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
     addTexts(
         app, "--perm", "BITS",
         [&options](const std::string& text) {
-            const auto criteria = permissionCriteria(text);
-            if (!criteria)
+            const auto tests = permissionTests(text);
+            if (!tests)
                 throw CLI::ValidationError("--perm", "not permissions such as x, u+w or u+w,o+r");
-            options.permissions.push_back(*criteria);
+            options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
         },
         "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both)")
         ->group(group);

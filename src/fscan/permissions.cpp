@@ -4,7 +4,6 @@
 
 #include <array>
 
-#include "criteria.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscan {
@@ -38,35 +37,33 @@ std::optional<unsigned> bitsOf(std::string_view letters, const std::array<Letter
     return bits;
 }
 
-std::wstring condition(unsigned mask, bool all) {
-    return all ? fmt::format(L"([ATTR] & {0}) == {0}", mask)
-               : fmt::format(L"([ATTR] & {}) != 0", mask);
-}
-
-std::optional<std::wstring> oneCriteria(std::string_view text) {
+// Adds the tests of "u+w" or "x"; false where it is neither.
+bool addTests(std::string_view text, std::vector<PermissionTest>& tests) {
     const std::size_t plus = text.find('+');
     const bool forAnyone = plus == text.npos || plus == 0;
     const auto who = bitsOf(forAnyone ? "a" : text.substr(0, plus), classes);
     const std::string_view letters = plus == text.npos ? text : text.substr(plus + 1);
     const auto access = bitsOf(letters, accesses);
-    if (!who || !access || letters.empty()) return std::nullopt;
-    if (!forAnyone) return condition(*who & *access, true);
-    std::wstring criteria;
+    if (!who || !access || letters.empty()) return false;
+    if (!forAnyone) tests.push_back({*who & *access, true});
     for (const Letter& one : accesses)
-        if ((*access & one.bits) != 0) andAlso(criteria, condition(one.bits, false));
-    return criteria;
+        if (forAnyone && (*access & one.bits) != 0) tests.push_back({one.bits, false});
+    return true;
 }
 
 }  // namespace
 
-std::optional<std::wstring> permissionCriteria(std::string_view text) {
-    std::wstring criteria;
+std::wstring PermissionTest::criteria() const {
+    return all ? fmt::format(L"([ATTR] & {0}) == {0}", bits)
+               : fmt::format(L"([ATTR] & {}) != 0", bits);
+}
+
+std::optional<std::vector<PermissionTest>> permissionTests(std::string_view text) {
+    std::vector<PermissionTest> tests;
     for (;;) {
         const std::size_t comma = text.find(',');
-        const auto one = oneCriteria(text.substr(0, comma));
-        if (!one) return std::nullopt;
-        andAlso(criteria, *one);
-        if (comma == text.npos) return criteria;
+        if (!addTests(text.substr(0, comma), tests)) return std::nullopt;
+        if (comma == text.npos) return tests;
         text.remove_prefix(comma + 1);
     }
 }

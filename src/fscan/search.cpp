@@ -48,11 +48,15 @@ int explainRoots(const Search& search, Output& out) {
     return status;
 }
 
-/// What takes the matches in the end; null, with a message, where a template is wrong.
-/// `needed` is set to the facts that they have to come with.
-std::unique_ptr<MatchConsumer> makeConsumer(const Options& options, Output& out,
-                                            FactsNeeded& needed) {
-    if (options.runsCommands()) return std::make_unique<CommandRunner>(options, out);
+/// What takes the matches in the end; null, with a message, where a template or the way to
+/// run commands is wrong. `needed` is set to the facts that they have to come with.
+std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& examiner,
+                                            Output& out, FactsNeeded& needed) {
+    const Options& options = search.options;
+    if (options.runsCommands()) {
+        needed = FactsNeeded::examined;
+        return CommandRunner::create(search, examiner, out);
+    }
     std::string error;
     std::unique_ptr<RecordForm> form =
         options.formatTemplate
@@ -68,9 +72,10 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Options& options, Output& out,
 
 int runAndReport(const Search& search, bool incomplete, Summary& summary, Output& out) {
     FactsNeeded needed = FactsNeeded::none;
-    const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search.options, out, needed);
+    FileExaminer examiner;
+    const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search, examiner, out, needed);
     if (!consumer) return STATUS_USAGE;
-    return SearchRun(search, *consumer, needed, out).run(incomplete, summary);
+    return SearchRun(search, *consumer, examiner, needed, out).run(incomplete, summary);
 }
 
 int searchAsTold(const Options& options, Summary& summary, Output& out) {
@@ -86,7 +91,7 @@ int searchAsTold(const Options& options, Summary& summary, Output& out) {
     if (!asking) return STATUS_FAILURE;
     const bool mounted = keepMounted(roots, *drives);
 
-    const Conditions conditions(options, std::move(*excludes), *where);
+    const Conditions conditions(options, std::move(*excludes), *where, asking->cached);
     fscanner::FsQuery query;
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
     const Search search{options, roots, *drives, *asking, conditions, query};

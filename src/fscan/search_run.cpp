@@ -59,26 +59,31 @@ FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
 
 }  // namespace
 
-Conditions::Conditions(const Options& options, Excludes left, const std::wstring& where)
+Conditions::Conditions(const Options& options, Excludes left, const std::wstring& criteria,
+                       bool cached)
     : excludes(std::move(left)),
       names(options),
-      files(options),
+      files(options, cached),
+      where(criteria),
       rest(files.criteria()),
       all(names.criteria()) {
     andAlso(rest, where);
     andAlso(all, rest);
 }
 
-SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FactsNeeded needed, Output& out)
+SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer& examiner,
+                     FactsNeeded needed, Output& out)
     : search_(search),
       consumer_(consumer),
       out_(out),
+      examiner_(examiner),
       detailed_(search.roots, examiner_, consumer),
       last_(lastSink(needed, detailed_, consumer)),
       sorter_(makeSorter(search.options)),
       rest_(makeFilter(search)),
       matches_(search.conditions.excludes, search.conditions.names, search.conditions.files,
-               examiner_, firstSink(sorter_.get(), last_), factsNeeded(search.options, needed)),
+               examiner_, firstSink(sorter_.get(), last_), factsNeeded(search.options, needed),
+               search.options.runsCommands()),
       line_(search.options.quiet),
       watcher_(
           {search.options, search.roots, search.conditions.excludes, matches_, rest_.get(), line_}),
@@ -157,12 +162,18 @@ bool SearchRun::readerGone() const {
 /// The exit status of a search whose parts came to `status`.
 int SearchRun::overall(int status, bool incomplete) const {
     if (out_.error() != 0 && !readerGone()) return STATUS_FAILURE;
-    const Completeness& search = watcher_.search();
-    const bool strictlyWrong =
-        search_.options.strict && (!search.skipped.empty() || search.undecided != 0);
-    if (incomplete || watcher_.rootSkipped() || search.systemFailed() || strictlyWrong)
+    if (incomplete || watcher_.rootSkipped() || watcher_.search().systemFailed() || strictlyWrong())
         status = std::max<int>(status, STATUS_INCOMPLETE);
     return status == STATUS_FOUND && consumer_.count() == 0 ? STATUS_NOTHING_FOUND : status;
+}
+
+/// A file that is gone is missing nowhere but where a command was to be run for it.
+bool SearchRun::strictlyWrong() const {
+    if (!search_.options.strict) return false;
+    using enum FileExaminer::Found;
+    const bool notRun = search_.options.runsCommands() && examiner_.leftOut(gone) != 0;
+    return notRun || examiner_.leftOut(changed) != 0 || examiner_.leftOut(unknown) != 0 ||
+           !watcher_.search().skipped.empty() || watcher_.search().undecided != 0;
 }
 
 void SearchRun::conclude(int status, Outcome& outcome) const {
@@ -170,8 +181,9 @@ void SearchRun::conclude(int status, Outcome& outcome) const {
     const int lost = readerGone() ? Interruption::ofLostReader() : 0;
     const int signal = noted != 0 ? noted : lost;
     outcome.matches = consumer_.count();
-    outcome.gone = examiner_.gone();
-    outcome.unexamined = examiner_.unknown();
+    outcome.gone = examiner_.leftOut(FileExaminer::Found::gone);
+    outcome.changed = examiner_.leftOut(FileExaminer::Found::changed);
+    outcome.unexamined = examiner_.leftOut(FileExaminer::Found::unknown);
     outcome.cut = matches_.stopped() || consumer_.full() || readerGone();
     outcome.interrupted = noted != 0;
     outcome.status = signal == 0 ? status : 128 + signal;

@@ -22,13 +22,14 @@ struct Asking;
 
 /// What the matches have to satisfy.
 struct Conditions {
-    /// `where`: the user's criteria.
-    Conditions(const Options& options, Excludes left, const std::wstring& where);
+    /// `criteria`: the user's own. `cached`: the answer may come from a cache.
+    Conditions(const Options& options, Excludes left, const std::wstring& criteria, bool cached);
 
     Excludes excludes;
     NameFilter names;
     FileFilters files;
-    std::wstring rest;  ///< all criteria but for the names
+    std::wstring where;  ///< the user's criteria
+    std::wstring rest;   ///< all criteria but for the names
     std::wstring all;
 };
 
@@ -45,7 +46,8 @@ struct Search {
 /// Searches the roots, hands the matches on and tells what came of it. Once.
 class SearchRun {
 public:
-    SearchRun(const Search& search, MatchConsumer& consumer, FactsNeeded needed, Output& out);
+    SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer& examiner,
+              FactsNeeded needed, Output& out);
     ~SearchRun();
 
     /// Returns the exit status; `incomplete` where a PATH could not even be asked for.
@@ -59,12 +61,13 @@ private:
     int overall(int status, bool incomplete) const;
     void conclude(int status, Outcome& outcome) const;
     void noteUnmetExcludes(const Outcome& outcome) const;
+    bool strictlyWrong() const;
     bool readerGone() const;
 
     const Search& search_;
     MatchConsumer& consumer_;
     Output& out_;
-    FileExaminer examiner_;
+    FileExaminer& examiner_;
     DetailedMatches detailed_;               ///< on the way to the consumer
     MatchSink& last_;                        ///< that, or the consumer
     std::unique_ptr<SortedMatches> sorter_;  ///< null where matches go on as they come

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <functional>
 #include <nlohmann/json.hpp>
 
@@ -23,6 +24,11 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr const char* kSecret = "a secret of many bytes, of which nothing is to be told";
+
+/// An option that runs commands, and the word that ends them.
+using CommandWay = std::pair<const char*, const char*>;
+constexpr std::array<CommandWay, 3> commandWays = {
+    {{"--exec", ";"}, {"--exec-batch", "+"}, {"--exec-dir", ";"}}};
 
 class FactsTest : public FscanTest {
 protected:
@@ -145,6 +151,140 @@ TEST_F(FactsTest, ALineIsOfOneMoment) {
             }
         }
     }
+}
+
+// ---- Commands ------------------------------------------------------------------
+
+/// A command with the path, to be run that way.
+Arguments runningWay(CommandWay way, Arguments command) {
+    const auto& [option, end] = way;
+    command.insert(command.begin(), option);
+    command.emplace_back("{}");
+    command.emplace_back(end);
+    return command;
+}
+
+TEST_F(FactsTest, CommandsDoNotFollowADirectoryThatBecameALink) {
+    for (const CommandWay& way : commandWays) {
+        add("tree/b/f", "text\n");
+        cached({"tree", "--fresh"});
+        exchange("tree/a", "link");
+        Arguments arguments = runningWay(way, {"rm", "-f"});
+        arguments.insert(arguments.begin(), {"tree", "--strict", "--summary-file", "s.json"});
+        const RunResult result = cached(arguments);
+        EXPECT_TRUE(fs::exists(outside_ / "f")) << way.first;
+        EXPECT_FALSE(fs::exists(tree_ / "tree/b/f")) << way.first;
+        EXPECT_EQ(result.err, "fscan: 1 file is gone since the search found it\n") << way.first;
+        EXPECT_EQ(result.status, 3) << way.first;
+        const auto summary = nlohmann::json::parse(fscanner::readWholeFile(tree_ / "s.json"));
+        EXPECT_EQ(summary["gone"], 1);
+        EXPECT_EQ(summary["matches"], 1) << "one that was left out is none";
+        exchange("tree/a", "link");
+    }
+}
+
+// Also what was searched a moment ago changes: here by the commands themselves, while others
+// wait for their turn.
+TEST_F(FactsTest, EachPathIsLookedAtBeforeItsCommand) {
+    fs::create_directory_symlink("tree", tree_ / "way");
+    fs::create_directories(tree_ / "elsewhere/b");
+    add("elsewhere/b/f");
+    struct Case {
+        std::string path;
+        std::string exchange;
+        const char* told;
+    };
+    for (const auto& [path, exchange, told] :
+         {Case{"tree", "mv tree/b kept; ln -s ../elsewhere/b tree/b", "1 file is gone"},
+          Case{"way", "ln -sfn elsewhere way", "1 file has changed"},
+          Case{"tree", "rm tree/b/f; ln -s ../../elsewhere/b/f tree/b/f", "1 file has changed"},
+          Case{"tree", "rm tree/b/f; mkdir tree/b/f", "1 file is gone"}}) {
+        const RunResult result =
+            run({path, "-e", "sh", "-c", "echo $0; cd '" + tree_.path().string() + "'; " + exchange,
+                 ";"});
+        EXPECT_EQ(result.out, path + "/a/f\n") << exchange;
+        EXPECT_THAT(result.err, HasSubstr(told)) << exchange;
+        shell("rm -rf tree/b kept; mkdir tree/b; echo text > tree/b/f");
+    }
+}
+
+TEST_F(FactsTest, ABatchIsLookedAtWhenTheOneBeforeIsOver) {
+    for (int i = 0; i < 6000; ++i) add("many/" + std::to_string(i) + std::string(200, 'n'));
+    fs::copy(tree_ / "many", tree_ / "copy");
+    const RunResult result = run(
+        {"many", "--exec-batch", "sh", "-c", "mv many moved; ln -s copy many; echo $#", "sh", "+"});
+    EXPECT_EQ(records(result.out).size(), 1u) << result.out;
+    const int left = 6000 - std::stoi(result.out);
+    EXPECT_GT(left, 0);
+    EXPECT_EQ(result.err,
+              "fscan: " + std::to_string(left) +
+                  " files have changed since the search found them, and were left out\n");
+}
+
+// A cache has old sizes and permissions; a command is for what the file is now.
+TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
+    struct Case {
+        Arguments condition;
+        const char* change;
+        bool stays = false;
+    };
+    const std::vector<Case> table = {
+        {{"--larger", "4"}, "truncate -s 1"},     {{"--smaller", "10"}, "truncate -s 100"},
+        {{"-w", "[SIZE] == 5"}, "truncate -s 6"}, {{"-w", "([ATTR] & 8) == 0"}, "chmod u+x"},
+        {{"--perm", "u+r"}, "chmod u-r"},         {{"--perm", "r"}, "chmod a-r"},
+        {{"-n", "f"}, "ln -sf /dev/null"},        {{"-n", "f"}, "rm -f"},
+        {{"-n", "f"}, "truncate -s 100", true},   {{"-w", "[SIZE] > 4"}, "truncate -s 100", true},
+    };
+    for (const auto& [condition, change, stays] : table) {
+        shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
+        cached({"tree", "--fresh"});
+        shell(std::string(change) + " tree/a/f");
+        for (const CommandWay& way : commandWays) {
+            Arguments arguments = runningWay(way, {"echo"});
+            arguments.insert(arguments.begin(), {"tree", "--path", "a/f"});
+            arguments.insert(arguments.begin(), condition.begin(), condition.end());
+            const RunResult result = cached(arguments);
+            EXPECT_EQ(!result.out.empty(), stays) << change << result.err;
+        }
+    }
+    // Permissions are looked at as times and owners are, with commands or without.
+    shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
+    cached({"tree", "--fresh"});
+    shell("chmod u+x tree/a/f");
+    EXPECT_EQ(cached({"tree", "--perm", "u+x"}).out, "tree/a/f\n");
+    EXPECT_EQ(run({"tree", "--perm", "u+x"}).out, "tree/a/f\n");
+    exchange("tree/a", "link");
+    EXPECT_EQ(cached({"tree", "--perm", "r", "--path", "a/f"}).out, "");
+}
+
+TEST_F(FactsTest, CommandsInTheDirectoryOfAFile) {
+    const std::string top = fs::canonical(tree_.path());
+    add("tree/-x/-n");
+    add("run", "#!/bin/sh\necho ran $1\n");
+    fs::permissions(tree_ / "run", fs::perms::owner_all);
+    add("tree/b/run", "#!/bin/sh\necho hijacked\n");
+    fs::permissions(tree_ / "tree/b/run", fs::perms::owner_all);
+    EXPECT_EQ(run({"tree", "--exec-dir", "sh", "-c", "echo $(pwd) $0", ";"}).out,
+              top + "/tree/-x ./-n\n" + top + "/tree/a ./f\n" + top + "/tree/b ./f\n" + top +
+                  "/tree/b ./run\n");
+    EXPECT_EQ(run({"tree/b", "-n", "f", "--exec-dir", "./run", ";"}).out, "ran ./f\n");
+    EXPECT_EQ(run({"tree/b", "-n", "run", "--exec-dir", "{}", ";"}).out, "hijacked\n");
+    for (const char* path : {".:/bin", "/bin:", "/bin::/usr/bin", "bin:/bin"}) {
+        const RunResult refused =
+            shell("PATH=" + std::string(path) + " \"$0\" --no-cache tree --exec-dir echo ';'");
+        EXPECT_EQ(refused.status, 2) << path;
+        EXPECT_EQ(refused.out, "") << path;
+        EXPECT_THAT(refused.err, HasSubstr("PATH has a directory that is not absolute")) << path;
+    }
+    // The directory stays the one that was opened, whatever has its name.
+    const RunResult moved =
+        run({"tree/a", "--exec-dir", "sh", "-c",
+             "mv ../a ../gone; ln -s '" + outside_.path().string() + "' ../a; rm \"$0\"", ";"});
+    EXPECT_EQ(moved.status, 0) << moved.err;
+    EXPECT_TRUE(fs::exists(outside_ / "f"));
+    EXPECT_TRUE(fs::is_empty(tree_ / "tree/gone"));
+    EXPECT_EQ(run({"tree", "-e", "true", ";", "--exec-dir", "true", ";"}).status, 2);
+    EXPECT_EQ(run({"tree", "--exec-dir", "true"}).status, 2);
 }
 
 TEST_F(FactsTest, TimesHaveNoLastDay) {
