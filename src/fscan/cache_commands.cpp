@@ -190,7 +190,8 @@ int clearCache(const Options& options, Output& out) {
         if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
         std::vector<fs::path> files = cacheFiles(place);
         if (files.empty()) return reportNone(place, out);
-        // The lock's file goes last: who waits for it makes it again.
+        // A tag of another program would have kept us from the lock. The lock's file goes last:
+        // who waits for it makes it again.
         for (const char* name : {"CACHEDIR.TAG", "fscanner.lock"})
             files.emplace_back(fs::path(toBytes(place.directory)) / name);
         for (const fs::path& file : files) {

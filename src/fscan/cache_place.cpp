@@ -22,6 +22,11 @@ std::string absolute(const std::string& path) {
     return error ? std::string() : result.lexically_normal().native();
 }
 
+std::string unusable(const std::wstring& directory, const std::wstring& problem) {
+    return fmt::format("{}: the cache directory cannot be used: {}", toBytes(directory),
+                       toBytes(problem));
+}
+
 }  // namespace
 
 CachePlace CachePlace::of(const Options& options) {
@@ -48,6 +53,12 @@ bool CachePlace::exists() const {
            S_ISDIR(info.st_mode);
 }
 
+std::string CachePlace::problem() const {
+    std::wstring problem;
+    if (fscanner::fsCheckCacheDirectory(directory.c_str(), problem)) return {};
+    return unusable(directory, problem);
+}
+
 bool CachePlace::isMarked() const {
     struct stat info {};
     const std::wstring mark = directory + L"/" + tables().directories + L".cuflag";
@@ -71,8 +82,7 @@ std::string CachePlace::failure(int status) const {
         case fscanner::FS_CACHE_FAILURE: {
             std::wstring problem;
             if (!fscanner::fsPrepareCacheDirectory(directory.c_str(), problem))
-                return fmt::format("{}: the cache directory cannot be used: {}", where,
-                                   toBytes(problem));
+                return unusable(directory, problem);
             return fmt::format("{}: the cache can be neither locked nor opened", where);
         }
         default:

@@ -21,6 +21,8 @@ struct CachePlace {
 
     fscanner::FsCacheTableNames tables() const;
     bool exists() const;
+    /// Why the directory is no place for a cache; empty where it is one.
+    std::string problem() const;
     /// Whether the last use did not end well, so that the next makes the cache anew.
     bool isMarked() const;
     /// A cache object over it, with no file touched. The directory must exist.

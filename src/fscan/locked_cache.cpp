@@ -41,6 +41,9 @@ LockedCache::LockedCache(const CachePlace& place, const Options& options) : stat
         status_ = STATUS_FAILURE;
     } else if (!place.exists()) {
         status_ = STATUS_NOTHING_FOUND;
+    } else if (const std::string problem = place.problem(); !problem.empty()) {
+        complain(problem);
+        status_ = STATUS_FAILURE;
     } else {
         lock(place, options);
     }

@@ -128,6 +128,11 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
     for (const auto& entry : std::filesystem::directory_iterator(directory))
         left.push_back(entry.path().filename());
     EXPECT_THAT(left, testing::UnorderedElementsAre("mine", "files.dat", "files.mine.dat"));
+    // What is left is no cache any more.
+    const RunResult without = run({"d"});
+    EXPECT_THAT(without.err, HasSubstr("is no cache directory: it holds other things, such as m"));
+    EXPECT_THAT(records(without.out), ElementsAre("d/a", "d/later", "d/sub/b"));
+    std::filesystem::remove(directory / "mine");
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
 }
 
@@ -179,6 +184,27 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
 }
 
+// Nothing is put there, and nothing is deleted.
+TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
+    const std::string tag = "Signature: 8a477f597d28d172789f06886806bc55\n# of a browser\n";
+    add("browser/CACHEDIR.TAG", tag);
+    add("browser/files.x.dat", "its");
+    add("browser/directories.x.counter", "its");
+    add("home/letters");
+    for (const char* directory : {"browser", "home"}) {
+        for (const char* what : {"d", "--cache-status", "--cache-compact", "--cache-clear"}) {
+            const RunResult refused = run({"--cache-dir", directory, what});
+            EXPECT_EQ(refused.status, 4) << what;
+            EXPECT_THAT(refused.err, HasSubstr(": the cache directory cannot be used: ")) << what;
+        }
+    }
+    EXPECT_EQ(fscanner::readWholeFile(tree_ / "browser/CACHEDIR.TAG"), tag);
+    EXPECT_EQ(fscanner::readWholeFile(tree_ / "browser/directories.x.counter"), "its");
+    EXPECT_THAT(found({"--no-cache", "browser", "home"}),
+                ElementsAre("browser/CACHEDIR.TAG", "browser/directories.x.counter",
+                            "browser/files.x.dat", "home/letters"));
+}
+
 TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {
     found({"d"});
     std::string mark;
@@ -197,7 +223,7 @@ TEST_F(CacheTest, FailuresHaveTheirStatuses) {
     std::filesystem::create_directory(tree_ / "open");
     chmod((tree_ / "open").c_str(), 0777);
     for (const auto& [directory, why] : {std::pair("d/a", "/d/a is no directory\n"),
-                                         {"d/a/sub", "/d/a/sub cannot be made: Not a directory\n"},
+                                         {"d/a/sub", "/d/a is no directory\n"},
                                          {"open", "/open can be written by others (owner "}}) {
         const RunResult bad = run({"d", "--cache-dir", directory});
         EXPECT_EQ(bad.status, 4) << directory;
@@ -209,7 +235,7 @@ TEST_F(CacheTest, FailuresHaveTheirStatuses) {
     EXPECT_EQ(fallback.status, 0);
     EXPECT_EQ(records(fallback.err).size(), 1u);
     EXPECT_THAT(fallback.err, HasSubstr("no place for a cache: "));
-    EXPECT_THAT(fallback.err, HasSubstr("Not a directory; searching without one\n"));
+    EXPECT_THAT(fallback.err, HasSubstr("/d/a is no directory; searching without one\n"));
     EXPECT_THAT(records(fallback.out), ElementsAre("d/a", "d/sub/b"));
 }
 

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <map>
+
 #include "engine/temp_tree.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset_vector.h"
@@ -94,6 +96,14 @@ TEST_F(ProviderCache, ADirectoryThatOthersMayWriteIsRefused) {
     EXPECT_TRUE(writer.paths.empty());
 }
 
+/// All files with what is in them, by their names.
+std::map<std::string, std::string> contentOf(const std::string& directory) {
+    std::map<std::string, std::string> content;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        content[entry.path()] = entry.is_regular_file() ? readWholeFile(entry.path()) : "";
+    return content;
+}
+
 TEST(CacheDirectory, DefaultFollowsTheEnvironment) {
     EnvironmentVariable cacheHome("XDG_CACHE_HOME"), home("HOME");
     home.set("/h");
@@ -112,13 +122,61 @@ TEST(CacheDirectory, OfRootIsNotInAnothersHome) {
     tree.directory("home");
     EnvironmentVariable cacheHome("XDG_CACHE_HOME"), home("HOME");
     home.set(tree.path("home").c_str());
-    for (const std::string chosen : {"", "home/cache/of/his"}) {
+    tree.directory("home/roots");
+    for (const std::string chosen : {"", "home/cache/of/his", "home/roots"}) {
         cacheHome.set(chosen.empty() ? "" : tree.path(chosen).c_str());
         const auto isThere = testing::StartsWith(tree.path("home"));
         ASSERT_EQ(::chown(tree.path("home").c_str(), 0, 0), 0);
         EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()), isThere);
         ASSERT_EQ(::chown(tree.path("home").c_str(), 65534, 65534), 0);
         EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()), testing::Not(isThere));
+    }
+}
+
+// A directory with anything else in it is no cache, and no backup is to leave it out.
+TEST(CacheDirectory, HoldsNothingElse) {
+    const std::string standard = "Signature: 8a477f597d28d172789f06886806bc55\n";
+    const std::string own = standard + "# This directory holds a cache of fscanner and may be";
+    struct Case {
+        std::map<std::string, std::string> files;  // a name that ends with "/": a directory
+        const char* problem;                       // null: none
+    };
+    const std::vector<Case> table = {
+        {{}, nullptr},
+        {{{"lost+found/", ""}}, nullptr},
+        {{{"fscanner.lock", ""}, {"directories.x.dat", ""}, {"files.x_idx.dat", ""}}, nullptr},
+        {{{"CACHEDIR.TAG", own}, {"mine", ""}}, nullptr},
+        {{{"CACHEDIR.TAG", ""}}, nullptr},
+        {{{"CACHEDIR.TAG", standard}}, nullptr},
+        {{{"mine", ""}}, "other things, such as mine"},
+        {{{".hidden/", ""}}, "other things, such as .hidden"},
+        {{{"files.x.dat", ""}, {"mine", ""}}, "other things, such as mine"},
+        {{{"CACHEDIR.TAG", ""}, {"mine", ""}}, "other things, such as mine"},
+        {{{"CACHEDIR.TAG", standard + "# of a browser\n"}}, "CACHEDIR.TAG of another program"},
+        {{{"CACHEDIR.TAG/", ""}}, "CACHEDIR.TAG of another program"},
+    };
+    for (const auto& [files, expected] : table) {
+        const TempTree tree;
+        for (const auto& [name, content] : files) {
+            if (name.ends_with('/')) {
+                tree.directory(name);
+            } else {
+                writeWholeFile(tree.path(name), content);
+            }
+        }
+        SCOPED_TRACE(files.empty() ? "empty" : files.begin()->first + files.begin()->second);
+        const auto before = contentOf(tree.path());
+        for (const bool make : {false, true}) {
+            std::wstring problem;
+            const bool good = make ? fsPrepareCacheDirectory(tree.wide().c_str(), problem)
+                                   : fsCheckCacheDirectory(tree.wide().c_str(), problem);
+            EXPECT_EQ(good, expected == nullptr) << toMultibyte(problem);
+            EXPECT_THAT(toMultibyte(problem), testing::EndsWith(expected ? expected : ""));
+            const bool untouched = !make || !good;
+            EXPECT_TRUE(!untouched || contentOf(tree.path()) == before);
+        }
+        const bool tagged = contentOf(tree.path())[tree.path("CACHEDIR.TAG")].starts_with(own);
+        EXPECT_EQ(tagged, expected == nullptr);
     }
 }
 

@@ -1,6 +1,8 @@
 #include "fscanner/engine/cache_directory.h"
 
 #include <charconv>
+#include <filesystem>
+#include <optional>
 #include <string_view>
 
 #include "fscanner/common/heap_string.h"
@@ -11,6 +13,7 @@
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/wall.h"
+#include "fscanner/platform/private_directory.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/user_directory.h"
 
@@ -22,10 +25,56 @@ constexpr std::string_view kTag =
     "Signature: 8a477f597d28d172789f06886806bc55\n"
     "# This directory holds a cache of fscanner and may be deleted while nobody uses it.\n";
 
-void tag(const std::wstring& directory) {
-    const std::wstring file = directory + L"/CACHEDIR.TAG";
-    if (presenceOf(file) == Presence::absent)
-        writeSmallFile(file, kTag.data(), static_cast<unsigned>(kTag.size()));
+constexpr const wchar_t* kTagName = L"CACHEDIR.TAG";
+
+std::wstring tagOf(const std::wstring& directory) {
+    return directory + L"/" + kTagName;
+}
+
+enum class Tag { none, own, foreign };
+
+// Another program's differs in what follows the first line. One that another process of ours
+// is about to write, or that was cut short, is as good as none.
+Tag readTag(const std::wstring& directory) {
+    constexpr std::string_view own = "\n# This directory holds a cache of fscanner";
+    if (presenceOf(tagOf(directory)) == Presence::absent) return Tag::none;
+    const std::optional<std::string> text = readSmallFile(tagOf(directory));
+    if (!text) return Tag::foreign;
+    if (text->find(own) != text->npos) return Tag::own;
+    return kTag.starts_with(*text) ? Tag::none : Tag::foreign;
+}
+
+bool isOfCache(std::string_view name) {
+    return name == "CACHEDIR.TAG" || name == "lost+found" || name.starts_with("fscanner.") ||
+           name.starts_with("directories.") || name.starts_with("files.");
+}
+
+// What keeps the content from being a cache's, or a cache from being added; empty where
+// nothing does.
+std::string contentProblem(const std::string& path) {
+    if (const Tag tag = readTag(toWide(path)); tag != Tag::none)
+        return tag == Tag::own ? "" : path + " has the CACHEDIR.TAG of another program";
+    std::error_code error;
+    std::filesystem::directory_iterator at(path, error);
+    for (const std::filesystem::directory_iterator end; !error && at != end; at.increment(error))
+        if (const std::string name = at->path().filename(); !isOfCache(name))
+            return path + " is no cache directory: it holds other things, such as " + name;
+    return error ? path + ": " + error.message() : "";
+}
+
+// Whether the directory is a place for a cache; tells the host and the log where not.
+bool isPlace(const wchar_t* directory, Missing missing, std::wstring& problem) {
+    std::string wrong = "there is no path";
+    if (directory && *directory) {
+        const std::string path = toMultibyte(directory);
+        wrong = privateDirectoryProblem(path, missing);
+        if (wrong.empty() && presenceOf(directory) == Presence::there) wrong = contentProblem(path);
+    }
+    if (wrong.empty()) return true;
+    problem = toWide(wrong);
+    debug("::fsPrepareCacheDirectory - '%ls' cannot be used: %ls\n", directory ? directory : L"",
+          problem.c_str());
+    return false;
 }
 
 bool parseCount(std::string_view text, int& value) {
@@ -61,23 +110,17 @@ bool fsPrepareCacheDirectory(const wchar_t* directory) {
 }
 
 bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
-    if (!directory || !*directory) {
-        problem = L"there is no path";
-        return false;
-    }
     return behindWall("::fsPrepareCacheDirectory", [&] {
-        const std::string path = toMultibyte(directory);
-        std::string wrong = makePrivateDirectories(path);
-        if (wrong.empty()) wrong = privacyProblem(path);
-        if (!wrong.empty()) {
-            problem = toWide(wrong);
-            debug("::fsPrepareCacheDirectory - '%ls' cannot be used: %ls\n", directory,
-                  problem.c_str());
-            return false;
-        }
-        tag(directory);
+        if (!isPlace(directory, Missing::make, problem)) return false;
+        if (readTag(directory) == Tag::none)
+            writeSmallFile(tagOf(directory), kTag.data(), static_cast<unsigned>(kTag.size()));
         return true;
     });
+}
+
+bool fsCheckCacheDirectory(const wchar_t* directory, std::wstring& problem) {
+    return behindWall("::fsCheckCacheDirectory",
+                      [&] { return isPlace(directory, Missing::accept, problem); });
 }
 
 bool FsCacheSettings::set(const char* key, const char* value) {

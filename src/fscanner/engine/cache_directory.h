@@ -15,13 +15,21 @@ class FsConfig;
 FSCANNER_EXPORT std::wstring fsDefaultCacheDirectory();
 
 /// Makes the directory, its parents too, readable by this user alone, and tags it as
-/// one that backups may leave out. False when it cannot be made, belongs to another
-/// user, or may be written by one: others could decide what is found.
+/// one that backups may leave out. False when that fails, or when it is no place for a cache:
+///
+/// - A component of the path, or a link on it, belongs neither to root nor to the user, or may
+///   be written by others and is not sticky: others could decide what is found. They are
+///   looked at before anything is made below them. The user's own group is none of the
+///   others where nobody else is in it.
+/// - The directory has no tag of fscanner, and holds something that is not a cache's.
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory);
 
 /// The same; where it returns false, `problem` says which rule failed, on which component
 /// of the path. It is left alone otherwise.
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem);
+
+/// Whether `fsPrepareCacheDirectory` would refuse the path as it is, with nothing made.
+FSCANNER_EXPORT bool fsCheckCacheDirectory(const wchar_t* directory, std::wstring& problem);
 
 /// Where and how a cache is kept, as the section "provider_cache" of the settings says.
 struct FSCANNER_EXPORT FsCacheSettings {
