@@ -43,13 +43,6 @@ std::string trimmed(std::string text) {
 
 }  // namespace
 
-/// Whether somebody has to answer whoever touches what is mounted.
-bool hasServer(const fscanner::DriveInfo& drive) {
-    const wchar_t* const kind = drive.getFileSystem();
-    return drive.getType() != fscanner::DRIVE_LOCAL ||
-           (kind != nullptr && std::wstring_view(kind).starts_with(L"fuse"));
-}
-
 /// Resolves the links of paths without a touch of what is left out because it is dead.
 class LinkReader {
 public:
@@ -69,7 +62,7 @@ private:
         const fscanner::DriveInfo* const drive = drives_.of(path);
         if (drive == nullptr) return true;
         if (mountDirectory(*drive) == path) return false;  // which is no link
-        if (!hasServer(*drive)) return true;
+        if (!fscanner::fsIsServed(*drive)) return true;
         return std::any_of(roots_.roots.begin(), roots_.roots.end(),
                            [&](const SearchRoot& root) { return drives_.of(root.real) == drive; });
     }
@@ -85,7 +78,25 @@ std::optional<Excludes> Excludes::read(const Options& options, const DriveList& 
     excludes.caseSensitive_ = !options.ignoreCase;
     for (const std::string& text : options.excludes)
         if (!excludes.add(text, links)) return std::nullopt;
+    excludes.addWholeMounts(drives);
     return excludes;
+}
+
+/// What leaves out all that is mounted somewhere leaves out the mount point, which is not to be
+/// opened then.
+void Excludes::addWholeMounts(const DriveList& drives) {
+    const std::size_t count = patterns_.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!patterns_[i].ends_with(L"/*")) continue;
+        const std::wstring above = patterns_[i].substr(0, patterns_[i].size() - 2);
+        for (const fscanner::DriveInfo& drive : drives.all()) {
+            const std::wstring directory(mountDirectory(drive));
+            if (!fscanner::fsPathMatches(above.c_str(), directory.c_str(), false, caseSensitive_))
+                continue;
+            patterns_.push_back(directory);
+            owners_.push_back(owners_[i]);
+        }
+    }
 }
 
 bool Excludes::add(const std::string& text, const LinkReader& links) {

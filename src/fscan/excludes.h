@@ -43,6 +43,7 @@ private:
     void addAnywhere(const std::string& text, const LinkReader& links);
     void addResolved(const std::string& path, const LinkReader& links);
     void addPattern(std::wstring pattern);
+    void addWholeMounts(const DriveList& drives);
 
     std::vector<std::wstring> patterns_;
     std::vector<std::size_t> owners_;   ///< of each pattern: the index of its text

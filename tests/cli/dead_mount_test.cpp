@@ -67,6 +67,16 @@ TEST_F(DeadMount, IsNotTouchedWhereItIsExcluded) {
         for (const char* excluded : {"dead", "./dead", "./dead/", "*/dead"})
             expectFile(excluded, ".");
         for (const char* excluded : {"link", "./link"}) expectFile(excluded, "live");
+        // Below it, and all that is in it, by itself or through a link.
+        const std::string dead = tree_ / "dead";
+        for (const std::string& excluded : {dead + "/*", dead + "/sub", std::string("./link/sub")})
+            expectFile(excluded.c_str(), "live");
+        for (const std::string& excluded :
+             {dead + "/*", std::string("./dead/*"), std::string("dead/*"), std::string("./link/*")})
+            expectFile(excluded.c_str(), ".");
+        const RunResult both = run(
+            {"--no-cache", "-n", "file", "-x", "dead", "-x", "dead/sub", "-x", "./link/sub", "."});
+        EXPECT_EQ(records(both.out).size(), 1U) << both.err;
     });
 }
 

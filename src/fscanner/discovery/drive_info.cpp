@@ -1,5 +1,6 @@
 #include "fscanner/discovery/drive_info.h"
 
+#include <cwchar>
 #include <memory>
 #include <utility>
 
@@ -40,6 +41,11 @@ DriveInfo::~DriveInfo() {
 bool DriveInfo::operator==(const DriveInfo& other) const {
     return type_ == other.type_ && sameText(name_, other.name_) &&
            sameText(fileSystem_, other.fileSystem_);
+}
+
+bool fsIsServed(const DriveInfo& drive) {
+    const wchar_t* const kind = drive.getFileSystem();
+    return drive.getType() != DRIVE_LOCAL || (kind && std::wcsncmp(kind, L"fuse", 4) == 0);
 }
 
 }  // namespace fscanner

@@ -46,4 +46,8 @@ private:
     DriveType type_ = DRIVE_UNKNOWN;
 };
 
+/// Whether somebody has to answer whoever touches what is mounted: a server of the network, or
+/// a process. One that is dead lets nobody go.
+FSCANNER_EXPORT bool fsIsServed(const DriveInfo& drive);
+
 }  // namespace fscanner

@@ -106,14 +106,16 @@ void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
 
 /// The real path, else the absolute path with its links, else the text itself. A mount
 /// point is no link, and is not touched: one of a dead server would never answer.
-std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& drives) {
-    const LinkGuard isNoMountPoint = [&drives](std::string_view bytes) {
+std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& drives,
+                        const LinkGuard& mayTouch) {
+    const LinkGuard mayBeLink = [&](std::string_view bytes) {
         const std::wstring at = toWide(bytes);
-        return std::none_of(drives.begin(), drives.end(), [&at](const DriveInfo& drive) {
-            return PathHelper::driveText(drive) == at;
-        });
+        const bool isMountPoint = std::any_of(
+            drives.begin(), drives.end(),
+            [&at](const DriveInfo& drive) { return PathHelper::driveText(drive) == at; });
+        return !isMountPoint && mayTouch(bytes);
     };
-    const std::optional<std::string> real = resolvePath(toMultibyte(path), isNoMountPoint);
+    const std::optional<std::string> real = resolvePath(toMultibyte(path), mayBeLink);
     return real ? toWide(*real) : PathHelper::realPath(path.c_str(), false).value_or(path);
 }
 
@@ -136,15 +138,15 @@ int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination
     return 0;
 }
 
-std::wstring realPathOf(const PathInfo& entry) {
+std::wstring realPathOf(const PathInfo& entry, const LinkGuard& mayTouch) {
     std::wstring path = entry.getPathName() ? entry.getPathName() : L"";
     takePrefix(path, L"::");
     takePrefix(path, L":");
-    return path.empty() ? path : PathHelper::buildRealPath(path.c_str());
+    return path.empty() ? path : realPathOf(path, {}, mayTouch);
 }
 
-std::optional<PathEntry> parsePathEntry(const PathInfo& info,
-                                        const std::vector<DriveInfo>& drives) {
+std::optional<PathEntry> parsePathEntry(const PathInfo& info, const std::vector<DriveInfo>& drives,
+                                        const LinkGuard& mayTouch) {
     const auto room = static_cast<unsigned>(entryRoom(info));
     std::vector<wchar_t> text(room);
     if (PathHelper::expand_path_variable(info.getPathName(), text.data(), room) != 0) {
@@ -170,7 +172,7 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& info,
         entry.valid = false;
     }
     if (entry.valid && !entry.path.empty()) {
-        entry.path = realPathOf(entry.path, drives);
+        entry.path = realPathOf(entry.path, drives, mayTouch);
         debug("PathHelper::pathResolver - real pathName is: %ls\n", entry.path.c_str());
     }
     return entry;

@@ -6,6 +6,7 @@
 
 #include "fscanner/discovery/drive_info.h"
 #include "fscanner/discovery/path_info.h"
+#include "fscanner/discovery/real_path.h"
 
 namespace fscanner {
 
@@ -21,12 +22,13 @@ struct PathEntry {
     bool recursive = false;
 };
 
-/// The absolute path of an entry, without links, whatever drives it admits; empty when
-/// it has none.
-std::wstring realPathOf(const PathInfo& entry);
+/// The absolute path of an entry, without links where `mayTouch` lets them be read, whatever
+/// drives it admits; empty when it has none.
+std::wstring realPathOf(const PathInfo& entry, const LinkGuard& mayTouch = touchesAll);
 
-/// Nothing for an entry without a text. `drives` are those a prefix may name.
-std::optional<PathEntry> parsePathEntry(const PathInfo& entry,
-                                        const std::vector<DriveInfo>& drives);
+/// Nothing for an entry without a text. `drives` are those a prefix may name. Links are
+/// resolved where `mayTouch` lets them be read.
+std::optional<PathEntry> parsePathEntry(const PathInfo& entry, const std::vector<DriveInfo>& drives,
+                                        const LinkGuard& mayTouch = touchesAll);
 
 }  // namespace fscanner

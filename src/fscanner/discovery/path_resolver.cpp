@@ -197,12 +197,12 @@ void PathHelper::pathResolver(const std::vector<PathInfo>& paths,
                               const std::vector<PathInfo>& excludeFileSystems,
                               std::vector<PathDrive>& parentResolved,
                               std::vector<PathDrive>& resolved, std::vector<PathDrive>& excluded,
-                              std::vector<PathDrive>& unresolved) {
+                              std::vector<PathDrive>& unresolved, const LinkGuard& mayTouch) {
     debug("PathHelper::pathResolver - entering... [pathList size is %d]\n",
           static_cast<int>(paths.size()));
     Resolver resolver(drives, includeFileSystems, excludeFileSystems);
     for (const PathInfo& path : paths) {
-        if (const auto entry = parsePathEntry(path, drives)) resolver.resolve(*entry);
+        if (const auto entry = parsePathEntry(path, drives, mayTouch)) resolver.resolve(*entry);
     }
     pathDriveAccumulator(resolved, resolver.lists().resolved, true);
     pathDriveAccumulator(parentResolved, resolver.lists().parentResolved, true);

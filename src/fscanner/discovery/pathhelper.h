@@ -12,6 +12,7 @@
 #include "fscanner/discovery/path_drive.h"
 #include "fscanner/discovery/path_match.h"
 #include "fscanner/discovery/path_relation.h"
+#include "fscanner/discovery/real_path.h"
 
 namespace fscanner {
 
@@ -77,14 +78,15 @@ public:
     /// - `excluded`: pairs that lie on a drive which is not searched;
     /// - `unresolved`: entries that gave no pair at all, as written, without a drive.
     /// No list gets a pair twice; a repeated pair keeps the wider recursive flag.
+    /// Links are resolved where `mayTouch` lets them be read.
     static void pathResolver(const std::vector<PathInfo>& paths,
                              const std::vector<DriveInfo>& drives,
                              const std::vector<PathInfo>& includeFileSystems,
                              const std::vector<PathInfo>& excludeFileSystems,
                              std::vector<PathDrive>& parentResolved,
                              std::vector<PathDrive>& resolved, std::vector<PathDrive>& excluded,
-                             std::vector<PathDrive>& unresolved);
-
+                             std::vector<PathDrive>& unresolved,
+                             const LinkGuard& mayTouch = touchesAll);
     /// Whether `path` is kept: no excluded mount point covers it, or an included one
     /// that is at least as long does. Only what follows the first ":" counts.
     static bool fileSystemPathChecker(const wchar_t* path, const std::vector<PathInfo>& includeList,

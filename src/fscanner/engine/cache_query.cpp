@@ -262,8 +262,10 @@ std::shared_ptr<const QueryPlan> KeptPlan::refresh(const FsQuery& query) {
                 query.getExcludedPaths(),
                 query.getIncludedFileSystems(),
                 query.getExcludedFileSystems()};
-    for (const auto* list : {&basis.includedPaths, &basis.excludedPaths})
-        for (const PathInfo& path : *list) basis.places.push_back(realPathOf(path));
+    const auto mayTouch = [&fresh](std::string_view path) { return fresh->plan.mayTouch(path); };
+    for (const PathInfo& path : basis.includedPaths) basis.places.push_back(realPathOf(path));
+    for (const PathInfo& path : basis.excludedPaths)
+        basis.places.push_back(realPathOf(path, mayTouch));
     if (kept && kept->basis == basis) return {kept, &kept->plan};
     fresh->plan.prune(query);
     fresh->plan.resolve(query);

@@ -94,21 +94,38 @@ void QueryPlan::prune(const FsQuery& query) {
 }
 
 void QueryPlan::resolve(const FsQuery& query) {
-    const auto resolveSide = [this](const std::vector<PathInfo>& entries,
-                                    const std::vector<PathInfo>& excludedMounts) {
-        ResolvedPaths side;
-        PathHelper::pathResolver(entries, current_, includedMounts_, excludedMounts,
-                                 side.parentResolved, side.resolved, side.excluded,
-                                 side.unresolved);
-        return side;
-    };
     // What lies on a placeholder itself is searched by nobody, but may be left out.
     std::vector<PathInfo> notSearched = excludedMounts_;
     PathHelper::buildPathList(placeholders_, notSearched);
-    included_ = resolveSide(query.getIncludedPaths(), notSearched);
-    excluded_ = resolveSide(query.getExcludedPaths(), excludedMounts_);
+    included_ = ResolvedPaths();
+    PathHelper::pathResolver(query.getIncludedPaths(), current_, includedMounts_, notSearched,
+                             included_.parentResolved, included_.resolved, included_.excluded,
+                             included_.unresolved);
     pairs_.clear();
     PathHelper::accumulatePairs(drives_, included_.parentResolved, included_.resolved, pairs_);
+    // First without a touch of what is served: one exclusion may keep the search from a drive
+    // that another one lies on.
+    touched_.clear();
+    resolveExclusions(query);
+    for (const PathDrive& pair : pairs_)
+        if (fsIsServed(pair.drive) &&
+            !checkPathList(pair.path.getPathName(), exclusions(pair), query.getCaseSensitive(),
+                           pair.path.getRecursive()))
+            touched_.emplace(PathHelper::driveText(pair.drive));
+    if (!touched_.empty()) resolveExclusions(query);
+}
+
+bool QueryPlan::mayTouch(std::string_view path) const {
+    const DriveInfo* const drive = mounts_.holding(toWide(path));
+    return !drive || !fsIsServed(*drive) || touched_.contains(PathHelper::driveText(*drive));
+}
+
+void QueryPlan::resolveExclusions(const FsQuery& query) {
+    excluded_ = ResolvedPaths();
+    PathHelper::pathResolver(query.getExcludedPaths(), current_, includedMounts_, excludedMounts_,
+                             excluded_.parentResolved, excluded_.resolved, excluded_.excluded,
+                             excluded_.unresolved,
+                             [this](std::string_view path) { return mayTouch(path); });
     localExclusions_ = groupPaths(excluded_, mdLocalDriveGroup);
     remoteExclusions_ = groupPaths(excluded_, mdRemoteDriveGroup);
     for (const PathInfo& entry : query.getExcludedPaths()) addPattern(entry);
@@ -117,7 +134,8 @@ void QueryPlan::resolve(const FsQuery& query) {
 // A pattern may match on every drive of its group, and not only on the one that its text
 // would lie on.
 void QueryPlan::addPattern(const PathInfo& exclusion) {
-    const std::optional<PathEntry> entry = parsePathEntry(exclusion, mounted_);
+    const std::optional<PathEntry> entry = parsePathEntry(
+        exclusion, mounted_, [this](std::string_view path) { return mayTouch(path); });
     if (!entry || !entry->valid || !entry->driveName.empty()) return;
     if (!checkWildCard(entry->path.c_str())) return;
     const std::vector<PathInfo> pattern = {PathInfo(entry->path.c_str(), entry->recursive)};

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <set>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "fscanner/discovery/drivehelper.h"
@@ -59,10 +62,15 @@ public:
     const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
     const std::vector<PathInfo>& localExclusions() const { return localExclusions_; }
 
+    /// Whether the links of what is left out may be read there. On a drive that somebody
+    /// serves, only where the search goes there as well: a dead one would never answer.
+    bool mayTouch(std::string_view path) const;
+
 private:
     bool readTable();
     void listDrives();
     bool wakeAutomounter(const FsQuery& query) const;
+    void resolveExclusions(const FsQuery& query);
     void addPattern(const PathInfo& exclusion);
 
     MountTable table_;
@@ -76,6 +84,7 @@ private:
     ResolvedPaths included_;
     ResolvedPaths excluded_;
     std::vector<PathDrive> pairs_;
+    std::set<std::wstring, std::less<>> touched_;  // served drives, by mount directory
     std::vector<PathInfo> localExclusions_;
     std::vector<PathInfo> remoteExclusions_;
 };
