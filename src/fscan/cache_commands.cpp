@@ -6,13 +6,16 @@
 #include <array>
 #include <ctime>
 #include <filesystem>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <vector>
 
 #include "cache_place.h"
+#include "drives.h"
 #include "duration.h"
 #include "exit_status.h"
+#include "fscanner/fs/fs_inspect.h"
 #include "locked_cache.h"
 #include "messages.h"
 #include "options.h"
@@ -111,6 +114,22 @@ int reportNone(const CachePlace& place, Output& out) {
     return STATUS_NOTHING_FOUND;
 }
 
+int reportUnsound(const CachePlace& place) {
+    complain(fmt::format("{}: the cache is marked or damaged; the next search makes it anew",
+                         toBytes(place.directory)));
+    return STATUS_FAILURE;
+}
+
+/// The path as the cache has it, without links. The directory need not be there, and the server
+/// of one that is mounted need not answer.
+std::wstring pathOf(const std::string& text, const DriveList& drives) {
+    const auto mayTouch = [&drives](std::wstring_view path) {
+        const fscanner::DriveInfo* const drive = drives.of(path);
+        return drive == nullptr || !fscanner::fsIsServed(*drive);
+    };
+    return fscanner::fsResolvePath(toWide(text).c_str(), mayTouch);
+}
+
 }  // namespace
 
 int showCacheStatus(const Options& options, Output& out) {
@@ -167,11 +186,7 @@ int compactCache(const Options& options, Output& out) {
     const std::uintmax_t before = sizeOf(cacheFiles(place));
     if (before == 0) return reportNone(place, out);
     FS_Cache& cache = *locked.get();
-    if (!locked.open()) {
-        complain(fmt::format("{}: the cache is marked or damaged; the next search makes it anew",
-                             toBytes(place.directory)));
-        return STATUS_FAILURE;
-    }
+    if (!locked.open()) return reportUnsound(place);
     if (!cache.close() || !cache.compact()) {
         complain(place.failure(fscanner::FS_CACHE_UNUSABLE));
         return STATUS_FAILURE;
@@ -179,6 +194,27 @@ int compactCache(const Options& options, Output& out) {
     const std::uintmax_t after = sizeOf(cacheFiles(place));
     out.write(fmt::format("{} before, {} after\n", sizeText(before), sizeText(after)));
     return STATUS_FOUND;
+}
+
+int forgetCachedTree(const Options& options, Output& out) {
+    const CachePlace place = CachePlace::of(options);
+    const std::optional<DriveList> drives = DriveList::read();
+    if (!drives) return STATUS_FAILURE;
+    const std::wstring path = pathOf(options.forgotten, *drives);
+    const LockedCache locked(place, options);
+    if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
+    if (cacheFiles(place).empty()) return reportNone(place, out);
+    if (!locked.open()) return reportUnsound(place);
+    bool found = false;
+    FS_Cache& cache = *locked.get();
+    const int code = cache.forget(path.c_str(), found);
+    if (!cache.close() || !cache.compact() || code != fscanner::FS_CACHE_SUCCESS) {
+        complain(place.failure(fscanner::FS_CACHE_UNUSABLE));
+        return STATUS_FAILURE;
+    }
+    if (found) return STATUS_FOUND;
+    complain(fmt::format("{}: not in the cache", options.forgotten));
+    return STATUS_NOTHING_FOUND;
 }
 
 // By name and not through the cache object, which knows the tables of one locale only.

@@ -11,6 +11,8 @@ int showCacheStatus(const Options& options, Output& out);
 /// STATUS_FAILURE where a file is damaged.
 int checkCache(const Options& options, Output& out);
 int compactCache(const Options& options, Output& out);
+/// Drops the tree of one directory. The status is also 1 where the cache does not have it.
+int forgetCachedTree(const Options& options, Output& out);
 /// Deletes the files of the cache and the tag of its directory, and nothing else.
 int clearCache(const Options& options, Output& out);
 

@@ -38,6 +38,8 @@ int cacheTask(const Options& options, Output& out) {
             return compactCache(options, out);
         case CacheTask::clear:
             return clearCache(options, out);
+        case CacheTask::forget:
+            return forgetCachedTree(options, out);
         default:
             return showCacheStatus(options, out);
     }

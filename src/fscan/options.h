@@ -29,7 +29,7 @@ enum class WhenToUse { automatic, always, never };
 enum class CommandUse { forEach, forMany, inDirectory };
 
 /// What is to be done with the cache instead of searching.
-enum class CacheTask { none, status, check, compact, clear };
+enum class CacheTask { none, status, check, compact, clear, forget };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {
@@ -58,6 +58,7 @@ struct Options {
     bool runsCommands() const { return command.has_value(); }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
+    std::string forgotten;                        ///< the tree that is to go from the cache
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
     CacheTask cacheTask = CacheTask::none;

@@ -139,6 +139,14 @@ void addOthers(CLI::App& app, Options& options) {
     addCacheTask(app, options, "--cache-compact", CacheTask::compact,
                  "Give the space of removed records back, if there are many")
         ->group(group);
+    addValue(
+        app, "--cache-forget", "PATH",
+        [&options](const std::string& path) {
+            options.cacheTask = CacheTask::forget;
+            options.forgotten = path;
+        },
+        "Drop the tree of that directory from the cache")
+        ->group(group);
     addCacheTask(app, options, "--cache-clear", CacheTask::clear, "Delete the cache's files")
         ->group(group);
     app.set_version_flag("--version", std::string("fscan ") + fscanner::fsVersion(),

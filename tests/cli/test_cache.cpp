@@ -184,6 +184,23 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
 }
 
+TEST_F(CacheTest, OneTreeIsForgotten) {
+    EXPECT_EQ(run({"--cache-forget", "d"}).status, 1);
+    add("gone/g");
+    std::filesystem::create_directory_symlink("d", tree_ / "way");
+    for (const char* path : {"d", "gone"}) found({path});
+    std::filesystem::remove_all(tree_ / "gone");
+    for (const char* path : {"gone", "./way/."}) {
+        EXPECT_THAT(run({"--cache-forget", path}).status, 0) << path;
+        const RunResult again = run({"--cache-forget", path});
+        EXPECT_EQ(again.status, 1);
+        EXPECT_EQ(again.err, "fscan: " + std::string(path) + ": not in the cache\n");
+    }
+    add("d/later");
+    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_THAT(status(), HasSubstr("state:      good"));
+}
+
 // Nothing is put there, and nothing is deleted.
 TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
     const std::string tag = "Signature: 8a477f597d28d172789f06886806bc55\n# of a browser\n";

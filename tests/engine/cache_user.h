@@ -35,6 +35,7 @@ public:
     int query(FsResultSetWriter& writer, const FsQuery& query, unsigned age = kDay,
               unsigned timeout = kMinute, bool kept = false) const {
         const auto cache = make();
+        cache->setSizeLimit(limit);
         if (const int status = cache->lock()) return status;
         int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
         if (status == 0)
@@ -55,6 +56,15 @@ public:
         EXPECT_TRUE(sums.load() && sums.takeUp(directory_.wide("dirs.counter")) && sums.write() &&
                     sums.replace());
     }
+    /// Of the cache's files, all of them.
+    std::uintmax_t bytes() const {
+        std::uintmax_t sum = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(directory_.path()))
+            sum += entry.file_size();
+        return sum;
+    }
+
+    unsigned long long limit = 0;
 
 private:
     TempTree directory_;

@@ -270,6 +270,134 @@ TEST_F(CacheTest, CompactionNeedsAClosedCache) {
     EXPECT_TRUE(cache.isMarked());
 }
 
+// ---- What goes from a cache -------------------------------------------------
+
+std::vector<std::string> treesOf(const CacheUser& user) {
+    const auto open = user.open();
+    FsCacheReport report;
+    EXPECT_TRUE(open->report(report));
+    open->close();
+    std::vector<std::string> trees;
+    for (const FsCachedTree& tree : report.trees) trees.push_back(toMultibyte(tree.path));
+    return trees;
+}
+
+// In both directions: what holds a forgotten tree lacks it, what lies in it goes with it.
+TEST_F(CacheTest, AForgottenTreeIsReadAgain) {
+    struct Case {
+        const char* built;
+        const char* forgotten;
+        const char* asked;
+        bool known;
+        bool readAgain;
+        std::vector<std::string> left;  // trees, before anything is asked
+    };
+    const std::vector<Case> table = {
+        {"", "", "", true, true, {}},         {"", "d", "", true, true, {"o"}},
+        {"", "d", "d", true, true, {"o"}},    {"", "d/e", "o", true, false, {"o"}},
+        {"d", "", "d", true, true, {}},       {"d", "d/e", "d", true, true, {}},
+        {"d", "o", "d", false, false, {"d"}}, {"d", "d/e/deep", "d", false, false, {"d"}},
+        {"d/e", "d", "d/e", true, true, {}},
+    };
+    for (const auto& [built, forgotten, asked, known, readAgain, left] : table) {
+        SCOPED_TRACE(std::string(built) + " without " + forgotten);
+        const CacheUser user;
+        tree.directory("o");
+        const std::string fresh = *asked ? std::string(asked) + "/new" : "new";
+        std::filesystem::remove(tree.path(fresh));
+        everything(built);
+        found(user);
+        const auto open = user.open();
+        bool had = !known;
+        EXPECT_EQ(open->forget(tree.wide(forgotten).c_str(), had), 0);
+        EXPECT_EQ(had, known);
+        EXPECT_TRUE(open->close() && open->compact());
+        EXPECT_FALSE(user.isMarked());
+        const std::vector<std::string> trees = treesOf(user);
+        EXPECT_EQ(trees.empty(), left.empty());
+        for (const std::string& name : left) EXPECT_THAT(trees, testing::Contains(tree.path(name)));
+        tree.file(fresh);
+        everything(asked);
+        const auto names = found(user);
+        const auto isNew = [&](const std::string& name) { return name.ends_with("/new"); };
+        EXPECT_EQ(std::any_of(names.begin(), names.end(), isNew), readAgain);
+        EXPECT_EQ(names, found(user));
+    }
+    bool had = true;
+    const auto closed = cache.make();
+    EXPECT_EQ(closed->forget(L"/", had), FS_CACHE_UNUSABLE);
+    EXPECT_FALSE(had);
+}
+
+TEST_F(CacheTest, TreesWhoseDirectoriesAreGoneGoAtTheNextChange) {
+    for (const char* name : {"gone/x/f", "moved/f", "linked/f", "a/file/f", "stays/f"})
+        tree.file(name);
+    for (const char* name : {"gone/x", "moved", "linked", "a/file", "stays", "d"}) {
+        everything(name);
+        found(cache);
+    }
+    std::filesystem::remove_all(tree.path("gone"));
+    std::filesystem::rename(tree.path("moved"), tree.path("away"));
+    std::filesystem::remove_all(tree.path("linked"));
+    tree.link("stays", "linked");
+    std::filesystem::remove_all(tree.path("a/file"));
+    tree.file("a/file");
+    everything("d");
+    EXPECT_EQ(found(cache).size(), 2U);
+    EXPECT_EQ(treesOf(cache).size(), 6U) << "nothing was changed";
+    EXPECT_EQ(found(cache, FS_CACHE_REBUILD).size(), 2U);
+    EXPECT_EQ(treesOf(cache), paths({"d", "stays"}));
+    // Nor is anything left of the directories that held them: the root of all is shared.
+    const auto open = cache.open();
+    FsCacheReport report;
+    ASSERT_TRUE(open->report(report));
+    EXPECT_EQ(report.trees.size(), 2U);
+    bool had = true;
+    for (const char* name : {"gone", "a"}) {
+        EXPECT_EQ(open->forget(tree.wide(name).c_str(), had), 0);
+        EXPECT_FALSE(had) << name;
+    }
+    open->close();
+}
+
+TEST_F(CacheTest, ALimitCostsTheOldestTrees) {
+    for (int of = 0; of < 4; ++of)
+        for (int i = 0; i < 3000; ++i)
+            tree.file("t" + std::to_string(of) + "/" + std::string(60, 'n') + std::to_string(i));
+    static timeval now;
+    now = dayOf2033();
+    setClockSource([]() { return now; });
+    const auto build = [&](const std::string& name) {
+        ++now.tv_sec;
+        everything(name);
+        return found(cache, FS_CACHE_REBUILD).size();
+    };
+    build("t2");
+    constexpr unsigned slack = 1 << 17;  // files grow in steps
+    const auto one = cache.bytes() + slack;
+    for (const char* name : {"t0", "t1"}) build(name);
+    const auto three = cache.bytes() + slack;
+    EXPECT_EQ(treesOf(cache), paths({"t0", "t1", "t2"}));
+    cache.limit = three;
+    EXPECT_EQ(build("t3"), 3000U);
+    EXPECT_EQ(treesOf(cache), paths({"t0", "t1", "t3"})) << "t2 was built first";
+    EXPECT_LE(cache.bytes(), cache.limit);
+    // A search that changes nothing removes nothing.
+    cache.limit = one;
+    everything("t3");
+    EXPECT_EQ(found(cache).size(), 3000U);
+    EXPECT_EQ(treesOf(cache).size(), 3U);
+    EXPECT_EQ(build("t0"), 3000U);
+    EXPECT_EQ(treesOf(cache), paths({"t0"}));
+    EXPECT_LE(cache.bytes(), cache.limit);
+    // Where one tree is too large it is answered from, and not kept.
+    cache.limit = 1;
+    EXPECT_EQ(build("t2"), 3000U);
+    EXPECT_THAT(treesOf(cache), IsEmpty());
+    EXPECT_FALSE(cache.isMarked());
+    setClockSource(nullptr);
+}
+
 TEST_F(CacheTest, RemovalNeedsAClosedCache) {
     const std::string counter = cache.directory().path("dirs.counter");
     const auto open = cache.open();

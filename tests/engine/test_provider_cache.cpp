@@ -66,6 +66,18 @@ TEST_F(ProviderCache, Options) {
     EXPECT_TRUE(provider->setOption(FS_OPTION_FRESH, "0"));
     EXPECT_FALSE(provider->setOption(FS_OPTION_CACHE_DIRECTORY, "relative"));
     EXPECT_FALSE(provider->setOption(nullptr, "x"));
+    for (const char* size : {"", "M", "-1", "1X", "1MB", " 1", "16777216T", "99999999999999999999"})
+        EXPECT_FALSE(provider->setOption(FS_OPTION_CACHE_LIMIT, size)) << size;
+    FsCacheSettings settings;
+    for (const auto& [text, size] : {std::pair{"0", 0ULL},
+                                     {"1000", 1000ULL},
+                                     {"3k", 3072ULL},
+                                     {"5M", 5ULL << 20},
+                                     {"2g", 2ULL << 30},
+                                     {"16777215T", 16777215ULL << 40}}) {
+        EXPECT_TRUE(settings.set(FS_OPTION_CACHE_LIMIT, text));
+        EXPECT_EQ(settings.limit, size) << text;
+    }
     const auto right = found();
     // The other encoding has tables of its own.
     EXPECT_TRUE(provider->setOption(FS_OPTION_COMPRESSED, "true"));

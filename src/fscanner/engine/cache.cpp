@@ -1,9 +1,12 @@
 #include "fscanner/engine/cache.h"
 
+#include <climits>
+
 #include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/cache_upkeep.h"
 #include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/explain.h"
 #include "fscanner/fs/wall.h"
@@ -90,7 +93,7 @@ int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, un
 int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                   unsigned maxCacheAge) {
     CheckedWriter checked(writer);
-    return checked.resultOf(runPlan(form, query, [&](const QueryPlan& plan) -> int {
+    return checked.resultOf(runPlan(form, query, UINT_MAX, [&](const QueryPlan& plan) -> int {
         CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
         if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return FS_CACHE_NEEDS_CHANGE;
         const AnswerGaps gaps(query, plan);
@@ -107,7 +110,7 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
         return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
     };
     return operate("FS_Cache::refresh", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return runPlan(Form::plain, query, body); });
+                   [&] { return runPlan(Form::plain, query, store_->oldIndex(), body); });
 }
 
 int FS_Cache::share(int timeout) {
@@ -115,16 +118,22 @@ int FS_Cache::share(int timeout) {
                    [&] { return store_->share(timeout); });
 }
 
-// Runs `body` by a plan of the query, and sees to what that leaves of the cache.
+// Runs `body` by a plan of the query, and sees to what that leaves of the cache. Trees with
+// IDs above `lastRemovable` are still needed.
 template <class Body>
-int FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
+int FS_Cache::runPlan(Form form, const FsQuery& query, unsigned lastRemovable, Body body) {
     if (!store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
     int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
         const std::shared_ptr<const QueryPlan> plan = makePlan(form, query);
         planned = plan != nullptr;
-        return planned ? body(*plan) : +FS_CACHE_UNUSABLE;
+        if (!planned) return FS_CACHE_UNUSABLE;
+        const int result = body(*plan);
+        const bool finished = result != FS_CACHE_UNUSABLE && result != FS_CACHE_BUILD_TIMED_OUT;
+        if (finished && store_->usable() && store_->directoriesIndex() != counter)
+            tidyTrees(*store_, plan->mounts(), {sizeLimit_, lastRemovable});
+        return result;
     });
     // Without a mount table nothing can be said of the files, and nothing is wrong
     // with the cache.
@@ -171,6 +180,20 @@ bool FS_Cache::report(FsCacheReport& report) {
 
 bool FS_Cache::check(FsCacheCheck& result) {
     return operate("FS_Cache::check", false, false, [&] { return store_->check(result); });
+}
+
+int FS_Cache::forget(const wchar_t* path, bool& found) {
+    found = false;
+    return operate("FS_Cache::forget", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT, [&]() -> int {
+        if (!path || !store_->usable()) return FS_CACHE_UNUSABLE;
+        if (forgetTree(*store_, path, found)) return FS_CACHE_SUCCESS;
+        store_->markBroken();
+        return FS_CACHE_UNUSABLE;
+    });
+}
+
+void FS_Cache::setSizeLimit(unsigned long long bytes) {
+    sizeLimit_ = bytes;
 }
 
 int FS_Cache::startMonitor(FsMonitor*) {

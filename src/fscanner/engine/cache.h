@@ -147,6 +147,16 @@ public:
     /// files and no problem: there is no cache. False when this object was opened before.
     bool check(FsCacheCheck& result);
 
+    /// Removes the tree of a directory from an open cache, with all below it. `path` is absolute
+    /// and free of links; the directory need not be there any more. What is known of the trees
+    /// that hold it is not an answer any more, until they are built again. `found` tells
+    /// whether the cache had it. 0, -40, or -52 in the middle of another operation.
+    int forget(const wchar_t* path, bool& found);
+    /// How many bytes the tables with their indexes may take; 0, as at first: any number. After
+    /// a query that built something the trees that were built first are removed until the
+    /// rest fits, and `compact` gives their space back; the log names them.
+    void setSizeLimit(unsigned long long bytes);
+
     /// Reserved; 0, and the monitor is not kept.
     int startMonitor(FsMonitor* monitor);
     int stopMonitor();
@@ -167,13 +177,14 @@ private:
     FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
                             unsigned timeout, unsigned maxCacheAge);
     template <class Body>
-    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, Body body);
+    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, unsigned lastRemovable, Body body);
 
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;
 
     std::unique_ptr<CacheStore> store_;
     bool monitor_;
+    unsigned long long sizeLimit_ = 0;
 };
 
 }  // namespace fscanner

@@ -21,19 +21,6 @@ bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, un
     return records.insert();
 }
 
-// Makes a directory, and all that hold it, trees that were never built: what is missing
-// in one of them must not be missing in later answers.
-void forgetTimes(CacheStore& store, unsigned id) {
-    RecordSet& records = store.directoryRecords();
-    for (CircleGuard circle; id != 0 && !circle.closes(id);) {
-        if (!store.lookups().byId(records, id)) return;
-        id = records.getFieldAsInt32(DIRECTORIES_PARENTID);
-        if (records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) continue;
-        records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
-        if (!records.update()) store.markBroken();
-    }
-}
-
 // Inserts a record for each thing that the walk meets.
 class CacheSink : public WalkSink {
 public:

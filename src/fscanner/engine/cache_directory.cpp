@@ -2,8 +2,10 @@
 
 #include <charconv>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
@@ -92,6 +94,21 @@ bool parseBool(std::string_view text, bool& value) {
     return true;
 }
 
+// "500M": digits, and K, M, G or T for powers of 1024.
+bool parseSize(std::string_view text, unsigned long long& size) {
+    unsigned long long number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || end - stop > 1) return false;
+    constexpr std::string_view letters = "KMGTkmgt";
+    const std::size_t letter = stop == end ? 0 : letters.find(*stop);
+    if (letter == letters.npos) return false;
+    const unsigned bits = stop == end ? 0 : 10 * (static_cast<unsigned>(letter) % 4 + 1);
+    if (number > std::numeric_limits<unsigned long long>::max() >> bits) return false;
+    size = number << bits;
+    return true;
+}
+
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
@@ -130,6 +147,7 @@ bool FsCacheSettings::set(const char* key, const char* value) {
     if (name == FS_OPTION_COMPRESSED) return parseBool(value, compressed);
     if (name == FS_OPTION_FRESH) return parseBool(value, fresh);
     if (name == FS_OPTION_WAIT) return parseCount(value, wait);
+    if (name == FS_OPTION_CACHE_LIMIT) return parseSize(value, limit);
     if (name != FS_OPTION_CACHE_DIRECTORY || *value != '/') return false;
     return behindWall("FsCacheSettings::set", [&] {
         directory = toWide(value);
@@ -139,13 +157,16 @@ bool FsCacheSettings::set(const char* key, const char* value) {
 
 FsCacheSettings fsCacheSettings(const FsConfig& config, std::string* error) {
     FsCacheSettings settings;
-    for (const char* key : {FS_OPTION_CACHE_DIRECTORY, FS_OPTION_MONITORED, FS_OPTION_COMPRESSED}) {
+    const std::pair<const char*, const char*> keys[] = {
+        {FS_OPTION_CACHE_DIRECTORY, " is no absolute path"},
+        {FS_OPTION_MONITORED, " is neither true nor false"},
+        {FS_OPTION_COMPRESSED, " is neither true nor false"},
+        {FS_OPTION_CACHE_LIMIT, " is no size such as 500M"}};
+    for (const auto& [key, rule] : keys) {
         const std::string value = config.getString("provider_cache", key, "");
         if (value.empty() || settings.set(key, value.c_str()) || !error || !error->empty())
             continue;
-        const bool path = key == FS_OPTION_CACHE_DIRECTORY;
-        *error = std::string(key) + ": " + value +
-                 (path ? " is no absolute path" : " is neither true nor false");
+        *error = std::string(key) + ": " + value + rule;
     }
     return settings;
 }

@@ -33,15 +33,16 @@ FSCANNER_EXPORT bool fsCheckCacheDirectory(const wchar_t* directory, std::wstrin
 
 /// Where and how a cache is kept, as the section "provider_cache" of the settings says.
 struct FSCANNER_EXPORT FsCacheSettings {
-    std::wstring directory;   ///< absolute; empty: the user's own, `fsDefaultCacheDirectory`
-    bool monitored = false;   ///< trees of the cache are used at any age, and none is built
-    bool compressed = false;  ///< numbers take as many bytes as they need
-    bool fresh = false;       ///< no answer comes from the cache; no key of the section
-    int wait = 60000;         ///< for others, in milliseconds; no key of the section
+    std::wstring directory;        ///< absolute; empty: the user's own, `fsDefaultCacheDirectory`
+    bool monitored = false;        ///< trees of the cache are used at any age, and none is built
+    bool compressed = false;       ///< numbers take as many bytes as they need
+    unsigned long long limit = 0;  ///< of the cache's size, in bytes; 0: none
+    bool fresh = false;            ///< no answer comes from the cache; no key of the section
+    int wait = 60000;              ///< for others, in milliseconds; no key of the section
 
-    /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, or
-    /// "true", "1", "false" or "0", or a number of milliseconds. False, and nothing changes, for
-    /// any other key or value, null included.
+    /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, a size
+    /// such as "500M", "true", "1", "false" or "0", or a number of milliseconds. False, and
+    /// nothing changes, for any other key or value, null included.
     bool set(const char* key, const char* value);
 };
 /// Reads the settings of a cache. What cannot be used is left at its default, and named

@@ -128,6 +128,12 @@ public:
     bool compact();
     bool remove();
 
+    /// The bytes of the tables with their indexes; about as many are in use by records.
+    unsigned long long bytes() const;
+    unsigned long long bytesInUse() const;
+    /// The next compaction gives back all that it can.
+    void shrinkWhenClosed() { shrink_ = true; }
+
     /// Created, open and not broken.
     bool usable() const { return initialized_ && open_ && !broken_; }
     /// Opened under a shared lock: nothing is changed.
@@ -166,6 +172,8 @@ public:
 
     /// The ID counter: the last ID that a directory was given.
     unsigned& directoriesIndex() { return directoriesIndex_; }
+    /// The last ID that was given before this object opened the cache.
+    unsigned oldIndex() const { return oldIndex_; }
     bool updateDirectoriesIDCounter();
     /// When the tree of the directory at hand was built; 0: never, or nobody knows what of
     /// it could not be read, so that no answer may come from it.
@@ -198,6 +206,7 @@ private:
     bool saveSums();
     bool isThere() const;
     bool isCompactionDue();
+    int compactionPercent() const;
     bool isSound();
     bool hasNoIdAboveCounter();
     bool bringToDisk();
@@ -216,8 +225,9 @@ private:
     bool compactionDue_ = false;
     bool lockIsShared_ = false;
     bool readOnly_ = false;
+    bool shrink_ = false;
     unsigned directoriesIndex_ = 0;
-    unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
+    unsigned oldIndex_ = 0;
     std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
     UnreadDirectories unread_;
     std::unique_ptr<SumsFile> sums_;

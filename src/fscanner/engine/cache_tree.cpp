@@ -1,5 +1,8 @@
 #include "fscanner/engine/cache_tree.h"
 
+#include <set>
+#include <utility>
+
 #include "fscanner/common/strings.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -34,6 +37,17 @@ bool isBelow(RecordSet& ancestors, CacheLookups& lookups, unsigned parent,
 }
 
 }  // namespace
+
+void forgetTimes(CacheStore& store, unsigned id) {
+    RecordSet& records = store.directoryRecords();
+    for (CircleGuard circle; id != 0 && !circle.closes(id);) {
+        if (!store.lookups().byId(records, id)) return;
+        id = records.getFieldAsInt32(DIRECTORIES_PARENTID);
+        if (records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) continue;
+        records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
+        if (!records.update()) store.markBroken();
+    }
+}
 
 std::vector<std::wstring> pathNames(const wchar_t* path) {
     std::vector<std::wstring> names = PathHelper::structured_path_decomposer(path);
@@ -137,6 +151,45 @@ void CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) 
     }
     if (!directories.closeRecordSet(records))
         debug("FS_Cache::removeTree - closeRecordSet failed!\n");
+}
+
+void CacheTree::removeEmpty(FS_Table& directories, unsigned id) {
+    RecordSet records = directories.openRecordSet();
+    while (id != 0 && !store_.lookups().byParentId(records, id) &&
+           !store_.lookups().byPathId(store_.filesRecords(), id) &&
+           store_.lookups().byId(records, id) &&
+           records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) {
+        const unsigned parent = parentOf(records);
+        if (!records.remove()) break;
+        pathMap_.clear();
+        store_.unread().remove(id);
+        id = parent;
+    }
+    if (!directories.closeRecordSet(records))
+        debug("FS_Cache::removeEmpty - closeRecordSet failed!\n");
+}
+
+// Each directory is gone into once, also where a damaged table has an ID twice.
+std::vector<CachedRoot> CacheTree::roots() {
+    std::vector<CachedRoot> roots;
+    std::vector<CachedRoot> waiting{{}};
+    std::set<unsigned> seen{0};
+    RecordSet& records = store_.directoryRecords();
+    while (!waiting.empty()) {
+        const CachedRoot above = std::move(waiting.back());
+        waiting.pop_back();
+        bool found = store_.lookups().byParentId(records, above.id);
+        for (; found; found = records.moveNext()) {
+            const unsigned id = records.getFieldAsInt32(DIRECTORIES_ID);
+            const wchar_t* const name = records.getFieldAsString(DIRECTORIES_PATHNAME);
+            if (!name || !seen.insert(id).second) continue;
+            const bool joined = !above.path.empty() && !above.path.ends_with(L'/');
+            const unsigned built = records.getFieldAsInt32(DIRECTORIES_CREATIONTIME);
+            (built != 0 ? roots : waiting)
+                .push_back({id, above.id, built, above.path + (joined ? L"/" : L"") + name});
+        }
+    }
+    return roots;
 }
 
 }  // namespace fscanner

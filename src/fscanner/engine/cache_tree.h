@@ -32,6 +32,18 @@ private:
 /// is "/".
 std::vector<std::wstring> pathNames(const wchar_t* path);
 
+/// Makes a directory, and all that hold it, trees that were never built: what is missing
+/// in one of them must not be missing in later answers.
+void forgetTimes(CacheStore& store, unsigned id);
+
+/// A built tree that lies in no other.
+struct CachedRoot {
+    unsigned id;
+    unsigned parent;
+    unsigned built;  ///< seconds since the epoch
+    std::wstring path;
+};
+
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
 /// path, and the removal of a subtree.
 ///
@@ -60,6 +72,12 @@ public:
     void removeFiles(FS_Table& files, unsigned pathId);
     /// Removes directory `id` with all below it.
     void removeTree(FS_Table& directories, FS_Table& files, unsigned id);
+    /// Removes directory `id`, and those that hold it, as long as they hold nothing else and
+    /// were never built.
+    void removeEmpty(FS_Table& directories, unsigned id);
+
+    /// Found from the top down, so that nothing in a built tree is read.
+    std::vector<CachedRoot> roots();
 
 private:
     struct Known {

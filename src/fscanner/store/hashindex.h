@@ -24,6 +24,8 @@ class Index {
 public:
     static constexpr unsigned NONE = 0xFFFFFFFF;
     static constexpr unsigned BUCKETS = 65536;
+    /// What the chains' heads take, whatever is stored.
+    static constexpr unsigned HEAD_BYTES = BUCKETS * 8;
 
     /// Copies the three; with a null one all names are null and nothing works.
     Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* fieldName);

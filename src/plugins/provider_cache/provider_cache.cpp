@@ -178,9 +178,11 @@ int CacheProvider::runAlone(const Question& question) const {
 
 std::unique_ptr<FS_Cache> CacheProvider::makeCache() const {
     const FsCacheTableNames names = fsCacheTableNames(settings_.compressed);
-    return std::make_unique<FS_Cache>(
+    auto cache = std::make_unique<FS_Cache>(
         names.directories.c_str(), names.files.c_str(), settings_.directory.c_str(),
         settings_.monitored && !settings_.fresh, settings_.compressed, true);
+    cache->setSizeLimit(settings_.limit);
+    return cache;
 }
 
 // The cache takes the two limits in the other order.
