@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "exit_status.h"
 #include "fscanner/fs/fs_loader.h"
@@ -18,6 +19,9 @@ namespace {
 
 /// As good as none: the engine counts milliseconds in 32 bits.
 constexpr unsigned noTimeout = std::numeric_limits<int>::max();
+/// How long others may keep the cache, in milliseconds, and where they may for good.
+constexpr const char* usualWait = "1000";
+constexpr const char* anyWait = "2147483647";
 constexpr const char* cacheProvider = "provider_cache";
 constexpr const char* directProvider = "provider_direct";
 
@@ -48,6 +52,7 @@ std::optional<Asking> Asking::prepare(const Options& options) {
     asking.place = CachePlace::of(options);
     // A provider that has no cache has no use for it, either.
     if (asking.maximumAge == 0) asking.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
+    asking.provider->setOption(fscanner::FS_OPTION_WAIT, options.wait ? anyWait : usualWait);
     const std::string directory = toBytes(asking.place.directory);
     // A provider that keeps none refuses the option.
     asking.cached = asking.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
@@ -72,6 +77,22 @@ int Asking::run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& qu
     return provider->executeQuery(writer, query, maximumAge, timeoutMilliseconds);
 }
 
+bool Asking::leaveCache(int code, bool quiet) {
+    const bool isCaches = code == fscanner::FS_CACHE_UNUSABLE ||
+                          code == fscanner::FS_CACHE_LOCK_TIMED_OUT ||
+                          code == fscanner::FS_CACHE_FAILURE;
+    if (!cached || !isCaches) return false;
+    std::unique_ptr<fscanner::FsProvider> direct = load(directProvider);
+    if (!direct) return false;
+    const bool busy = code == fscanner::FS_CACHE_LOCK_TIMED_OUT;
+    if (!quiet)
+        complain(fmt::format("note: {}; searching without it{}", place.failure(code),
+                             busy ? " (--wait waits for it)" : ""));
+    provider = std::move(direct);
+    cached = false;
+    return true;
+}
+
 bool Asking::tellsExclusions() const {
     const std::string_view name = provider->name();
     return name == cacheProvider || name == directProvider;
@@ -90,7 +111,7 @@ int Asking::report(int code, const std::string& path) const {
     if (code == fscanner::FS_CACHE_NO_FILE_PROGRAM)
         complain("types cannot be told: there is no program /usr/bin/file that can be run");
     else if (cached)
-        complain(place.failure(code));
+        complain(place.failure(code) + "; --no-cache searches without it");
     else if (code == fscanner::FS_CACHE_UNUSABLE && provider->name() == std::string(directProvider))
         complain("the mount table cannot be read");
     else

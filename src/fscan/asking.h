@@ -34,6 +34,9 @@ struct Asking {
     int run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const;
     /// Whether the observer hears of the directories that the query leaves out.
     bool tellsExclusions() const;
+    /// Goes on without the cache, for the rest of the run, where that is what failed with
+    /// this code: false where it is not. Unless `quiet`, a note says why.
+    bool leaveCache(int code, bool quiet);
     /// Tells the user what is wrong with the search of PATH; returns the exit status.
     int report(int code, const std::string& path) const;
 };

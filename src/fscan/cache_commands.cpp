@@ -134,7 +134,8 @@ std::wstring pathOf(const std::string& text, const DriveList& drives) {
 
 int showCacheStatus(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
-    const LockedCache locked(place, options);
+    const Output::Impatience impatience(out);
+    const LockedCache locked(place, options, LockedCache::Use::read);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     const std::vector<fs::path> files = cacheFiles(place);
     if (files.empty()) return reportNone(place, out);
@@ -181,7 +182,7 @@ int checkCache(const Options& options, Output& out) {
 
 int compactCache(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
-    const LockedCache locked(place, options);
+    const LockedCache locked(place, options, LockedCache::Use::change);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     const std::uintmax_t before = sizeOf(cacheFiles(place));
     if (before == 0) return reportNone(place, out);
@@ -222,7 +223,7 @@ int clearCache(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
     int status = STATUS_FOUND;
     {
-        const LockedCache locked(place, options);
+        const LockedCache locked(place, options, LockedCache::Use::change);
         if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
         std::vector<fs::path> files = cacheFiles(place);
         if (files.empty()) return reportNone(place, out);

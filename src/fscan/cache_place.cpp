@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -10,6 +11,7 @@
 #include "messages.h"
 #include "options.h"
 #include "settings.h"
+#include "size_text.h"
 #include "text.h"
 
 namespace fscan {
@@ -25,6 +27,15 @@ std::string absolute(const std::string& path) {
 std::string unusable(const std::wstring& directory, const std::wstring& problem) {
     return fmt::format("{}: the cache directory cannot be used: {}", toBytes(directory),
                        toBytes(problem));
+}
+
+/// What the disk has to do with a failure, as the end of a sentence.
+std::string diskText(const std::string& directory) {
+    struct statvfs disk {};
+    if (statvfs(directory.c_str(), &disk) != 0) return {};
+    if ((disk.f_flag & ST_RDONLY) != 0) return ": its file system is read-only";
+    if (disk.f_files != 0 && disk.f_favail == 0) return ": its disk takes no more files";
+    return fmt::format(" ({} left on its disk)", sizeText(disk.f_bavail * disk.f_frsize));
 }
 
 }  // namespace
@@ -83,10 +94,11 @@ std::string CachePlace::failure(int status) const {
             std::wstring problem;
             if (!fscanner::fsPrepareCacheDirectory(directory.c_str(), problem))
                 return unusable(directory, problem);
-            return fmt::format("{}: the cache can be neither locked nor opened", where);
+            return fmt::format("{}: the cache can be neither locked nor opened{}", where,
+                               diskText(where));
         }
         default:
-            return fmt::format("{}: the cache failed; --no-cache searches without it", where);
+            return fmt::format("{}: the cache failed{}", where, diskText(where));
     }
 }
 

@@ -27,7 +27,7 @@ struct CachePlace {
     bool isMarked() const;
     /// A cache object over it, with no file touched. The directory must exist.
     std::unique_ptr<fscanner::FS_Cache> cache() const;
-    /// What is wrong when the cache gave this status; empty for a success.
+    /// What is wrong, when the cache gave this status, in one line; empty for a success.
     std::string failure(int status) const;
 };
 

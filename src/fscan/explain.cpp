@@ -28,7 +28,7 @@ using fscanner::FsSearchWay;
 bool explainFromCache(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
                       FsQueryReport& report, int& status) {
     if (!asking.place.exists() || asking.place.isMarked()) return false;
-    const LockedCache cache(asking.place, options);
+    const LockedCache cache(asking.place, options, LockedCache::Use::read);
     status = cache.status();
     // Looked at again under the lock: another process may have been at work.
     if (status != STATUS_FOUND || asking.place.isMarked() || !cache.open()) return false;

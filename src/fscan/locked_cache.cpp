@@ -1,5 +1,7 @@
 #include "locked_cache.h"
 
+#include <limits>
+
 #include "cache_place.h"
 #include "exit_status.h"
 #include "fscanner/fs/fs_scan_observer.h"
@@ -35,7 +37,8 @@ private:
 
 }  // namespace
 
-LockedCache::LockedCache(const CachePlace& place, const Options& options) : status_(STATUS_FOUND) {
+LockedCache::LockedCache(const CachePlace& place, const Options& options, Use use)
+    : status_(STATUS_FOUND) {
     if (place.directory.empty()) {
         complain("there is no place for a cache: neither XDG_CACHE_HOME nor a home");
         status_ = STATUS_FAILURE;
@@ -45,7 +48,7 @@ LockedCache::LockedCache(const CachePlace& place, const Options& options) : stat
         complain(problem);
         status_ = STATUS_FAILURE;
     } else {
-        lock(place, options);
+        lock(place, options, use);
     }
 }
 
@@ -57,10 +60,12 @@ bool LockedCache::open() const {
     return cache_ && cache_->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
 }
 
-void LockedCache::lock(const CachePlace& place, const Options& options) {
+void LockedCache::lock(const CachePlace& place, const Options& options, Use use) {
     std::unique_ptr<fscanner::FS_Cache> cache = place.cache();
     const LockWatcher watcher(options.quiet);
-    if (const int code = cache->lock(lockMilliseconds)) {
+    const int limit = options.wait ? std::numeric_limits<int>::max() : lockMilliseconds;
+    const int code = use == Use::read ? cache->lockShared(limit) : cache->lock(limit);
+    if (code != fscanner::FS_CACHE_SUCCESS) {
         if (!Interruption::pending()) complain(place.failure(code));
         status_ = STATUS_FAILURE;
     } else {

@@ -13,7 +13,10 @@ struct Options;
 /// and why when it is not to be had.
 class LockedCache {
 public:
-    LockedCache(const CachePlace& place, const Options& options);
+    /// Any number read it at a time.
+    enum class Use { read, change };
+
+    LockedCache(const CachePlace& place, const Options& options, Use use);
     LockedCache(const LockedCache&) = delete;
     LockedCache& operator=(const LockedCache&) = delete;
     ~LockedCache();
@@ -27,7 +30,7 @@ public:
     fscanner::FS_Cache* get() const { return cache_.get(); }
 
 private:
-    void lock(const CachePlace& place, const Options& options);
+    void lock(const CachePlace& place, const Options& options, Use use);
 
     std::unique_ptr<fscanner::FS_Cache> cache_;
     int status_;

@@ -59,6 +59,7 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
         path_.resize(prefixLength_);
         appendBytes(path_, name);
     }
+    ++added_;
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
 

@@ -36,6 +36,8 @@ public:
     bool confirmsName(const wchar_t* name) const;
     /// Whether `add` needs more than the path.
     bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needDetails(); }
+    /// How many were passed on.
+    unsigned long long added() const { return added_; }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
     /// Whether the file is reported, if it matches: not by another root, nor left out.
@@ -59,6 +61,7 @@ private:
     FactsNeeded needed_;
     bool sameKind_;
     bool stopped_ = false;
+    unsigned long long added_ = 0;
     const SearchRoot* root_ = nullptr;
     std::wstring directory_;
     bool owned_ = true;

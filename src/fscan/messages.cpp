@@ -22,8 +22,13 @@ wchar_t visible(wchar_t c) {
 
 }  // namespace
 
-void complain(std::string_view text, std::string_view detail) {
+Output& errors() {
     static Output err(STDERR_FILENO);
+    return err;
+}
+
+void complain(std::string_view text, std::string_view detail) {
+    Output& err = errors();
     err.write("fscan: ");
     err.writeForeign(text);
     err.write("\n");

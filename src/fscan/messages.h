@@ -5,6 +5,11 @@
 
 namespace fscan {
 
+class Output;
+
+/// Standard error, as `complain` writes to it.
+Output& errors();
+
 /// Writes "fscan: TEXT" to standard error, escaped where that is a terminal; then
 /// the lines of `detail`, which must be harmless.
 void complain(std::string_view text, std::string_view detail = {});

@@ -68,6 +68,7 @@ struct Options {
     WhenToUse color = WhenToUse::automatic;
     WhenToUse hyperlinks = WhenToUse::automatic;
     bool recurse = true;
+    bool wait = false;  ///< for others who use the cache, however long
     bool ignoreCase = false;
     bool allFileSystems = false;
     bool nullTerminated = false;

@@ -107,6 +107,9 @@ void addCache(CLI::App& app, Options& options, const char* group) {
         ->excludes(age)
         ->group(group);
     addText(app, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is")->group(group);
+    app.add_flag("--wait", options.wait,
+                 "Wait for others who use the cache; otherwise after a second without it")
+        ->group(group);
 }
 
 }  // namespace

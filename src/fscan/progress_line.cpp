@@ -13,6 +13,7 @@
 #include "escape.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "messages.h"
+#include "output.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -21,8 +22,9 @@ namespace fscan {
 namespace {
 
 constexpr unsigned intervalMilliseconds = 100;
-// Processes that take turns wait for moments. A log need not hear of each.
-constexpr unsigned patienceMilliseconds = 300;
+// Processes that take turns wait for moments, and most searches for a second at most. A log
+// need not hear of each.
+constexpr unsigned patienceMilliseconds = 1500;
 constexpr int usualColumns = 80;
 // A line that wraps cannot be erased, and a "^C" may be put behind it.
 constexpr int columnsForKeys = 3;
@@ -43,7 +45,9 @@ std::string tail(const std::wstring& text, int room) {
     return toBytes(std::wstring_view(text).substr(first));
 }
 
+// A terminal that was stopped would stop the search.
 void writeError(std::string_view text) {
+    if (!takesText(STDERR_FILENO)) return;
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
 }
 

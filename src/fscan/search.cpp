@@ -87,7 +87,7 @@ int searchAsTold(const Options& options, Summary& summary, Output& out) {
     if (!drives) return STATUS_FAILURE;
     std::optional<Excludes> excludes = Excludes::read(options, *drives, roots);
     if (!excludes) return STATUS_USAGE;
-    const std::optional<Asking> asking = Asking::prepare(options);
+    std::optional<Asking> asking = Asking::prepare(options);
     if (!asking) return STATUS_FAILURE;
     const bool mounted = keepMounted(roots, *drives);
 

@@ -117,7 +117,9 @@ int SearchRun::searchRoots() {
     int status = STATUS_FOUND;
     for (const SearchRoot& root : search_.roots.roots) {
         status = std::max(status, searchRoot(root));
-        if (status == STATUS_FAILURE || matches_.stopped() || Interruption::pending()) break;
+        const bool unread = out_.error() != 0;
+        if (status == STATUS_FAILURE || matches_.stopped() || unread || Interruption::pending())
+            break;
     }
     return status;
 }
@@ -129,16 +131,45 @@ int SearchRun::searchRoot(const SearchRoot& root) {
     if (search_.conditions.excludes.cover(root.real) && !search_.options.quiet)
         complain(fmt::format("note: {}: left out by --exclude", root.given));
     setSearchedPath(search_.options, root, search_.query);
-    const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
-    watcher_.expectCaching(search_.asking.cached && local);
-    const TimeLimit limit(search_.options.timeoutMilliseconds);
-    const int code = search_.asking.run(writer_, search_.query);
+    const int code = askAnyway(root);
     if (matches_.stopped() || Interruption::pending()) return STATUS_FOUND;
     // The other half is on a drive.
     if (root.half && code == fscanner::FS_CACHE_NO_DRIVE) return STATUS_FOUND;
     const int status = search_.asking.report(code, root.given);
     if (status == STATUS_INCOMPLETE) watcher_.timedOut(root.given);
     return status;
+}
+
+/// Asks once more, without the cache, where that failed before anything was found.
+int SearchRun::askAnyway(const SearchRoot& root) {
+    const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
+    const unsigned long long before = matches_.added();
+    for (;;) {
+        watcher_.expectCaching(search_.asking.cached && local);
+        const int code = ask();
+        const bool nothingYet = matches_.added() == before && !Interruption::pending();
+        line_.erase();
+        if (!nothingYet || !search_.asking.leaveCache(code, search_.options.quiet)) return code;
+        watcher_.forgetCache();
+    }
+}
+
+/// While a cache is read nobody can build a tree in it: a slow reader of ours gets the rest
+/// when that is over.
+int SearchRun::ask() {
+    std::optional<TimeLimit> limit(std::in_place, search_.options.timeoutMilliseconds);
+    if (!search_.asking.cached) return search_.asking.run(writer_, search_.query);
+    int code = 0;
+    {
+        const Output::Impatience results(out_);
+        const Output::Impatience messages(errors());
+        code = search_.asking.run(writer_, search_.query);
+    }
+    limit.reset();
+    if (Interruption::pending()) return code;
+    errors().catchUp();
+    out_.catchUp();
+    return code;
 }
 
 /// Hands on what was sorted; returns the exit status of that. What a signal cuts short is

@@ -38,7 +38,7 @@ struct Search {
     const Options& options;
     const SearchRoots& roots;
     const DriveList& drives;
-    const Asking& asking;
+    Asking& asking;
     const Conditions& conditions;
     fscanner::FsQuery& query;  ///< all of it but the path
 };
@@ -57,6 +57,8 @@ public:
 private:
     int searchRoots();
     int searchRoot(const SearchRoot& root);
+    int askAnyway(const SearchRoot& root);
+    int ask();
     int deliver(int status);
     int overall(int status, bool incomplete) const;
     void conclude(int status, Outcome& outcome) const;

@@ -31,6 +31,17 @@ int errorOf(FsSkipReason reason, int error) {
 
 Watcher::Watcher(const Parts& parts) : parts_(parts), previous_(fsSetScanObserver(this)) {}
 
+void Watcher::expectCaching(bool caching) {
+    caching_ = caching;
+    cachedBefore_ = search_.cached.size();
+    undecidedBefore_ = search_.undecided;
+}
+
+void Watcher::forgetCache() {
+    search_.cached.resize(cachedBefore_);
+    search_.undecided = undecidedBefore_;
+}
+
 bool Watcher::progress(const FsScanProgress& progress) {
     parts_.line.show(progress);
     return !Interruption::pending() && (caching_ || !parts_.matches.stopped());

@@ -34,7 +34,7 @@ public:
 
     /// Whether the coming walks fill the cache: they go on when nobody reads on, as
     /// half a tree would cost the cache, and see what the query leaves out.
-    void expectCaching(bool caching) { caching_ = caching; }
+    void expectCaching(bool caching);
 
     bool progress(const fscanner::FsScanProgress& progress) override;
     void finished(const fscanner::FsScanProgress& totals) override;
@@ -43,6 +43,9 @@ public:
     void fromCache(const wchar_t* path, unsigned ageSeconds) override;
     bool waiting(unsigned elapsedMilliseconds) override;
 
+    /// To be called when the search is to begin again, without the cache: what that told of
+    /// its own answer, which was none, does not count.
+    void forgetCache();
     void timedOut(const std::string& path) { search_.timedOut.push_back(path); }
     /// Whether a PATH itself could not be searched.
     bool rootSkipped() const { return rootSkipped_; }
@@ -56,6 +59,8 @@ private:
     fscanner::FsScanObserver* previous_;
     std::set<std::wstring> told_;
     Completeness search_;
+    std::size_t cachedBefore_ = 0;
+    unsigned long long undecidedBefore_ = 0;
     bool caching_ = false;
     bool rootSkipped_ = false;
 };

@@ -244,12 +244,6 @@ TEST_F(StatusTest, FailuresOfTheSystemAreNotAnAnswer) {
     EXPECT_EQ(ends.back().status, 0);
 }
 
-TEST_F(StatusTest, ACountOfAFailedSearchIsNone) {
-    const RunResult counted = run({"-c", "--cache-dir", "d/f"}, {.cached = true});
-    EXPECT_EQ(counted.out, "");
-    EXPECT_EQ(counted.status, 4);
-}
-
 TEST_F(StatusTest, FailedOutputIsAnErrorAndALostReaderIsNone) {
     addManyFiles();
     for (const Stdout to : {Stdout::full, Stdout::closed}) {

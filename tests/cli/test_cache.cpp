@@ -6,6 +6,8 @@
 #include <csignal>
 #include <ctime>
 #include <functional>
+#include <memory>
+#include <set>
 #include <thread>
 
 #include "fscanner/engine/cache.h"
@@ -211,7 +213,7 @@ TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
     for (const char* directory : {"browser", "home"}) {
         for (const char* what : {"d", "--cache-status", "--cache-compact", "--cache-clear"}) {
             const RunResult refused = run({"--cache-dir", directory, what});
-            EXPECT_EQ(refused.status, 4) << what;
+            EXPECT_EQ(refused.status, std::string_view(what) == "d" ? 0 : 4) << what;
             EXPECT_THAT(refused.err, HasSubstr(": the cache directory cannot be used: ")) << what;
         }
     }
@@ -236,18 +238,24 @@ TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {
     EXPECT_THAT(status(), HasSubstr("state:      good"));
 }
 
-TEST_F(CacheTest, FailuresHaveTheirStatuses) {
+/// What the cache cannot do is done without it, and said once.
+TEST_F(CacheTest, WhatCannotBeACacheIsDoneWithout) {
     std::filesystem::create_directory(tree_ / "open");
     chmod((tree_ / "open").c_str(), 0777);
-    for (const auto& [directory, why] : {std::pair("d/a", "/d/a is no directory\n"),
-                                         {"d/a/sub", "/d/a is no directory\n"},
+    for (const auto& [directory, why] : {std::pair("d/a", "/d/a is no directory"),
+                                         {"d/a/sub", "/d/a is no directory"},
                                          {"open", "/open can be written by others (owner "}}) {
-        const RunResult bad = run({"d", "--cache-dir", directory});
-        EXPECT_EQ(bad.status, 4) << directory;
+        const RunResult bad = run({"d", "d/sub", "--cache-dir", directory});
+        EXPECT_EQ(bad.status, 0) << directory;
+        EXPECT_THAT(records(bad.out), ElementsAre("d/a", "d/sub/b"));
+        EXPECT_EQ(records(bad.err).size(), 1U) << bad.err;
+        EXPECT_THAT(bad.err, testing::StartsWith("fscan: note: "));
         EXPECT_THAT(bad.err, HasSubstr(": the cache directory cannot be used: "));
         EXPECT_THAT(bad.err, HasSubstr(why));
+        EXPECT_THAT(bad.err, testing::EndsWith("; searching without it\n"));
+        EXPECT_EQ(run({"d", "-q", "--cache-dir", directory}).err, "");
     }
-    EXPECT_THAT(run({"d", "--cache-dir", "open"}).err, HasSubstr(", mode 0777)\n"));
+    EXPECT_THAT(run({"d", "--cache-dir", "open"}).err, HasSubstr(", mode 0777);"));
     const RunResult fallback = shell("XDG_CACHE_HOME=$PWD/d/a exec \"$0\" d");
     EXPECT_EQ(fallback.status, 0);
     EXPECT_EQ(records(fallback.err).size(), 1u);
@@ -256,16 +264,106 @@ TEST_F(CacheTest, FailuresHaveTheirStatuses) {
     EXPECT_THAT(records(fallback.out), ElementsAre("d/a", "d/sub/b"));
 }
 
+/// Disks that take no cache, or not all of it.
+TEST_F(CacheTest, ADiskThatTakesNoCacheIsDoneWithout) {
+    for (int i = 0; i < 2000; ++i) add("d/sub/" + std::string(200, 'n') + std::to_string(i));
+    std::filesystem::create_directory(tree_ / "c");
+    const struct {
+        const char* name;
+        const char* mount;  ///< of "c"
+        const char* reason;
+    } disks[] = {
+        {"read-only", "size=16m,mode=700 none c && mount -o remount,ro c",
+         "neither locked nor opened: its file system is read-only; "},
+        {"full", "size=16m,mode=700 none c && head -c 32m /dev/zero > c/ballast",
+         "neither locked nor opened (0 left on its disk); "},
+        {"without names", "nr_inodes=4,mode=700 none c",
+         "neither locked nor opened: its disk takes no more files; "},
+        {"too small for the indexes", "size=1m,mode=700 none c", " left on its disk); "},
+        {"too small for the tree", "size=3m,mode=700 none c", ": the cache failed ("},
+    };
+    const Arguments right = records(run({"d", "--no-cache"}).out);
+    for (const auto& disk : disks) {
+        const RunResult result =
+            shell("exec unshare -m sh -c '{ mount -t tmpfs -o " + std::string(disk.mount) +
+                  "; } 2> /dev/null; mountpoint -q c || exit 77; exec \"$0\" d --strict "
+                  "--cache-dir c' \"$0\"");
+        if (result.status == 77 || result.status == 1) GTEST_SKIP() << "nothing can be mounted";
+        EXPECT_EQ(result.status, 0) << disk.name;
+        EXPECT_EQ(records(result.out), right) << disk.name;
+        EXPECT_EQ(records(result.err).size(), 1U) << result.err;
+        EXPECT_THAT(result.err, HasSubstr(disk.reason)) << disk.name;
+        EXPECT_THAT(result.err, testing::EndsWith("; searching without it\n"));
+    }
+}
+
+// ---- Others that use the cache -------------------------------------------------
+
+class BusyCacheTest : public CacheTest {
+protected:
+    BusyCacheTest() {
+        found({"d"});
+        other_ = std::make_unique<fscanner::FS_Cache>(
+            L"directories.x", L"files.x", cacheDirectory().wstring().c_str(), false, false, true);
+    }
+    std::string note() const {
+        return "fscan: note: " + cacheDirectory().string() +
+               ": another process is using the cache; searching without it (--wait waits for "
+               "it)\n";
+    }
+
+    std::unique_ptr<fscanner::FS_Cache> other_;
+};
+
+TEST_F(BusyCacheTest, IsDoneWithout) {
+    add("d/later");
+    ASSERT_EQ(other_->lock(1000), 0);
+    const RunResult without = run({"d", "d/sub", "--strict"});
+    EXPECT_EQ(without.status, 0);
+    EXPECT_THAT(records(without.out), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_EQ(without.err, note());
+    EXPECT_EQ(run({"d", "-q", "-n", "later"}).err, "");
+    const RunResult nothing = run({"d", "-n", "nowhere", "-q", "--summary", "json"});
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_THAT(nothing.err, HasSubstr("\"complete\":true,\"status\":1,"));
+    EXPECT_THAT(nothing.err, HasSubstr("\"cached\":[]"));
+    other_->unlock();
+    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+}
+
+TEST_F(BusyCacheTest, IsReadBesideReaders) {
+    add("d/later");
+    ASSERT_EQ(other_->lockShared(1000), 0);
+    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(status(), HasSubstr("state:      good"));
+    EXPECT_THAT(run({"d", "--explain"}).out, HasSubstr("from the cache, "));
+    const RunResult fresh = run({"d", "--fresh"});
+    EXPECT_THAT(records(fresh.out), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_EQ(fresh.err, note());
+}
+
+TEST_F(BusyCacheTest, IsWaitedForWithWait) {
+    add("d/later");
+    for (const char* option : {"--max-age=1d", "--fresh"}) {
+        ASSERT_EQ(other_->lock(1000), 0);
+        std::thread release([this] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+            other_->unlock();
+        });
+        const RunResult waited = run({"d", "--wait", "-q", option});
+        release.join();
+        EXPECT_EQ(waited.err, "");
+        EXPECT_EQ(records(waited.out).size(), option == std::string("--fresh") ? 3U : 2U);
+    }
+}
+
 /// A terminal says what goes on, and a signal does not wait.
-TEST_F(CacheTest, WhoeverHoldsTheCacheIsWaitedForOnlySoLong) {
-    found({"d"});
-    const std::wstring directory = cacheDirectory().wstring();
-    fscanner::FS_Cache other(L"directories.x", L"files.x", directory.c_str(), false, false, true);
-    ASSERT_EQ(other.lock(1000), 0);
+TEST_F(BusyCacheTest, IsWaitedForOnlySoLong) {
+    ASSERT_EQ(other_->lock(1000), 0);
     const RunResult refused = run({"--cache-status"});
     EXPECT_EQ(refused.status, 4);
     EXPECT_THAT(refused.err, HasSubstr("another process is using the cache\n"));
-    for (const char* task : {"-c", "--cache-status"}) {
+    for (const char* task : {"-c --wait", "--cache-status"}) {
         RunSettings terminal = cached();
         terminal.environment["TERM"] = "xterm";
         terminal.watched = true;
@@ -278,13 +376,88 @@ TEST_F(CacheTest, WhoeverHoldsTheCacheIsWaitedForOnlySoLong) {
     // To what is no terminal it is said once.
     for (const auto& [quiet, waits] : {std::pair("", 1), {" -q", 0}}) {
         const RunResult log =
-            shell("exec timeout -s INT 1 \"$0\" d --cache-status" + std::string(quiet));
+            shell("exec timeout -s INT 2.5 \"$0\" d --cache-status" + std::string(quiet));
         EXPECT_EQ(log.status, 124);
         const std::string told = "fscan: waiting for the cache: another process uses it\n";
         EXPECT_EQ(log.err, waits == 1 ? told : "");
     }
-    other.unlock();
+    other_->unlock();
     EXPECT_THAT(status(), HasSubstr("state:      good"));
+}
+
+// ---- Slow readers --------------------------------------------------------------
+
+class SlowReaderTest : public CacheTest {
+protected:
+    SlowReaderTest() {
+        for (int i = 0; i < 2000; ++i) add("d/sub/" + std::string(200, 'n') + std::to_string(i));
+        found({"d"});
+    }
+    /// Its output is left unread until another search has built the tree anew.
+    void expectNothingHeld(const std::string& command, std::size_t size) const {
+        SCOPED_TRACE(command);
+        const RunResult slow = shell(
+            command +
+            " | { read -r first; timeout 100 \"$0\" d --fresh -c >&2; echo \"$first\"; cat; }");
+        EXPECT_EQ(slow.err, "2002\n");
+        const Arguments lines = records(slow.out);
+        ASSERT_EQ(lines.size(), 2002U);
+        EXPECT_EQ(std::set(lines.begin(), lines.end()).size(), 2002U);
+        EXPECT_GT(slow.out.size(), size);
+    }
+};
+
+/// As long as what is printed fits into memory, beyond, and where no descriptor of our own is
+/// to be had.
+TEST_F(SlowReaderTest, HoldsNoLock) {
+    expectNothingHeld("\"$0\" d", 400000);
+    std::string wide;
+    for (int i = 0; i < 25; ++i) wide += "{path}";
+    expectNothingHeld("\"$0\" d --format '" + wide + "'", 10000000);
+}
+
+/// A socket, of which there is no other descriptor.
+TEST_F(SlowReaderTest, HoldsNoLockOnASocket) {
+    const RunResult result = FscanTest::shell(
+        "exec python3 -c '\n"
+        "import socket, subprocess, sys\n"
+        "mine, its = socket.socketpair()\n"
+        "slow = subprocess.Popen([sys.argv[1], \"d\"], stdout=its)\n"
+        "its.close()\n"
+        "text = mine.recv(1)\n"
+        "fresh = subprocess.run([sys.argv[1], \"d\", \"--fresh\", \"-c\"], timeout=100)\n"
+        "text += mine.makefile(\"rb\").read()\n"
+        "print(len(set(text.split())), slow.wait())' \"$0\"",
+        cached());
+    EXPECT_EQ(result.out, "2002\n2002 0\n");
+    EXPECT_EQ(result.err, "");
+}
+
+/// Nobody waits for whoever watches a terminal that stands still.
+TEST_F(SlowReaderTest, HoldsNoLockOnATerminal) {
+    RunSettings terminal = cached();
+    terminal.to = Stdout::terminal;
+    terminal.pause = std::chrono::milliseconds(1500);
+    std::thread other([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        const RunResult fresh = run({"d", "--fresh", "-c"});
+        EXPECT_EQ(fresh.out + fresh.err, "2002\n");
+    });
+    const RunResult slow = FscanTest::run({"d"}, terminal);
+    other.join();
+    EXPECT_EQ(records(slow.out).size(), 2002U);
+}
+
+/// Where the rest can be kept nowhere it is waited for.
+TEST_F(SlowReaderTest, GetsAllWhereNothingCanBeKept) {
+    std::string wide;
+    for (int i = 0; i < 25; ++i) wide += "{path}";
+    const RunResult slow = shell("(trap '' XFSZ; ulimit -f 100; exec \"$0\" d --format '" + wide +
+                                 "') | { sleep 0.5; sort -u | wc -lc; }");
+    const RunResult direct =
+        shell("\"$0\" d --no-cache --format '" + wide + "' | sort -u | wc -lc");
+    EXPECT_EQ(slow.out, direct.out);
+    EXPECT_EQ(slow.err, "");
 }
 
 TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
