@@ -158,7 +158,7 @@ int showCacheStatus(const Options& options, Output& out) {
 
 int checkCache(const Options& options, Output& out) {
     const CachePlace place = CachePlace::of(options);
-    const LockedCache locked(place, options);
+    const LockedCache locked(place, options, LockedCache::Use::change);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     fscanner::FsCacheCheck check;
     if (!locked.get()) return reportNone(place, out);
@@ -202,7 +202,7 @@ int forgetCachedTree(const Options& options, Output& out) {
     const std::optional<DriveList> drives = DriveList::read();
     if (!drives) return STATUS_FAILURE;
     const std::wstring path = pathOf(options.forgotten, *drives);
-    const LockedCache locked(place, options);
+    const LockedCache locked(place, options, LockedCache::Use::change);
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     if (cacheFiles(place).empty()) return reportNone(place, out);
     if (!locked.open()) return reportUnsound(place);
