@@ -18,8 +18,9 @@ constexpr std::size_t pieceSize = 1 << 20;
 bool Backlog::add(std::string_view text) {
     const bool inMemory = kept_ == given_ && front_.size() - taken_ + text.size() <= memoryBound;
     if (!inMemory) return write(text);
-    // What was dropped is moved over once it is the larger part.
-    if (taken_ > front_.size() / 2) {
+    // All of it at once: pages that stay unused cost nothing, and nothing is copied to grow.
+    front_.reserve(2 * memoryBound);
+    if (taken_ > memoryBound) {
         front_.erase(0, taken_);
         taken_ = 0;
     }
