@@ -169,8 +169,8 @@ TEST_P(Planted, ListFile) {
 }
 
 // In the cache's own directory, as an old cache or a careless administrator may leave it.
-TEST_P(Planted, MarkAndCounter) {
-    for (const char* suffix : {".cuflag", ".counter"}) {
+TEST_P(Planted, MarkCounterAndChecksums) {
+    for (const char* suffix : {".cuflag", ".counter", ".sums", ".sums_new"}) {
         ASSERT_EQ(host.ask().status, 0);
         const std::string name =
             toMultibyte(host.cacheDirectory() + L"/" + fsCacheTableNames(false).directories) +
@@ -178,7 +178,7 @@ TEST_P(Planted, MarkAndCounter) {
         fs::remove(name);
         plant(name);
         expectQuick([&] {
-            const Answer answer = host.ask();
+            const Answer answer = host.ask(FaultHost::kNoAge);
             EXPECT_TRUE(answer.status != 0 || answer.paths == host.truth()) << suffix;
         });
         expectUnharmed();

@@ -88,6 +88,25 @@ TEST_F(SumsOfFiles, TellWhichFileIsAnother) {
     }
 }
 
+TEST_F(SumsOfFiles, RefuseToHaveADamagedBlockChanged) {
+    std::string content(2 * BLOCK, 'x');
+    put("file", content);
+    SumsFile sums(wide("sums"));
+    ASSERT_TRUE(sums.takeUp(wide("file")));
+    content[BLOCK + 7] = 'y';
+    put("file", content);
+    SummedFile file;
+    ASSERT_EQ(file.open(wide("file").c_str(), &sums), OpenResult::ok);
+    EXPECT_NE(file->change(0, 4), nullptr);
+    EXPECT_EQ(file->change(BLOCK + 2000, 4), nullptr);
+    ASSERT_TRUE(file->seek(BLOCK, SEEK_FROM_START));
+    EXPECT_EQ(file->write("zz", 2), 0U);
+    EXPECT_TRUE(file.close());
+    EXPECT_TRUE(sums.damaged());
+    EXPECT_EQ(readWholeFile(path("file")), content);
+    EXPECT_FALSE(sums.holds(wide("file")));
+}
+
 /// A table whose sums a cache would keep.
 class SumsOfTables : public testing::TestWithParam<bool> {
 protected:
