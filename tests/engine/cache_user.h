@@ -56,6 +56,7 @@ public:
         EXPECT_TRUE(sums.load() && sums.takeUp(directory_.wide("dirs.counter")) && sums.write() &&
                     sums.replace());
     }
+
     /// Of the cache's files, all of them.
     std::uintmax_t bytes() const {
         std::uintmax_t sum = 0;

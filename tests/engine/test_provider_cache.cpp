@@ -89,6 +89,22 @@ TEST_F(ProviderCache, Options) {
     EXPECT_EQ(found(0U - 10), right);
 }
 
+// Whatever the limit, a search builds what it needs once, and is answered from that.
+TEST_F(ProviderCache, ALimitCostsWhatIsNotSearched) {
+    EXPECT_TRUE(provider->setOption(FS_OPTION_CACHE_LIMIT, "1"));
+    const auto right = found();
+    tree.file("new.h");
+    EXPECT_EQ(found(), right);
+    const TempTree other;
+    other.file("o");
+    query.clearIncludePaths();
+    query.addIncludePath((L"*:" + other.wide()).c_str(), true);
+    EXPECT_EQ(found(), std::vector{other.path("o")});
+    query.clearIncludePaths();
+    query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
+    EXPECT_EQ(found().size(), right.size() + 1);
+}
+
 TEST_F(ProviderCache, HostsThatSeeLargeFilesAndOthersShareNoTables) {
     std::filesystem::resize_file(tree.path("a.h"), 3ULL << 30);
     query.setQuery(L"[SIZE]>2147483647");

@@ -1,7 +1,5 @@
 #include "fscanner/engine/cache.h"
 
-#include <climits>
-
 #include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
@@ -93,7 +91,7 @@ int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, un
 int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                   unsigned maxCacheAge) {
     CheckedWriter checked(writer);
-    return checked.resultOf(runPlan(form, query, UINT_MAX, [&](const QueryPlan& plan) -> int {
+    return checked.resultOf(runPlan(form, query, [&](const QueryPlan& plan) -> int {
         CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
         if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return FS_CACHE_NEEDS_CHANGE;
         const AnswerGaps gaps(query, plan);
@@ -110,7 +108,7 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
         return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
     };
     return operate("FS_Cache::refresh", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return runPlan(Form::plain, query, store_->oldIndex(), body); });
+                   [&] { return runPlan(Form::plain, query, body); });
 }
 
 int FS_Cache::share(int timeout) {
@@ -118,10 +116,9 @@ int FS_Cache::share(int timeout) {
                    [&] { return store_->share(timeout); });
 }
 
-// Runs `body` by a plan of the query, and sees to what that leaves of the cache. Trees with
-// IDs above `lastRemovable` are still needed.
+// Runs `body` by a plan of the query, and sees to what that leaves of the cache.
 template <class Body>
-int FS_Cache::runPlan(Form form, const FsQuery& query, unsigned lastRemovable, Body body) {
+int FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
     if (!store_->usable()) return FS_CACHE_UNUSABLE;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
@@ -132,7 +129,7 @@ int FS_Cache::runPlan(Form form, const FsQuery& query, unsigned lastRemovable, B
         const int result = body(*plan);
         const bool finished = result != FS_CACHE_UNUSABLE && result != FS_CACHE_BUILD_TIMED_OUT;
         if (finished && store_->usable() && store_->directoriesIndex() != counter)
-            tidyTrees(*store_, plan->mounts(), {sizeLimit_, lastRemovable});
+            tidyTrees(*store_, *plan, sizeLimit_);
         return result;
     });
     // Without a mount table nothing can be said of the files, and nothing is wrong
@@ -186,6 +183,7 @@ int FS_Cache::forget(const wchar_t* path, bool& found) {
     found = false;
     return operate("FS_Cache::forget", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT, [&]() -> int {
         if (!path || !store_->usable()) return FS_CACHE_UNUSABLE;
+        if (store_->readOnly()) return FS_CACHE_NEEDS_CHANGE;
         if (forgetTree(*store_, path, found)) return FS_CACHE_SUCCESS;
         store_->markBroken();
         return FS_CACHE_UNUSABLE;

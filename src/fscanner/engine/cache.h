@@ -150,11 +150,13 @@ public:
     /// Removes the tree of a directory from an open cache, with all below it. `path` is absolute
     /// and free of links; the directory need not be there any more. What is known of the trees
     /// that hold it is not an answer any more, until they are built again. `found` tells
-    /// whether the cache had it. 0, -40, or -52 in the middle of another operation.
+    /// whether the cache had it. 0, -40, -45 under a shared lock, or -52 in the middle of
+    /// another operation.
     int forget(const wchar_t* path, bool& found);
-    /// How many bytes the tables with their indexes may take; 0, as at first: any number. After
-    /// a query that built something the trees that were built first are removed until the
-    /// rest fits, and `compact` gives their space back; the log names them.
+    /// How many bytes the tables with their indexes may take; 0, as at first: any number. A query,
+    /// or `refresh`, that builds something removes the trees that were built first until the rest
+    /// fits, but none that it searches itself; `compact` gives their space back. The log names
+    /// them.
     void setSizeLimit(unsigned long long bytes);
 
     /// Reserved; 0, and the monitor is not kept.
@@ -177,7 +179,7 @@ private:
     FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
                             unsigned timeout, unsigned maxCacheAge);
     template <class Body>
-    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, unsigned lastRemovable, Body body);
+    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, Body body);
 
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;

@@ -41,7 +41,7 @@ struct FSCANNER_EXPORT FsCacheSettings {
     int wait = 60000;              ///< for others, in milliseconds; no key of the section
 
     /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, a size
-    /// such as "500M", "true", "1", "false" or "0", or a number of milliseconds. False, and
+    /// such as "500M", or "true", "1", "false" or "0", or a number of milliseconds. False, and
     /// nothing changes, for any other key or value, null included.
     bool set(const char* key, const char* value);
 };

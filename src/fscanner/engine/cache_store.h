@@ -172,8 +172,6 @@ public:
 
     /// The ID counter: the last ID that a directory was given.
     unsigned& directoriesIndex() { return directoriesIndex_; }
-    /// The last ID that was given before this object opened the cache.
-    unsigned oldIndex() const { return oldIndex_; }
     bool updateDirectoriesIDCounter();
     /// When the tree of the directory at hand was built; 0: never, or nobody knows what of
     /// it could not be read, so that no answer may come from it.
@@ -223,11 +221,11 @@ private:
     bool broken_ = false;
     bool changed_ = false;
     bool compactionDue_ = false;
+    bool shrink_ = false;
     bool lockIsShared_ = false;
     bool readOnly_ = false;
-    bool shrink_ = false;
     unsigned directoriesIndex_ = 0;
-    unsigned oldIndex_ = 0;
+    unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
     std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
     UnreadDirectories unread_;
     std::unique_ptr<SumsFile> sums_;

@@ -27,16 +27,22 @@ void drop(CacheStore& store, CacheTree& tree, const CachedRoot& root, const char
     tree.removeEmpty(store.directories(), root.parent);
 }
 
+bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
+    return std::any_of(plan.pairs().begin(), plan.pairs().end(), [&root](const PathDrive& pair) {
+        return relatePaths(root.path, pair.path.getPathName()) != PathRelation::APART;
+    });
+}
+
 // By the time of building: the time of use would be a change that every search makes.
-void keepWithin(CacheStore& store, CacheTree& tree, const CacheBound& bound) {
-    if (store.bytes() <= bound.bytes) return;
+void keepWithin(CacheStore& store, CacheTree& tree, const QueryPlan& plan,
+                unsigned long long limit) {
+    if (store.bytes() <= limit) return;
     std::vector<CachedRoot> roots = tree.roots();
     std::stable_sort(roots.begin(), roots.end(),
                      [](const CachedRoot& a, const CachedRoot& b) { return a.built < b.built; });
     for (const CachedRoot& root : roots) {
-        if (store.bytesInUse() <= bound.bytes) break;
-        if (root.id > bound.lastRemovable) continue;
-        drop(store, tree, root, "the cache is too large");
+        if (store.bytesInUse() <= limit) break;
+        if (!isSearched(root, plan)) drop(store, tree, root, "the cache is too large");
     }
     store.shrinkWhenClosed();
 }
@@ -57,11 +63,11 @@ bool forgetTree(CacheStore& store, const wchar_t* path, bool& found) {
     return store.usable() && !store.damaged();
 }
 
-void tidyTrees(CacheStore& store, const MountMap& mounts, const CacheBound& bound) {
+void tidyTrees(CacheStore& store, const QueryPlan& plan, unsigned long long limit) {
     CacheTree tree(store);
     for (const CachedRoot& root : tree.roots())
-        if (isGone(root, mounts)) drop(store, tree, root, "its directory is gone");
-    if (bound.bytes != 0) keepWithin(store, tree, bound);
+        if (isGone(root, plan.mounts())) drop(store, tree, root, "its directory is gone");
+    if (limit != 0) keepWithin(store, tree, plan, limit);
 }
 
 }  // namespace fscanner

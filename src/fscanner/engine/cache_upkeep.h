@@ -1,7 +1,7 @@
 #pragma once
 
-#include "fscanner/discovery/mount_map.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/query_plan.h"
 
 namespace fscanner {
 
@@ -12,15 +12,10 @@ namespace fscanner {
 /// cache is broken then.
 bool forgetTree(CacheStore& store, const wchar_t* path, bool& found);
 
-/// What a cache may take.
-struct CacheBound {
-    unsigned long long bytes = 0;  ///< 0: any number
-    unsigned lastRemovable = 0;    ///< trees with IDs above it stay: a query still needs them
-};
-
 /// To be called after a change. Removes the trees whose directories are gone, and then the
-/// oldest ones until the cache is within its bound. The space is given back when the cache is
-/// compacted. What a server or a process serves is not looked at.
-void tidyTrees(CacheStore& store, const MountMap& mounts, const CacheBound& bound);
+/// oldest ones until the cache takes no more than `limit` bytes; 0: no limit. Those that the plan
+/// searches stay. The space is given back when the cache is compacted. What a server or a
+/// process serves is not looked at.
+void tidyTrees(CacheStore& store, const QueryPlan& plan, unsigned long long limit);
 
 }  // namespace fscanner

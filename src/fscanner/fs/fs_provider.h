@@ -13,8 +13,8 @@ inline constexpr char FS_OPTION_CACHE_DIRECTORY[] = "cache_directory";
 inline constexpr char FS_OPTION_MONITORED[] = "monitored";
 inline constexpr char FS_OPTION_COMPRESSED[] = "compressed";
 /// How many bytes a cache may take: a number, with K, M, G or T behind it for powers of 1024; 0:
-/// any. After a search that built something, the trees that were built first go until the
-/// rest fits.
+/// any. A search that builds something removes the trees that were built first until the rest
+/// fits, but none that it needs.
 inline constexpr char FS_OPTION_CACHE_LIMIT[] = "cache_limit";
 /// No answer comes from a cache, whatever `maximumAge` says: an age of 0 still takes what
 /// was cached in the same second.
