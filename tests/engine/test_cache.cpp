@@ -327,6 +327,15 @@ TEST_F(CacheTest, AForgottenTreeIsReadAgain) {
     const auto closed = cache.make();
     EXPECT_EQ(closed->forget(L"/", had), FS_CACHE_UNUSABLE);
     EXPECT_FALSE(had);
+    everything();
+    found(cache);
+    const auto shared = cache.make();
+    EXPECT_EQ(shared->lockShared(1000), 0);
+    EXPECT_EQ(shared->create(0, FS_CACHE_OPEN), 0);
+    EXPECT_EQ(shared->forget(tree.wide().c_str(), had), FS_CACHE_NEEDS_CHANGE);
+    shared->close();
+    shared->unlock();
+    EXPECT_FALSE(cache.isMarked());
 }
 
 TEST_F(CacheTest, TreesWhoseDirectoriesAreGoneGoAtTheNextChange) {
