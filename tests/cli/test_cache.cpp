@@ -275,7 +275,7 @@ TEST_F(CacheTest, ADiskThatTakesNoCacheIsDoneWithout) {
     } disks[] = {
         {"read-only", "size=16m,mode=700 none c && mount -o remount,ro c",
          "neither locked nor opened: its file system is read-only; "},
-        {"full", "size=16m,mode=700 none c && head -c 32m /dev/zero > c/ballast",
+        {"full", "size=16m,mode=700 none c && head -c 32m /dev/zero > c/files.ballast",
          "neither locked nor opened (0 left on its disk); "},
         {"without names", "nr_inodes=4,mode=700 none c",
          "neither locked nor opened: its disk takes no more files; "},

@@ -57,7 +57,9 @@ std::string contentProblem(const std::string& path) {
     if (const Tag tag = readTag(toWide(path)); tag != Tag::none)
         return tag == Tag::own ? "" : path + " has the CACHEDIR.TAG of another program";
     std::error_code error;
-    std::filesystem::directory_iterator at(path, error);
+    std::filesystem::directory_iterator at;
+    do at = std::filesystem::directory_iterator(path, error);
+    while (error == std::errc::interrupted);
     for (const std::filesystem::directory_iterator end; !error && at != end; at.increment(error))
         if (const std::string name = at->path().filename(); !isOfCache(name))
             return path + " is no cache directory: it holds other things, such as " + name;

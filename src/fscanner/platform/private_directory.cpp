@@ -123,7 +123,8 @@ void Descent::push(std::string_view path) {
 
 std::string Descent::enterRoot() {
     path_ = "/";
-    directory_ = Descriptor(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    directory_ =
+        Descriptor(uninterrupted([] { return open("/", O_PATH | O_DIRECTORY | O_CLOEXEC); }));
     struct stat info {};
     if (!directory_ || fstat(directory_.get(), &info) != 0)
         return path_ + ": " + std::strerror(errno);
