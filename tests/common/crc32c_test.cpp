@@ -42,7 +42,7 @@ TEST(Crc32c, AllWaysAgreeAtAnyLengthAndAlignment) {
             const std::span<const std::byte> part(bytes.data() + from, length);
             ASSERT_EQ(crc32c(part), crc32cByTable(part)) << from << ", " << length;
         }
-        for (const std::size_t size : {64, 192, 4096}) {
+        for (const std::size_t size : {64U, 192U, 4096U}) {
             const auto sums = crc32cOfThree(bytes.data() + from, size);
             for (std::size_t i = 0; i < sums.size(); ++i)
                 ASSERT_EQ(sums[i], crc32cByTable({bytes.data() + from + i * size, size}))

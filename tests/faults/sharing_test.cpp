@@ -206,7 +206,7 @@ TEST_F(Readers, ShareTheLockAndWritersDoNot) {
                                                 {kShared, kShared, FS_CACHE_SUCCESS}}) {
         const auto holder = cache();
         ASSERT_EQ((*holder.*held)(1000), 0);
-        EXPECT_EQ(inChild([&] { return -(*cache().*asked)(100); }), -expected);
+        EXPECT_EQ(inChild([&, wanted = asked] { return -(*cache().*wanted)(100); }), -expected);
         EXPECT_EQ((*cache().*asked)(3600000), expected);  // at once
         // The same object goes over; what it had before is given up.
         ASSERT_EQ((*holder.*asked)(1000), 0);

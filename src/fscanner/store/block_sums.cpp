@@ -12,7 +12,6 @@ namespace fscanner {
 namespace {
 
 constexpr unsigned SUM = BlockSums::SUM;
-constexpr unsigned BLOCK = BlockSums::BLOCK;
 
 std::uint32_t sumAt(const std::byte* sums, unsigned block) {
     return loadInteger<std::uint32_t>(sums + std::size_t{SUM} * block);

@@ -16,7 +16,6 @@ namespace {
 
 constexpr std::string_view MAGIC = "FSBLKSUM";
 constexpr std::uint32_t VERSION = 1;
-constexpr unsigned CHECK = 4;
 
 std::wstring nameOf(const std::wstring& path) {
     return path.substr(path.rfind(L'/') + 1);
