@@ -127,8 +127,10 @@ private:
         struct sigaction action {};
         if (sigtimedwait(&one, nullptr, &now) != signal) return;  // the main thread took it
         if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) return;
-        if (action.sa_handler == SIG_DFL) endBy(signal);
-        action.sa_handler(signal);
+        if (action.sa_handler == SIG_DFL)
+            endBy(signal);
+        else
+            action.sa_handler(signal);
     }
 
     static constexpr std::array<int, 5> watched = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM};

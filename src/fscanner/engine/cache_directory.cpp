@@ -46,6 +46,8 @@ Tag readTag(const std::wstring& directory) {
     return kTag.starts_with(*text) ? Tag::none : Tag::foreign;
 }
 
+constexpr std::string_view kHoldsOthers = " is no cache directory: it holds other things, such as ";
+
 bool isOfCache(std::string_view name) {
     return name == "CACHEDIR.TAG" || name == "lost+found" || name.starts_with("fscanner.") ||
            name.starts_with("directories.") || name.starts_with("files.");
@@ -62,7 +64,7 @@ std::string contentProblem(const std::string& path) {
     while (error == std::errc::interrupted);
     for (const std::filesystem::directory_iterator end; !error && at != end; at.increment(error))
         if (const std::string name = at->path().filename(); !isOfCache(name))
-            return path + " is no cache directory: it holds other things, such as " + name;
+            return std::string(path).append(kHoldsOthers).append(name);
     return error ? path + ": " + error.message() : "";
 }
 
