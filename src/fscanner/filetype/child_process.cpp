@@ -125,11 +125,7 @@ int millisecondsUntil(ChildProcess::Clock::time_point deadline) {
 
 /// Waits for the events of `poller`. 1, 0 after the deadline, or -1.
 int waitReady(pollfd& poller, ChildProcess::Clock::time_point deadline) {
-    int ready = 0;
-    do {
-        ready = poll(&poller, 1, millisecondsUntil(deadline));
-    } while (ready < 0 && errno == EINTR);
-    return ready;
+    return uninterrupted([&] { return poll(&poller, 1, millisecondsUntil(deadline)); });
 }
 
 /// What is left of `text` after as much was sent as goes without waiting; nothing once

@@ -50,12 +50,16 @@ Descriptor aboveStandardStreams(Descriptor file) {
     return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
 }
 
+Descriptor openAt(int directory, const char* path, int flags, mode_t permissions) {
+    return aboveStandardStreams(Descriptor(
+        uninterrupted([&] { return ::openat(directory, path, flags | O_CLOEXEC, permissions); })));
+}
+
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) {
     const int create = mode == OpenMode::emptied ? O_CREAT : 0;
     // Truncated only once it is known to be a regular file.
-    const int flags = O_RDWR | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | create;
-    Descriptor file(uninterrupted([&] { return ::open(path, flags, permissions); }));
-    file = aboveStandardStreams(std::move(file));
+    const int flags = O_RDWR | O_NONBLOCK | O_NOCTTY | create;
+    Descriptor file = openAt(AT_FDCWD, path, flags, permissions);
     if (!file || !isRegular(file.get())) return {};
     if (mode == OpenMode::emptied && ::ftruncate(file.get(), 0) != 0) return {};
     return file;

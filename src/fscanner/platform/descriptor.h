@@ -35,6 +35,10 @@ auto uninterrupted(Call call) {
     return result;
 }
 
+/// `openat`, repeated where a signal interrupts it: closed in programs that are run, and under
+/// a descriptor that is not one of the standard streams'. Empty, with errno, where it fails.
+Descriptor openAt(int directory, const char* path, int flags, mode_t permissions = 0);
+
 /// The same file under a descriptor that is not one of the standard streams', which
 /// the host may have closed. Empty, with errno, when there is none.
 Descriptor aboveStandardStreams(Descriptor file);

@@ -64,8 +64,7 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
 }
 
 Descriptor openBeside(int parent, const char* name, int flags = kOpenFlags) {
-    return aboveStandardStreams(
-        Descriptor(uninterrupted([&] { return openat(parent, name, flags); })));
+    return openAt(parent, name, flags);
 }
 
 // Where the kernel has no openat2: one component after the other.

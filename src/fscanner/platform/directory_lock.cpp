@@ -85,11 +85,6 @@ int lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
     return status;
 }
 
-Descriptor openUninterrupted(int at, const char* path, int flags) {
-    return aboveStandardStreams(Descriptor(
-        uninterrupted([&] { return openat(at, path, flags | O_CLOEXEC, S_IRUSR | S_IWUSR); })));
-}
-
 // Whether a file can be the lock; if so, others cannot open it from now on. One of root or
 // of the directory's owner is as good as our own. One with a second name is left as it is.
 bool keepPrivate(int file, const struct stat& directory) {
@@ -105,7 +100,7 @@ bool keepPrivate(int file, const struct stat& directory) {
 Descriptor openLockFile(int at, const struct stat& directory) {
     constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     for (bool again : {true, false}) {
-        Descriptor file = openUninterrupted(at, kFileName, flags);
+        Descriptor file = openAt(at, kFileName, flags, S_IRUSR | S_IWUSR);
         if (file && keepPrivate(file.get(), directory)) return file;
         const bool planted = file || errno == ELOOP || errno == ENXIO || errno == EACCES;
         if (!again || !planted || unlinkat(at, kFileName, 0) != 0) break;
@@ -213,7 +208,7 @@ int DirectoryLock::acquire(const long* milliseconds, Mode mode) {
     const Limit limit{milliseconds};
     const std::string path = toMultibyte(path_);
     do {
-        Descriptor directory = openUninterrupted(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
+        Descriptor directory = openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
         struct stat info {};
         if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
         Descriptor file = openLockFile(directory.get(), info);

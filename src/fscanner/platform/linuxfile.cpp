@@ -67,11 +67,7 @@ bool LinuxMmFile::close() {
 // the content back.
 bool LinuxMmFile::bringToDisk() {
     if (!changed_) return true;
-    int cut;
-    do {
-        cut = ::ftruncate(file_.get(), logicalSize_);
-    } while (cut != 0 && errno == EINTR);
-    if (cut != 0) return false;
+    if (uninterrupted([this] { return ::ftruncate(file_.get(), logicalSize_); }) != 0) return false;
     return !syncOnClose_ || ::fsync(file_.get()) == 0;
 }
 

@@ -56,8 +56,7 @@ bool isTrusted(int descriptor) {
 
 Descriptor openLockFile(const char* path) {
     const int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    Descriptor file =
-        aboveStandardStreams(Descriptor(uninterrupted([&] { return ::open(path, flags, 0600); })));
+    Descriptor file = openAt(AT_FDCWD, path, flags, 0600);
     if (!file || !isTrusted(file.get())) return {};
     return file;
 }

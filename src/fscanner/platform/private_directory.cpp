@@ -123,8 +123,7 @@ void Descent::push(std::string_view path) {
 
 std::string Descent::enterRoot() {
     path_ = "/";
-    directory_ =
-        Descriptor(uninterrupted([] { return open("/", O_PATH | O_DIRECTORY | O_CLOEXEC); }));
+    directory_ = openAt(AT_FDCWD, "/", O_PATH | O_DIRECTORY);
     struct stat info {};
     if (!directory_ || fstat(directory_.get(), &info) != 0)
         return path_ + ": " + std::strerror(errno);
@@ -132,8 +131,7 @@ std::string Descent::enterRoot() {
 }
 
 Descriptor Descent::openNext(const std::string& name) const {
-    return Descriptor(uninterrupted(
-        [&] { return openat(directory_.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC); }));
+    return openAt(directory_.get(), name.c_str(), O_PATH | O_NOFOLLOW);
 }
 
 std::string Descent::below(const std::string& name) const {

@@ -19,8 +19,7 @@ constexpr mode_t kPrivate = 0600;
 
 Descriptor openSafely(const char* path, int flags) {
     flags |= O_CLOEXEC | O_NONBLOCK;
-    return aboveStandardStreams(
-        Descriptor(uninterrupted([&] { return open(path, flags, kPrivate); })));
+    return openAt(AT_FDCWD, path, flags, kPrivate);
 }
 
 Descriptor openNamed(const std::wstring& path, int flags) {
