@@ -1,7 +1,5 @@
 #include "fscanner/engine/cache_store.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
@@ -15,7 +13,6 @@
 #include "fscanner/engine/cache_check.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
-#include "fscanner/platform/directory.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 
@@ -106,21 +103,6 @@ struct CacheStore::TableKind {
             return table.searchHashIndexForFieldName(field, false) != nullptr;
         });
     }
-
-    unsigned long long bytes(const std::wstring& directory, const std::wstring& name) const {
-        unsigned long long sum = 0;
-        const auto add = [&](const std::wstring& ending) {
-            struct stat info {};
-            const std::wstring file = directory + L"/" + name + ending;
-            if (examineFile(toMultibyte(file), info) == 0)
-                sum += static_cast<unsigned long long>(info.st_size);
-        };
-        for (const wchar_t* ending : {L".dat", L".pxx", L"_idx.dat"}) add(ending);
-        for (const wchar_t* field : indexed) add(std::wstring(L"_") + field + L".idx");
-        return sum;
-    }
-
-    unsigned long long headBytes() const { return indexed.size() * Index::HEAD_BYTES; }
 
     static const TableKind& files() {
         static const TableKind kind{
@@ -437,25 +419,11 @@ int CacheStore::compactionPercent() const {
 }
 
 unsigned long long CacheStore::bytes() const {
-    return TableKind::files().bytes(directory_, filesName_) +
-           TableKind::directories().bytes(directory_, directoriesName_);
+    return files_->bytes() + directories_->bytes();
 }
 
-// The heads of the indexes' chains take the same whatever is stored; the rest grows with the
-// records.
 unsigned long long CacheStore::bytesInUse() const {
-    const auto inUse = [this](const FS_Table& table, const TableKind& kind,
-                              const std::wstring& name) {
-        const unsigned long long all = kind.bytes(directory_, name);
-        const unsigned long long heads = std::min(all, kind.headBytes());
-        unsigned stored = 0;
-        unsigned deleted = 0;
-        if (!table.count(0, &stored) || !table.count(1, &deleted)) return all;
-        const unsigned long long records = 0ULL + stored + deleted;
-        return heads + (records == 0 ? 0 : (all - heads) / records * stored);
-    };
-    return inUse(*files_, TableKind::files(), filesName_) +
-           inUse(*directories_, TableKind::directories(), directoriesName_);
+    return files_->bytesInUse() + directories_->bytesInUse();
 }
 
 bool CacheStore::compact() {

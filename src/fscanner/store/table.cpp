@@ -1,10 +1,14 @@
 #include "fscanner/store/table.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 
 #include "fscanner/common/paths.h"
+#include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/fs/debug.h"
+#include "fscanner/platform/directory.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/index_list.h"
 #include "fscanner/store/record_cursor.h"
@@ -276,6 +280,32 @@ bool FS_Table::count(int which, unsigned* value) const {
     if (!isOpen() || !isCount(which) || !value) return false;
     *value = data_->count(static_cast<RecordCount>(which));
     return true;
+}
+
+unsigned long long FS_Table::bytes() const {
+    std::vector<std::wstring> files{path(DATA_SUFFIX), path(OFFSET_SUFFIX),
+                                    path(INDEX_LIST_SUFFIX)};
+    for (const auto& index : indexes_) files.emplace_back(index->getIndexFullPathName());
+    unsigned long long sum = 0;
+    for (const std::wstring& file : files) {
+        struct stat info {};
+        if (examineFile(toMultibyte(file), info) == 0)
+            sum += static_cast<unsigned long long>(info.st_size);
+    }
+    return sum;
+}
+
+// The heads of the indexes' chains take the same whatever is stored; the rest grows with the
+// records.
+unsigned long long FS_Table::bytesInUse() const {
+    const unsigned long long all = bytes();
+    unsigned stored = 0;
+    unsigned deleted = 0;
+    if (!count(COUNT_STORED, &stored) || !count(COUNT_DELETED, &deleted)) return all;
+    const unsigned long long records = 0ULL + stored + deleted;
+    const unsigned long long heads = std::min<unsigned long long>(
+        all, indexes_.size() * static_cast<std::size_t>(Index::HEAD_BYTES));
+    return heads + (records == 0 ? 0 : (all - heads) / records * stored);
 }
 
 // ---- Record sets and the lock -----------------------------------------------

@@ -138,6 +138,10 @@ public:
     bool decCount(int which) { return count(which, -1); }
     bool count(int which, int delta);
     bool count(int which, unsigned* value) const;
+    /// What the files of an open table take on disk, with the indexes; and about how much of
+    /// that is left when removed records have been given back.
+    unsigned long long bytes() const;
+    unsigned long long bytesInUse() const;
     /// The length of the data file's header.
     unsigned headerSize() const { return DataFile::headerSize(schema_); }
 
