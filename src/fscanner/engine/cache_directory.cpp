@@ -55,9 +55,9 @@ bool isOfCache(std::string_view name) {
 
 // What keeps the content from being a cache's, or a cache from being added; empty where
 // nothing does.
-std::string contentProblem(const std::string& path) {
-    if (const Tag tag = readTag(toWide(path)); tag != Tag::none)
-        return tag == Tag::own ? "" : path + " has the CACHEDIR.TAG of another program";
+std::string contentProblem(const std::string& path, Tag tag) {
+    if (tag == Tag::own) return {};
+    if (tag == Tag::foreign) return path + " has the CACHEDIR.TAG of another program";
     std::error_code error;
     std::filesystem::directory_iterator at;
     do at = std::filesystem::directory_iterator(path, error);
@@ -68,19 +68,24 @@ std::string contentProblem(const std::string& path) {
     return error ? path + ": " + error.message() : "";
 }
 
-// Whether the directory is a place for a cache; tells the host and the log where not.
-bool isPlace(const wchar_t* directory, Missing missing, std::wstring& problem) {
+// The tag of a directory that is a place for a cache. Empty where it is none: the host and the
+// log are told why.
+std::optional<Tag> tagOfPlace(const wchar_t* directory, Missing missing, std::wstring& problem) {
     std::string wrong = "there is no path";
+    Tag tag = Tag::none;
     if (directory && *directory) {
         const std::string path = toMultibyte(directory);
         wrong = privateDirectoryProblem(path, missing);
-        if (wrong.empty() && presenceOf(directory) == Presence::there) wrong = contentProblem(path);
+        if (wrong.empty() && presenceOf(directory) == Presence::there) {
+            tag = readTag(directory);
+            wrong = contentProblem(path, tag);
+        }
     }
-    if (wrong.empty()) return true;
+    if (wrong.empty()) return tag;
     problem = toWide(wrong);
     debug("::fsPrepareCacheDirectory - '%ls' cannot be used: %ls\n", directory ? directory : L"",
           problem.c_str());
-    return false;
+    return std::nullopt;
 }
 
 bool parseCount(std::string_view text, int& value) {
@@ -132,8 +137,9 @@ bool fsPrepareCacheDirectory(const wchar_t* directory) {
 
 bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
     return behindWall("::fsPrepareCacheDirectory", [&] {
-        if (!isPlace(directory, Missing::make, problem)) return false;
-        if (readTag(directory) == Tag::none)
+        const std::optional<Tag> tag = tagOfPlace(directory, Missing::make, problem);
+        if (!tag) return false;
+        if (*tag == Tag::none)
             writeSmallFile(tagOf(directory), kTag.data(), static_cast<unsigned>(kTag.size()));
         return true;
     });
@@ -141,7 +147,7 @@ bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
 
 bool fsCheckCacheDirectory(const wchar_t* directory, std::wstring& problem) {
     return behindWall("::fsCheckCacheDirectory",
-                      [&] { return isPlace(directory, Missing::accept, problem); });
+                      [&] { return tagOfPlace(directory, Missing::accept, problem).has_value(); });
 }
 
 bool FsCacheSettings::set(const char* key, const char* value) {
