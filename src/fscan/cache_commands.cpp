@@ -85,10 +85,10 @@ std::uintmax_t sizeOf(const std::vector<fs::path>& files) {
     return size;
 }
 
-void writePlace(const CachePlace& place, std::uintmax_t size, Output& out) {
+void writePlace(const CachePlace& place, Output& out) {
     out.write("directory:  ");
     out.writeForeign(toBytes(place.directory));
-    out.write(fmt::format("\nsize:       {}\n", sizeText(size)));
+    out.write("\n");
 }
 
 void writeTree(const fscanner::FsCachedTree& tree, Output& out) {
@@ -108,9 +108,8 @@ void writeReport(const fscanner::FsCacheReport& report, Output& out) {
 }
 
 int reportNone(const CachePlace& place, Output& out) {
-    out.write("directory:  ");
-    out.writeForeign(toBytes(place.directory));
-    out.write("\nno cache\n");
+    writePlace(place, out);
+    out.write("no cache\n");
     return STATUS_NOTHING_FOUND;
 }
 
@@ -139,7 +138,8 @@ int showCacheStatus(const Options& options, Output& out) {
     if (locked.status() == STATUS_FAILURE) return STATUS_FAILURE;
     const std::vector<fs::path> files = cacheFiles(place);
     if (files.empty()) return reportNone(place, out);
-    writePlace(place, sizeOf(files), out);
+    writePlace(place, out);
+    out.write(fmt::format("size:       {}\n", sizeText(sizeOf(files))));
     const bool marked = place.isMarked();
     out.write(fmt::format(
         "state:      {}\n",
@@ -167,9 +167,8 @@ int checkCache(const Options& options, Output& out) {
         return STATUS_FAILURE;
     }
     if (check.files == 0 && check.problems.empty()) return reportNone(place, out);
-    out.write("directory:  ");
-    out.writeForeign(toBytes(place.directory));
-    out.write(fmt::format("\nchecked:    {} files, {}\n", check.files, sizeText(check.bytes)));
+    writePlace(place, out);
+    out.write(fmt::format("checked:    {} files, {}\n", check.files, sizeText(check.bytes)));
     for (const std::wstring& problem : check.problems) {
         out.write("problem:    ");
         out.writeForeign(toBytes(problem));
