@@ -10,6 +10,8 @@
 #include <climits>
 #include <cstring>
 
+#include "fscanner/common/utf8.h"
+
 namespace fscanner {
 
 namespace {
@@ -158,6 +160,10 @@ void LinuxMmFile::unmap() {
     address_ = nullptr;
     watchedEnd_ = 0;
     watches_.clear();
+}
+
+std::wstring LinuxMmFile::path() const {
+    return name_ ? toWide(name_.get()) : std::wstring();
 }
 
 void LinuxMmFile::addWatch(BlockWatch& watch) {

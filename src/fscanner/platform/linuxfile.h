@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "fscanner/common/heap_string.h"
@@ -78,6 +79,8 @@ public:
     /// A watch that is added again is shown all blocks anew.
     void addWatch(BlockWatch& watch);
     unsigned logicalSize() const { return logicalSize_; }
+    /// As it was given; empty when that was null.
+    std::wstring path() const;
     /// Waits until what was written so far is on disk. The length there stays the
     /// padded one until `close`. True at once when nothing was written.
     bool sync();

@@ -103,4 +103,24 @@ bool syncDirectory(const std::wstring& path) {
     return syncOpen(openNamed(path, O_RDONLY | O_DIRECTORY));
 }
 
+bool RestoredFile::open(const std::wstring& path, long long length) {
+    struct stat info {};
+    file_ = openSmall(path, O_RDWR);
+    length_ = length;
+    if (!file_ || fstat(file_.get(), &info) != 0 || info.st_size < length) return false;
+    changed_ = info.st_size != length;
+    return true;
+}
+
+bool RestoredFile::put(long long offset, const void* bytes, std::size_t count) {
+    changed_ = true;
+    const auto write = [&] { return pwrite(file_.get(), bytes, count, offset); };
+    return uninterrupted(write) == static_cast<ssize_t>(count);
+}
+
+bool RestoredFile::cut() {
+    if (!changed_) return true;
+    return uninterrupted([&] { return ftruncate(file_.get(), length_); }) == 0 && syncOpen(file_);
+}
+
 }  // namespace fscanner

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "fscanner/platform/descriptor.h"
+
 namespace fscanner {
 
 /// The content of a regular file, or of what a link leads to, which may be one of /proc
@@ -27,5 +29,20 @@ std::optional<std::string> readSmallFile(const std::wstring& path);
 /// Waits until the file is on disk, and until the names in the directory are.
 bool syncFile(const std::wstring& path);
 bool syncDirectory(const std::wstring& path);
+
+/// A file that becomes again what it was: pieces are put back, then it is cut.
+class RestoredFile {
+public:
+    /// False where there is no regular file of this name, or one shorter than it was.
+    bool open(const std::wstring& path, long long length);
+    bool put(long long offset, const void* bytes, std::size_t count);
+    /// Cuts the file to its old length, and waits until all is on disk.
+    bool cut();
+
+private:
+    Descriptor file_;
+    long long length_ = 0;
+    bool changed_ = false;
+};
 
 }  // namespace fscanner

@@ -1,0 +1,337 @@
+#include "fscanner/store/undo_journal.h"
+
+#include <algorithm>
+#include <atomic>
+#include <optional>
+
+#include "fscanner/common/crc32.h"
+#include "fscanner/common/paths.h"
+#include "fscanner/platform/small_file.h"
+#include "fscanner/platform/sysfactory.h"
+#include "fscanner/store/stored_name.h"
+
+namespace fscanner {
+
+namespace {
+
+constexpr std::string_view kMagic = "FSCNUNDO";
+constexpr std::uint32_t kVersion = 1;
+constexpr std::size_t kBootIdLength = 36;
+constexpr unsigned kUsedAt = 52;  // behind magic, version, boot ID and their checksum
+constexpr unsigned kHeaderLength = 56;
+constexpr std::size_t kChecksum = 4;
+
+enum Kind : std::uint32_t { STATE = 1, BLOCK, BESIDE, REPLACING, DONE };
+
+enum StateForm : std::uint32_t { ABSENT, BLOCKS, WHOLE };
+
+// Empty where the system does not tell: such a journal is never used.
+std::string bootId() {
+    const auto text = readWholeFile("/proc/sys/kernel/random/boot_id", 1000);
+    return text && text->size() >= kBootIdLength ? text->substr(0, kBootIdLength) : "";
+}
+
+std::string header(const std::string& boot) {
+    std::string bytes(kMagic);
+    appendInteger(bytes, kVersion);
+    bytes += boot;
+    bytes.resize(kUsedAt - kChecksum);
+    appendInteger(bytes, crc32(bytes));
+    return bytes;
+}
+
+std::string_view text(std::span<const std::byte> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+std::wstring nameOf(const std::wstring& path) {
+    return path.substr(path.rfind(L'/') + 1);
+}
+
+// A name in the journal must not lead elsewhere.
+bool takeFileName(ByteRange& in, std::wstring& name) {
+    return takeName(in, name) && !name.empty() && name.find(L'/') == name.npos && name != L"." &&
+           name != L"..";
+}
+
+void appendBytes(std::vector<std::byte>& out, std::span<const std::byte> bytes) {
+    out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+/// Notes the blocks of one file.
+class UndoJournal::Watch : public BlockWatch {
+public:
+    Watch(UndoJournal& journal, unsigned file) : journal_(journal), file_(file) {}
+
+    // The entry is whole before the block is changed, also for whoever looks at what a killed
+    // process left: the compiler keeps that order, and the processor's is its program's.
+    bool beforeChange(unsigned offset, std::span<const std::byte> block) override {
+        content_.clear();
+        appendInteger(content_, file_);
+        appendInteger(content_, offset);
+        appendBytes(content_, block);
+        return journal_.note(BLOCK, content_);
+    }
+
+private:
+    UndoJournal& journal_;
+    unsigned file_;
+    Bytes content_;
+};
+
+UndoJournal::UndoJournal(std::wstring directory, const std::wstring& name)
+    : directory_(std::move(directory)) {
+    if (!directory_.ends_with(L'/')) directory_ += L'/';
+    path_ = place(name);
+}
+
+UndoJournal::~UndoJournal() = default;
+
+// ---- Writing ----------------------------------------------------------------
+
+bool UndoJournal::start(bool changed) {
+    remove();
+    std::string bytes = header(bootId());
+    appendInteger(bytes, std::uint32_t{kHeaderLength});
+    if (!changed) bytes += text(entry(DONE, {}));
+    if (!writeSmallFile(path_, bytes.data(), static_cast<unsigned>(bytes.size()))) return false;
+    auto file = SysFactory::createMmFile(path_.c_str());
+    if (!file->open() || !file->seek(0, SEEK_FROM_END)) return false;
+    file->setSyncOnClose(false);
+    file_ = std::move(file);
+    return true;
+}
+
+const UndoJournal::Bytes& UndoJournal::entry(unsigned kind, const Bytes& content) {
+    entry_.clear();
+    appendInteger(entry_, kind);
+    appendInteger(entry_, static_cast<std::uint32_t>(content.size()));
+    appendBytes(entry_, content);
+    appendInteger(entry_, crc32(text(entry_)));
+    return entry_;
+}
+
+bool UndoJournal::note(unsigned kind, const Bytes& content) {
+    if (!file_) return false;
+    const Bytes& bytes = entry(kind, content);
+    const auto length = static_cast<unsigned>(bytes.size());
+    if (file_->write(bytes.data(), length) != length) return false;
+    std::byte* const used = file_->change(kUsedAt, 4);
+    if (!used) return false;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    storeInteger<std::uint32_t>(used, file_->logicalSize());
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    return true;
+}
+
+// What cannot be read is of no use to anybody: it is better absent.
+void UndoJournal::appendSmall(Bytes& content, const std::wstring& path) {
+    const std::optional<std::string> bytes = readSmallFile(path);
+    appendName(content, nameOf(path));
+    appendInteger(content, bytes ? WHOLE : ABSENT);
+    if (!bytes) return;
+    appendInteger(content, static_cast<std::uint32_t>(bytes->size()));
+    appendBytes(content, std::as_bytes(std::span(*bytes)));
+}
+
+bool UndoJournal::keep(const std::vector<LinuxMmFile*>& files,
+                       const std::vector<std::wstring>& smallFiles) {
+    Bytes content;
+    for (const LinuxMmFile* file : files) {
+        appendName(content, nameOf(file->path()));
+        appendInteger(content, BLOCKS);
+        appendInteger(content, file->logicalSize());
+    }
+    for (const std::wstring& path : smallFiles) appendSmall(content, path);
+    if (!note(STATE, content)) return false;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+        if (i == watches_.size())
+            watches_.push_back(std::make_unique<Watch>(*this, static_cast<unsigned>(i)));
+        files[i]->addWatch(*watches_[i]);
+    }
+    return true;
+}
+
+bool UndoJournal::announce(const Renames& renames) {
+    Bytes content;
+    for (const auto& [from, to] : renames) {
+        appendName(content, nameOf(from));
+        appendName(content, nameOf(to));
+    }
+    return note(BESIDE, content);
+}
+
+bool UndoJournal::noteReplacing() {
+    return note(REPLACING, {});
+}
+
+bool UndoJournal::noteDone() {
+    return note(DONE, {});
+}
+
+void UndoJournal::remove() {
+    file_.reset();
+    watches_.clear();
+    removeFile(path_.c_str());
+}
+
+// ---- Recovery ---------------------------------------------------------------
+
+/// What a journal tells.
+struct UndoJournal::Story {
+    struct File {
+        std::wstring name;
+        std::uint32_t form = ABSENT;
+        std::uint32_t size = 0;
+        ByteRange content;  // of a small one
+    };
+    struct Block {
+        std::uint32_t file = 0;
+        std::uint32_t offset = 0;
+        ByteRange bytes;
+    };
+    bool thisBoot = false;
+    bool replacing = false;
+    std::vector<File> files;
+    std::vector<Block> blocks;
+    Renames renames;  // of names
+
+    bool read(std::string_view bytes) {
+        if (bytes.size() < kHeaderLength) return false;
+        std::uint32_t used = 0;
+        ByteRange(bytes.substr(kUsedAt)).takeInteger(used);
+        const std::string boot(bytes.substr(kMagic.size() + 4, kBootIdLength));
+        const std::string current = bootId();
+        if (!bytes.starts_with(header(boot))) return false;
+        thisBoot = !current.empty() && boot == current;
+        // The last entry may be torn: then it is not counted as used.
+        std::size_t end = kHeaderLength;
+        while (const std::size_t length = readEntry(bytes.substr(end))) end += length;
+        return end >= used && end > kHeaderLength;
+    }
+
+private:
+    /// The entry's length; 0 where there is no whole one.
+    std::size_t readEntry(std::string_view bytes) {
+        ByteRange in(bytes);
+        std::uint32_t kind = 0, length = 0, checksum = 0;
+        if (!in.takeInteger(kind) || !in.takeInteger(length)) return 0;
+        const std::byte* const content = in.take(length);
+        if (!content || !in.takeInteger(checksum)) return 0;
+        const std::size_t size = bytes.size() - in.left();
+        if (checksum != crc32(bytes.substr(0, size - kChecksum))) return 0;
+        return take(kind, ByteRange(content, content + length)) ? size : 0;
+    }
+    bool take(std::uint32_t kind, ByteRange content) {
+        switch (kind) {
+            case STATE:
+                return takeState(content);
+            case BLOCK:
+                return takeBlock(content);
+            case BESIDE:
+                return takeRenames(content);
+            case REPLACING:
+                replacing = true;
+                return true;
+            case DONE:
+                forget();
+                return true;
+            default:
+                return false;
+        }
+    }
+    void forget() {
+        replacing = false;
+        files.clear();
+        blocks.clear();
+        renames.clear();
+    }
+    bool takeState(ByteRange in) {
+        forget();
+        while (!in.empty()) {
+            File file;
+            if (!takeFileName(in, file.name) || !in.takeInteger(file.form) || file.form > WHOLE)
+                return false;
+            if (file.form != ABSENT && !in.takeInteger(file.size)) return false;
+            if (file.form == WHOLE) {
+                const std::byte* const content = in.take(file.size);
+                if (!content) return false;
+                file.content = ByteRange(content, content + file.size);
+            }
+            files.push_back(std::move(file));
+        }
+        return true;
+    }
+    bool takeBlock(ByteRange in) {
+        Block block;
+        if (!in.takeInteger(block.file) || !in.takeInteger(block.offset)) return false;
+        if (block.file >= files.size() || files[block.file].form != BLOCKS) return false;
+        block.bytes = in;
+        const std::uint32_t size = files[block.file].size;
+        if (block.offset > size || in.left() > size - block.offset) return false;
+        blocks.push_back(block);
+        return true;
+    }
+    bool takeRenames(ByteRange in) {
+        renames.clear();
+        while (!in.empty()) {
+            auto& [from, to] = renames.emplace_back();
+            if (!takeFileName(in, from) || !takeFileName(in, to)) return false;
+        }
+        return true;
+    }
+};
+
+bool UndoJournal::recover() const {
+    const std::optional<std::string> bytes = readSmallFile(path_);
+    Story story;
+    if (!bytes || !story.read(*bytes)) return false;
+    if (story.thisBoot && story.replacing) return finish(story);
+    for (const auto& [from, to] : story.renames) removeFile(place(from).c_str());
+    return story.thisBoot && undo(story);
+}
+
+// What has its place has no other name any more.
+bool UndoJournal::finish(const Story& story) const {
+    for (const auto& [from, to] : story.renames) {
+        if (presenceOf(place(from)) == Presence::absent) continue;
+        if (renameFile(place(from).c_str(), place(to).c_str()) != 0) return false;
+    }
+    return syncDirectory(directory_);
+}
+
+namespace {
+
+bool putBack(const std::wstring& path, std::string_view content) {
+    if (readSmallFile(path) == content) return true;
+    return writeSmallFile(path, content.data(), static_cast<unsigned>(content.size())) &&
+           syncFile(path);
+}
+
+}  // namespace
+
+// Backwards: what was noted first of a block is what it was. Tables come before small
+// files, which may need the space that is cut.
+bool UndoJournal::undo(const Story& story) const {
+    std::vector<RestoredFile> tables(story.files.size());
+    for (std::size_t i = 0; i < tables.size(); ++i) {
+        const Story::File& file = story.files[i];
+        if (file.form == BLOCKS && !tables[i].open(place(file.name), file.size)) return false;
+    }
+    for (auto block = story.blocks.rbegin(); block != story.blocks.rend(); ++block)
+        if (!tables[block->file].put(block->offset, block->bytes.at(), block->bytes.left()))
+            return false;
+    if (!std::all_of(tables.begin(), tables.end(), [](auto& table) { return table.cut(); }))
+        return false;
+    for (const Story::File& file : story.files) {
+        const std::wstring path = place(file.name);
+        if (file.form == ABSENT) removeFile(path.c_str());
+        if (file.form == WHOLE && !putBack(path, text({file.content.at(), file.content.left()})))
+            return false;
+    }
+    return syncDirectory(directory_);
+}
+
+}  // namespace fscanner
