@@ -34,13 +34,14 @@ using fscanner::FS_Cache;
 /// encoding of numbers that was used. Each has a counter or, when interrupted, a mark.
 std::set<std::string> cacheKinds(const std::string& directory) {
     constexpr std::string_view table = "directories.";
+    constexpr std::string_view fresh = "_cpt";  // what is to take another's place is no kind
     std::set<std::string> kinds;
     std::error_code error;
     for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
         const fs::path name = entry.path().filename();
         const std::string stem = name.stem();
         if ((name.extension() == ".counter" || name.extension() == ".cuflag") &&
-            stem.size() > table.size() && stem.starts_with(table))
+            stem.size() > table.size() && stem.starts_with(table) && !stem.ends_with(fresh))
             kinds.insert(stem.substr(table.size()));
     }
     return kinds;
@@ -48,7 +49,7 @@ std::set<std::string> cacheKinds(const std::string& directory) {
 
 /// The files that are there of all kinds: nothing else is ever touched.
 std::vector<fs::path> cacheFiles(const CachePlace& place) {
-    constexpr std::array<const char*, 16> forms = {"directories.{}.dat",
+    constexpr std::array<const char*, 17> forms = {"directories.{}.dat",
                                                    "directories.{}.pxx",
                                                    "directories.{}_idx.dat",
                                                    "directories.{}_ID.idx",
@@ -59,6 +60,7 @@ std::vector<fs::path> cacheFiles(const CachePlace& place) {
                                                    "directories.{}.unread",
                                                    "directories.{}.sums",
                                                    "directories.{}.sums_new",
+                                                   "directories.{}.undo",
                                                    "files.{}.dat",
                                                    "files.{}.pxx",
                                                    "files.{}_idx.dat",
@@ -70,7 +72,10 @@ std::vector<fs::path> cacheFiles(const CachePlace& place) {
         for (const char* form : forms) {
             std::error_code error;
             const fs::path file = fs::path(directory) / fmt::format(fmt::runtime(form), kind);
-            if (fs::is_regular_file(fs::symlink_status(file, error))) files.push_back(file);
+            fs::path fresh = file;  // that was to take its place
+            fresh.replace_filename(file.stem().native() + "_cpt" + file.extension().native());
+            for (const fs::path& one : {file, fresh})
+                if (fs::is_regular_file(fs::symlink_status(one, error))) files.push_back(one);
         }
     return files;
 }
@@ -141,9 +146,9 @@ int showCacheStatus(const Options& options, Output& out) {
     writePlace(place, out);
     out.write(fmt::format("size:       {}\n", sizeText(sizeOf(files))));
     const bool marked = place.isMarked();
-    out.write(fmt::format(
-        "state:      {}\n",
-        marked ? "its last use was interrupted: the next search makes it anew" : "good"));
+    out.write(
+        fmt::format("state:      {}\n",
+                    marked ? "its last use was interrupted: the next search mends it" : "good"));
     // Opening a marked cache is refused anyway.
     if (marked) return STATUS_FOUND;
     fscanner::FsCacheReport report;

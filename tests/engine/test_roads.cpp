@@ -145,8 +145,8 @@ void plant(const std::string& path) {
 
 /// Makes `root` this process's root, with a system in it that the table describes.
 bool enterSystem(const std::string& root) {
-    if (!enterPrivateMounts() || !mountMemory("none", root) || chroot(root.c_str()) != 0 ||
-        chdir("/") != 0)
+    if (!enterPrivateMounts() || !mountMemory("none", root, "size=64m") ||
+        chroot(root.c_str()) != 0 || chdir("/") != 0)
         return false;
     for (const char* file : {"/n.f", "/boot/hidden.f", "/mnt/USB/o.f", "/misc/p.f"}) plant(file);
     for (const Mounted& mounted : kMounts) {

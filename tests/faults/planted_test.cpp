@@ -170,7 +170,7 @@ TEST_P(Planted, ListFile) {
 
 // In the cache's own directory, as an old cache or a careless administrator may leave it.
 TEST_P(Planted, MarkCounterAndChecksums) {
-    for (const char* suffix : {".cuflag", ".counter", ".sums", ".sums_new"}) {
+    for (const char* suffix : {".cuflag", ".counter", ".sums", ".sums_new", ".undo"}) {
         ASSERT_EQ(host.ask().status, 0);
         const std::string name =
             toMultibyte(host.cacheDirectory() + L"/" + fsCacheTableNames(false).directories) +

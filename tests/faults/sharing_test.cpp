@@ -300,16 +300,28 @@ TEST_F(Readers, SayWhatNeedsAChange) {
     EXPECT_FALSE(told.toldOfGaps) << "it is told with the answer";
 }
 
-// A reader cannot make the cache anew, but sees to it that the next user does.
+// A reader cannot make the cache anew, but sees to it that the next user does: also where a
+// process died when it had finished, and its journal says that all is well.
 TEST_F(Readers, MarkADamagedCache) {
     ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
-    const std::string offsets = host.cache + "/files.pxx";
-    overwriteFile(offsets, 0, std::string(fs::file_size(offsets), '\xfe'));
-    EXPECT_EQ(read(), FS_CACHE_UNUSABLE);
-    EXPECT_TRUE(isMarked());
-    EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE);
-    EXPECT_EQ(ask(FaultHost::kAnyAge), 0);
-    EXPECT_EQ(read(), 0);
+    const std::string journal = host.cache + "/dirs.undo";
+    const auto user = cache();
+    ASSERT_EQ(user->lock(1000), 0);
+    ASSERT_EQ(user->create(0, FS_CACHE_OPEN_ALWAYS), 0);
+    const std::string finished = readWholeFile(journal);
+    ASSERT_NE(finished, "");
+    user->close();
+    user->unlock();
+    for (const bool left : {false, true}) {
+        if (left) writeWholeFile(journal, finished);
+        const std::string offsets = host.cache + "/files.pxx";
+        overwriteFile(offsets, 0, std::string(fs::file_size(offsets), '\xfe'));
+        EXPECT_EQ(read(), FS_CACHE_UNUSABLE);
+        EXPECT_TRUE(isMarked());
+        EXPECT_EQ(read(), FS_CACHE_NEEDS_CHANGE);
+        EXPECT_EQ(ask(FaultHost::kAnyAge), 0) << left;
+        EXPECT_EQ(read(), 0);
+    }
 }
 
 TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {

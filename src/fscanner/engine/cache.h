@@ -27,7 +27,7 @@ enum FsCacheStatus : int {
     FS_CACHE_SUCCESS = 0,
     FS_CACHE_UNUSABLE = -40,         ///< not created, not opened, closed, or broken
     FS_CACHE_QUERY_TIMED_OUT = -41,  ///< a direct scan or the extraction ran out of time
-    FS_CACHE_BUILD_TIMED_OUT = -42,  ///< rebuilding a tree did; the cache is given up
+    FS_CACHE_BUILD_TIMED_OUT = -42,  ///< rebuilding a tree did; that is undone
     FS_CACHE_NO_DRIVE = -43,         ///< a path of the query leads to no drive; the others are done
     FS_CACHE_NO_FILE_PROGRAM = -44,  ///< types were asked for, and `file` cannot be run
     FS_CACHE_NEEDS_CHANGE = -45,     ///< the shared lock does not do: the cache has to be changed
@@ -79,8 +79,11 @@ struct FSCANNER_EXPORT FsCacheCheck {
 ///     lock, create, refresh, share, query, close, unlock   // -45 of the last two: again
 ///
 /// While the cache is open, but under a shared lock, a mark lies beside its files. A process
-/// that dies leaves it behind, and so does a cache that was found broken: the next `create`
-/// then refuses the files, or makes them anew. The destructor never removes the mark.
+/// that dies leaves it behind, and so does a cache that was found broken, or in which a tree could
+/// not be built: with the exclusive lock the next `create` undoes the change that was not
+/// finished, so that the other trees stay. Where that is not possible, and under a shared lock, it
+/// refuses the files; `FS_CACHE_OPEN_ALWAYS` makes them anew. The destructor never removes the
+/// mark.
 ///
 /// One thread at a time for an object; several threads may have objects of their own, also
 /// on one directory, where the locks make them wait for each other as they do processes. A

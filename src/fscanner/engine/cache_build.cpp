@@ -30,6 +30,8 @@ public:
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
     bool tellsLater(FsSkipReason reason, int error) override;
+    // After a record that could not be inserted there is no tree to be had.
+    bool goesOn() const override { return !failed_; }
     bool failed() const { return failed_; }
 
 private:

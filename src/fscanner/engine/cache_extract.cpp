@@ -99,7 +99,7 @@ private:
     };
 
     int take(bool matched);
-    static int interrupted();
+    int interrupted();
     Directory enter(unsigned pathId);
     bool judge();
     bool refuseTooLong();
@@ -209,6 +209,7 @@ int Extraction::take(bool matched) {
 
 int Extraction::interrupted() {
     debug("FS_Cache::extractResults - findPathById() failed! extract interrupted!\n");
+    store_.directories().reportDamage("a directory that is not there");
     return FS_CACHE_UNUSABLE;
 }
 

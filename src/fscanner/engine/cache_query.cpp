@@ -81,8 +81,12 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Foun
     // What the query itself leaves out stays as it is: nothing of it will be extracted.
     if (leavesOut(plan, pair)) return FS_CACHE_SUCCESS;
     if (found.record) {
-        if (!store_.beginChanges()) return FS_CACHE_UNUSABLE;
-        tree_.removeTree(store_.directories(), store_.files(), found.id);
+        if (!tree_.isAlone(store_.directoryRecords(), found.id) || !store_.startAnew()) {
+            const bool removed = store_.beginTree() &&
+                                 tree_.removeTree(store_.directories(), store_.files(), found.id);
+            if (!removed) return FS_CACHE_UNUSABLE;
+        }
+        tree_.forget();
         debug("FS_Cache::%s - tree removed!\n", name);
     }
     // Building stamps before it checks: what is no directory would look like a young,
@@ -91,6 +95,7 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Foun
     store_.noteRefreshed(path, isDirectory);
     // For a reader it is one since the query began, at best.
     if (!isDirectory || store_.readOnly()) return FS_CACHE_SUCCESS;
+    if (!found.record && !store_.beginTree()) return FS_CACHE_UNUSABLE;
     // The cache holds whole subtrees, whatever the query asks for.
     const PathDrive whole{PathInfo(path, true), pair.drive};
     const int status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);

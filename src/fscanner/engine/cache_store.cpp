@@ -7,7 +7,6 @@
 
 #include "fscanner/common/paths.h"
 #include "fscanner/common/time.h"
-#include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_check.h"
@@ -22,6 +21,7 @@ const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
 const wchar_t* CacheSumsSuffix = L".sums";
+const wchar_t* CacheUndoSuffix = L".undo";
 const wchar_t* field_ID = L"ID";
 
 namespace {
@@ -29,6 +29,8 @@ namespace {
 // 95 % of the range: beyond it a cache is made anew rather than run out of IDs.
 constexpr unsigned kLargestDirectoriesIndex = 0xF3333333;
 constexpr int kCompactionPercent = 30;
+constexpr unsigned kFreeStates = 16U << 20;  // bytes of a journal
+const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnreadSuffix};
 
 struct SchemaField {
     const wchar_t* name;
@@ -151,6 +153,8 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
     const std::wstring mutexName = accessMutexName(directory_);
     debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", mutexName.c_str());
     directoryLock_ = std::make_unique<DirectoryLock>(directory_);
+    if (cacheChecker_)
+        journal_ = std::make_unique<UndoJournal>(directory_, directoriesName_ + CacheUndoSuffix);
     if (!lookups_.valid()) {
         debug("FS_Cache::FS_Cache - criteriaEvaluator creation error!\n");
         return;
@@ -162,6 +166,10 @@ CacheStore::~CacheStore() = default;
 
 std::wstring CacheStore::pathOf(const std::wstring& table, const wchar_t* suffix) const {
     return directory_ + (directory_.ends_with(L'/') ? L"" : L"/") + table + suffix;
+}
+
+std::wstring CacheStore::freshPath(const wchar_t* suffix) const {
+    return pathOf(directoriesName_ + (anew_ ? TableReplacement::SUFFIX : L""), suffix);
 }
 
 // ---- Locking ----------------------------------------------------------------
@@ -192,6 +200,7 @@ int CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode)
     const bool otherwiseOpen = open_ && readOnly_ != shared;
     if (otherwiseOpen || (timeout && *timeout <= 0)) return lockedResult(SYNC_TIMED_OUT);
     lockIsShared_ = shared;
+    hasAlone_ = false;
     if (shared && accessMutex_) accessMutex_->release();
     return lockedResult(timeout ? waitFor(*directoryLock_, *timeout, mode)
                                 : directoryLock_->wait(mode));
@@ -200,6 +209,7 @@ int CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode)
 int CacheStore::lockedResult(int status) {
     switch (status) {
         case SYNC_SUCCESS:
+            hasAlone_ = !lockIsShared_;
             if (!accessMutex_ && !lockIsShared_)
                 accessMutex_ = SysFactory::createMutex(accessMutexName(directory_).c_str());
             if (!lockIsShared_) accessMutex_->wait(1);
@@ -217,6 +227,7 @@ int CacheStore::lockedResult(int status) {
 void CacheStore::unlock() {
     if (!directoryLock_) return;
     debug("FS_Cache::unlock - accessMutex RELEASED!\n");
+    hasAlone_ = false;
     if (accessMutex_) accessMutex_->release();
     directoryLock_->release();
 }
@@ -252,10 +263,12 @@ int CacheStore::create(unsigned timeout, int disposition) {
             break;
         case FS_CACHE_OPEN:
             debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN\n");
+            recoverCache();
             done = openCache();
             break;
         case FS_CACHE_OPEN_ALWAYS:
             debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN_ALWAYS\n");
+            recoverCache();
             done = openCache() || createCache();
             break;
         default:
@@ -272,7 +285,9 @@ int CacheStore::create(unsigned timeout, int disposition) {
 // The old counter goes, and the mark comes, before a file of an old cache is emptied:
 // half of a new cache beside half of an old one must not be taken for a good one.
 bool CacheStore::createCache() {
-    if (!beginChanges()) return false;
+    if (readOnly_ || !placeSyncedMark()) return false;
+    changed_ = changeTried_ = true;
+    if (journal_) journal_->remove();
     removeSmallFiles();
     files_ = createTable(filesName_, TableKind::files(), "createFilesTable");
     if (!files_) return false;
@@ -288,6 +303,19 @@ bool CacheStore::createCache() {
     unread_.reset(0);
     openRecordSets();
     return updateDirectoriesIDCounter();
+}
+
+// Only for whoever has the cache alone: what looks like another's last session may be going
+// on. The mark may also be a reader's, which leaves no journal.
+void CacheStore::recoverCache() {
+    if (!initialized_ || readOnly_ || !hasAlone_ || !journal_ || !insideCacheUpdate()) return;
+    sums_->clear();
+    const bool recovered = journal_->recover();
+    debug("FS_Cache::recover - the last use was interrupted: %s\n",
+          recovered ? "what it began was undone" : "nothing tells what it changed");
+    if (!recovered) return;
+    sums_->eraseNew();
+    endChanges();
 }
 
 bool CacheStore::openCache() {
@@ -317,6 +345,8 @@ bool CacheStore::openCache() {
     }
     debug("FS_Cache::openCache() - directoriesIndex = %d\n", static_cast<int>(directoriesIndex_));
     loadUnread();
+    // Without a journal the cache can be read alone.
+    if (journal_ && !readOnly_ && !journal_->start(false)) journal_->remove();
     beginCacheUpdate();
     broken_ = false;
     openRecordSets();
@@ -327,21 +357,19 @@ bool CacheStore::openCache() {
 // Without it the cache is good: only nothing is known of its directories.
 void CacheStore::loadUnread() {
     const std::wstring file = path(CacheUnreadSuffix);
-    if (sums_->holds(file)) {
-        unread_.load(file, directoriesIndex_);
-    } else {
-        unread_.reset(directoriesIndex_);
-        sums_->remove(file);
-    }
+    unreadFits_ = sums_->holds(file) && unread_.load(file, directoriesIndex_);
+    if (unreadFits_) return;
+    unread_.reset(directoriesIndex_);
+    sums_->remove(file);
 }
 
 void CacheStore::openRecordSets() {
-    files_->expectConstantKeys();
-    files_->expectPatterns(!unread_.plainNames());
-    directories_->expectConstantKeys();
-    filesRecords_ = files_->openRecordSet();
-    directoryRecords_ = directories_->openRecordSet();
-    ancestorRecords_ = directories_->openRecordSet();
+    files().expectConstantKeys();
+    files().expectPatterns(!unread_.plainNames());
+    directories().expectConstantKeys();
+    filesRecords_ = files().openRecordSet();
+    directoryRecords_ = directories().openRecordSet();
+    ancestorRecords_ = directories().openRecordSet();
 }
 
 std::unique_ptr<FS_Table> CacheStore::openTable(const std::wstring& name, const TableKind& kind) {
@@ -377,6 +405,52 @@ unsigned CacheStore::builtTime(const RecordSet& directory) const {
     return directory.getFieldAsInt32(DIRECTORIES_CREATIONTIME);
 }
 
+// ---- All anew ---------------------------------------------------------------
+
+bool CacheStore::startAnew() {
+    if (changed_ || readOnly_ || !journal_ || !journal_->isStarted()) return false;
+    if (roomIn(directory_) < bytes() + bytes() / 4) return false;
+    changeTried_ = true;
+    anew_ = std::make_unique<Anew>(*files_, *directories_);
+    const bool made = journal_->announce(renamesAnew()) && placeSyncedMark() &&
+                      anew_->files.create() && anew_->directories.create();
+    if (!made) {
+        abandonAnew();
+        return false;
+    }
+    files_->close();
+    directories_->close();
+    changed_ = true;
+    unread_.reset(0);
+    openRecordSets();
+    return true;
+}
+
+void CacheStore::abandonAnew() {
+    for (const auto& [from, to] : renamesAnew()) removeFile(from.c_str());
+    anew_->files.abandon();
+    anew_->directories.abandon();
+    anew_.reset();
+}
+
+Renames CacheStore::renamesAnew() const {
+    Renames renames = anew_->files.renames();
+    for (const auto& one : anew_->directories.renames()) renames.push_back(one);
+    for (const wchar_t* suffix : kSmallFiles) renames.emplace_back(freshPath(suffix), path(suffix));
+    renames.push_back(sums_->renaming());
+    return renames;
+}
+
+// All of it is on disk. What did not get its place is for the next one to finish.
+bool CacheStore::bringAnew() {
+    if (!journal_->noteReplacing()) return false;
+    bool placed = anew_->files.takePlaces() && anew_->directories.takePlaces();
+    for (const wchar_t* suffix : kSmallFiles)
+        placed = placed && renameFile(freshPath(suffix).c_str(), path(suffix).c_str()) == 0;
+    anew_.reset();
+    return placed && sums_->replace() && syncDirectory(directory_);
+}
+
 // ---- Closing ----------------------------------------------------------------
 
 // What changed is on disk before the mark goes; what did not get there, or was found
@@ -386,44 +460,69 @@ bool CacheStore::close() {
     // Once closed, the lock may be another's, and so the mark.
     if (!initialized_ || !open_) return true;
     if (damaged()) broken_ = true;
-    compactionDue_ = !readOnly_ && isCompactionDue();
+    // What was not finished is undone, and what it left does not fit together.
+    compactionDue_ = !readOnly_ && !broken_ && isCompactionDue();
     if (compactionDue_ && !isSound()) broken_ = true;
-    for (FS_Table* table : {files_.get(), directories_.get()})
-        if (table && table->isOpen() && !table->close()) broken_ = true;
     filesRecords_ = directoryRecords_ = ancestorRecords_ = RecordSet();
-    if (damaged()) broken_ = true;
-    if (changed_ && !broken_ && !bringToDisk()) broken_ = true;
+    if (!closeTables() || damaged()) broken_ = true;
+    if (!broken_ && !readOnly_ && !commit()) broken_ = true;
+    // What was there before a change is as good as it was: the next one goes back to it.
+    if (broken_ && (damaged() || !changeTried_)) markAsDamaged();
+    if (anew_) abandonAnew();
     open_ = false;
-    changed_ = false;
-    if (broken_ && readOnly_) placeMark();
-    if (broken_ || readOnly_) return true;
-    endCacheUpdate();
+    changed_ = changeTried_ = false;
     return true;
+}
+
+bool CacheStore::closeTables() {
+    bool closed = true;
+    for (FS_Table* table : {&files(), &directories()})
+        if (table->isOpen() && !table->close()) closed = false;
+    return closed;
+}
+
+// From the moment that the journal says so, nothing is undone any more.
+bool CacheStore::commit() {
+    if (changed_ && !(writeSmallFiles() && bringToDisk())) return false;
+    if (anew_ && !bringAnew()) return false;
+    if (changed_ && journal_ && journal_->isStarted() && !journal_->noteDone()) return false;
+    endChanges();
+    return true;
+}
+
+void CacheStore::endChanges() {
+    endCacheUpdate();
+    if (journal_) journal_->remove();
+}
+
+// The sums are those of all other files as they are now.
+bool CacheStore::writeSmallFiles() {
+    return unread_.save(freshPath(CacheUnreadSuffix), directoriesIndex_) &&
+           writeCounter(freshPath(CacheCounterSuffix)) && takeUpSmallFiles() && sums_->write();
 }
 
 // The files beside the tables; the tables did it when they were closed.
 bool CacheStore::bringToDisk() {
-    return unread_.save(path(CacheUnreadSuffix), directoriesIndex_) &&
-           syncFile(path(CacheCounterSuffix)) && takeUpSmallFiles() && saveSums() &&
-           syncDirectory(directory_);
+    return syncFile(freshPath(CacheUnreadSuffix)) && syncFile(freshPath(CacheCounterSuffix)) &&
+           sums_->sync() && (anew_ || sums_->replace()) && syncDirectory(directory_);
 }
 
 bool CacheStore::isCompactionDue() {
     const int percent = compactionPercent();
     return files_ && directories_ && open_ &&
-           (isDue(*files_, percent) || isDue(*directories_, percent));
+           (isDue(files(), percent) || isDue(directories(), percent));
 }
 
 int CacheStore::compactionPercent() const {
     return shrink_ ? 0 : kCompactionPercent;
 }
 
-unsigned long long CacheStore::bytes() const {
-    return files_->bytes() + directories_->bytes();
+unsigned long long CacheStore::bytes() {
+    return files().bytes() + directories().bytes();
 }
 
-unsigned long long CacheStore::bytesInUse() const {
-    return files_->bytesInUse() + directories_->bytesInUse();
+unsigned long long CacheStore::bytesInUse() {
+    return files().bytesInUse() + directories().bytesInUse();
 }
 
 bool CacheStore::compact() {
@@ -434,16 +533,24 @@ bool CacheStore::compact() {
     }
     if (!files_ || !directories_) return false;
     // What will not be changed needs no mark.
-    if (compactionDue_) beginCacheUpdate();
-    if (compactionDue_ && !beginChanges()) return false;
-    const bool compacted =
-        directories_->compact(compactionPercent()) && files_->compact(compactionPercent());
-    if (!compactionDue_) return compacted;
-    // A compaction that failed may have left files of two generations: the mark stays.
-    const bool onDisk = compacted && saveSums() && syncDirectory(directory_);
-    changed_ = false;
-    if (compacted && onDisk) endCacheUpdate();
-    return compacted && onDisk;
+    if (!compactionDue_) return compactTables(nullptr);
+    if (journal_ && !journal_->start(false)) return false;
+    beginCacheUpdate();
+    if (placeSyncedMark() && compactTables(journal_.get()) && syncDirectory(directory_)) {
+        endChanges();
+        return true;
+    }
+    if (damaged())
+        markAsDamaged();
+    else
+        recoverCache();
+    return false;
+}
+
+// One after the other: the tables know of each other by IDs alone, which stay.
+bool CacheStore::compactTables(UndoJournal* journal) {
+    return directories_->compact(compactionPercent(), journal) &&
+           files_->compact(compactionPercent(), journal);
 }
 
 bool CacheStore::remove() {
@@ -451,43 +558,51 @@ bool CacheStore::remove() {
     const bool filesErased = files_->erase();
     const bool directoriesErased = directories_->erase();
     removeSmallFiles();
+    if (journal_) journal_->remove();
     return filesErased && directoriesErased;
 }
 
 bool CacheStore::damaged() const {
-    return (sums_ && sums_->damaged()) || (files_ && files_->damaged()) ||
-           (directories_ && directories_->damaged());
+    const auto found = [](const FS_Table* table) { return table && table->damaged(); };
+    return (sums_ && sums_->damaged()) || found(files_.get()) || found(directories_.get()) ||
+           (anew_ && (found(&anew_->files.fresh()) || found(&anew_->directories.fresh())));
 }
 
 // ---- Checksums --------------------------------------------------------------
 
 bool CacheStore::recordsHold() {
-    return directories_->holdsAll() && files_->holdsAll();
+    return directories().holdsAll() && files().holdsAll();
+}
+
+// Tables that are made anew go on with the old ones.
+std::array<std::wstring, 2> CacheStore::indexLists() const {
+    return {path(FS_Table::INDEX_LIST_SUFFIX), pathOf(filesName_, FS_Table::INDEX_LIST_SUFFIX)};
 }
 
 // The files that are written whole, but that of unread directories.
-std::array<std::wstring, 3> CacheStore::smallFiles() const {
-    return {path(CacheCounterSuffix), path(FS_Table::INDEX_LIST_SUFFIX),
-            pathOf(filesName_, FS_Table::INDEX_LIST_SUFFIX)};
-}
-
 bool CacheStore::smallFilesHold() {
-    const auto files = smallFiles();
-    return std::all_of(files.begin(), files.end(),
-                       [this](const std::wstring& file) { return sums_->holds(file); });
+    const auto lists = indexLists();
+    return sums_->holds(path(CacheCounterSuffix)) &&
+           std::all_of(lists.begin(), lists.end(),
+                       [this](const std::wstring& list) { return sums_->holds(list); });
 }
 
+// Files that are about to take others' places already have their names in the sums.
 bool CacheStore::takeUpSmallFiles() {
-    const auto files = smallFiles();
-    return sums_->takeUp(path(CacheUnreadSuffix)) &&
-           std::all_of(files.begin(), files.end(),
-                       [this](const std::wstring& file) { return sums_->takeUp(file); });
+    for (const wchar_t* suffix : kSmallFiles)
+        if (!sums_->takeUp(freshPath(suffix))) return false;
+    for (const std::wstring& list : indexLists())
+        if (!sums_->takeUp(list)) return false;
+    if (anew_) sums_->rename(renamesAnew());
+    return true;
 }
 
 // Searches read what they need: one may go on for long without the part that is damaged.
 bool CacheStore::check(FsCacheCheck& result) {
     if (!initialized_ || opened_) return false;
     result = FsCacheCheck();
+    readOnly_ = lockIsShared_;
+    recoverCache();
     if (insideCacheUpdate()) {
         result.problems.emplace_back(
             L"it is marked: its last use was interrupted, or found it damaged");
@@ -499,13 +614,8 @@ bool CacheStore::check(FsCacheCheck& result) {
             result.problems.emplace_back(L"its files do not fit each other");
         close();
     }
-    if (!result.problems.empty()) placeMark();
+    if (!result.problems.empty()) markAsDamaged();
     return true;
-}
-
-// When everything else is on disk.
-bool CacheStore::saveSums() {
-    return sums_->write() && sums_->replace();
 }
 
 bool CacheStore::isThere() const {
@@ -520,30 +630,78 @@ bool CacheStore::placeMark() {
            writeSmallFile(path(CacheUpdateSuffix), nullptr, 0);
 }
 
+bool CacheStore::placeSyncedMark() {
+    return !cacheChecker_ || (placeMark() && syncDirectory(directory_));
+}
+
+// Without a journal, also one that a process left which had finished, the mark has the next
+// user make the cache anew. A reader may do that beside others: nobody writes one meanwhile.
+void CacheStore::markAsDamaged() {
+    if (journal_) journal_->remove();
+    placeMark();
+}
+
 bool CacheStore::beginChanges() {
     if (readOnly_) return false;
     if (changed_) return true;
-    if (open_ && (damaged() || !isSound())) return false;
-    if (cacheChecker_ && !(placeMark() && syncDirectory(directory_))) return false;
+    changeTried_ = true;
+    if (damaged() || !hasSoundEnds() || !keepState() || !placeSyncedMark()) return false;
     changed_ = true;
     return true;
 }
 
-// What is found good only where it is read must not be built upon: new records would
-// lend a meaning to offsets and slots that lead nowhere.
+// A tree that is finished is not undone with the next one. While all is made anew there is
+// only the old cache to go back to.
+bool CacheStore::beginTree() {
+    if (readOnly_ || !changed_) return beginChanges();
+    if (anew_ || !journal_ || !isStateWorthIt()) return true;
+    sums_->renew(mappedFiles());
+    return writeSmallFiles() && sums_->replace() && keepState();
+}
+
+// A state holds the checksums of all tables, a 1024th of them. Where there are many trees, small
+// ones beside much share a state.
+bool CacheStore::isStateWorthIt() {
+    return journal_->size() < kFreeStates || bytes() > keptBytes_ + keptBytes_ / 64;
+}
+
+bool CacheStore::keepState() {
+    if (!journal_) return true;
+    if (!journal_->isStarted() && !journal_->start(changed_)) return false;
+    std::vector<std::wstring> smallFiles{path(CacheSumsSuffix)};
+    for (const wchar_t* suffix : kSmallFiles) smallFiles.push_back(path(suffix));
+    keptBytes_ = bytes();
+    return journal_->keep(mappedFiles(), smallFiles);
+}
+
+std::vector<LinuxMmFile*> CacheStore::mappedFiles() const {
+    std::vector<LinuxMmFile*> all = files_->mappedFiles();
+    for (LinuxMmFile* file : directories_->mappedFiles()) all.push_back(file);
+    return all;
+}
+
+// New records must not lend a meaning to offsets, slots and IDs that lead nowhere. What is
+// changed farther from the ends is checked there.
+bool CacheStore::hasSoundEnds() {
+    if (!directories_->checkEnds() || !files_->checkEnds()) return false;
+    // Of two that tell the counter, one may be wrong.
+    return unreadFits_ || hasNoIdAboveCounter();
+}
+
+// Before a compaction, which reads all.
 bool CacheStore::isSound() {
-    return directories_->checkStructure() && files_->checkStructure() && hasNoIdAboveCounter();
+    return directories().checkStructure() && files().checkStructure() && hasNoIdAboveCounter();
 }
 
 bool CacheStore::hasNoIdAboveCounter() {
     // By the plain rules, a number stands for 2^31 - 1 where it is larger.
     CriteriaEvaluator above((L"[ID]>" + std::to_wstring(directoriesIndex_)).c_str(),
                             CriteriaRules::search);
-    RecordSet records = directories_->openRecordSet();
+    RecordSet records = directories().openRecordSet();
     records.setCriteria(&above, true);
     const bool found = records.moveFirst();
-    directories_->closeRecordSet(records);
-    if (found) directories_->reportDamage("an ID that was not given yet");
+    directories().closeRecordSet(records);
+    if (found) directories().reportDamage("an ID that was not given yet");
     return !found;
 }
 
@@ -578,18 +736,21 @@ bool CacheStore::getDirectoriesIDCounter() {
 }
 
 bool CacheStore::updateDirectoriesIDCounter() {
+    return writeCounter(freshPath(CacheCounterSuffix));
+}
+
+bool CacheStore::writeCounter(const std::wstring& path) const {
     const auto bytes = littleEndian(directoriesIndex_);
-    return writeSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size());
+    return writeSmallFile(path, bytes.data(), bytes.size());
 }
 
 void CacheStore::expectPatterns() {
-    files_->expectPatterns(true);
+    files().expectPatterns(true);
     unread_.notePattern();
 }
 
 void CacheStore::removeSmallFiles() {
-    removeFile(path(CacheCounterSuffix).c_str());
-    removeFile(path(CacheUnreadSuffix).c_str());
+    for (const wchar_t* suffix : kSmallFiles) removeFile(path(suffix).c_str());
     sums_->clear();
     sums_->erase();
 }

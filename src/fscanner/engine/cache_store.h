@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "fscanner/engine/unread_directories.h"
 #include "fscanner/expr/criteria.h"
@@ -13,18 +14,20 @@
 #include "fscanner/platform/directory_lock.h"
 #include "fscanner/store/fields.h"
 #include "fscanner/store/recordset.h"
-#include "fscanner/store/table.h"
+#include "fscanner/store/table_replacement.h"
+#include "fscanner/store/undo_journal.h"
 
 namespace fscanner {
 
 struct FsCacheCheck;
 
-/// Suffixes of the mark, of the counter, of the unread directories and of the checksums, and the
-/// name of a directory's number.
+/// Suffixes of the mark, of the counter, of the unread directories, of the checksums and of the
+/// undo journal, and the name of a directory's number.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
 extern const wchar_t* CacheSumsSuffix;
+extern const wchar_t* CacheUndoSuffix;
 extern const wchar_t* field_ID;
 
 /// Whether the files of a cache can be looked up by this field.
@@ -91,6 +94,10 @@ private:
 ///
 /// Owns the two tables and the record sets on them. Its states are those of
 /// `FS_Cache`, of which it is the inside.
+///
+/// What a session changes is undone when it does not end well: by the next one, which finds
+/// the mark and an undo journal. Damage is not kept that way: then the journal goes, and the
+/// mark alone says that the cache is to be made anew.
 class CacheStore {
 public:
     struct TableKind;
@@ -129,8 +136,8 @@ public:
     bool remove();
 
     /// The bytes of the tables with their indexes; about as many are in use by records.
-    unsigned long long bytes() const;
-    unsigned long long bytesInUse() const;
+    unsigned long long bytes();
+    unsigned long long bytesInUse();
     /// The next compaction gives back all that it can.
     void shrinkWhenClosed() { shrink_ = true; }
 
@@ -148,8 +155,16 @@ public:
     bool check(FsCacheCheck& result);
 
     /// To be called before the first change of a session: puts the mark on disk, so
-    /// that a change can never be there without it. False when that fails.
+    /// that a change can never be there without it, and notes what to go back to. False when
+    /// that fails, and when what would be built upon is damaged.
     bool beginChanges();
+    /// To be called before a tree is removed or built. The trees that this session has
+    /// finished stay when this one is interrupted; the last few of very many may not.
+    bool beginTree();
+    /// Empties the cache for a tree that is all it has: the new records go to tables beside
+    /// the old ones and take their places when the cache is closed. False where that cannot
+    /// be done, on a disk that is nearly full, say; the records are to be removed then.
+    bool startAnew();
 
     /// Notes that what a path needs was done since this object opened the cache: a tree was
     /// built there, or there is none to be built.
@@ -162,8 +177,8 @@ public:
     /// no search of this cache looks names up.
     void expectPatterns();
 
-    FS_Table& files() { return *files_; }
-    FS_Table& directories() { return *directories_; }
+    FS_Table& files() { return anew_ ? anew_->files.fresh() : *files_; }
+    FS_Table& directories() { return anew_ ? anew_->directories.fresh() : *directories_; }
     RecordSet& filesRecords() { return filesRecords_; }
     /// Two cursors: candidates, and the ancestors that are compared with them.
     RecordSet& directoryRecords() { return directoryRecords_; }
@@ -180,8 +195,17 @@ public:
     UnreadDirectories& unread() { return unread_; }
 
 private:
+    /// Both tables anew, beside the old ones.
+    struct Anew {
+        Anew(FS_Table& oldFiles, FS_Table& oldDirectories)
+            : files(oldFiles), directories(oldDirectories) {}
+        TableReplacement files;
+        TableReplacement directories;
+    };
+
     bool createCache();
     bool openCache();
+    void recoverCache();
     void loadUnread();
     void openRecordSets();
     std::unique_ptr<FS_Table> createTable(const std::wstring& name, const TableKind& kind,
@@ -189,6 +213,9 @@ private:
     std::unique_ptr<FS_Table> openTable(const std::wstring& name, const TableKind& kind);
     std::wstring path(const wchar_t* suffix) const { return pathOf(directoriesName_, suffix); }
     std::wstring pathOf(const std::wstring& table, const wchar_t* suffix) const;
+    /// Of a small file: where it is written, beside the old one while all is made anew.
+    std::wstring freshPath(const wchar_t* suffix) const;
+    Renames renamesAnew() const;
     int lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
     int lockedResult(int status);
 
@@ -196,18 +223,31 @@ private:
     void endCacheUpdate();
     bool insideCacheUpdate();
     bool placeMark();
+    bool placeSyncedMark();
+    void markAsDamaged();
     bool getDirectoriesIDCounter();
     void removeSmallFiles();
-    std::array<std::wstring, 3> smallFiles() const;
+    std::array<std::wstring, 2> indexLists() const;
     bool smallFilesHold();
     bool takeUpSmallFiles();
-    bool saveSums();
     bool isThere() const;
     bool isCompactionDue();
     int compactionPercent() const;
+    bool hasSoundEnds();
     bool isSound();
     bool hasNoIdAboveCounter();
+    bool closeTables();
+    bool writeSmallFiles();
+    bool writeCounter(const std::wstring& path) const;
     bool bringToDisk();
+    bool bringAnew();
+    void abandonAnew();
+    bool compactTables(UndoJournal* journal);
+    bool keepState();
+    std::vector<LinuxMmFile*> mappedFiles() const;
+    bool isStateWorthIt();
+    bool commit();
+    void endChanges();
 
     std::wstring directory_;
     std::wstring directoriesName_;
@@ -220,20 +260,26 @@ private:
     bool open_ = false;
     bool broken_ = false;
     bool changed_ = false;
+    bool changeTried_ = false;  // a failure may be the change's, and not the cache's
     bool compactionDue_ = false;
     bool shrink_ = false;
     bool lockIsShared_ = false;
+    bool hasAlone_ = false;  // by the lock, once that was got
     bool readOnly_ = false;
     unsigned directoriesIndex_ = 0;
+    unsigned long long keptBytes_ = 0;  // the tables' when their state was kept
     unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
     std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
     UnreadDirectories unread_;
+    bool unreadFits_ = true;  // its file, and so the counter that is in both
     std::unique_ptr<SumsFile> sums_;
     CacheLookups lookups_;
     std::unique_ptr<AbstractSync> accessMutex_;
     std::unique_ptr<DirectoryLock> directoryLock_;
+    std::unique_ptr<UndoJournal> journal_;  // null where there is no mark
     std::unique_ptr<FS_Table> files_;
     std::unique_ptr<FS_Table> directories_;
+    std::unique_ptr<Anew> anew_;
     RecordSet filesRecords_;
     RecordSet directoryRecords_;
     RecordSet ancestorRecords_;

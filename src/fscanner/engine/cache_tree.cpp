@@ -123,50 +123,74 @@ bool CacheTree::isInside(RecordSet& directories, unsigned id, unsigned root) {
     return id == root;
 }
 
-void CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
+// The one on the way is the only child of its parent; the topmost has the parent 0.
+bool CacheTree::isAlone(RecordSet& directories, unsigned id) {
+    for (CircleGuard circle; id != 0 && !circle.closes(id);) {
+        if (!store_.lookups().byId(directories, id)) return false;
+        const unsigned parent = parentOf(directories);
+        const bool first = store_.lookups().byParentId(directories, parent) &&
+                           directories.getFieldAsInt32(DIRECTORIES_ID) == id;
+        if (!first || directories.moveNext()) return false;
+        if (parent != 0 && (!store_.lookups().byId(directories, parent) ||
+                            directories.getFieldAsInt32(DIRECTORIES_CREATIONTIME) != 0))
+            return false;
+        id = parent;
+    }
+    return id == 0;
+}
+
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     pathMap_.clear();
     RecordSet records = files.openRecordSet();
+    bool removed = true;
     for (bool found = store_.lookups().byPathId(records, pathId); found; found = records.moveNext())
-        records.remove();
+        removed = records.remove() && removed;
     if (!files.closeRecordSet(records)) debug("FS_Cache::removeFiles - closeRecordSet failed!\n");
+    return removed;
 }
 
 // A directory's record goes before it is searched for children: so each is met once, also in
 // a damaged table, and what waits are IDs alone.
-void CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) {
+bool CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) {
     pathMap_.clear();
     RecordSet records = directories.openRecordSet();
-    if (store_.lookups().byId(records, id)) records.remove();
+    bool removed = !store_.lookups().byId(records, id) || records.remove();
     std::vector<unsigned> waiting{id};
     while (!waiting.empty()) {
         const unsigned parent = waiting.back();
         waiting.pop_back();
-        removeFiles(files, parent);
+        removed = removeFiles(files, parent) && removed;
         store_.unread().remove(parent);
         bool found = store_.lookups().byParentId(records, parent);
         for (; found; found = records.moveNext()) {
             const unsigned child = records.getFieldAsInt32(DIRECTORIES_ID);
-            if (records.remove()) waiting.push_back(child);
+            if (records.remove())
+                waiting.push_back(child);
+            else
+                removed = false;
         }
     }
     if (!directories.closeRecordSet(records))
         debug("FS_Cache::removeTree - closeRecordSet failed!\n");
+    return removed;
 }
 
-void CacheTree::removeEmpty(FS_Table& directories, unsigned id) {
+bool CacheTree::removeEmpty(FS_Table& directories, unsigned id) {
     RecordSet records = directories.openRecordSet();
-    while (id != 0 && !store_.lookups().byParentId(records, id) &&
+    bool removed = true;
+    while (removed && id != 0 && !store_.lookups().byParentId(records, id) &&
            !store_.lookups().byPathId(store_.filesRecords(), id) &&
            store_.lookups().byId(records, id) &&
            records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) {
         const unsigned parent = parentOf(records);
-        if (!records.remove()) break;
+        removed = records.remove();
         pathMap_.clear();
         store_.unread().remove(id);
         id = parent;
     }
     if (!directories.closeRecordSet(records))
         debug("FS_Cache::removeEmpty - closeRecordSet failed!\n");
+    return removed;
 }
 
 // Each directory is gone into once, also where a damaged table has an ID twice.

@@ -68,13 +68,19 @@ public:
     /// Whether directory `id` is `root` or lies below it.
     bool isInside(RecordSet& directories, unsigned id, unsigned root);
 
-    /// Removes the files whose directory is `pathId`.
-    void removeFiles(FS_Table& files, unsigned pathId);
-    /// Removes directory `id` with all below it.
-    void removeTree(FS_Table& directories, FS_Table& files, unsigned id);
+    /// Whether the cache holds nothing but the tree of directory `id` and the way to it, none of
+    /// whose directories was built.
+    bool isAlone(RecordSet& directories, unsigned id);
+
+    /// Forgets the paths that are kept: to be called when records were removed.
+    void forget() { pathMap_.clear(); }
+    /// Removes the files whose directory is `pathId`. False when one could not be removed.
+    bool removeFiles(FS_Table& files, unsigned pathId);
+    /// Removes directory `id` with all below it. False when a record could not be removed.
+    bool removeTree(FS_Table& directories, FS_Table& files, unsigned id);
     /// Removes directory `id`, and those that hold it, as long as they hold nothing else and
-    /// were never built.
-    void removeEmpty(FS_Table& directories, unsigned id);
+    /// were never built. False when a record could not be removed.
+    bool removeEmpty(FS_Table& directories, unsigned id);
 
     /// Found from the top down, so that nothing in a built tree is read.
     std::vector<CachedRoot> roots();

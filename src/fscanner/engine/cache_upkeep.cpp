@@ -21,11 +21,29 @@ bool isGone(const CachedRoot& root, const MountMap& mounts) {
     return errno == ENOENT || errno == ENOTDIR || errno == ELOOP;
 }
 
-void drop(CacheStore& store, CacheTree& tree, const CachedRoot& root, const char* why) {
-    debug("FS_Cache::tidy - '%ls' removed: %s\n", root.path.c_str(), why);
-    tree.removeTree(store.directories(), store.files(), root.id);
-    tree.removeEmpty(store.directories(), root.parent);
+// False when a record could not be removed.
+bool removeRoot(CacheStore& store, CacheTree& tree, unsigned id, unsigned parent) {
+    return tree.removeTree(store.directories(), store.files(), id) &&
+           tree.removeEmpty(store.directories(), parent);
 }
+
+// What goes on the side. The trees that were built before stay when it is interrupted.
+class Tidying {
+public:
+    Tidying(CacheStore& store, CacheTree& tree) : store_(store), tree_(tree) {}
+
+    void drop(const CachedRoot& root, const char* why) {
+        if (!store_.usable()) return;
+        debug("FS_Cache::tidy - '%ls' removed: %s\n", root.path.c_str(), why);
+        begun_ = begun_ || store_.beginTree();
+        if (!begun_ || !removeRoot(store_, tree_, root.id, root.parent)) store_.markBroken();
+    }
+
+private:
+    CacheStore& store_;
+    CacheTree& tree_;
+    bool begun_ = false;
+};
 
 bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
     return std::any_of(plan.pairs().begin(), plan.pairs().end(), [&root](const PathDrive& pair) {
@@ -34,7 +52,7 @@ bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
 }
 
 // By the time of building: the time of use would be a change that every search makes.
-void keepWithin(CacheStore& store, CacheTree& tree, const QueryPlan& plan,
+void keepWithin(CacheStore& store, CacheTree& tree, Tidying& tidying, const QueryPlan& plan,
                 unsigned long long limit) {
     if (store.bytes() <= limit) return;
     std::vector<CachedRoot> roots = tree.roots();
@@ -42,7 +60,7 @@ void keepWithin(CacheStore& store, CacheTree& tree, const QueryPlan& plan,
                      [](const CachedRoot& a, const CachedRoot& b) { return a.built < b.built; });
     for (const CachedRoot& root : roots) {
         if (store.bytesInUse() <= limit) break;
-        if (!isSearched(root, plan)) drop(store, tree, root, "the cache is too large");
+        if (!isSearched(root, plan)) tidying.drop(root, "the cache is too large");
     }
     store.shrinkWhenClosed();
 }
@@ -56,18 +74,17 @@ bool forgetTree(CacheStore& store, const wchar_t* path, bool& found) {
     if (!found) return !store.damaged();
     const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
     const unsigned parent = record.getFieldAsInt32(DIRECTORIES_PARENTID);
-    if (!store.beginChanges()) return false;
+    if (!store.beginTree()) return false;
     forgetTimes(store, id);
-    tree.removeTree(store.directories(), store.files(), id);
-    tree.removeEmpty(store.directories(), parent);
-    return store.usable() && !store.damaged();
+    return removeRoot(store, tree, id, parent) && store.usable() && !store.damaged();
 }
 
 void tidyTrees(CacheStore& store, const QueryPlan& plan, unsigned long long limit) {
     CacheTree tree(store);
+    Tidying tidying(store, tree);
     for (const CachedRoot& root : tree.roots())
-        if (isGone(root, plan.mounts())) drop(store, tree, root, "its directory is gone");
-    if (limit != 0) keepWithin(store, tree, plan, limit);
+        if (isGone(root, plan.mounts())) tidying.drop(root, "its directory is gone");
+    if (limit != 0) keepWithin(store, tree, tidying, plan, limit);
 }
 
 }  // namespace fscanner

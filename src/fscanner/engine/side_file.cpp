@@ -26,8 +26,7 @@ bool SideFile::write(unsigned counter, std::string_view content) const {
     bytes += content;
     appendInteger(bytes, crc32(bytes));
     return bytes.size() <= kLargest &&
-           writeSmallFile(path, bytes.data(), static_cast<unsigned>(bytes.size())) &&
-           syncFile(path);
+           writeSmallFile(path, bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
 std::optional<std::string> SideFile::read(unsigned counter) const {

@@ -35,9 +35,11 @@ void UnreadDirectories::reset(unsigned unknownUpTo) {
     plainNames_ = unknownUpTo == 0;
 }
 
-void UnreadDirectories::load(const std::wstring& path, unsigned counter) {
+bool UnreadDirectories::load(const std::wstring& path, unsigned counter) {
     const std::optional<std::string> content = sideFile(path).read(counter);
-    if (!content || !decode(*content, counter)) reset(counter);
+    if (content && decode(*content, counter)) return true;
+    reset(counter);
+    return false;
 }
 
 bool UnreadDirectories::decode(const std::string& content, unsigned counter) {

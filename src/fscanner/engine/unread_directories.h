@@ -24,9 +24,9 @@ public:
     /// With 0 there are none, and so no names either.
     void reset(unsigned unknownUpTo);
     /// Reads the file of the tables whose ID counter is this. Where it is of no use nothing
-    /// is known of any directory that the tables have.
-    void load(const std::wstring& path, unsigned counter);
-    /// Writes the file and brings it to disk.
+    /// is known of any directory that the tables have, and it is false.
+    bool load(const std::wstring& path, unsigned counter);
+    /// Writes the file.
     [[nodiscard]] bool save(const std::wstring& path, unsigned counter) const;
 
     void add(unsigned id, FsSkipReason reason, int error) { unread_[id] = {reason, error}; }

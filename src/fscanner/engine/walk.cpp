@@ -161,7 +161,7 @@ Level& Walk::push() {
 
 // Enters the directory whose path, without a final "/", is in `path_`.
 Walk::Entered Walk::enter(const Level* parent, long long timeout) {
-    if (timeout < 1) return Entered::timedOut;
+    if (timeout < 1 || !sink_.goesOn()) return Entered::timedOut;
     if (isTooLong()) {
         debug("%s - path too long\n", voice_.prefix);
         noteSkipped(FsSkipReason::tooLong, 0);
@@ -342,7 +342,7 @@ void Walk::noteUnexamined() {
 
 bool Walk::keepGoing() {
     untilClock_ = kEntriesPerClock;
-    if (timeLeft() < 1) return false;
+    if (timeLeft() < 1 || !sink_.goesOn()) return false;
     if (!observer_ || --untilProgress_ > 0) return true;
     untilProgress_ = kEntriesPerProgress / kEntriesPerClock;
     return observer_->progress(progressAt(path_.c_str()));

@@ -71,6 +71,8 @@ public:
     /// The directory entered last was not wholly seen. True: the sink tells the observer
     /// of it later.
     virtual bool tellsLater(FsSkipReason, int /*error*/) { return false; }
+    /// False ends the walk soon, like a time-out: nothing can be done with what it meets.
+    virtual bool goesOn() const { return true; }
 };
 
 /// How a walk writes its log lines, and the state that its kind keeps.
@@ -95,7 +97,7 @@ struct WalkRequest {
 /// Walks the tree depth first. Entries of a directory come from the last one that
 /// the system delivers to the first. `WALK_FINISHED` also after skipped
 /// directories, `WALK_TIMED_OUT` when time ran out, which is looked at on entering a
-/// directory and now and then within one, or the observer said stop.
+/// directory and now and then within one, or the observer or the sink said stop.
 int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice);
 
 }  // namespace fscanner

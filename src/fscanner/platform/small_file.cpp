@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <array>
@@ -79,6 +80,13 @@ Presence presenceOf(const std::wstring& path) {
     return errno == ENOENT ? Presence::absent : Presence::unknown;
 }
 
+unsigned long long roomIn(const std::wstring& directory) {
+    struct statvfs disk {};
+    const auto look = [&] { return statvfs(toMultibyte(directory).c_str(), &disk); };
+    if (uninterrupted(look) != 0) return 0;
+    return (geteuid() == 0 ? disk.f_bfree : disk.f_bavail) * disk.f_frsize;
+}
+
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size) {
     Descriptor file = openOwn(path);
     if (!file || ftruncate(file.get(), 0) != 0) return false;
@@ -119,8 +127,9 @@ bool RestoredFile::put(long long offset, const void* bytes, std::size_t count) {
 }
 
 bool RestoredFile::cut() {
-    if (!changed_) return true;
-    return uninterrupted([&] { return ftruncate(file_.get(), length_); }) == 0 && syncOpen(file_);
+    if (changed_ && uninterrupted([&] { return ftruncate(file_.get(), length_); }) != 0)
+        return false;
+    return syncOpen(file_);
 }
 
 }  // namespace fscanner

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "fscanner/platform/descriptor.h"
 
@@ -19,6 +21,9 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit = s
 /// that is no "absent": what must not be there may be.
 enum class Presence { absent, there, unknown };
 Presence presenceOf(const std::wstring& path);
+/// The bytes that the caller may still write where the directory lies; 0 where the system
+/// does not tell.
+unsigned long long roomIn(const std::wstring& directory);
 /// Creates or replaces the content. A file that has other names, too, is replaced whole:
 /// it keeps its content under those.
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
@@ -26,6 +31,8 @@ bool writeSmallFile(const std::wstring& path, const void* content, unsigned size
 bool readSmallFile(const std::wstring& path, void* content, unsigned size);
 /// All of it; nothing where it cannot be read or has 2 GiB.
 std::optional<std::string> readSmallFile(const std::wstring& path);
+/// Files that take the places of others, by their paths: from, to.
+using Renames = std::vector<std::pair<std::wstring, std::wstring>>;
 /// Waits until the file is on disk, and until the names in the directory are.
 bool syncFile(const std::wstring& path);
 bool syncDirectory(const std::wstring& path);

@@ -19,7 +19,8 @@ namespace fscanner {
 ///       known: compared when first asked for,   written since: not
 ///       and before they are changed             compared at all
 ///
-/// What was changed or written gets new sums when the file is closed. One thread at a time.
+/// What was changed or written gets new sums when the file is closed, or by `renew`. One thread at
+/// a time.
 class BlockSums final : public BlockWatch {
 public:
     /// Of a file's bytes. A look-up by an index touches single pages, and compares no more.
@@ -46,6 +47,11 @@ public:
     }
     /// Makes new sums of what changed. To be called before the file is closed.
     void close();
+    /// The same of the file, which stays open.
+    void renew(LinuxMmFile& file) {
+        close();
+        open(file);
+    }
 
     /// Whether these bytes of the open file, which has them, are as they were. What is not is
     /// damage.

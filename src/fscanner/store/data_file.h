@@ -55,7 +55,7 @@ public:
     /// Overwrites from `offset` on, and lengthens the content where that is needed.
     bool write(unsigned offset, std::span<const std::byte> bytes);
 
-    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
+    LinuxMmFile& file() { return *file_; }
     bool sync() { return file_->sync(); }
     bool close() { return file_.close(); }
 

@@ -118,6 +118,12 @@ bool Index::isFollower(unsigned slot, unsigned next) const {
     return next >= BUCKETS && next < limit;
 }
 
+bool Index::isSoundHead(unsigned bucket, unsigned records) const {
+    unsigned id = NONE, next = NONE;
+    if (!read(bucket, &id, &next)) return false;
+    return id == NONE ? next == NONE : id < records && isFollower(bucket, next);
+}
+
 namespace {
 
 /// What stands for the value of an integer field; nothing for other fields.

@@ -55,6 +55,9 @@ public:
     /// Whether a slot may follow `slot` in a chain: it ends there, or goes on at a
     /// chain slot of a lower number.
     bool isFollower(unsigned slot, unsigned next) const;
+    /// Whether a record may be put at the front of the bucket's chain, where there are this
+    /// many records.
+    bool isSoundHead(unsigned bucket, unsigned records) const;
     /// Whether each of this many records has its slot, and every chain holds together.
     bool fits(unsigned records) const;
     unsigned slotCount() const { return file_ ? file_->logicalSize() / SLOT : 0; }
@@ -63,8 +66,8 @@ public:
     bool isDamaged() const { return damaged_; }
     /// Whether its first use was found good; for the table to say.
     bool& tested() { return tested_; }
-    /// See `LinuxMmFile`; of an open index.
-    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
+    /// Of an open index.
+    LinuxMmFile& file() { return *file_; }
     /// Waits until what was written is on disk.
     bool sync() { return !file_ || file_->sync(); }
 

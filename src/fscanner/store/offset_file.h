@@ -38,7 +38,7 @@ public:
     /// False, and nothing is changed, when a watch of the file refuses.
     bool markRemoved(unsigned id);
 
-    void addWatch(BlockWatch& watch) { file_->addWatch(watch); }
+    LinuxMmFile& file() { return *file_; }
 
     bool sync() { return file_->sync(); }
     bool close() { return file_.close(); }

@@ -6,7 +6,6 @@
 
 #include "fscanner/common/crc32c.h"
 #include "fscanner/common/paths.h"
-#include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/stored_name.h"
 
@@ -83,8 +82,16 @@ bool SumsFile::write() const {
     }
     appendInteger(bytes, crc32c(bytes));
     for (const auto& [name, sums] : files_) append(bytes, sums->sums());
-    return writeSmallFile(newPath(), bytes.data(), static_cast<unsigned>(bytes.size())) &&
-           syncFile(newPath());
+    return writeSmallFile(newPath(), bytes.data(), static_cast<unsigned>(bytes.size()));
+}
+
+bool SumsFile::sync() const {
+    return syncFile(newPath());
+}
+
+bool SumsFile::writeFor(const Renames& renames) {
+    rename(renames);
+    return write() && sync();
 }
 
 bool SumsFile::replace() const {
@@ -93,6 +100,10 @@ bool SumsFile::replace() const {
 
 void SumsFile::erase() const {
     removeFile(path_.c_str());
+    eraseNew();
+}
+
+void SumsFile::eraseNew() const {
     removeFile(newPath().c_str());
 }
 
@@ -108,13 +119,20 @@ BlockSums& SumsFile::add(const std::wstring& path) {
     return *(files_[name] = std::make_unique<BlockSums>(name, 0, nullptr));
 }
 
-void SumsFile::rename(const std::wstring& from, const std::wstring& to) {
-    auto moved = files_.extract(nameOf(from));
-    if (moved.empty()) return;
-    moved.key() = nameOf(to);
-    moved.mapped()->rename(moved.key());
-    files_.erase(moved.key());
-    files_.insert(std::move(moved));
+void SumsFile::rename(const Renames& renames) {
+    for (const auto& [from, to] : renames) {
+        auto moved = files_.extract(nameOf(from));
+        if (moved.empty()) continue;
+        moved.key() = nameOf(to);
+        moved.mapped()->rename(moved.key());
+        files_.erase(moved.key());
+        files_.insert(std::move(moved));
+    }
+}
+
+void SumsFile::renew(const std::vector<LinuxMmFile*>& files) {
+    for (LinuxMmFile* file : files)
+        if (BlockSums* const sums = find(file->path())) sums->renew(*file);
 }
 
 void SumsFile::remove(const std::wstring& path) {

@@ -3,7 +3,9 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "fscanner/platform/small_file.h"
 #include "fscanner/store/block_sums.h"
 
 namespace fscanner {
@@ -36,11 +38,11 @@ public:
     void clear();
 
     /// The sums of a file; null where none are known. They stay until `clear`, `load`,
-    /// `remove`, or until another gets its name.
+    /// `remove`, or until another gets its name. What is removed or renamed must be closed.
     BlockSums* find(const std::wstring& path);
     /// For a file that is made anew.
     BlockSums& add(const std::wstring& path);
-    void rename(const std::wstring& from, const std::wstring& to);
+    void rename(const Renames& renames);
     void remove(const std::wstring& path);
     /// The same of a file that is read and written whole: whether it is as it was; its sums
     /// from now on. False where it cannot be opened.
@@ -50,11 +52,20 @@ public:
     /// Whether any file was found to be other than it was. True until `clear` or `load`.
     bool damaged() const;
 
-    /// False when it is not all on disk; `replace` must not follow then.
+    /// Of these files, which are open: sums of what they hold now.
+    void renew(const std::vector<LinuxMmFile*>& files);
+    /// Writes the new one, and waits until it is on disk. False: `replace` must not follow.
     [[nodiscard]] bool write() const;
+    [[nodiscard]] bool sync() const;
+    /// Both, for files that are about to take the places of others.
+    [[nodiscard]] bool writeFor(const Renames& renames);
     [[nodiscard]] bool replace() const;
+    /// What `replace` does.
+    Renames::value_type renaming() const { return {newPath(), path_}; }
     /// Removes the file, and a new one that was never put in its place.
     void erase() const;
+    /// Removes that new one alone.
+    void eraseNew() const;
 
     /// By name.
     const std::map<std::wstring, std::unique_ptr<BlockSums>>& files() const { return files_; }
@@ -81,6 +92,7 @@ public:
     bool close();
 
     LinuxMmFile* operator->() const { return file_.get(); }
+    LinuxMmFile& operator*() const { return *file_; }
     explicit operator bool() const { return file_ != nullptr; }
 
     /// Whether these bytes of the content are as they were written; `count` is not 0.

@@ -112,6 +112,12 @@ bool FS_Table::sync() {
     return synced;
 }
 
+std::vector<LinuxMmFile*> FS_Table::mappedFiles() {
+    std::vector<LinuxMmFile*> files{&data_->file(), &offsets_->file()};
+    for (const auto& index : indexes_) files.push_back(&index->file());
+    return files;
+}
+
 bool FS_Table::erase() {
     closedCounts_.reset();
     return isUsable() && !isOpen() && eraseFiles();

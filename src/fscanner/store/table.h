@@ -13,6 +13,7 @@
 #include "fscanner/store/record_codec.h"
 #include "fscanner/store/record_filter.h"
 #include "fscanner/store/recordset.h"
+#include "fscanner/store/undo_journal.h"
 
 namespace fscanner {
 
@@ -40,6 +41,8 @@ struct RecordHeader {
 /// Not synchronised: one thread at a time, and processes by `lock`, which nothing
 /// here takes.
 class FS_Table {
+    friend class TableReplacement;
+
 public:
     /// Nothing is touched on disk. When an argument is null or the directory does
     /// not exist every operation fails.
@@ -69,7 +72,9 @@ public:
     /// `percent` of the stored ones, by the counts of the last `close` where this object
     /// closed it: nobody else may have changed it since. Ids are dense from 0 then, and null flags
     /// gone. The table is closed afterwards, also when it fails; it then holds what it held.
-    bool compact(int percent);
+    /// With a journal an interruption leaves a closed table that `UndoJournal::recover` makes
+    /// the old or the new one. Without one it may leave files of both.
+    bool compact(int percent, UndoJournal* journal = nullptr);
     /// Whether a file of this table was found damaged since the last `create`, or
     /// the start of the last `open`. It may be asked on a closed table.
     bool damaged() const { return damaged_ || (sums_ && sums_->damaged()); }
@@ -84,6 +89,13 @@ public:
     /// for the user of the table to take.
     static constexpr const wchar_t* INDEX_LIST_SUFFIX = L"_idx.dat";
 
+    /// The mapped files of an open table.
+    std::vector<LinuxMmFile*> mappedFiles();
+
+    /// Whether what the next insert stands on fits: the numbers of entries and records, and
+    /// the newest record, its place, and its entries in the indexes. Looks at little, whatever
+    /// the size of the table. Damage is noted.
+    bool checkEnds();
     /// Whether the offsets rise and lead into the data file, and the counts are theirs.
     /// Looks at every entry, at no record. Damage is noted.
     bool checkOffsets();
@@ -206,7 +218,6 @@ public:
     bool reportDamage(const char* what);
 
 private:
-    class Compaction;
     static constexpr const wchar_t* DATA_SUFFIX = L".dat";
     static constexpr const wchar_t* OFFSET_SUFFIX = L".pxx";
 
@@ -225,6 +236,8 @@ private:
     bool eraseFiles();
     bool holds(unsigned id, ByteRange record);
     static bool isWorthIt(const Counts& counts, int percent);
+    bool rewrite(UndoJournal* journal);
+    bool copyRecords(FS_Table& fresh);
 
     bool rewriteInPlace(unsigned id, const Fields& values);
     bool replace(unsigned id, const Fields& values);

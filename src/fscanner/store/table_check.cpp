@@ -42,6 +42,16 @@ bool FS_Table::checkOffsets() {
     return counted || reportDamage("its offsets or counts");
 }
 
+bool FS_Table::checkEnds() {
+    if (!isOpen()) return false;
+    const std::uint64_t records =
+        std::uint64_t{data_->count(COUNT_STORED)} + data_->count(COUNT_DELETED);
+    if (records != offsets_->count()) return reportDamage("its counts");
+    for (const auto& index : indexes_)
+        if (!checkIndex(*index)) return false;
+    return true;
+}
+
 bool FS_Table::checkStructure() {
     if (!checkOffsets()) return false;
     for (const auto& index : indexes_)

@@ -1,97 +1,96 @@
-// Rewriting a table without its removed records.
+// Tables that take the places of others, and a compaction by one.
 
-#include <utility>
+#include <algorithm>
 
 #include "fscanner/common/paths.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/platform/small_file.h"
-#include "fscanner/store/table.h"
+#include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* FRESH_SUFFIX = L"_cpt";
+constexpr const wchar_t* INDEX_SUFFIX = L".idx";
 
 }  // namespace
 
-/// A second table, NAME_cpt with indexes INDEX_cpt, takes the live records. Once
-/// all of it is on disk its files take the old ones' places, one rename each. A
-/// failure before that leaves the old files as they were.
-class FS_Table::Compaction {
-public:
-    explicit Compaction(FS_Table& table)
-        : table_(table),
-          fresh_((table.name_ + FRESH_SUFFIX).c_str(), table.directory_.c_str(),
-                 table.compressed_) {}
-
-    bool run() {
-        const bool copied = prepare() && copyRecords();
-        planRenames();
-        if (!fresh_.close() || !copied) {
-            fresh_.erase();
-            return false;
-        }
-        table_.close();
-        fresh_.eraseHashIndexList({});
-        return takePlaces();
+TableReplacement::TableReplacement(FS_Table& table)
+    : table_(table),
+      fresh_((table.name_ + SUFFIX).c_str(), table.directory_.c_str(), table.compressed_) {
+    fresh_.schema_ = table.schema_;
+    fresh_.keepSums(table.sums_);
+    for (const auto& index : table.indexes_) {
+        const std::wstring name = std::wstring(index->getIndexName()) + SUFFIX;
+        indexes_.emplace_back(name, index->getFieldName());
+        renames_.emplace_back(table.directory_ + name + INDEX_SUFFIX,
+                              index->getIndexFullPathName());
     }
+    for (const wchar_t* suffix : {FS_Table::DATA_SUFFIX, FS_Table::OFFSET_SUFFIX})
+        renames_.emplace_back(fresh_.path(suffix), table.path(suffix));
+}
 
-private:
-    bool prepare() {
-        fresh_.schema_ = table_.schema_;
-        fresh_.keepSums(table_.sums_);
-        if (!fresh_.create()) return false;
-        for (const auto& index : table_.indexes_) {
-            const std::wstring name = std::wstring(index->getIndexName()) + FRESH_SUFFIX;
-            fresh_.addHashIndex(name.c_str(), index->getFieldName());
-            // That was true even if the index could not be built.
-            if (!fresh_.searchHashIndexForIndexName(name.c_str(), false)) return false;
-        }
-        return true;
+/// The list of the old indexes stays: it names the files that will be there.
+bool TableReplacement::create() {
+    return fresh_.create() &&
+           std::all_of(indexes_.begin(), indexes_.end(), [this](const auto& index) {
+               return fresh_.buildHashIndex(index.first.c_str(), index.second.c_str());
+           });
+}
+
+void TableReplacement::abandon() {
+    fresh_.close();
+    for (const auto& [from, to] : renames_) {
+        removeFile(from.c_str());
+        if (table_.sums_) table_.sums_->remove(from);
     }
+}
 
-    bool copyRecords() {
-        Fields values(table_.schema_);
-        unsigned id = 0;
-        for (bool more = table_.moveFirst(id); more; more = table_.moveNext(id)) {
-            if (!table_.read(id, values) || !fresh_.insert(values)) return false;
-        }
-        return !table_.damaged();
+bool TableReplacement::takePlaces() {
+    table_.closedCounts_.reset();  // the files are others
+    bool renamed = true;
+    for (const auto& [from, to] : renames_)
+        renamed = renameFile(from.c_str(), to.c_str()) == 0 && renamed;
+    return renamed;
+}
+
+/// A replacement takes the live records. The checksums go with it, so that at no time a table
+/// lies beside those of the other.
+bool FS_Table::rewrite(UndoJournal* journal) {
+    TableReplacement replacement(*this);
+    Renames renames = replacement.renames();
+    if (sums_) renames.push_back(sums_->renaming());
+    bool ready = (!journal || journal->announce(renames)) && replacement.create() &&
+                 copyRecords(replacement.fresh());
+    ready = replacement.finish() && ready;
+    close();
+    ready = ready && (!sums_ || sums_->writeFor(replacement.renames()));
+    if (!ready || (journal && !journal->noteReplacing())) {
+        replacement.abandon();
+        return false;
     }
-
-    void planRenames() {
-        for (std::size_t i = 0; i < fresh_.indexes_.size(); ++i) {
-            renames_.emplace_back(fresh_.indexes_[i]->getIndexFullPathName(),
-                                  table_.indexes_[i]->getIndexFullPathName());
-        }
-        for (const wchar_t* suffix : {DATA_SUFFIX, OFFSET_SUFFIX}) {
-            renames_.emplace_back(fresh_.path(suffix), table_.path(suffix));
-        }
+    if (!replacement.takePlaces() || (sums_ && !sums_->replace())) {
+        if (!journal) reportDamage("a compaction that stopped half-way");
+        return false;
     }
+    return syncDirectory(directory_) && (!journal || journal->noteDone());
+}
 
-    /// The list of the old indexes stays: it names the files that are there now.
-    bool takePlaces() {
-        bool renamed = true;
-        for (const auto& [from, to] : renames_) {
-            renamed = renameFile(from.c_str(), to.c_str()) == 0 && renamed;
-            if (table_.sums_) table_.sums_->rename(from, to);
-        }
-        if (!renamed) return table_.reportDamage("a compaction that stopped half-way");
-        return syncDirectory(table_.directory_);
+bool FS_Table::copyRecords(FS_Table& fresh) {
+    Fields values(schema_);
+    unsigned id = 0;
+    for (bool more = moveFirst(id); more; more = moveNext(id)) {
+        if (!read(id, values) || !fresh.insert(values)) return false;
     }
-
-    FS_Table& table_;
-    FS_Table fresh_;
-    std::vector<std::pair<std::wstring, std::wstring>> renames_;
-};
+    return !damaged();
+}
 
 bool FS_Table::isWorthIt(const Counts& counts, int percent) {
     return counts.deleted > static_cast<long long>(counts.stored) * percent / 100;
 }
 
 // A table that this object has just closed is not opened only to find nothing to do.
-bool FS_Table::compact(int percent) {
+bool FS_Table::compact(int percent, UndoJournal* journal) {
     const bool counted =
         !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent) && hasFiles();
     if (!counted && !open()) return false;
@@ -106,7 +105,7 @@ bool FS_Table::compact(int percent) {
     }
     debug("FS_Table::compact - performing [%ls] table compact...\n", name_.c_str());
     // An index that was left out would go on with the old ids.
-    const bool compacted = hasAllIndexes() && Compaction(*this).run();
+    const bool compacted = hasAllIndexes() && rewrite(journal);
     close();
     closedCounts_.reset();  // the files are others
     return compacted;

@@ -187,7 +187,10 @@ bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
         if (!field) return false;
         if (field->isNull()) continue;
         const std::optional<unsigned> bucket = indexBucket(*field);
-        if (!bucket || !indexes_[i]->write(*bucket, recordId)) return false;
+        if (!bucket) return false;
+        // What is damaged must not be built upon.
+        if (!indexes_[i]->isSoundHead(*bucket, offsets_->count())) return reportDamage("a chain");
+        if (!indexes_[i]->write(*bucket, recordId)) return false;
     }
     return true;
 }

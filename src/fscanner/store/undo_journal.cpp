@@ -1,12 +1,10 @@
 #include "fscanner/store/undo_journal.h"
 
-#include <algorithm>
 #include <atomic>
 #include <optional>
 
 #include "fscanner/common/crc32.h"
 #include "fscanner/common/paths.h"
-#include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/stored_name.h"
 
@@ -304,10 +302,11 @@ bool UndoJournal::finish(const Story& story) const {
 
 namespace {
 
+// What is as it was may not be on disk yet.
 bool putBack(const std::wstring& path, std::string_view content) {
-    if (readSmallFile(path) == content) return true;
-    return writeSmallFile(path, content.data(), static_cast<unsigned>(content.size())) &&
-           syncFile(path);
+    const bool there = readSmallFile(path) == content ||
+                       writeSmallFile(path, content.data(), static_cast<unsigned>(content.size()));
+    return there && syncFile(path);
 }
 
 }  // namespace
@@ -323,8 +322,8 @@ bool UndoJournal::undo(const Story& story) const {
     for (auto block = story.blocks.rbegin(); block != story.blocks.rend(); ++block)
         if (!tables[block->file].put(block->offset, block->bytes.at(), block->bytes.left()))
             return false;
-    if (!std::all_of(tables.begin(), tables.end(), [](auto& table) { return table.cut(); }))
-        return false;
+    for (std::size_t i = 0; i < tables.size(); ++i)
+        if (story.files[i].form == BLOCKS && !tables[i].cut()) return false;
     for (const Story::File& file : story.files) {
         const std::wstring path = place(file.name);
         if (file.form == ABSENT) removeFile(path.c_str());

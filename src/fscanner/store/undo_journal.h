@@ -3,15 +3,12 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "fscanner/platform/linuxfile.h"
+#include "fscanner/platform/small_file.h"
 
 namespace fscanner {
-
-/// Files that take the places of others, by their paths: from, to.
-using Renames = std::vector<std::pair<std::wstring, std::wstring>>;
 
 /// The way back from a change of files that was interrupted. All lie in one directory.
 ///
@@ -36,6 +33,8 @@ public:
     /// nothing before `keep`.
     [[nodiscard]] bool start(bool changed);
     bool isStarted() const { return file_ != nullptr; }
+    /// Its length in bytes; 0 before `start`.
+    unsigned size() const { return file_ ? file_->logicalSize() : 0; }
     /// Notes the present state as the one to go back to, in the place of an earlier one. The
     /// files are open and at their ends; they refuse changes that cannot be noted. The small
     /// ones, given by path, are noted whole; one that cannot be read is removed by `recover`. What

@@ -1,0 +1,295 @@
+// A session that changes one tree of a cache dies, or is ended: the other trees still answer
+// without a scan, and so does that one, or it is built once more.
+
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "fscanner/engine/cache.h"
+#include "host.h"
+#include "tracer.h"
+
+namespace fscanner {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Trees in one cache. What the disk has of a finished tree is more than the cache has, so
+/// that an answer tells where it comes from.
+class Undo : public testing::Test {
+protected:
+    Undo() {
+        for (const char* name : {"a", "b", "c"}) plant(name, 8, 8);
+        for (const char* name : {"a", "b"}) {
+            answers[name] = ask(name).paths;
+            host.tree.file(std::string(name) + "/later");
+        }
+        ask("c");
+    }
+    void plant(const std::string& name, int directories, int files) const {
+        for (int i = 0; i < directories; ++i)
+            for (int j = 0; j < files; ++j)
+                host.tree.file(name + "/d" + std::to_string(i % 3) + "/e" + std::to_string(i) +
+                               "/name" + std::to_string(j));
+    }
+    Answer ask(const std::vector<std::string>& names, unsigned age = FaultHost::kAnyAge) const {
+        FsQuery query;
+        for (const std::string& name : names)
+            query.addIncludePath((L"*:" + host.tree.wide(name)).c_str(), true);
+        Answer answer;
+        const GapObserver observer(answer);
+        CollectingWriter writer;
+        answer.status = host.provider()->executeQuery(writer, query, age, 60000);
+        answer.paths = writer.sorted();
+        return answer;
+    }
+    Answer ask(const std::string& name, unsigned age = FaultHost::kAnyAge) const {
+        return ask(std::vector{name}, age);
+    }
+    std::vector<std::string> truth(const std::string& name) const {
+        return FaultHost::walkFresh(host.tree.path(name));
+    }
+    // Of trees whose session was over.
+    void expectFinishedTrees(const std::string& when) const {
+        for (const auto& [name, paths] : answers) {
+            const Answer answer = ask(name);
+            EXPECT_EQ(answer.status, 0) << when;
+            EXPECT_EQ(answer.walked, 0U) << when << ": " << name << " was lost";
+            EXPECT_TRUE(answer.paths == paths) << when << ": " << name;
+        }
+    }
+    // Of the tree that a session was about to build.
+    void expectWholeTree(const std::string& name, const std::string& when) const {
+        const Answer answer = ask(name);
+        EXPECT_EQ(answer.status, 0) << when;
+        EXPECT_TRUE(answer.paths == truth(name)) << when << ": " << name;
+        EXPECT_EQ(ask(name).walked, 0U) << when << ": built twice";
+    }
+
+    FaultHost host;
+    std::map<std::string, std::vector<std::string>> answers;
+};
+
+// ---- At random moments -------------------------------------------------------
+
+// Kills `session` after so many microseconds. True when it was still running.
+template <class Session>
+bool killAfter(long microseconds, Session session) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(session());
+    std::this_thread::sleep_for(std::chrono::microseconds(microseconds));
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFSIGNALED(status);
+}
+
+TEST_F(Undo, KilledAtRandomMoments) {
+    plant("c", 60, 30);
+    ask("c", FaultHost::kNoAge);
+    std::mt19937 random(3);
+    const auto start = std::chrono::steady_clock::now();
+    expectWholeTree("c", "before");
+    ask("c", FaultHost::kNoAge);
+    const long whole = std::chrono::duration_cast<std::chrono::microseconds>(
+                           std::chrono::steady_clock::now() - start)
+                           .count();
+    int killed = 0;
+    const int rounds = 40 * faultScale();
+    for (int i = 0; i < rounds && !HasFailure(); ++i) {
+        // A tree that is old, a part of one, one that is new, and all that there are.
+        const std::string fresh = "new" + std::to_string(i);
+        if (i % 4 == 2) plant(fresh, 30, 30);
+        const char* const kinds[] = {"c", "c/d1", fresh.c_str(), "c"};
+        const std::string target = kinds[i % 4];
+        killed += killAfter(below(random, static_cast<unsigned>(whole)),
+                            [&] { return ask(target, FaultHost::kNoAge).status; });
+        const std::string when = std::to_string(i) + ": " + target;
+        expectFinishedTrees(when);
+        expectWholeTree(target, when);
+    }
+    EXPECT_GT(killed, rounds / 4);
+}
+
+// ---- At every system call ----------------------------------------------------
+
+struct Session {
+    const char* name;
+    std::vector<std::string> trees;  // that are built
+    bool alone;                      // in a cache of its own
+    int before;                      // sessions that leave removed records
+};
+
+const Session kSessions[] = {
+    {"Refreshed", {"c"}, false, 0},
+    {"Compacted", {"c"}, false, 1},
+    {"Anew", {"c"}, true, 0},
+    {"Two", {"c", "n"}, false, 0},
+};
+
+class UndoAtCalls : public Undo, public testing::WithParamInterface<Session> {
+protected:
+    void prepare() {
+        if (GetParam().alone) {
+            host.forget();
+            answers = {{"c", {}}};
+            answers["c"] = ask("c").paths;
+        }
+        for (int i = 0; i < GetParam().before; ++i) ask("c", FaultHost::kNoAge);
+    }
+    int act() const { return ask(GetParam().trees, FaultHost::kNoAge).status; }
+    void check(const std::string& when) {
+        if (!GetParam().alone) expectFinishedTrees(when);
+        for (const std::string& name : GetParam().trees) {
+            // Of the only tree the old or the new one is there.
+            if (GetParam().alone) {
+                EXPECT_EQ(ask(name).walked, 0U) << when << ": " << name << " was lost";
+            }
+            expectWholeTree(name, when);
+        }
+    }
+};
+
+// Also in the middle of what comes after it, which undoes or finishes what was begun.
+TEST_P(UndoAtCalls, TheOtherTreesStay) {
+    if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
+    plant("n", 4, 4);
+    prepare();
+    const auto session = [this] { return act(); };
+    const unsigned calls = Tracer().countCalls(session);
+    const auto step = static_cast<unsigned>(std::max(1, 12 / faultScale()));
+    for (unsigned at = 1; at <= calls && !HasFailure(); at += step) {
+        prepare();
+        Tracer().killAt(at, session);
+        Tracer().killAt(at % 97 + 1, [this] { return ask("a").status; });
+        check("call " + std::to_string(at) + " of " + std::to_string(calls));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Killed, UndoAtCalls, testing::ValuesIn(kSessions),
+                         [](const auto& form) { return form.param.name; });
+
+// ---- Ends inside a process ---------------------------------------------------
+
+// Says stop at its n-th call.
+struct Stopper : FsScanObserver {
+    explicit Stopper(int atCall) : left(atCall), previous(fsSetScanObserver(this)) {}
+    ~Stopper() override { fsSetScanObserver(previous); }
+    bool progress(const FsScanProgress&) override { return --left > 0; }
+    int left;
+    FsScanObserver* previous;
+};
+
+TEST_F(Undo, StoppedOrTimedOut) {
+    plant("c", 6, 1000);
+    ask("c", FaultHost::kNoAge);
+    for (int at = 0; at <= 4; ++at) {
+        FsQuery query;
+        query.addIncludePath((L"*:" + host.tree.wide("c")).c_str(), true);
+        CollectingWriter ignored;
+        int status = 0;
+        {
+            const Stopper stopper(at == 0 ? 1000 : at);
+            status = host.provider()->executeQuery(ignored, query, FaultHost::kNoAge,
+                                                   at == 0 ? 0 : 60000);
+        }
+        EXPECT_EQ(status, FS_CACHE_BUILD_TIMED_OUT) << at;
+        expectFinishedTrees(std::to_string(at));
+        EXPECT_EQ(ask("c").walked, 0U) << "the old tree is there";
+        expectWholeTree("c", std::to_string(at));
+    }
+}
+
+// What the same query had finished stays, too.
+TEST_F(Undo, StopsAtTheSecondTreeOfAQuery) {
+    plant("m", 3, 3);
+    plant("n", 4, 1000);
+    FsQuery query;
+    for (const char* name : {"m", "n"})
+        query.addIncludePath((L"*:" + host.tree.wide(name)).c_str(), true);
+    for (const bool first : {false, true}) {
+        if (first) host.forget();
+        CollectingWriter ignored;
+        {
+            const Stopper stopper(2);
+            EXPECT_EQ(host.provider()->executeQuery(ignored, query, FaultHost::kAnyAge, 60000),
+                      FS_CACHE_BUILD_TIMED_OUT);
+        }
+        if (!first) expectFinishedTrees("stopped");
+        EXPECT_EQ(ask("m").walked, 0U) << first;
+        expectWholeTree("m", "stopped");
+        expectWholeTree("n", "stopped");
+    }
+}
+
+TEST_F(Undo, DiskIsFull) {
+    if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
+    plant("n", 200, 20);
+    for (const std::string target : {"c", "n"}) {
+        unsigned calls = 0;
+        for (unsigned at = 1; at == 1 || at <= calls; ++at) {
+            unsigned seen = 0;
+            Tracer().run([&] { return ask(target, FaultHost::kNoAge).status; },
+                         [&](const TracedCall& call) {
+                             if (call.group() != "fallocate") return 0;
+                             return ++seen >= at && at < 40 ? ENOSPC : 0;
+                         });
+            calls = std::max(calls, std::min(seen, 39U));
+            expectFinishedTrees("full at " + std::to_string(at));
+        }
+        EXPECT_GT(calls, 3U);
+        expectWholeTree(target, "no longer full");
+    }
+}
+
+// ---- Journals that are of no use ---------------------------------------------
+
+// Then the mark alone counts: all is built anew.
+TEST_F(Undo, IsNotTriedWithAnotherJournal) {
+    if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
+    const auto session = [this] { return ask("c", FaultHost::kNoAge).status; };
+    // In the middle of the writing of the tree.
+    const auto judge = [](const TracedCall& call) {
+        return call.group() == "getdents" ? Tracer::kKill : 0;
+    };
+    using Harm = std::function<void(const fs::path&)>;
+    const struct {
+        const char* name;
+        Harm harm;
+        bool lost;
+    } harms[] = {
+        {"none", [](const fs::path&) {}, false},
+        {"damaged",
+         [](const fs::path& file) {
+             const std::string bytes = readWholeFile(file);
+             overwriteFile(file, 70, {static_cast<char>(~bytes[70])});
+         },
+         true},
+        {"removed", [](const fs::path& file) { fs::remove(file); }, true},
+        {"a link",
+         [](const fs::path& file) {
+             fs::rename(file, file.string() + "2");
+             fs::create_symlink(file.string() + "2", file);
+         },
+         true},
+    };
+    for (const auto& one : harms) {
+        for (const char* name : {"a", "b", "c"}) answers[name] = ask(name).paths;
+        Tracer().run(session, judge);
+        for (const auto& entry : fs::directory_iterator(host.cache))
+            if (entry.path().extension() == ".undo") one.harm(entry.path());
+        if (!one.lost) expectFinishedTrees(one.name);
+        for (const char* name : {"a", "b", "c"}) {
+            if (one.lost) {
+                EXPECT_GT(ask(name).walked, 0U) << one.name;
+            }
+            if (one.lost) expectWholeTree(name, one.name);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace fscanner
