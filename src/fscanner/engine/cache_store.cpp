@@ -651,10 +651,10 @@ bool CacheStore::beginChanges() {
 }
 
 // A tree that is finished is not undone with the next one. While all is made anew there is
-// only the old cache to go back to.
+// only the old cache to go back to, and before the first tree of a new cache nothing.
 bool CacheStore::beginTree() {
     if (readOnly_ || !changed_) return beginChanges();
-    if (anew_ || !journal_ || !isStateWorthIt()) return true;
+    if (anew_ || !journal_ || directoriesIndex_ == 0 || !isStateWorthIt()) return true;
     sums_->renew(mappedFiles());
     return writeSmallFiles() && sums_->replace() && keepState();
 }
