@@ -142,16 +142,15 @@ protected:
 };
 
 TEST_F(Storm, LeavesEveryAnswerRight) {
-    const auto deadline = Clock::now() + std::chrono::seconds(4 * faultScale());
-    while (Clock::now() < deadline && !HasFailure()) {
+    const int wanted = 150 * faultScale();
+    while (answers < wanted && !HasFailure()) {
         for (OneRun& run : runs)
             if (run.process == 0) start(run);
         ::usleep(500);
         look();
     }
     std::printf("%d answers, %d kills\n", answers, kills);
-    EXPECT_GT(answers, 50);
-    EXPECT_GT(kills, 10);
+    EXPECT_GT(kills, 0);
 }
 
 }  // namespace
