@@ -5,7 +5,7 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/drivehelper.h"
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "support/log_capture.h"
 #include "support/temporary_directory.h"

@@ -1,4 +1,4 @@
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mountlist.h"
 
 #include <gtest/gtest.h>
 #include <mntent.h>
@@ -8,7 +8,6 @@
 #include <random>
 
 #include "fixtures.h"
-#include "fscanner/discovery/mountlist.h"
 
 namespace fscanner {
 namespace {

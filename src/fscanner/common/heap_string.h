@@ -25,4 +25,24 @@ inline wchar_t* mallocCopy(std::wstring_view text) {
     return copy;
 }
 
+// The texts that the value classes of the public face own through a plain pointer, so that
+// their layout does not depend on the library's string type.
+
+/// A copy of `text` for `freeText`; null for null. Throws when memory runs out.
+inline wchar_t* copyText(const wchar_t* text) {
+    if (!text) return nullptr;
+    const std::size_t size = std::wcslen(text) + 1;
+    return std::wmemcpy(new wchar_t[size], text, size);
+}
+
+inline void freeText(wchar_t* text) noexcept {
+    delete[] text;
+}
+
+/// Both null, or both the same characters.
+inline bool sameText(const wchar_t* a, const wchar_t* b) noexcept {
+    if (!a || !b) return a == b;
+    return std::wcscmp(a, b) == 0;
+}
+
 }  // namespace fscanner

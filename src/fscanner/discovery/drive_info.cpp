@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "fscanner/discovery/owned_text.h"
+#include "fscanner/common/heap_string.h"
 
 namespace fscanner {
 

@@ -4,7 +4,7 @@
 
 #include "fscanner/discovery/drive_info.h"
 #include "fscanner/discovery/filesystem_info.h"
-#include "fscanner/discovery/mount_entry.h"
+#include "fscanner/discovery/mountlist.h"
 
 namespace fscanner {
 

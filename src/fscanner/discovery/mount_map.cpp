@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fscanner/discovery/owned_text.h"
+#include "fscanner/common/heap_string.h"
 #include "fscanner/discovery/pathhelper.h"
 
 namespace fscanner {
@@ -69,6 +69,25 @@ const DriveInfo* MountMap::holding(std::wstring_view path) const {
         return drive != nullptr;
     });
     return drive;
+}
+
+// A pair that is covered covers nothing that its own cover does not, so that only the others
+// are kept in mind.
+bool CoveredPairs::operator()(const PathDrive& pair) {
+    const std::wstring_view path = withoutFinalSeparator(pair.path.getPathName());
+    const bool covered = climb(path, [&](std::wstring_view directory) {
+        const auto covers = covers_.find(directory);
+        if (covers == covers_.end() || directory == path) return false;
+        return std::any_of(covers->second.begin(), covers->second.end(),
+                           [&](const PathDrive* cover) { return reaches(*cover, pair); });
+    });
+    if (!covered && pair.path.getRecursive()) covers_[path].push_back(&pair);
+    return covered;
+}
+
+/// `pair` lies below the cover's path.
+bool CoveredPairs::reaches(const PathDrive& cover, const PathDrive& pair) const {
+    return sameKind(cover.drive, pair.drive) && mounts_.reaches(cover, pair.path.getPathName());
 }
 
 }  // namespace fscanner

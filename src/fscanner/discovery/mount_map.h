@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fscanner/discovery/path_drive.h"
+#include "fscanner/discovery/path_match.h"
 
 namespace fscanner {
 
@@ -39,6 +39,22 @@ private:
     /// By the mount directory without a final "/". What lies below one follows it, with
     /// nothing else between: all of it begins with that text and a "/".
     Drives drives_;
+};
+
+/// Tells which pairs of a list the scan of an enclosing pair reaches anyway.
+class CoveredPairs {
+public:
+    /// `drives` as for a `MountMap`.
+    explicit CoveredPairs(const std::vector<DriveInfo>& drives) : mounts_(drives) {}
+
+    /// Called with enclosing pairs first. Keeps the addresses of those that it is asked about.
+    bool operator()(const PathDrive& pair);
+
+private:
+    bool reaches(const PathDrive& cover, const PathDrive& pair) const;
+
+    MountMap mounts_;
+    std::map<std::wstring_view, std::vector<const PathDrive*>> covers_;
 };
 
 }  // namespace fscanner

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fscanner/discovery/drive_info.h"
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mountlist.h"
 
 namespace fscanner {
 

@@ -121,7 +121,7 @@ std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& 
 
 }  // namespace
 
-int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit) {
+int expandPathVariables(const wchar_t* source, wchar_t* destination, unsigned limit) {
     if (!source || !*source || !destination || limit == 0) return -1;
     std::wstring_view rest(source);
     std::wstring expanded;
@@ -149,7 +149,7 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& info, const std::vector<
                                         const LinkGuard& mayTouch) {
     const auto room = static_cast<unsigned>(entryRoom(info));
     std::vector<wchar_t> text(room);
-    if (PathHelper::expand_path_variable(info.getPathName(), text.data(), room) != 0) {
+    if (expandPathVariables(info.getPathName(), text.data(), room) != 0) {
         return std::nullopt;
     }
     PathEntry entry;

@@ -31,4 +31,8 @@ std::wstring realPathOf(const PathInfo& entry, const LinkGuard& mayTouch = touch
 std::optional<PathEntry> parsePathEntry(const PathInfo& entry, const std::vector<DriveInfo>& drives,
                                         const LinkGuard& mayTouch = touchesAll);
 
+/// Copies `source` with its %NAME% references expanded into `destination`, as
+/// `PathHelper::expand_path_variable` promises.
+int expandPathVariables(const wchar_t* source, wchar_t* destination, unsigned limit);
+
 }  // namespace fscanner

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "fscanner/discovery/owned_text.h"
+#include "fscanner/common/heap_string.h"
 
 namespace fscanner {
 

@@ -2,9 +2,16 @@
 
 #include <vector>
 
-#include "fscanner/discovery/path_drive.h"
+#include "fscanner/discovery/drive_info.h"
+#include "fscanner/discovery/path_info.h"
 
 namespace fscanner {
+
+/// A place to search, and the drive that it lies on.
+struct PathDrive {
+    PathInfo path;
+    DriveInfo drive;
+};
 
 /// Membership of a path in a list of path patterns. Entries without a text match
 /// nothing; an empty list matches nothing.

@@ -1,4 +1,4 @@
-// Which drive each path entry of a query lies on, and which drives lie below it.
+#include "fscanner/discovery/path_resolver.h"
 
 #include <algorithm>
 #include <cwchar>
@@ -31,7 +31,8 @@ bool textsMatch(const std::wstring& searched, const std::wstring& drive) {
     return true;
 }
 
-/// `unix_path_resolver` with the drive's length known: its text may have a ":" too.
+}  // namespace
+
 bool resolveText(const PathInfo& pathInfo, std::size_t driveLength, PathInfo& resolved,
                  PathInfo& parentResolved) {
     const std::wstring drive(pathInfo.getPathName(), driveLength);
@@ -53,13 +54,7 @@ bool resolveText(const PathInfo& pathInfo, std::size_t driveLength, PathInfo& re
     return true;
 }
 
-/// The four lists, pairs of one entry after those of the other.
-struct ResolvedLists {
-    Pairs parentResolved;
-    Pairs resolved;
-    Pairs excluded;
-    Pairs unresolved;
-};
+namespace {
 
 class Resolver {
 public:
@@ -71,7 +66,7 @@ public:
     }
 
     void resolve(const PathEntry& entry);
-    const ResolvedLists& lists() const { return lists_; }
+    ResolvedPaths take() { return std::move(found_); }
 
 private:
     bool canResolve(const PathEntry& entry) const;
@@ -83,7 +78,7 @@ private:
 
     const std::vector<DriveInfo>& drives_;
     std::map<std::wstring, bool, std::less<>> searched_;  // by mount point
-    ResolvedLists lists_;
+    ResolvedPaths found_;  // pairs of one entry after those of the other
 };
 
 void Resolver::resolve(const PathEntry& entry) {
@@ -101,7 +96,7 @@ void Resolver::resolve(const PathEntry& entry) {
         }
     }
     if (found) return;
-    lists_.unresolved.push_back({PathInfo(entry.text.c_str(), entry.recursive), DriveInfo()});
+    found_.unresolved.push_back({PathInfo(entry.text.c_str(), entry.recursive), DriveInfo()});
 }
 
 /// A mask that admits no drive is asked about once, for its message alone.
@@ -127,16 +122,16 @@ bool Resolver::resolveOnDrive(const PathEntry& entry, const DriveInfo& drive,
     PathInfo atMount;
     if (!resolveText(text, mount.size(), onDrive, atMount)) return false;
     if (mount == location) {
-        add(std::move(onDrive), drive, lists_.resolved);
+        add(std::move(onDrive), drive, found_.resolved);
         return true;
     }
     if (!entry.recursive || relatePaths(entry.path, mount) != PathRelation::AROUND) return false;
-    add(std::move(atMount), drive, lists_.parentResolved);
+    add(std::move(atMount), drive, found_.parentResolved);
     return true;
 }
 
 void Resolver::add(PathInfo path, const DriveInfo& drive, Pairs& list) {
-    (isSearched(path.getPathName()) ? list : lists_.excluded).push_back({std::move(path), drive});
+    (isSearched(path.getPathName()) ? list : found_.excluded).push_back({std::move(path), drive});
 }
 
 void Resolver::addMount(const PathInfo& mount, bool searched) {
@@ -156,67 +151,16 @@ bool Resolver::isSearched(const wchar_t* path) const {
     return searched;
 }
 
-void logPairs(const char* what, const Pairs& pairs) {
-    for (const PathDrive& pair : pairs) {
-        debug("PathHelper::pathResolver - %s [%ls] [%d] [%ls]\n", what, pair.path.getPathName(),
-              static_cast<int>(pair.drive.getType()),
-              pair.drive.getFileSystem() ? pair.drive.getFileSystem() : L"");
-    }
-}
-
 }  // namespace
 
-bool PathHelper::isValidPath(const std::vector<DriveInfo>& drives, unsigned typeMask,
-                             const wchar_t* path, bool /*flag*/) {
-    if (typeMask == 0) {
-        debug("PathHelper::isValidPath - media not valid!\n");
-        return false;
-    }
-    // A plain prefix, ":" included, not a test of components.
-    return std::any_of(drives.begin(), drives.end(), [&](const DriveInfo& drive) {
-        const wchar_t* name = drive.getName();
-        return (drive.getType() & typeMask) != 0 && name &&
-               wcsnvccmp(name, path, static_cast<unsigned>(std::wcslen(name)), false) == 0;
-    });
-}
-
-int PathHelper::unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
-                                   PathInfo& parentResolved) {
-    const wchar_t* text = pathInfo.getPathName() ? pathInfo.getPathName() : L"";
-    debug("PathHelper::unix_path_resolver - path to resolve is %ls\n", text);
-    const wchar_t* colon = std::wcschr(text, L':');
-    if (!colon) return 0;
-    return resolveText(pathInfo, static_cast<std::size_t>(colon - text), resolved, parentResolved)
-               ? 1
-               : 0;
-}
-
-void PathHelper::pathResolver(const std::vector<PathInfo>& paths,
-                              const std::vector<DriveInfo>& drives,
-                              const std::vector<PathInfo>& includeFileSystems,
-                              const std::vector<PathInfo>& excludeFileSystems,
-                              std::vector<PathDrive>& parentResolved,
-                              std::vector<PathDrive>& resolved, std::vector<PathDrive>& excluded,
-                              std::vector<PathDrive>& unresolved, const LinkGuard& mayTouch) {
-    debug("PathHelper::pathResolver - entering... [pathList size is %d]\n",
-          static_cast<int>(paths.size()));
-    Resolver resolver(drives, includeFileSystems, excludeFileSystems);
+ResolvedPaths resolvePaths(const std::vector<PathInfo>& paths, const std::vector<DriveInfo>& drives,
+                           const std::vector<PathInfo>& includedMounts,
+                           const std::vector<PathInfo>& excludedMounts, const LinkGuard& mayTouch) {
+    Resolver resolver(drives, includedMounts, excludedMounts);
     for (const PathInfo& path : paths) {
         if (const auto entry = parsePathEntry(path, drives, mayTouch)) resolver.resolve(*entry);
     }
-    pathDriveAccumulator(resolved, resolver.lists().resolved, true);
-    pathDriveAccumulator(parentResolved, resolver.lists().parentResolved, true);
-    pathDriveAccumulator(excluded, resolver.lists().excluded, true);
-    pathDriveAccumulator(unresolved, resolver.lists().unresolved, true);
-    if (debugInfo) {
-        debug("PathHelper::pathResolver - list info...\n");
-        logPairs("resolved", resolved);
-        logPairs("parent resolved", parentResolved);
-        logPairs("excluded", excluded);
-        logPairs("unresolved", unresolved);
-        debug("PathHelper::pathResolver - list info end\n");
-    }
-    debug("PathHelper::pathResolver - exit.\n");
+    return resolver.take();
 }
 
 }  // namespace fscanner

@@ -1,15 +1,14 @@
 #pragma once
 
-/// Path resolution: from a query's path entries to pairs of path and drive. This
-/// header declares the operations; their sources are one idea each: the entry's
-/// text, real paths, the resolver, exclusions, list operations.
+/// Path resolution: from a query's path entries to pairs of path and drive. What is behind
+/// the larger operations stands in files of its own: an entry's text (path_entry), real
+/// paths (real_path), the drives of an entry (path_resolver), where drives begin (mount_map).
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "fscanner/discovery/path_drive.h"
 #include "fscanner/discovery/path_match.h"
 #include "fscanner/discovery/path_relation.h"
 #include "fscanner/discovery/real_path.h"

@@ -11,8 +11,6 @@
 #include <memory>
 
 #include "fscanner/common/paths.h"
-#include "fscanner/common/utf8.h"
-#include "fscanner/discovery/pathhelper.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {
@@ -118,31 +116,6 @@ std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& m
         if (*directory != "/") start = *directory;
     }
     return PathWalk(std::move(start), path, mayRead).run();
-}
-
-std::optional<std::string> PathHelper::realPath(const char* path, bool resolveLinks) {
-    if (!path) return std::nullopt;
-    return resolvePath(path, [=](std::string_view) { return resolveLinks; });
-}
-
-std::optional<std::wstring> PathHelper::realPath(const wchar_t* path, bool resolveLinks) {
-    if (!path) return std::nullopt;
-    const std::optional<std::string> real = realPath(toMultibyte(path).c_str(), resolveLinks);
-    if (!real) return std::nullopt;
-    return toWide(*real);
-}
-
-std::wstring PathHelper::buildRealPath(const wchar_t* path) {
-    for (const bool resolveLinks : {true, false}) {
-        if (const std::optional<std::wstring> real = realPath(path, resolveLinks)) return *real;
-    }
-    return path;
-}
-
-std::wstring PathHelper::buildResolvedPath(const wchar_t* path) {
-    std::wstring resolved(path);
-    if (resolved.size() > 1 && resolved.ends_with(L'/')) resolved.pop_back();
-    return resolved;
 }
 
 }  // namespace fscanner

@@ -1,8 +1,8 @@
 #include "fscanner/engine/cache_build.h"
 
 #include "fscanner/common/time.h"
+#include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/engine/dfs_gate.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"

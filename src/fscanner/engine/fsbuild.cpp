@@ -4,8 +4,8 @@
 #include <new>
 
 #include "fscanner/common/utf8.h"
+#include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/engine/dfs_gate.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"

@@ -4,8 +4,8 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/discovery/mount_access.h"
 #include "fscanner/discovery/mounted_drives.h"
+#include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/fs/fs_query.h"
 

@@ -7,20 +7,13 @@
 
 #include "fscanner/discovery/drivehelper.h"
 #include "fscanner/discovery/mount_map.h"
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mountlist.h"
+#include "fscanner/discovery/path_resolver.h"
 #include "fscanner/discovery/pathhelper.h"
 
 namespace fscanner {
 
 class FsQuery;
-
-/// What one side of a query, its included or its excluded paths, resolves to.
-struct ResolvedPaths {
-    std::vector<PathDrive> resolved;        ///< the path, on the drive it lies on
-    std::vector<PathDrive> parentResolved;  ///< mount points below a recursive path
-    std::vector<PathDrive> excluded;        ///< left out by the query's file systems
-    std::vector<PathDrive> unresolved;      ///< on no drive that the entry allows
-};
 
 /// From a query's paths and file systems to the (path, drive) pairs to search and
 /// what each leaves out. Every way of running a query goes through one plan.

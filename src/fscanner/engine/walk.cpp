@@ -8,8 +8,8 @@
 #include "fscanner/common/paths.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
+#include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/engine/dfs_gate.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
 

@@ -1,4 +1,4 @@
-#include "fscanner/discovery/mount_table.h"
+#include "fscanner/discovery/mountlist.h"
 
 #include <linux/magic.h>
 #include <sys/vfs.h>
@@ -8,13 +8,57 @@
 #include <array>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <new>
 #include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "fscanner/fs/debug.h"
 #include "fscanner/platform/small_file.h"
 
 namespace fscanner {
+
+// ---- The entry --------------------------------------------------------------
+
+MountEntry::MountEntry(const MountEntry& other) {
+    if (!setDevName(other.getDevName()) || !setMountDir(other.getMountDir()) ||
+        !setFileSystemType(other.getFileSystemType())) {
+        return;
+    }
+    dummy_ = other.dummy_;
+    remote_ = other.remote_;
+}
+
+MountEntry& MountEntry::operator=(const MountEntry& other) {
+    return *this = MountEntry(other);
+}
+
+bool MountEntry::setDevName(const char* device) {
+    return set(device_, device);
+}
+
+bool MountEntry::setMountDir(const char* directory) {
+    return set(directory_, directory);
+}
+
+bool MountEntry::setFileSystemType(const char* type) {
+    return set(type_, type);
+}
+
+bool MountEntry::set(Text& text, const char* value) {
+    if (!value) return false;
+    try {
+        text = std::string(value);
+        return true;
+    } catch (const std::bad_alloc&) {
+        *this = MountEntry();
+        return false;
+    }
+}
+
+// ---- The table --------------------------------------------------------------
 
 namespace {
 
@@ -276,6 +320,57 @@ bool MountTableManager::isRemoteFileSystem(const char* device, const char* type)
 
 bool MountTableManager::isDummyFileSystem(const char* type) {
     return std::strcmp(type, "autofs") == 0 || std::strcmp(type, "ignore") == 0;
+}
+
+// ---- Placeholders -----------------------------------------------------------
+
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* dir) const { closedir(dir); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+bool isDotName(const std::string& name) {
+    return name == "." || name == "..";
+}
+
+void readThrough(DIR* dir) {
+    while (const dirent* entry = readdir(dir)) {
+        if (isDotName(entry->d_name)) {
+            debug("accessToAllMountPathsRead - continue\n");
+            continue;
+        }
+        debug("accessToAllMountPathsRead - subdirectory file '%s'\n", entry->d_name);
+    }
+}
+
+}  // namespace
+
+bool accessMountPath(const char* path) {
+    const Directory dir(opendir(path));
+    if (dir) debug("accessToAllMountPaths - path '%s' accessed\n", path);
+    return dir != nullptr;
+}
+
+void accessToAllMountPaths() {
+    std::vector<MountEntry> entries;
+    MountTableManager::getMountEntryList(entries);
+    for (const MountEntry& entry : entries) {
+        if (entry.isDummy()) accessMountPath(entry.getMountDir());
+    }
+}
+
+void accessToAllMountPathsRead(DIR* dir, const char* base) {
+    while (const dirent* entry = readdir(dir)) {
+        if (isDotName(entry->d_name)) continue;
+        debug("accessToAllMountPathsRead - subdirectory '%s' read\n", entry->d_name);
+        const std::string path = std::string(base) + "/" + entry->d_name;
+        const Directory child(opendir(path.c_str()));
+        debug("accessToAllMountPathsRead - subdirectory '%s' %s\n", path.c_str(),
+              child ? "accessed" : "failed");
+        if (child) readThrough(child.get());
+    }
 }
 
 }  // namespace fscanner
