@@ -1,8 +1,8 @@
 // A configuration of any text: every setting has a section and a key, and numbers are
 // read or refused.
 
-#include "fscanner/fs/config_file.h"
 #include "fscanner/fs/fs_config.h"
+#include "fscanner/fs/tav_cfg.h"
 #include "fuzz.h"
 #include "support/environment.h"
 #include "support/temporary_directory.h"

@@ -7,7 +7,6 @@
 #include <cerrno>
 
 #include "engine/cache_user.h"
-#include "fscanner/engine/side_file.h"
 #include "fscanner/engine/unread_directories.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"

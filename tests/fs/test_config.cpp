@@ -7,7 +7,6 @@
 #include <climits>
 #include <string>
 
-#include "fscanner/fs/config_file.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/tav_cfg.h"
 #include "support/environment.h"

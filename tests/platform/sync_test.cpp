@@ -13,7 +13,7 @@
 
 #include "fscanner/platform/linuxsemaphore.h"
 #include "fscanner/platform/linuxsync.h"
-#include "fscanner/platform/sync_registry.h"
+#include "fscanner/platform/named_sync.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {

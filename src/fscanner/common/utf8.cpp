@@ -271,4 +271,12 @@ unsigned utf8ToWideChar(wchar_t* out, unsigned size, const unsigned char* s) {
     return count;
 }
 
+// Turkish and its neighbours have another capital for "i".
+std::string localeWord() {
+    std::string word = nl_langinfo(CODESET);
+    for (char& c : word)
+        if (c == '/' || c == ':') c = '_';
+    return std::towupper(L'i') == L'I' ? word : word + "-dotted";
+}
+
 }  // namespace fscanner

@@ -69,4 +69,8 @@ unsigned utf8ToWideChar(wchar_t* out, unsigned size, const unsigned char* s);
 /// Bytes that the six-byte form of UTF-8 needs for one character.
 unsigned utf8Length(wchar_t c);
 
+/// A word for what the conversion and the case of characters depend on: processes
+/// with one word convert and fold alike.
+std::string localeWord();
+
 }  // namespace fscanner

@@ -17,7 +17,6 @@
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/private_directory.h"
 #include "fscanner/platform/small_file.h"
-#include "fscanner/platform/user_directory.h"
 
 namespace fscanner {
 

@@ -6,7 +6,6 @@
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
-#include "fscanner/engine/direct_query.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"

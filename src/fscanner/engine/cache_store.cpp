@@ -9,7 +9,7 @@
 #include "fscanner/common/time.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
-#include "fscanner/engine/cache_check.h"
+#include "fscanner/engine/cache_report.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/small_file.h"

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cwchar>
+#include <vector>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
@@ -14,6 +15,8 @@
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_inspect.h"
+#include "fscanner/fs/wall.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {
@@ -118,6 +121,49 @@ bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* short
     const int verdict = evaluator_->check(caseSensitive_);
     undecided_ = verdict == -1 && evaluator_->failedOnRecord();
     return verdict == 1;
+}
+
+// ---- Hosts' own records -----------------------------------------------------
+
+// The commands of a filter take the place of the process's own for as long as it works:
+// it may be made and asked while a scan runs with commands of its own.
+struct FsRecordFilter::State {
+    std::vector<CmdToken> commands;
+    std::unique_ptr<FileProcessor> processor;
+
+    bool compile(const wchar_t* criteria, bool caseSensitive) {
+        const CommandListShelter shelter(commands);
+        processor = std::make_unique<FileProcessor>(criteria, caseSensitive, CriteriaRules::search);
+        return processor->compiles();
+    }
+    bool matches(const FsFileInfo& record) {
+        const CommandListShelter shelter(commands);
+        return processor->satisfyCriteria(record, nullptr);
+    }
+    ~State() {
+        const CommandListShelter shelter(commands);
+        processor.reset();
+    }
+};
+
+FsRecordFilter::FsRecordFilter() : state_(std::make_unique<State>()) {}
+FsRecordFilter::~FsRecordFilter() = default;
+
+std::unique_ptr<FsRecordFilter> FsRecordFilter::create(const wchar_t* criteria,
+                                                       bool caseSensitive) {
+    return behindWall("FsRecordFilter::create", [&] {
+        std::unique_ptr<FsRecordFilter> filter(new FsRecordFilter);
+        if (!filter->state_->compile(criteria, caseSensitive)) filter.reset();
+        return filter;
+    });
+}
+
+bool FsRecordFilter::matches(const FsFileInfo& record) {
+    return behindWall("FsRecordFilter::matches", [&] { return state_->matches(record); });
+}
+
+bool FsRecordFilter::undecided() const {
+    return state_->processor->undecided();
 }
 
 }  // namespace fscanner

@@ -10,8 +10,10 @@
 
 namespace fscanner {
 
+class FsQuery;
 class FsResultSetWriter;
 class MountMap;
+class QueryPlan;
 struct PathDrive;
 
 /// Whether `path` is a directory itself; a link to one is not.
@@ -32,5 +34,13 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
             bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);
+
+/// In effect none: direct scans of a query over the cache have no limit.
+constexpr unsigned kNoTimeout = 2000000000;
+
+/// Scans one pair of a plan directly, with its exclusions and mount points. A
+/// `WalkStatus`.
+int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
+             FileProcessor& processor, const PathDrive& pair, unsigned timeout);
 
 }  // namespace fscanner

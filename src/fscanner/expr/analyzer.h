@@ -114,7 +114,7 @@ private:
     bool unary(const Token& token, ParsedValue& value, bool evaluate, Tree& tree);
     bool parenthesis(ParsedValue& value, bool evaluate, Tree& tree);
 
-    // In a file of their own: calls of commands.
+    // Calls of commands.
     bool command(Token token, ParsedValue& value, bool evaluate, Tree& tree);
     bool arguments(const CmdToken& command, std::span<ParsedValue> values,
                    std::span<Tree* const> trees, bool evaluate);

@@ -10,7 +10,6 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/directory_names.h"
 #include "fscanner/filetype/file_program.h"
-#include "fscanner/filetype/list_file.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {

@@ -5,6 +5,6 @@
 /// `FileTypeCache`; the program is run (child_process, file_program) and its output
 /// cut (file_output) by the files beside it.
 
+#include "fscanner/filetype/directory_names.h"
 #include "fscanner/filetype/file_type_cache.h"
 #include "fscanner/filetype/file_type_checker.h"
-#include "fscanner/filetype/list_file.h"

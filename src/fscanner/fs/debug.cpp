@@ -3,19 +3,247 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <cwchar>
 #include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 
-#include "fscanner/fs/debug_format.h"
+#include "fscanner/common/utf8.h"
 
 namespace fscanner {
 
 bool debugInfo = false;
 char debugFile[1024] = "";
+
+// ---- Formatting -------------------------------------------------------------
+
+namespace {
+
+/// One conversion of a format, taken apart: "%-*.3ld".
+struct Conversion {
+    std::string flags;
+    int width = 0;
+    int precision = -1;  // -1: none
+    std::string length;  // "", "hh", "h", "l", "ll", "L", "q", "j", "z", "Z" or "t"
+    char type = 0;
+
+    bool leftAligned() const { return flags.find('-') != flags.npos; }
+    bool wide() const { return length == "l" || type == 'S' || type == 'C'; }
+};
+
+/// Walks a format and its arguments and builds the text. Numbers are left to
+/// snprintf, one conversion at a time.
+class Formatter {
+public:
+    explicit Formatter(std::va_list arguments) { va_copy(arguments_, arguments); }
+    Formatter(const Formatter&) = delete;
+    Formatter& operator=(const Formatter&) = delete;
+    ~Formatter() { va_end(arguments_); }
+
+    std::string run(const char* format) {
+        while (const char* percent = std::strchr(format, '%')) {
+            out_.append(format, percent);
+            Conversion conversion;
+            const char* end = parse(percent + 1, conversion);
+            if (!convert(conversion)) out_.append(percent, end);  // not a conversion: as it stands
+            format = end;
+        }
+        return std::move(out_.append(format));
+    }
+
+private:
+    template <typename T>
+    T next() {
+        // The analyzer does not see that the constructor has set the member.
+        return va_arg(arguments_, T);  // NOLINT(clang-analyzer-valist.Uninitialized)
+    }
+
+    /// Reads the conversion behind a "%", with its "*" arguments; returns its end.
+    const char* parse(const char* at, Conversion& conversion) {
+        const std::size_t flags = std::strspn(at, "-+ #0'I");
+        conversion.flags.assign(at, flags);
+        at = parseNumber(at + flags, conversion.width);
+        if (conversion.width < 0) {
+            conversion.flags += '-';
+            conversion.width = -conversion.width;
+        }
+        if (*at == '.') {
+            conversion.precision = 0;
+            at = parseNumber(at + 1, conversion.precision);
+        }
+        const std::size_t length = std::strspn(at, "hlLqjzZt");
+        conversion.length.assign(at, length);
+        at += length;
+        conversion.type = *at;
+        return *at != 0 ? at + 1 : at;
+    }
+
+    const char* parseNumber(const char* at, int& number) {
+        if (*at == '*') {
+            number = std::clamp(next<int>(), -maxField, maxField);
+            return at + 1;
+        }
+        for (; *at >= '0' && *at <= '9'; ++at)
+            number = std::min(number * 10 + (*at - '0'), maxField);
+        return at;
+    }
+
+    bool convert(const Conversion& conversion) {
+        switch (conversion.type) {
+            case 'd':
+            case 'i':
+                return integer(conversion);
+            case 'o':
+            case 'u':
+            case 'x':
+            case 'X':
+                return integer(conversion);
+            case 'a':
+            case 'A':
+            case 'e':
+            case 'E':
+            case 'f':
+            case 'F':
+            case 'g':
+            case 'G':
+                return floating(conversion);
+            case 'c':
+            case 'C':
+                return character(conversion);
+            case 's':
+            case 'S':
+                return text(conversion);
+            case 'p':
+                return delegate(conversion, next<void*>());
+            case 'm':
+                return padded(conversion, std::strerror(errno_));
+            case 'n':
+                return static_cast<void>(next<void*>()), true;
+            case '%':
+                return out_ += '%', true;
+            default:
+                return false;
+        }
+    }
+
+    // Signed and unsigned arguments are passed alike.
+    bool integer(const Conversion& conversion) {
+        const std::string& length = conversion.length;
+        if (length == "l") return delegate(conversion, next<long>());
+        if (length == "ll" || length == "L" || length == "q")
+            return delegate(conversion, next<long long>());
+        if (length == "j") return delegate(conversion, next<std::intmax_t>());
+        if (length == "z" || length == "Z") return delegate(conversion, next<std::size_t>());
+        if (length == "t") return delegate(conversion, next<std::ptrdiff_t>());
+        return delegate(conversion, next<int>());
+    }
+
+    bool floating(const Conversion& conversion) {
+        if (conversion.length == "L") return delegate(conversion, next<long double>());
+        return delegate(conversion, next<double>());
+    }
+
+    bool character(const Conversion& conversion) {
+        Conversion whole = conversion;
+        whole.precision = -1;
+        if (!conversion.wide()) {
+            const char c = static_cast<char>(next<int>());
+            return padded(whole, std::string_view(&c, 1));
+        }
+        const auto c = static_cast<wchar_t>(next<std::wint_t>());
+        return padded(whole, toMultibyte(std::wstring_view(&c, 1)));
+    }
+
+    bool text(const Conversion& conversion) {
+        if (conversion.wide()) return wideText(conversion, next<const wchar_t*>());
+        const char* s = next<const char*>();
+        if (s == nullptr) return nullText(conversion);
+        if (conversion.precision < 0) return padded(conversion, s);
+        const auto limit = static_cast<std::size_t>(conversion.precision);
+        return padded(conversion, std::string_view(s, strnlen(s, limit)));
+    }
+
+    bool wideText(const Conversion& conversion, const wchar_t* s) {
+        if (s == nullptr) return nullText(conversion);
+        if (conversion.precision < 0) return padded(conversion, toMultibyte(s));
+        const auto limit = static_cast<std::size_t>(conversion.precision);
+        std::string bytes;
+        for (std::size_t i = 0; i < limit && s[i] != 0; ++i) {
+            const std::size_t whole = bytes.size();
+            appendMultibyte(bytes, std::wstring_view(s + i, 1));
+            if (bytes.size() <= limit) continue;
+            bytes.resize(whole);
+            break;
+        }
+        return padded(conversion, bytes);
+    }
+
+    // As libc does: a null text that would not fit is empty, not cut.
+    bool nullText(const Conversion& conversion) {
+        const bool fits = conversion.precision < 0 || conversion.precision >= 6;
+        return padded(conversion, fits ? "(null)" : "");
+    }
+
+    bool padded(const Conversion& conversion, std::string_view bytes) {
+        const auto width = static_cast<std::size_t>(conversion.width);
+        const std::size_t padding = width > bytes.size() ? width - bytes.size() : 0;
+        if (!conversion.leftAligned()) out_.append(padding, ' ');
+        out_.append(bytes);
+        if (conversion.leftAligned()) out_.append(padding, ' ');
+        return true;
+    }
+
+    template <typename T>
+    bool delegate(const Conversion& conversion, T argument) {
+        std::string format = "%" + conversion.flags;
+        if (conversion.width > 0) format += std::to_string(conversion.width);
+        if (conversion.precision >= 0)
+            format.append(".").append(std::to_string(conversion.precision));
+        format.append(conversion.length).append(1, conversion.type);
+
+        char room[128];
+        const int length = std::snprintf(room, sizeof room, format.c_str(), argument);
+        if (length < 0) return false;
+        const auto size = static_cast<std::size_t>(length);
+        if (size < sizeof room) {
+            out_.append(room, size);
+            return true;
+        }
+        std::string large(size + 1, 0);
+        std::snprintf(large.data(), large.size(), format.c_str(), argument);
+        out_.append(large, 0, size);
+        return true;
+    }
+
+    static constexpr int maxField = INT_MAX / 16;  // no field overflows on its way
+
+    const int errno_ = errno;  // for "%m": what is called in between changes it
+
+    std::va_list arguments_;
+    std::string out_;
+};
+
+/// Formats like `vsnprintf`, but wide arguments ("%S", "%ls", "%C", "%lc") are
+/// converted here: libc gives the whole text up at the first wide character that
+/// the locale cannot encode. Widths and precisions count bytes; a precision never
+/// cuts a character in two. "%n" stores nothing, and positional arguments ("%1$s")
+/// are left as they stand. Throws `std::bad_alloc`.
+std::string formatText(const char* format, std::va_list arguments) {
+    return Formatter(arguments).run(format);
+}
+
+}  // namespace
+
+// ---- The log ----------------------------------------------------------------
 
 namespace {
 

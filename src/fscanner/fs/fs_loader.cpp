@@ -1,10 +1,15 @@
 #include "fscanner/fs/fs_loader.h"
 
 #include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/plugin_library.h"
 #include "fscanner/fs/wall.h"
 
 namespace fscanner {
+
+// Out of line, so that the interfaces' virtual tables have one place: here.
+FsProvider::~FsProvider() = default;
+FsMonitor::~FsMonitor() = default;
 
 namespace {
 

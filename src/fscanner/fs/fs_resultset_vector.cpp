@@ -5,6 +5,11 @@
 
 namespace fscanner {
 
+// Out of line, so that the interfaces' virtual tables have one place: here.
+FsResultSetWriter::~FsResultSetWriter() = default;
+FsResultSetReader::~FsResultSetReader() = default;
+FsResultSet::~FsResultSet() = default;
+
 int FsResultSetWriter_OnVector::addRecord(const wchar_t* path, const wchar_t* name,
                                           unsigned long long size, unsigned attributes) {
     if (records_ == nullptr) return -1;

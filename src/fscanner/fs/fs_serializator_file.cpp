@@ -9,6 +9,9 @@
 
 namespace fscanner {
 
+// Out of line, so that the interface's virtual table has one place: here.
+FsSerializator::~FsSerializator() = default;
+
 namespace {
 
 constexpr unsigned BYTES_PER_CHARACTER = 6;  // the longest form of UTF-8

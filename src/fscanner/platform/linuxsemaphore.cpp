@@ -1,6 +1,6 @@
 #include "fscanner/platform/linuxsemaphore.h"
 
-#include "fscanner/platform/sync_registry.h"
+#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
 

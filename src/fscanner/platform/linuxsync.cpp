@@ -9,7 +9,7 @@
 #include <cstring>
 #include <thread>
 
-#include "fscanner/platform/sync_registry.h"
+#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
 

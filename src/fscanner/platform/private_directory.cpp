@@ -230,4 +230,41 @@ bool mapsUser(std::string_view map, unsigned user) {
     return false;
 }
 
+// ---- The user's cache -------------------------------------------------------
+
+namespace {
+
+std::string absoluteVariable(const char* name) {
+    const char* value = secure_getenv(name);
+    return value && *value == '/' ? value : "";
+}
+
+// What root makes in another's home, as under "sudo -E", that user cannot use; and what
+// lies there, he can exchange.
+std::string placeOf(const char* variable) {
+    std::string path = absoluteVariable(variable);
+    const bool unsafe = geteuid() == 0 && !path.empty() && mayBeExchanged(path + "/fscanner");
+    return unsafe ? "" : path;
+}
+
+std::string homeOfUser() {
+    std::string home = placeOf("HOME");
+    if (!home.empty()) return home;
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
+        return "";
+    return entry.pw_dir && *entry.pw_dir == '/' ? entry.pw_dir : "";
+}
+
+}  // namespace
+
+std::string userCacheHome() {
+    std::string chosen = placeOf("XDG_CACHE_HOME");
+    if (!chosen.empty()) return chosen;
+    const std::string home = homeOfUser();
+    return home.empty() ? "" : home + "/.cache";
+}
+
 }  // namespace fscanner

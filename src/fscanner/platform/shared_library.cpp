@@ -17,7 +17,6 @@
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/platform/descriptor.h"
-#include "fscanner/platform/ownership.h"
 
 namespace fscanner {
 
@@ -33,6 +32,14 @@ std::string directoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     if (slash == path.npos) return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Why what `info` tells of is not to be trusted: only root and this user may own it or
+// write to it. Null where it is.
+const char* ownershipProblem(const struct stat& info) {
+    if (info.st_uid != 0 && info.st_uid != ::geteuid())
+        return "belongs neither to root nor to the user";
+    return (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "can be written by others" : nullptr;
 }
 
 // Which rule of ownership the file or directory breaks, or empty.

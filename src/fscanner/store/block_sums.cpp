@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "fscanner/common/crc32c.h"
+#include "fscanner/common/crc32.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/store/bytes.h"
 

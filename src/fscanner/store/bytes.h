@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace fscanner {
 
@@ -77,5 +78,14 @@ private:
     const std::byte* at_ = nullptr;
     const std::byte* end_ = nullptr;
 };
+
+// Numbers and names in the headers of the store's files. A name is its length in
+// bytes, then UTF-32LE without a terminator.
+
+void appendInteger(std::vector<std::byte>& out, std::uint32_t value);
+void appendName(std::vector<std::byte>& out, std::wstring_view name);
+
+/// False when the name is cut, or is nothing that `appendName` writes.
+bool takeName(ByteRange& in, std::wstring& name);
 
 }  // namespace fscanner

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
-#include "fscanner/store/record_layout.h"
-#include "fscanner/store/stored_name.h"
+#include "fscanner/store/bytes.h"
+#include "fscanner/store/record_encoding.h"
 
 namespace fscanner {
 

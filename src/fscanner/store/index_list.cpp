@@ -2,7 +2,7 @@
 
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
-#include "fscanner/store/stored_name.h"
+#include "fscanner/store/bytes.h"
 
 namespace fscanner {
 

@@ -7,7 +7,6 @@
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/fields.h"
 #include "fscanner/store/record_encoding.h"
-#include "fscanner/store/record_layout.h"
 
 namespace fscanner {
 

@@ -2,15 +2,33 @@
 
 #include <cstdint>
 #include <string_view>
+#include <vector>
 
 #include "fscanner/common/numbers.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/record_layout.h"
+#include "fscanner/store/fields.h"
 
-/// The two forms in which records lie on disk, as policies: how an integer of a
-/// given type and the length of a text are written and read. All else about a
-/// record is the same in both.
 namespace fscanner {
+
+/// How the records of one table are laid out: what both codecs need to know.
+struct RecordLayout {
+    /// The bitmap of null flags is built for at most so many fields.
+    static constexpr unsigned MAX_FIELDS = 256;
+
+    RecordLayout() = default;
+    RecordLayout(const Fields& schema, bool compactForm) : compact(compactForm) {
+        for (unsigned i = 0; i < schema.count(); ++i) {
+            types.push_back(static_cast<FieldType>(schema.at(i)->type()));
+        }
+        bitmapLength = (schema.count() + 7) / 8;
+    }
+
+    unsigned count() const { return static_cast<unsigned>(types.size()); }
+
+    std::vector<FieldType> types;
+    unsigned bitmapLength = 0;
+    bool compact = false;
+};
 
 /// A value as it lies on disk: of an integer field the number, of a text its
 /// UTF-8 in place.
@@ -18,6 +36,10 @@ struct StoredValue {
     std::uint64_t number = 0;
     std::string_view text;
 };
+
+// The two forms in which records lie on disk, as policies: how an integer of a
+// given type and the length of a text are written and read. All else about a
+// record is the same in both.
 
 /// Every integer in its own width, lengths in two bytes.
 struct FixedEncoding {

@@ -7,7 +7,7 @@
 #include "fscanner/expr/tree.h"
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/fields.h"
-#include "fscanner/store/record_layout.h"
+#include "fscanner/store/record_encoding.h"
 #include "fscanner/store/text_test.h"
 
 namespace fscanner {

@@ -4,10 +4,10 @@
 #include <string_view>
 #include <utility>
 
-#include "fscanner/common/crc32c.h"
+#include "fscanner/common/crc32.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/platform/sysfactory.h"
-#include "fscanner/store/stored_name.h"
+#include "fscanner/store/bytes.h"
 
 namespace fscanner {
 

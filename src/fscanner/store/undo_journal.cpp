@@ -6,7 +6,7 @@
 #include "fscanner/common/crc32.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/platform/sysfactory.h"
-#include "fscanner/store/stored_name.h"
+#include "fscanner/store/bytes.h"
 
 namespace fscanner {
 

@@ -1,4 +1,4 @@
-#include "fscanner/common/crc32c.h"
+#include "fscanner/common/crc32.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,6 @@
-#include "fscanner/common/crc32c.h"
+#include "fscanner/common/crc32.h"
 
 #include <cstring>
-
-#include "fscanner/common/crc32.h"
 
 #if defined(__x86_64__)
 #include <nmmintrin.h>

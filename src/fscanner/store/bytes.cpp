@@ -1,4 +1,4 @@
-#include "fscanner/store/stored_name.h"
+#include "fscanner/store/bytes.h"
 
 namespace fscanner {
 

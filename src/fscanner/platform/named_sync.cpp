@@ -1,4 +1,4 @@
-#include "fscanner/platform/sync_registry.h"
+#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
 

@@ -1,7 +1,0 @@
-#include "fscanner/fs/fs_serializator.h"
-
-namespace fscanner {
-
-FsSerializator::~FsSerializator() = default;
-
-}  // namespace fscanner
