@@ -2,27 +2,15 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <cwchar>
 
 #include "fscanner/common/paths.h"
-#include "fscanner/common/time.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/fs/debug.h"
-#include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/small_file.h"
-#include "fscanner/platform/sysfactory.h"
 
 namespace fscanner {
-
-const wchar_t* CacheUpdateSuffix = L".cuflag";
-const wchar_t* CacheCounterSuffix = L".counter";
-const wchar_t* CacheUnreadSuffix = L".unread";
-const wchar_t* CacheSumsSuffix = L".sums";
-const wchar_t* CacheUndoSuffix = L".undo";
-const wchar_t* field_ID = L"ID";
 
 namespace {
 
@@ -32,45 +20,6 @@ constexpr int kCompactionPercent = 30;
 constexpr unsigned kFreeStates = 16U << 20;  // bytes of a journal
 const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnreadSuffix};
 
-struct SchemaField {
-    const wchar_t* name;
-    unsigned type;
-};
-
-bool isField(const Field& field, const SchemaField& expected) {
-    return field.type() == expected.type && std::wcscmp(field.name(), expected.name) == 0;
-}
-
-std::array<unsigned char, 4> littleEndian(unsigned value) {
-    std::array<unsigned char, 4> bytes{};
-    for (unsigned i = 0; i < bytes.size(); ++i)
-        bytes[i] = static_cast<unsigned char>(value >> (8 * i));
-    return bytes;
-}
-
-// Waits for the lock until `limit` milliseconds are over: in pieces, so that an observer
-// hears of it and may end it. The first is short: a user is told at once.
-int waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
-    const unsigned start = getTickCount();
-    long piece = 1;
-    FsScanObserver* const observer = scanObserver();
-    for (;;) {
-        const unsigned waited = getTickCount() - start;
-        const long left = std::max(limit - static_cast<long>(waited), 0L);
-        const bool last = !observer || left <= piece;
-        const int status = lock.wait(last ? left : piece, mode);
-        if (status != SYNC_TIMED_OUT || last) return status;
-        if (!observer->waiting(getTickCount() - start)) return SYNC_TIMED_OUT;
-        piece = 200;
-    }
-}
-
-unsigned fromLittleEndian(const std::array<unsigned char, 4>& bytes) {
-    unsigned value = 0;
-    for (unsigned i = 0; i < bytes.size(); ++i) value |= unsigned{bytes[i]} << (8 * i);
-    return value;
-}
-
 bool isDue(const FS_Table& table, int percent) {
     unsigned stored = 0;
     unsigned deleted = 0;
@@ -79,63 +28,6 @@ bool isDue(const FS_Table& table, int percent) {
 }
 
 }  // namespace
-
-// The fields of a table, and those of them that have an index, in the order of making.
-struct CacheStore::TableKind {
-    std::array<SchemaField, 4> fields;
-    std::vector<const wchar_t*> indexed;
-
-    bool addTo(FS_Table& table) const {
-        return std::all_of(fields.begin(), fields.end(), [&table](const SchemaField& field) {
-            return table.addField(field.name, field.type);
-        });
-    }
-    void addIndexes(FS_Table& table, const std::wstring& name) const {
-        for (const wchar_t* field : indexed)
-            table.addHashIndex((name + L"_" + field).c_str(), field);
-    }
-    // A table of another schema, which a stranger or a damaged header left, is no table
-    // of this cache; one that lost an index would be searched in vain.
-    bool fits(FS_Table& table) const {
-        const Fields& schema = table.schema();
-        if (schema.count() != fields.size()) return false;
-        for (unsigned i = 0; i < fields.size(); ++i)
-            if (!isField(*schema.at(i), fields[i])) return false;
-        return std::all_of(indexed.begin(), indexed.end(), [&table](const wchar_t* field) {
-            return table.searchHashIndexForFieldName(field, false) != nullptr;
-        });
-    }
-
-    static const TableKind& files() {
-        static const TableKind kind{
-            {{{L"FILENAME", 5}, {L"ATTR", 3}, {L"SIZE", 4}, {L"PATHID", 3}}},
-            {L"FILENAME", L"PATHID"}};
-        return kind;
-    }
-    static const TableKind& directories() {
-        static const TableKind kind{
-            {{{field_ID, 3}, {L"PATHNAME", 5}, {L"PARENTID", 3}, {L"CREATIONTIME", 3}}},
-            {L"PATHNAME", field_ID, L"PARENTID"}};
-        return kind;
-    }
-};
-
-bool isIndexedFileField(std::wstring_view name) {
-    const auto& indexed = CacheStore::TableKind::files().indexed;
-    return std::find(indexed.begin(), indexed.end(), name) != indexed.end();
-}
-
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
-    if (!directory || !name || !suffix) return nullptr;
-    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
-}
-
-std::wstring accessMutexName(const std::wstring& directory) {
-    std::wstring name = directory + L"_c_mutex";
-    std::replace(name.begin(), name.end(), L'/', L'_');
-    std::replace(name.begin(), name.end(), L':', L'_');
-    return name;
-}
 
 CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                        const wchar_t* cacheDirectory, bool compressed, bool cacheChecker)
@@ -150,9 +42,8 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
     }
     directory_ = *realDirectory;
     sums_ = std::make_unique<SumsFile>(path(CacheSumsSuffix));
-    const std::wstring mutexName = accessMutexName(directory_);
-    debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", mutexName.c_str());
-    directoryLock_ = std::make_unique<DirectoryLock>(directory_);
+    lock_ = std::make_unique<CacheLock>(directory_);
+    mark_ = CacheMark(path(CacheUpdateSuffix), directory_, cacheChecker_);
     if (cacheChecker_)
         journal_ = std::make_unique<UndoJournal>(directory_, directoriesName_ + CacheUndoSuffix);
     if (!lookups_.valid()) {
@@ -174,9 +65,6 @@ std::wstring CacheStore::freshPath(const wchar_t* suffix) const {
 
 // ---- Locking ----------------------------------------------------------------
 
-// The lock in the directory decides. The access mutex, which cannot be shared, lies where
-// others can take its name or keep it from being made: who has the cache alone takes it
-// when that is possible at once.
 int CacheStore::lock() {
     debug("FS_Cache::lock - waiting for accessMutex...\n");
     return lockWithin(std::nullopt, DirectoryLock::Mode::exclusive);
@@ -192,44 +80,15 @@ int CacheStore::lockShared(int timeout) {
     return lockWithin(timeout, DirectoryLock::Mode::shared);
 }
 
-// As ever, a limit of 0 is over before the first try. What is open goes on being read, or
-// changed, under the lock that it was opened under.
+// What is open goes on being read, or changed, under the lock that it was opened under.
 int CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode) {
-    if (!directoryLock_) return FS_CACHE_FAILURE;
-    const bool shared = mode == DirectoryLock::Mode::shared;
-    const bool otherwiseOpen = open_ && readOnly_ != shared;
-    if (otherwiseOpen || (timeout && *timeout <= 0)) return lockedResult(SYNC_TIMED_OUT);
-    lockIsShared_ = shared;
-    hasAlone_ = false;
-    if (shared && accessMutex_) accessMutex_->release();
-    return lockedResult(timeout ? waitFor(*directoryLock_, *timeout, mode)
-                                : directoryLock_->wait(mode));
-}
-
-int CacheStore::lockedResult(int status) {
-    switch (status) {
-        case SYNC_SUCCESS:
-            hasAlone_ = !lockIsShared_;
-            if (!accessMutex_ && !lockIsShared_)
-                accessMutex_ = SysFactory::createMutex(accessMutexName(directory_).c_str());
-            if (!lockIsShared_) accessMutex_->wait(1);
-            debug("FS_Cache::lock - accessMutex SUCCESS!\n");
-            return FS_CACHE_SUCCESS;
-        case SYNC_TIMED_OUT:
-            debug("FS_Cache::lock - accessMutex TIMED_OUT!\n");
-            return FS_CACHE_LOCK_TIMED_OUT;
-        default:
-            debug("FS_Cache::lock - accessMutex FAILED!\n");
-            return FS_CACHE_FAILURE;
-    }
+    if (!lock_) return FS_CACHE_FAILURE;
+    const bool otherwiseOpen = open_ && readOnly_ != (mode == DirectoryLock::Mode::shared);
+    return lock_->take(otherwiseOpen ? 0 : timeout, mode);
 }
 
 void CacheStore::unlock() {
-    if (!directoryLock_) return;
-    debug("FS_Cache::unlock - accessMutex RELEASED!\n");
-    hasAlone_ = false;
-    if (accessMutex_) accessMutex_->release();
-    directoryLock_->release();
+    if (lock_) lock_->release();
 }
 
 // What was changed is committed before others may read it. The files are opened anew: from
@@ -254,7 +113,7 @@ int CacheStore::create(unsigned timeout, int disposition) {
         debug("FS_Cache::create - retValue is CACHE_ALREADY_OPENED!\n");
         return FS_CACHE_ALREADY_OPENED;
     }
-    readOnly_ = lockIsShared_;
+    readOnly_ = isLockShared();
     bool done = false;
     switch (disposition) {
         case FS_CACHE_CREATE:
@@ -285,19 +144,19 @@ int CacheStore::create(unsigned timeout, int disposition) {
 // The old counter goes, and the mark comes, before a file of an old cache is emptied:
 // half of a new cache beside half of an old one must not be taken for a good one.
 bool CacheStore::createCache() {
-    if (readOnly_ || !placeSyncedMark()) return false;
+    if (readOnly_ || !mark_.placeSynced()) return false;
     changed_ = changeTried_ = true;
     if (journal_) journal_->remove();
     removeSmallFiles();
-    files_ = createTable(filesName_, TableKind::files(), "createFilesTable");
+    files_ = TableKind::files().create(filesName_, place(), "createFilesTable");
     if (!files_) return false;
     directories_ =
-        createTable(directoriesName_, TableKind::directories(), "createDirectoriesTable");
+        TableKind::directories().create(directoriesName_, place(), "createDirectoriesTable");
     if (!directories_) {
         files_.reset();
         return false;
     }
-    beginCacheUpdate();
+    if (!readOnly_) mark_.beginCacheUpdate();
     broken_ = false;
     directoriesIndex_ = 0;
     unread_.reset(0);
@@ -308,7 +167,8 @@ bool CacheStore::createCache() {
 // Only for whoever has the cache alone: what looks like another's last session may be going
 // on. The mark may also be a reader's, which leaves no journal.
 void CacheStore::recoverCache() {
-    if (!initialized_ || readOnly_ || !hasAlone_ || !journal_ || !insideCacheUpdate()) return;
+    if (!initialized_ || readOnly_ || !lock_->isAlone() || !journal_ || !mark_.insideCacheUpdate())
+        return;
     sums_->clear();
     const bool recovered = journal_->recover();
     debug("FS_Cache::recover - the last use was interrupted: %s\n",
@@ -322,7 +182,7 @@ bool CacheStore::openCache() {
     debug("FS_Cache::openCache - entering...\n");
     if (!initialized_) return false;
     debug("FS_Cache::openCache - cacheInitialized is true\n");
-    if (insideCacheUpdate() || !getDirectoriesIDCounter() ||
+    if (mark_.insideCacheUpdate() || !readCounter(path(CacheCounterSuffix), directoriesIndex_) ||
         directoriesIndex_ > kLargestDirectoriesIndex) {
         debug("FS_Cache::openCache() - cache corrupted or directoriesIndex invalid\n");
         broken_ = true;
@@ -332,12 +192,12 @@ bool CacheStore::openCache() {
         debug("FS_Cache::openCache - checksums are missing or do not fit!\n");
         return false;
     }
-    files_ = openTable(filesName_, TableKind::files());
+    files_ = TableKind::files().open(filesName_, place());
     if (!files_) {
         debug("FS_Cache::openCache - open tbFiles failed!\n");
         return false;
     }
-    directories_ = openTable(directoriesName_, TableKind::directories());
+    directories_ = TableKind::directories().open(directoriesName_, place());
     if (!directories_) {
         debug("FS_Cache::openCache - open tbDirectories failed!\n");
         files_.reset();
@@ -347,7 +207,7 @@ bool CacheStore::openCache() {
     loadUnread();
     // Without a journal the cache can be read alone.
     if (journal_ && !readOnly_ && !journal_->start(false)) journal_->remove();
-    beginCacheUpdate();
+    if (!readOnly_) mark_.beginCacheUpdate();
     broken_ = false;
     openRecordSets();
     debug("FS_Cache::openCache - cache opened!\n");
@@ -372,29 +232,6 @@ void CacheStore::openRecordSets() {
     ancestorRecords_ = directories().openRecordSet();
 }
 
-std::unique_ptr<FS_Table> CacheStore::openTable(const std::wstring& name, const TableKind& kind) {
-    debug("FS_Cache::openTable - entering... [%ls]\n", name.c_str());
-    auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
-    table->keepSums(sums_.get());
-    if (!table->open() || !kind.fits(*table)) table.reset();
-    debug("FS_Cache::openTable - exit. [retValue is %d]\n", table ? 1 : 0);
-    return table;
-}
-
-std::unique_ptr<FS_Table> CacheStore::createTable(const std::wstring& name, const TableKind& kind,
-                                                  const char* step) {
-    debug("FS_Cache::%s - entering...\n", step);
-    auto table = std::make_unique<FS_Table>(name.c_str(), directory_.c_str(), compressed_);
-    table->keepSums(sums_.get());
-    if (kind.addTo(*table) && table->create()) {
-        kind.addIndexes(*table, name);
-    } else {
-        table.reset();
-    }
-    debug("FS_Cache::%s - exit. [retValue is %d]\n", step, table ? 1 : 0);
-    return table;
-}
-
 bool CacheStore::isRefreshed(const std::wstring& path, unsigned id) const {
     const auto found = refreshed_.find(path);
     return found != refreshed_.end() && (id > oldIndex_ || !found->second);
@@ -412,7 +249,7 @@ bool CacheStore::startAnew() {
     if (roomIn(directory_) < bytes() + bytes() / 4) return false;
     changeTried_ = true;
     anew_ = std::make_unique<Anew>(*files_, *directories_);
-    const bool made = journal_->announce(renamesAnew()) && placeSyncedMark() &&
+    const bool made = journal_->announce(renamesAnew()) && mark_.placeSynced() &&
                       anew_->files.create() && anew_->directories.create();
     if (!made) {
         abandonAnew();
@@ -491,14 +328,15 @@ bool CacheStore::commit() {
 }
 
 void CacheStore::endChanges() {
-    endCacheUpdate();
+    mark_.endCacheUpdate();
     if (journal_) journal_->remove();
 }
 
 // The sums are those of all other files as they are now.
 bool CacheStore::writeSmallFiles() {
     return unread_.save(freshPath(CacheUnreadSuffix), directoriesIndex_) &&
-           writeCounter(freshPath(CacheCounterSuffix)) && takeUpSmallFiles() && sums_->write();
+           writeCounter(freshPath(CacheCounterSuffix), directoriesIndex_) && takeUpSmallFiles() &&
+           sums_->write();
 }
 
 // The files beside the tables; the tables did it when they were closed.
@@ -527,7 +365,7 @@ unsigned long long CacheStore::bytesInUse() {
 
 bool CacheStore::compact() {
     if (!initialized_ || readOnly_) return false;
-    if (insideCacheUpdate()) {
+    if (mark_.insideCacheUpdate()) {
         broken_ = true;
         return false;
     }
@@ -535,8 +373,8 @@ bool CacheStore::compact() {
     // What will not be changed needs no mark.
     if (!compactionDue_) return compactTables(nullptr);
     if (journal_ && !journal_->start(false)) return false;
-    beginCacheUpdate();
-    if (placeSyncedMark() && compactTables(journal_.get()) && syncDirectory(directory_)) {
+    if (!readOnly_) mark_.beginCacheUpdate();
+    if (mark_.placeSynced() && compactTables(journal_.get()) && syncDirectory(directory_)) {
         endChanges();
         return true;
     }
@@ -601,9 +439,9 @@ bool CacheStore::takeUpSmallFiles() {
 bool CacheStore::check(FsCacheCheck& result) {
     if (!initialized_ || opened_) return false;
     result = FsCacheCheck();
-    readOnly_ = lockIsShared_;
+    readOnly_ = isLockShared();
     recoverCache();
-    if (insideCacheUpdate()) {
+    if (mark_.insideCacheUpdate()) {
         result.problems.emplace_back(
             L"it is marked: its last use was interrupted, or found it damaged");
         return true;
@@ -625,27 +463,18 @@ bool CacheStore::isThere() const {
 
 // ---- Mark and counter -------------------------------------------------------
 
-bool CacheStore::placeMark() {
-    return !cacheChecker_ || presenceOf(path(CacheUpdateSuffix)) == Presence::there ||
-           writeSmallFile(path(CacheUpdateSuffix), nullptr, 0);
-}
-
-bool CacheStore::placeSyncedMark() {
-    return !cacheChecker_ || (placeMark() && syncDirectory(directory_));
-}
-
 // Without a journal, also one that a process left which had finished, the mark has the next
 // user make the cache anew. A reader may do that beside others: nobody writes one meanwhile.
 void CacheStore::markAsDamaged() {
     if (journal_) journal_->remove();
-    placeMark();
+    mark_.place();
 }
 
 bool CacheStore::beginChanges() {
     if (readOnly_) return false;
     if (changed_) return true;
     changeTried_ = true;
-    if (damaged() || !hasSoundEnds() || !keepState() || !placeSyncedMark()) return false;
+    if (damaged() || !hasSoundEnds() || !keepState() || !mark_.placeSynced()) return false;
     changed_ = true;
     return true;
 }
@@ -705,43 +534,8 @@ bool CacheStore::hasNoIdAboveCounter() {
     return !found;
 }
 
-void CacheStore::beginCacheUpdate() {
-    if (!cacheChecker_ || readOnly_) return;
-    debug("FS_Cache::beginCacheUpdate - begin cache update: %ls\n",
-          path(CacheUpdateSuffix).c_str());
-    placeMark();
-}
-
-void CacheStore::endCacheUpdate() {
-    if (!cacheChecker_) return;
-    debug("FS_Cache::endCacheUpdate - end cache update: %ls\n", path(CacheUpdateSuffix).c_str());
-    removeFile(path(CacheUpdateSuffix).c_str());
-}
-
-bool CacheStore::insideCacheUpdate() {
-    if (!cacheChecker_) {
-        debug("FS_Cache::insideCacheUpdate - cacheChecker disabled!\n");
-        return false;
-    }
-    const bool inside = presenceOf(path(CacheUpdateSuffix)) != Presence::absent;
-    debug("FS_Cache::insideCacheUpdate - inside cache update = %s\n", inside ? "true" : "false");
-    return inside;
-}
-
-bool CacheStore::getDirectoriesIDCounter() {
-    std::array<unsigned char, 4> bytes{};
-    if (!readSmallFile(path(CacheCounterSuffix), bytes.data(), bytes.size())) return false;
-    directoriesIndex_ = fromLittleEndian(bytes);
-    return true;
-}
-
 bool CacheStore::updateDirectoriesIDCounter() {
-    return writeCounter(freshPath(CacheCounterSuffix));
-}
-
-bool CacheStore::writeCounter(const std::wstring& path) const {
-    const auto bytes = littleEndian(directoriesIndex_);
-    return writeSmallFile(path, bytes.data(), bytes.size());
+    return writeCounter(freshPath(CacheCounterSuffix), directoriesIndex_);
 }
 
 void CacheStore::expectPatterns() {

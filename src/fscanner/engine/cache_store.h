@@ -8,12 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/engine/cache_files.h"
+#include "fscanner/engine/cache_lock.h"
+#include "fscanner/engine/cache_tables.h"
 #include "fscanner/engine/unread_directories.h"
-#include "fscanner/expr/criteria.h"
-#include "fscanner/platform/abstract_sync.h"
-#include "fscanner/platform/directory_lock.h"
-#include "fscanner/store/fields.h"
-#include "fscanner/store/recordset.h"
 #include "fscanner/store/table_replacement.h"
 #include "fscanner/store/undo_journal.h"
 
@@ -21,76 +19,8 @@ namespace fscanner {
 
 struct FsCacheCheck;
 
-/// Suffixes of the mark, of the counter, of the unread directories, of the checksums and of the
-/// undo journal, and the name of a directory's number.
-extern const wchar_t* CacheUpdateSuffix;
-extern const wchar_t* CacheCounterSuffix;
-extern const wchar_t* CacheUnreadSuffix;
-extern const wchar_t* CacheSumsSuffix;
-extern const wchar_t* CacheUndoSuffix;
-extern const wchar_t* field_ID;
-
-/// Whether the files of a cache can be looked up by this field.
-bool isIndexedFileField(std::wstring_view name);
-
-/// Positions of the fields in the two tables.
-enum FilesField : unsigned { FILES_FILENAME, FILES_ATTR, FILES_SIZE, FILES_PATHID };
-enum DirectoriesField : unsigned {
-    DIRECTORIES_ID,
-    DIRECTORIES_PATHNAME,
-    DIRECTORIES_PARENTID,
-    DIRECTORIES_CREATIONTIME
-};
-
-/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
-/// `free`, null if any is null.
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
-
-/// The name of the access mutex of a cache directory.
-std::wstring accessMutexName(const std::wstring& directory);
-
-/// The evaluators that lookups in the tables go through, with their variables.
-///
-/// A lookup states the field, the value and by that the index to use; the record set
-/// that is given the evaluator walks that index's chain. All are compiled when they
-/// are made: while the criteria command "path" is registered, `pathid` could not be
-/// read.
-class CacheLookups {
-public:
-    CacheLookups();
-
-    /// False when one of them did not compile.
-    bool valid() const { return valid_; }
-
-    bool byId(RecordSet& directories, unsigned id);
-    bool byParentId(RecordSet& directories, unsigned id);
-    bool byPathId(RecordSet& files, unsigned id);
-    /// Candidates for a directory name; the caller compares the name again.
-    bool byPathName(RecordSet& directories, const std::wstring& name, bool caseFlag);
-
-private:
-    bool lookUp(RecordSet& records, CriteriaEvaluator& evaluator, const wchar_t* field,
-                Int32Field& variable, unsigned value);
-
-    Fields variables_;
-    Int32Field* id_ = nullptr;
-    Int32Field* pathId_ = nullptr;
-    Int32Field* parentId_ = nullptr;
-    TextField* pathName_ = nullptr;
-    Fields fields_;  // one of every name that the criteria read, for compiling them
-    std::unique_ptr<CriteriaEvaluator> ceByPathId_;
-    std::unique_ptr<CriteriaEvaluator> ceByParentId_;
-    std::unique_ptr<CriteriaEvaluator> ceById_;
-    std::unique_ptr<CriteriaEvaluator> ceByShortOrLongPathName_;
-    std::unique_ptr<CriteriaEvaluator> ceByPathName_;
-    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndShortOrLongFileName_;
-    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndFileName_;
-    std::unique_ptr<CriteriaEvaluator> ceAnyPathName_;  // for names that are patterns
-    ExpValue hashInfo_;
-    bool valid_ = false;
-};
-
-/// The cache's storage: its files, schema, mark, counter and locks.
+/// The cache's storage: its two tables with the files beside them, from the opening under a
+/// lock to the commit.
 ///
 /// Owns the two tables and the record sets on them. Its states are those of
 /// `FS_Cache`, of which it is the inside.
@@ -100,8 +30,6 @@ private:
 /// mark alone says that the cache is to be made anew.
 class CacheStore {
 public:
-    struct TableKind;
-
     CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                const wchar_t* cacheDirectory, bool compressed, bool cacheChecker);
     CacheStore(const CacheStore&) = delete;
@@ -208,24 +136,16 @@ private:
     void recoverCache();
     void loadUnread();
     void openRecordSets();
-    std::unique_ptr<FS_Table> createTable(const std::wstring& name, const TableKind& kind,
-                                          const char* step);
-    std::unique_ptr<FS_Table> openTable(const std::wstring& name, const TableKind& kind);
+    TablePlace place() const { return {directory_, compressed_, sums_.get()}; }
     std::wstring path(const wchar_t* suffix) const { return pathOf(directoriesName_, suffix); }
     std::wstring pathOf(const std::wstring& table, const wchar_t* suffix) const;
     /// Of a small file: where it is written, beside the old one while all is made anew.
     std::wstring freshPath(const wchar_t* suffix) const;
     Renames renamesAnew() const;
     int lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
-    int lockedResult(int status);
+    bool isLockShared() const { return lock_ && lock_->isShared(); }
 
-    void beginCacheUpdate();
-    void endCacheUpdate();
-    bool insideCacheUpdate();
-    bool placeMark();
-    bool placeSyncedMark();
     void markAsDamaged();
-    bool getDirectoriesIDCounter();
     void removeSmallFiles();
     std::array<std::wstring, 2> indexLists() const;
     bool smallFilesHold();
@@ -238,7 +158,6 @@ private:
     bool hasNoIdAboveCounter();
     bool closeTables();
     bool writeSmallFiles();
-    bool writeCounter(const std::wstring& path) const;
     bool bringToDisk();
     bool bringAnew();
     void abandonAnew();
@@ -263,8 +182,6 @@ private:
     bool changeTried_ = false;  // a failure may be the change's, and not the cache's
     bool compactionDue_ = false;
     bool shrink_ = false;
-    bool lockIsShared_ = false;
-    bool hasAlone_ = false;  // by the lock, once that was got
     bool readOnly_ = false;
     unsigned directoriesIndex_ = 0;
     unsigned long long keptBytes_ = 0;  // the tables' when their state was kept
@@ -274,8 +191,8 @@ private:
     bool unreadFits_ = true;  // its file, and so the counter that is in both
     std::unique_ptr<SumsFile> sums_;
     CacheLookups lookups_;
-    std::unique_ptr<AbstractSync> accessMutex_;
-    std::unique_ptr<DirectoryLock> directoryLock_;
+    std::unique_ptr<CacheLock> lock_;
+    CacheMark mark_;
     std::unique_ptr<UndoJournal> journal_;  // null where there is no mark
     std::unique_ptr<FS_Table> files_;
     std::unique_ptr<FS_Table> directories_;

@@ -1,6 +1,6 @@
 #include "fscanner/engine/explain.h"
 
-#include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/cache_tables.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/expr/token.h"
 #include "fscanner/fs/fs_query.h"

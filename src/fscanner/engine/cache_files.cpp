@@ -1,0 +1,79 @@
+#include "fscanner/engine/cache_files.h"
+
+#include <algorithm>
+#include <array>
+
+#include "fscanner/common/paths.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/platform/small_file.h"
+#include "fscanner/store/bytes.h"
+
+namespace fscanner {
+
+const wchar_t* CacheUpdateSuffix = L".cuflag";
+const wchar_t* CacheCounterSuffix = L".counter";
+const wchar_t* CacheUnreadSuffix = L".unread";
+const wchar_t* CacheSumsSuffix = L".sums";
+const wchar_t* CacheUndoSuffix = L".undo";
+
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
+    if (!directory || !name || !suffix) return nullptr;
+    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
+}
+
+std::wstring accessMutexName(const std::wstring& directory) {
+    std::wstring name = directory + L"_c_mutex";
+    std::replace(name.begin(), name.end(), L'/', L'_');
+    std::replace(name.begin(), name.end(), L':', L'_');
+    return name;
+}
+
+// ---- The counter ------------------------------------------------------------
+
+bool readCounter(const std::wstring& path, unsigned& counter) {
+    std::array<std::byte, 4> bytes{};
+    if (!readSmallFile(path, bytes.data(), bytes.size())) return false;
+    counter = loadInteger<std::uint32_t>(bytes.data());
+    return true;
+}
+
+bool writeCounter(const std::wstring& path, unsigned counter) {
+    std::array<std::byte, 4> bytes{};
+    storeInteger(bytes.data(), std::uint32_t{counter});
+    return writeSmallFile(path, bytes.data(), bytes.size());
+}
+
+// ---- The mark ---------------------------------------------------------------
+
+bool CacheMark::place() const {
+    return !cacheChecker_ || presenceOf(path_) == Presence::there ||
+           writeSmallFile(path_, nullptr, 0);
+}
+
+bool CacheMark::placeSynced() const {
+    return !cacheChecker_ || (place() && syncDirectory(directory_));
+}
+
+void CacheMark::beginCacheUpdate() const {
+    if (!cacheChecker_) return;
+    debug("FS_Cache::beginCacheUpdate - begin cache update: %ls\n", path_.c_str());
+    place();
+}
+
+void CacheMark::endCacheUpdate() const {
+    if (!cacheChecker_) return;
+    debug("FS_Cache::endCacheUpdate - end cache update: %ls\n", path_.c_str());
+    removeFile(path_.c_str());
+}
+
+bool CacheMark::insideCacheUpdate() const {
+    if (!cacheChecker_) {
+        debug("FS_Cache::insideCacheUpdate - cacheChecker disabled!\n");
+        return false;
+    }
+    const bool inside = presenceOf(path_) != Presence::absent;
+    debug("FS_Cache::insideCacheUpdate - inside cache update = %s\n", inside ? "true" : "false");
+    return inside;
+}
+
+}  // namespace fscanner

@@ -1,0 +1,163 @@
+#include "fscanner/engine/cache_tables.h"
+
+#include <algorithm>
+#include <cwchar>
+
+#include "fscanner/common/wildcard.h"
+#include "fscanner/fs/debug.h"
+
+namespace fscanner {
+
+const wchar_t* field_ID = L"ID";
+
+namespace {
+
+constexpr unsigned kInt32 = 3;
+constexpr unsigned kInt64 = 4;
+constexpr unsigned kText = 5;
+
+bool isField(const Field& field, const TableKind::SchemaField& expected) {
+    return field.type() == expected.type && std::wcscmp(field.name(), expected.name) == 0;
+}
+
+}  // namespace
+
+// ---- The two tables ---------------------------------------------------------
+
+const TableKind& TableKind::files() {
+    static const TableKind kind{
+        {{{L"FILENAME", kText}, {L"ATTR", kInt32}, {L"SIZE", kInt64}, {L"PATHID", kInt32}}},
+        {L"FILENAME", L"PATHID"}};
+    return kind;
+}
+
+const TableKind& TableKind::directories() {
+    static const TableKind kind{{{{field_ID, kInt32},
+                                  {L"PATHNAME", kText},
+                                  {L"PARENTID", kInt32},
+                                  {L"CREATIONTIME", kInt32}}},
+                                {L"PATHNAME", field_ID, L"PARENTID"}};
+    return kind;
+}
+
+bool isIndexedFileField(std::wstring_view name) {
+    const auto& indexed = TableKind::files().indexed;
+    return std::find(indexed.begin(), indexed.end(), name) != indexed.end();
+}
+
+bool TableKind::addTo(FS_Table& table) const {
+    return std::all_of(fields.begin(), fields.end(), [&table](const SchemaField& field) {
+        return table.addField(field.name, field.type);
+    });
+}
+
+void TableKind::addIndexes(FS_Table& table, const std::wstring& name) const {
+    for (const wchar_t* field : indexed) table.addHashIndex((name + L"_" + field).c_str(), field);
+}
+
+// A table of another schema, which a stranger or a damaged header left, is no table
+// of this cache; one that lost an index would be searched in vain.
+bool TableKind::fits(FS_Table& table) const {
+    const Fields& schema = table.schema();
+    if (schema.count() != fields.size()) return false;
+    for (unsigned i = 0; i < fields.size(); ++i)
+        if (!isField(*schema.at(i), fields[i])) return false;
+    return std::all_of(indexed.begin(), indexed.end(), [&table](const wchar_t* field) {
+        return table.searchHashIndexForFieldName(field, false) != nullptr;
+    });
+}
+
+std::unique_ptr<FS_Table> TableKind::open(const std::wstring& name, const TablePlace& place) const {
+    debug("FS_Cache::openTable - entering... [%ls]\n", name.c_str());
+    auto table =
+        std::make_unique<FS_Table>(name.c_str(), place.directory.c_str(), place.compressed);
+    table->keepSums(place.sums);
+    if (!table->open() || !fits(*table)) table.reset();
+    debug("FS_Cache::openTable - exit. [retValue is %d]\n", table ? 1 : 0);
+    return table;
+}
+
+std::unique_ptr<FS_Table> TableKind::create(const std::wstring& name, const TablePlace& place,
+                                            const char* step) const {
+    debug("FS_Cache::%s - entering...\n", step);
+    auto table =
+        std::make_unique<FS_Table>(name.c_str(), place.directory.c_str(), place.compressed);
+    table->keepSums(place.sums);
+    if (addTo(*table) && table->create()) {
+        addIndexes(*table, name);
+    } else {
+        table.reset();
+    }
+    debug("FS_Cache::%s - exit. [retValue is %d]\n", step, table ? 1 : 0);
+    return table;
+}
+
+// ---- Lookups ----------------------------------------------------------------
+
+CacheLookups::CacheLookups() {
+    for (const wchar_t* name : {L"id", L"pathid", L"parentid"}) variables_.add(name, kInt32);
+    for (const wchar_t* name : {L"pathname", L"shortpathname", L"filename", L"shortfilename"})
+        variables_.add(name, kText);
+    id_ = fieldAs<Int32Field>(variables_.at(0));
+    pathId_ = fieldAs<Int32Field>(variables_.at(1));
+    parentId_ = fieldAs<Int32Field>(variables_.at(2));
+    pathName_ = fieldAs<TextField>(variables_.at(3));
+
+    for (const wchar_t* name : {L"ID", L"PATHID", L"PARENTID"}) fields_.add(name, kInt32);
+    for (const wchar_t* name : {L"PATHNAME", L"SHORTPATHNAME", L"FILENAME", L"SHORTFILENAME"})
+        fields_.add(name, kText);
+
+    valid_ = true;
+    const auto make = [this](const wchar_t* criteria) {
+        auto evaluator = std::make_unique<CriteriaEvaluator>(criteria);
+        valid_ = evaluator->setVariables(&variables_) && evaluator->setFields(&fields_) &&
+                 evaluator->compile() && valid_;
+        return evaluator;
+    };
+    ceByPathId_ = make(L"[PATHID]==pathid");
+    ceByParentId_ = make(L"[PARENTID]==parentid");
+    ceById_ = make(L"[ID]==id");
+    ceByShortOrLongPathName_ = make(L"[SHORTPATHNAME]==shortpathname || [PATHNAME]==pathname");
+    ceByPathName_ = make(L"[PATHNAME]==pathname");
+    ceByPathIdAndShortOrLongFileName_ =
+        make(L"[PATHID]==pathid && ([FILENAME]==filename || [SHORTFILENAME]==shortfilename)");
+    ceByPathIdAndFileName_ = make(L"[PATHID]==pathid && [FILENAME]==filename");
+    ceAnyPathName_ = make(L"1==1");
+}
+
+bool CacheLookups::lookUp(RecordSet& records, CriteriaEvaluator& evaluator, const wchar_t* field,
+                          Int32Field& variable, unsigned value) {
+    hashInfo_.setType(NUMERIC);
+    hashInfo_.setNumericValue(value);
+    hashInfo_.setNValueString(field);
+    variable.value(value);
+    evaluator.setHashInfo(hashInfo_);
+    records.setCriteria(&evaluator, true);
+    return records.moveFirst();
+}
+
+bool CacheLookups::byId(RecordSet& directories, unsigned id) {
+    return lookUp(directories, *ceById_, L"ID", *id_, id);
+}
+
+bool CacheLookups::byParentId(RecordSet& directories, unsigned id) {
+    return lookUp(directories, *ceByParentId_, L"PARENTID", *parentId_, id);
+}
+
+bool CacheLookups::byPathId(RecordSet& files, unsigned id) {
+    return lookUp(files, *ceByPathId_, L"PATHID", *pathId_, id);
+}
+
+bool CacheLookups::byPathName(RecordSet& directories, const std::wstring& name, bool caseFlag) {
+    // A name that holds "*" or "?" would be compared as a pattern, or not at all.
+    CriteriaEvaluator& evaluator = checkWildCard(name.c_str()) ? *ceAnyPathName_ : *ceByPathName_;
+    hashInfo_.setType(STRING);
+    hashInfo_.setStringValue(name.c_str());
+    hashInfo_.setNValueString(L"PATHNAME");
+    pathName_->value(name.c_str());
+    evaluator.setHashInfo(hashInfo_);
+    directories.setCriteria(&evaluator, caseFlag);
+    return directories.moveFirst();
+}
+
+}  // namespace fscanner
