@@ -124,6 +124,25 @@ bool Index::isSoundHead(unsigned bucket, unsigned records) const {
     return id == NONE ? next == NONE : id < records && isFollower(bucket, next);
 }
 
+// Each index has a slot for every record that was ever inserted, and every chain slot
+// is named by one other. Sums tell an id or a link that was lost or is there twice.
+bool Index::fits(unsigned records) const {
+    const unsigned slots = slotCount();
+    std::uint64_t ids = 0, links = 0, filled = 0;
+    for (unsigned slot = 0; slot < slots; ++slot) {
+        unsigned id = NONE, next = NONE;
+        if (!read(slot, &id, &next)) return false;
+        if (id == NONE && next == NONE && slot < BUCKETS) continue;
+        if (id >= records || !isFollower(slot, next)) return false;
+        ++filled;
+        ids += id;
+        if (next != NONE) links += next;
+    }
+    const auto sumBelow = [](std::uint64_t n) { return n * (n - 1) / 2; };
+    return filled == records && ids == sumBelow(records) &&
+           links == sumBelow(slots) - sumBelow(BUCKETS);
+}
+
 namespace {
 
 /// What stands for the value of an integer field; nothing for other fields.

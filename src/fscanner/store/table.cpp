@@ -9,9 +9,10 @@
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
-#include "fscanner/store/index_list.h"
 #include "fscanner/store/record_cursor.h"
+#include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
 
@@ -123,10 +124,83 @@ bool FS_Table::erase() {
     return isUsable() && !isOpen() && eraseFiles();
 }
 
+bool FS_Table::isWorthIt(const Counts& counts, int percent) {
+    return counts.deleted > static_cast<long long>(counts.stored) * percent / 100;
+}
+
+// A table that this object has just closed is not opened only to find nothing to do.
+bool FS_Table::compact(int percent, UndoJournal* journal) {
+    const bool counted =
+        !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent) && hasFiles();
+    if (!counted && !open()) return false;
+    const Counts counts =
+        counted ? *closedCounts_ : Counts{data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
+    debug("FS_Table::compact - [%d] [stored: %d] [deleted: %d]\n", percent,
+          static_cast<int>(counts.stored), static_cast<int>(counts.deleted));
+    if (!isWorthIt(counts, percent)) {
+        const bool closed = counted || close();
+        debug("FS_Table::compact - [%ls] table compact skipped!\n", name_.c_str());
+        return closed;
+    }
+    debug("FS_Table::compact - performing [%ls] table compact...\n", name_.c_str());
+    // An index that was left out would go on with the old ids.
+    const bool compacted = hasAllIndexes() && TableReplacement::rewrite(*this, journal);
+    close();
+    closedCounts_.reset();  // the files are others
+    return compacted;
+}
+
+bool FS_Table::hasFiles() const {
+    const auto isThere = [this](const wchar_t* suffix) {
+        return presenceOf(path(suffix)) == Presence::there;
+    };
+    return isThere(DATA_SUFFIX) && isThere(OFFSET_SUFFIX);
+}
+
 bool FS_Table::reportDamage(const char* what) {
     if (!damaged_) debug("FS_Table::reportDamage - [%ls] is damaged: %s\n", name_.c_str(), what);
     damaged_ = true;
     return false;
+}
+
+// ---- Checks -----------------------------------------------------------------
+
+// Whether the files of an open table fit each other. Reading checks what it meets; these
+// look at all entries, for those who are about to read or to change them all.
+
+bool FS_Table::checkOffsets() {
+    if (!isOpen() || !offsets_->holdsAll()) return false;
+    const unsigned entries = offsets_->count();
+    const std::byte* entry = offsets_->entries();
+    const unsigned stored = data_->count(COUNT_STORED);
+    unsigned live = 0, last = headerSize() - 1;
+    for (unsigned id = 0; id < entries; ++id, entry += OffsetFile::ENTRY) {
+        const auto offset = loadInteger<std::uint32_t>(entry);
+        if (offset == OffsetFile::REMOVED) continue;
+        if (offset <= last) return reportDamage("the order of its offsets");
+        last = offset;
+        ++live;
+    }
+    const bool counted =
+        live == stored && entries - live == data_->count(COUNT_DELETED) && last < data_->end();
+    return counted || reportDamage("its offsets or counts");
+}
+
+bool FS_Table::checkEnds() {
+    if (!isOpen()) return false;
+    const std::uint64_t records =
+        std::uint64_t{data_->count(COUNT_STORED)} + data_->count(COUNT_DELETED);
+    if (records != offsets_->count()) return reportDamage("its counts");
+    for (const auto& index : indexes_)
+        if (!checkIndex(*index)) return false;
+    return true;
+}
+
+bool FS_Table::checkStructure() {
+    if (!checkOffsets()) return false;
+    for (const auto& index : indexes_)
+        if (!index->fits(offsets_->count())) return reportDamage("an index");
+    return true;
 }
 
 // ---- Records ----------------------------------------------------------------

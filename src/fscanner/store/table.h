@@ -30,7 +30,7 @@ struct RecordHeader {
 ///
 ///     NAME.dat       schema, counts, records        DataFile
 ///     NAME.pxx       where each id's record is      OffsetFile
-///     NAME_idx.dat   the list of indexes            index_list.h
+///     NAME_idx.dat   the list of indexes            table_indexes.h
 ///     INDEX.idx      an index                       Index
 ///
 /// A table is closed until `create` or `open`; on a closed one everything but
@@ -168,7 +168,7 @@ public:
     int lock(long timeout);
     void unlock();
 
-    // ---- Hash indexes (hashindex.h) -----------------------------------------
+    // ---- Hash indexes (hashindex.h; the source is table_indexes.cpp) ---------
 
     /// Builds an index on a field and enters it in the list. False when closed, for
     /// a null name, and when there is an index of that name; true even when
@@ -236,8 +236,6 @@ private:
     bool eraseFiles();
     bool holds(unsigned id, ByteRange record);
     static bool isWorthIt(const Counts& counts, int percent);
-    bool rewrite(UndoJournal* journal);
-    bool copyRecords(FS_Table& fresh);
 
     bool rewriteInPlace(unsigned id, const Fields& values);
     bool replace(unsigned id, const Fields& values);

@@ -1,13 +1,51 @@
-// The table's hash indexes: their list, their upkeep and their walks.
+#include "fscanner/store/table_indexes.h"
 
 #include <algorithm>
 #include <cwchar>
 
 #include "fscanner/common/paths.h"
-#include "fscanner/store/index_list.h"
+#include "fscanner/platform/small_file.h"
+#include "fscanner/platform/sysfactory.h"
+#include "fscanner/store/bytes.h"
 #include "fscanner/store/table.h"
 
 namespace fscanner {
+
+// ---- The list's file --------------------------------------------------------
+
+OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries) {
+    const auto file = SysFactory::createMmFile(path);
+    if (!file->open())
+        return presenceOf(path) == Presence::absent ? OpenResult::ok : OpenResult::failed;
+    const std::span<const std::byte> content = file->content();
+    ByteRange in(content.data(), content.data() + content.size());
+    while (!in.empty()) {
+        std::uint32_t tag = 0;
+        IndexListEntry entry;
+        if (!in.takeInteger(tag) || !takeName(in, entry.indexName) ||
+            !takeName(in, entry.fieldName)) {
+            return OpenResult::damaged;
+        }
+        if (tag == HASH_INDEX_TAG) entries.push_back(std::move(entry));
+    }
+    return OpenResult::ok;
+}
+
+bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entries) {
+    std::vector<std::byte> bytes;
+    for (const IndexListEntry& entry : entries) {
+        appendInteger(bytes, HASH_INDEX_TAG);
+        appendName(bytes, entry.indexName);
+        appendName(bytes, entry.fieldName);
+    }
+    const auto file = SysFactory::createMmFile(path);
+    if (!file->create()) return false;
+    const auto length = static_cast<unsigned>(bytes.size());
+    if (length != 0 && file->write(bytes.data(), length) != length) return false;
+    return file->close();
+}
+
+// ---- The list ---------------------------------------------------------------
 
 namespace {
 
@@ -44,8 +82,6 @@ std::shared_ptr<Index> FS_Table::searchHashIndexForIndexName(const wchar_t* inde
         return std::wcscmp(index.getIndexName(), indexName) == 0;
     });
 }
-
-// ---- The list ---------------------------------------------------------------
 
 bool FS_Table::addHashIndex(const wchar_t* indexName, const wchar_t* fieldName) {
     if (!isOpen() || !indexName || !fieldName) return false;
@@ -234,6 +270,46 @@ FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned&
         return Visit::damaged;
     }
     return offsets_->isLive(recordId) ? Visit::live : Visit::removed;
+}
+
+// ---- Keys -------------------------------------------------------------------
+
+// An index that was made for another field, or for another table, gives itself away
+// by any record; the newest stands near the head of its chain.
+bool FS_Table::checkIndex(Index& index) {
+    if (!constantKeys_ || index.tested()) return true;
+    unsigned newest = offsets_->count();
+    while (newest > 0 && !offsets_->isLive(newest - 1)) --newest;
+    if (newest-- == 0) return true;
+    std::wstring key;
+    if (!readKey(index, newest, key)) return false;
+    unsigned id = 0, next = 0;
+    bool more = hashIndex_moveFirst(index, key.c_str(), id, next);
+    while (more && id != newest) more = hashIndex_moveNext(index, id, next);
+    index.tested() = more;
+    return more || reportDamage("an index that lacks the newest record");
+}
+
+bool FS_Table::belongs(const Index& index, unsigned id, const std::wstring& key) {
+    std::wstring own;
+    if (!constantKeys_) return true;
+    if (!readKey(index, id, own)) return false;
+    return indexBucket(own.c_str()) == indexBucket(key.c_str()) ||
+           reportDamage("a record in another's chain");
+}
+
+bool FS_Table::readKey(const Index& index, unsigned id, std::wstring& key) {
+    Fields values(schema_);
+    const Field* field = values.name(index.getFieldName());
+    if (!field) return reportDamage("an index on no field");
+    std::vector<bool> wanted;
+    do wanted.push_back(values.at(static_cast<unsigned>(wanted.size())) == field);
+    while (!wanted.back());
+    const ByteRange bytes = record(id);
+    if (bytes.empty()) return false;
+    if (codec_.decodeSome(bytes, values, wanted) != DecodeResult::ok)
+        return reportDamage("a record");
+    return makeIndexKey(*field, key);
 }
 
 }  // namespace fscanner

@@ -27,7 +27,13 @@ public:
     /// not be renamed: there may be files of both then.
     [[nodiscard]] bool takePlaces();
 
+    /// All of that at once: replaces an open table by one of its live records, and closes it.
+    /// `FS_Table::compact` tells what a journal is for, and what a failure leaves.
+    [[nodiscard]] static bool rewrite(FS_Table& table, UndoJournal* journal);
+
 private:
+    bool copyRecords();
+
     FS_Table& table_;
     FS_Table fresh_;
     std::vector<std::pair<std::wstring, std::wstring>> indexes_;  // name and field

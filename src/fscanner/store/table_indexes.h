@@ -5,6 +5,9 @@
 
 #include "fscanner/store/data_file.h"
 
+/// The hash indexes of a table: the file that lists them. What `FS_Table` does with them, their
+/// upkeep and their walks, is in the source of this header.
+
 namespace fscanner {
 
 /// One entry of a table's index list file.
