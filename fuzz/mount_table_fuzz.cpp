@@ -2,8 +2,8 @@
 // to. A search of the local drives never gets a pair on another, nor walks into one.
 
 #include "discovery/fixtures.h"
+#include "fscanner/discovery/drivehelper.h"
 #include "fscanner/discovery/mount_map.h"
-#include "fscanner/discovery/mounted_drives.h"
 #include "fuzz.h"
 
 namespace {

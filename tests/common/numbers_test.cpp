@@ -6,7 +6,7 @@
 #include <climits>
 #include <string>
 
-#include "fscanner/common/evaluator.h"
+#include "fscanner/common/common.h"
 #include "fscanner/common/time.h"
 
 using namespace fscanner;

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "fscanner/common/heap_string.h"
-#include "fscanner/common/string_list.h"
 
 using namespace fscanner;
 

@@ -1,6 +1,6 @@
 // From a mount table to the drives that searches go by.
 
-#include "fscanner/discovery/mounted_drives.h"
+#include "fscanner/discovery/drivehelper.h"
 
 #include <gmock/gmock.h>
 

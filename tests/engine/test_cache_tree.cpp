@@ -7,7 +7,6 @@
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_tree.h"
-#include "fscanner/engine/directory_chain.h"
 
 namespace fscanner {
 namespace {

@@ -13,7 +13,7 @@
 
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
-#include "fscanner/filetype/directory_names.h"
+#include "fscanner/filetype/directory_types.h"
 #include "fscanner/fs/fs_resultset_file.h"
 #include "fscanner/fs/temp_files.h"
 #include "host.h"

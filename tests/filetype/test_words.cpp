@@ -2,7 +2,7 @@
 #include <vector>
 
 #include "filetype_fixture.h"
-#include "fscanner/filetype/file_output.h"
+#include "fscanner/filetype/file_program.h"
 
 namespace fscanner {
 namespace {

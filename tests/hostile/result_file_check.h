@@ -5,7 +5,7 @@
 
 #include "fs/result_file_support.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/fs/result_record_io.h"
+#include "fscanner/fs/record_merge.h"
 
 namespace fscanner {
 

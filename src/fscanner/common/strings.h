@@ -1,5 +1,9 @@
 #pragma once
 
+#include <memory>
+#include <string>
+#include <vector>
+
 namespace fscanner {
 
 /// Text helpers. A blank is the space U+0020 only.
@@ -41,5 +45,25 @@ wchar_t* insertAndReplaceString(const wchar_t* s, const wchar_t* find, const wch
 /// it was, when a token does not fit in `size` characters, terminator included; an
 /// operator wants a `size` above 4.
 bool tokenize(const wchar_t* s, wchar_t* out, unsigned size);
+
+/// An ordered list of owned string copies; `T` is `char` or `wchar_t`.
+template <typename T>
+class StringList {
+public:
+    /// Appends a copy. False for null, or when memory runs out.
+    bool insert(const T* s);
+    /// Index of the first element equal to `s`, or -1.
+    int find(const T* s) const;
+    /// Element `i`, owned by the list and valid until it changes; null out of range.
+    const T* at(int i) const;
+    int size() const { return static_cast<int>(items_.size()); }
+    void clear() { items_.clear(); }
+
+private:
+    std::vector<std::basic_string<T>> items_;
+};
+
+extern template class StringList<char>;
+extern template class StringList<wchar_t>;
 
 }  // namespace fscanner

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fscanner/common/string_list.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/discovery/drive_info.h"
 
 namespace fscanner {

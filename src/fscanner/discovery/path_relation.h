@@ -2,6 +2,10 @@
 
 #include <cstddef>
 #include <string_view>
+#include <vector>
+
+#include "fscanner/discovery/drive_info.h"
+#include "fscanner/discovery/path_info.h"
 
 namespace fscanner {
 
@@ -31,5 +35,26 @@ bool climb(std::wstring_view path, Accepts accepts) {
         if (path.find(L'/') == path.npos) return false;
     }
 }
+
+/// A place to search, and the drive that it lies on.
+struct PathDrive {
+    PathInfo path;
+    DriveInfo drive;
+};
+
+/// Membership of a path in a list of path patterns. Entries without a text match
+/// nothing; an empty list matches nothing.
+
+/// Whether some entry covers `path`. With `recursiveOnly`, only recursive entries
+/// take part.
+bool checkPathList(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag,
+                   bool recursiveOnly);
+
+/// Index of the covering entry with the longest text, the first of equals; or -1.
+int checkPathListEx(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag);
+
+/// The same over the pairs whose drive type is in `typeMask`.
+int checkPathDriveListEx(const wchar_t* path, const std::vector<PathDrive>& list, unsigned typeMask,
+                         bool caseFlag);
 
 }  // namespace fscanner

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "fscanner/discovery/path_match.h"
+#include "fscanner/discovery/path_relation.h"
 #include "fscanner/discovery/real_path.h"
 
 namespace fscanner {

@@ -9,7 +9,6 @@
 #include <string_view>
 #include <vector>
 
-#include "fscanner/discovery/path_match.h"
 #include "fscanner/discovery/path_relation.h"
 #include "fscanner/discovery/real_path.h"
 

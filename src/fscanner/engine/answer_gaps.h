@@ -1,5 +1,14 @@
 #pragma once
 
+#include <functional>
+#include <vector>
+
+#include "fscanner/discovery/path_info.h"
+#include "fscanner/fs/fs_resultset.h"
+
+/// What an answer lacks without any step of a query failing: paths that lead nowhere, records
+/// that a writer refused, what exclusions left out.
+
 namespace fscanner {
 
 class FsQuery;
@@ -22,6 +31,57 @@ public:
 private:
     bool missedBefore_;
     bool pathsMissing_ = false;
+};
+
+/// Passes records on and remembers whether one was refused, as by a full disk: an answer
+/// with a hole in it is no success.
+class CheckedWriter : public FsResultSetWriter {
+public:
+    explicit CheckedWriter(FsResultSetWriter& to) : to_(to) {}
+
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                  unsigned attributes) override {
+        return note(to_.addRecord(path, name, size, attributes));
+    }
+    int addRecord(const FsFileInfo& record) override { return note(to_.addRecord(record)); }
+    int close() override { return to_.close(); }
+
+    /// `status`, or the writer's own failure where that was a success.
+    int resultOf(int status) const { return status == 0 ? failure_ : status; }
+
+private:
+    int note(int result) {
+        if (result < 0) failure_ = result;
+        return result;
+    }
+
+    FsResultSetWriter& to_;
+    int failure_ = 0;
+};
+
+class CacheStore;
+
+/// Tells the observer which exclusions an answer from the cache met, so that a host knows
+/// of those that met nothing: each once, by one directory that it leaves out. Does nothing
+/// without an observer. The exclusions must outlive it.
+class ExclusionWatch {
+public:
+    ExclusionWatch(const std::vector<PathInfo>& exclusions, bool caseSensitive);
+
+    /// Takes note of a directory that some exclusion covers.
+    void met(const wchar_t* directory);
+    /// Looks for the exclusions that were not met so far, among the directories that
+    /// `isSearched`: their files may not have matched.
+    void lookUpOthers(CacheStore& store,
+                      const std::function<bool(const wchar_t* directory)>& isSearched);
+
+private:
+    void lookUp(CacheStore& store, const PathInfo& exclusion,
+                const std::function<bool(const wchar_t* directory)>& isSearched);
+    bool covers(const PathInfo& exclusion, const wchar_t* directory) const;
+
+    std::vector<const PathInfo*> others_;
+    bool caseSensitive_;
 };
 
 }  // namespace fscanner

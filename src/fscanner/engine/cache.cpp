@@ -1,11 +1,10 @@
 #include "fscanner/engine/cache.h"
 
 #include "fscanner/engine/answer_gaps.h"
+#include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
-#include "fscanner/engine/cache_upkeep.h"
-#include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/explain.h"
 #include "fscanner/fs/wall.h"
 

@@ -5,7 +5,7 @@
 
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
-#include "fscanner/engine/directory_chain.h"
+#include "fscanner/engine/cache_tree.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/sums_file.h"

@@ -10,7 +10,7 @@
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
-#include "fscanner/common/string_list.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/debug.h"

@@ -8,7 +8,6 @@
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache.h"
-#include "fscanner/engine/checked_writer.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/debug.h"

@@ -4,7 +4,7 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/discovery/mounted_drives.h"
+#include "fscanner/discovery/drivehelper.h"
 #include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/fs/fs_query.h"

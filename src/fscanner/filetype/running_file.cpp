@@ -8,7 +8,6 @@
 #include <string_view>
 #include <utility>
 
-#include "fscanner/filetype/file_output.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/platform/descriptor.h"
 

@@ -13,7 +13,6 @@
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/drivehelper.h"
-#include "fscanner/discovery/mounted_drives.h"
 #include "fscanner/discovery/real_path.h"
 #include "fscanner/filetype/filetypehelper.h"
 #include "fscanner/fs/wall.h"

@@ -13,7 +13,6 @@
 #include "fscanner/fs/fs_serializator_file.h"
 #include "fscanner/fs/naturalmerge.h"
 #include "fscanner/fs/record_merge.h"
-#include "fscanner/fs/result_record_io.h"
 #include "fscanner/fs/temp_files.h"
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/sysfactory.h"

@@ -88,9 +88,23 @@ int waitWhile(SyncRecord& record, const timespec* deadline, Blocked blocked) {
 /// beyond whole seconds are added to the microseconds, and anything above 999
 /// carries a second, deliberately: a limit of 0 or 100 lasts about one second,
 /// 1500 about two, and one in a thousand a second less.
-timespec syncDeadline(timeval now, long milliseconds);
+inline timespec syncDeadline(timeval now, long milliseconds) {
+    timespec deadline{};
+    deadline.tv_sec = now.tv_sec + milliseconds / 1000;
+    long rest = now.tv_usec + milliseconds % 1000;
+    if (rest > 999) {
+        ++deadline.tv_sec;
+        rest -= 1000;
+    }
+    deadline.tv_nsec = rest * 1000;
+    return deadline;
+}
 /// The same from the present.
-timespec syncDeadline(long milliseconds);
+inline timespec syncDeadline(long milliseconds) {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return syncDeadline(now, milliseconds);
+}
 
 /// The records of one class of objects by name.
 ///

@@ -1,4 +1,4 @@
-#include "fscanner/filetype/file_type_checker.h"
+#include "fscanner/filetype/filetypehelper.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -19,9 +19,7 @@
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/filetype/directory_names.h"
 #include "fscanner/filetype/directory_types.h"
-#include "fscanner/filetype/file_output.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/debug.h"
 

@@ -1,4 +1,4 @@
-#include "fscanner/common/evaluator.h"
+#include "fscanner/common/common.h"
 
 namespace fscanner {
 
