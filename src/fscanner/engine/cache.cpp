@@ -3,9 +3,8 @@
 #include "fscanner/engine/answer_gaps.h"
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/cache_query.h"
-#include "fscanner/engine/cache_report.h"
 #include "fscanner/engine/cache_store.h"
-#include "fscanner/engine/explain.h"
+#include "fscanner/engine/reports.h"
 #include "fscanner/fs/wall.h"
 
 // The wall between plug-ins and the cache: nothing is thrown beyond it, and the codes

@@ -6,7 +6,7 @@
 #include "fscanner/common/paths.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
-#include "fscanner/engine/cache_report.h"
+#include "fscanner/engine/reports.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/platform/small_file.h"
 

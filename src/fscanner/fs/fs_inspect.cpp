@@ -1,5 +1,5 @@
 // What the public header tells of drives, files and types. What it tells of criteria needs the
-// search itself: fsCheckCriteria is in engine/explain.cpp, FsRecordFilter in
+// search itself: fsCheckCriteria is in engine/reports.cpp, FsRecordFilter in
 // engine/file_processor.cpp.
 
 #include "fscanner/fs/fs_inspect.h"
