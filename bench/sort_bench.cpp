@@ -25,9 +25,9 @@
 #include <string>
 #include <vector>
 
+#include "fscan/sort/memory_sorter.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/fs_resultset_file.h"
-#include "memory_sorter.h"
 
 namespace {
 

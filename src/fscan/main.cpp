@@ -1,8 +1,7 @@
-/// fscan, the command-line host: options in, one query per searched directory,
-/// matches out as they are found. options, criteria, search_roots, excludes and
-/// query_builder make the queries; search has them answered as asking says;
-/// record_printer, output and messages are what the user sees. explain and
-/// cache_commands look at what a search would use.
+/// fscan, the command-line host: options in, one query per searched directory, matches out
+/// as they are found. options/ reads the command line, query/ makes queries of it, search/
+/// has them answered, sort/ puts the matches in order and records/ prints them. cache/ has
+/// the commands that look at the cache itself.
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -13,18 +12,18 @@
 #include <optional>
 #include <string_view>
 
-#include "cache_commands.h"
-#include "criteria.h"
-#include "drives.h"
-#include "exit_status.h"
+#include "fscan/cache/cache_commands.h"
+#include "fscan/options/options.h"
+#include "fscan/output/messages.h"
+#include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
+#include "fscan/process/interruption.h"
+#include "fscan/query/criteria.h"
+#include "fscan/query/drives.h"
+#include "fscan/search/search.h"
+#include "fscan/text/user_locale.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
-#include "interruption.h"
-#include "messages.h"
-#include "options.h"
-#include "output.h"
-#include "search.h"
-#include "user_locale.h"
 
 namespace fscan {
 

@@ -1,0 +1,204 @@
+#include "fscan/options/options.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <string_view>
+
+#include "fscan/options/command_words.h"
+#include "fscan/options/option_values.h"
+#include "fscan/options/suggestion.h"
+#include "fscan/options/word_list.h"
+#include "fscan/output/messages.h"
+#include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
+
+namespace fscan {
+
+namespace {
+
+constexpr const char* description =
+    R"(fscan finds files by name and by criteria over name, size and attributes.
+
+Examples:
+  fscan -n '*.h' -n '*.hpp' /usr/include      headers, by name
+  fscan --larger 10M --older 30d -l /var      large files that are not new
+  fscan -t ELF --perm u+w /usr/bin            programs their owners may change
+  fscan -w '[SIZE] > 1000 && [SIZE] < 2000'   by criteria
+  fscan -n '*.log' -x '*/archive' --exec gzip {} ';'
+)";
+
+constexpr const char* exitStatuses =
+    R"(Exit status: 0 something found, 1 nothing found, 2 wrong option or criteria,
+or no right PATH, 3 the answer is incomplete, 4 the provider, the cache, the
+mount table, the file program or the output failed, 5 a command of --exec
+failed.)";
+
+std::string_view firstLine(std::string_view text) {
+    return text.substr(0, text.find('\n'));
+}
+
+constexpr std::size_t helpColumn = 28;
+constexpr std::size_t helpWidth = 79;
+
+/// The text in lines of so many characters, broken at spaces.
+std::string wrapped(std::string text, std::size_t width) {
+    for (std::size_t start = 0; text.size() - start > width;) {
+        const std::size_t space = text.rfind(' ', start + width);
+        if (space == text.npos || space <= start) break;
+        text[space] = '\n';
+        start = space + 1;
+    }
+    return text;
+}
+
+/// The help for terminals of 80 columns, with the usage of arguments that CLI11 does not
+/// know about.
+class HelpFormatter : public CLI::Formatter {
+public:
+    HelpFormatter() { column_width(helpColumn); }
+    std::string make_option_opts(const CLI::Option* option) const override {
+        return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
+    }
+    std::string make_option_desc(const CLI::Option* option) const override {
+        return wrapped(option->get_description(), helpWidth - helpColumn);
+    }
+    std::string make_usage(const CLI::App*, std::string) const override {
+        return "Usage: fscan [OPTIONS] [PATH...]\n"
+               "PATH is a directory to search; default: the current one. It may begin with\n"
+               "a drive group: $local::PATH, $remote::PATH, $other::PATH, $all::PATH.\n\n";
+    }
+    std::string make_group(std::string group, bool positional,
+                           std::vector<const CLI::Option*> options) const override {
+        // Its own begins and ends with an empty line.
+        return Formatter::make_group(group, positional, options).substr(1);
+    }
+};
+
+CLI::ParseError wrong(const std::string& text) {
+    return {text, CLI::ExitCodes::ExtrasError};
+}
+
+std::vector<std::string> longOptions(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : app.get_options())
+        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+    return names;
+}
+
+/// Takes what is no option as PATHs. They are no positionals of CLI11, which
+/// would read "[a,b]" as a list.
+void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
+    bool dashesSeen = false;
+    for (std::string& argument : app.remaining()) {
+        if (!dashesSeen && argument == "--") {
+            dashesSeen = true;
+        } else if (!dashesSeen && argument.size() > 1 && argument.starts_with('-')) {
+            const std::string name = argument.substr(0, argument.find('='));
+            const bool isLong = name.starts_with("--");
+            throw wrong("unknown option " + argument +
+                        (isLong ? suggestionText(name, longOptions(app)) : ""));
+        } else {
+            paths.push_back(std::move(argument));
+        }
+    }
+}
+
+/// Refuses "-name", which would be -n with the value "ame".
+void refuseLongNamesWithOneDash(const CLI::App& app, const std::vector<std::string>& arguments) {
+    const std::vector<std::string> known = longOptions(app);
+    for (const std::string& argument : arguments) {
+        if (argument == "--") return;
+        const std::string meant = fmt::format("-{}", argument);
+        if (argument.size() > 2 && std::find(known.begin(), known.end(), meant) != known.end())
+            throw wrong(fmt::format("unknown option {}; did you mean {}?", argument, meant));
+    }
+}
+
+/// CLI11 stops reading at "++".
+void refuseTerminator(const std::vector<std::string>& arguments) {
+    for (const std::string& argument : arguments) {
+        if (argument == "--") return;
+        if (argument == "++") throw wrong("++ must follow -- or be written ./++");
+    }
+}
+
+/// Options of which at most one can be meant.
+void refuseContradictions(const Options& options) {
+    const bool runs = options.runsCommands();
+    const int forms = (options.form != OutputForm::plain ? 1 : 0) +
+                      (options.formatTemplate ? 1 : 0) + (options.countOnly ? 1 : 0) +
+                      (runs ? 1 : 0);
+    if (forms > 1)
+        throw wrong("only one of --long, --json, --json-array, --csv, --format, --count, --exec");
+    const bool lines = options.form == OutputForm::plain || options.form == OutputForm::longer;
+    if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
+}
+
+/// What is no mistake of the command line, but finds nothing.
+void remarkOnImpossible(const Options& options) {
+    if (options.larger && options.smaller && *options.smaller <= *options.larger + 1)
+        complain("note: no size is both --larger and --smaller");
+    if (options.newer && options.older && *options.older <= *options.newer + 1)
+        complain("note: no time is both --newer and --older");
+}
+
+void addCommands(CLI::App& app) {
+    // For the help alone: they are taken out before the others are read.
+    const char* group = "What to run";
+    app.add_option("-e,--exec")
+        ->type_name("CMD... ;")
+        ->description("Run CMD for each match, in order; {} is its path")
+        ->group(group);
+    app.add_option("--exec-batch")
+        ->type_name("CMD... +")
+        ->description("Run CMD with as many matches as it can take for {}")
+        ->group(group);
+    app.add_option("--exec-dir")
+        ->type_name("CMD... ;")
+        ->description("Run CMD for each match in its directory; {} is ./NAME; safest")
+        ->group(group);
+}
+
+}  // namespace
+
+std::optional<int> parseOptions(int argc, char** argv, Options& options, Output& out) {
+    CLI::App app(description, "fscan");
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.allow_extras();
+    app.footer(exitStatuses);
+    addSelection(app, options);
+    addPlaces(app, options);
+    addProvider(app, options);
+    addOutput(app, options);
+    addCommands(app);
+    addReports(app, options);
+    addOthers(app, options);
+    const CLI::Option* words = app.add_flag("--list-words")->group("");  // for completions
+    try {
+        std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
+        arguments = takeCommands(arguments, options);
+        refuseLongNamesWithOneDash(app, arguments);
+        refuseTerminator(arguments);
+        std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+        app.parse(arguments);
+        takePaths(app, options.paths);
+        refuseContradictions(options);
+        remarkOnImpossible(options);
+        if (words->count() == 0) return std::nullopt;
+        listWords(app, out);
+    } catch (const CLI::CallForHelp&) {
+        out.write(app.help());
+    } catch (const CLI::CallForVersion& version) {
+        out.write(version.what() + std::string("\n"));
+    } catch (const CLI::ParseError& error) {
+        const std::string_view text = firstLine(error.what());
+        complain(fmt::format("{}{} fscan --help", text, text.ends_with('?') ? " See" : "; see"));
+        return STATUS_USAGE;
+    }
+    return STATUS_FOUND;
+}
+
+}  // namespace fscan

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fscan/sort/sort_order.h"
+#include "fscan/text/permissions.h"
+
+namespace fscan {
+
+class Output;
+
+/// Which mounted file systems are searched.
+enum class DriveChoice { all, local, remote };
+
+/// How the paths of matches are written: below the PATH as it was given, without
+/// links, or from the current directory on.
+enum class PathStyle { given, absolute, relative };
+
+/// How matches are printed.
+enum class OutputForm { plain, longer, json, jsonArray, csv };
+
+/// On a terminal alone, whatever standard output is, or not at all.
+enum class WhenToUse { automatic, always, never };
+
+/// A command for each match, one for many, or one for each in the match's directory.
+enum class CommandUse { forEach, forMany, inDirectory };
+
+/// What is to be done with the cache instead of searching.
+enum class CacheTask { none, status, check, compact, clear, forget };
+
+/// The command line, as given: texts are in the locale's encoding.
+struct Options {
+    std::vector<std::string> names;
+    std::vector<std::string> pathGlobs;
+    std::vector<std::string> types;
+    std::vector<PermissionTest> permissions;
+    std::vector<std::string> criteria;
+    std::vector<std::string> excludes;
+    std::vector<std::string> fileSystems;
+    std::vector<std::string> notFileSystems;
+    std::vector<std::string> paths;
+    std::optional<std::string> check;
+    std::optional<std::string> debugLog;
+    std::optional<std::string> provider;
+    std::optional<unsigned long long> larger;   ///< bytes
+    std::optional<unsigned long long> smaller;  ///< bytes
+    std::optional<std::time_t> newer;
+    std::optional<std::time_t> older;
+    std::optional<unsigned> owner;  ///< user ID
+    std::optional<SortKey> sortKey;
+    std::optional<unsigned long long> limit;  ///< of matches
+    std::optional<std::string> formatTemplate;
+    std::optional<std::vector<std::string>> command;  ///< to be run for the matches
+    CommandUse commandUse = CommandUse::forEach;
+    bool runsCommands() const { return command.has_value(); }
+    std::optional<std::string> summaryFile;
+    std::optional<std::string> cacheDirectory;
+    std::string forgotten;                        ///< the tree that is to go from the cache
+    std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
+    unsigned maximumAge = 600;                    ///< of cached answers, in seconds
+    CacheTask cacheTask = CacheTask::none;
+    DriveChoice drives = DriveChoice::all;
+    PathStyle pathStyle = PathStyle::given;
+    OutputForm form = OutputForm::plain;
+    WhenToUse color = WhenToUse::automatic;
+    WhenToUse hyperlinks = WhenToUse::automatic;
+    bool recurse = true;
+    bool wait = false;  ///< for others who use the cache, however long
+    bool ignoreCase = false;
+    bool allFileSystems = false;
+    bool nullTerminated = false;
+    bool countOnly = false;
+    bool exactSizes = false;
+    bool withTypes = false;
+    bool links = false;
+    bool errors = false;
+    bool strict = false;
+    bool quiet = false;
+    bool reverse = false;
+    bool spill = false;
+    bool listDrives = false;
+    bool explain = false;
+    bool statistics = false;
+    bool summary = false;  ///< as JSON
+};
+
+/// Fills `options`. An exit status where the program is done with that: after
+/// the help, the version, or an error message.
+std::optional<int> parseOptions(int argc, char** argv, Options& options, Output& out);
+
+}  // namespace fscan

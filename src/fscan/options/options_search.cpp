@@ -1,0 +1,168 @@
+// The options that say what is searched, where, and how.
+
+#include <pwd.h>
+
+#include <charconv>
+
+#include "fscan/options/option_values.h"
+#include "fscan/options/options.h"
+#include "fscan/text/moment.h"
+#include "fscan/text/path_glob.h"
+#include "fscan/text/permissions.h"
+
+namespace fscan {
+
+namespace {
+
+/// Milliseconds of it fit into 31 bits.
+constexpr unsigned greatestSeconds = 2'000'000;
+/// The cache subtracts it from the time of day, and must not get below 0.
+constexpr unsigned greatestAge = 1'000'000'000;
+
+CLI::Option* addMoment(CLI::App& app, const std::string& flag, std::optional<std::time_t>& moment,
+                       const std::string& help) {
+    return addValue(
+        app, flag, "WHEN",
+        [flag, &moment](const std::string& text) {
+            moment = parseMoment(text, std::time(nullptr));
+            if (!moment)
+                throw CLI::ValidationError(
+                    flag, "not a duration such as 2h, and not a date such as 2026-11-21 07:30");
+        },
+        help);
+}
+
+/// A user's ID, by name or as a number.
+std::optional<unsigned> userId(const std::string& text) {
+    if (const passwd* user = getpwnam(text.c_str())) return user->pw_uid;
+    unsigned id = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, id);
+    if (text.empty() || stop != end || error != std::errc()) return std::nullopt;
+    return id;
+}
+
+void addNames(CLI::App& app, Options& options, const char* group) {
+    addTexts(app, "-n,--name", "GLOB", options.names,
+             "The file's name matches (*, ?); several are or-ed")
+        ->group(group);
+    addTexts(
+        app, "--path", "GLOB",
+        [&options](const std::string& glob) {
+            if (!wholePathGlob(glob))
+                throw CLI::ValidationError("--path", "the current directory is gone");
+            options.pathGlobs.push_back(glob);
+        },
+        "The whole path matches, from / or ./ on, or its end; * matches / too; several are or-ed")
+        ->group(group);
+    addTexts(
+        app, "-t,--type", "WORD",
+        [&options](const std::string& word) {
+            // The criteria has no way to write it.
+            if (word.empty() || word.find('"') != word.npos)
+                throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
+            options.types.push_back(word);
+        },
+        "The file program says this word of it: ELF, ASCII, PNG; several are or-ed")
+        ->group(group);
+}
+
+void addFacts(CLI::App& app, Options& options, const char* group) {
+    addSize(app, "--larger", options.larger, "More bytes than that: 4096, 10k, 5M, 2G")
+        ->group(group);
+    addSize(app, "--smaller", options.smaller, "Fewer bytes than that")->group(group);
+    addMoment(app, "--newer", options.newer, "Modified within that time (2h), or after that date")
+        ->group(group);
+    addMoment(app, "--older", options.older, "Modified before that")->group(group);
+    addTexts(
+        app, "--perm", "BITS",
+        [&options](const std::string& text) {
+            const auto tests = permissionTests(text);
+            if (!tests)
+                throw CLI::ValidationError("--perm", "not permissions such as x, u+w or u+w,o+r");
+            options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
+        },
+        "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both)")
+        ->group(group);
+    addValue(
+        app, "--owner", "USER",
+        [&options](const std::string& text) {
+            options.owner = userId(text);
+            if (!options.owner) throw CLI::ValidationError("--owner", "no user " + text);
+        },
+        "Owned by that user: a name or a number")
+        ->group(group);
+    app.add_flag("--links", options.links, "Symbolic links alone")->group(group);
+}
+
+void addCache(CLI::App& app, Options& options, const char* group) {
+    CLI::Option* age = addDuration(
+                           app, "--max-age", 0, greatestAge,
+                           [&options](unsigned seconds) { options.maximumAge = seconds; },
+                           "Take no answer from the cache that is older; 10m unless given")
+                           ->group(group);
+    app.add_flag_function(
+           "--fresh", [&options](auto) { options.maximumAge = 0; },
+           "Scan anew, like --max-age 0, however young the cache is")
+        ->excludes(age)
+        ->group(group);
+    addText(app, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is")->group(group);
+    app.add_flag("--wait", options.wait,
+                 "Wait for others who use the cache; otherwise after a second without it")
+        ->group(group);
+}
+
+}  // namespace
+
+void addSelection(CLI::App& app, Options& options) {
+    const char* group = "What to find";
+    addNames(app, options, group);
+    addFacts(app, options, group);
+    addTexts(app, "-w,--where", "CRITERIA", options.criteria,
+             "Criteria, such as '[SIZE] > 4096'; and-ed with all others")
+        ->group(group);
+    app.add_flag("-i,--ignore-case", options.ignoreCase, "Upper and lower case are the same")
+        ->group(group);
+}
+
+void addPlaces(CLI::App& app, Options& options) {
+    const char* group = "Where to look";
+    addTexts(app, "-x,--exclude", "PATH", options.excludes,
+             "Leave out what --path would match, with all below it: node_modules, ./old, /srv/tmp*")
+        ->group(group);
+    app.add_flag_function(
+           "--no-recurse", [&options](auto) { options.recurse = false; },
+           "Only the directories' own files")
+        ->group(group);
+    addTexts(app, "--fs", "TYPE", options.fileSystems, "Only file systems of this type")
+        ->group(group);
+    addTexts(app, "--not-fs", "TYPE", options.notFileSystems, "No file systems of this type")
+        ->group(group);
+    app.add_flag("--all-fs", options.allFileSystems,
+                 "Also proc, sysfs and their like; otherwise only by a PATH on one")
+        ->group(group);
+    addChoice(app, "--local", options.drives, DriveChoice::local, "Only local drives")
+        ->group(group);
+    addChoice(app, "--remote", options.drives, DriveChoice::remote, "Only remote drives")
+        ->group(group);
+}
+
+void addProvider(CLI::App& app, Options& options) {
+    const char* group = "How to search";
+    CLI::Option* provider = addText(app, "--provider", "NAME", options.provider,
+                                    "Ask this provider, not that of the settings")
+                                ->group(group);
+    app.add_flag_function(
+           "--no-cache", [&options](auto) { options.provider = "provider_direct"; },
+           "Search the file systems themselves, like --provider provider_direct")
+        ->excludes(provider)
+        ->group(group);
+    addCache(app, options, group);
+    addDuration(
+        app, "--timeout", 1, greatestSeconds,
+        [&options](unsigned seconds) { options.timeoutMilliseconds = seconds * 1000; },
+        "End each scan, and the reading of the cache, after that long")
+        ->group(group);
+}
+
+}  // namespace fscan

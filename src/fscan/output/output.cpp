@@ -1,0 +1,143 @@
+#include "fscan/output/output.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "fscan/process/interruption.h"
+#include "fscan/text/escape.h"
+
+namespace fscan {
+
+namespace {
+constexpr std::size_t pieceSize = 64 * 1024;
+
+/// A signal ends the wait, and the next write meets it.
+bool hasRoom(int descriptor, int milliseconds) {
+    pollfd wait{descriptor, POLLOUT, 0};
+    return poll(&wait, 1, milliseconds) > 0;
+}
+
+bool isPipeOrSocket(int descriptor) {
+    struct stat info {};
+    return fstat(descriptor, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
+}
+
+/// A descriptor of our own, so that those who share the other one see no change. -1 for a
+/// socket, and where the file may not be opened.
+int openUnwaiting(int descriptor) {
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+}
+
+}  // namespace
+
+Output::Output(int descriptor)
+    : descriptor_(descriptor),
+      terminal_(isatty(descriptor) == 1),
+      mayBlock_(terminal_ || isPipeOrSocket(descriptor)) {
+    buffer_.reserve(2 * pieceSize);
+}
+
+Output::~Output() {
+    if (unwaiting_.value_or(-1) != -1) close(*unwaiting_);
+}
+
+void Output::write(std::string_view text) {
+    buffer_ += text;
+    if (buffer_.size() >= pieceSize) flush();
+}
+
+void Output::writeForeign(std::string_view text) {
+    if (terminal_)
+        write(escaped(text));
+    else
+        write(text);
+}
+
+void Output::endRecord() {
+    if (terminal_) flush();
+}
+
+void Output::flush() {
+    const Wait wait = impatient_ && mayBlock_ ? Wait::no : Wait::yes;
+    std::string_view rest = buffer_;
+    passBacklog(wait);
+    passBehindBacklog(rest, wait);
+    // What can be kept nowhere is waited for.
+    if (!rest.empty() && error_ == 0 && !backlog_.add(rest)) {
+        passBacklog(Wait::yes);
+        passBehindBacklog(rest, Wait::yes);
+    }
+    buffer_.clear();
+}
+
+void Output::passBacklog(Wait wait) {
+    while (!backlog_.empty() && error_ == 0) {
+        const std::string_view front = backlog_.front();
+        if (front.empty()) return note(errno);
+        const std::size_t taken = pass(front, wait);
+        if (taken == 0) return;
+        backlog_.drop(taken);
+    }
+}
+
+/// Leaves what was not taken.
+void Output::passBehindBacklog(std::string_view& rest, Wait wait) {
+    while (!rest.empty() && error_ == 0 && backlog_.empty()) {
+        const std::size_t taken = pass(rest, wait);
+        if (taken == 0) return;
+        rest.remove_prefix(taken);
+    }
+}
+
+/// How many bytes were taken. Who waits gets 0 with an error alone.
+std::size_t Output::pass(std::string_view text, Wait wait) {
+    if (wait == Wait::no) return passAtOnce(text);
+    while (error_ == 0) {
+        const ssize_t written = ::write(descriptor_, text.data(), text.size());
+        if (written > 0) return static_cast<std::size_t>(written);
+        // Whoever shares the descriptor may have made it one that does not wait.
+        if (written < 0 && errno == EAGAIN)
+            hasRoom(descriptor_, -1);
+        else if (written < 0 && (errno != EINTR || Interruption::pending()))
+            note(errno);
+    }
+    return 0;
+}
+
+/// Where only the descriptor that waits is to be had, a pipe with room takes so many bytes
+/// at once.
+std::size_t Output::passAtOnce(std::string_view text) {
+    if (!unwaiting_) unwaiting_ = openUnwaiting(descriptor_);
+    const bool waits = *unwaiting_ == -1;
+    if (waits && !hasRoom(descriptor_, 0)) return 0;
+    if (waits) text = text.substr(0, PIPE_BUF);
+    const ssize_t written = ::write(waits ? descriptor_ : *unwaiting_, text.data(), text.size());
+    if (written < 0 && errno != EAGAIN && errno != EINTR) note(errno);
+    return written > 0 ? static_cast<std::size_t>(written) : 0;
+}
+
+void Output::note(int error) {
+    if (error_ == 0) error_ = error;
+}
+
+bool takesText(int descriptor) {
+    return hasRoom(descriptor, 0);
+}
+
+void guardStandardDescriptors() {
+    for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+        if (fcntl(descriptor, F_GETFD) != -1) continue;
+        // The lowest free descriptor is this one. Opened the wrong way round:
+        // reading standard input and writing the others fail, as if closed.
+        const int opened = open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
+        if (opened == -1) _exit(127);
+    }
+}
+
+}  // namespace fscan

@@ -1,0 +1,245 @@
+#include "fscan/process/interruption.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "fscan/process/exit_status.h"
+#include "fscanner/fs/debug.h"
+#include "fscanner/fs/fs_resource_manager.h"
+
+namespace fscan {
+
+namespace {
+
+// How long a search may take to end before it is left as it is.
+constexpr unsigned patienceSeconds = 3;
+
+constexpr std::array<int, 3> ending = {SIGINT, SIGTERM, SIGHUP};
+
+std::atomic<int> noted = 0;
+std::atomic<int> isAnswering = 0;
+bool pipeEnds = false;
+
+void unblockDefault(int signal) {
+    std::signal(signal, SIG_DFL);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    sigprocmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+// Twice where there is a log: its lines take memory, for which a handler may have to
+// wait for ever. By then the files are gone, and an alarm ends the process.
+void removeFiles(int signal) {
+    fscanner::FsResourceManager& files = *fscanner::FsResourceManager::getInstance();
+    const bool logged = fscanner::debugInfo;
+    fscanner::stopDebug();
+    files.invokeCleanupHandlers(signal);
+    if (!logged) return;
+    unblockDefault(SIGALRM);
+    alarm(1);
+    fscanner::startDebug();
+    files.invokeCleanupHandlers(signal);
+}
+
+// As the signal would have ended the process, but without the library's temporary files.
+extern "C" void endBy(int signal) {
+    removeFiles(signal);
+    unblockDefault(signal);
+    raise(signal);
+}
+
+extern "C" void note(int signal) {
+    if (noted != 0) endBy(signal);
+    noted = signal;
+    if (isAnswering == 0) alarm(patienceSeconds);
+}
+
+// Not SIG_IGN, which the commands that are run would inherit.
+extern "C" void passOver(int) {}
+
+extern "C" void losePatience(int) {
+    endBy(noted);
+}
+
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(signal, &action, nullptr);
+}
+
+// ---- A process that the kernel lets wait ----
+
+// A wait for a file system that is dead ends by nothing but what ends the process, and that
+// no signal with a handler does. So a thread, which nothing keeps waiting, looks whether
+// signals are left pending, and calls their handlers in the place of the main thread.
+
+constexpr std::chrono::milliseconds lookInterval(100);
+constexpr int patientLooks = 2;
+
+using Clock = std::chrono::steady_clock;
+constexpr Clock::rep never = 0;
+std::atomic<Clock::rep> timeLimit = never;
+std::atomic<bool> answersSignals = false;
+pthread_t mainThread;
+
+extern "C" void answerSignal(int) {
+    answersSignals = true;
+}
+
+[[noreturn]] void endBehindTime() {
+    constexpr std::string_view text = "fscan: time ran out while a file system does not answer\n";
+    removeFiles(SIGALRM);
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
+    _exit(STATUS_INCOMPLETE);
+}
+
+class PendingSignals {
+public:
+    void look() {
+        sigset_t pending;
+        sigpending(&pending);
+        for (std::size_t i = 0; i < watched.size(); ++i) {
+            looks_[i] = sigismember(&pending, watched[i]) == 1 ? looks_[i] + 1 : 0;
+            if (looks_[i] > patientLooks) handleHere(watched[i]);
+        }
+    }
+
+private:
+    static void handleHere(int signal) {
+        sigset_t one;
+        sigemptyset(&one);
+        sigaddset(&one, signal);
+        const timespec now{};
+        struct sigaction action {};
+        if (sigtimedwait(&one, nullptr, &now) != signal) return;  // the main thread took it
+        if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) return;
+        if (action.sa_handler == SIG_DFL)
+            endBy(signal);
+        else
+            action.sa_handler(signal);
+    }
+
+    static constexpr std::array<int, 5> watched = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM};
+    std::array<int, watched.size()> looks_{};
+};
+
+// The main thread is asked for a sign of life, a signal that interrupts nothing, and gets as
+// long again for it: it may just be waiting for whoever reads the output.
+class LimitWatch {
+public:
+    void look() {
+        constexpr Clock::duration grace = std::chrono::seconds(patienceSeconds);
+        const Clock::rep limit = timeLimit;
+        if (limit == never || Clock::now() < Clock::time_point(Clock::duration(limit)) + grace) {
+            asked_ = 0;
+        } else if (asked_++ == 0) {
+            answersSignals = false;
+            pthread_kill(mainThread, SIGURG);
+        } else if (!answersSignals && asked_ * lookInterval > grace) {
+            endBehindTime();
+        }
+    }
+
+private:
+    int asked_ = 0;
+};
+
+void* watchSignals(void*) {
+    PendingSignals signals;
+    LimitWatch limit;
+    for (;;) {
+        std::this_thread::sleep_for(lookInterval);
+        signals.look();
+        limit.look();
+    }
+}
+
+// To the end of the process. Where there can be no thread, it is done without.
+void startWatch() {
+    static bool started = false;
+    if (std::exchange(started, true)) return;
+    mainThread = pthread_self();
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t thread{};
+    if (pthread_create(&thread, nullptr, watchSignals, nullptr) == 0) pthread_detach(thread);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+}  // namespace
+
+TimeLimit::TimeLimit(std::optional<unsigned> milliseconds) {
+    if (!milliseconds) return;
+    startWatch();
+    struct sigaction answering {};
+    answering.sa_handler = answerSignal;
+    answering.sa_flags = SA_RESTART;
+    sigaction(SIGURG, &answering, nullptr);
+    const Clock::time_point end = Clock::now() + std::chrono::milliseconds(*milliseconds);
+    timeLimit = end.time_since_epoch().count();
+}
+
+TimeLimit::~TimeLimit() {
+    timeLimit = never;
+}
+
+void removeFilesOnSignals() {
+    startWatch();
+    fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
+        if (!isIgnored(signal)) handle(signal, endBy);
+}
+
+// Without SA_RESTART: a write that waits for a slow reader has to end, too.
+Interruption::Interruption() {
+    startWatch();
+    fscanner::FsResourceManager::getInstance();
+    handle(SIGALRM, losePatience);
+    for (const int signal : ending)
+        if (!isIgnored(signal)) handle(signal, note);
+    pipeEnds = !isIgnored(SIGPIPE);
+    if (pipeEnds) handle(SIGPIPE, passOver);
+}
+
+Interruption::~Interruption() {
+    alarm(0);
+    for (const int signal : ending)
+        if (!isIgnored(signal)) handle(signal, endBy);
+    if (pipeEnds) handle(SIGPIPE, endBy);
+}
+
+int Interruption::signal() {
+    return noted;
+}
+
+int Interruption::ofLostReader() {
+    return pipeEnds ? SIGPIPE : 0;
+}
+
+void Interruption::answering() {
+    if (isAnswering != 0) return;
+    isAnswering = 1;
+    alarm(0);
+}
+
+void Interruption::endIfPending(bool readerGone) const {
+    if (noted != 0) endBy(noted);
+    if (readerGone && pipeEnds) endBy(SIGPIPE);
+}
+
+}  // namespace fscan

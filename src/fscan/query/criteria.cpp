@@ -1,0 +1,131 @@
+#include "fscan/query/criteria.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cwctype>
+
+#include "fscan/options/suggestion.h"
+#include "fscan/options/word_list.h"
+#include "fscan/output/messages.h"
+#include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
+#include "fscan/text/text.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_inspect.h"
+
+namespace fscan {
+
+namespace {
+
+using fscanner::FsCriteriaReport;
+
+/// Compiles a criteria that is to stand as one condition among others. A text as
+/// its value compiles alone, but is no condition.
+FsCriteriaReport compileCondition(const std::wstring& text, bool caseSensitive = true) {
+    FsCriteriaReport report = fscanner::fsCheckCriteria(text.c_str(), caseSensitive);
+    if (report.compiles && !fscanner::fsCheckCriteria((L"(" + text + L") && 1").c_str()).compiles) {
+        report.compiles = false;
+        report.error = "its value is a text, not a condition";
+        report.position = 0;
+    }
+    return report;
+}
+
+/// What may have been meant by the name at a place of the text.
+std::string meant(std::wstring_view text, std::size_t position) {
+    const std::wstring_view rest = text.substr(std::min(position, text.size()));
+    if (rest.starts_with(L'[')) {
+        const std::string name = toBytes(rest.substr(1, rest.find(L']') - 1));
+        return suggestionText(name, wordsOfFields());
+    }
+    const std::size_t end = rest.find_first_of(L"( =<>!&|+-*/)");
+    if (end == rest.npos || rest[end] != L'(') return "";
+    return suggestionText(toBytes(rest.substr(0, end + 1)), wordsOfCommands());
+}
+
+/// Whether a tree, written in one line, calls a command: "(path ...". Operators have no
+/// letters, and a text between quotes holds no quote.
+bool callsCommand(const std::wstring& tree) {
+    bool inText = false;
+    wchar_t last = 0;
+    for (const wchar_t c : tree) {
+        if (c == L'"') inText = !inText;
+        if (!inText && last == L'(' && std::iswalpha(static_cast<wint_t>(c)) != 0) return true;
+        last = inText ? L'"' : c;
+    }
+    return false;
+}
+
+/// Says whether criteria that depend on nothing hold for all files or for none.
+void remarkOnConstant(const std::wstring& text, const FsCriteriaReport& report) {
+    if (!report.fields.empty() || callsCommand(report.tree)) return;
+    const auto filter = fscanner::FsRecordFilter::create(text.c_str(), true);
+    const bool always = filter && filter->matches(fscanner::FsFileInfo());
+    complain(fmt::format("note: the criteria {} reads no field: it holds for {} file",
+                         toBytes(text), always ? "every" : "no"));
+}
+
+void complainOf(const std::wstring& text, const FsCriteriaReport& report) {
+    const std::string error = report.error + meant(text, report.position);
+    complain(fmt::format("criteria: {}", text.empty() ? "it is empty" : error),
+             text.empty() ? std::string() : pointAt(text, report.position));
+}
+
+void writeLine(Output& out, std::string_view label, const std::string& value) {
+    if (value.empty()) return;
+    out.write(label);
+    out.writeForeign(value);
+    out.write("\n");
+}
+
+std::string fieldNames(const FsCriteriaReport& report) {
+    std::string names;
+    for (const std::wstring& field : report.fields)
+        names += (names.empty() ? "" : ", ") + toBytes(field);
+    return names;
+}
+
+}  // namespace
+
+std::wstring trimmed(std::wstring_view text) {
+    const std::size_t first = text.find_first_not_of(L' ');
+    if (first == text.npos) return {};
+    return std::wstring(text.substr(first, text.find_last_not_of(L' ') - first + 1));
+}
+
+void andAlso(std::wstring& criteria, std::wstring_view condition) {
+    if (!criteria.empty() && !condition.empty()) criteria += L" && ";
+    criteria += condition;
+}
+
+std::optional<std::wstring> combineCriteria(const std::vector<std::string>& texts) {
+    std::wstring all;
+    for (const std::string& given : texts) {
+        const std::wstring text = trimmed(toWide(given));
+        const FsCriteriaReport report = compileCondition(text);
+        if (text.empty() || !report.compiles) {
+            complainOf(text, report);
+            return std::nullopt;
+        }
+        remarkOnConstant(text, report);
+        andAlso(all, L"(" + text + L")");
+    }
+    return all;
+}
+
+int checkCriteria(const std::string& given, bool caseSensitive, Output& out) {
+    const std::wstring text = trimmed(toWide(given));
+    const FsCriteriaReport report = compileCondition(text, caseSensitive);
+    if (text.empty() || !report.compiles) {
+        complainOf(text, report);
+        return STATUS_USAGE;
+    }
+    writeLine(out, "tree:   ", toBytes(report.tree));
+    writeLine(out, "fields: ", fieldNames(report));
+    if (!report.indexField.empty())
+        writeLine(out, "index:  ", toBytes(report.indexField + L" = " + report.indexKey));
+    return STATUS_FOUND;
+}
+
+}  // namespace fscan

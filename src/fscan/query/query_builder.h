@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fscan/query/drives.h"
+#include "fscanner/fs/fs_query.h"
+
+namespace fscan {
+
+class Excludes;
+struct Options;
+struct SearchRoot;
+struct SearchRoots;
+
+/// What the searches of all roots have in common: criteria, exclusions, file systems.
+struct QueryParts {
+    const Options& options;
+    const SearchRoots& roots;
+    const Excludes& excludes;
+    const DriveList& drives;
+    std::wstring criteria;
+};
+
+void fillQuery(const QueryParts& parts, fscanner::FsQuery& query);
+
+/// Makes `root` the one path that the query searches.
+void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query);
+
+}  // namespace fscan

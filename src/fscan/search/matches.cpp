@@ -1,0 +1,129 @@
+#include "fscan/search/matches.h"
+
+#include <sys/stat.h>
+
+#include "fscan/match/file_details.h"
+#include "fscan/output/progress_line.h"
+#include "fscan/process/interruption.h"
+#include "fscan/query/excludes.h"
+#include "fscan/query/name_filter.h"
+#include "fscan/query/search_roots.h"
+#include "fscan/search/file_examiner.h"
+#include "fscan/text/text.h"
+#include "fscanner/fs/fs_fileinfo.h"
+
+namespace fscan {
+
+using fscanner::FsFileInfo;
+
+namespace {
+
+/// What follows is quick: the cache is to be closed properly.
+int discard() {
+    Interruption::answering();
+    return 0;
+}
+
+}  // namespace
+
+void Matches::setRoot(const SearchRoot& root) {
+    root_ = &root;
+    directory_.clear();
+}
+
+bool Matches::nameFits(const wchar_t* name) const {
+    return names_.accepts(name);
+}
+
+bool Matches::confirmsName(const wchar_t* name) const {
+    return names_.confirms(name);
+}
+
+bool Matches::admits(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+    FileFacts facts;
+    return select(directory, name, record, facts);
+}
+
+bool Matches::select(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
+                     FileFacts& facts) {
+    if (directory_ != directory) enter(directory);
+    if (!owned_ || excludes_.cover(directory_, name)) return false;
+    if (!filters_.pathFits(directory_, name)) return false;
+    return record == nullptr || !needRecords() || examine(name, *record, facts);
+}
+
+void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+    FileFacts facts;
+    if (!select(directory, name, record, facts)) return;
+    if (needPath()) {
+        path_.resize(prefixLength_);
+        appendBytes(path_, name);
+    }
+    ++added_;
+    if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
+}
+
+/// What a scan found out is taken from the record, so that all of it is of the moment when
+/// the file was found. A cache does not know the times, and its sizes may be old: then all
+/// is asked for. False where the file is left out.
+bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& facts) {
+    FileDetails file = FileDetails::of(record);
+    const unsigned attributes = file.attributes;
+    auto found = FileExaminer::Found::there;
+    const bool decides = filters_.needDetails();
+    if (!file.examined && (decides || needed_ == FactsNeeded::examined)) {
+        struct stat info {};
+        name_.clear();
+        appendBytes(name_, name);
+        found = examiner_.examine(directory_, name_.c_str(), info);
+        if (found == FileExaminer::Found::there) file = FileDetails::of(info);
+        if (sameKind_ && file.examined && !isSameKind(attributes, file.attributes))
+            found = FileExaminer::Found::changed;
+    }
+    if (found == FileExaminer::Found::gone || found == FileExaminer::Found::changed ||
+        (decides && !file.examined)) {
+        examiner_.leaveOut(found);
+        return false;
+    }
+    if (needed_ > FactsNeeded::none) facts = file.facts();
+    return !decides || filters_.accept(file);
+}
+
+/// Records come a directory at a time: what depends on it is computed once.
+void Matches::enter(const wchar_t* directory) {
+    directory_ = directory;
+    const std::wstring_view path = withoutFinalSlash(directory_);
+    owned_ = root_->owns(path);
+    if (!needPath()) return;
+    path_.clear();
+    root_->appendShown(path, path_);
+    if (!path_.ends_with('/')) path_ += '/';
+    prefixLength_ = path_.size();
+}
+
+int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                           unsigned attributes) {
+    if (Interruption::pending() || matches_.stopped()) return discard();
+    // A record would copy the texts.
+    if (!matches_.needRecords()) return add(path, name, nullptr);
+    FsFileInfo record;
+    record.setFilePath(path);
+    record.setFileName(name);
+    record.setFileSize(size);
+    record.setFileAttr(attributes);
+    return addRecord(record);
+}
+
+int MatchWriter::addRecord(const FsFileInfo& record) {
+    if (Interruption::pending()) return discard();
+    return add(record.getPath(), record.getName(), &record);
+}
+
+int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record) {
+    if (!matches_.confirmsName(name)) return 0;
+    line_.erase();
+    matches_.add(path, name, record);
+    return 0;
+}
+
+}  // namespace fscan

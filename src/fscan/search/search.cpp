@@ -1,0 +1,116 @@
+#include "fscan/search/search.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "fscan/options/options.h"
+#include "fscan/output/messages.h"
+#include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
+#include "fscan/process/interruption.h"
+#include "fscan/query/criteria.h"
+#include "fscan/query/drives.h"
+#include "fscan/query/query_builder.h"
+#include "fscan/query/search_roots.h"
+#include "fscan/records/record_printer.h"
+#include "fscan/search/asking.h"
+#include "fscan/search/command_runner.h"
+#include "fscan/search/explain.h"
+#include "fscan/search/search_run.h"
+
+namespace fscan {
+
+namespace {
+
+/// Drops the roots that no drive covers. False where there was one.
+bool keepMounted(SearchRoots& roots, const DriveList& drives) {
+    const auto unmounted = [&drives](const SearchRoot& root) {
+        if (drives.of(root.real) != nullptr) return false;
+        complain(fmt::format("{}: lies on no mounted file system", root.given));
+        return true;
+    };
+    return std::erase_if(roots.roots, unmounted) == 0;
+}
+
+int explainRoots(const Search& search, Output& out) {
+    int status = STATUS_FOUND;
+    Explanation explanation(search.options, search.asking, out);
+    for (const SearchRoot& root : search.roots.roots) {
+        if (&root != &search.roots.roots.front()) out.write("\n");
+        setSearchedPath(search.options, root, search.query);
+        const bool last = &root == &search.roots.roots.back();
+        status = std::max(status, explanation.add(search.query, last));
+    }
+    return status;
+}
+
+/// What takes the matches in the end; null, with a message, where a template or the way to
+/// run commands is wrong. `needed` is set to the facts that they have to come with.
+std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& examiner,
+                                            Output& out, FactsNeeded& needed) {
+    const Options& options = search.options;
+    if (options.runsCommands()) {
+        needed = FactsNeeded::examined;
+        return CommandRunner::create(search, examiner, out);
+    }
+    std::string error;
+    std::unique_ptr<RecordForm> form =
+        options.formatTemplate
+            ? makeTemplateForm(*options.formatTemplate, options.nullTerminated ? '\0' : '\n', error)
+            : makeRecordForm(options, out.isTerminal());
+    if (!form) {
+        complain("--format: " + error);
+        return nullptr;
+    }
+    needed = options.countOnly ? FactsNeeded::count : form->needsFacts();
+    return std::make_unique<RecordPrinter>(options, std::move(form), out);
+}
+
+int runAndReport(const Search& search, bool incomplete, Summary& summary, Output& out) {
+    FactsNeeded needed = FactsNeeded::none;
+    FileExaminer examiner;
+    const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search, examiner, out, needed);
+    if (!consumer) return STATUS_USAGE;
+    return SearchRun(search, *consumer, examiner, needed, out).run(incomplete, summary);
+}
+
+int searchAsTold(const Options& options, Summary& summary, Output& out) {
+    std::optional<TimeLimit> limit(std::in_place, options.timeoutMilliseconds);
+    const std::optional<std::wstring> where = combineCriteria(options.criteria);
+    SearchRoots roots = SearchRoots::resolve(options);
+    if (!where || roots.wrong) return STATUS_USAGE;
+    const std::optional<DriveList> drives = DriveList::read();
+    if (!drives) return STATUS_FAILURE;
+    std::optional<Excludes> excludes = Excludes::read(options, *drives, roots);
+    if (!excludes) return STATUS_USAGE;
+    std::optional<Asking> asking = Asking::prepare(options);
+    if (!asking) return STATUS_FAILURE;
+    const bool mounted = keepMounted(roots, *drives);
+
+    const Conditions conditions(options, std::move(*excludes), *where, asking->cached);
+    fscanner::FsQuery query;
+    fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
+    const Search search{options, roots, *drives, *asking, conditions, query};
+    limit.reset();  // each PATH has the time of its own
+    if (options.explain) return explainRoots(search, out);
+    return runAndReport(search, !mounted || roots.incomplete, summary, out);
+}
+
+}  // namespace
+
+int runSearch(const Options& options, Output& out) {
+    Summary summary(options);
+    if (!summary.writable()) return STATUS_USAGE;
+    const int status = searchAsTold(options, summary, out);
+    if (summary.written() || options.explain) return status;
+    Outcome nothingSearched;
+    nothingSearched.status = status;
+    summary.write({}, nothingSearched);
+    return status;
+}
+
+}  // namespace fscan
