@@ -18,9 +18,8 @@
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/query/drives.h"
-#include "fscan/text/duration.h"
-#include "fscan/text/size_text.h"
 #include "fscan/text/text.h"
+#include "fscan/text/values.h"
 #include "fscanner/fs/fs_inspect.h"
 
 namespace fscan {

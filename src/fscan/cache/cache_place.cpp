@@ -11,8 +11,8 @@
 #include "fscan/options/options.h"
 #include "fscan/options/settings.h"
 #include "fscan/output/messages.h"
-#include "fscan/text/size_text.h"
 #include "fscan/text/text.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

@@ -2,22 +2,14 @@
 
 #include <sys/stat.h>
 
-#include "fscan/text/moment.h"
-#include "fscan/text/size_text.h"
 #include "fscan/text/text.h"
+#include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 
 namespace fscan {
 
 namespace {
-
-char typeLetter(unsigned attributes) {
-    if ((attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0) return 'l';
-    if ((attributes & fscanner::FS_ATTR_DIRECTORY) != 0) return 'd';
-    if ((attributes & fscanner::FS_ATTR_REGULAR_FILE) != 0) return '-';
-    return (attributes & fscanner::FS_ATTR_CHARACTER_DEVICE) != 0 ? 'c' : '?';
-}
 
 std::string whenExamined(const FileDetails& file, const std::string& text) {
     return file.examined ? text : "";
@@ -92,31 +84,6 @@ FileDetails FileDetails::of(const fscanner::FsFileInfo& record) {
     details.user = record.getUserId();
     details.group = record.getGroupId();
     return details;
-}
-
-bool isSameKind(unsigned attributes, unsigned others) {
-    return attributes == 0 || others == 0 || typeLetter(attributes) == typeLetter(others);
-}
-
-const char* kindText(unsigned attributes) {
-    switch (typeLetter(attributes)) {
-        case 'l':
-            return "link";
-        case '-':
-            return "file";
-        case 'c':
-            return "device";
-        default:
-            return "other";
-    }
-}
-
-std::string attributeText(unsigned attributes) {
-    std::string text(1, typeLetter(attributes));
-    // The nine permission bits follow each other, the owner's reading first.
-    for (unsigned i = 0; i < 9; ++i)
-        text += (attributes & fscanner::FS_ATTR_OWNER_READ << i) != 0 ? "rwx"[i % 3] : '-';
-    return text;
 }
 
 std::string typeText(const Match& match, const FileDetails& details) {

@@ -37,12 +37,6 @@ struct FileDetails {
     FileFacts facts() const { return {examined, attributes, size, modified}; }
 };
 
-/// Whether attributes can be those of one file, whatever its permissions; 0 tells nothing.
-bool isSameKind(unsigned attributes, unsigned others);
-/// "file", "link", "device" or "other".
-const char* kindText(unsigned attributes);
-/// "-rw-r--r--".
-std::string attributeText(unsigned attributes);
 /// What the file program says; empty where it says nothing.
 std::string typeText(const Match& match, const FileDetails& details);
 

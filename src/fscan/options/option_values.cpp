@@ -1,7 +1,6 @@
 #include "fscan/options/option_values.h"
 
-#include "fscan/text/duration.h"
-#include "fscan/text/size_text.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fscan/sort/sort_order.h"
-#include "fscan/text/permissions.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

@@ -6,9 +6,8 @@
 
 #include "fscan/options/option_values.h"
 #include "fscan/options/options.h"
-#include "fscan/text/moment.h"
 #include "fscan/text/path_glob.h"
-#include "fscan/text/permissions.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

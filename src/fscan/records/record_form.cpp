@@ -2,12 +2,10 @@
 
 #include <fmt/format.h>
 
-#include "fscan/match/file_details.h"
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
 #include "fscan/records/path_text.h"
-#include "fscan/text/moment.h"
-#include "fscan/text/size_text.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

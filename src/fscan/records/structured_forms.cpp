@@ -6,7 +6,7 @@
 #include "fscan/output/output.h"
 #include "fscan/records/record_form.h"
 #include "fscan/text/json_text.h"
-#include "fscan/text/moment.h"
+#include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscan {

@@ -19,6 +19,7 @@
 #include "fscan/output/output.h"
 #include "fscan/search/search_run.h"
 #include "fscan/text/text.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

@@ -11,8 +11,8 @@
 #include "fscan/options/options.h"
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
-#include "fscan/text/duration.h"
 #include "fscan/text/json_text.h"
+#include "fscan/text/values.h"
 
 namespace fscan {
 

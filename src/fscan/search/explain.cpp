@@ -11,8 +11,8 @@
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/search/asking.h"
-#include "fscan/text/duration.h"
 #include "fscan/text/text.h"
+#include "fscan/text/values.h"
 #include "fscanner/fs/fs_explain.h"
 
 namespace fscan {
