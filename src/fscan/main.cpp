@@ -21,7 +21,7 @@
 #include "fscan/query/criteria.h"
 #include "fscan/query/drives.h"
 #include "fscan/search/search.h"
-#include "fscan/text/user_locale.h"
+#include "fscan/text/text.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"

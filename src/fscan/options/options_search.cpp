@@ -6,7 +6,7 @@
 
 #include "fscan/options/option_values.h"
 #include "fscan/options/options.h"
-#include "fscan/text/path_glob.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/values.h"
 
 namespace fscan {

@@ -7,7 +7,6 @@
 #include <cwchar>
 
 #include "fscan/output/output.h"
-#include "fscan/text/escape.h"
 #include "fscan/text/text.h"
 
 namespace fscan {

@@ -9,7 +9,7 @@
 #include <climits>
 
 #include "fscan/process/interruption.h"
-#include "fscan/text/escape.h"
+#include "fscan/text/text.h"
 
 namespace fscan {
 

@@ -8,6 +8,7 @@
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_inspect.h"
 

@@ -9,7 +9,7 @@
 #include "fscan/output/messages.h"
 #include "fscan/query/drives.h"
 #include "fscan/query/search_roots.h"
-#include "fscan/text/path_glob.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_text.h"

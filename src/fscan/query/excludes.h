@@ -14,7 +14,7 @@ struct SearchRoots;
 
 /// The paths to leave out, as patterns over whole paths.
 ///
-/// A text stands for paths the way a GLOB of --path does (text/path_glob.h); what it names
+/// A text stands for paths the way a GLOB of --path does (text/paths.h); what it names
 /// from "/" or from the current directory on is resolved: before the first wildcard there
 /// are no links.
 class Excludes {

@@ -8,7 +8,7 @@
 #include "fscan/match/file_details.h"
 #include "fscan/options/options.h"
 #include "fscan/query/criteria.h"
-#include "fscan/text/path_glob.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_text.h"

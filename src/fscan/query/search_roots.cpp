@@ -13,6 +13,7 @@
 #include "fscan/options/suggestion.h"
 #include "fscan/options/word_list.h"
 #include "fscan/output/messages.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 
 namespace fscan {

@@ -8,7 +8,7 @@
 #include <cctype>
 #include <cstdlib>
 
-#include "fscan/text/absolute_path.h"
+#include "fscan/text/paths.h"
 
 namespace fscan {
 

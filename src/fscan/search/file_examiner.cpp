@@ -8,7 +8,6 @@
 
 #include "fscan/match/file_details.h"
 #include "fscan/query/search_roots.h"
-#include "fscan/text/text.h"
 #include "fscanner/fs/fs_inspect.h"
 
 namespace fscan {

@@ -9,6 +9,7 @@
 #include "fscan/query/name_filter.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/search/file_examiner.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"

@@ -19,7 +19,7 @@
 #include "fscan/query/search_roots.h"
 #include "fscan/search/asking.h"
 #include "fscan/sort/sorted_matches.h"
-#include "fscan/text/text.h"
+#include "fscan/text/paths.h"
 #include "fscanner/engine/cache.h"
 
 namespace fscan {

@@ -10,6 +10,7 @@
 #include "fscan/query/excludes.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/search/matches.h"
+#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_fileinfo.h"
 

@@ -1,11 +1,26 @@
 #include "fscan/text/text.h"
 
+#include <fmt/format.h>
+#include <fmt/xchar.h>
+
+#include <algorithm>
+#include <clocale>
 #include <cstdint>
 #include <new>
 
 #include "fscanner/fs/fs_text.h"
 
 namespace fscan {
+
+void useUsersLocale() {
+    // Names and messages are all that the locale decides here; each other category would
+    // cost the start of the program two files.
+    const bool known = std::setlocale(LC_CTYPE, "") != nullptr;
+    std::setlocale(LC_MESSAGES, "");
+    const char* characters = std::setlocale(LC_CTYPE, nullptr);
+    const std::string_view name = characters != nullptr ? characters : "C";
+    if (!known || name == "C" || name == "POSIX") std::setlocale(LC_CTYPE, "C.UTF-8");
+}
 
 namespace {
 
@@ -55,20 +70,49 @@ void appendBytes(std::string& bytes, std::wstring_view text) {
     bytes += rest;
 }
 
-bool liesIn(std::wstring_view path, std::wstring_view directory) {
-    if (!path.starts_with(directory)) return false;
-    return path.size() == directory.size() || directory == L"/" || path[directory.size()] == L'/';
+namespace {
+
+struct Range {
+    wchar_t first;
+    wchar_t last;
+};
+
+constexpr Range hostile[] = {
+    {0x00, 0x1F},      // control characters
+    {0x7F, 0x9F},      // delete, and control characters of eight bits
+    {0x061C, 0x061C},  // the characters that set the writing direction
+    {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x2069}, {0xD800, 0xDFFF},  // undecodable bytes
+};
+
+std::wstring escapeSequence(wchar_t c) {
+    if (c == L'\n') return L"\\n";
+    if (c == L'\t') return L"\\t";
+    if (c == L'\r') return L"\\r";
+    const auto code = static_cast<unsigned>(c);
+    if (code >= 0xDC80 && code <= 0xDCFF) return fmt::format(L"\\x{:02X}", code - 0xDC00);
+    if (code < 0x80) return fmt::format(L"\\x{:02X}", code);
+    return fmt::format(L"\\u{:04X}", code);
 }
 
-std::wstring joinedPath(std::wstring_view directory, std::wstring_view name) {
-    std::wstring path(directory);
-    if (!path.ends_with(L'/')) path += L'/';
-    return path.append(name);
+}  // namespace
+
+bool isHostile(wchar_t c) {
+    return std::any_of(std::begin(hostile), std::end(hostile),
+                       [c](Range range) { return c >= range.first && c <= range.last; });
 }
 
-std::wstring_view withoutFinalSlash(std::wstring_view path) {
-    if (path.size() > 1 && path.ends_with(L'/')) path.remove_suffix(1);
-    return path;
+std::string escaped(std::string_view text) {
+    const auto plain = [](char c) { return c >= 0x20 && c < 0x7F; };
+    if (std::all_of(text.begin(), text.end(), plain)) return std::string(text);
+
+    std::wstring shown;
+    for (const wchar_t c : toWide(std::string(text))) {
+        if (isHostile(c))
+            shown += escapeSequence(c);
+        else
+            shown += c;
+    }
+    return toBytes(shown);
 }
 
 }  // namespace fscan

@@ -5,19 +5,22 @@
 
 namespace fscan {
 
+/// Sets the user's locale; C.UTF-8 where that is the C locale or unknown, so that
+/// names beyond ASCII are read as what they nearly always are.
+void useUsersLocale();
+
 /// Between the locale's bytes and the library's wide text, both ways without loss.
 std::wstring toWide(const std::string& bytes);
 std::string toBytes(std::wstring_view text);
 void appendBytes(std::string& bytes, std::wstring_view text);
 
-/// Whether the absolute path is `directory` or lies below it, by text alone.
-/// Neither ends in "/", but for the root.
-bool liesIn(std::wstring_view path, std::wstring_view directory);
+/// Whether a terminal must not get the character as it is: it would move the
+/// cursor, send a command, turn the writing direction, or is no character at all
+/// (an undecodable byte, U+DC80 to U+DCFF).
+bool isHostile(wchar_t c);
 
-/// The path of what has the name in the directory.
-std::wstring joinedPath(std::wstring_view directory, std::wstring_view name);
-
-/// The path without a "/" at its end, unless it is the root.
-std::wstring_view withoutFinalSlash(std::wstring_view path);
+/// The text, in the locale's encoding, with "\n", "\x1B", "\u202E" and the like
+/// in place of hostile characters.
+std::string escaped(std::string_view text);
 
 }  // namespace fscan
