@@ -9,10 +9,10 @@
 #include <utility>
 
 #include "fscan/options/options.h"
-#include "fscan/options/settings.h"
 #include "fscan/output/messages.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
+#include "fscanner/fs/fs_config.h"
 
 namespace fscan {
 

@@ -11,8 +11,6 @@
 /// stands.
 namespace fscan {
 
-struct Options;
-
 using TakeText = std::function<void(const std::string&)>;
 
 /// An option whose last use counts. `take` throws a CLI::ValidationError for a value
@@ -64,13 +62,5 @@ CLI::Option* addWord(CLI::App& app, const std::string& flag, const std::string& 
         },
         help);
 }
-
-// The groups of options.
-void addSelection(CLI::App& app, Options& options);
-void addPlaces(CLI::App& app, Options& options);
-void addProvider(CLI::App& app, Options& options);
-void addOutput(CLI::App& app, Options& options);
-void addReports(CLI::App& app, Options& options);
-void addOthers(CLI::App& app, Options& options);
 
 }  // namespace fscan

@@ -4,16 +4,16 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <string_view>
 
-#include "fscan/options/command_words.h"
-#include "fscan/options/option_values.h"
-#include "fscan/options/suggestion.h"
-#include "fscan/options/word_list.h"
+#include "fscan/options/option_groups.h"
+#include "fscan/options/words.h"
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
+#include "fscanner/fs/fs_config.h"
 
 namespace fscan {
 
@@ -145,6 +145,49 @@ void remarkOnImpossible(const Options& options) {
         complain("note: no time is both --newer and --older");
 }
 
+using Words = std::vector<std::string>;
+
+const std::map<std::string, CommandUse> commandUses = {{"-e", CommandUse::forEach},
+                                                       {"--exec", CommandUse::forEach},
+                                                       {"--exec-batch", CommandUse::forMany},
+                                                       {"--exec-dir", CommandUse::inDirectory}};
+
+/// The words from `at` up to `end`, which it is set behind.
+Words takeWords(Words::const_iterator& at, Words::const_iterator last, const std::string& option,
+                const std::string& end) {
+    const auto stop = std::find(at, last, end);
+    if (stop == last) throw wrong(fmt::format("{} needs '{}' behind its command", option, end));
+    if (stop == at) throw wrong(option + " needs a command");
+    Words words(at, stop);
+    at = stop + 1;
+    return words;
+}
+
+/// Takes the commands of "-e CMD... ;", "--exec-batch CMD... +" and "--exec-dir CMD... ;"
+/// out of the arguments: no library for options knows such ones. Throws a CLI::ParseError for one
+/// without an end.
+Words takeCommands(const Words& arguments, Options& options) {
+    Words rest;
+    for (auto at = arguments.begin(); at != arguments.end();) {
+        if (*at == "--") {
+            rest.insert(rest.end(), at, arguments.end());
+            break;
+        }
+        const std::string argument = *at++;
+        const auto use = commandUses.find(argument);
+        if (use == commandUses.end()) {
+            rest.push_back(argument);
+            continue;
+        }
+        if (options.command && options.commandUse != use->second)
+            throw wrong("only one of --exec, --exec-batch, --exec-dir");
+        options.commandUse = use->second;
+        const char* const end = use->second == CommandUse::forMany ? "+" : ";";
+        options.command = takeWords(at, arguments.end(), argument, end);
+    }
+    return rest;
+}
+
 void addCommands(CLI::App& app) {
     // For the help alone: they are taken out before the others are read.
     const char* group = "What to run";
@@ -199,6 +242,16 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
         return STATUS_USAGE;
     }
     return STATUS_FOUND;
+}
+
+const fscanner::FsSettings& settings() {
+    struct Told : fscanner::FsSettings {
+        Told() {
+            if (getError() != 0) complain(getErrorText());
+        }
+    };
+    static const Told settings;
+    return settings;
 }
 
 }  // namespace fscan

@@ -8,6 +8,10 @@
 #include "fscan/sort/sort_order.h"
 #include "fscan/text/values.h"
 
+namespace fscanner {
+class FsSettings;
+}
+
 namespace fscan {
 
 class Output;
@@ -90,5 +94,9 @@ struct Options {
 /// Fills `options`. An exit status where the program is done with that: after
 /// the help, the version, or an error message.
 std::optional<int> parseOptions(int argc, char** argv, Options& options, Output& out);
+
+/// The settings of the configuration files, read once, at the first call. What is wrong
+/// with a file is said then.
+const fscanner::FsSettings& settings();
 
 }  // namespace fscan

@@ -5,8 +5,7 @@
 #include <algorithm>
 #include <cwctype>
 
-#include "fscan/options/suggestion.h"
-#include "fscan/options/word_list.h"
+#include "fscan/options/words.h"
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"

@@ -10,8 +10,7 @@
 #include <memory>
 
 #include "fscan/options/options.h"
-#include "fscan/options/suggestion.h"
-#include "fscan/options/word_list.h"
+#include "fscan/options/words.h"
 #include "fscan/output/messages.h"
 #include "fscan/text/paths.h"
 #include "fscan/text/text.h"

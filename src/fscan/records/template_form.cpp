@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "fscan/match/file_details.h"
-#include "fscan/options/suggestion.h"
+#include "fscan/options/words.h"
 #include "fscan/output/output.h"
 #include "fscan/records/record_form.h"
 

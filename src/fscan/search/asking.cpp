@@ -7,10 +7,10 @@
 #include <utility>
 
 #include "fscan/options/options.h"
-#include "fscan/options/settings.h"
 #include "fscan/output/messages.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/text/text.h"
+#include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_loader.h"
 
 namespace fscan {

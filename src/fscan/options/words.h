@@ -35,4 +35,7 @@ std::vector<std::string> wordsOfGroups();
 /// and one that takes no value has "-" there.
 void listWords(const CLI::App& app, Output& out);
 
+/// "; did you mean WORD?" with one of the known words, or nothing.
+std::string suggestionText(std::string_view word, const std::vector<std::string>& known);
+
 }  // namespace fscan
