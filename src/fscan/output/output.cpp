@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 
 #include "fscan/process/interruption.h"
 #include "fscan/text/text.h"
@@ -124,6 +125,11 @@ std::size_t Output::passAtOnce(std::string_view text) {
 
 void Output::note(int error) {
     if (error_ == 0) error_ = error;
+}
+
+bool terminalTakesCommands() {
+    const char* const name = std::getenv("TERM");
+    return name != nullptr && std::string_view(name) != "dumb";
 }
 
 bool takesText(int descriptor) {

@@ -64,6 +64,9 @@ private:
     Backlog backlog_;  // comes before the buffer
 };
 
+/// Whether the user's terminal, if there is one, understands colours and the like.
+bool terminalTakesCommands();
+
 /// Whether a pipe or a terminal takes some text at once; other files always do.
 bool takesText(int descriptor);
 

@@ -12,7 +12,6 @@
 
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
-#include "fscan/output/terminal.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_scan_observer.h"
 

@@ -2,10 +2,22 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "fscan/match/file_details.h"
 #include "fscan/options/options.h"
+#include "fscan/options/words.h"
 #include "fscan/output/output.h"
+#include "fscan/process/interruption.h"
 #include "fscan/records/path_text.h"
+#include "fscan/text/json_text.h"
 #include "fscan/text/values.h"
+#include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscan {
 
@@ -45,19 +57,262 @@ private:
     bool exact_;
 };
 
+// The forms for programs: JSON and CSV.
+
+Json attributeWords(unsigned attributes) {
+    struct Word {
+        unsigned bit;
+        const char* text;
+    };
+    using namespace fscanner;
+    static constexpr std::array<Word, 12> words = {{{FS_ATTR_REGULAR_FILE, "regular"},
+                                                    {FS_ATTR_SYMBOLIC_LINK, "link"},
+                                                    {FS_ATTR_CHARACTER_DEVICE, "device"},
+                                                    {FS_ATTR_OWNER_READ, "owner-read"},
+                                                    {FS_ATTR_OWNER_WRITE, "owner-write"},
+                                                    {FS_ATTR_OWNER_EXECUTE, "owner-execute"},
+                                                    {FS_ATTR_GROUP_READ, "group-read"},
+                                                    {FS_ATTR_GROUP_WRITE, "group-write"},
+                                                    {FS_ATTR_GROUP_EXECUTE, "group-execute"},
+                                                    {FS_ATTR_OTHERS_READ, "others-read"},
+                                                    {FS_ATTR_OTHERS_WRITE, "others-write"},
+                                                    {FS_ATTR_OTHERS_EXECUTE, "others-execute"}}};
+    Json found = Json::array();
+    for (const Word& word : words)
+        if ((attributes & word.bit) != 0) found.push_back(word.text);
+    return found;
+}
+
+Json jsonOf(const Match& match, bool withType) {
+    const FileDetails& file = *match.details;
+    Json object;
+    putBytes(object, "path", std::string(match.path));
+    putBytes(object, "name", std::string(match.name()));
+    putBytes(object, "directory", std::string(match.directory()));
+    object["exists"] = file.examined ? Json(true) : Json();
+    object["kind"] = kindText(file.attributes);
+    object["size"] = file.size;
+    object["attributes"] = {{"bits", file.attributes}, {"words", attributeWords(file.attributes)}};
+    const auto whenExamined = [&file](const auto& value) {
+        return file.examined ? Json(value) : Json();
+    };
+    object["modified"] = whenExamined(utcText(file.modified));
+    object["accessed"] = whenExamined(utcText(file.accessed));
+    object["changed"] = whenExamined(utcText(file.changed));
+    object["user"] = whenExamined(file.user);
+    object["group"] = whenExamined(file.group);
+    object["inode"] = whenExamined(file.inode);
+    object["device"] = whenExamined(file.device);
+    object["links"] = whenExamined(file.links);
+    if (withType) {
+        const std::string type = typeText(match, file);
+        object["type"] = type.empty() ? Json() : Json(type);
+    }
+    return object;
+}
+
+class JsonForm : public RecordForm {
+public:
+    JsonForm(bool array, bool withTypes) : array_(array), withTypes_(withTypes) {}
+
+    void begin(Output& out) override {
+        if (array_) out.write("[");
+    }
+    void write(const Match& match, Output& out) override {
+        if (array_) out.write(first_ ? "\n" : ",\n");
+        first_ = false;
+        out.writeForeign(jsonText(jsonOf(match, withTypes_)));
+        if (!array_) out.write("\n");
+    }
+    void end(Output& out) override {
+        if (array_) out.write(first_ ? "]\n" : "\n]\n");
+    }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
+
+private:
+    bool array_;
+    bool withTypes_;
+    bool first_ = true;
+};
+
+class CsvForm : public RecordForm {
+public:
+    explicit CsvForm(bool withTypes)
+        : fields_(detailFields().first(detailFields().size() - (withTypes ? 0 : 1))) {}
+
+    void begin(Output& out) override {
+        for (const DetailField& field : fields_) {
+            out.write(separator(field));
+            out.write(field.name);
+        }
+        out.write("\r\n");
+    }
+    void write(const Match& match, Output& out) override {
+        const FileDetails& file = *match.details;
+        for (const DetailField& field : fields_) {
+            out.write(separator(field));
+            out.writeForeign(quoted(field.text(match, file)));
+        }
+        out.write("\r\n");
+    }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
+
+private:
+    std::string_view separator(const DetailField& field) const {
+        return &field == fields_.data() ? "" : ",";
+    }
+    static std::string quoted(const std::string& text) {
+        if (text.find_first_of(",\"\r\n") == text.npos) return text;
+        std::string result = "\"";
+        for (const char c : text) result += c == '"' ? "\"\"" : std::string(1, c);
+        return result + '"';
+    }
+
+    std::span<const DetailField> fields_;
+};
+
 }  // namespace
 
 std::unique_ptr<RecordForm> makeRecordForm(const Options& options, bool terminal) {
     switch (options.form) {
         case OutputForm::json:
         case OutputForm::jsonArray:
-            return makeJsonForm(options.form == OutputForm::jsonArray, options.withTypes);
+            return std::make_unique<JsonForm>(options.form == OutputForm::jsonArray,
+                                              options.withTypes);
         case OutputForm::csv:
-            return makeCsvForm(options.withTypes);
+            return std::make_unique<CsvForm>(options.withTypes);
         case OutputForm::longer:
             return std::make_unique<LongForm>(options, terminal);
         default:
             return std::make_unique<PathForm>(options, terminal);
+    }
+}
+
+namespace {
+
+/// A piece of plain text and the field behind it, if there is one.
+struct Piece {
+    std::string text;
+    const DetailField* field = nullptr;
+};
+
+class TemplateForm : public RecordForm {
+public:
+    TemplateForm(std::vector<Piece> pieces, char terminator)
+        : pieces_(std::move(pieces)), terminator_(terminator) {}
+
+    void write(const Match& match, Output& out) override {
+        const FileDetails& file = *match.details;
+        for (const Piece& piece : pieces_) {
+            out.write(piece.text);
+            if (piece.field == nullptr) continue;
+            const std::string value = piece.field->text(match, file);
+            piece.field->foreign ? out.writeForeign(value) : out.write(value);
+        }
+        out.write({&terminator_, 1});
+    }
+    FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
+
+private:
+    std::vector<Piece> pieces_;
+    char terminator_;
+};
+
+/// Reads a template piece by piece.
+class TemplateReader {
+public:
+    explicit TemplateReader(std::string_view text) : rest_(text) {}
+
+    bool read() {
+        while (!rest_.empty() && error_.empty()) readNext();
+        if (!current_.empty()) pieces_.push_back({current_, nullptr});
+        return error_.empty();
+    }
+    std::vector<Piece> pieces() { return std::move(pieces_); }
+    const std::string& error() const { return error_; }
+
+private:
+    void readNext() {
+        const char c = take();
+        if (c == '\\' && !rest_.empty()) {
+            current_ += escaped(take());
+        } else if ((c == '{' || c == '}') && rest_.starts_with(c)) {
+            current_ += take();
+        } else if (c == '{') {
+            readField();
+        } else {
+            current_ += c;
+        }
+    }
+    void readField() {
+        const std::size_t end = rest_.find('}');
+        if (end == rest_.npos) {
+            error_ = "a field has no '}'; a brace is written '{{'";
+            return;
+        }
+        const std::string name(rest_.substr(0, end));
+        rest_.remove_prefix(end + 1);
+        const auto fields = detailFields();
+        const auto field = std::find_if(fields.begin(), fields.end(),
+                                        [&name](const DetailField& f) { return f.name == name; });
+        if (field == fields.end()) {
+            std::vector<std::string> known;
+            for (const DetailField& f : fields) known.emplace_back(f.name);
+            error_ = "no field {" + name + "}" + suggestionText(name, known);
+            return;
+        }
+        pieces_.push_back({std::exchange(current_, {}), &*field});
+    }
+    char take() {
+        const char c = rest_.front();
+        rest_.remove_prefix(1);
+        return c;
+    }
+    static char escaped(char c) {
+        if (c == 'n') return '\n';
+        if (c == 't') return '\t';
+        return c == '0' ? '\0' : c;
+    }
+
+    std::string_view rest_;
+    std::string current_;
+    std::vector<Piece> pieces_;
+    std::string error_;
+};
+
+}  // namespace
+
+std::unique_ptr<RecordForm> makeTemplateForm(const std::string& text, char terminator,
+                                             std::string& error) {
+    TemplateReader reader(text);
+    if (!reader.read()) {
+        error = reader.error();
+        return nullptr;
+    }
+    return std::make_unique<TemplateForm>(reader.pieces(), terminator);
+}
+
+RecordPrinter::RecordPrinter(const Options& options, std::unique_ptr<RecordForm> form, Output& out)
+    : MatchConsumer(options.limit),
+      form_(std::move(form)),
+      out_(out),
+      countOnly_(options.countOnly) {
+    if (!countOnly_) form_->begin(out_);
+}
+
+bool RecordPrinter::consume(const Match& match) {
+    if (!countOnly_) {
+        form_->write(match, out_);
+        out_.endRecord();
+    }
+    return out_.error() == 0 && !Interruption::pending();
+}
+
+void RecordPrinter::finish() {
+    if (countOnly_) {
+        out_.write(fmt::format("{}\n", count()));
+    } else {
+        form_->end(out_);
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <string>
 
 #include "fscan/match/match.h"
 
@@ -23,11 +24,26 @@ public:
 /// The form that the options ask for.
 std::unique_ptr<RecordForm> makeRecordForm(const Options& options, bool terminal);
 
-// Forms for programs to read.
-std::unique_ptr<RecordForm> makeJsonForm(bool array, bool withTypes);
-std::unique_ptr<RecordForm> makeCsvForm(bool withTypes);
-/// Null, with the reason in `error`, where the template is wrong.
+/// The form of --format: "{size} {path}". Null, with the reason in `error`, where the template is
+/// wrong.
 std::unique_ptr<RecordForm> makeTemplateForm(const std::string& text, char terminator,
                                              std::string& error);
+
+/// Prints the matches in the chosen form, or their number.
+class RecordPrinter : public MatchConsumer {
+public:
+    RecordPrinter(const Options& options, std::unique_ptr<RecordForm> form, Output& out);
+
+    /// What comes after the last match.
+    void finish() override;
+
+private:
+    /// False once the output has failed.
+    bool consume(const Match& match) override;
+
+    std::unique_ptr<RecordForm> form_;
+    Output& out_;
+    bool countOnly_;
+};
 
 }  // namespace fscan

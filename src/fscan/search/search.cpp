@@ -16,7 +16,7 @@
 #include "fscan/query/drives.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
-#include "fscan/records/record_printer.h"
+#include "fscan/records/record_form.h"
 #include "fscan/search/asking.h"
 #include "fscan/search/command_runner.h"
 #include "fscan/search/explain.h"

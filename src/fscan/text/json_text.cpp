@@ -1,12 +1,11 @@
 #include "fscan/text/json_text.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace fscan {
 
-std::string jsonText(const Json& value) {
-    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
+namespace {
 
 bool isUtf8(const std::string& text) try {
     const bool ascii =
@@ -30,6 +29,12 @@ std::string base64(std::string_view bytes) {
             text += i <= three.size() ? digits[bits >> (18 - 6 * i) & 63] : '=';
     }
     return text;
+}
+
+}  // namespace
+
+std::string jsonText(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 void putBytes(Json& object, const std::string& name, const std::string& text) {

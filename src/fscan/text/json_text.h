@@ -2,7 +2,6 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
 
 namespace fscan {
 
@@ -10,8 +9,6 @@ using Json = nlohmann::ordered_json;
 
 /// In one line; bytes that are no UTF-8 become U+FFFD.
 std::string jsonText(const Json& value);
-bool isUtf8(const std::string& text);
-std::string base64(std::string_view bytes);
 
 /// Adds a text of any bytes: where it is no UTF-8, also as "NAME_base64".
 void putBytes(Json& object, const std::string& name, const std::string& text);
