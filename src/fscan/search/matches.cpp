@@ -6,7 +6,7 @@
 #include "fscan/output/progress_line.h"
 #include "fscan/process/interruption.h"
 #include "fscan/query/excludes.h"
-#include "fscan/query/name_filter.h"
+#include "fscan/query/filters.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/search/file_examiner.h"
 #include "fscan/text/paths.h"

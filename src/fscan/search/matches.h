@@ -3,7 +3,7 @@
 #include <string>
 
 #include "fscan/match/match.h"
-#include "fscan/query/file_filters.h"
+#include "fscan/query/filters.h"
 #include "fscanner/fs/fs_resultset.h"
 
 namespace fscan {

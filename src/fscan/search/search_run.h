@@ -5,8 +5,7 @@
 
 #include "fscan/output/progress_line.h"
 #include "fscan/query/excludes.h"
-#include "fscan/query/file_filters.h"
-#include "fscan/query/name_filter.h"
+#include "fscan/query/filters.h"
 #include "fscan/search/completeness.h"
 #include "fscan/search/file_examiner.h"
 #include "fscan/search/matches.h"
