@@ -17,7 +17,7 @@
 #include "fscan/match/file_details.h"
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
-#include "fscan/search/search_run.h"
+#include "fscan/search/search.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 

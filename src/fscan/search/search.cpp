@@ -102,6 +102,18 @@ int searchAsTold(const Options& options, Summary& summary, Output& out) {
 
 }  // namespace
 
+Conditions::Conditions(const Options& options, Excludes left, const std::wstring& criteria,
+                       bool cached)
+    : excludes(std::move(left)),
+      names(options),
+      files(options, cached),
+      where(criteria),
+      rest(files.criteria()),
+      all(names.criteria()) {
+    andAlso(rest, where);
+    andAlso(all, rest);
+}
+
 int runSearch(const Options& options, Output& out) {
     Summary summary(options);
     if (!summary.writable()) return STATUS_USAGE;

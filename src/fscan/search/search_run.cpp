@@ -13,7 +13,6 @@
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/process/interruption.h"
-#include "fscan/query/criteria.h"
 #include "fscan/query/drives.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
@@ -58,18 +57,6 @@ FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
 }
 
 }  // namespace
-
-Conditions::Conditions(const Options& options, Excludes left, const std::wstring& criteria,
-                       bool cached)
-    : excludes(std::move(left)),
-      names(options),
-      files(options, cached),
-      where(criteria),
-      rest(files.criteria()),
-      all(names.criteria()) {
-    andAlso(rest, where);
-    andAlso(all, rest);
-}
 
 SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer& examiner,
                      FactsNeeded needed, Output& out)

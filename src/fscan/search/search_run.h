@@ -1,46 +1,18 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "fscan/output/progress_line.h"
-#include "fscan/query/excludes.h"
-#include "fscan/query/filters.h"
 #include "fscan/search/completeness.h"
 #include "fscan/search/file_examiner.h"
 #include "fscan/search/matches.h"
+#include "fscan/search/search.h"
 #include "fscan/search/watcher.h"
-#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_inspect.h"
 
 namespace fscan {
 
-class DriveList;
-class Output;
 class SortedMatches;
-struct Asking;
-
-/// What the matches have to satisfy.
-struct Conditions {
-    /// `criteria`: the user's own. `cached`: the answer may come from a cache.
-    Conditions(const Options& options, Excludes left, const std::wstring& criteria, bool cached);
-
-    Excludes excludes;
-    NameFilter names;
-    FileFilters files;
-    std::wstring where;  ///< the user's criteria
-    std::wstring rest;   ///< all criteria but for the names
-    std::wstring all;
-};
-
-/// What the searches of all roots go by.
-struct Search {
-    const Options& options;
-    const SearchRoots& roots;
-    const DriveList& drives;
-    Asking& asking;
-    const Conditions& conditions;
-    fscanner::FsQuery& query;  ///< all of it but the path
-};
 
 /// Searches the roots, hands the matches on and tells what came of it. Once.
 class SearchRun {
