@@ -18,11 +18,6 @@ namespace {
 
 using fscanner::DriveInfo;
 
-const char* typeName(fscanner::DriveType type) {
-    if (type == fscanner::DRIVE_LOCAL) return "local";
-    return type == fscanner::DRIVE_REMOTE ? "remote" : "other";
-}
-
 bool isChosen(const DriveInfo& drive, DriveChoice choice) {
     if (choice == DriveChoice::local) return drive.getType() == fscanner::DRIVE_LOCAL;
     return choice == DriveChoice::all || drive.getType() == fscanner::DRIVE_REMOTE;
@@ -59,6 +54,11 @@ std::wstring_view mountDirectory(const DriveInfo& drive) {
     std::wstring_view name = drive.getName() != nullptr ? drive.getName() : L"";
     if (name.ends_with(L':')) name.remove_suffix(1);
     return name;
+}
+
+const char* typeName(fscanner::DriveType type) {
+    if (type == fscanner::DRIVE_LOCAL) return "local";
+    return type == fscanner::DRIVE_REMOTE ? "remote" : "other";
 }
 
 int listDrives(const Options& options, Output& out) {

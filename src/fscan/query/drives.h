@@ -30,6 +30,9 @@ private:
 /// The drive's name without the ":" at its end.
 std::wstring_view mountDirectory(const fscanner::DriveInfo& drive);
 
+/// "local", "remote" or "other".
+const char* typeName(fscanner::DriveType type);
+
 /// Prints the chosen group's drives in columns; returns the exit status.
 int listDrives(const Options& options, Output& out);
 

@@ -10,6 +10,7 @@
 #include "fscan/output/messages.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
+#include "fscan/query/drives.h"
 #include "fscan/search/asking.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
@@ -50,11 +51,6 @@ int makeReport(const Options& options, const Asking& asking, const fscanner::FsQ
         if (asking.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
             step.way = FsSearchWay::rebuilt;
     return STATUS_FOUND;
-}
-
-std::string_view typeName(fscanner::DriveType type) {
-    if (type == fscanner::DRIVE_LOCAL) return "local";
-    return type == fscanner::DRIVE_REMOTE ? "remote" : "other";
 }
 
 std::string wayText(const Asking& asking, const FsPlanStep& step) {
