@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/criteria.h"
-#include "fscanner/store/fields.h"
 #include "micro_records.h"
 
 namespace {

@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <new>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/fs/fs.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_resultset.h"
-#include "fscanner/store/fields.h"
 #include "host.h"
 
 // ---- Allocation that fails when it is told to ----------------------------------

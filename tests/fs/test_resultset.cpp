@@ -10,7 +10,7 @@
 
 #include "fs/memory_file.h"
 #include "fs/result_file_support.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
 #include "fscanner/fs/fs_resultset_vector.h"
 #include "support/child_process.h"

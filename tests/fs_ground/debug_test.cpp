@@ -1,4 +1,4 @@
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "support/current_directory.h"
 #include "support/scoped_locale.h"
 #include "support/temporary_directory.h"

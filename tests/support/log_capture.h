@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {

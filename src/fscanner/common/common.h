@@ -1,15 +1,13 @@
 #pragma once
 
-/// The shared helpers: matching, numbers and bits, strings and their encodings, paths and
-/// temporary files, time. This header is the umbrella; each idea has a file of its own. Here
-/// are two that nothing else of the library uses: a directory entry by name and type, and the
-/// boolean evaluator.
+/// The shared helpers: matching, numbers and bits, strings and their encodings, time. This header
+/// is the umbrella; each idea has a file of its own. Here are two that nothing else of the library
+/// uses: a directory entry by name and type, and the boolean evaluator.
 
 #include <string>
 #include <utility>
 
 #include "fscanner/common/numbers.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"

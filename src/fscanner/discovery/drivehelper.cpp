@@ -12,13 +12,13 @@
 #include <tuple>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/list_duplicates.h"
 #include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/discovery/real_path.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/platform/real_path.h"
 
 namespace fscanner {
 

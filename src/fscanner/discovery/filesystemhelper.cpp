@@ -2,8 +2,8 @@
 
 #include <cwchar>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

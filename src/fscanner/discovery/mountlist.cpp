@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/platform/small_file.h"
 
 namespace fscanner {

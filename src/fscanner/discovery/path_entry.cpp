@@ -6,12 +6,12 @@
 #include <string_view>
 #include <utility>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/discovery/real_path.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/platform/paths.h"
+#include "fscanner/platform/real_path.h"
 
 namespace fscanner {
 

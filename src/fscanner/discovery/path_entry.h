@@ -6,7 +6,7 @@
 
 #include "fscanner/discovery/drive_info.h"
 #include "fscanner/discovery/path_info.h"
-#include "fscanner/discovery/real_path.h"
+#include "fscanner/platform/real_path.h"
 
 namespace fscanner {
 

@@ -5,10 +5,10 @@
 #include <map>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

@@ -7,6 +7,7 @@
 #include <tuple>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
@@ -14,7 +15,6 @@
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/discovery/path_resolver.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

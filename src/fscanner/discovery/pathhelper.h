@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "fscanner/discovery/path_relation.h"
-#include "fscanner/discovery/real_path.h"
+#include "fscanner/platform/real_path.h"
 
 namespace fscanner {
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/filesystemhelper.h"
@@ -10,7 +11,6 @@
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/platform/directory.h"
 

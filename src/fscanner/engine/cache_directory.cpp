@@ -7,14 +7,14 @@
 #include <string_view>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/wall.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/private_directory.h"
 #include "fscanner/platform/small_file.h"
 

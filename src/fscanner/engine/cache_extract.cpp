@@ -4,8 +4,8 @@
 #include <map>
 #include <memory>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -14,10 +14,10 @@
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

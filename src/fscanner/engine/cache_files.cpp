@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 
-#include "fscanner/common/paths.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/store/bytes.h"
 

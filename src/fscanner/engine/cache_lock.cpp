@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_files.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/sysfactory.h"
 

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"

@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <array>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/reports.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 
 namespace fscanner {

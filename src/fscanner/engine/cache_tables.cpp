@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cwchar>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

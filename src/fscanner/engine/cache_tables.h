@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/criteria.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/recordset.h"
 #include "fscanner/store/table.h"
 

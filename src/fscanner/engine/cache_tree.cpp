@@ -4,10 +4,10 @@
 #include <set>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

@@ -8,16 +8,16 @@
 #include <cwchar>
 #include <vector>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/file_program.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

@@ -2,9 +2,9 @@
 
 #include <memory>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/token.h"
 #include "fscanner/filetype/filetypehelper.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/record_filter.h"
 
 namespace fscanner {

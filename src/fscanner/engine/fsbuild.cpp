@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <new>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -10,7 +11,6 @@
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"

@@ -5,13 +5,13 @@
 #include <cwchar>
 #include <memory>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "fscanner/platform/paths.h"
 
 // The walk keeps one Level for each directory on the way from the root to where
 // it is, so depth costs heap and no stack. A directory is read whole when it is

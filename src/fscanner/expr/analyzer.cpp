@@ -3,7 +3,7 @@
 #include <array>
 #include <utility>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 namespace fscanner {
 

@@ -5,13 +5,13 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/command.h"
 #include "fscanner/expr/compile_error.h"
 #include "fscanner/expr/index_key.h"
 #include "fscanner/expr/lexer.h"
 #include "fscanner/expr/program.h"
 #include "fscanner/expr/tree.h"
-#include "fscanner/store/fields.h"
 
 namespace fscanner {
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "fscanner/store/inline_text.h"
+#include "fscanner/common/inline_text.h"
 
 namespace fscanner {
 

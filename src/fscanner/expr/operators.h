@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/expr/exp_value.h"
 #include "fscanner/expr/lexer.h"
-#include "fscanner/store/fields.h"
 
 /// The operators of the criteria language, their typing rules and what they
 /// compute. Reading a criteria evaluates it too, and so does its compiled form:

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 namespace fscanner {
 

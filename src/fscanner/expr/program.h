@@ -8,11 +8,11 @@
 #include <string_view>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/common/pattern.h"
 #include "fscanner/expr/command.h"
 #include "fscanner/expr/operators.h"
 #include "fscanner/expr/tree.h"
-#include "fscanner/store/fields.h"
 
 namespace fscanner {
 

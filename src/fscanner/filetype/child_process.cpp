@@ -16,7 +16,7 @@
 #include <thread>
 #include <utility>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 namespace fscanner {
 namespace {

@@ -10,9 +10,9 @@
 #include <memory>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/file_program.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {

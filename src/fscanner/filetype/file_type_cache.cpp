@@ -5,7 +5,7 @@
 #include <iterator>
 #include <utility>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 namespace fscanner {
 

@@ -16,12 +16,12 @@
 #include <string>
 #include <string_view>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/directory_types.h"
 #include "fscanner/filetype/file_program.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_loader.h"

@@ -11,12 +11,12 @@
 #include <type_traits>
 #include <utility>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_serializator.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

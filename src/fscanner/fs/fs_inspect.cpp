@@ -13,10 +13,10 @@
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/drivehelper.h"
-#include "fscanner/discovery/real_path.h"
 #include "fscanner/filetype/filetypehelper.h"
 #include "fscanner/fs/wall.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/real_path.h"
 #include "fscanner/version.h"
 
 namespace fscanner {

@@ -1,6 +1,6 @@
 #include "fscanner/fs/fs_loader.h"
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/plugin_library.h"
 #include "fscanner/fs/wall.h"

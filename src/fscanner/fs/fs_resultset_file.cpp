@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_serializator_file.h"
 #include "fscanner/fs/naturalmerge.h"

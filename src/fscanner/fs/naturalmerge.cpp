@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/temp_files.h"
 #include "fscanner/platform/sysfactory.h"

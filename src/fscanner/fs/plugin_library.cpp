@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/platform/shared_library.h"
 

@@ -13,9 +13,9 @@
 #include <new>
 #include <utility>
 
-#include "fscanner/common/paths.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

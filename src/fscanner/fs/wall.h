@@ -5,7 +5,7 @@
 #include <exception>
 #include <type_traits>
 
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 namespace fscanner {
 

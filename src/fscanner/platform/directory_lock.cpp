@@ -11,9 +11,9 @@
 #include <optional>
 #include <thread>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/descriptor.h"
 #include "fscanner/platform/sysfactory.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "fscanner/common/crc32.h"
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/store/bytes.h"
 
 namespace fscanner {

@@ -3,8 +3,8 @@
 #include <memory>
 #include <span>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/sums_file.h"
 
 namespace fscanner {

@@ -4,8 +4,8 @@
 #include <cwchar>
 
 #include "fscanner/common/numbers.h"
-#include "fscanner/common/paths.h"
 #include "fscanner/common/wildcard.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

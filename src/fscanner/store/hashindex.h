@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/exp_value.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/sums_file.h"
 
 namespace fscanner {

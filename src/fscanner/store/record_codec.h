@@ -3,9 +3,9 @@
 #include <span>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/record_encoding.h"
 
 namespace fscanner {

@@ -2,8 +2,8 @@
 
 #include <bit>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/expr/index_key.h"
-#include "fscanner/fs/debug.h"
 
 namespace fscanner {
 

@@ -4,9 +4,9 @@
 #include <string_view>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/common/numbers.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/fields.h"
 
 namespace fscanner {
 

@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/expr/tree.h"
 #include "fscanner/store/bytes.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/record_encoding.h"
 #include "fscanner/store/text_test.h"
 

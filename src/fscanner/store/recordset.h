@@ -3,8 +3,8 @@
 #include <functional>
 #include <memory>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/expr/criteria.h"
-#include "fscanner/store/fields.h"
 
 namespace fscanner {
 

@@ -4,11 +4,11 @@
 
 #include <algorithm>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/common/debug.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/discovery/pathhelper.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/paths.h"
+#include "fscanner/platform/real_path.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/record_cursor.h"
@@ -29,10 +29,10 @@ bool isCount(int which) {
 FS_Table::FS_Table(const wchar_t* name, const wchar_t* directory, bool compressed)
     : compressed_(compressed) {
     if (!name || !directory) return;
-    auto real = PathHelper::realPath(directory, true);
+    const auto real = resolvePath(toMultibyte(directory), [](std::string_view) { return true; });
     if (!real) return;
     name_ = name;
-    directory_ = std::move(*real);
+    directory_ = toWide(*real);
     if (directory_.empty() || directory_.back() != L'/') directory_ += L'/';
 }
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/common/fields.h"
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/store/data_file.h"
-#include "fscanner/store/fields.h"
 #include "fscanner/store/hashindex.h"
 #include "fscanner/store/offset_file.h"
 #include "fscanner/store/record_codec.h"

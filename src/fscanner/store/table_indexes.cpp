@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/bytes.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fscanner/common/paths.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 
 namespace fscanner {

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "fscanner/common/crc32.h"
-#include "fscanner/common/paths.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/bytes.h"
 

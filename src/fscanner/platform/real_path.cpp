@@ -1,4 +1,4 @@
-#include "fscanner/discovery/real_path.h"
+#include "fscanner/platform/real_path.h"
 
 #include <unistd.h>
 
@@ -10,8 +10,8 @@
 #include <cstring>
 #include <memory>
 
-#include "fscanner/common/paths.h"
 #include "fscanner/platform/directory.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

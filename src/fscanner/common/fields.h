@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "fscanner/store/inline_text.h"
+#include "fscanner/common/inline_text.h"
 
 namespace fscanner {
 

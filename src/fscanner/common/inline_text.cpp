@@ -1,4 +1,4 @@
-#include "fscanner/store/inline_text.h"
+#include "fscanner/common/inline_text.h"
 
 #include <cwchar>
 

@@ -1,4 +1,4 @@
-#include "fscanner/common/paths.h"
+#include "fscanner/platform/paths.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
-#include "fscanner/fs/debug.h"
 #include "fscanner/platform/descriptor.h"
 
 namespace fscanner {

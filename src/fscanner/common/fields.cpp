@@ -1,4 +1,4 @@
-#include "fscanner/store/fields.h"
+#include "fscanner/common/fields.h"
 
 #include <atomic>
 #include <cwchar>

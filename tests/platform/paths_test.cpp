@@ -1,4 +1,4 @@
-#include "fscanner/common/paths.h"
+#include "fscanner/platform/paths.h"
 
 #include <gtest/gtest.h>
 #include <pwd.h>

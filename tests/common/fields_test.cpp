@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "fscanner/store/fields.h"
+#include "fscanner/common/fields.h"
 
 namespace fscanner {
 namespace {

@@ -1,4 +1,4 @@
-#include "fscanner/fs/debug.h"
+#include "fscanner/common/debug.h"
 
 #include <fcntl.h>
 #include <unistd.h>
