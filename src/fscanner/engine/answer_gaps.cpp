@@ -14,6 +14,7 @@
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 
@@ -96,7 +97,7 @@ void ExclusionWatch::lookUpOthers(CacheStore& store,
 void ExclusionWatch::lookUp(CacheStore& store, const PathInfo& exclusion,
                             const std::function<bool(const wchar_t*)>& isSearched) {
     const std::wstring text = exclusion.getPathName();
-    const std::wstring name = text.substr(text.rfind(L'/') + 1);
+    const std::wstring name = lastName(text);
     RecordSet directories = store.directories().openRecordSet();
     DirectoryChain chain(store);
     bool found = false;

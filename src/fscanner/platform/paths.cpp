@@ -65,6 +65,10 @@ bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** di
     return true;
 }
 
+std::wstring lastName(const std::wstring& path) {
+    return path.substr(path.rfind(L'/') + 1);
+}
+
 int removeFile(const wchar_t* name) {
     const std::unique_ptr<char[]> bytes(myWcsToMbs(name));
     return bytes ? std::remove(bytes.get()) : -1;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 
 namespace fscanner {
 
@@ -19,6 +20,9 @@ wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
 /// `*name` what follows; both new, released with `free`. False, and nothing is
 /// stored, when there is no separator.
 bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
+
+/// What follows the last "/"; all where there is none.
+std::wstring lastName(const std::wstring& path);
 
 /// `remove` and `rename` of the multibyte names; 0 on success.
 int removeFile(const wchar_t* name);

@@ -9,10 +9,14 @@ static_assert(sizeof(wchar_t) == CHARACTER);
 
 }  // namespace
 
+void appendBytes(std::vector<std::byte>& out, std::span<const std::byte> bytes) {
+    out.insert(out.end(), bytes.begin(), bytes.end());
+}
+
 void appendInteger(std::vector<std::byte>& out, std::uint32_t value) {
     std::byte bytes[sizeof value];
     storeInteger(bytes, value);
-    out.insert(out.end(), bytes, bytes + sizeof bytes);
+    appendBytes(out, bytes);
 }
 
 void appendName(std::vector<std::byte>& out, std::wstring_view name) {

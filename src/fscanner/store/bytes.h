@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -79,9 +80,10 @@ private:
     const std::byte* end_ = nullptr;
 };
 
-// Numbers and names in the headers of the store's files. A name is its length in
+// Bytes, numbers and names in the headers of the store's files. A name is its length in
 // bytes, then UTF-32LE without a terminator.
 
+void appendBytes(std::vector<std::byte>& out, std::span<const std::byte> bytes);
 void appendInteger(std::vector<std::byte>& out, std::uint32_t value);
 void appendName(std::vector<std::byte>& out, std::wstring_view name);
 

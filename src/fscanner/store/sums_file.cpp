@@ -16,15 +16,6 @@ namespace {
 constexpr std::string_view MAGIC = "FSBLKSUM";
 constexpr std::uint32_t VERSION = 1;
 
-std::wstring nameOf(const std::wstring& path) {
-    return path.substr(path.rfind(L'/') + 1);
-}
-
-void append(std::vector<std::byte>& to, std::span<const std::byte> bytes) {
-    to.resize(to.size() + bytes.size());
-    std::copy(bytes.begin(), bytes.end(), to.end() - static_cast<std::ptrdiff_t>(bytes.size()));
-}
-
 }  // namespace
 
 // ---- The file ---------------------------------------------------------------
@@ -72,7 +63,7 @@ bool SumsFile::decode(ByteRange bytes) {
 
 bool SumsFile::write() const {
     std::vector<std::byte> bytes;
-    append(bytes, std::as_bytes(std::span(MAGIC)));
+    appendBytes(bytes, std::as_bytes(std::span(MAGIC)));
     for (const std::uint32_t value :
          {VERSION, std::uint32_t{BlockSums::BLOCK}, static_cast<std::uint32_t>(files_.size())})
         appendInteger(bytes, value);
@@ -81,7 +72,7 @@ bool SumsFile::write() const {
         appendInteger(bytes, sums->size());
     }
     appendInteger(bytes, crc32c(bytes));
-    for (const auto& [name, sums] : files_) append(bytes, sums->sums());
+    for (const auto& [name, sums] : files_) appendBytes(bytes, sums->sums());
     return writeSmallFile(newPath(), bytes.data(), static_cast<unsigned>(bytes.size()));
 }
 
@@ -110,20 +101,20 @@ void SumsFile::eraseNew() const {
 // ---- Its files --------------------------------------------------------------
 
 BlockSums* SumsFile::find(const std::wstring& path) {
-    const auto found = files_.find(nameOf(path));
+    const auto found = files_.find(lastName(path));
     return found == files_.end() ? nullptr : found->second.get();
 }
 
 BlockSums& SumsFile::add(const std::wstring& path) {
-    const std::wstring name = nameOf(path);
+    const std::wstring name = lastName(path);
     return *(files_[name] = std::make_unique<BlockSums>(name, 0, nullptr));
 }
 
 void SumsFile::rename(const Renames& renames) {
     for (const auto& [from, to] : renames) {
-        auto moved = files_.extract(nameOf(from));
+        auto moved = files_.extract(lastName(from));
         if (moved.empty()) continue;
-        moved.key() = nameOf(to);
+        moved.key() = lastName(to);
         moved.mapped()->rename(moved.key());
         files_.erase(moved.key());
         files_.insert(std::move(moved));
@@ -136,7 +127,7 @@ void SumsFile::renew(const std::vector<LinuxMmFile*>& files) {
 }
 
 void SumsFile::remove(const std::wstring& path) {
-    files_.erase(nameOf(path));
+    files_.erase(lastName(path));
 }
 
 bool SumsFile::holds(const std::wstring& path) {

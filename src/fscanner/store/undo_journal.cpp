@@ -42,18 +42,10 @@ std::string_view text(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-std::wstring nameOf(const std::wstring& path) {
-    return path.substr(path.rfind(L'/') + 1);
-}
-
 // A name in the journal must not lead elsewhere.
 bool takeFileName(ByteRange& in, std::wstring& name) {
     return takeName(in, name) && !name.empty() && name.find(L'/') == name.npos && name != L"." &&
            name != L"..";
-}
-
-void appendBytes(std::vector<std::byte>& out, std::span<const std::byte> bytes) {
-    out.insert(out.end(), bytes.begin(), bytes.end());
 }
 
 }  // namespace
@@ -127,7 +119,7 @@ bool UndoJournal::note(unsigned kind, const Bytes& content) {
 // What cannot be read is of no use to anybody: it is better absent.
 void UndoJournal::appendSmall(Bytes& content, const std::wstring& path) {
     const std::optional<std::string> bytes = readSmallFile(path);
-    appendName(content, nameOf(path));
+    appendName(content, lastName(path));
     appendInteger(content, bytes ? WHOLE : ABSENT);
     if (!bytes) return;
     appendInteger(content, static_cast<std::uint32_t>(bytes->size()));
@@ -138,7 +130,7 @@ bool UndoJournal::keep(const std::vector<LinuxMmFile*>& files,
                        const std::vector<std::wstring>& smallFiles) {
     Bytes content;
     for (const LinuxMmFile* file : files) {
-        appendName(content, nameOf(file->path()));
+        appendName(content, lastName(file->path()));
         appendInteger(content, BLOCKS);
         appendInteger(content, file->logicalSize());
     }
@@ -155,8 +147,8 @@ bool UndoJournal::keep(const std::vector<LinuxMmFile*>& files,
 bool UndoJournal::announce(const Renames& renames) {
     Bytes content;
     for (const auto& [from, to] : renames) {
-        appendName(content, nameOf(from));
-        appendName(content, nameOf(to));
+        appendName(content, lastName(from));
+        appendName(content, lastName(to));
     }
     return note(BESIDE, content);
 }
