@@ -80,12 +80,7 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Foun
     // What the query itself leaves out stays as it is: nothing of it will be extracted.
     if (leavesOut(plan, pair)) return FS_CACHE_SUCCESS;
     if (found.record) {
-        if (!tree_.isAlone(store_.directoryRecords(), found.id) || !store_.startAnew()) {
-            const bool removed = store_.beginTree() &&
-                                 tree_.removeTree(store_.directories(), store_.files(), found.id);
-            if (!removed) return FS_CACHE_UNUSABLE;
-        }
-        tree_.forget();
+        if (!dropTree(found.id)) return FS_CACHE_UNUSABLE;
         debug("FS_Cache::%s - tree removed!\n", name);
     }
     // Building stamps before it checks: what is no directory would look like a young,
@@ -106,6 +101,13 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Foun
     if (status != WALK_TIMED_OUT) return FS_CACHE_UNUSABLE;
     debug("FS_Cache::%s - timeout during file system access, deleting cache...\n", name);
     return FS_CACHE_BUILD_TIMED_OUT;
+}
+
+bool CacheQuery::dropTree(unsigned id) {
+    if (!tree_.isAlone(store_.directoryRecords(), id) || !store_.startAnew())
+        return store_.beginTree() && tree_.removeTree(store_.directories(), store_.files(), id);
+    tree_.forget();
+    return true;
 }
 
 int CacheQuery::refreshTrees(const QueryPlan& plan) {

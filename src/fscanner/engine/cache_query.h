@@ -58,6 +58,7 @@ private:
     int readTrees(const QueryPlan& plan, const char* name);
     int serve(const QueryPlan& plan, const PathDrive& pair, const char* name);
     int refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found, const char* name);
+    bool dropTree(unsigned id);
     int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
                 decltype(extractResults)& how);
 

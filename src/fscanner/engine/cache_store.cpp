@@ -20,13 +20,6 @@ constexpr int kCompactionPercent = 30;
 constexpr unsigned kFreeStates = 16U << 20;  // bytes of a journal
 const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnreadSuffix};
 
-bool isDue(const FS_Table& table, int percent) {
-    unsigned stored = 0;
-    unsigned deleted = 0;
-    return table.count(0, &stored) && table.count(1, &deleted) &&
-           deleted > std::uint64_t{stored} * static_cast<unsigned>(percent) / 100;
-}
-
 }  // namespace
 
 CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
@@ -122,12 +115,10 @@ int CacheStore::create(unsigned timeout, int disposition) {
             break;
         case FS_CACHE_OPEN:
             debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN\n");
-            recoverCache();
             done = openCache();
             break;
         case FS_CACHE_OPEN_ALWAYS:
             debug("FS_Cache::create - creationDisposition is FS_CACHE_OPEN_ALWAYS\n");
-            recoverCache();
             done = openCache() || createCache();
             break;
         default:
@@ -156,7 +147,7 @@ bool CacheStore::createCache() {
         files_.reset();
         return false;
     }
-    if (!readOnly_) mark_.beginCacheUpdate();
+    mark_.beginCacheUpdate();
     broken_ = false;
     directoriesIndex_ = 0;
     unread_.reset(0);
@@ -167,8 +158,7 @@ bool CacheStore::createCache() {
 // Only for whoever has the cache alone: what looks like another's last session may be going
 // on. The mark may also be a reader's, which leaves no journal.
 void CacheStore::recoverCache() {
-    if (!initialized_ || readOnly_ || !lock_->isAlone() || !journal_ || !mark_.insideCacheUpdate())
-        return;
+    if (readOnly_ || !lock_->isAlone() || !journal_ || !mark_.insideCacheUpdate()) return;
     sums_->clear();
     const bool recovered = journal_->recover();
     debug("FS_Cache::recover - the last use was interrupted: %s\n",
@@ -182,6 +172,7 @@ bool CacheStore::openCache() {
     debug("FS_Cache::openCache - entering...\n");
     if (!initialized_) return false;
     debug("FS_Cache::openCache - cacheInitialized is true\n");
+    recoverCache();
     if (mark_.insideCacheUpdate() || !readCounter(path(CacheCounterSuffix), directoriesIndex_) ||
         directoriesIndex_ > kLargestDirectoriesIndex) {
         debug("FS_Cache::openCache() - cache corrupted or directoriesIndex invalid\n");
@@ -264,7 +255,8 @@ bool CacheStore::startAnew() {
 }
 
 void CacheStore::abandonAnew() {
-    for (const auto& [from, to] : renamesAnew()) removeFile(from.c_str());
+    for (const wchar_t* suffix : kSmallFiles) removeFile(freshPath(suffix).c_str());
+    sums_->eraseNew();
     anew_->files.abandon();
     anew_->directories.abandon();
     anew_.reset();
@@ -348,7 +340,7 @@ bool CacheStore::bringToDisk() {
 bool CacheStore::isCompactionDue() {
     const int percent = compactionPercent();
     return files_ && directories_ && open_ &&
-           (isDue(files(), percent) || isDue(directories(), percent));
+           (files().isCompactionDue(percent) || directories().isCompactionDue(percent));
 }
 
 int CacheStore::compactionPercent() const {
@@ -373,7 +365,7 @@ bool CacheStore::compact() {
     // What will not be changed needs no mark.
     if (!compactionDue_) return compactTables(nullptr);
     if (journal_ && !journal_->start(false)) return false;
-    if (!readOnly_) mark_.beginCacheUpdate();
+    mark_.beginCacheUpdate();
     if (mark_.placeSynced() && compactTables(journal_.get()) && syncDirectory(directory_)) {
         endChanges();
         return true;

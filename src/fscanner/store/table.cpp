@@ -92,7 +92,7 @@ bool FS_Table::close() {
     recordSets_.clear();
     constantKeys_ = false;
     patterns_ = false;
-    closedCounts_ = {data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
+    closedCounts_ = counts();
     bool closed = true;
     for (const auto& index : indexes_) closed = index->close() && closed;
     indexes_.clear();
@@ -124,6 +124,14 @@ bool FS_Table::erase() {
     return isUsable() && !isOpen() && eraseFiles();
 }
 
+FS_Table::Counts FS_Table::counts() const {
+    return {data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
+}
+
+bool FS_Table::isCompactionDue(int percent) const {
+    return isOpen() && isWorthIt(counts(), percent);
+}
+
 bool FS_Table::isWorthIt(const Counts& counts, int percent) {
     return counts.deleted > static_cast<long long>(counts.stored) * percent / 100;
 }
@@ -133,8 +141,7 @@ bool FS_Table::compact(int percent, UndoJournal* journal) {
     const bool counted =
         !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent) && hasFiles();
     if (!counted && !open()) return false;
-    const Counts counts =
-        counted ? *closedCounts_ : Counts{data_->count(COUNT_STORED), data_->count(COUNT_DELETED)};
+    const Counts counts = counted ? *closedCounts_ : this->counts();
     debug("FS_Table::compact - [%d] [stored: %d] [deleted: %d]\n", percent,
           static_cast<int>(counts.stored), static_cast<int>(counts.deleted));
     if (!isWorthIt(counts, percent)) {

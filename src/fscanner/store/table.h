@@ -75,6 +75,8 @@ public:
     /// With a journal an interruption leaves a closed table that `UndoJournal::recover` makes
     /// the old or the new one. Without one it may leave files of both.
     bool compact(int percent, UndoJournal* journal = nullptr);
+    /// Whether it would rewrite this open table. False of a closed one.
+    bool isCompactionDue(int percent) const;
     /// Whether a file of this table was found damaged since the last `create`, or
     /// the start of the last `open`. It may be asked on a closed table.
     bool damaged() const { return damaged_ || (sums_ && sums_->damaged()); }
@@ -235,6 +237,7 @@ private:
     bool hasFiles() const;
     bool eraseFiles();
     bool holds(unsigned id, ByteRange record);
+    Counts counts() const;
     static bool isWorthIt(const Counts& counts, int percent);
 
     bool rewriteInPlace(unsigned id, const Fields& values);
