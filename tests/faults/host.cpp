@@ -75,9 +75,18 @@ void FaultHost::describe(FsQuery& query, const wchar_t* criteria) const {
     query.setQuery(criteria);
 }
 
+void FaultHost::describeParts(FsQuery& query, const std::vector<std::string>& names) const {
+    for (const std::string& name : names)
+        query.addIncludePath((L"*:" + tree.wide(name)).c_str(), true);
+}
+
 Answer FaultHost::ask(unsigned age, const wchar_t* criteria, bool compressed) const {
     FsQuery query;
     describe(query, criteria);
+    return ask(query, age, compressed);
+}
+
+Answer FaultHost::ask(const FsQuery& query, unsigned age, bool compressed) const {
     Answer answer;
     const GapObserver observer(answer);
     CollectingWriter writer;

@@ -60,6 +60,22 @@ private:
     FsScanObserver* previous_;
 };
 
+/// Says stop at the n-th question of a search whether to go on.
+class Stopper : public FsScanObserver {
+public:
+    explicit Stopper(int atCall) : at(atCall), previous_(fsSetScanObserver(this)) {}
+    Stopper(const Stopper&) = delete;
+    Stopper& operator=(const Stopper&) = delete;
+    ~Stopper() override { fsSetScanObserver(previous_); }
+    bool progress(const FsScanProgress&) override { return ++seen < at; }
+
+    const int at;
+    int seen = 0;
+
+private:
+    FsScanObserver* previous_;
+};
+
 /// A tree, a cache for it, and a host's way of asking, each in directories of its own:
 /// also temporary and lock files go where a test can count them.
 class FaultHost {
@@ -79,9 +95,12 @@ public:
 
     std::unique_ptr<FsProvider> provider(bool compressed = false) const;
     void describe(FsQuery& query, const wchar_t* criteria = L"") const;
+    /// Has the query search these directories of the tree.
+    void describeParts(FsQuery& query, const std::vector<std::string>& names) const;
     /// One query by a provider of its own.
     Answer ask(unsigned age = kAnyAge, const wchar_t* criteria = L"",
                bool compressed = false) const;
+    Answer ask(const FsQuery& query, unsigned age, bool compressed = false) const;
     /// One query whose results, or null, are in a file, and sorted if there is a key.
     std::unique_ptr<FsResultSetReader> askForFile(int& status, unsigned sortKey = 0) const;
     /// In the order of the reader.

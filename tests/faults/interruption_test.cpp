@@ -134,15 +134,6 @@ INSTANTIATE_TEST_SUITE_P(During, Signals, testing::ValuesIn(kRuns),
 
 // ---- The observer --------------------------------------------------------------
 
-struct Stopper : FsScanObserver {
-    explicit Stopper(int atCall) : at(atCall), previous(fsSetScanObserver(this)) {}
-    ~Stopper() override { fsSetScanObserver(previous); }
-    bool progress(const FsScanProgress&) override { return ++seen < at; }
-    int at;
-    int seen = 0;
-    FsScanObserver* previous;
-};
-
 // Progress is told once in 1024 entries: every one of them is a place to stop.
 TEST(ObserverStop, IsACodeAndCostsOneRebuild) {
     FaultHost host;

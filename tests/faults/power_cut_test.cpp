@@ -137,8 +137,7 @@ TEST_P(PowerCut, WhatIsRecoveredIsOnDiskBeforeTheMarkGoes) {
     host.plant(4, 4);
     host.place.directory("cache");
     FsQuery query;
-    for (const char* name : {"d0", "d1"})
-        query.addIncludePath((L"*:" + host.tree.wide(name)).c_str(), true);
+    host.describeParts(query, {"d0", "d1"});
     const auto session = [&](unsigned age) {
         CollectingWriter ignored;
         return host.provider(GetParam())->executeQuery(ignored, query, age, 60000);

@@ -330,7 +330,7 @@ TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {
     ASSERT_EQ(ask(FaultHost::kAnyAge), 0);
     host.tree.file("d0/new");
     query.addIncludePath((L"*:" + host.place.wide("gone")).c_str(), true);
-    query.addIncludePath((L"*:" + host.tree.wide("d1")).c_str(), true);
+    host.describeParts(query, {"d1"});
     for (const bool isThere : {true, false}) {
         if (!isThere) fs::remove(gone);
         const auto builder = cache();
@@ -349,7 +349,7 @@ TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {
         EXPECT_EQ(inChild([&] { return -read(); }), 0);
         // Of what it did not build it has nothing younger than others have.
         FsQuery other;
-        other.addIncludePath((L"*:" + host.tree.wide("d2")).c_str(), true);
+        host.describeParts(other, {"d2"});
         EXPECT_EQ(builder->executeQuery(found, other, 60000, FS_CACHE_REBUILD),
                   FS_CACHE_NEEDS_CHANGE);
         EXPECT_TRUE(builder->close());
