@@ -101,12 +101,14 @@ std::string CacheDamage::damageAtRandom(unsigned kinds) {
 }
 
 // Where the checksums were made right again, what stands for another value of the same form is
-// one. And a lookup sees neither an entry that reads as removed nor the end of a cut chain.
+// one. And a lookup sees neither an entry that reads as removed nor the end of a cut chain: a
+// name, or the directory at which a search or a refresh begins.
 bool CacheDamage::cannotBeTold(const std::string& what, std::size_t query) {
     if (!what.starts_with("summed")) return false;
-    const bool hides = what.ends_with("in files.pxx") || what.ends_with("in files_FILENAME.idx");
+    const bool hidesNames =
+        what.ends_with("in files.pxx") || what.ends_with("in files_FILENAME.idx");
     return what.ends_with("in files.dat") || what.ends_with("in dirs.dat") ||
-           (query == kExactName && hides);
+           what.ends_with("in dirs_PATHNAME.idx") || (query == kExactName && hidesNames);
 }
 
 void CacheDamage::trial(const std::string& what) {

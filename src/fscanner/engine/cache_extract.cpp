@@ -23,25 +23,25 @@ namespace fscanner {
 
 namespace {
 
-// The criteria command "path": the directory's path by its ID, joined with the name.
+// The criteria command "path": the directory's path by its ID, joined with the name. Mostly
+// it is asked for the directory of the file at hand.
 class chPathCommand : public BinaryCmd {
 public:
-    explicit chPathCommand(CacheStore& store) : directory_(store) {}
+    chPathCommand(CacheStore& store, const DirectoryChain& current)
+        : current_(current), other_(store) {}
 
     int execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) override;
 
 private:
-    bool findDirectory(unsigned id);
+    const DirectoryChain* find(unsigned id);
 
-    DirectoryChain directory_;
-    unsigned directoryId_ = 0;
+    const DirectoryChain& current_;
+    DirectoryChain other_;
 };
 
-// Files come in runs of one directory, so the last one is kept.
-bool chPathCommand::findDirectory(unsigned id) {
-    if (id == directoryId_ && directory_.depth() > 0) return true;
-    directoryId_ = id;
-    return directory_.enter(id);
+const DirectoryChain* chPathCommand::find(unsigned id) {
+    if (current_.isAt(id)) return &current_;
+    return other_.isAt(id) || other_.enter(id) ? &other_ : nullptr;
 }
 
 int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) {
@@ -49,11 +49,13 @@ int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, Ex
         debug("chPathCommand::execute - args not valid!\n");
         return 1;
     }
-    if (!findDirectory(static_cast<unsigned>(directoryId.getNumericValue()))) {
+    const DirectoryChain* const directory =
+        find(static_cast<unsigned>(directoryId.getNumericValue()));
+    if (!directory) {
         debug("chPathCommand::execute - findPathById(...) failed!\n");
         return 1;
     }
-    const HeapText path(getFullPathName(directory_.path().c_str(), name.getStringValue()));
+    const HeapText path(getFullPathName(directory->path().c_str(), name.getStringValue()));
     if (!path) {
         debug("chPathCommand::execute - getFullPathName(...) failed!\n");
         return 1;
@@ -78,7 +80,7 @@ public:
           writer_(writer),
           request_(request),
           chain_(store),
-          pathCommand_(store),
+          pathCommand_(store, chain_),
           exclusions_(request.exclude, request.caseSensitive),
           evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search) {
         for (const PathDrive& pair : request.pairs)

@@ -25,12 +25,19 @@ unsigned parentOf(const RecordSet& directories) {
     return directories.getFieldAsInt32(DIRECTORIES_PARENTID);
 }
 
+// Goes to the record of a directory that holds another one, which must be there.
+bool findParent(CacheStore& store, RecordSet& records, unsigned id) {
+    return store.lookups().byId(records, id) ||
+           store.directories().reportDamage("a parent that is not there");
+}
+
 // Whether the chain of parents from `parent` up has all names but the last, and ends at the
 // top.
-bool isBelow(RecordSet& ancestors, CacheLookups& lookups, unsigned parent,
+bool isBelow(RecordSet& ancestors, CacheStore& store, unsigned parent,
              const std::vector<std::wstring>& names, bool caseFlag) {
     for (std::size_t level = names.size() - 1; level > 0; --level) {
-        if (!lookups.byId(ancestors, parent) || !isNamed(ancestors, names[level - 1], caseFlag))
+        if (parent == 0 || !findParent(store, ancestors, parent) ||
+            !isNamed(ancestors, names[level - 1], caseFlag))
             return false;
         parent = parentOf(ancestors);
     }
@@ -42,7 +49,7 @@ bool isBelow(RecordSet& ancestors, CacheLookups& lookups, unsigned parent,
 void forgetTimes(CacheStore& store, unsigned id) {
     RecordSet& records = store.directoryRecords();
     for (CircleGuard circle; id != 0 && !circle.closes(id);) {
-        if (!store.lookups().byId(records, id)) return;
+        if (!findParent(store, records, id)) return;
         id = records.getFieldAsInt32(DIRECTORIES_PARENTID);
         if (records.getFieldAsInt32(DIRECTORIES_CREATIONTIME) == 0) continue;
         records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, 0);
@@ -73,7 +80,7 @@ bool CacheTree::findSpelledPath(RecordSet& candidates, RecordSet& ancestors, con
     if (names.size() == 1) return found && parentOf(candidates) == 0;
     for (; found; found = candidates.moveNext()) {
         if (isNamed(candidates, name, caseFlag) &&
-            isBelow(ancestors, store_.lookups(), parentOf(candidates), names, caseFlag))
+            isBelow(ancestors, store_, parentOf(candidates), names, caseFlag))
             return true;
     }
     return false;
@@ -118,7 +125,7 @@ bool CacheTree::findPathById(RecordSet& directories, unsigned id, wchar_t* buffe
 bool CacheTree::isInside(RecordSet& directories, unsigned id, unsigned root) {
     for (CircleGuard circle; id != 0 && id != root && !circle.closes(id);) {
         const Known* directory = known(directories, id);
-        if (!directory) return false;
+        if (!directory) return store_.directories().reportDamage("a parent that is not there");
         id = directory->parent;
     }
     return id == root;

@@ -116,6 +116,8 @@ public:
     /// Goes to directory `id`. False, and the chain is empty, when it or one of its
     /// parents has no record, or when its parents are a circle of a damaged table.
     bool enter(unsigned id);
+    /// Whether that is where it is.
+    bool isAt(unsigned id) const { return !levels_.empty() && levels_.back().id == id; }
     /// The path, without a "/" at its end unless its name has one. Until `enter`.
     const std::wstring& path() const { return path_; }
     /// The path of the first directory of the chain whose path has more characters.
