@@ -28,7 +28,7 @@ namespace {
 /// registers; returns how much that was.
 std::size_t appendAscii(std::string& bytes, std::wstring_view text) {
     constexpr std::size_t block = 16;
-    char narrow[block];
+    char narrow[block] = {};
     std::size_t done = 0;
     for (; done + block <= text.size(); done += block) {
         std::uint32_t all = 0;
