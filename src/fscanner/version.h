@@ -3,7 +3,7 @@
 /// The version of these headers; `fsVersion()` tells the loaded library's. The build
 /// reads it from here.
 #define FSCANNER_VERSION_MAJOR 0
-#define FSCANNER_VERSION_MINOR 1
+#define FSCANNER_VERSION_MINOR 2
 #define FSCANNER_VERSION_PATCH 0
 
 #define FSCANNER_VERSION_TEXT_(major, minor, patch) #major "." #minor "." #patch

@@ -35,7 +35,7 @@ protected:
         configure(directory_ / "home");
         // Plug-ins look for the library from where they lie.
         std::filesystem::create_directory(directory_ / "lib");
-        for (const char* place : {"libfscanner.so.1", "lib/libfscanner.so.1"})
+        for (const char* place : {FSCANNER_SONAME, "lib/" FSCANNER_SONAME})
             std::filesystem::create_symlink(FSCANNER_LIBRARY, directory_ / place);
     }
     ~Plugins() override {
