@@ -1,8 +1,8 @@
 # bash completion for fscan: options, the words of criteria, drive groups, directories.
-# What there is to complete comes from "fscan --list-words", so nothing is named here.
+# The words come from "fscan --list-words", so this file names none.
 # shellcheck shell=bash
 
-# _fscan_value NAME: what the option takes; fails for what is no option.
+# _fscan_value NAME: prints the kind of value that the option takes. Fails if NAME is not an option.
 _fscan_value() {
     local kind names value
     while IFS=$'\t' read -r kind names value _; do
@@ -14,7 +14,7 @@ _fscan_value() {
     return 1
 }
 
-# _fscan_of KIND: the words of that kind, one a line.
+# _fscan_of KIND: prints the words of that kind, one per line.
 _fscan_of() {
     local kind names word
     while IFS=$'\t' read -r kind names _; do
@@ -23,7 +23,7 @@ _fscan_of() {
     done <<<"$_fscan_words"
 }
 
-# _fscan_matching BEGIN: those of the lines that begin so, after $_fscan_before.
+# _fscan_matching BEGIN: offers the input lines that begin so, with $_fscan_before in front.
 _fscan_matching() {
     local word
     while IFS= read -r word; do
@@ -31,7 +31,7 @@ _fscan_matching() {
     done
 }
 
-# The last word of a criteria, if it is outside of a text.
+# Completes the last word of a criteria, unless it is inside a quoted text.
 _fscan_criteria() {
     local quotes=${cur//[!\"]/}
     ((${#quotes} % 2)) && return
@@ -41,8 +41,8 @@ _fscan_criteria() {
     _fscan_unfinished
 }
 
-# The word goes on behind what was completed: no blank, and no closing quote, which
-# readline leaves out only where there is more than one match.
+# The word continues after the completed part, so readline must add neither a blank nor a closing
+# quote. It leaves the quote out only if there is more than one match.
 _fscan_unfinished() {
     compopt -o nospace
     [[ -z $quote || ${#COMPREPLY[@]} -ne 1 ]] || COMPREPLY+=("${COMPREPLY[0]} ")
@@ -57,7 +57,7 @@ _fscan_path() {
         cur=${cur#"$group"}
     done
     if [[ -z $_fscan_before && $cur == \$* ]]; then
-        # Outside of quotes the shell would take it for a variable.
+        # Without quotes the shell would expand it as a variable.
         [[ -n $quote ]] || _fscan_before=\'
         _fscan_matching "$cur" <<<"$groups"
         _fscan_unfinished
@@ -72,7 +72,7 @@ _fscan_path() {
     fi
 }
 
-# _fscan_argument VALUE: completes what an option takes.
+# _fscan_argument VALUE: completes the argument of an option that takes VALUE.
 _fscan_argument() {
     case $1 in
         [a-z]*) _fscan_matching "$cur" <<<"${1//|/$'\n'}" ;;
@@ -99,8 +99,8 @@ _fscan() {
     elif [[ $previous == = ]]; then
         previous=${COMP_WORDS[COMP_CWORD - 2]}
     fi
-    # The shell keeps an opening quote, and readline puts it back, and a "$" that is
-    # not quoted is written with a backslash.
+    # The word may begin with an opening quote, which readline adds again. A "$" outside quotes has a
+    # backslash in front.
     [[ $cur != [\'\"]* ]] || quote=${cur:0:1}
     cur=${cur#[\'\"]}
     cur=${cur/#\\\$/\$}

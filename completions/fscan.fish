@@ -1,7 +1,7 @@
 # fish completion for fscan: options, the words of criteria, drive groups, directories.
-# What there is to complete comes from "fscan --list-words", so nothing is named here.
+# The words come from "fscan --list-words", so this file names none.
 
-# The words of a kind, a tab, and what they mean.
+# The words of a kind, one per line, each with a tab and its meaning.
 function __fscan_of
     fscan --list-words 2>/dev/null | string match "$argv[1]"\t\* | string replace -r '^[^\t]*\t([^\t]*)\t[^\t]*\t' '$1\t'
 end
@@ -11,7 +11,7 @@ function __fscan_current
     commandline -ct | string replace -r '^[\'"]' ''
 end
 
-# The last word of a criteria, if it is outside of a text.
+# Completes the last word of a criteria, unless it is inside a quoted text.
 function __fscan_criteria
     set -l current (__fscan_current)
     test (math (string replace -ra '[^"]' '' -- $current | string length) % 2) = 0; or return

@@ -1,4 +1,4 @@
-// A complete host: asks a provider, sorts the matches on disk, prints them.
+// A complete host: it asks a provider, sorts the matches on disk, and prints them.
 //
 //     search DIRECTORY CRITERIA [PROVIDER]
 //     search /usr/include '[FILENAME]=="*.h" && [SIZE]>10000'
@@ -17,9 +17,9 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: search DIRECTORY CRITERIA [PROVIDER]\n");
         return 2;
     }
-    std::setlocale(LC_ALL, "");  // the library reads names in the host's locale
+    std::setlocale(LC_ALL, "");  // the library decodes names by the host's locale
 
-    // The configured provider, unless one is named.
+    // Null loads the configured provider.
     const std::unique_ptr<FsProvider> provider(fsLoadProvider(argc > 3 ? argv[3] : nullptr));
     if (!provider) {
         std::fprintf(stderr, "the provider cannot be loaded; startDebug(file) tells why\n");
@@ -34,12 +34,12 @@ int main(int argc, char** argv) {
         return 2;
     }
 
-    // "$all::" is for drives of every kind; without a group only local ones count.
+    // "$all::" searches drives of every kind. Without it only local drives are searched.
     FsQuery query;
     query.addIncludePath((L"$all::" + directory).c_str(), true);
     query.setQuery(criteria.c_str());
 
-    // Cached answers of up to 60 minutes will do; at most 30 seconds of work.
+    // Accept cached answers of up to 60 minutes, and work at most 30 seconds.
     const std::unique_ptr<FsResultSetReader> results(fsExecuteQuery(provider.get(), query, 60, 30));
     if (!results || provider->lastStatus() != 0) {
         std::fprintf(stderr, "the search failed: %d\n", provider->lastStatus());

@@ -1,11 +1,11 @@
-// A host that shows how far a search is, can be cancelled, and says what its answer
-// lacks: all through an FsScanObserver. Ctrl-C cancels; matches are printed as they are
+// A host that shows the progress of a search, can be cancelled by Ctrl-C, and reports what
+// could not be searched. All of this uses an FsScanObserver. Matches are printed as they are
 // found.
 //
 //     watched DIRECTORY CRITERIA [AFTER]
 //     watched / '[SIZE]>100000000'
 //
-// AFTER cancels by itself, when that many entries have been seen.
+// AFTER cancels the search after that many entries.
 
 #include <fscanner/fscanner.h>
 
@@ -28,7 +28,7 @@ std::string bytesOf(const wchar_t* text) {
     return bytes;
 }
 
-// Called on the thread of the search, in between its work: quick ones, that throw nothing.
+// Called on the thread of the search. Each call must be short and must not throw.
 class Watcher : public FsScanObserver {
 public:
     explicit Watcher(unsigned long long limit) : limit_(limit) {}
@@ -40,7 +40,7 @@ public:
         return cancelled == 0;  // false ends the search with -41, like a time-out
     }
 
-    // What a query leaves out on purpose is told, too.
+    // Also called for directories that the query itself leaves out.
     void skipped(const wchar_t* directory, FsSkipReason reason, int systemError) override {
         if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
         std::fprintf(stderr, "not searched: %s (error %d)\n", bytesOf(directory).c_str(),
@@ -63,7 +63,7 @@ private:
     unsigned undecided_ = 0;
 };
 
-// Where the search puts its matches.
+// Receives the matches.
 class Printer : public FsResultSetWriter {
 public:
     int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long, unsigned) override {
@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     std::setlocale(LC_ALL, "");
-    std::signal(SIGINT, [](int) { cancelled = 1; });  // looked at by progress()
+    std::signal(SIGINT, [](int) { cancelled = 1; });  // read by progress()
 
     std::wstring directory, criteria;
     if (!fsToWide(argv[1], directory) || !fsToWide(argv[2], criteria)) return 2;
@@ -93,7 +93,7 @@ int main(int argc, char** argv) {
     query.addIncludePath((L"$all::" + directory).c_str(), true);
     query.setQuery(criteria.c_str());
 
-    // Without a provider: every search walks, so there is something to watch.
+    // fsScanQuery always walks, so there is progress to watch.
     Watcher watcher(argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 0);
     FsScanObserver* const before = fsSetScanObserver(&watcher);
     Printer printer;

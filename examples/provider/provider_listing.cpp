@@ -1,7 +1,7 @@
-// A complete provider: answers from directory listings of its own, without the
-// library's walk. It shows what a provider has to do, not how to do it fast.
+// A complete provider: it lists directories itself, without the library's walk. It shows
+// the duties of a provider, not how to be fast.
 //
-// Load it by its name, "provider_listing", from the configured "home".
+// Install it in the configured "home", and load it by its name, "provider_listing".
 
 #include <fscanner/fs/fs_fileinfo.h>
 #include <fscanner/fs/fs_inspect.h>
@@ -24,7 +24,7 @@ using Clock = std::chrono::steady_clock;
 constexpr int UNUSABLE = -40;
 constexpr int TIMED_OUT = -41;
 
-// "$all::/srv" and the like: the group of drives does not matter here.
+// The directory of an entry, without a drive group such as "$all::", which is ignored here.
 std::string directoryOf(const PathInfo& entry) {
     std::wstring text = entry.getPathName();
     if (const auto group = text.find(L"::"); text[0] == L'$' && group != text.npos)
@@ -43,7 +43,7 @@ public:
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned /*maximumAge*/,
                      unsigned timeout) override try {
         const auto filter = FsRecordFilter::create(query.getQuery(), query.getCaseSensitive());
-        if (!filter) return lastStatus_ = 0;  // a criteria that is wrong matches nothing
+        if (!filter) return lastStatus_ = 0;  // a criteria with an error matches nothing
         deadline_ = Clock::now() + std::chrono::milliseconds(timeout);
         lastStatus_ = 0;
         for (const PathInfo& entry : query.getIncludedPaths()) {
@@ -51,7 +51,7 @@ public:
         }
         return lastStatus_;
     } catch (const std::exception&) {
-        return lastStatus_ = UNUSABLE;  // nothing may be thrown into the library
+        return lastStatus_ = UNUSABLE;  // no exception may reach the library
     }
 
 private:
@@ -95,7 +95,7 @@ private:
 
 }  // namespace
 
-// The one name that the library looks for.
+// The function that the library calls to make the provider.
 fscanner::FsProvider* fscanner::createProvider(const FsConfig*) {
     return new ListingProvider;
 }
