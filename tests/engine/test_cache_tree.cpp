@@ -16,7 +16,7 @@ constexpr unsigned kRoom = 1 << 17;
 
 class CacheTreeTest : public testing::Test {
 protected:
-    CacheTreeTest() { EXPECT_EQ(store.create(0, FS_CACHE_CREATE), 0); }
+    CacheTreeTest() { EXPECT_EQ(store.create(0, FS_CACHE_CREATE), Status::success); }
 
     void directory(unsigned id, const wchar_t* name, unsigned parent) {
         RecordSet& records = store.directoryRecords();

@@ -7,7 +7,6 @@
 
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/path_entry.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"
@@ -55,10 +54,10 @@ AnswerGaps::~AnswerGaps() {
     fileProgramMissed() = missedBefore_;
 }
 
-int AnswerGaps::resultOf(int status) const {
-    if (status != FS_CACHE_SUCCESS) return status;
-    if (fileProgramMissed()) return FS_CACHE_NO_FILE_PROGRAM;
-    return pathsMissing_ ? FS_CACHE_NO_DRIVE : FS_CACHE_SUCCESS;
+Status AnswerGaps::resultOf(Status status) const {
+    if (status != Status::success) return status;
+    if (fileProgramMissed()) return Status::noFileProgram;
+    return pathsMissing_ ? Status::noDrive : Status::success;
 }
 
 // ---- Exclusions -------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "fscanner/discovery/path_info.h"
+#include "fscanner/engine/status.h"
 #include "fscanner/fs/fs_resultset.h"
 
 /// What an answer lacks without any step of a query failing: paths that lead nowhere, records
@@ -25,16 +26,16 @@ public:
     /// A query may run in the middle of another one of this thread, whose state comes back.
     ~AnswerGaps();
 
-    /// The result of the query whose steps came to `status`.
-    int resultOf(int status) const;
+    /// The status of the query whose steps ended with `status`.
+    Status resultOf(Status status) const;
 
 private:
     bool missedBefore_;
     bool pathsMissing_ = false;
 };
 
-/// Passes records on and remembers whether one was refused, as by a full disk: an answer
-/// with a hole in it is no success.
+/// Passes records on to a host's writer and remembers whether it refused one, because the
+/// disk is full, say: an answer that lacks records is no success.
 class CheckedWriter : public FsResultSetWriter {
 public:
     explicit CheckedWriter(FsResultSetWriter& to) : to_(to) {}
@@ -46,8 +47,11 @@ public:
     int addRecord(const FsFileInfo& record) override { return note(to_.addRecord(record)); }
     int close() override { return to_.close(); }
 
-    /// `status`, or the writer's own failure where that was a success.
-    int resultOf(int status) const { return status == 0 ? failure_ : status; }
+    /// The code for the host: that of `status`, or the writer's own result where the query
+    /// succeeded and the writer refused a record.
+    int codeOf(Status status) const {
+        return status == Status::success ? failure_ : fscanner::codeOf(status);
+    }
 
 private:
     int note(int result) {

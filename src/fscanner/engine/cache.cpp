@@ -5,10 +5,11 @@
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/reports.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/engine/status.h"
+#include "fscanner/fs/no_throw.h"
 
-// The wall between plug-ins and the cache: nothing is thrown beyond it, and the codes
-// of a query decide here what becomes of the cache.
+// The functions that hosts and plug-ins call. Here exceptions stop, a `Status` becomes the
+// number for the host, and the status of a query decides whether the cache stays usable.
 
 namespace fscanner {
 
@@ -34,14 +35,14 @@ Result FS_Cache::operate(const char* where, Result failure, Result busy, Body bo
         return busy;
     }
     const CommandListShelter shelter;
-    return behindWall(where, failure, body);
+    return noThrow(where, failure, body);
 }
 
 FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTableName,
                    const wchar_t* cacheDirectory, bool monitor, bool compressed, bool cacheChecker)
     : monitor_(monitor) {
     const CommandListShelter shelter;
-    store_ = behindWall("FS_Cache::FS_Cache", std::unique_ptr<CacheStore>(), [&] {
+    store_ = noThrow("FS_Cache::FS_Cache", std::unique_ptr<CacheStore>(), [&] {
         return std::make_unique<CacheStore>(directoriesTableName, filesTableName, cacheDirectory,
                                             compressed, cacheChecker);
     });
@@ -50,82 +51,44 @@ FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTabl
 FS_Cache::~FS_Cache() = default;
 
 int FS_Cache::create(unsigned timeout, int disposition) {
-    return operate("FS_Cache::create", +FS_CACHE_FAILURE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return store_->create(timeout, disposition); });
+    return codeOf(operate("FS_Cache::create", Status::failure, Status::lockTimedOut,
+                          [&] { return store_->create(timeout, disposition); }));
 }
 
 int FS_Cache::lock() {
     if (!store_) return FS_CACHE_FAILURE;
-    return behindWall("FS_Cache::lock", +FS_CACHE_FAILURE, [&] { return store_->lock(); });
+    return codeOf(noThrow("FS_Cache::lock", Status::failure, [&] { return store_->lock(); }));
 }
 
 int FS_Cache::lock(int timeout) {
     if (!store_) return FS_CACHE_FAILURE;
-    return behindWall("FS_Cache::lock", +FS_CACHE_FAILURE, [&] { return store_->lock(timeout); });
+    return codeOf(
+        noThrow("FS_Cache::lock", Status::failure, [&] { return store_->lock(timeout); }));
 }
 
 int FS_Cache::lockShared(int timeout) {
     if (!store_) return FS_CACHE_FAILURE;
-    return behindWall("FS_Cache::lockShared", +FS_CACHE_FAILURE,
-                      [&] { return store_->lockShared(timeout); });
+    return codeOf(noThrow("FS_Cache::lockShared", Status::failure,
+                          [&] { return store_->lockShared(timeout); }));
 }
 
 void FS_Cache::unlock() {
     if (store_) store_->unlock();
 }
 
-int FS_Cache::executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
-                           unsigned maxCacheAge) {
-    return operate("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return run(Form::plain, writer, query, timeout, maxCacheAge); });
-}
-
-int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
-                             unsigned maxCacheAge) {
-    return operate("FS_Cache::executeQueryEx", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return run(Form::kept, writer, query, timeout, maxCacheAge); });
-}
-
-int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
-                  unsigned maxCacheAge) {
-    CheckedWriter checked(writer);
-    return checked.resultOf(runPlan(form, query, [&](const QueryPlan& plan) -> int {
-        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
-        if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return FS_CACHE_NEEDS_CHANGE;
-        const AnswerGaps gaps(query, plan);
-        const char* const name =
-            form == Form::kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
-        return gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
-    }));
-}
-
-int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge) {
-    const auto body = [&](const QueryPlan& plan) -> int {
-        if (monitor_) return FS_CACHE_SUCCESS;
-        if (store_->readOnly()) return FS_CACHE_NEEDS_CHANGE;
-        return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
-    };
-    return operate("FS_Cache::refresh", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return runPlan(Form::plain, query, body); });
-}
-
-int FS_Cache::share(int timeout) {
-    return operate("FS_Cache::share", +FS_CACHE_FAILURE, +FS_CACHE_LOCK_TIMED_OUT,
-                   [&] { return store_->share(timeout); });
-}
-
-// Runs `body` by a plan of the query, and sees to what that leaves of the cache.
+// Runs `body` by a plan of the query. Afterwards the cache is marked as broken where the
+// status asks for it, and the ID counter is written where directories were added.
 template <class Body>
-int FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
-    if (!store_->usable()) return FS_CACHE_UNUSABLE;
+auto FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
+    if (!store_->usable()) return Status::unusable;
     const unsigned counter = store_->directoriesIndex();
     bool planned = true;
-    int status = behindWall("FS_Cache::executeQuery", +FS_CACHE_UNUSABLE, [&]() -> int {
+    Status status = noThrow("FS_Cache::executeQuery", Status::unusable, [&] {
         const std::shared_ptr<const QueryPlan> plan = makePlan(form, query);
         planned = plan != nullptr;
-        if (!planned) return FS_CACHE_UNUSABLE;
-        const int result = body(*plan);
-        const bool finished = result != FS_CACHE_UNUSABLE && result != FS_CACHE_BUILD_TIMED_OUT;
+        if (!planned) return Status::unusable;
+        const Status result = body(*plan);
+        const bool finished = result != Status::unusable && result != Status::buildTimedOut;
         if (finished && store_->usable() && store_->directoriesIndex() != counter)
             tidyTrees(*store_, *plan, sizeLimit_);
         return result;
@@ -133,15 +96,56 @@ int FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
     // Without a mount table nothing can be said of the files, and nothing is wrong
     // with the cache.
     if (!planned) return status;
-    if (store_->damaged()) status = FS_CACHE_UNUSABLE;
-    if (status == FS_CACHE_UNUSABLE || status == FS_CACHE_BUILD_TIMED_OUT) store_->markBroken();
+    if (store_->damaged()) status = Status::unusable;
+    if (status == Status::unusable || status == Status::buildTimedOut) store_->markBroken();
     // Also when time ran out: the next open must not hand the same IDs out again.
     const bool grew = store_->usable() && store_->directoriesIndex() != counter;
     if (grew && !store_->updateDirectoriesIDCounter()) {
         store_->markBroken();
-        status = FS_CACHE_UNUSABLE;
+        status = Status::unusable;
     }
     return status;
+}
+
+int FS_Cache::executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                           unsigned maxCacheAge) {
+    return run(Form::plain, writer, query, timeout, maxCacheAge);
+}
+
+int FS_Cache::executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                             unsigned maxCacheAge) {
+    return run(Form::kept, writer, query, timeout, maxCacheAge);
+}
+
+int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
+                  unsigned maxCacheAge) {
+    const bool kept = form == Form::kept;
+    CheckedWriter checked(writer);
+    const auto answer = [&](const QueryPlan& plan) {
+        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
+        if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return Status::needsChange;
+        const AnswerGaps gaps(query, plan);
+        const char* const name = kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
+        return gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
+    };
+    return checked.codeOf(operate(kept ? "FS_Cache::executeQueryEx" : "FS_Cache::executeQuery",
+                                  Status::unusable, Status::lockTimedOut,
+                                  [&] { return runPlan(form, query, answer); }));
+}
+
+int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge) {
+    const auto body = [&](const QueryPlan& plan) {
+        if (monitor_) return Status::success;
+        if (store_->readOnly()) return Status::needsChange;
+        return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
+    };
+    return codeOf(operate("FS_Cache::refresh", Status::unusable, Status::lockTimedOut,
+                          [&] { return runPlan(Form::plain, query, body); }));
+}
+
+int FS_Cache::share(int timeout) {
+    return codeOf(operate("FS_Cache::share", Status::failure, Status::lockTimedOut,
+                          [&] { return store_->share(timeout); }));
 }
 
 // The plan to run by: the process's own, or a new one. Null without a mount table.
@@ -179,13 +183,14 @@ bool FS_Cache::check(FsCacheCheck& result) {
 
 int FS_Cache::forget(const wchar_t* path, bool& found) {
     found = false;
-    return operate("FS_Cache::forget", +FS_CACHE_UNUSABLE, +FS_CACHE_LOCK_TIMED_OUT, [&]() -> int {
-        if (!path || !store_->usable()) return FS_CACHE_UNUSABLE;
-        if (store_->readOnly()) return FS_CACHE_NEEDS_CHANGE;
-        if (forgetTree(*store_, path, found)) return FS_CACHE_SUCCESS;
+    const auto body = [&] {
+        if (!path || !store_->usable()) return Status::unusable;
+        if (store_->readOnly()) return Status::needsChange;
+        if (forgetTree(*store_, path, found)) return Status::success;
         store_->markBroken();
-        return FS_CACHE_UNUSABLE;
-    });
+        return Status::unusable;
+    };
+    return codeOf(operate("FS_Cache::forget", Status::unusable, Status::lockTimedOut, body));
 }
 
 void FS_Cache::setSizeLimit(unsigned long long bytes) {

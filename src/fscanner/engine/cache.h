@@ -182,7 +182,7 @@ private:
     FSCANNER_HIDDEN int run(Form form, FsResultSetWriter& writer, const FsQuery& query,
                             unsigned timeout, unsigned maxCacheAge);
     template <class Body>
-    FSCANNER_HIDDEN int runPlan(Form form, const FsQuery& query, Body body);
+    FSCANNER_HIDDEN auto runPlan(Form form, const FsQuery& query, Body body);
 
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;

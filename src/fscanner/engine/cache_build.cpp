@@ -100,27 +100,28 @@ bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
 
 }  // namespace
 
-int buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
-              unsigned timeout) {
+Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
+                 unsigned timeout) {
     const wchar_t* path = root.path.getPathName();
-    if (!path || !store.beginChanges() || !insertChain(store, tree, path)) return BUILD_FAILED;
+    if (!path || !store.beginChanges() || !insertChain(store, tree, path)) return Status::unusable;
     RecordSet& records = store.directoryRecords();
-    if (!tree.findPathByName(records, store.ancestorRecords(), path, true)) return WALK_FINISHED;
+    if (!tree.findPathByName(records, store.ancestorRecords(), path, true)) return Status::success;
     const unsigned rootId = records.getFieldAsInt32(DIRECTORIES_ID);
     records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, static_cast<unsigned>(getCurrentTime()));
-    if (!records.update()) return BUILD_FAILED;
+    if (!records.update()) return Status::unusable;
 
     if (const int error = fs_examineSearched(path)) {
         debug("FS_Cache::build - '%ls' is a symbolic link or is not a directory!\n", path);
         if (skipReason(error) == FsSkipReason::failed) forgetTimes(store, rootId);
-        return WALK_FINISHED;
+        return Status::success;
     }
     CacheSink sink(store, rootId);
-    const WalkVoice voice{"FS_Cache::scan", &dfsState()};
+    const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
     const WalkRequest request{path,   root.path.getRecursive(), root.drive, {}, {}, true, timeout,
                               &mounts};
-    const int status = walkTree(request, sink, voice);
-    return sink.failed() ? BUILD_FAILED : status;
+    const WalkStatus status = walkTree(request, sink, prefix);
+    if (sink.failed()) return Status::unusable;
+    return status == WalkStatus::finished ? Status::success : Status::buildTimedOut;
 }
 
 // ---- Upkeep -----------------------------------------------------------------

@@ -13,7 +13,7 @@
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/private_directory.h"
 #include "fscanner/platform/small_file.h"
@@ -120,7 +120,7 @@ bool parseSize(std::string_view text, unsigned long long& size) {
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
-    return behindWall("::fsDefaultCacheDirectory", []() -> std::wstring {
+    return noThrow("::fsDefaultCacheDirectory", []() -> std::wstring {
         const std::string home = userCacheHome();
         if (home.empty()) return L"";
         const std::wstring base = toWide(home + "/fscanner");
@@ -135,7 +135,7 @@ bool fsPrepareCacheDirectory(const wchar_t* directory) {
 }
 
 bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
-    return behindWall("::fsPrepareCacheDirectory", [&] {
+    return noThrow("::fsPrepareCacheDirectory", [&] {
         const std::optional<Tag> tag = tagOfPlace(directory, Missing::make, problem);
         if (!tag) return false;
         if (*tag == Tag::none)
@@ -145,8 +145,8 @@ bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem) {
 }
 
 bool fsCheckCacheDirectory(const wchar_t* directory, std::wstring& problem) {
-    return behindWall("::fsCheckCacheDirectory",
-                      [&] { return tagOfPlace(directory, Missing::accept, problem).has_value(); });
+    return noThrow("::fsCheckCacheDirectory",
+                   [&] { return tagOfPlace(directory, Missing::accept, problem).has_value(); });
 }
 
 bool FsCacheSettings::set(const char* key, const char* value) {
@@ -158,7 +158,7 @@ bool FsCacheSettings::set(const char* key, const char* value) {
     if (name == FS_OPTION_WAIT) return parseCount(value, wait);
     if (name == FS_OPTION_CACHE_LIMIT) return parseSize(value, limit);
     if (name != FS_OPTION_CACHE_DIRECTORY || *value != '/') return false;
-    return behindWall("FsCacheSettings::set", [&] {
+    return noThrow("FsCacheSettings::set", [&] {
         directory = toWide(value);
         return true;
     });

@@ -10,7 +10,6 @@
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/answer_gaps.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
@@ -90,7 +89,7 @@ public:
     Extraction& operator=(const Extraction&) = delete;
     ~Extraction();
 
-    int run();
+    Status run();
     void tellUnread();
 
 private:
@@ -100,8 +99,11 @@ private:
         bool hasMounts;  // somewhere inside
     };
 
-    int take(bool matched);
-    int interrupted();
+    Status emitMatches();
+    Status testAcceptedFiles();
+    void emit();
+    Status timedOut();
+    Status interrupted();
     Directory enter(unsigned pathId);
     bool judge();
     bool refuseTooLong();
@@ -110,7 +112,9 @@ private:
     bool settlesBelow(const wchar_t* directory) const;
     void addPair(const PathDrive& pair);
     const Place* coveringPair(const wchar_t* directory) const;
+    bool holds();
     bool hasTime() const;
+    bool hasTimeAt(Directory directory);
     bool goesOn();
     void noteUndecided();
 
@@ -122,7 +126,6 @@ private:
     chTypeCommand typeCommand_;
     ExclusionWatch exclusions_;
     CriteriaEvaluator evaluator_;
-    bool filtersHere_ = false;  // the criteria is checked here, behind the directory
     unsigned startTick_ = 0;
     unsigned untilClock_ = 0;
     unsigned toldTick_ = 0;         // when the observer last heard of it
@@ -144,33 +147,32 @@ Extraction::~Extraction() {
     clearCommands();
 }
 
-int Extraction::run() {
+Status Extraction::run() {
     evaluator_.addCmd(L"path", STRING, NUMERIC, STRING, &pathCommand_);
     evaluator_.addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
     RecordSet& files = store_.filesRecords();
     files.setCriteria(&evaluator_, request_.caseSensitive);
     // A command costs much more than the test of a directory: `file` must not run over
-    // the whole cache. So the record set delivers all, and the criteria comes second.
+    // the whole cache. So the record set delivers all, and the criteria is tested second.
     const bool filtered = request_.criteria && *request_.criteria;
-    filtersHere_ = filtered && evaluator_.compile() && evaluator_.usesCommands();
-    if (filtersHere_)
+    const bool runsCommands = filtered && evaluator_.compile() && evaluator_.usesCommands();
+    if (runsCommands)
         files.setCriteria(nullptr, request_.caseSensitive);
     else
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
-    // A lookup meets few of the offsets; who reads all records must not miss one, and gives none
-    // out before all are known to be right.
+    // A lookup uses few of the offsets. A run over all records must not miss one, so all
+    // offsets are checked before the first record is written.
     const bool readsAll = !files.walksIndex();
     if (readsAll && !(store_.recordsHold() && store_.files().checkOffsets()))
-        return FS_CACHE_UNUSABLE;
-    bool found = files.moveFirst();
-    for (; found; found = files.moveNext())
-        if (const int status = take(!filtersHere_)) return status;
+        return Status::unusable;
+    const Status status = runsCommands ? testAcceptedFiles() : emitMatches();
+    if (status != Status::success) return status;
     exclusions_.lookUpOthers(
         store_, [this](const wchar_t* directory) { return coveringPair(directory) != nullptr; });
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
 // What the answer lacks, as it was when the trees were built: the directory's files, and
@@ -183,36 +185,55 @@ void Extraction::tellUnread() {
             observer->skipped(chain_.path().c_str(), unread.reason, unread.error);
 }
 
-int Extraction::take(bool matched) {
+// The record set delivers the matches: the directory of each is tested second.
+Status Extraction::emitMatches() {
     RecordSet& files = store_.filesRecords();
-    const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
-    if (!matched && directory == Directory::refused) return FS_CACHE_SUCCESS;
-    // The command "path" would only fail to match, and the file be missed in silence.
-    if (!matched && directory == Directory::missing) return interrupted();
-    if (!matched && !goesOn()) return FS_CACHE_QUERY_TIMED_OUT;
-    if (!matched && evaluator_.check(request_.caseSensitive) <= 0) {
-        if (evaluator_.failedOnRecord()) noteUndecided();
-        return FS_CACHE_SUCCESS;
+    for (bool found = files.moveFirst(); found; found = files.moveNext()) {
+        const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
+        if (!hasTimeAt(directory)) return timedOut();
+        if (directory == Directory::missing) return interrupted();
+        if (directory == Directory::accepted) emit();
     }
-    // Matches that are refused take time, too; but so little that the clock, which takes
-    // more, is asked for some of them only.
-    const bool asksClock = directory != Directory::refused || untilClock_-- == 0;
-    if (asksClock) untilClock_ = kRefusedPerClock;
-    if (asksClock && !hasTime()) {
-        debug("FS_Cache::extractResults - timed out!\n");
-        return FS_CACHE_QUERY_TIMED_OUT;
-    }
-    if (directory == Directory::missing) return interrupted();
-    if (directory == Directory::accepted)
-        writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
-                           files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
-int Extraction::interrupted() {
+// The record set delivers all files: the criteria is tested last, with its commands.
+Status Extraction::testAcceptedFiles() {
+    RecordSet& files = store_.filesRecords();
+    for (bool found = files.moveFirst(); found; found = files.moveNext()) {
+        const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
+        if (directory == Directory::refused) continue;
+        // The command "path" would only fail to match, and the file be missed in silence.
+        if (directory == Directory::missing) return interrupted();
+        if (!goesOn()) return Status::queryTimedOut;
+        if (!holds()) continue;
+        if (!hasTime()) return timedOut();
+        emit();
+    }
+    return Status::success;
+}
+
+bool Extraction::holds() {
+    if (evaluator_.check(request_.caseSensitive) > 0) return true;
+    if (evaluator_.failedOnRecord()) noteUndecided();
+    return false;
+}
+
+void Extraction::emit() {
+    const RecordSet& files = store_.filesRecords();
+    writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
+                       files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
+}
+
+Status Extraction::timedOut() {
+    debug("FS_Cache::extractResults - timed out!\n");
+    return Status::queryTimedOut;
+}
+
+Status Extraction::interrupted() {
     debug("FS_Cache::extractResults - findPathById() failed! extract interrupted!\n");
     store_.directories().reportDamage("a directory that is not there");
-    return FS_CACHE_UNUSABLE;
+    return Status::unusable;
 }
 
 // Decided once for a run of files of one directory.
@@ -310,8 +331,16 @@ bool Extraction::hasTime() const {
     return static_cast<long long>(request_.timeout) - elapsed >= 1;
 }
 
-// Commands take as long as a walk, and longer: the time is looked at before each, and an
-// observer hears of them, too, and may end the extraction.
+// Matches in refused directories cost less than reading the clock: it is read for one in
+// `kRefusedPerClock` of them.
+bool Extraction::hasTimeAt(Directory directory) {
+    if (directory == Directory::refused && untilClock_-- != 0) return true;
+    untilClock_ = kRefusedPerClock;
+    return hasTime();
+}
+
+// Commands may take longer than a walk: the time is checked before each, and an observer is
+// told of the progress and may end the extraction.
 bool Extraction::goesOn() {
     constexpr unsigned interval = 100;
     ++files_;
@@ -325,19 +354,19 @@ bool Extraction::goesOn() {
 
 }  // namespace
 
-int extractResults(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request) {
+Status extractResults(CacheStore& store, FsResultSetWriter* writer,
+                      const ExtractionRequest& request) {
     if (std::none_of(request.pairs.begin(), request.pairs.end(), QueryPlan::isLocal)) {
         debug("FS_Cache::extractResults - no included paths specified!\n");
-        return FS_CACHE_SUCCESS;
+        return Status::success;
     }
     const auto extraction = std::make_unique<Extraction>(store, writer, request);
     extraction->tellUnread();
     return extraction->run();
 }
 
-int tellUnread(CacheStore& store, FsResultSetWriter* writer, const ExtractionRequest& request) {
-    std::make_unique<Extraction>(store, writer, request)->tellUnread();
-    return FS_CACHE_SUCCESS;
+void tellUnread(CacheStore& store, const ExtractionRequest& request) {
+    std::make_unique<Extraction>(store, nullptr, request)->tellUnread();
 }
 
 }  // namespace fscanner

@@ -4,7 +4,6 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_files.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/sysfactory.h"
@@ -15,7 +14,7 @@ namespace {
 
 // Waits for the lock until `limit` milliseconds are over: in pieces, so that an observer
 // hears of it and may end it. The first is short: a user is told at once.
-int waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
+LockStatus waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
     const unsigned start = getTickCount();
     long piece = 1;
     FsScanObserver* const observer = scanObserver();
@@ -23,9 +22,9 @@ int waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
         const unsigned waited = getTickCount() - start;
         const long left = std::max(limit - static_cast<long>(waited), 0L);
         const bool last = !observer || left <= piece;
-        const int status = lock.wait(last ? left : piece, mode);
-        if (status != SYNC_TIMED_OUT || last) return status;
-        if (!observer->waiting(getTickCount() - start)) return SYNC_TIMED_OUT;
+        const LockStatus status = lock.wait(last ? left : piece, mode);
+        if (status != LockStatus::timedOut || last) return status;
+        if (!observer->waiting(getTickCount() - start)) return LockStatus::timedOut;
         piece = 200;
     }
 }
@@ -37,30 +36,31 @@ CacheLock::CacheLock(const std::wstring& directory)
     debug("FS_Cache::FS_Cache - accessMutex name is '%ls'\n", accessMutexName(directory).c_str());
 }
 
-int CacheLock::take(std::optional<int> timeout, DirectoryLock::Mode mode) {
-    if (timeout && *timeout <= 0) return resultOf(SYNC_TIMED_OUT);
+Status CacheLock::take(std::optional<int> timeout, DirectoryLock::Mode mode) {
+    if (timeout && *timeout <= 0) return resultOf(LockStatus::timedOut);
     isShared_ = mode == DirectoryLock::Mode::shared;
     isAlone_ = false;
     if (isShared_ && accessMutex_) accessMutex_->release();
     return resultOf(timeout ? waitFor(directoryLock_, *timeout, mode) : directoryLock_.wait(mode));
 }
 
-int CacheLock::resultOf(int status) {
+Status CacheLock::resultOf(LockStatus status) {
     switch (status) {
-        case SYNC_SUCCESS:
+        case LockStatus::locked:
             isAlone_ = !isShared_;
             if (!accessMutex_ && !isShared_)
                 accessMutex_ = SysFactory::createMutex(accessMutexName(directory_).c_str());
             if (!isShared_) accessMutex_->wait(1);
             debug("FS_Cache::lock - accessMutex SUCCESS!\n");
-            return FS_CACHE_SUCCESS;
-        case SYNC_TIMED_OUT:
+            return Status::success;
+        case LockStatus::timedOut:
             debug("FS_Cache::lock - accessMutex TIMED_OUT!\n");
-            return FS_CACHE_LOCK_TIMED_OUT;
-        default:
+            return Status::lockTimedOut;
+        case LockStatus::failed:
             debug("FS_Cache::lock - accessMutex FAILED!\n");
-            return FS_CACHE_FAILURE;
+            break;
     }
+    return Status::failure;
 }
 
 void CacheLock::release() {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "fscanner/engine/status.h"
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/directory_lock.h"
 
@@ -20,8 +21,8 @@ public:
 
     /// Waits at most `timeout` milliseconds, without limit where none is given; a limit of 0
     /// is over before the first try, as ever. An observer is told of the wait, and may end it.
-    /// An `FsCacheStatus`.
-    int take(std::optional<int> timeout, DirectoryLock::Mode mode);
+    /// `success`, `lockTimedOut` or `failure`.
+    Status take(std::optional<int> timeout, DirectoryLock::Mode mode);
     void release();
 
     /// How it was asked for last.
@@ -30,7 +31,7 @@ public:
     bool isAlone() const { return isAlone_; }
 
 private:
-    int resultOf(int status);
+    Status resultOf(LockStatus status);
 
     std::wstring directory_;
     bool isShared_ = false;

@@ -5,10 +5,8 @@
 #include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/discovery/path_entry.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/fsbuild.h"
-#include "fscanner/engine/walk.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
@@ -33,54 +31,56 @@ CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCach
 
 // ---- Cache only -------------------------------------------------------------
 
-int CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
-    const int status = readTrees(plan, name);
-    if (status == FS_CACHE_SUCCESS) return extract(plan, plan.pairs(), extractResults);
-    // Also who runs out of time hears what was met until then.
-    if (status != FS_CACHE_UNUSABLE) extract(plan, plan.pairs(), tellUnread);
+Status CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
+    const Status status = readTrees(plan, name);
+    if (status == Status::success)
+        return extractResults(store_, writer_, extractionOf(plan, plan.pairs()));
+    // After a time-out the observer is still told what was met until then.
+    if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
     return status;
 }
 
 // Scans what the cache does not keep, and what it has not or only old.
-int CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
+Status CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     for (const PathDrive& pair : plan.pairs()) {
         if (QueryPlan::isLocal(pair)) {
-            if (const int status = serve(plan, pair, name)) return status;
+            const Status status = serve(plan, pair, name);
+            if (status != Status::success) return status;
             continue;
         }
         debug(
             "FS_Cache::%s - scanning [mdRemoteDriveGroup] and [mdOtherDriveGroup] [%ls] path...\n",
             name, pair.path.getPathName());
-        if (scanDirectly(plan, pair) == WALK_TIMED_OUT) return FS_CACHE_QUERY_TIMED_OUT;
+        if (scanDirectly(plan, pair) == WalkStatus::timedOut) return Status::queryTimedOut;
     }
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
 // Sees to it that a local pair's tree is in the cache and young enough.
-int CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* name) {
+Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* name) {
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
     const Found found = find(pair);
     // What was not found because of damage must not be built beside it.
-    if (store_.damaged()) return FS_CACHE_UNUSABLE;
+    if (store_.damaged()) return Status::unusable;
     // The observer has heard of the scan.
-    if (isRefreshed(pair, found)) return FS_CACHE_SUCCESS;
+    if (isRefreshed(pair, found)) return Status::success;
     if (!isYoung(found.built)) return refresh(plan, pair, found, name);
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
     tellOfCached(path, found.built);
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
 // Builds the tree of a local pair anew.
-int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
-                        const char* name) {
+Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                           const char* name) {
     const wchar_t* path = pair.path.getPathName();
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
     // What the query itself leaves out stays as it is: nothing of it will be extracted.
-    if (leavesOut(plan, pair)) return FS_CACHE_SUCCESS;
+    if (leavesOut(plan, pair)) return Status::success;
     if (found.record) {
-        if (!dropTree(found.id)) return FS_CACHE_UNUSABLE;
+        if (!dropTree(found.id)) return Status::unusable;
         debug("FS_Cache::%s - tree removed!\n", name);
     }
     // Building stamps before it checks: what is no directory would look like a young,
@@ -88,19 +88,18 @@ int CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const Foun
     const bool isDirectory = fs_examineSearched(path) == 0;
     store_.noteRefreshed(path, isDirectory);
     // For a reader it is one since the query began, at best.
-    if (!isDirectory || store_.readOnly()) return FS_CACHE_SUCCESS;
-    if (!found.record && !store_.beginTree()) return FS_CACHE_UNUSABLE;
+    if (!isDirectory || store_.readOnly()) return Status::success;
+    if (!found.record && !store_.beginTree()) return Status::unusable;
     // The cache holds whole subtrees, whatever the query asks for.
     const PathDrive whole{PathInfo(path, true), pair.drive};
-    const int status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);
-    if (status == WALK_FINISHED) {
+    const Status status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);
+    if (status == Status::success)
         debug("FS_Cache::%s - tree builded!\n", name);
-        return FS_CACHE_SUCCESS;
-    }
-    debug("FS_Cache::%s - file system access failed for %ls\n", name, path);
-    if (status != WALK_TIMED_OUT) return FS_CACHE_UNUSABLE;
-    debug("FS_Cache::%s - timeout during file system access, deleting cache...\n", name);
-    return FS_CACHE_BUILD_TIMED_OUT;
+    else
+        debug("FS_Cache::%s - file system access failed for %ls\n", name, path);
+    if (status == Status::buildTimedOut)
+        debug("FS_Cache::%s - timeout during file system access, deleting cache...\n", name);
+    return status;
 }
 
 bool CacheQuery::dropTree(unsigned id) {
@@ -110,17 +109,17 @@ bool CacheQuery::dropTree(unsigned id) {
     return true;
 }
 
-int CacheQuery::refreshTrees(const QueryPlan& plan) {
+Status CacheQuery::refreshTrees(const QueryPlan& plan) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!QueryPlan::isLocal(pair)) continue;
         const Found found = find(pair);
-        const int status =
-            isYoung(found.built) ? FS_CACHE_SUCCESS : refresh(plan, pair, found, "refresh");
-        if (status == FS_CACHE_SUCCESS) continue;
-        if (status != FS_CACHE_UNUSABLE) extract(plan, plan.pairs(), tellUnread);
+        const Status status =
+            isYoung(found.built) ? Status::success : refresh(plan, pair, found, "refresh");
+        if (status == Status::success) continue;
+        if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
         return status;
     }
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
 // ---- Without a change -------------------------------------------------------
@@ -151,15 +150,15 @@ void CacheQuery::tellOfCached(const wchar_t* path, unsigned built) const {
 
 // ---- Monitored --------------------------------------------------------------
 
-int CacheQuery::monitored(const QueryPlan& plan) {
-    int status = FS_CACHE_SUCCESS;
+Status CacheQuery::monitored(const QueryPlan& plan) {
+    Status status = Status::success;
     std::vector<PathDrive> fromCache;
     for (const PathDrive& pair : plan.pairs()) {
         const wchar_t* path = pair.path.getPathName();
         debug("%s - scanning [%ls] path...\n", kMonitored, path);
         const bool local = QueryPlan::isLocal(pair);
         const unsigned built = local ? find(pair).built : 0;
-        if (store_.damaged()) return FS_CACHE_UNUSABLE;
+        if (store_.damaged()) return Status::unusable;
         if (built != 0) {
             debug("%s - retrieving data from cache [monitor supported]...\n", kMonitored);
             tellOfCached(path, built);
@@ -168,19 +167,19 @@ int CacheQuery::monitored(const QueryPlan& plan) {
             debug("%s - file system %s access on [%ls]\n", kMonitored,
                   local ? "[mdLocalDriveGroup]" : "[mdRemoteDriveGroup] and [mdOtherDriveGroup]",
                   path);
-            if (scanDirectly(plan, pair) == WALK_TIMED_OUT) status = FS_CACHE_QUERY_TIMED_OUT;
+            if (scanDirectly(plan, pair) == WalkStatus::timedOut) status = Status::queryTimedOut;
         }
         // Tested behind local pairs only: after a remote one the loop goes on.
-        if (local && status != FS_CACHE_SUCCESS) break;
+        if (local && status != Status::success) break;
     }
-    if (fromCache.empty() || status != FS_CACHE_SUCCESS) return status;
+    if (fromCache.empty() || status != Status::success) return status;
     // With the other pairs, old subtrees below what was just scanned would come twice.
-    return extract(plan, fromCache, extractResults);
+    return extractResults(store_, writer_, extractionOf(plan, fromCache));
 }
 
 // ---- What they share --------------------------------------------------------
 
-int CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
+WalkStatus CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
     FileProcessor processor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search);
     return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
 }
@@ -214,13 +213,12 @@ bool CacheQuery::isYoung(unsigned built) const {
     return built != 0 && built >= oldest_ && built <= static_cast<unsigned>(getCurrentTime());
 }
 
-int CacheQuery::extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
-                        decltype(extractResults)& how) {
+ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
+                                           const std::vector<PathDrive>& pairs) const {
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
-    const ExtractionRequest request{query_.getQuery(),         plan.mounts(), pairs, exclude,
-                                    query_.getCaseSensitive(), timeout_};
-    return how(store_, writer_, request);
+    return {query_.getQuery(),         plan.mounts(), pairs, std::move(exclude),
+            query_.getCaseSensitive(), timeout_};
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {

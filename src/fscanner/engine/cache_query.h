@@ -7,6 +7,7 @@
 #include "fscanner/engine/cache_extract.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"
+#include "fscanner/engine/walk.h"
 #include "fscanner/fs/fs_explain.h"
 
 namespace fscanner {
@@ -28,14 +29,15 @@ public:
     CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCacheAge,
                FsResultSetWriter* writer = nullptr, unsigned timeout = 0);
 
-    /// 0, -40, -41 or -42. `name` is the operation's, for the log.
-    int cacheOnly(const QueryPlan& plan, const char* name);
-    int monitored(const QueryPlan& plan);
+    /// `success`, `unusable`, `queryTimedOut` or `buildTimedOut`. `name` is the operation's,
+    /// for the log.
+    Status cacheOnly(const QueryPlan& plan, const char* name);
+    Status monitored(const QueryPlan& plan);
     /// Does what `cacheOnly` does before it gives an answer: sees to it that the trees of
-    /// the local pairs are young enough. 0, -40 or -42.
-    int refreshTrees(const QueryPlan& plan);
-    /// Whether `cacheOnly` would change nothing; that, or a cache that may be changed, is what
-    /// it needs.
+    /// the local pairs are young enough. `success`, `unusable` or `buildTimedOut`.
+    Status refreshTrees(const QueryPlan& plan);
+    /// Whether `cacheOnly` would answer without changing the cache. Where not, it needs a
+    /// cache that may be changed.
     bool isAnswered(const QueryPlan& plan);
     /// Completes a step that may be answered from the cache.
     void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
@@ -54,13 +56,14 @@ private:
     bool isRefreshed(const PathDrive& pair, const Found& found) const;
     bool leavesOut(const QueryPlan& plan, const PathDrive& pair) const;
 
-    int scanDirectly(const QueryPlan& plan, const PathDrive& pair);
-    int readTrees(const QueryPlan& plan, const char* name);
-    int serve(const QueryPlan& plan, const PathDrive& pair, const char* name);
-    int refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found, const char* name);
+    WalkStatus scanDirectly(const QueryPlan& plan, const PathDrive& pair);
+    Status readTrees(const QueryPlan& plan, const char* name);
+    Status serve(const QueryPlan& plan, const PathDrive& pair, const char* name);
+    Status refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                   const char* name);
     bool dropTree(unsigned id);
-    int extract(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
-                decltype(extractResults)& how);
+    ExtractionRequest extractionOf(const QueryPlan& plan,
+                                   const std::vector<PathDrive>& pairs) const;
 
     CacheStore& store_;
     CacheTree tree_;

@@ -5,7 +5,6 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/reports.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
@@ -58,24 +57,24 @@ std::wstring CacheStore::freshPath(const wchar_t* suffix) const {
 
 // ---- Locking ----------------------------------------------------------------
 
-int CacheStore::lock() {
+Status CacheStore::lock() {
     debug("FS_Cache::lock - waiting for accessMutex...\n");
     return lockWithin(std::nullopt, DirectoryLock::Mode::exclusive);
 }
 
-int CacheStore::lock(int timeout) {
+Status CacheStore::lock(int timeout) {
     debug("FS_Cache::lock - waiting for accessMutex [timeout: %d]...\n", timeout);
     return lockWithin(timeout, DirectoryLock::Mode::exclusive);
 }
 
-int CacheStore::lockShared(int timeout) {
+Status CacheStore::lockShared(int timeout) {
     debug("FS_Cache::lockShared - waiting for the directory's lock [timeout: %d]...\n", timeout);
     return lockWithin(timeout, DirectoryLock::Mode::shared);
 }
 
 // What is open goes on being read, or changed, under the lock that it was opened under.
-int CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode) {
-    if (!lock_) return FS_CACHE_FAILURE;
+Status CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode) {
+    if (!lock_) return Status::failure;
     const bool otherwiseOpen = open_ && readOnly_ != (mode == DirectoryLock::Mode::shared);
     return lock_->take(otherwiseOpen ? 0 : timeout, mode);
 }
@@ -86,25 +85,26 @@ void CacheStore::unlock() {
 
 // What was changed is committed before others may read it. The files are opened anew: from
 // the one lock to the other, somebody may have had the cache alone.
-int CacheStore::share(int timeout) {
-    if (!usable() || readOnly_) return FS_CACHE_FAILURE;
+Status CacheStore::share(int timeout) {
+    if (!usable() || readOnly_) return Status::failure;
     close();
-    if (broken_) return FS_CACHE_UNUSABLE;
+    if (broken_) return Status::unusable;
     compact();
-    if (const int status = lockShared(timeout)) return status;
+    const Status status = lockShared(timeout);
+    if (status != Status::success) return status;
     readOnly_ = true;
     open_ = openCache();
-    return open_ ? FS_CACHE_SUCCESS : FS_CACHE_NEEDS_CHANGE;
+    return open_ ? Status::success : Status::needsChange;
 }
 
 // ---- Opening and creating ---------------------------------------------------
 
-int CacheStore::create(unsigned timeout, int disposition) {
+Status CacheStore::create(unsigned timeout, int disposition) {
     debug("FS_Cache::create - entering... [timeout = %d]\n", static_cast<int>(timeout));
-    if (!initialized_) return FS_CACHE_FAILURE;
+    if (!initialized_) return Status::failure;
     if (opened_) {
         debug("FS_Cache::create - retValue is CACHE_ALREADY_OPENED!\n");
-        return FS_CACHE_ALREADY_OPENED;
+        return Status::alreadyOpened;
     }
     readOnly_ = isLockShared();
     bool done = false;
@@ -124,12 +124,12 @@ int CacheStore::create(unsigned timeout, int disposition) {
         default:
             break;
     }
-    if (!done) return readOnly_ ? FS_CACHE_NEEDS_CHANGE : FS_CACHE_FAILURE;
+    if (!done) return readOnly_ ? Status::needsChange : Status::failure;
     debug("FS_Cache::create - retValue is SUCCESS\n");
     opened_ = true;
     open_ = true;
     oldIndex_ = directoriesIndex_;
-    return FS_CACHE_SUCCESS;
+    return Status::success;
 }
 
 // The old counter goes, and the mark comes, before a file of an old cache is emptied:
@@ -440,7 +440,7 @@ bool CacheStore::check(FsCacheCheck& result) {
     }
     if (!isThere()) return true;
     if (compareWithSums(path(CacheSumsSuffix), result)) {
-        if (create(0, FS_CACHE_OPEN) != FS_CACHE_SUCCESS || !isSound())
+        if (create(0, FS_CACHE_OPEN) != Status::success || !isSound())
             result.problems.emplace_back(L"its files do not fit each other");
         close();
     }

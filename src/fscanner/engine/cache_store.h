@@ -11,13 +11,12 @@
 #include "fscanner/engine/cache_files.h"
 #include "fscanner/engine/cache_lock.h"
 #include "fscanner/engine/cache_tables.h"
+#include "fscanner/engine/status.h"
 #include "fscanner/engine/unread_directories.h"
 #include "fscanner/store/table_replacement.h"
 #include "fscanner/store/undo_journal.h"
 
 namespace fscanner {
-
-struct FsCacheCheck;
 
 /// The cache's storage: its two tables with the files beside them, from the opening under a
 /// lock to the commit.
@@ -53,12 +52,12 @@ public:
         bool begun_;
     };
 
-    int create(unsigned timeout, int disposition);
-    int lock();
-    int lock(int timeout);
-    int lockShared(int timeout);
+    Status create(unsigned timeout, int disposition);
+    Status lock();
+    Status lock(int timeout);
+    Status lockShared(int timeout);
     void unlock();
-    int share(int timeout);
+    Status share(int timeout);
     bool close();
     bool compact();
     bool remove();
@@ -142,7 +141,7 @@ private:
     /// Of a small file: where it is written, beside the old one while all is made anew.
     std::wstring freshPath(const wchar_t* suffix) const;
     Renames renamesAnew() const;
-    int lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
+    Status lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode);
     bool isLockShared() const { return lock_ && lock_->isShared(); }
 
     void markAsDamaged();

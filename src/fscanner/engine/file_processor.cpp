@@ -15,7 +15,7 @@
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
 
@@ -151,7 +151,7 @@ FsRecordFilter::~FsRecordFilter() = default;
 
 std::unique_ptr<FsRecordFilter> FsRecordFilter::create(const wchar_t* criteria,
                                                        bool caseSensitive) {
-    return behindWall("FsRecordFilter::create", [&] {
+    return noThrow("FsRecordFilter::create", [&] {
         std::unique_ptr<FsRecordFilter> filter(new FsRecordFilter);
         if (!filter->state_->compile(criteria, caseSensitive)) filter.reset();
         return filter;
@@ -159,7 +159,7 @@ std::unique_ptr<FsRecordFilter> FsRecordFilter::create(const wchar_t* criteria,
 }
 
 bool FsRecordFilter::matches(const FsFileInfo& record) {
-    return behindWall("FsRecordFilter::matches", [&] { return state_->matches(record); });
+    return noThrow("FsRecordFilter::matches", [&] { return state_->matches(record); });
 }
 
 bool FsRecordFilter::undecided() const {

@@ -8,15 +8,13 @@
 #include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/answer_gaps.h"
-#include "fscanner/engine/cache.h"
 #include "fscanner/engine/query_plan.h"
-#include "fscanner/engine/walk.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 
 namespace fscanner {
 
@@ -116,61 +114,81 @@ int fs_examineSearched(const wchar_t* path) {
     return error;
 }
 
+namespace {
+
+WalkStatus scan(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request) {
+    DirectSink sink(writer, processor);
+    const LogPrefix prefix{"::fs_scan", &dfsState()};
+    return walkTree(request, sink, prefix);
+}
+
+WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request) {
+    const wchar_t* path = request.path;
+    if (path && checkPathList(path, request.exclude, request.caseSensitive, request.recursive)) {
+        debug("::fs_build - path '%ls' excluded!\n", path);
+        return WalkStatus::finished;
+    }
+    if (fs_examineSearched(path) != 0) {
+        debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
+        return WalkStatus::finished;
+    }
+    return scan(writer, processor, request);
+}
+
+// The number that hosts know.
+int codeOf(WalkStatus status) {
+    return status == WalkStatus::finished ? 0 : 2;
+}
+
+}  // namespace
+
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
             bool caseSensitive, unsigned timeout, const MountMap* mounts) {
-    DirectSink sink(writer, processor);
-    const WalkVoice voice{"::fs_scan", &dfsState()};
-    const WalkRequest request{pathDrive.path.getPathName(),
-                              pathDrive.path.getRecursive(),
-                              pathDrive.drive,
-                              includeList,
-                              excludeList,
-                              caseSensitive,
-                              static_cast<long long>(timeout),
-                              mounts};
-    return walkTree(request, sink, voice);
+    return codeOf(
+        scan(writer, processor,
+             {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
+              includeList, excludeList, caseSensitive, timeout, mounts}));
 }
 
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
              bool caseSensitive, unsigned timeout, const MountMap* mounts) {
-    const wchar_t* path = pathDrive.path.getPathName();
-    const bool recursive = pathDrive.path.getRecursive();
-    if (path && checkPathList(path, excludeList, caseSensitive, recursive)) {
-        debug("::fs_build - path '%ls' excluded!\n", path);
-        return WALK_FINISHED;
-    }
-    if (fs_examineSearched(path) != 0) {
-        debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
-        return WALK_FINISHED;
-    }
-    return fs_scan(writer, processor, pathDrive, includeList, excludeList, caseSensitive, timeout,
-                   mounts);
+    return codeOf(
+        build(writer, processor,
+              {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
+               includeList, excludeList, caseSensitive, timeout, mounts}));
 }
 
 // ---- Queries ----------------------------------------------------------------
 
-int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
-             FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
-    return fs_build(writer, processor, pair, {}, plan.exclusions(pair), query.getCaseSensitive(),
-                    timeout, &plan.mounts());
+WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
+                    FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
+    return build(writer, processor,
+                 {pair.path.getPathName(),
+                  pair.path.getRecursive(),
+                  pair.drive,
+                  {},
+                  plan.exclusions(pair),
+                  query.getCaseSensitive(),
+                  timeout,
+                  &plan.mounts()});
 }
 
 namespace {
 
-int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
+Status scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout) {
     QueryPlan plan;
-    if (!plan.make(query)) return FS_CACHE_UNUSABLE;
+    if (!plan.make(query)) return Status::unusable;
     const AnswerGaps gaps(query, plan);
     FileProcessor processor(query.getQuery(), query.getCaseSensitive(), CriteriaRules::search);
     for (const PathDrive& pair : plan.pairs()) {
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());
         const unsigned limit = QueryPlan::isLocal(pair) ? timeout : kNoTimeout;
-        if (scanPair(writer, query, plan, processor, pair, limit) == WALK_TIMED_OUT)
-            return FS_CACHE_QUERY_TIMED_OUT;
+        if (scanPair(writer, query, plan, processor, pair, limit) == WalkStatus::timedOut)
+            return Status::queryTimedOut;
     }
-    return gaps.resultOf(FS_CACHE_SUCCESS);
+    return gaps.resultOf(Status::success);
 }
 
 }  // namespace
@@ -178,9 +196,8 @@ int scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout)
 int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeoutMilliseconds) {
     const CommandListShelter shelter;  // it may be asked in the middle of another query
     CheckedWriter checked(writer);
-    return checked.resultOf(behindWall("::fsScanQuery", +FS_CACHE_UNUSABLE, [&] {
-        return scanQuery(checked, query, timeoutMilliseconds);
-    }));
+    return checked.codeOf(noThrow("::fsScanQuery", Status::unusable,
+                                  [&] { return scanQuery(checked, query, timeoutMilliseconds); }));
 }
 
 }  // namespace fscanner

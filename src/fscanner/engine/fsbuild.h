@@ -4,6 +4,7 @@
 
 #include "fscanner/discovery/path_info.h"
 #include "fscanner/engine/file_processor.h"
+#include "fscanner/engine/walk.h"
 
 /// Direct scans: walking a tree of the file system and writing what matches,
 /// without a cache. The walk itself is `walk.h`.
@@ -38,9 +39,8 @@ int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive
 /// In effect none: direct scans of a query over the cache have no limit.
 constexpr unsigned kNoTimeout = 2000000000;
 
-/// Scans one pair of a plan directly, with its exclusions and mount points. A
-/// `WalkStatus`.
-int scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
-             FileProcessor& processor, const PathDrive& pair, unsigned timeout);
+/// Scans one pair of a plan directly, with its exclusions and mount points.
+WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
+                    FileProcessor& processor, const PathDrive& pair, unsigned timeout);
 
 }  // namespace fscanner

@@ -10,7 +10,7 @@
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/expr/token.h"
 #include "fscanner/fs/fs_query.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/sums_file.h"
@@ -149,7 +149,7 @@ void describePlan(const QueryPlan& plan, const FsQuery& query, bool patterns,
 }
 
 bool fsExplainQuery(const FsQuery& query, FsQueryReport& report) {
-    return behindWall("::fsExplainQuery", [&] {
+    return noThrow("::fsExplainQuery", [&] {
         report = FsQueryReport();
         QueryPlan plan;
         if (!plan.make(query)) return false;

@@ -80,15 +80,15 @@ const struct stat* WalkEntry::info() {
 
 class Walk {
 public:
-    Walk(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice)
+    Walk(const WalkRequest& request, WalkSink& sink, const LogPrefix& log)
         : request_(request),
           sink_(sink),
-          voice_(voice),
+          log_(log),
           observer_(scanObserver()),
           mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
                                                                             : nullptr) {}
 
-    int run();
+    WalkStatus run();
     void finish();
 
 private:
@@ -107,9 +107,9 @@ private:
     void leave();
     void load(const DirectoryEntries::Entry& entry);
     bool isDirectory();
-    int visit();
-    int visitDirectory();
-    int descend();
+    WalkStatus visit();
+    WalkStatus visitDirectory();
+    WalkStatus descend();
     bool excludes(const wchar_t* path, bool recursiveOnly) const;
     void noteSkipped(FsSkipReason reason, int error);
     void noteUnexamined();
@@ -120,7 +120,7 @@ private:
 
     const WalkRequest& request_;
     WalkSink& sink_;
-    const WalkVoice& voice_;
+    const LogPrefix& log_;
     FsScanObserver* observer_;
     const MountMap* mounts_;                      // null where none lies inside
     std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
@@ -137,11 +137,11 @@ private:
     std::array<char, kReadBuffer> buffer_;
 };
 
-int Walk::run() {
+WalkStatus Walk::run() {
     path_ = request_.path;
     const Entered entered = enter(nullptr, request_.timeoutMilliseconds);
     if (entered != Entered::yes)
-        return entered == Entered::timedOut ? WALK_TIMED_OUT : WALK_FINISHED;
+        return entered == Entered::timedOut ? WalkStatus::timedOut : WalkStatus::finished;
     DirectoryEntries::Entry entry;
     while (depth_ > 0) {
         if (!top().entries.takeLast(entry)) {
@@ -149,9 +149,9 @@ int Walk::run() {
             continue;
         }
         load(entry);
-        if (const int status = visit()) return status;
+        if (visit() == WalkStatus::timedOut) return WalkStatus::timedOut;
     }
-    return WALK_FINISHED;
+    return WalkStatus::finished;
 }
 
 Level& Walk::push() {
@@ -163,11 +163,11 @@ Level& Walk::push() {
 Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     if (timeout < 1 || !sink_.goesOn()) return Entered::timedOut;
     if (isTooLong()) {
-        debug("%s - path too long\n", voice_.prefix);
+        debug("%s - path too long\n", log_.text);
         noteSkipped(FsSkipReason::tooLong, 0);
         return Entered::skipped;
     }
-    const bool written = dfsWritesFiles(path_.c_str(), request_.drive, voice_.prefix, *voice_.dfs);
+    const bool written = dfsWritesFiles(path_.c_str(), request_.drive, log_.text, *log_.dfs);
     Level& level = push();
     if (read(parent, level) != 0) {
         level.directory.close();
@@ -196,7 +196,7 @@ int Walk::read(const Level* parent, Level& level) {
 }
 
 void Walk::logUnreadable() const {
-    debug("%s - scandir error opening '%ls' path!\n", voice_.prefix, path_.c_str());
+    debug("%s - scandir error opening '%ls' path!\n", log_.text, path_.c_str());
 }
 
 int Walk::openLevel(const Level* parent, Directory& directory) {
@@ -273,35 +273,35 @@ bool Walk::isDirectory() {
     return info && S_ISDIR(info->st_mode);
 }
 
-int Walk::visit() {
+WalkStatus Walk::visit() {
     if (entry_.entry_.name.empty()) {
-        debug("%s - file name len is 0. file skipped!\n", voice_.prefix);
-        return WALK_FINISHED;
+        debug("%s - file name len is 0. file skipped!\n", log_.text);
+        return WalkStatus::finished;
     }
-    if (--untilClock_ == 0 && !keepGoing()) return WALK_TIMED_OUT;
-    if (isDirectory()) return request_.recursive ? visitDirectory() : WALK_FINISHED;
+    if (--untilClock_ == 0 && !keepGoing()) return WalkStatus::timedOut;
+    if (isDirectory()) return request_.recursive ? visitDirectory() : WalkStatus::finished;
     ++files_;
-    if (!top().reports) return WALK_FINISHED;
+    if (!top().reports) return WalkStatus::finished;
     sink_.file(entry_);
     if (entry_.error() != 0) noteUnexamined();
-    return WALK_FINISHED;
+    return WalkStatus::finished;
 }
 
-int Walk::visitDirectory() {
+WalkStatus Walk::visitDirectory() {
     path_ += entry_.name();
     if (isTooLong()) {
-        debug("%s - path too long!\n", voice_.prefix);
+        debug("%s - path too long!\n", log_.text);
         sink_.enter(entry_);
         noteSkipped(FsSkipReason::tooLong, 0);
         sink_.leave();
     } else if (const bool other = isOtherDrive(); other || excludes(path_.c_str(), true)) {
-        debug("%s - path '%ls' excluded!\n", voice_.prefix, path_.c_str());
+        debug("%s - path '%ls' excluded!\n", log_.text, path_.c_str());
         noteSkipped(other ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
     } else {
         return descend();
     }
     path_.resize(top().pathLength);
-    return WALK_FINISHED;
+    return WalkStatus::finished;
 }
 
 // What the current directory's own allowance still holds.
@@ -310,17 +310,17 @@ long long Walk::timeLeft() {
     return level.timeLeft - (getCoarseTickCount() - level.startTick);
 }
 
-int Walk::descend() {
+WalkStatus Walk::descend() {
     Level& level = top();
     const long long left = timeLeft();
     sink_.enter(entry_);
     const Entered entered = enter(&level, left);
-    if (entered == Entered::timedOut) return WALK_TIMED_OUT;
+    if (entered == Entered::timedOut) return WalkStatus::timedOut;
     if (entered == Entered::skipped) {
         sink_.leave();
         path_.resize(level.pathLength);
     }
-    return WALK_FINISHED;
+    return WalkStatus::finished;
 }
 
 bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {
@@ -356,9 +356,9 @@ FsScanProgress Walk::progressAt(const wchar_t* directory) const {
     return {directory, files_, directories_, getTickCount() - startTick_};
 }
 
-int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice) {
-    const auto walk = std::make_unique<Walk>(request, sink, voice);
-    const int status = walk->run();
+WalkStatus walkTree(const WalkRequest& request, WalkSink& sink, const LogPrefix& log) {
+    const auto walk = std::make_unique<Walk>(request, sink, log);
+    const WalkStatus status = walk->run();
     walk->finish();
     return status;
 }

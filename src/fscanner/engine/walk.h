@@ -13,11 +13,11 @@
 
 namespace fscanner {
 
-/// The one directory walk: what it needs to know, and who it reports to. The
-/// direct scan and the cache build are two sinks of it; their logs differ by a
-/// prefix.
+/// The one directory walk: its request, and the sink that it reports to. The direct scan
+/// and the cache build are two sinks of it; their logs differ by a prefix.
 
-enum WalkStatus : int { WALK_FINISHED = 0, WALK_TIMED_OUT = 2 };
+/// How a walk ended. It has also finished after directories that it skipped.
+enum class [[nodiscard]] WalkStatus{finished, timedOut};
 
 /// What an errno of opening or examining something means for its search.
 FsSkipReason skipReason(int error);
@@ -75,9 +75,9 @@ public:
     virtual bool goesOn() const { return true; }
 };
 
-/// How a walk writes its log lines, and the state that its kind keeps.
-struct WalkVoice {
-    const char* prefix;    ///< "::fs_scan" or "FS_Cache::scan"
+/// How the log lines of one kind of walk begin, and which of them it has written already.
+struct LogPrefix {
+    const char* text;      ///< "::fs_scan" or "FS_Cache::scan"
     struct DfsState* dfs;  ///< not owned
 };
 
@@ -95,9 +95,9 @@ struct WalkRequest {
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that
-/// the system delivers to the first. `WALK_FINISHED` also after skipped
-/// directories, `WALK_TIMED_OUT` when time ran out, which is looked at on entering a
-/// directory and now and then within one, or the observer or the sink said stop.
-int walkTree(const WalkRequest& request, WalkSink& sink, const WalkVoice& voice);
+/// the system delivers to the first. `timedOut` when the time ran out, which is checked on
+/// entering a directory and now and then within one, or when the observer or the sink
+/// said stop.
+WalkStatus walkTree(const WalkRequest& request, WalkSink& sink, const LogPrefix& log);
 
 }  // namespace fscanner

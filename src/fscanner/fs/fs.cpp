@@ -9,7 +9,7 @@
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_resultset_file.h"
 #include "fscanner/fs/fs_resultset_vector.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 
 namespace fscanner {
 
@@ -20,15 +20,15 @@ namespace {
 template <class ResultSet>
 FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minutes, int seconds) {
     if (provider == nullptr) return nullptr;
-    return behindWall("::fsExecuteQuery", [&]() -> FsResultSetReader* {
+    return noThrow("::fsExecuteQuery", [&]() -> FsResultSetReader* {
         ResultSet results;
         FsResultSetWriter* writer = results.getWriter();
         if (writer == nullptr) return nullptr;
         // Unsigned: large limits wrap.
         const unsigned age = static_cast<unsigned>(minutes) * 60;
         const unsigned timeout = static_cast<unsigned>(seconds) * 1000;
-        behindWall("::fsExecuteQuery",
-                   [&] { return provider->executeQuery(*writer, query, age, timeout); });
+        noThrow("::fsExecuteQuery",
+                [&] { return provider->executeQuery(*writer, query, age, timeout); });
         return results.getReader();
     });
 }
@@ -36,7 +36,7 @@ FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minut
 }  // namespace
 
 FsProvider* fsLoadProvider(const char* name) {
-    return behindWall("::fsLoadProvider", [&] {
+    return noThrow("::fsLoadProvider", [&] {
         const FsSettings config;
         const std::string configured =
             name != nullptr ? name : config.getString("fscanner", "provider", "provider_cache");

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/fs/tav_cfg.h"
-#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
@@ -37,8 +37,8 @@ int parseInteger(std::string_view text, int defaultValue) {
 // What `find` gives; the default where that is empty, or where it fails.
 template <class Find>
 std::string textOr(const char* defaultValue, const char* where, Find find) {
-    const std::string found = behindWall(where, find);
-    return behindWall(where, [&]() -> std::string {
+    const std::string found = noThrow(where, find);
+    return noThrow(where, [&]() -> std::string {
         return found.empty() && defaultValue != nullptr ? defaultValue : found;
     });
 }
@@ -71,7 +71,7 @@ struct FsSettings::State {
 };
 
 FsSettings::FsSettings() {
-    behindWall("FsSettings::FsSettings", [this] { state_ = std::make_unique<State>(); });
+    noThrow("FsSettings::FsSettings", [this] { state_ = std::make_unique<State>(); });
 }
 
 FsSettings::~FsSettings() = default;

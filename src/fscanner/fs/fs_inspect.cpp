@@ -14,7 +14,7 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/drivehelper.h"
 #include "fscanner/filetype/filetypehelper.h"
-#include "fscanner/fs/wall.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/directory.h"
 #include "fscanner/platform/real_path.h"
 #include "fscanner/version.h"
@@ -38,7 +38,7 @@ bool fsListDrives(std::vector<DriveInfo>& drives) {
 int fsOpenDirectory(const wchar_t* path) {
     errno = path ? ENOMEM : EINVAL;
     if (!path) return -1;
-    return behindWall("::fsOpenDirectory", -1, [path] {
+    return noThrow("::fsOpenDirectory", -1, [path] {
         return openDirectoryWithoutLinks(toMultibyte(path).c_str(), DirectoryUse::reach).release();
     });
 }
@@ -47,7 +47,7 @@ std::wstring fsResolvePath(const wchar_t* path,
                            const std::function<bool(const wchar_t* path)>& mayTouch) {
     errno = EINVAL;
     if (!path || !mayTouch) return {};
-    return behindWall("::fsResolvePath", std::wstring(), [&] {
+    return noThrow("::fsResolvePath", std::wstring(), [&] {
         const auto isLink = [&](std::string_view bytes) {
             struct stat info {};
             return mayTouch(toWide(bytes).c_str()) &&
@@ -65,7 +65,7 @@ FsFileTypes::FsFileTypes() noexcept = default;
 FsFileTypes::~FsFileTypes() = default;
 
 bool FsFileTypes::describe(const wchar_t* path, std::wstring& description) {
-    return behindWall("FsFileTypes::describe", [&] {
+    return noThrow("FsFileTypes::describe", [&] {
         if (!state_) state_ = std::make_unique<State>();
         wchar_t* info = nullptr;
         if (!path || !state_->checker.getFileTypeEx(path, &info)) return false;

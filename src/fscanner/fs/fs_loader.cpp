@@ -2,8 +2,8 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/fs/plugin_library.h"
-#include "fscanner/fs/wall.h"
 
 namespace fscanner {
 
@@ -21,7 +21,7 @@ Product* create(const char* baseName, const FsConfig* config, const char* symbol
         return nullptr;
     }
     using Factory = Product* (*)(const FsConfig*);
-    return behindWall("FsLoader", [&]() -> Product* {
+    return noThrow("FsLoader", [&]() -> Product* {
         const auto factory =
             reinterpret_cast<Factory>(loadLibraryAndFactory(baseName, config, symbol, nullptr));
         return factory != nullptr ? factory(config) : nullptr;

@@ -12,9 +12,9 @@
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_serializator_file.h"
 #include "fscanner/fs/naturalmerge.h"
+#include "fscanner/fs/no_throw.h"
 #include "fscanner/fs/record_merge.h"
 #include "fscanner/fs/temp_files.h"
-#include "fscanner/fs/wall.h"
 #include "fscanner/platform/sysfactory.h"
 
 namespace fscanner {
@@ -120,7 +120,7 @@ void FsResultSetReader_OnFile::closeFile() {
 
 void FsResultSetReader_OnFile::moveFirst() {
     closeFile();
-    behindWall("FsResultSetReader_OnFile::moveFirst", [this] {
+    noThrow("FsResultSetReader_OnFile::moveFirst", [this] {
         file_ = makeFile(source_->name().c_str());
         if (!file_) return;
         if (file_->open()) source_->identify();
@@ -150,7 +150,7 @@ int FsResultSetReader_OnFile::sort(unsigned key, unsigned direction, bool caseSe
     const bool known = comparator(key) != nullptr;
     if (known) {
         closeFile();  // the sort rewrites it
-        behindWall("FsResultSetReader_OnFile::sort", [&] {
+        noThrow("FsResultSetReader_OnFile::sort", [&] {
             sortFile(source_->name(), unnamed_ ? unnamed_->directory() : "", key, direction,
                      caseSensitive);
         });

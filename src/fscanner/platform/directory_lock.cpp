@@ -46,13 +46,13 @@ int operationOf(DirectoryLock::Mode mode) {
     return mode == DirectoryLock::Mode::shared ? LOCK_SH : LOCK_EX;
 }
 
-int lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& limit) {
+LockStatus lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& limit) {
     const int operation = operationOf(mode) | (limit.milliseconds ? LOCK_NB : 0);
     for (;;) {
-        if (flock(descriptor, operation) == 0) return SYNC_SUCCESS;
+        if (flock(descriptor, operation) == 0) return LockStatus::locked;
         if (errno == EINTR) continue;
-        if (errno != EWOULDBLOCK) return SYNC_FAILED;
-        if (limit.isOver()) return SYNC_TIMED_OUT;
+        if (errno != EWOULDBLOCK) return LockStatus::failed;
+        if (limit.isOver()) return LockStatus::timedOut;
         SysFactory::sleep(kPauseMilliseconds);
     }
 }
@@ -75,12 +75,12 @@ bool isWaitedFor(int file) {
 
 // Many who share a lock and come and go would keep it for ever. So they let one go first
 // who waits for all of it; but not for long: those who have it may keep it for minutes.
-int lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
+LockStatus lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
     const bool alone = mode == DirectoryLock::Mode::exclusive;
     if (alone) noteWaiting(file, true);
     const Limit courtesy{&kCourtesyMilliseconds};
     while (!alone && isWaitedFor(file) && !courtesy.isOver()) SysFactory::sleep(kPauseMilliseconds);
-    const int status = lockWithin(file, mode, limit);
+    const LockStatus status = lockWithin(file, mode, limit);
     if (alone) noteWaiting(file, false);
     return status;
 }
@@ -163,19 +163,19 @@ struct DirectoryLock::Held {
     }
 };
 
-int DirectoryLock::wait(Mode mode) {
+LockStatus DirectoryLock::wait(Mode mode) {
     return acquire(nullptr, mode);
 }
 
-int DirectoryLock::wait(long milliseconds, Mode mode) {
+LockStatus DirectoryLock::wait(long milliseconds, Mode mode) {
     return acquire(&milliseconds, mode);
 }
 
 // What comes of the locks on the file that this object and this thread have already: empty
 // where one has to be waited for.
-std::optional<int> DirectoryLock::heldResult(int file, Mode mode) {
+std::optional<LockStatus> DirectoryLock::heldResult(int file, Mode mode) {
     struct stat info {};
-    if (fstat(file, &info) != 0) return SYNC_FAILED;
+    if (fstat(file, &info) != 0) return LockStatus::failed;
     auto& [guard, held] = Held::registry();
     const std::lock_guard lock(guard);
     const auto [first, last] = held.equal_range(identityOf(info));
@@ -188,10 +188,10 @@ std::optional<int> DirectoryLock::heldResult(int file, Mode mode) {
         const bool excludes = mode == Mode::exclusive || other->mode == Mode::exclusive;
         if (other == held_ || !excludes || !other->isThisThreads()) continue;
         debug("DirectoryLock - this thread holds '%ls' by another object\n", path_.c_str());
-        return SYNC_TIMED_OUT;
+        return LockStatus::timedOut;
     }
     if (own && (held_->mode == mode || (mode == Mode::shared && held_->share())))
-        return SYNC_SUCCESS;
+        return LockStatus::locked;
     return std::nullopt;
 }
 
@@ -204,29 +204,31 @@ void DirectoryLock::keep(std::shared_ptr<Held> taken) {
     held.emplace(identityOf(info), held_);
 }
 
-int DirectoryLock::acquire(const long* milliseconds, Mode mode) {
+LockStatus DirectoryLock::acquire(const long* milliseconds, Mode mode) {
     const Limit limit{milliseconds};
     const std::string path = toMultibyte(path_);
     do {
         Descriptor directory = openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_DIRECTORY);
         struct stat info {};
-        if (!directory || fstat(directory.get(), &info) != 0) return SYNC_FAILED;
+        if (!directory || fstat(directory.get(), &info) != 0) return LockStatus::failed;
         Descriptor file = openLockFile(directory.get(), info);
-        if (!file) return SYNC_FAILED;
-        if (const std::optional<int> result = heldResult(file.get(), mode)) return *result;
+        if (!file) return LockStatus::failed;
+        if (const std::optional<LockStatus> result = heldResult(file.get(), mode)) return *result;
         held_.reset();
-        if (const int status = lockFile(file.get(), mode, limit)) return status;
+        const LockStatus fileLocked = lockFile(file.get(), mode, limit);
+        if (fileLocked != LockStatus::locked) return fileLocked;
         if (!isStillNamed(file.get(), path)) continue;
         // A directory that others can open is locked only when nobody else has it.
         const bool isPrivate = (info.st_mode & (S_IRWXG | S_IRWXO)) == 0;
         const long none = 0;
-        const int status = lockWithin(directory.get(), mode, isPrivate ? limit : Limit{&none});
-        if (isPrivate && status != SYNC_SUCCESS) return status;
-        keep(std::make_shared<Held>(std::move(file), std::move(directory), status == SYNC_SUCCESS,
-                                    mode));
-        return SYNC_SUCCESS;
+        const LockStatus status =
+            lockWithin(directory.get(), mode, isPrivate ? limit : Limit{&none});
+        if (isPrivate && status != LockStatus::locked) return status;
+        keep(std::make_shared<Held>(std::move(file), std::move(directory),
+                                    status == LockStatus::locked, mode));
+        return LockStatus::locked;
     } while (!limit.isOver());
-    return SYNC_TIMED_OUT;
+    return LockStatus::timedOut;
 }
 
 }  // namespace fscanner

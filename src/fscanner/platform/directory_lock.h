@@ -7,6 +7,9 @@
 
 namespace fscanner {
 
+/// How a wait for a lock ended.
+enum class [[nodiscard]] LockStatus{locked, timedOut, failed};
+
 /// A lock between processes on a directory, whatever name or mount leads to it: a lock
 /// on the file "fscanner.lock" in it, which nobody but the directory's owner can open.
 ///
@@ -21,8 +24,8 @@ namespace fscanner {
 /// first, for a third of a second.
 ///
 /// Threads of a process exclude each other as processes do. A thread that would wait for
-/// itself, for another object by which it holds the lock, gets "timed out" at once, whatever
-/// the limit. A forked child does not have the lock. The results are `SyncStatus`.
+/// itself, for another object by which it holds the lock, gets `timedOut` at once, whatever
+/// the limit. A forked child does not have the lock.
 class DirectoryLock {
 public:
     enum class Mode { exclusive, shared };
@@ -32,15 +35,15 @@ public:
     DirectoryLock& operator=(const DirectoryLock&) = delete;
     ~DirectoryLock() = default;
 
-    int wait(Mode mode = Mode::exclusive);
+    LockStatus wait(Mode mode = Mode::exclusive);
     /// Tries at once, then every 10 ms until the limit is over. Signals do not end a wait.
-    int wait(long milliseconds, Mode mode = Mode::exclusive);
+    LockStatus wait(long milliseconds, Mode mode = Mode::exclusive);
     void release() { held_.reset(); }
 
 private:
     struct Held;
-    int acquire(const long* milliseconds, Mode mode);
-    std::optional<int> heldResult(int file, Mode mode);
+    LockStatus acquire(const long* milliseconds, Mode mode);
+    std::optional<LockStatus> heldResult(int file, Mode mode);
     void keep(std::shared_ptr<Held> taken);
 
     std::wstring path_;

@@ -9,11 +9,11 @@
 
 namespace fscanner {
 
-/// Runs what a host called: nothing is thrown into the host. An exception, a
-/// plug-in's included, is logged under `where` and gives `failure`. A cancelled
-/// thread goes on unwinding, as it must.
+/// Runs the body of a function that a host called, so that nothing is thrown into the host.
+/// An exception, also one of a plug-in, is logged under the name `where` and gives
+/// `failure`. The unwinding of a cancelled thread is passed on, as it must be.
 template <class Result, class Body>
-Result behindWall(const char* where, Result failure, Body body) {
+Result noThrow(const char* where, Result failure, Body body) {
     try {
         return body();
     } catch (const abi::__forced_unwind&) {
@@ -28,11 +28,11 @@ Result behindWall(const char* where, Result failure, Body body) {
 
 /// The same with a value-initialised result for a failure.
 template <class Body>
-auto behindWall(const char* where, Body body) -> decltype(body()) {
+auto noThrow(const char* where, Body body) -> decltype(body()) {
     if constexpr (std::is_void_v<decltype(body())>) {
-        behindWall(where, false, [&] { return body(), true; });
+        noThrow(where, false, [&] { return body(), true; });
     } else {
-        return behindWall(where, decltype(body())(), body);
+        return noThrow(where, decltype(body())(), body);
     }
 }
 
