@@ -3,7 +3,6 @@
 #include <langinfo.h>
 
 #include <algorithm>
-#include <bit>
 #include <climits>
 #include <cstdint>
 #include <cstring>
@@ -39,18 +38,8 @@ struct Decoded {
 /// surrogates are the escapes' own range, and libc's decoder would let the rest
 /// through in some locales.
 Decoded decodeUtf8(std::string_view text) {
-    static constexpr std::uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000};
-    const auto lead = static_cast<unsigned char>(text[0]);
-    const auto length = static_cast<unsigned>(std::countl_one(lead));
-    if (length < 2 || length > 4 || length > text.size()) return {};
-    std::uint32_t value = lead & (0x7Fu >> length);
-    for (unsigned i = 1; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if ((byte & 0xC0) != 0x80) return {};
-        value = value << 6 | (byte & 0x3Fu);
-    }
-    if (value < lowest[length] || value > 0x10FFFF || (value >= 0xD800 && value < 0xE000))
-        return {};
+    const auto [value, length, shortest] = readUtf8(text);
+    if (!shortest || value > 0x10FFFF || (value >= 0xD800 && value < 0xE000)) return {};
     return {static_cast<wchar_t>(value), length};
 }
 
@@ -259,13 +248,14 @@ unsigned stringToUTF8(DynamicBuffer<unsigned char>& buffer, const wchar_t* s) {
 
 unsigned utf8ToWideChar(wchar_t* out, unsigned size, const unsigned char* s) {
     if (size == 0) return 0;
-    unsigned count = 0;
-    while (*s != 0 && count < size - 1) {
-        const unsigned char lead = *s++;
-        const int ones = std::countl_one(lead);
-        std::uint32_t value = lead & (0x7Fu >> ones);
-        for (int left = ones - 1; left > 0 && *s != 0; --left) value = value << 6 | (*s++ & 0x3Fu);
-        out[count++] = static_cast<wchar_t>(value);
+    std::string_view text(reinterpret_cast<const char*>(s));
+    const std::size_t plain = widenAscii(text.substr(0, size - 1), out);
+    text.remove_prefix(plain);
+    auto count = static_cast<unsigned>(plain);
+    while (!text.empty() && count < size - 1) {
+        const Utf8Character next = readUtf8(text);
+        out[count++] = static_cast<wchar_t>(next.value);
+        text.remove_prefix(next.length);
     }
     out[count] = 0;
     return count;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <bit>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
@@ -65,6 +67,32 @@ unsigned stringToUTF8(DynamicBuffer<unsigned char>& buffer, const wchar_t* s);
 /// bytes are not validated, but a sequence cut by the terminator ends there.
 /// Returns the number of characters.
 unsigned utf8ToWideChar(wchar_t* out, unsigned size, const unsigned char* s);
+
+/// The first character of a text as its bytes say it.
+struct Utf8Character {
+    std::uint32_t value;
+    unsigned length;  ///< bytes taken, at least 1: as many as the first byte announces
+    bool shortest;    ///< a whole sequence of up to six bytes, and no shorter one has the value
+};
+
+/// Decodes the first character of `text`, which must not be empty. Every reader of UTF-8
+/// goes through here: each tests what it has to (`shortest`, and the range of the value). A
+/// sequence that the end of the text cuts ends there.
+inline Utf8Character readUtf8(std::string_view text) {
+    static constexpr std::uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
+    const auto lead = static_cast<unsigned char>(text[0]);
+    if (lead < 0x80) return {lead, 1, true};
+    const auto announced = static_cast<unsigned>(std::countl_one(lead));
+    std::uint32_t value = lead & (0x7Fu >> announced);
+    bool whole = announced >= 2 && announced <= 6 && announced <= text.size();
+    unsigned length = 1;
+    for (; length < announced && length < text.size(); ++length) {
+        const auto byte = static_cast<unsigned char>(text[length]);
+        whole = whole && (byte & 0xC0) == 0x80;
+        value = value << 6 | (byte & 0x3Fu);
+    }
+    return {value, length, whole && value >= lowest[announced]};
+}
 
 /// Bytes that the six-byte form of UTF-8 needs for one character.
 unsigned utf8Length(wchar_t c);

@@ -13,8 +13,10 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
+#include "fscanner/discovery/filesystemhelper.h"
 #include "fscanner/discovery/list_duplicates.h"
 #include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -30,6 +32,12 @@ DriveType typeOf(const MountEntry& mount) {
     return mount.isRemote() ? DRIVE_REMOTE : DRIVE_LOCAL;
 }
 
+/// The types of the drives that a mount gives: a "dfs" gives one of each.
+std::vector<DriveType> typesOf(const MountEntry& mount) {
+    if (mount.getFileSystemType() == std::string_view("dfs")) return {DRIVE_REMOTE, DRIVE_LOCAL};
+    return {typeOf(mount)};
+}
+
 /// A directory whose own name ends in ":" is taken as it is: that ":" then counts
 /// as the drive name's, and the drive's path lacks it.
 std::wstring driveName(const MountEntry& mount) {
@@ -38,9 +46,9 @@ std::wstring driveName(const MountEntry& mount) {
     return name;
 }
 
-void appendDrive(const MountEntry& mount, DriveType type, std::vector<DriveInfo>& list) {
-    const std::wstring name = driveName(mount);
-    list.emplace_back(name.c_str(), type, toWide(mount.getFileSystemType()).c_str());
+void appendDrive(const std::wstring& name, DriveType type, const MountEntry& mount,
+                 std::vector<DriveInfo>& drives) {
+    drives.emplace_back(name.c_str(), type, toWide(mount.getFileSystemType()).c_str());
     debug("DriveHelper::buildDriveList - drive: %ls, %d\n", name.c_str(), static_cast<int>(type));
 }
 
@@ -76,12 +84,8 @@ void DriveHelper::buildDriveList(const std::vector<MountEntry>& mounts, unsigned
         debug("DriveHelper::buildDriveList - [%s] [%s] [%s]\n", mount.getDevName(),
               mount.getMountDir(), mount.getFileSystemType());
         if ((mask & typeOf(mount)) == 0) continue;
-        if (std::strcmp(mount.getFileSystemType(), "dfs") == 0) {
-            appendDrive(mount, DRIVE_REMOTE, list);
-            appendDrive(mount, DRIVE_LOCAL, list);
-        } else {
-            appendDrive(mount, typeOf(mount), list);
-        }
+        for (const DriveType type : typesOf(mount))
+            appendDrive(driveName(mount), type, mount, list);
     }
 }
 
@@ -147,10 +151,6 @@ bool DriveHelper::checkFileSystems(const wchar_t* name, const std::vector<FileSy
 // ---- Lists to resolve paths on ----------------------------------------------
 
 namespace {
-
-bool isDfs(const DriveInfo& drive) {
-    return drive.getFileSystem() && std::wcscmp(drive.getFileSystem(), L"dfs") == 0;
-}
 
 /// Tells, from the last drive to the first, whether a later one hides this one.
 class HiddenDrives {
@@ -296,10 +296,8 @@ std::optional<std::wstring> LinkSearch::linkFreeTarget(const std::wstring& ances
 }
 
 bool LinkSearch::mayRead(const std::wstring& path) const {
-    return std::none_of(remoteMounts_.begin(), remoteMounts_.end(), [&](const std::wstring& mount) {
-        const PathRelation relation = relatePaths(path, mount);
-        return relation == PathRelation::SAME || relation == PathRelation::INSIDE;
-    });
+    return std::none_of(remoteMounts_.begin(), remoteMounts_.end(),
+                        [&](const std::wstring& mount) { return isWithin(path, mount); });
 }
 
 }  // namespace
@@ -363,13 +361,6 @@ private:
     std::set<std::string, std::less<>> slow_;
 };
 
-void appendDrive(const std::string& directory, DriveType type, const MountEntry& mount,
-                 std::vector<DriveInfo>& drives) {
-    const std::wstring name = toWide(directory) + L':';
-    drives.emplace_back(name.c_str(), type, toWide(mount.getFileSystemType()).c_str());
-    debug("DriveHelper::buildDriveList - drive: %ls, %d\n", name.c_str(), static_cast<int>(type));
-}
-
 }  // namespace
 
 std::vector<DriveInfo> listMountedDrives(const MountTable& table) {
@@ -378,14 +369,10 @@ std::vector<DriveInfo> listMountedDrives(const MountTable& table) {
     std::vector<DriveInfo> drives;
     for (const MountEntry& mount : mounts) {
         const std::string directory = table.ofKernel ? mount.getMountDir() : realDirectories(mount);
-        if (mount.isDummy()) {
-            appendDrive(directory, DRIVE_UNKNOWN, mount, drives);
-            continue;
-        }
-        // A "dfs" is both.
-        const bool twofold = mount.getFileSystemType() == std::string_view("dfs");
-        if (mount.isRemote() || twofold) appendDrive(directory, DRIVE_REMOTE, mount, drives);
-        if (!mount.isRemote() || twofold) appendDrive(directory, DRIVE_LOCAL, mount, drives);
+        const std::wstring name = toWide(directory) + L':';
+        const std::vector<DriveType> types =
+            mount.isDummy() ? std::vector{DRIVE_UNKNOWN} : typesOf(mount);
+        for (const DriveType type : types) appendDrive(name, type, mount, drives);
     }
     return drives;
 }

@@ -1,8 +1,7 @@
 #include "fscanner/discovery/filesystemhelper.h"
 
-#include <cwchar>
-
 #include "fscanner/common/debug.h"
+#include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 
 namespace fscanner {
@@ -51,9 +50,13 @@ const char* word(bool value) {
 
 }  // namespace
 
+bool isDfs(const DriveInfo& drive) {
+    return sameText(drive.getFileSystem(), L"dfs");
+}
+
 bool dfsWritesFiles(const wchar_t* path, const DriveInfo& drive, const char* prefix,
                     DfsState& state) {
-    if (!drive.getFileSystem() || std::wcscmp(drive.getFileSystem(), L"dfs") != 0) return true;
+    if (!isDfs(drive)) return true;
     debug("%s - get a path on 'dfs' filesystem\n", prefix);
     const std::string bytes = toMultibyte(path);
     const char* fileSet = FileSystemHelper::dfs_mount(bytes.c_str());

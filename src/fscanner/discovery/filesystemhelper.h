@@ -19,6 +19,9 @@ public:
     static bool dfs_local(const char* fileSet, const char* host);
 };
 
+/// Whether the drive's file system is the distributed one, which is local and remote at once.
+bool isDfs(const DriveInfo& drive);
+
 /// What one kind of walk remembers of the distributed file system for the life of
 /// its thread.
 struct DfsState {

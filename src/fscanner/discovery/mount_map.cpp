@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/discovery/pathhelper.h"
 
 namespace fscanner {
@@ -15,7 +16,9 @@ std::wstring_view textOf(const PathInfo& path) {
 
 /// What the paths below a directory begin with.
 std::wstring beginning(std::wstring_view directory) {
-    return std::wstring(withoutFinalSeparator(directory)) + L'/';
+    std::wstring text(directory);
+    endWithSeparator(text);
+    return text;
 }
 
 }  // namespace

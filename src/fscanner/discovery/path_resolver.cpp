@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/discovery/pathhelper.h"

@@ -9,6 +9,7 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/list_duplicates.h"
@@ -57,7 +58,7 @@ std::vector<PathAncestor> PathHelper::pathReducer(std::wstring_view path) {
         chain.push_back({prefix, PathSeparator});
     }
     for (const std::wstring& component : structured_path_decomposer(path)) {
-        if (!prefix.empty() && !prefix.ends_with(L'/')) prefix += PathSeparator;
+        if (needsSeparator(prefix)) prefix += PathSeparator;
         prefix += component;
         chain.push_back({prefix, component});
     }
@@ -96,8 +97,7 @@ int PathHelper::pathLocation(std::wstring_view path, const std::vector<DriveInfo
     int location = -1;
     std::size_t longest = 0;
     for (std::size_t i = 0; i < drives.size(); ++i) {
-        const PathRelation relation = pathFilterByDrive(path, drives[i]);
-        if (relation != PathRelation::SAME && relation != PathRelation::INSIDE) continue;
+        if (!isWithin(path, driveText(drives[i]))) continue;
         if (driveText(drives[i]).size() < longest) continue;
         longest = driveText(drives[i]).size();
         location = static_cast<int>(i);
@@ -205,19 +205,13 @@ bool sameFileSystem(const DriveInfo& a, const DriveInfo& b) {
     return sameText(a.getFileSystem(), b.getFileSystem());
 }
 
-/// `path` without a final "/" (the root is the empty text), shorter than `mount`.
-bool liesInside(std::wstring_view mount, std::wstring_view path) {
-    return mount.starts_with(path) && (mount.size() == path.size() || mount[path.size()] == L'/');
-}
-
 }  // namespace
 
 void PathHelper::buildExcludeList(const std::vector<DriveInfo>& drives, const PathDrive& pair,
                                   std::vector<PathInfo>& excluded) {
     if (drives.empty()) return;
     const wchar_t* pathText = pair.path.getPathName() ? pair.path.getPathName() : L"";
-    std::wstring_view path(pathText);
-    if (path.ends_with(L'/')) path.remove_suffix(1);
+    const std::wstring_view path = withoutFinalSeparator(pathText);
     std::size_t maxIndex = 0;
     bool found = false;
     for (std::size_t i = 0; i < drives.size(); ++i) {
@@ -240,7 +234,7 @@ void PathHelper::buildExcludeList(const std::vector<DriveInfo>& drives, const Pa
         }
         debug("PathHelper::buildExcludeList - 'tmpPathLen(%d)<tmpDriveLen(%d)'\n", pathLength,
               driveLength);
-        if (!liesInside(mount, path) || sameKind(drive, pair.drive)) continue;
+        if (!isWithin(mount, path) || sameKind(drive, pair.drive)) continue;
         excluded.emplace_back(mount.c_str(), true);
         debug("PathHelper::buildExcludeList [1] - excluded path for '%ls' is '%ls'\n", pathText,
               mount.c_str());

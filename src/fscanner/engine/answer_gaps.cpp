@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/path_entry.h"
 #include "fscanner/engine/cache_store.h"
@@ -13,7 +14,6 @@
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
-#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

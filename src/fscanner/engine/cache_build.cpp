@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/filesystemhelper.h"

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
@@ -29,7 +29,7 @@ constexpr std::string_view kTag =
 constexpr const wchar_t* kTagName = L"CACHEDIR.TAG";
 
 std::wstring tagOf(const std::wstring& directory) {
-    return directory + L"/" + kTagName;
+    return joinPath(directory, kTagName);
 }
 
 enum class Tag { none, own, foreign };
@@ -124,8 +124,7 @@ std::wstring fsDefaultCacheDirectory() {
         const std::string home = userCacheHome();
         if (home.empty()) return L"";
         const std::wstring base = toWide(home + "/fscanner");
-        const HeapText directory(getUserCacheDir(base.c_str(), false));
-        return directory ? directory.get() : L"";
+        return userCacheDirectory(base.c_str(), nullptr, false).value_or(L"");
     });
 }
 

@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -54,13 +54,8 @@ int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, Ex
         debug("chPathCommand::execute - findPathById(...) failed!\n");
         return 1;
     }
-    const HeapText path(getFullPathName(directory->path().c_str(), name.getStringValue()));
-    if (!path) {
-        debug("chPathCommand::execute - getFullPathName(...) failed!\n");
-        return 1;
-    }
     resetExpValue(STRING, result);
-    result.setStringValue(path.get());
+    result.setStringValue(joinPath(directory->path(), name.text()).c_str());
     return 0;
 }
 
@@ -254,7 +249,7 @@ bool Extraction::judge() {
         if (settlesBelow(directory)) settledDepth_ = chain_.depth();
     }
     prefix_ = chain_.path();
-    if (!prefix_.ends_with(L'/')) prefix_ += L'/';
+    endWithSeparator(prefix_);
     return true;
 }
 

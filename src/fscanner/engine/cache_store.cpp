@@ -4,6 +4,7 @@
 #include <array>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/reports.h"
 #include "fscanner/platform/paths.h"
@@ -48,7 +49,7 @@ CacheStore::CacheStore(const wchar_t* directoriesTableName, const wchar_t* files
 CacheStore::~CacheStore() = default;
 
 std::wstring CacheStore::pathOf(const std::wstring& table, const wchar_t* suffix) const {
-    return directory_ + (directory_.ends_with(L'/') ? L"" : L"/") + table + suffix;
+    return joinPath(directory_, table + suffix);
 }
 
 std::wstring CacheStore::freshPath(const wchar_t* suffix) const {

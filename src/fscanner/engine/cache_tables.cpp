@@ -12,11 +12,12 @@ const wchar_t* field_ID = L"ID";
 
 namespace {
 
-constexpr unsigned kInt32 = 3;
-constexpr unsigned kInt64 = 4;
-constexpr unsigned kText = 5;
+static_assert(file_fields::kStored[FILES_FILENAME].name == file_fields::kName.name &&
+              file_fields::kStored[FILES_ATTR].name == file_fields::kAttributes.name &&
+              file_fields::kStored[FILES_SIZE].name == file_fields::kSize.name &&
+              file_fields::kStored[FILES_PATHID].name == file_fields::kDirectoryId.name);
 
-bool isField(const Field& field, const TableKind::SchemaField& expected) {
+bool isField(const Field& field, const FieldKind& expected) {
     return field.type() == expected.type && std::wcscmp(field.name(), expected.name) == 0;
 }
 
@@ -25,17 +26,16 @@ bool isField(const Field& field, const TableKind::SchemaField& expected) {
 // ---- The two tables ---------------------------------------------------------
 
 const TableKind& TableKind::files() {
-    static const TableKind kind{
-        {{{L"FILENAME", kText}, {L"ATTR", kInt32}, {L"SIZE", kInt64}, {L"PATHID", kInt32}}},
-        {L"FILENAME", L"PATHID"}};
+    static const TableKind kind{file_fields::kStored,
+                                {file_fields::kName.name, file_fields::kDirectoryId.name}};
     return kind;
 }
 
 const TableKind& TableKind::directories() {
-    static const TableKind kind{{{{field_ID, kInt32},
-                                  {L"PATHNAME", kText},
-                                  {L"PARENTID", kInt32},
-                                  {L"CREATIONTIME", kInt32}}},
+    static const TableKind kind{{{{field_ID, FIELD_INT32},
+                                  {L"PATHNAME", FIELD_TEXT},
+                                  {L"PARENTID", FIELD_INT32},
+                                  {L"CREATIONTIME", FIELD_INT32}}},
                                 {L"PATHNAME", field_ID, L"PARENTID"}};
     return kind;
 }
@@ -46,7 +46,7 @@ bool isIndexedFileField(std::wstring_view name) {
 }
 
 bool TableKind::addTo(FS_Table& table) const {
-    return std::all_of(fields.begin(), fields.end(), [&table](const SchemaField& field) {
+    return std::all_of(fields.begin(), fields.end(), [&table](const FieldKind& field) {
         return table.addField(field.name, field.type);
     });
 }
@@ -95,17 +95,17 @@ std::unique_ptr<FS_Table> TableKind::create(const std::wstring& name, const Tabl
 // ---- Lookups ----------------------------------------------------------------
 
 CacheLookups::CacheLookups() {
-    for (const wchar_t* name : {L"id", L"pathid", L"parentid"}) variables_.add(name, kInt32);
+    for (const wchar_t* name : {L"id", L"pathid", L"parentid"}) variables_.add(name, FIELD_INT32);
     for (const wchar_t* name : {L"pathname", L"shortpathname", L"filename", L"shortfilename"})
-        variables_.add(name, kText);
+        variables_.add(name, FIELD_TEXT);
     id_ = fieldAs<Int32Field>(variables_.at(0));
     pathId_ = fieldAs<Int32Field>(variables_.at(1));
     parentId_ = fieldAs<Int32Field>(variables_.at(2));
     pathName_ = fieldAs<TextField>(variables_.at(3));
 
-    for (const wchar_t* name : {L"ID", L"PATHID", L"PARENTID"}) fields_.add(name, kInt32);
+    for (const wchar_t* name : {L"ID", L"PATHID", L"PARENTID"}) fields_.add(name, FIELD_INT32);
     for (const wchar_t* name : {L"PATHNAME", L"SHORTPATHNAME", L"FILENAME", L"SHORTFILENAME"})
-        fields_.add(name, kText);
+        fields_.add(name, FIELD_TEXT);
 
     valid_ = true;
     const auto make = [this](const wchar_t* criteria) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fscanner/common/fields.h"
+#include "fscanner/engine/file_fields.h"
 #include "fscanner/expr/criteria.h"
 #include "fscanner/store/recordset.h"
 #include "fscanner/store/table.h"
@@ -35,11 +36,7 @@ struct TablePlace {
 /// The fields of one of the two tables, and those of them that have an index, in the order of
 /// making.
 struct TableKind {
-    struct SchemaField {
-        const wchar_t* name;
-        unsigned type;
-    };
-    std::array<SchemaField, 4> fields;
+    std::array<FieldKind, 4> fields;
     std::vector<const wchar_t*> indexed;
 
     static const TableKind& files();

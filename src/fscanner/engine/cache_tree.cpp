@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
@@ -215,10 +216,10 @@ std::vector<CachedRoot> CacheTree::roots() {
             const unsigned id = records.getFieldAsInt32(DIRECTORIES_ID);
             const wchar_t* const name = records.getFieldAsString(DIRECTORIES_PATHNAME);
             if (!name || !seen.insert(id).second) continue;
-            const bool joined = !above.path.empty() && !above.path.ends_with(L'/');
             const unsigned built = records.getFieldAsInt32(DIRECTORIES_CREATIONTIME);
             (built != 0 ? roots : waiting)
-                .push_back({id, above.id, built, above.path + (joined ? L"/" : L"") + name});
+                .push_back({id, above.id, built,
+                            above.path + (needsSeparator(above.path) ? L"/" : L"") + name});
         }
     }
     return roots;

@@ -9,23 +9,19 @@
 #include <vector>
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
+#include "fscanner/engine/file_fields.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/directory.h"
-#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 
 namespace {
-
-// The fields of a file that the filter knows, by their places.
-constexpr unsigned NAME = 0;
-constexpr unsigned SIZE = 2;
 
 /// False where the file may be there and nothing can be told of it.
 bool mayBeExamined(const wchar_t* path) {
@@ -39,9 +35,8 @@ bool mayBeExamined(const wchar_t* path) {
 int fpPathCommand::execute(const ExpValue&, const ExpValue&, ExpValue& result) {
     resetExpValue(STRING, result);
     if (!file_) return 0;
-    const HeapText path(getFullPathName(file_->getPath(), file_->getName()));
-    if (!path) return 1;
-    result.setStringValue(path.get());
+    if (!file_->getPath() || !file_->getName()) return 1;
+    result.setStringValue(joinPath(file_->getPath(), file_->getName()).c_str());
     return 0;
 }
 
@@ -63,22 +58,20 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
 }
 
 FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, CriteriaRules rules)
-    : caseSensitive_(caseSensitive), bytesAreCharacters_(asciiBytesAreCharacters()) {
-    fields_.add(L"FILENAME", 5);
-    fields_.add(L"SHORTFILENAME", 5);
-    fields_.add(L"SIZE", 4);
-    fields_.add(L"ATTR", 3);
-    fields_.add(L"PATHID", 3);
-    name_ = static_cast<TextField*>(fields_.at(NAME));
-    shortName_ = static_cast<TextField*>(fields_.at(1));
-    size_ = static_cast<Int64Field*>(fields_.at(SIZE));
-    attributes_ = static_cast<Int32Field*>(fields_.at(3));
+    : fields_(file_fields::forCriteria()),
+      name_(fields_.as<TextField>(file_fields::NAME)),
+      shortName_(fields_.as<TextField>(file_fields::SHORT_NAME)),
+      size_(fields_.as<Int64Field>(file_fields::SIZE)),
+      attributes_(fields_.as<Int32Field>(file_fields::ATTRIBUTES)),
+      caseSensitive_(caseSensitive),
+      bytesAreCharacters_(asciiBytesAreCharacters()) {
     if (!criteria || !*criteria) return;
     evaluator_ = std::make_unique<CriteriaEvaluator>(criteria, rules);
     compiles_ = registerCommands() && evaluator_->setFields(&fields_) && evaluator_->compile();
     if (!compiles_)
         debug("FileProcessor::FileProcessor - criteria '%ls' does not compile!\n", criteria);
-    needsInfo_ = evaluator_->readsField(L"SIZE") || evaluator_->readsField(L"ATTR");
+    needsInfo_ = evaluator_->readsField(file_fields::kSize.name) ||
+                 evaluator_->readsField(file_fields::kAttributes.name);
     if (compiles_) filter_ = RecordFilter(evaluator_->tree(), fields_, caseSensitive);
 }
 
@@ -96,13 +89,13 @@ bool FileProcessor::registerCommands() {
 bool FileProcessor::dismissesName(const StoredText& name) const {
     // Where ASCII bytes may be halves of characters, they tell nothing beside others.
     if (!bytesAreCharacters_ && text_test::examine(name).foreign) return false;
-    return filter_.dismisses(NAME, name);
+    return filter_.dismisses(file_fields::NAME, name);
 }
 
 bool FileProcessor::dismissesSize(unsigned long long size) const {
     // What is too large for a host counts as unknown.
     if (size > INT_MAX && !FsFileInfo::getLargeFileSupport()) return false;
-    return filter_.dismisses(SIZE, static_cast<long long>(size));
+    return filter_.dismisses(file_fields::SIZE, static_cast<long long>(size));
 }
 
 bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName) {

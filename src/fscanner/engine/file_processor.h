@@ -77,10 +77,10 @@ private:
 
     // In this order: the evaluator refers to what stands above it.
     Fields fields_;
-    TextField* name_ = nullptr;
-    TextField* shortName_ = nullptr;
-    Int64Field* size_ = nullptr;
-    Int32Field* attributes_ = nullptr;
+    TextField* name_;
+    TextField* shortName_;
+    Int64Field* size_;
+    Int32Field* attributes_;
     fpPathCommand pathCommand_;
     fpTypeCommand typeCommand_;
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches

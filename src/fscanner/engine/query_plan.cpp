@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/drivehelper.h"

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <unordered_map>
 
+#include "fscanner/common/path_text.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tables.h"
 #include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/file_fields.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/expr/token.h"
 #include "fscanner/fs/fs_query.h"
@@ -28,17 +30,6 @@ public:
     int execute(const ExpValue&, const ExpValue&, ExpValue&) override { return -1; }
 };
 
-/// The fields of a file that a criteria can read, in the order of a search.
-Fields searchFields() {
-    Fields fields;
-    fields.add(L"FILENAME", FIELD_TEXT);
-    fields.add(L"SHORTFILENAME", FIELD_TEXT);
-    fields.add(L"SIZE", FIELD_INT64);
-    fields.add(L"ATTR", FIELD_INT32);
-    fields.add(L"PATHID", FIELD_INT32);
-    return fields;
-}
-
 /// What an extraction from the cache would look up: see `Extraction::run`.
 void describeIndex(const CriteriaEvaluator& criteria, bool caseSensitive, bool patterns,
                    FsCriteriaReport& report) {
@@ -56,7 +47,7 @@ void describeIndex(const CriteriaEvaluator& criteria, bool caseSensitive, bool p
 void describe(const wchar_t* text, bool caseSensitive, bool patterns, FsCriteriaReport& report) {
     // A host may ask in the middle of a query, whose commands have to stay.
     const CommandListShelter shelter;
-    const Fields fields = searchFields();
+    const Fields fields = file_fields::forCriteria();
     StandInCommand command;
     CriteriaEvaluator criteria(text, CriteriaRules::search);
     criteria.setFields(&fields);

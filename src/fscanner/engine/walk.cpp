@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/filesystemhelper.h"
@@ -181,7 +182,7 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     const bool included = request_.include.empty() || checkPathList(path_.c_str(), request_.include,
                                                                     request_.caseSensitive, false);
     level.reports = written && included && !excludes(path_.c_str(), false);
-    if (path_.empty() || path_.back() != L'/') path_ += L'/';
+    endWithSeparator(path_);
     level.pathLength = path_.size();
     return Entered::yes;
 }

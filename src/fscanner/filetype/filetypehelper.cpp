@@ -18,6 +18,7 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/directory_types.h"
 #include "fscanner/filetype/file_program.h"
@@ -28,19 +29,17 @@ namespace fscanner {
 namespace {
 
 /// Answers from one of the thread's two caches; `method` is for the log.
-bool typeLine(DirectoryTypes& types, const char* method, const wchar_t* path,
-              const DescribeDirectory& describe, wchar_t** info) {
-    if (path == nullptr || std::wcslen(path) > longestPath()) return false;
-    std::unique_ptr<char[]> bytes(myWcsToMbs(path));
-    if (!bytes) {
-        debug("FileTypeChecker::%s - unable to allocate path buffer\n", method);
-        return false;
-    }
-    auto line = types.lineOf(path, bytes.get(), describe);
-    if (!line) {
-        debug("FileTypeChecker::%s - path file name '%ls' not found!\n", method, path);
-        return false;
-    }
+std::optional<std::wstring> cachedLine(DirectoryTypes& types, const char* method,
+                                       const wchar_t* path, const DescribeDirectory& describe) {
+    if (path == nullptr || std::wcslen(path) > longestPath()) return std::nullopt;
+    auto line = types.lineOf(path, toMultibyte(path).c_str(), describe);
+    if (!line) debug("FileTypeChecker::%s - path file name '%ls' not found!\n", method, path);
+    return line;
+}
+
+/// The form of an answer that hosts release with `free`.
+bool handOut(const std::optional<std::wstring>& line, wchar_t** info) {
+    if (!line) return false;
     *info = mallocCopy(*line);
     return *info != nullptr;
 }
@@ -54,12 +53,16 @@ FileTypeChecker::FileTypeChecker() {
     commandFile_ = name.data();
 }
 
-bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
+std::optional<std::wstring> FileTypeChecker::typeLine(const wchar_t* path) {
     static thread_local DirectoryTypes types;
     auto describe = [this](const FileLocation& wanted) {
         return describeDirectory(wanted, running_);
     };
-    return typeLine(types, "getFileTypeEx", path, describe, info);
+    return cachedLine(types, "getFileTypeEx", path, describe);
+}
+
+bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
+    return handOut(typeLine(path), info);
 }
 
 bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {
@@ -67,7 +70,7 @@ bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {
     auto describe = [this](const FileLocation& wanted) {
         return describeThroughList(wanted, commandFile_.c_str());
     };
-    return typeLine(types, "getFileTypeEx_2", path, describe, info);
+    return handOut(cachedLine(types, "getFileTypeEx_2", path, describe), info);
 }
 
 bool FileTypeChecker::getFileType(const wchar_t* path, wchar_t** info) {
@@ -75,16 +78,14 @@ bool FileTypeChecker::getFileType(const wchar_t* path, wchar_t** info) {
     const std::string bytes = toMultibyte(path);
     const std::string description = describeFiles(AT_FDCWD, {&bytes, 1})[0];
     if (description.empty()) return false;
-    *info = mallocCopy(std::wstring(path) + L": " + toWide(description));
-    return *info != nullptr;
+    return handOut(std::wstring(path) + L": " + toWide(description), info);
 }
 
 bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
     if (wanted.size() == 0) return true;
-    wchar_t* info = nullptr;
-    if (!getFileTypeEx(path, &info)) return false;
-    HeapText line(info);
-    std::wstring description = descriptionOf(info, std::wcslen(path));
+    const std::optional<std::wstring> line = typeLine(path);
+    if (!line) return false;
+    const std::wstring description = descriptionOf(*line, std::wcslen(path));
     StringList<wchar_t> words;
     if (!fileTypeSplitter(description.c_str(), words)) {
         debug("FileTypeChecker::check - fileTypeSplitter[2] of '%ls' failed!\n",
@@ -97,8 +98,7 @@ bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
 bool FileTypeChecker::check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted) {
     if (dir == nullptr || name == nullptr) return false;
     if (wanted.size() == 0) return true;
-    HeapText path(getFullPathName(dir, name));
-    return path && check(path.get(), wanted);
+    return check(joinPath(dir, name).c_str(), wanted);
 }
 
 bool FileTypeChecker::fileTypeSplitter(const wchar_t* text, StringList<wchar_t>& words) {

@@ -4,6 +4,7 @@
 /// (directory_types) wait in a `FileTypeCache`; the program is run, and its output cut, by
 /// file_program, running_file and child_process.
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,8 +51,10 @@ public:
     bool check(const wchar_t* pathFileName, const wchar_t* dataFile, StringList<wchar_t>& fileWords,
                StringList<wchar_t>& wanted);
 
-    /// The line "path: description" in `*info`, released with `free`. A path
-    /// beyond `longestPath` has no type.
+    /// The line "path: description". Nothing for a file whose type cannot be told, and for a
+    /// path beyond `longestPath`.
+    std::optional<std::wstring> typeLine(const wchar_t* path);
+    /// The same in `*info`, released with `free`.
     bool getFileTypeEx(const wchar_t* path, wchar_t** info);
     /// The same through a list file in the current directory: directories and names
     /// with a newline are unknown to it.

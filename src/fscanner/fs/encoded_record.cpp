@@ -1,8 +1,9 @@
 #include "fscanner/fs/encoded_record.h"
+#include "fscanner/common/path_text.h"
+#include "fscanner/common/utf8.h"
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <cwctype>
@@ -12,25 +13,6 @@ namespace fscanner {
 namespace {
 
 constexpr std::size_t NUMBER_SIZE = 4;
-
-bool isShortest(std::uint32_t value, unsigned length) {
-    static constexpr std::uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000, 0x200000, 0x4000000};
-    return value >= lowest[length];
-}
-
-// The length of the shortest-form character above ASCII at the start of `rest`; 0 if there is none.
-unsigned characterLength(std::string_view rest) {
-    const auto lead = static_cast<unsigned char>(rest[0]);
-    const auto length = static_cast<unsigned>(std::countl_one(lead));
-    if (length < 2 || length > 6 || length > rest.size()) return 0;
-    std::uint32_t value = lead & (0x7Fu >> length);
-    for (unsigned i = 1; i < length; ++i) {
-        const auto byte = static_cast<unsigned char>(rest[i]);
-        if ((byte & 0xC0) != 0x80) return 0;
-        value = value << 6 | (byte & 0x3Fu);
-    }
-    return isShortest(value, length) ? length : 0;
-}
 
 bool isPlainWord(const char* at) {
     constexpr std::uint64_t ones = 0x0101010101010101u;
@@ -48,8 +30,9 @@ bool isWellFormedText(std::string_view rest) {
         } else if (rest[0] == 0) {
             return false;
         } else if (static_cast<signed char>(rest[0]) < 0) {
-            length = characterLength(rest);
-            if (length == 0) return false;
+            const Utf8Character character = readUtf8(rest);
+            if (!character.shortest) return false;
+            length = character.length;
         }
         rest.remove_prefix(length);
     }
@@ -80,7 +63,7 @@ class Pieces {
 public:
     explicit Pieces(std::string_view only) : pieces_{only, {}, {}} { settle(); }
     explicit Pieces(const EncodedRecord& r)
-        : pieces_{r.path, r.path.empty() || r.path.back() == '/' ? "" : "/", r.name} {
+        : pieces_{r.path, needsSeparator(r.path) ? "/" : "", r.name} {
         settle();
     }
     bool empty() const { return at_ == pieces_.size(); }
@@ -110,14 +93,9 @@ int comparePieces(Pieces a, Pieces b) {
 }
 
 wint_t takeFolded(Pieces& from) {
-    const std::string_view rest = from.front();
-    const auto lead = static_cast<unsigned char>(rest[0]);
-    const auto length = lead < 0x80 ? 1u : static_cast<unsigned>(std::countl_one(lead));
-    wint_t c = length == 1 ? lead : lead & (0x7Fu >> length);
-    for (unsigned i = 1; i < length; ++i)
-        c = c << 6 | (static_cast<unsigned char>(rest[i]) & 0x3Fu);
-    from.drop(length);
-    return std::towlower(c);
+    const Utf8Character next = readUtf8(from.front());
+    from.drop(next.length);
+    return std::towlower(static_cast<wint_t>(next.value));
 }
 
 int compareFolded(Pieces a, Pieces b) {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/fs/fs_serializator.h"
@@ -68,16 +69,10 @@ unsigned attributesOf(mode_t mode) {
     return attributes;
 }
 
-// No separator after an empty directory: the joined name is relative then.
-bool needsSeparator(const wchar_t* dir, std::size_t length) {
-    return length > 0 && dir[length - 1] != L'/';
-}
-
 bool multibytePath(const wchar_t* dir, const wchar_t* name, std::string& out) {
     try {
-        const std::size_t length = std::wcslen(dir);
-        appendMultibyte(out, {dir, length});
-        if (needsSeparator(dir, length)) out += '/';
+        appendMultibyte(out, dir);
+        if (needsSeparator(std::wstring_view(dir))) out += '/';
         appendMultibyte(out, name);
         return true;
     } catch (const std::bad_alloc&) {
@@ -389,7 +384,7 @@ wchar_t* getPathName(const wchar_t* dir, const wchar_t* name) {
     wchar_t* joined = new (std::nothrow) wchar_t[dirLength + nameLength + 2];
     if (joined == nullptr) return nullptr;
     wchar_t* end = std::wmemcpy(joined, dir, dirLength) + dirLength;
-    if (needsSeparator(dir, dirLength)) *end++ = L'/';
+    if (needsSeparator(std::wstring_view(dir, dirLength))) *end++ = L'/';
     std::wmemcpy(end, name, nameLength + 1);
     return joined;
 }

@@ -6,11 +6,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cwchar>
 #include <new>
 
-#include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/drivehelper.h"
 #include "fscanner/filetype/filetypehelper.h"
@@ -67,12 +67,10 @@ FsFileTypes::~FsFileTypes() = default;
 bool FsFileTypes::describe(const wchar_t* path, std::wstring& description) {
     return noThrow("FsFileTypes::describe", [&] {
         if (!state_) state_ = std::make_unique<State>();
-        wchar_t* info = nullptr;
-        if (!path || !state_->checker.getFileTypeEx(path, &info)) return false;
-        const HeapText line(info);
+        const std::optional<std::wstring> line = state_->checker.typeLine(path);
+        if (!line) return false;
         // "PATH: DESCRIPTION"
-        const std::size_t before = std::wcslen(path) + 1;
-        description = std::wcslen(info) > before ? info + before : L"";
+        description = line->substr(std::min(std::wcslen(path) + 1, line->size()));
         description.erase(0, description.find_first_not_of(L' '));
         return !description.empty();
     });

@@ -1,10 +1,9 @@
 #include "fscanner/fs/fs_query.h"
 
-#include <cstdlib>
-#include <cwchar>
 #include <new>
-
-#include "fscanner/common/heap_string.h"
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace fscanner {
 
@@ -33,7 +32,7 @@ bool clearList(std::vector<Entry>& list) {
 }  // namespace
 
 struct FsQueryData {
-    HeapText query;
+    std::optional<std::wstring> query;
     unsigned caseMode = LAST_CASE_MODE;
     std::vector<PathInfo> includedPaths;
     std::vector<PathInfo> excludedPaths;
@@ -65,15 +64,13 @@ bool FsQuery::setSimpleQuery(const wchar_t*, unsigned int) {
     return false;
 }
 
-bool FsQuery::setQuery(const wchar_t* text) {
+bool FsQuery::setQuery(const wchar_t* text) try {
     if (text == nullptr) return false;
-    const std::size_t room = std::wcslen(text) + 1;
-    HeapText copy(static_cast<wchar_t*>(std::malloc(room * sizeof(wchar_t))));
-    if (!copy) return false;
-    // Copied before the old text is freed: `text` may be that text.
-    std::wmemcpy(copy.get(), text, room);
-    data_->query = std::move(copy);
+    // Copied before the old text is released: `text` may be that text.
+    data_->query = std::wstring(text);
     return true;
+} catch (const std::bad_alloc&) {
+    return false;
 }
 
 void FsQuery::setCaseSensitive(unsigned int mode) {
@@ -97,7 +94,7 @@ const std::vector<FileSystemInfo>& FsQuery::getExcludedFileSystems() const {
 }
 
 const wchar_t* FsQuery::getQuery() const {
-    return data_->query.get();
+    return data_->query ? data_->query->c_str() : nullptr;
 }
 
 bool FsQuery::getCaseSensitive() const {

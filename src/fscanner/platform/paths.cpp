@@ -1,7 +1,6 @@
 #include "fscanner/platform/paths.h"
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,12 +14,13 @@
 #include <memory>
 #include <new>
 #include <string>
-#include <vector>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/heap_string.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/private_directory.h"
 
 namespace fscanner {
 
@@ -45,9 +45,7 @@ bool hasLongPaths() {
 wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
     if (dir == nullptr || name == nullptr) return nullptr;
     try {
-        std::wstring path(dir);
-        if (!path.ends_with(L'/')) path += L'/';
-        return mallocCopy(path.append(name));
+        return mallocCopy(joinPath(dir, name));
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -63,10 +61,6 @@ bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** di
     *dir = leading.release();
     *name = last.release();
     return true;
-}
-
-std::wstring lastName(const std::wstring& path) {
-    return path.substr(path.rfind(L'/') + 1);
 }
 
 int removeFile(const wchar_t* name) {
@@ -99,19 +93,9 @@ char* getTempFile_Default(const char* prefix) {
 
 namespace {
 
-// The name of the effective user: reentrant, and the same that cuserid gives.
-std::wstring loginName() {
-    std::vector<char> buffer(1024);
-    passwd entry;
-    passwd* found = nullptr;
-    while (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE)
-        buffer.resize(buffer.size() * 2);
-    return found != nullptr ? toWide(found->pw_name) : std::wstring();
-}
-
 std::wstring userNameOrLogin(const wchar_t* user) {
     if (user != nullptr) return user;
-    std::wstring name = loginName();
+    std::wstring name = toWide(userName());
     if (name.empty()) debug("::common - GetUserNameW(...) failed!\n");
     return name;
 }
@@ -122,34 +106,33 @@ bool makePrivateDirectory(const std::wstring& path) {
     return false;
 }
 
-wchar_t* makeUserCacheDir(std::wstring path, const wchar_t* user, bool create) {
+}  // namespace
+
+std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_t* user,
+                                               bool create) {
     const std::wstring name = userNameOrLogin(user);
     // A "/" in the name would lead out of the base directory.
     if (name.empty() || name.find(L'/') != name.npos) {
         debug("::common - unable to determine the current user name.\n");
-        return nullptr;
+        return std::nullopt;
     }
     debug("::common - user name is '%ls'\n", name.c_str());
-    if (!path.ends_with(L'/')) path += L'/';
-    path.append(L"__").append(name);
+    std::wstring path = joinPath(base, L"__" + name);
     debug("::common - full cache path name is '%ls'\n", path.c_str());
-    if (create && !makePrivateDirectory(path)) return nullptr;
-    return mallocCopy(path);
+    if (create && !makePrivateDirectory(path)) return std::nullopt;
+    return path;
 }
-
-}  // namespace
 
 wchar_t* getUserCacheDir(const wchar_t* base, bool create) {
     return getUserCacheDir(base, nullptr, create);
 }
 
-wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create) {
+wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create) try {
     if (base == nullptr) return nullptr;
-    try {
-        return makeUserCacheDir(base, user, create);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
+    const std::optional<std::wstring> path = userCacheDirectory(base, user, create);
+    return path ? mallocCopy(*path) : nullptr;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 }  // namespace fscanner

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 
 namespace fscanner {
@@ -21,9 +22,6 @@ wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
 /// stored, when there is no separator.
 bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
 
-/// What follows the last "/"; all where there is none.
-std::wstring lastName(const std::wstring& path);
-
 /// `remove` and `rename` of the multibyte names; 0 on success.
 int removeFile(const wchar_t* name);
 int renameFile(const wchar_t* from, const wchar_t* to);
@@ -37,9 +35,12 @@ bool createExclusively(const char* name);
 /// delete[]. Does not return while the current directory cannot be written.
 char* getTempFile_Default(const char* prefix);
 
-/// The per-user directory `base` + "/__" + user name, released with `free`; with
-/// `create` it is made with mode 0700. A null `user` means the login name.
-/// Null when there is no name or the directory cannot be made.
+/// The per-user directory `base` + "/__" + user name; with `create` it is made with mode
+/// 0700. A null `user` means the login name. Nothing when there is no name or the directory
+/// cannot be made.
+std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_t* user,
+                                               bool create);
+/// The same released with `free`, or null.
 wchar_t* getUserCacheDir(const wchar_t* base, bool create);
 wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create);
 

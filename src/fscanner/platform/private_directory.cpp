@@ -38,6 +38,10 @@ bool lookUp(Entry& entry, std::vector<char>& room, Call call) {
     return false;
 }
 
+bool lookUpUser(passwd& account, std::vector<char>& room, uid_t user) {
+    return lookUp(account, room, [&](auto... to) { return getpwuid_r(user, to...); });
+}
+
 // Whether a group is the user's own, as most systems make one for each: it has his name, is
 // his first group, and has no other member.
 bool isPrivateGroup(gid_t group, uid_t user) {
@@ -46,7 +50,7 @@ bool isPrivateGroup(gid_t group, uid_t user) {
     passwd account{};
     ::group members{};
     const bool known =
-        lookUp(account, userRoom, [&](auto... room) { return getpwuid_r(user, room...); }) &&
+        lookUpUser(account, userRoom, user) &&
         lookUp(members, groupRoom, [&](auto... room) { return getgrgid_r(group, room...); });
     if (!known || account.pw_gid != group || std::strcmp(account.pw_name, members.gr_name) != 0)
         return false;
@@ -250,15 +254,19 @@ std::string placeOf(const char* variable) {
 std::string homeOfUser() {
     std::string home = placeOf("HOME");
     if (!home.empty()) return home;
-    std::vector<char> buffer(16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-        return "";
-    return entry.pw_dir && *entry.pw_dir == '/' ? entry.pw_dir : "";
+    std::vector<char> room;
+    passwd account{};
+    const bool known = lookUpUser(account, room, geteuid());
+    return known && account.pw_dir && *account.pw_dir == '/' ? account.pw_dir : "";
 }
 
 }  // namespace
+
+std::string userName() {
+    std::vector<char> room;
+    passwd account{};
+    return lookUpUser(account, room, geteuid()) ? account.pw_name : "";
+}
 
 std::string userCacheHome() {
     std::string chosen = placeOf("XDG_CACHE_HOME");

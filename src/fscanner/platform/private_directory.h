@@ -29,6 +29,9 @@ bool mayBeExchanged(const std::string& path);
 /// Whether /proc/PID/uid_map has a user of this number.
 bool mapsUser(std::string_view map, unsigned user);
 
+/// The name of the effective user; empty when the user database has none.
+std::string userName();
+
 /// The user's directory for caches, by the environment or the user database. Empty
 /// when neither has one. Root uses none of the environment that another user could exchange.
 std::string userCacheHome();

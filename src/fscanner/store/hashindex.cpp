@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "fscanner/common/numbers.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/platform/paths.h"
 
@@ -13,11 +14,6 @@ namespace {
 
 constexpr unsigned MAX_DECIMAL = 11;  // of 32 bits, with the terminator
 
-std::wstring inDirectory(std::wstring directory, const std::wstring& name) {
-    if (directory.empty() || directory.back() != L'/') directory += L'/';
-    return directory + name;
-}
-
 }  // namespace
 
 Index::Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* fieldName) {
@@ -25,7 +21,7 @@ Index::Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* 
     indexName_ = indexName;
     fieldName_ = fieldName;
     fileName_ = indexName_ + L".idx";
-    path_ = inDirectory(directory, fileName_);
+    path_ = joinPath(directory, fileName_);
     named_ = true;
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "fscanner/common/crc32.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/bytes.h"

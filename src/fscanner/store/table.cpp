@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
@@ -33,7 +34,7 @@ FS_Table::FS_Table(const wchar_t* name, const wchar_t* directory, bool compresse
     if (!real) return;
     name_ = name;
     directory_ = toWide(*real);
-    if (directory_.empty() || directory_.back() != L'/') directory_ += L'/';
+    endWithSeparator(directory_);
 }
 
 FS_Table::~FS_Table() = default;

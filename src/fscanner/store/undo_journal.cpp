@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "fscanner/common/crc32.h"
+#include "fscanner/common/path_text.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/bytes.h"
@@ -73,7 +74,7 @@ private:
 
 UndoJournal::UndoJournal(std::wstring directory, const std::wstring& name)
     : directory_(std::move(directory)) {
-    if (!directory_.ends_with(L'/')) directory_ += L'/';
+    endWithSeparator(directory_);
     path_ = place(name);
 }
 
