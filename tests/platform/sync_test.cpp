@@ -11,9 +11,8 @@
 #include <memory>
 #include <thread>
 
-#include "fscanner/platform/linuxsemaphore.h"
 #include "fscanner/platform/linuxsync.h"
-#include "fscanner/platform/named_sync.h"
+#include "fscanner/platform/offered.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {

@@ -12,6 +12,7 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/offered.h"
 #include "fscanner/platform/sysfactory.h"
 #include "support/child_process.h"
 #include "support/temporary_directory.h"

@@ -2,7 +2,7 @@
 
 #include <thread>
 
-#include "fscanner/platform/queue.h"
+#include "fscanner/platform/offered.h"
 
 namespace fscanner {
 namespace {

@@ -1,8 +1,10 @@
 #pragma once
 
 /// The shared helpers: matching, numbers and bits, strings and their encodings, time. This header
-/// is the umbrella; each idea has a file of its own. Here are two that nothing else of the library
-/// uses: a directory entry by name and type, and the boolean evaluator.
+/// includes all of them; each idea has a file of its own.
+///
+/// What stands here itself is offered to hosts: text helpers, a directory entry by name and type,
+/// and the boolean evaluator. Nothing in fscanner uses it; a reader of the engine can skip it.
 
 #include <string>
 #include <utility>
@@ -14,6 +16,41 @@
 #include "fscanner/common/wildcard.h"
 
 namespace fscanner {
+
+/// Text helpers. A blank is the space U+0020 only.
+
+/// Removes leading (trailing) blanks in place and returns `s`.
+wchar_t* ltrim(wchar_t* s);
+wchar_t* rtrim(wchar_t* s);
+
+/// Replaces every `from` by `to` in place; null is ignored.
+void replaceChar(wchar_t* s, wchar_t from, wchar_t to);
+
+/// The first position p with first <= p <= last and *p == c, or null.
+wchar_t* wcsbtw(wchar_t* first, wchar_t* last, wchar_t c);
+
+/// The first occurrence of `needle`; an empty needle gives `haystack`.
+const wchar_t* my_wcswcs(const wchar_t* haystack, const wchar_t* needle);
+
+/// Copies `src` into the heap string `*dst` (malloc; the caller frees it), which
+/// grows when it is shorter. A null `src` changes nothing. Returns `*dst`, null
+/// when memory runs out (`*dst` is null then).
+wchar_t* __wcscpy(wchar_t** dst, const wchar_t* src);
+
+/// A new string (released with `free`) in which the first character of every
+/// occurrence of `find` is replaced by `insert`; scanning resumes one character
+/// after the occurrence's start, so that the rest of a longer `find` stays:
+/// "a%sb" with "%s" and "X" gives "aXsb". An empty `find` occurs nowhere. Null for
+/// null arguments.
+wchar_t* insertAndReplaceString(const wchar_t* s, const wchar_t* find, const wchar_t* insert);
+
+/// A scanner with static state, one scan at a time in the process: a non-null
+/// `s` starts (and must outlive) a scan, null continues it. Tokens are single
+/// "(", ")", "&", "|", "!" or runs up to one of them, blanks left out; quoted
+/// runs are copied verbatim without the quotes. False, and the scan stays where
+/// it was, when a token does not fit in `size` characters, terminator included; an
+/// operator wants a `size` above 4.
+bool tokenize(const wchar_t* s, wchar_t* out, unsigned size);
 
 /// A directory entry's name, which it owns, and its type code.
 class FileInfo {

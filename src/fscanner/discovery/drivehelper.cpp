@@ -38,18 +38,153 @@ std::vector<DriveType> typesOf(const MountEntry& mount) {
     return {typeOf(mount)};
 }
 
+void appendDrive(const std::wstring& name, DriveType type, const MountEntry& mount,
+                 std::vector<DriveInfo>& drives) {
+    drives.emplace_back(name.c_str(), type, toWide(mount.getFileSystemType()).c_str());
+    debug("DriveHelper::buildDriveList - drive: %ls, %d\n", name.c_str(), static_cast<int>(type));
+}
+
+}  // namespace
+
+void DriveHelper::fileSystemDriveListPruning(const std::vector<DriveInfo>& drives,
+                                             std::vector<DriveInfo>& result,
+                                             const std::vector<FileSystemInfo>& included,
+                                             const std::vector<FileSystemInfo>& excluded) {
+    for (const DriveInfo& drive : drives) {
+        const wchar_t* fileSystem = drive.getFileSystem();
+        if ((included.empty() || checkFileSystems(fileSystem, included, false)) &&
+            !checkFileSystems(fileSystem, excluded, false)) {
+            result.push_back(drive);
+            continue;
+        }
+        debug(
+            "DriveHelper::fileSystemDriveListPruning - drive '%ls' with '%ls' fileSystem "
+            "excluded!\n",
+            drive.getName(), fileSystem);
+    }
+}
+
+bool DriveHelper::checkFileSystems(const wchar_t* name, const std::vector<FileSystemInfo>& list,
+                                   bool caseFlag) {
+    return name && std::any_of(list.begin(), list.end(), [&](const FileSystemInfo& entry) {
+               return entry.getName() && wcsvccmp(entry.getName(), name, caseFlag) == 0;
+           });
+}
+
+// ---- Lists to resolve paths on ----------------------------------------------
+
+namespace {
+
+/// Tells, from the last drive to the first, whether a later one hides this one.
+class HiddenDrives {
+public:
+    bool operator()(const DriveInfo& drive) {
+        Visible& visible = visible_[PathHelper::driveText(drive)];
+        const bool pairMember =
+            visible.dfs && isDfs(drive) && !visible.types.contains(drive.getType());
+        if (!visible.types.empty() && !pairMember) return true;
+        visible.dfs = isDfs(drive);
+        visible.types.insert(drive.getType());
+        return false;
+    }
+
+private:
+    struct Visible {
+        std::set<DriveType> types;
+        bool dfs = false;
+    };
+    std::map<std::wstring_view, Visible> visible_;
+};
+
+std::size_t depthOf(const DriveInfo& drive) {
+    return componentCount(PathHelper::driveText(drive));
+}
+
+}  // namespace
+
+void normaliseDriveList(std::vector<DriveInfo>& drives) {
+    removeFromEnd(drives, HiddenDrives());
+    std::stable_sort(drives.begin(), drives.end(), [](const DriveInfo& a, const DriveInfo& b) {
+        return depthOf(a) < depthOf(b);
+    });
+}
+
+void addMissingRoot(std::vector<DriveInfo>& mounted) {
+    const auto isRoot = [](const DriveInfo& drive) {
+        return drive.getName() && std::wcscmp(drive.getName(), L"/:") == 0;
+    };
+    if (mounted.empty() || std::any_of(mounted.begin(), mounted.end(), isRoot)) return;
+    mounted.insert(mounted.begin(), DriveInfo(L"/:", DRIVE_LOCAL, L"rootfs"));
+}
+
+// ---- What searches go by ----------------------------------------------------
+
+namespace {
+
+/// To look at such a mount may take forever, or make an automounter mount.
+bool isSlow(const MountEntry& mount) {
+    return mount.isDummy() || mount.isRemote();
+}
+
+/// The real paths of mount directories.
+class RealDirectories {
+public:
+    explicit RealDirectories(const std::vector<MountEntry>& mounts) {
+        for (const MountEntry& mount : mounts)
+            if (isSlow(mount)) slow_.insert(mount.getMountDir());
+        for (const MountEntry& mount : mounts)
+            if (isSlow(mount)) slow_.insert((*this)(mount));
+    }
+
+    /// The directory as the table has it where it cannot be resolved.
+    std::string operator()(const MountEntry& mount) const {
+        std::string directory = mount.getMountDir();
+        if (!directory.starts_with('/')) return directory;
+        // Of a slow mount only what leads to it is looked at.
+        const std::size_t end = isSlow(mount) ? directory.rfind('/') : directory.size();
+        auto real = resolvePath("/" + directory.substr(0, end),
+                                [this](std::string_view path) { return !isBehind(path); });
+        if (!real) return directory;
+        if (end == directory.size()) return *real;
+        return (*real == "/" ? "" : *real) + directory.substr(end);
+    }
+
+private:
+    bool isBehind(std::string_view path) const {
+        for (; !path.empty(); path = path.substr(0, path.rfind('/')))
+            if (slow_.contains(path)) return true;
+        return false;
+    }
+
+    std::set<std::string, std::less<>> slow_;
+};
+
+}  // namespace
+
+std::vector<DriveInfo> listMountedDrives(const MountTable& table) {
+    const std::vector<MountEntry> mounts = reachableMounts(table);
+    const RealDirectories realDirectories(table.ofKernel ? std::vector<MountEntry>() : mounts);
+    std::vector<DriveInfo> drives;
+    for (const MountEntry& mount : mounts) {
+        const std::string directory = table.ofKernel ? mount.getMountDir() : realDirectories(mount);
+        const std::wstring name = toWide(directory) + L':';
+        const std::vector<DriveType> types =
+            mount.isDummy() ? std::vector{DRIVE_UNKNOWN} : typesOf(mount);
+        for (const DriveType type : types) appendDrive(name, type, mount, drives);
+    }
+    return drives;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+namespace {
+
 /// A directory whose own name ends in ":" is taken as it is: that ":" then counts
 /// as the drive name's, and the drive's path lacks it.
 std::wstring driveName(const MountEntry& mount) {
     std::wstring name = toWide(mount.getMountDir());
     if (!name.ends_with(L':')) name += L':';
     return name;
-}
-
-void appendDrive(const std::wstring& name, DriveType type, const MountEntry& mount,
-                 std::vector<DriveInfo>& drives) {
-    drives.emplace_back(name.c_str(), type, toWide(mount.getFileSystemType()).c_str());
-    debug("DriveHelper::buildDriveList - drive: %ls, %d\n", name.c_str(), static_cast<int>(type));
 }
 
 }  // namespace
@@ -121,77 +256,6 @@ bool DriveHelper::removeDriveListDuplicate(std::vector<DriveInfo>& list) {
         return std::tuple(drive.getType(), textKey(drive.getName()),
                           textKey(drive.getFileSystem()));
     });
-}
-
-void DriveHelper::fileSystemDriveListPruning(const std::vector<DriveInfo>& drives,
-                                             std::vector<DriveInfo>& result,
-                                             const std::vector<FileSystemInfo>& included,
-                                             const std::vector<FileSystemInfo>& excluded) {
-    for (const DriveInfo& drive : drives) {
-        const wchar_t* fileSystem = drive.getFileSystem();
-        if ((included.empty() || checkFileSystems(fileSystem, included, false)) &&
-            !checkFileSystems(fileSystem, excluded, false)) {
-            result.push_back(drive);
-            continue;
-        }
-        debug(
-            "DriveHelper::fileSystemDriveListPruning - drive '%ls' with '%ls' fileSystem "
-            "excluded!\n",
-            drive.getName(), fileSystem);
-    }
-}
-
-bool DriveHelper::checkFileSystems(const wchar_t* name, const std::vector<FileSystemInfo>& list,
-                                   bool caseFlag) {
-    return name && std::any_of(list.begin(), list.end(), [&](const FileSystemInfo& entry) {
-               return entry.getName() && wcsvccmp(entry.getName(), name, caseFlag) == 0;
-           });
-}
-
-// ---- Lists to resolve paths on ----------------------------------------------
-
-namespace {
-
-/// Tells, from the last drive to the first, whether a later one hides this one.
-class HiddenDrives {
-public:
-    bool operator()(const DriveInfo& drive) {
-        Visible& visible = visible_[PathHelper::driveText(drive)];
-        const bool pairMember =
-            visible.dfs && isDfs(drive) && !visible.types.contains(drive.getType());
-        if (!visible.types.empty() && !pairMember) return true;
-        visible.dfs = isDfs(drive);
-        visible.types.insert(drive.getType());
-        return false;
-    }
-
-private:
-    struct Visible {
-        std::set<DriveType> types;
-        bool dfs = false;
-    };
-    std::map<std::wstring_view, Visible> visible_;
-};
-
-std::size_t depthOf(const DriveInfo& drive) {
-    return componentCount(PathHelper::driveText(drive));
-}
-
-}  // namespace
-
-void normaliseDriveList(std::vector<DriveInfo>& drives) {
-    removeFromEnd(drives, HiddenDrives());
-    std::stable_sort(drives.begin(), drives.end(), [](const DriveInfo& a, const DriveInfo& b) {
-        return depthOf(a) < depthOf(b);
-    });
-}
-
-void addMissingRoot(std::vector<DriveInfo>& mounted) {
-    const auto isRoot = [](const DriveInfo& drive) {
-        return drive.getName() && std::wcscmp(drive.getName(), L"/:") == 0;
-    };
-    if (mounted.empty() || std::any_of(mounted.begin(), mounted.end(), isRoot)) return;
-    mounted.insert(mounted.begin(), DriveInfo(L"/:", DRIVE_LOCAL, L"rootfs"));
 }
 
 // ---- Drives by other names --------------------------------------------------
@@ -317,64 +381,6 @@ void DriveHelper::buildExcludeLinkList(const std::vector<DriveInfo>& drives, uns
 void DriveHelper::driveEnumerator(const DriveInfo& drive, std::vector<DriveInfo>& links,
                                   bool skipPresent) {
     LinkSearch({}, links).enumerate(drive, skipPresent, 1);
-}
-
-// ---- What searches go by ----------------------------------------------------
-
-namespace {
-
-/// To look at such a mount may take forever, or make an automounter mount.
-bool isSlow(const MountEntry& mount) {
-    return mount.isDummy() || mount.isRemote();
-}
-
-/// The real paths of mount directories.
-class RealDirectories {
-public:
-    explicit RealDirectories(const std::vector<MountEntry>& mounts) {
-        for (const MountEntry& mount : mounts)
-            if (isSlow(mount)) slow_.insert(mount.getMountDir());
-        for (const MountEntry& mount : mounts)
-            if (isSlow(mount)) slow_.insert((*this)(mount));
-    }
-
-    /// The directory as the table has it where it cannot be resolved.
-    std::string operator()(const MountEntry& mount) const {
-        std::string directory = mount.getMountDir();
-        if (!directory.starts_with('/')) return directory;
-        // Of a slow mount only what leads to it is looked at.
-        const std::size_t end = isSlow(mount) ? directory.rfind('/') : directory.size();
-        auto real = resolvePath("/" + directory.substr(0, end),
-                                [this](std::string_view path) { return !isBehind(path); });
-        if (!real) return directory;
-        if (end == directory.size()) return *real;
-        return (*real == "/" ? "" : *real) + directory.substr(end);
-    }
-
-private:
-    bool isBehind(std::string_view path) const {
-        for (; !path.empty(); path = path.substr(0, path.rfind('/')))
-            if (slow_.contains(path)) return true;
-        return false;
-    }
-
-    std::set<std::string, std::less<>> slow_;
-};
-
-}  // namespace
-
-std::vector<DriveInfo> listMountedDrives(const MountTable& table) {
-    const std::vector<MountEntry> mounts = reachableMounts(table);
-    const RealDirectories realDirectories(table.ofKernel ? std::vector<MountEntry>() : mounts);
-    std::vector<DriveInfo> drives;
-    for (const MountEntry& mount : mounts) {
-        const std::string directory = table.ofKernel ? mount.getMountDir() : realDirectories(mount);
-        const std::wstring name = toWide(directory) + L':';
-        const std::vector<DriveType> types =
-            mount.isDummy() ? std::vector{DRIVE_UNKNOWN} : typesOf(mount);
-        for (const DriveType type : types) appendDrive(name, type, mount, drives);
-    }
-    return drives;
 }
 
 }  // namespace fscanner

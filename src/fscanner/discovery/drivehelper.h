@@ -8,11 +8,23 @@
 
 namespace fscanner {
 
-/// Drive lists: made from the mount table, pruned by file system, merged, and
-/// extended by the link-free names of mounts that are reached through symbolic
-/// links. Stateless. Lists named as results are appended to.
+/// Drive lists: pruned by file system; for hosts also made from the mount table, merged, and
+/// extended by the link-free names of mounts that are reached through symbolic links.
+/// Searches make theirs by `listMountedDrives`. Stateless. Lists named as results are
+/// appended to.
 class DriveHelper {
 public:
+    /// Appends the drives whose file system is in `included`, unless that is
+    /// empty, and not in `excluded`. Names are compared without case.
+    static void fileSystemDriveListPruning(const std::vector<DriveInfo>& drives,
+                                           std::vector<DriveInfo>& result,
+                                           const std::vector<FileSystemInfo>& included,
+                                           const std::vector<FileSystemInfo>& excluded);
+    static bool checkFileSystems(const wchar_t* name, const std::vector<FileSystemInfo>& list,
+                                 bool caseFlag);
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
     /// What is mounted exactly at `path`; the last mount there counts.
     static DriveType getDriverType(const wchar_t* path);
 
@@ -36,15 +48,6 @@ public:
                                 std::vector<DriveInfo>& destination, bool skipPresent);
     /// Of equal drives the last one stays. True when any was removed.
     static bool removeDriveListDuplicate(std::vector<DriveInfo>& list);
-
-    /// Appends the drives whose file system is in `included`, unless that is
-    /// empty, and not in `excluded`. Names are compared without case.
-    static void fileSystemDriveListPruning(const std::vector<DriveInfo>& drives,
-                                           std::vector<DriveInfo>& result,
-                                           const std::vector<FileSystemInfo>& included,
-                                           const std::vector<FileSystemInfo>& excluded);
-    static bool checkFileSystems(const wchar_t* name, const std::vector<FileSystemInfo>& list,
-                                 bool caseFlag);
 
     /// Finds the link-free names of every drive whose type is in `mask`. Nothing
     /// at or below any remote mount in `drives` is looked at.

@@ -5,6 +5,10 @@
 
 namespace fscanner {
 
+// The distributed file system "dfs". None is known to this system, so that no drive is of
+// that kind and no walk gets beyond the first test of `dfsWritesFiles`. A reader of the
+// engine can skip this file.
+
 /// What a distributed file system would tell about its file sets. None is
 /// configured here, so nothing is known of any path.
 class FileSystemHelper {

@@ -261,10 +261,6 @@ void setMountTablePath(const char* path) {
     tablePath() = path ? path : defaultMountTable;
 }
 
-void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
-    parseTable(text, Hidden::skipped, list);
-}
-
 void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
     std::vector<InfoLine> lines;
     while (!text.empty()) {
@@ -297,20 +293,6 @@ std::vector<MountEntry> reachableMounts(const MountTable& table) {
     return mounts;
 }
 
-bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
-    debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
-    std::optional<std::string> text = readWholeFile(mountTablePath());
-    // What the file links to elsewhere is there also where nobody has made the link, as
-    // in a system that was just unpacked.
-    if (!text && tablePath() == defaultMountTable) text = readWholeFile(kernelMountTable);
-    if (text) parseMountTable(*text, list);
-    debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
-          static_cast<int>(list.size()));
-    debug("MountTableManager::getMountEntryList - exiting with retValue = %s!\n",
-          text ? "true" : "false");
-    return text.has_value();
-}
-
 bool MountTableManager::isRemoteFileSystem(const char* device, const char* type) {
     // A ":" anywhere counts, so a local device below /dev/disk/by-path is remote too.
     if (std::strchr(device, ':')) return true;
@@ -331,6 +313,36 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
+}  // namespace
+
+bool accessMountPath(const char* path) {
+    const Directory dir(opendir(path));
+    if (dir) debug("accessToAllMountPaths - path '%s' accessed\n", path);
+    return dir != nullptr;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
+    parseTable(text, Hidden::skipped, list);
+}
+
+bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
+    debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
+    std::optional<std::string> text = readWholeFile(mountTablePath());
+    // What the file links to elsewhere is there also where nobody has made the link, as
+    // in a system that was just unpacked.
+    if (!text && tablePath() == defaultMountTable) text = readWholeFile(kernelMountTable);
+    if (text) parseMountTable(*text, list);
+    debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
+          static_cast<int>(list.size()));
+    debug("MountTableManager::getMountEntryList - exiting with retValue = %s!\n",
+          text ? "true" : "false");
+    return text.has_value();
+}
+
+namespace {
+
 bool isDotName(const std::string& name) {
     return name == "." || name == "..";
 }
@@ -346,12 +358,6 @@ void readThrough(DIR* dir) {
 }
 
 }  // namespace
-
-bool accessMountPath(const char* path) {
-    const Directory dir(opendir(path));
-    if (dir) debug("accessToAllMountPaths - path '%s' accessed\n", path);
-    return dir != nullptr;
-}
 
 void accessToAllMountPaths() {
     std::vector<MountEntry> entries;

@@ -51,25 +51,21 @@ private:
     bool remote_ = false;
 };
 
-/// Reads the table of mounted file systems and tells what each mount is.
+/// Tells what each mount is, and for hosts reads the table of mounted file systems.
 class MountTableManager {
 public:
-    /// Appends every mount in the table's order. False, and the list is as it
-    /// was, when the table cannot be read.
-    static bool getMountEntryList(std::vector<MountEntry>& list);
-
     /// By device ("host:path") or type. A type that is not listed here, on a
     /// device without ":", is local: nfs4 and cifs are told by their devices.
     static bool isRemoteFileSystem(const char* device, const char* type);
     /// A placeholder of an automounter: "autofs" or "ignore".
     static bool isDummyFileSystem(const char* type);
-};
 
-/// Appends the mounts that a table's text lists, one a line: device, directory,
-/// type, and more that is not read. Blanks in a field are written as octal
-/// escapes. Comments, lines with fewer than three fields, and placeholders that
-/// carry the option "ignore" are left out.
-void parseMountTable(std::string_view text, std::vector<MountEntry>& list);
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    /// Appends every mount in the table's order. False, and the list is as it
+    /// was, when the table cannot be read.
+    static bool getMountEntryList(std::vector<MountEntry>& list);
+};
 
 /// Appends the mounts that a text like /proc/self/mountinfo lists and that paths lead
 /// to: one that a later mount on it, or on one of its parents, covers is left out. The
@@ -100,6 +96,14 @@ void setMountTablePath(const char* path);
 /// Opens and closes a directory, which makes an automounter mount what belongs there.
 /// False when it cannot be opened. Waits for the automounter.
 bool accessMountPath(const char* path);
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// Appends the mounts that a table's text lists, one a line: device, directory,
+/// type, and more that is not read. Blanks in a field are written as octal
+/// escapes. Comments, lines with fewer than three fields, and placeholders that
+/// carry the option "ignore" are left out.
+void parseMountTable(std::string_view text, std::vector<MountEntry>& list);
 
 /// Opens and closes the directory of every placeholder mount, and of no other,
 /// which makes the automounter mount what the placeholder stands for.

@@ -6,6 +6,17 @@
 
 namespace fscanner {
 
+bool checkPathList(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag,
+                   bool recursiveOnly) {
+    for (const PathInfo& entry : list) {
+        if (!entry.getPathName() || (recursiveOnly && !entry.getRecursive())) continue;
+        if (wildvcpathcmp(entry.getPathName(), path, entry.getRecursive(), caseFlag)) return true;
+    }
+    return false;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
 namespace {
 
 /// `entryAt(i)` is the i-th entry, or null when it takes no part.
@@ -26,15 +37,6 @@ int longestMatch(const wchar_t* path, std::size_t count, EntryAt entryAt, bool c
 }
 
 }  // namespace
-
-bool checkPathList(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag,
-                   bool recursiveOnly) {
-    for (const PathInfo& entry : list) {
-        if (!entry.getPathName() || (recursiveOnly && !entry.getRecursive())) continue;
-        if (wildvcpathcmp(entry.getPathName(), path, entry.getRecursive(), caseFlag)) return true;
-    }
-    return false;
-}
 
 int checkPathListEx(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag) {
     return longestMatch(

@@ -22,6 +22,8 @@ struct PathDrive {
 bool checkPathList(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag,
                    bool recursiveOnly);
 
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
 /// Index of the covering entry with the longest text, the first of equals; or -1.
 int checkPathListEx(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag);
 

@@ -46,26 +46,6 @@ std::wstring PathHelper::buildResolvedPath(const wchar_t* path) {
     return resolved;
 }
 
-int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit) {
-    return expandPathVariables(source, destination, limit);
-}
-
-std::vector<PathAncestor> PathHelper::pathReducer(std::wstring_view path) {
-    std::vector<PathAncestor> chain;
-    std::wstring prefix;
-    if (path.starts_with(L'/')) {
-        prefix = PathSeparator;
-        chain.push_back({prefix, PathSeparator});
-    }
-    for (const std::wstring& component : structured_path_decomposer(path)) {
-        if (needsSeparator(prefix)) prefix += PathSeparator;
-        prefix += component;
-        chain.push_back({prefix, component});
-    }
-    std::reverse(chain.begin(), chain.end());
-    return chain;
-}
-
 std::vector<std::wstring> PathHelper::structured_path_decomposer(std::wstring_view path) {
     std::vector<std::wstring> components;
     for (std::size_t start = 0; start < path.size();) {
@@ -76,10 +56,6 @@ std::vector<std::wstring> PathHelper::structured_path_decomposer(std::wstring_vi
     return components;
 }
 
-PathRelation PathHelper::path_components_analyzer(std::wstring_view path, std::wstring_view other) {
-    return relatePaths(path, other);
-}
-
 // ---- Paths and drives -------------------------------------------------------
 
 std::wstring_view PathHelper::driveText(const DriveInfo& drive) {
@@ -87,10 +63,6 @@ std::wstring_view PathHelper::driveText(const DriveInfo& drive) {
     // "/" has no ":" to lose where a list holds plain directories.
     if (!name.empty() && !name.ends_with(L'/')) name.remove_suffix(1);
     return name;
-}
-
-PathRelation PathHelper::pathFilterByDrive(std::wstring_view path, const DriveInfo& drive) {
-    return relatePaths(path, driveText(drive));
 }
 
 int PathHelper::pathLocation(std::wstring_view path, const std::vector<DriveInfo>& drives) {
@@ -117,16 +89,6 @@ bool PathHelper::isValidPath(const std::vector<DriveInfo>& drives, unsigned type
         return (drive.getType() & typeMask) != 0 && name &&
                wcsnvccmp(name, path, static_cast<unsigned>(std::wcslen(name)), false) == 0;
     });
-}
-
-int PathHelper::unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
-                                   PathInfo& parentResolved) {
-    const wchar_t* text = pathInfo.getPathName() ? pathInfo.getPathName() : L"";
-    debug("PathHelper::unix_path_resolver - path to resolve is %ls\n", text);
-    const wchar_t* colon = std::wcschr(text, L':');
-    if (!colon) return 0;
-    const auto driveLength = static_cast<std::size_t>(colon - text);
-    return resolveText(pathInfo, driveLength, resolved, parentResolved) ? 1 : 0;
 }
 
 namespace {
@@ -167,6 +129,163 @@ void PathHelper::pathResolver(const std::vector<PathInfo>& paths,
     debug("PathHelper::pathResolver - exit.\n");
 }
 
+// ---- Lists ------------------------------------------------------------------
+
+namespace {
+
+// What counts as present, of an entry and of a pair.
+auto presenceKey(const PathInfo& path) {
+    return textKey(path.getPathName());
+}
+
+auto presenceKey(const PathDrive& pair) {
+    return std::tuple(presenceKey(pair.path), textKey(pair.drive.getFileSystem()),
+                      pair.drive.getType());
+}
+
+PathInfo& pathOf(PathInfo& path) {
+    return path;
+}
+const PathInfo& pathOf(const PathInfo& path) {
+    return path;
+}
+PathInfo& pathOf(PathDrive& pair) {
+    return pair.path;
+}
+const PathInfo& pathOf(const PathDrive& pair) {
+    return pair.path;
+}
+
+template <typename T>
+void accumulate(std::vector<T>& dst, const std::vector<T>& src, bool widen) {
+    // The keys are views of texts, which stay in place while the list grows.
+    std::map<decltype(presenceKey(src.front())), std::size_t> present;
+    for (std::size_t i = 0; i < dst.size(); ++i) present.emplace(presenceKey(dst[i]), i);
+    std::vector<std::size_t> widened;
+    for (const T& element : src) {
+        const auto known = present.find(presenceKey(element));
+        if (known == present.end()) {
+            dst.push_back(element);
+            present.emplace(presenceKey(dst.back()), dst.size() - 1);
+        } else if (widen && pathOf(element).getRecursive()) {
+            widened.push_back(known->second);
+        }
+    }
+    for (const std::size_t i : widened) {
+        pathOf(dst[i]) = PathInfo(pathOf(dst[i]).getPathName(), true);
+    }
+}
+
+std::size_t depthOf(const PathDrive& pair) {
+    return componentCount(pair.path.getPathName());
+}
+
+}  // namespace
+
+void PathHelper::appendPathList(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
+                                bool skipPresent) {
+    debug("PathHelper::appendPathList - dstPathList size is %d, srcPathList size is %d\n",
+          static_cast<int>(dst.size()), static_cast<int>(src.size()));
+    for (const PathInfo& path : src) {
+        if (!skipPresent || std::find(dst.begin(), dst.end(), path) == dst.end()) {
+            dst.push_back(path);
+        }
+    }
+    debug("PathHelper::appendPathList - dstPathList new size is %d\n",
+          static_cast<int>(dst.size()));
+}
+
+void PathHelper::pathDriveAccumulator(std::vector<PathDrive>& dst,
+                                      const std::vector<PathDrive>& src, bool widen) {
+    accumulate(dst, src, widen);
+}
+
+void PathHelper::accumulatePairs(const std::vector<DriveInfo>& drives,
+                                 const std::vector<PathDrive>& parentResolved,
+                                 const std::vector<PathDrive>& resolved,
+                                 std::vector<PathDrive>& out) {
+    std::vector<PathDrive> merged;
+    pathDriveAccumulator(merged, parentResolved, true);
+    pathDriveAccumulator(merged, resolved, true);
+    std::erase_if(merged, [](const PathDrive& pair) { return !pair.path.getPathName(); });
+    std::stable_sort(merged.begin(), merged.end(), [](const PathDrive& x, const PathDrive& y) {
+        return depthOf(x) < depthOf(y);
+    });
+    CoveredPairs covered(drives);
+    out.clear();
+    for (const PathDrive& pair : merged) {
+        if (!covered(pair)) out.push_back(pair);
+    }
+}
+
+bool PathHelper::removePathListDuplicate(std::vector<PathInfo>& list) {
+    return removeEarlierDuplicates(list, [](const PathInfo& path) {
+        return std::tuple(textKey(path.getPathName()), path.getRecursive());
+    });
+}
+
+void PathHelper::differencePathList(const std::vector<PathInfo>& a, const std::vector<PathInfo>& b,
+                                    std::vector<PathInfo>& out) {
+    std::set<decltype(presenceKey(PathInfo()))> texts;
+    for (const PathInfo& path : b) texts.insert(presenceKey(path));
+    for (const PathInfo& path : a) {
+        if (!texts.contains(presenceKey(path))) out.push_back(path);
+    }
+}
+
+void PathHelper::extractPathList(const std::vector<PathDrive>& pairs, unsigned typeMask,
+                                 std::vector<PathInfo>& out) {
+    for (const PathDrive& pair : pairs) {
+        if ((pair.drive.getType() & typeMask) != 0) out.push_back(pair.path);
+    }
+}
+
+void PathHelper::buildPathList(const std::vector<DriveInfo>& drives, std::vector<PathInfo>& out) {
+    for (const DriveInfo& drive : drives) {
+        out.emplace_back(std::wstring(driveText(drive)).c_str(), true);
+    }
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+int PathHelper::expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit) {
+    return expandPathVariables(source, destination, limit);
+}
+
+PathRelation PathHelper::path_components_analyzer(std::wstring_view path, std::wstring_view other) {
+    return relatePaths(path, other);
+}
+
+PathRelation PathHelper::pathFilterByDrive(std::wstring_view path, const DriveInfo& drive) {
+    return relatePaths(path, driveText(drive));
+}
+
+int PathHelper::unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
+                                   PathInfo& parentResolved) {
+    const wchar_t* text = pathInfo.getPathName() ? pathInfo.getPathName() : L"";
+    debug("PathHelper::unix_path_resolver - path to resolve is %ls\n", text);
+    const wchar_t* colon = std::wcschr(text, L':');
+    if (!colon) return 0;
+    const auto driveLength = static_cast<std::size_t>(colon - text);
+    return resolveText(pathInfo, driveLength, resolved, parentResolved) ? 1 : 0;
+}
+
+std::vector<PathAncestor> PathHelper::pathReducer(std::wstring_view path) {
+    std::vector<PathAncestor> chain;
+    std::wstring prefix;
+    if (path.starts_with(L'/')) {
+        prefix = PathSeparator;
+        chain.push_back({prefix, PathSeparator});
+    }
+    for (const std::wstring& component : structured_path_decomposer(path)) {
+        if (needsSeparator(prefix)) prefix += PathSeparator;
+        prefix += component;
+        chain.push_back({prefix, component});
+    }
+    std::reverse(chain.begin(), chain.end());
+    return chain;
+}
+
 bool PathHelper::fileSystemPathChecker(const wchar_t* path,
                                        const std::vector<PathInfo>& includeList,
                                        const std::vector<PathInfo>& excludeList) {
@@ -196,8 +315,6 @@ void PathHelper::fileSystemPathDriveListPruning(std::vector<PathDrive>& pairs,
     debug("PathHelper::fileSystemPathDriveListPruning - exit [list size is %d]\n",
           static_cast<int>(pairs.size()));
 }
-
-// ---- Exclusions -------------------------------------------------------------
 
 namespace {
 
@@ -264,32 +381,12 @@ void PathHelper::reduceDriveList(const std::vector<DriveInfo>& drives,
     }
 }
 
-// ---- Lists ------------------------------------------------------------------
+void PathHelper::pathAccumulator(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
+                                 bool widen) {
+    accumulate(dst, src, widen);
+}
 
 namespace {
-
-// What counts as present, of an entry and of a pair.
-auto presenceKey(const PathInfo& path) {
-    return textKey(path.getPathName());
-}
-
-auto presenceKey(const PathDrive& pair) {
-    return std::tuple(presenceKey(pair.path), textKey(pair.drive.getFileSystem()),
-                      pair.drive.getType());
-}
-
-PathInfo& pathOf(PathInfo& path) {
-    return path;
-}
-const PathInfo& pathOf(const PathInfo& path) {
-    return path;
-}
-PathInfo& pathOf(PathDrive& pair) {
-    return pair.path;
-}
-const PathInfo& pathOf(const PathDrive& pair) {
-    return pair.path;
-}
 
 template <typename T>
 bool isPresent(const std::vector<T>& list, const T& element) {
@@ -298,100 +395,7 @@ bool isPresent(const std::vector<T>& list, const T& element) {
                        [&](const T& other) { return presenceKey(other) == key; });
 }
 
-template <typename T>
-void accumulate(std::vector<T>& dst, const std::vector<T>& src, bool widen) {
-    // The keys are views of texts, which stay in place while the list grows.
-    std::map<decltype(presenceKey(src.front())), std::size_t> present;
-    for (std::size_t i = 0; i < dst.size(); ++i) present.emplace(presenceKey(dst[i]), i);
-    std::vector<std::size_t> widened;
-    for (const T& element : src) {
-        const auto known = present.find(presenceKey(element));
-        if (known == present.end()) {
-            dst.push_back(element);
-            present.emplace(presenceKey(dst.back()), dst.size() - 1);
-        } else if (widen && pathOf(element).getRecursive()) {
-            widened.push_back(known->second);
-        }
-    }
-    for (const std::size_t i : widened) {
-        pathOf(dst[i]) = PathInfo(pathOf(dst[i]).getPathName(), true);
-    }
-}
-
-std::size_t depthOf(const PathDrive& pair) {
-    return componentCount(pair.path.getPathName());
-}
-
 }  // namespace
-
-void PathHelper::appendPathList(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
-                                bool skipPresent) {
-    debug("PathHelper::appendPathList - dstPathList size is %d, srcPathList size is %d\n",
-          static_cast<int>(dst.size()), static_cast<int>(src.size()));
-    for (const PathInfo& path : src) {
-        if (!skipPresent || std::find(dst.begin(), dst.end(), path) == dst.end()) {
-            dst.push_back(path);
-        }
-    }
-    debug("PathHelper::appendPathList - dstPathList new size is %d\n",
-          static_cast<int>(dst.size()));
-}
-
-void PathHelper::pathAccumulator(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
-                                 bool widen) {
-    accumulate(dst, src, widen);
-}
-
-void PathHelper::pathDriveAccumulator(std::vector<PathDrive>& dst,
-                                      const std::vector<PathDrive>& src, bool widen) {
-    accumulate(dst, src, widen);
-}
-
-void PathHelper::accumulatePairs(const std::vector<DriveInfo>& drives,
-                                 const std::vector<PathDrive>& parentResolved,
-                                 const std::vector<PathDrive>& resolved,
-                                 std::vector<PathDrive>& out) {
-    std::vector<PathDrive> merged;
-    pathDriveAccumulator(merged, parentResolved, true);
-    pathDriveAccumulator(merged, resolved, true);
-    std::erase_if(merged, [](const PathDrive& pair) { return !pair.path.getPathName(); });
-    std::stable_sort(merged.begin(), merged.end(), [](const PathDrive& x, const PathDrive& y) {
-        return depthOf(x) < depthOf(y);
-    });
-    CoveredPairs covered(drives);
-    out.clear();
-    for (const PathDrive& pair : merged) {
-        if (!covered(pair)) out.push_back(pair);
-    }
-}
-
-bool PathHelper::removePathListDuplicate(std::vector<PathInfo>& list) {
-    return removeEarlierDuplicates(list, [](const PathInfo& path) {
-        return std::tuple(textKey(path.getPathName()), path.getRecursive());
-    });
-}
-
-void PathHelper::differencePathList(const std::vector<PathInfo>& a, const std::vector<PathInfo>& b,
-                                    std::vector<PathInfo>& out) {
-    std::set<decltype(presenceKey(PathInfo()))> texts;
-    for (const PathInfo& path : b) texts.insert(presenceKey(path));
-    for (const PathInfo& path : a) {
-        if (!texts.contains(presenceKey(path))) out.push_back(path);
-    }
-}
-
-void PathHelper::extractPathList(const std::vector<PathDrive>& pairs, unsigned typeMask,
-                                 std::vector<PathInfo>& out) {
-    for (const PathDrive& pair : pairs) {
-        if ((pair.drive.getType() & typeMask) != 0) out.push_back(pair.path);
-    }
-}
-
-void PathHelper::buildPathList(const std::vector<DriveInfo>& drives, std::vector<PathInfo>& out) {
-    for (const DriveInfo& drive : drives) {
-        out.emplace_back(std::wstring(driveText(drive)).c_str(), true);
-    }
-}
 
 bool PathHelper::checkforPathInfo(const std::vector<PathInfo>& list, const PathInfo& pathInfo) {
     return isPresent(list, pathInfo);

@@ -39,34 +39,19 @@ public:
     /// The path without a final "/", unless it is the root.
     static std::wstring buildResolvedPath(const wchar_t* path);
 
-    /// Copies `source` with its %NAME% references expanded into `destination`, which
-    /// has room for `limit` characters; what does not fit is cut. 0, or -1 for a null
-    /// argument, an empty source or no room.
-    static int expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit);
-
-    /// The path and its ancestors, innermost first: "/a/b" gives ("/a/b", "b"),
-    /// ("/a", "a"), ("/", "/").
-    static std::vector<PathAncestor> pathReducer(std::wstring_view path);
     /// The components, without separators.
     static std::vector<std::wstring> structured_path_decomposer(std::wstring_view path);
-    static PathRelation path_components_analyzer(std::wstring_view path, std::wstring_view other);
 
     // ---- Paths and drives ---------------------------------------------------
 
     /// The drive's mount directory: its name without the final ":".
     static std::wstring_view driveText(const DriveInfo& drive);
-    /// How `path` lies to the drive's mount directory.
-    static PathRelation pathFilterByDrive(std::wstring_view path, const DriveInfo& drive);
     /// Index of the drive that holds `path`, whatever its type: the longest mount
     /// point, the last of equals; or -1.
     static int pathLocation(std::wstring_view path, const std::vector<DriveInfo>& drives);
     /// Whether some drive of the mask has a name that starts `path`, as characters.
     static bool isValidPath(const std::vector<DriveInfo>& drives, unsigned typeMask,
                             const wchar_t* path, bool flag);
-    /// Takes "DRIVE:PATH" apart and tells whether the path lies on the drive or the
-    /// drive below the path, by their texts. 1 and both results, or 0.
-    static int unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
-                                  PathInfo& parentResolved);
 
     /// Sorts every entry of `paths` into pairs. `drives` are those to search;
     /// `includeFileSystems` and `excludeFileSystems` the mount points of the searched
@@ -85,38 +70,19 @@ public:
                              std::vector<PathDrive>& resolved, std::vector<PathDrive>& excluded,
                              std::vector<PathDrive>& unresolved,
                              const LinkGuard& mayTouch = touchesAll);
-    /// Whether `path` is kept: no excluded mount point covers it, or an included one
-    /// that is at least as long does. Only what follows the first ":" counts.
-    static bool fileSystemPathChecker(const wchar_t* path, const std::vector<PathInfo>& includeList,
-                                      const std::vector<PathInfo>& excludeList);
-    static void fileSystemPathDriveListPruning(std::vector<PathDrive>& pairs,
-                                               const std::vector<PathInfo>& includeList,
-                                               const std::vector<PathInfo>& excludeList);
-
-    // ---- Exclusions ---------------------------------------------------------
-
-    /// Appends, as recursive paths, the mount points that a scan of `pair` must not
-    /// enter. Wants all drives, searched or not, as `normaliseDriveList` leaves them.
-    static void buildExcludeList(const std::vector<DriveInfo>& drives, const PathDrive& pair,
-                                 std::vector<PathInfo>& excluded);
-    /// Appends the drives that hold the pair's path or lie inside it.
-    static void reduceDriveList(const std::vector<DriveInfo>& drives,
-                                std::vector<DriveInfo>& reduced, const PathDrive& pair);
 
     // ---- Lists --------------------------------------------------------------
 
     /// Appends `src`; with `skipPresent`, only entries that no equal entry precedes.
     static void appendPathList(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
                                bool skipPresent);
-    /// Merge `src` into `dst`. What is present is skipped; with `widen`, it becomes
+    /// Merges `src` into `dst`. What is present is skipped; with `widen`, it becomes
     /// recursive when the skipped one is.
-    static void pathAccumulator(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
-                                bool widen);
     static void pathDriveAccumulator(std::vector<PathDrive>& dst, const std::vector<PathDrive>& src,
                                      bool widen);
     /// The pairs to scan, in order: both lists merged, enclosing paths first, without
     /// those that the scan of an enclosing pair reaches anyway. Replaces `out`.
-    /// `drives` as for `buildExcludeList`.
+    /// `drives`: all of them, searched or not, as `normaliseDriveList` leaves them.
     static void accumulatePairs(const std::vector<DriveInfo>& drives,
                                 const std::vector<PathDrive>& parentResolved,
                                 const std::vector<PathDrive>& resolved,
@@ -131,6 +97,42 @@ public:
                                 std::vector<PathInfo>& out);
     /// Appends one recursive entry per drive: its mount directory.
     static void buildPathList(const std::vector<DriveInfo>& drives, std::vector<PathInfo>& out);
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    /// Copies `source` with its %NAME% references expanded into `destination`, which
+    /// has room for `limit` characters; what does not fit is cut. 0, or -1 for a null
+    /// argument, an empty source or no room.
+    static int expand_path_variable(const wchar_t* source, wchar_t* destination, unsigned limit);
+    /// The path and its ancestors, innermost first: "/a/b" gives ("/a/b", "b"),
+    /// ("/a", "a"), ("/", "/").
+    static std::vector<PathAncestor> pathReducer(std::wstring_view path);
+    /// `relatePaths`.
+    static PathRelation path_components_analyzer(std::wstring_view path, std::wstring_view other);
+    /// How `path` lies to the drive's mount directory.
+    static PathRelation pathFilterByDrive(std::wstring_view path, const DriveInfo& drive);
+    /// Takes "DRIVE:PATH" apart and tells whether the path lies on the drive or the
+    /// drive below the path, by their texts. 1 and both results, or 0.
+    static int unix_path_resolver(const PathInfo& pathInfo, PathInfo& resolved,
+                                  PathInfo& parentResolved);
+    /// Whether `path` is kept: no excluded mount point covers it, or an included one
+    /// that is at least as long does. Only what follows the first ":" counts.
+    static bool fileSystemPathChecker(const wchar_t* path, const std::vector<PathInfo>& includeList,
+                                      const std::vector<PathInfo>& excludeList);
+    /// Removes the pairs whose paths are not kept.
+    static void fileSystemPathDriveListPruning(std::vector<PathDrive>& pairs,
+                                               const std::vector<PathInfo>& includeList,
+                                               const std::vector<PathInfo>& excludeList);
+    /// Appends, as recursive paths, the mount points that a scan of `pair` must not
+    /// enter. `drives` as for `accumulatePairs`.
+    static void buildExcludeList(const std::vector<DriveInfo>& drives, const PathDrive& pair,
+                                 std::vector<PathInfo>& excluded);
+    /// Appends the drives that hold the pair's path or lie inside it.
+    static void reduceDriveList(const std::vector<DriveInfo>& drives,
+                                std::vector<DriveInfo>& reduced, const PathDrive& pair);
+    /// `pathDriveAccumulator` for paths alone.
+    static void pathAccumulator(std::vector<PathInfo>& dst, const std::vector<PathInfo>& src,
+                                bool widen);
     /// Whether an entry has the same text.
     static bool checkforPathInfo(const std::vector<PathInfo>& list, const PathInfo& pathInfo);
     /// Whether a pair has the same text, file system and drive type.

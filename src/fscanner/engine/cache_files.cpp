@@ -16,11 +16,6 @@ const wchar_t* CacheUnreadSuffix = L".unread";
 const wchar_t* CacheSumsSuffix = L".sums";
 const wchar_t* CacheUndoSuffix = L".undo";
 
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
-    if (!directory || !name || !suffix) return nullptr;
-    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
-}
-
 std::wstring accessMutexName(const std::wstring& directory) {
     std::wstring name = directory + L"_c_mutex";
     std::replace(name.begin(), name.end(), L'/', L'_');
@@ -74,6 +69,13 @@ bool CacheMark::insideCacheUpdate() const {
     const bool inside = presenceOf(path_) != Presence::absent;
     debug("FS_Cache::insideCacheUpdate - inside cache update = %s\n", inside ? "true" : "false");
     return inside;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
+    if (!directory || !name || !suffix) return nullptr;
+    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
 }
 
 }  // namespace fscanner

@@ -14,10 +14,6 @@ extern const wchar_t* CacheUnreadSuffix;
 extern const wchar_t* CacheSumsSuffix;
 extern const wchar_t* CacheUndoSuffix;
 
-/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
-/// `free`, null if any is null.
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
-
 /// The name of the access mutex of a cache directory.
 std::wstring accessMutexName(const std::wstring& directory);
 
@@ -48,5 +44,11 @@ private:
     std::wstring directory_;
     bool cacheChecker_ = false;
 };
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
+/// `free`, null if any is null.
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
 
 }  // namespace fscanner

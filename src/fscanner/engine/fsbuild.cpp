@@ -135,30 +135,7 @@ WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const Walk
     return scan(writer, processor, request);
 }
 
-// The number that hosts know.
-int codeOf(WalkStatus status) {
-    return status == WalkStatus::finished ? 0 : 2;
-}
-
 }  // namespace
-
-int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
-            const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-            bool caseSensitive, unsigned timeout, const MountMap* mounts) {
-    return codeOf(
-        scan(writer, processor,
-             {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
-              includeList, excludeList, caseSensitive, timeout, mounts}));
-}
-
-int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
-             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
-             bool caseSensitive, unsigned timeout, const MountMap* mounts) {
-    return codeOf(
-        build(writer, processor,
-              {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
-               includeList, excludeList, caseSensitive, timeout, mounts}));
-}
 
 // ---- Queries ----------------------------------------------------------------
 
@@ -198,6 +175,35 @@ int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeou
     CheckedWriter checked(writer);
     return checked.codeOf(noThrow("::fsScanQuery", Status::unusable,
                                   [&] { return scanQuery(checked, query, timeoutMilliseconds); }));
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+namespace {
+
+// The number that hosts know.
+int codeOf(WalkStatus status) {
+    return status == WalkStatus::finished ? 0 : 2;
+}
+
+}  // namespace
+
+int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+            const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+            bool caseSensitive, unsigned timeout, const MountMap* mounts) {
+    return codeOf(
+        scan(writer, processor,
+             {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
+              includeList, excludeList, caseSensitive, timeout, mounts}));
+}
+
+int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
+             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
+             bool caseSensitive, unsigned timeout, const MountMap* mounts) {
+    return codeOf(
+        build(writer, processor,
+              {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
+               includeList, excludeList, caseSensitive, timeout, mounts}));
 }
 
 }  // namespace fscanner

@@ -23,6 +23,15 @@ bool fs_isValidPath(const wchar_t* path);
 /// cannot be examined. The observer is told of all but 0.
 int fs_examineSearched(const wchar_t* path);
 
+/// In effect none: direct scans of a query over the cache have no limit.
+constexpr unsigned kNoTimeout = 2000000000;
+
+/// Scans one pair of a plan directly, with its exclusions and mount points.
+WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
+                    FileProcessor& processor, const PathDrive& pair, unsigned timeout);
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
 /// Vets the starting path and scans it: 0 finished (also when it is excluded, or
 /// no directory), 2 the time ran out. `timeout` is in milliseconds. Matches go to
 /// `writer`; what the lists exclude is left out.
@@ -35,12 +44,5 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
             bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);
-
-/// In effect none: direct scans of a query over the cache have no limit.
-constexpr unsigned kNoTimeout = 2000000000;
-
-/// Scans one pair of a plan directly, with its exclusions and mount points.
-WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
-                    FileProcessor& processor, const PathDrive& pair, unsigned timeout);
 
 }  // namespace fscanner

@@ -48,65 +48,7 @@ struct FileCloser {
 };
 using File = std::unique_ptr<std::FILE, FileCloser>;
 
-/// Made exclusively: whatever lies under a name that can be guessed is not ours.
-File createList(const char* path) {
-    int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (descriptor < 0) return nullptr;
-    File file(fdopen(descriptor, "w+"));
-    if (!file) {
-        close(descriptor);
-        unlink(path);
-    }
-    return file;
-}
-
-/// The paths to list, in the directory's order.
-std::optional<std::vector<std::string>> listablePaths(const std::string& dir) {
-    auto directory = NameDirectory::open(dir.c_str());
-    auto names = directory ? directory->names() : std::nullopt;
-    if (!names) {
-        debug("::makeListFile - opendir on '%s' path failed!'\n", dir.c_str());
-        return std::nullopt;
-    }
-    const std::string prefix = dir == "/" ? dir : dir + "/";
-    std::vector<std::string> paths;
-    for (const std::string& name : *names) {
-        std::string path = prefix;
-        path += name;
-        struct stat info {};
-        if (examineFileAt(directory->descriptor(), name.c_str(), info) != 0) {
-            debug("::makeListFile - stat on '%s' file failed!\n", path.c_str());
-            continue;
-        }
-        if (S_ISDIR(info.st_mode) || path.find('\n') != path.npos) continue;
-        paths.push_back(std::move(path));
-    }
-    return paths;
-}
-
-bool writeLines(File file, const std::vector<std::string>& lines) {
-    bool written = true;
-    for (const std::string& line : lines) {
-        written = written && std::fprintf(file.get(), "%s\n", line.c_str()) >= 0;
-    }
-    return std::fclose(file.release()) == 0 && written;
-}
-
 }  // namespace
-
-std::optional<std::vector<std::string>> writeListFile(const char* dir, const char* listFile) {
-    File file = createList(listFile);
-    if (!file) return std::nullopt;
-    auto paths = listablePaths(dir);
-    if (paths && writeLines(std::move(file), *paths)) return paths;
-    unlink(listFile);
-    return std::nullopt;
-}
-
-int makeListFile(const char* dir, const char* listFile) {
-    auto paths = writeListFile(dir, listFile);
-    return paths ? static_cast<int>(paths->size()) : -1;
-}
 
 // ---- Types ------------------------------------------------------------------
 
@@ -171,20 +113,6 @@ std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFil
     return pairUp(std::move(*names), std::move(descriptions), stamps);
 }
 
-std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile) {
-    auto names = writeListFile(wanted.directory.c_str(), listFile);
-    if (!names) return {};
-    struct Remover {
-        const char* path;
-        ~Remover() { unlink(path); }
-    } remover{listFile};
-    const auto stamps = stampsOf(AT_FDCWD, *names);
-    for (std::string& name : *names) name.erase(0, name.rfind('/') + 1);
-    if (std::find(names->begin(), names->end(), wanted.name) == names->end()) return {};
-    auto descriptions = describeListedFiles(listFile, names->size());
-    return pairUp(std::move(*names), std::move(descriptions), stamps);
-}
-
 std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
                                                    const std::string& pathBytes,
                                                    const DescribeDirectory& describe) {
@@ -222,6 +150,84 @@ std::wstring DirectoryTypes::describeOthers(std::wstring_view key, const FileLoc
     }
     batch_ = batch_ % 65536 + 1;
     return line;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+namespace {
+
+/// Made exclusively: whatever lies under a name that can be guessed is not ours.
+File createList(const char* path) {
+    int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (descriptor < 0) return nullptr;
+    File file(fdopen(descriptor, "w+"));
+    if (!file) {
+        close(descriptor);
+        unlink(path);
+    }
+    return file;
+}
+
+/// The paths to list, in the directory's order.
+std::optional<std::vector<std::string>> listablePaths(const std::string& dir) {
+    auto directory = NameDirectory::open(dir.c_str());
+    auto names = directory ? directory->names() : std::nullopt;
+    if (!names) {
+        debug("::makeListFile - opendir on '%s' path failed!'\n", dir.c_str());
+        return std::nullopt;
+    }
+    const std::string prefix = dir == "/" ? dir : dir + "/";
+    std::vector<std::string> paths;
+    for (const std::string& name : *names) {
+        std::string path = prefix;
+        path += name;
+        struct stat info {};
+        if (examineFileAt(directory->descriptor(), name.c_str(), info) != 0) {
+            debug("::makeListFile - stat on '%s' file failed!\n", path.c_str());
+            continue;
+        }
+        if (S_ISDIR(info.st_mode) || path.find('\n') != path.npos) continue;
+        paths.push_back(std::move(path));
+    }
+    return paths;
+}
+
+bool writeLines(File file, const std::vector<std::string>& lines) {
+    bool written = true;
+    for (const std::string& line : lines) {
+        written = written && std::fprintf(file.get(), "%s\n", line.c_str()) >= 0;
+    }
+    return std::fclose(file.release()) == 0 && written;
+}
+
+}  // namespace
+
+std::optional<std::vector<std::string>> writeListFile(const char* dir, const char* listFile) {
+    File file = createList(listFile);
+    if (!file) return std::nullopt;
+    auto paths = listablePaths(dir);
+    if (paths && writeLines(std::move(file), *paths)) return paths;
+    unlink(listFile);
+    return std::nullopt;
+}
+
+int makeListFile(const char* dir, const char* listFile) {
+    auto paths = writeListFile(dir, listFile);
+    return paths ? static_cast<int>(paths->size()) : -1;
+}
+
+std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile) {
+    auto names = writeListFile(wanted.directory.c_str(), listFile);
+    if (!names) return {};
+    struct Remover {
+        const char* path;
+        ~Remover() { unlink(path); }
+    } remover{listFile};
+    const auto stamps = stampsOf(AT_FDCWD, *names);
+    for (std::string& name : *names) name.erase(0, name.rfind('/') + 1);
+    if (std::find(names->begin(), names->end(), wanted.name) == names->end()) return {};
+    auto descriptions = describeListedFiles(listFile, names->size());
+    return pairUp(std::move(*names), std::move(descriptions), stamps);
 }
 
 }  // namespace fscanner

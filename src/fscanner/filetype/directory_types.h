@@ -36,17 +36,6 @@ private:
     std::unique_ptr<DIR, Closer> stream_;
 };
 
-/// Writes the paths dir + "/" + name of the directory's entries to `listFile`, one a
-/// line: all but directories, hidden files and links included. Returns the number
-/// of lines; -1, and no file is left, when the list cannot be made.
-///
-/// The file must not exist yet and is its owner's alone. A name with a newline
-/// cannot stand in a list of lines and is left out.
-int makeListFile(const char* dir, const char* listFile);
-
-/// The same, returning the paths that were written.
-std::optional<std::vector<std::string>> writeListFile(const char* dir, const char* listFile);
-
 class RunningFile;
 
 /// A file's path cut at its last "/": the directory to list ("/" for a file of
@@ -69,9 +58,6 @@ using DescribeDirectory = std::function<std::vector<FileAnswer>(const FileLocati
 /// Lists the directory through its descriptor and describes each file under its
 /// bare name, by `running` where that is possible.
 std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFile& running);
-/// Describes what `makeListFile` lists, through `listFile`, which is made for it
-/// and removed.
-std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile);
 
 /// Types of files, asked for one by one and found out a directory at a time.
 ///
@@ -91,5 +77,22 @@ private:
     FileTypeCache cache_;
     int batch_ = 0;
 };
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// Writes the paths dir + "/" + name of the directory's entries to `listFile`, one a
+/// line: all but directories, hidden files and links included. Returns the number
+/// of lines; -1, and no file is left, when the list cannot be made.
+///
+/// The file must not exist yet and is its owner's alone. A name with a newline
+/// cannot stand in a list of lines and is left out.
+int makeListFile(const char* dir, const char* listFile);
+
+/// The same, returning the paths that were written.
+std::optional<std::vector<std::string>> writeListFile(const char* dir, const char* listFile);
+
+/// Describes what `makeListFile` lists, through `listFile`, which is made for it
+/// and removed.
+std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile);
 
 }  // namespace fscanner

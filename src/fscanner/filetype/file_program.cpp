@@ -144,6 +144,8 @@ std::vector<std::string> describeFiles(int directory, std::span<const std::strin
     return descriptions;
 }
 
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
 std::vector<std::string> describeListedFiles(const std::string& listFile, std::size_t count) {
     std::vector<std::string> arguments = fileArguments();
     arguments.insert(arguments.end(), {"-f", listFile});

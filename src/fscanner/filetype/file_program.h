@@ -81,7 +81,9 @@ std::vector<std::string> fileArguments();
 std::vector<std::string> describeFiles(int directory, std::span<const std::string> names,
                                        RunningFile* running = nullptr);
 
-/// The same for the first `count` files that the lines of `listFile` name, in one run.
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// `describeFiles` for the first `count` files that the lines of `listFile` name, in one run.
 std::vector<std::string> describeListedFiles(const std::string& listFile, std::size_t count);
 
 }  // namespace fscanner

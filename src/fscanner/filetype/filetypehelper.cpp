@@ -37,13 +37,6 @@ std::optional<std::wstring> cachedLine(DirectoryTypes& types, const char* method
     return line;
 }
 
-/// The form of an answer that hosts release with `free`.
-bool handOut(const std::optional<std::wstring>& line, wchar_t** info) {
-    if (!line) return false;
-    *info = mallocCopy(*line);
-    return *info != nullptr;
-}
-
 }  // namespace
 
 FileTypeChecker::FileTypeChecker() {
@@ -61,26 +54,6 @@ std::optional<std::wstring> FileTypeChecker::typeLine(const wchar_t* path) {
     return cachedLine(types, "getFileTypeEx", path, describe);
 }
 
-bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
-    return handOut(typeLine(path), info);
-}
-
-bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {
-    static thread_local DirectoryTypes types;
-    auto describe = [this](const FileLocation& wanted) {
-        return describeThroughList(wanted, commandFile_.c_str());
-    };
-    return handOut(cachedLine(types, "getFileTypeEx_2", path, describe), info);
-}
-
-bool FileTypeChecker::getFileType(const wchar_t* path, wchar_t** info) {
-    if (path == nullptr || *path == 0) return false;
-    const std::string bytes = toMultibyte(path);
-    const std::string description = describeFiles(AT_FDCWD, {&bytes, 1})[0];
-    if (description.empty()) return false;
-    return handOut(std::wstring(path) + L": " + toWide(description), info);
-}
-
 bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
     if (wanted.size() == 0) return true;
     const std::optional<std::wstring> line = typeLine(path);
@@ -93,12 +66,6 @@ bool FileTypeChecker::check(const wchar_t* path, StringList<wchar_t>& wanted) {
         return false;
     }
     return checkTypeList(words, wanted);
-}
-
-bool FileTypeChecker::check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted) {
-    if (dir == nullptr || name == nullptr) return false;
-    if (wanted.size() == 0) return true;
-    return check(joinPath(dir, name).c_str(), wanted);
 }
 
 bool FileTypeChecker::fileTypeSplitter(const wchar_t* text, StringList<wchar_t>& words) {
@@ -129,6 +96,45 @@ bool FileTypeChecker::checkTypeList(StringList<wchar_t>& fileWords, StringList<w
         }
     }
     return false;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+namespace {
+
+/// The form of an answer that hosts release with `free`.
+bool handOut(const std::optional<std::wstring>& line, wchar_t** info) {
+    if (!line) return false;
+    *info = mallocCopy(*line);
+    return *info != nullptr;
+}
+
+}  // namespace
+
+bool FileTypeChecker::check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted) {
+    if (dir == nullptr || name == nullptr) return false;
+    if (wanted.size() == 0) return true;
+    return check(joinPath(dir, name).c_str(), wanted);
+}
+
+bool FileTypeChecker::getFileTypeEx(const wchar_t* path, wchar_t** info) {
+    return handOut(typeLine(path), info);
+}
+
+bool FileTypeChecker::getFileTypeEx_2(const wchar_t* path, wchar_t** info) {
+    static thread_local DirectoryTypes types;
+    auto describe = [this](const FileLocation& wanted) {
+        return describeThroughList(wanted, commandFile_.c_str());
+    };
+    return handOut(cachedLine(types, "getFileTypeEx_2", path, describe), info);
+}
+
+bool FileTypeChecker::getFileType(const wchar_t* path, wchar_t** info) {
+    if (path == nullptr || *path == 0) return false;
+    const std::string bytes = toMultibyte(path);
+    const std::string description = describeFiles(AT_FDCWD, {&bytes, 1})[0];
+    if (description.empty()) return false;
+    return handOut(std::wstring(path) + L": " + toWide(description), info);
 }
 
 // The overloads of FileTypeChecker::check that take many files, or descriptions

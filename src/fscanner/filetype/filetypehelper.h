@@ -34,8 +34,20 @@ public:
     /// Whether the file has a word in common with any entry of `wanted`,
     /// case-sensitive. An empty list is matched by everything.
     bool check(const wchar_t* path, StringList<wchar_t>& wanted);
-    bool check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted);
 
+    /// The line "path: description". Nothing for a file whose type cannot be told, and for a
+    /// path beyond `longestPath`.
+    std::optional<std::wstring> typeLine(const wchar_t* path);
+
+    /// Appends the words between runs of " ", "," and ":"; false when there are none.
+    static bool fileTypeSplitter(const wchar_t* text, StringList<wchar_t>& words);
+    /// Whether a word of any entry of `wanted` is one of `fileWords`.
+    static bool checkTypeList(StringList<wchar_t>& fileWords, StringList<wchar_t>& wanted);
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    /// `check` for the file `name` of the directory `dir`.
+    bool check(const wchar_t* dir, const wchar_t* name, StringList<wchar_t>& wanted);
     /// Checks the files `names` of the directory `dir` in one go, past the caches:
     /// `matched` gets one verdict for each. False when the directory cannot be
     /// read; all verdicts are false then.
@@ -45,27 +57,19 @@ public:
     /// "path: description". The description's words are appended to `fileWords`.
     bool check(const wchar_t* pathFileName, wchar_t* dataBuffer, StringList<wchar_t>& fileWords,
                StringList<wchar_t>& wanted);
+    /// The same for the file `name` of the directory `dir`.
     bool check(const wchar_t* dir, const wchar_t* name, wchar_t* dataBuffer,
                StringList<wchar_t>& fileWords, StringList<wchar_t>& wanted);
-    /// The same with the lines in the file `dataFile`.
+    /// The same for a path, with the lines in the file `dataFile`.
     bool check(const wchar_t* pathFileName, const wchar_t* dataFile, StringList<wchar_t>& fileWords,
                StringList<wchar_t>& wanted);
-
-    /// The line "path: description". Nothing for a file whose type cannot be told, and for a
-    /// path beyond `longestPath`.
-    std::optional<std::wstring> typeLine(const wchar_t* path);
-    /// The same in `*info`, released with `free`.
+    /// `typeLine` in `*info`, released with `free`.
     bool getFileTypeEx(const wchar_t* path, wchar_t** info);
     /// The same through a list file in the current directory: directories and names
     /// with a newline are unknown to it.
     bool getFileTypeEx_2(const wchar_t* path, wchar_t** info);
     /// The same for one file alone, by a run of its own.
     bool getFileType(const wchar_t* path, wchar_t** info);
-
-    /// Appends the words between runs of " ", "," and ":"; false when there are none.
-    static bool fileTypeSplitter(const wchar_t* text, StringList<wchar_t>& words);
-    /// Whether a word of any entry of `wanted` is one of `fileWords`.
-    static bool checkTypeList(StringList<wchar_t>& fileWords, StringList<wchar_t>& wanted);
 
 private:
     std::string commandFile_;

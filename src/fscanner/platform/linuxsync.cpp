@@ -9,36 +9,7 @@
 #include <cstring>
 #include <thread>
 
-#include "fscanner/platform/named_sync.h"
-
 namespace fscanner {
-
-struct MutexRecord : SyncRecord {
-    MutexRecord() { init(); }
-    ~MutexRecord() { destroy(); }
-    int take(const timespec* deadline);
-    int give();
-
-    bool locked = false;
-};
-
-int MutexRecord::take(const timespec* deadline) {
-    PthreadLock lock(mutex);
-    const int error = waitWhile(*this, deadline, [&] { return locked; });
-    if (error == 0) locked = true;
-    return error;
-}
-
-int MutexRecord::give() {
-    {
-        PthreadLock lock(mutex);
-        locked = false;
-    }
-    pthread_cond_signal(&condition);
-    return 0;
-}
-
-template class NamedSync<MutexRecord>;
 
 namespace {
 

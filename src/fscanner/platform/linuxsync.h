@@ -2,20 +2,10 @@
 
 #include <string>
 
+#include "fscanner/platform/abstract_sync.h"
 #include "fscanner/platform/descriptor.h"
-#include "fscanner/platform/named_sync.h"
 
 namespace fscanner {
-
-struct MutexRecord;
-extern template class NamedSync<MutexRecord>;
-
-/// A lock between the threads of this process. Nobody owns it: any object of the name
-/// may release it, and releasing a free one does no harm.
-class LinuxMutex : public NamedSync<MutexRecord> {
-public:
-    using NamedSync::NamedSync;
-};
 
 /// A lock between processes: a record lock on a file named after the object.
 ///

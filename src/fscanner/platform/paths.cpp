@@ -42,27 +42,6 @@ bool hasLongPaths() {
     return longPaths.load(std::memory_order_relaxed);
 }
 
-wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
-    if (dir == nullptr || name == nullptr) return nullptr;
-    try {
-        return mallocCopy(joinPath(dir, name));
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name) {
-    const std::wstring_view path(fullPath);
-    const std::size_t at = path.rfind(separator);
-    if (at == path.npos) return false;
-    HeapText leading(mallocCopy(path.substr(0, at + 1)));
-    HeapText last(mallocCopy(path.substr(at + 1)));
-    if (!leading || !last) return false;
-    *dir = leading.release();
-    *name = last.release();
-    return true;
-}
-
 int removeFile(const wchar_t* name) {
     const std::unique_ptr<char[]> bytes(myWcsToMbs(name));
     return bytes ? std::remove(bytes.get()) : -1;
@@ -121,6 +100,29 @@ std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_
     debug("::common - full cache path name is '%ls'\n", path.c_str());
     if (create && !makePrivateDirectory(path)) return std::nullopt;
     return path;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
+    if (dir == nullptr || name == nullptr) return nullptr;
+    try {
+        return mallocCopy(joinPath(dir, name));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name) {
+    const std::wstring_view path(fullPath);
+    const std::size_t at = path.rfind(separator);
+    if (at == path.npos) return false;
+    HeapText leading(mallocCopy(path.substr(0, at + 1)));
+    HeapText last(mallocCopy(path.substr(at + 1)));
+    if (!leading || !last) return false;
+    *dir = leading.release();
+    *name = last.release();
+    return true;
 }
 
 wchar_t* getUserCacheDir(const wchar_t* base, bool create) {

@@ -13,15 +13,6 @@ std::size_t longestPath();
 void setLongPaths(bool on);
 bool hasLongPaths();
 
-/// `dir`, "/" unless it already ends with one, then `name`, as a new string
-/// released with `free`. Null if either is null. An empty `dir` gives "/name".
-wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
-
-/// Splits at the last separator: `*dir` gets what leads up to and including it,
-/// `*name` what follows; both new, released with `free`. False, and nothing is
-/// stored, when there is no separator.
-bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
-
 /// `remove` and `rename` of the multibyte names; 0 on success.
 int removeFile(const wchar_t* name);
 int renameFile(const wchar_t* from, const wchar_t* to);
@@ -40,7 +31,19 @@ char* getTempFile_Default(const char* prefix);
 /// cannot be made.
 std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_t* user,
                                                bool create);
-/// The same released with `free`, or null.
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// `dir`, "/" unless it already ends with one, then `name`, as a new string
+/// released with `free`. Null if either is null. An empty `dir` gives "/name".
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
+
+/// Splits at the last separator: `*dir` gets what leads up to and including it,
+/// `*name` what follows; both new, released with `free`. False, and nothing is
+/// stored, when there is no separator.
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
+
+/// `userCacheDirectory` released with `free`, or null.
 wchar_t* getUserCacheDir(const wchar_t* base, bool create);
 wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create);
 

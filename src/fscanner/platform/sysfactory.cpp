@@ -3,8 +3,8 @@
 #include <ctime>
 
 #include "fscanner/common/utf8.h"
-#include "fscanner/platform/linuxsemaphore.h"
 #include "fscanner/platform/linuxsync.h"
+#include "fscanner/platform/offered.h"
 
 namespace fscanner {
 
