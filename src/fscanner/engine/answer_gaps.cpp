@@ -19,7 +19,7 @@ namespace fscanner {
 
 namespace {
 
-// Whether no drive at all could be meant, because the entry's group or drive is none.
+// Whether the entry names a drive group or a drive that does not exist.
 bool isMalformed(const PathInfo& text, const QueryPlan& plan) {
     const std::optional<PathEntry> entry = parsePathEntry(text, plan.mounted());
     return !entry || !entry->valid || !entry->knownMedia;
@@ -32,8 +32,8 @@ void tell(const PathInfo& entry) {
 
 }  // namespace
 
-// That a valid entry leads nowhere is what a host may have asked for, such as the remote
-// part of a local tree: it is a gap only where nothing else is searched either.
+// A valid entry may lead nowhere on purpose, such as the remote part of a local tree. That is
+// a gap only if nothing else is searched either.
 AnswerGaps::AnswerGaps(const FsQuery& query, const QueryPlan& plan)
     : missedBefore_(std::exchange(fileProgramMissed(), false)) {
     const ResolvedPaths& included = plan.included();
@@ -83,7 +83,7 @@ void ExclusionWatch::met(const wchar_t* directory) {
 
 void ExclusionWatch::lookUpOthers(CacheStore& store,
                                   const std::function<bool(const wchar_t*)>& isSearched) {
-    // What is met for one of them may be met for others as well, which leave the list.
+    // A directory that is met for one of them may be met for others, which leave the list too.
     while (!others_.empty()) {
         const PathInfo* const exclusion = others_.back();
         lookUp(store, *exclusion, isSearched);
@@ -91,8 +91,8 @@ void ExclusionWatch::lookUpOthers(CacheStore& store,
     }
 }
 
-// The last name of a pattern leads to the directories of that name, by the index, unless
-// it has a wildcard: then all directories are looked at.
+// Directories with the last name of the pattern are looked up in the index. If that name has
+// a wildcard, all directories are tested.
 void ExclusionWatch::lookUp(CacheStore& store, const PathInfo& exclusion,
                             const std::function<bool(const wchar_t*)>& isSearched) {
     const std::wstring text = exclusion.getPathName();

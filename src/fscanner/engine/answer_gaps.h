@@ -7,23 +7,23 @@
 #include "fscanner/engine/status.h"
 #include "fscanner/fs/fs_resultset.h"
 
-/// What an answer lacks without any step of a query failing: paths that lead nowhere, records
-/// that a writer refused, what exclusions left out.
+/// Gaps in an answer although no step of the query failed: paths that lead nowhere, records
+/// that a writer refused, files that exclusions left out.
 
 namespace fscanner {
 
 class FsQuery;
 class QueryPlan;
 
-/// What a query leaves unanswered although no step of it fails: paths that lead to no
-/// drive, and types that cannot be told. Made before the query runs.
+/// Paths of a query that lead to no drive, and file types that could not be told. Made before
+/// the query runs.
 class AnswerGaps {
 public:
     /// Tells the observer of each entry of the query that leads to no drive.
     AnswerGaps(const FsQuery& query, const QueryPlan& plan);
     AnswerGaps(const AnswerGaps&) = delete;
     AnswerGaps& operator=(const AnswerGaps&) = delete;
-    /// A query may run in the middle of another one of this thread, whose state comes back.
+    /// Restores the state of the query of this thread in whose middle this one ran, if any.
     ~AnswerGaps();
 
     /// The status of the query whose steps ended with `status`.
@@ -65,17 +65,17 @@ private:
 
 class CacheStore;
 
-/// Tells the observer which exclusions an answer from the cache met, so that a host knows
-/// of those that met nothing: each once, by one directory that it leaves out. Does nothing
-/// without an observer. The exclusions must outlive it.
+/// Tells the observer which exclusions left something out of an answer from the cache: for
+/// each exclusion one directory, once. A host learns which exclusions had no effect. Does
+/// nothing without an observer. The exclusions must outlive it.
 class ExclusionWatch {
 public:
     ExclusionWatch(const std::vector<PathInfo>& exclusions, bool caseSensitive);
 
-    /// Takes note of a directory that some exclusion covers.
+    /// Notes a directory that some exclusion covers.
     void met(const wchar_t* directory);
-    /// Looks for the exclusions that were not met so far, among the directories that
-    /// `isSearched`: their files may not have matched.
+    /// Looks for directories that the exclusions not met so far cover, among those that
+    /// `isSearched`: no file in them may have matched.
     void lookUpOthers(CacheStore& store,
                       const std::function<bool(const wchar_t* directory)>& isSearched);
 

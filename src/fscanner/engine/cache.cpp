@@ -15,7 +15,7 @@ namespace fscanner {
 
 namespace {
 
-// Each kept form has lists of its own.
+// Monitored queries and others keep a plan each.
 KeptPlan& keptPlan(bool monitored) {
     static KeptPlan plans[2];
     return plans[monitored ? 1 : 0];
@@ -23,9 +23,10 @@ KeptPlan& keptPlan(bool monitored) {
 
 }  // namespace
 
-// What uses the open files runs alone: a writer, or another thread, that calls back in the
-// middle of it would find the cursors where it left them, or the files unmapped. A query
-// may also be asked in the middle of another cache's, whose commands have to stay.
+// Operations that use the open files exclude each other. A writer, or another thread, that
+// called back in the middle of one would move its cursors or unmap its files. A query may
+// also run in the middle of a query of another cache: `CommandListShelter` keeps the
+// criteria commands of that one.
 template <class Result, class Body>
 Result FS_Cache::operate(const char* where, Result failure, Result busy, Body body) {
     if (!store_) return failure;
@@ -93,12 +94,11 @@ auto FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
             tidyTrees(*store_, *plan, sizeLimit_);
         return result;
     });
-    // Without a mount table nothing can be said of the files, and nothing is wrong
-    // with the cache.
+    // The mount table could not be read. The cache itself is sound.
     if (!planned) return status;
     if (store_->damaged()) status = Status::unusable;
     if (status == Status::unusable || status == Status::buildTimedOut) store_->markBroken();
-    // Also when time ran out: the next open must not hand the same IDs out again.
+    // Also after a time-out: the next session must not give the same IDs to other directories.
     const bool grew = store_->usable() && store_->directoriesIndex() != counter;
     if (grew && !store_->updateDirectoriesIDCounter()) {
         store_->markBroken();
@@ -148,7 +148,7 @@ int FS_Cache::share(int timeout) {
                           [&] { return store_->share(timeout); }));
 }
 
-// The plan to run by: the process's own, or a new one. Null without a mount table.
+// The plan that the process keeps, or a new one. Null when the mount table cannot be read.
 std::shared_ptr<const QueryPlan> FS_Cache::makePlan(Form form, const FsQuery& query) const {
     if (form == Form::kept) return keptPlan(monitor_).refresh(query);
     const auto fresh = std::make_shared<QueryPlan>();

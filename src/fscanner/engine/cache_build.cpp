@@ -37,7 +37,7 @@ public:
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
     bool tellsLater(FsSkipReason reason, int error) override;
-    // After a record that could not be inserted there is no tree to be had.
+    // After a failed insertion the tree cannot be completed.
     bool goesOn() const override { return !failed_; }
     bool failed() const { return failed_; }
 
@@ -50,7 +50,8 @@ private:
 
 void CacheSink::file(WalkEntry& entry) {
     if (failed_) return;
-    // Its bytes show a pattern in every encoding, and at times where there is none.
+    // The test of bytes finds "*" and "?" in every encoding. It may find one where there is
+    // none, which costs only speed.
     if (text_test::examine(entry.storedName()).pattern) store_.expectPatterns();
     facts_.forgetInfo();
     const struct stat* info = entry.info();
@@ -69,8 +70,8 @@ void CacheSink::enter(const WalkEntry& entry) {
     parents_.push_back(store_.directoriesIndex());
 }
 
-// What the system failed at may pass. What it denies stays missing until the tree is old:
-// whoever extracts from the tree tells of it, now and later alike.
+// A failure may be over next time: the tree is built anew by the next query. What is denied
+// stays missing until the tree is old: each extraction tells the observer of it.
 bool CacheSink::tellsLater(FsSkipReason reason, int error) {
     if (reason == FsSkipReason::failed) forgetTimes(store_, parents_.back());
     if (reason != FsSkipReason::denied && reason != FsSkipReason::tooLong) return false;
@@ -83,8 +84,8 @@ DfsState& dfsState() {
     return state;
 }
 
-// Goes down from the top as long as there are records, and gives the others theirs, down to
-// the root itself.
+// Follows the records of the root's ancestors from the top, and inserts the missing ones
+// and the root's own.
 bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
     const std::vector<std::wstring> names = pathNames(root);
     RecordSet& records = store.directoryRecords();
@@ -129,7 +130,7 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
 
 namespace {
 
-// Whether nothing is there any more that the tree is of. What cannot be reached may be.
+// Whether the tree's directory is gone. One that cannot be reached may still be there.
 bool isGone(const CachedRoot& root, const MountMap& mounts) {
     const DriveInfo* const drive = mounts.holding(root.path);
     if (!drive || fsIsServed(*drive)) return false;
@@ -144,7 +145,8 @@ bool removeRoot(CacheStore& store, CacheTree& tree, unsigned id, unsigned parent
            tree.removeEmpty(store.directories(), parent);
 }
 
-// What goes on the side. The trees that were built before stay when it is interrupted.
+// Removes trees beside the query's own work. When it is interrupted, the trees that were
+// built before stay.
 class Tidying {
 public:
     Tidying(CacheStore& store, CacheTree& tree) : store_(store), tree_(tree) {}
@@ -168,7 +170,8 @@ bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
     });
 }
 
-// By the time of building: the time of use would be a change that every search makes.
+// Oldest first, by the time of building. To keep the time of use, each search would have to
+// change the cache.
 void keepWithin(CacheStore& store, CacheTree& tree, Tidying& tidying, const QueryPlan& plan,
                 unsigned long long limit) {
     if (store.bytes() <= limit) return;

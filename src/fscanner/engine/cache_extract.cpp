@@ -22,8 +22,8 @@ namespace fscanner {
 
 namespace {
 
-// The criteria command "path": the directory's path by its ID, joined with the name. Mostly
-// it is asked for the directory of the file at hand.
+// The criteria command "path": the path of the directory with a given ID, joined with the
+// name. That directory is mostly the one of the current file.
 class chPathCommand : public BinaryCmd {
 public:
     chPathCommand(CacheStore& store, const DirectoryChain& current)
@@ -123,20 +123,21 @@ private:
     CriteriaEvaluator evaluator_;
     unsigned startTick_ = 0;
     unsigned untilClock_ = 0;
-    unsigned toldTick_ = 0;         // when the observer last heard of it
-    unsigned long long files_ = 0;  // that commands were run for
+    unsigned toldTick_ = 0;         // when the observer was last told of the progress
+    unsigned long long files_ = 0;  // tested by commands so far
     unsigned pathId_ = 0;           // of the last directory seen
     Directory current_ = Directory::missing;
     std::map<std::wstring, Place, std::less<>> pairs_;  // the local ones, by path
     std::size_t shortestPair_ = std::wstring::npos;
     std::size_t longestPair_ = 0;
-    std::size_t settledDepth_ = 0;  // in the chain: all below is accepted; 0: unknown
+    std::size_t settledDepth_ = 0;  // level of the chain below which all is accepted; 0: none
     std::wstring prefix_;
     const std::size_t longestPath_ = longestPath();
-    std::wstring tooLong_;  // the directory that was told last
+    std::wstring tooLong_;  // the directory that the observer was told of last
 };
 
-// No record set keeps the evaluator, and no name of a command hides a variable.
+// Leaves no pointer to the evaluator in the record set, and no command whose name would hide
+// a variable.
 Extraction::~Extraction() {
     store_.filesRecords().setCriteria(nullptr, true);
     clearCommands();
@@ -170,8 +171,8 @@ Status Extraction::run() {
     return Status::success;
 }
 
-// What the answer lacks, as it was when the trees were built: the directory's files, and
-// all below it.
+// Directories that could not be read when the trees were built: their files, and all below
+// them, are missing from the answer.
 void Extraction::tellUnread() {
     FsScanObserver* const observer = scanObserver();
     if (!observer) return;
@@ -198,7 +199,7 @@ Status Extraction::testAcceptedFiles() {
     for (bool found = files.moveFirst(); found; found = files.moveNext()) {
         const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
         if (directory == Directory::refused) continue;
-        // The command "path" would only fail to match, and the file be missed in silence.
+        // With no path, the command "path" would not match, and the file be missed in silence.
         if (directory == Directory::missing) return interrupted();
         if (!goesOn()) return Status::queryTimedOut;
         if (!holds()) continue;
@@ -231,7 +232,7 @@ Status Extraction::interrupted() {
     return Status::unusable;
 }
 
-// Decided once for a run of files of one directory.
+// Files of one directory come in runs: the verdict on the directory is kept for the run.
 Extraction::Directory Extraction::enter(unsigned pathId) {
     if (pathId == pathId_ && pathId != 0) return current_;
     pathId_ = pathId;
@@ -253,8 +254,7 @@ bool Extraction::judge() {
     return true;
 }
 
-// A host that wants no long paths is told of the topmost directory that has one, as a walk
-// would tell it.
+// Tells the observer, as a walk does, of the topmost directory whose path is too long.
 bool Extraction::refuseTooLong() {
     const std::wstring topmost = chain_.topmostBeyond(longestPath_);
     if (topmost == tooLong_) return false;
@@ -265,8 +265,8 @@ bool Extraction::refuseTooLong() {
     return false;
 }
 
-// Whether all that lies below an accepted directory is accepted, too, so that it need
-// not be judged: it stays in its pair, and nothing else begins further down.
+// Whether everything below an accepted directory is accepted, too, and need not be tested:
+// there is one recursive pair, no mount point further down and no exclusion.
 bool Extraction::settlesBelow(const wchar_t* directory) const {
     return request_.pairs.size() == 1 && request_.pairs.front().path.getRecursive() &&
            !request_.mounts.hasInside(directory) && request_.exclude.empty();
@@ -279,8 +279,8 @@ void Extraction::addPair(const PathDrive& pair) {
     pairs_.emplace(path, Place{&pair, request_.mounts.hasInside(path)});
 }
 
-// The innermost one. Most directories of a cache may lie in none, so that few ancestors
-// should be looked up.
+// The innermost pair that covers the directory. Often most directories of a cache lie in no
+// pair; so only ancestors as long as some pair's path are looked up.
 const Extraction::Place* Extraction::coveringPair(const wchar_t* directory) const {
     const std::wstring_view whole = withoutFinalSeparator(directory);
     const Place* place = nullptr;
@@ -295,7 +295,8 @@ const Extraction::Place* Extraction::coveringPair(const wchar_t* directory) cons
     return place;
 }
 
-// Whether its files are wanted or, with `anyBelow`, may be of what lies below it.
+// Whether files of the directory are part of the answer. With `anyBelow`, also whether files
+// further down may be.
 bool Extraction::accepts(const wchar_t* directory, bool anyBelow) {
     const Place* const place = coveringPair(directory);
     return place && (!place->hasMounts || request_.mounts.reaches(*place->pair, directory)) &&

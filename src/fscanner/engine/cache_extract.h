@@ -13,7 +13,7 @@ class FsResultSetWriter;
 struct ExtractionRequest {
     const wchar_t* criteria;  ///< null or empty: every file
     const MountMap& mounts;
-    const std::vector<PathDrive>& pairs;  ///< of which the local ones count
+    const std::vector<PathDrive>& pairs;  ///< only the local ones are extracted
     std::vector<PathInfo> exclude;
     bool caseSensitive;
     unsigned timeout;  ///< milliseconds

@@ -12,8 +12,9 @@ namespace fscanner {
 
 namespace {
 
-// Waits for the lock until `limit` milliseconds are over: in pieces, so that an observer
-// hears of it and may end it. The first is short: a user is told at once.
+// Waits for the lock for at most `limit` milliseconds. With an observer it waits in pieces:
+// after each the observer is told and may end the wait. The first piece is short, so that a
+// user is told at once.
 LockStatus waitFor(DirectoryLock& lock, long limit, DirectoryLock::Mode mode) {
     const unsigned start = getTickCount();
     long piece = 1;

@@ -12,20 +12,20 @@ namespace fscanner {
 
 /// The lock of a cache directory, which processes and threads share.
 ///
-/// The lock in the directory decides. The access mutex, which cannot be shared, lies where
-/// others can take its name or keep it from being made: who has the cache alone takes it
-/// when that is possible at once.
+/// The lock in the directory decides. The access mutex is taken beside it, for programs that
+/// know only that: by a holder who has the cache alone, and only if it is free at once.
+/// It cannot be shared, and it lies where others can take its name.
 class CacheLock {
 public:
     explicit CacheLock(const std::wstring& directory);
 
     /// Waits at most `timeout` milliseconds, without limit where none is given; a limit of 0
-    /// is over before the first try, as ever. An observer is told of the wait, and may end it.
+    /// is over before the first try. An observer is told of the wait, and may end it.
     /// `success`, `lockTimedOut` or `failure`.
     Status take(std::optional<int> timeout, DirectoryLock::Mode mode);
     void release();
 
-    /// How it was asked for last.
+    /// Whether the last `take` asked for a shared lock.
     bool isShared() const { return isShared_; }
     /// Whether it is held, and by this object alone.
     bool isAlone() const { return isAlone_; }

@@ -40,7 +40,7 @@ Status CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
     return status;
 }
 
-// Scans what the cache does not keep, and what it has not or only old.
+// Scans the drives that the cache does not hold, and builds the trees that are missing or old.
 Status CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     for (const PathDrive& pair : plan.pairs()) {
         if (QueryPlan::isLocal(pair)) {
@@ -56,14 +56,14 @@ Status CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     return Status::success;
 }
 
-// Sees to it that a local pair's tree is in the cache and young enough.
+// Builds the tree of a local pair unless the cache has it and it is young enough.
 Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* name) {
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
     const Found found = find(pair);
-    // What was not found because of damage must not be built beside it.
+    // A tree that only damage hides must not be built a second time.
     if (store_.damaged()) return Status::unusable;
-    // The observer has heard of the scan.
+    // The observer was told of the scan when the tree was built.
     if (isRefreshed(pair, found)) return Status::success;
     if (!isYoung(found.built)) return refresh(plan, pair, found, name);
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
@@ -77,17 +77,17 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     const wchar_t* path = pair.path.getPathName();
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
-    // What the query itself leaves out stays as it is: nothing of it will be extracted.
+    // The query excludes the whole path: nothing of the tree will be extracted.
     if (leavesOut(plan, pair)) return Status::success;
     if (found.record) {
         if (!dropTree(found.id)) return Status::unusable;
         debug("FS_Cache::%s - tree removed!\n", name);
     }
-    // Building stamps before it checks: what is no directory would look like a young,
-    // empty tree.
+    // `buildTree` stamps the record before it opens the directory: a path that is no
+    // directory would look like a young, empty tree.
     const bool isDirectory = fs_examineSearched(path) == 0;
     store_.noteRefreshed(path, isDirectory);
-    // For a reader it is one since the query began, at best.
+    // Under a shared lock nothing is built.
     if (!isDirectory || store_.readOnly()) return Status::success;
     if (!found.record && !store_.beginTree()) return Status::unusable;
     // The cache holds whole subtrees, whatever the query asks for.
@@ -133,7 +133,7 @@ bool CacheQuery::isAnswered(const QueryPlan& plan) {
     });
 }
 
-// Who may change the cache builds a tree whenever it is too old.
+// Only under a shared lock: a session that may change the cache builds old trees anew.
 bool CacheQuery::isRefreshed(const PathDrive& pair, const Found& found) const {
     return store_.readOnly() && store_.isRefreshed(pair.path.getPathName(), found.id);
 }
@@ -169,11 +169,11 @@ Status CacheQuery::monitored(const QueryPlan& plan) {
                   path);
             if (scanDirectly(plan, pair) == WalkStatus::timedOut) status = Status::queryTimedOut;
         }
-        // Tested behind local pairs only: after a remote one the loop goes on.
+        // Kept as it is: after a time-out at a remote pair the loop goes on to the next local one.
         if (local && status != Status::success) break;
     }
     if (fromCache.empty() || status != Status::success) return status;
-    // With the other pairs, old subtrees below what was just scanned would come twice.
+    // The other pairs were scanned: trees of the cache below them would be written twice.
     return extractResults(store_, writer_, extractionOf(plan, fromCache));
 }
 

@@ -15,13 +15,12 @@ namespace fscanner {
 class FsQuery;
 class FsResultSetWriter;
 
-/// One query over a cache: what the four ways of running it share, and the two
-/// policies in which they differ.
+/// One query over a cache. There are four ways to run it, by two choices.
 ///
-/// Remote and other drives are always scanned directly. What happens to a local pair
-/// is the first policy: `cacheOnly` rebuilds what is not young enough, `monitored`
-/// takes what is there and scans the rest. Where the plan comes from is the second:
-/// made for the call, or kept by the process.
+/// First, how local pairs are answered: `cacheOnly` rebuilds trees that are not young
+/// enough, `monitored` takes trees of any age and scans pairs that have none. Second, where
+/// the plan comes from: it is made for the call, or kept by the process. Remote and other
+/// drives are always scanned directly.
 class CacheQuery {
 public:
     /// `timeout` is in milliseconds, `maxCacheAge` in seconds. Without a writer the query
@@ -43,9 +42,9 @@ public:
     void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
 
 private:
-    /// What the cache has of a pair.
+    /// The record of a pair's directory in the cache, if there is one.
     struct Found {
-        bool record = false;  ///< its directory, of this ID, which is then at hand
+        bool record = false;  ///< found; the cursor of the directories stands on it
         unsigned id = 0;
         unsigned built = 0;  ///< the time of its tree, 0 when it has none
     };
@@ -71,13 +70,13 @@ private:
     FsResultSetWriter* writer_;
     unsigned timeout_;
     unsigned now_;
-    unsigned oldest_;  // when a tree must have been built at the earliest; wraps
+    unsigned oldest_;  // trees built before are too old; wraps
 };
 
-/// A plan that a process keeps between queries. The mount table is read for each; the
-/// drives are listed anew when it has changed, and the paths are resolved anew when
-/// anything has that they depend on. Several threads may ask; what one was given stays as
-/// it is.
+/// A plan that a process keeps between queries. The mount table is read for each query. The
+/// drives are listed anew when the table has changed, and the paths are resolved anew when
+/// something that they depend on has changed. Any thread may ask at any time; a plan that
+/// was given out does not change.
 class KeptPlan {
 public:
     /// Null when the mount table cannot be read.

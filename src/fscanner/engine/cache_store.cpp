@@ -17,7 +17,7 @@ namespace {
 // 95 % of the range: beyond it a cache is made anew rather than run out of IDs.
 constexpr unsigned kLargestDirectoriesIndex = 0xF3333333;
 constexpr int kCompactionPercent = 30;
-constexpr unsigned kFreeStates = 16U << 20;  // bytes of a journal
+constexpr unsigned kFreeStates = 16U << 20;  // journal size below which a state is always kept
 const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnreadSuffix};
 
 }  // namespace
@@ -73,7 +73,7 @@ Status CacheStore::lockShared(int timeout) {
     return lockWithin(timeout, DirectoryLock::Mode::shared);
 }
 
-// What is open goes on being read, or changed, under the lock that it was opened under.
+// A cache that is open in one mode cannot be locked in the other.
 Status CacheStore::lockWithin(std::optional<int> timeout, DirectoryLock::Mode mode) {
     if (!lock_) return Status::failure;
     const bool otherwiseOpen = open_ && readOnly_ != (mode == DirectoryLock::Mode::shared);
@@ -84,8 +84,8 @@ void CacheStore::unlock() {
     if (lock_) lock_->release();
 }
 
-// What was changed is committed before others may read it. The files are opened anew: from
-// the one lock to the other, somebody may have had the cache alone.
+// Changes are committed before others may read them. The files are opened anew, because
+// another process may have had the cache alone between the two locks.
 Status CacheStore::share(int timeout) {
     if (!usable() || readOnly_) return Status::failure;
     close();
@@ -156,8 +156,8 @@ bool CacheStore::createCache() {
     return updateDirectoriesIDCounter();
 }
 
-// Only for whoever has the cache alone: what looks like another's last session may be going
-// on. The mark may also be a reader's, which leaves no journal.
+// Only under the exclusive lock: otherwise the session that left the mark may still be
+// running. A mark that a reader placed has no journal beside it.
 void CacheStore::recoverCache() {
     if (readOnly_ || !lock_->isAlone() || !journal_ || !mark_.insideCacheUpdate()) return;
     sums_->clear();
@@ -197,7 +197,7 @@ bool CacheStore::openCache() {
     }
     debug("FS_Cache::openCache() - directoriesIndex = %d\n", static_cast<int>(directoriesIndex_));
     loadUnread();
-    // Without a journal the cache can be read alone.
+    // Without a journal the cache can only be read.
     if (journal_ && !readOnly_ && !journal_->start(false)) journal_->remove();
     if (!readOnly_) mark_.beginCacheUpdate();
     broken_ = false;
@@ -206,7 +206,7 @@ bool CacheStore::openCache() {
     return true;
 }
 
-// Without it the cache is good: only nothing is known of its directories.
+// A cache without this file is sound, but which directories could not be read is not known.
 void CacheStore::loadUnread() {
     const std::wstring file = path(CacheUnreadSuffix);
     unreadFits_ = sums_->holds(file) && unread_.load(file, directoriesIndex_);
@@ -271,7 +271,7 @@ Renames CacheStore::renamesAnew() const {
     return renames;
 }
 
-// All of it is on disk. What did not get its place is for the next one to finish.
+// Everything is on disk. The next session finishes the renames that were not made.
 bool CacheStore::bringAnew() {
     if (!journal_->noteReplacing()) return false;
     bool placed = anew_->files.takePlaces() && anew_->directories.takePlaces();
@@ -311,7 +311,7 @@ bool CacheStore::closeTables() {
     return closed;
 }
 
-// From the moment that the journal says so, nothing is undone any more.
+// Once the journal has the note that all is done, nothing is undone any more.
 bool CacheStore::commit() {
     if (changed_ && !(writeSmallFiles() && bringToDisk())) return false;
     if (anew_ && !bringAnew()) return false;
@@ -325,14 +325,14 @@ void CacheStore::endChanges() {
     if (journal_) journal_->remove();
 }
 
-// The sums are those of all other files as they are now.
+// The sums come last: they hold checksums of all the others.
 bool CacheStore::writeSmallFiles() {
     return unread_.save(freshPath(CacheUnreadSuffix), directoriesIndex_) &&
            writeCounter(freshPath(CacheCounterSuffix), directoriesIndex_) && takeUpSmallFiles() &&
            sums_->write();
 }
 
-// The files beside the tables; the tables did it when they were closed.
+// The files beside the tables. The tables were synced when they were closed.
 bool CacheStore::bringToDisk() {
     return syncFile(freshPath(CacheUnreadSuffix)) && syncFile(freshPath(CacheCounterSuffix)) &&
            sums_->sync() && (anew_ || sums_->replace()) && syncDirectory(directory_);
@@ -363,7 +363,7 @@ bool CacheStore::compact() {
         return false;
     }
     if (!files_ || !directories_) return false;
-    // What will not be changed needs no mark.
+    // Nothing will be changed, so that no mark is needed.
     if (!compactionDue_) return compactTables(nullptr);
     if (journal_ && !journal_->start(false)) return false;
     mark_.beginCacheUpdate();
@@ -378,7 +378,7 @@ bool CacheStore::compact() {
     return false;
 }
 
-// One after the other: the tables know of each other by IDs alone, which stay.
+// Each for itself: the tables refer to each other by IDs, which a compaction keeps.
 bool CacheStore::compactTables(UndoJournal* journal) {
     return directories_->compact(compactionPercent(), journal) &&
            files_->compact(compactionPercent(), journal);
@@ -405,12 +405,12 @@ bool CacheStore::recordsHold() {
     return directories().holdsAll() && files().holdsAll();
 }
 
-// Tables that are made anew go on with the old ones.
+// Tables that are made anew use the index lists of the old ones.
 std::array<std::wstring, 2> CacheStore::indexLists() const {
     return {path(FS_Table::INDEX_LIST_SUFFIX), pathOf(filesName_, FS_Table::INDEX_LIST_SUFFIX)};
 }
 
-// The files that are written whole, but that of unread directories.
+// Compares the small files with their checksums, but for that of unread directories.
 bool CacheStore::smallFilesHold() {
     const auto lists = indexLists();
     return sums_->holds(path(CacheCounterSuffix)) &&
@@ -428,7 +428,7 @@ bool CacheStore::takeUpSmallFiles() {
     return true;
 }
 
-// Searches read what they need: one may go on for long without the part that is damaged.
+// Searches compare only what they read: damage elsewhere may stay unseen for long.
 bool CacheStore::check(FsCacheCheck& result) {
     if (!initialized_ || opened_) return false;
     result = FsCacheCheck();
@@ -456,8 +456,8 @@ bool CacheStore::isThere() const {
 
 // ---- Mark and counter -------------------------------------------------------
 
-// Without a journal, also one that a process left which had finished, the mark has the next
-// user make the cache anew. A reader may do that beside others: nobody writes one meanwhile.
+// A mark without a journal makes the next user build the cache anew. A reader may remove the
+// journal beside other readers: nobody writes one while the cache is shared.
 void CacheStore::markAsDamaged() {
     if (journal_) journal_->remove();
     mark_.place();
@@ -472,8 +472,9 @@ bool CacheStore::beginChanges() {
     return true;
 }
 
-// A tree that is finished is not undone with the next one. While all is made anew there is
-// only the old cache to go back to, and before the first tree of a new cache nothing.
+// Keeps the state, so that finished trees stay when the next one is interrupted. No state is
+// kept while all is made anew (there is only the old cache to go back to) nor before the
+// first tree of a new cache.
 bool CacheStore::beginTree() {
     if (readOnly_ || !changed_) return beginChanges();
     if (anew_ || !journal_ || directoriesIndex_ == 0 || !isStateWorthIt()) return true;
@@ -481,8 +482,8 @@ bool CacheStore::beginTree() {
     return writeSmallFiles() && sums_->replace() && keepState();
 }
 
-// A state holds the checksums of all tables, a 1024th of them. Where there are many trees, small
-// ones beside much share a state.
+// A state takes a 1024th of the tables' size, for their checksums. In a large cache, several
+// small trees share one.
 bool CacheStore::isStateWorthIt() {
     return journal_->size() < kFreeStates || bytes() > keptBytes_ + keptBytes_ / 64;
 }
@@ -502,21 +503,21 @@ std::vector<LinuxMmFile*> CacheStore::mappedFiles() const {
     return all;
 }
 
-// New records must not lend a meaning to offsets, slots and IDs that lead nowhere. What is
-// changed farther from the ends is checked there.
+// Checks the ends of the files, where records are added: a damaged offset, slot or ID beyond
+// them must not come to point at a new record. Changes elsewhere are checked where they are made.
 bool CacheStore::hasSoundEnds() {
     if (!directories_->checkEnds() || !files_->checkEnds()) return false;
-    // Of two that tell the counter, one may be wrong.
+    // The counter is in two files, and one may be wrong.
     return unreadFits_ || hasNoIdAboveCounter();
 }
 
-// Before a compaction, which reads all.
+// For a check and before a compaction, which reads everything.
 bool CacheStore::isSound() {
     return directories().checkStructure() && files().checkStructure() && hasNoIdAboveCounter();
 }
 
 bool CacheStore::hasNoIdAboveCounter() {
-    // By the plain rules, a number stands for 2^31 - 1 where it is larger.
+    // The plain rules would read a larger number as 2^31 - 1.
     CriteriaEvaluator above((L"[ID]>" + std::to_wstring(directoriesIndex_)).c_str(),
                             CriteriaRules::search);
     RecordSet records = directories().openRecordSet();

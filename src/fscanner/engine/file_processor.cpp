@@ -23,7 +23,7 @@ namespace fscanner {
 
 namespace {
 
-/// False where the file may be there and nothing can be told of it.
+/// False if the file may exist but cannot be examined.
 bool mayBeExamined(const wchar_t* path) {
     struct stat info {};
     const int error = examineFile(toMultibyte(path), info);
@@ -87,13 +87,13 @@ bool FileProcessor::registerCommands() {
 }
 
 bool FileProcessor::dismissesName(const StoredText& name) const {
-    // Where ASCII bytes may be halves of characters, they tell nothing beside others.
+    // In an encoding whose characters may contain ASCII bytes, only pure ASCII names are tested.
     if (!bytesAreCharacters_ && text_test::examine(name).foreign) return false;
     return filter_.dismisses(file_fields::NAME, name);
 }
 
 bool FileProcessor::dismissesSize(unsigned long long size) const {
-    // What is too large for a host counts as unknown.
+    // Without large-file support such a size counts as unknown.
     if (size > INT_MAX && !FsFileInfo::getLargeFileSupport()) return false;
     return filter_.dismisses(file_fields::SIZE, static_cast<long long>(size));
 }
@@ -105,7 +105,7 @@ bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* short
     name_->value(file.getName());
     if (shortFileName) shortName_->value(shortFileName);
     if (needsInfo_) {
-        // Not asked again by its path: that may be another file's by now.
+        // Not examined again by its path: another file may have that path by now.
         const bool known = !file.hasError();
         size_->value(known ? file.getSize() : 0);
         attributes_->value(known ? file.getAttr() : 0);
@@ -118,8 +118,8 @@ bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* short
 
 // ---- Hosts' own records -----------------------------------------------------
 
-// The commands of a filter take the place of the process's own for as long as it works:
-// it may be made and asked while a scan runs with commands of its own.
+// While a filter compiles or tests, its commands replace those of the process: a host may use
+// a filter in the middle of a scan that has commands of its own.
 struct FsRecordFilter::State {
     std::vector<CmdToken> commands;
     std::unique_ptr<FileProcessor> processor;

@@ -59,9 +59,9 @@ public:
     /// leaves the field as it is. Size and attributes are asked of the record only
     /// when the criteria reads them.
     bool satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName);
-    /// Whether a file of this name, or of this size, surely does not satisfy the
-    /// criteria: told from one fact alone, before a record is made. The bytes of the
-    /// name are as in the directory.
+    /// Whether the criteria certainly rejects a file of this name, or of this size, whatever
+    /// its other fields are. Asked before a record is made. The name is in the bytes of the
+    /// directory.
     bool dismissesName(const StoredText& name) const;
     bool dismissesSize(unsigned long long size) const;
     bool mayDismissSize() const { return needsInfo_ && !filter_.isEmpty(); }
@@ -75,7 +75,7 @@ public:
 private:
     bool registerCommands();
 
-    // In this order: the evaluator refers to what stands above it.
+    // In this order: the evaluator refers to the members above it.
     Fields fields_;
     TextField* name_;
     TextField* shortName_;
@@ -86,7 +86,7 @@ private:
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches
     RecordFilter filter_;
     bool caseSensitive_;
-    bool bytesAreCharacters_;  // in names, as far as they are ASCII
+    bool bytesAreCharacters_;  // ASCII bytes of names are never parts of other characters
     bool compiles_ = true;
     bool needsInfo_ = false;
     bool undecided_ = false;

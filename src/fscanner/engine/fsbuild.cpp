@@ -55,7 +55,7 @@ void DirectSink::file(WalkEntry& entry) {
     }
 }
 
-// Most files are turned away here, before their names are widened.
+// Rejects most files before their names are widened.
 bool DirectSink::dismisses(WalkEntry& entry) const {
     if (processor_.dismissesName(entry.storedName())) return true;
     if (!processor_.mayDismissSize()) return false;
@@ -70,7 +70,7 @@ void DirectSink::begin(const WalkEntry& entry) {
         directoryNumber_ = entry.directoryNumber();
         record_.setFilePath(entry.directory().c_str());
     }
-    // A record that lost its name would be tested as another file.
+    // Without its name, for lack of memory, the record would be tested as another file.
     if (record_.hasError()) throw std::bad_alloc();
 }
 
@@ -181,7 +181,7 @@ int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeou
 
 namespace {
 
-// The number that hosts know.
+// 0 or 2, as hosts expect it.
 int codeOf(WalkStatus status) {
     return status == WalkStatus::finished ? 0 : 2;
 }

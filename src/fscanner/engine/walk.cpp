@@ -14,20 +14,20 @@
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/paths.h"
 
-// The walk keeps one Level for each directory on the way from the root to where
-// it is, so depth costs heap and no stack. A directory is read whole when it is
-// entered and then visited backwards. Only the deepest levels keep their
-// descriptor: a level that got its own closed is opened again when the walk comes
-// back to it, as ".." of the directory that it comes from, and must then still be the
-// same directory. That costs the same at any depth; a path would not.
+// The walk keeps one Level for each directory from the root down to the current one, so depth
+// costs heap and no stack. A directory is read whole when it is entered and then visited
+// backwards. Only the deepest levels keep their descriptor open. A level whose descriptor was
+// closed is opened again when the walk returns to it: as ".." of the directory that the walk
+// leaves. It must still be the same directory then. That costs the same at any depth, where
+// opening it by its path would not.
 
 namespace fscanner {
 
 namespace {
 
-// Levels whose descriptor stays open. Deeper trees cost one more open a level.
+// So many levels keep their descriptor. Each level of a deeper tree is opened once more.
 constexpr std::size_t kOpenLevels = 16;
-// One call answers for all but the largest directories.
+// Holds all but the largest directories in one read.
 constexpr std::size_t kReadBuffer = 64 * 1024;
 constexpr unsigned kEntriesPerProgress = 1024;
 // The clock is asked within a directory, too: examining its files may take long.
@@ -209,7 +209,7 @@ int Walk::openLevel(const Level* parent, Directory& directory) {
     }
 }
 
-// Gives up the descriptor that is farthest from here; the two deepest levels are in use.
+// Closes the open descriptor nearest to the root. The two deepest levels are in use.
 bool Walk::closeShallowest() {
     while (firstOpen_ + 2 < depth_) {
         Level& level = *levels_[firstOpen_++];
@@ -220,7 +220,8 @@ bool Walk::closeShallowest() {
     return false;
 }
 
-// Whether what was opened for a level, with `error`, is its directory. 0, or an errno.
+// Checks that a level's new descriptor, opened with `error`, is its old directory. 0, or an
+// errno.
 int Walk::settle(Level& level, int error) {
     Directory::Identity now;
     if (error == 0) error = level.directory.identify(now);
@@ -229,12 +230,12 @@ int Walk::settle(Level& level, int error) {
     return error;
 }
 
-// A directory that was moved while the walk was in it has another parent by now. Then the
-// level may still be found by its path.
+// If the child was moved while the walk was in it, its ".." is another directory. Then the
+// level is opened by its path.
 void Walk::reopen(Level& level, Directory& child) {
     if (child.isOpen() && settle(level, level.directory.openParent(child)) == 0) return;
     child.close();
-    // Nothing of it is left to be examined.
+    // All entries were visited: nothing more is read there.
     if (level.entries.empty()) return;
     const int error = settle(level, level.directory.openPath(toMultibyte(path_).c_str()));
     if (error == 0) return;
@@ -267,7 +268,7 @@ void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.widened_ = false;
 }
 
-// What cannot be examined is taken for a file.
+// An entry that cannot be examined counts as a file.
 bool Walk::isDirectory() {
     if (entry_.entry_.type != EntryType::unknown) return entry_.entry_.type == EntryType::directory;
     const struct stat* info = entry_.info();
@@ -305,7 +306,7 @@ WalkStatus Walk::visitDirectory() {
     return WalkStatus::finished;
 }
 
-// What the current directory's own allowance still holds.
+// How many milliseconds of the current directory's allowance are left.
 long long Walk::timeLeft() {
     const Level& level = top();
     return level.timeLeft - (getCoarseTickCount() - level.startTick);
@@ -333,7 +334,7 @@ void Walk::noteSkipped(FsSkipReason reason, int error) {
         observer_->skipped(path_.c_str(), reason, error);
 }
 
-// A file without its facts may be missed by the criteria, unless it is gone.
+// The criteria may miss a file that could not be examined. One that is gone is no loss.
 void Walk::noteUnexamined() {
     const FsSkipReason reason = skipReason(entry_.error());
     if (top().incomplete || reason == FsSkipReason::vanished) return;
