@@ -96,10 +96,14 @@ private:
 
     Status emitMatches();
     Status testAcceptedFiles();
-    void emit();
+    inline void emit();
     Status timedOut();
     Status interrupted();
-    Directory enter(unsigned pathId);
+    // Files of one directory come in runs: the verdict on the directory is kept for the run.
+    Directory enter(unsigned pathId) {
+        return pathId == pathId_ && pathId != 0 ? current_ : enterAnew(pathId);
+    }
+    Directory enterAnew(unsigned pathId);
     bool judge();
     bool refuseTooLong();
     bool accepts(const wchar_t* directory, bool anyBelow = false);
@@ -181,6 +185,12 @@ void Extraction::tellUnread() {
             observer->skipped(chain_.path().c_str(), unread.reason, unread.error);
 }
 
+void Extraction::emit() {
+    const RecordSet& files = store_.filesRecords();
+    writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
+                       files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
+}
+
 // The record set delivers the matches: the directory of each is tested second.
 Status Extraction::emitMatches() {
     RecordSet& files = store_.filesRecords();
@@ -215,12 +225,6 @@ bool Extraction::holds() {
     return false;
 }
 
-void Extraction::emit() {
-    const RecordSet& files = store_.filesRecords();
-    writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
-                       files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
-}
-
 Status Extraction::timedOut() {
     debug("FS_Cache::extractResults - timed out!\n");
     return Status::queryTimedOut;
@@ -232,9 +236,7 @@ Status Extraction::interrupted() {
     return Status::unusable;
 }
 
-// Files of one directory come in runs: the verdict on the directory is kept for the run.
-Extraction::Directory Extraction::enter(unsigned pathId) {
-    if (pathId == pathId_ && pathId != 0) return current_;
+Extraction::Directory Extraction::enterAnew(unsigned pathId) {
     pathId_ = pathId;
     current_ = Directory::missing;
     if (chain_.enter(pathId)) current_ = judge() ? Directory::accepted : Directory::refused;
