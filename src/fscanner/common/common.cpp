@@ -47,7 +47,7 @@ wchar_t* __wcscpy(wchar_t** dst, const wchar_t* src) {
     if (src == nullptr) return *dst;
     const std::size_t length = std::wcslen(src);
     if (*dst != nullptr && std::wcslen(*dst) >= length) {
-        return std::wmemmove(*dst, src, length + 1);  // src may be a tail of *dst
+        return std::wmemmove(*dst, src, length + 1);  // src may point into *dst
     }
     std::free(*dst);
     *dst = mallocCopy({src, length});
@@ -75,7 +75,8 @@ bool isOperator(wchar_t c) {
     return c != 0 && std::wcschr(L"()&|!", c) != nullptr;
 }
 
-/// The text of one token, in the caller's room (terminator included).
+/// Collects one token in the caller's buffer of `size` characters, which includes the
+/// terminator. A token that is too long is counted but not stored.
 class TokenBuffer {
 public:
     TokenBuffer(wchar_t* out, unsigned size) : out_(out), size_(size) {}
@@ -97,7 +98,7 @@ private:
     std::size_t used_ = 0;
 };
 
-/// Collects up to the next operator or the end, and returns where it stands.
+/// Collects the text up to the next operator or the end, and returns that position.
 const wchar_t* collectRun(const wchar_t* at, TokenBuffer& token) {
     bool quoted = false;
     for (; *at != 0 && (quoted || !isOperator(*at)); ++at) {

@@ -32,24 +32,26 @@ wchar_t* wcsbtw(wchar_t* first, wchar_t* last, wchar_t c);
 /// The first occurrence of `needle`; an empty needle gives `haystack`.
 const wchar_t* my_wcswcs(const wchar_t* haystack, const wchar_t* needle);
 
-/// Copies `src` into the heap string `*dst` (malloc; the caller frees it), which
-/// grows when it is shorter. A null `src` changes nothing. Returns `*dst`, null
-/// when memory runs out (`*dst` is null then).
+/// Copies `src` into the heap string `*dst` (from malloc; the caller frees it). When
+/// the present string is shorter than `src`, it is freed and replaced. A null `src`
+/// changes nothing. Returns `*dst`, which is null when memory runs out.
 wchar_t* __wcscpy(wchar_t** dst, const wchar_t* src);
 
-/// A new string (released with `free`) in which the first character of every
-/// occurrence of `find` is replaced by `insert`; scanning resumes one character
-/// after the occurrence's start, so that the rest of a longer `find` stays:
-/// "a%sb" with "%s" and "X" gives "aXsb". An empty `find` occurs nowhere. Null for
-/// null arguments.
+/// Returns a new string (release it with `free`) in which the first character of
+/// every occurrence of `find` is replaced by `insert`. The other characters of the
+/// occurrence stay: "a%sb" with "%s" and "X" gives "aXsb". The search continues one
+/// character after the start of the occurrence. An empty `find` occurs nowhere. Null
+/// for null arguments and when memory runs out.
 wchar_t* insertAndReplaceString(const wchar_t* s, const wchar_t* find, const wchar_t* insert);
 
-/// A scanner with static state, one scan at a time in the process: a non-null
-/// `s` starts (and must outlive) a scan, null continues it. Tokens are single
-/// "(", ")", "&", "|", "!" or runs up to one of them, blanks left out; quoted
-/// runs are copied verbatim without the quotes. False, and the scan stays where
-/// it was, when a token does not fit in `size` characters, terminator included; an
-/// operator wants a `size` above 4.
+/// Writes the next token to `out`. The state is static: one scan at a time in the
+/// process. A non-null `s` starts a scan and must outlive it; null continues it. At
+/// the end of the text the token is empty.
+///
+/// A token is one of the operators "(", ")", "&", "|", "!", or the text up to the
+/// next operator without its blanks. Text in double quotes is copied unchanged,
+/// without the quotes. False, and the scan does not move on, when the token and its
+/// terminator do not fit in `size` characters; an operator needs a `size` above 4.
 bool tokenize(const wchar_t* s, wchar_t* out, unsigned size);
 
 /// A directory entry's name, which it owns, and its type code.

@@ -16,7 +16,8 @@ namespace {
 
 constexpr std::uint32_t kStart = 0xFFFFFFFF;
 
-/// The table of slice N tells what a byte adds that N more bytes follow.
+/// Tables for "slicing by eight": slice N holds the effect of a byte that N more bytes follow.
+/// Eight lookups that do not depend on each other replace eight that do.
 constexpr auto kSlices = [] {
     std::array<std::array<std::uint32_t, 256>, 8> slices{crcTable(0x82F63B78)};
     for (std::size_t n = 1; n < slices.size(); ++n)
@@ -50,6 +51,7 @@ std::uint32_t crc32cByTable(std::span<const std::byte> bytes) {
 
 namespace {
 
+// memcpy: the address may be unaligned.
 std::uint64_t wordAt(const std::byte* at) {
     std::uint64_t word;
     std::memcpy(&word, at, sizeof word);
@@ -100,7 +102,8 @@ FSCANNER_CRC_INSTRUCTION std::uint32_t byInstruction(std::span<const std::byte> 
     return ~static_cast<std::uint32_t>(crc);
 }
 
-// The processor foresees no line of the next page: what comes next is asked for.
+// Hardware prefetchers stop at page boundaries, so each step prefetches the same line of the next
+// three blocks. A prefetch behind the last block is harmless.
 FSCANNER_CRC_INSTRUCTION std::array<std::uint32_t, 3> threeByInstruction(const std::byte* blocks,
                                                                          std::size_t size) {
     constexpr std::size_t line = 64;

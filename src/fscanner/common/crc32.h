@@ -8,7 +8,7 @@
 
 namespace fscanner {
 
-/// What a byte adds to a checksum of 32 bits whose bits are reflected, for each value of it.
+/// The lookup table of a bit-reflected 32-bit CRC: for each byte value, its effect on the sum.
 constexpr std::array<std::uint32_t, 256> crcTable(std::uint32_t reflectedPolynomial) {
     std::array<std::uint32_t, 256> values{};
     for (std::uint32_t i = 0; i < values.size(); ++i) {
@@ -21,7 +21,7 @@ constexpr std::array<std::uint32_t, 256> crcTable(std::uint32_t reflectedPolynom
 }
 
 /// The CRC-32 of zip, PNG and Ethernet: polynomial 0x04C11DB7, bits reflected, all ones at
-/// the start, complemented at the end. That of "123456789" is 0xCBF43926.
+/// the start, complemented at the end. The sum of "123456789" is 0xCBF43926.
 constexpr std::uint32_t crc32(std::string_view bytes) {
     constexpr auto table = crcTable(0xEDB88320);
     std::uint32_t crc = 0xFFFFFFFF;
@@ -32,18 +32,18 @@ constexpr std::uint32_t crc32(std::string_view bytes) {
 static_assert(crc32("123456789") == 0xCBF43926);
 
 /// The CRC-32C (Castagnoli) of iSCSI and ext4: polynomial 0x1EDC6F41, bits reflected, all ones
-/// at the start, complemented at the end. That of "123456789" is 0xE3069283.
+/// at the start, complemented at the end. The sum of "123456789" is 0xE3069283.
 ///
-/// Processors have an instruction for it: SSE4.2 is looked for when the first sum is made, the
-/// CRC extension of ARMv8 is used where the compiler may. Others go by table.
+/// Uses the processor's CRC instruction. On x86-64 the first call tests for SSE4.2; on ARMv8 the
+/// compiler's target decides. Other processors use tables.
 std::uint32_t crc32c(std::span<const std::byte> bytes);
 
-/// Those of three blocks, one behind the other, of `size` bytes each, a multiple of 64. The
-/// instruction takes three cycles and can begin in each of them, so that three sums at a time
-/// take as long as one.
+/// The CRC-32C of three adjacent blocks of `size` bytes each; `size` is a multiple of 64. The
+/// instruction has a latency of three cycles and a throughput of one per cycle, so three
+/// independent sums take as long as one.
 std::array<std::uint32_t, 3> crc32cOfThree(const std::byte* blocks, std::size_t size);
 
-/// The same by table, wherever it runs.
+/// The same result by tables, on every processor.
 std::uint32_t crc32cByTable(std::span<const std::byte> bytes);
 
 }  // namespace fscanner

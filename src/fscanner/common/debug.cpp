@@ -40,8 +40,8 @@ struct Conversion {
     bool wide() const { return length == "l" || type == 'S' || type == 'C'; }
 };
 
-/// Walks a format and its arguments and builds the text. Numbers are left to
-/// snprintf, one conversion at a time.
+/// Walks a format and its arguments and builds the text. snprintf formats the
+/// numbers, one conversion at a time.
 class Formatter {
 public:
     explicit Formatter(std::va_list arguments) { va_copy(arguments_, arguments); }
@@ -54,7 +54,7 @@ public:
             out_.append(format, percent);
             Conversion conversion;
             const char* end = parse(percent + 1, conversion);
-            if (!convert(conversion)) out_.append(percent, end);  // not a conversion: as it stands
+            if (!convert(conversion)) out_.append(percent, end);  // unknown: copy it unchanged
             format = end;
         }
         return std::move(out_.append(format));
@@ -135,7 +135,8 @@ private:
         }
     }
 
-    // Signed and unsigned arguments are passed alike.
+    // An unsigned argument may be read as the signed type of its size, and snprintf gets the same
+    // bits. "%hhd" and "%hd" arguments are promoted to int.
     bool integer(const Conversion& conversion) {
         const std::string& length = conversion.length;
         if (length == "l") return delegate(conversion, next<long>());
@@ -187,7 +188,7 @@ private:
         return padded(conversion, bytes);
     }
 
-    // As libc does: a null text that would not fit is empty, not cut.
+    // As in glibc: when the precision is too small for "(null)", nothing is written.
     bool nullText(const Conversion& conversion) {
         const bool fits = conversion.precision < 0 || conversion.precision >= 6;
         return padded(conversion, fits ? "(null)" : "");
@@ -224,19 +225,20 @@ private:
         return true;
     }
 
-    static constexpr int maxField = INT_MAX / 16;  // no field overflows on its way
+    // Limit of a width or precision. `number * 10 + 9` cannot overflow below it.
+    static constexpr int maxField = INT_MAX / 16;
 
-    const int errno_ = errno;  // for "%m": what is called in between changes it
+    const int errno_ = errno;  // for "%m": formatting may change errno
 
     std::va_list arguments_;
     std::string out_;
 };
 
-/// Formats like `vsnprintf`, but wide arguments ("%S", "%ls", "%C", "%lc") are
-/// converted here: libc gives the whole text up at the first wide character that
-/// the locale cannot encode. Widths and precisions count bytes; a precision never
-/// cuts a character in two. "%n" stores nothing, and positional arguments ("%1$s")
-/// are left as they stand. Throws `std::bad_alloc`.
+/// Formats like `vsnprintf`, except for wide arguments ("%S", "%ls", "%C", "%lc"):
+/// libc fails for the whole text at the first wide character that the locale
+/// cannot encode, so they are converted here. Widths and precisions count bytes;
+/// a precision never cuts a character in two. "%n" stores nothing, and positional
+/// arguments ("%1$s") are copied unchanged. Throws `std::bad_alloc`.
 std::string formatText(const char* format, std::va_list arguments) {
     return Formatter(arguments).run(format);
 }
@@ -250,7 +252,7 @@ namespace {
 bool setPath(const char* path) {
     const std::size_t length = path != nullptr ? std::strlen(path) : sizeof debugFile;
     if (length >= sizeof debugFile) return false;
-    std::memmove(debugFile, path, length + 1);  // it may be debugFile itself
+    std::memmove(debugFile, path, length + 1);  // `path` may be debugFile itself
     return true;
 }
 
@@ -261,7 +263,7 @@ bool createEmpty(const char* path) {
     return true;
 }
 
-// One write for a line, as a rule, so that lines of several processes do not mix.
+// Normally one write per line: with O_APPEND, lines of several processes do not mix.
 void appendToLog(std::string_view text) {
     const int fd = open(debugFile, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     if (fd < 0) return;
@@ -298,7 +300,7 @@ void debug(const char* format, ...) {
     try {
         appendToLog(formatText(format, arguments));
     } catch (const std::bad_alloc&) {
-        // The line is lost, as it is when the file cannot be opened.
+        // The line is lost, as when the file cannot be opened.
     }
     va_end(arguments);
     errno = savedErrno;

@@ -85,7 +85,7 @@ bool Field::setName(const wchar_t* name) {
     return name_ != nullptr;
 }
 
-// A schema without one of its names would be another schema.
+// Throws rather than leave a field without its name: that would be a different schema.
 void Field::copyName(const wchar_t* name) {
     if (name && !setName(name)) throw std::bad_alloc();
 }
@@ -96,7 +96,7 @@ std::uint64_t Field::renames() {
 
 void TextField::value(const wchar_t* text) {
     if (text) return assign({text, std::wcslen(text)});
-    // The guard is on the field's name on purpose: a nameless field takes no value.
+    // Deliberate: a field without a name takes no value.
     if (!name()) return;
     text_.clear();
     absent_ = true;
@@ -120,7 +120,7 @@ Fields::Fields(Fields&& other) noexcept {
     swap(other);
 }
 
-/// Copies first: the source may be this list.
+/// Copies first, because the source may be this list.
 Fields& Fields::operator=(const Fields& other) {
     Fields copy(other);
     swap(copy);

@@ -10,7 +10,7 @@
 
 namespace fscanner {
 
-/// Type codes of fields. They are stored in table headers: the values are fixed.
+/// Type codes of fields. Table headers store them, so the values are fixed.
 enum FieldType : unsigned {
     FIELD_INT8 = 1,
     FIELD_INT16 = 2,
@@ -25,15 +25,15 @@ public:
     Field(const wchar_t* name, unsigned type);
     Field(const Field& other);
 
-    /// A hook without a purpose of its own; first in slot order.
+    /// Does nothing. Part of the prescribed interface, first in the virtual table.
     virtual void dummy() = 0;
     virtual ~Field();
-    /// The bytes that the field accounts for in `Fields::size()`, not its size on disk.
+    /// The field's share of `Fields::size()` in bytes; not its size on disk.
     virtual unsigned size() const = 0;
 
-    /// Replaces the name with a copy. False, nothing changed, for null; false,
-    /// and the old name is gone, when memory runs out. (The constructors and the
-    /// assignment throw `std::bad_alloc` then.)
+    /// Replaces the name with a copy. False for null, which changes nothing, and
+    /// when memory runs out, which removes the old name. (The constructors and the
+    /// assignment throw `std::bad_alloc` instead.)
     bool setName(const wchar_t* name);
     /// The name, owned by the field; null when it has none.
     const wchar_t* name() const { return name_.get(); }
@@ -41,12 +41,13 @@ public:
     /// True until a value is assigned.
     bool isNull() const { return null_; }
 
-    /// How many fields of the process got another name so far. What is resolved
-    /// by name stays resolved while this and `Fields::revision()` stand still.
+    /// How often a named field of this process got a different name. A pointer that
+    /// was looked up by name is still right while this and `Fields::revision()` keep
+    /// their values.
     static std::uint64_t renames();
 
 protected:
-    /// Name (unless the other has none) and null flag.
+    /// Copies the null flag, and the name unless the other field has none.
     Field& operator=(const Field& other);
     void setNotNull() { null_ = false; }
 
@@ -101,15 +102,15 @@ public:
     void dummy() override {}
     unsigned size() const override { return 8 + 4 * static_cast<unsigned>(text_.length()); }
 
-    /// Stores a copy; null makes the value null and leaves the null flag. The
-    /// text may lie in the field's own value. A field without a name ignores this.
+    /// Stores a copy. Null makes `value()` null but does not change `isNull()`. `text`
+    /// may point into the field's own value. A field without a name ignores the call.
     void value(const wchar_t* text);
-    /// The same for a text that is not terminated; it ends at a U+0000 in it.
+    /// The same for a text without a terminator. The text ends at its first U+0000.
     void assign(std::wstring_view text);
-    /// The value, valid until the next assignment; may be null.
+    /// The value, owned by the field and valid until the next assignment; may be null.
     const wchar_t* value() const { return absent_ ? nullptr : text_.c_str(); }
-    /// The value as a view, empty when it is null; valid as long as `value()`.
-    /// The character behind it is a terminator.
+    /// The value as a view, empty when it is null; valid as long as `value()`. The view
+    /// is followed by a terminator.
     std::wstring_view view() const { return text_.view(); }
 
 private:
@@ -117,7 +118,7 @@ private:
     bool absent_ = false;
 };
 
-/// The field as an object of class `F`; null for null or a field of another class.
+/// The field cast to class `F`; null for null or a field of another class.
 template <typename F>
 F* fieldAs(Field* field) {
     return field && field->type() == F::TYPE ? static_cast<F*>(field) : nullptr;
@@ -149,8 +150,8 @@ public:
     /// The first field of exactly this name; null if there is none.
     Field* name(const wchar_t* name) const;
     Field* name(std::wstring_view name) const;
-    /// The i-th field as an object of class `F`; null when it is out of range or
-    /// of another class. What reads or writes typed values by index goes through here.
+    /// The i-th field cast to class `F`; null when `i` is out of range or the field is of
+    /// another class. Typed access by index goes through here.
     template <typename F>
     F* as(unsigned i) const {
         return i < count() ? fieldAs<F>(at(i)) : nullptr;
@@ -160,8 +161,9 @@ public:
     unsigned size() const;
     void removeAll();
 
-    /// Identifies this list with these fields in the whole process: two equal
-    /// answers mean that pointers to its fields are still good. 0 when never filled.
+    /// A process-wide unique number of this list's present set of fields. While it
+    /// keeps its value, pointers to the fields stay valid. 0 for a list that was never
+    /// filled.
     std::uint64_t revision() const { return revision_; }
 
 private:

@@ -4,7 +4,7 @@
 
 namespace fscanner {
 
-/// The old block is released last: the text may lie in it.
+/// Releases the old block last, because `text` may point into it.
 void InlineText::assign(std::wstring_view text) {
     text = text.substr(0, text.find(L'\0'));
     std::unique_ptr<wchar_t[]> block;

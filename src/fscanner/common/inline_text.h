@@ -6,8 +6,9 @@
 
 namespace fscanner {
 
-/// A terminated wide text that owns its characters: up to 127 in itself, more on
-/// the heap. The length is kept, so that a view costs nothing.
+/// A terminated wide text that owns its characters. Up to 127 characters are stored
+/// in the object, longer texts on the heap. The length is stored too, so that a
+/// view costs nothing.
 class InlineText {
 public:
     static constexpr std::size_t INLINE_LENGTH = 127;
@@ -19,11 +20,11 @@ public:
         return *this;
     }
 
-    /// Stores a copy up to the first U+0000. The text may lie in this one.
+    /// Stores a copy up to the first U+0000. `text` may point into this object.
     void assign(std::wstring_view text);
     void clear();
 
-    /// Both valid until the next change.
+    /// Both results are valid until the next change.
     const wchar_t* c_str() const { return heap_ ? heap_.get() : inline_; }
     std::wstring_view view() const { return {c_str(), length_}; }
     std::size_t length() const { return length_; }

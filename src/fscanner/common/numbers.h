@@ -2,30 +2,34 @@
 
 namespace fscanner {
 
-/// Writes the compact encoding of `value` so that it ends at the last byte of
-/// `buf` (`size` bytes, at least 10) and returns the index of its first byte.
-/// 7-bit groups, most significant first, each in the upper seven bits of its
-/// byte; the low bit is 1 in every byte but the last.
+/// Writes the compact encoding of `value` to the end of `buf` (`size` bytes, at
+/// least 10) and returns the index of its first byte.
+///
+/// The encoding is a row of 7-bit groups, most significant first. Each group is in
+/// the upper seven bits of its byte; the low bit is 1 in every byte but the last.
 int compressInt(unsigned long long value, char* buf, int size);
-/// Decodes from the start, up to and including a byte whose low bit is 0, which
-/// the caller guarantees to be there.
+/// Decodes from the start, up to and including the first byte whose low bit is 0.
+/// Reads without a limit: the caller guarantees that there is such a byte.
 unsigned long long decompressInt(const char* bytes);
 
-/// Bit `index` of a map of at most 256 bits, most significant bit of byte 0 first.
+/// Test and set bit `index` of a bitmap of at most 256 bits. Bit 0 is the most
+/// significant bit of byte 0.
 bool checkBit(unsigned char index, const char* bits);
 void setBit(unsigned char index, char* bits);
 
-/// What a text's hash becomes by its next character.
+/// The hash of a text so far, continued with its next character.
 inline unsigned hashStep(unsigned h, wchar_t c) {
     return h * 37 + static_cast<unsigned>(c);
 }
-/// Bucket of a text, 0 to n-1, for n > 0. The terminator counts: a last step times 37.
+/// The bucket of a text, 0 to n-1, for n > 0. The terminator is hashed too. Index
+/// files depend on the result.
 int hash(const wchar_t* s, int n);
-/// Bucket of a number taken as a signed 32-bit integer.
+/// The bucket of a number, which is taken as a signed 32-bit integer.
 int hash(unsigned v, int n);
 
-/// Decimal digits, terminated. With `out` null they go to a static buffer,
-/// which is returned (not reentrant). `out` holds 11 and 21 characters.
+/// Write the number in decimal, with a terminator, to `out` and return it. `out` has
+/// room for 11 (21 for 64 bits) characters. A null `out` stands for a static buffer:
+/// then only one thread may call.
 wchar_t* wcs_itoa(unsigned v, wchar_t* out);
 wchar_t* wcs_itoa64(unsigned long long v, wchar_t* out);
 

@@ -13,6 +13,7 @@ bool wcs_stringCat(const wchar_t* prefix, wchar_t* s, unsigned room) {
     // The 4 is a reserve that callers count on.
     if (added + length + 4 > room) return false;
     const std::less<> before;
+    // A prefix inside `s` moves with it.
     const bool inside = !before(prefix, s) && !before(s + length, prefix);
     std::wmemmove(s + added, s, length + 1);
     std::wmemmove(s, inside ? prefix + added : prefix, added);

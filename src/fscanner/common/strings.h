@@ -5,9 +5,9 @@
 
 namespace fscanner {
 
-/// Puts `prefix` in front of `s` in place, where `room` is the room of `s` in
-/// characters. False, nothing changed, when both lengths plus 4 exceed it.
-/// `prefix` may lie within `s`.
+/// Inserts `prefix` before `s` in place; `room` is the capacity of `s` in characters.
+/// False, and nothing is changed, when both lengths plus 4 exceed `room`. `prefix` may
+/// point into `s`.
 bool wcs_stringCat(const wchar_t* prefix, wchar_t* s, unsigned room);
 
 /// An ordered list of owned string copies; `T` is `char` or `wchar_t`.

@@ -12,7 +12,8 @@ long long millisecondsOf(clockid_t clock) {
     return now.tv_sec * 1000LL + now.tv_nsec / kNanosecondsPerMillisecond;
 }
 
-// The ticks begin at the time of day and go on by the steady clock.
+// The ticks start at the time of day and are counted by the monotonic clock. They were the time of
+// day once: a step of the clock ended scans early or let them run past their limit.
 unsigned steadyTicks(clockid_t clock) {
     static const long long start = millisecondsOf(CLOCK_REALTIME) - millisecondsOf(CLOCK_MONOTONIC);
     return static_cast<unsigned>(start + millisecondsOf(clock));
@@ -22,7 +23,7 @@ unsigned milliseconds(const timeval& time) {
     return static_cast<unsigned>(time.tv_sec * 1000LL + time.tv_usec / 1000);
 }
 
-// Null: the system's.
+// Null stands for the system's clocks.
 ClockSource wallClock = nullptr;
 ClockSource tickClock = nullptr;
 

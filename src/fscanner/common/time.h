@@ -6,21 +6,22 @@
 
 namespace fscanner {
 
-/// Milliseconds since the epoch, cut to 32 bits: it wraps. Counted by a clock that nobody
-/// sets: a step of the system's clock moves neither the ticks nor what is measured by them.
-/// Only the first tick of the process is read from the system's clock.
+/// Milliseconds since the epoch, cut to 32 bits: the count wraps every 49.7 days. The first
+/// call takes the system's time; from then on a monotonic clock counts, so a step of the
+/// system's clock does not change measured times.
 unsigned getTickCount();
-/// The same by a clock that costs little to ask and goes in steps of some milliseconds.
-/// Its ticks are to be compared with each other alone.
+/// The same from a clock that is cheaper to read and advances in steps of some milliseconds.
+/// Compare its ticks only with each other.
 unsigned getCoarseTickCount();
-/// Milliseconds from `start` to `end`; each end's microseconds are cut first.
+/// Milliseconds from `start` to `end`. When the two are in different seconds, the microseconds
+/// of each are cut to milliseconds before the subtraction.
 long elapsedTime(timeval start, timeval end);
 /// Seconds since the epoch, by the system's clock.
 std::time_t getCurrentTime();
 
-/// Replaces the system's clock under `getCurrentTime`, so that a test decides what time
-/// it is, and with it the clock under the ticks, unless `ticks` replaces that; null
-/// restores both. Process-wide.
+/// For tests: replaces the clock that `getCurrentTime` reads by `source`, and the clock of the
+/// ticks by `ticks` (by `source` too if `ticks` is null). A null `source` restores the system's
+/// clock. Process-wide.
 using ClockSource = timeval (*)();
 void setClockSource(ClockSource source, ClockSource ticks = nullptr);
 
