@@ -6,7 +6,7 @@ namespace fscanner {
 enum SeekOrigin : int { SEEK_FROM_START = 1, SEEK_FROM_CURRENT = 2, SEEK_FROM_END = 3 };
 
 /// One file of the library, read and written at a position. The order of the
-/// operations is fixed. One thread at a time.
+/// virtual functions is fixed. One thread at a time.
 class AbstractFile {
 public:
     virtual ~AbstractFile() = default;
@@ -15,15 +15,15 @@ public:
     /// Opens an existing file for reading and writing.
     virtual bool open() = 0;
     virtual bool close() = 0;
-    /// Return the number of bytes transferred.
+    /// These return the number of bytes transferred.
     virtual unsigned int read(void* buffer, unsigned int count) = 0;
     virtual unsigned int write(const void* buffer, unsigned int count) = 0;
     /// `origin` is a `SeekOrigin`; any other code fails.
     virtual bool seek(long offset, int origin) = 0;
     virtual long tell() = 0;
     virtual bool eof() = 0;
-    /// The length on disk. A file that grows ahead of its content is longer there
-    /// than what it holds: `seek(0, 3)` and `tell()` give the latter.
+    /// The length on disk in bytes. A file that is allocated ahead is longer on disk
+    /// than its content; `seek(0, SEEK_FROM_END)` and `tell()` give the content's length.
     virtual bool size(unsigned int* out) = 0;
 };
 

@@ -2,15 +2,15 @@
 
 namespace fscanner {
 
-/// What the operations of named synchronisation objects return.
+/// The results of operations on named synchronisation objects.
 enum SyncStatus : int {
     SYNC_SUCCESS = 0,
     SYNC_TIMED_OUT = -20,
     SYNC_FAILED = -21,
 };
 
-/// A named lock or semaphore. The order of the operations is fixed. How far the
-/// name reaches (the process or the machine) is the implementation's matter.
+/// A named lock or semaphore. The order of the virtual functions is fixed. The
+/// implementation decides whether a name is shared by the process or the machine.
 class AbstractSync {
 public:
     virtual int release() = 0;

@@ -38,13 +38,13 @@ int Descriptor::release() {
 
 bool Descriptor::close() {
     if (fd_ < 0) return false;
-    const int reason = errno;  // a destructor must not hide why its function failed
+    const int reason = errno;  // a destructor must not change the errno of a failed call
     const bool closed = ::close(release()) == 0;
     if (closed) errno = reason;
     return closed;
 }
 
-// A data file on descriptor 2 would get the host's error messages.
+// Otherwise the host's error messages could be written to a data file on descriptor 2.
 Descriptor aboveStandardStreams(Descriptor file) {
     if (!file || file.get() >= FIRST_OWN_DESCRIPTOR) return file;
     return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
@@ -57,7 +57,8 @@ Descriptor openAt(int directory, const char* path, int flags, mode_t permissions
 
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions) {
     const int create = mode == OpenMode::emptied ? O_CREAT : 0;
-    // Truncated only once it is known to be a regular file.
+    // No O_TRUNC: the file is truncated below, once it is known to be regular. O_NONBLOCK keeps
+    // the opening of a FIFO from waiting for its other end.
     const int flags = O_RDWR | O_NONBLOCK | O_NOCTTY | create;
     Descriptor file = openAt(AT_FDCWD, path, flags, permissions);
     if (!file || !isRegular(file.get())) return {};

@@ -6,7 +6,7 @@
 
 namespace fscanner {
 
-/// An open file descriptor, closed when its owner goes. Move-only.
+/// Owns an open file descriptor and closes it when destroyed. Move-only.
 class Descriptor {
 public:
     Descriptor() = default;
@@ -17,17 +17,18 @@ public:
 
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
-    /// Gives the descriptor away without closing it.
+    /// Gives up ownership: returns the descriptor without closing it.
     int release();
     /// False when nothing is open, or the system reports an error. The descriptor
-    /// is gone in either case: Linux frees it before it reports.
+    /// is closed even after an error, because Linux frees it first. errno changes only
+    /// on failure.
     bool close();
 
 private:
     int fd_ = -1;
 };
 
-/// What `call` gives, a system call that is repeated as long as a signal interrupts it.
+/// Makes the system call `call`, again as long as a signal interrupts it, and returns its result.
 template <class Call>
 auto uninterrupted(Call call) {
     auto result = call();
@@ -35,20 +36,20 @@ auto uninterrupted(Call call) {
     return result;
 }
 
-/// `openat`, repeated where a signal interrupts it: closed in programs that are run, and under
-/// a descriptor that is not one of the standard streams'. Empty, with errno, where it fails.
+/// `openat`, repeated when a signal interrupts it. The descriptor is above the standard streams
+/// and close-on-exec. Empty, with errno, on failure.
 Descriptor openAt(int directory, const char* path, int flags, mode_t permissions = 0);
 
-/// The same file under a descriptor that is not one of the standard streams', which
-/// the host may have closed. Empty, with errno, when there is none.
+/// Returns `file` under a descriptor above the standard streams (0 to 2), which the
+/// host may have closed. Empty, with errno, when no descriptor is free.
 Descriptor aboveStandardStreams(Descriptor file);
 
 enum class OpenMode { existing, emptied };
 
-/// Opens a file for reading and writing; `emptied` makes it with `permissions` or
-/// truncates it. Only regular files are opened, and a FIFO or a device is refused
-/// without a wait. The descriptor is never one of the standard streams', which
-/// the host may have closed, and is not inherited. Empty, with errno, on failure.
+/// Opens a file for reading and writing; `emptied` creates it with `permissions` or
+/// truncates it. Only regular files are accepted; a FIFO or a device is refused
+/// without waiting. The descriptor is above the standard streams and close-on-exec.
+/// Empty, with errno, on failure.
 Descriptor openRegularFile(const char* path, OpenMode mode, mode_t permissions);
 
 }  // namespace fscanner

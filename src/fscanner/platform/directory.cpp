@@ -17,15 +17,15 @@ namespace fscanner {
 
 namespace {
 
-constexpr int kOpenFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
-// For directories on the way, which need not be readable.
+constexpr int kListFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK;
+// For directories that are only passed through: O_PATH needs no read permission.
 constexpr int kPassFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-// A buffer that one huge directory has grown is given back beyond this size.
+// A larger buffer is freed by `clear`, so that one huge directory does not occupy memory for long.
 constexpr std::size_t kKeepCapacity = 1024 * 1024;
-// Behind each packed name: its terminator, the type and the length.
+// The bytes behind each packed name: terminator, type, and length.
 constexpr std::size_t kTail = 2 + sizeof(std::uint16_t);
 
-// The kernel's record, which glibc does not declare.
+// A record of getdents64 (linux_dirent64), which glibc does not declare.
 struct LinuxDirent {
     ino64_t inode;
     off64_t offset;
@@ -63,22 +63,19 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
     }
 }
 
-Descriptor openBeside(int parent, const char* name, int flags = kOpenFlags) {
-    return openAt(parent, name, flags);
-}
-
-// Where the kernel has no openat2: one component after the other.
+// Opens one component after the other, for kernels without openat2. O_NOFOLLOW covers only the
+// last component of a path, so each component needs a call of its own.
 Descriptor openByComponents(int start, const char* path, int flags) {
     const bool absolute = *path == '/';
     path += std::strspn(path, "/");
-    Descriptor directory = openBeside(start, absolute ? "/" : ".", *path ? kPassFlags : flags);
+    Descriptor directory = openAt(start, absolute ? "/" : ".", *path ? kPassFlags : flags);
     std::string component;
     while (directory && *path) {
         const std::size_t length = std::strcspn(path, "/");
         component.assign(path, length);
         path += length;
         path += std::strspn(path, "/");
-        directory = openBeside(directory.get(), component.c_str(), *path ? kPassFlags : flags);
+        directory = openAt(directory.get(), component.c_str(), *path ? kPassFlags : flags);
     }
     return directory;
 }
@@ -90,14 +87,14 @@ Descriptor openWithoutLinks(int start, const char* path, int flags) {
     const long descriptor =
         uninterrupted([&] { return syscall(SYS_openat2, start, path, &how, sizeof how); });
     if (descriptor >= 0) return aboveStandardStreams(Descriptor(static_cast<int>(descriptor)));
-    // EPERM is what some sandboxes say of a call that they do not know.
+    // Some sandboxes answer EPERM for a system call that they do not know.
     const bool unsupported = errno == ENOSYS || errno == EPERM;
     return unsupported ? openByComponents(start, path, flags) : Descriptor();
 }
 
-// Takes as much off the front of a path as one call can open: whole components, and all of
-// the path where it is short enough. What has no "/" to cut it at is left to the call, which
-// refuses it.
+// Removes from the front of `path` as many whole components as one system call accepts, and
+// returns them. When there is no "/" to cut at, the whole path is returned; the call then fails
+// with ENAMETOOLONG.
 std::string takePiece(std::string_view& path) {
     const std::size_t cut = path.size() < PATH_MAX ? path.npos : path.rfind('/', PATH_MAX - 1);
     std::string piece(path.substr(0, cut == 0 ? path.npos : cut));
@@ -116,18 +113,18 @@ Descriptor openLong(std::string_view path, int flags) {
     return directory;
 }
 
-// How one call reaches a file: by its path, or by its name in a directory that is opened
-// first where the path is too long for a call.
-class Place {
+// The arguments by which an "at" call reaches a file: normally AT_FDCWD and the path. A path that
+// is too long for one call is split into its directory, which is opened, and its last name.
+class FileAddress {
 public:
-    explicit Place(std::string_view path) : name_(path) {
+    explicit FileAddress(std::string_view path) : name_(path) {
         const std::size_t slash = path.rfind('/');
         if (path.size() < PATH_MAX || slash == path.npos) return;
         directory_ = openLong(path.substr(0, slash), kPassFlags);
         at_ = directory_.get();
         name_.erase(0, slash + 1);
     }
-    /// False, with errno, when that directory cannot be opened.
+    /// False, with errno, when the directory cannot be opened.
     bool found() const { return at_ == AT_FDCWD || directory_; }
     int at() const { return at_; }
     const char* name() const { return name_.c_str(); }
@@ -146,7 +143,7 @@ int examineFileAt(int directory, const char* name, struct stat& info) {
 }
 
 Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use) {
-    return openLong(path, use == DirectoryUse::list ? kOpenFlags : kPassFlags);
+    return openLong(path, use == DirectoryUse::list ? kListFlags : kPassFlags);
 }
 
 void DirectoryEntries::clear() {
@@ -154,7 +151,7 @@ void DirectoryEntries::clear() {
     end_ = 0;
 }
 
-// The length takes two bytes: some file systems deliver names of more than 255.
+// The length has two bytes because some file systems return names of more than 255 bytes.
 void DirectoryEntries::add(std::string_view name, EntryType type) {
     const auto length = static_cast<std::uint16_t>(name.size());
     const std::size_t needed = end_ + length + kTail;
@@ -184,7 +181,7 @@ int Directory::openPath(const char* path) {
 }
 
 int Directory::openChild(const Directory& parent, const char* name) {
-    descriptor_ = openBeside(parent.descriptor_.get(), name);
+    descriptor_ = openAt(parent.descriptor_.get(), name, kListFlags);
     return descriptor_ ? 0 : errno;
 }
 
@@ -216,13 +213,13 @@ int Directory::identify(Identity& identity) const {
 }
 
 int examineFile(std::string_view path, struct stat& info) {
-    const Place place(path);
-    return place.found() ? examineFileAt(place.at(), place.name(), info) : errno;
+    const FileAddress file(path);
+    return file.found() ? examineFileAt(file.at(), file.name(), info) : errno;
 }
 
 long readLinkTarget(std::string_view path, std::span<char> target) {
-    const Place place(path);
-    return place.found() ? readlinkat(place.at(), place.name(), target.data(), target.size()) : -1;
+    const FileAddress file(path);
+    return file.found() ? readlinkat(file.at(), file.name(), target.data(), target.size()) : -1;
 }
 
 int examineDirectory(const char* path, bool& isDirectory) {

@@ -11,17 +11,19 @@ struct stat;
 
 namespace fscanner {
 
-/// What a directory entry is, as far as the directory itself tells.
+/// The type of a directory entry as the directory reports it, without a stat.
 enum class EntryType : unsigned char { unknown, directory, other };
 
 /// The entries of one directory, packed one behind the other and taken from the
-/// last to the first. "." and ".." are left out when they are added.
+/// last to the first, which is the order that scans promise. `Directory::read` leaves
+/// "." and ".." out.
 ///
-/// A record is the name, its terminator, the type and the name's length, so that
-/// reading backwards needs no table of offsets.
+/// A record is the name, its terminator, the type and the name's length. As the length
+/// comes last, reading backwards needs no table of offsets.
 class DirectoryEntries {
 public:
-    /// So many bytes can be read behind a name, whatever they are.
+    /// This many bytes behind a name are readable, so that comparisons can load whole blocks.
+    /// Their values are unspecified.
     static constexpr std::size_t kReadableBehind = 32;
 
     /// One entry; the name is terminated and valid until the next change.
@@ -31,7 +33,7 @@ public:
     };
 
     void clear();
-    /// `name` is the system's: shorter than 64 KiB.
+    /// `name` is shorter than 64 KiB.
     void add(std::string_view name, EntryType type);
     bool empty() const { return end_ == 0; }
     /// Takes the last entry; false when none is left.
@@ -42,58 +44,60 @@ private:
     std::size_t end_ = 0;
 };
 
-/// An open directory, move-only. Everything below it is reached through its descriptor and
-/// never through a symbolic link.
+/// An open directory, move-only. Its entries are opened and examined relative to its descriptor,
+/// and symbolic links are never followed.
 class Directory {
 public:
-    /// Opens an absolute path, of any length, in which no component may be a link. 0, or
-    /// the errno.
+    /// Opens an absolute path of any length. Fails when a component is a symbolic link. Returns
+    /// 0 or the errno.
     int openPath(const char* path);
-    /// Opens the directory `name` in `parent`; a link is refused. 0, or the errno.
+    /// Opens the directory `name` in `parent`; a symbolic link fails. Returns 0 or the errno.
     int openChild(const Directory& parent, const char* name);
-    /// Opens the directory that `child` lies in now. 0, or the errno.
+    /// Opens the present parent ("..") of `child`. Returns 0 or the errno.
     int openParent(const Directory& child);
     void close() { descriptor_.close(); }
     bool isOpen() const { return static_cast<bool>(descriptor_); }
 
-    /// Reads all entries in the system's order through `buffer` (some ten KiB at
-    /// best). 0, or the errno.
+    /// Reads all entries in the system's order through `buffer`, which holds some tens of KiB.
+    /// Returns 0 or the errno.
     int read(DirectoryEntries& entries, std::span<char> buffer) const;
-    /// `fstatat` of an entry, not following links. 0, or the errno.
+    /// `fstatat` of an entry, without following links. Returns 0 or the errno.
     int statEntry(const char* name, struct stat& info) const;
-    /// Remembers which directory this is, and tells whether `other` is the same.
+    /// Identifies a directory while it exists, whatever its name.
     struct Identity {
         unsigned long long device = 0;
         unsigned long long inode = 0;
         bool operator==(const Identity&) const = default;
     };
-    /// 0, or the errno.
+    /// Returns 0 or the errno.
     int identify(Identity& identity) const;
 
 private:
     Descriptor descriptor_;
 };
 
-/// What a directory is opened for: to list it, or only to reach what is in it, which
-/// needs no permission to read it.
+/// The purpose of opening a directory: to list it, or only to reach its entries, which needs no
+/// read permission.
 enum class DirectoryUse { list, reach };
 
-/// Opens a directory; its path may have any length. A symbolic link anywhere in the path
-/// fails: whoever may rename what lies on the way must not lead us elsewhere. errno tells why.
+/// Opens a directory by a path of any length. Fails when any component is a symbolic link: a user
+/// who may rename a directory of the path must not be able to redirect us. Empty, with errno, on
+/// failure.
 Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use = DirectoryUse::list);
 
-/// `lstat` for the entry `name` of the directory open as `directory`. 0, or the errno.
+/// `lstat` for the entry `name` of the directory open as `directory`. Returns 0 or the errno.
 int examineFileAt(int directory, const char* name, struct stat& info);
 
-/// `lstat` for a path of any length. In one that is too long for the system, no directory
-/// may be a symbolic link. 0, or the errno.
+/// `lstat` for a path of any length. A path of PATH_MAX bytes or more fails if a directory in it
+/// is a symbolic link. Returns 0 or the errno.
 int examineFile(std::string_view path, struct stat& info);
 
-/// `readlink` for such a path: the bytes of the target, or -1 with errno.
+/// `readlink` for a path of any length, like `examineFile`. Returns the number of bytes written
+/// to `target` (without a terminator), or -1 with errno.
 long readLinkTarget(std::string_view path, std::span<char> target);
 
-/// Whether `path` is a directory itself, links not followed. 0, or the errno (and
-/// `isDirectory` is false then).
+/// Sets `isDirectory` to whether `path` itself is a directory; a symbolic link is not. Returns
+/// 0, or the errno with `isDirectory` false.
 int examineDirectory(const char* path, bool& isDirectory);
 
 }  // namespace fscanner

@@ -23,7 +23,8 @@ namespace fscanner {
 namespace {
 
 constexpr unsigned kPauseMilliseconds = 10;
-constexpr long kCourtesyMilliseconds = 300;
+// How long a shared request waits for exclusive ones that came before it.
+constexpr long kYieldMilliseconds = 300;
 
 constexpr const char* kFileName = "fscanner.lock";
 
@@ -33,12 +34,12 @@ Identity identityOf(const struct stat& info) {
     return {info.st_dev, info.st_ino};
 }
 
-// How long a wait may last, all its locks together.
+// The time limit of one `wait`, over all the locks that it takes.
 struct Limit {
     bool isOver() const {
         return milliseconds && static_cast<long>(getTickCount() - start) >= *milliseconds;
     }
-    const long* milliseconds;  // null: none
+    const long* milliseconds;  // null: no limit
     unsigned start = getTickCount();
 };
 
@@ -46,6 +47,7 @@ int operationOf(DirectoryLock::Mode mode) {
     return mode == DirectoryLock::Mode::shared ? LOCK_SH : LOCK_EX;
 }
 
+// flock has no time limit of its own: a limited wait polls, an unlimited one blocks in the kernel.
 LockStatus lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& limit) {
     const int operation = operationOf(mode) | (limit.milliseconds ? LOCK_NB : 0);
     for (;;) {
@@ -57,9 +59,10 @@ LockStatus lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& lim
     }
 }
 
-// Who waits for the whole lock notes that in the file, by a record lock, which is none of
-// those that decide.
-void noteWaiting(int file, bool waiting) {
+// An exclusive request marks itself as waiting by a record lock (F_OFD_SETLK) on the first byte of
+// the file. Record locks and flock do not affect each other, and the mark goes when the file is
+// closed, also by the death of the process.
+void markWaiting(int file, bool waiting) {
     struct flock note {};
     note.l_type = static_cast<short>(waiting ? F_WRLCK : F_UNLCK);
     note.l_len = 1;
@@ -73,42 +76,46 @@ bool isWaitedFor(int file) {
     return fcntl(file, F_OFD_GETLK, &note) == 0 && note.l_type != F_UNLCK;
 }
 
-// Many who share a lock and come and go would keep it for ever. So they let one go first
-// who waits for all of it; but not for long: those who have it may keep it for minutes.
+// A steady stream of shared locks would keep exclusive requests out for ever. So a shared request
+// waits while an exclusive one does, but only for a short time: those who hold the lock now may
+// keep it for minutes.
 LockStatus lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
-    const bool alone = mode == DirectoryLock::Mode::exclusive;
-    if (alone) noteWaiting(file, true);
-    const Limit courtesy{&kCourtesyMilliseconds};
-    while (!alone && isWaitedFor(file) && !courtesy.isOver()) SysFactory::sleep(kPauseMilliseconds);
+    const bool exclusive = mode == DirectoryLock::Mode::exclusive;
+    if (exclusive) markWaiting(file, true);
+    const Limit yield{&kYieldMilliseconds};
+    while (!exclusive && isWaitedFor(file) && !yield.isOver())
+        SysFactory::sleep(kPauseMilliseconds);
     const LockStatus status = lockWithin(file, mode, limit);
-    if (alone) noteWaiting(file, false);
+    if (exclusive) markWaiting(file, false);
     return status;
 }
 
-// Whether a file can be the lock; if so, others cannot open it from now on. One of root or
-// of the directory's owner is as good as our own. One with a second name is left as it is.
-bool keepPrivate(int file, const struct stat& directory) {
+// Whether the file may serve as the lock: a regular file of ours, of root, or of the directory's
+// owner. The permissions of our own file are reduced to 0600, so that others cannot open it. A
+// file with a second name keeps its permissions: it may be another's, linked here.
+bool acceptLockFile(int file, const struct stat& directory) {
     struct stat info {};
     if (fstat(file, &info) != 0 || !S_ISREG(info.st_mode)) return false;
     const bool ours = info.st_uid == geteuid();
     if (!ours && info.st_uid != 0 && info.st_uid != directory.st_uid) return false;
-    const bool open = (info.st_mode & 07777) != (S_IRUSR | S_IWUSR);
-    return !ours || info.st_nlink > 1 || !open || fchmod(file, S_IRUSR | S_IWUSR) == 0;
+    const bool isPrivate = (info.st_mode & 07777) == (S_IRUSR | S_IWUSR);
+    return !ours || info.st_nlink > 1 || isPrivate || fchmod(file, S_IRUSR | S_IWUSR) == 0;
 }
 
-// What has the file's name and cannot be one is removed: nobody holds a lock on it.
+// Something else that has the lock file's name (a link, a FIFO, another user's file) is removed and
+// replaced: nobody can hold our lock by it.
 Descriptor openLockFile(int at, const struct stat& directory) {
     constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     for (bool again : {true, false}) {
         Descriptor file = openAt(at, kFileName, flags, S_IRUSR | S_IWUSR);
-        if (file && keepPrivate(file.get(), directory)) return file;
+        if (file && acceptLockFile(file.get(), directory)) return file;
         const bool planted = file || errno == ELOOP || errno == ENXIO || errno == EACCES;
         if (!again || !planted || unlinkat(at, kFileName, 0) != 0) break;
     }
     return {};
 }
 
-// Whether the path still leads to the locked file, and not to one that came after it.
+// Whether the path still leads to the locked file, and not to a later one.
 bool isStillNamed(int file, const std::string& path) {
     struct stat locked {};
     struct stat named {};
@@ -118,8 +125,8 @@ bool isStillNamed(int file, const std::string& path) {
 
 }  // namespace
 
-// Locks of the system, which belong to the open files: a child that was forked has copies
-// of the descriptors, but only the process that took the locks gives them back.
+// The two `flock` locks. They belong to the open file descriptions, which a forked child shares.
+// Only the process that took the locks may release them.
 struct DirectoryLock::Held {
     Held(Descriptor lockedFile, Descriptor opened, bool locksDirectory, Mode how)
         : file(std::move(lockedFile)),
@@ -135,7 +142,8 @@ struct DirectoryLock::Held {
     }
     bool isOurs() const { return owner == getpid(); }
     bool isThisThreads() const { return isOurs() && thread == std::this_thread::get_id(); }
-    // The system gives the old lock up before it takes the new one: another may get between.
+    // flock releases the old lock before it takes the new one, so another process may get the lock
+    // in between. LOCK_NB makes the conversion fail then instead of waiting.
     bool share() {
         const auto toShared = [](const Descriptor& locked) {
             return flock(locked.get(), LOCK_SH | LOCK_NB) == 0;
@@ -152,7 +160,8 @@ struct DirectoryLock::Held {
     pid_t owner = getpid();
     std::thread::id thread = std::this_thread::get_id();
 
-    // What this process holds. Never destroyed: locks may outlive statics.
+    // The locks that this process holds, by file. Never destroyed, because a lock may be released
+    // after the destruction of statics.
     struct Registry {
         std::mutex guard;
         std::multimap<Identity, std::weak_ptr<Held>> held;
@@ -171,8 +180,8 @@ LockStatus DirectoryLock::wait(long milliseconds, Mode mode) {
     return acquire(&milliseconds, mode);
 }
 
-// What comes of the locks on the file that this object and this thread have already: empty
-// where one has to be waited for.
+// Decides a request from the locks that this object and this thread already hold on the file.
+// Empty when the lock has to be taken from the system.
 std::optional<LockStatus> DirectoryLock::heldResult(int file, Mode mode) {
     struct stat info {};
     if (fstat(file, &info) != 0) return LockStatus::failed;
@@ -218,7 +227,8 @@ LockStatus DirectoryLock::acquire(const long* milliseconds, Mode mode) {
         const LockStatus fileLocked = lockFile(file.get(), mode, limit);
         if (fileLocked != LockStatus::locked) return fileLocked;
         if (!isStillNamed(file.get(), path)) continue;
-        // A directory that others can open is locked only when nobody else has it.
+        // Other users can hold a lock on a directory that they can open. That must not block us,
+        // so such a directory is only tried once.
         const bool isPrivate = (info.st_mode & (S_IRWXG | S_IRWXO)) == 0;
         const long none = 0;
         const LockStatus status =

@@ -10,22 +10,23 @@ namespace fscanner {
 /// How a wait for a lock ended.
 enum class [[nodiscard]] LockStatus{locked, timedOut, failed};
 
-/// A lock between processes on a directory, whatever name or mount leads to it: a lock
-/// on the file "fscanner.lock" in it, which nobody but the directory's owner can open.
+/// A lock on a directory that processes share, whatever path or mount leads to it. It is an
+/// `flock` on the file "fscanner.lock" in the directory. The file's permissions let only its owner
+/// and root open it, so that no other user can block us by locking it.
 ///
-/// Whoever gets the lock makes sure that the file still has its name: one that was removed,
-/// alone or with the directory, is made again and waited for. A directory that others
-/// cannot open is locked, too, for the sake of programs that lock only that.
+/// After it has got the lock, `wait` checks that the file still has its name. If somebody removed
+/// the file, or the directory with it, `wait` creates a new file and locks that. The directory
+/// itself is locked as well if only its owner can open it: earlier versions lock only that.
 ///
-/// One holds it exclusively, or any number share it. An object that asks for the other mode
-/// than it has goes over to that: from exclusive to shared in most cases without a moment
-/// in which another gets the lock, from shared to exclusive by giving it up first. Where
-/// that fails it holds nothing. Who wants to share it lets others who wait for all of it go
-/// first, for a third of a second.
+/// One object holds the lock exclusively, or any number of objects share it. Calling `wait` with
+/// the other mode converts the lock. Exclusive to shared is one `flock` conversion, between whose
+/// two steps the system may let another process in. Shared to exclusive releases the lock and
+/// waits again. After a failed conversion the object holds nothing. A shared request lets waiting
+/// exclusive requests go first, for at most 0.3 s.
 ///
-/// Threads of a process exclude each other as processes do. A thread that would wait for
-/// itself, for another object by which it holds the lock, gets `timedOut` at once, whatever
-/// the limit. A forked child does not have the lock.
+/// The lock also works between the threads of a process. A thread that holds the lock by one
+/// object and asks by another would wait for itself; it gets `timedOut` at once, whatever
+/// the limit. A forked child does not hold the lock.
 class DirectoryLock {
 public:
     enum class Mode { exclusive, shared };
@@ -36,7 +37,8 @@ public:
     ~DirectoryLock() = default;
 
     LockStatus wait(Mode mode = Mode::exclusive);
-    /// Tries at once, then every 10 ms until the limit is over. Signals do not end a wait.
+    /// Tries at once, then every 10 ms until `milliseconds` have passed. Signals do not end a
+    /// wait.
     LockStatus wait(long milliseconds, Mode mode = Mode::exclusive);
     void release() { held_.reset(); }
 

@@ -19,7 +19,7 @@ namespace {
 constexpr unsigned CHUNK = 32768;
 constexpr mode_t PERMISSIONS = 0660;
 
-// A length that fits the 32-bit sizes of a mapped file.
+// Whether the length fits the 32-bit sizes of a mapped file.
 bool fits(off_t length) {
     return length >= 0 && length <= static_cast<off_t>(UINT_MAX);
 }
@@ -37,7 +37,7 @@ bool LinuxMmFile::create() {
     file_ = openRegularFile(name_.get(), OpenMode::emptied, PERMISSIONS);
     if (!isOpen()) return false;
     logicalSize_ = mappedLength_ = position_ = 0;
-    changed_ = true;  // what it held before is gone
+    changed_ = true;  // the old content is gone, even if nothing is written
     return true;
 }
 
@@ -65,8 +65,8 @@ bool LinuxMmFile::close() {
     return closed;
 }
 
-// Truncates before it syncs, so that a power cut does not bring the zeros behind
-// the content back.
+// Truncates before it syncs, so that the zeros behind the content do not come back
+// after a power failure.
 bool LinuxMmFile::bringToDisk() {
     if (!changed_) return true;
     if (uninterrupted([this] { return ::ftruncate(file_.get(), logicalSize_); }) != 0) return false;
@@ -103,12 +103,12 @@ unsigned int LinuxMmFile::write(const void* buffer, unsigned int count) {
     return count;
 }
 
-// Makes room for `count` bytes at the position, which pass the logical size.
+// Makes room for `count` bytes at the position; they pass the logical size.
 //
-// The case without a new step ends the content where the write ends; the other
-// lengthens it by `count` even if the write starts before the old end
-// (deliberate). The two agree for appends; an overlapping write in the second
-// case leaves zeros behind what it wrote.
+// When they fit in the mapping, the content ends where the write ends. When the
+// file has to grow, the content becomes `count` bytes longer, even if the write
+// starts before the old end (deliberate). For appends the two are the same; an
+// overlapping write in the second case leaves zeros behind its bytes.
 bool LinuxMmFile::grow(unsigned count) {
     using Wide = unsigned long long;
     if (Wide{logicalSize_} + count <= mappedLength_) {
@@ -127,8 +127,8 @@ bool LinuxMmFile::grow(unsigned count) {
     return true;
 }
 
-// Takes the blocks too, see the class comment. What a disk that fills up half-way
-// has added is cut again when the file is closed.
+// Allocates the blocks too (see the class comment). If the disk fills up half-way,
+// the part that was added is truncated again by `close`.
 bool LinuxMmFile::extendFile(unsigned length) {
     changed_ = true;
     int error;
@@ -138,7 +138,8 @@ bool LinuxMmFile::extendFile(unsigned length) {
     return error == 0;
 }
 
-// Maps the file's first `length` bytes. On failure an earlier mapping stays.
+// Maps the file's first `length` bytes. On failure the old mapping stays. mremap keeps the
+// advice given for the old one.
 bool LinuxMmFile::map(unsigned length) {
     void* address = address_ == nullptr ? ::mmap(nullptr, length, PROT_READ | PROT_WRITE,
                                                  MAP_SHARED, file_.get(), 0)
@@ -150,7 +151,7 @@ bool LinuxMmFile::map(unsigned length) {
     return true;
 }
 
-// A hint: its failure costs time alone.
+// Only a hint: a failure costs nothing but time.
 void LinuxMmFile::advise(unsigned length) const {
     if (randomAccess_) ::madvise(address_, length, MADV_RANDOM);
 }

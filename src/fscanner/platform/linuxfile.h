@@ -12,29 +12,31 @@
 
 namespace fscanner {
 
-/// Is shown what a mapped file held before it is changed.
+/// Observes a mapped file: gets the old content of each block before it changes.
 class BlockWatch {
 public:
     virtual ~BlockWatch() = default;
-    /// The block at `offset` is about to be changed for the first time since the watch was
-    /// added. False: it must not be changed. May be called again for the same block.
+    /// Called before the block at `offset` is changed for the first time since the watch was
+    /// added; `block` is its present content. False forbids the change. May be called again for
+    /// the same block.
     virtual bool beforeChange(unsigned offset, std::span<const std::byte> block) = 0;
 };
 
-/// A memory-mapped file of at most 4 GiB that grows in steps of 32 KiB and is cut
-/// back to its content when it is closed.
+/// A memory-mapped file of at most 4 GiB that grows in steps of 32 KiB and is
+/// truncated to its content when it is closed.
 ///
 ///     0           position       logical size          mapped length
 ///     |---------------|---------------|---------------------|
 ///      content                         zeros, cut by close()
 ///
-/// The file on disk always has the mapped length, and its blocks exist: a full
-/// disk fails the `write` that grows the file, where a sparse file would kill the
-/// process at the first touch of a page. Nothing is synced before `close`.
+/// While it is open, the file on disk has the mapped length, and its blocks are
+/// allocated. So a full disk fails the `write` that grows the file; with a sparse
+/// file it would kill the process by SIGBUS at the first access to a page. Nothing is
+/// synced before `sync` or `close`.
 ///
-/// Nobody else may shorten the file while it is open: touching a page past its
-/// end raises SIGBUS, which a library cannot handle for its host. Users keep
-/// other writers out by a lock of their own.
+/// Nobody else may shorten the file while it is open: an access behind its end raises
+/// SIGBUS, which a library cannot handle for its host. Users keep other writers out by
+/// a lock of their own.
 ///
 /// After a failed `close`, or when the file could not be mapped, reading and
 /// writing transfer 0 bytes.
@@ -46,25 +48,26 @@ public:
     /// False when the object is open already.
     bool create() override;
     bool open() override;
-    /// False when nothing is open, and when the content could not be brought to
-    /// disk; the object may be closed again then.
+    /// False when nothing is open, and when the content could not be truncated and
+    /// synced; then `close` may be called again.
     bool close() override;
     unsigned int read(void* buffer, unsigned int count) override;
     unsigned int write(const void* buffer, unsigned int count) override;
-    /// Fails, and leaves the position, outside 0 to the logical size. Never
-    /// touches the end flag.
+    /// False, and the position stays, for a target outside 0 to the logical size. Does
+    /// not change the result of `eof`.
     bool seek(long offset, int origin) override;
     long tell() override { return position_; }
-    /// Whether the last `read` met the end of the content.
+    /// Whether the last `read` reached the end of the content before it had `count` bytes.
     bool eof() override { return endMet_; }
     /// The length on disk, which is the mapped length while the file is open.
     bool size(unsigned int* out) override;
 
-    /// The content without a copy; empty when nothing is mapped. Valid until the
-    /// next write or close.
+    /// The content in place, without a copy; empty when nothing is mapped. Valid until
+    /// the next write or close.
     std::span<const std::byte> content() const { return {address_, address_ ? logicalSize_ : 0}; }
-    /// These bytes of the content to be changed in place, all of them. Null where they are not
-    /// inside it, or a watch refuses. Valid until the next write or close.
+    /// The `count` bytes at `offset`, for the caller to overwrite in place; `count` is not 0. Null
+    /// when they are not inside the content, or a watch forbids the change. Valid until the next
+    /// write or close.
     std::byte* change(unsigned offset, unsigned count) {
         const bool inside = count <= logicalSize_ && offset <= logicalSize_ - count;
         if (address_ == nullptr || !inside) return nullptr;
@@ -72,22 +75,23 @@ public:
         changed_ = true;
         return address_ + offset;
     }
-    /// Blocks of this length, the last may be shorter, are shown to watches.
+    /// The length of the blocks that watches get; the last one may be shorter.
     static constexpr unsigned WATCHED_BLOCK = 128;
-    /// From now on the watch, which must outlive the next `close`, is shown each block of the
-    /// present content before its first change. What lies behind that content is not watched.
-    /// A watch that is added again is shown all blocks anew.
+    /// Calls `watch` before the first change of each block of the present content. Later content,
+    /// behind its end, is not watched. Adding a watch, also a second time, starts anew: all
+    /// watches get all blocks of the then present content. `watch` must live until the next
+    /// `close`, which removes it.
     void addWatch(BlockWatch& watch);
     unsigned logicalSize() const { return logicalSize_; }
-    /// As it was given; empty when that was null.
+    /// The path as given to the constructor; empty for null.
     std::wstring path() const;
-    /// Waits until what was written so far is on disk. The length there stays the
-    /// padded one until `close`. True at once when nothing was written.
+    /// Waits until everything written so far is on disk. The file keeps its padded
+    /// length until `close`. Returns true at once when nothing was written.
     bool sync();
-    /// Says that reads will jump about: nothing is read ahead of a cold one.
+    /// Turns the kernel's read-ahead off, for access at random positions.
     void expectRandomAccess();
-    /// Whether `close` waits until what was written is on disk. On at first; for
-    /// files that need not survive the system it is a waste.
+    /// Whether `close` waits until the content is on disk. On by default. Turn it off
+    /// for files that a crash of the system may lose.
     void setSyncOnClose(bool on) { syncOnClose_ = on; }
 
 private:
@@ -105,7 +109,7 @@ private:
     unsigned logicalSize_ = 0;
     unsigned mappedLength_ = 0;
     unsigned position_ = 0;
-    unsigned watchedEnd_ = 0;  // the content's when the last watch was added
+    unsigned watchedEnd_ = 0;  // the logical size when the last watch was added
     std::byte* address_ = nullptr;
     bool endMet_ = false;
     bool changed_ = false;

@@ -24,14 +24,16 @@ namespace fscanner {
 
 // ---- Locks and semaphores by name -------------------------------------------
 
-/// A lock or semaphore between the threads of this process: objects of one name share
-/// one `Record`, which lives as long as they do. The waits are cancellation points.
+/// A lock or semaphore between the threads of this process. Objects of the same name
+/// share one `Record`, which lives as long as they do. The waits are cancellation points.
 ///
-/// Its members are below, and instantiated beside each kind of record.
+/// `Record` is derived from `SyncRecord` and has two members, each of which returns 0 or
+/// an error: `take(deadline)`, where a null deadline means no limit, and `give()`. The
+/// template is instantiated beside each kind of record.
 template <typename Record>
 class NamedSync : public AbstractSync {
 public:
-    /// A null name makes an object whose every operation fails.
+    /// With a null name every operation fails.
     explicit NamedSync(const char* name);
     ~NamedSync() override;
     NamedSync(const NamedSync&) = delete;
@@ -39,7 +41,7 @@ public:
 
     int release() override;
     int wait() override;
-    /// Lasts whole seconds, and nearly always one more (see `syncDeadline`).
+    /// Waits whole seconds, nearly always one more than asked (see `syncDeadline`).
     int wait(long milliseconds) override;
 
     /// Whether this object was the first of its name.
@@ -51,8 +53,9 @@ private:
     bool created_ = false;
 };
 
-/// Holds a pthread mutex for a scope. A thread cancelled inside the scope unwinds
-/// through the destructor, so nothing between may swallow or forbid unwinding.
+/// Holds a pthread mutex for a scope. A thread that is cancelled inside the scope
+/// unwinds through the destructor. So code inside must not be noexcept, and must not
+/// catch everything without rethrowing.
 class PthreadLock {
 public:
     explicit PthreadLock(pthread_mutex_t& mutex) : mutex_(mutex) { pthread_mutex_lock(&mutex_); }
@@ -64,8 +67,8 @@ private:
     pthread_mutex_t& mutex_;
 };
 
-/// What all objects of one name in this process share: a mutex, a condition and
-/// the number of objects. The state they guard is the derived record's.
+/// The state that all objects of one name in this process share: a mutex, a condition
+/// and the number of objects. Derived records add the state that the mutex guards.
 struct SyncRecord {
     pthread_mutex_t mutex;
     pthread_cond_t condition;
@@ -81,8 +84,8 @@ struct SyncRecord {
     }
 };
 
-/// Waits on the record's condition, its mutex held, while `blocked()`. A null
-/// deadline waits without limit. 0, or the error of a wait after which the
+/// Waits on the record's condition while `blocked()`. The caller holds the mutex. A
+/// null deadline means no limit. Returns 0, or the error of a wait after which the
 /// record is still blocked. A cancellation point.
 template <typename Blocked>
 int waitWhile(SyncRecord& record, const timespec* deadline, Blocked blocked) {
@@ -95,10 +98,10 @@ int waitWhile(SyncRecord& record, const timespec* deadline, Blocked blocked) {
     return 0;
 }
 
-/// The end of a wait of `milliseconds` that starts at `now`. The milliseconds
-/// beyond whole seconds are added to the microseconds, and anything above 999
-/// carries a second, deliberately: a limit of 0 or 100 lasts about one second,
-/// 1500 about two, and one in a thousand a second less.
+/// The end of a wait of `milliseconds` that starts at `now`. Deliberate: the
+/// milliseconds beyond whole seconds are added to the microseconds, and a sum above
+/// 999 carries one second. So a limit of 0 or 100 lasts about one second and a limit
+/// of 1500 about two. About one wait in a thousand lasts a second less.
 inline timespec syncDeadline(timeval now, long milliseconds) {
     timespec deadline{};
     deadline.tv_sec = now.tv_sec + milliseconds / 1000;
@@ -110,21 +113,23 @@ inline timespec syncDeadline(timeval now, long milliseconds) {
     deadline.tv_nsec = rest * 1000;
     return deadline;
 }
-/// The same from the present.
+/// The same for a wait that starts now.
 inline timespec syncDeadline(long milliseconds) {
     timeval now{};
     gettimeofday(&now, nullptr);
     return syncDeadline(now, milliseconds);
 }
 
-/// The records of one class of objects by name.
+/// The records of one class of objects, by name.
 ///
-/// Constant-initialised and never destroyed, so that objects in static storage
-/// may come before it and go after it; it holds memory only while objects exist.
+/// Constant-initialised and trivially destroyed, so that it works for static objects
+/// that are constructed before it or destroyed after it. It holds memory only while
+/// objects exist.
 template <typename Record>
 class SyncRegistry {
 public:
-    /// The record of `name`, made on first use (`created` tells), one reference more.
+    /// The record of `name`, with one more reference. Creates it if there is none, and
+    /// sets `created` to whether it did.
     Record* acquire(const std::string& name, bool& created) {
         PthreadLock lock(guard_);
         if (!records_) records_ = std::make_unique<Records>().release();
@@ -135,7 +140,7 @@ public:
         return &entry->second;
     }
 
-    /// Drops a reference; the record goes with the last one.
+    /// Drops a reference. The last one deletes the record.
     void drop(const std::string& name) {
         PthreadLock lock(guard_);
         const auto entry = records_->find(name);
@@ -156,9 +161,6 @@ private:
 
 template <typename Record>
 constinit SyncRegistry<Record> syncRegistry;
-
-// A record says how it is taken, until a deadline or without one, and given back: 0 or
-// an error.
 
 template <typename Record>
 NamedSync<Record>::NamedSync(const char* name) {

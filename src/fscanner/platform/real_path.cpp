@@ -17,7 +17,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr int maxLinks = 32;
+constexpr int maxLinks = 32;  // the kernel allows 40
 
 std::optional<std::string> currentDirectory() {
     const std::unique_ptr<char, decltype(&std::free)> path(getcwd(nullptr, 0), &std::free);
@@ -29,8 +29,9 @@ std::optional<std::string> currentDirectory() {
     return std::string(path.get());
 }
 
-/// One resolution: `built_` is done and free of links and of a final "/" (so the
-/// root is the empty text), `rest_` is still to be read.
+/// One resolution. `built_` is resolved: it has no links and no final "/" (the root
+/// is the empty text). `rest_` is still to be resolved; a link's target is put in
+/// front of it.
 class PathWalk {
 public:
     PathWalk(std::string start, std::string_view rest, const LinkGuard& mayRead)
@@ -93,7 +94,7 @@ private:
 }  // namespace
 
 std::optional<std::string> readLink(const std::string& path) {
-    // No target fills the buffer: that would be a cut one.
+    // A target that fills the buffer may be cut, so it counts as too long.
     std::array<char, PATH_MAX> target;
     const ssize_t length = readLinkTarget(path, target);
     if (length < 0) return std::nullopt;

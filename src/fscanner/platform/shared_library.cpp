@@ -34,15 +34,15 @@ std::string directoryOf(const std::string& path) {
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Why what `info` tells of is not to be trusted: only root and this user may own it or
-// write to it. Null where it is.
+// Why a file or directory must not be trusted: somebody other than root and this user owns it or
+// may write to it. Null when it may be trusted.
 const char* ownershipProblem(const struct stat& info) {
     if (info.st_uid != 0 && info.st_uid != ::geteuid())
         return "belongs neither to root nor to the user";
     return (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 ? "can be written by others" : nullptr;
 }
 
-// Which rule of ownership the file or directory breaks, or empty.
+// Describes why the file or directory must not be trusted; empty when it may be. `what` names it.
 std::string brokenRule(const std::string& path, const char* what, mode_t type) {
     struct stat info;
     if (::stat(path.c_str(), &info) != 0) return std::string(what) + ": " + std::strerror(errno);
@@ -51,19 +51,20 @@ std::string brokenRule(const std::string& path, const char* what, mode_t type) {
     return problem != nullptr ? std::string(what) + ' ' + problem : std::string();
 }
 
-// ---- Is all of it there? ----------------------------------------------------
+// ---- Complete files ---------------------------------------------------------
 
 bool readAt(const Descriptor& file, std::uint64_t offset, void* out, std::size_t size) {
     return offset <= INT64_MAX &&
            ::pread(file.get(), out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
-bool lies(std::uint64_t offset, std::uint64_t length, std::uint64_t fileSize) {
+bool isInside(std::uint64_t offset, std::uint64_t length, std::uint64_t fileSize) {
     return offset <= fileSize && length <= fileSize - offset;
 }
 
-// The loader maps what the headers promise without a look at the file's length, and the
-// first touch behind the end kills the process.
+// Whether the ELF file is complete. The system's loader maps the segments that the headers name
+// without comparing them with the file's length. In a file that was cut, the first access behind
+// its end kills the process by SIGBUS.
 bool isWholeLibrary(const Descriptor& file) {
     struct stat info;
     ElfW(Ehdr) header;
@@ -71,14 +72,14 @@ bool isWholeLibrary(const Descriptor& file) {
         std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0)
         return false;
     const auto size = static_cast<std::uint64_t>(info.st_size);
-    // The sections' table stands last, behind what the segments need.
-    if (!lies(header.e_shoff, std::uint64_t{header.e_shnum} * header.e_shentsize, size))
+    // Linkers write the section header table last, behind all segments.
+    if (!isInside(header.e_shoff, std::uint64_t{header.e_shnum} * header.e_shentsize, size))
         return false;
     if (header.e_phentsize != sizeof(ElfW(Phdr))) return false;
     std::vector<ElfW(Phdr)> segments(header.e_phnum);
     return readAt(file, header.e_phoff, segments.data(), segments.size() * sizeof(ElfW(Phdr))) &&
            std::all_of(segments.begin(), segments.end(), [size](const ElfW(Phdr) & segment) {
-               return lies(segment.p_offset, segment.p_filesz, size);
+               return isInside(segment.p_offset, segment.p_filesz, size);
            });
 }
 

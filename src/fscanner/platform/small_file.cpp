@@ -18,6 +18,7 @@ namespace {
 
 constexpr mode_t kPrivate = 0600;
 
+// O_NONBLOCK: a FIFO in the file's place must not block us.
 Descriptor openSafely(const char* path, int flags) {
     flags |= O_CLOEXEC | O_NONBLOCK;
     return openAt(AT_FDCWD, path, flags, kPrivate);
@@ -42,8 +43,8 @@ bool hasOtherNames(const Descriptor& file) {
     return fstat(file.get(), &info) != 0 || info.st_nlink != 1;
 }
 
-// To be written. What has a name elsewhere, too, is another's file that somebody linked
-// here: the name goes, and the content stays.
+// Opens the file for writing. A file with more than one name may be another user's, linked here by
+// somebody so that we overwrite it. Its name here is removed, and a new file created.
 Descriptor openOwn(const std::wstring& path) {
     Descriptor file = openSmall(path, O_RDWR | O_CREAT);
     if (!file || !hasOtherNames(file)) return file;
@@ -84,6 +85,7 @@ unsigned long long roomIn(const std::wstring& directory) {
     struct statvfs disk {};
     const auto look = [&] { return statvfs(toMultibyte(directory).c_str(), &disk); };
     if (uninterrupted(look) != 0) return 0;
+    // f_bfree includes the blocks that are reserved for root.
     return (geteuid() == 0 ? disk.f_bfree : disk.f_bavail) * disk.f_frsize;
 }
 

@@ -10,40 +10,43 @@
 
 namespace fscanner {
 
-/// The content of a regular file, or of what a link leads to, which may be one of /proc
-/// and have no size. Nothing where it cannot be read or is longer than `limit` bytes.
+/// The content of a regular file; symbolic links are followed. A file of /proc, whose
+/// size is reported as 0, is read too. Empty when the file cannot be read or is longer than
+/// `limit` bytes.
 std::optional<std::string> readWholeFile(const char* path, std::size_t limit = std::string::npos);
 
-/// Marks, counters and the like: files that are written whole. Links are not followed, and
-/// only regular files are read or written.
+/// The functions below are for small files that are written as a whole, such as marks and
+/// counters. They do not follow symbolic links, and read or write only regular files.
 
-/// Whether anything has a name, a dangling link included. Where the system fails to tell,
-/// that is no "absent": what must not be there may be.
+/// Whether a path names anything; a dangling link counts. `unknown`: the system reported an
+/// error other than "no such file". Do not take that for `absent`.
 enum class Presence { absent, there, unknown };
 Presence presenceOf(const std::wstring& path);
-/// The bytes that the caller may still write where the directory lies; 0 where the system
-/// does not tell.
+/// The bytes that this user may still write to the file system of the directory; 0 when the
+/// system does not tell.
 unsigned long long roomIn(const std::wstring& directory);
-/// Creates or replaces the content. A file that has other names, too, is replaced whole:
-/// it keeps its content under those.
+/// Creates the file or replaces its content. A file that also has other names (hard links) is
+/// replaced by a new one; under its other names it keeps its content.
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size);
-/// Reads exactly `size` bytes; false when there are fewer.
+/// Reads exactly `size` bytes from the start; false when there are fewer.
 bool readSmallFile(const std::wstring& path, void* content, unsigned size);
-/// All of it; nothing where it cannot be read or has 2 GiB.
+/// The whole content; empty when it cannot be read or has 2 GiB or more.
 std::optional<std::string> readSmallFile(const std::wstring& path);
-/// Files that take the places of others, by their paths: from, to.
+/// Files that are to be renamed: pairs of old and new path.
 using Renames = std::vector<std::pair<std::wstring, std::wstring>>;
-/// Waits until the file is on disk, and until the names in the directory are.
+/// Waits until the file's content is on disk.
 bool syncFile(const std::wstring& path);
+/// Waits until the directory's entries are on disk: created, renamed and removed names.
 bool syncDirectory(const std::wstring& path);
 
-/// A file that becomes again what it was: pieces are put back, then it is cut.
+/// Restores an earlier state of a file: blocks are put back, then it is cut to its old length.
 class RestoredFile {
 public:
-    /// False where there is no regular file of this name, or one shorter than it was.
+    /// `length`: the old length in bytes. False when there is no regular file of this name, or
+    /// it is shorter than that.
     bool open(const std::wstring& path, long long length);
     bool put(long long offset, const void* bytes, std::size_t count);
-    /// Cuts the file to its old length, and waits until all is on disk.
+    /// Cuts the file to its old length and waits until everything is on disk.
     bool cut();
 
 private:
