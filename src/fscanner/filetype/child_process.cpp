@@ -21,9 +21,9 @@
 namespace fscanner {
 namespace {
 
-/// What the child's descriptors become. The order matters when the host has
-/// closed some of its own first three, so that ours lie there: each step uses up
-/// its descriptor before another may overwrite it.
+/// The steps that set up the child's descriptors. Their order matters when the host has
+/// closed some of its descriptors 0 to 2, because our directory or socket may have that
+/// number then: each is used before a later step may overwrite it.
 class DescriptorActions {
 public:
     DescriptorActions(int directory, int socket, ChildProcess::Input input)
@@ -61,7 +61,7 @@ private:
     bool valid_;
 };
 
-/// Every signal with its default action and none blocked, whatever the host does.
+/// Gives every signal its default action and blocks none, whatever the host has set.
 class SignalAttributes {
 public:
     SignalAttributes() : initialized_(posix_spawnattr_init(&attributes_) == 0) {
@@ -97,15 +97,15 @@ std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     return pointers;
 }
 
-/// Made anew instead of inherited: MAGIC, HOME (~/.magic) and POSIXLY_CORRECT would
-/// change what `file` answers. The time zone shows in some descriptions and is kept.
+/// Not inherited, because MAGIC, HOME (~/.magic) and POSIXLY_CORRECT would change the
+/// answers of `file`. TZ is kept: some descriptions contain local times.
 std::vector<std::string> environment() {
     std::vector<std::string> variables{"LANG=C", "LC_ALL=C", "PATH=/usr/bin:/bin"};
     if (const char* zone = std::getenv("TZ")) variables.push_back(std::string("TZ=") + zone);
     return variables;
 }
 
-/// The process's id, or -1.
+/// Starts the program; returns its process id, or -1.
 pid_t spawn(const std::vector<std::string>& arguments, int directory, int socket,
             ChildProcess::Input input) {
     DescriptorActions descriptors(directory, socket, input);
@@ -123,26 +123,27 @@ int millisecondsUntil(ChildProcess::Clock::time_point deadline) {
     return static_cast<int>(std::clamp<long long>(left.count(), 0, INT_MAX));
 }
 
-/// Waits for the events of `poller`. 1, 0 after the deadline, or -1.
+/// Waits for the events of `poller`. Returns 1, 0 after the deadline, or -1.
 int waitReady(pollfd& poller, ChildProcess::Clock::time_point deadline) {
     return uninterrupted([&] { return poll(&poller, 1, millisecondsUntil(deadline)); });
 }
 
-/// What is left of `text` after as much was sent as goes without waiting; nothing once
-/// the other end is closed.
+/// Sends as much of `text` as fits without waiting, and returns the rest. The rest is empty
+/// once the other end is closed.
 std::string_view sendSome(int socket, std::string_view text) {
     ssize_t sent = send(socket, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent < 0 && (errno == EAGAIN || errno == EINTR)) return text;
     return sent < 0 ? std::string_view() : text.substr(static_cast<std::size_t>(sent));
 }
 
-/// Whether the process is gone, or is none of ours.
+/// Reaps the process if it has ended. True also when it is no child of ours (any more).
 bool reap(pid_t pid) {
     return uninterrupted([pid] { return waitpid(pid, nullptr, WNOHANG); }) != 0;
 }
 
-/// A process that waits in the kernel, for a server that is gone, dies only when that is
-/// over; and one that is being debugged is the debugger's until then.
+/// SIGKILL may take effect late: a process that waits in the kernel for a server that is gone
+/// ends only after that wait, and a traced process only when its debugger lets it go. So the
+/// wait for its end is limited.
 void reapWithinASecond(pid_t pid) {
     const auto deadline = ChildProcess::Clock::now() + std::chrono::seconds(1);
     auto pause = std::chrono::microseconds(100);
@@ -174,8 +175,8 @@ ChildProcess::ChildProcess(ChildProcess&& other) noexcept
 ChildProcess::~ChildProcess() {
     if (pid_ < 0) return;
     socket_.close();
-    // Only a process that is surely still ours is killed: a host that ignores SIGCHLD
-    // or reaps all its children leaves us ECHILD, and the id may be another's by now.
+    // Kill only a process that is certainly our child. When the host ignores SIGCHLD or reaps
+    // all children, waitpid fails with ECHILD, and another process may have the id by now.
     if (reap(pid_)) return;
     kill(pid_, SIGKILL);
     reapWithinASecond(pid_);
@@ -193,7 +194,7 @@ ChildProcess::ReadEnd ChildProcess::exchange(std::string_view question, Clock::t
         if ((poller.revents & ~POLLOUT) == 0) continue;
         ssize_t count = ::read(socket_.get(), buffer.data(), buffer.size());
         if (count < 0 && errno == EINTR) continue;
-        // One that dies with a question unread resets the connection.
+        // ECONNRESET: the program ended with a part of the question unread.
         if (count == 0 || (count < 0 && errno == ECONNRESET)) return ReadEnd::endOfOutput;
         if (count < 0) return ReadEnd::failed;
         if (!sink({buffer.data(), static_cast<std::size_t>(count)})) return ReadEnd::stopped;

@@ -14,37 +14,39 @@
 
 namespace fscanner {
 
-/// A program that runs without a shell and whose standard output is read.
+/// A program that is started without a shell, and whose standard output is read.
 ///
-/// It inherits nothing of the host but its identity, its umask and limits: its
-/// descriptors are one end of a socket, an empty standard input (unless it is to be
-/// asked) and a standard error that goes nowhere; no signal is blocked or ignored; the environment
-/// is the C locale, a plain PATH and the host's time zone.
+/// From the host it inherits its user and groups, its umask and its resource limits, and
+/// nothing else. Standard output is one end of a socket, standard error is /dev/null, and
+/// standard input is /dev/null or the same socket; all other descriptors are closed. No signal
+/// is blocked or ignored. The environment holds the C locale, a plain PATH and the host's time
+/// zone.
 class ChildProcess {
 public:
     enum class Input { none, asked };
     /// Starts the program `arguments[0]`, an absolute path, in the directory open
-    /// as `directory` (AT_FDCWD: where the host is). One that is `asked` reads what
-    /// `exchange` sends.
+    /// as `directory` (AT_FDCWD: the host's current directory). With `Input::asked`
+    /// its standard input is the text that `exchange` sends. Empty on failure.
     static std::optional<ChildProcess> start(const std::vector<std::string>& arguments,
                                              int directory, Input input = Input::none);
     ChildProcess(ChildProcess&& other) noexcept;
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ChildProcess& operator=(ChildProcess&&) = delete;
-    /// Kills the program if it still runs, and leaves no zombie, unless it does not end
-    /// within a second even so: it is the host's to reap then.
+    /// Kills the program if it still runs, and reaps it. A program that has not ended one
+    /// second later stays a child of the host, which has to reap it.
     ~ChildProcess();
 
     using Clock = std::chrono::steady_clock;
     enum class ReadEnd { endOfOutput, stopped, timedOut, failed };
     using Sink = std::function<bool(std::string_view)>;
-    /// Hands the output out piece by piece until it ends, `sink` answers false
-    /// ("stopped") or the deadline has passed.
+    /// Passes the output to `sink` piece by piece until it ends, `sink` returns false
+    /// (`stopped`), or the deadline has passed.
     ReadEnd read(Clock::time_point deadline, const Sink& sink) {
         return exchange({}, deadline, sink);
     }
-    /// The same while `question` is sent. What the program does not take is dropped.
+    /// The same, and sends `question` to the program meanwhile. A rest that the program does
+    /// not read is dropped.
     ReadEnd exchange(std::string_view question, Clock::time_point deadline, const Sink& sink);
 
 private:

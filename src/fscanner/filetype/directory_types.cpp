@@ -118,23 +118,24 @@ std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
                                                    const DescribeDirectory& describe) {
     FileLocation wanted = locate(pathBytes);
     if (wanted.name.empty()) return std::nullopt;
-    // Answers are kept under the text that the name's bytes decode to, which may
-    // differ from the host's way of writing them.
+    // The cache's keys are decoded from the bytes of the names. The host's spelling of the
+    // same path may differ.
     std::wstring key = toWide(pathBytes);
-    // Whatever the path leads to by now: another file has another stamp.
+    // The path may lead to another file by now. That has another stamp.
     struct stat info {};
     const bool there = examineFile(pathBytes, info) == 0;
     Element cached = there ? cache_.take(key, stampOf(info)) : Element();
     std::wstring line = cached.getID() >= 0 ? std::wstring(cached.getFileTypeInfo())
-                                            : describeOthers(key, wanted, describe);
-    // Unknown types wait in the cache as well: a directory on which `file` hangs
-    // costs one time-out, not one for each of its files.
+                                            : describeAll(key, wanted, describe);
+    // A line without a description: the type is unknown. Such lines are cached too, so
+    // that a directory on which `file` hangs costs one time-out and not one per file.
     if (line.size() <= key.size() + separator.size()) return std::nullopt;
     return line.replace(0, key.size(), path);
 }
 
-std::wstring DirectoryTypes::describeOthers(std::wstring_view key, const FileLocation& wanted,
-                                            const DescribeDirectory& describe) {
+// Describes the directory of the wanted file: returns that file's line and caches the others.
+std::wstring DirectoryTypes::describeAll(std::wstring_view key, const FileLocation& wanted,
+                                         const DescribeDirectory& describe) {
     std::wstring line;
     std::wstring path(key.substr(0, key.rfind(L'/') + 1));
     const std::size_t prefix = path.size();

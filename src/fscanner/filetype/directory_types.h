@@ -13,18 +13,18 @@
 
 namespace fscanner {
 
-/// An open directory, for reading its names and for reaching its files by its
-/// descriptor, so that both speak of the same directory whatever is renamed.
+/// An open directory. Its names are read and its files are reached through one
+/// descriptor, so that both concern the same directory even if it is renamed.
 class NameDirectory {
 public:
-    /// Nothing when `path` is not a directory or cannot be read. A symbolic link is
-    /// not followed anywhere in it.
+    /// Empty when `path` is not a directory, cannot be read, or has a symbolic link as
+    /// any component.
     static std::optional<NameDirectory> open(const char* path);
 
     int descriptor() const { return dirfd(stream_.get()); }
-    /// Every name but those of directories; nothing when reading fails midway. A
-    /// directory may be the place of a mount whose server is gone, and to look at it
-    /// is to wait; so it is there only as the one that is `wanted`.
+    /// The names of all entries except directories; a directory is included only if its
+    /// name is `wanted`. Directories are left out because one may be the mount point of a
+    /// server that is gone, and examining it would block. Empty when reading fails.
     std::optional<std::vector<std::string>> names(std::string_view wanted = {});
 
 private:
@@ -38,41 +38,43 @@ private:
 
 class RunningFile;
 
-/// A file's path cut at its last "/": the directory to list ("/" for a file of
-/// the root, "." for a path without "/") and the name in it.
+/// A path split at its last "/": the directory to list ("/" for a file in the root,
+/// "." for a path without "/") and the name in it.
 struct FileLocation {
     std::string directory;
     std::string name;
 };
 FileLocation locate(const std::string& path);
 
-/// One file of a directory. An empty description means that `file` had no answer.
+/// The answer of `file` about one file of a directory. An empty description means that
+/// there was none.
 struct FileAnswer {
     std::string name;
     std::string description;
-    FileStamp stamp;  // from before it was described
+    FileStamp stamp;  // taken before the file was described
 };
-/// Describes the files of a directory if the wanted file is among them.
+/// Describes the files of a directory. Returns nothing if the wanted file is not there.
 using DescribeDirectory = std::function<std::vector<FileAnswer>(const FileLocation& wanted)>;
 
-/// Lists the directory through its descriptor and describes each file under its
-/// bare name, by `running` where that is possible.
+/// Lists the directory through its descriptor and describes the files by their names in
+/// it, with the kept process `running` if possible.
 std::vector<FileAnswer> describeDirectory(const FileLocation& wanted, RunningFile& running);
 
-/// Types of files, asked for one by one and found out a directory at a time.
+/// The types of files. They are asked for one by one and determined per directory.
 ///
-/// The first question about a directory describes all its files; the answers to
-/// the others wait in the cache, and each is used once, and only for the file that was
-/// described, unchanged: asking again describes the directory again.
+/// The first question about a directory describes all its files. The answers about the
+/// other files are cached. A cached answer is used once, and only if the file has not
+/// changed since; a second question about the same file describes the directory again.
 class DirectoryTypes {
 public:
-    /// The line "path: description"; nothing when the type is unknown.
+    /// The line "path: description"; nothing when the type is unknown. `pathBytes` is
+    /// `path` in the system's encoding.
     std::optional<std::wstring> lineOf(std::wstring_view path, const std::string& pathBytes,
                                        const DescribeDirectory& describe);
 
 private:
-    std::wstring describeOthers(std::wstring_view key, const FileLocation& wanted,
-                                const DescribeDirectory& describe);
+    std::wstring describeAll(std::wstring_view key, const FileLocation& wanted,
+                             const DescribeDirectory& describe);
 
     FileTypeCache cache_;
     int batch_ = 0;

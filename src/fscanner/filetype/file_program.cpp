@@ -12,7 +12,7 @@
 
 namespace fscanner {
 
-// ---- What it says -----------------------------------------------------------
+// ---- Output -----------------------------------------------------------------
 
 bool FileOutput::complete() const {
     return descriptions_.size() >= fileCount_ || received_ / (longestDescription + 1) > fileCount_;
@@ -52,9 +52,9 @@ std::wstring descriptionOf(std::wstring_view line, std::size_t pathLength) {
 
 namespace {
 
-// As many files as a directory may hold that crash the program before its rest
-// is given up; each costs a start of the program.
-constexpr int toleratedDeaths = 8;
+// So many crashes are tolerated in one directory; after one more, its other files get no type.
+// Each crash costs a start of the program.
+constexpr int maxCrashes = 8;
 
 std::string findProgram() {
     for (const char* candidate : {"/usr/bin/file", "/bin/file"}) {
@@ -63,7 +63,8 @@ std::string findProgram() {
     return {};
 }
 
-/// A directory may be readable and yet not be entered, which is no fault of the program.
+/// The start of a program in a directory fails if the directory is readable but not
+/// searchable. That does not mean that `file` is missing.
 bool canEnter(int directory) {
     return directory == AT_FDCWD || faccessat(directory, ".", X_OK, AT_EACCESS) == 0;
 }
@@ -84,7 +85,7 @@ FileRun run(const std::vector<std::string>& arguments, int directory, std::size_
     return {std::move(output.descriptions()), end == ChildProcess::ReadEnd::endOfOutput};
 }
 
-/// How many of the first names fit in one run; never none.
+/// How many of the first names fit in one run; at least one.
 std::size_t countForOneRun(std::span<const std::string> names) {
     std::size_t bytes = 0;
     std::size_t count = 0;
@@ -102,7 +103,7 @@ FileRun runOver(int directory, std::span<const std::string> names, RunningFile* 
     }
     std::vector<std::string> arguments = fileArguments();
     arguments.emplace_back("--");
-    // "./" keeps "-" from being standard input.
+    // "./" because `file` takes the name "-" for standard input, even behind "--".
     for (const std::string& name : names) {
         arguments.push_back(name.starts_with('/') ? name : "./" + name);
     }
@@ -129,7 +130,7 @@ std::vector<std::string> describeFiles(int directory, std::span<const std::strin
                                        RunningFile* running) {
     std::vector<std::string> descriptions;
     descriptions.reserve(names.size());
-    int deaths = 0;
+    int crashes = 0;
     while (descriptions.size() < names.size()) {
         auto rest = names.subspan(descriptions.size());
         auto batch = rest.first(countForOneRun(rest));
@@ -137,8 +138,8 @@ std::vector<std::string> describeFiles(int directory, std::span<const std::strin
         std::move(result.descriptions.begin(), result.descriptions.end(),
                   std::back_inserter(descriptions));
         if (result.descriptions.size() == batch.size()) continue;
-        if (!result.worthAnother || ++deaths > toleratedDeaths) break;
-        descriptions.emplace_back();
+        if (!result.mayContinue || ++crashes > maxCrashes) break;
+        descriptions.emplace_back();  // for the file that crashed the program
     }
     descriptions.resize(names.size());
     return descriptions;

@@ -9,21 +9,20 @@
 
 namespace fscanner {
 
-/// Cuts the output of `file -b -00` into descriptions, one per file and in order.
+/// Splits the output of `file -b -00` into descriptions, one per file and in order.
 ///
-/// Each ends with a NUL, which no description can hold, so nothing that a file is
-/// called or contains can shift an answer to another file. A description keeps
-/// its first 8191 bytes. Once a broken program has written far more than that
-/// many files can need, or more descriptions than there are files, the rest is
-/// not read.
+/// Each description ends with a NUL, which no description can contain. So no name and
+/// no content of a file can shift an answer to another file. A description is cut
+/// after 8191 bytes. A broken program cannot flood us: nothing more is read once there
+/// is a description for each file, or more output than that many files can need.
 class FileOutput {
 public:
     explicit FileOutput(std::size_t fileCount) : fileCount_(fileCount) {}
 
     void append(std::string_view bytes);
-    /// Whether nothing that could follow is of use.
+    /// Whether no further output is needed.
     bool complete() const;
-    /// The descriptions that came whole; what was cut off by the end is not one.
+    /// The complete descriptions so far. One without its NUL is not included.
     std::vector<std::string>& descriptions() { return descriptions_; }
 
     static constexpr std::size_t longestDescription = 8191;
@@ -35,26 +34,26 @@ private:
     std::vector<std::string> descriptions_;
 };
 
-/// The words of a description or of a wanted type: what stands between runs of
-/// blanks, commas and colons.
+/// Splits a description or a wanted type into words. Words are separated by blanks,
+/// commas and colons.
 std::vector<std::wstring> splitTypeWords(std::wstring_view text);
 
-/// What stands behind the first `pathLength` characters of a line
-/// "path: description", its tabs and newlines turned into blanks.
+/// A line "path: description" without its first `pathLength` characters. Tabs and
+/// newlines become blanks.
 std::wstring descriptionOf(std::wstring_view line, std::size_t pathLength);
 
 class RunningFile;
 
-/// Which `file` is run and within which bounds. Process-wide; only tests change it.
+/// The program `file` and its limits. Process-wide; only tests change it.
 struct FileProgram {
-    /// Absolute path; empty where there is none, and then no type is known.
+    /// Absolute path; empty when the system has no `file`. Then every type is unknown.
     std::string path;
-    /// How long one run may take: a fixed part, and one for each file.
+    /// The time limit of one run is the sum of a fixed part and a part for each file.
     std::chrono::milliseconds timePerRun{60'000};
     std::chrono::milliseconds timePerFile{100};
-    /// Bytes of names in one run's arguments: the least that the kernel always takes.
+    /// Limit of the names in one run's arguments, in bytes. The kernel always accepts 128 KiB.
     std::size_t argumentBytes = 128 * 1024;
-    /// Whether one that is kept running may be handed several directories.
+    /// Whether a process may be kept running for several directories (see `RunningFile`).
     bool mayKeepRunning = true;
 
     std::chrono::milliseconds timeFor(std::size_t files) const {
@@ -63,21 +62,22 @@ struct FileProgram {
 };
 FileProgram& fileProgram();
 
-/// Set when this thread asked for a type and the program could not be run at all.
+/// Set to true when this thread asked for a type and `file` could not be started.
+/// `AnswerGaps` resets it for each query.
 bool& fileProgramMissed();
 
-/// The program's path and the options of every run: brief (-b), each answer ended by a
-/// NUL (-00) and written at once (-n), so that a death loses no earlier answer.
+/// The program's path and the options of every run: -b leaves the names out, -00 ends each
+/// answer with a NUL, and -n writes each answer at once, so that a crash loses no earlier one.
 std::vector<std::string> fileArguments();
 
-/// Describes the files `names` of the directory open as `directory` (AT_FDCWD:
-/// where the host is), or of absolute paths: one description for each, in their order, empty where
-/// there was no answer. Links are described, not followed.
+/// Describes files. `names` are names in the directory open as `directory` (AT_FDCWD: the
+/// host's current directory), or absolute paths. Returns one description for each, in their
+/// order; it is empty when there was no answer. Links are described, not followed.
 ///
-/// One run for as many names as its arguments hold. A file on which the program
-/// dies is left out and the rest gets another run, a few times over; a run that
-/// takes too long ends the matter. With `running`, one that is kept running is handed the
-/// names where that is possible; the answers are the same.
+/// A run gets as many names as fit in its arguments. When the program crashes on a file, a
+/// new run continues behind that file, a limited number of times. After a run that takes too
+/// long no other follows. With `running`, the kept process is used if possible; the answers
+/// are the same.
 std::vector<std::string> describeFiles(int directory, std::span<const std::string> names,
                                        RunningFile* running = nullptr);
 

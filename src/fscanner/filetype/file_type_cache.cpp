@@ -39,6 +39,8 @@ void FileTypeCache::append(const Element& element, const FileStamp& stamp, std::
     lastId_ = element.getID();
 }
 
+// Drops from the front until there is room, and goes on to the end of the batch that it has begun
+// to drop. It stops at the batch that is being inserted.
 void FileTypeCache::makeRoom(int currentId) {
     if (elements_.size() < sizeLimit_) return;
     int dropped = currentId;

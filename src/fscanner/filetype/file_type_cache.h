@@ -9,15 +9,16 @@
 
 namespace fscanner {
 
-/// One cached answer: the directory batch that produced it, and one line
-/// "path: description". An empty element (ID -1, null info) means "not found".
+/// One cached answer: a line "path: description", and the ID of the batch that produced
+/// it. A batch is one description of a directory. An empty element (ID -1, null info)
+/// means "not found".
 class Element {
 public:
     Element() = default;
     Element(int id, const wchar_t* info) { setData(id, info, false); }
 
-    /// Stores a copy of `info`, or empties the element when `info` is null or `id`
-    /// negative. The old line is always released, whatever `release` says.
+    /// Stores a copy of `info`, or empties the element when `info` is null or `id` is
+    /// negative. The old line is always released; `release` has no effect.
     void setData(int id, const wchar_t* info, bool release);
     int getID() const { return id_; }
     /// The line, owned by the element; null when it is empty.
@@ -28,7 +29,7 @@ private:
     std::optional<std::wstring> info_;
 };
 
-/// Which file an answer was given for, and in which state. A file that was replaced or
+/// Identifies a file and its state when it was described. A file that was replaced or
 /// changed since has another stamp.
 struct FileStamp {
     bool known = false;
@@ -40,27 +41,28 @@ struct FileStamp {
     bool operator==(const FileStamp&) const = default;
 };
 
-/// Answers in the order of their arrival, bounded by dropping whole oldest batches.
+/// Answers in the order of their insertion. When the limit is reached, the oldest batches
+/// are dropped as a whole.
 ///
-/// Answers stored with their path are found by it at once, exactly. One thread
-/// at a time.
+/// Answers that were inserted with their path are indexed by it. One thread at a time.
 class FileTypeCache {
 public:
-    /// `sizeLimit` counts where it is more than 4096, which is the least.
+    /// `sizeLimit`: the number of answers; values below 4096 are raised to that.
     explicit FileTypeCache(unsigned sizeLimit = smallestLimit);
 
-    /// Appends after making room. A batch that is being inserted is never dropped,
-    /// so one large directory may exceed the limit.
+    /// Makes room and appends. The batch that is being inserted is never dropped, so
+    /// one large directory may exceed the limit.
     void insert(const Element& element);
-    /// The same for an answer that `take` is to find under `path`.
+    /// The same for an answer that `take` can find under `path`. `path` must be the
+    /// beginning of the element's line.
     void insert(const Element& element, std::wstring_view path, const FileStamp& stamp = {});
 
-    /// A copy of the oldest element whose line begins with `key`, which leaves the
-    /// cache with `remove`; an empty element when there is none. Any beginning
-    /// counts: the key "a:" also finds the line of a file called "a:b".
+    /// A copy of the oldest element whose line begins with `key`; an empty element when
+    /// there is none. With `remove` the element is taken out of the cache. The key "a:"
+    /// also finds the line of a file called "a:b".
     Element find(const wchar_t* key, bool remove);
-    /// Takes out the oldest answer stored under exactly `path` with this stamp. Answers
-    /// of the path that are older and have another stamp are dropped.
+    /// Takes the oldest answer for exactly `path` with this stamp out of the cache. Older
+    /// answers for the path with another stamp are dropped.
     Element take(std::wstring_view path, const FileStamp& stamp = {});
 
     /// Writes the elements to the debug log.
@@ -75,7 +77,7 @@ private:
     struct Entry {
         Element element;
         FileStamp stamp;
-        std::size_t pathLength = 0;  // of the line's beginning that is the path; 0: not indexed
+        std::size_t pathLength = 0;  // length of the path at the line's start; 0: not indexed
         std::wstring_view path() const { return {element.getFileTypeInfo(), pathLength}; }
     };
     using Entries = std::list<Entry>;
@@ -88,9 +90,9 @@ private:
     unsigned sizeLimit_;
     int lastId_ = -1;
     Entries elements_;
-    // Keys are views into the elements' own lines, which a list never moves. Ordered,
-    // so that answers of one path stand in the order of their insertion, and that
-    // names chosen to collide cost nothing.
+    // The keys are views into the elements' lines; a list never moves its elements. An
+    // ordered map keeps answers for the same path in the order of insertion, and cannot
+    // be slowed down by names whose hashes collide.
     std::multimap<std::wstring_view, Entries::iterator> byPath_;
 };
 

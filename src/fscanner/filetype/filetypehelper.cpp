@@ -28,7 +28,8 @@ namespace fscanner {
 
 namespace {
 
-/// Answers from one of the thread's two caches; `method` is for the log.
+/// Answers with the help of `types`, one of the thread's two caches. `method` is the caller's
+/// name for the log.
 std::optional<std::wstring> cachedLine(DirectoryTypes& types, const char* method,
                                        const wchar_t* path, const DescribeDirectory& describe) {
     if (path == nullptr || std::wcslen(path) > longestPath()) return std::nullopt;
@@ -170,7 +171,7 @@ std::optional<std::wstring_view> findLine(std::wstring_view data, std::wstring_v
     return std::nullopt;
 }
 
-/// The whole regular file, or nothing.
+/// The content of a regular file, or nothing.
 std::optional<std::string> readFile(const char* path) {
     int descriptor = open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
     if (descriptor < 0) return std::nullopt;

@@ -14,25 +14,26 @@
 namespace fscanner {
 namespace {
 
-constexpr std::chrono::milliseconds patienceAtStart{5'000};
+constexpr std::chrono::milliseconds startTimeout{5'000};
 
-/// Whether /proc speaks of processes by the same numbers as we do.
-bool procKnowsUs() {
+/// Whether /proc shows our process under the id that we know. In a container it may be mounted
+/// for another PID namespace.
+bool procHasOurPids() {
     std::array<char, 32> target{};
     const ssize_t size = readlink("/proc/self", target.data(), target.size());
     return size > 0 && std::string_view(target.data(), static_cast<std::size_t>(size)) ==
                            std::to_string(getpid());
 }
 
-/// The directory's path for another process, with a slash behind it. By our thread, which
-/// may have descriptors of its own.
+/// A path by which another process reaches the directory; it ends with a slash. It leads through
+/// our thread, because a thread may have a descriptor table of its own.
 std::string pathFor(int directory) {
     return "/proc/" + std::to_string(getpid()) + "/task/" + std::to_string(gettid()) + "/fd/" +
            std::to_string(directory) + "/";
 }
 
-/// A complaint quotes the file's path: make it the one that a `file` in the
-/// directory would quote.
+/// An error message of `file` quotes the path. Replaces the prefix there by "./", so that the
+/// message is the same as that of a `file` started in the directory.
 void shorten(std::string& description, const std::string& prefix) {
     const std::size_t quote = description.find("`" + prefix);
     if (quote != description.npos) description.replace(quote + 1, prefix.size(), "./");
@@ -43,8 +44,8 @@ void shorten(std::string& description, const std::string& prefix) {
 std::optional<FileRun> RunningFile::request(const std::string& prefix,
                                             std::span<const std::string> names,
                                             ChildProcess::Clock::duration limit) {
-    // The directory itself goes first: if the answer is another, it cannot be reached, or
-    // the two are not in step.
+    // The first question is for the directory itself. Any other answer than "directory" means
+    // that the process cannot reach it, or that questions and answers are out of step.
     std::string lines = prefix + ".\n";
     for (const std::string& name : names) lines.append(prefix).append(name).append("\n");
     FileOutput output(names.size() + 1);
@@ -53,8 +54,8 @@ std::optional<FileRun> RunningFile::request(const std::string& prefix,
         return !output.complete();
     });
     FileRun run{std::move(output.descriptions())};
-    // One that died may have done so of its age, such as a limit on its CPU time: another
-    // shows whether a file is to blame.
+    // If the process ended, its age may be the reason, such as a limit on CPU time, and not a
+    // file. So its answers are not used; a run of its own shows whether a file is to blame.
     const bool inStep = end != ChildProcess::ReadEnd::endOfOutput && !run.descriptions.empty() &&
                         run.descriptions.front().ends_with("directory");
     if (!inStep || run.descriptions.size() <= names.size()) process_.reset();
@@ -71,12 +72,12 @@ bool RunningFile::isReady() {
     std::vector<std::string> arguments = fileArguments();
     arguments.insert(arguments.end(), {"-f", "-"});
     const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
-    auto process = root && procKnowsUs()
+    auto process = root && procHasOurPids()
                        ? ChildProcess::start(arguments, root.get(), ChildProcess::Input::asked)
                        : std::nullopt;
     if (process) process_.emplace(*std::move(process));
-    const auto patience = std::min(patienceAtStart, fileProgram().timePerRun);
-    unusable_ = !process_ || !request(pathFor(root.get()), {}, patience);
+    const auto timeout = std::min(startTimeout, fileProgram().timePerRun);
+    unusable_ = !process_ || !request(pathFor(root.get()), {}, timeout);
     return !unusable_;
 }
 

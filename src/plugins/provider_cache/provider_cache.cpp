@@ -1,6 +1,6 @@
-// The provider over the cache: trees of local drives are answered from the disk while
-// they are young enough. It uses the library's public headers alone, and shows the
-// order in which a cache is used.
+// The provider that uses the cache. It answers queries about trees of local drives from the cache
+// while they are young enough. It needs only the library's public headers, and is an example of
+// the order of calls on a cache.
 
 #include <algorithm>
 #include <chrono>
@@ -18,14 +18,15 @@ namespace fscanner {
 
 namespace {
 
-// How often to read what was built, when others come between and remove it.
+// Between the building of a tree and the query another process may remove the tree. So many
+// attempts are made before the query runs under the exclusive lock.
 constexpr int kTries = 3;
 
-// The time that is left for waits, in milliseconds.
-class Patience {
+// The time limit of several waits together, in milliseconds.
+class WaitLimit {
 public:
-    explicit Patience(int milliseconds) : limit_(milliseconds) {}
-    // At least one try.
+    explicit WaitLimit(int milliseconds) : limit_(milliseconds) {}
+    // The time left; at least 1, so that a wait tries once.
     int left() const {
         using std::chrono::milliseconds;
         const auto passed = std::chrono::steady_clock::now() - start_;
@@ -38,7 +39,7 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 
-// Passes records on and remembers whether there was one.
+// Passes records on, and remembers whether there was any.
 class WatchedWriter : public FsResultSetWriter {
 public:
     explicit WatchedWriter(FsResultSetWriter& to) : to_(to) {}
@@ -75,22 +76,23 @@ public:
 
 private:
     bool prepareDirectory();
-    int ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge, unsigned timeout);
+    int execute(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
+                unsigned timeout);
 
-    // One query, as it was asked.
-    struct Question {
+    // The arguments of one query.
+    struct Request {
         FsResultSetWriter& writer;
         const FsQuery& query;
         unsigned maximumAge;
         unsigned timeout;
         bool keepsPlan;
 
-        int ask(FS_Cache& cache) const;
+        int run(FS_Cache& cache) const;
     };
-    int runOnce(const Question& question) const;
-    int read(const Question& question, const Patience& patience) const;
-    int buildAndRead(const Question& question, const Patience& patience) const;
-    int runAlone(const Question& question) const;
+    int runOnce(const Request& request) const;
+    int read(const Request& request, const WaitLimit& wait) const;
+    int buildAndRead(const Request& request, const WaitLimit& wait) const;
+    int runExclusive(const Request& request) const;
     std::unique_ptr<FS_Cache> makeCache() const;
 
     FsCacheSettings settings_;
@@ -102,74 +104,75 @@ bool CacheProvider::prepareDirectory() {
     return fsPrepareCacheDirectory(settings_.directory.c_str());
 }
 
-// A host need not know how its provider was built: nothing is thrown at it.
+// Exceptions stop here: the host's interface reports failures by a status.
 int CacheProvider::executeQuery(FsResultSetWriter& writer, const FsQuery& query,
                                 unsigned maximumAge, unsigned timeout) {
     lastStatus_ = FS_CACHE_FAILURE;
     try {
-        lastStatus_ = ask(writer, query, settings_.fresh ? FS_CACHE_REBUILD : maximumAge, timeout);
+        lastStatus_ =
+            execute(writer, query, settings_.fresh ? FS_CACHE_REBUILD : maximumAge, timeout);
     } catch (const std::exception&) {
-        // The cache's object went with the exception, and gave up its locks.
+        // The cache's object was destroyed, which released its locks.
     }
     return lastStatus_;
 }
 
-// Tried once more before an answer was given: a cache that turned out damaged is marked
-// by then, and opening it makes it anew; a directory that was removed is made again.
-int CacheProvider::ask(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
-                       unsigned timeout) {
+// A failed query is repeated once if no record was written yet. The first attempt has marked a
+// damaged cache, so the second one makes it anew; it also creates a removed directory again.
+int CacheProvider::execute(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
+                           unsigned timeout) {
     if (!prepareDirectory()) return FS_CACHE_FAILURE;
-    // Results in memory are what a host asks for that repeats its queries.
+    // A host that wants its results in memory is likely to repeat its queries.
     const bool keepsPlan = dynamic_cast<FsResultSetWriter_OnVector*>(&writer) != nullptr;
     WatchedWriter watched(writer);
-    const Question question{watched, query, maximumAge, timeout, keepsPlan};
-    int status = runOnce(question);
-    const bool mayHeal = status == FS_CACHE_UNUSABLE || status == FS_CACHE_FAILURE;
-    if (mayHeal && !watched.written() && prepareDirectory()) status = runOnce(question);
+    const Request request{watched, query, maximumAge, timeout, keepsPlan};
+    int status = runOnce(request);
+    const bool mayRepeat = status == FS_CACHE_UNUSABLE || status == FS_CACHE_FAILURE;
+    if (mayRepeat && !watched.written() && prepareDirectory()) status = runOnce(request);
     return status;
 }
 
-// Most queries change nothing, and are answered beside others. One that needs younger trees
-// has the cache for itself while it builds them, but not while it gives its answer: that
-// takes as long as the writer likes.
-int CacheProvider::runOnce(const Question& question) const {
-    const Patience patience(settings_.wait);
-    int status = read(question, patience);
+// Most queries change nothing and share the cache with others. A query that needs younger trees
+// takes the exclusive lock only while it builds them. It writes its results under the shared lock,
+// because the host's writer may take any time.
+int CacheProvider::runOnce(const Request& request) const {
+    const WaitLimit wait(settings_.wait);
+    int status = read(request, wait);
     if (status != FS_CACHE_NEEDS_CHANGE) return status;
-    status = buildAndRead(question, patience);
+    status = buildAndRead(request, wait);
     for (int i = 1; i < kTries && status == FS_CACHE_NEEDS_CHANGE; ++i)
-        status = buildAndRead(question, Patience(settings_.wait));
-    return status == FS_CACHE_NEEDS_CHANGE ? runAlone(question) : status;
+        status = buildAndRead(request, WaitLimit(settings_.wait));
+    return status == FS_CACHE_NEEDS_CHANGE ? runExclusive(request) : status;
 }
 
-int CacheProvider::read(const Question& question, const Patience& patience) const {
+int CacheProvider::read(const Request& request, const WaitLimit& wait) const {
     const auto cache = makeCache();
-    if (const int status = cache->lockShared(patience.left())) return status;
+    if (const int status = cache->lockShared(wait.left())) return status;
     int status = cache->create(0, FS_CACHE_OPEN);
-    if (status == FS_CACHE_SUCCESS) status = question.ask(*cache);
+    if (status == FS_CACHE_SUCCESS) status = request.run(*cache);
     cache->close();
     cache->unlock();
     return status;
 }
 
-int CacheProvider::buildAndRead(const Question& question, const Patience& patience) const {
+int CacheProvider::buildAndRead(const Request& request, const WaitLimit& wait) const {
     const auto cache = makeCache();
-    if (const int status = cache->lock(patience.left())) return status;
+    if (const int status = cache->lock(wait.left())) return status;
     int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
     if (status == FS_CACHE_SUCCESS)
-        status = cache->refresh(question.query, question.timeout, question.maximumAge);
-    if (status == FS_CACHE_SUCCESS) status = cache->share(Patience(settings_.wait).left());
-    if (status == FS_CACHE_SUCCESS) status = question.ask(*cache);
+        status = cache->refresh(request.query, request.timeout, request.maximumAge);
+    if (status == FS_CACHE_SUCCESS) status = cache->share(WaitLimit(settings_.wait).left());
+    if (status == FS_CACHE_SUCCESS) status = request.run(*cache);
     cache->close();
     cache->unlock();
     return status;
 }
 
-int CacheProvider::runAlone(const Question& question) const {
+int CacheProvider::runExclusive(const Request& request) const {
     const auto cache = makeCache();
-    if (const int status = cache->lock(Patience(settings_.wait).left())) return status;
+    if (const int status = cache->lock(WaitLimit(settings_.wait).left())) return status;
     int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
-    if (status == FS_CACHE_SUCCESS) status = question.ask(*cache);
+    if (status == FS_CACHE_SUCCESS) status = request.run(*cache);
     cache->close();
     cache->compact();
     cache->unlock();
@@ -185,8 +188,8 @@ std::unique_ptr<FS_Cache> CacheProvider::makeCache() const {
     return cache;
 }
 
-// The cache takes the two limits in the other order.
-int CacheProvider::Question::ask(FS_Cache& cache) const {
+// FS_Cache takes the two limits in the opposite order of FsProvider.
+int CacheProvider::Request::run(FS_Cache& cache) const {
     return keepsPlan ? cache.executeQueryEx(writer, query, timeout, maximumAge)
                      : cache.executeQuery(writer, query, timeout, maximumAge);
 }

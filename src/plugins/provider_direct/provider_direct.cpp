@@ -1,4 +1,4 @@
-// A provider without a cache: every query walks the file systems, local ones too.
+// A provider without a cache: every query scans the file systems, also local ones.
 
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_provider.h"
@@ -13,7 +13,7 @@ public:
     int lastStatus() const override { return lastStatus_; }
     bool setOption(const char*, const char*) override { return false; }
 
-    // What it finds is never old. Both forms of results are written alike.
+    // The age limit has no effect, as results are never old.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned /*maximumAge*/,
                      unsigned timeout) override {
         lastStatus_ = fsScanQuery(writer, query, timeout);
