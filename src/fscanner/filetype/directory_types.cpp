@@ -157,7 +157,7 @@ std::wstring DirectoryTypes::describeAll(std::wstring_view key, const FileLocati
 
 namespace {
 
-/// Made exclusively: whatever lies under a name that can be guessed is not ours.
+/// Opens with O_EXCL: the name can be guessed, so an existing file may be a trap.
 File createList(const char* path) {
     int descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (descriptor < 0) return nullptr;

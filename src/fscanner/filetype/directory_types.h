@@ -82,19 +82,19 @@ private:
 
 // ---- Offered to hosts; nothing in fscanner uses what follows ----------------
 
-/// Writes the paths dir + "/" + name of the directory's entries to `listFile`, one a
-/// line: all but directories, hidden files and links included. Returns the number
-/// of lines; -1, and no file is left, when the list cannot be made.
+/// Writes the paths dir + "/" + name of the directory's entries to `listFile`, one per
+/// line. Directories are left out; hidden files and links are included. A path with a
+/// newline cannot be listed and is left out. Returns the number of lines, or -1; then
+/// there is no list file.
 ///
-/// The file must not exist yet and is its owner's alone. A name with a newline
-/// cannot stand in a list of lines and is left out.
+/// The list file must not exist yet. Only its owner may read or write it.
 int makeListFile(const char* dir, const char* listFile);
 
-/// The same, returning the paths that were written.
+/// The same; returns the paths that were written, or nothing.
 std::optional<std::vector<std::string>> writeListFile(const char* dir, const char* listFile);
 
-/// Describes what `makeListFile` lists, through `listFile`, which is made for it
-/// and removed.
+/// Describes the files that `makeListFile` lists. Creates `listFile` for that and
+/// removes it.
 std::vector<FileAnswer> describeThroughList(const FileLocation& wanted, const char* listFile);
 
 }  // namespace fscanner

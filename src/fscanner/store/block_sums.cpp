@@ -45,7 +45,9 @@ bool BlockSums::check(unsigned block) {
     return true;
 }
 
-// What was changed was compared before. Of three blocks one may have been so.
+// Compares three blocks at a time (see `crc32cOfThree`). A changed block differs from its checksum,
+// but it was compared before the change and is skipped. The last block, which may be shorter, is
+// left to `holds`.
 bool BlockSums::compareAll() {
     const unsigned blocks = static_cast<unsigned>(checked_.size());
     unsigned block = 0;
@@ -70,8 +72,9 @@ bool BlockSums::beforeChange(unsigned offset, std::span<const std::byte> bytes) 
     return true;
 }
 
-// Whether its sum of before is that of its present bytes.
-bool BlockSums::isKnown(unsigned block) const {
+// Whether the block's old checksum is still that of its present bytes. A last, partial block is not
+// the same any more when the file has grown.
+bool BlockSums::isSumCurrent(unsigned block) const {
     return block < blocksOf(size_) && (changed_.empty() || !changed_[block]) &&
            (knownLength(block) == BLOCK || file_->logicalSize() == size_);
 }
@@ -79,7 +82,8 @@ bool BlockSums::isKnown(unsigned block) const {
 void BlockSums::close() {
     if (!file_) return;
     const unsigned length = file_->logicalSize();
-    // Bytes that are known and those behind them get one sum.
+    // Appended bytes continue a partial block, which gets a new checksum. So its old bytes are
+    // compared before.
     if (length > size_ && size_ % BLOCK != 0) holds(size_ - 1, 1);
     if (length != size_ || !changed_.empty()) {
         std::vector<std::byte> sums(std::size_t{SUM} * blocksOf(length));
@@ -94,7 +98,7 @@ void BlockSums::close() {
     file_ = nullptr;
 }
 
-// A block that was not compared keeps its sum: another one would hide what is wrong with it.
+// A block that was not changed keeps its checksum, compared or not: a new one would hide damage.
 void BlockSums::sumUp(std::vector<std::byte>& sums) const {
     const std::span<const std::byte> content = file_->content();
     const unsigned whole = static_cast<unsigned>(content.size()) / BLOCK;
@@ -103,10 +107,10 @@ void BlockSums::sumUp(std::vector<std::byte>& sums) const {
     };
     for (unsigned block = 0; std::size_t{BLOCK} * block < content.size();) {
         const std::byte* at = content.data() + std::size_t{BLOCK} * block;
-        if (isKnown(block)) {
+        if (isSumCurrent(block)) {
             put(block, sumAt(sums_, block));
             ++block;
-        } else if (block + 3 > whole || isKnown(block + 1) || isKnown(block + 2)) {
+        } else if (block + 3 > whole || isSumCurrent(block + 1) || isSumCurrent(block + 2)) {
             const std::size_t left = content.size() - std::size_t{BLOCK} * block;
             put(block++, crc32c({at, std::min<std::size_t>(BLOCK, left)}));
         } else {

@@ -12,7 +12,7 @@
 
 namespace fscanner {
 
-/// The integers of the store's files: little-endian, at any alignment.
+/// Reads and writes the integers of the store's files, which are little-endian and unaligned.
 
 template <std::unsigned_integral T>
 constexpr T littleEndian(T value) {
@@ -46,7 +46,7 @@ void appendInteger(std::string& bytes, T value) {
     bytes.append(reinterpret_cast<const char*>(&value), sizeof value);
 }
 
-/// What is left to read of a file's content. Nothing is taken past its end.
+/// The unread rest of a file's content. The `take` functions never read past its end.
 class ByteRange {
 public:
     ByteRange() = default;
@@ -57,10 +57,11 @@ public:
     const std::byte* at() const { return at_; }
     std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
     bool empty() const { return at_ == end_; }
+    /// Takes one byte; the range must not be empty.
     std::byte next() { return *at_++; }
 
-    /// The start of the next `count` bytes; null, and nothing is taken, when there
-    /// are fewer.
+    /// Takes `count` bytes and returns their start; null, and nothing is taken, when
+    /// there are fewer.
     const std::byte* take(std::size_t count) {
         if (left() < count) return nullptr;
         const std::byte* taken = at_;
@@ -80,14 +81,14 @@ private:
     const std::byte* end_ = nullptr;
 };
 
-// Bytes, numbers and names in the headers of the store's files. A name is its length in
-// bytes, then UTF-32LE without a terminator.
+// Bytes, integers and names in the headers of the store's files. A name is stored as its length
+// in bytes, followed by its characters in UTF-32LE without a terminator.
 
 void appendBytes(std::vector<std::byte>& out, std::span<const std::byte> bytes);
 void appendInteger(std::vector<std::byte>& out, std::uint32_t value);
 void appendName(std::vector<std::byte>& out, std::wstring_view name);
 
-/// False when the name is cut, or is nothing that `appendName` writes.
+/// Takes one name. False when it is cut, or cannot have been written by `appendName`.
 bool takeName(ByteRange& in, std::wstring& name);
 
 }  // namespace fscanner

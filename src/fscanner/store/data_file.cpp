@@ -26,7 +26,7 @@ std::vector<std::byte> encodeHeader(const Fields& schema) {
     return header;
 }
 
-/// False for anything that `encodeHeader` does not write.
+/// Reads the header into `schema`. False when `encodeHeader` cannot have written it.
 bool decodeHeader(ByteRange& in, Fields& schema) {
     std::uint32_t count = 0;
     if (!in.take(2 * COUNT_SIZE) || !in.takeInteger(count)) return false;

@@ -11,48 +11,50 @@ namespace fscanner {
 
 enum RecordCount : unsigned { COUNT_STORED = 0, COUNT_DELETED = 1 };
 
-/// A table's data file: a header with two counts and the schema, then records,
-/// appended one after another. docs/formats/data-file.md has the bytes.
+/// A table's data file: a header with two counts and the schema, followed by records in
+/// the order of their insertion. docs/formats/data-file.md describes the bytes.
 ///
-/// Reads go through the mapping. One thread at a time.
+/// Reads return views into the mapped file. One thread at a time.
 class DataFile {
 public:
-    /// Creates or empties the file and writes the header. Null on failure. `sums`: null where
-    /// none are kept.
+    /// Creates or empties the file and writes the header. Null on failure. `sums`: null if no
+    /// checksums are kept.
     static std::unique_ptr<DataFile> create(const wchar_t* path, const Fields& schema,
                                             SumsFile* sums);
-    /// Opens an existing one into `file` and rebuilds `schema` from its header.
+    /// Opens an existing file as `file` and reads `schema` from its header.
     static OpenResult open(const wchar_t* path, Fields& schema, SumsFile* sums,
                            std::unique_ptr<DataFile>& file);
 
-    /// The length of a header for this schema.
+    /// The length of a header for this schema, in bytes.
     static unsigned headerSize(const Fields& schema);
 
     unsigned count(RecordCount which) const;
-    /// False, and nothing is changed, when a watch of the file refuses.
+    /// False, and nothing is changed, when a watch of the file forbids the change.
     bool setCount(RecordCount which, unsigned value);
 
-    /// Where the first record starts, and where the next one will.
+    /// The offsets of the first record and of the next one to be appended.
     unsigned headerSize() const { return headerSize_; }
     unsigned end() const { return file_->logicalSize(); }
 
-    /// The content from a record's start to the end; empty when no record can
-    /// start there. Valid until the next append.
+    /// The content from `offset` to the end of the file; empty when no record can start at
+    /// `offset`. Valid until the next append.
     ByteRange from(unsigned offset) const {
         const std::span<const std::byte> content = file_->content();
         if (offset < headerSize_ || offset >= content.size()) return {};
         return {content.data() + offset, content.data() + content.size()};
     }
-    /// Whether these bytes are as they were written; all of them.
+    /// Whether these bytes match their checksums.
     bool holds(unsigned offset, unsigned count) const { return file_.holds(offset, count); }
+    /// Whether the whole file does.
     bool holdsAll() const { return file_.holdsAll(); }
+    /// Whether no block is left to compare.
     bool isCompared() const { return file_.isCompared(); }
-    /// All of it, the header included. Valid until the next change.
+    /// The whole content, with the header. Valid until the next change.
     const std::byte* content() const { return file_->content().data(); }
-    /// Appends at the end. False, and the content ends where it did, when the disk
-    /// or the 4 GiB of a file are full.
+    /// Appends at the end. False, and the content is unchanged, when the disk is full or
+    /// the file would exceed 4 GiB.
     bool append(std::span<const std::byte> record);
-    /// Overwrites from `offset` on, and lengthens the content where that is needed.
+    /// Overwrites the content from `offset` on, and extends it if necessary.
     bool write(unsigned offset, std::span<const std::byte> bytes);
 
     LinuxMmFile& file() { return *file_; }

@@ -12,7 +12,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned MAX_DECIMAL = 11;  // of 32 bits, with the terminator
+constexpr unsigned MAX_DECIMAL = 11;  // 32 bits in decimal, with a terminator
 
 }  // namespace
 
@@ -69,7 +69,7 @@ bool Index::erase() {
 
 bool Index::init() {
     if (!file_ || !file_->seek(0, SEEK_FROM_START)) return false;
-    // NONE in both words of every head is all ones.
+    // An empty head is NONE in both words: all bits are 1.
     const std::vector<unsigned char> heads(std::size_t{BUCKETS} * SLOT, 0xFF);
     return file_->write(heads.data(), BUCKETS * SLOT) == BUCKETS * SLOT;
 }
@@ -85,6 +85,8 @@ bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
     return true;
 }
 
+// Appends the old content of the head before it changes the head. If the disk is full, the chain
+// stays as it was.
 bool Index::write(unsigned bucket, unsigned recordId) {
     if (!file_ || bucket >= BUCKETS) return false;
     unsigned oldId = NONE, oldNext = NONE;
@@ -120,8 +122,9 @@ bool Index::isSoundHead(unsigned bucket, unsigned records) const {
     return id == NONE ? next == NONE : id < records && isFollower(bucket, next);
 }
 
-// Each index has a slot for every record that was ever inserted, and every chain slot
-// is named by one other. Sums tell an id or a link that was lost or is there twice.
+// An index has one slot for every id that was ever given, and every chain slot is the follower of
+// exactly one slot. So the ids must add up to 0 + 1 + ... + (records - 1), and the links to the sum
+// of all chain slot numbers. An id or link that is missing or doubled changes the sums.
 bool Index::fits(unsigned records) const {
     const unsigned slots = slotCount();
     std::uint64_t ids = 0, links = 0, filled = 0;
@@ -141,7 +144,7 @@ bool Index::fits(unsigned records) const {
 
 namespace {
 
-/// What stands for the value of an integer field; nothing for other fields.
+/// The number that an integer field's key is made of; empty for other fields.
 std::optional<unsigned> keyNumber(const Field& field) {
     switch (field.type()) {
         case FIELD_INT8:
@@ -151,7 +154,7 @@ std::optional<unsigned> keyNumber(const Field& field) {
         case FIELD_INT32:
             return static_cast<const Int32Field&>(field).value();
         case FIELD_INT64:
-            // The low half alone, deliberately: values that differ above it share a key.
+            // Deliberate: only the low 32 bits. Values that differ above them share a key.
             return static_cast<unsigned>(static_cast<const Int64Field&>(field).value());
         default:
             return std::nullopt;
@@ -188,7 +191,7 @@ void makeIndexKey(const ExpValue& value, std::wstring& key) {
     }
 }
 
-// Each record that is inserted comes through here: no key is made.
+// Called for every inserted record, so it computes the hash without making the key.
 std::optional<unsigned> indexBucket(const Field& field) {
     if (const std::optional<unsigned> number = keyNumber(field)) {
         wchar_t decimal[MAX_DECIMAL];

@@ -12,66 +12,68 @@
 
 namespace fscanner {
 
-/// One hash index of a table: from the bucket of a key to the ids of the records
-/// that hold such a key. It stores no keys: who walks a chain tests the records.
+/// One hash index of a table. It maps the bucket of a key to the ids of the records with
+/// a key of that bucket. It stores no keys, so the user of a chain tests the records.
 ///
-/// The file is an array of slots, each a record id and the number of the next
-/// slot: 65536 heads, one a bucket, then the slots of the chains, appended as
-/// they come. docs/formats/index-file.md has the bytes and a picture. What is
-/// pushed out of a head goes to a new slot at the end, so along a chain the slot
-/// numbers fall: a chain that breaks this is damaged, and no walk can go in circles.
+/// The file is an array of slots. Each slot holds a record id and the number of the next
+/// slot. The first 65536 slots are the heads, one per bucket; the slots of the chains are
+/// appended behind them. A new record is put in the head, and the head's old content moves
+/// to a new slot at the end of the file. So slot numbers fall along a chain. A chain in
+/// which they do not is damaged; this check also rules out endless walks.
+/// docs/formats/index-file.md describes the bytes and has a picture.
 class Index {
 public:
     static constexpr unsigned NONE = 0xFFFFFFFF;
     static constexpr unsigned BUCKETS = 65536;
-    /// What the chains' heads take, whatever is stored.
+    /// The length of the heads in bytes, which every index file has.
     static constexpr unsigned HEAD_BYTES = BUCKETS * 8;
 
-    /// Copies the three; with a null one all names are null and nothing works.
+    /// Copies the arguments. If one is null, all names are null and every operation fails.
     Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* fieldName);
-    /// The names alone; the copy is closed.
+    /// Copies only the names; the copy is closed.
     Index(const Index& other);
     Index& operator=(const Index&) = delete;
     ~Index() = default;
 
-    /// Creates or empties the file and writes the heads. False when it is open. `sums`: null
-    /// where none are kept.
+    /// Creates or empties the file and writes the heads. False when the index is open. `sums`:
+    /// null if no checksums are kept.
     bool create(SumsFile* sums = nullptr);
     bool open(SumsFile* sums = nullptr);
-    /// False when none was open, and when its content did not reach the disk.
+    /// False when the index is closed, and when its content did not reach the disk.
     bool close();
     /// Deletes the file of a closed index.
     bool erase();
-    /// Writes every head empty.
+    /// Makes every head empty.
     bool init();
 
-    /// The slot's two words, `NONE` in both for a slot that is not there. False
-    /// when closed, and where it is not as it was written.
+    /// Reads the two words of a slot; both are `NONE` for a slot behind the end. False
+    /// when the index is closed, and when the slot does not match its checksum.
     bool read(unsigned slot, unsigned* recordId, unsigned* next) const;
-    /// Puts the record at the front of the bucket's chain. False when closed, for a
-    /// bucket that is none, or when the file cannot grow.
+    /// Inserts the record at the front of the bucket's chain. False when the index is
+    /// closed, for an invalid bucket, and when the file cannot be changed or grow.
     bool write(unsigned bucket, unsigned recordId);
 
-    /// Whether a slot may follow `slot` in a chain: it ends there, or goes on at a
-    /// chain slot of a lower number.
+    /// Whether slot `next` may follow `slot` in a chain: `next` is `NONE`, or a chain slot
+    /// with a lower number (behind a head: any chain slot).
     bool isFollower(unsigned slot, unsigned next) const;
-    /// Whether a record may be put at the front of the bucket's chain, where there are this
-    /// many records.
+    /// Whether the bucket's head can be right in a table with `records` ids. To be tested before
+    /// `write`, which would build on it.
     bool isSoundHead(unsigned bucket, unsigned records) const;
-    /// Whether each of this many records has its slot, and every chain holds together.
+    /// Whether the index holds each of the ids 0 to `records` - 1 once, and all its chains are
+    /// sound. Reads every slot.
     bool fits(unsigned records) const;
     unsigned slotCount() const { return file_ ? file_->logicalSize() / SLOT : 0; }
     bool isOpen() const { return static_cast<bool>(file_); }
-    /// Whether the last `open` found a file that is no index.
+    /// Whether the last `open` failed because the file is damaged.
     bool isDamaged() const { return damaged_; }
-    /// Whether its first use was found good; for the table to say.
+    /// Whether `FS_Table::checkIndex` has found the index good. Set by the table.
     bool& tested() { return tested_; }
-    /// Of an open index.
+    /// The mapped file of an open index.
     LinuxMmFile& file() { return *file_; }
-    /// Waits until what was written is on disk.
+    /// Waits until everything written is on disk. True for a closed index.
     bool sync() { return !file_ || file_->sync(); }
 
-    /// Null when the names are.
+    /// The names, owned by the index. All are null after a constructor with a null argument.
     const wchar_t* getIndexName() const { return text(indexName_); }
     const wchar_t* getFieldName() const { return text(fieldName_); }
     const wchar_t* getIndexFileName() const { return text(fileName_); }
@@ -94,17 +96,17 @@ private:
     bool tested_ = false;
 };
 
-/// Shared, because a record set may still walk an index that was just removed.
+/// Shared pointers, because a record set may still walk an index that was removed.
 using IndexList = std::vector<std::shared_ptr<Index>>;
 
-/// Makes the key of a field's value: an integer's low 32 bits in decimal, a text
-/// in upper case (in the process's locale). False for a field of an unknown type.
+/// Makes the key of a field's value: of an integer the low 32 bits in decimal, of a text
+/// its upper-case form in the process's locale. False for a field of an unknown type.
 bool makeIndexKey(const Field& field, std::wstring& key);
-/// The same of the value that a criteria asks for.
+/// Makes the key of a value in a criteria.
 void makeIndexKey(const ExpValue& value, std::wstring& key);
-/// The bucket of a key in key form.
+/// The bucket of a key that `makeIndexKey` made.
 unsigned indexBucket(const wchar_t* key);
-/// The bucket of a field's key; nothing for a field of an unknown type.
+/// The bucket of the key of a field's value; empty for a field of an unknown type.
 std::optional<unsigned> indexBucket(const Field& field);
 
 }  // namespace fscanner

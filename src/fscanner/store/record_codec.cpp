@@ -49,7 +49,7 @@ void assignNumber(Field& field, std::uint64_t number) {
     }
 }
 
-/// The most bytes that a value takes in either form.
+/// An upper bound of a value's length in either encoding, in bytes.
 std::size_t encodedBound(const Field& field) {
     if (field.type() != FIELD_TEXT) return MAX_NUMBER_BYTES;
     return MAX_LENGTH_BYTES + MAX_CHARACTER_BYTES * asText(field).view().size();
@@ -61,8 +61,8 @@ bool isAscii(std::wstring_view text) {
     return all < 0x80;
 }
 
-/// Copies byte for character; false, and the copy is good for nothing, when a
-/// byte is no ASCII character.
+/// Widens ASCII text. False when a byte is not ASCII; then `out` is unusable. The loop
+/// has no early exit, so that the compiler can vectorise it.
 bool widen(std::string_view text, wchar_t* out) {
     unsigned all = 0;
     for (const char c : text) {
@@ -127,8 +127,8 @@ std::byte* RecordCodec::writeValue(const Field& value, std::byte* out) {
     return Encoding::writeNumber(static_cast<FieldType>(value.type()), numberOf(value), out);
 }
 
-/// A length is kept modulo 65536, and so much of the text: what is longer than
-/// 65535 bytes does not come back whole.
+/// A text's length is stored modulo 65536, and only so many bytes of the text. So a text
+/// of more than 65535 bytes is cut.
 template <typename Encoding>
 std::byte* RecordCodec::writeText(std::wstring_view text, std::byte* out) {
     if (isAscii(text)) {
@@ -205,7 +205,7 @@ bool RecordCodec::assignText(TextField& field, std::string_view text) {
         field.assign({wide_.data(), text.size()});
         return true;
     }
-    // The decoder wants a terminated text.
+    // utf8ToWideChar needs a terminated text.
     if (!narrow_.reserve(room)) return false;
     std::memcpy(narrow_.data(), text.data(), text.size());
     narrow_.data()[text.size()] = 0;

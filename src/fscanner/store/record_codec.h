@@ -12,43 +12,41 @@ namespace fscanner {
 
 enum class DecodeResult {
     ok,
-    mismatch,  ///< the list of values has not the table's fields
-    damaged,   ///< the bytes cannot be a record
+    mismatch,  ///< the list of values does not have the table's fields
+    damaged,   ///< the bytes cannot be a record, or memory ran out
 };
 
-/// Turns lists of values into the bytes of a record and back:
+/// Encodes lists of values as the bytes of a record, and decodes them:
 ///
 ///     | null flags | value | value | ...
 ///      1 bit each   in the order of the schema
 ///
-/// Holds the room for conversions between two records, so that nothing is
-/// allocated for one. One thread at a time.
+/// Keeps its buffers, so that no memory is allocated per record. One thread at a time.
 class RecordCodec {
 public:
     void setLayout(const RecordLayout& layout) { layout_ = layout; }
     const RecordLayout& layout() const { return layout_; }
 
-    /// The bytes of a record, valid until the next call; empty when `values` has
-    /// not the table's fields, or when memory runs out.
+    /// The bytes of a record, valid until the next call. Empty when `values` does not have
+    /// the table's fields, and when memory runs out.
     std::span<const std::byte> encode(const Fields& values);
-    /// The pieces that an update in place writes one by one.
+    /// The null flags or one value, for an update in place. Otherwise like `encode`.
     std::span<const std::byte> encodeBitmap(const Fields& values);
     std::span<const std::byte> encodeValue(const Field& value);
 
-    /// Decodes the record at the start of `record`, which goes on to the end of
-    /// the file, into `values`. No field is null afterwards, whatever the record's
-    /// null flags say: each gets a value (deliberate). `length`, if given, gets the
-    /// record's length.
+    /// Decodes the record at the start of `record` into `values`. `record` may be longer:
+    /// it usually extends to the end of the file. Deliberate: the null flags are ignored,
+    /// and no field is null afterwards. `length`, if given, gets the record's length.
     DecodeResult decode(ByteRange record, Fields& values, std::size_t* length = nullptr);
-    /// The same for the fields whose flag in `wanted` is set, and none behind the last.
+    /// Decodes only the fields i with `wanted[i]`; `wanted` may be shorter than the schema.
     DecodeResult decodeSome(ByteRange record, Fields& values, const std::vector<bool>& wanted);
 
-    /// The same without decoding: where each value lies. False when the bytes cannot be
-    /// a record. `decodeValue` decodes one of them.
+    /// Finds each value in the record without decoding it. False when the bytes cannot be
+    /// a record. `decodeValue` decodes one value.
     bool locate(ByteRange record, std::vector<StoredValue>& values, std::size_t& length) const;
     bool decodeValue(const StoredValue& stored, Field& value);
 
-    /// Whether `values` can be stored and read back: the same classes in the same order.
+    /// Whether `values` has the table's field types in the same order; it may have more fields.
     bool accepts(const Fields& values) const;
 
 private:

@@ -10,9 +10,9 @@
 
 namespace fscanner {
 
-/// How the records of one table are laid out: what both codecs need to know.
+/// The layout of a table's records, which both encodings use.
 struct RecordLayout {
-    /// The bitmap of null flags is built for at most so many fields.
+    /// The limit of the bitmap of null flags.
     static constexpr unsigned MAX_FIELDS = 256;
 
     RecordLayout() = default;
@@ -30,18 +30,17 @@ struct RecordLayout {
     bool compact = false;
 };
 
-/// A value as it lies on disk: of an integer field the number, of a text its
-/// UTF-8 in place.
+/// A stored value: the number of an integer field, or a view of a text's UTF-8 in the
+/// mapped file.
 struct StoredValue {
     std::uint64_t number = 0;
     std::string_view text;
 };
 
-// The two forms in which records lie on disk, as policies: how an integer of a
-// given type and the length of a text are written and read. All else about a
-// record is the same in both.
+// The two encodings of records, as policies. They differ only in how the integers of
+// each type and the lengths of texts are written and read.
 
-/// Every integer in its own width, lengths in two bytes.
+/// Every integer in the width of its type; lengths in two bytes.
 struct FixedEncoding {
     static bool readNumber(FieldType type, ByteRange& in, std::uint64_t& value) {
         switch (type) {
@@ -90,8 +89,8 @@ private:
     }
 };
 
-/// Integers and lengths in groups of seven bits, the highest first; only a
-/// one-byte integer stays one byte.
+/// Integers and lengths in groups of seven bits, the highest first (see `compressInt`).
+/// Only FIELD_INT8 is stored as one plain byte.
 struct CompactEncoding {
     static bool readNumber(FieldType type, ByteRange& in, std::uint64_t& value) {
         if (type != FIELD_INT8) return readGroups(in, value);
@@ -108,7 +107,7 @@ struct CompactEncoding {
     }
 
 private:
-    static constexpr int MAX_GROUPS = 10;  // of a 64-bit number
+    static constexpr int MAX_GROUPS = 10;  // groups of a 64-bit number
 
     static bool readGroups(ByteRange& in, std::uint64_t& value) {
         value = 0;
@@ -132,14 +131,14 @@ private:
     }
 };
 
-/// Calls `use` with the policy of a layout's form.
+/// Calls `use` with the encoding of a layout.
 template <typename Use>
 decltype(auto) withEncoding(const RecordLayout& layout, Use use) {
     return layout.compact ? use(CompactEncoding{}) : use(FixedEncoding{});
 }
 
-/// Takes one value off the range. False when it is cut by the end of the file,
-/// or cannot have been written.
+/// Takes one value from the range. False when it is cut by the end of the file, or
+/// cannot have been written.
 template <typename Encoding>
 bool readValue(FieldType type, ByteRange& in, StoredValue& value) {
     if (type != FIELD_TEXT) return Encoding::readNumber(type, in, value.number);

@@ -36,6 +36,7 @@ bool SumsFile::load() {
     return false;
 }
 
+// The checksums themselves are not covered by one. They stay in the mapping.
 bool SumsFile::decode(ByteRange bytes) {
     const std::byte* const start = bytes.at();
     const std::byte* const magic = bytes.take(MAGIC.size());
@@ -149,7 +150,7 @@ bool SumsFile::damaged() const {
                        [](const auto& file) { return file.second->damaged(); });
 }
 
-// ---- One of them ------------------------------------------------------------
+// ---- SummedFile -------------------------------------------------------------
 
 OpenResult SummedFile::open(const wchar_t* path, SumsFile* sums) {
     auto file = SysFactory::createMmFile(path);

@@ -69,7 +69,7 @@ bool FS_Table::open() {
     if (result == OpenResult::damaged) reportDamage("its files");
     if (result == OpenResult::ok && retrieveHashIndexList(indexes_)) return true;
     close();
-    closedCounts_.reset();  // of files that cannot be opened
+    closedCounts_.reset();  // set by `close`, but the files cannot be opened
     return false;
 }
 
@@ -137,7 +137,8 @@ bool FS_Table::isWorthIt(const Counts& counts, int percent) {
     return counts.deleted > static_cast<long long>(counts.stored) * percent / 100;
 }
 
-// A table that this object has just closed is not opened only to find nothing to do.
+// If this object closed the table, the counts are known, and a table that needs no compaction is
+// not opened again.
 bool FS_Table::compact(int percent, UndoJournal* journal) {
     const bool counted =
         !isOpen() && closedCounts_ && !isWorthIt(*closedCounts_, percent) && hasFiles();
@@ -151,10 +152,10 @@ bool FS_Table::compact(int percent, UndoJournal* journal) {
         return closed;
     }
     debug("FS_Table::compact - performing [%ls] table compact...\n", name_.c_str());
-    // An index that was left out would go on with the old ids.
+    // An index that was not loaded would keep the old ids.
     const bool compacted = hasAllIndexes() && TableReplacement::rewrite(*this, journal);
     close();
-    closedCounts_.reset();  // the files are others
+    closedCounts_.reset();  // they were of the old files
     return compacted;
 }
 
@@ -173,8 +174,8 @@ bool FS_Table::reportDamage(const char* what) {
 
 // ---- Checks -----------------------------------------------------------------
 
-// Whether the files of an open table fit each other. Reading checks what it meets; these
-// look at all entries, for those who are about to read or to change them all.
+// These functions check that the files of an open table match each other. Reading a record checks
+// only that record; call these before all records are read or the table is changed.
 
 bool FS_Table::checkOffsets() {
     if (!isOpen() || !offsets_->holdsAll()) return false;
@@ -220,9 +221,10 @@ ByteRange FS_Table::record(unsigned id) {
     return record.empty() || holds(id, record) ? record : ByteRange();
 }
 
-// The next record's start is its end at the latest. Where that was removed the record itself
-// has to say, and is read before it is known to be right: it can only ask for too few bytes of
-// a block that is found wrong.
+// Compares a record with its checksums. The record ends at the latest where the next one starts. If
+// the next one was removed, its start is unknown, and the length is computed from the record
+// itself, before its bytes are compared. That is safe: the length covers all bytes that it was
+// computed from, so damage in them is found.
 bool FS_Table::holds(unsigned id, ByteRange record) {
     if (data_->isCompared()) return true;
     const unsigned offset = offsets_->at(id);
@@ -238,7 +240,7 @@ bool FS_Table::insert(const Fields& values) {
     if (!isOpen()) return false;
     const std::span<const std::byte> record = codec_.encode(values);
     const unsigned offset = data_->end();
-    // The record first: what a full disk cuts off never gets an id.
+    // The record comes before its entry: if the disk is full, there is no id without a record.
     if (record.empty() || !data_->append(record)) return false;
     const unsigned id = offsets_->count();
     if (!offsets_->append(offset)) return false;
@@ -287,15 +289,15 @@ bool FS_Table::update(unsigned id, const Fields& values) {
     return compressed_ ? replace(id, values) : rewriteInPlace(id, values);
 }
 
-// The new record first, so that a full disk leaves the old one.
+// Inserts before it removes, so that the old record stays if the disk is full.
 bool FS_Table::replace(unsigned id, const Fields& values) {
     return insert(values) && remove(id);
 }
 
-// Texts are compared by their characters, not by their bytes, deliberately: "é"
-// in the place of "e" is a byte longer and overwrites the start of the next
-// record. And where a later text changes its number of characters, the fields
-// before it are rewritten already, in the record that goes.
+// Deliberate: texts are compared by their number of characters, not of bytes. "é" in
+// the place of "e" is a byte longer and overwrites the start of the next record. When
+// a later text has another number of characters, the fields before it have already
+// been rewritten, in the old record, which is then removed.
 bool FS_Table::rewriteInPlace(unsigned id, const Fields& values) {
     Fields old(values);
     if (!read(id, old)) return false;
@@ -335,7 +337,7 @@ bool FS_Table::moveNext(unsigned& id) const {
 bool FS_Table::movePrevious(unsigned& id) const {
     if (!isOpen()) return false;
     unsigned candidate = id;
-    // There is no entry before the first, and no id below 0.
+    // For id 0, `id - 1` wraps and is not below `count()`, so the loop does not start.
     for (unsigned entry = id - 1; entry < offsets_->count() && candidate > 0; ++entry) {
         --candidate;
         if (offsets_->at(entry) == OffsetFile::REMOVED) continue;
@@ -383,8 +385,7 @@ unsigned long long FS_Table::bytes() const {
     return sum;
 }
 
-// The heads of the indexes' chains take the same whatever is stored; the rest grows with the
-// records.
+// The heads of the indexes have a constant length; the rest grows with the number of records.
 unsigned long long FS_Table::bytesInUse() const {
     const unsigned long long all = bytes();
     unsigned stored = 0;
@@ -413,7 +414,7 @@ bool FS_Table::closeRecordSet(RecordSet& recordSet) {
     return true;
 }
 
-// Made when somebody waits on it: most users of tables never do.
+// Created at the first use: most tables are never locked.
 AbstractSync* FS_Table::mutex() {
     if (!mutex_ && isUsable()) mutex_ = SysFactory::createMutex((name_ + MUTEX_SUFFIX).c_str());
     return mutex_.get();

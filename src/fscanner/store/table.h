@@ -17,7 +17,7 @@
 
 namespace fscanner {
 
-/// Three words of the record set's state, 110 at first in the first.
+/// Part of the prescribed layout of a record set; not used.
 struct RecordHeader {
     unsigned words[3] = {110, 0, 0};
 };
@@ -25,27 +25,27 @@ struct RecordHeader {
 /// One table of the record store: typed fields, records, hash indexes on fields,
 /// cursors, and a lock that processes share.
 ///
-/// A record is known by its id, which grows with every insert and stays until a
-/// compaction. The files are named after the table, in its directory:
+/// A record is identified by its id. Ids grow with every insert and stay the same until
+/// a compaction. The files are in the table's directory and named after the table:
 ///
 ///     NAME.dat       schema, counts, records        DataFile
-///     NAME.pxx       where each id's record is      OffsetFile
+///     NAME.pxx       the offset of each record      OffsetFile
 ///     NAME_idx.dat   the list of indexes            table_indexes.h
 ///     INDEX.idx      an index                       Index
 ///
-/// A table is closed until `create` or `open`; on a closed one everything but
-/// `read` fails. Nothing is synced to disk before `sync` or `close`. What a file
-/// holds is checked wherever it is used: an operation that meets bytes which
-/// cannot have been written fails, and `damaged` says so from then on.
+/// A table is closed until `create` or `open`. On a closed table all operations fail
+/// except `read`. Nothing is synced to disk before `sync` or `close`. The content of the
+/// files is checked wherever it is used: an operation that meets bytes which cannot have
+/// been written fails, and from then on `damaged` is true.
 ///
-/// Not synchronised: one thread at a time, and processes by `lock`, which nothing
-/// here takes.
+/// One thread at a time. Processes exclude each other by `lock`; the table never calls it
+/// itself.
 class FS_Table {
     friend class TableReplacement;
 
 public:
-    /// Nothing is touched on disk. When an argument is null or the directory does
-    /// not exist every operation fails.
+    /// Does not touch the disk. When an argument is null or the directory does not exist,
+    /// every operation fails.
     FS_Table(const wchar_t* name, const wchar_t* directory, bool compressed);
     FS_Table(const FS_Table&) = delete;
     FS_Table& operator=(const FS_Table&) = delete;
@@ -53,65 +53,67 @@ public:
 
     // ---- The table ----------------------------------------------------------
 
-    /// Adds to the schema of a closed table.
+    /// Adds a field to the schema of a closed table.
     bool addField(const wchar_t* name, unsigned typeCode);
-    /// Makes the files anew for the schema, which has at most 256 fields. The table
-    /// is open then. False when it is open already.
+    /// Creates new, empty files for the schema, which has at most 256 fields, and opens the
+    /// table. False when it is open already.
     bool create();
-    /// Opens the files and takes the schema from them. False when it is open already.
+    /// Opens the files and reads the schema from them. False when the table is open already.
     bool open();
-    /// Brings what changed to disk and closes. The schema is empty then, and record
-    /// sets are gone: their handles must not be used. False when it was closed, or
-    /// when something did not reach the disk.
+    /// Brings all changes to disk and closes the table. The schema is empty then, and all
+    /// record sets are deleted: their handles must not be used any more. False when the table
+    /// was closed, and when something did not reach the disk.
     bool close();
-    /// Waits until what changed is on disk, the indexes included.
+    /// Waits until all changes are on disk, also those of the indexes.
     bool sync();
     /// Deletes the files of a closed table.
     bool erase();
-    /// Rewrites a closed table without its removed records when they are more than
-    /// `percent` of the stored ones, by the counts of the last `close` where this object
-    /// closed it: nobody else may have changed it since. Ids are dense from 0 then, and null flags
-    /// gone. The table is closed afterwards, also when it fails; it then holds what it held.
-    /// With a journal an interruption leaves a closed table that `UndoJournal::recover` makes
-    /// the old or the new one. Without one it may leave files of both.
+    /// Rewrites a closed table without its removed records if these are more than `percent` of
+    /// the stored ones. Afterwards the ids are 0, 1, 2, ..., and no value is null. If this object
+    /// closed the table, the decision uses the counts of that `close`; nobody else may have
+    /// changed the table since.
+    ///
+    /// The table is closed afterwards, also after a failure, which leaves its content unchanged.
+    /// After an interruption with a journal, `UndoJournal::recover` restores the old table or
+    /// completes the new one. Without a journal there may be files of both.
     bool compact(int percent, UndoJournal* journal = nullptr);
-    /// Whether it would rewrite this open table. False of a closed one.
+    /// Whether `compact` would rewrite this open table. False for a closed one.
     bool isCompactionDue(int percent) const;
-    /// Whether a file of this table was found damaged since the last `create`, or
-    /// the start of the last `open`. It may be asked on a closed table.
+    /// Whether a file of this table was found damaged since the last `create` or the start of
+    /// the last `open`. Also valid on a closed table.
     bool damaged() const { return damaged_ || (sums_ && sums_->damaged()); }
-    /// From the next `create` or `open` on, the table's files but the list of indexes are
-    /// compared with their checksums as they are read, and `close` makes those of what was
-    /// written. `sums` must outlive the table; what it finds is damage here, whichever of its
-    /// files it was found in. A table keeps none at first.
+    /// From the next `create` or `open` on, the table's files (except the index list) are compared
+    /// with the checksums in `sums` when they are read, and `close` updates the checksums. `sums`
+    /// must outlive the table. Damage in any file of `sums` counts as damage of this table. By
+    /// default a table has no checksums.
     void keepSums(SumsFile* sums) { sums_ = sums; }
-    /// Whether all records are as they were written. Where no sums are kept, they are.
+    /// Whether all records match their checksums. True for an open table without checksums.
     bool holdsAll() { return isOpen() && offsets_->holdsAll() && data_->holdsAll(); }
-    /// Behind the table's name, that of the list of indexes. It is written whole: its sums are
-    /// for the user of the table to take.
+    /// The name of the index list file, behind the table's name. The table does not maintain
+    /// that file's checksums; its user does.
     static constexpr const wchar_t* INDEX_LIST_SUFFIX = L"_idx.dat";
 
     /// The mapped files of an open table.
     std::vector<LinuxMmFile*> mappedFiles();
 
-    /// Whether what the next insert stands on fits: the numbers of entries and records, and
-    /// the newest record, its place, and its entries in the indexes. Looks at little, whatever
-    /// the size of the table. Damage is noted.
+    /// Checks the parts that the next insert builds on: that the counts match the number of ids,
+    /// and that the newest record is in every index. Takes about the same time for any size of
+    /// the table. A mismatch is noted as damage.
     bool checkEnds();
-    /// Whether the offsets rise and lead into the data file, and the counts are theirs.
-    /// Looks at every entry, at no record. Damage is noted.
+    /// Checks that the offsets rise and lead into the data file, and that the counts match them.
+    /// Reads every entry but no record. A mismatch is noted as damage.
     bool checkOffsets();
-    /// The same, and whether the indexes hold each record that was inserted since they
-    /// were made with the table. Looks at every slot.
+    /// Like `checkOffsets`, and checks that each index holds every id (see `Index::fits`). Only
+    /// for indexes that were created together with the table. Reads every slot.
     bool checkStructure();
 
-    /// Promises, until the table is closed, that no update has changed or will change
-    /// an indexed value. A walk of an index then notes damage when it meets a record
-    /// of another bucket, or when the newest record is missing at the first use.
+    /// Promises, until the table is closed, that no update has changed or will change an indexed
+    /// value. Then walks of an index also detect damage when they meet a record of another
+    /// bucket, and when the newest record is missing at the first use.
     void expectConstantKeys() { constantKeys_ = true; }
-    /// Warns, until the table is closed, that texts in it may be patterns ("*", "?"): those
-    /// equal other texts than their keys', so that no criteria is looked up in an index on
-    /// a text. A key that is stated (`setHashInfo`) is.
+    /// Declares, until the table is closed, that its texts may contain patterns ("*", "?"). A
+    /// pattern equals texts that have another key. So indexes on texts are not used for
+    /// criteria then, only for keys that `setHashInfo` names.
     void expectPatterns(bool on) { patterns_ = on; }
     bool mayHoldPatterns() const { return patterns_; }
 
@@ -120,103 +122,113 @@ public:
 
     // ---- Records ------------------------------------------------------------
 
-    /// Appends a record and enters it in the indexes. `values` has the schema.
+    /// Appends a record and enters it in the indexes. `values` has the table's fields. When the
+    /// disk is full, false may mean that the record was stored but is missing in an index.
     bool insert(const Fields& values);
-    /// Reads into `values`, which has the schema. On a closed table it is true and
-    /// changes nothing (deliberate). No field is null afterwards (deliberate).
+    /// Reads the record into `values`, which has the table's fields. No field is null afterwards
+    /// (deliberate). On a closed table the result is true, and `values` is unchanged
+    /// (deliberate).
     bool read(unsigned id, Fields& values);
-    /// Forgets the id; false, nothing changed, where no record has it. The indexes keep
-    /// it, and their walks skip it.
+    /// Removes the record. False, and nothing is changed, when there is none of this id. The
+    /// indexes keep the id, and walks skip it.
     bool remove(unsigned id);
-    /// Replaces the record. In the compact form it gets a new id. In the fixed form
-    /// it is rewritten in place, and the indexes stay as they are; where a text
-    /// changes its number of characters it gets a new id.
+    /// Replaces the record. In a compressed table it gets a new id. Otherwise it is rewritten in
+    /// place, and the indexes are not updated; if a text changes its number of characters, the
+    /// record gets a new id.
     bool update(unsigned id, const Fields& values);
 
     /// Whether there is a record of this id.
     bool isLive(unsigned id) const { return offsets_ && offsets_->isLive(id); }
-    /// The first record; the next after `id`. `id` stays when there is none.
+    /// Set `id` to the first record, or to the next one after `id`. False, and `id` is
+    /// unchanged, when there is none.
     bool moveFirst(unsigned& id) const;
     bool moveNext(unsigned& id) const;
-    /// The record before `id` when that is live. Otherwise the walk goes forward
-    /// from there while the id it reports goes on falling (deliberate).
+    /// Sets `id` to id - 1 if that record is live. Deliberate: otherwise the entries from
+    /// there are searched forwards, while the reported id falls by one per entry.
     bool movePrevious(unsigned& id) const;
-    /// Sets `id` to the last record and `position` to the number of records less 1
-    /// when there is one. Always false (deliberate).
+    /// Always returns false (deliberate). If there are records, sets `id` to the last one and
+    /// `position` to their number less 1.
     bool moveLast(unsigned& id, unsigned& position) const;
-    /// Whether the record that was read or written last is the file's last.
+    /// Whether the record that was read or written last is the last one in the file.
     bool eof() const;
 
-    /// The stored (0) and the deleted (1) records; false for any other `which`.
+    /// Change or read the number of stored (`which` 0) or deleted (1) records. False for any
+    /// other `which`.
     bool incCount(int which) { return count(which, 1); }
     bool decCount(int which) { return count(which, -1); }
     bool count(int which, int delta);
     bool count(int which, unsigned* value) const;
-    /// What the files of an open table take on disk, with the indexes; and about how much of
-    /// that is left when removed records have been given back.
+    /// The total length of the files of an open table in bytes, with the indexes.
     unsigned long long bytes() const;
+    /// An estimate of `bytes()` after a compaction.
     unsigned long long bytesInUse() const;
-    /// The length of the data file's header.
+    /// The length of the data file's header in bytes.
     unsigned headerSize() const { return DataFile::headerSize(schema_); }
 
     // ---- Record sets and the lock -------------------------------------------
 
     RecordSet openRecordSet();
-    /// Also empties the handle. False for a handle of another table.
+    /// Deletes the record set and empties the handle. False for a handle of another table.
     bool closeRecordSet(RecordSet& recordSet);
 
-    /// -21 without a lock. See `LinuxSharedMutex` for what a limit means.
+    /// Take the table's lock; the results are `SyncStatus`. `LinuxSharedMutex` describes the
+    /// time limit, which is in milliseconds.
     int lock();
     int lock(long timeout);
     void unlock();
 
-    // ---- Hash indexes (hashindex.h; the source is table_indexes.cpp) ---------
+    // ---- Hash indexes (see hashindex.h; defined in table_indexes.cpp) --------
 
-    /// Builds an index on a field and enters it in the list. False when closed, for
-    /// a null name, and when there is an index of that name; true even when
-    /// building it failed (deliberate).
+    /// Builds an index on a field and writes the index list. False when the table is closed,
+    /// for a null name, and when there is an index of that name. True even when building the
+    /// index failed (deliberate).
     bool addHashIndex(const wchar_t* indexName, const wchar_t* fieldName);
-    /// Unlike `insert`, which skips null values, it indexes every record. False also
-    /// for a name that is taken or cannot be a file's name.
+    /// Builds an index over all records; unlike `insert` it does not skip null values. Does not
+    /// write the index list. False also for an index name that is in use or contains "/".
     bool buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName);
-    /// Always false, also when it removed the index (deliberate).
+    /// Removes an index and its file. Always false (deliberate).
     bool removeHashIndex(const wchar_t* indexName);
-    /// The first index of exactly this field or name, null when there is none. With
-    /// `detach` it is taken out of the table's list.
+    /// The first index with exactly this field or name; null when there is none. With
+    /// `detach` it is removed from the table's list.
     std::shared_ptr<Index> searchHashIndexForFieldName(const wchar_t* fieldName, bool detach);
     std::shared_ptr<Index> searchHashIndexForIndexName(const wchar_t* indexName, bool detach);
 
+    /// Read, write and delete the index list file. `retrieveHashIndexList` opens the indexes
+    /// and appends them to `list`; false only when the list or an index is damaged.
     bool retrieveHashIndexList(IndexList& list);
     bool saveHashIndexList(const IndexList& list) const;
     bool eraseHashIndexList(const IndexList& list) const;
     static void freeHashIndexList(IndexList& list) { list.clear(); }
-    /// Enters the record in every index, but where its value is null. False at the
-    /// first index whose field `values` has not.
+    /// Enters the record in every index, except where its value is null. Stops with false at
+    /// the first index that fails, or whose field is not in `values`.
     bool hashIndexesUpdate(const Fields& values, unsigned recordId);
 
-    /// The first and the next live record in the chain of a key, which is in key
-    /// form. Records of other keys are among them.
+    /// Find the first and the next live record in the chain of `key` (made by `makeIndexKey`).
+    /// `next` is the state of the walk. Records with other keys of the same bucket are
+    /// included.
     bool hashIndex_moveFirst(const Index& index, const wchar_t* key, unsigned& recordId,
                              unsigned& next);
     bool hashIndex_moveNext(const Index& index, unsigned& recordId, unsigned& next);
 
     // ---- For record sets ----------------------------------------------------
 
-    /// The bytes from a record's start to the end of the file; empty, and damage
-    /// is noted, when the id's entry leads nowhere. Valid until the next change.
+    /// The bytes from a record's start to the end of the file. Empty for an id without a
+    /// record, and for a damaged record or entry, which is noted. Valid until the next change.
     ByteRange record(unsigned id);
-    /// All records of an open table, to be looked at one after the other; none where a file is
-    /// not as it was written.
+    /// All records of an open table, for a sequential scan. Empty when a file does not match its
+    /// checksums.
     StoredRecords storedRecords();
-    /// The stored values of a record, one a field, without decoding them. Like `read`
-    /// otherwise. Valid until the next change.
+    /// Finds the stored values of a record, one per field, without decoding them. False when
+    /// there is no such record, or it is damaged. Valid until the next change.
     bool locate(unsigned id, std::vector<StoredValue>& values);
     RecordCodec& codec() { return codec_; }
-    /// Whether the index may be walked, and whether the record is in the right chain;
-    /// for tables that expect constant keys.
+    /// Whether the index may be used: false, and damage is noted, when it lacks the newest
+    /// record. Tested once per index. Always true unless constant keys are expected.
     bool checkIndex(Index& index);
+    /// Whether the record is in the right chain of the index, that of `key`. Otherwise damage is
+    /// noted. Always true unless constant keys are expected.
     bool belongs(const Index& index, unsigned id, const std::wstring& key);
-    /// Notes damage; false.
+    /// Notes damage, with `what` for the log. Returns false.
     bool reportDamage(const char* what);
 
 private:
@@ -259,14 +271,15 @@ private:
     bool compressed_;
     bool damaged_ = false;
     SumsFile* sums_ = nullptr;
-    std::optional<Counts> closedCounts_;  // when it was closed last
+    std::optional<Counts> closedCounts_;  // at the last `close`
     bool constantKeys_ = false;
     bool patterns_ = false;
-    std::size_t position_ = 0;  // behind the record that was read or written last
+    std::size_t position_ = 0;  // the end of the record that was read or written last
     Fields schema_;
     IndexList indexes_;
-    // The indexes' fields in the list of values that was inserted last; null where
-    // it has none. Good as long as its revision and their number stand.
+    // The field of each index in the list of values that was inserted last; null if the
+    // list does not have it. Valid while these two numbers and the number of indexes stay
+    // the same.
     std::vector<const Field*> indexFields_;
     std::uint64_t boundRevision_ = 0;
     std::uint64_t boundRenames_ = 0;

@@ -11,7 +11,7 @@
 
 namespace fscanner {
 
-// ---- The list's file --------------------------------------------------------
+// ---- The index list file ----------------------------------------------------
 
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries) {
     const auto file = SysFactory::createMmFile(path);
@@ -49,7 +49,7 @@ bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entr
 
 namespace {
 
-/// An index in the list that `matches`; taken out of it with `detach`.
+/// The first index in the list that `matches`. With `detach` it is removed from the list.
 template <typename Matches>
 std::shared_ptr<Index> search(IndexList& list, bool detach, Matches matches) {
     const auto found =
@@ -60,7 +60,7 @@ std::shared_ptr<Index> search(IndexList& list, bool detach, Matches matches) {
     return index;
 }
 
-/// A name in the list file becomes a file's name: it must not lead elsewhere.
+/// An index's name becomes part of a file name, so it must not lead to another directory.
 bool isFileName(const std::wstring& name) {
     return !name.empty() && name.find(L'/') == name.npos;
 }
@@ -88,7 +88,7 @@ bool FS_Table::addHashIndex(const wchar_t* indexName, const wchar_t* fieldName) 
     if (searchHashIndexForIndexName(indexName, false)) return false;
     buildHashIndex(indexName, fieldName);
     saveHashIndexList(indexes_);
-    return true;  // deliberate: a field that is not there, or a full disk, goes unsaid
+    return true;  // deliberate, also for an unknown field or a full disk
 }
 
 bool FS_Table::removeHashIndex(const wchar_t* indexName) {
@@ -111,14 +111,15 @@ bool FS_Table::retrieveHashIndexList(IndexList& list) {
     return result != OpenResult::damaged || reportDamage("its indexes or their list");
 }
 
-/// Whether none was left out when the table was opened.
+/// Whether every index in the list file is loaded (see `loadIndex`).
 bool FS_Table::hasAllIndexes() const {
     std::vector<IndexListEntry> entries;
     return readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries) == OpenResult::ok &&
            entries.size() == indexes_.size();
 }
 
-/// An index whose file cannot be opened is left out in silence.
+/// An index whose file cannot be opened is left out without an error: the table works without
+/// it, only slower.
 OpenResult FS_Table::loadIndex(const std::wstring& indexName, const std::wstring& fieldName,
                                IndexList& list) const {
     const bool known = !isOpen() || schema_.name(fieldName.c_str());
@@ -166,7 +167,7 @@ bool FS_Table::eraseFiles() {
 
 bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName) {
     if (!isOpen() || !indexName || !fieldName || !isFileName(indexName)) return false;
-    // Another file in its place would be cut under the mapping of the first.
+    // Creating the file again would truncate it under the mapping of the existing index.
     if (searchHashIndexForIndexName(indexName, false)) return false;
     const Field* field = schema_.name(fieldName);
     if (!field) return false;
@@ -184,8 +185,8 @@ bool FS_Table::buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName
     return true;
 }
 
-/// Enters every record, also those whose value is null: reading clears the null
-/// flags (deliberate, and unlike `insert`).
+/// Enters every record. Deliberate, and unlike `insert`: records whose value is null are
+/// entered too, because decoding ignores the null flags.
 bool FS_Table::fillIndex(Index& index, unsigned field) {
     Fields values(schema_);
     std::vector<bool> wanted(field + 1);
@@ -203,7 +204,7 @@ bool FS_Table::fillIndex(Index& index, unsigned field) {
     return true;
 }
 
-/// Names are resolved once for many inserts from one list.
+/// Looks the indexed fields up by name, once for many inserts from the same list of values.
 void FS_Table::bindIndexes(const Fields& values) {
     const bool bound = indexFields_.size() == indexes_.size() && values.revision() != 0 &&
                        boundRevision_ == values.revision() && boundRenames_ == Field::renames();
@@ -224,7 +225,7 @@ bool FS_Table::hashIndexesUpdate(const Fields& values, unsigned recordId) {
         if (field->isNull()) continue;
         const std::optional<unsigned> bucket = indexBucket(*field);
         if (!bucket) return false;
-        // What is damaged must not be built upon.
+        // Do not add records to a damaged chain.
         if (!indexes_[i]->isSoundHead(*bucket, offsets_->count())) return reportDamage("a chain");
         if (!indexes_[i]->write(*bucket, recordId)) return false;
     }
@@ -257,7 +258,7 @@ bool FS_Table::hashIndex_moveNext(const Index& index, unsigned& recordId, unsign
     return false;
 }
 
-/// Reads a slot and judges its record. Only a head may be empty.
+/// Reads a slot and tells whether its record is live. Only a head may be empty.
 FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned& recordId,
                                     unsigned& next) {
     unsigned follower = Index::NONE;
@@ -274,8 +275,9 @@ FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned&
 
 // ---- Keys -------------------------------------------------------------------
 
-// An index that was made for another field, or for another table, gives itself away
-// by any record; the newest stands near the head of its chain.
+// An index that belongs to another field or another table hardly ever has a record of this table in
+// the right chain. So testing one record is enough. The newest is near the head of its chain, which
+// makes the test cheap.
 bool FS_Table::checkIndex(Index& index) {
     if (!constantKeys_ || index.tested()) return true;
     unsigned newest = offsets_->count();

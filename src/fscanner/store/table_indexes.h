@@ -5,8 +5,8 @@
 
 #include "fscanner/store/data_file.h"
 
-/// The hash indexes of a table: the file that lists them. What `FS_Table` does with them, their
-/// upkeep and their walks, is in the source of this header.
+/// The hash indexes of a table: the file that lists them. The source also holds the functions of
+/// `FS_Table` that maintain and walk indexes.
 
 namespace fscanner {
 
@@ -16,15 +16,14 @@ struct IndexListEntry {
     std::wstring fieldName;
 };
 
-/// The tag of an entry that names a hash index; others are skipped.
+/// The tag of an entry for a hash index; entries with another tag are skipped.
 constexpr unsigned HASH_INDEX_TAG = 110;
 
-/// Appends the entries of the file to `entries`. An absent or empty file has none;
-/// `failed`: it is there and cannot be opened.
-/// `damaged`: what stands before the damage was appended.
-/// docs/formats/index-list-file.md has the bytes.
+/// Appends the entries of the file to `entries`. An absent or empty file has none.
+/// `failed`: the file is there but cannot be opened. `damaged`: the entries before the
+/// damage were appended. docs/formats/index-list-file.md describes the bytes.
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries);
-/// Writes the file anew.
+/// Creates or replaces the file.
 bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entries);
 
 }  // namespace fscanner

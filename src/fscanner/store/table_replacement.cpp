@@ -28,7 +28,7 @@ TableReplacement::TableReplacement(FS_Table& table)
         renames_.emplace_back(fresh_.path(suffix), table.path(suffix));
 }
 
-/// The list of the old indexes stays: it names the files that will be there.
+/// The old index list file stays, because the new indexes will have the old names.
 bool TableReplacement::create() {
     return fresh_.create() &&
            std::all_of(indexes_.begin(), indexes_.end(), [this](const auto& index) {
@@ -45,14 +45,15 @@ void TableReplacement::abandon() {
 }
 
 bool TableReplacement::takePlaces() {
-    table_.closedCounts_.reset();  // the files are others
+    table_.closedCounts_.reset();  // they were of the old files
     bool renamed = true;
     for (const auto& [from, to] : renames_)
         renamed = renameFile(from.c_str(), to.c_str()) == 0 && renamed;
     return renamed;
 }
 
-// The checksums go with the table, so that at no time it lies beside those of the other.
+// The new sums file is renamed together with the table's files, and the journal announces all of
+// them. So a recovery after an interruption finds each table with its own checksums.
 bool TableReplacement::rewrite(FS_Table& table, UndoJournal* journal) {
     TableReplacement replacement(table);
     SumsFile* const sums = table.sums_;

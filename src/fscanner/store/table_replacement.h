@@ -4,31 +4,32 @@
 
 namespace fscanner {
 
-/// A second table, NAME_cpt with indexes INDEX_cpt, that is to take the place of a first. Until
-/// then the files of the first are as they were.
+/// A new table NAME_cpt, with indexes INDEX_cpt, that is going to replace the table NAME. Until
+/// then the files of the old table do not change.
 class TableReplacement {
 public:
-    /// Behind the names of the table and its indexes.
+    /// Appended to the names of the table and its indexes.
     static constexpr const wchar_t* SUFFIX = L"_cpt";
 
-    /// Of an open table, which must outlive this.
+    /// `table` is open and must outlive this object.
     explicit TableReplacement(FS_Table& table);
 
-    /// Makes the new table, empty, with the schema and indexes of the first. It is open then.
+    /// Creates and opens the new table. It is empty and has the schema and indexes of the old one.
     [[nodiscard]] bool create();
+    /// The new table.
     FS_Table& fresh() { return fresh_; }
-    /// What `takePlaces` is going to do.
+    /// The renamings that `takePlaces` is going to do.
     const Renames& renames() const { return renames_; }
     /// Brings the new files to disk and closes them.
     [[nodiscard]] bool finish() { return fresh_.close(); }
-    /// Closes and removes them.
+    /// Closes and removes the new files.
     void abandon();
-    /// Renames the new files of two closed tables, one after the other. False where one could
-    /// not be renamed: there may be files of both then.
+    /// Renames the new files to the old ones, one after the other. Both tables are closed. False
+    /// when a file could not be renamed; then there may be a mixture of both tables.
     [[nodiscard]] bool takePlaces();
 
-    /// All of that at once: replaces an open table by one of its live records, and closes it.
-    /// `FS_Table::compact` tells what a journal is for, and what a failure leaves.
+    /// Does all of the above: replaces an open table by one that holds only its live records, and
+    /// closes it. `FS_Table::compact` describes the journal and the state after a failure.
     [[nodiscard]] static bool rewrite(FS_Table& table, UndoJournal* journal);
 
 private:

@@ -24,7 +24,7 @@ enum Kind : std::uint32_t { STATE = 1, BLOCK, BESIDE, REPLACING, DONE };
 
 enum StateForm : std::uint32_t { ABSENT, BLOCKS, WHOLE };
 
-// Empty where the system does not tell: such a journal is never used.
+// Empty when the system does not tell. Such a journal is never used for recovery.
 std::string bootId() {
     const auto text = readWholeFile("/proc/sys/kernel/random/boot_id", 1000);
     return text && text->size() >= kBootIdLength ? text->substr(0, kBootIdLength) : "";
@@ -43,7 +43,7 @@ std::string_view text(std::span<const std::byte> bytes) {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-// A name in the journal must not lead elsewhere.
+// A name in the journal must not lead to another directory.
 bool takeFileName(ByteRange& in, std::wstring& name) {
     return takeName(in, name) && !name.empty() && name.find(L'/') == name.npos && name != L"." &&
            name != L"..";
@@ -51,13 +51,14 @@ bool takeFileName(ByteRange& in, std::wstring& name) {
 
 }  // namespace
 
-/// Notes the blocks of one file.
+/// Writes the old blocks of one file to the journal.
 class UndoJournal::Watch : public BlockWatch {
 public:
     Watch(UndoJournal& journal, unsigned file) : journal_(journal), file_(file) {}
 
-    // The entry is whole before the block is changed, also for whoever looks at what a killed
-    // process left: the compiler keeps that order, and the processor's is its program's.
+    // The entry is complete before the block changes, also as a later process sees it after this
+    // one was killed. The fences in `note` keep the compiler from reordering the stores. The
+    // processor needs no fence: once the process is dead, all its stores are visible.
     bool beforeChange(unsigned offset, std::span<const std::byte> block) override {
         content_.clear();
         appendInteger(content_, file_);
@@ -75,7 +76,7 @@ private:
 UndoJournal::UndoJournal(std::wstring directory, const std::wstring& name)
     : directory_(std::move(directory)) {
     endWithSeparator(directory_);
-    path_ = place(name);
+    path_ = pathOf(name);
 }
 
 UndoJournal::~UndoJournal() = default;
@@ -117,7 +118,7 @@ bool UndoJournal::note(unsigned kind, const Bytes& content) {
     return true;
 }
 
-// What cannot be read is of no use to anybody: it is better absent.
+// A file that cannot be read is noted as absent, because nothing could restore its content.
 void UndoJournal::appendSmall(Bytes& content, const std::wstring& path) {
     const std::optional<std::string> bytes = readSmallFile(path);
     appendName(content, lastName(path));
@@ -170,13 +171,13 @@ void UndoJournal::remove() {
 
 // ---- Recovery ---------------------------------------------------------------
 
-/// What a journal tells.
-struct UndoJournal::Story {
+/// A journal's contents, as `recover` needs them. Views into the bytes that were read.
+struct UndoJournal::Contents {
     struct File {
         std::wstring name;
         std::uint32_t form = ABSENT;
         std::uint32_t size = 0;
-        ByteRange content;  // of a small one
+        ByteRange content;  // of a small file
     };
     struct Block {
         std::uint32_t file = 0;
@@ -187,7 +188,7 @@ struct UndoJournal::Story {
     bool replacing = false;
     std::vector<File> files;
     std::vector<Block> blocks;
-    Renames renames;  // of names
+    Renames renames;  // names without the directory
 
     bool read(std::string_view bytes) {
         if (bytes.size() < kHeaderLength) return false;
@@ -197,14 +198,14 @@ struct UndoJournal::Story {
         const std::string current = bootId();
         if (!bytes.starts_with(header(boot))) return false;
         thisBoot = !current.empty() && boot == current;
-        // The last entry may be torn: then it is not counted as used.
+        // An incomplete last entry is no damage, as long as it lies behind `used`.
         std::size_t end = kHeaderLength;
         while (const std::size_t length = readEntry(bytes.substr(end))) end += length;
         return end >= used && end > kHeaderLength;
     }
 
 private:
-    /// The entry's length; 0 where there is no whole one.
+    /// Reads one entry and returns its length; 0 when there is no complete entry.
     std::size_t readEntry(std::string_view bytes) {
         ByteRange in(bytes);
         std::uint32_t kind = 0, length = 0, checksum = 0;
@@ -277,25 +278,26 @@ private:
 
 bool UndoJournal::recover() const {
     const std::optional<std::string> bytes = readSmallFile(path_);
-    Story story;
-    if (!bytes || !story.read(*bytes)) return false;
-    if (story.thisBoot && story.replacing) return finish(story);
-    for (const auto& [from, to] : story.renames) removeFile(place(from).c_str());
-    return story.thisBoot && undo(story);
+    Contents journal;
+    if (!bytes || !journal.read(*bytes)) return false;
+    if (journal.thisBoot && journal.replacing) return finish(journal);
+    for (const auto& [from, to] : journal.renames) removeFile(pathOf(from).c_str());
+    return journal.thisBoot && undo(journal);
 }
 
-// What has its place has no other name any more.
-bool UndoJournal::finish(const Story& story) const {
-    for (const auto& [from, to] : story.renames) {
-        if (presenceOf(place(from)) == Presence::absent) continue;
-        if (renameFile(place(from).c_str(), place(to).c_str()) != 0) return false;
+// A file whose temporary name is absent was renamed before the interruption.
+bool UndoJournal::finish(const Contents& journal) const {
+    for (const auto& [from, to] : journal.renames) {
+        if (presenceOf(pathOf(from)) == Presence::absent) continue;
+        if (renameFile(pathOf(from).c_str(), pathOf(to).c_str()) != 0) return false;
     }
     return syncDirectory(directory_);
 }
 
 namespace {
 
-// What is as it was may not be on disk yet.
+// Restores a small file. It is synced even if its content is already right, because that may not be
+// on disk yet.
 bool putBack(const std::wstring& path, std::string_view content) {
     const bool there = readSmallFile(path) == content ||
                        writeSmallFile(path, content.data(), static_cast<unsigned>(content.size()));
@@ -304,21 +306,21 @@ bool putBack(const std::wstring& path, std::string_view content) {
 
 }  // namespace
 
-// Backwards: what was noted first of a block is what it was. Tables come before small
-// files, which may need the space that is cut.
-bool UndoJournal::undo(const Story& story) const {
-    std::vector<RestoredFile> tables(story.files.size());
+// A block may have been noted twice; the first entry holds the original bytes. So the entries are
+// applied backwards. Tables come before small files, which may need the space that is cut off.
+bool UndoJournal::undo(const Contents& journal) const {
+    std::vector<RestoredFile> tables(journal.files.size());
     for (std::size_t i = 0; i < tables.size(); ++i) {
-        const Story::File& file = story.files[i];
-        if (file.form == BLOCKS && !tables[i].open(place(file.name), file.size)) return false;
+        const Contents::File& file = journal.files[i];
+        if (file.form == BLOCKS && !tables[i].open(pathOf(file.name), file.size)) return false;
     }
-    for (auto block = story.blocks.rbegin(); block != story.blocks.rend(); ++block)
+    for (auto block = journal.blocks.rbegin(); block != journal.blocks.rend(); ++block)
         if (!tables[block->file].put(block->offset, block->bytes.at(), block->bytes.left()))
             return false;
     for (std::size_t i = 0; i < tables.size(); ++i)
-        if (story.files[i].form == BLOCKS && !tables[i].cut()) return false;
-    for (const Story::File& file : story.files) {
-        const std::wstring path = place(file.name);
+        if (journal.files[i].form == BLOCKS && !tables[i].cut()) return false;
+    for (const Contents::File& file : journal.files) {
+        const std::wstring path = pathOf(file.name);
         if (file.form == ABSENT) removeFile(path.c_str());
         if (file.form == WHOLE && !putBack(path, text({file.content.at(), file.content.left()})))
             return false;

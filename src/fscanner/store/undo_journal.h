@@ -10,63 +10,67 @@
 
 namespace fscanner {
 
-/// The way back from a change of files that was interrupted. All lie in one directory.
+/// An undo journal for files in one directory. It restores them after a change that was
+/// interrupted.
 ///
-/// Before files are changed in place, `keep` notes their lengths; from then on the journal
-/// gets each block of them before its first change. Files that are made beside others, to
-/// take their places, are announced. Whoever comes after the death of a process calls
-/// `recover`, which undoes what was not finished, and finishes what was. The bytes are
-/// those of docs/formats/undo-file.md.
+/// Before files are changed in place, `keep` notes their lengths. From then on each block is
+/// written to the journal before its first change. Files that are written beside others and will
+/// replace them are announced. After the death of a process, the next user calls `recover`. It
+/// undoes changes in place, and it completes a replacement if all its new files were complete.
+/// docs/formats/undo-file.md describes the bytes.
 ///
-/// What was noted survives the process and not the system: nothing is synced, and a journal
-/// of another boot is of no use. Users exclude each other by a lock of their own.
+/// The journal is not synced. It survives the death of the process, because the kernel keeps
+/// written pages, but not a crash of the system. So a journal of an earlier boot is not used.
+/// Users exclude each other by a lock of their own.
 class UndoJournal {
 public:
-    /// Touches no file.
+    /// Does not touch any file.
     UndoJournal(std::wstring directory, const std::wstring& name);
     UndoJournal(const UndoJournal&) = delete;
     UndoJournal& operator=(const UndoJournal&) = delete;
-    /// Leaves the file.
+    /// Does not remove the file.
     ~UndoJournal();
 
-    /// Makes a new file. It says that nothing was changed yet, or, when that is not so, tells
-    /// nothing before `keep`.
+    /// Creates a new journal. Its first entry says that there is nothing to undo. With `changed`,
+    /// files have been changed already: the entry is left out, and the journal cannot be used
+    /// before `keep` has noted a state.
     [[nodiscard]] bool start(bool changed);
     bool isStarted() const { return file_ != nullptr; }
-    /// Its length in bytes; 0 before `start`.
+    /// The journal's length in bytes; 0 before `start`.
     unsigned size() const { return file_ ? file_->logicalSize() : 0; }
-    /// Notes the present state as the one to go back to, in the place of an earlier one. The
-    /// files are open and at their ends; they refuse changes that cannot be noted. The small
-    /// ones, given by path, are noted whole; one that cannot be read is removed by `recover`. What
-    /// was announced is forgotten.
+    /// Notes the present state as the one that `recover` restores, instead of an earlier one.
+    /// `files` are open; from now on they forbid changes that the journal cannot note.
+    /// `smallFiles` are paths; the content of these files is noted as a whole. A small file that
+    /// is absent or cannot be read is removed by `recover`. Announced files are forgotten.
     [[nodiscard]] bool keep(const std::vector<LinuxMmFile*>& files,
                             const std::vector<std::wstring>& smallFiles);
-    /// To be called before the first of the files is made that will take others' places.
-    /// They are removed if it ends here.
+    /// Announces new files that will replace others; to be called before the first of them is
+    /// created. From now on `recover` removes them.
     [[nodiscard]] bool announce(const Renames& renames);
-    /// They are complete, and on disk. If it ends here they take their places.
+    /// Notes that the announced files are complete and on disk. From now on `recover` renames
+    /// them.
     [[nodiscard]] bool noteReplacing();
-    /// Nothing is to be undone or finished.
+    /// Notes that there is nothing to undo or to complete.
     [[nodiscard]] bool noteDone();
-    /// Forgets all, and removes the file. The files that were kept must be closed.
+    /// Removes the journal. The files passed to `keep` must be closed.
     void remove();
 
-    /// Makes the files what they are to be by a journal that another process left, and
-    /// brings them to disk. May be interrupted and repeated. False where there is no whole
-    /// journal of this boot, and when it fails: the files are not to be trusted then.
+    /// Restores or completes the files by a journal that another process left, and brings them to
+    /// disk. After an interruption it can be repeated. False when there is no complete journal of
+    /// this boot, and after a failure; then the files must not be trusted.
     [[nodiscard]] bool recover() const;
 
 private:
     class Watch;
-    struct Story;
+    struct Contents;
     using Bytes = std::vector<std::byte>;
 
     const Bytes& entry(unsigned kind, const Bytes& content);
     bool note(unsigned kind, const Bytes& content);
-    std::wstring place(const std::wstring& name) const { return directory_ + name; }
+    std::wstring pathOf(const std::wstring& name) const { return directory_ + name; }
     static void appendSmall(Bytes& content, const std::wstring& path);
-    bool undo(const Story& story) const;
-    bool finish(const Story& story) const;
+    bool undo(const Contents& journal) const;
+    bool finish(const Contents& journal) const;
 
     std::wstring directory_;  // with a final "/"
     std::wstring path_;
