@@ -33,6 +33,7 @@ void replaceChar(wchar_t* s, wchar_t from, wchar_t to) {
 }
 
 wchar_t* wcsbtw(wchar_t* first, wchar_t* last, wchar_t c) {
+    // std::less, because the built-in `<` is unspecified for pointers into different arrays.
     for (wchar_t* p = first; !std::less<>()(last, p); ++p) {
         if (*p == c) return p;
     }

@@ -14,7 +14,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::uint32_t kStart = 0xFFFFFFFF;
+constexpr std::uint32_t kStart = 0xFFFFFFFF;  // not 0, so that leading zero bytes count
 
 /// Tables for "slicing by eight": slice N holds the effect of a byte that N more bytes follow.
 /// Eight lookups that do not depend on each other replace eight that do.

@@ -8,6 +8,7 @@ namespace fscanner {
 
 namespace {
 
+// Relaxed order is enough: the numbers only have to differ, they publish no other data.
 std::atomic<std::uint64_t> renameCount{0};
 std::atomic<std::uint64_t> revisionCount{0};
 

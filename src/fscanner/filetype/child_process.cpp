@@ -105,7 +105,8 @@ std::vector<std::string> environment() {
     return variables;
 }
 
-/// Starts the program; returns its process id, or -1.
+/// Starts the program; returns its process id, or -1. posix_spawn instead of fork: a fork would
+/// copy the page tables of a large host.
 pid_t spawn(const std::vector<std::string>& arguments, int directory, int socket,
             ChildProcess::Input input) {
     DescriptorActions descriptors(directory, socket, input);
@@ -158,6 +159,8 @@ void reapWithinASecond(pid_t pid) {
 }
 }  // namespace
 
+// A socket pair instead of pipes: one descriptor serves both directions, and sending to a program
+// that has ended raises no SIGPIPE in the host (MSG_NOSIGNAL).
 std::optional<ChildProcess> ChildProcess::start(const std::vector<std::string>& arguments,
                                                 int directory, Input input) {
     std::array<int, 2> ends{};
@@ -182,6 +185,8 @@ ChildProcess::~ChildProcess() {
     reapWithinASecond(pid_);
 }
 
+// Sends and reads in turn, as the socket allows. Sending everything first could block for ever: the
+// program stops reading when its own output is not read.
 ChildProcess::ReadEnd ChildProcess::exchange(std::string_view question, Clock::time_point deadline,
                                              const Sink& sink) {
     std::array<char, 16384> buffer{};

@@ -90,6 +90,7 @@ std::size_t countForOneRun(std::span<const std::string> names) {
     std::size_t bytes = 0;
     std::size_t count = 0;
     for (const std::string& name : names) {
+        // An argument costs its bytes, its terminator and a pointer in `argv`.
         bytes += name.size() + sizeof("./") + sizeof(char*);
         if (count > 0 && bytes > fileProgram().argumentBytes) break;
         ++count;

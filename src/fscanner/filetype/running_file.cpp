@@ -71,6 +71,7 @@ bool RunningFile::isReady() {
     if (process_ || unusable_) return !unusable_;
     std::vector<std::string> arguments = fileArguments();
     arguments.insert(arguments.end(), {"-f", "-"});
+    // It runs in "/", so that it keeps no other file system busy.
     const Descriptor root(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     auto process = root && procHasOurPids()
                        ? ChildProcess::start(arguments, root.get(), ChildProcess::Input::asked)

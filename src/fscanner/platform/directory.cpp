@@ -189,6 +189,8 @@ int Directory::openParent(const Directory& child) {
     return openChild(child, "..");
 }
 
+// getdents64 directly: readdir would allocate a stream for each directory, and its buffer could not
+// be chosen.
 int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
     entries.clear();
     for (;;) {

@@ -16,7 +16,8 @@ enum class [[nodiscard]] LockStatus{locked, timedOut, failed};
 ///
 /// After it has got the lock, `wait` checks that the file still has its name. If somebody removed
 /// the file, or the directory with it, `wait` creates a new file and locks that. The directory
-/// itself is locked as well if only its owner can open it: earlier versions lock only that.
+/// itself is locked as well, because earlier versions lock only that; if other users can open it,
+/// it is locked only if it is free.
 ///
 /// One object holds the lock exclusively, or any number of objects share it. Calling `wait` with
 /// the other mode converts the lock. Exclusive to shared is one `flock` conversion, between whose

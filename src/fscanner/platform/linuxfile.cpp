@@ -41,6 +41,7 @@ bool LinuxMmFile::create() {
     return true;
 }
 
+// An empty file is not mapped: mmap refuses a length of 0. The first write maps it.
 bool LinuxMmFile::open() {
     if (!name_ || isOpen()) return false;
     Descriptor file = openRegularFile(name_.get(), OpenMode::existing, PERMISSIONS);
@@ -55,6 +56,7 @@ bool LinuxMmFile::open() {
     return false;
 }
 
+// Unmaps first: the pages behind the content must not be accessed once the file is truncated.
 bool LinuxMmFile::close() {
     if (!isOpen()) return false;
     unmap();
@@ -131,7 +133,7 @@ bool LinuxMmFile::grow(unsigned count) {
 // the part that was added is truncated again by `close`.
 bool LinuxMmFile::extendFile(unsigned length) {
     changed_ = true;
-    int error;
+    int error;  // posix_fallocate returns the error and does not set errno
     do {
         error = ::posix_fallocate(file_.get(), mappedLength_, length - mappedLength_);
     } while (error == EINTR);

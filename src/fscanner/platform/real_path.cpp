@@ -63,7 +63,7 @@ private:
         if (built_.size() > longestPath()) return fail(ENAMETOOLONG);
         if (!mayRead_(built_)) return true;
         const std::optional<std::string> target = readLink(built_);
-        return target ? follow(*target) : errno == EINVAL;
+        return target ? follow(*target) : errno == EINVAL;  // EINVAL: exists, but is no link
     }
 
     bool follow(const std::string& target) {

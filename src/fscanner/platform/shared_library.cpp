@@ -97,6 +97,7 @@ void* openLibrary(const char* path, std::string& error) {
         error = "the file is no library, or not all of one";
         return nullptr;
     }
+    // RTLD_NOW: a missing symbol fails here. With lazy binding its first call would end the host.
     void* library = ::dlopen(path, RTLD_NOW);
     if (library == nullptr) error = ::dlerror();
     return library;

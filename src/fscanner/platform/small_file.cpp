@@ -56,6 +56,7 @@ bool syncOpen(const Descriptor& file) {
     return file && fsync(file.get()) == 0;
 }
 
+// Reads to the end instead of by the file's size, which is 0 for files of /proc.
 std::optional<std::string> readWhole(const Descriptor& file, std::size_t limit) {
     if (!file) return std::nullopt;
     std::string text;
@@ -92,6 +93,7 @@ unsigned long long roomIn(const std::wstring& directory) {
 bool writeSmallFile(const std::wstring& path, const void* content, unsigned size) {
     Descriptor file = openOwn(path);
     if (!file || ftruncate(file.get(), 0) != 0) return false;
+    // A short write to a regular file means that the disk is full.
     const bool written = size == 0 || write(file.get(), content, size) == static_cast<long>(size);
     return file.close() && written;
 }
@@ -118,7 +120,7 @@ bool RestoredFile::open(const std::wstring& path, long long length) {
     file_ = openSmall(path, O_RDWR);
     length_ = length;
     if (!file_ || fstat(file_.get(), &info) != 0 || info.st_size < length) return false;
-    changed_ = info.st_size != length;
+    changed_ = info.st_size != length;  // appended bytes have to be cut off
     return true;
 }
 

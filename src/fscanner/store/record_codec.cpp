@@ -10,9 +10,9 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::size_t MAX_NUMBER_BYTES = 10;
-constexpr std::size_t MAX_LENGTH_BYTES = 3;
-constexpr std::size_t MAX_CHARACTER_BYTES = 6;
+constexpr std::size_t MAX_NUMBER_BYTES = 10;    // 64 bits in groups of seven
+constexpr std::size_t MAX_LENGTH_BYTES = 3;     // 16 bits in groups of seven
+constexpr std::size_t MAX_CHARACTER_BYTES = 6;  // `stringToUTF8` encodes 31 bits
 
 const TextField& asText(const Field& field) {
     return static_cast<const TextField&>(field);

@@ -88,6 +88,7 @@ OpenResult FS_Table::openFiles() {
     return result;
 }
 
+// Closes all files even if one of them fails.
 bool FS_Table::close() {
     if (!isOpen()) return false;
     recordSets_.clear();

@@ -52,6 +52,10 @@ bool TableReplacement::takePlaces() {
     return renamed;
 }
 
+// With a journal the order decides what an interruption leaves. Before `noteReplacing`, recovery
+// removes the announced new files: the old table stays. After it all of them are complete and on
+// disk, and recovery renames them: the new table replaces the old one.
+//
 // The new sums file is renamed together with the table's files, and the journal announces all of
 // them. So a recovery after an interruption finds each table with its own checksums.
 bool TableReplacement::rewrite(FS_Table& table, UndoJournal* journal) {

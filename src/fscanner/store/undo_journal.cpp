@@ -83,6 +83,8 @@ UndoJournal::~UndoJournal() = default;
 
 // ---- Writing ----------------------------------------------------------------
 
+// Writes the header and the first entry before the file is mapped, so that the journal is never
+// seen without them. `writeSmallFile` also replaces a file that somebody linked to this name.
 bool UndoJournal::start(bool changed) {
     remove();
     std::string bytes = header(bootId());
@@ -198,7 +200,9 @@ struct UndoJournal::Contents {
         const std::string current = bootId();
         if (!bytes.starts_with(header(boot))) return false;
         thisBoot = !current.empty() && boot == current;
-        // An incomplete last entry is no damage, as long as it lies behind `used`.
+        // An incomplete last entry is no damage, as long as it lies behind `used`. A complete one
+        // behind `used` is taken too: its change may not have been made, but undoing it does no
+        // harm.
         std::size_t end = kHeaderLength;
         while (const std::size_t length = readEntry(bytes.substr(end))) end += length;
         return end >= used && end > kHeaderLength;
