@@ -1,5 +1,5 @@
 #pragma once
 
-/// The debug log, by the name that hosts include it by.
+/// The debug log. Hosts include it by this name.
 
 #include "fscanner/common/debug.h"

@@ -39,7 +39,7 @@ bool isWellFormedText(std::string_view rest) {
     return true;
 }
 
-// Takes one text off the front of `rest`; false when it is not whole and well formed.
+// Removes one text from the front of `rest`. False if it is cut off or not well formed.
 bool takeText(std::span<const unsigned char>& rest) {
     if (rest.size() < NUMBER_SIZE) return false;
     const unsigned count = encodedNumber(rest.data());
@@ -58,7 +58,7 @@ bool takeNumbers(std::span<const unsigned char>& rest) {
     return true;
 }
 
-// A directory and a name as the path name that they make, in pieces.
+// The path name made of a directory and a name, as up to three pieces. Joining them would copy.
 class Pieces {
 public:
     explicit Pieces(std::string_view only) : pieces_{only, {}, {}} { settle(); }

@@ -10,19 +10,19 @@
 
 namespace fscanner {
 
-/// One record of a result file seen in the file's own bytes: nothing is copied
-/// and nothing is decoded. Valid as long as the bytes are.
+/// A view of one record of a result file. It points into the bytes of the file; nothing is copied
+/// or decoded. Valid as long as the bytes.
 struct EncodedRecord {
     const unsigned char* begin = nullptr;
-    std::size_t length = 0;  ///< of the whole record
+    std::size_t length = 0;  ///< of the whole record, in bytes
     std::string_view path;   ///< UTF-8
-    std::string_view name;
-    unsigned size = 0;  ///< the file's size; 0 where the record does not know it
+    std::string_view name;   ///< UTF-8
+    unsigned size = 0;       ///< the file's size, low 32 bits; 0 if the record does not know it
 
     const unsigned char* end() const { return begin + length; }
 };
 
-/// The number at `at`, most significant byte first.
+/// The number stored at `at`, most significant byte first.
 inline unsigned encodedNumber(const unsigned char* at) {
     std::uint32_t value;
     std::memcpy(&value, at, sizeof value);
@@ -30,9 +30,10 @@ inline unsigned encodedNumber(const unsigned char* at) {
     return value;
 }
 
-/// The numbers that follow a mask.
+/// How many numbers follow a mask: one for each known attribute.
 inline unsigned encodedFieldCount(unsigned mask) {
-    // What the scans write; asked first because counting is a call on old processors.
+    // Scans write the mask 3 (attributes and size). It is tested first because std::popcount is a
+    // library call where the compiler may not use the instruction.
     if (mask == 3) return 2;
     return static_cast<unsigned>(std::popcount(mask & 0x3FFu));
 }
@@ -56,20 +57,19 @@ inline EncodedRecord readWellFormed(const unsigned char* bytes) {
     return record;
 }
 
-/// Whether the bytes are whole records that would be saved as the same bytes
-/// after being loaded: no null text, no zero byte in a text, UTF-8 in its
-/// shortest form (up to six bytes a character), nothing left over. Only such
-/// bytes may stand for the records that they hold.
+/// Whether the bytes are whole records that load and save to exactly the same bytes: no null
+/// text, no zero byte in a text, UTF-8 in its shortest form (up to six bytes for a character),
+/// and nothing left over. A sort may move such records as bytes, without decoding them.
 bool isWellFormed(std::span<const unsigned char> bytes);
 
-/// Less than, equal to or greater than 0, as the loaded records' keys compare.
+/// Negative, 0 or positive: the order of the keys of both records after loading.
 using EncodedOrder = int (*)(const EncodedRecord&, const EncodedRecord&);
 
 inline int threeWay(std::size_t a, std::size_t b) {
     return a < b ? -1 : a > b ? 1 : 0;
 }
 
-/// Bytes of UTF-8 in its shortest form compare as the characters do.
+/// For UTF-8 in its shortest form, the order of the bytes is the order of the characters.
 inline int compareBytes(std::string_view a, std::string_view b) {
     const int order = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
     return order != 0 ? order : threeWay(a.size(), b.size());
@@ -85,7 +85,7 @@ inline int compareSizes(const EncodedRecord& a, const EncodedRecord& b) {
     return threeWay(a.size, b.size);
 }
 int comparePathNames(const EncodedRecord& a, const EncodedRecord& b);
-/// Not case-sensitive: after `towlower`.
+/// Compare the characters after `towlower`.
 int compareFoldedPaths(const EncodedRecord& a, const EncodedRecord& b);
 int compareFoldedNames(const EncodedRecord& a, const EncodedRecord& b);
 int compareFoldedPathNames(const EncodedRecord& a, const EncodedRecord& b);

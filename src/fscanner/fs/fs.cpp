@@ -15,8 +15,8 @@ namespace fscanner {
 
 namespace {
 
-// Both entry points call the same operation: a provider that cares tells the form
-// by the writer's class.
+// Both entry points call the same operation of the provider. A provider can tell them apart
+// by the class of the writer.
 template <class ResultSet>
 FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minutes, int seconds) {
     if (provider == nullptr) return nullptr;
@@ -24,7 +24,7 @@ FsResultSetReader* execute(FsProvider* provider, const FsQuery& query, int minut
         ResultSet results;
         FsResultSetWriter* writer = results.getWriter();
         if (writer == nullptr) return nullptr;
-        // Unsigned: large limits wrap.
+        // Unsigned, because overflow of a signed number is undefined: large limits wrap.
         const unsigned age = static_cast<unsigned>(minutes) * 60;
         const unsigned timeout = static_cast<unsigned>(seconds) * 1000;
         noThrow("::fsExecuteQuery",

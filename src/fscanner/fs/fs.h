@@ -2,7 +2,7 @@
 
 #include "fscanner/export.h"
 
-/// The entry points: get a provider, ask it, read the results.
+/// The entry points: load a provider, run a query, read the results.
 ///
 ///     std::unique_ptr<FsProvider> provider(fsLoadProvider(nullptr));
 ///     FsQuery query;
@@ -12,7 +12,7 @@
 ///     results->moveFirst();
 ///     for (FsFileInfo file; results->getNext(file);) ...
 ///
-/// Nothing throws into the host. See docs/embedding.md.
+/// No exception reaches the host. One query at a time in a process. See docs/embedding.md.
 
 namespace fscanner {
 
@@ -20,15 +20,21 @@ class FsProvider;
 class FsQuery;
 class FsResultSetReader;
 
-/// Loads a provider plug-in; null `name` means the configured one. Null when it
-/// cannot be loaded, see the debug log. The caller deletes it.
+/// Loads the provider plug-in `name`, a file name without ".so"; a null name means the
+/// configured provider. Reads the configuration, and turns on large-file and long-path
+/// support where it says so. Returns null if the plug-in cannot be loaded; the debug log says
+/// why. The caller owns the provider and deletes it.
 FSCANNER_EXPORT FsProvider* fsLoadProvider(const char* name);
 
-/// Asks a provider. `maximumAgeMinutes` bounds the age of cached answers,
-/// `timeoutSeconds` the work. Returns the matches, which the caller deletes: in a
-/// temporary file (call `moveFirst` first), or with Ex in memory. Null for a null
-/// provider. A failure is told by `FsProvider::lastStatus`; what was found until
-/// then is in the result.
+/// Runs a query. A cached answer may be `maximumAgeMinutes` old. `timeoutSeconds` limits the
+/// time of a scan. Both limits wrap at 32 bits once they are converted to seconds and to
+/// milliseconds.
+///
+/// Returns a reader over the matches, which the caller owns and deletes. `fsExecuteQuery`
+/// keeps the matches in a temporary file: call `moveFirst` before the first `getNext`.
+/// `fsExecuteQueryEx` keeps them in memory. Returns null for a null provider, or without
+/// memory. If the query fails, the reader still holds what was found until then;
+/// `FsProvider::lastStatus` tells what happened.
 FSCANNER_EXPORT FsResultSetReader* fsExecuteQuery(FsProvider* provider, const FsQuery& query,
                                                   int maximumAgeMinutes, int timeoutSeconds);
 FSCANNER_EXPORT FsResultSetReader* fsExecuteQueryEx(FsProvider* provider, const FsQuery& query,

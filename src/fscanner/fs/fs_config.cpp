@@ -14,14 +14,15 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-// What a suffix multiplies by; 0 for a text that is none.
+// The factor of a suffix; 0 for a text that is no suffix.
 std::uint32_t multiplier(std::string_view suffix) {
     if (suffix.empty()) return 1;
     if (suffix == "K" || suffix == "k") return 1024;
     return suffix == "M" || suffix == "m" ? 1048576 : 0;
 }
 
-// Unsigned all the way: numbers wrap at 32 bits, which signed ones must not.
+// Computes with unsigned numbers: numbers wrap at 32 bits, and overflow of a signed number is
+// undefined.
 int parseInteger(std::string_view text, int defaultValue) {
     std::uint32_t sign = 1;
     for (; text.starts_with('+') || text.starts_with('-'); text.remove_prefix(1))
@@ -34,7 +35,8 @@ int parseInteger(std::string_view text, int defaultValue) {
     return factor == 0 ? defaultValue : static_cast<int>(value * sign * factor);
 }
 
-// What `find` gives; the default where that is empty, or where it fails.
+// The result of `find`, or the default if that is empty or `find` throws. Copying the default
+// may throw too, hence the second guard.
 template <class Find>
 std::string textOr(const char* defaultValue, const char* where, Find find) {
     const std::string found = noThrow(where, find);

@@ -11,40 +11,40 @@ namespace fscanner {
 
 class FsQuery;
 
-/// How a place of a query would be searched.
+/// How a path of a query would be searched.
 enum class FsSearchWay {
-    direct,       ///< walking the file system
-    cached,       ///< from the cache
-    rebuilt,      ///< walking it into the cache, then from there
+    direct,       ///< by walking the file system
+    cached,       ///< by reading the cache
+    rebuilt,      ///< by walking the file system into the cache, then reading the cache
     left,         ///< not at all: the query excludes it
-    noDirectory,  ///< not at all: it is gone, or is no directory
+    noDirectory,  ///< not at all: it does not exist, or is not a directory
 };
 
 /// One (path, drive) pair of a plan.
 struct FSCANNER_EXPORT FsPlanStep {
-    std::wstring path;                      ///< absolute, without links
-    bool recursive = false;                 ///< with the subtree, or the directory itself only
-    std::wstring mountPoint;                ///< of the drive that the path lies on
-    std::wstring fileSystem;                ///< of that drive
-    DriveType type = DRIVE_UNKNOWN;         ///< of that drive
-    FsSearchWay way = FsSearchWay::direct;  ///< how it would be searched
-    bool inCache = false;                   ///< a built tree of this path is in the cache
-    unsigned ageSeconds = 0;                ///< its age
-    std::vector<std::wstring> exclusions;   ///< paths inside it that the query leaves out
-    std::vector<std::wstring> mountPoints;  ///< inside it, searched on their own or not at all
+    std::wstring path;                      ///< absolute, without symbolic links
+    bool recursive = false;                 ///< whether the whole subtree is searched
+    std::wstring mountPoint;                ///< mount point of the path's drive
+    std::wstring fileSystem;                ///< file-system type of that drive
+    DriveType type = DRIVE_UNKNOWN;         ///< type of that drive
+    FsSearchWay way = FsSearchWay::direct;  ///< how the path would be searched
+    bool inCache = false;                   ///< whether the cache holds a tree of this path
+    unsigned ageSeconds = 0;                ///< age of that tree
+    std::vector<std::wstring> exclusions;   ///< excluded paths inside the path
+    std::vector<std::wstring> mountPoints;  ///< mount points inside the path; not entered
 };
 
-/// What running a query would do. Nothing is searched for it.
+/// What running a query would do. Making the report searches nothing.
 struct FSCANNER_EXPORT FsQueryReport {
-    unsigned drives = 0;                   ///< mounted
-    unsigned searchedDrives = 0;           ///< whose file system the query allows
+    unsigned drives = 0;                   ///< number of mounted drives
+    unsigned searchedDrives = 0;           ///< drives whose file system the query allows
     std::vector<FsPlanStep> steps;         ///< in the order of the search
-    std::vector<std::wstring> unresolved;  ///< entries that are on no drive they allow
-    FsCriteriaReport criteria;             ///< of an empty text when there is none
+    std::vector<std::wstring> unresolved;  ///< path entries that lead to no drive they allow
+    FsCriteriaReport criteria;             ///< report on the empty text if there is no criteria
 };
 
-/// Reports how `fsScanQuery` would run the query. False without a mount table.
-/// `FS_Cache::explain` is the same for a cache.
+/// Sets `report` to how `fsScanQuery` would run the query. False if the mount table cannot be
+/// read or memory runs out. Throws nothing. `FS_Cache::explain` does the same for a cache.
 FSCANNER_EXPORT bool fsExplainQuery(const FsQuery& query, FsQueryReport& report);
 
 }  // namespace fscanner

@@ -42,7 +42,7 @@ enum CompareField : int { BY_PATH = 1, BY_NAME = 2, BY_PATH_NAME = 3, BY_SIZE = 
 
 std::atomic<bool> largeFiles{false};
 
-// Not an equality: a loaded mask may carry bits that mean nothing to us.
+// Does not compare for equality: a loaded mask may have other bits set, too.
 bool complete(unsigned mask) {
     return (mask & KNOWN_ALL) == KNOWN_ALL;
 }
@@ -106,7 +106,7 @@ bool FsFileInfo::Text::assign(const wchar_t* s) {
     }
     const std::size_t needed = std::wcslen(s) + 1;
     if (needed <= room_) {
-        std::wmemmove(data_, s, needed);  // `s` may be a part of the old text
+        std::wmemmove(data_, s, needed);  // `s` may point into the old text
         return true;
     }
     wchar_t* copy = new (std::nothrow) wchar_t[needed];
@@ -257,7 +257,7 @@ bool FsFileInfo::updateInfo() const {
     return updateFrom(info);
 }
 
-// The mask stays as it is, so that the next getter tries again.
+// Leaves the mask as it is, so that the next getter tries again.
 bool FsFileInfo::fetchFailed() const {
     facts_.error = 1;
     if (!debugInfo) return false;
@@ -266,8 +266,9 @@ bool FsFileInfo::fetchFailed() const {
     return false;
 }
 
-// Sizes are 32-bit and signed unless the host opted out: what does not fit
-// counts as a failed call, as EOVERFLOW does. The other numbers but the times are cut.
+// Without large-file support sizes are signed 32-bit numbers. A larger size counts as a failed
+// call, like the EOVERFLOW of a 32-bit `lstat`. Device, inode and link count keep their low
+// 32 bits.
 bool FsFileInfo::updateFrom(const struct stat& info) const {
     if (complete(facts_.mask)) return true;
     if (!getLargeFileSupport() && info.st_size > INT_MAX) return fetchFailed();
@@ -289,8 +290,8 @@ bool FsFileInfo::updateFrom(const struct stat& info) const {
     return true;
 }
 
-// Sizes that are not known compare as 0: comparing never asks the system, so a
-// sort does not stat, and its order does not change while it runs.
+// Never asks the system: an unknown size compares as 0. So a sort calls no `lstat`, and its
+// order does not change while it runs.
 bool FsFileInfo::compare(FsFileInfo& other, int field, unsigned op, bool caseSensitive) {
     const auto texts = [&](const wchar_t* mine, const wchar_t* pattern) {
         return mine != nullptr && pattern != nullptr &&
@@ -313,9 +314,9 @@ bool FsFileInfo::compare(FsFileInfo& other, int field, unsigned op, bool caseSen
     }
 }
 
-// Path, name, mask, then one number per known bit from the lowest up. A size or a
-// time keeps its low 32 bits only. Errors are sticky in the serializator, so that
-// only the end is looked at.
+// Writes path, name, mask, and then one number for each known bit from the lowest up. Sizes
+// and times keep their low 32 bits only. An error of the serializer is sticky, so it is
+// enough to check it at the end.
 int FsFileInfo::saveObject(FsSerializator& to) const {
     to.saveString(getPath());
     to.saveString(getName());

@@ -25,15 +25,15 @@ enum FsFileAttribute : unsigned {
     FS_ATTR_CHARACTER_DEVICE = 0x4000,
 };
 
-/// One found file: directory path, name and attributes. Each attribute has a
-/// "known" bit; one that was never set is fetched with `lstat` on first request.
+/// One found file: directory path, name and attributes. Each attribute has a "known" bit. A
+/// getter fetches an attribute that is not known with `lstat`, by the record's path.
 ///
-/// Owns both texts. One thread at a time. Nothing throws: where memory runs out
-/// a copy's text is null and its error flag is set.
+/// Owns both texts. One thread at a time. Nothing throws: if a text cannot be copied for
+/// lack of memory, it is null and the error flag is set.
 class FSCANNER_EXPORT FsFileInfo {
 public:
     FsFileInfo();
-    /// Copies have their own texts, and know what the other knows of the file.
+    /// A copy has its own texts, and the same known attributes.
     FsFileInfo(const FsFileInfo& other);
     FsFileInfo(FsFileInfo&& other) noexcept;
     FsFileInfo& operator=(const FsFileInfo& other);
@@ -42,73 +42,81 @@ public:
 
     /// Frees both texts and zeroes everything.
     void clear();
-    /// Forgets what is known of the file and keeps both texts: one record serves a
-    /// whole scan.
+    /// Makes all attributes unknown and clears the error flag. Both texts stay, so that one
+    /// record can be used for a whole scan.
     void forgetInfo();
-    /// Notes that the file could not be examined.
+    /// Sets the error flag: the file could not be examined.
     void setError();
-    /// A copy released with delete[]; null for null.
+    /// A copy that the caller releases with delete[]. Null for null, or without memory.
     static wchar_t* duplicateString(const wchar_t* s);
 
-    /// Store a copy (null allowed); what is known of the file stays.
+    /// Store a copy of the text; null is allowed. The known attributes stay.
     void setFilePath(const wchar_t* path);
     void setFileName(const wchar_t* name);
+    /// Set one attribute and make it known. Units are those of the getters.
     void setFileAttr(unsigned attributes);
     void setFileSize(unsigned long long size);
     void setCreateTime(long seconds);
     void setLastAccessTime(long seconds);
     void setLastModifyTime(long seconds);
 
-    /// The directory, which may end with "/" or not (`getPathName` joins the two), and the
-    /// name, owned by the record; null when not set.
+    /// The directory and the name. The record owns them; they are valid until it changes.
+    /// Null if not set. The directory may end with "/" or not: `getPathName` joins both.
     const wchar_t* getPath() const { return path_.get(); }
     const wchar_t* getName() const { return name_.get(); }
-    /// Each fetches what is not known yet; 0 when that fails. Times are seconds
-    /// since the epoch; the "create time" is the time of the last status change.
+    /// Each getter fetches its attribute if it is not known, and returns 0 if that fails.
+    /// Bits of `FsFileAttribute`.
     unsigned getAttr() const;
+    /// Bytes.
     unsigned long long getSize() const;
+    /// Times are seconds since the epoch. The "create time" is the time of the last status
+    /// change (`st_ctime`).
     long getCreateTime() const;
     long getLastAccessTime() const;
     long getLastModifyTime() const;
+    /// The low 32 bits of the numbers.
     unsigned getINode() const;
     unsigned getUserId() const;
     unsigned getGroupId() const;
 
-    /// Fetches everything that is not known. False when the file cannot be
-    /// examined (`hasError()` then); the next getter tries again.
+    /// Fetches all unknown attributes. False if the path or the name is not set, or if the
+    /// file cannot be examined; the latter sets the error flag. The next getter tries again.
     bool updateInfo() const;
-    /// Takes everything that is not known from a system's answer. False, with
-    /// the error flag set, when the size passes the limit (see below).
+    /// Takes all unknown attributes from `info`. False, with the error flag set, if the size
+    /// exceeds the limit (see `setLargeFileSupport`).
     bool updateFrom(const struct stat& info) const;
-    /// Whether a fetch, or the copy of a text, has failed since the last `clear()`.
+    /// The error flag: whether a fetch, or the copy of a text, has failed since the last
+    /// `clear()` or `forgetInfo()`.
     bool hasError() const { return facts_.error != 0; }
-    /// OR of the known bits; 0x3FF is everything.
+    /// The known bits of all attributes; 0x3FF means that all are known.
     unsigned knownMask() const { return facts_.mask; }
 
-    /// Compares this record's field (an `FsSortKey`) with the other's by a
-    /// comparison operator code (0 "==", 1 ">=", 2 "<=", 3 ">", 4 "<", 5 "!=").
-    /// For "==" and "!=" the other's text is a pattern. Null texts compare false;
-    /// sizes are compared as stored. An unknown field gives false.
+    /// Compares a field of this record with the same field of `other`. `field` is an
+    /// `FsSortKey`; `op` is the code of an operator (0 "==", 1 ">=", 2 "<=", 3 ">", 4 "<",
+    /// 5 "!="). For "==" and "!=" the text of `other` is a pattern. An unknown size counts
+    /// as 0. False for a null text or an unknown field.
     bool compare(FsFileInfo& other, int field, unsigned op, bool caseSensitive);
 
-    /// Save what is known, load it back. 0 on success, -1 after a shortfall. The
-    /// size keeps its low 32 bits only, and so do the times, which are signed.
+    /// Save both texts and the known attributes, and load them back. 0 on success, -1 if the
+    /// serializer has failed. The size keeps its low 32 bits only. So do the times, which
+    /// load as signed numbers.
     int saveObject(FsSerializator& to) const;
     int loadObject(FsSerializator& from);
 
-    /// Process-wide. By default a file of more than 2147483647 bytes cannot be
-    /// examined (the error flag is set). With large-file support its size is known.
+    /// Process-wide, any thread. By default a file of more than 2147483647 bytes cannot be
+    /// examined: the error flag is set. With large-file support its size is known.
     static void setLargeFileSupport(bool on);
     static bool getLargeFileSupport();
-    /// Process-wide. By default a directory whose path has 1024 characters or more is left
-    /// out of every search, and the observer is told `FsSkipReason::tooLong`. With long-path
-    /// support paths may have any length, beyond what the system takes in one call, too.
+    /// Process-wide, any thread. By default a directory whose path has 1024 characters or more
+    /// is left out of every search, and the observer is told `FsSkipReason::tooLong`. With
+    /// long-path support paths may have any length, even one that the system accepts in no
+    /// single call.
     static void setLongPathSupport(bool on);
     static bool getLongPathSupport();
 
 private:
-    /// An owned text. Its buffer is kept while the next text fits, because one
-    /// record is filled once per match.
+    /// An owned text. The buffer is reused while the next text fits, because a scan fills
+    /// one record again for every match.
     class Text {
     public:
         Text() = default;
@@ -120,7 +128,7 @@ private:
         const wchar_t* get() const { return data_; }
         /// False, with no text kept, when memory runs out.
         FSCANNER_HIDDEN bool assign(const wchar_t* s);
-        /// Takes over a text that `new[]` made.
+        /// Takes ownership of a text made with `new[]`.
         FSCANNER_HIDDEN void adopt(wchar_t* s);
 
     private:
@@ -128,7 +136,7 @@ private:
         unsigned long room_ = 0;
     };
 
-    /// What `lstat` tells, with the mask of what is known of it.
+    /// The attributes, the mask of those that are known, and the error flag.
     struct Facts {
         unsigned attributes = 0;
         unsigned long long size = 0;
@@ -152,9 +160,9 @@ private:
     mutable Facts facts_;
 };
 
-/// `dir` joined with `name` (a "/" between them unless `dir` is empty or ends
-/// with one), released with delete[]. Null if either is null. An empty `dir`
-/// gives the name alone, unlike `getFullPathName`.
+/// Joins `dir` and `name`, with a "/" between them unless `dir` is empty or ends with "/". The
+/// caller releases the result with delete[]. Null if either is null, or without memory. An
+/// empty `dir` gives the name alone, unlike with `getFullPathName`.
 FSCANNER_EXPORT wchar_t* getPathName(const wchar_t* dir, const wchar_t* name);
 
 }  // namespace fscanner

@@ -1,5 +1,5 @@
-// What the public header tells of drives, files and types. What it tells of criteria needs the
-// search itself: fsCheckCriteria is in engine/reports.cpp, FsRecordFilter in
+// The functions of the public header for drives, paths and file types. The functions for
+// criteria need the engine: fsCheckCriteria is in engine/reports.cpp, FsRecordFilter in
 // engine/file_processor.cpp.
 
 #include "fscanner/fs/fs_inspect.h"
@@ -25,7 +25,7 @@ bool fsListDrives(std::vector<DriveInfo>& drives) {
     try {
         const std::optional<MountTable> table = readMountTable();
         if (!table) return false;
-        // Placeholders stay closed: a listing shall not wait for an automounter.
+        // Placeholders are not opened, because a listing must not wait for an automounter.
         for (DriveInfo& drive : listMountedDrives(*table))
             if (!isPlaceholder(drive)) drives.push_back(std::move(drive));
         addMissingRoot(drives);
@@ -69,7 +69,7 @@ bool FsFileTypes::describe(const wchar_t* path, std::wstring& description) {
         if (!state_) state_ = std::make_unique<State>();
         const std::optional<std::wstring> line = state_->checker.typeLine(path);
         if (!line) return false;
-        // "PATH: DESCRIPTION"
+        // The line is "PATH: DESCRIPTION".
         description = line->substr(std::min(std::wcslen(path) + 1, line->size()));
         description.erase(0, description.find_first_not_of(L' '));
         return !description.empty();

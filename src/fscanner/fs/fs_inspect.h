@@ -12,34 +12,39 @@ namespace fscanner {
 
 class FsFileInfo;
 
-/// Appends every mounted file system, in the mount table's order. False when the
-/// mount table cannot be read.
+/// Appends every mounted file system to `drives`, in the mount table's order. Opens no
+/// placeholder of an automounter, and leaves placeholders out. False if the mount table cannot
+/// be read or memory runs out. Throws nothing.
 FSCANNER_EXPORT bool fsListDrives(std::vector<DriveInfo>& drives);
 
-/// What the library makes of a criteria text.
+/// How the library understands a criteria text.
 struct FSCANNER_EXPORT FsCriteriaReport {
-    bool compiles = false;             ///< whether it can be searched with
-    std::string error;                 ///< what is wrong, in one line; empty when it compiles
-    unsigned position = 0;             ///< where: index into the text, in characters
+    bool compiles = false;             ///< whether a search accepts the text
+    std::string error;                 ///< the error in one line; empty if the text compiles
+    unsigned position = 0;             ///< position of the error, in characters from 0
     std::wstring tree;                 ///< the compiled tree, in one line
     std::vector<std::wstring> fields;  ///< the fields it reads, in order of appearance
-    std::wstring indexField;           ///< the field whose index in a cache serves it, or empty
-    std::wstring indexKey;             ///< the value that this field must have
+    std::wstring indexField;           ///< the field whose index a cache uses for it, or empty
+    std::wstring indexKey;             ///< the value that is looked up in that index
 };
 
-/// Compiles `criteria` over the fields of a search without running it. Which index serves
-/// it depends on the case mode, case-sensitive unless it is given.
+/// Compiles `criteria` over the fields of a search without running it. The index depends on
+/// the case mode; the first form is case-sensitive.
 FSCANNER_EXPORT FsCriteriaReport fsCheckCriteria(const wchar_t* criteria);
 FSCANNER_EXPORT FsCriteriaReport fsCheckCriteria(const wchar_t* criteria, bool caseSensitive);
 
-/// Tests records that a host holds against a criteria, the way a scan does.
+/// Tests records of the host against a criteria, as a scan does. Throws nothing. One thread
+/// at a time for an object.
 class FSCANNER_EXPORT FsRecordFilter {
 public:
-    /// Null when the criteria does not compile. A null or empty text matches all.
+    /// Null if the criteria does not compile, or without memory. A null or empty criteria
+    /// matches every record.
     static std::unique_ptr<FsRecordFilter> create(const wchar_t* criteria, bool caseSensitive);
     ~FsRecordFilter();
+    /// Whether the record matches. Attributes that the criteria reads and the record does not
+    /// know are fetched. False also if the test fails for lack of memory.
     bool matches(const FsFileInfo& record);
-    /// Whether the criteria had no answer for the last record, which did not match then.
+    /// Whether the criteria could not be evaluated on the last record. `matches` was false.
     bool undecided() const;
 
 private:
@@ -48,30 +53,36 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// Opens a directory that a search reported, to reach the files in it: for `openat`,
-/// `fstatat` or `fchdir`, not to be listed. A symbolic link anywhere in the path is
-/// refused (ELOOP): whoever may rename a directory on the way could lead the host
-/// elsewhere. The descriptor is closed on exec and belongs to the caller; -1, with errno,
-/// on failure. A null path gives EINVAL. Any thread.
+/// Opens a directory that a search reported, to reach the files in it with `openat`,
+/// `fstatat` or `fchdir`. The descriptor cannot list the directory. A symbolic link anywhere in
+/// the path is refused (ELOOP): a user who may rename a directory of the path could otherwise
+/// lead the host to another file.
+///
+/// Returns a descriptor that the caller closes; it is closed on exec. Returns -1, with errno
+/// set, on failure. A null path gives EINVAL. Throws nothing. Any thread.
 FSCANNER_EXPORT int fsOpenDirectory(const wchar_t* path);
 
-/// An absolute path, without ".", ".." and repeated "/", of which the links are resolved. Before
-/// the file system looks at the path of a component, `mayTouch` is asked; what it refuses, and
-/// what is not there, counts as no link. A mount of a dead server, for one, answers nobody who
-/// touches it. Empty, with errno, for null, an empty function, too many links or no memory.
-/// Any thread; nothing throws.
+/// Makes `path` absolute, removes ".", ".." and repeated "/", and resolves symbolic links.
+/// `mayTouch` is called with the path of each component before the system is asked about it. A
+/// component that it refuses, or that does not exist, counts as no link. A host can so keep
+/// away from the mount of a dead server, where every call would block.
+///
+/// Returns an empty text, with errno set, for a null path, an empty function, too many links or
+/// lack of memory. Throws nothing. Any thread.
 FSCANNER_EXPORT std::wstring fsResolvePath(
     const wchar_t* path, const std::function<bool(const wchar_t* path)>& mayTouch);
 
-/// Sets `description` to what the `file` program says of the file, in the C locale.
-/// False where it says nothing; a path of 1024 characters or more has no type without
-/// long-path support. The directory's other files are described at the same time, for the calls to
-/// come of this thread.
+/// Sets `description` to the output of the `file` program for the file, in the C locale,
+/// without the path. False if there is no output, for a null path, and for a path of 1024
+/// characters or more without long-path support. Throws nothing. Any thread.
+///
+/// One run of `file` describes all files of a directory. The descriptions are kept for this
+/// thread's next calls.
 FSCANNER_EXPORT bool fsFileType(const wchar_t* path, std::wstring& description);
 
-/// Asks for the types of many files, as `fsFileType` does. From the second directory on
-/// a `file` may be kept running, a child of the host, until this object goes; that is
-/// faster. Nothing throws. One thread at a time for an object.
+/// Asks for the types of many files, as `fsFileType` does, but faster: from the second
+/// directory on, one `file` process may be kept running until this object is destroyed. It is
+/// a child of the host. Throws nothing. One thread at a time for an object.
 class FSCANNER_EXPORT FsFileTypes {
 public:
     FsFileTypes() noexcept;
@@ -86,7 +97,7 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// "MAJOR.MINOR.PATCH" of the library at run time; static.
+/// The version of the library that is loaded, as "MAJOR.MINOR.PATCH". Static text.
 FSCANNER_EXPORT const char* fsVersion();
 
 }  // namespace fscanner

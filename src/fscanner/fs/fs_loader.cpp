@@ -7,13 +7,14 @@
 
 namespace fscanner {
 
-// Out of line, so that the interfaces' virtual tables have one place: here.
+// The destructors are defined here so that the virtual tables of both interfaces are emitted
+// in this file only.
 FsProvider::~FsProvider() = default;
 FsMonitor::~FsMonitor() = default;
 
 namespace {
 
-// The plug-in's own exceptions stop here like the library's.
+// An exception of the plug-in's factory is stopped here, too.
 template <class Product>
 Product* create(const char* baseName, const FsConfig* config, const char* symbol) {
     if (config == nullptr) {

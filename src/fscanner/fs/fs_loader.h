@@ -8,17 +8,19 @@ class FsConfig;
 class FsMonitor;
 class FsProvider;
 
-/// Loads plug-ins: the file BASENAME.so in the directory that the key "home" of
-/// section "fscanner" names. The file has to be trustworthy (see
-/// docs/configuration.md); the debug log says why one was not loaded.
+/// Loads plug-ins. A plug-in is the file BASENAME.so in the directory that the key "home" of
+/// the section "fscanner" names. No other user may be able to change the file (see
+/// docs/configuration.md).
 ///
-/// What is loaded stays loaded. Null on any failure, as for a null name or configuration;
-/// the caller owns the result.
-/// The plug-in must not keep `config`.
+/// Both functions return a new object that the caller owns and deletes. They return null on
+/// any failure, also for a null name or configuration; the debug log says why. They throw
+/// nothing. A loaded plug-in stays loaded until the process ends. `config` is passed to the
+/// plug-in, which must not keep it.
 class FSCANNER_EXPORT FsLoader {
 public:
-    /// The plug-in's provider, or its monitor; see above.
+    /// Creates the plug-in's provider.
     static FsProvider* loadFsProvider(const char* baseName, const FsConfig* config);
+    /// Creates the plug-in's monitor.
     static FsMonitor* loadFsMonitor(const char* baseName, const FsConfig* config);
 };
 

@@ -8,56 +8,65 @@ class FsConfig;
 class FsQuery;
 class FsResultSetWriter;
 
-/// Keys of `FsProvider::setOption`, for the providers that keep a cache.
+// Keys of `FsProvider::setOption`, for the providers that keep a cache.
+
+/// The absolute path of the cache's directory.
 inline constexpr char FS_OPTION_CACHE_DIRECTORY[] = "cache_directory";
+/// "true": trees of the cache are used at any age, and none is built. Or "false".
 inline constexpr char FS_OPTION_MONITORED[] = "monitored";
+/// "true": the cache's tables store numbers in as few bytes as they need. Or "false".
 inline constexpr char FS_OPTION_COMPRESSED[] = "compressed";
-/// How many bytes a cache may take: a number, with K, M, G or T behind it for powers of 1024; 0:
-/// any. A search that builds something removes the trees that were built first until the rest
-/// fits, but none that it needs.
+/// The size limit of a cache in bytes: a number, which K, M, G or T multiplies by a power of
+/// 1024. 0 means no limit. A search that has built a tree removes other trees, the oldest
+/// first, until the cache fits. It keeps the trees that it needs.
 inline constexpr char FS_OPTION_CACHE_LIMIT[] = "cache_limit";
-/// No answer comes from a cache, whatever `maximumAge` says: an age of 0 still takes what
-/// was cached in the same second.
+/// "true": no answer comes from the cache. A `maximumAge` of 0 is not enough, because a tree
+/// that was built in the same second has that age. Or "false".
 inline constexpr char FS_OPTION_FRESH[] = "fresh";
-/// How long a query waits for others that use the cache, in milliseconds, before it ends with
-/// -52; a minute at first.
+/// How many milliseconds a query waits for other processes and threads that use the cache,
+/// before it ends with -52. The default is 60000.
 inline constexpr char FS_OPTION_WAIT[] = "wait";
 
-/// Answers queries. Implemented by plug-ins; a host gets one from
+/// Answers queries. Plug-ins implement this class. A host gets an object from
 /// `fsLoadProvider`, owns it and deletes it. One query at a time in a process.
 ///
-/// The order of the operations is the binary interface: the library calls
-/// `executeQuery` as the sixth, the destructor counting as two.
+/// The order of the operations is part of the binary interface: the library calls
+/// `executeQuery` as the sixth function of the virtual table. The destructor counts as two.
 class FSCANNER_EXPORT FsProvider {
 public:
     virtual ~FsProvider();
-    /// The provider's name, static.
+    /// The provider's name. Static text.
     virtual const char* name() const = 0;
-    /// What the last query returned, so that a host can tell "nothing found" from
-    /// "failed"; 0 before the first.
+    /// The result of the last `executeQuery`; 0 before the first. A host needs it to tell
+    /// "nothing found" from "failed".
     virtual int lastStatus() const = 0;
-    /// Sets an option for the queries to come. False for an unknown key or a value
-    /// that does not fit.
+    /// Sets an option for the following queries. False, and nothing changes, for an unknown
+    /// key or an invalid value.
     virtual bool setOption(const char* key, const char* value) = 0;
-    /// Writes the matches of `query` to `writer`. `maximumAge` is in seconds: how
-    /// old a cached answer may be. `timeout` is in milliseconds. Returns 0, or what
-    /// went wrong: -40 the cache (or the mount table) cannot be used, -41 a scan ran
-    /// out of time, -42 rebuilding a cached tree did, -43 a path leads to no drive, -44
-    /// the `file` program is missing.
+    /// Writes the matches of `query` to `writer`; both stay the caller's. `maximumAge` is the
+    /// age in seconds that a cached answer may have. `timeout` is in milliseconds. Returns 0
+    /// on success, or:
+    /// -40 if the cache or the mount table cannot be used;
+    /// -41 if a scan ran out of time or was stopped by the observer;
+    /// -42 if the same happened while a tree of the cache was rebuilt;
+    /// -43 if a path of the query leads to no drive (the other paths were searched);
+    /// -44 if file types were asked for and the `file` program cannot be run;
+    /// -52 if the wait for the cache took too long.
     virtual int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                              unsigned timeout) = 0;
 };
 
-/// Watches file systems for a cache. Implemented by plug-ins.
+/// Watches file systems for a cache. Plug-ins implement this class. A host gets an object from
+/// `FsLoader::loadFsMonitor`, owns it and deletes it.
 class FSCANNER_EXPORT FsMonitor {
 public:
     virtual ~FsMonitor();
-    /// The monitor's name, static.
+    /// The monitor's name. Static text.
     virtual const char* name() const = 0;
 };
 
-/// What a plug-in defines: one of these or both. The result belongs to the host;
-/// `config` is valid during the call only.
+/// The functions that a plug-in defines, one of them or both. Each returns a new object, which
+/// belongs to the host, or null. `config` is valid during the call only.
 extern "C" FSCANNER_EXPORT FsProvider* createProvider(const FsConfig* config);
 extern "C" FSCANNER_EXPORT FsMonitor* createMonitor(const FsConfig* config);
 

@@ -11,50 +11,55 @@ namespace fscanner {
 
 struct FsQueryData;
 
-/// Describes a search. The host builds it, hands it to a provider by constant
-/// reference, and may change and reuse it between executions. All texts are
-/// copied. One thread at a time; not copyable. Nothing throws but, for want of
-/// memory, the constructor.
+/// Describes a search. The host builds it and hands it to a provider by constant reference. It
+/// may change and reuse it between executions. All texts are copied. One thread at a time; not
+/// copyable. Only the constructor throws (`std::bad_alloc`).
 class FSCANNER_EXPORT FsQuery {
 public:
     FsQuery();
     FsQuery(const FsQuery&) = delete;
     FsQuery& operator=(const FsQuery&) = delete;
 
-    /// Appends a path to search (to leave out): `[media::][drive:]path`, where
-    /// media is $local (default), $remote, $other or $all. Recursive covers the
-    /// whole subtree. Order is kept, duplicates too. False for null.
+    /// Appends a path to search: `[media::][drive:]path`. The media is $local (default),
+    /// $remote, $other or $all. `recursive` means the whole subtree, otherwise only the
+    /// directory itself. Order and duplicates are kept. False for null, or without memory.
     virtual bool addIncludePath(const wchar_t* path, bool recursive);
+    /// Appends a path that the search leaves out. Otherwise the same.
     virtual bool addExcludePath(const wchar_t* path, bool recursive);
-    /// Restricts the search to (leaves out) file systems of this type. False for null.
+    /// Restricts the search to file systems of this type and of other types that are added.
+    /// False for null, or without memory.
     virtual bool addIncludeFileSystem(const wchar_t* name);
+    /// Leaves file systems of this type out of the search. Otherwise the same.
     virtual bool addExcludeFileSystem(const wchar_t* name);
     /// Reserved; returns false and changes nothing. Use `setQuery`.
     virtual bool setSimpleQuery(const wchar_t* text, unsigned int flags);
-    /// Stores the criteria text as it is; it is compiled when the query runs.
-    /// False, and the old text stays, for null or when memory runs out.
+    /// Stores the criteria text. It is compiled when the query runs; `fsCheckCriteria` tells
+    /// earlier whether it compiles. False, and the old text stays, for null or without memory.
     virtual bool setQuery(const wchar_t* text);
-    /// 0 and 2 (the default): case-sensitive; 1: not. Other values are ignored. Concerns
-    /// the criteria and the excluded paths; included ones are taken exactly.
+    /// Sets the case mode. 0 and 2 (the default) are case-sensitive; 1 is not. Other values are
+    /// ignored. The mode applies to the criteria and the excluded paths. Included paths are
+    /// always case-sensitive.
     virtual void setCaseSensitive(unsigned int mode);
 
-    /// Owned by the query, valid until the list changes.
+    /// The lists. The query owns them; references are valid until it is destroyed, and
+    /// iterators until the list changes.
     virtual const std::vector<PathInfo>& getIncludedPaths() const;
     virtual const std::vector<PathInfo>& getExcludedPaths() const;
     virtual const std::vector<FileSystemInfo>& getIncludedFileSystems() const;
     virtual const std::vector<FileSystemInfo>& getExcludedFileSystems() const;
-    /// The criteria text, owned by the query; null when never set.
+    /// The criteria text. The query owns it; it is valid until the next `setQuery`. Null if
+    /// it was never set.
     virtual const wchar_t* getQuery() const;
-    /// False if the mode is 1, else true.
+    /// Whether the case mode is case-sensitive.
     virtual bool getCaseSensitive() const;
 
-    /// Empty one list each; return true.
+    /// Each empties one list and returns true.
     virtual bool clearIncludePaths();
     virtual bool clearExcludePaths();
     virtual bool clearIncludeFileSystems();
     virtual bool clearExcludeFileSystems();
 
-    // Last in slot order, which is part of the binary interface.
+    // Declared last: the order of the virtual functions is part of the binary interface.
     virtual ~FsQuery();
 
 private:

@@ -8,14 +8,15 @@ namespace fscanner {
 
 namespace {
 
-// Changes exclude each other. An invocation takes no lock: it may come from a signal.
+// Serializes changes of the list. An invocation takes no lock: a signal handler may call it
+// while this thread holds the lock.
 constinit std::mutex changes;
 constinit std::atomic<int> invocations = 0;
 
 }  // namespace
 
-// The links are atomic for the compiler's sake: a signal handler on the same
-// thread must find each step done or not begun.
+// The links are atomic so that the compiler keeps the order of the stores. A signal handler on
+// the same thread then sees each step either done or not begun.
 struct FsResourceManager::Registration {
     Handler handler;
     void* context;
@@ -28,8 +29,8 @@ struct FsResourceManager::ExitCleaner {
     ~ExitCleaner() { manager.clear(); }
 };
 
-// The registry itself has no destructor: a static object of the host that owns
-// a result set may die later, and then removes a pair that is already forgotten.
+// The registry itself has no destructor. A static object of the host may own a result set and
+// be destroyed later; its removal then finds no registration, which is harmless.
 FsResourceManager* FsResourceManager::getInstance() {
     static constinit FsResourceManager instance;
     static const ExitCleaner cleaner{instance};

@@ -6,41 +6,43 @@
 
 namespace fscanner {
 
-/// The process's cleanup handlers: what a host runs when it must stop
-/// abnormally, so that temporary files do not stay behind. The library registers
-/// a handler for each temporary file and never runs them itself.
+/// The cleanup handlers of the process. A host runs them when it must stop abnormally, so that
+/// no temporary files stay behind. The library registers a handler for each named temporary
+/// file. It never runs the handlers itself.
 ///
-/// Threads: any may register, remove and invoke at any time. What an invocation may still
-/// look at is freed by a later removal.
+/// Threads: any thread may register, remove and invoke at any time. A registration that is
+/// removed during an invocation is freed by a later removal, because the invocation may still
+/// read it.
 ///
-/// Signals: `invokeCleanupHandlers` allocates nothing and may be called from a
-/// signal handler, even one that interrupts a registration or a removal on its
-/// own thread: the list is whole at every step. Call `getInstance` before the
-/// signal handler is installed. The registered handlers must then themselves be
-/// safe there (and must not remove registrations, which frees memory).
+/// Signals: `invokeCleanupHandlers` allocates nothing and takes no lock, so a signal handler
+/// may call it, even one that interrupts a registration or a removal on its own thread: the
+/// list is consistent at every step. Call `getInstance` once before the signal handler is
+/// installed. The registered handlers must then be safe in a signal handler, too. They must not
+/// remove registrations there, because that frees memory.
 class FSCANNER_EXPORT FsResourceManager {
 public:
-    /// Gets the code of `invokeCleanupHandlers` and what it was registered with.
+    /// Called with the code given to `invokeCleanupHandlers` and the registered context.
     using Handler = void (*)(int code, void* context);
 
-    /// The one registry, made at the first call. At process exit it forgets all
-    /// registrations without calling a handler; it stays usable after that.
+    /// The only instance, made at the first call; never null, not to be deleted. At process
+    /// exit it drops all registrations without calling a handler. It stays usable after that.
     static FsResourceManager* getInstance();
 
     FsResourceManager(const FsResourceManager&) = delete;
     FsResourceManager& operator=(const FsResourceManager&) = delete;
 
-    /// Registers in front of all others; duplicates are kept. A null handler is
-    /// ignored, and so is one for which there is no memory.
+    /// Registers a handler in front of all others. Duplicates are kept. `context` stays the
+    /// caller's and must live until the removal. A null handler is ignored. Without memory
+    /// nothing is registered.
     void addCleanupHandler(Handler handler, void* context);
-    /// Removes the latest registration of this pair; an unknown pair is ignored.
+    /// Removes the latest registration of this handler and context. An unknown pair is ignored.
     void removeCleanupHandler(Handler handler, void* context);
-    /// Calls every handler with its context, the latest first. The registrations
-    /// stay. A handler may remove its own registration, and no other; from a signal handler
-    /// not even that, since the signal may have interrupted a removal.
+    /// Calls every handler with its context, the latest registration first. The registrations
+    /// stay. A handler may remove its own registration, and no other. In a signal handler it
+    /// must not even do that, because the signal may have interrupted a removal.
     void invokeCleanupHandlers(int code);
-    /// Whether handlers are being called: who has just removed a registration must not
-    /// free its context then.
+    /// Whether an invocation is running. If so, the context of a registration that was just
+    /// removed must not be freed, because the handler may still read it.
     FSCANNER_HIDDEN static bool isInvoking();
 
 private:
@@ -52,7 +54,7 @@ private:
     FSCANNER_HIDDEN void freeRetired();
 
     std::atomic<Registration*> head_ = nullptr;
-    Registration* retired_ = nullptr;  // removed ones
+    Registration* retired_ = nullptr;  // removed, not yet freed
 };
 
 }  // namespace fscanner

@@ -1,6 +1,6 @@
 #include "fscanner/fs/fs_resultset_file.h"
 
-#undef NDEBUG  // the one assertion here guards an exported constructor
+#undef NDEBUG  // the assertion in an exported constructor has to work in release builds, too
 #include <cassert>
 #include <cerrno>
 #include <cstdlib>
@@ -28,7 +28,7 @@ std::unique_ptr<LinuxMmFile> makeFile(const char* name) {
     if (name == nullptr) return nullptr;
     const std::unique_ptr<wchar_t[]> wide(myMbsToWcs(name));
     std::unique_ptr<LinuxMmFile> file = SysFactory::createMmFile(wide.get());
-    if (file) file->setSyncOnClose(false);  // results need not survive the system
+    if (file) file->setSyncOnClose(false);  // results need not survive a power cut
     return file;
 }
 
@@ -47,7 +47,7 @@ NaturalMergeSort::Compare comparator(unsigned key) {
     }
 }
 
-// Only the log tells how the sort went: hosts are told whether it was attempted.
+// The result of the sort goes to the log only: `sort` returns whether it was attempted.
 void sortFile(const std::string& name, const std::string& directory, unsigned key,
               unsigned direction, bool caseSensitive) {
     std::wstring wide = toWide(name);
@@ -86,8 +86,8 @@ int FsResultSetWriter_OnFile::addRecord(const FsFileInfo& record) {
     return serializator_ ? record.saveObject(*serializator_) : -1;
 }
 
-// The zeros by which a file grows ahead of its content would be read as records: one
-// that cannot be cut is no result at all.
+// The file grows in steps, filled with zeros, and zeros would be read as records. So a file that
+// cannot be cut to its content is removed.
 int FsResultSetWriter_OnFile::close() {
     if (serializator_ && !file_->close()) {
         debug("FsResultSetWriter_OnFile::close - '%s' is not complete, removed\n",
@@ -99,7 +99,8 @@ int FsResultSetWriter_OnFile::close() {
 }
 
 FsResultSetReader_OnFile::FsResultSetReader_OnFile(const char* filename) {
-    assert(filename != 0);  // NOLINT(modernize-use-nullptr): what it prints is part of the face
+    // NOLINTNEXTLINE(modernize-use-nullptr): the text of the assertion is part of the interface
+    assert(filename != 0);
     source_ = std::make_unique<RemovableFile>(filename);
     source_->identify();
 }
@@ -149,7 +150,7 @@ int FsResultSetReader_OnFile::sort(unsigned key, unsigned direction, bool caseSe
     debug("FsResultSetReader_OnFile::sort - entering...\n");
     const bool known = comparator(key) != nullptr;
     if (known) {
-        closeFile();  // the sort rewrites it
+        closeFile();  // the sort rewrites the file
         noThrow("FsResultSetReader_OnFile::sort", [&] {
             sortFile(source_->name(), unnamed_ ? unnamed_->directory() : "", key, direction,
                      caseSensitive);
@@ -169,8 +170,8 @@ FsResultSet_OnFile::FsResultSet_OnFile(FsUnnamed) {
     if (!unnamed_) unnamed_ = TemporaryFile::create(places.directory);
 }
 
-// The reader shares the registration: its file still has to be removed if the host stops
-// when the set is gone.
+// The reader shares the registration, so that the cleanup handlers still remove the file after
+// the set was destroyed.
 void FsResultSet_OnFile::chooseName() {
     const auto [path, created] = chooseTempName();
     claimed_ = created;
@@ -179,14 +180,14 @@ void FsResultSet_OnFile::chooseName() {
         debug("Exiting due to null temp file name: ");
         debug("%s", std::strerror(errno));
         debug("\n");
-        std::exit(NO_TEMP_NAME_STATUS);  // a host cannot run queries without a file
+        std::exit(NO_TEMP_NAME_STATUS);  // without a file there is no result set
     }
     debug("name ok: %s\n", path.c_str());
     file_ = addTempFileHandler(path);
     if (created) file_->identify();
 }
 
-// A name that somebody else took since it was chosen is left to them.
+// Creates the file. If another process has taken the name since it was chosen, chooses again.
 bool FsResultSet_OnFile::claimFile() {
     for (int i = 0; !claimed_ && i < NAME_TRIES; ++i) {
         claimed_ = file_->create();
@@ -215,7 +216,8 @@ FsResultSetReader* FsResultSet_OnFile::getReader() {
     if (reader_ == nullptr) {
         if (writer_) writer_->close();
         const char* const path = pathToWrite();
-        // Where it could not be made, whatever has the name is not the results.
+        // If the file was not created here, a file of that name is not the result: the reader
+        // gets an empty name, which opens nothing.
         auto* const reader = file_ != nullptr
                                  ? new FsResultSetReader_OnFile(path != nullptr ? path : "")
                                  : new FsResultSetReader_OnFile(unnamed_);

@@ -5,7 +5,8 @@
 
 namespace fscanner {
 
-// Out of line, so that the interfaces' virtual tables have one place: here.
+// The destructors are defined here so that the virtual tables of the interfaces are emitted in
+// this file only.
 FsResultSetWriter::~FsResultSetWriter() = default;
 FsResultSetReader::~FsResultSetReader() = default;
 FsResultSet::~FsResultSet() = default;

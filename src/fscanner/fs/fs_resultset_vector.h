@@ -9,10 +9,10 @@
 
 namespace fscanner {
 
-/// Appends records to a store that somebody else owns.
+/// Appends records to a vector that it does not own.
 class FSCANNER_EXPORT FsResultSetWriter_OnVector : public FsResultSetWriter {
 public:
-    /// The store has to outlive the writer.
+    /// The vector must outlive the writer. With null, `addRecord` fails.
     explicit FsResultSetWriter_OnVector(std::vector<FsFileInfo>* records) : records_(records) {}
     int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
                   unsigned attributes) override;
@@ -23,15 +23,15 @@ private:
     std::vector<FsFileInfo>* records_;
 };
 
-/// Hands records out in the order in which they were added, and owns them.
-/// Deliberately has no sorting and no bookmark.
+/// Owns records and returns them in the order in which they were added. Sorting and bookmarks
+/// are deliberately left out.
 class FSCANNER_EXPORT FsResultSetReader_OnVector : public FsResultSetReader {
 public:
-    /// Null stands for no records.
+    /// Null means no records.
     explicit FsResultSetReader_OnVector(std::unique_ptr<std::vector<FsFileInfo>> records);
     ~FsResultSetReader_OnVector() override;
     void moveFirst() override { cursor_ = 0; }
-    /// `out` is untouched when there is no next record.
+    /// `out` stays as it is if there is no next record.
     bool getNext(FsFileInfo& out) override;
     int sort(unsigned, unsigned, bool) override { return 0; }
     int setBookmark() override { return 0; }
@@ -42,8 +42,8 @@ private:
     unsigned cursor_ = 0;
 };
 
-/// The in-memory result set. Records may still be added after `getReader`; the
-/// reader then sees them, as long as it lives.
+/// The result set in memory. Records may still be added after `getReader`, and the reader
+/// returns them. Nothing may be added after the reader was deleted, because it owns the records.
 class FSCANNER_EXPORT FsResultSet_OnVector : public FsResultSet {
 public:
     FsResultSet_OnVector();
@@ -52,9 +52,9 @@ public:
     FsResultSetWriter* getWriter() override;
 
 private:
-    std::unique_ptr<std::vector<FsFileInfo>> unclaimed_;  // until the reader takes it
-    std::vector<FsFileInfo>* records_;
-    FsResultSetReader* reader_ = nullptr;  // the caller's
+    std::unique_ptr<std::vector<FsFileInfo>> unclaimed_;  // null once the reader owns it
+    std::vector<FsFileInfo>* records_;                    // the same vector, whoever owns it
+    FsResultSetReader* reader_ = nullptr;                 // the caller's
     std::unique_ptr<FsResultSetWriter> writer_;
 };
 

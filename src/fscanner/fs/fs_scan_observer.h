@@ -8,59 +8,60 @@ class FsFileInfo;
 
 /// Why a directory, or part of it, was not searched.
 enum class FsSkipReason {
-    denied,           ///< no permission to read it
-    vanished,         ///< it was gone, or no longer a directory, when it was entered
-    tooLong,          ///< its path has 1024 characters or more, and the host wants no such
-    excluded,         ///< the query leaves it out
-    otherFileSystem,  ///< a mount point that is searched on its own, or left out
-    failed,           ///< any other error of the system
-    noDrive,          ///< an entry of the query, as written, that leads to no drive
+    denied,           ///< there is no permission to read it
+    vanished,         ///< it did not exist or was no directory when it was to be entered
+    tooLong,          ///< its path has 1024 characters or more, without long-path support
+    excluded,         ///< the query excludes it
+    otherFileSystem,  ///< it is a mount point that is searched separately, or not at all
+    failed,           ///< the system reported any other error
+    noDrive,          ///< a path entry of the query, as written, leads to no drive
 };
 
-/// How far a scan is.
+/// The progress of a walk.
 struct FsScanProgress {
     const wchar_t* directory;        ///< the directory being read; valid during the call
-    unsigned long long files;        ///< entries seen that are no directories
+    unsigned long long files;        ///< entries seen, without directories
     unsigned long long directories;  ///< directories read
-    unsigned elapsedMilliseconds;    ///< since the walk of this path began
+    unsigned elapsedMilliseconds;    ///< time since the walk of this path began
 };
 
-/// Watches scans, and waits for a cache. Set process-wide by the host with `fsSetScanObserver`;
-/// called on the thread that runs the query, and by several at once where several run one.
-/// It must stay alive until the queries that began under it have ended. Override what is of
-/// interest.
+/// Is told how scans go on, and of waits for a cache. The host sets one observer for the whole
+/// process with `fsSetScanObserver`. It is called on the thread that runs the query; if
+/// several threads run queries, several calls may run at once. It must live until every query
+/// that began while it was set has ended. It must not throw. The functions do nothing, or
+/// return true, unless they are overridden.
 class FSCANNER_EXPORT FsScanObserver {
 public:
     virtual ~FsScanObserver();
-    /// Called every so many entries of a walk, and some times a second while criteria with
-    /// commands are evaluated over a cache (which counts no directories). False stops that
-    /// the way a time-out does.
+    /// Called about every thousand entries of a walk. Also called several times a second while
+    /// criteria with commands are evaluated over a cache, which counts no directories. False
+    /// stops the walk or the evaluation like a time-out.
     virtual bool progress(const FsScanProgress& progress);
-    /// Called once per directory that is not (wholly) searched, also for a path of the
-    /// query that does not exist; `systemError` is the errno, or 0. The path is valid
-    /// during the call.
+    /// Called once for each directory that is not searched, or only in part. Also called for a
+    /// path of the query that does not exist. `systemError` is the errno, or 0. `directory` is
+    /// valid during the call.
     virtual void skipped(const wchar_t* directory, FsSkipReason reason, int systemError);
-    /// Called for a file on which the criteria could not be evaluated (a name that
-    /// holds "*" compared with a pattern; a zero divisor). It does not match.
+    /// Called for each file on which the criteria could not be evaluated, such as a division by
+    /// 0, or a name that holds "*" and is compared with a pattern. The file does not match.
     virtual void undecided(const FsFileInfo& file);
-    /// Called when a walk ends, also when it was stopped, with its totals; the
-    /// directory is the one that the walk began at.
+    /// Called with the totals when a walk ends or is stopped. `directory` is the one where the
+    /// walk began.
     virtual void finished(const FsScanProgress& totals);
-    /// Called for each searched path that the cache answers for: no walk looks at it.
-    /// What could not be read when it was scanned is told by `skipped`, and `excluded` once
-    /// for each exclusion that leaves a directory out.
+    /// Called for each path of the query that is answered from the cache, without a walk.
+    /// `skipped` is called for the directories that could not be read when the tree was built,
+    /// and, with `excluded`, once for each exclusion that leaves a directory out.
     virtual void fromCache(const wchar_t* path, unsigned ageSeconds);
-    /// Called at once, and then some times a second, while other processes hold the cache
-    /// that a query, or a lock with a time limit, waits for. False ends the wait as if
-    /// time had run out.
+    /// Called while a query, or `FS_Cache::lock` with a time limit, waits for a cache that
+    /// others have locked: at once, and then several times a second. False ends the wait like
+    /// a time-out.
     virtual bool waiting(unsigned elapsedMilliseconds);
 };
 
-/// Sets the observer of all later scans (null: none) and returns the old one.
-/// The host keeps ownership and the object alive.
+/// Sets the observer of all scans that begin later, and returns the previous one. Null means no
+/// observer. The host keeps ownership of both. Any thread.
 FSCANNER_EXPORT FsScanObserver* fsSetScanObserver(FsScanObserver* observer);
 
-/// The observer in force, or null. For the scans inside the library.
+/// The current observer, or null. For use inside the library.
 FsScanObserver* scanObserver();
 
 }  // namespace fscanner

@@ -4,22 +4,26 @@
 
 namespace fscanner {
 
-/// Writes and reads strings and 32-bit integers. An error is sticky until
-/// `reset()`: a save then does nothing and returns false, a load yields 0 or null.
+/// Writes and reads strings and 32-bit integers. An error is sticky: until `reset()`, every save
+/// does nothing and returns false, and every load returns 0 or null. One thread at a time.
 class FSCANNER_EXPORT FsSerializator {
 public:
-    /// Null may be saved: it loads back as null.
+    /// Saves a text, or null, which loads as null. True on success.
     virtual bool saveString(const wchar_t* s) = 0;
+    /// Save a number. True on success.
     virtual bool saveInteger32(int v) = 0;
     virtual bool saveUnsigned32(unsigned int v) = 0;
-    /// A new string, released with delete[]; null on failure or where none was saved.
+    /// Loads a text, which the caller releases with delete[]. Null on failure, or if null was
+    /// saved.
     virtual wchar_t* loadString() = 0;
+    /// Load a number; 0 on failure.
     virtual int loadInteger32() = 0;
     virtual unsigned int loadUnsigned32() = 0;
-    /// 0, or -1 after a shortfall.
+    /// 0, or -1 if a save or a load has failed.
     virtual int getLastError() = 0;
+    /// Clears the error.
     virtual void reset() = 0;
-    // Last in slot order.
+    // Declared last: the order of the virtual functions is part of the binary interface.
     virtual ~FsSerializator();
 };
 

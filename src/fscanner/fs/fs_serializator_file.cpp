@@ -9,15 +9,15 @@
 
 namespace fscanner {
 
-// Out of line, so that the interface's virtual table has one place: here.
+// The destructor is defined here so that the virtual table is emitted in this file only.
 FsSerializator::~FsSerializator() = default;
 
 namespace {
 
 constexpr unsigned BYTES_PER_CHARACTER = 6;  // the longest form of UTF-8
 
-// Up to here a count is not checked against the file's end: for a stream that
-// costs a few system calls, and the memory at stake is not worth them.
+// Lengths up to this one are not checked against the file's end. A check costs a few system
+// calls for a stream, and a wrong length costs little memory.
 constexpr unsigned TRUSTED_COUNT = 4096;
 
 std::array<unsigned char, 4> bigEndian(unsigned v) {
@@ -68,7 +68,7 @@ bool FsSerializator_OnFile::saveString(const wchar_t* s) {
         return fail();
     }
     stringToUTF8(encoded_, s);
-    // What the encoder returns counts characters; the format counts bytes.
+    // The result of the encoder counts characters; the format counts bytes.
     const auto bytes =
         static_cast<unsigned>(std::strlen(reinterpret_cast<const char*>(encoded_.data())));
     return saveUnsigned32(bytes + 1) && (bytes == 0 || save(encoded_.data(), bytes));
@@ -85,8 +85,8 @@ int FsSerializator_OnFile::loadInteger32() {
     return static_cast<int>(loadUnsigned32());
 }
 
-// Whether the file has `count` bytes left. Asked of the content's end, which a
-// file that grows ahead of it does not tell as its size.
+// Whether the file has `count` bytes left. Seeks to the end of the content: the size of a file
+// that grows in steps is larger than its content.
 bool FsSerializator_OnFile::holds(unsigned count) {
     const long position = file_->tell();
     if (position < 0 || !file_->seek(0, SEEK_FROM_END)) return false;
@@ -95,7 +95,7 @@ bool FsSerializator_OnFile::holds(unsigned count) {
            static_cast<unsigned long>(end - position) >= count;
 }
 
-// A place for a text of `count` bytes, or null when the count cannot be true.
+// A buffer for `count` bytes. Null if the file has fewer bytes left, or without memory.
 unsigned char* FsSerializator_OnFile::textRoom(unsigned count) {
     if (count < shortText_.size()) return shortText_.data();
     if (count > TRUSTED_COUNT && !holds(count - 1)) return nullptr;

@@ -9,15 +9,15 @@ namespace fscanner {
 
 class AbstractFile;
 
-/// Saves to and loads from a file at its position. Numbers are four bytes, the
-/// most significant first. A string is its length in bytes plus 1 as a number,
-/// then that many UTF-8 bytes less one; a count of 0 stands for null.
+/// Saves to and loads from a file at its current position. A number is four bytes, the most
+/// significant first. A string is the number of its UTF-8 bytes plus 1, followed by these bytes
+/// without a terminator. The number 0 stands for null.
 ///
-/// The only error is -1: a null file, a shortfall, or a count that promises more
-/// bytes than the file holds. After a failed load the position is anywhere.
+/// The only error is -1: the file is null, a read or write was short, or a string is longer
+/// than the rest of the file. After a failed load the position is undefined.
 class FsSerializator_OnFile : public FsSerializator {
 public:
-    /// With `ownsFile` the destructor closes the file; it never deletes it.
+    /// With `ownsFile` the destructor closes the file. It never deletes the object.
     FsSerializator_OnFile(AbstractFile* file, bool ownsFile);
     FsSerializator_OnFile(const FsSerializator_OnFile&) = delete;
     FsSerializator_OnFile& operator=(const FsSerializator_OnFile&) = delete;
@@ -47,7 +47,7 @@ private:
     std::array<unsigned char, 128> shortText_;
 };
 
-/// The error code of a file's shortfall: -1, whatever the file.
+/// The error code for a short read or write of a file: always -1.
 int getFileErrorCode(AbstractFile* file);
 
 }  // namespace fscanner

@@ -56,7 +56,7 @@ public:
     ConfigSettings take() { return std::move(settings_); }
 
 private:
-    // Each returns what is wrong with the line, or null.
+    // Both return an error message, or null.
     const char* section(std::string_view text) {
         if (text.back() != ']') return "a section has no \"]\" at its end";
         section_ = trimmed(text.substr(1, text.size() - 2));
@@ -106,16 +106,17 @@ std::string environment(const char* name) {
     return value != nullptr ? value : "";
 }
 
-// Not for a file in a directory that the user may not enter: who runs a program with
-// the environment of another user has no settings there.
+// A file in a directory that the user may not enter counts as absent: the environment may be
+// another user's, as after "su".
 bool exists(const std::string& path) {
     struct stat info {};
     return ::stat(path.c_str(), &info) == 0 ||
            (errno != ENOENT && errno != ENOTDIR && errno != EACCES);
 }
 
-// Where the user's file is, or would be; empty without a home directory. Only
-// absolute paths count: settings do not depend on the current directory.
+// The path of the personal file, whether it exists or not; empty without a home directory.
+// Relative paths in the environment are ignored, because settings must not depend on the current
+// directory.
 std::string personalFile() {
     std::string base = environment("XDG_CONFIG_HOME");
     if (!base.starts_with('/')) {
@@ -126,7 +127,8 @@ std::string personalFile() {
     return base + "/" + FILE_NAME;
 }
 
-// A file that is named explicitly has to be there; of the others one may be.
+// A file named by $FSCANNER_CONFIG must exist, so it is returned untested. The others may be
+// absent.
 std::string userFile() {
     std::string path = environment("FSCANNER_CONFIG");
     if (!path.empty()) return path;
@@ -141,8 +143,8 @@ void note(TavCfg::Reading& reading, TavCfg::Error error, const std::string& text
     reading.errorText = text;
 }
 
-// Adds what a file sets: a later file wins, but with no empty value. Nothing but a
-// regular file of a sensible size is read: a FIFO would block.
+// Adds the settings of a file. They replace those of earlier files, except that an empty value
+// replaces nothing. Only a regular file of limited size is read: a FIFO would block.
 void addFile(const std::string& path, TavCfg::Reading& reading) {
     if (path.empty()) return;
     const std::optional<std::string> text = readWholeFile(path.c_str(), MAX_FILE_SIZE);

@@ -8,15 +8,14 @@
 
 namespace fscanner {
 
-/// The settings of one configuration file, by dotted keys.
+/// The settings of one configuration file, by "section.key".
 struct ConfigSettings {
     std::map<std::string, std::string, std::less<>> values;
-    std::string error;  ///< the first malformed line, as "file:line: what"; empty if none
+    std::string error;  ///< the first malformed line, as "FILE:LINE: message"; or empty
 };
 
-/// Reads `text`, the content of the file `path`. Of a key that is set twice the
-/// last value counts. "$ORIGIN" at the start of a value stands for the file's
-/// directory.
+/// Parses `text`, the content of the file `path`. If a key is set twice, the last value counts.
+/// "$ORIGIN" at the start of a value stands for the directory of the file.
 ConfigSettings parseConfig(std::string_view text, const std::string& path);
 
 /// An owned text.
@@ -30,36 +29,35 @@ private:
     std::string text_;
 };
 
-/// The configuration file, by dotted keys: "section.key".
+/// The settings of the configuration files, by "section.key".
 ///
-/// A key's value is the user's (`$FSCANNER_CONFIG`, else
-/// `$XDG_CONFIG_HOME/fscanner/fscanner.conf`, else
-/// `/etc/fscanner/fscanner.conf`: the first that exists), or where that file does
-/// not set it, the one of the file that is installed with the library. The
-/// environment is not asked when the process runs with raised privileges. A personal
-/// file below a directory that the user may not enter counts as absent.
+/// Two files are read. The user's file is the first of these that exists: `$FSCANNER_CONFIG`,
+/// `$XDG_CONFIG_HOME/fscanner/fscanner.conf`, `/etc/fscanner/fscanner.conf`. A key that it does
+/// not set is taken from the file that is installed with the library. The environment is ignored
+/// in a process with raised privileges. A personal file below a directory that the user may not
+/// enter counts as absent.
 class TavCfg {
 public:
     enum Error { NONE = 0, MALFORMED = 1, UNREADABLE = 2 };
 
-    /// The values that count at one moment, and the first error met in reading them.
+    /// The values of both files, and the first error met while reading them.
     struct Reading {
         std::map<std::string, std::string, std::less<>> values;
         Error error = NONE;
         std::string errorText;
     };
-    /// Reads the files, each once.
+    /// Reads both files.
     static Reading read();
 
-    /// The value, empty when absent. Lines that are not malformed count even if
-    /// others are.
+    /// Reads both files and returns the value of `key`; empty if absent. A malformed line is
+    /// skipped, and the other lines count.
     static String getKey(const String& key);
     /// The first error met by this thread's last `getKey`, and its description.
     static int getError();
     static const std::string& getErrorText();
 };
 
-/// Where the files are; only tests change it.
+/// The paths of the two files that no environment variable names. Only tests change them.
 struct ConfigPlaces {
     std::string systemFile;
     std::string vendorFile;

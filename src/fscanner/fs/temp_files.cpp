@@ -26,7 +26,7 @@ constexpr int NAMES_PER_DIRECTORY = 20000;
 std::string createIn(const std::string& directory) {
     for (int i = 0; i < NAMES_PER_DIRECTORY; ++i) {
         std::string name = directory + "fsq_" + std::to_string(i);
-        // What exists is skipped even if it cannot be read, and never emptied.
+        // An existing file is skipped, and never emptied.
         if (createExclusively(name.c_str())) return name;
     }
     return {};
@@ -38,14 +38,15 @@ char* arrayCopy(const std::string& text) {
     return copy;
 }
 
-// A handler returns nothing; calling through a cast function type is undefined.
+// Adapts `deleteFile_CleanupHandler`, which returns a value, to the type of a handler. To call it
+// through a cast pointer would be undefined.
 void deleteFileThunk(int code, void* context) {
     const auto* const file = static_cast<const RemovableFile*>(context);
     if (file->isThere()) deleteFile_CleanupHandler(code, const_cast<char*>(file->name().c_str()));
 }
 
-// The files that are registered. Never destroyed: handlers may be called at any time, also
-// while static objects are destroyed.
+// The registered files. Never destroyed, because handlers may also be called while static
+// objects are destroyed.
 struct Registered {
     std::mutex guard;
     std::list<RemovableFile> files;
@@ -59,22 +60,22 @@ void forget(RemovableFile* registration) {
     auto& [guard, files] = registered();
     const std::lock_guard lock(guard);
     FsResourceManager::getInstance()->removeCleanupHandler(deleteFileThunk, registration);
-    // A host that is just ending may still look at it.
+    // A running invocation may still read it, so it is kept for good.
     if (FsResourceManager::isInvoking()) return;
     files.remove_if([&](const RemovableFile& file) { return &file == registration; });
 }
 
-/// No handler of a signal runs in this thread while it lives.
-class SignalsHeld {
+// Blocks all signals in this thread for a scope.
+class SignalBlocker {
 public:
-    SignalsHeld() {
+    SignalBlocker() {
         sigset_t all;
         sigfillset(&all);
         pthread_sigmask(SIG_SETMASK, &all, &before_);
     }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalBlocker(const SignalBlocker&) = delete;
+    SignalBlocker& operator=(const SignalBlocker&) = delete;
+    ~SignalBlocker() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
 
 private:
     sigset_t before_{};
@@ -83,7 +84,7 @@ private:
 }  // namespace
 
 TempNameSource& tempNameSource() {
-    // `tmpnam` only names a file; whoever writes it creates it exclusively.
+    // `tmpnam` only makes up a name. That is safe because the file is later created with O_EXCL.
     static TempNameSource source{std::tmpnam, "./", "/tmp/"};
     return source;
 }
@@ -121,7 +122,7 @@ void RemovableFile::identify() {
 }
 
 bool RemovableFile::create() {
-    const SignalsHeld held;
+    const SignalBlocker blocker;
     if (!createExclusively(name_.c_str())) return false;
     identify();
     return true;
@@ -143,7 +144,7 @@ std::shared_ptr<RemovableFile> addTempFileHandler(const std::string& name) {
     std::unique_lock lock(guard);
     RemovableFile* const file = &files.emplace_front(name);
     FsResourceManager::getInstance()->addCleanupHandler(deleteFileThunk, file);
-    lock.unlock();  // without memory for an owner, it is forgotten at once
+    lock.unlock();  // `forget` takes the lock if there is no memory for the shared pointer
     return {file, forget};
 }
 
@@ -159,7 +160,8 @@ TemporaryFile::~TemporaryFile() {
     named_->remove();
 }
 
-// Mapped files are opened by a path, and more than once.
+// Keeps `file` open if it can be opened again through /proc. That is needed because mapped files
+// are opened by a path, and more than once.
 bool TemporaryFile::adopt(Descriptor file) {
     file = aboveStandardStreams(std::move(file));
     if (!file) return false;
@@ -170,10 +172,11 @@ bool TemporaryFile::adopt(Descriptor file) {
     return true;
 }
 
-// For file systems that make no file without a name, and for systems without /proc.
+// For file systems without O_TMPFILE, where the file is unlinked at once, and for systems without
+// /proc, where it keeps its name.
 bool TemporaryFile::createNamed() {
     std::string name = directory_ + "/fsq_XXXXXX";
-    const SignalsHeld held;
+    const SignalBlocker blocker;
     Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
     if (!file) return false;
     RemovableFile made(name);

@@ -10,71 +10,73 @@
 
 namespace fscanner {
 
-/// Temporary result files: their names, and their removal when the host stops
-/// the process through its cleanup handlers.
+// Temporary result files: their names, and their removal by the cleanup handlers of the host.
 
-/// Where names come from; only tests change it.
+/// How names are chosen. Only tests change it.
 struct TempNameSource {
-    char* (*libraryName)(char* buffer);  ///< `tmpnam`, or what stands for it; may use the buffer
-    const char* directory;               ///< searched first when that has no name
-    const char* fallbackDirectory;
+    char* (*libraryName)(char* buffer);  ///< `tmpnam`; may write to the buffer
+    const char* directory;               ///< searched for a free name if `libraryName` gives none
+    const char* fallbackDirectory;       ///< searched last
 };
 TempNameSource& tempNameSource();
 
-/// A name for a temporary file, empty when there is none.
+/// A name for a temporary file; empty if none was found.
 struct TempName {
     std::string path;
-    bool created = false;  ///< whether the file is there already, empty
+    bool created = false;  ///< whether an empty file of this name was created already
 };
 
-/// A name that no file has, from the C library, else from `getTempFile_Default`.
+/// An unused name from the C library, or else from `getTempFile_Default`.
 TempName chooseTempName();
 
-/// Creates, empty and exclusively, the first free "fsq_" + n (0 to 19999) in the
-/// current directory, else in "/tmp/", and returns its name, released with
-/// delete[]. Null when there is none.
+/// Creates an empty file under the first free name "fsq_" + n (0 to 19999) in the current
+/// directory, or else in "/tmp/". Returns its name, which the caller releases with delete[].
+/// Null if no file can be created.
 char* getTempFile_Default();
 
-/// Unless `code` is 0: logs the call and unlinks the file `name` (`char*`).
+/// Logs the call and unlinks the file `name` (a `char*`). Does nothing if `code` is 0.
 int deleteFile_CleanupHandler(int code, void* name);
 
-/// A regular file by its name, removed only as long as the name stands for it.
+/// A regular file, remembered by name, device and inode. It is removed only if its name still
+/// means the same file, because another user may have put another file there.
 class RemovableFile {
 public:
-    /// None, until it is created or identified.
+    /// Stands for no file until `create` or `identify` is called.
     explicit RemovableFile(std::string name) : name_(std::move(name)) {}
     const std::string& name() const { return name_; }
-    /// Makes the file, for its owner alone. False, with errno, where that fails or the
-    /// name is taken. No signal is handled by this thread between that and the knowledge.
+    /// Creates the file, for its owner alone, and identifies it. False, with errno, if that
+    /// fails or the name is taken. This thread handles no signal between both steps, so a
+    /// cleanup handler never misses a file that was created.
     bool create();
-    /// Looks which file the name stands for now; none where that is no regular file.
+    /// Remembers the file that the name means now; none if that is not a regular file.
     void identify();
-    /// Whether the name still stands for it. Signal handlers may ask.
+    /// Whether the name still means the remembered file. Safe in signal handlers.
     bool isThere() const;
+    /// Unlinks the file if it is there.
     void remove();
 
 private:
     std::string name_;
     dev_t device_ = 0;
-    ino_t inode_ = 0;  // 0: none
+    ino_t inode_ = 0;  // 0: no file
 };
 
-/// Registers a handler that calls `deleteFile_CleanupHandler` for the file, if it is
-/// there by then. It stays registered until the last owner is gone.
+/// Registers a cleanup handler that calls `deleteFile_CleanupHandler` if the file is there.
+/// The handler stays registered until the last owner of the result is gone.
 std::shared_ptr<RemovableFile> addTempFileHandler(const std::string& name);
 
-/// A file that is readable by its owner alone, and gone with this object. It has no name,
-/// so that nothing is left of it however the process ends. Only where the process could
-/// not open it again, as without /proc, it keeps one, which the cleanup handlers remove.
+/// A file that only its owner can read, removed with this object. It has no name, so nothing of
+/// it is left however the process ends. It keeps a name only if the process could not open it
+/// again otherwise, as without /proc; the cleanup handlers remove such a file.
 class TemporaryFile {
 public:
-    /// Null, with errno, when it cannot be made.
+    /// Creates the file in `directory`. Null, with errno, if that fails.
     static std::unique_ptr<TemporaryFile> create(const std::string& directory);
     ~TemporaryFile();
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 
-    /// By which this process opens it.
+    /// The path by which this process can open the file.
     const std::string& path() const { return path_; }
     const std::string& directory() const { return directory_; }
 
@@ -85,8 +87,8 @@ private:
 
     std::string directory_;
     std::string path_;
-    Descriptor file_;                       // of what has no name
-    std::shared_ptr<RemovableFile> named_;  // registered
+    Descriptor file_;                       // keeps a file without a name alive
+    std::shared_ptr<RemovableFile> named_;  // a file with a name, registered
 };
 
 }  // namespace fscanner
