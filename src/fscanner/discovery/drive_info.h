@@ -4,14 +4,15 @@
 
 namespace fscanner {
 
-/// What a mount is; tested against a drive group's mask with bitwise AND.
+/// The type of a drive. A bitwise AND with the mask of a drive group tells whether the drive
+/// belongs to that group.
 enum DriveType : unsigned {
-    DRIVE_UNKNOWN = 0,  ///< not a mount point, or only a placeholder
+    DRIVE_UNKNOWN = 0,  ///< not a mount point, or the placeholder of an automounter
     DRIVE_LOCAL = 2,
     DRIVE_REMOTE = 4,
 };
 
-/// Masks of the drive groups.
+/// The masks of the drive groups.
 enum DriveGroup : unsigned {
     mdOtherDriveGroup = 0,
     mdRemoteDriveGroup = 4,
@@ -19,12 +20,14 @@ enum DriveGroup : unsigned {
     mdAllDriveGroup = 31,
 };
 
-/// One mounted file system: the drive name (the mount directory with ":"
-/// appended), the file-system type's name, and the drive type. Owns its texts.
+/// One mounted file system: the drive name (the mount directory and ":"), the name of the
+/// file-system type, and the drive type. Owns its texts. Without memory the constructors and
+/// the copy assignment throw `std::bad_alloc`.
 class FSCANNER_EXPORT DriveInfo {
 public:
     DriveInfo() = default;
-    /// Copies of a drive have their own texts; one that is moved from has none.
+    /// Copies both texts; null is allowed. A copied drive has its own texts. A moved-from drive
+    /// may have none.
     DriveInfo(const wchar_t* name, DriveType type, const wchar_t* fileSystem);
     DriveInfo(const DriveInfo& other);
     DriveInfo(DriveInfo&& other) noexcept;
@@ -32,12 +35,12 @@ public:
     DriveInfo& operator=(DriveInfo&& other) noexcept;
     ~DriveInfo();
 
-    /// The name and the file-system type belong to the object; null when not set.
+    /// The name and the file-system type. The object owns them; null if not set.
     const wchar_t* getName() const { return name_; }
     const wchar_t* getFileSystem() const { return fileSystem_; }
     DriveType getType() const { return type_; }
 
-    /// Same type, and both texts equal exactly.
+    /// Whether the types and both texts are equal. Null differs from empty.
     bool operator==(const DriveInfo& other) const;
 
 private:
@@ -46,8 +49,8 @@ private:
     DriveType type_ = DRIVE_UNKNOWN;
 };
 
-/// Whether somebody has to answer whoever touches what is mounted: a server of the network, or
-/// a process. One that is dead lets nobody go.
+/// Whether a server or a process answers the calls for this file system: it is not local, or its
+/// type begins with "fuse". If that server or process is dead, calls may block for ever.
 FSCANNER_EXPORT bool fsIsServed(const DriveInfo& drive);
 
 }  // namespace fscanner

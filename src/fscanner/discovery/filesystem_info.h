@@ -4,11 +4,13 @@
 
 namespace fscanner {
 
-/// One file-system type name (owned; may be null), such as "ext4".
+/// The name of a file-system type, such as "ext4". Owns the text, which may be null. Without
+/// memory the constructors and the copy assignment throw `std::bad_alloc`.
 class FSCANNER_EXPORT FileSystemInfo {
 public:
     FileSystemInfo() = default;
-    /// Copies have their own text; one that is moved from has none.
+    /// Copies the text; null is allowed. A copied object has its own text. A moved-from object
+    /// may have none.
     explicit FileSystemInfo(const wchar_t* name);
     FileSystemInfo(const FileSystemInfo& other);
     FileSystemInfo(FileSystemInfo&& other) noexcept;
@@ -16,8 +18,9 @@ public:
     FileSystemInfo& operator=(FileSystemInfo&& other) noexcept;
     ~FileSystemInfo();
 
-    /// The name, owned by the object.
+    /// The name. The object owns it; null if not set.
     const wchar_t* getName() const { return name_; }
+    /// Whether the names are equal. Null differs from empty.
     bool operator==(const FileSystemInfo& other) const;
 
 private:

@@ -9,9 +9,9 @@
 
 namespace fscanner {
 
-/// Removes, in place, every element for which `seen` answers true when the list is
-/// walked from its end; the order of the rest stays. True when any was removed.
-/// Elements are moved, so texts that they own stay where they are.
+/// Calls `seen` for each element, from the last to the first, and removes those for which it
+/// returns true. The order of the others stays. True if any was removed. Elements are moved, so
+/// pointers to heap texts that they own stay valid.
 template <typename T, typename Seen>
 bool removeFromEnd(std::vector<T>& list, Seen seen) {
     std::vector<T> kept;
@@ -24,8 +24,8 @@ bool removeFromEnd(std::vector<T>& list, Seen seen) {
     return removed;
 }
 
-/// Of elements with equal keys the last one stays. `keyOf` may return views of texts
-/// that the element owns.
+/// Removes all but the last of the elements with equal keys. `keyOf` may return views of heap
+/// texts that the element owns. True if any was removed.
 template <typename T, typename KeyOf>
 bool removeEarlierDuplicates(std::vector<T>& list, KeyOf keyOf) {
     std::set<decltype(keyOf(list.front()))> keys;
@@ -33,7 +33,7 @@ bool removeEarlierDuplicates(std::vector<T>& list, KeyOf keyOf) {
                          [&](const T& element) { return !keys.insert(keyOf(element)).second; });
 }
 
-/// A text as part of a key: null differs from empty.
+/// A text as part of a key, so that null differs from empty.
 inline std::pair<bool, std::wstring_view> textKey(const wchar_t* text) {
     return text ? std::pair(true, std::wstring_view(text)) : std::pair(false, std::wstring_view());
 }

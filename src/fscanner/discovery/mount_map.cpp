@@ -14,8 +14,8 @@ std::wstring_view textOf(const PathInfo& path) {
     return withoutFinalSeparator(path.getPathName() ? path.getPathName() : L"");
 }
 
-/// What the paths below a directory begin with.
-std::wstring beginning(std::wstring_view directory) {
+/// The prefix of all paths below a directory.
+std::wstring prefixBelow(std::wstring_view directory) {
     std::wstring text(directory);
     endWithSeparator(text);
     return text;
@@ -48,10 +48,10 @@ bool MountMap::reaches(const PathDrive& pair, std::wstring_view path) const {
 }
 
 std::vector<std::wstring> MountMap::stopsInside(const PathDrive& pair) const {
-    const std::wstring begins = beginning(textOf(pair.path));
+    const std::wstring prefix = prefixBelow(textOf(pair.path));
     std::vector<std::wstring> paths;
-    for (auto at = drives_.lower_bound(begins);
-         at != drives_.end() && at->first.starts_with(begins); ++at) {
+    for (auto at = drives_.lower_bound(prefix);
+         at != drives_.end() && at->first.starts_with(prefix); ++at) {
         const bool known = !paths.empty() && paths.back() == at->first;
         if (!known && !sameKind(at->second, pair.drive)) paths.push_back(at->first);
     }
@@ -59,9 +59,9 @@ std::vector<std::wstring> MountMap::stopsInside(const PathDrive& pair) const {
 }
 
 bool MountMap::hasInside(std::wstring_view path) const {
-    const std::wstring begins = beginning(path);
-    const auto first = drives_.lower_bound(begins);
-    return first != drives_.end() && first->first.starts_with(begins);
+    const std::wstring prefix = prefixBelow(path);
+    const auto first = drives_.lower_bound(prefix);
+    return first != drives_.end() && first->first.starts_with(prefix);
 }
 
 const DriveInfo* MountMap::holding(std::wstring_view path) const {
@@ -74,8 +74,8 @@ const DriveInfo* MountMap::holding(std::wstring_view path) const {
     return drive;
 }
 
-// A pair that is covered covers nothing that its own cover does not, so that only the others
-// are kept in mind.
+// Only pairs that are not covered are remembered. A covered pair need not be: everything that it
+// would cover is covered by its own cover, too.
 bool CoveredPairs::operator()(const PathDrive& pair) {
     const std::wstring_view path = withoutFinalSeparator(pair.path.getPathName());
     const bool covered = climb(path, [&](std::wstring_view directory) {
@@ -88,7 +88,7 @@ bool CoveredPairs::operator()(const PathDrive& pair) {
     return covered;
 }
 
-/// `pair` lies below the cover's path.
+/// Whether the scan of `cover` reaches `pair`, whose path lies below the cover's path.
 bool CoveredPairs::reaches(const PathDrive& cover, const PathDrive& pair) const {
     return sameKind(cover.drive, pair.drive) && mounts_.reaches(cover, pair.path.getPathName());
 }

@@ -9,45 +9,49 @@
 
 namespace fscanner {
 
-/// Same drive type and file system: a scan goes from one such drive into the other.
+/// Whether both drives have the same drive type and file-system type. A scan crosses the mount
+/// point between two such drives.
 bool sameKind(const DriveInfo& a, const DriveInfo& b);
 
-/// Where drives begin. Answers by literal paths, in a time that hardly grows with the
-/// number of drives. Placeholders of an automounter take part as drives of the type
-/// `DRIVE_UNKNOWN`, and so are of no other drive's kind.
+/// The mount points, looked up by path. Paths are compared literally, not as patterns. A look-up
+/// takes a time logarithmic in the number of drives. Placeholders of an automounter are drives of
+/// the type `DRIVE_UNKNOWN`; so their kind differs from the kind of all other drives.
 class MountMap {
 public:
     MountMap() = default;
-    /// `drives` as `normaliseDriveList` leaves them: none hides another.
+    /// `drives` must be normalised by `normaliseDriveList`, so that none hides another.
     explicit MountMap(const std::vector<DriveInfo>& drives);
 
-    /// Whether a scan that comes from `drive` stops before the directory `path`: a drive
-    /// of another kind begins there.
+    /// Whether a scan of `drive` must not enter the directory `path`, because a drive of
+    /// another kind is mounted there.
     bool stops(std::wstring_view path, const DriveInfo& drive) const;
-    /// Whether a scan of `pair` comes to `path`, which is its own or lies below it.
+    /// Whether a scan of `pair` gets as far as `path`, which is the pair's path or lies below
+    /// it.
     bool reaches(const PathDrive& pair, std::wstring_view path) const;
-    /// Where the scan of a pair stops, by path.
+    /// The mount points below the pair's path at which its scan stops, ordered by path.
     std::vector<std::wstring> stopsInside(const PathDrive& pair) const;
-    /// Whether any drive begins below `path`.
+    /// Whether any mount point lies below `path`.
     bool hasInside(std::wstring_view path) const;
-    /// The drive that holds `path`; null when none does.
+    /// The drive on which `path` lies; null if there is none. Valid as long as the map.
     const DriveInfo* holding(std::wstring_view path) const;
 
 private:
     using Drives = std::multimap<std::wstring, DriveInfo, std::less<>>;
 
-    /// By the mount directory without a final "/". What lies below one follows it, with
-    /// nothing else between: all of it begins with that text and a "/".
+    /// Key: the mount directory without a final "/". The mount points below a directory are
+    /// neighbours in this order, because all of them begin with the directory and "/".
     Drives drives_;
 };
 
-/// Tells which pairs of a list the scan of an enclosing pair reaches anyway.
+/// Finds the pairs of a list that are covered, which means that the scan of an enclosing pair
+/// reaches them anyway.
 class CoveredPairs {
 public:
-    /// `drives` as for a `MountMap`.
+    /// `drives` as for `MountMap`.
     explicit CoveredPairs(const std::vector<DriveInfo>& drives) : mounts_(drives) {}
 
-    /// Called with enclosing pairs first. Keeps the addresses of those that it is asked about.
+    /// Whether the pair is covered. Must be called with enclosing pairs first. Keeps pointers to
+    /// the pairs, which must therefore outlive this object.
     bool operator()(const PathDrive& pair);
 
 private:

@@ -71,7 +71,7 @@ std::string& tablePath() {
     return path;
 }
 
-/// The next field of `line`, which loses it; empty at the line's end.
+/// Removes the next field from `line` and returns it; empty at the end of the line.
 std::string_view takeField(std::string_view& line) {
     constexpr const char* blanks = " \t";
     line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
@@ -80,8 +80,7 @@ std::string_view takeField(std::string_view& line) {
     return field;
 }
 
-/// What the table's writers escape, no more: a name that merely looks like
-/// another escape stays as it is.
+/// Decodes only the escapes that the writers of the table use. Any other "\" is part of the name.
 std::string decodeField(std::string_view field) {
     static constexpr std::array<std::pair<std::string_view, char>, 5> escapes = {
         {{"\\040", ' '}, {"\\011", '\t'}, {"\\012", '\n'}, {"\\134", '\\'}, {"\\\\", '\\'}}};
@@ -100,7 +99,8 @@ std::string decodeField(std::string_view field) {
     return text;
 }
 
-/// An automounter's own mark that programs shall not list this placeholder.
+/// Whether the automounter has marked the placeholder with the option "ignore", which asks
+/// programs not to list it.
 bool isHiddenPlaceholder(std::string_view type, std::string_view options) {
     if (type != "autofs") return false;
     while (!options.empty()) {
@@ -150,15 +150,15 @@ void parseTable(std::string_view text, Hidden hidden, std::vector<MountEntry>& l
 
 // ---- The kernel's mountinfo ---------------------------------------------------
 
-/// Its fields are separated by one blank each, and may be empty: a source is what the
-/// one who mounted made it.
+/// Removes the next field from a line of mountinfo and returns it. Fields are separated by exactly
+/// one blank and may be empty: the source is any text that was passed to mount(2).
 std::string_view takeInfoField(std::string_view& line) {
     const std::string_view field = line.substr(0, line.find(' '));
     line.remove_prefix(std::min(field.size() + 1, line.size()));
     return field;
 }
 
-/// Every "\" of the table begins an escape of three octal digits.
+/// Decodes a field of mountinfo, where every "\" begins an escape of three octal digits.
 std::string decodeOctal(std::string_view field) {
     const auto isDigit = [](char c) { return c >= '0' && c <= '7'; };
     std::string text;
@@ -199,21 +199,22 @@ std::optional<InfoLine> parseInfoLine(std::string_view line) {
     return info;
 }
 
-/// Follows a path from mount to mount, as the kernel does.
+/// Resolves a path from mount to mount, as the kernel does, to find the mount that it leads to.
 class MountTree {
 public:
     explicit MountTree(const std::vector<InfoLine>& lines) : size_(lines.size()) {
         std::set<std::string_view> ids;
         for (const InfoLine& line : lines) ids.insert(line.id);
         for (const InfoLine& line : lines) {
-            // The mount that holds the root lies on one outside of the list. Below a
-            // changed root it is itself outside, and so are its children's parents.
+            // The parent of the root mount is not in the list. After chroot the root mount may
+            // be missing, too, and so the parent of its children. All such mounts hang on "".
             const bool listed = line.parent != line.id && ids.contains(line.parent);
             mounts_[{listed ? std::string_view(line.parent) : "", line.directory}] = line.id;
         }
     }
 
-    /// What is mounted on the root directory is never met: a path begins below it.
+    /// The ID of the mount on which `directory` lies. A file system mounted over "/" later is
+    /// never met, because the resolution starts at the root mount itself.
     std::string_view reachedBy(std::string_view directory) const {
         std::string_view mount = next("", "/").value_or("");
         std::size_t end = directory.size() > 1 ? directory.find('/', 1) : directory.npos;
@@ -231,7 +232,8 @@ private:
         return found->second;
     }
 
-    /// The topmost of the mounts stacked there. A damaged table may stack in a circle.
+    /// The topmost of the mounts stacked on `directory`. The limit on the number of steps ends
+    /// a cycle in a damaged table.
     std::string_view topAt(std::string_view mount, std::string_view directory) const {
         for (std::size_t i = 0; i < size_; ++i) {
             const std::optional<std::string_view> upper = next(mount, directory);
@@ -242,7 +244,7 @@ private:
     }
 
     std::size_t size_;
-    /// By the parent and the directory; of equals the last one.
+    /// The mount's ID by parent and directory. A later line replaces an earlier one.
     std::map<std::pair<std::string_view, std::string_view>, std::string_view> mounts_;
 };
 
@@ -330,8 +332,8 @@ void parseMountTable(std::string_view text, std::vector<MountEntry>& list) {
 bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
     debug("MountTableManager::getMountEntryList - MOUNTED_GETMNTENT1 defined!\n");
     std::optional<std::string> text = readWholeFile(mountTablePath());
-    // What the file links to elsewhere is there also where nobody has made the link, as
-    // in a system that was just unpacked.
+    // /etc/mtab is usually a link to the kernel's table. A minimal or freshly unpacked system may
+    // lack the link, so the kernel's table is read directly.
     if (!text && tablePath() == defaultMountTable) text = readWholeFile(kernelMountTable);
     if (text) parseMountTable(*text, list);
     debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",

@@ -17,7 +17,7 @@ namespace fscanner {
 
 namespace {
 
-/// Room for a path entry, its end included: longer ones are cut.
+/// Room for the text of an entry and its terminator. Longer texts are cut.
 std::size_t entryRoom(const PathInfo& info) {
     const std::size_t needed = info.getPathName() ? std::wcslen(info.getPathName()) : 0;
     return std::min<std::size_t>(needed, longestPath()) + 1;
@@ -29,7 +29,7 @@ struct PathVariable {
     std::wstring_view extra;
 };
 
-/// Up to a row of this name. No variable is defined.
+/// The name that ends the table of variables. No variable is defined now.
 constexpr std::wstring_view lastVariable = L"__LAST_ENTRY__";
 constexpr std::array<PathVariable, 1> pathVariables = {{{lastVariable, L"", L""}}};
 
@@ -63,8 +63,8 @@ bool isKnownMask(unsigned mask) {
                        [=](const DriveGroupWord& group) { return group.mask == mask; });
 }
 
-/// Splits `text` after the first `separator`: returns what stood before it, and
-/// leaves in `text` what follows.
+/// Splits `text` at the first `separator`. Returns the part before it and leaves the part after it
+/// in `text`. Nothing if there is no separator.
 std::optional<std::wstring> takePrefix(std::wstring& text, std::wstring_view separator) {
     const std::size_t at = text.find(separator);
     if (at == text.npos) return std::nullopt;
@@ -79,7 +79,8 @@ bool isDriveName(const std::wstring& name, const std::vector<DriveInfo>& drives)
     });
 }
 
-/// The drive that a prefix names, if need be through symbolic links; or empty.
+/// The name of the drive that a prefix names, directly or by a path with symbolic links; or
+/// empty.
 std::wstring namedDrive(const std::wstring& word, const std::vector<DriveInfo>& drives) {
     if (isDriveName(word + L":", drives)) return word + L":";
     if (!word.starts_with(L'/')) return {};
@@ -87,8 +88,8 @@ std::wstring namedDrive(const std::wstring& word, const std::vector<DriveInfo>& 
     return isDriveName(real, drives) ? real : std::wstring();
 }
 
-/// Applies the drive prefix `word` + ":". A group stands for itself, or narrows the
-/// media where one is given.
+/// Applies the drive prefix `word` + ":". A drive group there replaces the default media, or
+/// narrows the given media.
 void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
                       const std::vector<DriveInfo>& drives, PathEntry& entry) {
     const std::wstring prefix = word + L":";
@@ -104,8 +105,8 @@ void applyDrivePrefix(const std::wstring& word, bool mediaGiven,
     }
 }
 
-/// The real path, else the absolute path with its links, else the text itself. A mount
-/// point is no link, and is not touched: one of a dead server would never answer.
+/// The real path, or else the absolute path with its links, or else the text itself. Mount points
+/// are not examined: they are no links, and a call on the mount of a dead server would block.
 std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& drives,
                         const LinkGuard& mayTouch) {
     const LinkGuard mayBeLink = [&](std::string_view bytes) {
@@ -167,7 +168,7 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& info, const std::vector<
         applyDrivePrefix(*drive, media.has_value(), drives, entry);
     }
     if (!isKnownMask(entry.mask)) {
-        // Only a group outside the table could get here.
+        // Not reached by the groups of the table: each intersection of two is a known mask.
         debug("PathHelper::pathResolver - media type [%ls] not supported!\n", mediaWord.c_str());
         entry.valid = false;
     }

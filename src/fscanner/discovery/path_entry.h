@@ -10,29 +10,29 @@
 
 namespace fscanner {
 
-/// A query's path entry, `[media::][drive:]path`, taken apart: which drives it
-/// admits, and the absolute path.
+/// A path entry of a query, `[media::][drive:]path`, parsed into the drives that it admits and
+/// an absolute path.
 struct PathEntry {
     std::wstring text;       ///< as written
-    unsigned mask = 0;       ///< the admitted drive types
-    std::wstring driveName;  ///< the only drive admitted; empty: any
-    bool valid = true;       ///< false for a drive prefix of no known form
-    bool knownMedia = true;  ///< false for a group that is none: it admits no drive
-    std::wstring path;       ///< empty when none was given
+    unsigned mask = 0;       ///< mask of the admitted drive types
+    std::wstring driveName;  ///< the only admitted drive; empty: any drive of these types
+    bool valid = true;       ///< false if the drive prefix is unknown
+    bool knownMedia = true;  ///< false if the media is unknown: the entry admits no drive
+    std::wstring path;       ///< absolute; empty if none was given
     bool recursive = false;
 };
 
-/// The absolute path of an entry, without links where `mayTouch` lets them be read, whatever
-/// drives it admits; empty when it has none.
+/// The absolute path of an entry, whatever drives it admits. Symbolic links are resolved where
+/// `mayTouch` allows it. Empty if the entry has no path.
 std::wstring realPathOf(const PathInfo& entry, const LinkGuard& mayTouch = touchesAll);
 
-/// Nothing for an entry without a text. `drives` are those a prefix may name. Links are
-/// resolved where `mayTouch` lets them be read.
+/// Parses an entry. `drives` are the drives that a prefix may name. Symbolic links are resolved
+/// where `mayTouch` allows it. Nothing for an entry without a text.
 std::optional<PathEntry> parsePathEntry(const PathInfo& entry, const std::vector<DriveInfo>& drives,
                                         const LinkGuard& mayTouch = touchesAll);
 
-/// Copies `source` with its %NAME% references expanded into `destination`, as
-/// `PathHelper::expand_path_variable` promises.
+/// The implementation of `PathHelper::expand_path_variable`, which documents it: copies `source`
+/// into `destination` and expands %NAME% references.
 int expandPathVariables(const wchar_t* source, wchar_t* destination, unsigned limit);
 
 }  // namespace fscanner

@@ -4,12 +4,14 @@
 
 namespace fscanner {
 
-/// One path entry of a query: a text (owned; may be null) and whether it covers
-/// the whole subtree or the directory itself only.
+/// One path entry of a query: a text, and whether the entry covers the whole subtree or only
+/// the directory itself. Owns the text, which may be null. Without memory the constructors,
+/// `setPathInfo` and the copy assignment throw `std::bad_alloc`.
 class FSCANNER_EXPORT PathInfo {
 public:
     PathInfo() = default;
-    /// Copies have their own text; one that is moved from has none.
+    /// Copies the text; null is allowed. A copied entry has its own text. A moved-from entry
+    /// may have none.
     PathInfo(const wchar_t* pathName, bool recursive);
     PathInfo(const PathInfo& other);
     PathInfo(PathInfo&& other) noexcept;
@@ -17,13 +19,14 @@ public:
     PathInfo& operator=(PathInfo&& other) noexcept;
     ~PathInfo();
 
-    /// Frees the old text and takes a copy of the other entry.
+    /// Frees the old text and copies the other entry.
     void setPathInfo(const PathInfo& other);
-    /// The text, owned by the entry; null when it has none.
+    /// The text. The entry owns it; null if it has none.
     const wchar_t* getPathName() const { return pathName_; }
+    /// Whether the entry covers the whole subtree.
     bool getRecursive() const { return recursive_; }
 
-    /// Both texts null or both equal exactly, and the same flag.
+    /// Whether the texts and the flags are equal. Null differs from empty.
     bool operator==(const PathInfo& other) const;
 
 private:

@@ -17,9 +17,9 @@ namespace {
 
 using Pairs = std::vector<PathDrive>;
 
-/// Whether the texts let the path lie on the drive, or the drive below the path.
-/// For a recursive path `searched` ends in "/*". Only a first sieve: the texts are
-/// compared as characters, and without case.
+/// Whether the path may lie on the drive, or the drive below the path, as far as a comparison
+/// of their texts tells. For a recursive path `searched` ends in "/*". The texts are compared
+/// without case and not by components, so `resolveOnDrive` decides.
 bool textsMatch(const std::wstring& searched, const std::wstring& drive) {
     const unsigned length = static_cast<unsigned>(drive.size());
     if (wcsnvccmp(searched.c_str(), drive.c_str(), length, false) == 0) {
@@ -78,8 +78,9 @@ private:
     bool isSearched(const wchar_t* path) const;
 
     const std::vector<DriveInfo>& drives_;
-    std::map<std::wstring, bool, std::less<>> searched_;  // by mount point
-    ResolvedPaths found_;  // pairs of one entry after those of the other
+    // By mount point: whether the query's file systems allow it.
+    std::map<std::wstring, bool, std::less<>> searched_;
+    ResolvedPaths found_;  // in the order of the entries
 };
 
 void Resolver::resolve(const PathEntry& entry) {
@@ -100,7 +101,7 @@ void Resolver::resolve(const PathEntry& entry) {
     found_.unresolved.push_back({PathInfo(entry.text.c_str(), entry.recursive), DriveInfo()});
 }
 
-/// A mask that admits no drive is asked about once, for its message alone.
+/// For an empty mask, which admits no drive, `isValidPath` is called for its log line.
 bool Resolver::canResolve(const PathEntry& entry) const {
     if (!entry.valid || entry.path.empty()) return false;
     return entry.mask != 0 ||
@@ -112,8 +113,8 @@ bool Resolver::admits(const PathEntry& entry, const DriveInfo& drive) const {
            (entry.driveName.empty() || entry.driveName == drive.getName());
 }
 
-/// Puts the pair of this entry and drive into its list, if they have one: whole
-/// components decide what the texts merely suggest.
+/// Adds the pair of this entry and drive to a list, if the path lies on the drive or the drive
+/// below the path. False otherwise. Compares whole components.
 bool Resolver::resolveOnDrive(const PathEntry& entry, const DriveInfo& drive,
                               std::wstring_view location) {
     const std::wstring_view mount = PathHelper::driveText(drive);
@@ -140,8 +141,8 @@ void Resolver::addMount(const PathInfo& mount, bool searched) {
         searched_[std::wstring(withoutFinalSeparator(mount.getPathName()))] = searched;
 }
 
-/// What `fileSystemPathChecker` tells of patterns, of directories of exactly these names:
-/// the innermost mount point decides.
+/// Whether the query's file systems allow the drive on which `path` lies; the innermost mount
+/// point decides. Like `fileSystemPathChecker`, but mount points are names here, not patterns.
 bool Resolver::isSearched(const wchar_t* path) const {
     bool searched = true;
     climb(path, [&](std::wstring_view directory) {

@@ -34,7 +34,7 @@ struct FSCANNER_EXPORT FsPlanStep {
     std::vector<std::wstring> mountPoints;  ///< mount points inside the path; not entered
 };
 
-/// What running a query would do. Making the report searches nothing.
+/// A report on how a query would run. Making it searches nothing.
 struct FSCANNER_EXPORT FsQueryReport {
     unsigned drives = 0;                   ///< number of mounted drives
     unsigned searchedDrives = 0;           ///< drives whose file system the query allows
