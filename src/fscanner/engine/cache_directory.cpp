@@ -34,8 +34,8 @@ std::wstring tagOf(const std::wstring& directory) {
 
 enum class Tag { none, own, foreign };
 
-// Another program's differs in what follows the first line. One that another process of ours
-// is about to write, or that was cut short, is as good as none.
+// The tag of another program has the same first line and differs in the next. An incomplete tag of
+// ours counts as none: another process is writing it, or was interrupted.
 Tag readTag(const std::wstring& directory) {
     constexpr std::string_view own = "\n# This directory holds a cache of fscanner";
     if (presenceOf(tagOf(directory)) == Presence::absent) return Tag::none;
@@ -52,8 +52,7 @@ bool isOfCache(std::string_view name) {
            name.starts_with("directories.") || name.starts_with("files.");
 }
 
-// What keeps the content from being a cache's, or a cache from being added; empty where
-// nothing does.
+// Why the content of the directory forbids a cache in it; empty if it does not.
 std::string contentProblem(const std::string& path, Tag tag) {
     if (tag == Tag::own) return {};
     if (tag == Tag::foreign) return path + " has the CACHEDIR.TAG of another program";
@@ -67,8 +66,8 @@ std::string contentProblem(const std::string& path, Tag tag) {
     return error ? path + ": " + error.message() : "";
 }
 
-// The tag of a directory that is a place for a cache. Empty where it is none: the host and the
-// log are told why.
+// The tag of a directory that may hold a cache. Nothing if it may not: `problem` and the log then
+// say why.
 std::optional<Tag> tagOfPlace(const wchar_t* directory, Missing missing, std::wstring& problem) {
     std::string wrong = "there is no path";
     Tag tag = Tag::none;
@@ -102,7 +101,7 @@ bool parseBool(std::string_view text, bool& value) {
     return true;
 }
 
-// "500M": digits, and K, M, G or T for powers of 1024.
+// Parses a size such as "500M": digits, and optionally K, M, G or T for a power of 1024.
 bool parseSize(std::string_view text, unsigned long long& size) {
     unsigned long long number = 0;
     const char* const end = text.data() + text.size();

@@ -8,56 +8,63 @@ namespace fscanner {
 
 class FsConfig;
 
-/// Where the caches of this user lie unless a host chooses another place: below
-/// $XDG_CACHE_HOME/fscanner, or ~/.cache/fscanner. The environment is not asked in a
-/// process whose privileges were raised, nor by root for a place of another user. Empty when
-/// there is no such place.
+/// The default directory for the cache of this user: below $XDG_CACHE_HOME/fscanner, or
+/// ~/.cache/fscanner. The environment is ignored in a process with raised privileges. Root also
+/// ignores it if another user could exchange the directory that it names. Empty if there is no
+/// such directory, or without memory. Creates nothing. Throws nothing. Any thread.
 FSCANNER_EXPORT std::wstring fsDefaultCacheDirectory();
 
-/// Makes the directory, its parents too, readable by this user alone, and tags it as
-/// one that backups may leave out. False when that fails, or when it is no place for a cache:
+/// Creates the directory and its missing parents, readable by this user alone, and writes a
+/// CACHEDIR.TAG into it, so that backups may leave it out. False if that fails, for a null path, or
+/// if the directory must not hold a cache:
 ///
-/// - A component of the path, or a link on it, belongs neither to root nor to the user, or may
-///   be written by others and is not sticky: others could decide what is found. They are
-///   looked at before anything is made below them. The user's own group is none of the
-///   others where nobody else is in it.
-/// - The directory has no tag of fscanner, and holds something that is not a cache's.
+/// - Another user could exchange the cache, and so decide what a search finds. That is so if a
+///   component of the path, or a link on it, belongs neither to root nor to this user, or if
+///   other users may write to it and it is not sticky. A group with this user as its only member
+///   does not count as other users. Each component is checked before anything is created below.
+/// - The directory has no tag of fscanner, and contains files that do not belong to a cache.
+///
+/// Throws nothing. Any thread.
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory);
 
-/// The same; where it returns false, `problem` says which rule failed, on which component
-/// of the path. It is left alone otherwise.
+/// The same. If it returns false, `problem` is set to a text that names the rule and the component
+/// of the path. Otherwise `problem` stays as it is.
 FSCANNER_EXPORT bool fsPrepareCacheDirectory(const wchar_t* directory, std::wstring& problem);
 
-/// Whether `fsPrepareCacheDirectory` would refuse the path as it is, with nothing made.
+/// Whether `fsPrepareCacheDirectory` would accept the path, without creating anything. If not,
+/// `problem` is set as above. Throws nothing. Any thread.
 FSCANNER_EXPORT bool fsCheckCacheDirectory(const wchar_t* directory, std::wstring& problem);
 
-/// Where and how a cache is kept, as the section "provider_cache" of the settings says.
+/// The settings of a cache: the keys of the section "provider_cache", and two options that only a
+/// host can set.
 struct FSCANNER_EXPORT FsCacheSettings {
-    std::wstring directory;        ///< absolute; empty: the user's own, `fsDefaultCacheDirectory`
+    std::wstring directory;        ///< absolute path; empty: `fsDefaultCacheDirectory`
     bool monitored = false;        ///< trees of the cache are used at any age, and none is built
-    bool compressed = false;       ///< numbers take as many bytes as they need
-    unsigned long long limit = 0;  ///< of the cache's size, in bytes; 0: none
-    bool fresh = false;            ///< no answer comes from the cache; no key of the section
-    int wait = 60000;              ///< for others, in milliseconds; no key of the section
+    bool compressed = false;       ///< tables store numbers in as few bytes as they need
+    unsigned long long limit = 0;  ///< size limit of the cache in bytes; 0: no limit
+    bool fresh = false;            ///< no answer comes from the cache; not a key of the section
+    int wait = 60000;              ///< longest wait for the lock, in ms; not a key of the section
 
-    /// Sets one of them by its key, an `FS_OPTION_...` of fs_provider.h: an absolute path, a size
-    /// such as "500M", or "true", "1", "false" or "0", or a number of milliseconds. False, and
-    /// nothing changes, for any other key or value, null included.
+    /// Sets one setting by its key, an `FS_OPTION_...` of fs_provider.h. Depending on the key, the
+    /// value is an absolute path, a size such as "500M", a number of milliseconds, or "true",
+    /// "1", "false" or "0". False, and nothing changes, for any other key or value, also for
+    /// null. Throws nothing.
     bool set(const char* key, const char* value);
 };
-/// Reads the settings of a cache. What cannot be used is left at its default, and named
-/// in `error` unless that is null: "KEY: VALUE is ...".
+/// Reads the settings of a cache. An invalid value leaves the default in place. The first such
+/// value is described in `error`, unless `error` is null: "KEY: VALUE is ...". Throws
+/// `std::bad_alloc`.
 FSCANNER_EXPORT FsCacheSettings fsCacheSettings(const FsConfig& config,
                                                 std::string* error = nullptr);
 
-/// The names of a cache's tables. They differ with what the tables' bytes depend on
-/// besides the files: the encoding of numbers, the locale's idea of characters, and
-/// whether large files are examined.
+/// The names of a cache's tables. Processes that would store different bytes for the same files use
+/// different names. The names therefore depend on the encoding of numbers, the locale's character
+/// encoding, and large-file support.
 struct FSCANNER_EXPORT FsCacheTableNames {
-    std::wstring directories;  ///< of the table of directories
-    std::wstring files;        ///< of the table of files
+    std::wstring directories;  ///< name of the table of directories
+    std::wstring files;        ///< name of the table of files
 };
-/// The names for the locale and the large-file support in force.
+/// The names for the current locale and large-file support. Throws `std::bad_alloc`.
 FSCANNER_EXPORT FsCacheTableNames fsCacheTableNames(bool compressed);
 
 }  // namespace fscanner

@@ -4,39 +4,43 @@
 
 namespace fscanner {
 
-// What the files of a cache beside its tables are called, and the smallest of them.
+// The names of the files in a cache directory beside the tables, and the two smallest of these
+// files: the counter and the mark.
 
-/// Suffixes of the mark, of the counter, of the unread directories, of the checksums and of the
-/// undo journal.
+/// The suffixes of the mark, the counter, the unread directories, the checksums and the undo
+/// journal, in this order.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
 extern const wchar_t* CacheSumsSuffix;
 extern const wchar_t* CacheUndoSuffix;
 
-/// The name of the access mutex of a cache directory.
+/// The name of the access mutex of a cache directory: its path with "_" for "/" and ":".
 std::wstring accessMutexName(const std::wstring& directory);
 
-/// The counter: the last ID that a directory was given, 4 bytes, little-endian. False when
-/// the file cannot be read, or written whole.
+/// The counter: the ID that was given to a directory last, as 4 bytes, little-endian. Both return
+/// false if the file cannot be read or written completely.
 bool readCounter(const std::wstring& path, unsigned& counter);
 bool writeCounter(const std::wstring& path, unsigned counter);
 
-/// The mark: a file that is there while a cache is changed, and after a change that did not
-/// end well. Without a checker there is none, and all of this does nothing.
+/// The mark: an empty file that exists while a cache is changed, and stays after a change that
+/// failed or was interrupted. Without `cacheChecker` there is no mark, and the functions do
+/// nothing.
 class CacheMark {
 public:
     CacheMark() = default;
     CacheMark(std::wstring path, std::wstring directory, bool cacheChecker)
         : path_(std::move(path)), directory_(std::move(directory)), cacheChecker_(cacheChecker) {}
 
+    /// Creates the file, if it is not there. False if that fails.
     bool place() const;
-    /// It is on disk then.
+    /// As `place`, and writes the directory entry to disk: after a power cut the mark is there.
     bool placeSynced() const;
-    /// The same as `place` and its opposite, with a line in the log.
+    /// `place` with a line in the log.
     void beginCacheUpdate() const;
+    /// Removes the file, with a line in the log.
     void endCacheUpdate() const;
-    /// Whether it is there, or may be.
+    /// Whether the file exists. Also true if that cannot be found out.
     bool insideCacheUpdate() const;
 
 private:

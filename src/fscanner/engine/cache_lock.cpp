@@ -41,6 +41,7 @@ Status CacheLock::take(std::optional<int> timeout, DirectoryLock::Mode mode) {
     if (timeout && *timeout <= 0) return resultOf(LockStatus::timedOut);
     isShared_ = mode == DirectoryLock::Mode::shared;
     isAlone_ = false;
+    // The access mutex cannot be shared, so a holder that goes over to sharing gives it up.
     if (isShared_ && accessMutex_) accessMutex_->release();
     return resultOf(timeout ? waitFor(directoryLock_, *timeout, mode) : directoryLock_.wait(mode));
 }
@@ -51,6 +52,7 @@ Status CacheLock::resultOf(LockStatus status) {
             isAlone_ = !isShared_;
             if (!accessMutex_ && !isShared_)
                 accessMutex_ = SysFactory::createMutex(accessMutexName(directory_).c_str());
+            // One try, whose result is ignored: the lock in the directory decides.
             if (!isShared_) accessMutex_->wait(1);
             debug("FS_Cache::lock - accessMutex SUCCESS!\n");
             return Status::success;

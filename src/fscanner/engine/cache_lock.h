@@ -27,7 +27,7 @@ public:
 
     /// Whether the last `take` asked for a shared lock.
     bool isShared() const { return isShared_; }
-    /// Whether it is held, and by this object alone.
+    /// Whether this object holds the lock exclusively.
     bool isAlone() const { return isAlone_; }
 
 private:

@@ -48,7 +48,8 @@ int TypeCommand::execute(const ExpValue& file, const ExpValue& type, ExpValue& r
     StringList<wchar_t> wanted;
     wanted.insert(type.getStringValue());
     resetExpValue(NUMERIC, result);
-    // A type that cannot be told is not another type: the file is undecided.
+    // If the type cannot be found out, the result is an error: the file is undecided, because
+    // its type may be the wanted one.
     const bool matches =
         !fileProgram().path.empty() && checker_.check(file.getStringValue(), wanted);
     fileProgramMissed() |= fileProgram().path.empty();
@@ -75,8 +76,8 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, Criter
     if (compiles_) filter_ = RecordFilter(evaluator_->tree(), fields_, caseSensitive);
 }
 
-// A command that outlived this object would be called through a dangling pointer,
-// and its name would go on hiding variables that begin with it.
+// The list of commands points to members of this object. A command left in it would also hide
+// variables whose names begin with the command's name.
 FileProcessor::~FileProcessor() {
     if (evaluator_) clearCommands();
 }

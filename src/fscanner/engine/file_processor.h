@@ -11,11 +11,11 @@ namespace fscanner {
 
 class FsFileInfo;
 
-/// The criteria command "path" of a direct scan: the full path of the current
-/// file, whatever its arguments.
+/// The criteria command "path" of a direct scan. Its result is the full path of the current file;
+/// the arguments are ignored.
 class fpPathCommand : public BinaryCmd {
 public:
-    /// The file that the next evaluation is about; not owned, may be null.
+    /// Sets the file of the next evaluation. Not owned; may be null.
     void setFsFileInfo(const FsFileInfo* file) { file_ = file; }
     int execute(const ExpValue& directoryId, const ExpValue& name, ExpValue& result) override;
 
@@ -23,11 +23,11 @@ private:
     const FsFileInfo* file_ = nullptr;
 };
 
-/// The criteria command "type": whether the file named by the first argument is of
-/// the type that the second names.
+/// The criteria command "type": 1 if the file named by the first argument has the type named by
+/// the second, else 0.
 class TypeCommand : public BinaryCmd {
 public:
-    /// `owner` begins the log line about bad arguments.
+    /// `owner` is the prefix of the log line about invalid arguments; static text.
     explicit TypeCommand(const char* owner) : owner_(owner) {}
     int execute(const ExpValue& file, const ExpValue& type, ExpValue& result) override;
 
@@ -41,12 +41,11 @@ public:
     fpTypeCommand() : TypeCommand("fpTypeCommand") {}
 };
 
-/// A criteria bound to the fields of one file: tests file after file.
+/// Tests files against a criteria, one after the other.
 ///
-/// The criteria is compiled by the constructor; one that does not compile matches
-/// nothing, a null or empty one everything. Lives as long as the scan: while it
-/// does, the two commands are registered process-wide. A query's criteria is read by the
-/// rules of a search.
+/// The constructor compiles the criteria. A criteria that does not compile matches no file; a null
+/// or empty criteria matches every file. The object lives as long as the scan. During that time
+/// its two commands are in the thread's list of commands. Queries use `CriteriaRules::search`.
 class FileProcessor {
 public:
     FileProcessor(const wchar_t* criteria, bool caseSensitive,
@@ -55,9 +54,8 @@ public:
     FileProcessor& operator=(const FileProcessor&) = delete;
     ~FileProcessor();
 
-    /// True exactly when the criteria gives 1 for this record. A null short name
-    /// leaves the field as it is. Size and attributes are asked of the record only
-    /// when the criteria reads them.
+    /// Whether the criteria gives 1 for this record. With a null short name, that field keeps
+    /// its value. Size and attributes are read from the record only if the criteria needs them.
     bool satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName);
     /// Whether the criteria certainly rejects a file of this name, or of this size, whatever
     /// its other fields are. Asked before a record is made. The name is in the bytes of the
@@ -66,7 +64,7 @@ public:
     bool dismissesSize(unsigned long long size) const;
     bool mayDismissSize() const { return needsInfo_ && !filter_.isEmpty(); }
 
-    /// Whether the last test failed on that record: neither match nor mismatch.
+    /// Whether the criteria could not be evaluated on the last record. It did not match.
     bool undecided() const { return undecided_; }
     bool compiles() const { return compiles_; }
     /// Whether the criteria reads the size or the attributes.

@@ -20,7 +20,8 @@ namespace fscanner {
 
 namespace {
 
-// Tests each file and writes those that match. One record serves the whole walk.
+// Tests each file and writes the matching ones. Uses one record for the whole walk, because to make
+// a record for each file would cost allocations.
 class DirectSink : public WalkSink {
 public:
     DirectSink(FsResultSetWriter& writer, FileProcessor& processor)
@@ -88,7 +89,7 @@ DfsState& dfsState() {
     return state;
 }
 
-// Why the path is no directory itself, as an errno; 0 if it is one.
+// 0 if the path is a directory, ENOTDIR if it is anything else, or why it cannot be examined.
 int examineStart(const wchar_t* path) {
     if (!path) {
         debug("::isValidPath - path name specified is null\n");
@@ -171,7 +172,7 @@ Status scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeo
 }  // namespace
 
 int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeoutMilliseconds) {
-    const CommandListShelter shelter;  // it may be asked in the middle of another query
+    const CommandListShelter shelter;  // a writer or observer may call this during a query
     CheckedWriter checked(writer);
     return checked.codeOf(noThrow("::fsScanQuery", Status::unusable,
                                   [&] { return scanQuery(checked, query, timeoutMilliseconds); }));

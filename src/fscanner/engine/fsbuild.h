@@ -6,8 +6,8 @@
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/walk.h"
 
-/// Direct scans: walking a tree of the file system and writing what matches,
-/// without a cache. The walk itself is `walk.h`.
+// Direct scans: walk a tree of the file system and write the matching files, without a cache.
+// The walk itself is in walk.h.
 
 namespace fscanner {
 
@@ -17,13 +17,13 @@ class MountMap;
 class QueryPlan;
 struct PathDrive;
 
-/// Whether `path` is a directory itself; a link to one is not.
+/// Whether `path` is a directory, and not a link to one.
 bool fs_isValidPath(const wchar_t* path);
-/// The same for a path that is about to be searched, as an errno: 0, ENOTDIR, or why it
-/// cannot be examined. The observer is told of all but 0.
+/// The same test for a path that is about to be searched. Returns 0 for a directory, ENOTDIR for
+/// anything else, or the errno if the path cannot be examined. The observer is told of a failure.
 int fs_examineSearched(const wchar_t* path);
 
-/// In effect none: direct scans of a query over the cache have no limit.
+/// 23 days: in effect no limit. Used for direct scans of a query over the cache.
 constexpr unsigned kNoTimeout = 2000000000;
 
 /// Scans one pair of a plan directly, with its exclusions and mount points.
@@ -40,7 +40,7 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
              const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
              bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);
 
-/// The scan alone. Entries of a directory come in the reverse of its own order.
+/// The scan without the check. Entries of a directory come in the reverse of the system's order.
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
             const std::vector<PathInfo>& includeList, const std::vector<PathInfo>& excludeList,
             bool caseSensitive, unsigned timeout, const MountMap* mounts = nullptr);

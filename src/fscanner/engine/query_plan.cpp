@@ -14,7 +14,7 @@ namespace fscanner {
 
 namespace {
 
-// The exclusions of a drive group: the paths themselves and the mount points below.
+// The excluded paths of a drive group, and the mount points below them.
 std::vector<PathInfo> groupPaths(const ResolvedPaths& side, unsigned mask) {
     std::vector<PathInfo> paths;
     PathHelper::extractPathList(side.resolved, mask, paths);
@@ -57,8 +57,9 @@ void QueryPlan::listDrives() {
     mounts_ = MountMap(drives_);
 }
 
-// An automounter mounts what is opened: what it stands for, or what a path in it names.
-// False when nothing was, so that the table is still the same.
+// Opens placeholders, so that the automounter mounts what the query searches. A placeholder may
+// stand for one file system, or for a directory of them; in the latter case the path in it says
+// which. False if none was opened, and so the mount table has not changed.
 bool QueryPlan::wakeAutomounter(const FsQuery& query) const {
     if (placeholders_.empty()) return false;
     std::vector<DriveInfo> allowed;
@@ -95,7 +96,7 @@ void QueryPlan::prune(const FsQuery& query) {
 }
 
 void QueryPlan::resolve(const FsQuery& query) {
-    // What lies on a placeholder itself is searched by nobody, but may be left out.
+    // A path that lies on a placeholder itself resolves, but is not searched.
     std::vector<PathInfo> notSearched = excludedMounts_;
     PathHelper::buildPathList(placeholders_, notSearched);
     included_ = ResolvedPaths();
@@ -104,8 +105,8 @@ void QueryPlan::resolve(const FsQuery& query) {
                              included_.unresolved);
     pairs_.clear();
     PathHelper::accumulatePairs(drives_, included_.parentResolved, included_.resolved, pairs_);
-    // First without a touch of what is served: one exclusion may keep the search from a drive
-    // that another one lies on.
+    // Exclusions are resolved twice. First without touching any served drive, to find the served
+    // drives that the exclusions do not leave out. Then links may be read on those drives.
     touched_.clear();
     resolveExclusions(query);
     for (const PathDrive& pair : pairs_)
@@ -132,8 +133,8 @@ void QueryPlan::resolveExclusions(const FsQuery& query) {
     for (const PathInfo& entry : query.getExcludedPaths()) addPattern(entry);
 }
 
-// A pattern may match on every drive of its group, and not only on the one that its text
-// would lie on.
+// A pattern may match on every drive of its group, but `pathResolver` resolves it only to the drive
+// on which a path of this text would lie. So it is added to the exclusions as it is.
 void QueryPlan::addPattern(const PathInfo& exclusion) {
     const std::optional<PathEntry> entry = parsePathEntry(
         exclusion, mounted_, [this](std::string_view path) { return mayTouch(path); });

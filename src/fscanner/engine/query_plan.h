@@ -15,48 +15,48 @@ namespace fscanner {
 
 class FsQuery;
 
-/// From a query's paths and file systems to the (path, drive) pairs to search and
-/// what each leaves out. Every way of running a query goes through one plan.
+/// Turns a query's paths and file systems into the (path, drive) pairs to search and the
+/// exclusions of each. Every way of running a query uses this plan.
 ///
-/// The steps are apart because a host that repeats a query need not repeat them:
-/// `discover` reads the mount table, `prune` applies the file systems, `resolve`
-/// the paths. Each needs the one before it.
+/// The steps are separate because a repeated query need not repeat all of them: `discover`
+/// reads the mount table, `prune` applies the query's file systems, `resolve` its paths. Each step
+/// needs the one before it.
 ///
-/// Of an automounter's placeholders only these are opened: the one that holds a searched
-/// path, by that path, and those below a recursive path where the query's file systems
-/// allow their type. No search enters one.
+/// Only these placeholders of an automounter are opened: the placeholder on which a searched path
+/// lies, by that path, and those below a recursive path whose type the query's file systems
+/// allow. No search enters a placeholder itself.
 class QueryPlan {
 public:
-    /// All steps. False when `discover` fails.
+    /// Runs all steps. False if `discover` fails.
     bool make(const FsQuery& query);
 
-    /// Reads the mount table, and lists the drives if it is another one than before. False
-    /// when it has no drive or cannot be read.
+    /// Reads the mount table, and lists the drives anew if its text has changed. False if the
+    /// table cannot be read or has no drive.
     bool discover(const FsQuery& query);
     void prune(const FsQuery& query);
     void resolve(const FsQuery& query);
 
-    /// What `discover` has read.
+    /// The mount table that `discover` has read.
     const MountTable& table() const { return table_; }
-    /// Where mounted drives, and placeholders of an automounter, begin.
+    /// The mount points of all drives and placeholders.
     const MountMap& mounts() const { return mounts_; }
-    /// The mounted drives, parents before children, and those of them that the query's
-    /// file systems allow.
+    /// The mounted drives, parents before children.
     const std::vector<DriveInfo>& mounted() const { return mounted_; }
+    /// The mounted drives that the query's file systems allow.
     const std::vector<DriveInfo>& searched() const { return current_; }
-    /// The pairs to search, enclosing ones first.
+    /// The pairs to search. A pair comes before the pairs inside it.
     const std::vector<PathDrive>& pairs() const { return pairs_; }
     const ResolvedPaths& included() const { return included_; }
     const ResolvedPaths& excluded() const { return excluded_; }
 
-    /// Whether a pair belongs to the local drive group.
+    /// Whether the pair's drive belongs to the local drive group.
     static bool isLocal(const PathDrive& pair);
-    /// The query's own exclusions that concern a pair: those of its drive group.
+    /// The query's exclusions for the drive group of the pair.
     const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
     const std::vector<PathInfo>& localExclusions() const { return localExclusions_; }
 
-    /// Whether the links of what is left out may be read there. On a drive that somebody
-    /// serves, only where the search goes there as well: a dead one would never answer.
+    /// Whether symbolic links at `path` may be read to resolve an exclusion. On a served drive
+    /// (`fsIsServed`) only if the search goes there anyway: a dead server would block the query.
     bool mayTouch(std::string_view path) const;
 
 private:
@@ -67,17 +67,17 @@ private:
     void addPattern(const PathInfo& exclusion);
 
     MountTable table_;
-    std::vector<DriveInfo> drives_;        // normalised, placeholders included
-    std::vector<DriveInfo> placeholders_;  // those of them
-    std::vector<DriveInfo> mounted_;       // the others
-    std::vector<DriveInfo> current_;       // those whose file system the query allows
+    std::vector<DriveInfo> drives_;        // normalised, with placeholders
+    std::vector<DriveInfo> placeholders_;  // the placeholders among drives_
+    std::vector<DriveInfo> mounted_;       // the other drives
+    std::vector<DriveInfo> current_;       // the mounted drives that the query allows
     MountMap mounts_;
     std::vector<PathInfo> includedMounts_;
     std::vector<PathInfo> excludedMounts_;
     ResolvedPaths included_;
     ResolvedPaths excluded_;
     std::vector<PathDrive> pairs_;
-    std::set<std::wstring, std::less<>> touched_;  // served drives, by mount directory
+    std::set<std::wstring, std::less<>> touched_;  // served drives to search, by mount directory
     std::vector<PathInfo> localExclusions_;
     std::vector<PathInfo> remoteExclusions_;
 };

@@ -13,7 +13,7 @@ namespace fscanner {
 namespace {
 
 constexpr std::size_t kChecksum = 4;
-// What one call writes.
+// The most that Linux writes in one call.
 constexpr std::size_t kLargest = 0x7FFFF000;
 
 std::string header(const SideFile& file, unsigned counter) {

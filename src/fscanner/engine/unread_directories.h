@@ -9,56 +9,60 @@
 
 namespace fscanner {
 
-/// A file beside the tables of a cache that tells more of their directories, by ID. All of
-/// its kind are written whole, before the mark goes, and have this frame:
+/// A file beside the tables of a cache with more facts about the directories, by ID. Such a file is
+/// written as a whole, before the mark is removed, and has this layout (sizes in bytes):
 ///
 ///     magic (8)  version (4)  counter (4)  content ...  CRC-32 of all before (4)
 ///
-/// `counter` is the ID counter of the tables that the content belongs to: IDs mean
-/// something else once the tables were changed without the file.
+/// `counter` is the ID counter of the tables for which the file was written. If the tables were
+/// changed later without the file, the counters differ, and the file is not used.
 struct SideFile {
     std::wstring path;
     std::string_view magic;  ///< 8 bytes
     unsigned version;
 
-    /// False when not all could be written; the file is then of no use.
+    /// False if the file was not written completely. It cannot be read then.
     [[nodiscard]] bool write(unsigned counter, std::string_view content) const;
-    /// The content. Nothing where the file is missing, damaged, of another version, or
-    /// belongs to other tables. Links are not followed.
+    /// The content. Nothing if the file is missing or damaged, has another version, or was
+    /// written for another counter. Links are not followed.
     std::optional<std::string> read(unsigned counter) const;
 };
 
-/// The directories of a cache that could not be read when their tree was built, so that an
-/// answer from the cache lacks no more without a word than the scan did.
+/// The directories of a cache that could not be read when their tree was built. A query reports
+/// them with each answer from the cache, as the scan did that built the tree.
 ///
-/// They are kept in a file of their own (docs/formats/unread-file.md). Trees that were built
-/// while there was no such file, or a damaged one, are told apart by their IDs: `knows`.
-/// The file also says whether names can be looked up: `plainNames`.
+/// They are stored in a file of their own (docs/formats/unread-file.md). If that file is missing
+/// or damaged, nothing is known about the directories that the tables have by then; `knows` tells
+/// them from later ones by their IDs. The file also says whether a name in the tables may be a
+/// pattern: `plainNames`.
 class UnreadDirectories {
 public:
     struct Unread {
-        FsSkipReason reason;  ///< `denied` or `tooLong`: what passes by itself is not kept
+        FsSkipReason reason;  ///< `denied` or `tooLong`; other reasons may pass by themselves
         int error;            ///< errno, or 0
     };
 
-    /// Forgets all. Of directories up to this ID nothing is known, of later ones all is.
-    /// With 0 there are none, and so no names either.
+    /// Drops all entries. From now on nothing is known about directories with IDs up to
+    /// `unknownUpTo`, and everything about later ones. 0 means that the tables are empty, and
+    /// so contain no names either.
     void reset(unsigned unknownUpTo);
-    /// Reads the file of the tables whose ID counter is this. Where it is of no use nothing
-    /// is known of any directory that the tables have, and it is false.
+    /// Reads the file for tables with this ID counter. If the file cannot be used, returns false,
+    /// and nothing is known about any directory of the tables.
     bool load(const std::wstring& path, unsigned counter);
-    /// Writes the file.
+    /// Writes the file. False if that fails.
     [[nodiscard]] bool save(const std::wstring& path, unsigned counter) const;
 
     void add(unsigned id, FsSkipReason reason, int error) { unread_[id] = {reason, error}; }
     void remove(unsigned id) { unread_.erase(id); }
-    /// Whether it is known what of the directory's tree could not be read.
+    /// Whether it is known which directories below this one could not be read.
     bool knows(unsigned id) const { return id > unknownUpTo_; }
     bool contains(unsigned id) const { return unread_.contains(id); }
-    /// Whether surely no name of a file in the tables holds "*" or "?".
+    /// Whether certainly no file name in the tables contains "*" or "?". Only then is a name
+    /// looked up in an index: such a name is a pattern and equals texts that have other keys.
     bool plainNames() const { return plainNames_; }
+    /// Notes that a file name may contain "*" or "?".
     void notePattern() { plainNames_ = false; }
-    /// By ID, ascending.
+    /// All entries, by ascending ID.
     const std::map<unsigned, Unread>& all() const { return unread_; }
 
 private:

@@ -14,23 +14,26 @@
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/paths.h"
 
-// The walk keeps one Level for each directory from the root down to the current one, so depth
-// costs heap and no stack. A directory is read whole when it is entered and then visited
-// backwards. Only the deepest levels keep their descriptor open. A level whose descriptor was
-// closed is opened again when the walk returns to it: as ".." of the directory that the walk
-// leaves. It must still be the same directory then. That costs the same at any depth, where
-// opening it by its path would not.
+// The walk keeps one Level for each directory from the start to the current directory. So
+// depth costs heap memory, and no stack. A directory is read as a whole when it is entered. Its
+// entries are then visited from the last to the first.
+//
+// Only the deepest levels keep their descriptor open. When the walk returns to a level whose
+// descriptor was closed, it opens ".." of the directory that it leaves, and compares device and
+// inode: the directory may have been moved. This costs the same at any depth; opening the path
+// would cost more the deeper the level is, and fails for paths beyond PATH_MAX.
 
 namespace fscanner {
 
 namespace {
 
-// So many levels keep their descriptor. Each level of a deeper tree is opened once more.
+// How many levels keep their descriptor open. Above these, returning to a level costs one open.
 constexpr std::size_t kOpenLevels = 16;
-// Holds all but the largest directories in one read.
+// Large enough for the entries of all but the largest directories in one getdents64 call.
 constexpr std::size_t kReadBuffer = 64 * 1024;
 constexpr unsigned kEntriesPerProgress = 1024;
-// The clock is asked within a directory, too: examining its files may take long.
+// The clock is also read within a directory, because testing a million files takes long. It is the
+// coarse clock, which is cheap.
 constexpr unsigned kEntriesPerClock = 64;
 
 struct Level {
@@ -42,7 +45,7 @@ struct Level {
     long long timeLeft = 0;
     unsigned startTick = 0;
     bool reports = false;
-    bool incomplete = false;  // a file of it could not be examined, and that was told
+    bool incomplete = false;  // an unexamined file was reported; done once for a directory
 };
 
 }  // namespace
@@ -102,7 +105,7 @@ private:
     int read(const Level* parent, Level& level);
     bool closeShallowest();
     void logUnreadable() const;
-    static int settle(Level& level, int error);
+    static int verifyIdentity(Level& level, int error);
     void reopen(Level& level, Directory& child);
     bool isTooLong() const { return path_.size() > longest_; }
     void leave();
@@ -123,10 +126,10 @@ private:
     WalkSink& sink_;
     const LogPrefix& log_;
     FsScanObserver* observer_;
-    const MountMap* mounts_;                      // null where none lies inside
-    std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
+    const MountMap* mounts_;                      // null if no mount point lies below the start
+    std::vector<std::unique_ptr<Level>> levels_;  // levels from depth_ on are kept for reuse
     std::size_t depth_ = 0;
-    std::size_t firstOpen_ = 0;  // the levels before it have their descriptor closed
+    std::size_t firstOpen_ = 0;  // the levels before this one have no open descriptor
     std::size_t longest_ = longestPath();
     std::wstring path_;  // the current directory, with its final "/" once entered
     WalkEntry entry_;
@@ -160,7 +163,7 @@ Level& Walk::push() {
     return *levels_[depth_++];
 }
 
-// Enters the directory whose path, without a final "/", is in `path_`.
+// Enters the directory `path_`, which has no final "/" yet.
 Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     if (timeout < 1 || !sink_.goesOn()) return Entered::timedOut;
     if (isTooLong()) {
@@ -209,7 +212,8 @@ int Walk::openLevel(const Level* parent, Directory& directory) {
     }
 }
 
-// Closes the open descriptor nearest to the root. The two deepest levels are in use.
+// Closes the descriptor of the shallowest level that has one. The two deepest levels keep theirs:
+// one is being opened relative to the other. False if there is none to close.
 bool Walk::closeShallowest() {
     while (firstOpen_ + 2 < depth_) {
         Level& level = *levels_[firstOpen_++];
@@ -220,9 +224,9 @@ bool Walk::closeShallowest() {
     return false;
 }
 
-// Checks that a level's new descriptor, opened with `error`, is its old directory. 0, or an
-// errno.
-int Walk::settle(Level& level, int error) {
+// Checks that the descriptor just opened for a level, with the result `error`, is that of the same
+// directory as before. Closes it otherwise. 0, or an errno.
+int Walk::verifyIdentity(Level& level, int error) {
     Directory::Identity now;
     if (error == 0) error = level.directory.identify(now);
     if (error == 0 && now != level.identity) error = ENOENT;
@@ -230,14 +234,14 @@ int Walk::settle(Level& level, int error) {
     return error;
 }
 
-// If the child was moved while the walk was in it, its ".." is another directory. Then the
-// level is opened by its path.
+// Opens a level again, as the parent of `child`. If `child` was moved while the walk was in it, its
+// parent is another directory, and the level is opened by its path instead.
 void Walk::reopen(Level& level, Directory& child) {
-    if (child.isOpen() && settle(level, level.directory.openParent(child)) == 0) return;
+    if (child.isOpen() && verifyIdentity(level, level.directory.openParent(child)) == 0) return;
     child.close();
-    // All entries were visited: nothing more is read there.
+    // All entries were visited, so the descriptor is not needed.
     if (level.entries.empty()) return;
-    const int error = settle(level, level.directory.openPath(toMultibyte(path_).c_str()));
+    const int error = verifyIdentity(level, level.directory.openPath(toMultibyte(path_).c_str()));
     if (error == 0) return;
     level.entries.clear();
     logUnreadable();
@@ -268,7 +272,8 @@ void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.widened_ = false;
 }
 
-// An entry that cannot be examined counts as a file.
+// Some file systems give no type with the entry (DT_UNKNOWN): then the entry is examined. If that
+// fails, it counts as a file.
 bool Walk::isDirectory() {
     if (entry_.entry_.type != EntryType::unknown) return entry_.entry_.type == EntryType::directory;
     const struct stat* info = entry_.info();
@@ -306,7 +311,7 @@ WalkStatus Walk::visitDirectory() {
     return WalkStatus::finished;
 }
 
-// How many milliseconds of the current directory's allowance are left.
+// The time left, in milliseconds. Each level counts from the time left when it was entered.
 long long Walk::timeLeft() {
     const Level& level = top();
     return level.timeLeft - (getCoarseTickCount() - level.startTick);
@@ -334,7 +339,8 @@ void Walk::noteSkipped(FsSkipReason reason, int error) {
         observer_->skipped(path_.c_str(), reason, error);
 }
 
-// The criteria may miss a file that could not be examined. One that is gone is no loss.
+// Reports the current directory as incomplete: without its attributes, a file may be missed by the
+// criteria. A file that has vanished is no gap.
 void Walk::noteUnexamined() {
     const FsSkipReason reason = skipReason(entry_.error());
     if (top().incomplete || reason == FsSkipReason::vanished) return;

@@ -19,32 +19,33 @@ namespace fscanner {
 /// How a walk ended. It has also finished after directories that it skipped.
 enum class [[nodiscard]] WalkStatus{finished, timedOut};
 
-/// What an errno of opening or examining something means for its search.
+/// The reason to report for something that could not be opened or examined with this errno.
 FsSkipReason skipReason(int error);
 
-/// One entry while it is visited. It answers lazily: a walk by name alone never
-/// costs an `lstat`.
+/// The entry that a walk is visiting. It is examined only on request: a walk that needs names
+/// alone calls no `lstat`.
 class WalkEntry {
 public:
-    /// The name, wide and as bytes; both terminated. It is widened when it is asked for.
+    /// The name as wide text, converted at the first call.
     const std::wstring& name() const;
+    /// The bytes of the name, terminated.
     const char* nameBytes() const { return entry_.name.data(); }
-    /// The bytes of the name, for a test of them.
+    /// The same bytes, with their length and the length of the readable memory.
     StoredText storedName() const {
         const std::size_t size = entry_.name.size();
         return {entry_.name.data(), size, size + DirectoryEntries::kReadableBehind};
     }
     /// The directory, ending in "/".
     const std::wstring& directory() const { return *directory_; }
-    /// Changes whenever `directory()` does; never 0.
+    /// A number of the directory, unique within the walk; never 0.
     unsigned long long directoryNumber() const { return directoryNumber_; }
-    /// What the system says of the entry, asked once. Null when it cannot be examined.
+    /// The result of `lstat`, which is called once. Null if the entry cannot be examined.
     const struct stat* info();
 
 private:
     friend class Walk;
     enum class Examined { no, yes, failed };
-    /// Why it could not be examined; 0 when it was, or was not asked for.
+    /// The errno of the failed examination; 0 if it succeeded or was not requested.
     int error() const { return examined_ == Examined::failed ? error_ : 0; }
 
     DirectoryEntries::Entry entry_;
@@ -58,20 +59,23 @@ private:
     struct stat info_ {};
 };
 
-/// What a walk does with each thing it meets.
+/// Receives the entries that a walk visits. The direct scan and the cache build differ only in
+/// their sinks.
 class WalkSink {
 public:
     virtual ~WalkSink() = default;
-    /// A file (anything but a directory) inside the included and outside the
-    /// excluded paths.
+    /// Called for each file (everything but a directory) that the included paths cover and the
+    /// excluded paths do not.
     virtual void file(WalkEntry& entry) = 0;
-    /// A subdirectory about to be entered; each is followed by one `leave`.
+    /// Called for each subdirectory before it is opened, and once more with `leave` after it,
+    /// also if it could not be opened. A walk that is stopped leaves out the last `leave` calls.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
-    /// The directory entered last was not wholly seen. True: the sink tells the observer
-    /// of it later.
+    /// Called for a directory that is not searched, or only in part. It is the current one (entered
+    /// last and not left yet), or, if the reason is `excluded` or `otherFileSystem`, one that is
+    /// not entered. True if the sink tells the observer later; otherwise the walk does now.
     virtual bool tellsLater(FsSkipReason, int /*error*/) { return false; }
-    /// False ends the walk soon, like a time-out: nothing can be done with what it meets.
+    /// False stops the walk soon, like a time-out, because the sink cannot use more entries.
     virtual bool goesOn() const { return true; }
 };
 
@@ -81,16 +85,16 @@ struct LogPrefix {
     struct DfsState* dfs;  ///< not owned
 };
 
-/// Where a walk starts and what bounds it. Refers to the caller's objects.
+/// Where a walk starts, and its limits. Refers to objects of the caller.
 struct WalkRequest {
-    const wchar_t* path;  ///< absolute and free of links
+    const wchar_t* path;  ///< absolute, without symbolic links
     bool recursive;
     const DriveInfo& drive;
     const std::vector<PathInfo>& include;
     const std::vector<PathInfo>& exclude;
     bool caseSensitive;
     long long timeoutMilliseconds;
-    /// Other drives, which the walk does not enter. May be null.
+    /// Mount points of drives of another kind, which the walk does not enter. May be null.
     const MountMap* mounts = nullptr;
 };
 
