@@ -1,9 +1,9 @@
 """Compares fscan with other programs; bench/compare calls it. See bench/README.md.
 
-Each row of the table names our command, those of its peers and the ratio that we aim at. A
-row's commands run in turn, round after round, so that what disturbs the machine disturbs all
-of them alike; what counts is the median of the rounds' ratios. rows_of, other_rows and memory say
-what is compared, Measure how.
+Each row of the table has one command of fscan, the commands of other programs, and the ratio
+aimed at. The commands of a row run in turn, round after round, so that other load of the machine
+affects all of them alike. The result is the median of the rounds' ratios. rows_of, other_rows and
+memory define the comparisons; Measure runs them.
 """
 
 import argparse
@@ -26,13 +26,13 @@ SIZES = {"100k": 100_000, "1m": 1_000_000}
 NEEDLE = "needle-in-the-hay.dat"
 LARGE = "[SIZE]>102400"
 ELF = 'type(path([PATHID],[FILENAME]),"ELF")'
-SHORT_RUN = 0.05  # seconds: below, noise asks for more rounds
-SHORT_ROUNDS = 6  # times as many
+SHORT_RUN = 0.05  # seconds; shorter commands run in more rounds, because of noise
+SHORT_ROUNDS = 6  # the factor
 
 
 @dataclasses.dataclass
 class Side:
-    """One program's command. `count` finds the same and prints a number or the paths."""
+    """One program's command. `count` is a command that prints the paths found, or their number."""
 
     label: str
     command: str
@@ -44,7 +44,7 @@ class Side:
 class Peer:
     side: Side
     at_most: float | None  # the ratio aimed at; None: reported only
-    limit: str = ""  # what a bare program reached
+    limit: str = ""  # the ratio that a minimal program reached
 
 
 @dataclasses.dataclass
@@ -52,7 +52,7 @@ class Row:
     number: str
     ours: Side
     peers: list[Peer]
-    flat: bool = False  # shall not grow with the tree
+    flat: bool = False  # the time should not grow with the tree
 
 
 @dataclasses.dataclass
@@ -65,7 +65,7 @@ class Cost:
 
 
 class Tree:
-    """A tree to search, and what is kept of it: a warm cache and plocate's database."""
+    """A tree to search, its warm cache, its cold cache, and plocate's database of it."""
 
     def __init__(self, path: Path, work: Path, name: str):
         self.path, self.name = path, name
@@ -74,15 +74,15 @@ class Tree:
         self.database = work / f"plocate-{name}.db"
 
     def fscan(self, options: str) -> str:
-        """Answered from the warm cache."""
+        """A search that is answered from the warm cache."""
         return f"fscan --cache-dir {q(self.cache)} --max-age 1000d {options} {q(self.path)}"
 
     def build(self, options: str) -> str:
-        """The first search ever, which makes the cache; `forget` comes before it."""
+        """A first search, which builds the cache. `forget` has to run before it."""
         return f"fscan --cache-dir {q(self.cold)} --fresh {options} {q(self.path)}"
 
     def rebuild(self, options: str, subtree: str) -> str:
-        """Scans a part of the tree anew, in the warm cache of the whole."""
+        """A search that rebuilds a subtree in the warm cache of the whole tree."""
         where = q(self.path / subtree)
         return f"fscan --cache-dir {q(self.cache)} --fresh {options} {where}"
 
@@ -157,24 +157,24 @@ def rows_of(tree: Tree) -> list[Row]:
         Row("9", warm("-n '*' --sort pathname", "fscan -n '*' --sort pathname"),
             [Peer(Side("fscan -n '*' \\| sort", tree.fscan("-n '*'") + " | LC_ALL=C sort"),
                   0.80, "0.6")]),
-        # A scan of the same second still counts as fresh: hence the pause.
+        # The pause makes each run a new second, the unit of a tree's age.
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
     ]
     for row in rows:
-        # What a process costs to start counts for much in a search of milliseconds.
+        # In searches of a few milliseconds the start of the process dominates: no aim there.
         if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name != "1m":
             row.peers = [dataclasses.replace(peer, at_most=None, limit="") for peer in row.peers]
     return rows
 
 
 def other_rows(work: Path, bin_directory: Path) -> list[Row]:
-    """The rows that have no generated tree."""
+    """The rows that need no generated tree."""
     usr = Tree(Path("/usr"), work, "usr")
     sorter, data = q(bin_directory / "sort_bench"), q(work / "sort")
 
     def record_sort(key: int, lines: str, options: str, at_most: float, limit: str) -> Row:
-        """The count of neither side is of interest: both sort what they are given."""
+        """The counts mean nothing here: both sides sort their whole input."""
         fresh = lambda: shutil.copyfile(work / "sort/records", work / "sort/mine")
         name = lines.removeprefix("lines-")
         ours = Side(f"record file by {name}", f"{sorter} --sort {key} {data}/mine", fresh)
@@ -208,7 +208,7 @@ class Measure:
     def run(self, side: Side, private: bool = False, configuration: str | None = None) -> Cost:
         if side.before:
             side.before()
-        # A shell only where it is needed: it takes time, too.
+        # A shell is used only if needed, because its start takes time.
         needed = " | " in side.command or "=" in side.command.split()[0]
         command = ["sh", "-c", side.command] if needed else shlex.split(side.command)
         options = ["-p"] if private else []
@@ -223,7 +223,7 @@ class Measure:
         return Cost(int(status), int(elapsed) / 1e6, int(cpu) / 1e6, int(peak), int(anonymous))
 
     def found(self, side: Side) -> int:
-        """How many paths the command finds: the number that it prints, or its lines."""
+        """How many paths the command finds: the number that it prints, or the number of lines."""
         if side.before:
             side.before()
         process = subprocess.Popen(["sh", "-c", side.count or side.command], env=self.environment,
@@ -277,9 +277,9 @@ class Report:
                                   f"{found[i]:,} paths, fscan {found[0]:,}.")
 
 def growth(measure: Measure, trees: list[Tree], rounds: int, is_wanted) -> list[str]:
-    """How CPU time grows with the tree: exponent 1 is in proportion, 0 not at all.
+    """How CPU time grows with the tree: exponent 1 means in proportion, 0 not at all.
 
-    Both sizes run in turn, because the machine may be faster now than it was before.
+    Both sizes run in turn, because the speed of the machine may change in the meantime.
     """
     lines = ["| row | fscan | 100k ms | 1m ms | exponent | at most | |", "|---" * 7 + "|"]
     for small, large in zip(*(rows_of(tree) for tree in trees)):
@@ -303,7 +303,7 @@ def disk_use(directory: Path) -> tuple[int, int]:
 
 
 def memory(measure: Measure, tree: Tree, work: Path, bin_directory: Path) -> list[str]:
-    """Peak memory, and the cache's size; each once, as neither changes between runs."""
+    """Peak memory, and the size of the cache. Measured once: they are the same in every run."""
     lines = ["| what | tree | measured | at most | |", "|---" * 5 + "|"]
 
     def add(what: str, value: float, at_most: float, unit: str = " MiB", detail: str = "") -> None:
@@ -352,7 +352,7 @@ def make_tree(work: Path, bin_directory: Path, name: str) -> Tree:
     path = work / f"tree-{name}"
     if not path.exists():
         say(f"making {path}")
-        half = work / f"half-{name}"  # takes its name when it is whole
+        half = work / f"half-{name}"  # renamed when complete, so that --keep never keeps a part
         shutil.rmtree(half, ignore_errors=True)
         subprocess.run([bin_directory / "make_tree", half, str(SIZES[name])], check=True,
                        stdout=subprocess.DEVNULL)

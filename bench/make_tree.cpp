@@ -1,12 +1,12 @@
-// Makes a tree of files to search, always the same one for the same number of entries:
+// Makes a tree of files to search. The tree depends only on the number of entries:
 //
 //     make_tree DIRECTORY ENTRIES
 //
-// DIRECTORY must not exist. Names have 3 to 60 characters, one in twenty not all ASCII;
-// they lie up to 15 deep, and of every 100,000 entries 10,000 are in one directory. Files are empty
-// or sparse, so that a million entries take about 200 MB. One file, and only one, is called
-// "needle-in-the-hay.dat"; a directory "small" of 1,000 files lies beside the rest. Prints the
-// number of entries made.
+// DIRECTORY must not exist. Names have 3 to 60 characters; one in twenty begins with a word that is
+// not ASCII. The tree is up to 15 levels deep. Of every 100,000 entries, 10,000 lie in one
+// directory. Files are empty or sparse, so that a million entries take about 200 MB. Exactly one
+// file is called "needle-in-the-hay.dat". A directory "small" holds 1,000 entries. Prints
+// the number of entries.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -28,7 +28,8 @@ constexpr unsigned kHuge = 10'000;
 constexpr unsigned kSmallTree = 1'000;
 constexpr unsigned kEntriesPerHuge = 100'000;
 
-/// The distributions of the standard library differ between its makers; these do not.
+/// A random generator of our own (splitmix64): the distributions of the standard library differ
+/// between its implementations, and the tree has to be the same everywhere.
 class Random {
 public:
     std::uint64_t next() {
@@ -54,8 +55,8 @@ private:
     std::exit(1);
 }
 
-// The last is for files only, and so are the endings: a program that also finds directories
-// finds no more with "*config*" and "*.h" than one that does not.
+// The last word and the endings are used for files only. So "*config*" and "*.h" match no
+// directory, and programs that also list directories find the same number of paths.
 constexpr std::array kWords{
     "main",    "index",  "test",     "data",   "report", "image",  "readme",  "module", "parser",
     "network", "client", "server",   "common", "utils",  "backup", "invoice", "photo",  "track",
@@ -87,7 +88,7 @@ private:
     unsigned made_ = 0;
 };
 
-/// Unlike any other: ends in a number of its own.
+/// Makes a unique name: it contains the number of entries made so far.
 std::string Maker::name(bool isFile) {
     std::string text = random_.oneIn(20) ? random_.of(kForeign) : word(isFile);
     const unsigned more = random_.oneIn(30) ? random_.between(3, 6) : random_.below(2);
@@ -103,7 +104,7 @@ void Maker::file(int directory, const std::string& name) {
         if (mknodat(directory, name.c_str(), S_IFREG | 0644, 0) != 0) fail(name);
         return;
     }
-    // From a few bytes to 2 GiB, each power of two as often as the next; mostly small.
+    // Sizes up to 2 GiB. One file in eight may be larger than 128 KiB.
     const unsigned bits = random_.oneIn(8) ? random_.between(1, 30) : random_.between(1, 16);
     const auto size = static_cast<off_t>(random_.next() & ((std::uint64_t{2} << bits) - 1));
     const int file = openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
@@ -124,13 +125,13 @@ void Maker::subdirectory(int parent, const std::string& name, unsigned budget, u
     close(directory);
 }
 
-/// Some files here, the rest of the budget in directories of uneven size.
+/// Makes some files in this directory, and the rest of the budget in directories of uneven size.
 void Maker::fill(int directory, unsigned budget, unsigned depth) {
     const unsigned here = random_.oneIn(12) ? random_.between(80, 400) : random_.between(0, 40);
     if (budget <= here + 8 || depth == kDeepest) return files(directory, budget);
     files(directory, here);
     budget -= here;
-    // The first takes most, so that some branches become deep.
+    // The first directory gets two thirds of the rest, so that some branches become deep.
     unsigned share = budget * 2 / 3;
     while (budget > 0) {
         subdirectory(directory, name(false), share - 1, depth + 1);

@@ -1,12 +1,14 @@
-// Runs one command and says what it cost:
+// Runs one command and measures its cost:
 //
 //     measure [-p] RESULT COMMAND...
 //
-// writes to the file RESULT one line of five numbers: the exit status, elapsed and CPU time in
-// microseconds, the largest resident memory in KiB, and, with -p, the largest private memory
-// of it that was seen (0 without; pages of files do not count), which takes looking every
-// millisecond and so disturbs the times. It is small, because a process begins with the
-// memory of the one that it came from.
+// Writes one line of five numbers to the file RESULT: the exit status, the elapsed time and the CPU
+// time in microseconds, the peak of resident memory in KiB, and with -p the peak of private
+// memory in KiB (otherwise 0). Private memory does not count the pages of files. It is sampled
+// every millisecond, which disturbs the times.
+//
+// This program is small for a reason: the peak of resident memory of a child includes the memory
+// of its parent at the time of the fork.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -21,7 +23,7 @@
 
 namespace {
 
-constexpr long kInterval = 1'000'000;  // ns between two looks
+constexpr long kInterval = 1'000'000;  // ns between two samples
 
 long long microseconds() {
     timespec now{};
@@ -33,7 +35,7 @@ long long microseconds(const timeval& time) {
     return time.tv_sec * 1'000'000LL + time.tv_usec;
 }
 
-/// The private memory at this moment, in KiB; 0 once the process is gone.
+/// The private memory now, in KiB, from the file /proc/PID/status; 0 once the process is gone.
 long privateMemory(int status) {
     char text[4096];
     const ssize_t size = pread(status, text, sizeof text - 1, 0);

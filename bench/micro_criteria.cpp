@@ -1,7 +1,7 @@
-// Evaluating criteria over records, beside a bare loop over the same data.
+// Measures the evaluation of criteria over records, and a bare loop over the same data.
 //
-// "check" evaluates over fields that stay as they are: the evaluation alone. "record"
-// stores each record's values in the fields first, as a scan does.
+// "check" evaluates the fields of one record again and again: it measures the evaluation alone.
+// "record" stores the values of each record in the fields first, as a scan does.
 
 #include <string>
 #include <string_view>
@@ -26,7 +26,7 @@ bool isLargeHeader(const Record& record) {
     return isLarge(record) && isHeader(record);
 }
 
-/// A criteria with the fields of one file.
+/// A criteria and the fields that it reads.
 class Criteria {
 public:
     explicit Criteria(const wchar_t* text) : evaluator_(text) {

@@ -1,5 +1,5 @@
-// Matching names with wildcards: the plain functions and the compiled pattern, each
-// beside a bare loop that knows what the pattern means.
+// Measures the matching of names with wildcards: by the plain function, by the compiled pattern,
+// and by a bare loop written for that pattern alone.
 
 #include <cwctype>
 #include <string>
@@ -51,8 +51,8 @@ void compiledOver(benchmark::State& state, const wchar_t* pattern, bool caseSens
     overRecords(state, [&](const Record& record) { return compiled.matches(record.name); });
 }
 
-// The longest names against the patterns that make the matchers try the most: each start
-// fails only at the end of a long run. One iteration is one match.
+// The worst case: a name of 255 equal letters, and a pattern that fails at each position only after
+// a long run of equal letters. One iteration is one match.
 std::wstring worstPattern(wchar_t letter) {
     std::wstring pattern = L"*";
     pattern.append(63, letter).append(L"?").append(63, letter).append(L"b*");
@@ -80,7 +80,7 @@ const bool worstRegistered = [] {
     return true;
 }();
 
-// "bare", "wildvccmp" and "compiled" of one kind have to find the same number.
+// "bare", "wildvccmp" and "compiled" of one kind must find the same number.
 const bool registered = [] {
     struct Kind {
         const char* name;

@@ -16,8 +16,9 @@ struct Record {
     std::uint64_t size = 0;
 };
 
-/// 100,000 names like those of a source tree, one in seven ending in ".h", with
-/// sizes of which about half exceed 1000; always the same.
+/// 100,000 records, always the same. The names are like those of a source tree; one in seven ends
+/// in
+/// ".h". About half of the sizes exceed 1000.
 inline const std::vector<Record>& records() {
     static const std::vector<Record> all = [] {
         constexpr std::array stems{L"main", L"fs_query", L"Makefile", L"libstdc++", L"config_old"};
@@ -35,7 +36,7 @@ inline const std::vector<Record>& records() {
     return all;
 }
 
-/// Runs `matches` over all records once per iteration; "time/item" is what counts.
+/// Calls `matches` for all records in each iteration. The result to compare is "time/item".
 template <typename Matches>
 void overRecords(benchmark::State& state, Matches matches) {
     const auto& all = records();

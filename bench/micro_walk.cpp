@@ -1,6 +1,6 @@
-// Walking a directory tree by name: the walk of the engine, with and without the test of
-// the names, beside a bare loop over the same system calls. The tree is made once, in
-// the temporary directory, and removed at the end; it holds 200 directories of 50 files.
+// Measures a walk of a directory tree by the engine, and by a bare loop over the same system calls.
+// The tree has 200 directories of 50 files. It is made once in the temporary directory and removed
+// at the end.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -65,8 +65,8 @@ void report(benchmark::State& state, std::size_t found) {
         entries, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-/// Opens, reads and closes every directory and looks at the names; nothing else. A stat
-/// of each file where `examine` says so.
+/// Opens, reads and closes every directory and tests each name, or with `examine` each file's
+/// size, and does nothing else.
 class BareWalk {
 public:
     explicit BareWalk(bool examine) : examine_(examine) {}
@@ -152,8 +152,8 @@ void scan(benchmark::State& state, const wchar_t* criteria) {
     report(state, writer.count);
 }
 
-// All of one kind have to find the same number. "evaluated" asks for the same in a form
-// that no filter knows.
+// All of one kind must find the same number. "evaluated" is the same criteria in a form that the
+// filter on names does not support, so that every record is evaluated.
 const bool registered = [] {
     benchmark::RegisterBenchmark("walk/name/bare", bare, false);
     benchmark::RegisterBenchmark("walk/name/engine", scan, L"[FILENAME]==\"*.h\"");

@@ -1,10 +1,10 @@
-// Sorting a file of results, side by side with GNU sort of the same paths.
+// Compares the sorting of results with GNU sort of the same paths.
 //
 //     sort_bench [RECORDS [ROUNDS]]
-//     sort_bench --make DIRECTORY RECORDS      the files that compare gives to both, once
+//     sort_bench --make DIRECTORY RECORDS      makes the input files for bench/compare
 //
-// For each key: GNU sort, the sort of a record file, and the sort in memory that fscan
-// prefers. Prints the best times of the rounds, the ratios, and the peak of each
+// For each key it runs GNU sort, the sort of a record file, and the sort in memory that fscan uses
+// for most searches. It prints the best times of the rounds, the ratios, and the peak of each
 // process's private memory. The files lie in the temporary directory.
 
 #include <spawn.h>
@@ -41,7 +41,7 @@ struct Entry {
     unsigned size;
 };
 
-// Directories in the order of a walk, names in no order, as a search finds them.
+// Entries as a search finds them: directories in the order of a walk, names in no order.
 std::vector<Entry> generate(unsigned count) {
     static constexpr const char* stems[] = {"main", "test", "util", "index", "config", "README"};
     static constexpr const char* ends[] = {".c", ".h", ".py", ".txt", ".json", ""};
@@ -64,11 +64,12 @@ std::vector<Entry> generate(unsigned count) {
 
 struct Cost {
     double milliseconds = 0;
-    double cpuMilliseconds = 0;  // of user and system, which a busy machine does not distort
+    double cpuMilliseconds = 0;  // user and system time; little distorted by a busy machine
     long privateKiB = 0;
 };
 
-// Anonymous memory: mapped files do not count, they are the page cache's.
+// The anonymous memory of a process. The pages of mapped files belong to the page cache and do not
+// count.
 long anonymousKiB(pid_t process) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
     for (std::string line; std::getline(status, line);) {
@@ -83,7 +84,7 @@ double milliseconds(const timeval& t) {
 
 using Arguments = std::vector<std::string>;
 
-// Spawned, not forked: a copy of this process would count as the program's memory.
+// Uses posix_spawn: after a fork, the copy of this process would count as the program's memory.
 pid_t start(const Arguments& program) {
     std::vector<char*> arguments;
     for (const std::string& a : program) arguments.push_back(const_cast<char*>(a.c_str()));
@@ -170,7 +171,7 @@ int sortFile(unsigned key, const char* records) {
     return reader.sort(key, FS_SORT_ASCENDING, true) != 0 ? 0 : 1;
 }
 
-// What fscan does with its matches, reading and writing what GNU sort does.
+// Sorts matches as fscan does. Reads and writes the same paths as GNU sort.
 int sortInMemory(unsigned key, const char* matches, const char* out) {
     constexpr fscan::SortKey keys[] = {fscan::SortKey::path, fscan::SortKey::name,
                                        fscan::SortKey::pathname, fscan::SortKey::size};
@@ -200,7 +201,7 @@ int sortInMemory(unsigned key, const char* matches, const char* out) {
     return 0;
 }
 
-// The records, and what GNU sort gets of them.
+// Makes a record file, and the same entries as lines for GNU sort.
 int makeFiles(const fs::path& directory, unsigned count) {
     const std::vector<Entry> entries = generate(count);
     writeRecords(directory / "records", entries);

@@ -1,11 +1,10 @@
-// The table store on the schema of the cache's files table, beside bare loops that
-// touch the same bytes.
+// Measures the table store, with the schema of the cache's files table, and bare loops that touch
+// the same bytes.
 //
 //     store_bench [RECORDS [ROUNDS]]
 //
-// Prints, for both forms of a table, the best of the rounds in ns of processor time per record, and
-// what it is in multiples of the bare loop. The files lie in the temporary
-// directory.
+// For both forms of a table, prints the best CPU time of the rounds in ns per record, and its ratio
+// to the bare loop. The files lie in the temporary directory.
 
 #include <unistd.h>
 
@@ -31,7 +30,7 @@ namespace {
 using namespace fscanner;
 namespace fs = std::filesystem;
 
-/// Nanoseconds of user and system time, which a busy machine distorts less.
+/// User and system time in nanoseconds. A busy machine distorts it less than the elapsed time.
 double cpuTime() {
     timespec now{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
@@ -45,7 +44,7 @@ struct Entry {
     unsigned pathId;
 };
 
-/// Names like those of a source tree, 16 to a directory.
+/// Entries with names like those of a source tree, 16 in each directory.
 std::vector<Entry> generate(unsigned count) {
     static constexpr const wchar_t* stems[] = {L"main", L"fs_query", L"Makefile", L"libstdc++"};
     static constexpr const wchar_t* ends[] = {L".h", L".c", L".cpp", L".so.6", L".conf", L""};
@@ -60,7 +59,7 @@ std::vector<Entry> generate(unsigned count) {
     return entries;
 }
 
-/// A record as both scans see it: where its name is, and its size.
+/// The bare loop: calls `visit` with the name and the size of each stored record.
 template <typename Encoding, typename Visit>
 void forEachRecord(const std::string& bytes, std::size_t at, Visit visit) {
     const auto* start = reinterpret_cast<const std::byte*>(bytes.data());
@@ -174,7 +173,7 @@ private:
         return {std::istreambuf_iterator<char>(in), {}};
     }
 
-    /// What the inserts wrote, and how long it takes to append as many bytes.
+    /// Keeps the bytes that the inserts wrote, and measures how long it takes to append as many.
     void keepBytes() {
         data_ = readFile(file("files.dat"));
         LinuxMmFile copy(file("copy").c_str());
@@ -225,8 +224,8 @@ private:
         note(what, store, bare);
     }
 
-    /// Exact names through the index, a new criteria each time, as a query does it;
-    /// and by the chain alone.
+    /// Measures the look-up of exact names by the index. The store compiles a new criteria for
+    /// each name, as a query does; the bare loop follows the chain of the index alone.
     void lookUp() {
         constexpr std::size_t lookups = 20000;
         std::mt19937 random(2);
