@@ -1,21 +1,22 @@
 # shellcheck shell=bash disable=SC2034
-# What run, test and .ci/run share: install what is missing, configure a preset,
-# build it. Sourced. Everything said here goes to standard error, so that a program's
-# own output stays clean. Sets `root`, the checkout, and `build`, the one directory in
-# it that is written.
+# Functions that run, test, .ci/run and other scripts source: they install missing packages,
+# configure a preset, and build it. All messages go to standard error, so that the output of a
+# program stays clean. Sets `root`, the checkout, and `build`, the only directory in it that is
+# written to.
 
 root=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
 
-# Compiled objects are shared between checkouts through ccache, which fails without a
-# directory to write to: a user without a home keeps them here.
+# Checkouts share compiled objects through ccache. It fails without a writable directory, so for a
+# user without a home its directory lies in the build directory.
 export CCACHE_BASEDIR="$root"
 cache=${CCACHE_DIR:-${XDG_CACHE_HOME:-${HOME-}/.cache}/ccache}
 if [ -z "${HOME-}" ] || ! mkdir -p -- "$cache" 2>/dev/null || [ ! -w "$cache" ]; then
     export CCACHE_DIR=$build/ccache
 fi
 
-# Debian package and what shows that it is there: a command, or an absolute file pattern.
+# Each entry is a Debian package, and the probe that shows whether it is installed: a command, or an
+# absolute file pattern.
 build_packages=(
     g++:g++
     cmake:cmake
@@ -61,7 +62,8 @@ check_packages=(
     abigail-tools:abidiff
 )
 reference_packages=(doxygen:doxygen)
-# A server is nothing to be installed in passing: ./test leaves that test out without it.
+# Only .ci/run installs these: a server should not be installed by running ./test, which skips the
+# test of the fleet example without it.
 fleet_packages=(
     openssh-server:/usr/sbin/sshd
     openssh-client:ssh-keygen
@@ -75,7 +77,7 @@ die() {
     exit 1
 }
 
-# is_there PROBE: whether the command or the file is there.
+# is_there PROBE: whether the command, or a file of the pattern, exists.
 is_there() {
     case $1 in
         /*) compgen -G "$1" >/dev/null ;;
@@ -83,7 +85,7 @@ is_there() {
     esac
 }
 
-# run_logged LOG COMMAND...: hides the command's output unless it fails.
+# run_logged LOG COMMAND...: writes the command's output to LOG, and shows it if the command fails.
 run_logged() {
     local log=$1
     shift
@@ -92,7 +94,7 @@ run_logged() {
     return 1
 }
 
-# apt_install PACKAGE...: with the package lists at hand first, then with fresh ones.
+# apt_install PACKAGE...: tries with the package lists that exist, then with updated ones.
 apt_install() {
     local -a as_root=(env DEBIAN_FRONTEND=noninteractive)
     [ "$(id -u)" -eq 0 ] || as_root=(sudo "${as_root[@]}")
@@ -101,7 +103,7 @@ apt_install() {
     "${get[@]}" update && "${get[@]}" install --no-install-recommends "$@"
 }
 
-# install_missing PACKAGE:PROBE...
+# install_missing PACKAGE:PROBE...: installs the packages whose probe fails.
 install_missing() {
     local entry
     local -a missing=()
@@ -117,7 +119,8 @@ install_missing() {
     run_logged "$build/install.log" apt_install "${missing[@]}" || die "$by_hand"
 }
 
-# prepare build|test|bench|package|check...: makes the build directory and installs what that takes.
+# prepare GROUP...: makes the build directory and installs the packages of these groups. A group is
+# the beginning of the name of a list above, such as "build".
 prepare() {
     local group
     mkdir -p -- "$build" 2>/dev/null || true
@@ -129,7 +132,8 @@ prepare() {
     done
 }
 
-# configure PRESET: unless that preset's tree is there, of this place and these presets.
+# configure PRESET: configures the preset's build tree, unless it was configured in this checkout with
+# the same presets.
 configure() {
     local tree=$build/$1 key
     key="$root $(cksum <"$root/CMakePresets.json")"
@@ -142,8 +146,8 @@ configure() {
     printf '%s\n' "$key" >"$tree/.configured"
 }
 
-# build_preset PRESET [TARGET...]: configures where needed and builds with all cores.
-# One build at a time: a second caller waits for the first.
+# build_preset PRESET [TARGET...]: configures if needed, and builds with all cores. Only one build
+# runs at a time; a second caller waits for the first.
 build_preset() {
     local preset=$1 lock
     shift
