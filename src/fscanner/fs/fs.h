@@ -12,7 +12,8 @@
 ///     results->moveFirst();
 ///     for (FsFileInfo file; results->getNext(file);) ...
 ///
-/// No exception reaches the host. One query at a time in a process. See docs/embedding.md.
+/// No exception reaches the host. Several threads may run queries, each with a provider of its own.
+/// See docs/embedding.md.
 
 namespace fscanner {
 

@@ -18,7 +18,7 @@ class FsResultSetWriter;
 /// -44 if the criteria asks for file types and the `file` program cannot be run;
 /// the writer's negative result if it refused a record and the search succeeded otherwise.
 ///
-/// Records that were written stay written. Throws nothing. One query at a time in a process.
+/// Records that were written stay written. Throws nothing. Several threads may call it at once.
 FSCANNER_EXPORT int fsScanQuery(FsResultSetWriter& writer, const FsQuery& query,
                                 unsigned timeoutMilliseconds);
 

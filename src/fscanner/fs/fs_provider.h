@@ -28,7 +28,8 @@ inline constexpr char FS_OPTION_FRESH[] = "fresh";
 inline constexpr char FS_OPTION_WAIT[] = "wait";
 
 /// Answers queries. Plug-ins implement this class. A host gets an object from
-/// `fsLoadProvider`, owns it and deletes it. One query at a time in a process.
+/// `fsLoadProvider`, owns it and deletes it. One thread at a time for a provider; several threads
+/// may run queries, each with a provider of its own.
 ///
 /// The order of the operations is part of the binary interface: the library calls
 /// `executeQuery` as the sixth function of the virtual table. The destructor counts as two.
@@ -51,7 +52,8 @@ public:
     /// -42 if the same happened while a tree of the cache was rebuilt;
     /// -43 if a path of the query leads to no drive (the other paths were searched);
     /// -44 if file types were asked for and the `file` program cannot be run;
-    /// -52 if the wait for the cache took too long.
+    /// -52 if others kept the cache for too long, or if the query runs inside another query of
+    /// its thread and has to build a tree in the same cache.
     virtual int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned maximumAge,
                              unsigned timeout) = 0;
 };
