@@ -17,10 +17,10 @@ namespace fscanner {
 
 namespace {
 
-/// Room for the text of an entry and its terminator. Longer texts are cut.
+/// Room for the text of an entry and its terminator. A text beyond `longestPath` is not cut: it
+/// would lead to another place. The walk refuses it.
 std::size_t entryRoom(const PathInfo& info) {
-    const std::size_t needed = info.getPathName() ? std::wcslen(info.getPathName()) : 0;
-    return std::min<std::size_t>(needed, longestPath()) + 1;
+    return (info.getPathName() ? std::wcslen(info.getPathName()) : 0) + 1;
 }
 
 struct PathVariable {

@@ -112,6 +112,7 @@ private:
     void addPair(const PathDrive& pair);
     const Place* coveringPair(const wchar_t* directory) const;
     bool holds();
+    bool lacksInfo(unsigned attributes) const;
     bool hasTime() const;
     bool hasTimeAt(Directory directory);
     bool goesOn();
@@ -185,10 +186,21 @@ void Extraction::tellUnread() {
             observer->skipped(chain_.path().c_str(), unread.reason, unread.error);
 }
 
+// Whether the build could not examine the file at hand, and the criteria was tested on the size
+// and attributes 0 that its record has instead.
+bool Extraction::lacksInfo(unsigned attributes) const {
+    return attributes == 0 && store_.unread().contains(pathId_) &&
+           store_.filesRecords().getFieldAsInt64(FILES_SIZE) == 0 &&
+           (evaluator_.readsField(file_fields::kSize.name) ||
+            evaluator_.readsField(file_fields::kAttributes.name));
+}
+
 void Extraction::emit() {
     const RecordSet& files = store_.filesRecords();
+    const unsigned attributes = files.getFieldAsInt32(FILES_ATTR);
+    if (lacksInfo(attributes)) return noteUndecided();
     writer_->addRecord(prefix_.c_str(), files.getFieldAsString(FILES_FILENAME),
-                       files.getFieldAsInt64(FILES_SIZE), files.getFieldAsInt32(FILES_ATTR));
+                       files.getFieldAsInt64(FILES_SIZE), attributes);
 }
 
 // The record set delivers the matches: the directory of each is tested second.

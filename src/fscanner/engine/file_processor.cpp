@@ -64,6 +64,7 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, Criter
       shortName_(fields_.as<TextField>(file_fields::SHORT_NAME)),
       size_(fields_.as<Int64Field>(file_fields::SIZE)),
       attributes_(fields_.as<Int32Field>(file_fields::ATTRIBUTES)),
+      searches_(rules == CriteriaRules::search),
       caseSensitive_(caseSensitive),
       bytesAreCharacters_(asciiBytesAreCharacters()) {
     if (!criteria || !*criteria) return;
@@ -108,6 +109,8 @@ bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* short
     if (needsInfo_) {
         // Not examined again by its path: another file may have that path by now.
         const bool known = !file.hasError();
+        undecided_ = !known && searches_;
+        if (undecided_) return false;
         size_->value(known ? file.getSize() : 0);
         attributes_->value(known ? file.getAttr() : 0);
     }

@@ -56,6 +56,7 @@ public:
 
     /// Whether the criteria gives 1 for this record. With a null short name, that field keeps
     /// its value. Size and attributes are read from the record only if the criteria needs them.
+    /// If the record has none, a search cannot decide; by the plain rules they are 0.
     bool satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName);
     /// Whether the criteria certainly rejects a file of this name, or of this size, whatever
     /// its other fields are. Asked before a record is made. The name is in the bytes of the
@@ -83,6 +84,7 @@ private:
     fpTypeCommand typeCommand_;
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches
     RecordFilter filter_;
+    bool searches_;  // by `CriteriaRules::search`
     bool caseSensitive_;
     bool bytesAreCharacters_;  // ASCII bytes of names are never parts of other characters
     bool compiles_ = true;
