@@ -4,19 +4,23 @@
 #include <filesystem>
 #include <limits>
 #include <optional>
+#include <set>
 #include <string_view>
 #include <utility>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
+#include "fscanner/engine/cache_files.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/no_throw.h"
+#include "fscanner/platform/directory_lock.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/private_directory.h"
 #include "fscanner/platform/small_file.h"
+#include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
 
@@ -116,6 +120,37 @@ bool parseSize(std::string_view text, unsigned long long& size) {
     return true;
 }
 
+const wchar_t* const kDirectoriesTable = L"directories";
+const wchar_t* const kFilesTable = L"files";
+
+// The endings of the tables' names, ".C.UTF-8" and the like. Each cache has a counter or, when it
+// was interrupted, a mark.
+std::set<std::wstring> cacheKinds(const std::wstring& directory) {
+    const std::wstring start = std::wstring(kDirectoriesTable) + L".";
+    std::set<std::wstring> kinds;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(toMultibyte(directory), error)) {
+        std::wstring name = toWide(entry.path().filename().native());
+        for (const std::wstring_view suffix : {CacheCounterSuffix, CacheUpdateSuffix}) {
+            if (!name.starts_with(start) || !name.ends_with(suffix)) continue;
+            name.resize(name.size() - suffix.size());
+            if (name.size() > start.size() && !name.ends_with(TableReplacement::SUFFIX))
+                kinds.insert(name.substr(start.size() - 1));
+        }
+    }
+    return kinds;
+}
+
+FsCacheTableNames tableNames(const std::wstring& kind) {
+    return {kDirectoriesTable + kind, kFilesTable + kind};
+}
+
+bool isRegularFile(const std::wstring& path) {
+    std::error_code error;
+    return std::filesystem::is_regular_file(
+        std::filesystem::symlink_status(toMultibyte(path), error));
+}
+
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
@@ -182,7 +217,33 @@ FsCacheTableNames fsCacheTableNames(bool compressed) {
     const bool large = FsFileInfo::getLargeFileSupport();
     const std::wstring kind = L"." + toWide(localeWord()) + (large ? L"" : L".small") +
                               (compressed ? L".compressed" : L"");
-    return {L"directories" + kind, L"files" + kind};
+    return tableNames(kind);
+}
+
+std::vector<std::wstring> fsCacheFiles(const wchar_t* directory) {
+    return noThrow("::fsCacheFiles", [&] {
+        std::vector<std::wstring> files;
+        if (!directory) return files;
+        for (const std::wstring& kind : cacheKinds(directory))
+            for (const std::wstring& name : cacheFileNames(tableNames(kind)))
+                if (std::wstring path = joinPath(directory, name); isRegularFile(path))
+                    files.push_back(std::move(path));
+        return files;
+    });
+}
+
+std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory) {
+    return noThrow("::fsCachePlaceFiles", [&]() -> std::vector<std::wstring> {
+        if (!directory) return {};
+        return {tagOf(directory), joinPath(directory, toWide(directoryLockName))};
+    });
+}
+
+bool fsCacheIsMarked(const wchar_t* directory, const FsCacheTableNames& tables) {
+    return noThrow("::fsCacheIsMarked", [&] {
+        return directory && presenceOf(joinPath(directory, tables.directories + CacheUpdateSuffix)) !=
+                                Presence::absent;
+    });
 }
 
 }  // namespace fscanner

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "fscanner/export.h"
 
@@ -66,5 +67,20 @@ struct FSCANNER_EXPORT FsCacheTableNames {
 };
 /// The names for the current locale and large-file support. Throws `std::bad_alloc`.
 FSCANNER_EXPORT FsCacheTableNames fsCacheTableNames(bool compressed);
+
+/// The paths of the files of all caches in the directory, which are one for each
+/// `FsCacheTableNames` that was used. Files that a rebuild was to put in their places are among
+/// them; the tag, the lock's file, whatever is no regular file and what others put there are not.
+/// Empty where the directory cannot be read, and for null. A process that does not have the lock
+/// may find some of them gone.
+FSCANNER_EXPORT std::vector<std::wstring> fsCacheFiles(const wchar_t* directory);
+
+/// The paths of the tag and of the lock's file, in this order, whether they are there or not:
+/// what makes the directory one of caches, and may be removed when it has none.
+FSCANNER_EXPORT std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory);
+
+/// Whether the cache with these tables is being changed, or the last change did not come to its
+/// end: the next search repairs the cache. True also where that cannot be told, false for null.
+FSCANNER_EXPORT bool fsCacheIsMarked(const wchar_t* directory, const FsCacheTableNames& tables);
 
 }  // namespace fscanner

@@ -4,9 +4,12 @@
 #include <array>
 
 #include "fscanner/common/debug.h"
+#include "fscanner/engine/cache_tables.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/store/bytes.h"
+#include "fscanner/store/sums_file.h"
+#include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
 
@@ -15,6 +18,20 @@ const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
 const wchar_t* CacheSumsSuffix = L".sums";
 const wchar_t* CacheUndoSuffix = L".undo";
+
+std::vector<std::wstring> cacheFileNames(const FsCacheTableNames& tables) {
+    std::vector<std::wstring> names = TableKind::directories().fileNames(tables.directories);
+    for (std::wstring& name : TableKind::files().fileNames(tables.files))
+        names.push_back(std::move(name));
+    for (const std::wstring version : {L"", TableReplacement::SUFFIX}) {
+        const std::wstring table = tables.directories + version;
+        for (const wchar_t* suffix : {CacheUpdateSuffix, CacheCounterSuffix, CacheUnreadSuffix,
+                                      CacheSumsSuffix, CacheUndoSuffix})
+            names.push_back(table + suffix);
+        names.push_back(SumsFile(table + CacheSumsSuffix).renaming().first);
+    }
+    return names;
+}
 
 std::wstring accessMutexName(const std::wstring& directory) {
     std::wstring name = directory + L"_c_mutex";

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+#include "fscanner/engine/cache_directory.h"
 
 namespace fscanner {
 
@@ -14,6 +17,10 @@ extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
 extern const wchar_t* CacheSumsSuffix;
 extern const wchar_t* CacheUndoSuffix;
+
+/// The names of the files that a cache with these tables can have, and of those that a rebuild
+/// is to put in their places.
+std::vector<std::wstring> cacheFileNames(const FsCacheTableNames& tables);
 
 /// The name of the access mutex of a cache directory: its path with "_" for "/" and ":".
 std::wstring accessMutexName(const std::wstring& directory);

@@ -5,6 +5,7 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/wildcard.h"
+#include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
 
@@ -51,8 +52,22 @@ bool TableKind::addTo(FS_Table& table) const {
     });
 }
 
+namespace {
+
+std::wstring indexName(const std::wstring& table, const wchar_t* field) {
+    return table + L"_" + field;
+}
+
+}  // namespace
+
 void TableKind::addIndexes(FS_Table& table, const std::wstring& name) const {
-    for (const wchar_t* field : indexed) table.addHashIndex((name + L"_" + field).c_str(), field);
+    for (const wchar_t* field : indexed) table.addHashIndex(indexName(name, field).c_str(), field);
+}
+
+std::vector<std::wstring> TableKind::fileNames(const std::wstring& name) const {
+    std::vector<std::wstring> indexes;
+    for (const wchar_t* field : indexed) indexes.push_back(indexName(name, field));
+    return TableReplacement::fileNames(name, indexes);
 }
 
 // A table of another schema, which a stranger or a damaged header left, is no table

@@ -46,6 +46,8 @@ struct TableKind {
     /// name, for the log. Null when that fails.
     std::unique_ptr<FS_Table> create(const std::wstring& name, const TablePlace& place,
                                      const char* step) const;
+    /// The names of the files that the table `name` can have.
+    std::vector<std::wstring> fileNames(const std::wstring& name) const;
     /// Null when it cannot be opened or is of another kind.
     std::unique_ptr<FS_Table> open(const std::wstring& name, const TablePlace& place) const;
 

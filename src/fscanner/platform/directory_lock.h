@@ -10,6 +10,9 @@ namespace fscanner {
 /// How a wait for a lock ended.
 enum class [[nodiscard]] LockStatus{locked, timedOut, failed};
 
+/// The name of the lock file in the directory.
+inline constexpr const char* directoryLockName = "fscanner.lock";
+
 /// A lock on a directory that processes share, whatever path or mount leads to it. It is an
 /// `flock` on the file "fscanner.lock" in the directory. The file's permissions let only its owner
 /// and root open it, so that no other user can block us by locking it.

@@ -13,6 +13,17 @@ constexpr const wchar_t* INDEX_SUFFIX = L".idx";
 
 }  // namespace
 
+std::vector<std::wstring> TableReplacement::fileNames(const std::wstring& table,
+                                                      const std::vector<std::wstring>& indexes) {
+    std::vector<std::wstring> names = {table + FS_Table::INDEX_LIST_SUFFIX};
+    for (const std::wstring version : {L"", SUFFIX}) {
+        for (const wchar_t* suffix : {FS_Table::DATA_SUFFIX, FS_Table::OFFSET_SUFFIX})
+            names.push_back(table + version + suffix);
+        for (const std::wstring& index : indexes) names.push_back(index + version + INDEX_SUFFIX);
+    }
+    return names;
+}
+
 TableReplacement::TableReplacement(FS_Table& table)
     : table_(table),
       fresh_((table.name_ + SUFFIX).c_str(), table.directory_.c_str(), table.compressed_) {

@@ -11,6 +11,11 @@ public:
     /// Appended to the names of the table and its indexes.
     static constexpr const wchar_t* SUFFIX = L"_cpt";
 
+    /// The names of the files that a table with indexes of these names can have, and of those
+    /// that are to take their places.
+    static std::vector<std::wstring> fileNames(const std::wstring& table,
+                                               const std::vector<std::wstring>& indexes);
+
     /// `table` is open and must outlive this object.
     explicit TableReplacement(FS_Table& table);
 
