@@ -1,10 +1,6 @@
 #include "fscan/output/backlog.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 
 namespace fscan {
 
@@ -16,9 +12,12 @@ constexpr std::size_t pieceSize = 1 << 20;
 }  // namespace
 
 bool Backlog::add(std::string_view text) {
-    const bool inMemory = kept_ == given_ && front_.size() - taken_ + text.size() <= memoryBound;
-    if (!inMemory) return write(text);
-    // All of it at once: pages that stay unused cost nothing, and nothing is copied to grow.
+    const bool inMemory = !hasMoreInFile() && front_.size() - taken_ + text.size() <= memoryBound;
+    if (!inMemory) {
+        if (!file_) file_.emplace();
+        return file_->append(text);
+    }
+    // Reserved at once, so that nothing is copied to grow. Pages that are not used cost nothing.
     front_.reserve(2 * memoryBound);
     if (taken_ > memoryBound) {
         front_.erase(0, taken_);
@@ -28,34 +27,11 @@ bool Backlog::add(std::string_view text) {
     return true;
 }
 
-// Bytes that a full disk did not take are written over by the next ones.
-bool Backlog::write(std::string_view text) {
-    if (!file_) {
-        file_.reset(std::tmpfile());
-        if (!file_ || fcntl(fileno(file_.get()), F_SETFD, FD_CLOEXEC) != 0) return false;
-    }
-    off_t at = kept_;
-    while (!text.empty()) {
-        const ssize_t written = pwrite(fileno(file_.get()), text.data(), text.size(), at);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        at += written;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    kept_ = at;
-    return true;
-}
-
 std::string_view Backlog::front() {
-    if (taken_ == front_.size() && kept_ > given_) {
-        front_.resize(std::min(pieceSize, static_cast<std::size_t>(kept_ - given_)));
+    if (taken_ == front_.size() && hasMoreInFile()) {
+        front_.resize(std::min(pieceSize, static_cast<std::size_t>(file_->size() - given_)));
         taken_ = 0;
-        ssize_t got = 0;
-        do {
-            got = pread(fileno(file_.get()), front_.data(), front_.size(), given_);
-        } while (got < 0 && errno == EINTR);
-        if (got == 0) errno = EIO;  // somebody cut the file
-        front_.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+        if (!file_->read(given_, front_)) front_.clear();
         given_ += static_cast<off_t>(front_.size());
     }
     return std::string_view(front_).substr(taken_);
@@ -63,11 +39,11 @@ std::string_view Backlog::front() {
 
 void Backlog::drop(std::size_t size) {
     taken_ += size;
-    if (taken_ < front_.size() || kept_ > given_) return;
-    // All is taken: what comes next begins in memory again.
+    if (taken_ < front_.size() || hasMoreInFile()) return;
+    // The queue is empty: the next text is kept in memory again.
     front_.clear();
     taken_ = 0;
-    given_ = kept_ = 0;
+    given_ = 0;
     file_.reset();
 }
 

@@ -1,17 +1,18 @@
 #pragma once
 
-#include <cstdio>
-#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "fscan/process/scratch_file.h"
+
 namespace fscan {
 
-/// Text that nobody takes yet, in its order: in memory up to a bound, and beyond it in a
-/// temporary file without a name.
+/// A queue of text that the reader has not taken yet: in memory up to a bound, beyond it in
+/// a temporary file.
 class Backlog {
 public:
-    bool empty() const { return front_.size() == taken_ && kept_ == given_; }
+    bool empty() const { return front_.size() == taken_ && !hasMoreInFile(); }
     /// Appends all of it. False where the file cannot be made or written: nothing was appended.
     [[nodiscard]] bool add(std::string_view text);
     /// The first part; empty where there is none, or, with errno, where the file cannot be
@@ -21,17 +22,12 @@ public:
     void drop(std::size_t size);
 
 private:
-    struct Close {
-        void operator()(std::FILE* file) const { std::fclose(file); }
-    };
-    bool write(std::string_view text);
+    bool hasMoreInFile() const { return file_ && given_ < file_->size(); }
 
     std::string front_;
-    std::size_t taken_ = 0;  // bytes of it that were dropped
-    // Behind that comes what is in the file.
-    std::unique_ptr<std::FILE, Close> file_;
-    off_t given_ = 0;  // bytes that went to the front
-    off_t kept_ = 0;   // bytes in the file
+    std::size_t taken_ = 0;            // bytes of it that were dropped
+    std::optional<ScratchFile> file_;  // the text that follows `front_`
+    off_t given_ = 0;                  // bytes of the file that were moved to `front_`
 };
 
 }  // namespace fscan

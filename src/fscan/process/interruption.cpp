@@ -198,17 +198,10 @@ TimeLimit::~TimeLimit() {
     timeLimit = never;
 }
 
-void removeFilesOnSignals() {
-    startWatch();
-    fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
-        if (!isIgnored(signal)) handle(signal, endBy);
-}
-
 // Without SA_RESTART: a write that waits for a slow reader has to end, too.
 Interruption::Interruption() {
     startWatch();
-    fscanner::FsResourceManager::getInstance();
+    fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
     handle(SIGALRM, losePatience);
     for (const int signal : ending)
         if (!isIgnored(signal)) handle(signal, note);

@@ -4,10 +4,6 @@
 
 namespace fscan {
 
-/// From now on SIGINT, SIGTERM, SIGHUP, SIGQUIT and SIGPIPE remove the library's
-/// temporary files before they end the process. Signals that were ignored stay so.
-void removeFilesOnSignals();
-
 /// While it lives, SIGINT, SIGTERM, SIGHUP and SIGPIPE do not end the process but are
 /// noted, so that a cache in use is closed properly: one that is not has to be made
 /// anew. A second signal ends the process at once, and so does the first a few seconds

@@ -29,9 +29,9 @@ namespace {
 /// searches itself must not find the cache in use.
 std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
     if ((!options.sortKey && !options.runsCommands()) || options.countOnly) return nullptr;
-    removeFilesOnSignals();
     const SortOrder order{options.sortKey.value_or(SortKey::pathname), options.reverse};
-    return std::make_unique<SortedMatches>(order, options.spill ? 0 : SortedMatches::memoryBound);
+    return std::make_unique<SortedMatches>(order,
+                                           options.spill ? SortPlace::file : SortPlace::memory);
 }
 
 std::unique_ptr<fscanner::FsRecordFilter> makeFilter(const Search& search) {

@@ -1,67 +1,59 @@
 #pragma once
 
 #include <cstdint>
+#include <memory_resource>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fscan/match/match.h"
-#include "fscan/sort/prefix_sort.h"
 #include "fscan/sort/sort_order.h"
-#include "fscan/sort/text_pool.h"
+#include "fscan/sort/text_sort.h"
 
 namespace fscan {
 
-/// Keeps matches in memory and sorts them: the directory of matches that come after
-/// one another is kept once, and directories are sorted before the names in them.
+/// Keeps matches in memory and sorts them.
+///
+/// Consecutive matches share the text of their directory. To sort by path name, the
+/// directories are sorted first, then the names in each of them, and at last the
+/// directories are nested, as "a/b/c" lies between "a/a" and "a/c": most comparisons
+/// are then of short texts that lie close together.
 class MemorySorter {
 public:
-    explicit MemorySorter(SortOrder order) : order_(order) {}
+    explicit MemorySorter(SortOrder order);
 
-    /// False when there is no room: at about 4 GiB.
-    bool add(const Match& match);
+    void add(const Match& match);
     void sort();
-    std::size_t size() const { return size_; }
-    /// The match at a place of the order, once it is sorted. Its path lasts until the
+    std::size_t size() const { return matches_.size(); }
+    /// The match at a place of the order, once it is sorted. Its path is valid until the
     /// next call.
     Match at(std::size_t place) const;
-    /// The bytes in use, with those that sorting takes.
+    /// The memory in use, in bytes, and what `sort` will need.
     std::size_t bytes() const;
-    /// Forgets all and keeps some memory.
+    /// Forgets all matches.
     void clear();
 
 private:
     struct Directory {
-        TextPool::Place text;    // up to the name
-        std::size_t matches;     // that came after one another
-        std::uint32_t rank = 0;  // its place among the directories
+        std::string_view text;  // up to the name
+        std::size_t first;      // of the matches that were added in a row
     };
 
-    void makeIndex();
-    void rankDirectories();
-    template <class Act>
-    void forEachDirectory(SortRange range, Act act) const {
-        forEachRun(
-            range,
-            [this](const SortEntry& a, const SortEntry& b) { return rankOf(a) == rankOf(b); }, act);
-    }
-    void sortNames(SortRange range) const;
-    void sortByPath(SortRange range) const;
-    std::vector<SortEntry> nestDirectories(SortRange range) const;
+    std::string_view keep(std::string_view text, const FileFacts& facts);
+    void groupByDirectory();
+    void nestDirectories();
     bool comesBefore(const SortEntry& a, const SortEntry& b) const;
-    std::string_view nameOf(const SortEntry& entry) const { return names_.text(entry.text); }
     std::string_view directoryOf(const SortEntry& entry) const {
-        return directoryTexts_.text(directories_[entry.directory].text);
-    }
-    std::uint32_t rankOf(const SortEntry& entry) const {
-        return directories_[entry.directory].rank;
+        return directories_[entry.directory].text;
     }
 
     SortOrder order_;
-    TextPool names_;
-    TextPool directoryTexts_;
+    std::pmr::monotonic_buffer_resource texts_{std::size_t{1} << 16};
+    std::size_t textBytes_ = 0;
     std::vector<Directory> directories_;
-    std::vector<SortEntry> index_;
-    std::size_t size_ = 0;
+    std::vector<SortEntry> matches_;
+    std::vector<SortEntry> other_;  // the next order of the matches, before it is swapped in
+    TextSorter sorter_;
     mutable std::string path_;  // of the match given last
 };
 

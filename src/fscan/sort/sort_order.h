@@ -10,11 +10,11 @@ namespace fscan {
 
 enum class SortKey { path, name, pathname, size };
 
-/// A total order of matches: by a key, then by the path name; texts by their bytes.
-/// Reversed as a whole.
+/// A total order of matches: by the key, then by the path name. Texts are compared by their
+/// bytes.
 struct SortOrder {
     SortKey key = SortKey::pathname;
-    bool reversed = false;
+    bool reversed = false;  ///< as a whole
 };
 
 inline int compareBytes(std::string_view a, std::string_view b) {

@@ -1,142 +1,135 @@
 #include "fscan/sort/sorted_matches.h"
 
 #include <algorithm>
-#include <optional>
-#include <string>
+#include <cstring>
+#include <memory>
+#include <utility>
 
 namespace fscan {
 
 namespace {
 
-// A file is sorted by its key alone. This puts the matches of each key into the
-// order of their path names, and sees whether the keys are in order.
-class TieSorter {
-public:
-    TieSorter(SortOrder order, std::size_t bound, MatchSink& to)
-        : order_(order),
-          ties_({SortKey::pathname, order.reversed}, std::max(bound, smallestBound)),
-          to_(to) {}
+/// The memory for matches, in bytes. Where all go to the file, it is small, but large enough
+/// that even many millions of matches make no more runs than can be merged at once.
+constexpr std::size_t memoryBound = std::size_t{256} << 20;
+constexpr std::size_t memoryBoundWithFile = std::size_t{1} << 20;
+/// How much of a run is read, and written, at a time.
+constexpr std::size_t readSize = std::size_t{16} << 10;
+constexpr std::size_t writeSize = std::size_t{1} << 20;
 
-    // False when nothing more is wanted, or when something went wrong.
-    bool take(const Match& match) {
-        const int order = first_ ? compareKeys(order_.key, key(), match) : 0;
-        if (first_ && order != 0) {
-            if ((order > 0) != order_.reversed) failed_ = true;
-            if (failed_ || !flush()) return false;
-        }
-        if (!first_) {
-            first_ = match;
-            text_ = match.path;
-        }
-        return ties_.take(match) || fail();
-    }
-    bool flush() {
-        first_.reset();
-        struct Passing : MatchSink {
-            explicit Passing(MatchSink& sink) : to(sink) {}
-            bool take(const Match& match) override { return wanted = to.take(match); }
-            MatchSink& to;
-            bool wanted = true;
-        } passing{to_};
-        return (ties_.deliver(passing) || fail()) && passing.wanted;
+/// In the file, a match is this and its path.
+struct Header {
+    std::size_t length;
+    std::size_t nameAt;
+    FileFacts facts;
+};
+
+/// Reads the matches of one run, of which `match` is the current one.
+class RunReader {
+public:
+    RunReader(const ScratchFile& file, off_t begin, off_t end)
+        : file_(file), next_(begin), end_(end) {}
+
+    /// Goes on to the next match. False at the end of the run, and where it cannot be read.
+    bool advance() {
+        if (next_ == end_ && at_ == bytes_.size()) return false;
+        Header header;
+        const char* const begin = take(sizeof header);
+        if (begin == nullptr) return false;
+        std::memcpy(&header, begin, sizeof header);
+        const char* const path = take(header.length);
+        match = {{path, header.length}, header.nameAt, header.facts};
+        return path != nullptr;
     }
     bool failed() const { return failed_; }
 
+    Match match;  ///< its path is valid until the next call of `advance`
+
 private:
-    // Even where everything is to go to files, few ties are not worth one.
-    static constexpr std::size_t smallestBound = std::size_t{1} << 24;
-
-    Match key() const {
-        Match key = *first_;
-        key.path = text_;
-        return key;
+    /// The next bytes; null where they cannot be read.
+    const char* take(std::size_t size) {
+        if (bytes_.size() - at_ < size && !load(size)) return nullptr;
+        at_ += size;
+        return bytes_.data() + at_ - size;
     }
-    bool fail() {
-        failed_ = true;
-        return false;
+    bool load(std::size_t size) {
+        bytes_.erase(0, at_);
+        at_ = 0;
+        const std::size_t kept = bytes_.size();
+        const std::size_t more =
+            std::min(std::max(size - kept, readSize), static_cast<std::size_t>(end_ - next_));
+        bytes_.resize(kept + more);
+        failed_ = bytes_.size() < size || !file_.read(next_, std::span(bytes_).subspan(kept));
+        next_ += static_cast<off_t>(more);
+        return !failed_;
     }
 
-    SortOrder order_;
-    SortedMatches ties_;
-    MatchSink& to_;
-    std::optional<Match> first_;  // of the matches with one key
-    std::string text_;
+    const ScratchFile& file_;
+    off_t next_;  // of the bytes that are not loaded
+    off_t end_;
+    std::string bytes_;
+    std::size_t at_ = 0;  // of the bytes that are not taken
     bool failed_ = false;
-};
-
-// Merges what comes, in order, with what is sorted in memory.
-class Merger : public MatchSink {
-public:
-    Merger(SortOrder order, const MemorySorter& memory, MatchSink& to)
-        : order_(order), memory_(memory), to_(to) {}
-
-    bool take(const Match& match) override {
-        while (place_ < memory_.size() && comesBefore(order_, memory_.at(place_), match)) {
-            if (!to_.take(memory_.at(place_++))) return false;
-        }
-        return to_.take(match);
-    }
-    void finish() {
-        while (place_ < memory_.size() && to_.take(memory_.at(place_))) ++place_;
-    }
-
-private:
-    SortOrder order_;
-    const MemorySorter& memory_;
-    MatchSink& to_;
-    std::size_t place_ = 0;
 };
 
 }  // namespace
 
-SortedMatches::SortedMatches(SortOrder order, std::size_t bound)
-    : order_(order), bound_(bound), memory_(order) {}
+SortedMatches::SortedMatches(SortOrder order, SortPlace place)
+    : order_(order), place_(place), memory_(order) {}
 
 bool SortedMatches::take(const Match& match) {
-    if (!file_ && memory_.bytes() + match.path.size() > bound_ && !spill()) return false;
-    if (file_ && SpillFile::holds(match)) {
-        failed_ = failed_ || !file_->add(match);
-    } else {
-        failed_ = failed_ || !memory_.add(match);
-    }
+    const std::size_t bound = place_ == SortPlace::file ? memoryBoundWithFile : memoryBound;
+    if (memory_.bytes() + match.path.size() > bound && !writeRun()) return false;
+    memory_.add(match);
     return !failed_;
 }
 
-// Moves what memory holds to a file: in order, which leaves the less to sort there.
-bool SortedMatches::spill() {
-    file_ = std::make_unique<SpillFile>();
-    MemorySorter kept(order_);
+/// Moves the matches in memory to the file.
+bool SortedMatches::writeRun() {
     memory_.sort();
+    std::string bytes;
     for (std::size_t i = 0; i < memory_.size() && !failed_; ++i) {
         const Match match = memory_.at(i);
-        failed_ = SpillFile::holds(match) ? !file_->add(match) : !kept.add(match);
+        const Header header{match.path.size(), match.nameAt, match.facts};
+        bytes.append(reinterpret_cast<const char*>(&header), sizeof header).append(match.path);
+        if (bytes.size() < writeSize && i + 1 < memory_.size()) continue;
+        failed_ = !file_.append(bytes);
+        bytes.clear();
     }
-    memory_ = std::move(kept);
+    if (memory_.size() > 0) runEnds_.push_back(file_.size());
+    memory_.clear();
     return !failed_;
 }
 
 bool SortedMatches::deliver(MatchSink& to) {
+    if (place_ == SortPlace::file || !runEnds_.empty()) return writeRun() && mergeRuns(to);
     memory_.sort();
-    if (file_) {
-        if (!failed_ && !deliverSpilled(to)) failed_ = true;
-    } else {
-        for (std::size_t i = 0; i < memory_.size() && to.take(memory_.at(i)); ++i) {
-        }
+    for (std::size_t i = 0; i < memory_.size() && to.take(memory_.at(i)); ++i) {
     }
     memory_.clear();
-    file_.reset();
     return !failed_;
 }
 
-bool SortedMatches::deliverSpilled(MatchSink& to) {
-    Merger merger(order_, memory_, to);
-    TieSorter ties(order_, bound_, merger);
-    file_->sort(order_);
-    bool wanted = true;
-    for (Match match; wanted && file_->next(match);) wanted = ties.take(match);
-    if (wanted && !ties.failed()) wanted = ties.flush();
-    if (wanted) merger.finish();
-    return !ties.failed() && (!wanted || file_->complete());
+bool SortedMatches::mergeRuns(MatchSink& to) {
+    std::vector<std::unique_ptr<RunReader>> heap;  // of runs with a current match, the first on top
+    const auto later = [this](const auto& a, const auto& b) {
+        return comesBefore(order_, b->match, a->match);
+    };
+    const auto advance = [&] {
+        if (heap.back()->advance()) return std::push_heap(heap.begin(), heap.end(), later);
+        failed_ = failed_ || heap.back()->failed();
+        heap.pop_back();
+    };
+    off_t begin = 0;
+    for (const off_t end : runEnds_) {
+        heap.push_back(std::make_unique<RunReader>(file_, std::exchange(begin, end), end));
+        advance();
+    }
+    while (!heap.empty() && !failed_ && to.take(heap.front()->match)) {
+        std::pop_heap(heap.begin(), heap.end(), later);
+        advance();
+    }
+    return !failed_;
 }
 
 }  // namespace fscan

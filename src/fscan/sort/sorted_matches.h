@@ -1,38 +1,42 @@
 #pragma once
 
-#include <memory>
+#include <string>
+#include <vector>
 
 #include "fscan/match/match.h"
+#include "fscan/process/scratch_file.h"
 #include "fscan/sort/memory_sorter.h"
 #include "fscan/sort/sort_order.h"
-#include "fscan/sort/spill_file.h"
 
 namespace fscan {
 
-/// Collects matches and hands them on in order: from memory as long as they fit,
-/// else from a temporary file. The order is total, and so the same either way.
+/// Where matches are sorted: in a file only what memory should not hold, or all of them.
+enum class SortPlace { memory, file };
+
+/// Collects matches and passes them on in order.
+///
+/// They are sorted in memory. When they are more than memory should hold, those collected
+/// so far go to a temporary file as a sorted run; at the end the runs are merged. The order
+/// is total, and so the same either way.
 class SortedMatches : public MatchSink {
 public:
-    static constexpr std::size_t memoryBound = std::size_t{256} << 20;
-
-    /// `bound` is the memory, in bytes; with 0 everything goes to the file.
-    explicit SortedMatches(SortOrder order, std::size_t bound = memoryBound);
+    SortedMatches(SortOrder order, SortPlace place);
 
     /// False when the temporary file cannot be written.
     bool take(const Match& match) override;
-    /// Hands all matches to `to` until it wants no more, and forgets them. False
-    /// when the temporary file was not written or sorted completely.
+    /// Passes all matches to `to` until it wants no more, and forgets them. False
+    /// when the temporary file could not be written or read.
     [[nodiscard]] bool deliver(MatchSink& to);
-    bool failed() const { return failed_; }
 
 private:
-    bool spill();
-    bool deliverSpilled(MatchSink& to);
+    bool writeRun();
+    bool mergeRuns(MatchSink& to);
 
     SortOrder order_;
-    std::size_t bound_;
-    MemorySorter memory_;  // with a file: what does not fit into its records
-    std::unique_ptr<SpillFile> file_;
+    SortPlace place_;
+    MemorySorter memory_;
+    ScratchFile file_;
+    std::vector<off_t> runEnds_;  // in the file, where they follow each other
     bool failed_ = false;
 };
 
