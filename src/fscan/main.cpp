@@ -1,7 +1,7 @@
-/// fscan, the command-line host: options in, one query per searched directory, matches out
-/// as they are found. options/ reads the command line, query/ makes queries of it, search/
-/// has them answered, sort/ puts the matches in order and records/ prints them. cache/ has
-/// the commands that look at the cache itself.
+/// fscan, the command-line host. It runs one query for each directory to search and prints
+/// matches as they are found. options/ reads the command line, query/ makes queries of it,
+/// search/ runs them, sort/ sorts the matches and records/ prints them. cache/ has the
+/// commands for the cache itself.
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -29,7 +29,7 @@ namespace fscan {
 
 namespace {
 
-int cacheTask(const Options& options, Output& out) {
+ExitStatus cacheTask(const Options& options, Output& out) {
     switch (options.cacheTask) {
         case CacheTask::check:
             return checkCache(options, out);
@@ -44,20 +44,21 @@ int cacheTask(const Options& options, Output& out) {
     }
 }
 
-/// A signal that cut a compaction short would cost the cache.
-int runCacheTask(const Options& options, Output& out) {
+/// Signals wait until the task is done: an interrupted compaction would damage the cache.
+ExitStatus runCacheTask(const Options& options, Output& out) {
     const Interruption interruption;
-    const int status = cacheTask(options, out);
+    const ExitStatus status = cacheTask(options, out);
     interruption.endIfPending(out.error() == EPIPE);
     return status;
 }
 
-int run(int argc, char** argv, Output& out) {
+ExitStatus run(int argc, char** argv, Output& out) {
     Options options;
-    if (const std::optional<int> status = parseOptions(argc, argv, options, out)) return *status;
+    if (const std::optional<ExitStatus> status = parseOptions(argc, argv, options, out))
+        return *status;
     if (options.debugLog && !fscanner::startDebug(options.debugLog->c_str())) {
         complain(fmt::format("{}: the debug log cannot be written", *options.debugLog));
-        return STATUS_USAGE;
+        return ExitStatus::usage;
     }
     if (options.check) return checkCriteria(*options.check, !options.ignoreCase, out);
     if (options.listDrives) return listDrives(options, out);
@@ -65,20 +66,20 @@ int run(int argc, char** argv, Output& out) {
     return runSearch(options, out);
 }
 
-/// Nobody reading on is no failure; a full disk is.
-int finish(int status, Output& out) {
+/// A reader that stops reading is no failure; a full disk is one.
+ExitStatus finish(ExitStatus status, Output& out) {
     out.flush();
     if (out.error() == 0 || out.error() == EPIPE) return status;
     complain("standard output", out.error());
-    return STATUS_FAILURE;
+    return ExitStatus::failure;
 }
 
-/// An exception must not pass through the library, which calls back into us; and
-/// without memory there is no answer to save.
+/// Ends the process: an exception must not pass through the library, which calls us back,
+/// and without memory the search cannot go on.
 [[noreturn]] void endWithoutMemory() {
     constexpr std::string_view text = "fscan: out of memory\n";
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-    _exit(STATUS_FAILURE);
+    _exit(exitCode(ExitStatus::failure));
 }
 
 }  // namespace
@@ -92,8 +93,8 @@ int main(int argc, char** argv) try {
     fscanner::FsFileInfo::setLargeFileSupport(true);
     fscanner::FsFileInfo::setLongPathSupport(true);
     fscan::Output out(STDOUT_FILENO);
-    return fscan::finish(fscan::run(argc, argv, out), out);
+    return exitCode(fscan::finish(fscan::run(argc, argv, out), out));
 } catch (const std::exception& error) {
     fscan::complain(error.what());
-    return fscan::STATUS_FAILURE;
+    return exitCode(fscan::ExitStatus::failure);
 }

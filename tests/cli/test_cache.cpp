@@ -124,6 +124,13 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
     const std::filesystem::path directory = cacheDirectory();
     for (const char* name : {"mine", "files.dat", "files.mine.dat"})
         fscanner::writeWholeFile(directory / name, "");
+    // Files of a rebuild that was killed.
+    std::vector<std::string> tables;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+        if (entry.path().extension() == ".counter") tables.push_back(entry.path().stem());
+    for (const std::string& table : tables)
+        for (const char* end : {"_cpt.dat", "_cpt.pxx", "_ID_cpt.idx", "_cpt.counter", ".sums_new"})
+            fscanner::writeWholeFile(directory / (table + end), "");
     add("d/later");
     EXPECT_EQ(run({"--cache-clear"}).status, 0);
     std::vector<std::string> left;

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
-#include <cerrno>
 #include <filesystem>
 #include <utility>
 
@@ -29,7 +28,7 @@ std::string unusable(const std::wstring& directory, const std::wstring& problem)
                        toBytes(problem));
 }
 
-/// What the disk has to do with a failure, as the end of a sentence.
+/// The state of the disk that may explain a failure, as the end of a sentence.
 std::string diskText(const std::string& directory) {
     struct statvfs disk {};
     if (statvfs(directory.c_str(), &disk) != 0) return {};
@@ -70,11 +69,12 @@ std::string CachePlace::problem() const {
     return unusable(directory, problem);
 }
 
+std::vector<std::wstring> CachePlace::files() const {
+    return fscanner::fsCacheFiles(directory.c_str());
+}
+
 bool CachePlace::isMarked() const {
-    struct stat info {};
-    const std::wstring mark = directory + L"/" + tables().directories + L".cuflag";
-    // One that cannot be looked for may be there.
-    return lstat(toBytes(mark).c_str(), &info) == 0 || errno != ENOENT;
+    return fscanner::fsCacheIsMarked(directory.c_str(), tables());
 }
 
 std::unique_ptr<fscanner::FS_Cache> CachePlace::cache() const {
@@ -83,9 +83,9 @@ std::unique_ptr<fscanner::FS_Cache> CachePlace::cache() const {
                                                 directory.c_str(), monitored, compressed, true);
 }
 
-std::string CachePlace::failure(int status) const {
+std::string CachePlace::failure(int code) const {
     const std::string where = toBytes(directory);
-    switch (status) {
+    switch (code) {
         case fscanner::FS_CACHE_SUCCESS:
             return {};
         case fscanner::FS_CACHE_LOCK_TIMED_OUT:

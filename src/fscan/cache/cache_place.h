@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_directory.h"
@@ -10,9 +11,9 @@ namespace fscan {
 
 struct Options;
 
-/// Where the cache lies, by the command line, the configuration or the user's home.
+/// Where the cache is: chosen by the command line, by the configuration, or in the user's home.
 struct CachePlace {
-    std::wstring directory;  ///< absolute; empty where the user has no place for one
+    std::wstring directory;  ///< absolute; empty where the user has no home directory
     bool chosen = false;     ///< on the command line or in the configuration
     bool monitored = false;
     bool compressed = false;
@@ -21,14 +22,16 @@ struct CachePlace {
 
     fscanner::FsCacheTableNames tables() const;
     bool exists() const;
-    /// Why the directory is no place for a cache; empty where it is one.
+    /// Why the directory cannot be used for a cache; empty where it can.
     std::string problem() const;
-    /// Whether the last use did not end well, so that the next makes the cache anew.
+    /// The files of all caches in the directory: nothing else is ever removed.
+    std::vector<std::wstring> files() const;
+    /// Whether the last change was interrupted: the next search repairs the cache.
     bool isMarked() const;
-    /// A cache object over it, with no file touched. The directory must exist.
+    /// A cache object for the directory, which must exist. No file is touched.
     std::unique_ptr<fscanner::FS_Cache> cache() const;
-    /// What is wrong, when the cache gave this status, in one line; empty for a success.
-    std::string failure(int status) const;
+    /// The message for a result of the cache, an `FS_CACHE_...`; empty for a success.
+    std::string failure(int code) const;
 };
 
 }  // namespace fscan

@@ -17,7 +17,7 @@ namespace {
 constexpr int lockMilliseconds = 10000;
 constexpr unsigned openMilliseconds = 10000;
 
-/// Tells whoever waits for the cache that this is so, and lets signals end the wait.
+/// Tells the user that the program waits for the cache, and lets signals end the wait.
 class LockWatcher : public fscanner::FsScanObserver {
 public:
     explicit LockWatcher(bool quiet) : line_(quiet), previous_(fsSetScanObserver(this)) {}
@@ -37,16 +37,15 @@ private:
 
 }  // namespace
 
-LockedCache::LockedCache(const CachePlace& place, const Options& options, Use use)
-    : status_(STATUS_FOUND) {
+LockedCache::LockedCache(const CachePlace& place, const Options& options, Use use) {
     if (place.directory.empty()) {
         complain("there is no place for a cache: neither XDG_CACHE_HOME nor a home");
-        status_ = STATUS_FAILURE;
+        status_ = ExitStatus::failure;
     } else if (!place.exists()) {
-        status_ = STATUS_NOTHING_FOUND;
+        status_ = ExitStatus::nothingFound;
     } else if (const std::string problem = place.problem(); !problem.empty()) {
         complain(problem);
-        status_ = STATUS_FAILURE;
+        status_ = ExitStatus::failure;
     } else {
         lock(place, options, use);
     }
@@ -67,7 +66,7 @@ void LockedCache::lock(const CachePlace& place, const Options& options, Use use)
     const int code = use == Use::read ? cache->lockShared(limit) : cache->lock(limit);
     if (code != fscanner::FS_CACHE_SUCCESS) {
         if (!Interruption::pending()) complain(place.failure(code));
-        status_ = STATUS_FAILURE;
+        status_ = ExitStatus::failure;
     } else {
         cache_ = std::move(cache);
     }

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "fscan/process/exit_status.h"
 #include "fscanner/engine/cache.h"
 
 namespace fscan {
@@ -9,11 +10,11 @@ namespace fscan {
 struct CachePlace;
 struct Options;
 
-/// The lock on the cache of a place, where that has one. Who waits for it is told so,
-/// and why when it is not to be had.
+/// Holds the lock on a cache, where there is one. The user is told about a wait for it, and
+/// why it could not be had.
 class LockedCache {
 public:
-    /// Any number read it at a time.
+    /// Several processes can read at a time; one that changes is alone.
     enum class Use { read, change };
 
     LockedCache(const CachePlace& place, const Options& options, Use use);
@@ -21,10 +22,10 @@ public:
     LockedCache& operator=(const LockedCache&) = delete;
     ~LockedCache();
 
-    /// STATUS_NOTHING_FOUND where there is no cache.
-    int status() const { return status_; }
-    /// Opens the cache as it is: it is not made, and not mended. False where there is
-    /// none, or no sound one.
+    /// `found` with the lock, `nothingFound` where there is no cache, else `failure`.
+    ExitStatus status() const { return status_; }
+    /// Opens the cache, but neither makes nor repairs it. False where there is none, or it is
+    /// damaged.
     [[nodiscard]] bool open() const;
     /// Null where there is none.
     fscanner::FS_Cache* get() const { return cache_.get(); }
@@ -33,7 +34,7 @@ private:
     void lock(const CachePlace& place, const Options& options, Use use);
 
     std::unique_ptr<fscanner::FS_Cache> cache_;
-    int status_;
+    ExitStatus status_ = ExitStatus::found;
 };
 
 }  // namespace fscan

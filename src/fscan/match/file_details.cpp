@@ -12,38 +12,54 @@ namespace fscan {
 
 namespace {
 
-std::string whenExamined(const FileDetails& file, const std::string& text) {
-    return file.examined ? text : "";
+template <auto Member>
+FieldValue numberOf(const Match&, const FileDetails& file) {
+    if (!file.examined) return {};
+    return static_cast<unsigned long long>(file.*Member);
 }
 
 template <auto Member>
-std::string numberOf(const Match&, const FileDetails& file) {
-    return whenExamined(file, std::to_string(file.*Member));
+FieldValue timeOf(const Match&, const FileDetails& file) {
+    if (!file.examined) return {};
+    return utcText(file.*Member);
 }
 
-template <auto Member>
-std::string timeOf(const Match&, const FileDetails& file) {
-    return whenExamined(file, utcText(file.*Member));
+FieldValue kindOf(const Match&, const FileDetails& file) {
+    return std::string(kindText(file.attributes));
 }
+
+FieldValue typeOf(const Match& match, const FileDetails& file) {
+    std::string type = typeText(match, file);
+    if (type.empty()) return {};
+    return type;
+}
+
+constexpr auto text = DetailField::text, json = DetailField::json, both = DetailField::both;
 
 constexpr DetailField fields[] = {
-    {"path", [](const Match& m, const FileDetails&) { return std::string(m.path); }, true},
-    {"name", [](const Match& m, const FileDetails&) { return std::string(m.name()); }, true},
-    {"directory", [](const Match& m, const FileDetails&) { return std::string(m.directory()); },
-     true},
-    {"size", [](const Match&, const FileDetails& d) { return std::to_string(d.size); }, false},
-    {"mode", [](const Match&, const FileDetails& d) { return attributeText(d.attributes); }, false},
-    {"kind", [](const Match&, const FileDetails& d) { return std::string(kindText(d.attributes)); },
-     false},
-    {"modified", timeOf<&FileDetails::modified>, false},
-    {"accessed", timeOf<&FileDetails::accessed>, false},
-    {"changed", timeOf<&FileDetails::changed>, false},
-    {"user", numberOf<&FileDetails::user>, false},
-    {"group", numberOf<&FileDetails::group>, false},
-    {"inode", numberOf<&FileDetails::inode>, false},
-    {"device", numberOf<&FileDetails::device>, false},
-    {"links", numberOf<&FileDetails::links>, false},
-    {"type", [](const Match& m, const FileDetails& d) { return typeText(m, d); }, true},
+    {"path", both, true, [](auto& match, auto&) -> FieldValue { return std::string(match.path); }},
+    {"name", both, true,
+     [](auto& match, auto&) -> FieldValue { return std::string(match.name()); }},
+    {"directory", both, true,
+     [](auto& match, auto&) -> FieldValue { return std::string(match.directory()); }},
+    {"exists", json, false,
+     [](auto&, auto& file) { return file.examined ? FieldValue(true) : FieldValue(); }},
+    {"kind", json, false, kindOf},
+    {"size", both, false, [](auto&, auto& file) -> FieldValue { return file.size; }},
+    {"mode", text, false,
+     [](auto&, auto& file) -> FieldValue { return attributeText(file.attributes); }},
+    {"attributes", json, false,
+     [](auto&, auto& file) -> FieldValue { return AttributeBits{file.attributes}; }},
+    {"kind", text, false, kindOf},
+    {"modified", both, false, timeOf<&FileDetails::modified>},
+    {"accessed", both, false, timeOf<&FileDetails::accessed>},
+    {"changed", both, false, timeOf<&FileDetails::changed>},
+    {"user", both, false, numberOf<&FileDetails::user>},
+    {"group", both, false, numberOf<&FileDetails::group>},
+    {"inode", both, false, numberOf<&FileDetails::inode>},
+    {"device", both, false, numberOf<&FileDetails::device>},
+    {"links", both, false, numberOf<&FileDetails::links>},
+    {"type", both, true, typeOf},
 };
 
 }  // namespace
@@ -88,7 +104,7 @@ FileDetails FileDetails::of(const fscanner::FsFileInfo& record) {
 }
 
 std::string typeText(const Match& match, const FileDetails& details) {
-    static fscanner::FsFileTypes types;  // of one thread, which prints
+    static fscanner::FsFileTypes types;  // only the main thread prints
     const std::wstring path = joinedPath(details.directory, toWide(std::string(match.name())));
     std::wstring description;
     return types.describe(path.c_str(), description) ? toBytes(description) : "";
@@ -96,6 +112,13 @@ std::string typeText(const Match& match, const FileDetails& details) {
 
 std::span<const DetailField> detailFields() {
     return fields;
+}
+
+std::string textOf(const FieldValue& value) {
+    if (const auto* text = std::get_if<std::string>(&value)) return *text;
+    if (const auto* number = std::get_if<unsigned long long>(&value))
+        return std::to_string(*number);
+    return {};
 }
 
 }  // namespace fscan

@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <variant>
 
 #include "fscan/match/match.h"
 
@@ -14,11 +15,11 @@ class FsFileInfo;
 
 namespace fscan {
 
-/// All that is told of a file, as it was at one moment.
+/// The facts about a file, all of one moment.
 struct FileDetails {
-    bool examined = false;  ///< else only the size and the attributes, as the search knows them
+    bool examined = false;  ///< otherwise only the size and the attributes are known
     unsigned long long size = 0;
-    unsigned attributes = 0;  ///< as [ATTR] has them
+    unsigned attributes = 0;  ///< the bits of [ATTR]
     long modified = 0;        ///< times are seconds since the epoch
     long accessed = 0;
     long changed = 0;
@@ -27,27 +28,44 @@ struct FileDetails {
     unsigned long long inode = 0;
     unsigned long long device = 0;
     unsigned long long links = 0;
-    std::wstring_view directory{};  ///< where it lies: absolute and without links
+    std::wstring_view directory{};  ///< where the file is: absolute and without links
 
     static FileDetails of(const struct stat& info);
     static FileDetails of(const FileFacts& facts);
-    /// Of a record: examined when the scan did that; the inode, the device and the number
-    /// of links are not told. Asks the system for nothing.
+    /// From a record, without a system call. It counts as examined if the scan examined the
+    /// file; the inode, the device and the number of links remain 0.
     static FileDetails of(const fscanner::FsFileInfo& record);
     FileFacts facts() const { return {examined, attributes, size, modified}; }
 };
 
-/// What the file program says; empty where it says nothing.
+/// The description that the file program gives; empty where it gives none.
 std::string typeText(const Match& match, const FileDetails& details);
 
-/// A named field of a match, as a text.
-struct DetailField {
-    const char* name;
-    std::string (*text)(const Match& match, const FileDetails& details);
-    bool foreign;  ///< chosen by whoever made the file
+/// The bits of [ATTR], in JSON an object.
+struct AttributeBits {
+    unsigned bits;
 };
 
-/// All fields, "type" last.
+/// The value of a field: none where it is not known.
+using FieldValue =
+    std::variant<std::monostate, bool, unsigned long long, std::string, AttributeBits>;
+
+/// A field of a match, as programs read it: in CSV, templates and JSON.
+struct DetailField {
+    /// The forms that have it.
+    enum Forms : unsigned { text = 1, json = 2, both = text | json };
+
+    const char* name;  ///< the header, the name in a template, and the key
+    Forms forms;
+    bool foreign;  ///< a text that others chose
+    FieldValue (*value)(const Match& match, const FileDetails& details);
+};
+
+/// All fields, in the order of columns and keys; "type", which costs a look into the file, is
+/// the last one. "kind" is in the list twice, as it has different places in the two forms.
 std::span<const DetailField> detailFields();
+
+/// The value as CSV and templates have it; empty where it is not known.
+std::string textOf(const FieldValue& value);
 
 }  // namespace fscan

@@ -54,8 +54,8 @@ std::string wrapped(std::string text, std::size_t width) {
     return text;
 }
 
-/// The help for terminals of 80 columns, with the usage of arguments that CLI11 does not
-/// know about.
+/// The help for terminals of 80 columns, with a usage line for the PATHs, of which CLI11 does
+/// not know.
 class HelpFormatter : public CLI::Formatter {
 public:
     HelpFormatter() { column_width(helpColumn); }
@@ -72,7 +72,7 @@ public:
     }
     std::string make_group(std::string group, bool positional,
                            std::vector<const CLI::Option*> options) const override {
-        // Its own begins and ends with an empty line.
+        // The base class begins and ends the group with an empty line; one is enough.
         return Formatter::make_group(group, positional, options).substr(1);
     }
 };
@@ -88,7 +88,7 @@ std::vector<std::string> longOptions(const CLI::App& app) {
     return names;
 }
 
-/// Takes what is no option as PATHs. They are no positionals of CLI11, which
+/// Takes the other arguments as PATHs. They are no positionals of CLI11, which
 /// would read "[a,b]" as a list.
 void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
     bool dashesSeen = false;
@@ -125,7 +125,7 @@ void refuseTerminator(const std::vector<std::string>& arguments) {
     }
 }
 
-/// Options of which at most one can be meant.
+/// Refuses options that exclude each other.
 void refuseContradictions(const Options& options) {
     const bool runs = options.runsCommands();
     const int forms = (options.form != OutputForm::plain ? 1 : 0) +
@@ -137,8 +137,8 @@ void refuseContradictions(const Options& options) {
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
 }
 
-/// What is no mistake of the command line, but finds nothing.
-void remarkOnImpossible(const Options& options) {
+/// Tells of options that are valid, but together find nothing.
+void noteImpossible(const Options& options) {
     if (options.larger && options.smaller && *options.smaller <= *options.larger + 1)
         complain("note: no size is both --larger and --smaller");
     if (options.newer && options.older && *options.older <= *options.newer + 1)
@@ -152,7 +152,7 @@ const std::map<std::string, CommandUse> commandUses = {{"-e", CommandUse::forEac
                                                        {"--exec-batch", CommandUse::forMany},
                                                        {"--exec-dir", CommandUse::inDirectory}};
 
-/// The words from `at` up to `end`, which it is set behind.
+/// The words from `at` up to the word `end`. `at` is moved behind it.
 Words takeWords(Words::const_iterator& at, Words::const_iterator last, const std::string& option,
                 const std::string& end) {
     const auto stop = std::find(at, last, end);
@@ -164,8 +164,8 @@ Words takeWords(Words::const_iterator& at, Words::const_iterator last, const std
 }
 
 /// Takes the commands of "-e CMD... ;", "--exec-batch CMD... +" and "--exec-dir CMD... ;"
-/// out of the arguments: no library for options knows such ones. Throws a CLI::ParseError for one
-/// without an end.
+/// out of the arguments, as CLI11 cannot read such options. Throws a CLI::ParseError where the
+/// end of a command is missing.
 Words takeCommands(const Words& arguments, Options& options) {
     Words rest;
     for (auto at = arguments.begin(); at != arguments.end();) {
@@ -189,7 +189,7 @@ Words takeCommands(const Words& arguments, Options& options) {
 }
 
 void addCommands(CLI::App& app) {
-    // For the help alone: they are taken out before the others are read.
+    // For the help alone: `takeCommands` takes them out before CLI11 reads the arguments.
     const char* group = "What to run";
     app.add_option("-e,--exec")
         ->type_name("CMD... ;")
@@ -207,7 +207,7 @@ void addCommands(CLI::App& app) {
 
 }  // namespace
 
-std::optional<int> parseOptions(int argc, char** argv, Options& options, Output& out) {
+std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, Output& out) {
     CLI::App app(description, "fscan");
     app.formatter(std::make_shared<HelpFormatter>());
     app.allow_extras();
@@ -229,7 +229,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
         app.parse(arguments);
         takePaths(app, options.paths);
         refuseContradictions(options);
-        remarkOnImpossible(options);
+        noteImpossible(options);
         if (words->count() == 0) return std::nullopt;
         listWords(app, out);
     } catch (const CLI::CallForHelp&) {
@@ -239,18 +239,18 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options, Output&
     } catch (const CLI::ParseError& error) {
         const std::string_view text = firstLine(error.what());
         complain(fmt::format("{}{} fscan --help", text, text.ends_with('?') ? " See" : "; see"));
-        return STATUS_USAGE;
+        return ExitStatus::usage;
     }
-    return STATUS_FOUND;
+    return ExitStatus::found;
 }
 
 const fscanner::FsSettings& settings() {
-    struct Told : fscanner::FsSettings {
-        Told() {
+    struct ReportedSettings : fscanner::FsSettings {
+        ReportedSettings() {
             if (getError() != 0) complain(getErrorText());
         }
     };
-    static const Told settings;
+    static const ReportedSettings settings;
     return settings;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fscan/process/exit_status.h"
 #include "fscan/sort/sort_order.h"
 #include "fscan/text/values.h"
 
@@ -19,20 +20,20 @@ class Output;
 /// Which mounted file systems are searched.
 enum class DriveChoice { all, local, remote };
 
-/// How the paths of matches are written: below the PATH as it was given, without
-/// links, or from the current directory on.
+/// How the paths of matches are written: below the PATH as it was given, absolute and
+/// without links, or relative to the current directory.
 enum class PathStyle { given, absolute, relative };
 
 /// How matches are printed.
 enum class OutputForm { plain, longer, json, jsonArray, csv };
 
-/// On a terminal alone, whatever standard output is, or not at all.
+/// Only on a terminal, always, or never.
 enum class WhenToUse { automatic, always, never };
 
 /// A command for each match, one for many, or one for each in the match's directory.
 enum class CommandUse { forEach, forMany, inDirectory };
 
-/// What is to be done with the cache instead of searching.
+/// A task to do with the cache instead of searching.
 enum class CacheTask { none, status, check, compact, clear, forget };
 
 /// The command line, as given: texts are in the locale's encoding.
@@ -62,7 +63,7 @@ struct Options {
     bool runsCommands() const { return command.has_value(); }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
-    std::string forgotten;                        ///< the tree that is to go from the cache
+    std::string forgotten;                        ///< the tree to drop from the cache
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
     CacheTask cacheTask = CacheTask::none;
@@ -91,12 +92,12 @@ struct Options {
     bool summary = false;  ///< as JSON
 };
 
-/// Fills `options`. An exit status where the program is done with that: after
-/// the help, the version, or an error message.
-std::optional<int> parseOptions(int argc, char** argv, Options& options, Output& out);
+/// Fills `options`. Returns an exit status where the program is to end: after the help, the
+/// version, or an error message.
+std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, Output& out);
 
-/// The settings of the configuration files, read once, at the first call. What is wrong
-/// with a file is said then.
+/// The settings of the configuration files. The first call reads them, and tells of errors
+/// in them.
 const fscanner::FsSettings& settings();
 
 }  // namespace fscan

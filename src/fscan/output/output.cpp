@@ -17,7 +17,7 @@ namespace fscan {
 namespace {
 constexpr std::size_t pieceSize = 64 * 1024;
 
-/// A signal ends the wait, and the next write meets it.
+/// Whether the descriptor takes bytes within that time. A signal ends the wait.
 bool hasRoom(int descriptor, int milliseconds) {
     pollfd wait{descriptor, POLLOUT, 0};
     return poll(&wait, 1, milliseconds) > 0;
@@ -28,9 +28,9 @@ bool isPipeOrSocket(int descriptor) {
     return fstat(descriptor, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
 }
 
-/// A descriptor of our own, so that those who share the other one see no change. -1 for a
-/// socket, and where the file may not be opened.
-int openUnwaiting(int descriptor) {
+/// Opens the same file without blocking. O_NONBLOCK on the descriptor itself would change it for
+/// other processes, too. -1 for a socket, and where the file may not be opened.
+int openNonBlocking(int descriptor) {
     const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     return open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
 }
@@ -45,7 +45,7 @@ Output::Output(int descriptor)
 }
 
 Output::~Output() {
-    if (unwaiting_.value_or(-1) != -1) close(*unwaiting_);
+    if (nonBlockingFile_.value_or(-1) != -1) close(*nonBlockingFile_);
 }
 
 void Output::write(std::string_view text) {
@@ -60,16 +60,22 @@ void Output::writeForeign(std::string_view text) {
         write(text);
 }
 
+void Output::writeLine(std::string_view label, std::string_view foreign) {
+    write(label);
+    writeForeign(foreign);
+    write("\n");
+}
+
 void Output::endRecord() {
     if (terminal_) flush();
 }
 
 void Output::flush() {
-    const Wait wait = impatient_ && mayBlock_ ? Wait::no : Wait::yes;
+    const Wait wait = nonBlocking_ && mayBlock_ ? Wait::no : Wait::yes;
     std::string_view rest = buffer_;
     passBacklog(wait);
     passBehindBacklog(rest, wait);
-    // What can be kept nowhere is waited for.
+    // Where the text cannot be kept, the reader is waited for.
     if (!rest.empty() && error_ == 0 && !backlog_.add(rest)) {
         passBacklog(Wait::yes);
         passBehindBacklog(rest, Wait::yes);
@@ -87,7 +93,7 @@ void Output::passBacklog(Wait wait) {
     }
 }
 
-/// Leaves what was not taken.
+/// Writes what is behind the backlog, once that is empty. `rest` becomes the part not taken.
 void Output::passBehindBacklog(std::string_view& rest, Wait wait) {
     while (!rest.empty() && error_ == 0 && backlog_.empty()) {
         const std::size_t taken = pass(rest, wait);
@@ -96,13 +102,13 @@ void Output::passBehindBacklog(std::string_view& rest, Wait wait) {
     }
 }
 
-/// How many bytes were taken. Who waits gets 0 with an error alone.
+/// Returns how many bytes were taken: with `Wait::yes`, 0 means an error.
 std::size_t Output::pass(std::string_view text, Wait wait) {
     if (wait == Wait::no) return passAtOnce(text);
     while (error_ == 0) {
         const ssize_t written = ::write(descriptor_, text.data(), text.size());
         if (written > 0) return static_cast<std::size_t>(written);
-        // Whoever shares the descriptor may have made it one that does not wait.
+        // Another process that shares the file may have set O_NONBLOCK.
         if (written < 0 && errno == EAGAIN)
             hasRoom(descriptor_, -1);
         else if (written < 0 && (errno != EINTR || Interruption::pending()))
@@ -111,14 +117,15 @@ std::size_t Output::pass(std::string_view text, Wait wait) {
     return 0;
 }
 
-/// Where only the descriptor that waits is to be had, a pipe with room takes so many bytes
-/// at once.
+/// Where only the blocking descriptor is available, a pipe with room takes PIPE_BUF bytes
+/// without blocking.
 std::size_t Output::passAtOnce(std::string_view text) {
-    if (!unwaiting_) unwaiting_ = openUnwaiting(descriptor_);
-    const bool waits = *unwaiting_ == -1;
+    if (!nonBlockingFile_) nonBlockingFile_ = openNonBlocking(descriptor_);
+    const bool waits = *nonBlockingFile_ == -1;
     if (waits && !hasRoom(descriptor_, 0)) return 0;
     if (waits) text = text.substr(0, PIPE_BUF);
-    const ssize_t written = ::write(waits ? descriptor_ : *unwaiting_, text.data(), text.size());
+    const ssize_t written =
+        ::write(waits ? descriptor_ : *nonBlockingFile_, text.data(), text.size());
     if (written < 0 && errno != EAGAIN && errno != EINTR) note(errno);
     return written > 0 ? static_cast<std::size_t>(written) : 0;
 }

@@ -8,8 +8,8 @@
 
 namespace fscan {
 
-/// Standard output, in large pieces; flushed after each record where someone
-/// watches. The first failure sticks: later writes are dropped.
+/// Standard output or error, written in large pieces, and on a terminal after each record.
+/// After the first failure, all writes are dropped.
 class Output {
 public:
     explicit Output(int descriptor);
@@ -17,14 +17,14 @@ public:
     Output& operator=(const Output&) = delete;
     ~Output();
 
-    /// While it lives, whoever reads a pipe or watches a terminal keeps nobody waiting: what
-    /// is not taken at once goes to the reader with a later flush.
-    class Impatience {
+    /// While it lives, a slow reader does not block the program: text that a pipe or terminal
+    /// does not take at once is kept for a later flush.
+    class NonBlocking {
     public:
-        explicit Impatience(Output& output) : output_(output) { output.impatient_ = true; }
-        Impatience(const Impatience&) = delete;
-        Impatience& operator=(const Impatience&) = delete;
-        ~Impatience() { output_.impatient_ = false; }
+        explicit NonBlocking(Output& output) : output_(output) { output.nonBlocking_ = true; }
+        NonBlocking(const NonBlocking&) = delete;
+        NonBlocking& operator=(const NonBlocking&) = delete;
+        ~NonBlocking() { output_.nonBlocking_ = false; }
 
     private:
         Output& output_;
@@ -33,15 +33,17 @@ public:
     void write(std::string_view text);
     /// A text that others chose: escaped on a terminal, elsewhere as it is.
     void writeForeign(std::string_view text);
+    /// A line of a label and a text that others chose.
+    void writeLine(std::string_view label, std::string_view foreign);
     void endRecord();
     bool isTerminal() const { return terminal_; }
     void flush();
-    /// Passes on what was kept for an impatient program, if there is any.
+    /// Writes the text that was kept during an `NonBlocking`, and waits for the reader.
     void catchUp() {
         if (!backlog_.empty()) flush();
     }
 
-    /// The errno of the first failure, or 0. EPIPE means that nobody reads on.
+    /// The errno of the first failure, or 0. EPIPE means that the reader is gone.
     int error() const { return error_; }
 
 private:
@@ -53,25 +55,24 @@ private:
     void note(int error);
 
     int descriptor_;
-    /// The same pipe or terminal by a descriptor that does not wait, once it was asked for. -1
-    /// where that is not to be had.
-    std::optional<int> unwaiting_;
+    /// The same pipe or terminal, opened without blocking at the first use; -1 where that failed.
+    std::optional<int> nonBlockingFile_;
     bool terminal_;
-    bool mayBlock_ = false;  // for as long as a reader likes
-    bool impatient_ = false;
+    bool mayBlock_ = false;  // a pipe, socket or terminal
+    bool nonBlocking_ = false;
     int error_ = 0;
     std::string buffer_;
-    Backlog backlog_;  // comes before the buffer
+    Backlog backlog_;  // to be written before the buffer
 };
 
-/// Whether the user's terminal, if there is one, understands colours and the like.
+/// Whether the user's terminal, if there is one, understands escape sequences.
 bool terminalTakesCommands();
 
 /// Whether a pipe or a terminal takes some text at once; other files always do.
 bool takesText(int descriptor);
 
-/// Opens what is closed of the descriptors 0 to 2 in a way that fails on use, so
-/// that no file of ours takes the place of standard output.
+/// Opens those of the descriptors 0 to 2 that are closed, so that no other file becomes
+/// standard output. Using them fails, as if they were closed.
 void guardStandardDescriptors();
 
 }  // namespace fscan

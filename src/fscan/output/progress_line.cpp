@@ -20,11 +20,10 @@ namespace fscan {
 namespace {
 
 constexpr unsigned intervalMilliseconds = 100;
-// Processes that take turns wait for moments, and most searches for a second at most. A log
-// need not hear of each.
-constexpr unsigned patienceMilliseconds = 1500;
+// Where standard error is no terminal, only longer waits are told: most last a moment.
+constexpr unsigned waitBeforeNote = 1500;
 constexpr int usualColumns = 80;
-// A line that wraps cannot be erased, and a "^C" may be put behind it.
+// Room for a "^C" that the terminal may add: a line that wraps cannot be erased.
 constexpr int columnsForKeys = 3;
 
 int columns() {
@@ -33,7 +32,7 @@ int columns() {
     return known ? size.ws_col : usualColumns;
 }
 
-/// The text's end that fits into so many columns.
+/// The end of the text, as much as fits into so many columns.
 std::string tail(const std::wstring& text, int room) {
     std::size_t first = text.size();
     for (; first > 0; --first) {
@@ -43,7 +42,7 @@ std::string tail(const std::wstring& text, int room) {
     return toBytes(std::wstring_view(text).substr(first));
 }
 
-// A terminal that was stopped would stop the search.
+// Writes nothing to a stopped terminal, which would block the search.
 void writeError(std::string_view text) {
     if (!takesText(STDERR_FILENO)) return;
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
@@ -69,7 +68,7 @@ void ProgressLine::showWaiting(unsigned milliseconds) {
     constexpr std::string_view text = "waiting for the cache: another process uses it";
     if (terminal_)
         put(fmt::format("{}, {}.{} s", text, milliseconds / 1000, milliseconds / 100 % 10), L"");
-    else if (!quiet_ && milliseconds >= patienceMilliseconds && !std::exchange(told_, true))
+    else if (!quiet_ && milliseconds >= waitBeforeNote && !std::exchange(reported_, true))
         complain(text);
 }
 

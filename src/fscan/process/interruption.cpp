@@ -19,8 +19,8 @@ namespace fscan {
 
 namespace {
 
-// How long a search may take to end before it is left as it is.
-constexpr unsigned patienceSeconds = 3;
+// How long a search may take to end after a signal.
+constexpr unsigned graceSeconds = 3;
 
 constexpr std::array<int, 3> ending = {SIGINT, SIGTERM, SIGHUP};
 
@@ -36,8 +36,9 @@ void unblockDefault(int signal) {
     sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-// Twice where there is a log: its lines take memory, for which a handler may have to
-// wait for ever. By then the files are gone, and an alarm ends the process.
+// With a log, the handlers run twice: first without it, as its lines take memory, for which a
+// signal handler may wait for ever. Then the files are gone, and an alarm ends a second run that
+// hangs.
 void removeFiles(int signal) {
     fscanner::FsResourceManager& files = *fscanner::FsResourceManager::getInstance();
     const bool logged = fscanner::debugInfo;
@@ -50,7 +51,7 @@ void removeFiles(int signal) {
     files.invokeCleanupHandlers(signal);
 }
 
-// As the signal would have ended the process, but without the library's temporary files.
+// Removes the library's temporary files and ends the process by the signal.
 extern "C" void endBy(int signal) {
     removeFiles(signal);
     unblockDefault(signal);
@@ -60,13 +61,13 @@ extern "C" void endBy(int signal) {
 extern "C" void note(int signal) {
     if (noted != 0) endBy(signal);
     noted = signal;
-    if (isAnswering == 0) alarm(patienceSeconds);
+    if (isAnswering == 0) alarm(graceSeconds);
 }
 
-// Not SIG_IGN, which the commands that are run would inherit.
-extern "C" void passOver(int) {}
+// For SIGPIPE. Not SIG_IGN, which the commands that are run would inherit.
+extern "C" void doNothing(int) {}
 
-extern "C" void losePatience(int) {
+extern "C" void endAfterGrace(int) {
     endBy(noted);
 }
 
@@ -81,14 +82,14 @@ void handle(int signal, void (*handler)(int)) {
     sigaction(signal, &action, nullptr);
 }
 
-// ---- A process that the kernel lets wait ----
+// ---- A process that is blocked in the kernel ----
 
-// A wait for a file system that is dead ends by nothing but what ends the process, and that
-// no signal with a handler does. So a thread, which nothing keeps waiting, looks whether
-// signals are left pending, and calls their handlers in the place of the main thread.
+// A wait for a dead file system ends only with the process, and the kernel calls no handler
+// meanwhile. So a second thread, which touches no file system, looks for pending signals and
+// calls their handlers instead of the main thread.
 
 constexpr std::chrono::milliseconds lookInterval(100);
-constexpr int patientLooks = 2;
+constexpr int toleratedLooks = 2;
 
 using Clock = std::chrono::steady_clock;
 constexpr Clock::rep never = 0;
@@ -100,11 +101,11 @@ extern "C" void answerSignal(int) {
     answersSignals = true;
 }
 
-[[noreturn]] void endBehindTime() {
+[[noreturn]] void endOverdue() {
     constexpr std::string_view text = "fscan: time ran out while a file system does not answer\n";
     removeFiles(SIGALRM);
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, text.data(), text.size());
-    _exit(STATUS_INCOMPLETE);
+    _exit(exitCode(ExitStatus::incomplete));
 }
 
 class PendingSignals {
@@ -114,7 +115,7 @@ public:
         sigpending(&pending);
         for (std::size_t i = 0; i < watched.size(); ++i) {
             looks_[i] = sigismember(&pending, watched[i]) == 1 ? looks_[i] + 1 : 0;
-            if (looks_[i] > patientLooks) handleHere(watched[i]);
+            if (looks_[i] > toleratedLooks) handleHere(watched[i]);
         }
     }
 
@@ -137,12 +138,13 @@ private:
     std::array<int, watched.size()> looks_{};
 };
 
-// The main thread is asked for a sign of life, a signal that interrupts nothing, and gets as
-// long again for it: it may just be waiting for whoever reads the output.
+// Ends a process that is blocked beyond its time limit. It first sends the main thread a signal
+// that interrupts nothing and waits for its handler: the thread may only be waiting for the
+// reader of the output.
 class LimitWatch {
 public:
     void look() {
-        constexpr Clock::duration grace = std::chrono::seconds(patienceSeconds);
+        constexpr Clock::duration grace = std::chrono::seconds(graceSeconds);
         const Clock::rep limit = timeLimit;
         if (limit == never || Clock::now() < Clock::time_point(Clock::duration(limit)) + grace) {
             asked_ = 0;
@@ -150,7 +152,7 @@ public:
             answersSignals = false;
             pthread_kill(mainThread, SIGURG);
         } else if (!answersSignals && asked_ * lookInterval > grace) {
-            endBehindTime();
+            endOverdue();
         }
     }
 
@@ -168,7 +170,8 @@ void* watchSignals(void*) {
     }
 }
 
-// To the end of the process. Where there can be no thread, it is done without.
+// The thread runs to the end of the process. Where it cannot be made, the program goes on
+// without it.
 void startWatch() {
     static bool started = false;
     if (std::exchange(started, true)) return;
@@ -198,15 +201,15 @@ TimeLimit::~TimeLimit() {
     timeLimit = never;
 }
 
-// Without SA_RESTART: a write that waits for a slow reader has to end, too.
+// Without SA_RESTART: a signal must also end a write that waits for a slow reader.
 Interruption::Interruption() {
     startWatch();
     fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
-    handle(SIGALRM, losePatience);
+    handle(SIGALRM, endAfterGrace);
     for (const int signal : ending)
         if (!isIgnored(signal)) handle(signal, note);
     pipeEnds = !isIgnored(SIGPIPE);
-    if (pipeEnds) handle(SIGPIPE, passOver);
+    if (pipeEnds) handle(SIGPIPE, doNothing);
 }
 
 Interruption::~Interruption() {

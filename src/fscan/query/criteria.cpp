@@ -19,8 +19,8 @@ namespace {
 
 using fscanner::FsCriteriaReport;
 
-/// Compiles a criteria that is to stand as one condition among others. A text as
-/// its value compiles alone, but is no condition.
+/// Compiles a criteria that is to be one condition among others. A criteria whose value is a
+/// text compiles alone, but is no condition.
 FsCriteriaReport compileCondition(const std::wstring& text, bool caseSensitive = true) {
     FsCriteriaReport report = fscanner::fsCheckCriteria(text.c_str(), caseSensitive);
     if (report.compiles && !fscanner::fsCheckCriteria((L"(" + text + L") && 1").c_str()).compiles) {
@@ -31,7 +31,7 @@ FsCriteriaReport compileCondition(const std::wstring& text, bool caseSensitive =
     return report;
 }
 
-/// What may have been meant by the name at a place of the text.
+/// "; did you mean ...?" for the name at a place of the text, or nothing.
 std::string meant(std::wstring_view text, std::size_t position) {
     const std::wstring_view rest = text.substr(std::min(position, text.size()));
     if (rest.starts_with(L'[')) {
@@ -43,8 +43,8 @@ std::string meant(std::wstring_view text, std::size_t position) {
     return suggestionText(toBytes(rest.substr(0, end + 1)), wordsOfCommands());
 }
 
-/// Whether a tree, written in one line, calls a command: "(path ...". Operators have no
-/// letters, and a text between quotes holds no quote.
+/// Whether a tree, written in one line, calls a command, as in "(path ...": behind "(" stands a
+/// letter. Operators have none. A text between quotes holds no quote.
 bool callsCommand(const std::wstring& tree) {
     bool inText = false;
     wchar_t last = 0;
@@ -56,8 +56,8 @@ bool callsCommand(const std::wstring& tree) {
     return false;
 }
 
-/// Says whether criteria that depend on nothing hold for all files or for none.
-void remarkOnConstant(const std::wstring& text, const FsCriteriaReport& report) {
+/// Tells the user of criteria that read no field: whether they hold for all files or for none.
+void noteConstant(const std::wstring& text, const FsCriteriaReport& report) {
     if (!report.fields.empty() || callsCommand(report.tree)) return;
     const auto filter = fscanner::FsRecordFilter::create(text.c_str(), true);
     const bool always = filter && filter->matches(fscanner::FsFileInfo());
@@ -69,13 +69,6 @@ void complainOf(const std::wstring& text, const FsCriteriaReport& report) {
     const std::string error = report.error + meant(text, report.position);
     complain(fmt::format("criteria: {}", text.empty() ? "it is empty" : error),
              text.empty() ? std::string() : pointAt(text, report.position));
-}
-
-void writeLine(Output& out, std::string_view label, const std::string& value) {
-    if (value.empty()) return;
-    out.write(label);
-    out.writeForeign(value);
-    out.write("\n");
 }
 
 std::string fieldNames(const FsCriteriaReport& report) {
@@ -107,24 +100,24 @@ std::optional<std::wstring> combineCriteria(const std::vector<std::string>& text
             complainOf(text, report);
             return std::nullopt;
         }
-        remarkOnConstant(text, report);
+        noteConstant(text, report);
         andAlso(all, L"(" + text + L")");
     }
     return all;
 }
 
-int checkCriteria(const std::string& given, bool caseSensitive, Output& out) {
+ExitStatus checkCriteria(const std::string& given, bool caseSensitive, Output& out) {
     const std::wstring text = trimmed(toWide(given));
     const FsCriteriaReport report = compileCondition(text, caseSensitive);
     if (text.empty() || !report.compiles) {
         complainOf(text, report);
-        return STATUS_USAGE;
+        return ExitStatus::usage;
     }
-    writeLine(out, "tree:   ", toBytes(report.tree));
-    writeLine(out, "fields: ", fieldNames(report));
+    out.writeLine("tree:   ", toBytes(report.tree));
+    if (!report.fields.empty()) out.writeLine("fields: ", fieldNames(report));
     if (!report.indexField.empty())
-        writeLine(out, "index:  ", toBytes(report.indexField + L" = " + report.indexKey));
-    return STATUS_FOUND;
+        out.writeLine("index:  ", toBytes(report.indexField + L" = " + report.indexKey));
+    return ExitStatus::found;
 }
 
 }  // namespace fscan

@@ -5,22 +5,24 @@
 #include <string_view>
 #include <vector>
 
+#include "fscan/process/exit_status.h"
+
 namespace fscan {
 
 class Output;
 
-/// The text without the blanks around it, which the language takes no part in.
+/// The text without blanks at its ends, which the criteria language does not accept.
 std::wstring trimmed(std::wstring_view text);
 
-/// Adds a condition to criteria, which may be empty, and so may the condition.
+/// Appends a condition with "&&". Both may be empty.
 void andAlso(std::wstring& criteria, std::wstring_view condition);
 
-/// All the user's criteria in one: "(a) && (b)"; empty where there are none.
-/// Each is compiled on its own first, so that none can close a parenthesis of
-/// ours. Nothing, with a message, where one does not compile.
+/// Joins the user's criteria: "(a) && (b)"; empty where there are none. Each is compiled
+/// alone first, so that none can close our parentheses. Nothing, with a message, where one
+/// does not compile.
 std::optional<std::wstring> combineCriteria(const std::vector<std::string>& texts);
 
-/// Prints what the library makes of the criteria; returns the exit status.
-int checkCriteria(const std::string& text, bool caseSensitive, Output& out);
+/// Prints how the library compiles the criteria.
+ExitStatus checkCriteria(const std::string& text, bool caseSensitive, Output& out);
 
 }  // namespace fscan

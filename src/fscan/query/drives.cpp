@@ -61,9 +61,9 @@ const char* typeName(fscanner::DriveType type) {
     return type == fscanner::DRIVE_REMOTE ? "remote" : "other";
 }
 
-int listDrives(const Options& options, Output& out) {
+ExitStatus listDrives(const Options& options, Output& out) {
     const std::optional<DriveList> list = DriveList::read();
-    if (!list) return STATUS_FAILURE;
+    if (!list) return ExitStatus::failure;
 
     std::vector<const DriveInfo*> chosen;
     std::size_t width = 0;
@@ -80,7 +80,7 @@ int listDrives(const Options& options, Output& out) {
         out.writeForeign(toBytes(drive->getFileSystem()));
         out.write("\n");
     }
-    return chosen.empty() ? STATUS_NOTHING_FOUND : STATUS_FOUND;
+    return chosen.empty() ? ExitStatus::nothingFound : ExitStatus::found;
 }
 
 }  // namespace fscan

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "fscan/process/exit_status.h"
 #include "fscanner/discovery/drive_info.h"
 
 namespace fscan {
@@ -33,7 +34,7 @@ std::wstring_view mountDirectory(const fscanner::DriveInfo& drive);
 /// "local", "remote" or "other".
 const char* typeName(fscanner::DriveType type);
 
-/// Prints the chosen group's drives in columns; returns the exit status.
-int listDrives(const Options& options, Output& out);
+/// Prints the chosen group's drives in columns.
+ExitStatus listDrives(const Options& options, Output& out);
 
 }  // namespace fscan

@@ -57,7 +57,7 @@ bool NameFilter::accepts(const wchar_t* name) const {
 
 namespace {
 
-// A literal ends at 31 bits, arithmetic only at 63.
+// A literal has at most 31 bits, but arithmetic has 63.
 std::wstring number(unsigned long long value) {
     constexpr unsigned long long part = 1ULL << 30;
     if (value < part) return std::to_wstring(value);
@@ -79,7 +79,7 @@ std::wstring criteriaOf(const Options& options, bool mayBeOld) {
     for (const PermissionTest& test : options.permissions)
         if (!mayBeOld) andAlso(all, test.criteria());
     if (options.links)
-        andAlso(all, fmt::format(L"([ATTR] & {}) != 0", +fscanner::FS_ATTR_SYMBOLIC_LINK));
+        andAlso(all, PermissionTest{fscanner::FS_ATTR_SYMBOLIC_LINK, false}.criteria());
     // Last: it reads the files.
     if (!options.types.empty()) andAlso(all, typeCriteria(options.types));
     return all;

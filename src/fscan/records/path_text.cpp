@@ -128,7 +128,7 @@ bool wantsLinks(const Options& options, bool terminal) {
     return terminal && Hyperlinks::terminalKnowsThem();
 }
 
-void writeIn(std::string_view color, std::string_view text, Output& out) {
+void writeColoredText(std::string_view color, std::string_view text, Output& out) {
     if (text.empty()) return;
     if (!color.empty()) out.write(fmt::format("\x1B[{}m", color));
     out.writeForeign(text);
@@ -144,8 +144,8 @@ PathText::PathText(const Options& options, bool terminal) {
 }
 
 void PathText::writeColored(const Match& match, Output& out) const {
-    writeIn(colors_->ofDirectory(), match.path.substr(0, match.nameAt), out);
-    writeIn(colors_->ofFile(match), match.name(), out);
+    writeColoredText(colors_->ofDirectory(), match.path.substr(0, match.nameAt), out);
+    writeColoredText(colors_->ofFile(match), match.name(), out);
 }
 
 void PathText::write(const Match& match, Output& out) const {

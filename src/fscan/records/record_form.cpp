@@ -4,9 +4,9 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "fscan/match/file_details.h"
@@ -57,7 +57,7 @@ private:
     bool exact_;
 };
 
-// The forms for programs: JSON and CSV.
+// ---- For programs: JSON and CSV ----
 
 Json attributeWords(unsigned attributes) {
     struct Word {
@@ -83,37 +83,45 @@ Json attributeWords(unsigned attributes) {
     return found;
 }
 
-Json jsonOf(const Match& match, bool withType) {
-    const FileDetails& file = *match.details;
+Json jsonOf(std::monostate) {
+    return {};
+}
+template <class Value>
+Json jsonOf(const Value& value) {
+    return Json(value);
+}
+Json jsonOf(AttributeBits attributes) {
+    return {{"bits", attributes.bits}, {"words", attributeWords(attributes.bits)}};
+}
+
+using Fields = std::vector<const DetailField*>;
+
+/// The fields of one of the forms, in order.
+Fields fieldsOf(DetailField::Forms form, bool withType) {
+    Fields chosen;
+    const auto all = detailFields();
+    for (const DetailField& field : all)
+        if ((field.forms & form) != 0 && (withType || &field != &all.back()))
+            chosen.push_back(&field);
+    return chosen;
+}
+
+Json objectOf(const Match& match, const Fields& fields) {
     Json object;
-    putBytes(object, "path", std::string(match.path));
-    putBytes(object, "name", std::string(match.name()));
-    putBytes(object, "directory", std::string(match.directory()));
-    object["exists"] = file.examined ? Json(true) : Json();
-    object["kind"] = kindText(file.attributes);
-    object["size"] = file.size;
-    object["attributes"] = {{"bits", file.attributes}, {"words", attributeWords(file.attributes)}};
-    const auto whenExamined = [&file](const auto& value) {
-        return file.examined ? Json(value) : Json();
-    };
-    object["modified"] = whenExamined(utcText(file.modified));
-    object["accessed"] = whenExamined(utcText(file.accessed));
-    object["changed"] = whenExamined(utcText(file.changed));
-    object["user"] = whenExamined(file.user);
-    object["group"] = whenExamined(file.group);
-    object["inode"] = whenExamined(file.inode);
-    object["device"] = whenExamined(file.device);
-    object["links"] = whenExamined(file.links);
-    if (withType) {
-        const std::string type = typeText(match, file);
-        object["type"] = type.empty() ? Json() : Json(type);
+    for (const DetailField* field : fields) {
+        const FieldValue value = field->value(match, *match.details);
+        if (const auto* text = std::get_if<std::string>(&value); text && field->foreign)
+            putBytes(object, field->name, *text);
+        else
+            object[field->name] = std::visit([](const auto& held) { return jsonOf(held); }, value);
     }
     return object;
 }
 
 class JsonForm : public RecordForm {
 public:
-    JsonForm(bool array, bool withTypes) : array_(array), withTypes_(withTypes) {}
+    JsonForm(bool array, bool withTypes)
+        : fields_(fieldsOf(DetailField::json, withTypes)), array_(array) {}
 
     void begin(Output& out) override {
         if (array_) out.write("[");
@@ -121,7 +129,7 @@ public:
     void write(const Match& match, Output& out) override {
         if (array_) out.write(first_ ? "\n" : ",\n");
         first_ = false;
-        out.writeForeign(jsonText(jsonOf(match, withTypes_)));
+        out.writeForeign(jsonText(objectOf(match, fields_)));
         if (!array_) out.write("\n");
     }
     void end(Output& out) override {
@@ -130,36 +138,34 @@ public:
     FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
 
 private:
+    Fields fields_;
     bool array_;
-    bool withTypes_;
     bool first_ = true;
 };
 
 class CsvForm : public RecordForm {
 public:
-    explicit CsvForm(bool withTypes)
-        : fields_(detailFields().first(detailFields().size() - (withTypes ? 0 : 1))) {}
+    explicit CsvForm(bool withTypes) : fields_(fieldsOf(DetailField::text, withTypes)) {}
 
     void begin(Output& out) override {
-        for (const DetailField& field : fields_) {
+        for (const DetailField* field : fields_) {
             out.write(separator(field));
-            out.write(field.name);
+            out.write(field->name);
         }
         out.write("\r\n");
     }
     void write(const Match& match, Output& out) override {
-        const FileDetails& file = *match.details;
-        for (const DetailField& field : fields_) {
+        for (const DetailField* field : fields_) {
             out.write(separator(field));
-            out.writeForeign(quoted(field.text(match, file)));
+            out.writeForeign(quoted(textOf(field->value(match, *match.details))));
         }
         out.write("\r\n");
     }
     FactsNeeded needsFacts() const override { return FactsNeeded::detailed; }
 
 private:
-    std::string_view separator(const DetailField& field) const {
-        return &field == fields_.data() ? "" : ",";
+    std::string_view separator(const DetailField* field) const {
+        return field == fields_.front() ? "" : ",";
     }
     static std::string quoted(const std::string& text) {
         if (text.find_first_of(",\"\r\n") == text.npos) return text;
@@ -168,7 +174,7 @@ private:
         return result + '"';
     }
 
-    std::span<const DetailField> fields_;
+    Fields fields_;
 };
 
 }  // namespace
@@ -190,7 +196,7 @@ std::unique_ptr<RecordForm> makeRecordForm(const Options& options, bool terminal
 
 namespace {
 
-/// A piece of plain text and the field behind it, if there is one.
+/// Plain text, and the field that follows it, if there is one.
 struct Piece {
     std::string text;
     const DetailField* field = nullptr;
@@ -202,11 +208,10 @@ public:
         : pieces_(std::move(pieces)), terminator_(terminator) {}
 
     void write(const Match& match, Output& out) override {
-        const FileDetails& file = *match.details;
         for (const Piece& piece : pieces_) {
             out.write(piece.text);
             if (piece.field == nullptr) continue;
-            const std::string value = piece.field->text(match, file);
+            const std::string value = textOf(piece.field->value(match, *match.details));
             piece.field->foreign ? out.writeForeign(value) : out.write(value);
         }
         out.write({&terminator_, 1});
@@ -252,16 +257,16 @@ private:
         }
         const std::string name(rest_.substr(0, end));
         rest_.remove_prefix(end + 1);
-        const auto fields = detailFields();
+        const Fields fields = fieldsOf(DetailField::text, true);
         const auto field = std::find_if(fields.begin(), fields.end(),
-                                        [&name](const DetailField& f) { return f.name == name; });
+                                        [&name](const DetailField* f) { return f->name == name; });
         if (field == fields.end()) {
             std::vector<std::string> known;
-            for (const DetailField& f : fields) known.emplace_back(f.name);
+            for (const DetailField* f : fields) known.emplace_back(f->name);
             error_ = "no field {" + name + "}" + suggestionText(name, known);
             return;
         }
-        pieces_.push_back({std::exchange(current_, {}), &*field});
+        pieces_.push_back({std::exchange(current_, {}), *field});
     }
     char take() {
         const char c = rest_.front();

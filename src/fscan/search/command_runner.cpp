@@ -26,8 +26,8 @@ namespace fscan {
 namespace {
 
 constexpr std::string_view placeholder = "{}";
-// An argument takes its bytes, a zero and a pointer.
-constexpr std::size_t besides = 1 + sizeof(char*);
+// The room that an argument takes besides its bytes: a zero and a pointer.
+constexpr std::size_t overhead = 1 + sizeof(char*);
 
 std::string replaced(std::string text, const std::string& path) {
     for (std::size_t at = 0; (at = text.find(placeholder, at)) != text.npos; at += path.size())
@@ -35,18 +35,18 @@ std::string replaced(std::string text, const std::string& path) {
     return text;
 }
 
-/// What the kernel takes for arguments, less the environment and some for the program.
+/// The bytes of arguments that the kernel accepts, less the environment and a reserve.
 std::size_t roomForArguments() {
     constexpr std::size_t reserve = 8192, least = 4096, most = std::size_t{1} << 20;
     std::size_t used = reserve;
     for (char** variable = environ; *variable != nullptr; ++variable)
-        used += std::string_view(*variable).size() + besides;
+        used += std::string_view(*variable).size() + overhead;
     const long limit = sysconf(_SC_ARG_MAX);
     const std::size_t all = limit > 0 ? static_cast<std::size_t>(limit) : 32768;
     return std::clamp(all > used ? all - used : 0, least, most);
 }
 
-/// The kernel takes no argument of more bytes, its zero included.
+/// The size of the longest argument that the kernel accepts, its zero included.
 std::size_t roomForOneArgument() {
     return static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) * 32;
 }
@@ -56,29 +56,29 @@ std::string safePath(std::string_view path) {
     return (path.starts_with('-') ? "./" : "") + std::string(path);
 }
 
-volatile std::sig_atomic_t signalMeanwhile = 0;
+volatile std::sig_atomic_t notedSignal = 0;
 
-extern "C" void noteMeanwhile(int signal) {
-    signalMeanwhile = signal;
+extern "C" void noteSignal(int signal) {
+    notedSignal = signal;
 }
 
-/// While a command runs, the keys that end programs are for it: a pager takes a Ctrl-C, and
-/// must not lose the terminal to whoever started us. As handlers are not inherited, it
-/// meets them as it would without us.
-class KeysForCommand {
+/// While a command runs, Ctrl-C and Ctrl-\ are only noted: the command decides on them. A pager
+/// handles Ctrl-C and must not lose the terminal, as it would if we ended first. The command does
+/// not inherit the handlers.
+class SignalsForCommand {
 public:
-    KeysForCommand() {
-        signalMeanwhile = 0;
+    SignalsForCommand() {
+        notedSignal = 0;
         struct sigaction noting {};
-        noting.sa_handler = noteMeanwhile;
+        noting.sa_handler = noteSignal;
         for (std::size_t i = 0; i < keys.size(); ++i) {
             sigaction(keys[i], nullptr, &before_[i]);
             if (before_[i].sa_handler != SIG_IGN) sigaction(keys[i], &noting, nullptr);
         }
     }
-    KeysForCommand(const KeysForCommand&) = delete;
-    KeysForCommand& operator=(const KeysForCommand&) = delete;
-    ~KeysForCommand() {
+    SignalsForCommand(const SignalsForCommand&) = delete;
+    SignalsForCommand& operator=(const SignalsForCommand&) = delete;
+    ~SignalsForCommand() {
         for (std::size_t i = 0; i < keys.size(); ++i) sigaction(keys[i], &before_[i], nullptr);
     }
 
@@ -87,11 +87,11 @@ private:
     std::array<struct sigaction, 2> before_{};
 };
 
-/// Runs a program to its end, in an open directory if one is given. An errno where it cannot
-/// be started, or 0 and its status as waitpid gives it.
+/// Runs a program to its end, in an open directory if one is given. Returns an errno where it
+/// cannot be started, else 0, with the status of waitpid.
 int runToEnd(const std::string& program, char* const* arguments, std::optional<int> directory,
              int& status) {
-    const KeysForCommand keys;
+    const SignalsForCommand keys;
     posix_spawn_file_actions_t actions;
     if (const int error = posix_spawn_file_actions_init(&actions)) return error;
     pid_t child = -1;
@@ -106,7 +106,7 @@ int runToEnd(const std::string& program, char* const* arguments, std::optional<i
     return 0;
 }
 
-/// The first directory of PATH that depends on where a program runs, if there is one.
+/// The first directory of the variable PATH that is not absolute, if there is one.
 std::optional<std::string> relativeProgramDirectory() {
     const char* const variable = std::getenv("PATH");
     if (variable == nullptr) return std::nullopt;
@@ -120,8 +120,9 @@ std::optional<std::string> relativeProgramDirectory() {
     }
 }
 
-/// What is to be run for the first word of a command. Its path is that of the directory where
-/// we run, not of one where others put files; a match that is run itself lies in its own.
+/// The program for the first word of a command. A relative path is taken from our current
+/// directory, not from the match's, where others may put files. A match that is run itself is
+/// taken from its own directory.
 std::string programOf(const std::string& word, CommandUse use) {
     const bool isMatch = word.find(placeholder) != word.npos;
     if (use != CommandUse::inDirectory || isMatch || word.find('/') == word.npos) return word;
@@ -129,7 +130,7 @@ std::string programOf(const std::string& word, CommandUse use) {
     return std::filesystem::absolute(word, error).native();
 }
 
-/// The criteria of a user where they read what may have changed in a file.
+/// The user's criteria if they read a field that may have changed, else null.
 std::unique_ptr<fscanner::FsRecordFilter> changeableCriteria(const Search& search) {
     const std::wstring& where = search.conditions.where;
     const bool caseSensitive = !search.options.ignoreCase;
@@ -165,15 +166,15 @@ FileExaminer::Found MatchCheck::examine(const Match& match) {
     if (!isSameKind(match.facts.attributes, FileDetails::of(info).attributes) ||
         !isWanted(name.c_str(), info))
         return changed;
-    // The PATH that was given may be a link that leads elsewhere since. What is too long for
-    // the system leads no command anywhere.
+    // The given PATH may be a link that leads elsewhere by now. A path that is too long for the
+    // system is of no use to a command, but leads nowhere else either.
     struct stat named {};
     if (lstat(std::string(match.path).c_str(), &named) != 0)
         return errno == ENAMETOOLONG ? there : gone;
     return named.st_dev == info.st_dev && named.st_ino == info.st_ino ? there : changed;
 }
 
-/// Sizes and permissions may have been old when they were compared.
+/// Compares again: sizes and permissions may have been old before.
 bool MatchCheck::isWanted(const char* name, const struct stat& info) {
     if (!search_.conditions.files.accept(FileDetails::of(info))) return false;
     if (!where_) return true;
@@ -212,7 +213,7 @@ CommandRunner::CommandRunner(const Search& search, FileExaminer& examiner, Outpu
     });
     if (!placed) words_.emplace_back(placeholder);
     allRoom_ = room_;
-    for (const std::string& word : words_) room_ -= std::min(room_, word.size() + besides);
+    for (const std::string& word : words_) room_ -= std::min(room_, word.size() + overhead);
 }
 
 /// A batch may take long: who waits for it is looked at when it is over.
@@ -232,24 +233,24 @@ bool CommandRunner::consume(const Match& match) {
     }
     if (!fits({path}, room_)) return leaveOut(path);
     waiting_.push_back(path);
-    waitingBytes_ += path.size() + besides;
+    waitingBytes_ += path.size() + overhead;
     return true;
 }
 
 bool CommandRunner::hasRoom(const std::string& path) const {
-    return waitingBytes_ + path.size() + besides <= room_;
+    return waitingBytes_ + path.size() + overhead <= room_;
 }
 
 bool CommandRunner::fits(const Words& words, std::size_t room) const {
     std::size_t bytes = 0;
     for (const std::string& word : words) {
         if (word.size() >= wordRoom_) return false;
-        bytes += word.size() + besides;
+        bytes += word.size() + overhead;
     }
     return bytes <= room;
 }
 
-// No command can be told of it: the others go on without.
+// Tells that no command can be given the path. The other matches go on.
 bool CommandRunner::leaveOut(const std::string& path) {
     complain(path, E2BIG);
     ++leftOut_;
@@ -276,7 +277,7 @@ bool CommandRunner::runBatch() {
     return run(words);
 }
 
-// False when the command cannot be run, which no other match would change.
+// False when the command cannot be started, as it could not be for any other match.
 bool CommandRunner::run(const Words& words) {
     out_.flush();
     std::vector<char*> arguments;
@@ -294,9 +295,9 @@ bool CommandRunner::run(const Words& words) {
     ++runs_;
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return true;
     ++failures_;
-    // A command that a key ended ends us, too: there may be thousands to come.
-    if (signalMeanwhile == 0) return true;
-    raise(signalMeanwhile);
+    // A key that ended the command ends this program, too: thousands of runs may follow.
+    if (notedSignal == 0) return true;
+    raise(notedSignal);
     return false;
 }
 

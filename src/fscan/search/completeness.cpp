@@ -38,8 +38,8 @@ std::string source(const Completeness& search) {
     return fmt::format("the cache ({} old){}", age, search.walks == 0 ? "" : " and a scan");
 }
 
-/// What was not named where it was met: "2 directories could not be read; --errors names
-/// them", or nothing.
+/// "2 directories could not be read; --errors names them", of those that were not named yet, or
+/// nothing.
 std::string unread(const Completeness& search) {
     const auto count = std::count_if(search.skipped.begin(), search.skipped.end(),
                                      [](const Completeness::Skipped& one) { return !one.named; });
@@ -49,7 +49,7 @@ std::string unread(const Completeness& search) {
                        count == 1 ? "it" : "them");
 }
 
-/// All kinds of what was left out, or nothing.
+/// A text that counts everything that was left out; empty where nothing was.
 std::string leftOut(const Completeness& search, const Outcome& outcome) {
     std::string text = unread(search);
     const auto add = [&text](const std::string& more) {
@@ -101,10 +101,10 @@ const char* reasonText(fscanner::FsSkipReason reason) {
     }
 }
 
-/// Whether all was searched, by a cache's trees when they were read.
+/// Whether everything was searched; of cached trees, when they were read from disk.
 bool complete(const Completeness& search, const Outcome& outcome) {
     return search.skipped.empty() && search.timedOut.empty() && search.undecided == 0 &&
-           outcome.status <= 1 && outcome.changed == 0 && outcome.unexamined == 0 && !outcome.cut &&
+           outcome.foundAll() && outcome.changed == 0 && outcome.unexamined == 0 && !outcome.cut &&
            !outcome.interrupted;
 }
 
@@ -112,7 +112,8 @@ Json summary(const Completeness& search, const Outcome& outcome) {
     Json object;
     object["matches"] = outcome.matches;
     object["complete"] = complete(search, outcome);
-    object["status"] = outcome.status;
+    // As a shell reports it.
+    object["status"] = outcome.signal == 0 ? exitCode(outcome.status) : 128 + outcome.signal;
     object["seconds"] = seconds(outcome);
     object["scanned"] = {
         {"walks", search.walks}, {"files", search.files}, {"directories", search.directories}};
@@ -146,7 +147,7 @@ void writeError(const std::string& text) {
     err.flush();
 }
 
-/// False, with a message, where the file does not take the text.
+/// False, with a message, where the file cannot be written.
 bool writeFile(const std::string& path, const std::string& text) {
     std::ofstream file(path, std::ios::binary);
     file << text;

@@ -5,20 +5,21 @@
 #include <string>
 #include <vector>
 
+#include "fscan/process/exit_status.h"
 #include "fscanner/fs/fs_scan_observer.h"
 
 namespace fscan {
 
 struct Options;
 
-/// What a search met, all its parts together: how much was walked, what was not, and
-/// what a cache answered.
+/// How complete the answer of a search is, for all roots together: how much was walked, what
+/// was left out, and which parts came from a cache.
 struct Completeness {
     struct Skipped {
         std::string path;  ///< as the user is to see it
         fscanner::FsSkipReason reason;
         int error;   ///< errno
-        bool named;  ///< the user has been told
+        bool named;  ///< a message has named it
     };
     struct Cached {
         std::string path;
@@ -31,35 +32,40 @@ struct Completeness {
     std::vector<Skipped> skipped;
     std::vector<Cached> cached;
     std::vector<std::string> timedOut;
-    unsigned long long undecided = 0;  ///< files that the criteria has no answer for
+    unsigned long long undecided = 0;  ///< files for which the criteria could not be evaluated
 
     void addWalk(const fscanner::FsScanProgress& totals);
-    /// Whether something was not searched that is there and that nobody forbids.
+    /// Whether a directory could not be read for another reason than missing permission or
+    /// removal.
     bool systemFailed() const;
 };
 
 /// The end of a search.
 struct Outcome {
     unsigned long long matches = 0;
-    /// Files that were left out when it came to telling of them or running commands: they are
-    /// there no more, are others by now, or what they had to be tested for could not be read.
+    /// Files that were found and then left out: they were gone, had changed, or could not be
+    /// examined, when they were to be printed or given to commands.
     unsigned long long gone = 0;
     unsigned long long changed = 0;
     unsigned long long unexamined = 0;
-    int status = 0;            ///< of the program, or 128 and the signal that ends it
-    bool cut = false;          ///< it ended before all was searched, as nobody wanted more
+    ExitStatus status = ExitStatus::found;
+    int signal = 0;            ///< that is going to end the process; 0: none
+    bool cut = false;          ///< it ended early: the limit was reached, or the reader is gone
     bool interrupted = false;  ///< by a signal
     std::chrono::steady_clock::duration time{};
+
+    /// Whether nothing went wrong.
+    bool foundAll() const { return signal == 0 && status <= ExitStatus::nothingFound; }
 };
 
-/// Tells on standard error, as the options ask, what a search found, what it took, and
-/// what was left out.
+/// Writes to standard error, as the options ask, how much a search found, how long it took,
+/// and what was left out.
 void tell(const Options& options, const Completeness& search, const Outcome& outcome);
 
 /// The JSON object that says how complete an answer is, for programs.
 class Summary {
 public:
-    /// Empties its file, where it goes to one: no run leaves that of an earlier one.
+    /// Empties its file, if any, so that no run leaves the summary of an earlier one.
     explicit Summary(const Options& options);
 
     /// Whether one is wanted.
@@ -67,7 +73,7 @@ public:
     /// Whether its file, if any, can be written; a message has been given where not.
     bool writable() const { return writable_; }
     void write(const Completeness& search, const Outcome& outcome);
-    /// Whether that was done, or not wanted.
+    /// Whether it was written, or is not wanted.
     bool written() const { return written_ || !wanted_; }
 
 private:

@@ -11,7 +11,7 @@
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/query/drives.h"
-#include "fscan/search/asking.h"
+#include "fscan/search/provider_session.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_explain.h"
@@ -24,36 +24,36 @@ using fscanner::FsPlanStep;
 using fscanner::FsQueryReport;
 using fscanner::FsSearchWay;
 
-/// Asks the cache; it is not made for that. False where there is no sound one, and
-/// where it is not to be had, which the exit status tells.
-bool explainFromCache(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
-                      FsQueryReport& report, int& status) {
-    if (!asking.place.exists() || asking.place.isMarked()) return false;
-    const LockedCache cache(asking.place, options, LockedCache::Use::read);
+/// Asks the cache, but does not make one. False where there is no sound one, or where it could
+/// not be locked: `status` tells which.
+bool explainFromCache(const Options& options, const ProviderSession& session,
+                      const fscanner::FsQuery& query, FsQueryReport& report, ExitStatus& status) {
+    if (!session.place.exists() || session.place.isMarked()) return false;
+    const LockedCache cache(session.place, options, LockedCache::Use::read);
     status = cache.status();
-    // Looked at again under the lock: another process may have been at work.
-    if (status != STATUS_FOUND || asking.place.isMarked() || !cache.open()) return false;
-    const bool explained = cache.get()->explain(query, asking.ageLimit(), report);
+    // Checked again under the lock: another process may have changed the cache.
+    if (status != ExitStatus::found || session.place.isMarked() || !cache.open()) return false;
+    const bool explained = cache.get()->explain(query, session.ageLimit(), report);
     cache.get()->close();
     return explained;
 }
 
-int makeReport(const Options& options, const Asking& asking, const fscanner::FsQuery& query,
-               FsQueryReport& report) {
-    int status = STATUS_FOUND;
-    if (asking.cached && explainFromCache(options, asking, query, report, status)) return status;
-    if (status == STATUS_FAILURE) return status;
+ExitStatus makeReport(const Options& options, const ProviderSession& session,
+                      const fscanner::FsQuery& query, FsQueryReport& report) {
+    ExitStatus status = ExitStatus::found;
+    if (session.cached && explainFromCache(options, session, query, report, status)) return status;
+    if (status == ExitStatus::failure) return status;
     if (!fscanner::fsExplainQuery(query, report)) {
         complain("the mount table cannot be read");
-        return STATUS_FAILURE;
+        return ExitStatus::failure;
     }
     for (FsPlanStep& step : report.steps)
-        if (asking.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
+        if (session.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
             step.way = FsSearchWay::rebuilt;
-    return STATUS_FOUND;
+    return ExitStatus::found;
 }
 
-std::string wayText(const Asking& asking, const FsPlanStep& step) {
+std::string wayText(const ProviderSession& session, const FsPlanStep& step) {
     const std::string age = durationText(step.ageSeconds);
     switch (step.way) {
         case FsSearchWay::cached:
@@ -61,7 +61,7 @@ std::string wayText(const Asking& asking, const FsPlanStep& step) {
         case FsSearchWay::rebuilt:
             if (!step.inCache) return "scanned into the cache, which does not have it";
             return fmt::format("scanned into the cache, where it is {} old; {} at most", age,
-                               durationText(asking.maximumAge));
+                               durationText(session.maximumAge));
         case FsSearchWay::left:
             return "left out";
         case FsSearchWay::noDirectory:
@@ -69,23 +69,17 @@ std::string wayText(const Asking& asking, const FsPlanStep& step) {
         case FsSearchWay::direct:
             break;
     }
-    return asking.cached ? "scanned: only local drives are cached" : "scanned: without the cache";
+    return session.cached ? "scanned: only local drives are cached" : "scanned: without the cache";
 }
 
-void writeLine(std::string_view label, const std::wstring& text, Output& out) {
-    out.write(label);
-    out.writeForeign(toBytes(text));
-    out.write("\n");
-}
-
-void writeStep(const Asking& asking, const FsPlanStep& step, Output& out) {
-    writeLine("path:      ", step.path, out);
+void writeStep(const ProviderSession& session, const FsPlanStep& step, Output& out) {
+    out.writeLine("path:      ", toBytes(step.path));
     out.write("drive:     ");
     out.writeForeign(toBytes(step.mountPoint));
     out.write(fmt::format(" ({}, {})\n", toBytes(step.fileSystem), typeName(step.type)));
-    out.write(fmt::format("answer:    {}\n", wayText(asking, step)));
-    for (const std::wstring& path : step.exclusions) writeLine("excluded:  ", path, out);
-    for (const std::wstring& path : step.mountPoints) writeLine("mount:     ", path, out);
+    out.write(fmt::format("answer:    {}\n", wayText(session, step)));
+    for (const std::wstring& path : step.exclusions) out.writeLine("excluded:  ", toBytes(path));
+    for (const std::wstring& path : step.mountPoints) out.writeLine("mount:     ", toBytes(path));
 }
 
 bool isFromCache(const FsPlanStep& step) {
@@ -103,23 +97,22 @@ void writeCriteria(bool fromCache, const fscanner::FsCriteriaReport& criteria, O
         out.write("criteria:  none\n");
         return;
     }
-    writeLine("criteria:  ", criteria.tree, out);
-    out.write("index:     ");
-    out.writeForeign(indexText(fromCache, criteria));
-    out.write("\n");
+    out.writeLine("criteria:  ", toBytes(criteria.tree));
+    out.writeLine("index:     ", indexText(fromCache, criteria));
 }
 
 }  // namespace
 
-int Explanation::add(const fscanner::FsQuery& query, bool last) {
+ExitStatus Explanation::add(const fscanner::FsQuery& query, bool last) {
     FsQueryReport report;
-    if (const int status = makeReport(options_, asking_, query, report)) return status;
-    for (const FsPlanStep& step : report.steps) writeStep(asking_, step, out_);
+    const ExitStatus status = makeReport(options_, session_, query, report);
+    if (status != ExitStatus::found) return status;
+    for (const FsPlanStep& step : report.steps) writeStep(session_, step, out_);
     for (const std::wstring& path : report.unresolved)
-        writeLine("on no drive that is searched: ", path, out_);
+        out_.writeLine("on no drive that is searched: ", toBytes(path));
     fromCache_ = fromCache_ || std::any_of(report.steps.begin(), report.steps.end(), isFromCache);
     if (last) writeCriteria(fromCache_, report.criteria, out_);
-    return STATUS_FOUND;
+    return ExitStatus::found;
 }
 
 }  // namespace fscan

@@ -17,16 +17,16 @@
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/records/record_form.h"
-#include "fscan/search/asking.h"
 #include "fscan/search/command_runner.h"
 #include "fscan/search/explain.h"
+#include "fscan/search/provider_session.h"
 #include "fscan/search/search_run.h"
 
 namespace fscan {
 
 namespace {
 
-/// Drops the roots that no drive covers. False where there was one.
+/// Removes the roots that lie on no drive. False where there was one.
 bool keepMounted(SearchRoots& roots, const DriveList& drives) {
     const auto unmounted = [&drives](const SearchRoot& root) {
         if (drives.of(root.real) != nullptr) return false;
@@ -36,9 +36,9 @@ bool keepMounted(SearchRoots& roots, const DriveList& drives) {
     return std::erase_if(roots.roots, unmounted) == 0;
 }
 
-int explainRoots(const Search& search, Output& out) {
-    int status = STATUS_FOUND;
-    Explanation explanation(search.options, search.asking, out);
+ExitStatus explainRoots(const Search& search, Output& out) {
+    ExitStatus status = ExitStatus::found;
+    Explanation explanation(search.options, search.session, out);
     for (const SearchRoot& root : search.roots.roots) {
         if (&root != &search.roots.roots.front()) out.write("\n");
         setSearchedPath(search.options, root, search.query);
@@ -48,8 +48,8 @@ int explainRoots(const Search& search, Output& out) {
     return status;
 }
 
-/// What takes the matches in the end; null, with a message, where a template or the way to
-/// run commands is wrong. `needed` is set to the facts that they have to come with.
+/// The consumer of the matches; null, with a message, for a wrong template or an unsafe
+/// --exec-dir. Sets `needed` to how much it must know of matches.
 std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& examiner,
                                             Output& out, FactsNeeded& needed) {
     const Options& options = search.options;
@@ -70,32 +70,32 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& 
     return std::make_unique<RecordPrinter>(options, std::move(form), out);
 }
 
-int runAndReport(const Search& search, bool incomplete, Summary& summary, Output& out) {
+ExitStatus runAndReport(const Search& search, bool incomplete, Summary& summary, Output& out) {
     FactsNeeded needed = FactsNeeded::none;
     FileExaminer examiner;
     const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search, examiner, out, needed);
-    if (!consumer) return STATUS_USAGE;
+    if (!consumer) return ExitStatus::usage;
     return SearchRun(search, *consumer, examiner, needed, out).run(incomplete, summary);
 }
 
-int searchAsTold(const Options& options, Summary& summary, Output& out) {
+ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) {
     std::optional<TimeLimit> limit(std::in_place, options.timeoutMilliseconds);
     const std::optional<std::wstring> where = combineCriteria(options.criteria);
     SearchRoots roots = SearchRoots::resolve(options);
-    if (!where || roots.wrong) return STATUS_USAGE;
+    if (!where || roots.wrong) return ExitStatus::usage;
     const std::optional<DriveList> drives = DriveList::read();
-    if (!drives) return STATUS_FAILURE;
+    if (!drives) return ExitStatus::failure;
     std::optional<Excludes> excludes = Excludes::read(options, *drives, roots);
-    if (!excludes) return STATUS_USAGE;
-    std::optional<Asking> asking = Asking::prepare(options);
-    if (!asking) return STATUS_FAILURE;
+    if (!excludes) return ExitStatus::usage;
+    std::optional<ProviderSession> session = ProviderSession::prepare(options);
+    if (!session) return ExitStatus::failure;
     const bool mounted = keepMounted(roots, *drives);
 
-    const Conditions conditions(options, std::move(*excludes), *where, asking->cached);
+    const Conditions conditions(options, std::move(*excludes), *where, session->cached);
     fscanner::FsQuery query;
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
-    const Search search{options, roots, *drives, *asking, conditions, query};
-    limit.reset();  // each PATH has the time of its own
+    const Search search{options, roots, *drives, *session, conditions, query};
+    limit.reset();  // each PATH has its own time limit
     if (options.explain) return explainRoots(search, out);
     return runAndReport(search, !mounted || roots.incomplete, summary, out);
 }
@@ -114,10 +114,10 @@ Conditions::Conditions(const Options& options, Excludes left, const std::wstring
     andAlso(all, rest);
 }
 
-int runSearch(const Options& options, Output& out) {
+ExitStatus runSearch(const Options& options, Output& out) {
     Summary summary(options);
-    if (!summary.writable()) return STATUS_USAGE;
-    const int status = searchAsTold(options, summary, out);
+    if (!summary.writable()) return ExitStatus::usage;
+    const ExitStatus status = prepareAndRun(options, summary, out);
     if (summary.written() || options.explain) return status;
     Outcome nothingSearched;
     nothingSearched.status = status;

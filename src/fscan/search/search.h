@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "fscan/process/exit_status.h"
 #include "fscan/query/excludes.h"
 #include "fscan/query/filters.h"
 
@@ -13,11 +14,11 @@ namespace fscan {
 
 class DriveList;
 class Output;
-struct Asking;
+struct ProviderSession;
 struct Options;
 struct SearchRoots;
 
-/// What the matches have to satisfy.
+/// The conditions that matches have to satisfy.
 struct Conditions {
     /// `criteria`: the user's own. `cached`: the answer may come from a cache.
     Conditions(const Options& options, Excludes left, const std::wstring& criteria, bool cached);
@@ -30,17 +31,17 @@ struct Conditions {
     std::wstring all;
 };
 
-/// What the searches of all roots go by.
+/// The parameters that the searches of all roots share.
 struct Search {
     const Options& options;
     const SearchRoots& roots;
     const DriveList& drives;
-    Asking& asking;
+    ProviderSession& session;
     const Conditions& conditions;
-    fscanner::FsQuery& query;  ///< all of it but the path
+    fscanner::FsQuery& query;  ///< complete but for the path
 };
 
-/// Runs the search that the options describe; returns the exit status.
-int runSearch(const Options& options, Output& out);
+/// Runs the search that the options describe.
+ExitStatus runSearch(const Options& options, Output& out);
 
 }  // namespace fscan

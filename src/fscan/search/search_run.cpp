@@ -16,7 +16,7 @@
 #include "fscan/query/drives.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
-#include "fscan/search/asking.h"
+#include "fscan/search/provider_session.h"
 #include "fscan/sort/sorted_matches.h"
 #include "fscan/text/paths.h"
 #include "fscanner/engine/cache.h"
@@ -25,8 +25,8 @@ namespace fscan {
 
 namespace {
 
-/// Where matches are sorted, or null. Commands run when the search is over: one that
-/// searches itself must not find the cache in use.
+/// The sorter for the matches; null where they are passed on as they come. Commands run after
+/// the search, so that one which searches itself does not find the cache in use.
 std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
     if ((!options.sortKey && !options.runsCommands()) || options.countOnly) return nullptr;
     const SortOrder order{options.sortKey.value_or(SortKey::pathname), options.reverse};
@@ -78,15 +78,15 @@ SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer
 
 SearchRun::~SearchRun() = default;
 
-int SearchRun::run(bool incomplete, Summary& summary) {
+ExitStatus SearchRun::run(bool incomplete, Summary& summary) {
     std::optional<Interruption> interruption(std::in_place);
     Outcome outcome;
     const auto start = std::chrono::steady_clock::now();
-    int status = searchRoots();
+    ExitStatus status = searchRoots();
     outcome.time = std::chrono::steady_clock::now() - start;
     line_.erase();
     if (!Interruption::pending() && out_.error() == 0) {
-        // Now a signal may end the process at once, unless a summary is to be written.
+        // From here on a signal ends the process at once, unless a summary must be written.
         if (!summary.wanted()) interruption.reset();
         status = std::max(status, deliver(status));
         out_.flush();
@@ -95,62 +95,63 @@ int SearchRun::run(bool incomplete, Summary& summary) {
     conclude(status, outcome);
     summary.write(watcher_.search(), outcome);
     if (interruption) interruption->endIfPending(readerGone());
-    return summary.writable() ? status : std::max<int>(status, STATUS_FAILURE);
+    return summary.writable() ? status : std::max(status, ExitStatus::failure);
 }
 
-/// One root after the other, so that each file is reported once, below the PATH that it
-/// belongs to.
-int SearchRun::searchRoots() {
-    int status = STATUS_FOUND;
+/// Searches one root after the other, so that each file is reported once, below its PATH.
+ExitStatus SearchRun::searchRoots() {
+    ExitStatus status = ExitStatus::found;
     for (const SearchRoot& root : search_.roots.roots) {
         status = std::max(status, searchRoot(root));
         const bool unread = out_.error() != 0;
-        if (status == STATUS_FAILURE || matches_.stopped() || unread || Interruption::pending())
+        if (status == ExitStatus::failure || matches_.stopped() || unread ||
+            Interruption::pending())
             break;
     }
     return status;
 }
 
-/// The provider writes straight to us, so that matches are printed as they are found and
-/// nothing is kept that need not be.
-int SearchRun::searchRoot(const SearchRoot& root) {
+/// The provider writes to `writer_`, so that matches are printed as they are found and need not
+/// be kept.
+ExitStatus SearchRun::searchRoot(const SearchRoot& root) {
     matches_.setRoot(root);
     if (search_.conditions.excludes.cover(root.real) && !search_.options.quiet)
         complain(fmt::format("note: {}: left out by --exclude", root.given));
     setSearchedPath(search_.options, root, search_.query);
-    const int code = askAnyway(root);
-    if (matches_.stopped() || Interruption::pending()) return STATUS_FOUND;
-    // The other half is on a drive.
-    if (root.half && code == fscanner::FS_CACHE_NO_DRIVE) return STATUS_FOUND;
-    const int status = search_.asking.report(code, root.given);
-    if (status == STATUS_INCOMPLETE) watcher_.timedOut(root.given);
+    const int code = askWithFallback(root);
+    if (matches_.stopped() || Interruption::pending()) return ExitStatus::found;
+    // The other half of the PATH lies on a drive.
+    if (root.half && code == fscanner::FS_CACHE_NO_DRIVE) return ExitStatus::found;
+    const ExitStatus status = search_.session.report(code, root.given);
+    if (status == ExitStatus::incomplete) watcher_.timedOut(root.given);
     return status;
 }
 
-/// Asks once more, without the cache, where that failed before anything was found.
-int SearchRun::askAnyway(const SearchRoot& root) {
+/// Searches again without the cache, where the cache failed before anything was found.
+int SearchRun::askWithFallback(const SearchRoot& root) {
     const bool local = search_.drives.of(root.real)->getType() == fscanner::DRIVE_LOCAL;
     const unsigned long long before = matches_.added();
     for (;;) {
-        watcher_.expectCaching(search_.asking.cached && local);
+        watcher_.expectCaching(search_.session.cached && local);
         const int code = ask();
         const bool nothingYet = matches_.added() == before && !Interruption::pending();
         line_.erase();
-        if (!nothingYet || !search_.asking.leaveCache(code, search_.options.quiet)) return code;
+        if (!nothingYet || !search_.session.goOnWithoutCache(code, search_.options.quiet))
+            return code;
         watcher_.forgetCache();
     }
 }
 
-/// While a cache is read nobody can build a tree in it: a slow reader of ours gets the rest
-/// when that is over.
+/// While we read the cache, no other process can build a tree in it. So a slow reader of the
+/// output must not block us: it gets the rest when the search is over.
 int SearchRun::ask() {
     std::optional<TimeLimit> limit(std::in_place, search_.options.timeoutMilliseconds);
-    if (!search_.asking.cached) return search_.asking.run(writer_, search_.query);
+    if (!search_.session.cached) return search_.session.run(writer_, search_.query);
     int code = 0;
     {
-        const Output::Impatience results(out_);
-        const Output::Impatience messages(errors());
-        code = search_.asking.run(writer_, search_.query);
+        const Output::NonBlocking results(out_);
+        const Output::NonBlocking messages(errors());
+        code = search_.session.run(writer_, search_.query);
     }
     limit.reset();
     if (Interruption::pending()) return code;
@@ -159,18 +160,18 @@ int SearchRun::ask() {
     return code;
 }
 
-/// Hands on what was sorted; returns the exit status of that. What a signal cuts short is
-/// not finished: nobody is to take it for whole.
-int SearchRun::deliver(int status) {
+/// Passes on the sorted matches. After a signal the output is not finished, so that it does not
+/// look complete.
+ExitStatus SearchRun::deliver(ExitStatus status) {
     const bool delivered = !sorter_ || sorter_->deliver(last_);
-    if (Interruption::pending()) return STATUS_FOUND;
-    // A count of a search that failed is no count.
-    if (!search_.options.countOnly || status < STATUS_FAILURE) consumer_.finish();
+    if (Interruption::pending()) return ExitStatus::found;
+    // The count of a failed search would be wrong.
+    if (!search_.options.countOnly || status < ExitStatus::failure) consumer_.finish();
     if (!delivered) {
         complain("the temporary file of matches cannot be written or read; is the disk full?");
-        return STATUS_FAILURE;
+        return ExitStatus::failure;
     }
-    return consumer_.failed() ? STATUS_COMMAND_FAILED : STATUS_FOUND;
+    return consumer_.failed() ? ExitStatus::commandFailed : ExitStatus::found;
 }
 
 bool SearchRun::readerGone() const {
@@ -178,15 +179,18 @@ bool SearchRun::readerGone() const {
 }
 
 /// The exit status of a search whose parts came to `status`.
-int SearchRun::overall(int status, bool incomplete) const {
-    if (out_.error() != 0 && !readerGone()) return STATUS_FAILURE;
-    if (incomplete || watcher_.rootSkipped() || watcher_.search().systemFailed() || strictlyWrong())
-        status = std::max<int>(status, STATUS_INCOMPLETE);
-    return status == STATUS_FOUND && consumer_.count() == 0 ? STATUS_NOTHING_FOUND : status;
+ExitStatus SearchRun::overall(ExitStatus status, bool incomplete) const {
+    if (out_.error() != 0 && !readerGone()) return ExitStatus::failure;
+    if (incomplete || watcher_.rootSkipped() || watcher_.search().systemFailed() ||
+        violatesStrict())
+        status = std::max(status, ExitStatus::incomplete);
+    return status == ExitStatus::found && consumer_.count() == 0 ? ExitStatus::nothingFound
+                                                                 : status;
 }
 
-/// A file that is gone is missing nowhere but where a command was to be run for it.
-bool SearchRun::strictlyWrong() const {
+/// Whether --strict makes the answer incomplete. A file that is gone counts only where a
+/// command was to be run for it.
+bool SearchRun::violatesStrict() const {
     if (!search_.options.strict) return false;
     using enum FileExaminer::Found;
     const bool notRun = search_.options.runsCommands() && examiner_.leftOut(gone) != 0;
@@ -194,7 +198,7 @@ bool SearchRun::strictlyWrong() const {
            !watcher_.search().skipped.empty() || watcher_.search().undecided != 0;
 }
 
-void SearchRun::conclude(int status, Outcome& outcome) const {
+void SearchRun::conclude(ExitStatus status, Outcome& outcome) const {
     const int noted = Interruption::signal();
     const int lost = readerGone() ? Interruption::ofLostReader() : 0;
     const int signal = noted != 0 ? noted : lost;
@@ -204,18 +208,20 @@ void SearchRun::conclude(int status, Outcome& outcome) const {
     outcome.unexamined = examiner_.leftOut(FileExaminer::Found::unknown);
     outcome.cut = matches_.stopped() || consumer_.full() || readerGone();
     outcome.interrupted = noted != 0;
-    outcome.status = signal == 0 ? status : 128 + signal;
+    outcome.status = status;
+    outcome.signal = signal;
     if (signal == 0 || outcome.interrupted) tell(search_.options, watcher_.search(), outcome);
     noteUnmetExcludes(outcome);
 }
 
-/// Known only where all was looked at, by a provider that tells what it left out.
+/// Names the exclusions that left nothing out. That is known only after a complete search by a
+/// provider that reports its exclusions.
 void SearchRun::noteUnmetExcludes(const Outcome& outcome) const {
     const Excludes& excludes = search_.conditions.excludes;
-    const bool all = outcome.status <= STATUS_NOTHING_FOUND && !outcome.cut &&
-                     watcher_.search().skipped.empty() && search_.options.recurse;
-    if (!all || search_.options.quiet || !search_.asking.tellsExclusions()) return;
-    // What is mounted may not have been searched anyway: it was not walked into.
+    const bool all = outcome.foundAll() && !outcome.cut && watcher_.search().skipped.empty() &&
+                     search_.options.recurse;
+    if (!all || search_.options.quiet || !search_.session.reportsExclusions()) return;
+    // A mount that was not entered may have been left out by an exclusion.
     for (const fscanner::DriveInfo& drive : search_.drives.all())
         for (const SearchRoot& root : search_.roots.roots)
             if (liesIn(mountDirectory(drive), root.real))

@@ -61,13 +61,13 @@ bool Watcher::isRoot(const std::wstring& path) const {
 
 void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) {
     const std::wstring path(withoutFinalSlash(directory));
-    if (reason == FsSkipReason::excluded) parts_.excludes.cover(path);  // which notes it
+    if (reason == FsSkipReason::excluded) parts_.excludes.cover(path);  // notes the match
     if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
-    if (reason == FsSkipReason::noDrive) return;  // the search's result tells
+    if (reason == FsSkipReason::noDrive) return;  // the result of the search tells it
     const SearchRoot& root = parts_.matches.root();
     if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;
-    // A walk for the cache meets what lies below other roots, too.
-    if (!told_.insert(path).second) return;
+    // A walk for the cache also reports directories of other roots.
+    if (!reported_.insert(path).second) return;
     const bool isPath = isRoot(path);
     rootSkipped_ = rootSkipped_ || isPath;
     error = errorOf(reason, error);
@@ -78,8 +78,8 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
     complain(root.shown(path), error);
 }
 
-/// The criteria failed as a whole. A name with a wildcard in it does that to
-/// the name patterns; the rest of them may well hold, or have no answer either.
+/// The criteria could not be evaluated as a whole. If the cause is a wildcard in the file's name,
+/// only the name patterns failed, and the rest of the criteria decides.
 void Watcher::undecided(const fscanner::FsFileInfo& file) {
     if (!parts_.matches.nameFits(file.getName())) return;
     if (parts_.where == nullptr || parts_.where->matches(file)) {

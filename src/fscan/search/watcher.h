@@ -15,8 +15,9 @@ class ProgressLine;
 struct Options;
 struct SearchRoots;
 
-/// Watches the walks: tells how far they are, notes what could not be searched, decides
-/// on files that the criteria could not, and stops walks that nobody wants to the end.
+/// Observes the walks: shows progress, notes what could not be searched, decides on files for
+/// which the criteria could not be evaluated, and stops walks when no more matches are
+/// wanted.
 class Watcher : public fscanner::FsScanObserver {
 public:
     struct Parts {
@@ -32,8 +33,8 @@ public:
     Watcher& operator=(const Watcher&) = delete;
     ~Watcher() override { fsSetScanObserver(previous_); }
 
-    /// Whether the coming walks fill the cache: they go on when nobody reads on, as
-    /// half a tree would cost the cache, and see what the query leaves out.
+    /// Whether the following walks fill the cache. Such a walk continues after the output was
+    /// closed, as a partial tree would be useless, and visits also what the query leaves out.
     void expectCaching(bool caching);
 
     bool progress(const fscanner::FsScanProgress& progress) override;
@@ -43,8 +44,8 @@ public:
     void fromCache(const wchar_t* path, unsigned ageSeconds) override;
     bool waiting(unsigned elapsedMilliseconds) override;
 
-    /// To be called when the search is to begin again, without the cache: what that told of
-    /// its own answer, which was none, does not count.
+    /// Drops what the cache reported of its answer. To be called before the search is repeated
+    /// without the cache.
     void forgetCache();
     void timedOut(const std::string& path) { search_.timedOut.push_back(path); }
     /// Whether a PATH itself could not be searched.
@@ -57,7 +58,7 @@ private:
 
     Parts parts_;
     fscanner::FsScanObserver* previous_;
-    std::set<std::wstring> told_;
+    std::set<std::wstring> reported_;
     Completeness search_;
     std::size_t cachedBefore_ = 0;
     unsigned long long undecidedBefore_ = 0;

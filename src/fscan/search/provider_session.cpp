@@ -1,4 +1,4 @@
-#include "fscan/search/asking.h"
+#include "fscan/search/provider_session.h"
 
 #include <fmt/format.h>
 
@@ -17,11 +17,11 @@ namespace fscan {
 
 namespace {
 
-/// As good as none: the engine counts milliseconds in 32 bits.
+/// Stands for no timeout: the engine counts milliseconds in 32 bits.
 constexpr unsigned noTimeout = std::numeric_limits<int>::max();
-/// How long others may keep the cache, in milliseconds, and where they may for good.
-constexpr const char* usualWait = "1000";
-constexpr const char* anyWait = "2147483647";
+/// How long to wait for others who use the cache, in milliseconds: by default, and with --wait.
+constexpr const char* defaultWait = "1000";
+constexpr const char* endlessWait = "2147483647";
 constexpr const char* cacheProvider = "provider_cache";
 constexpr const char* directProvider = "provider_direct";
 
@@ -33,8 +33,8 @@ std::unique_ptr<fscanner::FsProvider> load(const char* name) {
     return provider;
 }
 
-/// The provider to ask: the one of the command line or the settings. Directories alone are
-/// read faster than a cache, which holds whole trees.
+/// Loads the provider of the command line or the settings. A search that does not recurse reads
+/// directories, which is faster than a cache of whole trees.
 std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
     if (options.provider) return load(options.provider->c_str());
     const std::string usual = settings().getString("fscanner", "provider", cacheProvider);
@@ -43,41 +43,42 @@ std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
 
 }  // namespace
 
-std::optional<Asking> Asking::prepare(const Options& options) {
-    Asking asking;
-    asking.maximumAge = options.maximumAge;
-    asking.timeoutMilliseconds = options.timeoutMilliseconds.value_or(noTimeout);
-    asking.provider = choose(options);
-    if (!asking.provider) return std::nullopt;
-    asking.place = CachePlace::of(options);
-    // A provider that has no cache has no use for it, either.
-    if (asking.maximumAge == 0) asking.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
-    asking.provider->setOption(fscanner::FS_OPTION_WAIT, options.wait ? anyWait : usualWait);
-    const std::string directory = toBytes(asking.place.directory);
-    // A provider that keeps none refuses the option.
-    asking.cached = asking.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
-                                               directory.empty() ? "/" : directory.c_str());
+std::optional<ProviderSession> ProviderSession::prepare(const Options& options) {
+    ProviderSession session;
+    session.maximumAge = options.maximumAge;
+    session.timeoutMilliseconds = options.timeoutMilliseconds.value_or(noTimeout);
+    session.provider = choose(options);
+    if (!session.provider) return std::nullopt;
+    session.place = CachePlace::of(options);
+    // Providers without a cache ignore it.
+    if (session.maximumAge == 0) session.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
+    session.provider->setOption(fscanner::FS_OPTION_WAIT, options.wait ? endlessWait : defaultWait);
+    const std::string directory = toBytes(session.place.directory);
+    // Providers without a cache refuse this option.
+    session.cached = session.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
+                                                 directory.empty() ? "/" : directory.c_str());
     std::wstring problem = L"no home directory";
-    if (!asking.cached || asking.place.chosen || options.explain ||
+    if (!session.cached || session.place.chosen || options.explain ||
         (!directory.empty() &&
-         fscanner::fsPrepareCacheDirectory(asking.place.directory.c_str(), problem)))
-        return asking;
+         fscanner::fsPrepareCacheDirectory(session.place.directory.c_str(), problem)))
+        return session;
     complain(fmt::format("no place for a cache: {}; searching without one", toBytes(problem)));
-    asking.cached = false;
-    asking.provider = load(directProvider);
-    if (!asking.provider) return std::nullopt;
-    return asking;
+    session.cached = false;
+    session.provider = load(directProvider);
+    if (!session.provider) return std::nullopt;
+    return session;
 }
 
-unsigned Asking::ageLimit() const {
+unsigned ProviderSession::ageLimit() const {
     return maximumAge == 0 ? fscanner::FS_CACHE_REBUILD : maximumAge;
 }
 
-int Asking::run(fscanner::FsResultSetWriter& writer, const fscanner::FsQuery& query) const {
+int ProviderSession::run(fscanner::FsResultSetWriter& writer,
+                         const fscanner::FsQuery& query) const {
     return provider->executeQuery(writer, query, maximumAge, timeoutMilliseconds);
 }
 
-bool Asking::leaveCache(int code, bool quiet) {
+bool ProviderSession::goOnWithoutCache(int code, bool quiet) {
     const bool isCaches = code == fscanner::FS_CACHE_UNUSABLE ||
                           code == fscanner::FS_CACHE_LOCK_TIMED_OUT ||
                           code == fscanner::FS_CACHE_FAILURE;
@@ -93,20 +94,20 @@ bool Asking::leaveCache(int code, bool quiet) {
     return true;
 }
 
-bool Asking::tellsExclusions() const {
+bool ProviderSession::reportsExclusions() const {
     const std::string_view name = provider->name();
     return name == cacheProvider || name == directProvider;
 }
 
-int Asking::report(int code, const std::string& path) const {
-    if (code == fscanner::FS_CACHE_SUCCESS) return STATUS_FOUND;
+ExitStatus ProviderSession::report(int code, const std::string& path) const {
+    if (code == fscanner::FS_CACHE_SUCCESS) return ExitStatus::found;
     if (code == fscanner::FS_CACHE_QUERY_TIMED_OUT || code == fscanner::FS_CACHE_BUILD_TIMED_OUT) {
         complain(fmt::format("{}: time ran out before all was searched", path));
-        return STATUS_INCOMPLETE;
+        return ExitStatus::incomplete;
     }
     if (code == fscanner::FS_CACHE_NO_DRIVE) {
         complain(fmt::format("note: {}: on no drive that is searched", path));
-        return STATUS_FOUND;
+        return ExitStatus::found;
     }
     if (code == fscanner::FS_CACHE_NO_FILE_PROGRAM)
         complain("types cannot be told: there is no program /usr/bin/file that can be run");
@@ -116,7 +117,7 @@ int Asking::report(int code, const std::string& path) const {
         complain("the mount table cannot be read");
     else
         complain(fmt::format("{}: the provider {} failed ({})", path, provider->name(), code));
-    return STATUS_FAILURE;
+    return ExitStatus::failure;
 }
 
 }  // namespace fscan
