@@ -6,9 +6,9 @@
 
 namespace fscan {
 
-/// What is shown of a file besides its path.
+/// The facts about a file that are shown in long lines.
 struct FileFacts {
-    bool known = false;  ///< the time is, too: the file is still there
+    bool known = false;  ///< all of them are known: the file was examined and exists
     unsigned attributes = 0;
     unsigned long long size = 0;
     long modified = 0;  ///< seconds since the epoch
@@ -16,19 +16,23 @@ struct FileFacts {
     bool none() const { return !known && attributes == 0 && size == 0; }
 };
 
-/// What matches have to come with: nothing at all, to be counted, or their paths and no
-/// facts, those that the search knows, which may come from a cache, those that the file
-/// system tells now, or all that it tells.
-enum class FactsNeeded { count, none, known, examined, detailed };
+/// How much must be known of matches. Each value includes those before it.
+enum class FactsNeeded {
+    count,     ///< nothing: they are counted
+    none,      ///< the paths
+    known,     ///< the facts that the search has, which may come from a cache
+    examined,  ///< the facts, from the file system
+    detailed   ///< all details, from the file system
+};
 
 struct FileDetails;
 
 /// A file that is to be reported.
 struct Match {
-    std::string_view path;   ///< its bytes, as the user is to see them
+    std::string_view path;   ///< its bytes, below the PATH as the user gave it
     std::size_t nameAt = 0;  ///< where the name begins in it
     FileFacts facts;
-    const FileDetails* details = nullptr;  ///< where they are needed, on the way to be shown
+    const FileDetails* details = nullptr;  ///< null unless the consumer needs them
 
     std::string_view name() const { return path.substr(nameAt); }
     /// Without the "/" at its end, unless that is all.
@@ -39,11 +43,11 @@ struct Match {
 class MatchSink {
 public:
     virtual ~MatchSink() = default;
-    /// The match's texts are valid during the call. False when no more are wanted.
+    /// The match's texts are valid during the call. Returns false to get no more.
     virtual bool take(const Match& match) = 0;
 };
 
-/// What becomes of the matches in the end: they are counted, up to a limit.
+/// The last sink of the matches: counts them up to a limit, and prints them or runs commands.
 class MatchConsumer : public MatchSink {
 public:
     explicit MatchConsumer(std::optional<unsigned long long> limit)
@@ -57,16 +61,16 @@ public:
     }
     /// To be called after the last match.
     virtual void finish() = 0;
-    /// Whether something went wrong with what was made of the matches.
+    /// Whether something failed while matches were consumed.
     virtual bool failed() const { return false; }
     unsigned long long count() const { return count_; }
-    /// Whether there are as many as may be. There may have been more.
+    /// Whether the limit is reached.
     bool full() const { return count_ == limit_; }
 
 protected:
-    /// Whether a match is to be counted and consumed; one that is not has been noted.
+    /// Whether a match is to be counted and consumed. One that is not is noted as left out.
     virtual bool admit(const Match&) { return true; }
-    /// False when no more are wanted.
+    /// Returns false to get no more.
     virtual bool consume(const Match& match) = 0;
 
 private:

@@ -14,9 +14,9 @@ namespace fscan {
 
 namespace {
 
-/// Milliseconds of it fit into 31 bits.
+/// As milliseconds, it fits into 31 bits.
 constexpr unsigned greatestSeconds = 2'000'000;
-/// The cache subtracts it from the time of day, and must not get below 0.
+/// The cache subtracts it from the time of day, which must not become negative.
 constexpr unsigned greatestAge = 1'000'000'000;
 
 CLI::Option* addMoment(CLI::App& app, const std::string& flag, std::optional<std::time_t>& moment,
@@ -58,19 +58,19 @@ void addNames(CLI::App& app, Options& options, const char* group) {
     addTexts(
         app, "-t,--type", "WORD",
         [&options](const std::string& word) {
-            // The criteria has no way to write it.
+            // Criteria cannot express such a text.
             if (word.empty() || word.find('"') != word.npos)
                 throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
             options.types.push_back(word);
         },
-        "The file program says this word of it: ELF, ASCII, PNG; several are or-ed")
+        "The file program's description has this word: ELF, ASCII, PNG; several are or-ed")
         ->group(group);
 }
 
 void addFacts(CLI::App& app, Options& options, const char* group) {
-    addSize(app, "--larger", options.larger, "More bytes than that: 4096, 10k, 5M, 2G")
+    addSize(app, "--larger", options.larger, "Larger than that, in bytes: 4096, 10k, 5M, 2G")
         ->group(group);
-    addSize(app, "--smaller", options.smaller, "Fewer bytes than that")->group(group);
+    addSize(app, "--smaller", options.smaller, "Smaller than that")->group(group);
     addMoment(app, "--newer", options.newer, "Modified within that time (2h), or after that date")
         ->group(group);
     addMoment(app, "--older", options.older, "Modified before that")->group(group);
@@ -92,23 +92,23 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
         },
         "Owned by that user: a name or a number")
         ->group(group);
-    app.add_flag("--links", options.links, "Symbolic links alone")->group(group);
+    app.add_flag("--links", options.links, "Only symbolic links")->group(group);
 }
 
 void addCache(CLI::App& app, Options& options, const char* group) {
     CLI::Option* age = addDuration(
                            app, "--max-age", 0, greatestAge,
                            [&options](unsigned seconds) { options.maximumAge = seconds; },
-                           "Take no answer from the cache that is older; 10m unless given")
+                           "Maximum age of an answer from the cache; default: 10m")
                            ->group(group);
     app.add_flag_function(
            "--fresh", [&options](auto) { options.maximumAge = 0; },
-           "Scan anew, like --max-age 0, however young the cache is")
+           "Scan again, however young the cache is; same as --max-age 0")
         ->excludes(age)
         ->group(group);
     addText(app, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is")->group(group);
     app.add_flag("--wait", options.wait,
-                 "Wait for others who use the cache; otherwise after a second without it")
+                 "Wait for other users of the cache; default: go on without it after a second")
         ->group(group);
 }
 
@@ -128,7 +128,8 @@ void addSelection(CLI::App& app, Options& options) {
 void addPlaces(CLI::App& app, Options& options) {
     const char* group = "Where to look";
     addTexts(app, "-x,--exclude", "PATH", options.excludes,
-             "Leave out what --path would match, with all below it: node_modules, ./old, /srv/tmp*")
+             "Leave out paths that --path would match, and all below them: node_modules, ./old, "
+             "/srv/tmp*")
         ->group(group);
     app.add_flag_function(
            "--no-recurse", [&options](auto) { options.recurse = false; },
@@ -139,7 +140,7 @@ void addPlaces(CLI::App& app, Options& options) {
     addTexts(app, "--not-fs", "TYPE", options.notFileSystems, "No file systems of this type")
         ->group(group);
     app.add_flag("--all-fs", options.allFileSystems,
-                 "Also proc, sysfs and their like; otherwise only by a PATH on one")
+                 "Also search proc, sysfs and the like; default: only where a PATH is on one")
         ->group(group);
     addChoice(app, "--local", options.drives, DriveChoice::local, "Only local drives")
         ->group(group);
@@ -150,11 +151,11 @@ void addPlaces(CLI::App& app, Options& options) {
 void addProvider(CLI::App& app, Options& options) {
     const char* group = "How to search";
     CLI::Option* provider = addText(app, "--provider", "NAME", options.provider,
-                                    "Ask this provider, not that of the settings")
+                                    "Use this provider instead of that of the settings")
                                 ->group(group);
     app.add_flag_function(
            "--no-cache", [&options](auto) { options.provider = "provider_direct"; },
-           "Search the file systems themselves, like --provider provider_direct")
+           "Search without a cache; same as --provider provider_direct")
         ->excludes(provider)
         ->group(group);
     addCache(app, options, group);
@@ -182,7 +183,7 @@ void addForms(CLI::App& app, Options& options, const char* group) {
     addChoice(app, "--csv", options.form, OutputForm::csv, "Comma-separated values, with a header")
         ->group(group);
     app.add_flag("--with-type", options.withTypes,
-                 "In JSON and CSV also what the file program says")
+                 "Add the file program's description to JSON and CSV")
         ->group(group);
     addText(app, "--format", "TEMPLATE", options.formatTemplate,
             "A line such as '{size} {path}'; the manual lists the fields")
@@ -194,10 +195,10 @@ void addForms(CLI::App& app, Options& options, const char* group) {
 
 void addStyles(CLI::App& app, Options& options, const char* group) {
     addChoice(app, "--absolute", options.pathStyle, PathStyle::absolute,
-              "Whole paths, without links")
+              "Absolute paths, without links")
         ->group(group);
     addChoice(app, "--relative", options.pathStyle, PathStyle::relative,
-              "Paths from the current directory on")
+              "Paths relative to the current directory")
         ->group(group);
     addWord<WhenToUse>(
         app, "--color", "auto|always|never", whens,
@@ -221,10 +222,8 @@ void addSorting(CLI::App& app, Options& options, const char* group) {
             app, "--sort", "path|name|pathname|size", keys,
             [&options](SortKey key) { options.sortKey = key; }, "Sort by this; ties by pathname")
             ->group(group);
-    app.add_flag("--reverse", options.reverse, "Sort the other way round")
-        ->needs(sort)
-        ->group(group);
-    app.add_flag("--spill", options.spill, "Sort in a temporary file, however few there are")
+    app.add_flag("--reverse", options.reverse, "Sort in reverse order")->needs(sort)->group(group);
+    app.add_flag("--spill", options.spill, "Sort in a temporary file, even if memory would do")
         ->needs(sort)
         ->group(group);
     addValue(
@@ -237,7 +236,7 @@ void addSorting(CLI::App& app, Options& options, const char* group) {
                 throw CLI::ValidationError("--limit", "not a number from 1 on");
             options.limit = limit;
         },
-        "End after so many matches")
+        "Stop after so many matches")
         ->group(group);
 }
 
@@ -256,8 +255,9 @@ void addOutput(CLI::App& app, Options& options) {
 }
 
 void addReports(CLI::App& app, Options& options) {
-    const char* group = "What to tell besides, on standard error";
-    app.add_flag("--errors", options.errors, "Each directory that could not be read")->group(group);
+    const char* group = "Reports on standard error";
+    app.add_flag("--errors", options.errors, "Name each directory that could not be read")
+        ->group(group);
     app.add_flag("--strict", options.strict,
                  "Exit with 3 if a directory could not be read, or a file was left out")
         ->group(group);
@@ -275,7 +275,7 @@ void addReports(CLI::App& app, Options& options) {
         },
         "At the end: how complete the answer is, as a JSON object")
         ->group(group);
-    addText(app, "--summary-file", "FILE", options.summaryFile, "Write that to FILE instead")
+    addText(app, "--summary-file", "FILE", options.summaryFile, "Write the summary to FILE instead")
         ->group(group);
 }
 
@@ -284,17 +284,17 @@ void addOthers(CLI::App& app, Options& options) {
     app.add_flag("--drives", options.listDrives, "List the drives: directory, type, file system")
         ->group(group);
     addText(app, "--check", "CRITERIA", options.check,
-            "Say whether the criteria compiles, and to what")
+            "Check the criteria, and show how it is compiled")
         ->group(group);
-    app.add_flag("--explain", options.explain, "Tell how the search would be run")->group(group);
+    app.add_flag("--explain", options.explain, "Show how the search would be run")->group(group);
     addCacheTask(app, options, "--cache-status", CacheTask::status,
-                 "Tell where the cache is and what it holds")
+                 "Show where the cache is and what it holds")
         ->group(group);
     addCacheTask(app, options, "--cache-check", CacheTask::check,
                  "Compare the cache's files with their checksums")
         ->group(group);
     addCacheTask(app, options, "--cache-compact", CacheTask::compact,
-                 "Give the space of removed records back, if there are many")
+                 "Release the space of removed records, if there are many")
         ->group(group);
     addValue(
         app, "--cache-forget", "PATH",

@@ -4,22 +4,22 @@ namespace CLI {
 class App;
 }
 
-/// The options of the command line, in the groups in which the help shows them: each
-/// function adds the options of one group, which fill `options` when they are parsed.
+/// The options of the command line, in the groups of the help. Each function adds the options
+/// of one group; when they are parsed, they fill `options`.
 namespace fscan {
 
 struct Options;
 
-// What is searched, where, and how.
+// The search.
 void addSelection(CLI::App& app, Options& options);
 void addPlaces(CLI::App& app, Options& options);
 void addProvider(CLI::App& app, Options& options);
 
-// What becomes of the matches, and what is told besides.
+// The output, and reports on standard error.
 void addOutput(CLI::App& app, Options& options);
 void addReports(CLI::App& app, Options& options);
 
-// What is done instead of searching.
+// Tasks other than searching.
 void addOthers(CLI::App& app, Options& options);
 
 }  // namespace fscan

@@ -4,7 +4,7 @@
 
 namespace fscan {
 
-// CLI11 is handed no conversion: it would read "{}" and "[a,b]" as lists.
+// No conversion of CLI11 is used: it would read "{}" and "[a,b]" as lists.
 CLI::Option* addValue(CLI::App& app, const std::string& flags, const std::string& type,
                       const TakeText& take, const std::string& help) {
     return app

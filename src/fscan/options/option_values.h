@@ -7,19 +7,18 @@
 #include <string>
 #include <vector>
 
-/// Options with values, as fscan reads them: a value is one text, and is taken as it
-/// stands.
+/// Options with values. A value is one text and is not interpreted by CLI11.
 namespace fscan {
 
 using TakeText = std::function<void(const std::string&)>;
 
-/// An option whose last use counts. `take` throws a CLI::ValidationError for a value
-/// that is none.
+/// An option whose last use counts. `take` throws a CLI::ValidationError for a wrong
+/// value.
 CLI::Option* addValue(CLI::App& app, const std::string& flags, const std::string& type,
                       const TakeText& take, const std::string& help);
 CLI::Option* addText(CLI::App& app, const std::string& flags, const std::string& type,
                      std::optional<std::string>& value, const std::string& help);
-/// An option with a value of its own at each use.
+/// An option that can be given several times, with one value each.
 CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
                       const TakeText& take, const std::string& help);
 CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
@@ -29,7 +28,7 @@ CLI::Option* addDuration(CLI::App& app, const std::string& flag, unsigned least,
 CLI::Option* addSize(CLI::App& app, const std::string& flag,
                      std::optional<unsigned long long>& bytes, const std::string& help);
 
-/// A flag that chooses one of several; throws where another one was chosen.
+/// A flag that makes one of several choices; an error where another one was made before.
 template <class Choice>
 CLI::Option* addChoice(CLI::App& app, const std::string& flag, Choice& chosen, Choice one,
                        const std::string& help) {

@@ -102,8 +102,8 @@ std::string core(std::string_view text) {
     return result;
 }
 
-/// How many letters have to be put in, left out, replaced or exchanged with their
-/// neighbours to make `b` of `a`.
+/// The edit distance: how many letters must be inserted, deleted, replaced or swapped with a
+/// neighbour to turn `a` into `b`.
 std::size_t distance(std::string_view a, std::string_view b) {
     std::vector<std::size_t> before, last(b.size() + 1), row(b.size() + 1);
     std::iota(row.begin(), row.end(), 0);
@@ -120,13 +120,13 @@ std::size_t distance(std::string_view a, std::string_view b) {
     return row.back();
 }
 
-/// Which of the known words may have been meant: one of which `word` is a part, or
-/// that differs from it by little. Upper and lower case are the same.
+/// The known word that may have been meant: one that contains `word`, or that differs from
+/// it by few letters. Case is ignored.
 std::optional<std::string> suggestion(std::string_view word,
                                       const std::vector<std::string>& known) {
     const std::string wanted = core(word);
     std::optional<std::string> best;
-    std::size_t least = wanted.size() / 3 + 2;  // one more than is let pass
+    std::size_t least = wanted.size() / 3 + 2;  // one more than is accepted
     for (const std::string& candidate : known) {
         const std::string text = core(candidate);
         const bool part = wanted.size() >= 3 && text.find(wanted) != text.npos;

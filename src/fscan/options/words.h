@@ -16,12 +16,12 @@ class Output;
 /// A word that the command line knows, for completions and the tests of the manual.
 struct Word {
     std::string_view text;
-    std::string_view value;  ///< what it is, or takes
+    std::string_view value;  ///< its type, or the type of its value
     std::string_view help;
 };
 
-/// The drive group that a PATH begins with, as in "$remote::/srv": its word. The
-/// path is left with what follows.
+/// Takes the drive group off the front of a PATH such as "$remote::/srv"; returns "$remote",
+/// or nothing where there is none.
 std::optional<std::string_view> takeDriveGroup(std::string& path);
 
 /// The fields of a criteria ("[SIZE]"), its commands ("type(") and the groups of drives
@@ -30,9 +30,9 @@ std::vector<std::string> wordsOfFields();
 std::vector<std::string> wordsOfCommands();
 std::vector<std::string> wordsOfGroups();
 
-/// Prints all words, a line each: kind, word, value, help, with tabs between. The kinds
-/// are option, field, command and group; an option's names have a space between them,
-/// and one that takes no value has "-" there.
+/// Prints all words, a line each: kind, word, value and help, separated by tabs. The kinds
+/// are option, field, command and group. The names of an option are separated by spaces; its
+/// value is "-" where it takes none.
 void listWords(const CLI::App& app, Output& out);
 
 /// "; did you mean WORD?" with one of the known words, or nothing.

@@ -13,7 +13,7 @@ namespace fscan {
 
 namespace {
 
-/// What stands for a character where columns count: itself if it has a width.
+/// The character itself if it has a width and is harmless, else a substitute of width 1.
 wchar_t visible(wchar_t c) {
     if (c == L'\t' || c == L'\n') return L' ';
     return wcwidth(c) >= 0 && !isHostile(c) ? c : L'?';

@@ -43,14 +43,14 @@ std::string trimmed(std::string text) {
 
 }  // namespace
 
-/// Resolves the links of paths without a touch of what is left out because it is dead.
+/// Resolves the links of paths without touching mounts that may be dead.
 class LinkReader {
 public:
     LinkReader(const DriveList& drives, const SearchRoots& roots)
         : drives_(drives), roots_(roots) {}
 
-    /// The absolute path with its links resolved as far as it exists; as it is where that
-    /// fails.
+    /// The absolute path with its links resolved, as far as it exists. Where that fails, the
+    /// path is only normalized.
     fs::path resolved(const fs::path& path) const {
         const auto touch = [this](const wchar_t* prefix) { return mayTouch(prefix); };
         const std::wstring real = fscanner::fsResolvePath(toWide(path.native()).c_str(), touch);
@@ -61,7 +61,7 @@ private:
     bool mayTouch(std::wstring_view path) const {
         const fscanner::DriveInfo* const drive = drives_.of(path);
         if (drive == nullptr) return true;
-        if (mountDirectory(*drive) == path) return false;  // which is no link
+        if (mountDirectory(*drive) == path) return false;  // a mount point is no link
         if (!fscanner::fsIsServed(*drive)) return true;
         return std::any_of(roots_.roots.begin(), roots_.roots.end(),
                            [&](const SearchRoot& root) { return drives_.of(root.real) == drive; });
@@ -82,8 +82,8 @@ std::optional<Excludes> Excludes::read(const Options& options, const DriveList& 
     return excludes;
 }
 
-/// What leaves out all that is mounted somewhere leaves out the mount point, which is not to be
-/// opened then.
+/// A pattern "MOUNT/*" leaves out all of a mounted file system. Adds the mount point itself, so
+/// that the walk does not open it.
 void Excludes::addWholeMounts(const DriveList& drives) {
     const std::size_t count = patterns_.size();
     for (std::size_t i = 0; i < count; ++i) {
@@ -114,13 +114,13 @@ bool Excludes::add(const std::string& text, const LinkReader& links) {
     return true;
 }
 
-/// The library takes absolute patterns alone: "*x" is "/*x", and "*/x" may be "/x" as well.
+/// The library takes only absolute patterns: "*x" becomes "/*x", and "*/x" also "/x".
 void Excludes::addAnywhere(const std::string& text, const LinkReader& links) {
     const std::wstring glob = toWide(*wholePathGlob(text));
     const std::wstring end = glob.substr(std::min(glob.find_first_not_of(L'*'), glob.size()));
     addPattern(L"/*" + end);
     if (end.starts_with(L'/')) addPattern(end);
-    // What it leads to from the current directory, through links.
+    // Below the current directory, the text may lead through links: then its target too.
     const std::optional<std::string> here = wholePathGlob("./" + text);
     if (!here || text.starts_with('*')) return;
     const Split split(fs::path(*here).lexically_normal());
@@ -130,7 +130,7 @@ void Excludes::addAnywhere(const std::string& text, const LinkReader& links) {
 void Excludes::addResolved(const std::string& path, const LinkReader& links) {
     const Split split(path);
     addPattern(toWide((links.resolved(split.plain) / split.rest).lexically_normal().native()));
-    // A link is left out as the file that it is, too.
+    // The path may be a link: the link itself is left out, too.
     if (split.rest.empty() && split.plain.has_filename())
         addPattern(
             toWide((links.resolved(split.plain.parent_path()) / split.plain.filename()).native()));

@@ -14,23 +14,21 @@ struct SearchRoots;
 
 /// The paths to leave out, as patterns over whole paths.
 ///
-/// A text stands for paths the way a GLOB of --path does (text/paths.h); what it names
-/// from "/" or from the current directory on is resolved: before the first wildcard there
-/// are no links.
+/// A text matches paths as a GLOB of --path does (text/paths.h). In a text that begins at "/"
+/// or at the current directory, links before the first wildcard are resolved.
 class Excludes {
 public:
-    /// Nothing, with a message, where a text cannot be a path. `drives` are not touched at
-    /// their mount points, and remote ones not below them unless a root lies there: one may
-    /// be dead.
+    /// Nothing, with a message, where a text cannot be a path. Mount points are not touched, and
+    /// neither are remote drives that hold no root, as their servers may be dead.
     static std::optional<Excludes> read(const Options& options, const DriveList& drives,
                                         const SearchRoots& roots);
 
     const std::vector<std::wstring>& patterns() const { return patterns_; }
-    /// Whether the file is one of them or lies below one. The walk leaves whole
-    /// directories out; this is for the files among the paths.
+    /// Whether a pattern matches the file or a directory above it. The walk already leaves out
+    /// directories; this is for patterns that match files.
     bool cover(std::wstring_view directory, const wchar_t* name) const;
     bool cover(const std::wstring& path) const;
-    /// The options' texts that covered nothing they were asked about so far.
+    /// The texts of the options that have matched nothing so far.
     std::vector<std::string> unmet() const;
 
 private:

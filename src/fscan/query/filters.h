@@ -10,9 +10,9 @@ struct Options;
 
 /// The name patterns of the command line.
 ///
-/// They become criteria, so that an engine drops most files early, and are
-/// checked once more here: the criteria language takes a wildcard in a stored
-/// name for a pattern too, and cannot hold a double quote.
+/// They become criteria, so that the engine drops most files early, and are checked
+/// once more here: in the criteria language a stored name with a wildcard acts as a pattern,
+/// too, and no text can hold a double quote.
 class NameFilter {
 public:
     explicit NameFilter(const Options& options);
@@ -20,31 +20,31 @@ public:
     /// The criteria that all matching names satisfy; empty where all names match.
     std::wstring criteria() const;
     bool accepts(const wchar_t* name) const;
-    /// The same of a name that satisfies the criteria, which is nearly always enough.
+    /// The same for a name that satisfies the criteria, which is faster.
     bool confirms(const wchar_t* name) const;
 
 private:
     std::vector<std::wstring> globs_;
-    bool exact_ = true;  // the criteria says all that the patterns do
+    bool exact_ = true;  // the criteria expresses the patterns exactly
     bool caseSensitive_;
 };
 
-/// What the command line asks of a file besides its name and the criteria.
+/// The conditions of the command line besides names and criteria.
 ///
-/// What the criteria language can say becomes criteria; what it cannot, the path,
-/// times and owner, is looked at in the matches. So are permissions where a cache may
-/// have old ones.
+/// Conditions that the criteria language can express become criteria. The others, on the
+/// path, times and owner, are checked on the matches; so are permissions where those in a
+/// cache may be old.
 class FileFilters {
 public:
-    /// `mayBeOld`: sizes and permissions of a search may be those of a cache.
+    /// `mayBeOld`: sizes and permissions of the matches may come from a cache.
     FileFilters(const Options& options, bool mayBeOld);
 
     /// Criteria that are and-ed with all others; empty where there are none.
     const std::wstring& criteria() const { return criteria_; }
     bool pathFits(const std::wstring& directory, const wchar_t* name) const;
-    /// Whether there is more to look at than the path and the criteria: `accept` then decides.
+    /// Whether `accept` must check matches, beyond their paths and the criteria.
     bool needDetails() const;
-    /// Whether a file that was examined is what the options ask for, but for its path and type.
+    /// Whether an examined file meets the conditions, except those on its path and type.
     bool accept(const FileDetails& file) const;
 
 private:

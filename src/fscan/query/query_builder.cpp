@@ -12,7 +12,7 @@ namespace fscan {
 
 namespace {
 
-/// Views of the kernel and of other file systems, whose files are not the user's.
+/// File systems without files of users: views of the kernel, and of other file systems.
 constexpr const wchar_t* pseudoFileSystems[] = {
     L"proc",    L"sysfs",       L"cgroup", L"cgroup2",    L"devtmpfs", L"devpts",    L"debugfs",
     L"tracefs", L"securityfs",  L"pstore", L"bpf",        L"mqueue",   L"hugetlbfs", L"configfs",
@@ -24,7 +24,7 @@ std::wstring groupWord(unsigned drives) {
     return words[drives & allDrives];
 }
 
-/// The types that the searched directories themselves lie on.
+/// The types of the file systems that the searched directories themselves lie on.
 std::set<std::wstring> typesOfRoots(const QueryParts& parts) {
     std::set<std::wstring> types;
     for (const SearchRoot& root : parts.roots.roots)

@@ -13,7 +13,7 @@ struct Options;
 struct SearchRoot;
 struct SearchRoots;
 
-/// What the searches of all roots have in common: criteria, exclusions, file systems.
+/// The parts of the query that are the same for all roots.
 struct QueryParts {
     const Options& options;
     const SearchRoots& roots;

@@ -36,7 +36,7 @@ std::wstring realDirectory(const std::string& path) {
     return toWide(real.get());
 }
 
-/// The root as it is to be shown.
+/// The root as the user is to see it.
 std::string givenText(const Options& options, const std::string& path, const std::wstring& real) {
     if (options.pathStyle == PathStyle::given) return path;
     std::string text = toBytes(real);
@@ -45,14 +45,14 @@ std::string givenText(const Options& options, const std::string& path, const std
     return text.starts_with('-') ? "./" + text : text;
 }
 
-/// What may have been meant by a group of drives that is none.
+/// "; did you mean ...?" for a PATH that begins with an unknown drive group, or nothing.
 std::string meantGroup(const std::string& path) {
     const std::size_t end = path.find("::");
     if (!path.starts_with('$') || end == path.npos) return "";
     return suggestionText(path.substr(0, end + 2), wordsOfGroups());
 }
 
-/// What helps whoever takes a PATH for what is to be found.
+/// A hint for users who give the name to find as a PATH.
 std::string remedy(const std::string& path) {
     const bool name = path.find_first_not_of('.') != path.npos;
     if (!name || path.find('/') != path.npos || path.starts_with('$')) return "";
@@ -80,7 +80,7 @@ bool isInner(const SearchRoot& other, const SearchRoot& outer) {
     return other.real != outer.real && liesIn(other.real, outer.real);
 }
 
-/// Makes two of each root with an inner one that does not search all of its drives.
+/// Splits each root that has an inner one which searches fewer drives.
 std::vector<SearchRoot> splitByDrives(const std::vector<SearchRoot>& roots) {
     std::vector<SearchRoot> split;
     for (const SearchRoot& root : roots) {
@@ -131,7 +131,8 @@ void SearchRoot::appendShown(std::wstring_view directory, std::string& text) con
     appendBytes(text, below);
 }
 
-/// What PATHs share a beginning with, the longest one reports: links are not followed.
+/// The longest PATH that the text begins with is the one that reported the directory, as links
+/// are not followed.
 std::wstring SearchRoots::realOf(const std::string& shown) const {
     const SearchRoot* longest = nullptr;
     const auto covers = [&shown](const std::string& given) {

@@ -11,32 +11,32 @@ struct Options;
 /// Drive groups, as bits.
 enum DriveGroups : unsigned { otherDrives = 0, localDrives = 1, remoteDrives = 2, allDrives = 3 };
 
-/// One directory to search: the user's text and what it really is.
+/// One directory to search.
 struct SearchRoot {
-    std::string given;
+    std::string given;                ///< as the user wrote it
     unsigned drives = allDrives;      ///< the `DriveGroups` to search
     std::wstring real;                ///< absolute, without links, no "/" at its end
     std::vector<std::wstring> inner;  ///< other roots below it, which report their own
-    bool half = false;                ///< of a PATH that became two roots, one for each group
+    bool half = false;                ///< this is one of two roots made of a PATH
 
-    /// Whether this root answers for a directory at or below it.
+    /// Whether this root reports a directory at or below it, and no inner root does.
     bool owns(std::wstring_view directory) const;
-    /// The directory as the user wrote it: what the given text became below.
+    /// The path of the directory as the user is to see it: below the given text.
     std::string shown(std::wstring_view directory) const;
     void appendShown(std::wstring_view directory, std::string& text) const;
 };
 
-/// The PATHs of the command line. A directory that is given twice is searched once, on
-/// the drives of both groups. Of nested ones, each reports what lies below it and below
-/// no other that searches the same drives: where the inner one searches fewer, the outer
-/// one becomes two, one for each group. A group alone stands for "/".
+/// The PATHs of the command line. A directory that is given twice is searched once, on the
+/// drives of both groups. Of nested directories, each file is reported once, by the innermost
+/// one that searches its drive: where an inner one searches fewer drives, the outer one is
+/// split into two roots, for local and for remote drives. A group alone stands for "/".
 struct SearchRoots {
     std::vector<SearchRoot> roots;
-    bool wrong = false;       ///< nothing is to be searched: no PATH exists and is a directory
-    bool incomplete = false;  ///< a PATH cannot be searched, but others can
+    bool wrong = false;       ///< no PATH is an existing directory: nothing is searched
+    bool incomplete = false;  ///< some PATHs cannot be searched
 
     static SearchRoots resolve(const Options& options);
-    /// Where a directory really is that is shown as `shown`.
+    /// The real path of the directory that the user sees as `shown`.
     std::wstring realOf(const std::string& shown) const;
 };
 

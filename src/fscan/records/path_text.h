@@ -14,7 +14,7 @@ namespace fscan {
 class Output;
 struct Options;
 
-/// The colours of the user's LS_COLORS, or usual ones where that is not set.
+/// The colours of the user's LS_COLORS, or default ones where that is not set.
 class Colors {
 public:
     Colors();
@@ -30,15 +30,15 @@ private:
     std::vector<std::pair<std::string, std::string>> endings_;
 };
 
-/// Makes paths that a terminal lets the user click.
+/// Makes paths into hyperlinks, which the user can click on a terminal.
 class Hyperlinks {
 public:
     Hyperlinks();
-    /// What begins the link to a path, which is absolute or of the current directory.
+    /// The start of the link to a path, which is absolute or relative to the current directory.
     std::string begin(std::string_view path) const;
     static std::string_view end() { return "\x1B]8;;\x1B\\"; }
 
-    /// Whether the terminal says that it is one of those that know them.
+    /// Whether the environment names a terminal that supports hyperlinks.
     static bool terminalKnowsThem();
 
 private:
@@ -50,7 +50,7 @@ class PathText {
 public:
     PathText(const Options& options, bool terminal);
     void write(const Match& match, Output& out) const;
-    /// Whether it has to know what kind of file a match is.
+    /// How much must be known of matches: colours depend on the kind of file.
     FactsNeeded needsFacts() const { return colors_ ? FactsNeeded::known : FactsNeeded::none; }
 
 private:

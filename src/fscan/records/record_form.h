@@ -17,15 +17,15 @@ public:
     virtual void begin(Output&) {}
     virtual void write(const Match& match, Output& out) = 0;
     virtual void end(Output&) {}
-    /// What matches have to come with.
+    /// How much must be known of matches.
     virtual FactsNeeded needsFacts() const { return FactsNeeded::none; }
 };
 
 /// The form that the options ask for.
 std::unique_ptr<RecordForm> makeRecordForm(const Options& options, bool terminal);
 
-/// The form of --format: "{size} {path}". Null, with the reason in `error`, where the template is
-/// wrong.
+/// The form of --format, such as "{size} {path}". Null, with the reason in `error`, for a wrong
+/// template.
 std::unique_ptr<RecordForm> makeTemplateForm(const std::string& text, char terminator,
                                              std::string& error);
 
@@ -34,7 +34,7 @@ class RecordPrinter : public MatchConsumer {
 public:
     RecordPrinter(const Options& options, std::unique_ptr<RecordForm> form, Output& out);
 
-    /// What comes after the last match.
+    /// Prints the end of the form, or the number.
     void finish() override;
 
 private:

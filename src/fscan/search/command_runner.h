@@ -15,16 +15,16 @@ namespace fscan {
 class Output;
 struct Search;
 
-/// Looks at matches once more before a command gets them: in an answer from a cache, a file
-/// or a directory on its path may be another one by now.
+/// Checks matches again before a command gets them: since they were found, a file or a directory
+/// on its path may have been replaced.
 class MatchCheck {
 public:
     MatchCheck(const Search& search, FileExaminer& examiner);
 
     /// Whether the path, as a command would follow it, still leads to a file that the search
-    /// asks for. One of which that cannot be said is noted as left out.
+    /// asks for. If not, or if that is unknown, the match is noted as left out.
     bool holds(const Match& match);
-    /// The directory of the match that was looked at last, open.
+    /// A descriptor of the directory of the match that was checked last.
     int directory() { return examiner_.directory(*directory_); }
 
 private:
@@ -35,22 +35,23 @@ private:
     FileExaminer& examiner_;
     MatchPlace place_;
     const std::wstring* directory_ = nullptr;
-    std::unique_ptr<fscanner::FsRecordFilter> where_;  // null where nothing in it can change
+    std::unique_ptr<fscanner::FsRecordFilter>
+        where_;  // null where no field of the criteria can change
     fscanner::FsFileInfo record_;
 };
 
 /// Runs a command, without a shell, for each match or for many at a time. "{}" in its
-/// words is the path, which comes last where it is nowhere.
+/// words stands for the path; without "{}" the path is added at the end.
 class CommandRunner : public MatchConsumer {
 public:
-    /// Null, with a message, where that could run a program of somebody else.
+    /// Null, with a message, where it could run a program from a directory of the files.
     static std::unique_ptr<CommandRunner> create(const Search& search, FileExaminer& examiner,
                                                  Output& out);
 
-    /// Runs what is left, and tells how many runs failed.
+    /// Runs the last batch, and tells how many runs failed.
     void finish() override;
-    /// Whether a command could not be run, ended with another status than 0, or could not
-    /// be told of a match.
+    /// Whether a command could not be started, ended with a status other than 0, or could not
+    /// be given a path.
     bool failed() const override { return notRun_ || failures_ > 0 || leftOut_ > 0; }
 
 private:
@@ -71,7 +72,7 @@ private:
     std::string program_;
     Output& out_;
     CommandUse use_;
-    bool stopped_ = false;  // by a batch before its last match
+    bool stopped_ = false;  // a batch wants no more matches
     Words waiting_;         // paths of a batch
     std::size_t waitingBytes_ = 0;
     std::size_t room_;         // for the paths among the arguments of a command

@@ -14,8 +14,8 @@ namespace fscan {
 
 namespace {
 
-/// A component of the path that became a link, or something else that is no directory,
-/// leads to no file of the search.
+/// Whether the error means that the file is gone, or a directory of its path was replaced by a
+/// link or another file.
 bool meansGone(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ESTALE;
 }
@@ -27,7 +27,7 @@ FileExaminer::~FileExaminer() {
         if (directory.descriptor >= 0) close(directory.descriptor);
 }
 
-/// The latest ones are looked at first, and the oldest one makes room.
+/// Looks at the latest directories first. A new one takes the place of the oldest.
 const FileExaminer::Directory& FileExaminer::enter(const std::wstring& path) {
     constexpr std::size_t count = std::tuple_size_v<decltype(directories_)>;
     for (std::size_t back = 0; back < count; ++back) {

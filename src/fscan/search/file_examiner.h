@@ -12,18 +12,18 @@ namespace fscan {
 
 struct SearchRoots;
 
-/// Examines files that a search found, as they are now, and follows no link on the way:
-/// whoever exchanges a directory for a link must not have us tell of files elsewhere.
+/// Examines files that a search found, as they are now. It follows no link on the way: a
+/// directory that was replaced by a link must not lead to files elsewhere.
 ///
-/// Keeps some directories open: files come in runs of one directory, and a walk comes back
-/// to a directory after those in it.
+/// Keeps some directories open: consecutive files share a directory, and a walk returns to a
+/// directory after its subdirectories.
 class FileExaminer {
 public:
     enum class Found {
         there,
         gone,     ///< no file of this path any more, but perhaps a directory
-        changed,  ///< another kind of file, or one that was not searched for
-        unknown   ///< the system does not tell
+        changed,  ///< a file of another kind, or one that the search does not ask for any more
+        unknown   ///< the file could not be examined
     };
 
     FileExaminer() = default;
@@ -33,10 +33,10 @@ public:
 
     /// `directory` is absolute and free of links, `name` the bytes of a name in it.
     Found examine(const std::wstring& directory, const char* name, struct stat& info);
-    /// The directory, open for `fchdir` and the like until the next call; -1 where that fails.
+    /// A descriptor of the directory, valid until the next call; -1 where it cannot be opened.
     int directory(const std::wstring& path) { return enter(path).descriptor; }
 
-    /// Notes that a file was left out because of what was found.
+    /// Counts a file that was left out for this reason.
     void leaveOut(Found found) { ++left_[static_cast<std::size_t>(found)]; }
     unsigned long long leftOut(Found found) const { return left_[static_cast<std::size_t>(found)]; }
 
@@ -53,7 +53,7 @@ private:
     std::array<unsigned long long, 4> left_{};
 };
 
-/// Finds out where matches really are that are shown as the user gave their PATHs.
+/// Finds the real directories of matches, whose paths begin with a PATH as the user gave it.
 class MatchPlace {
 public:
     explicit MatchPlace(const SearchRoots& roots) : roots_(roots) {}
@@ -63,10 +63,10 @@ public:
 private:
     const SearchRoots& roots_;
     std::string shown_;       // the directory of the last match
-    std::wstring directory_;  // where that really is
+    std::wstring directory_;  // its real path
 };
 
-/// Hands on each match with its details; leaves out those that are gone.
+/// Passes on each match with its details; leaves out those that are gone.
 class DetailedMatches : public MatchSink {
 public:
     DetailedMatches(const SearchRoots& roots, FileExaminer& examiner, MatchSink& to)

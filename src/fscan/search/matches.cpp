@@ -20,7 +20,7 @@ using fscanner::FsFileInfo;
 
 namespace {
 
-/// What follows is quick: the cache is to be closed properly.
+/// Ignores a record. The search will end soon, and is given the time to close the cache.
 int discard() {
     Interruption::answering();
     return 0;
@@ -65,9 +65,9 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
 }
 
-/// What a scan found out is taken from the record, so that all of it is of the moment when
-/// the file was found. A cache does not know the times, and its sizes may be old: then all
-/// is asked for. False where the file is left out.
+/// A record of a scan has all facts, of the moment when the file was found. One of a cache
+/// lacks the times, and its size may be old, so the file is examined again. False where the
+/// file is left out.
 bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& facts) {
     FileDetails file = FileDetails::of(record);
     const unsigned attributes = file.attributes;
@@ -91,7 +91,7 @@ bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& 
     return !decides || filters_.accept(file);
 }
 
-/// Records come a directory at a time: what depends on it is computed once.
+/// Consecutive records share a directory: values that depend on it are computed once.
 void Matches::enter(const wchar_t* directory) {
     directory_ = directory;
     const std::wstring_view path = withoutFinalSlash(directory_);
@@ -106,7 +106,7 @@ void Matches::enter(const wchar_t* directory) {
 int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
                            unsigned attributes) {
     if (Interruption::pending() || matches_.stopped()) return discard();
-    // A record would copy the texts.
+    // Making a record would copy the texts.
     if (!matches_.needRecords()) return add(path, name, nullptr);
     FsFileInfo record;
     record.setFilePath(path);

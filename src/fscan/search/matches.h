@@ -14,10 +14,11 @@ class NameFilter;
 class ProgressLine;
 struct SearchRoot;
 
-/// What is found while one root is searched, on its way to the user.
+/// The matches of one root after the other: drops those that another root reports or that an
+/// option leaves out, and passes the others on.
 class Matches {
 public:
-    /// With `sameKind`, a file is left out that has become one of another kind.
+    /// With `sameKind`, a file that has become one of another kind is left out.
     Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
             FileExaminer& examiner, MatchSink& sink, FactsNeeded needed, bool sameKind)
         : excludes_(excludes),
@@ -32,16 +33,16 @@ public:
     const SearchRoot& root() const { return *root_; }
 
     bool nameFits(const wchar_t* name) const;
-    /// The same of a match of the engine's.
+    /// The same for a match of the engine, which has checked the criteria.
     bool confirmsName(const wchar_t* name) const;
     /// Whether `add` needs more than the path.
     bool needRecords() const { return needed_ > FactsNeeded::none || filters_.needDetails(); }
-    /// How many were passed on.
+    /// The number of matches passed on.
     unsigned long long added() const { return added_; }
     /// Whether the sink wants no more.
     bool stopped() const { return stopped_; }
-    /// Whether the file is reported, if it matches: not by another root, nor left out.
-    /// `record` may be null where none is needed.
+    /// Whether the file would be passed on if it matches: no other root reports it, and no
+    /// option leaves it out. `record` may be null where none is needed.
     bool admits(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
     /// Passes on a file that is admitted.
     void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
@@ -70,7 +71,7 @@ private:
     std::size_t prefixLength_ = 0;
 };
 
-/// Takes the engine's matches; once the program is to end, in vain.
+/// Receives the engine's matches. Ignores them once the program is to end.
 class MatchWriter : public fscanner::FsResultSetWriter {
 public:
     MatchWriter(Matches& matches, ProgressLine& line) : matches_(matches), line_(line) {}

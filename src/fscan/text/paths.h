@@ -6,14 +6,14 @@
 
 namespace fscan {
 
-/// The path from "/" on: that of a match is absolute, or of the current directory.
+/// The absolute path of a match, whose own is absolute or relative to the current directory.
 std::string absolutePath(std::string_view path);
 
-/// Whether the absolute path is `directory` or lies below it, by text alone.
-/// Neither ends in "/", but for the root.
+/// Whether the absolute path is `directory` or lies below it, by their texts.
+/// Neither ends in "/", except the root.
 bool liesIn(std::wstring_view path, std::wstring_view directory);
 
-/// The path of what has the name in the directory.
+/// The path of the file with this name in the directory.
 std::wstring joinedPath(std::wstring_view directory, std::wstring_view name);
 
 /// The path without a "/" at its end, unless it is the root.
@@ -23,10 +23,10 @@ std::wstring_view withoutFinalSlash(std::wstring_view path);
 /// the component "." or "..".
 bool matchesAnywhere(std::string_view glob);
 
-/// The pattern that such a GLOB stands for, from "/" on. One that begins with "/" or "*"
-/// is that already; one that begins with "." or ".." starts at the current directory; any
-/// other is the end of a path, behind "*/". Nothing where the current directory is needed
-/// and gone.
+/// The pattern of whole paths that such a GLOB stands for. One that begins with "/" or "*"
+/// is not changed. One that begins with "." or ".." starts at the current directory. Any
+/// other one is the end of a path: "*/" is put before it. Nothing where the current directory
+/// is needed and does not exist any more.
 std::optional<std::string> wholePathGlob(std::string_view glob);
 
 }  // namespace fscan

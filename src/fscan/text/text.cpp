@@ -13,8 +13,7 @@
 namespace fscan {
 
 void useUsersLocale() {
-    // Names and messages are all that the locale decides here; each other category would
-    // cost the start of the program two files.
+    // Only the categories that are used: each other one would read two files at the start.
     const bool known = std::setlocale(LC_CTYPE, "") != nullptr;
     std::setlocale(LC_MESSAGES, "");
     const char* characters = std::setlocale(LC_CTYPE, nullptr);
@@ -24,8 +23,8 @@ void useUsersLocale() {
 
 namespace {
 
-/// Appends the ASCII at the start of the text, in blocks that the compiler can keep in
-/// registers; returns how much that was.
+/// Appends the ASCII characters at the start of the text; returns how many they were. Works in
+/// blocks that the compiler can keep in registers.
 std::size_t appendAscii(std::string& bytes, std::wstring_view text) {
     constexpr std::size_t block = 16;
     char narrow[block] = {};

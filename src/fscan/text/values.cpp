@@ -31,7 +31,7 @@ std::optional<unsigned long long> parseSize(std::string_view text) {
     unsigned long long number = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, number);
-    // The criteria's numbers have a sign.
+    // The numbers of criteria are signed.
     constexpr unsigned long long most = ~0ULL >> 1;
     if (text.empty() || stop != end || error != std::errc() || number > most >> shift)
         return std::nullopt;
@@ -42,7 +42,7 @@ std::string sizeText(unsigned long long bytes) {
     if (bytes < 1024) return std::to_string(bytes);
     std::size_t unit = 0;
     double value = static_cast<double>(bytes) / 1024;
-    // What would be rounded to 1024 is one of the next unit.
+    // A value that would be rounded to 1024 is shown in the next unit.
     for (; value >= 1023.5 && unit + 1 < sizeUnits.size(); value /= 1024) ++unit;
     return fmt::format("{:.{}f}{}", value, value < 9.95 ? 1 : 0, sizeUnits[unit]);
 }
@@ -81,7 +81,7 @@ std::optional<unsigned> parseDuration(std::string_view text, unsigned limit) {
 
 std::string durationText(unsigned long long seconds) {
     for (const TimeUnit& unit : timeUnits)
-        // Two of a unit are told better by it than by many of the next.
+        // A unit is used from two of it on: "90 min" is more exact than "1 h".
         if (seconds >= 2ULL * unit.seconds)
             return fmt::format("{} {}", seconds / unit.seconds, unit.name);
     return fmt::format("{} s", seconds);
@@ -94,8 +94,8 @@ std::string formatted(const std::tm& parts, const char* format) {
     return std::string(text, std::strftime(text, sizeof text, format, &parts));
 }
 
-// The local time that the text says in this format; nothing where it says another day
-// than the calendar knows.
+// The local time that the text gives in this format; nothing for a day that does not exist,
+// such as February 30.
 std::optional<std::time_t> parseDate(const std::string& text, const char* format) {
     std::tm parts{};
     const char* const end = strptime(text.c_str(), format, &parts);
@@ -135,7 +135,7 @@ struct Letter {
     unsigned bits;
 };
 
-// The nine bits follow each other, the owner's reading first.
+// The nine bits are adjacent, the owner's read permission first.
 constexpr unsigned ownerRead = fscanner::FS_ATTR_OWNER_READ;
 constexpr std::array<Letter, 4> classes = {{{'u', ownerRead * 7},
                                             {'g', ownerRead * 7 << 3},
@@ -144,7 +144,7 @@ constexpr std::array<Letter, 4> classes = {{{'u', ownerRead * 7},
 constexpr std::array<Letter, 3> accesses = {
     {{'r', ownerRead * 0111}, {'w', ownerRead * 0222}, {'x', ownerRead * 0444}}};
 
-// The bits of all letters; nothing where one of them is none.
+// The bits of all letters; nothing where one of them is unknown.
 template <std::size_t N>
 std::optional<unsigned> bitsOf(std::string_view letters, const std::array<Letter, N>& known) {
     unsigned bits = 0;
@@ -157,7 +157,7 @@ std::optional<unsigned> bitsOf(std::string_view letters, const std::array<Letter
     return bits;
 }
 
-// Adds the tests of "u+w" or "x"; false where it is neither.
+// Adds the tests for a text such as "u+w" or "x"; false for any other text.
 bool addTests(std::string_view text, std::vector<PermissionTest>& tests) {
     const std::size_t plus = text.find('+');
     const bool forAnyone = plus == text.npos || plus == 0;
