@@ -49,50 +49,26 @@ bool checkWildCard(const wchar_t* s) {
     return std::wcspbrk(s, L"*?") != nullptr;
 }
 
-namespace {
-
-template <typename T>
-bool compareByCode(T v, unsigned op, T r) {
-    switch (op) {
-        case COMPARE_EQUAL:
-            return v == r;
-        case COMPARE_GREATER_EQUAL:
-            return v >= r;
-        case COMPARE_LESS_EQUAL:
-            return v <= r;
-        case COMPARE_GREATER:
-            return v > r;
-        case COMPARE_LESS:
-            return v < r;
-        case COMPARE_NOT_EQUAL:
-            return v != r;
-        default:
-            return false;
-    }
-}
-
-}  // namespace
-
 bool checkSimpleExpression(unsigned char v, unsigned op, unsigned char r) {
-    return compareByCode(v, op, r);
+    return holds(v, op, r);
 }
 
 bool checkSimpleExpression(unsigned short v, unsigned op, unsigned short r) {
-    return compareByCode(v, op, r);
+    return holds(v, op, r);
 }
 
 bool checkSimpleExpression(unsigned v, unsigned op, unsigned r) {
-    return compareByCode(v, op, r);
+    return holds(v, op, r);
 }
 
 bool checkSimpleExpression(unsigned long long v, unsigned op, unsigned long long r) {
-    return compareByCode(v, op, r);
+    return holds(v, op, r);
 }
 
 bool checkSimpleExpression(const wchar_t* v, unsigned op, const wchar_t* r, bool caseSensitive) {
     if (op == COMPARE_EQUAL) return wildvccmp(r, v, caseSensitive) != 0;
     if (op == COMPARE_NOT_EQUAL) return wildvccmp(r, v, caseSensitive) == 0;
-    return compareByCode(wcsvccmp(v, r, caseSensitive), op, 0);
+    return holds(wcsvccmp(v, r, caseSensitive), op, 0);
 }
 
 void wcsupper(const wchar_t* src, wchar_t* dst) {

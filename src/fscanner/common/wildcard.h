@@ -2,6 +2,8 @@
 
 #include <cwctype>
 
+#include "fscanner/common/relation.h"
+
 namespace fscanner {
 
 /// Comparison and wildcard matching of terminated wide strings.
@@ -10,17 +12,6 @@ namespace fscanner {
 /// There is no escape character. Only the pattern's characters are special.
 /// Folding of case is `towlower`'s in the process's locale. Nothing allocates;
 /// no argument may be null.
-
-/// Operator codes shared by `checkSimpleExpression`, the record comparisons and
-/// the relational operators of the criteria language.
-enum CompareOperator : unsigned {
-    COMPARE_EQUAL = 0,
-    COMPARE_GREATER_EQUAL = 1,
-    COMPARE_LESS_EQUAL = 2,
-    COMPARE_GREATER = 3,
-    COMPARE_LESS = 4,
-    COMPARE_NOT_EQUAL = 5,
-};
 
 /// `wcscmp`, or `wcscasecmp` when not case-sensitive.
 int wcsvccmp(const wchar_t* a, const wchar_t* b, bool caseSensitive);

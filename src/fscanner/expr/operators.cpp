@@ -63,22 +63,10 @@ Fault divide(const EvaluationRules& rules, long long left, long long right, long
     return Fault::none;
 }
 
+/// The relations have the codes of `holds`.
 template <typename T>
 bool compare(Operator relation, T left, T right) {
-    switch (relation) {
-        case Operator::equal:
-            return left == right;
-        case Operator::greaterEqual:
-            return left >= right;
-        case Operator::lessEqual:
-            return left <= right;
-        case Operator::greater:
-            return left > right;
-        case Operator::less:
-            return left < right;
-        default:
-            return left != right;
-    }
+    return holds(left, static_cast<unsigned>(relation), right);
 }
 
 Fault onNumbers(Operator op, const EvaluationRules& rules, long long l, long long r,

@@ -12,23 +12,6 @@ namespace {
 
 // ---- The criteria -----------------------------------------------------------
 
-bool compare(long long left, CompareOperator relation, long long right) {
-    switch (relation) {
-        case COMPARE_EQUAL:
-            return left == right;
-        case COMPARE_GREATER_EQUAL:
-            return left >= right;
-        case COMPARE_LESS_EQUAL:
-            return left <= right;
-        case COMPARE_GREATER:
-            return left > right;
-        case COMPARE_LESS:
-            return left < right;
-        default:
-            return left != right;
-    }
-}
-
 bool isEquality(CompareOperator relation) {
     return relation == COMPARE_EQUAL || relation == COMPARE_NOT_EQUAL;
 }
@@ -117,7 +100,7 @@ bool RecordFilter::dismisses(unsigned field, const StoredText& text) const {
 bool RecordFilter::dismisses(unsigned field, long long number) const {
     return std::any_of(conditions_.begin(), conditions_.end(), [&](const Condition& condition) {
         return !condition.isText && condition.field == field &&
-               !compare(number, condition.relation, condition.number);
+               !holds(number, condition.relation, condition.number);
     });
 }
 
@@ -195,7 +178,7 @@ RecordFilter::Verdict RecordFilter::judgeAs(const RecordLayout& layout, ByteRang
                                   value.text.size() + record.left()};
         } else {
             const auto number = static_cast<long long>(value.number);
-            if (!compare(number, condition.relation, condition.number)) return Verdict::noMatch;
+            if (!holds(number, condition.relation, condition.number)) return Verdict::noMatch;
         }
     }
     return textCount == 0 ? wholeVerdict() : judgeTexts(texts);
