@@ -1,7 +1,8 @@
-// A pattern against a text: the compiled form, the matcher and a table of all prefixes
-// agree; path patterns and comparisons end.
+// A pattern against a text: the compiled form, on characters and on bytes, the matcher and a
+// table of all prefixes agree; path patterns and comparisons end.
 
 #include <clocale>
+#include <cstring>
 #include <cwctype>
 #include <vector>
 
@@ -34,6 +35,19 @@ bool matchesByTable(const std::wstring& pattern, const std::wstring& text, bool 
     return row.back() != 0;
 }
 
+/// With blocks behind the text, and without.
+void checkBytes(const CompiledPattern& pattern, const std::wstring& text, bool expected) {
+    constexpr std::size_t behind = 48;
+    std::vector<unsigned char> buffer(6 * text.size() + 1 + behind, '*');
+    stringToUTF8(buffer.data(), static_cast<unsigned>(buffer.size() - behind), text.c_str());
+    const char* const bytes = reinterpret_cast<const char*>(buffer.data());
+    const std::size_t size = std::strlen(bytes);
+    for (const std::size_t readable : {size, size + behind}) {
+        const Verdict verdict = pattern.judge({bytes, size, readable});
+        require(verdict == Verdict::unsure || (verdict == Verdict::match) == expected);
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -48,7 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (const bool caseSensitive : {true, false}) {
         const bool expected = matchesByTable(pattern, text, caseSensitive);
         require((wildvccmp(pattern.c_str(), text.c_str(), caseSensitive) != 0) == expected);
-        require(CompiledPattern(pattern, caseSensitive).matches(text) == expected);
+        const CompiledPattern compiled(pattern, caseSensitive);
+        require(compiled.matches(text) == expected);
+        if (compiled.judgesBytes()) checkBytes(compiled, text, expected);
         for (const bool recursive : {true, false})
             wildvcpathcmp(pattern.c_str(), text.c_str(), recursive, caseSensitive);
         for (unsigned op = 0; op < 7; ++op)

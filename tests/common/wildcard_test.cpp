@@ -2,13 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cwctype>
+#include <map>
 #include <random>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "fscanner/common/pattern.h"
+#include "fscanner/common/utf8.h"
 #include "support/scoped_locale.h"
 
 using namespace fscanner;
@@ -172,18 +175,19 @@ TEST(Wildcard, FoldsAndUppersAsTheLocaleDoes) {
     EXPECT_STREQ(text, L"A-Z{`");
 }
 
+std::wstring draw(std::mt19937& random, std::wstring_view alphabet, std::size_t longest) {
+    std::wstring text(random() % (longest + 1), 0);
+    for (wchar_t& c : text) c = alphabet[random() % alphabet.size()];
+    return text;
+}
+
 // Long enough for several pieces, and for a middle piece that occurs twice.
 TEST(CompiledPattern, AgreesWithTheMatcher) {
     std::mt19937 random(1);
-    const auto draw = [&random](std::wstring_view alphabet, std::size_t longest) {
-        std::wstring text(random() % (longest + 1), 0);
-        for (wchar_t& c : text) c = alphabet[random() % alphabet.size()];
-        return text;
-    };
     int matched = 0;
     for (int i = 0; i < 200'000; ++i) {
-        const std::wstring text = draw(L"aB**?", 10);
-        const std::wstring name = draw(L"abB\xE9", 14);
+        const std::wstring text = draw(random, L"aB**?", 10);
+        const std::wstring name = draw(random, L"abB\xE9", 14);
         for (const bool caseSensitive : {true, false}) {
             const bool expected = wildvccmp(text.c_str(), name.c_str(), caseSensitive) != 0;
             // A copy, whose text is its own, and of a view that is not terminated.
@@ -196,23 +200,78 @@ TEST(CompiledPattern, AgreesWithTheMatcher) {
     EXPECT_GT(matched, 1000);  // the draw tells something
 }
 
+/// The text in UTF-8.
+std::string utf8Of(const std::wstring& text) {
+    std::vector<unsigned char> bytes(6 * text.size() + 1);
+    stringToUTF8(bytes.data(), static_cast<unsigned>(bytes.size()), text.c_str());
+    return reinterpret_cast<const char*>(bytes.data());
+}
+
+bool isAscii(std::wstring_view text) {
+    return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 0x80; });
+}
+
+// Bytes behind a text may be loaded with it; they must not count. Near the end of a buffer
+// there are none, and the slow paths take over.
+TEST(CompiledPattern, JudgesBytesAsItMatchesTheirCharacters) {
+    constexpr std::size_t behind = 48;
+    std::mt19937 random(1);
+    for (const char* localeName : {"C", "C.UTF-8", "tr_TR.UTF-8"}) {
+        const ScopedLocale locale(localeName);
+        if (!locale.available()) continue;
+        std::map<Verdict, int> verdicts;
+        for (int i = 0; i < 100'000; ++i) {
+            const std::wstring pattern = draw(random, L"aBbik**", random() % 20 ? 7 : 40);
+            const std::wstring text =
+                draw(random, random() % 2 ? L"aAbB" : L"aAbBiIkK?\x131\x130\x212A\xE9",
+                     random() % 10 ? 10 : 80);
+            const bool caseSensitive = random() % 2 == 0;
+            const CompiledPattern compiled(pattern, caseSensitive);
+            const std::string bytes = utf8Of(text);
+            const std::string buffer = bytes + std::string(behind, "ab*\0"[random() % 4]);
+            for (const std::size_t readable : {bytes.size(), bytes.size() + behind}) {
+                SCOPED_TRACE(testing::Message() << localeName << readable);
+                const Verdict verdict = compiled.judge({buffer.data(), bytes.size(), readable});
+                ++verdicts[verdict];
+                if (verdict != Verdict::unsure) {
+                    ASSERT_FALSE(checkWildCard(text.c_str())) << text;
+                    ASSERT_EQ(verdict == Verdict::match, compiled.matches(text))
+                        << pattern << " against " << text;
+                } else if (isAscii(text) && !checkWildCard(text.c_str())) {
+                    ASSERT_NE(pattern.find(L'i'), pattern.npos) << pattern << " against " << text;
+                }
+            }
+        }
+        EXPECT_GT(verdicts[Verdict::match], 10'000);
+        EXPECT_GT(verdicts[Verdict::noMatch], 10'000);
+    }
+}
+
 TEST(CompiledPattern, RecognisesTheSimpleShapes) {
     using Kind = CompiledPattern::Kind;
     const struct {
         const wchar_t* pattern;
         Kind kind;
         const wchar_t* literal;
+        bool judgesBytes = true;
     } cases[] = {
-        {L"", Kind::exact, L""},          {L"abc", Kind::exact, L"abc"},
-        {L"abc**", Kind::prefix, L"abc"}, {L"***.h", Kind::suffix, L".h"},
-        {L"**b**", Kind::contains, L"b"}, {L"***", Kind::all, L""},
-        {L"a*b", Kind::general, L""},     {L"a?", Kind::general, L""},
-        {L"a*b*", Kind::general, L""},    {L"*a*b", Kind::general, L""},
+        {L"", Kind::exact, L""},
+        {L"abc", Kind::exact, L"abc"},
+        {L"abc**", Kind::prefix, L"abc"},
+        {L"***.h", Kind::suffix, L".h"},
+        {L"**b**", Kind::contains, L"b"},
+        {L"***", Kind::all, L""},
+        {L"a*b", Kind::general, L""},
+        {L"a?", Kind::general, L"", false},
+        {L"a*b*", Kind::general, L""},
+        {L"*a*b", Kind::general, L""},
+        {L"*\xE9", Kind::suffix, L"\xE9", false},
     };
     for (const auto& c : cases) {
         const CompiledPattern pattern(c.pattern, true);
         EXPECT_EQ(pattern.kind(), c.kind) << c.pattern;
         EXPECT_EQ(pattern.literal(), c.literal) << c.pattern;
+        EXPECT_EQ(pattern.judgesBytes(), c.judgesBytes) << c.pattern;
     }
 }
 

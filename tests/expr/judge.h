@@ -10,11 +10,11 @@
 namespace fscanner {
 
 /// A value as the judge sees it.
-struct Verdict {
+struct JudgedValue {
     char type = NUMERIC;
     long long number = 0;
     std::wstring text;
-    bool operator==(const Verdict&) const = default;
+    bool operator==(const JudgedValue&) const = default;
 };
 
 /// The slow and obvious evaluation of a tree: it recurses, copies every value,
@@ -26,7 +26,7 @@ public:
         : record_(record), caseSensitive_(caseSensitive), reading_(reading) {}
 
     /// Nothing when the tree has no value for the record.
-    std::optional<Verdict> evaluate(const TreeNode* root) {
+    std::optional<JudgedValue> evaluate(const TreeNode* root) {
         try {
             return value(root);
         } catch (const Failure&) {
@@ -43,15 +43,15 @@ private:
     static void require(bool condition) {
         if (!condition) throw Failure();
     }
-    static Verdict number(long long n) { return {NUMERIC, n, L""}; }
+    static JudgedValue number(long long n) { return {NUMERIC, n, L""}; }
 
-    Verdict value(const TreeNode* node) {
+    JudgedValue value(const TreeNode* node) {
         const Token& token = node->data;
         if (Tree::isLeaf(node)) return leaf(token);
-        const Verdict left = value(node->left.get());
+        const JudgedValue left = value(node->left.get());
         if (!reading_ && token.is(TOKEN_OPBOOL, BOOL_OR) && left.number == 1) return number(1);
         if (!reading_ && token.is(TOKEN_OPBOOL, BOOL_AND) && left.number == 0) return {};
-        const Verdict right = value(node->right.get());
+        const JudgedValue right = value(node->right.get());
         if (token.getType() == TOKEN_COMMAND) return call(token, left, right);
         const bool plus = token.is(TOKEN_OP, OP_PLUS), minus = token.is(TOKEN_OP, OP_MINUS);
         if (!plus && !minus && !token.is(TOKEN_OPBOOL, BOOL_NOT)) return binary(token, left, right);
@@ -60,7 +60,7 @@ private:
         return number(minus ? arithmetic(OP_SUBTRACT, 0, left.number) : left.number == 0);
     }
 
-    Verdict leaf(const Token& token) {
+    JudgedValue leaf(const Token& token) {
         const std::wstring text(token.text());
         const auto type = token.getType();
         if (type == TOKEN_NUMBER) return number(token.getNumericValue());
@@ -70,7 +70,7 @@ private:
         return {};
     }
 
-    Verdict field(const Field* field) {
+    JudgedValue field(const Field* field) {
         Field* f = const_cast<Field*>(field);
         require(f != nullptr);
         if (auto* byte = fieldAs<Int8Field>(f)) return number(byte->value());
@@ -82,7 +82,7 @@ private:
         return number(reading_ ? static_cast<int>(big & 0xFFFFFFFFU) : static_cast<long long>(big));
     }
 
-    Verdict call(const Token& token, const Verdict& first, const Verdict& second) {
+    JudgedValue call(const Token& token, const JudgedValue& first, const JudgedValue& second) {
         if (token.text() == L"length") {
             require(first.type == STRING);
             return number(static_cast<long long>(first.text.size()));
@@ -93,7 +93,7 @@ private:
         return {STRING, 0, calls_.back()};
     }
 
-    Verdict binary(const Token& token, const Verdict& left, const Verdict& right) {
+    JudgedValue binary(const Token& token, const JudgedValue& left, const JudgedValue& right) {
         require(left.type == right.type);
         const long long code = token.getNumericValue();
         if (token.getType() == TOKEN_OPREL) return number(relation(code, left, right));
@@ -107,7 +107,7 @@ private:
         return number(code == BOOL_AND ? l && r : l || r);
     }
 
-    bool relation(long long code, const Verdict& left, const Verdict& right) {
+    bool relation(long long code, const JudgedValue& left, const JudgedValue& right) {
         long long order = 0;
         if (left.type == NUMERIC) {
             order = left.number < right.number ? -1 : left.number > right.number;

@@ -248,7 +248,7 @@ TEST(CriteriaTable, IndexesServeWhatHoldsForEveryMatch) {
     }
 }
 
-/// What `indexKeys` and `TextTest` take for granted of the C library's tables: nothing but
+/// What `indexKeys` and `CompiledPattern` take for granted of the C library's tables: nothing but
 /// two letters folds to ASCII in one direction only.
 TEST(CriteriaTable, OnlyTwoLettersFoldToAsciiAndBackToAnother) {
     const ScopedLocale locale("C.UTF-8");

@@ -101,7 +101,7 @@ void expectSame(Criteria& criteria, int result, const SampleRecord& record, bool
     }
     const ExpValue& value = criteria.evaluator.value();
     EXPECT_EQ(result, static_cast<int>(verdict->number));
-    EXPECT_EQ((Verdict{value.getType(), value.getNumericValue(), std::wstring(value.text())}),
+    EXPECT_EQ((JudgedValue{value.getType(), value.getNumericValue(), std::wstring(value.text())}),
               *verdict);
 }
 

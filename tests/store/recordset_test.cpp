@@ -219,9 +219,9 @@ std::wstring condition(std::mt19937& random) {
     static const wchar_t* const odd[] = {L"2", L"0", L"10/([SIZE]-4)==-10", L"1 2", L"[NO]==1"};
     if (random() % 20 == 0) return odd[random() % 5];
     static const wchar_t* const relations[] = {L"==", L"!=", L"==", L"<", L">=", L">", L"<="};
-    static const wchar_t* const patterns[] = {L"*",       L"?",  L"*.h", L"a*",  L"*b*",
-                                              L"*I*",     L"**", L"*a.", L"a*b", L"?a",
-                                              L"*\u00e9", L"",   L"*k",  L"*Ab*"};
+    static const wchar_t* const patterns[] = {
+        L"*",  L"?",       L"*.h", L"a*", L"*b*",  L"*I*",   L"**",    L"*a.", L"a*b",
+        L"?a", L"*\u00e9", L"",    L"*k", L"*Ab*", L"a*b*h", L"*b*.h", L"?*a*"};
     const std::wstring relation = relations[random() % 7];
     const bool mirrored = random() % 4 == 0;
     std::wstring field = L"[NAME]", literal;

@@ -6,9 +6,6 @@ namespace fscanner {
 
 namespace {
 
-using wildcard::ExactFold;
-using wildcard::LowerFold;
-
 /// Whether `piece` matches the characters at `text`. A loop, as the pieces of
 /// real patterns are too short to be worth a call.
 template <typename Fold>
@@ -20,34 +17,34 @@ bool equalRun(std::wstring_view piece, const wchar_t* text) {
     return true;
 }
 
-template <typename Fold>
-bool startsWith(std::wstring_view text, std::wstring_view piece) {
-    return text.size() >= piece.size() && equalRun<Fold>(piece, text.data());
-}
-
-template <typename Fold>
-bool endsWith(std::wstring_view text, std::wstring_view piece) {
-    return text.size() >= piece.size() &&
-           equalRun<Fold>(piece, text.data() + (text.size() - piece.size()));
-}
-
-/// Finds the piece (not empty), leftmost, and removes the text up to its end.
-template <typename Fold>
-bool consume(std::wstring_view& text, std::wstring_view piece) {
-    if (text.size() < piece.size()) return false;
-    const wchar_t first = piece.front();
-    const std::wstring_view rest = piece.substr(1);
-    const wchar_t* const last = text.data() + (text.size() - piece.size());
-    for (const wchar_t* at = text.data(); at <= last; ++at) {
-        if (!Fold::same(first, *at) && first != L'?') continue;
-        if (!equalRun<Fold>(rest, at + 1)) continue;
-        text.remove_prefix(static_cast<std::size_t>(at - text.data()) + piece.size());
-        return true;
-    }
-    return false;
-}
-
 }  // namespace
+
+template <typename Fold>
+struct CompiledPattern::WideText {
+    std::size_t size() const { return text.size(); }
+    std::wstring_view view(Piece piece) const { return {pattern + piece.start, piece.length}; }
+    bool equalAt(std::size_t at, Piece piece) const {
+        return equalRun<Fold>(view(piece), text.data() + at);
+    }
+    bool consume(Piece piece) {
+        if (text.size() < piece.length) return false;
+        const wchar_t first = pattern[piece.start];
+        const std::wstring_view rest = view(piece).substr(1);
+        const wchar_t* const last = text.data() + (text.size() - piece.length);
+        for (const wchar_t* at = text.data(); at <= last; ++at) {
+            if (!Fold::same(first, *at) && first != L'?') continue;
+            if (!equalRun<Fold>(rest, at + 1)) continue;
+            removePrefix(static_cast<std::size_t>(at - text.data()) + piece.length);
+            return true;
+        }
+        return false;
+    }
+    void removePrefix(std::size_t count) { text.remove_prefix(count); }
+    void removeSuffix(std::size_t count) { text.remove_suffix(count); }
+
+    std::wstring_view text;
+    const wchar_t* pattern;
+};
 
 CompiledPattern::CompiledPattern(std::wstring_view pattern, bool caseSensitive)
     : text_(pattern), caseSensitive_(caseSensitive) {
@@ -56,6 +53,7 @@ CompiledPattern::CompiledPattern(std::wstring_view pattern, bool caseSensitive)
     const bool simple = kind_ != Kind::all && kind_ != Kind::general;
     const Piece& inner = pieces_[pieces_.size() / 2];
     literal_ = simple ? (kind_ == Kind::prefix ? pieces_[0] : inner) : Piece{0, 0};
+    prepareBytes();
 }
 
 void CompiledPattern::split() {
@@ -81,43 +79,46 @@ CompiledPattern::Kind CompiledPattern::classify() const {
     return tail ? Kind::suffix : Kind::all;
 }
 
+/// The bytes have the pieces at the places where the text has them.
+void CompiledPattern::prepareBytes() {
+    judgesBytes_ = std::all_of(text_.begin(), text_.end(),
+                               [](wchar_t c) { return c > 0 && c < 0x80 && c != L'?'; });
+    if (!judgesBytes_) return;
+    for (const wchar_t c : text_) {
+        const auto byte = static_cast<char>(c);
+        const char small = stored_text::small(byte);
+        bytes_ += caseSensitive_ ? byte : small;
+        if (caseSensitive_) continue;
+        if (small == 'i') holdsForSure_ = false;
+        // Two letters outside ASCII, the dotted I and the Kelvin sign, fold to ASCII.
+        if (small == 'i' || small == 'k') judgesForeign_ = false;
+    }
+    bytes_.append(stored_text::BLOCK, 0);
+}
+
 /// The first piece lies at the start, the last at the end, and each one between
 /// is taken where it comes first: what a later place leaves, an earlier one does.
-template <typename Fold>
-bool CompiledPattern::matchesPieces(std::wstring_view text) const {
-    const std::wstring_view head = view(pieces_.front());
-    const std::wstring_view tail = view(pieces_.back());
-    if (pieces_.size() == 1) return text.size() == head.size() && startsWith<Fold>(text, head);
-    if (!startsWith<Fold>(text, head)) return false;
-    text.remove_prefix(head.size());
-    if (!endsWith<Fold>(text, tail)) return false;
-    text.remove_suffix(tail.size());
+template <typename Text>
+bool CompiledPattern::matchesPieces(Text text) const {
+    const Piece head = pieces_.front();
+    const Piece tail = pieces_.back();
+    const std::size_t size = text.size();
+    if (pieces_.size() == 1) return size == head.length && text.equalAt(0, head);
+    if (size < head.length + tail.length) return false;
+    if (!text.equalAt(0, head) || !text.equalAt(size - tail.length, tail)) return false;
+    text.removePrefix(head.length);
+    text.removeSuffix(tail.length);
     for (std::size_t i = 1; i + 1 < pieces_.size(); ++i) {
-        if (!consume<Fold>(text, view(pieces_[i]))) return false;
+        if (!text.consume(pieces_[i])) return false;
     }
     return true;
 }
 
-template <typename Fold>
-bool CompiledPattern::matchesAs(std::wstring_view text) const {
-    switch (kind_) {
-        case Kind::exact:
-            return text.size() == literal_.length && startsWith<Fold>(text, literal());
-        case Kind::prefix:
-            return startsWith<Fold>(text, literal());
-        case Kind::suffix:
-            return endsWith<Fold>(text, literal());
-        case Kind::contains:
-            return consume<Fold>(text, literal());
-        case Kind::all:
-            return true;
-        default:
-            return matchesPieces<Fold>(text);
-    }
-}
+template bool CompiledPattern::matchesPieces(ByteText) const;
 
 bool CompiledPattern::matches(std::wstring_view text) const {
-    return caseSensitive_ ? matchesAs<ExactFold>(text) : matchesAs<LowerFold>(text);
+    return caseSensitive_ ? matchesKind(WideText<wildcard::ExactFold>{text, text_.data()})
+                          : matchesKind(WideText<wildcard::LowerFold>{text, text_.data()});
 }
 
 }  // namespace fscanner

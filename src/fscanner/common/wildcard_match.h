@@ -2,7 +2,8 @@
 
 #include <cwctype>
 
-/// The wildcard matcher behind `wildcmp`, its three siblings and `CompiledPattern`.
+/// The wildcard matcher behind `wildcmp` and its three siblings. `CompiledPattern`, which
+/// analyses a pattern first, shares its folds and is checked against it.
 ///
 /// One iterative matcher in three phases, with one restart point:
 ///

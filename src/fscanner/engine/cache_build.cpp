@@ -52,7 +52,7 @@ void CacheSink::file(WalkEntry& entry) {
     if (failed_) return;
     // The test of bytes finds "*" and "?" in every encoding. It may find one where there is
     // none, which costs only speed.
-    if (text_test::examine(entry.storedName()).pattern) store_.expectPatterns();
+    if (stored_text::examine(entry.storedName()).pattern) store_.expectPatterns();
     facts_.forgetInfo();
     const struct stat* info = entry.info();
     const bool known = info && facts_.updateFrom(*info);

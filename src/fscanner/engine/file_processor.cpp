@@ -13,6 +13,7 @@
 #include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/engine/file_fields.h"
+#include "fscanner/engine/walk.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
@@ -29,6 +30,36 @@ bool mayBeExamined(const wchar_t* path) {
     const int error = examineFile(toMultibyte(path), info);
     return error == 0 || error == ENOENT || error == ENOTDIR;
 }
+
+/// Reads a walked entry's name and size. The size is asked of the system only where a
+/// condition needs it.
+class EntryReader {
+public:
+    EntryReader(WalkEntry& entry, bool bytesAreCharacters)
+        : entry_(entry), bytesAreCharacters_(bytesAreCharacters) {}
+
+    bool read(unsigned field, Operand& operand) {
+        operand = {};
+        if (field == file_fields::NAME) return readName(operand.text);
+        return field == file_fields::SIZE && readSize(operand.number);
+    }
+
+private:
+    /// Where ASCII bytes may be halves of characters, they tell nothing beside others.
+    bool readName(StoredText& name) const {
+        name = entry_.storedName();
+        return bytesAreCharacters_ || !stored_text::examine(name).foreign;
+    }
+    /// A size that is too large for a host counts as unknown.
+    bool readSize(long long& size) {
+        const struct stat* info = entry_.info();
+        if (info) size = info->st_size;
+        return info && (size <= INT_MAX || FsFileInfo::getLargeFileSupport());
+    }
+
+    WalkEntry& entry_;
+    bool bytesAreCharacters_;
+};
 
 }  // namespace
 
@@ -74,7 +105,9 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, Criter
         debug("FileProcessor::FileProcessor - criteria '%ls' does not compile!\n", criteria);
     needsInfo_ = evaluator_->readsField(file_fields::kSize.name) ||
                  evaluator_->readsField(file_fields::kAttributes.name);
-    if (compiles_) filter_ = RecordFilter(evaluator_->tree(), fields_, caseSensitive);
+    if (compiles_)
+        conditions_ =
+            Conditions(evaluator_->tree(), fields_, caseSensitive, Conditions::First::texts);
 }
 
 // The list of commands points to members of this object. A command left in it would also hide
@@ -88,16 +121,9 @@ bool FileProcessor::registerCommands() {
            evaluator_->addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
 }
 
-bool FileProcessor::dismissesName(const StoredText& name) const {
-    // In an encoding whose characters may contain ASCII bytes, only pure ASCII names are tested.
-    if (!bytesAreCharacters_ && text_test::examine(name).foreign) return false;
-    return filter_.dismisses(file_fields::NAME, name);
-}
-
-bool FileProcessor::dismissesSize(unsigned long long size) const {
-    // Without large-file support such a size counts as unknown.
-    if (size > INT_MAX && !FsFileInfo::getLargeFileSupport()) return false;
-    return filter_.dismisses(file_fields::SIZE, static_cast<long long>(size));
+bool FileProcessor::rejects(WalkEntry& entry) const {
+    if (conditions_.isEmpty()) return false;
+    return conditions_.judge(EntryReader(entry, bytesAreCharacters_)) == Verdict::noMatch;
 }
 
 bool FileProcessor::satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName) {

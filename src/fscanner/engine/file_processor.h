@@ -3,13 +3,14 @@
 #include <memory>
 
 #include "fscanner/common/fields.h"
+#include "fscanner/expr/conditions.h"
 #include "fscanner/expr/token.h"
 #include "fscanner/filetype/filetypehelper.h"
-#include "fscanner/store/record_filter.h"
 
 namespace fscanner {
 
 class FsFileInfo;
+class WalkEntry;
 
 /// The criteria command "path" of a direct scan. Its result is the full path of the current file;
 /// the arguments are ignored.
@@ -58,12 +59,9 @@ public:
     /// its value. Size and attributes are read from the record only if the criteria needs them.
     /// If the record has none, a search cannot decide; by the plain rules they are 0.
     bool satisfyCriteria(const FsFileInfo& file, const wchar_t* shortFileName);
-    /// Whether the criteria certainly rejects a file of this name, or of this size, whatever
-    /// its other fields are. Asked before a record is made. The name is in the bytes of the
-    /// directory.
-    bool dismissesName(const StoredText& name) const;
-    bool dismissesSize(unsigned long long size) const;
-    bool mayDismissSize() const { return needsInfo_ && !filter_.isEmpty(); }
+    /// Whether a file surely does not satisfy the criteria: told before a record is made, from
+    /// the bytes of its name and, where that is not enough, from its size.
+    bool rejects(WalkEntry& entry) const;
 
     /// Whether the criteria could not be evaluated on the last record. It did not match.
     bool undecided() const { return undecided_; }
@@ -83,7 +81,7 @@ private:
     fpPathCommand pathCommand_;
     fpTypeCommand typeCommand_;
     std::unique_ptr<CriteriaEvaluator> evaluator_;  // null: everything matches
-    RecordFilter filter_;
+    Conditions conditions_;
     bool searches_;  // by `CriteriaRules::search`
     bool caseSensitive_;
     bool bytesAreCharacters_;  // ASCII bytes of names are never parts of other characters

@@ -32,7 +32,6 @@ public:
     void leave() override {}
 
 private:
-    bool dismisses(WalkEntry& entry) const;
     void begin(const WalkEntry& entry);
     void fill(WalkEntry& entry);
 
@@ -43,7 +42,7 @@ private:
 };
 
 void DirectSink::file(WalkEntry& entry) {
-    if (dismisses(entry)) return;
+    if (processor_.rejects(entry)) return;  // most files, before their names are widened
     begin(entry);
     if (processor_.needsInfo()) fill(entry);
     if (processor_.satisfyCriteria(record_, nullptr)) {
@@ -54,14 +53,6 @@ void DirectSink::file(WalkEntry& entry) {
         fill(entry);
         observer->undecided(record_);
     }
-}
-
-// Rejects most files before their names are widened.
-bool DirectSink::dismisses(WalkEntry& entry) const {
-    if (processor_.dismissesName(entry.storedName())) return true;
-    if (!processor_.mayDismissSize()) return false;
-    const struct stat* info = entry.info();
-    return info && processor_.dismissesSize(static_cast<unsigned long long>(info->st_size));
 }
 
 void DirectSink::begin(const WalkEntry& entry) {

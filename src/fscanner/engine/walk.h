@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include "fscanner/common/stored_text.h"
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_info.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
-#include "fscanner/store/text_test.h"
 
 namespace fscanner {
 

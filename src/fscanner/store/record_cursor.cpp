@@ -131,10 +131,10 @@ bool __recordSet::findMatch(bool found, Step step) {
 bool __recordSet::scanTable(bool found) {
     if (!found) return false;
     do {
-        const RecordFilter::Verdict judged =
+        const fscanner::Verdict judged =
             filter_.judgeFrom(table_.codec().layout(), table_.storedRecords(), id_);
-        if (judged == RecordFilter::Verdict::match) return readRecord();
-        if (judged == RecordFilter::Verdict::noMatch) break;
+        if (judged == fscanner::Verdict::match) return readRecord();
+        if (judged == fscanner::Verdict::noMatch) break;
         const ByteRange record = table_.record(id_);
         if (record.empty()) return false;
         const Verdict verdict = checkRecord(record);
@@ -150,9 +150,9 @@ __recordSet::Verdict __recordSet::tryRecord() {
     if (record.empty()) return Verdict::unreadable;
     if (filter_.isEmpty()) return checkRecord(record);
     switch (filter_.judge(table_.codec().layout(), record)) {
-        case RecordFilter::Verdict::noMatch:
+        case fscanner::Verdict::noMatch:
             return Verdict::noMatch;
-        case RecordFilter::Verdict::match:
+        case fscanner::Verdict::match:
             return readRecord() ? Verdict::match : Verdict::unreadable;
         default:
             return checkRecord(record);

@@ -1,14 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
-#include "fscanner/common/fields.h"
-#include "fscanner/common/wildcard.h"
-#include "fscanner/expr/tree.h"
+#include "fscanner/expr/conditions.h"
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/record_encoding.h"
-#include "fscanner/store/text_test.h"
 
 namespace fscanner {
 
@@ -25,8 +21,7 @@ struct StoredRecords {
         return {content + at, content + end};
     }
 
-    /// A hint that this one is next but some: records follow each other over pages that
-    /// the processor does not foresee.
+    /// Asks for the record's first bytes. The processor does it by itself within a page only.
     void prefetch(unsigned id) const {
         const unsigned at = id < count ? offset(id) : REMOVED;
         if (at >= first && at < end) __builtin_prefetch(content + at);
@@ -40,60 +35,22 @@ struct StoredRecords {
 };
 
 /// Judges most records on their stored bytes, before anything is decoded.
-///
-/// It is made of those conditions of a criteria that every match fulfils (its
-/// operands of "&&") and that compare a field with a literal: numbers by any
-/// relation, texts by "==" and "!=" where the literal is plain ASCII or a pattern
-/// of one "*" in front, one behind, or both. When one of them surely fails, so
-/// does the criteria; when they are all of it and surely hold, it matches. What is
-/// not sure is left to the evaluation: the rest of a criteria, a stored text that is
-/// itself a pattern, and one of other than ASCII where its letters could fold to ASCII.
 class RecordFilter {
 public:
     RecordFilter() = default;
-    RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive);
+    RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive)
+        : conditions_(criteria, schema, caseSensitive, Conditions::First::numbers) {}
 
-    enum class Verdict { noMatch, unsure, match };
-
-    bool isEmpty() const { return conditions_.empty(); }
-    /// Whether a record with this value of a field surely does not match.
-    bool dismisses(unsigned field, const StoredText& text) const;
-    bool dismisses(unsigned field, long long number) const;
+    bool isEmpty() const { return conditions_.isEmpty(); }
     /// Of the record at the start of `record`. A damaged one is unsure at the
-    /// damage, and may be judged before it.
+    /// damage, and may be rejected before it.
     Verdict judge(const RecordLayout& layout, ByteRange record) const;
-    /// Of the first live record from `id` on that is not turned away, to which `id`
-    /// moves. `noMatch` when all are: `id` is the last live one then, or stays.
+    /// Of the first live record from `id` on that is not rejected; `id` moves to it. When all
+    /// are, the verdict is `noMatch` and `id` the last live one, or unchanged if there is none.
     Verdict judgeFrom(const RecordLayout& layout, const StoredRecords& records, unsigned& id) const;
 
 private:
-    static constexpr unsigned MAX_TEXTS = 4;
-
-    struct Condition {
-        unsigned field;
-        CompareOperator relation;
-        bool isText;
-        long long number;
-        TextTest text;
-    };
-
-    bool add(const TreeNode& condition, const Fields& schema, bool caseSensitive);
-    template <typename Encoding>
-    Verdict judgeAs(const RecordLayout& layout, ByteRange record) const;
-    template <typename Encoding>
-    Verdict judgeAllAs(const RecordLayout& layout, const StoredRecords& records,
-                       unsigned& id) const;
-    template <typename Encoding>
-    Verdict judgeFirstTexts(const RecordLayout& layout, const StoredRecords& records,
-                            unsigned& id) const;
-    Verdict wholeVerdict() const { return isWhole_ ? Verdict::match : Verdict::unsure; }
-    Verdict judgeTexts(const StoredText* texts) const;
-    static Verdict judgeText(const Condition& condition, const StoredText& text);
-
-    std::vector<Condition> conditions_;  // in the order of their fields
-    unsigned texts_ = 0;                 // how many of them test a text
-    bool testsOnlyTheFirstText_ = false;
-    bool isWhole_ = true;  // the criteria holds nothing else
+    Conditions conditions_;
 };
 
 }  // namespace fscanner

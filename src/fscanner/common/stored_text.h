@@ -14,26 +14,33 @@
 
 namespace fscanner {
 
-/// A text as it lies in a file, UTF-8, and how many bytes can be read from its start
-/// on: blocks are loaded whole, and what lies behind the text does not count. Not
-/// initialised: a scan makes one for each record.
+/// A UTF-8 text that lies in a larger buffer. `readable` is how many bytes may be read from
+/// its start on, the text included: blocks of 16 are loaded whole, and the bytes behind the
+/// text are ignored. Not initialised, since a scan makes one for each record.
 struct StoredText {
     std::string_view view() const { return {at, size}; }
+    void removePrefix(std::size_t count) {
+        at += count;
+        size -= count;
+        readable -= count;
+    }
 
     const char* at;
     std::size_t size;
     std::size_t readable;
 };
 
-/// What decides whether a test on bytes says what a comparison of characters would.
+/// Whether a text's bytes can be compared in place of its characters.
 struct TextTraits {
     bool pattern = false;  ///< it holds "*", "?" or a terminator
     bool foreign = false;  ///< not all of it is ASCII
 };
 
-namespace text_test {
+/// Comparisons of stored texts with literals of ASCII. `fold` ignores the case of ASCII
+/// letters; the literal has small letters then.
+namespace stored_text {
 
-/// ASCII small letters. In some locales "I" is no capital of "i".
+/// ASCII small letters, whatever the locale says of "I".
 constexpr std::array<char, 256> SMALL = [] {
     std::array<char, 256> table{};
     for (unsigned c = 0; c < table.size(); ++c) {
@@ -54,13 +61,12 @@ inline bool equal(const char* text, std::string_view literal, bool fold) {
                       [](char wanted, char c) { return wanted == small(c); });
 }
 
-/// One position after the other.
-inline bool containsPlainly(std::string_view text, std::string_view literal, bool fold) {
-    if (!fold) return text.find(literal) != text.npos;
+/// The first place of the literal, which is not empty; null where there is none.
+inline const char* findPlainly(std::string_view text, std::string_view literal, bool fold) {
     for (; text.size() >= literal.size(); text.remove_prefix(1)) {
-        if (equal(text.data(), literal, true)) return true;
+        if (equal(text.data(), literal, fold)) return text.data();
     }
-    return false;
+    return nullptr;
 }
 
 inline TextTraits examinePlainly(std::string_view text) {
@@ -95,8 +101,8 @@ inline __m128i special(__m128i block) {
     return _mm_or_si128(wild, equalTo(block, '\0'));
 }
 
-/// Two blocks at a time, without a branch between them: most names end in one of both,
-/// and which of them cannot be foretold.
+/// Reads two blocks at a time, without a branch between them: most names end in one of the
+/// two, and the processor cannot predict in which.
 inline TextTraits examine(const StoredText& stored) {
     const char* at = stored.at;
     std::size_t left = stored.size;
@@ -117,25 +123,27 @@ inline __m128i candidates(__m128i block, char c, bool fold) {
     return equalTo(fold && letter ? _mm_or_si128(block, _mm_set1_epi8(0x20)) : block, c);
 }
 
-/// The literal's two ends at 16 places at once; what is between where both fit.
-inline bool contains(const StoredText& stored, std::string_view literal, bool fold) {
+/// As `findPlainly`: compares the literal's two ends at 16 places at once, and the rest where
+/// both are equal.
+inline const char* find(const StoredText& stored, std::string_view literal, bool fold) {
     const std::string_view text = stored.view();
-    if (text.size() < literal.size()) return false;
-    if (literal.empty() || stored.readable < text.size() + BLOCK)
-        return containsPlainly(text, literal, fold);
+    if (text.size() < literal.size()) return nullptr;
+    if (stored.readable < text.size() + BLOCK) return findPlainly(text, literal, fold);
     const std::size_t last = literal.size() - 1;
     std::size_t places = text.size() - last;
     for (const char* at = text.data();; at += BLOCK, places -= BLOCK) {
         const __m128i both = _mm_and_si128(candidates(load(at), literal.front(), fold),
                                            candidates(load(at + last), literal.back(), fold));
         for (unsigned found = bits(both, places); found != 0; found &= found - 1) {
-            if (equal(at + std::countr_zero(found), literal, fold)) return true;
+            const char* const place = at + std::countr_zero(found);
+            if (equal(place, literal, fold)) return place;
         }
-        if (places <= BLOCK) return false;
+        if (places <= BLOCK) return nullptr;
     }
 }
 
-/// Whether the bytes at `at` are the literal, of at most 16 bytes that are all readable.
+/// Whether the bytes at `at` are the literal of at most 16 bytes. 16 bytes are readable at
+/// both places.
 inline bool blockEquals(const char* at, const char* literal, std::size_t size, bool fold) {
     __m128i block = load(at);
     if (fold) {
@@ -150,47 +158,19 @@ inline bool blockEquals(const char* at, const char* literal, std::size_t size, b
 
 #else
 
-constexpr std::size_t BLOCK = 0;  // so that blockEquals is never called
-inline bool blockEquals(const char*, const char*, std::size_t, bool) {
-    return false;
+constexpr std::size_t BLOCK = 0;
+inline bool blockEquals(const char* at, const char* literal, std::size_t size, bool fold) {
+    return equal(at, {literal, size}, fold);
 }
 inline TextTraits examine(const StoredText& stored) {
     return examinePlainly(stored.view());
 }
-inline bool contains(const StoredText& stored, std::string_view literal, bool fold) {
-    return containsPlainly(stored.view(), literal, fold);
+inline const char* find(const StoredText& stored, std::string_view literal, bool fold) {
+    return findPlainly(stored.view(), literal, fold);
 }
 
 #endif
 
-}  // namespace text_test
-
-/// A literal of ASCII, or a pattern with one "*" in front, behind, or both, tested on
-/// the bytes of a stored text.
-struct TextTest {
-    enum class Kind { exact, prefix, suffix, contains };
-
-    [[gnu::always_inline]] bool holds(const StoredText& stored) const {
-        const std::string_view text = stored.view();
-        if (kind == Kind::contains) return text_test::contains(stored, literal, fold);
-        if (text.size() < literal.size()) return false;
-        if (kind == Kind::exact && text.size() != literal.size()) return false;
-        const std::size_t at = kind == Kind::suffix ? text.size() - literal.size() : 0;
-        if (literal.size() <= text_test::BLOCK && stored.readable >= text.size() + text_test::BLOCK)
-            return text_test::blockEquals(text.data() + at, block.data(), literal.size(), fold);
-        return text_test::equal(text.data() + at, literal, fold);
-    }
-    /// Whether the outcome is that of a comparison by characters.
-    bool isSureOf(TextTraits traits) const {
-        return !traits.pattern && (!traits.foreign || judgesForeign);
-    }
-
-    Kind kind = Kind::exact;
-    bool fold = false;
-    bool holdsForSure = true;      ///< no letter whose fold depends on the locale
-    bool judgesForeign = true;     ///< nor one that another script's letter folds to
-    std::string literal;           ///< small letters when folding
-    std::array<char, 16> block{};  ///< the literal's first bytes
-};
+}  // namespace stored_text
 
 }  // namespace fscanner
