@@ -145,12 +145,6 @@ FsCacheTableNames tableNames(const std::wstring& kind) {
     return {kDirectoriesTable + kind, kFilesTable + kind};
 }
 
-bool isRegularFile(const std::wstring& path) {
-    std::error_code error;
-    return std::filesystem::is_regular_file(
-        std::filesystem::symlink_status(toMultibyte(path), error));
-}
-
 }  // namespace
 
 std::wstring fsDefaultCacheDirectory() {
@@ -241,8 +235,9 @@ std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory) {
 
 bool fsCacheIsMarked(const wchar_t* directory, const FsCacheTableNames& tables) {
     return noThrow("::fsCacheIsMarked", [&] {
-        return directory && presenceOf(joinPath(directory, tables.directories + CacheUpdateSuffix)) !=
-                                Presence::absent;
+        return directory &&
+               presenceOf(joinPath(directory, tables.directories + CacheUpdateSuffix)) !=
+                   Presence::absent;
     });
 }
 

@@ -59,17 +59,17 @@ LockStatus lockWithin(int descriptor, DirectoryLock::Mode mode, const Limit& lim
 
 // An exclusive request marks itself as waiting by a record lock (F_OFD_SETLK) on the first byte of
 // the file. Record locks and flock do not affect each other, and the mark goes when the file is
-// closed, also by the death of the process.
+// closed, also by the death of the process. Marks are read locks, so that any number can wait.
 void markWaiting(int file, bool waiting) {
     struct flock note {};
-    note.l_type = static_cast<short>(waiting ? F_WRLCK : F_UNLCK);
+    note.l_type = static_cast<short>(waiting ? F_RDLCK : F_UNLCK);
     note.l_len = 1;
     fcntl(file, F_OFD_SETLK, &note);
 }
 
 bool isWaitedFor(int file) {
     struct flock note {};
-    note.l_type = F_RDLCK;
+    note.l_type = F_WRLCK;
     note.l_len = 1;
     return fcntl(file, F_OFD_GETLK, &note) == 0 && note.l_type != F_UNLCK;
 }
@@ -81,7 +81,7 @@ LockStatus lockFile(int file, DirectoryLock::Mode mode, const Limit& limit) {
     const bool exclusive = mode == DirectoryLock::Mode::exclusive;
     if (exclusive) markWaiting(file, true);
     const Limit yield{&kYieldMilliseconds};
-    while (!exclusive && isWaitedFor(file) && !yield.isOver())
+    while (!exclusive && isWaitedFor(file) && !yield.isOver() && !limit.isOver())
         SysFactory::sleep(kPauseMilliseconds);
     const LockStatus status = lockWithin(file, mode, limit);
     if (exclusive) markWaiting(file, false);

@@ -82,6 +82,12 @@ Presence presenceOf(const std::wstring& path) {
     return errno == ENOENT ? Presence::absent : Presence::unknown;
 }
 
+bool isRegularFile(const std::wstring& path) {
+    struct stat info {};
+    return uninterrupted([&] { return lstat(toMultibyte(path).c_str(), &info); }) == 0 &&
+           S_ISREG(info.st_mode);
+}
+
 unsigned long long roomIn(const std::wstring& directory) {
     struct statvfs disk {};
     const auto look = [&] { return statvfs(toMultibyte(directory).c_str(), &disk); };

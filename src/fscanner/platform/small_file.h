@@ -22,6 +22,8 @@ std::optional<std::string> readWholeFile(const char* path, std::size_t limit = s
 /// error other than "no such file". Do not take that for `absent`.
 enum class Presence { absent, there, unknown };
 Presence presenceOf(const std::wstring& path);
+/// Whether a path names a regular file; a link to one is none.
+bool isRegularFile(const std::wstring& path);
 /// The bytes that this user may still write to the file system of the directory; 0 when the
 /// system does not tell.
 unsigned long long roomIn(const std::wstring& directory);

@@ -120,14 +120,17 @@ bool UndoJournal::note(unsigned kind, const Bytes& content) {
     return true;
 }
 
-// A file that cannot be read is noted as absent, because nothing could restore its content.
-void UndoJournal::appendSmall(Bytes& content, const std::wstring& path) {
+// False for a file that cannot be read, as it could not be restored. Anything but a regular file
+// is as good as absent.
+bool UndoJournal::appendSmall(Bytes& content, const std::wstring& path) {
     const std::optional<std::string> bytes = readSmallFile(path);
+    if (!bytes && isRegularFile(path)) return false;
     appendName(content, lastName(path));
     appendInteger(content, bytes ? WHOLE : ABSENT);
-    if (!bytes) return;
+    if (!bytes) return true;
     appendInteger(content, static_cast<std::uint32_t>(bytes->size()));
     appendBytes(content, std::as_bytes(std::span(*bytes)));
+    return true;
 }
 
 bool UndoJournal::keep(const std::vector<LinuxMmFile*>& files,
@@ -138,7 +141,8 @@ bool UndoJournal::keep(const std::vector<LinuxMmFile*>& files,
         appendInteger(content, BLOCKS);
         appendInteger(content, file->logicalSize());
     }
-    for (const std::wstring& path : smallFiles) appendSmall(content, path);
+    for (const std::wstring& path : smallFiles)
+        if (!appendSmall(content, path)) return false;
     if (!note(STATE, content)) return false;
     for (std::size_t i = 0; i < files.size(); ++i) {
         if (i == watches_.size())
@@ -326,6 +330,7 @@ bool UndoJournal::undo(const Contents& journal) const {
     for (const Contents::File& file : journal.files) {
         const std::wstring path = pathOf(file.name);
         if (file.form == ABSENT) removeFile(path.c_str());
+        if (file.form == ABSENT && isRegularFile(path)) return false;
         if (file.form == WHOLE && !putBack(path, text({file.content.at(), file.content.left()})))
             return false;
     }

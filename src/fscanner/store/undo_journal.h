@@ -68,7 +68,7 @@ private:
     const Bytes& entry(unsigned kind, const Bytes& content);
     bool note(unsigned kind, const Bytes& content);
     std::wstring pathOf(const std::wstring& name) const { return directory_ + name; }
-    static void appendSmall(Bytes& content, const std::wstring& path);
+    static bool appendSmall(Bytes& content, const std::wstring& path);
     bool undo(const Contents& journal) const;
     bool finish(const Contents& journal) const;
 
