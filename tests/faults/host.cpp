@@ -7,11 +7,9 @@
 #include <cstdlib>
 
 #include "fscanner/fs/fs.h"
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/temp_files.h"
 #include "fscanner/platform/linuxsync.h"
-
-// The plug-in itself, built into the test.
-#include "../../src/plugins/provider_cache/provider_cache.cpp"
 
 namespace fscanner {
 

@@ -10,15 +10,16 @@
 #include <thread>
 
 #include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_directory.h"
 #include "fscanner/fs/fs.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/log_capture.h"
-
-// The plug-in itself, built into the test.
-#include "../../src/plugins/provider_cache/provider_cache.cpp"
 
 #ifdef __SANITIZE_THREAD__
 /// The sanitizer does not see mremap: what other threads had where a mapping moves to would

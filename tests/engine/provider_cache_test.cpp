@@ -4,12 +4,13 @@
 #include <map>
 
 #include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_directory.h"
+#include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset_vector.h"
 #include "support/environment.h"
-
-// The plug-in itself, built into the test: what loading adds is tested with the loader.
-#include "../../src/plugins/provider_cache/provider_cache.cpp"
 
 namespace fscanner {
 namespace {
