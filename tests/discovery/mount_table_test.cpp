@@ -1,6 +1,5 @@
 #include "fscanner/discovery/mountlist.h"
 
-#include <gtest/gtest.h>
 #include <mntent.h>
 
 #include <array>
@@ -8,6 +7,7 @@
 #include <random>
 
 #include "fixtures.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
@@ -109,8 +109,9 @@ TEST(MountEntry, KeepsItsTextsApartFromItsCopies) {
     entry.setRemote(true);
     // Without all three texts a copy is no mount, and takes no flags.
     EXPECT_FALSE(MountEntry(entry).isRemote());
-    EXPECT_TRUE(entry.setDevName("a:/") && entry.setMountDir("/m") &&
-                entry.setFileSystemType("nfs"));
+    EXPECT_THAT(
+        Results({entry.setDevName("a:/"), entry.setMountDir("/m"), entry.setFileSystemType("nfs")}),
+        testing::Each(true));
     MountEntry copy = entry;
     EXPECT_TRUE(entry.setMountDir("/other"));
     EXPECT_FALSE(entry.setMountDir(nullptr));

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 
 #include <ctime>
 
@@ -8,7 +7,7 @@
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
-#include "fscanner/fs/fs_scan_observer.h"
+#include "support/listener.h"
 
 namespace fscanner {
 namespace {
@@ -54,13 +53,12 @@ TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
     tree.file("d/new");
     tree.file("elsewhere");
     everything("d");
-    // A limit in the future makes every tree old.
-    EXPECT_EQ(found(cache, 0U - 10), paths({"d/in", "d/e/deep", "d/new"}));
+    EXPECT_EQ(found(cache, kAllOld), paths({"d/in", "d/e/deep", "d/new"}));
     everything();
     EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "d/new"}));
     std::filesystem::remove_all(tree.path("d"));
     everything("d");
-    EXPECT_THAT(found(cache, 0U - 10), IsEmpty());
+    EXPECT_THAT(found(cache, kAllOld), IsEmpty());
     EXPECT_THAT(found(cache), IsEmpty());
 }
 
@@ -137,57 +135,41 @@ TEST_F(CacheTest, TimeRunsOutWithinADirectory) {
 }
 
 TEST_F(CacheTest, FilesThatCannotBeDecidedReachTheObserver) {
-    struct Undecided : FsScanObserver {
-        void undecided(const FsFileInfo& file) override {
-            names.push_back(toMultibyte(std::wstring(file.getPath()) + file.getName()));
-        }
-        Names names;
-    } observer;
     tree.file("d/a*");
     tree.file("out/b*");
     everything("d");
-    fsSetScanObserver(&observer);
     for (const wchar_t* criteria :
          {L"[FILENAME]==\"d*\"", L"path([PATHID],[FILENAME])==\"*/d*p\""}) {
         query.setQuery(criteria);
         for (const bool directly : {true, false}) {
+            const Listener heard;
             CollectingWriter writer;
             EXPECT_EQ(directly ? fsScanQuery(writer, query, kMinute) : cache.query(writer, query),
                       0);
             EXPECT_EQ(writer.paths, paths({"d/e/deep"}));
-            EXPECT_EQ(std::exchange(observer.names, {}), paths({"d/a*"}));
+            EXPECT_EQ(heard.undecidedPaths, paths({"d/a*"}));
         }
     }
-    fsSetScanObserver(nullptr);
 }
 
 /// Running `file` over a cache takes its time: whoever watches must hear, and may end it.
 TEST_F(CacheTest, CommandsOverACacheCanBeStopped) {
-    class Stopper : public FsScanObserver {
-    public:
-        bool progress(const FsScanProgress& at) override {
-            files = at.files;
-            return false;
-        }
-        unsigned long long files = 0;
-    } observer;
     for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i));
     everything();
     found(cache);
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
-    fsSetScanObserver(&observer);
     // Each look at the clock finds it a millisecond later.
     setClockSource([] {
         static timeval now = {std::time(nullptr), 0};
         now.tv_usec += 1000;
         return now;
     });
+    const Listener stopping(1);
     CollectingWriter writer;
     EXPECT_EQ(cache.query(writer, query, kDay), FS_CACHE_QUERY_TIMED_OUT);
     setClockSource(nullptr);
-    fsSetScanObserver(nullptr);
-    EXPECT_GT(observer.files, 0u);
-    EXPECT_LT(observer.files, 300u);
+    EXPECT_GT(stopping.files, 0u);
+    EXPECT_LT(stopping.files, 300u);
     EXPECT_FALSE(cache.isMarked());
 }
 
@@ -261,7 +243,7 @@ TEST_F(CacheTest, OnlyAnOpenCacheTakesItsMarkAway) {
 
 TEST_F(CacheTest, CompactionNeedsAClosedCache) {
     everything();
-    for (int i = 0; i < 6; ++i) found(cache, 0U - 10);
+    for (int i = 0; i < 6; ++i) found(cache, kAllOld);
     // The removed records of five rebuildings would fill several times this.
     EXPECT_LT(std::filesystem::file_size(cache.directory().path("files.pxx")), 6 * 4U);
     const auto open = cache.open();
@@ -311,7 +293,8 @@ TEST_F(CacheTest, AForgottenTreeIsReadAgain) {
         bool had = !known;
         EXPECT_EQ(open->forget(tree.wide(forgotten).c_str(), had), 0);
         EXPECT_EQ(had, known);
-        EXPECT_TRUE(open->close() && open->compact());
+        EXPECT_TRUE(open->close());
+        EXPECT_TRUE(open->compact());
         EXPECT_FALSE(user.isMarked());
         const std::vector<std::string> trees = treesOf(user);
         EXPECT_EQ(trees.empty(), left.empty());
@@ -412,7 +395,8 @@ TEST_F(CacheTest, RemovalNeedsAClosedCache) {
     const auto open = cache.open();
     EXPECT_FALSE(open->remove());
     EXPECT_TRUE(std::filesystem::exists(counter));
-    EXPECT_TRUE(open->close() && open->remove());
+    EXPECT_TRUE(open->close());
+    EXPECT_TRUE(open->remove());
     EXPECT_FALSE(std::filesystem::exists(counter));
 }
 
@@ -426,7 +410,7 @@ TEST_F(CacheTest, PlansTellWhatIsNotThere) {
     const auto open = cache.open();
     FsQueryReport plan;
     for (const auto& [age, way] :
-         {std::pair{kDay, FsSearchWay::cached}, {0U - 10, FsSearchWay::noDirectory}}) {
+         {std::pair{kDay, FsSearchWay::cached}, {kAllOld, FsSearchWay::noDirectory}}) {
         ASSERT_TRUE(open->explain(query, age, plan));
         ASSERT_EQ(plan.steps.size(), 1U);
         EXPECT_EQ(plan.steps[0].way, way);
@@ -445,23 +429,6 @@ TEST(CacheNames, MutexAndFiles) {
     EXPECT_EQ(name(L"/c", L"t", L".counter"), L"/c/t.counter");
     EXPECT_EQ(name(L"/c/", L"t", L".counter"), L"/c/t.counter");
     EXPECT_EQ(name(nullptr, L"t", L".counter"), L"null");
-}
-
-TEST_F(CacheTest, MonitoredQueriesTakeWhatIsThereAndScanTheRest) {
-    const CacheUser monitored(false, true);
-    everything();
-    EXPECT_EQ(found(monitored), paths({"top", "d/in", "d/e/deep"}));
-    tree.file("new");
-    EXPECT_EQ(found(monitored), paths({"top", "d/in", "d/e/deep", "new"}));
-
-    // A tree that another, unmonitored cache object has built is used at any age.
-    FS_Cache builder(L"dirs", L"files", monitored.directory().wide().c_str(), false, false, true);
-    ASSERT_EQ(builder.create(0, FS_CACHE_OPEN), 0);
-    CollectingWriter writer;
-    EXPECT_EQ(builder.executeQuery(writer, query, kMinute, kDay), 0);
-    builder.close();
-    tree.file("newer");
-    EXPECT_EQ(found(monitored, 0U - 10), paths({"top", "d/in", "d/e/deep", "new"}));
 }
 
 }  // namespace

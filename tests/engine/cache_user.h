@@ -1,20 +1,14 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
 #include <memory>
-#include <string>
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/store/sums_file.h"
+#include "support/results.h"
 
 namespace fscanner {
-
-inline constexpr unsigned kDay = 86400;
-inline constexpr unsigned kMinute = 60000;
 
 /// A cache directory, and the order of use that a provider keeps to.
 class CacheUser {
@@ -53,8 +47,9 @@ public:
     void setCounter(const std::string& bytes) const {
         SumsFile sums(directory_.wide("dirs.sums"));
         writeWholeFile(directory_.path("dirs.counter"), bytes);
-        EXPECT_TRUE(sums.load() && sums.takeUp(directory_.wide("dirs.counter")) && sums.write() &&
-                    sums.replace());
+        EXPECT_THAT(Results({sums.load(), sums.takeUp(directory_.wide("dirs.counter")),
+                             sums.write(), sums.replace()}),
+                    testing::Each(true));
     }
 
     /// Of the cache's files, all of them.

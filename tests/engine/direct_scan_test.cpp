@@ -5,7 +5,7 @@
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
-#include "fscanner/fs/fs_scan_observer.h"
+#include "support/listener.h"
 
 namespace fscanner {
 namespace {
@@ -105,20 +105,6 @@ TEST(DirectScan, TimeOut) {
     EXPECT_EQ(writer.paths.size(), 1U);
 }
 
-class SkipRecorder : public FsScanObserver {
-public:
-    SkipRecorder() : old_(fsSetScanObserver(this)) {}
-    ~SkipRecorder() override { fsSetScanObserver(old_); }
-    void skipped(const wchar_t* directory, FsSkipReason reason, int) override {
-        skips.emplace_back(toMultibyte(directory), reason);
-    }
-    bool progress(const FsScanProgress&) override { return true; }
-    std::vector<std::pair<std::string, FsSkipReason>> skips;
-
-private:
-    FsScanObserver* old_;
-};
-
 // A branch deeper than descriptors are kept, with siblings that a file system lists
 // before it and others that it lists behind it, in whatever order it lists.
 void plantDeepBranch(const TempTree& tree, const std::string& root, std::size_t size = 0) {
@@ -156,23 +142,23 @@ TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
         plantDeepBranch(tree, "root/");
         plantDeepBranch(tree, "victim/", 777);
         Exchange writer(tree, byLink);
-        SkipRecorder skips;
+        const Listener heard;
         EXPECT_EQ(Scan{tree.wide("root")}.into(writer), 0);
         EXPECT_TRUE(std::filesystem::exists(tree.path("away")));
         for (const FsFileInfo& record : writer.records) EXPECT_NE(record.getSize(), 777U);
         EXPECT_EQ(writer.records.size(), 40U * 5 + 1);
-        EXPECT_THAT(skips.skips, IsEmpty());
+        EXPECT_THAT(heard.skips, IsEmpty());
     }
 }
 
 TEST(DirectScan, ObserverIsToldOfExclusions) {
     TempTree tree;
     tree.file("out/a");
-    SkipRecorder observer;
+    const Listener heard;
     CollectingWriter writer;
     Scan{.path = tree.wide(), .exclude = {PathInfo(tree.wide("out").c_str(), true)}}.into(writer);
-    EXPECT_THAT(observer.skips,
-                ElementsAre(std::make_pair(tree.path("out"), FsSkipReason::excluded)));
+    EXPECT_THAT(heard.skippedFor(FsSkipReason::excluded), ElementsAre(tree.path("out")));
+    EXPECT_EQ(heard.skips.size(), 1U);
 }
 
 }  // namespace

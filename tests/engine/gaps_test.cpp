@@ -1,40 +1,19 @@
 // What a query leaves unanswered, and how a host hears of it: paths that lead to no drive,
 // and types without the program that tells them. Asked in every way.
 
-#include <gmock/gmock.h>
-
 #include <map>
 
 #include "discovery/fixtures.h"
 #include "engine/cache_user.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/fs/fs_direct.h"
-#include "fscanner/fs/fs_scan_observer.h"
+#include "support/listener.h"
 
 namespace fscanner {
 namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-/// Keeps the entries that lead to no drive, and the files without a verdict.
-class GapObserver : public FsScanObserver {
-public:
-    GapObserver() : previous_(fsSetScanObserver(this)) {}
-    ~GapObserver() override { fsSetScanObserver(previous_); }
-    void skipped(const wchar_t* path, FsSkipReason reason, int) override {
-        if (reason == FsSkipReason::noDrive) noDrive.push_back(toMultibyte(path));
-    }
-    void undecided(const FsFileInfo& file) override {
-        undecidedNames.push_back(toMultibyte(file.getName()));
-    }
-
-    std::vector<std::string> noDrive;
-    std::vector<std::string> undecidedNames;
-
-private:
-    FsScanObserver* previous_;
-};
 
 struct Answer {
     int status = 0;
@@ -48,9 +27,10 @@ std::map<std::string, Answer> askedInEveryWay(const FsQuery& query) {
     const CacheUser plain, kept, monitored(false, true);
     const auto ask = [&](const auto& run) {
         CollectingWriter writer;
-        const GapObserver observer;
+        const Listener heard;
         const int status = run(writer);
-        return Answer{status, writer.sorted(), observer.noDrive, observer.undecidedNames};
+        return Answer{status, writer.sorted(), heard.skippedFor(FsSkipReason::noDrive),
+                      heard.undecidedPaths};
     };
     std::map<std::string, Answer> answers;
     answers["direct"] = ask([&](auto& to) { return fsScanQuery(to, query, kMinute); });
@@ -73,8 +53,9 @@ protected:
 };
 
 TEST_F(Gaps, PathsThatLeadToNoDriveAreToldAndHaveAStatus) {
-    const std::wstring good = tree_.wide();
-    const std::string file = tree_.path("f");
+    const std::wstring good = tree_.wide(), remote = L"$remote::" + good, odd = L"$lokal::" + good;
+    const std::vector<std::string> file = {tree_.path("f")};
+    constexpr int noDrive = FS_CACHE_NO_DRIVE;
     struct Case {
         const char* what;
         std::vector<std::wstring> include;
@@ -84,32 +65,17 @@ TEST_F(Gaps, PathsThatLeadToNoDriveAreToldAndHaveAStatus) {
         std::vector<std::string> noDrive;
     };
     const Case cases[] = {
-        {"a colon", {good, L"/a:b"}, {}, FS_CACHE_NO_DRIVE, {file}, {"/a:b"}},
-        {"a colon alone", {L"/a:b/c"}, {}, FS_CACHE_NO_DRIVE, {}, {"/a:b/c"}},
-        {"a colon behind a drive", {L"*:/a:b", good}, {}, 0, {file}, {}},
-        {"an unknown group", {L"$lokal::/a", good}, {}, FS_CACHE_NO_DRIVE, {file}, {"$lokal::/a"}},
-        {"a group without drives",
-         {L"$remote::" + good},
-         {},
-         FS_CACHE_NO_DRIVE,
-         {},
-         {"$remote::" + tree_.path()}},
-        {"one of both groups",
-         {L"$remote::" + good, good},
-         {},
-         0,
-         {file},
-         {"$remote::" + tree_.path()}},
-        {"the group of no drives", {L"$other::/x", good}, {}, 0, {file}, {"$other::/x"}},
-        {"an empty path", {L""}, {}, FS_CACHE_NO_DRIVE, {}, {}},
+        {"a colon", {good, L"/a:b"}, {}, noDrive, file, {"/a:b"}},
+        {"a colon alone", {L"/a:b/c"}, {}, noDrive, {}, {"/a:b/c"}},
+        {"a colon behind a drive", {L"*:/a:b", good}, {}, 0, file, {}},
+        {"an unknown group", {L"$lokal::/a", good}, {}, noDrive, file, {"$lokal::/a"}},
+        {"a group without drives", {remote}, {}, noDrive, {}, {toMultibyte(remote)}},
+        {"one of both groups", {remote, good}, {}, 0, file, {toMultibyte(remote)}},
+        {"the group of no drives", {L"$other::/x", good}, {}, 0, file, {"$other::/x"}},
+        {"an empty path", {L""}, {}, noDrive, {}, {}},
         {"no path", {}, {}, 0, {}, {}},
-        {"an exclusion of no known group",
-         {good},
-         {L"$lokal::" + good},
-         FS_CACHE_NO_DRIVE,
-         {file},
-         {"$lokal::" + tree_.path()}},
-        {"an exclusion elsewhere", {good}, {L"$remote::" + good}, 0, {file}, {}},
+        {"an exclusion of no known group", {good}, {odd}, noDrive, file, {toMultibyte(odd)}},
+        {"an exclusion elsewhere", {good}, {remote}, 0, file, {}},
     };
     for (const Case& c : cases) {
         FsQuery query;
@@ -157,7 +123,7 @@ TEST_F(Gaps, WithoutTheFileProgramATypeIsNeitherThisNorAnother) {
             for (const auto& [way, answer] : ask(criteria)) {
                 EXPECT_EQ(answer.status, FS_CACHE_NO_FILE_PROGRAM) << way << program;
                 EXPECT_THAT(answer.files, IsEmpty()) << way;
-                EXPECT_THAT(answer.undecided, ElementsAre("f")) << way;
+                EXPECT_THAT(answer.undecided, ElementsAre(tree_.path("f"))) << way;
             }
         }
         // Where no type is asked for, none is missed.

@@ -1,16 +1,20 @@
-#include <gmock/gmock.h>
 
 #include "discovery/fixtures.h"
-#include "engine/temp_tree.h"
+#include "engine/cache_user.h"
+#include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_query.h"
+#include "support/current_directory.h"
+#include "support/listener.h"
 
 namespace fscanner {
 namespace {
 
+using testing::ElementsAre;
 using testing::ElementsAreArray;
+using testing::IsEmpty;
 
 TEST(ScanQuery, NeedsSomeMountTableAndSomeTime) {
     TempTree tree;
@@ -20,11 +24,11 @@ TEST(ScanQuery, NeedsSomeMountTableAndSomeTime) {
     for (const char* text : {"proc /proc proc rw 0 0\n", ""}) {
         const PastedMountTable table(text);
         CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, 60000), *text ? 0 : -40);
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), *text ? 0 : FS_CACHE_UNUSABLE);
         EXPECT_EQ(writer.paths.size(), *text ? 1U : 0U);
     }
     CollectingWriter none;
-    EXPECT_EQ(fsScanQuery(none, query, 0), -41);
+    EXPECT_EQ(fsScanQuery(none, query, 0), FS_CACHE_QUERY_TIMED_OUT);
 }
 
 // What somebody serves is looked at for the links of an exclusion only where it is searched:
@@ -62,7 +66,7 @@ TEST(ScanQuery, ExclusionsAreResolvedWhereTheSearchGoes) {
         EXPECT_EQ(plan.mayTouch(tree.path("net/link")), touches) << included << excluded[0];
         query.setQuery(L"[FILENAME]==\"f\"");
         CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, 60000), 0);
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
         std::vector<std::string> expected;
         for (const char* name : found) expected.push_back(tree.path(name));
         EXPECT_EQ(writer.sorted(), expected) << included << " without " << excluded[0];
@@ -84,8 +88,94 @@ TEST(RecordFilter, LeavesARunningScanAlone) {
     FsQuery query;
     query.addIncludePath((L"$all::*:" + tree.wide()).c_str(), true);
     query.setQuery(L"path([PATHID],[FILENAME])==\"*.h\"");
-    EXPECT_EQ(fsScanQuery(writer, query, 60000), 0);
+    EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
     EXPECT_THAT(writer.paths, ElementsAreArray({tree.path("b.h")}));
+}
+
+// ---- Plans that are kept ----------------------------------------------------
+
+/// The pairs of one plan after the other.
+class KeptPairs {
+public:
+    std::vector<std::string> operator()(const std::string& entry,
+                                        const wchar_t* notFileSystem = nullptr) {
+        const PathInfo path = pathsOf({entry})[0];
+        FsQuery query;
+        query.addIncludePath(path.getPathName(), path.getRecursive());
+        if (notFileSystem) query.addExcludeFileSystem(notFileSystem);
+        const auto plan = kept_.refresh(query);
+        return plan ? show(plan->pairs()) : std::vector<std::string>{"-"};
+    }
+
+private:
+    KeptPlan kept_;
+};
+
+bool wasResolved(const DebugLog& log) {
+    return log.has("PathHelper::pathResolver - exit.");
+}
+
+TEST(KeptPlan, IsResolvedAgainOnlyWhenTheQueryOrTheTableChanges) {
+    KeptPairs pairsOf;
+    setMountTablePath("/nonexistent/mtab");
+    EXPECT_THAT(pairsOf("/mnt+"), ElementsAre("-"));
+    const std::vector<std::string> both = {"/mnt+ on /", "/mnt/b+ on /mnt/b"};
+    {
+        const PastedMountTable table("a / ext4\nb /mnt/b vfat\n");
+        EXPECT_EQ(pairsOf("/mnt+"), both);
+        const DebugLog log;
+        EXPECT_EQ(pairsOf("/mnt+"), both);
+        EXPECT_FALSE(wasResolved(log));
+        EXPECT_THAT(pairsOf("/mnt+", L"vfat"), ElementsAre("/mnt+ on /"));
+        EXPECT_THAT(pairsOf("/mnt/b", L"vfat"), ElementsAre());
+        EXPECT_THAT(pairsOf("/mnt/b"), ElementsAre("/mnt/b on /mnt/b"));
+        EXPECT_EQ(pairsOf("/mnt+"), both);
+    }
+    setMountTablePath("/nonexistent/mtab");
+    EXPECT_THAT(pairsOf("/mnt+"), ElementsAre("-"));
+    // What is not mounted any more would be missing in the drive above it.
+    const PastedMountTable table("a / ext4\n");
+    EXPECT_THAT(pairsOf("/mnt+"), ElementsAre("/mnt+ on /"));
+}
+
+TEST(KeptPlan, FollowsTheCurrentDirectoryAndLinks) {
+    const TempTree tree;
+    for (const char* directory : {"a/x", "b/x"}) tree.directory(directory);
+    std::filesystem::create_symlink("a", tree.path("l"));
+    const PastedMountTable table("a / ext4\n");
+    KeptPairs pairsOf;
+    {
+        const CurrentDirectory here(tree.path("a"));
+        EXPECT_THAT(pairsOf("x+"), ElementsAre(tree.path("a/x") + "+ on /"));
+    }
+    {
+        const CurrentDirectory here(tree.path("b"));
+        EXPECT_THAT(pairsOf("x+"), ElementsAre(tree.path("b/x") + "+ on /"));
+    }
+    EXPECT_THAT(pairsOf(tree.path("l")), ElementsAre(tree.path("a") + " on /"));
+    std::filesystem::remove(tree.path("l"));
+    std::filesystem::create_symlink("b", tree.path("l"));
+    EXPECT_THAT(pairsOf(tree.path("l")), ElementsAre(tree.path("b") + " on /"));
+}
+
+TEST(ScanQuery, AMonitoredQueryLooksAtTheTimeBehindLocalPairsOnly) {
+    const TempTree tree;
+    for (const char* name : {"f", "s/f", "y/f", "z/f"}) tree.file(name);
+    for (int i = 0; i < 1100; ++i) tree.file("r/" + std::to_string(i));
+    const PastedMountTable table("/dev/a / ext4\nfiler:/r " + tree.path("r") + " nfs4\nfiler:/s " +
+                                 tree.path("s") + " nfs4\n/dev/y " + tree.path("y") +
+                                 " xfs\n/dev/z " + tree.path("z") + " xfs\n");
+    FsQuery query;
+    query.addIncludePath((L"$all::" + tree.wide()).c_str(), true);
+    query.setQuery(L"[FILENAME]==\"f\"");
+    const Listener stopping(1);
+    CollectingWriter writer;
+    const CacheUser monitored(false, true);
+    EXPECT_EQ(monitored.query(writer, query), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_THAT(writer.paths, ElementsAre(tree.path("f"), tree.path("s/f"), tree.path("y/f")));
+    CollectingWriter none;
+    EXPECT_EQ(CacheUser().query(none, query), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_THAT(none.paths, IsEmpty());
 }
 
 }  // namespace

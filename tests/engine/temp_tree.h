@@ -1,9 +1,6 @@
 #pragma once
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <string>
 #include <vector>
 
 #include "fscanner/common/utf8.h"
@@ -12,6 +9,12 @@
 #include "support/temporary_directory.h"
 
 namespace fscanner {
+
+/// Ages of a cache's trees that a query still takes, in seconds.
+inline constexpr unsigned kDay = 86400;
+inline constexpr unsigned kAllOld = 0U - 10;  // a limit in the future: every tree is too old
+/// A time limit in milliseconds that no test reaches.
+inline constexpr unsigned kMinute = 60000;
 
 /// A temporary directory with verbs for building a tree in it.
 class TempTree {

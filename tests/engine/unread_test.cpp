@@ -1,7 +1,6 @@
 // Directories that could not be read: every answer tells of those in its part, and the file
 // that remembers them is not trusted when anything is wrong with it.
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -10,9 +9,9 @@
 #include "fscanner/engine/unread_directories.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_explain.h"
-#include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/store/bytes.h"
 #include "support/format_example.h"
+#include "support/listener.h"
 #include "support/permissions.h"
 
 namespace fscanner {
@@ -21,27 +20,6 @@ namespace {
 using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 using Names = std::vector<std::string>;
-
-constexpr unsigned kAllOld = 0U - 10;
-
-/// Watches a query: what was skipped, and how many walks there were.
-class Watch : public FsScanObserver {
-public:
-    Watch() { fsSetScanObserver(this); }
-    ~Watch() override { fsSetScanObserver(nullptr); }
-    void skipped(const wchar_t* directory, FsSkipReason reason, int error) override {
-        if (reason == FsSkipReason::excluded) return;
-        EXPECT_EQ(reason, FsSkipReason::denied) << toMultibyte(directory);
-        EXPECT_EQ(error, EACCES) << toMultibyte(directory);
-        denied.push_back(toMultibyte(directory));
-    }
-    void finished(const FsScanProgress&) override { ++walks; }
-    bool progress(const FsScanProgress&) override { return !stops; }
-
-    bool stops = false;
-    Names denied;
-    int walks = 0;
-};
 
 struct Asked {
     Names include;  // recursive with a "+" at the end
@@ -79,15 +57,23 @@ protected:
         for (std::string& name : names) name = tree.path(name);
         return names;
     }
+    static Names deniedOf(const Listener& heard) {
+        for (const Listener::Skip& skip : heard.skips) {
+            if (skip.reason == FsSkipReason::excluded) continue;
+            EXPECT_EQ(skip.reason, FsSkipReason::denied) << skip.directory;
+            EXPECT_EQ(skip.error, EACCES) << skip.directory;
+        }
+        return heard.skippedFor(FsSkipReason::denied);
+    }
     /// The number of walks that an answer takes; what it tells must be `denied`.
     int walks(const CacheUser& user, const std::string& below, const Names& denied,
               unsigned age = kDay) const {
         FsQuery query;
-        const Watch watch;
+        const Listener heard;
         CollectingWriter writer;
         EXPECT_EQ(user.query(writer, Asked{{below + "+"}, {}, {}}.in(tree, query), age), 0);
-        EXPECT_THAT(watch.denied, UnorderedElementsAreArray(paths(denied))) << below;
-        return watch.walks;
+        EXPECT_THAT(deniedOf(heard), UnorderedElementsAreArray(paths(denied))) << below;
+        return heard.walks;
     }
     std::string file() const { return cache.directory().path("dirs.unread"); }
 
@@ -117,10 +103,10 @@ TEST_F(Unread, EveryAnswerTellsOnceOfThoseInItsPart) {
         asked.in(tree, query);
         const CacheUser own, monitored(false, true);
         const auto expectTold = [&](const char* way, auto run) {
-            const Watch watch;
+            const Listener heard;
             CollectingWriter writer;
             EXPECT_EQ(run(writer), 0) << way;
-            EXPECT_THAT(watch.denied, UnorderedElementsAreArray(paths(asked.denied)))
+            EXPECT_THAT(deniedOf(heard), UnorderedElementsAreArray(paths(asked.denied)))
                 << way << ": " << testing::PrintToString(asked.include) << " without "
                 << testing::PrintToString(asked.exclude);
         };
@@ -146,11 +132,10 @@ TEST_F(Unread, WhoStopsABuildHearsWhatWasMet) {
     tree.directory("z/locked");
     ::chmod(tree.path("z/locked").c_str(), 0);
     FsQuery query;
-    Watch watch;
-    watch.stops = true;
+    const Listener stopping(1);
     CollectingWriter writer;
     EXPECT_EQ(cache.query(writer, Asked{{"+"}, {}, {}}.in(tree, query)), FS_CACHE_BUILD_TIMED_OUT);
-    EXPECT_FALSE(watch.denied.empty());
+    EXPECT_THAT(deniedOf(stopping), testing::Not(IsEmpty()));
     ::chmod(tree.path("z/locked").c_str(), 0700);
 }
 

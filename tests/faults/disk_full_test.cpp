@@ -91,7 +91,7 @@ TEST(DiskFull, IsACodeUntilThereIsSpace) {
             if (disk.searchWithSpace() != kWhole) return +kNextWrong;
             disk.fillBut(one.room);
         }
-        const int outcome = disk.search(one.room ? FaultHost::kNoAge : FaultHost::kAnyAge);
+        const int outcome = disk.search(one.room ? kAllOld : kDay);
         if (outcome != kWhole && outcome != kTold) return outcome;
         disk.empty();
         disk.resize("size=64m,nr_inodes=1000");
@@ -102,7 +102,7 @@ TEST(DiskFull, IsACodeUntilThereIsSpace) {
     for (const Case& one : cases()) {
         const int outcome = inChild([&] { return run(one); });
         if (outcome == notAllowed) GTEST_SKIP() << "no file systems may be mounted here";
-        EXPECT_TRUE(outcome == kWhole || outcome == kTold) << one.name << " gave " << outcome;
+        EXPECT_THAT(outcome, testing::AnyOf(+kWhole, +kTold)) << one.name;
         told += outcome == kTold ? 1 : 0;
         if (one.room >= 1024) {
             EXPECT_EQ(outcome, kWhole) << one.name << ": no second cache is needed";

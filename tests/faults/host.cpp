@@ -2,9 +2,7 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 #include "fscanner/fs/fs.h"
 #include "fscanner/fs/fs_provider.h"
@@ -14,8 +12,6 @@
 namespace fscanner {
 
 namespace {
-
-constexpr unsigned kTimeout = 60000;
 
 std::string temporaryPrefix;
 
@@ -86,9 +82,11 @@ Answer FaultHost::ask(unsigned age, const wchar_t* criteria, bool compressed) co
 
 Answer FaultHost::ask(const FsQuery& query, unsigned age, bool compressed) const {
     Answer answer;
-    const GapObserver observer(answer);
+    const Listener heard;
     CollectingWriter writer;
-    answer.status = provider(compressed)->executeQuery(writer, query, age, kTimeout);
+    answer.status = provider(compressed)->executeQuery(writer, query, age, kMinute);
+    answer.toldOfGaps = heard.toldOfGaps();
+    answer.walked = heard.directories;
     answer.paths = writer.sorted();
     return answer;
 }

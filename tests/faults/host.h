@@ -3,17 +3,15 @@
 #include <memory>
 #include <random>
 #include <set>
-#include <string>
-#include <vector>
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache_directory.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset.h"
-#include "fscanner/fs/fs_scan_observer.h"
 #include "support/child_process.h"
 #include "support/fault_scale.h"
+#include "support/listener.h"
 
 namespace fscanner {
 
@@ -42,47 +40,10 @@ struct Answer {
     bool claimsToBeWhole() const { return status == 0 && !toldOfGaps; }
 };
 
-/// Tells an answer of what is said to observers while it is sought.
-class GapObserver : public FsScanObserver {
-public:
-    explicit GapObserver(Answer& answer) : answer_(answer), previous_(fsSetScanObserver(this)) {}
-    GapObserver(const GapObserver&) = delete;
-    GapObserver& operator=(const GapObserver&) = delete;
-    ~GapObserver() override { fsSetScanObserver(previous_); }
-    bool progress(const FsScanProgress&) override { return true; }
-    void skipped(const wchar_t*, FsSkipReason reason, int) override {
-        if (reason != FsSkipReason::otherFileSystem) answer_.toldOfGaps = true;
-    }
-    void finished(const FsScanProgress& totals) override { answer_.walked += totals.directories; }
-
-private:
-    Answer& answer_;
-    FsScanObserver* previous_;
-};
-
-/// Says stop at the n-th question of a search whether to go on.
-class Stopper : public FsScanObserver {
-public:
-    explicit Stopper(int atCall) : at(atCall), previous_(fsSetScanObserver(this)) {}
-    Stopper(const Stopper&) = delete;
-    Stopper& operator=(const Stopper&) = delete;
-    ~Stopper() override { fsSetScanObserver(previous_); }
-    bool progress(const FsScanProgress&) override { return ++seen < at; }
-
-    const int at;
-    int seen = 0;
-
-private:
-    FsScanObserver* previous_;
-};
-
 /// A tree, a cache for it, and a host's way of asking, each in directories of its own:
 /// also temporary and lock files go where a test can count them.
 class FaultHost {
 public:
-    static constexpr unsigned kAnyAge = 86400;
-    static constexpr unsigned kNoAge = 0U - 10;  // every tree is too old
-
     explicit FaultHost(const std::filesystem::path& parent = memoryDirectory());
     ~FaultHost();
     FaultHost(const FaultHost&) = delete;
@@ -98,8 +59,7 @@ public:
     /// Has the query search these directories of the tree.
     void describeParts(FsQuery& query, const std::vector<std::string>& names) const;
     /// One query by a provider of its own.
-    Answer ask(unsigned age = kAnyAge, const wchar_t* criteria = L"",
-               bool compressed = false) const;
+    Answer ask(unsigned age = kDay, const wchar_t* criteria = L"", bool compressed = false) const;
     Answer ask(const FsQuery& query, unsigned age, bool compressed = false) const;
     /// One query whose results, or null, are in a file, and sorted if there is a key.
     std::unique_ptr<FsResultSetReader> askForFile(int& status, unsigned sortKey = 0) const;

@@ -5,7 +5,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <map>
 
@@ -108,10 +107,10 @@ TEST_P(PowerCut, TheMarkIsOnDiskBeforeAChangeAndTheTablesBeforeItGoes) {
         const char* name;
         unsigned age;
         bool changes;
-    } sessions[] = {{"first", FaultHost::kAnyAge, true},
-                    {"unchanged", FaultHost::kAnyAge, false},
-                    {"rebuilt", FaultHost::kNoAge, true},
-                    {"rebuilt and compacted", FaultHost::kNoAge, true}};
+    } sessions[] = {{"first", kDay, true},
+                    {"unchanged", kDay, false},
+                    {"rebuilt", kAllOld, true},
+                    {"rebuilt and compacted", kAllOld, true}};
     for (const auto& session : sessions) {
         DurableState disk(fs::canonical(host.place.path("cache")).string());
         const int status =
@@ -140,10 +139,10 @@ TEST_P(PowerCut, WhatIsRecoveredIsOnDiskBeforeTheMarkGoes) {
     host.describeParts(query, {"d0", "d1"});
     const auto session = [&](unsigned age) {
         CollectingWriter ignored;
-        return host.provider(GetParam())->executeQuery(ignored, query, age, 60000);
+        return host.provider(GetParam())->executeQuery(ignored, query, age, kMinute);
     };
-    const auto rebuild = [&] { return session(FaultHost::kNoAge); };
-    ASSERT_EQ(session(FaultHost::kAnyAge), 0);
+    const auto rebuild = [&] { return session(kAllOld); };
+    ASSERT_EQ(session(kDay), 0);
     const unsigned calls = Tracer().countCalls(rebuild);
     const auto step = static_cast<unsigned>(std::max(1, 40 / faultScale()));
     int removed = 0;
@@ -156,7 +155,7 @@ TEST_P(PowerCut, WhatIsRecoveredIsOnDiskBeforeTheMarkGoes) {
             return 0;
         });
         const int before = disk.marksRemoved();
-        Tracer().run([&] { return session(FaultHost::kAnyAge); },
+        Tracer().run([&] { return session(kDay); },
                      [&](const TracedCall& call) {
                          disk.see(call);
                          return 0;

@@ -61,13 +61,13 @@ Answer scanDirectly(const FaultHost& host) {
     host.describe(query);
     CollectingWriter writer;
     Answer answer;
-    answer.status = fsScanQuery(writer, query, 60000);
+    answer.status = fsScanQuery(writer, query, kMinute);
     answer.paths = writer.sorted();
     return answer;
 }
 
 Answer scanForTypes(const FaultHost& host) {
-    return host.ask(FaultHost::kAnyAge, L"type(path([PATHID],[FILENAME]),\"text empty short\")");
+    return host.ask(kDay, L"type(path([PATHID],[FILENAME]),\"text empty short\")");
 }
 
 const std::vector<Scenario>& scenarios() {
@@ -76,8 +76,7 @@ const std::vector<Scenario>& scenarios() {
     static const std::vector<Scenario> table = {
         {"First", Lesser::none, cold, [](const FaultHost& host) { return host.ask(); }},
         {"Again", Lesser::none, warm, [](const FaultHost& host) { return host.ask(); }},
-        {"Rebuilt", Lesser::none, warm,
-         [](const FaultHost& host) { return host.ask(FaultHost::kNoAge); }},
+        {"Rebuilt", Lesser::none, warm, [](const FaultHost& host) { return host.ask(kAllOld); }},
         {"Direct", Lesser::none, warm, scanDirectly},
         {"File", Lesser::empty, warm, [](const FaultHost& host) { return searchToFile(host, 0); }},
         {"Sorted", Lesser::empty, warm,
@@ -125,11 +124,10 @@ protected:
         Answer answer;
         try {
             arm(true);
-            Answer heard;
-            const GapObserver observer(heard);
+            const Listener heard;
             answer = scenario().act(host);
             arm(false);
-            answer.toldOfGaps = answer.toldOfGaps || heard.toldOfGaps;
+            answer.toldOfGaps = answer.toldOfGaps || heard.toldOfGaps();
         } catch (...) {
             arm(false);
             return kThrown;
@@ -176,7 +174,7 @@ protected:
                                  (onward ? " and later: " : ": ") + std::strerror(failure.error);
         scenario().prepare(host);
         const int outcome = fail(failure, at, onward);
-        EXPECT_TRUE(outcome == kWhole || outcome == kTold) << name << " gave " << outcome;
+        EXPECT_THAT(outcome, testing::AnyOf(+kWhole, +kTold)) << name;
         if (isRepeated(failure)) {
             EXPECT_EQ(outcome, kWhole) << name;
         }

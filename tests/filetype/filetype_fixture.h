@@ -9,9 +9,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cwchar>
-#include <filesystem>
 #include <memory>
-#include <string>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"

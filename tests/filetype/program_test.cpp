@@ -5,11 +5,8 @@
 #include <poll.h>
 #include <sys/ptrace.h>
 #include <sys/time.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
-#include <string>
 #include <vector>
 
 #include "filetype_fixture.h"
@@ -143,7 +140,8 @@ TEST_F(ProgramTest, WorksForHostsWithOddSettings) {
 TEST_F(ProgramTest, ThatCannotBeReapedIsLeftBehind) {
     int word[2];
     int over[2];
-    ASSERT_TRUE(::pipe(word) == 0 && ::pipe(over) == 0);
+    ASSERT_EQ(::pipe(word), 0);
+    ASSERT_EQ(::pipe(over), 0);
     auto program = ChildProcess::start({"/bin/sh", "-c", "echo $$; exec sleep 60"}, AT_FDCWD);
     ASSERT_TRUE(program);
     std::string number;

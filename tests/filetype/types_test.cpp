@@ -1,12 +1,8 @@
 // What the real program says about real files, and how often it is run.
 
-#include <unistd.h>
-
-#include <filesystem>
 #include <functional>
 #include <set>
 #include <sstream>
-#include <string>
 #include <thread>
 #include <vector>
 

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <array>
-#include <string>
-#include <vector>
 
 #include "engine/cache_user.h"
 #include "fscanner/common/utf8.h"
@@ -37,7 +35,7 @@ public:
         EXPECT_EQ(writer.sorted(), answers[0]);
         for (const char* name : kCacheFiles) earlier_.push_back(readWholeFile(path(name)));
         // Removed records, unused slots and a second generation of IDs.
-        EXPECT_EQ(cache.query(writer, *queries[1], 0U - 10), 0);
+        EXPECT_EQ(cache.query(writer, *queries[1], kAllOld), 0);
         for (const char* name : kCacheFiles) good_.push_back(readWholeFile(path(name)));
     }
 
@@ -65,7 +63,8 @@ public:
         SumsFile sums(toWide(path(kCacheFiles[kSums])));
         for (std::size_t i = 0; i < kSums; ++i)
             EXPECT_TRUE(sums.takeUp(toWide(path(kCacheFiles[i]))));
-        EXPECT_TRUE(sums.write() && sums.replace());
+        EXPECT_TRUE(sums.write());
+        EXPECT_TRUE(sums.replace());
     }
 
     /// Whether something lies where a file should: it must not be removed.

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <string>
-#include <vector>
-
 #include "fs/result_file_support.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/fs/record_merge.h"

@@ -18,6 +18,13 @@ int inChild(Body body) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+inline constexpr uid_t kNobody = 65534;
+
+/// Gives up what this process may, as root, for good.
+inline bool becomeNobody() {
+    return ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0;
+}
+
 /// A limit on the length of files stands for a full disk: writes fail behind it from now on.
 inline bool limitFileSize(rlim_t bytes) {
     const rlimit limit{bytes, bytes};

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <sstream>
-#include <string>
 
 #include "build_paths.h"
 #include "support/temporary_directory.h"

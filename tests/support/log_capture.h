@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "fscanner/common/debug.h"
 #include "support/temporary_directory.h"
 

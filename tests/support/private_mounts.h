@@ -1,10 +1,13 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 
 #include <filesystem>
 #include <string>
+
+#include "support/child_process.h"
 
 namespace fscanner {
 
@@ -24,6 +27,15 @@ inline bool mountMemory(const std::string& source, const std::string& directory,
                         const char* options = "size=16m") {
     std::filesystem::create_directories(directory);
     return ::mount(source.c_str(), directory.c_str(), "tmpfs", 0, options) == 0;
+}
+
+/// Runs `body` in a process with mounts of its own, where it may return `notAllowed`, or what is
+/// wrong. To be called at the end of a test, which it may skip.
+template <typename Body>
+void withPrivateMounts(Body body) {
+    const int status = inChild([&] { return enterPrivateMounts() ? body() : notAllowed; });
+    if (status == notAllowed) GTEST_SKIP() << "such mounts cannot be made on this machine";
+    EXPECT_EQ(status, 0) << "-1: it hung, or crashed";
 }
 
 }  // namespace fscanner

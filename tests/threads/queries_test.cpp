@@ -1,10 +1,8 @@
 // Queries that run at the same time, or one in the middle of another: each has its own
 // answer, or is refused. The thread sanitizer looks on in the "tsan" preset.
 
-#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
-#include <unistd.h>
 
 #include <functional>
 #include <thread>
@@ -20,6 +18,7 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/log_capture.h"
+#include "support/results.h"
 
 #ifdef __SANITIZE_THREAD__
 /// The sanitizer does not see mremap: what other threads had where a mapping moves to would
@@ -38,7 +37,6 @@ namespace {
 using Paths = std::vector<std::string>;
 
 constexpr unsigned kAge = 3600;
-constexpr unsigned kTimeout = 60000;
 
 const wchar_t* const kCriteria[] = {
     L"[FILENAME]==\"*.h\"",
@@ -68,14 +66,14 @@ protected:
         FsQuery query;
         describe(query, criteria);
         CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, kTimeout), 0);
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
         return writer.sorted();
     }
     Paths ask(FsProvider& from, const wchar_t* criteria, unsigned age) const {
         FsQuery query;
         describe(query, criteria);
         CollectingWriter writer;
-        EXPECT_EQ(from.executeQuery(writer, query, age, kTimeout), 0);
+        EXPECT_EQ(from.executeQuery(writer, query, age, kMinute), 0);
         return writer.sorted();
     }
     // Through a file of results, or through memory, which keeps the plan.
@@ -152,9 +150,9 @@ TEST_F(Queries, InTheMiddleOfAnotherOnItsCacheAreAnsweredWithoutAChange) {
             const LogCapture log;
             CallingWriter writer([&] {
                 EXPECT_EQ(ask(*inner, criteria, kAge), right);
-                status = inner->executeQuery(refused, query, FS_CACHE_REBUILD, kTimeout);
+                status = inner->executeQuery(refused, query, FS_CACHE_REBUILD, kMinute);
             });
-            EXPECT_EQ(first->executeQuery(writer, query, kAge, kTimeout), 0);
+            EXPECT_EQ(first->executeQuery(writer, query, kAge, kMinute), 0);
             EXPECT_EQ(writer.sorted(), right);
             EXPECT_EQ(status, FS_CACHE_LOCK_TIMED_OUT);
             EXPECT_THAT(refused.paths, testing::IsEmpty());
@@ -174,7 +172,7 @@ TEST_F(Queries, InTheMiddleOfAnotherElsewhereAreAnswered) {
                 EXPECT_EQ(scan(within), ask(*other, within, kAge));
                 EXPECT_EQ(read<fsExecuteQueryEx>(*other, within).empty(), false);
             });
-            EXPECT_EQ(outer->executeQuery(writer, query, kAge, kTimeout), 0);
+            EXPECT_EQ(outer->executeQuery(writer, query, kAge, kMinute), 0);
             EXPECT_EQ(writer.sorted(), scan(criteria));
         }
     }
@@ -192,10 +190,11 @@ TEST_F(Queries, OfACacheInTheMiddleOfItsOwnAreRefused) {
     describe(query, kCriteria[0]);
     CallingWriter writer([&] {
         CollectingWriter inner;
-        EXPECT_EQ(cache.executeQuery(inner, query, kTimeout, kAge), FS_CACHE_LOCK_TIMED_OUT);
-        EXPECT_FALSE(cache.close() || cache.compact() || cache.remove());
+        EXPECT_EQ(cache.executeQuery(inner, query, kMinute, kAge), FS_CACHE_LOCK_TIMED_OUT);
+        EXPECT_THAT(Results({cache.close(), cache.compact(), cache.remove()}),
+                    testing::Each(false));
     });
-    EXPECT_EQ(cache.executeQuery(writer, query, kTimeout, kAge), 0);
+    EXPECT_EQ(cache.executeQuery(writer, query, kMinute, kAge), 0);
     EXPECT_EQ(writer.sorted(), right);
     EXPECT_TRUE(cache.close());
     cache.unlock();
