@@ -14,7 +14,6 @@
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAre;
@@ -247,25 +246,6 @@ TEST_F(CacheTest, AMarkedCacheIsMadeAnew) {
     add("d/later");
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_THAT(status(), HasSubstr("state:      good"));
-}
-
-TEST_F(CacheTest, AnInterruptedScanCostsItsOwnTreeAlone) {
-    for (int i = 0; i < 4000; ++i) add("big/" + std::to_string(i % 50) + "/f" + std::to_string(i));
-    found({"d"});
-    found({"big"});
-    std::vector<std::string> ends;
-    for (const char* signal : {"INT", "TERM", "KILL"})
-        for (const char* seconds : {"0.005", "0.01", "0.02"})
-            ends.push_back(std::string("timeout -s ") + signal + " " + seconds + " \"$0\"");
-    for (const std::string& end : ends) {
-        shell(end + " --fresh big");
-        EXPECT_EQ(run({"--cache-compact"}).status, 0) << end;
-        shell(end + " --fresh big");
-        EXPECT_THAT(run({"d", "--stats"}).err, HasSubstr("walked:   0 files, 0 directories\n"))
-            << end;
-        EXPECT_THAT(run({"big", "-c", "--stats"}).err, HasSubstr("walked:   0 files")) << end;
-        EXPECT_THAT(found({"big", "-c"}), ElementsAre("4000")) << end;
-    }
 }
 
 /// What the cache cannot do is done without it, and said once.
@@ -505,5 +485,4 @@ TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test

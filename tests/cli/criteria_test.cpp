@@ -3,7 +3,6 @@
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAre;
@@ -47,6 +46,7 @@ TEST_F(CriteriaTest, TheCaretStandsUnderThePlace) {
         {"\"\xE6\x97\xA5\xE6\x9C\xAC\" == [NOFIELD]", "            ^"},
         {"\"e\xCC\x81\" == [NOFIELD]", "         ^"},
         {"\"\t\xFF\" == [NOFIELD]", "          ^"},
+        {"[SIZE] > 99999999999999999999", "           ^"},
     };
     for (const auto& [criteria, caret] : table)
         EXPECT_EQ(lastLine(run({"--check", criteria}).err), caret);
@@ -67,40 +67,6 @@ TEST_F(CriteriaTest, CheckShowsTreeFieldsAndIndex) {
         all.insert(all.end() - 1, "--check");
         EXPECT_THAT(run(all).out, Not(HasSubstr("index:"))) << none.back();
     }
-}
-
-/// A number is a condition, large numbers are what they say, and every field can be asked
-/// for: by a scan and from the cache.
-TEST_F(CriteriaTest, ScanAndCacheTakeThemForTheSame) {
-    add("empty", "");
-    add("full", "12345");
-    add("a*", "1");
-    const std::vector<std::pair<std::string, std::vector<std::string>>> table = {
-        {"[SIZE]", {"./a*", "./full"}},
-        {"[SIZE] & 4", {"./full"}},
-        {"2", {"./a*", "./empty", "./full"}},
-        {"[SIZE] > 5000000000", {}},
-        {"[SIZE] < 5000000000", {"./a*", "./empty", "./full"}},
-        {"([FILENAME] == \"full\") == 0", {"./a*", "./empty"}},
-        {"[SHORTFILENAME] == \"\" && [SIZE] == 5", {"./full"}},
-        {"[FILENAME] == \"another\"", {"./a*"}},
-    };
-    for (const auto& [criteria, files] : table)
-        for (const char* way : ways)
-            EXPECT_EQ(records(runIn(way, {"-w", criteria}).out), files) << criteria << ", " << way;
-    const RunResult tooLarge = run({"-w", "[SIZE] > 99999999999999999999"});
-    EXPECT_EQ(tooLarge.status, 2);
-    EXPECT_THAT(tooLarge.err, HasSubstr("a number is 9223372036854775807 at most"));
-    EXPECT_EQ(lastLine(tooLarge.err), "           ^");
-}
-
-TEST_F(CriteriaTest, OnlyConstantsAreSaidToHoldForAllOrNone) {
-    add("x.txt", "");
-    EXPECT_THAT(run({"-w", "2"}).err, HasSubstr("it holds for every file"));
-    EXPECT_THAT(run({"-w", "1 == 2"}).err, HasSubstr("it holds for no file"));
-    const RunResult path = run({"--no-cache", "-w", "path(0, \"x\") == \"*.txt\""});
-    EXPECT_EQ(path.out, "./x.txt\n");
-    EXPECT_EQ(path.err, "");
 }
 
 TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {
@@ -130,5 +96,4 @@ TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test

@@ -1,7 +1,6 @@
 // Filters that need no language, the forms of output, and commands run for matches.
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <nlohmann/json.hpp>
@@ -10,7 +9,6 @@
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAre;
@@ -76,7 +74,9 @@ TEST_F(FiltersTest, NamesThatArePatternsPassTheSameFilters) {
 
 TEST_F(FiltersTest, WhatDecidesAloneIsRemarkedOn) {
     const std::vector<std::pair<Arguments, const char*>> remarks = {
+        {{"-w", "2"}, "reads no field: it holds for every file\n"},
         {{"-w", "2 - 1"}, "reads no field: it holds for every file\n"},
+        {{"--no-cache", "-w", "path(0, \"x\") == \"*.txt\""}, ""},
         {{"-w", "2 == 1"}, "reads no field: it holds for no file\n"},
         {{"--larger", "9", "--smaller", "10"}, "no size is both"},
         {{"--newer", "3h", "--older", "2h"}, ""},
@@ -272,5 +272,4 @@ TEST_F(FiltersTest, ATerminalIsToldInOneLine) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test

@@ -1,11 +1,9 @@
 // Where fscan looks, and how it writes what it finds there.
 
 #include "program_run.h"
-#include "support/child_process.h"
 #include "support/private_mounts.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAre;
@@ -214,9 +212,8 @@ TEST_F(PathsTest, DriveGroupsChooseAmongTheDrivesOfAPath) {
 TEST_F(PathsTest, NestedPathsKeepTheirDriveGroups) {
     add("o/l");
     add("o/s/l");
-    const int status = fscanner::inChild([&] {
-        if (!fscanner::enterPrivateMounts() ||
-            !fscanner::mountMemory("server:/export", tree_ / "o/s/far"))
+    fscanner::withPrivateMounts([&] {
+        if (!fscanner::mountMemory("server:/export", tree_ / "o/s/far"))
             return fscanner::notAllowed;
         add("o/s/far/r");
         const std::string l = "o/l", sl = "o/s/l", r = "o/s/far/r";
@@ -231,20 +228,11 @@ TEST_F(PathsTest, NestedPathsKeepTheirDriveGroups) {
             {{"$local::o", "$other::o"}, {l, sl}},
             {{"$remote::o", "$other::o"}, {r}},
         };
-        int wrong = 0;
-        for (auto [paths, expected] : cases) {
-            const Arguments answer = found(paths);
-            if (answer == expected) continue;
-            ++wrong;
-            std::fprintf(stderr, "%s: %s\n", testing::PrintToString(paths).c_str(),
-                         testing::PrintToString(answer).c_str());
-        }
-        return wrong;
+        for (const auto& [paths, expected] : cases)
+            EXPECT_EQ(found(paths), expected) << testing::PrintToString(paths);
+        return HasFailure() ? 1 : 0;
     });
-    if (status == fscanner::notAllowed) GTEST_SKIP() << "no private mounts on this machine";
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
-
 }  // namespace fscan::test

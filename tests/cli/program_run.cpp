@@ -5,22 +5,18 @@
 #include <poll.h>
 #include <pty.h>
 #include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
-#include <stdexcept>
 #include <thread>
 
 #include "build_paths.h"
 #include "support/child_process.h"
 
 namespace fscan::test {
-
 namespace {
 
 /// The two ends of a channel; what is still open closes with it.

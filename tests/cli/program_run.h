@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <filesystem>
 #include <map>
-#include <string>
 #include <vector>
 
 #include "support/temporary_directory.h"

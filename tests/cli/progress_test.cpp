@@ -3,7 +3,6 @@
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 /// Much more output than fits into a pipe, so that a scan can be held up half-way.
@@ -56,5 +55,4 @@ TEST_F(ProgressTest, IsShownNowhereElse) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test

@@ -1,15 +1,11 @@
 // The configuration file, as fscan goes by it: each key, and what is said of a file or a
 // value that cannot be used.
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include "build_paths.h"
 #include "program_run.h"
 #include "support/nest.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAre;
@@ -91,23 +87,19 @@ TEST_F(SettingsTest, AProviderAnswersThatTheyName) {
     EXPECT_EQ(run({"d", "--no-cache", "--sort", "path"}).out, all_);
 }
 
-TEST_F(SettingsTest, LargeFilesAreKnownWhateverTheySay) {
+TEST_F(SettingsTest, LargeFilesAndLongPathsAreFoundWhateverTheySay) {
     add("d/large");
     std::filesystem::resize_file(tree_ / "d/large", 3ULL << 30);
-    configure("[fscanner]\nlarge_files = 0\n");
-    for (const char* way : {"--fresh", "--no-cache"})
-        EXPECT_EQ(run({"d", way, "--format", "{size} {name}", "--larger", "2G"}).out,
-                  "3221225472 large\n")
-            << way;
-}
-
-TEST_F(SettingsTest, LongPathsAreFoundWhateverTheySay) {
     fscanner::Nest nest(tree_ / "d/sub");
     for (int level = 0; level < 10; ++level) nest.down(std::string(200, 'l'));
     nest.file("deep");
-    configure("[fscanner]\nlong_paths = 0\n");
-    for (const char* way : {"--fresh", "--no-cache"})
+    configure("[fscanner]\nlarge_files = 0\nlong_paths = 0\n");
+    for (const char* way : {"--fresh", "--no-cache"}) {
+        EXPECT_EQ(run({"d", way, "--format", "{size} {name}", "--larger", "2G"}).out,
+                  "3221225472 large\n")
+            << way;
         EXPECT_EQ(run({"d", way, "-c", "-n", "deep"}).out, "1\n") << way;
+    }
 }
 
 TEST_F(SettingsTest, WhatCannotBeUsedIsSaidOnceAndTheRestCounts) {
@@ -134,5 +126,4 @@ TEST_F(SettingsTest, WhatCannotBeUsedIsSaidOnceAndTheRestCounts) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test

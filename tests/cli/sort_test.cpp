@@ -1,11 +1,10 @@
-// Sorted output: in memory and through a temporary file; and the providers asked.
+// Sorted output: in memory and through a temporary file.
 
 #include <algorithm>
 
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::ElementsAreArray;
@@ -147,19 +146,5 @@ TEST_F(SortTest, FileHasNoName) {
     EXPECT_THAT(listed.out, HasSubstr("(deleted)")) << listed.err;
 }
 
-TEST_F(SortTest, ProvidersAreAskedByName) {
-    const std::string all = run({"--sort", "path"}).out;
-    EXPECT_EQ(run({"--sort", "path", "--no-cache"}).out, all);
-    EXPECT_EQ(run({"--sort", "path", "--provider", "provider_direct"}).out, all);
-    const RunResult missing = run({"--provider", "provider_none"});
-    EXPECT_EQ(missing.status, 4);
-    EXPECT_EQ(missing.out, "");
-    EXPECT_EQ(missing.err,
-              "fscan: the provider provider_none cannot be loaded; --debug-log tells why\n");
-    const RunResult unconfigured = run({}, {.environment = {{"FSCANNER_CONFIG", tree_ / "a/x"}}});
-    EXPECT_EQ(unconfigured.status, 0) << "the installed settings remain: " << unconfigured.err;
-}
-
 }  // namespace
-
 }  // namespace fscan::test

@@ -1,6 +1,5 @@
 // The words that the command line tells completions.
 
-#include <map>
 #include <set>
 #include <sstream>
 
@@ -8,7 +7,6 @@
 #include "program_run.h"
 
 namespace fscan::test {
-
 namespace {
 
 using testing::HasSubstr;
@@ -61,5 +59,4 @@ TEST(Words, NoneOfTheLanguageIsMissing) {
 }
 
 }  // namespace
-
 }  // namespace fscan::test
