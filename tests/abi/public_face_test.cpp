@@ -4,10 +4,8 @@
 #include <stdio.h>
 
 #include <algorithm>
-#include <fstream>
 #include <set>
 #include <sstream>
-#include <string>
 #include <vector>
 
 #include "build_paths.h"

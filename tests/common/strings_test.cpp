@@ -120,9 +120,12 @@ TEST(Tokenize, StaysWhereATokenDoesNotFit) {
 
 TEST(StringList, HasNothingBeyondItsBounds) {
     StringList<wchar_t> list;
-    EXPECT_TRUE(list.insert(L"one") && !list.insert(nullptr));
+    EXPECT_TRUE(list.insert(L"one"));
+    EXPECT_FALSE(list.insert(nullptr));
     EXPECT_EQ(list.size(), 1);
-    EXPECT_TRUE(list.at(0) && !list.at(1) && !list.at(-1));
+    EXPECT_TRUE(list.at(0));
+    EXPECT_FALSE(list.at(1));
+    EXPECT_FALSE(list.at(-1));
     EXPECT_EQ(list.find(L"ONE"), -1);
 }
 

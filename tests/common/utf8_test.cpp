@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "support/scoped_locale.h"

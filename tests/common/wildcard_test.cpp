@@ -6,7 +6,6 @@
 #include <cwctype>
 #include <map>
 #include <random>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -282,7 +281,9 @@ TEST(Comparison, ChoosesTheCaseMode) {
     EXPECT_EQ(wcsnvccmp(L"abX", L"abY", 2, true), 0);
     EXPECT_NE(wcsnvccmp(L"abX", L"aBY", 2, true), 0);
     EXPECT_EQ(wcsnvccmp(L"abX", L"aBY", 2, false), 0);
-    EXPECT_TRUE(checkWildCard(L"ab?") && checkWildCard(L"*") && !checkWildCard(L"[a]\\"));
+    EXPECT_TRUE(checkWildCard(L"ab?"));
+    EXPECT_TRUE(checkWildCard(L"*"));
+    EXPECT_FALSE(checkWildCard(L"[a]\\"));
 }
 
 // One column for each of ==, >=, <=, >, <, != and an unknown operator.

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "expr/sample_record.h"
 #include "fscanner/common/wildcard.h"

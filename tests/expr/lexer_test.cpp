@@ -1,6 +1,6 @@
-#include <gtest/gtest.h>
 
 #include "expr/sample_record.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
@@ -115,8 +115,10 @@ TEST(Command, RegistrationRefusesWhatCannotBeCalledOrIsTaken) {
     EXPECT_FALSE(addCmdToken(L"", STRING, NUMERIC, STRING, &binary)) << "would match everywhere";
     EXPECT_FALSE(addCmdToken(nullptr, NUMERIC, STRING, &unary));
     EXPECT_FALSE(addCmdToken(L"x", NUMERIC, STRING, static_cast<UnaryCmd*>(nullptr)));
-    EXPECT_FALSE(addCmdToken(L"x", 2, STRING, &unary) || addCmdToken(L"x", NUMERIC, 2, &unary) ||
-                 addCmdToken(L"x", NUMERIC, NUMERIC, -1, &binary));
+    EXPECT_THAT(
+        Results({addCmdToken(L"x", 2, STRING, &unary), addCmdToken(L"x", NUMERIC, 2, &unary),
+                 addCmdToken(L"x", NUMERIC, NUMERIC, -1, &binary)}),
+        testing::Each(false));
     EXPECT_EQ(cmdTokenList.size(), 1U);
 
     EXPECT_TRUE(addCmdToken(L"type", NUMERIC, STRING, STRING, &binary));
@@ -126,8 +128,10 @@ TEST(Command, RegistrationRefusesWhatCannotBeCalledOrIsTaken) {
     EXPECT_TRUE(addCmdToken(L"size", NUMERIC, STRING, &unary));
     EXPECT_TRUE(addCmdToken(L"size", NUMERIC, STRING, STRING, &binary));
     EXPECT_TRUE(findCmdToken(L"size", STRING));
-    EXPECT_FALSE(findCmdToken(L"size", NUMERIC) || findCmdToken(L"size", STRING, NUMERIC) ||
-                 findCmdToken(L"siz", STRING) || findCmdToken(nullptr, STRING));
+    EXPECT_FALSE(findCmdToken(L"size", NUMERIC));
+    EXPECT_FALSE(findCmdToken(L"size", STRING, NUMERIC));
+    EXPECT_FALSE(findCmdToken(L"siz", STRING));
+    EXPECT_FALSE(findCmdToken(nullptr, STRING));
 }
 
 }  // namespace

@@ -1,11 +1,9 @@
 // Settings: the file's syntax, where it is looked for, and numbers.
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 
 #include <climits>
-#include <string>
 
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/tav_cfg.h"

@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
-#include <string>
 #include <utility>
 
 #include "fscanner/common/utf8.h"

@@ -1,34 +1,37 @@
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_serializator.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
 
 TEST(Query, KeepsItsListsApartAndInOrder) {
     FsQuery query;
-    EXPECT_TRUE(query.addIncludePath(L"/a", true) && query.addIncludePath(L"/a", false) &&
-                query.addExcludePath(L"/b", false) && query.addIncludeFileSystem(L"ext4") &&
-                query.addExcludeFileSystem(L"proc") && query.addExcludeFileSystem(L"proc"));
-    EXPECT_FALSE(query.addIncludePath(nullptr, true) || query.addExcludePath(nullptr, true) ||
-                 query.addIncludeFileSystem(nullptr) || query.addExcludeFileSystem(nullptr));
+    EXPECT_THAT(Results({query.addIncludePath(L"/a", true), query.addIncludePath(L"/a", false),
+                         query.addExcludePath(L"/b", false), query.addIncludeFileSystem(L"ext4"),
+                         query.addExcludeFileSystem(L"proc"), query.addExcludeFileSystem(L"proc")}),
+                testing::Each(true));
+    EXPECT_THAT(Results({query.addIncludePath(nullptr, true), query.addExcludePath(nullptr, true),
+                         query.addIncludeFileSystem(nullptr), query.addExcludeFileSystem(nullptr)}),
+                testing::Each(false));
     EXPECT_EQ(query.getIncludedPaths(), (std::vector<PathInfo>{{L"/a", true}, {L"/a", false}}));
     EXPECT_EQ(query.getExcludedPaths(), (std::vector<PathInfo>{{L"/b", false}}));
     EXPECT_EQ(query.getIncludedFileSystems(), std::vector{FileSystemInfo(L"ext4")});
     EXPECT_EQ(query.getExcludedFileSystems(), std::vector(2, FileSystemInfo(L"proc")));
 
-    EXPECT_TRUE(query.clearExcludePaths() && query.clearIncludeFileSystems());
-    EXPECT_TRUE(query.getExcludedPaths().empty() && query.getIncludedFileSystems().empty());
+    EXPECT_THAT(Results({query.clearExcludePaths(), query.clearIncludeFileSystems(),
+                         query.getExcludedPaths().empty(), query.getIncludedFileSystems().empty()}),
+                testing::Each(true));
     EXPECT_EQ(query.getIncludedPaths().size() + query.getExcludedFileSystems().size(), 4u);
-    EXPECT_TRUE(query.clearIncludePaths() && query.clearExcludeFileSystems());
-    EXPECT_TRUE(query.getIncludedPaths().empty() && query.getExcludedFileSystems().empty());
+    EXPECT_THAT(Results({query.clearIncludePaths(), query.clearExcludeFileSystems(),
+                         query.getIncludedPaths().empty(), query.getExcludedFileSystems().empty()}),
+                testing::Each(true));
 }
 
 TEST(Query, KeepsACopyOfItsText) {
@@ -37,7 +40,8 @@ TEST(Query, KeepsACopyOfItsText) {
     std::wstring text = L" [SIZE] > 5 ";
     EXPECT_TRUE(query.setQuery(text.c_str()));
     text.clear();
-    EXPECT_FALSE(query.setQuery(nullptr) || query.setSimpleQuery(L"x", 1));
+    EXPECT_FALSE(query.setQuery(nullptr));
+    EXPECT_FALSE(query.setSimpleQuery(L"x", 1));
     EXPECT_TRUE(query.setQuery(query.getQuery())) << "its own text";
     EXPECT_STREQ(query.getQuery(), L" [SIZE] > 5 ");
     EXPECT_TRUE(query.setQuery(query.getQuery() + 1));

@@ -6,13 +6,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 
 using namespace fscanner;
 namespace fs = std::filesystem;

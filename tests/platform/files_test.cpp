@@ -2,19 +2,17 @@
 // on which descriptors, and that a full disk is an answer.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <climits>
 #include <memory>
-#include <string>
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
 #include "fscanner/platform/offered.h"
 #include "fscanner/platform/sysfactory.h"
 #include "support/child_process.h"
+#include "support/results.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {
@@ -49,7 +47,8 @@ TEST_P(AnyFile, KeepsWhatIsWrittenAndIsEmptiedByCreate) {
     EXPECT_EQ(file->read(buffer, 8), 4u);
     EXPECT_STREQ(buffer, "6789");
     EXPECT_TRUE(file->eof());
-    EXPECT_FALSE(file->seek(0, 0) || file->seek(0, 4));
+    EXPECT_FALSE(file->seek(0, 0));
+    EXPECT_FALSE(file->seek(0, 4));
     ASSERT_TRUE(file->close());
 
     ASSERT_TRUE(file->create());
@@ -97,8 +96,9 @@ TEST(StreamFile, WithoutAStreamNothingWorksAndNothingCrashes) {
     for (StdFile* file : {&nameless, &closed}) {
         char buffer[4];
         unsigned length;
-        EXPECT_FALSE(file->create() || file->open() || file->close() || file->size(&length) ||
-                     file->seek(0, SEEK_FROM_START));
+        EXPECT_THAT(Results({file->create(), file->open(), file->close(), file->size(&length),
+                             file->seek(0, SEEK_FROM_START)}),
+                    testing::Each(false));
         EXPECT_EQ(file->read(buffer, 4) + file->write("abcd", 4), 0u);
         EXPECT_LT(file->tell(), 0);
         EXPECT_TRUE(file->eof());
@@ -118,7 +118,8 @@ TEST(StreamFile, SeekIsTrueForARefusedOffset) {
 TEST(StreamFile, RemembersBytesThatWereLostByClose) {
     const TemporaryDirectory directory;
     StdFile file(toWide(directory / "data").c_str());
-    ASSERT_TRUE(file.create() && file.close());
+    ASSERT_TRUE(file.create());
+    ASSERT_TRUE(file.close());
     EXPECT_FALSE(file.transferFailed());
     EXPECT_EQ(0, inChild([&] {
                   if (!limitFileSize(100) || !file.create()) return 1;

@@ -2,19 +2,16 @@
 // the system refuses.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <climits>
 #include <cstring>
 #include <random>
-#include <string>
 #include <utility>
-#include <vector>
 
 #include "fscanner/platform/linuxfile.h"
+#include "support/results.h"
 #include "support/temporary_directory.h"
 
 namespace fscanner {
@@ -107,8 +104,8 @@ TEST_F(MappedFile, SeeksInsideItsContentOnly) {
     for (const Row& row : rows) {
         ASSERT_TRUE(file.seek(4, SEEK_FROM_START));
         const bool moved = file.seek(row.offset, row.origin);
-        EXPECT_EQ(moved ? file.tell() : -1, row.position) << row.offset << " from " << row.origin;
-        EXPECT_TRUE(moved || file.tell() == 4) << row.offset;
+        EXPECT_EQ(moved, row.position != -1) << row.offset << " from " << row.origin;
+        EXPECT_EQ(file.tell(), moved ? row.position : 4) << row.offset << " from " << row.origin;
     }
 }
 
@@ -169,13 +166,16 @@ TEST_F(MappedFile, ShowsBlocksBeforeTheirFirstChangeOnly) {
     EXPECT_EQ(file.logicalSize(), 410u);
     reopen();
     EXPECT_TRUE(file.change(390, 1)) << "watched until it is closed";
-    EXPECT_FALSE(file.change(400, 11) || file.change(411, 0)) << "behind the content";
+    EXPECT_FALSE(file.change(400, 11)) << "behind the content";
+    EXPECT_FALSE(file.change(411, 0)) << "behind the content";
 }
 
 TEST_F(MappedFile, OpensOnceAndClosesOnce) {
-    EXPECT_FALSE(file.open() || file.close()) << "missing";
+    EXPECT_FALSE(file.open()) << "missing";
+    EXPECT_FALSE(file.close()) << "missing";
     ASSERT_TRUE(file.create());
-    EXPECT_FALSE(file.create() || file.open());
+    EXPECT_FALSE(file.create());
+    EXPECT_FALSE(file.open());
     ASSERT_TRUE(file.close());
     EXPECT_FALSE(file.close());
     EXPECT_EQ(write("abc"), 0u);
@@ -185,8 +185,9 @@ TEST_F(MappedFile, OpensOnceAndClosesOnce) {
 
     LinuxMmFile nameless(nullptr);
     unsigned length;
-    EXPECT_FALSE(nameless.create() || nameless.open() || nameless.close() ||
-                 nameless.size(&length));
+    EXPECT_THAT(
+        Results({nameless.create(), nameless.open(), nameless.close(), nameless.size(&length)}),
+        testing::Each(false));
 }
 
 TEST_F(MappedFile, DestructorCutsTheFile) {
@@ -199,7 +200,8 @@ TEST_F(MappedFile, DestructorCutsTheFile) {
 }
 
 TEST_F(MappedFile, RefusesWhatPasses4GiB) {
-    ASSERT_TRUE(file.create() && file.close());
+    ASSERT_TRUE(file.create());
+    ASSERT_TRUE(file.close());
     ASSERT_EQ(::truncate(name.c_str(), 1L << 32), 0);
     EXPECT_FALSE(file.open());
     unsigned length;
@@ -239,7 +241,8 @@ TEST_F(SealedFile, AfterAFailedCloseNothingIsTransferred) {
     EXPECT_EQ(file.read(buffer, 4), 0u);
     EXPECT_TRUE(file.eof());
     EXPECT_EQ(file.write("abcd", 4), 0u);
-    EXPECT_TRUE(file.content().empty() && file.change(0, 1) == nullptr);
+    EXPECT_TRUE(file.content().empty());
+    EXPECT_EQ(file.change(0, 1), nullptr);
     const std::string bytes(40000, 'x');
     EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
     EXPECT_FALSE(file.open()) << "it still holds its descriptor";

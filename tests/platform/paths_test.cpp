@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <unistd.h>
 
 #include <memory>
-#include <string>
 
 #include "fscanner/common/heap_string.h"
 #include "fscanner/common/utf8.h"

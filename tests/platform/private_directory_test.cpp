@@ -8,7 +8,6 @@
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 #include <array>
 #include <set>

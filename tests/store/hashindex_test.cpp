@@ -1,8 +1,7 @@
 // Hash indexes: chains, keys, the list of a table.
 
-#include <gmock/gmock.h>
-
 #include "store/table_fixture.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
@@ -44,7 +43,8 @@ TEST_P(HashIndex, ListIsKeptOnDisk) {
     ASSERT_TRUE(table->open()) << "an index whose file is gone is left out";
     EXPECT_FALSE(isListed(L"names"));
     EXPECT_TRUE(isListed(L"paths"));
-    EXPECT_TRUE(table->close() && table->create());
+    EXPECT_TRUE(table->close());
+    EXPECT_TRUE(table->create());
     EXPECT_FALSE(exists("t_idx.dat")) << "a new table has no index";
 }
 
@@ -74,9 +74,12 @@ TEST(IndexFile, OpensClosesAndErases) {
     const std::wstring where = toWide(directory.path().string());
     Index index(L"i", where.c_str(), L"F");
     unsigned id = 5, next = 5;
-    EXPECT_FALSE(index.open() || index.close() || index.read(0, &id, &next) || index.write(0, 1));
+    EXPECT_THAT(
+        Results({index.open(), index.close(), index.read(0, &id, &next), index.write(0, 1)}),
+        testing::Each(false));
     ASSERT_TRUE(index.create());
-    EXPECT_FALSE(index.create() || index.erase());
+    EXPECT_FALSE(index.create());
+    EXPECT_FALSE(index.erase());
     EXPECT_TRUE(index.read(65535, &id, &next));
     EXPECT_EQ(id & next, Index::NONE);
     EXPECT_FALSE(index.write(65536, 1));

@@ -1,12 +1,11 @@
 // Record sets: moves with and without criteria, by the table and by an index.
 
-#include <gmock/gmock.h>
-
 #include <clocale>
 #include <random>
 
 #include "store/table_fixture.h"
 #include "support/log_capture.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
@@ -54,10 +53,13 @@ TEST_P(Records, WalkWithoutCriteria) {
 
 TEST_P(Records, BufferWritesRecords) {
     RecordSet set = table->openRecordSet();
-    EXPECT_TRUE(set.setFieldAsString(L"NAME", L"new") && set.setFieldAsInt32(1, 2) &&
-                set.setFieldAsInt64(L"SIZE", 1ULL << 40) && set.setFieldAsInt32(L"PATHID", 9));
+    EXPECT_THAT(
+        Results({set.setFieldAsString(L"NAME", L"new"), set.setFieldAsInt32(1, 2),
+                 set.setFieldAsInt64(L"SIZE", 1ULL << 40), set.setFieldAsInt32(L"PATHID", 9)}),
+        testing::Each(true));
     EXPECT_FALSE(set.setFieldAsInt8(L"PATHID", 1)) << "of another class";
-    EXPECT_FALSE(set.setFieldAsInt32(L"pathid", 1) || set.setFieldAsInt32(4, 1));
+    EXPECT_FALSE(set.setFieldAsInt32(L"pathid", 1));
+    EXPECT_FALSE(set.setFieldAsInt32(4, 1));
     ASSERT_TRUE(set.insert());
     RecordSet other = table->openRecordSet();
     ASSERT_TRUE(other.moveFirst());
@@ -74,10 +76,11 @@ TEST_P(Records, BufferWritesRecords) {
 
 TEST_P(Records, HandlesEnd) {
     RecordSet empty;
-    EXPECT_FALSE(empty.moveFirst() || empty.moveNext() || empty.insert() || empty.remove());
+    EXPECT_THAT(Results({empty.moveFirst(), empty.moveNext(), empty.insert(), empty.remove()}),
+                testing::Each(false));
     EXPECT_EQ(empty.getFieldAsString(0U), nullptr);
-    EXPECT_EQ(empty.lock(0), -21);
-    EXPECT_EQ(empty.unlock(), -21);
+    EXPECT_EQ(empty.lock(0), SYNC_FAILED);
+    EXPECT_EQ(empty.unlock(), SYNC_FAILED);
     RecordSet set = table->openRecordSet();
     EXPECT_EQ(set.lock(1), 0);
     EXPECT_EQ(set.unlock(), 0);

@@ -2,14 +2,13 @@
 
 #include "fscanner/store/sums_file.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <map>
 #include <random>
 
 #include "store/table_fixture.h"
 #include "support/format_example.h"
+#include "support/results.h"
 
 namespace fscanner {
 namespace {
@@ -56,7 +55,8 @@ TEST_F(SumsOfFiles, AreWrittenAsDocumentedAndReadWithSuspicion) {
         if (!isSum) continue;
         SumsFile read(wide("T.sums"));
         ASSERT_TRUE(read.load());
-        EXPECT_FALSE(read.holds(wide("T.counter")) && read.holds(wide("F.pxx"))) << at;
+        const Results held = {read.holds(wide("T.counter")), read.holds(wide("F.pxx"))};
+        EXPECT_THAT(held, testing::Contains(false)) << at;
         EXPECT_TRUE(read.damaged());
     }
 }
@@ -161,11 +161,15 @@ TEST_P(SumsOfTables, FollowEveryChange) {
         SCOPED_TRACE(session);
         for (unsigned i = below(60); i > 0; --i) change();
         ASSERT_TRUE(place_.table->close());
-        ASSERT_TRUE(session % 4 != 3 || place_.table->compact(5));
+        if (session % 4 == 3) {
+            ASSERT_TRUE(place_.table->compact(5));
+        }
         EXPECT_FALSE(place_.table->damaged());
         EXPECT_EQ(sums_.files().size(), 4U);
         expectSumsOfTheBytes();
-        ASSERT_TRUE(session % 2 != 1 || throughTheFile());
+        if (session % 2 == 1) {
+            ASSERT_TRUE(throughTheFile());
+        }
         ASSERT_TRUE(place_.table->open());
     }
 }

@@ -33,6 +33,10 @@ protected:
                                                L"\U0001F600", L"x*y", L""};
         std::wstring name = stems[pick(7)] + std::to_wstring(pick(300));
         if (pick(200) == 0) name.append(pick(3000), L'\u20ac');
+        // Where the length's own bytes become more.
+        static constexpr std::size_t lengths[] = {1, 63, 64, 127, 128, 255, 256, 8191, 8192, 65535};
+        const std::size_t length = lengths[pick(10)];
+        if (pick(200) == 0) name.assign(length, length < 9000 && pick(2) ? L'\U0001F600' : L'x');
         const unsigned long long size = random_() * random_();
         return {name, pick(3) ? pick(100) : ~0U, pick(2) ? size : size >> 40, pick(50)};
     }

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <random>
 
@@ -107,8 +106,7 @@ TEST_F(Journal, GoesBackToTheLastStateFromAnywhere) {
         for (const char* name : names) kept.push_back(tables.emplace_back(open(name)).get());
         Files before;
         ASSERT_TRUE(journal.start(round % 2 == 0));
-        ASSERT_TRUE(round % 2 == 0 || recover()) << "nothing was changed";
-        ASSERT_TRUE(round % 2 != 0 || !recover()) << "nobody knows what was";
+        ASSERT_EQ(recover(), round % 2 != 0) << "nothing was changed, or nobody knows what was";
         for (int step = 0; step < 60; ++step) {
             if (step == 0 || below(25) == 0) {
                 ASSERT_TRUE(journal.keep(kept, {wide("small"), wide("new")}));
@@ -151,22 +149,27 @@ TEST_F(Journal, FinishesAReplacementOrForgetsIt) {
     const Files replaced = {{"A.dat", "new"}, {"A.pxx", "newer"}};
     const Renames renames = {{wide("A_cpt.dat"), wide("A.dat")},
                              {wide("A_cpt.pxx"), wide("A.pxx")}};
-    ASSERT_TRUE(journal.start(false) && journal.announce(renames));
+    ASSERT_TRUE(journal.start(false));
+    ASSERT_TRUE(journal.announce(renames));
     std::string noted = bytes("T.undo");
     for (const Files& found : {old, beside}) {
         restore(found, noted);
         EXPECT_TRUE(recover());
         EXPECT_EQ(files(), old);
     }
-    ASSERT_TRUE(journal.start(false) && journal.announce(renames) && journal.noteReplacing());
+    ASSERT_TRUE(journal.start(false));
+    ASSERT_TRUE(journal.announce(renames));
+    ASSERT_TRUE(journal.noteReplacing());
     noted = bytes("T.undo");
     for (const Files& found : {beside, half, replaced}) {
         restore(found, noted);
         EXPECT_TRUE(recover());
         EXPECT_EQ(files(), replaced);
     }
-    ASSERT_TRUE(journal.start(false) && journal.announce(renames) && journal.noteReplacing() &&
-                journal.noteDone());
+    ASSERT_TRUE(journal.start(false));
+    ASSERT_TRUE(journal.announce(renames));
+    ASSERT_TRUE(journal.noteReplacing());
+    ASSERT_TRUE(journal.noteDone());
     restore(replaced, bytes("T.undo"));
     EXPECT_TRUE(recover());
     EXPECT_EQ(files(), replaced);
@@ -178,7 +181,8 @@ TEST_F(Journal, IsNotUsedWhenItIsDamaged) {
     write("small", "s");
     const Files before = files();
     const auto table = open("A.pxx");
-    ASSERT_TRUE(journal.start(false) && journal.keep({table.get()}, {wide("small")}));
+    ASSERT_TRUE(journal.start(false));
+    ASSERT_TRUE(journal.keep({table.get()}, {wide("small")}));
     for (const unsigned at : {10u, 299u, 150u}) put(*table, at, "b");
     write("small", "changed");
     const Files died = files();
