@@ -1,4 +1,4 @@
-#include "fscanner/common/numbers.h"
+#include "fscanner/common/strings.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include <ctime>
 
 #include "engine/cache_user.h"
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/time.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/fs/fs_direct.h"

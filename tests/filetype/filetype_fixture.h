@@ -11,7 +11,7 @@
 #include <cwchar>
 #include <memory>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/file_program.h"
 #include "fscanner/filetype/filetypehelper.h"

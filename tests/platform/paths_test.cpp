@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "support/current_directory.h"
 #include "support/scoped_locale.h"

@@ -11,12 +11,10 @@
 #include <vector>
 
 #include "fscan/cache/cache_place.h"
-#include "fscan/cache/locked_cache.h"
 #include "fscan/options/options.h"
-#include "fscan/output/messages.h"
 #include "fscan/output/output.h"
-#include "fscan/process/exit_status.h"
-#include "fscan/query/drives.h"
+#include "fscan/process/interruption.h"
+#include "fscan/query/search_roots.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_inspect.h"

@@ -10,9 +10,8 @@
 
 #include "fscan/options/option_groups.h"
 #include "fscan/options/words.h"
-#include "fscan/output/messages.h"
 #include "fscan/output/output.h"
-#include "fscan/process/exit_status.h"
+#include "fscan/process/interruption.h"
 #include "fscanner/fs/fs_config.h"
 
 namespace fscan {

@@ -1,13 +1,17 @@
 #include "fscan/output/output.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
+#include <cwchar>
 
 #include "fscan/process/interruption.h"
 #include "fscan/text/text.h"
@@ -151,6 +155,91 @@ void guardStandardDescriptors() {
         const int opened = open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
         if (opened == -1) _exit(127);
     }
+}
+
+// ---- Messages ---------------------------------------------------------------
+
+namespace {
+
+/// The character itself if it has a width and is harmless, else a substitute of width 1.
+wchar_t visible(wchar_t c) {
+    if (c == L'\t' || c == L'\n') return L' ';
+    return wcwidth(c) >= 0 && !isHostile(c) ? c : L'?';
+}
+
+}  // namespace
+
+Output& errors() {
+    static Output err(STDERR_FILENO);
+    return err;
+}
+
+void complain(std::string_view text, std::string_view detail) {
+    Output& err = errors();
+    err.write("fscan: ");
+    err.writeForeign(text);
+    err.write("\n");
+    if (!detail.empty()) err.write(fmt::format("{}\n", detail));
+    err.flush();
+}
+
+void complain(std::string_view text, int systemError) {
+    complain(fmt::format("{}: {}", text, std::strerror(systemError)));
+}
+
+std::string pointAt(std::wstring_view text, std::size_t position) {
+    std::wstring line;
+    int column = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        line += visible(text[i]);
+        if (i < position) column += wcwidth(line.back());
+    }
+    return fmt::format("  {}\n  {:>{}}", toBytes(line), '^', column + 1);
+}
+
+// ---- Output that waits for a slow reader ------------------------------------
+
+namespace {
+
+constexpr std::size_t memoryBound = 8 << 20;
+constexpr std::size_t readSize = 1 << 20;
+
+}  // namespace
+
+bool Backlog::add(std::string_view text) {
+    const bool inMemory = !hasMoreInFile() && front_.size() - taken_ + text.size() <= memoryBound;
+    if (!inMemory) {
+        if (!file_) file_.emplace();
+        return file_->append(text);
+    }
+    // Reserved at once, so that nothing is copied to grow. Pages that are not used cost nothing.
+    front_.reserve(2 * memoryBound);
+    if (taken_ > memoryBound) {
+        front_.erase(0, taken_);
+        taken_ = 0;
+    }
+    front_ += text;
+    return true;
+}
+
+std::string_view Backlog::front() {
+    if (taken_ == front_.size() && hasMoreInFile()) {
+        front_.resize(std::min(readSize, static_cast<std::size_t>(file_->size() - given_)));
+        taken_ = 0;
+        if (!file_->read(given_, front_)) front_.clear();
+        given_ += static_cast<off_t>(front_.size());
+    }
+    return std::string_view(front_).substr(taken_);
+}
+
+void Backlog::drop(std::size_t size) {
+    taken_ += size;
+    if (taken_ < front_.size() || hasMoreInFile()) return;
+    // The queue is empty: the next text is kept in memory again.
+    front_.clear();
+    taken_ = 0;
+    given_ = 0;
+    file_.reset();
 }
 
 }  // namespace fscan

@@ -4,9 +4,31 @@
 #include <string>
 #include <string_view>
 
-#include "fscan/output/backlog.h"
+#include "fscan/process/scratch_file.h"
 
 namespace fscan {
+
+/// A queue of text that the reader has not taken yet: in memory up to a bound, beyond it in
+/// a temporary file.
+class Backlog {
+public:
+    bool empty() const { return front_.size() == taken_ && !hasMoreInFile(); }
+    /// Appends all of it. False where the file cannot be made or written: nothing was appended.
+    [[nodiscard]] bool add(std::string_view text);
+    /// The first part; empty where there is none, or, with errno, where the file cannot be
+    /// read. Valid until the next call of another operation.
+    std::string_view front();
+    /// Drops the first bytes of `front`.
+    void drop(std::size_t size);
+
+private:
+    bool hasMoreInFile() const { return file_ && given_ < file_->size(); }
+
+    std::string front_;
+    std::size_t taken_ = 0;            // bytes of it that were dropped
+    std::optional<ScratchFile> file_;  // the text that follows `front_`
+    off_t given_ = 0;                  // bytes of the file that were moved to `front_`
+};
 
 /// Standard output or error, written in large pieces, and on a terminal after each record.
 /// After the first failure, all writes are dropped.
@@ -74,5 +96,20 @@ bool takesText(int descriptor);
 /// Opens those of the descriptors 0 to 2 that are closed, so that no other file becomes
 /// standard output. Using them fails, as if they were closed.
 void guardStandardDescriptors();
+
+class Output;
+
+/// Standard error.
+Output& errors();
+
+/// Writes "fscan: TEXT" to standard error, escaped where that is a terminal; then
+/// the lines of `detail`, which must be harmless.
+void complain(std::string_view text, std::string_view detail = {});
+/// Writes "fscan: TEXT: " and the message for this errno.
+void complain(std::string_view text, int systemError);
+
+/// Two indented lines: the text, and a caret below its character `position`. Columns are
+/// counted as a terminal shows them; characters that it could not show become "?".
+std::string pointAt(std::wstring_view text, std::size_t position);
 
 }  // namespace fscan

@@ -10,7 +10,6 @@
 #include <string_view>
 #include <utility>
 
-#include "fscan/output/messages.h"
 #include "fscan/output/output.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_scan_observer.h"

@@ -11,7 +11,6 @@
 #include <thread>
 #include <utility>
 
-#include "fscan/process/exit_status.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_resource_manager.h"
 

@@ -1,16 +1,19 @@
 #include "fscan/query/filters.h"
 
+#include <fmt/format.h>
 #include <fmt/xchar.h>
 
 #include <algorithm>
 #include <filesystem>
 
-#include "fscan/match/file_details.h"
+#include "fscan/match/match.h"
 #include "fscan/options/options.h"
-#include "fscan/query/criteria.h"
-#include "fscan/text/paths.h"
+#include "fscan/output/output.h"
+#include "fscan/query/query_builder.h"
+#include "fscan/query/search_roots.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_text.h"
 
 namespace fscan {
@@ -120,6 +123,159 @@ bool FileFilters::accept(const FileDetails& file) const {
            (!options_.larger || file.size > *options_.larger) &&
            (!options_.smaller || file.size < *options_.smaller) &&
            (!options_.links || (file.attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0);
+}
+
+// ---- Exclusions -------------------------------------------------------------
+
+namespace {
+
+namespace fs = std::filesystem;
+
+bool hasWildcard(const fs::path& path) {
+    return path.native().find_first_of("*?") != std::string::npos;
+}
+
+/// Splits an absolute path before its first component with a wildcard.
+struct Split {
+    fs::path plain;
+    fs::path rest;
+
+    explicit Split(const fs::path& path) {
+        for (const fs::path& component : path)
+            (rest.empty() && !hasWildcard(component) ? plain : rest) /= component;
+    }
+};
+
+/// Without "/" at its end, unless it is the root.
+std::string trimmed(std::string text) {
+    while (text.size() > 1 && text.ends_with('/')) text.pop_back();
+    return text;
+}
+
+}  // namespace
+
+/// Resolves the links of paths without touching mounts that may be dead.
+class LinkReader {
+public:
+    LinkReader(const DriveList& drives, const SearchRoots& roots)
+        : drives_(drives), roots_(roots) {}
+
+    /// The absolute path with its links resolved, as far as it exists. Where that fails, the
+    /// path is only normalized.
+    fs::path resolved(const fs::path& path) const {
+        const auto touch = [this](const wchar_t* prefix) { return mayTouch(prefix); };
+        const std::wstring real = fscanner::fsResolvePath(toWide(path.native()).c_str(), touch);
+        return real.empty() ? path.lexically_normal() : fs::path(toBytes(real));
+    }
+
+private:
+    bool mayTouch(std::wstring_view path) const {
+        const fscanner::DriveInfo* const drive = drives_.of(path);
+        if (drive == nullptr) return true;
+        if (mountDirectory(*drive) == path) return false;  // a mount point is no link
+        if (!fscanner::fsIsServed(*drive)) return true;
+        return std::any_of(roots_.roots.begin(), roots_.roots.end(),
+                           [&](const SearchRoot& root) { return drives_.of(root.real) == drive; });
+    }
+
+    const DriveList& drives_;
+    const SearchRoots& roots_;
+};
+
+std::optional<Excludes> Excludes::read(const Options& options, const DriveList& drives,
+                                       const SearchRoots& roots) {
+    const LinkReader links(drives, roots);
+    Excludes excludes;
+    excludes.caseSensitive_ = !options.ignoreCase;
+    for (const std::string& text : options.excludes)
+        if (!excludes.add(text, links)) return std::nullopt;
+    excludes.addWholeMounts(drives);
+    return excludes;
+}
+
+/// A pattern "MOUNT/*" leaves out all of a mounted file system. Adds the mount point itself, so
+/// that the walk does not open it.
+void Excludes::addWholeMounts(const DriveList& drives) {
+    const std::size_t count = patterns_.size();
+    for (std::size_t i = 0; i < count; ++i) {
+        if (!patterns_[i].ends_with(L"/*")) continue;
+        const std::wstring above = patterns_[i].substr(0, patterns_[i].size() - 2);
+        for (const fscanner::DriveInfo& drive : drives.all()) {
+            const std::wstring directory(mountDirectory(drive));
+            if (!fscanner::fsPathMatches(above.c_str(), directory.c_str(), false, caseSensitive_))
+                continue;
+            patterns_.push_back(directory);
+            owners_.push_back(owners_[i]);
+        }
+    }
+}
+
+bool Excludes::add(const std::string& text, const LinkReader& links) {
+    const std::optional<std::string> glob = wholePathGlob(text);
+    if (text.empty() || !glob) {
+        complain(text.empty() ? "--exclude: it is empty"
+                              : fmt::format("--exclude {}: the current directory is gone", text));
+        return false;
+    }
+    given_.push_back({text});
+    if (matchesAnywhere(text))
+        addAnywhere(trimmed(text), links);
+    else
+        addResolved(trimmed(*glob), links);
+    return true;
+}
+
+/// The library takes only absolute patterns: "*x" becomes "/*x", and "*/x" also "/x".
+void Excludes::addAnywhere(const std::string& text, const LinkReader& links) {
+    const std::wstring glob = toWide(*wholePathGlob(text));
+    const std::wstring end = glob.substr(std::min(glob.find_first_not_of(L'*'), glob.size()));
+    addPattern(L"/*" + end);
+    if (end.starts_with(L'/')) addPattern(end);
+    // Below the current directory, the text may lead through links: then its target too.
+    const std::optional<std::string> here = wholePathGlob("./" + text);
+    if (!here || text.starts_with('*')) return;
+    const Split split(fs::path(*here).lexically_normal());
+    if (links.resolved(split.plain) != split.plain) addResolved(*here, links);
+}
+
+void Excludes::addResolved(const std::string& path, const LinkReader& links) {
+    const Split split(path);
+    addPattern(toWide((links.resolved(split.plain) / split.rest).lexically_normal().native()));
+    // The path may be a link: the link itself is left out, too.
+    if (split.rest.empty() && split.plain.has_filename())
+        addPattern(
+            toWide((links.resolved(split.plain.parent_path()) / split.plain.filename()).native()));
+}
+
+void Excludes::addPattern(std::wstring pattern) {
+    pattern = withoutFinalSlash(pattern);
+    const std::size_t owner = given_.size() - 1;
+    if (!owners_.empty() && owners_.back() == owner && patterns_.back() == pattern) return;
+    patterns_.push_back(std::move(pattern));
+    owners_.push_back(owner);
+}
+
+bool Excludes::cover(std::wstring_view directory, const wchar_t* name) const {
+    return !patterns_.empty() && cover(joinedPath(directory, name));
+}
+
+bool Excludes::cover(const std::wstring& path) const {
+    bool covered = false;
+    for (std::size_t i = 0; i < patterns_.size(); ++i) {
+        Given& given = given_[owners_[i]];
+        if (covered && given.met) continue;
+        if (!fscanner::fsPathMatches(patterns_[i].c_str(), path.c_str(), true, caseSensitive_))
+            continue;
+        covered = given.met = true;
+    }
+    return covered;
+}
+
+std::vector<std::string> Excludes::unmet() const {
+    std::vector<std::string> texts;
+    for (const Given& given : given_)
+        if (!given.met) texts.push_back(given.text);
+    return texts;
 }
 
 }  // namespace fscan

@@ -10,7 +10,7 @@
 
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
-#include "fscan/text/paths.h"
+#include "fscan/text/text.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
 namespace fscan {

@@ -9,13 +9,13 @@
 #include <variant>
 #include <vector>
 
-#include "fscan/match/file_details.h"
+#include "fscan/match/match.h"
 #include "fscan/options/options.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
 #include "fscan/process/interruption.h"
 #include "fscan/records/path_text.h"
-#include "fscan/text/json_text.h"
+#include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
 

@@ -14,8 +14,7 @@
 #include <filesystem>
 #include <optional>
 
-#include "fscan/match/file_details.h"
-#include "fscan/output/messages.h"
+#include "fscan/match/match.h"
 #include "fscan/output/output.h"
 #include "fscan/search/search.h"
 #include "fscan/text/text.h"

@@ -6,7 +6,7 @@
 
 #include "fscan/match/match.h"
 #include "fscan/options/options.h"
-#include "fscan/search/file_examiner.h"
+#include "fscan/search/matches.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_inspect.h"
 

@@ -6,12 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "fscan/cache/locked_cache.h"
-#include "fscan/output/messages.h"
+#include "fscan/cache/cache_place.h"
 #include "fscan/output/output.h"
-#include "fscan/process/exit_status.h"
-#include "fscan/query/drives.h"
-#include "fscan/search/provider_session.h"
+#include "fscan/process/interruption.h"
+#include "fscan/query/search_roots.h"
+#include "fscan/search/search_run.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_explain.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fscan/process/exit_status.h"
+#include "fscan/process/interruption.h"
 
 namespace fscanner {
 class FsQuery;

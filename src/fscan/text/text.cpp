@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <clocale>
 #include <cstdint>
+#include <filesystem>
 #include <new>
+#include <string_view>
 
 #include "fscanner/fs/fs_text.h"
 
@@ -112,6 +114,85 @@ std::string escaped(std::string_view text) {
             shown += c;
     }
     return toBytes(shown);
+}
+
+// ---- JSON -------------------------------------------------------------------
+
+namespace {
+
+bool isUtf8(const std::string& text) try {
+    const bool ascii =
+        std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+    if (!ascii) static_cast<void>(Json(text).dump());
+    return true;
+} catch (const Json::type_error&) {
+    return false;
+}
+
+std::string base64(std::string_view bytes) {
+    constexpr std::string_view digits =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string text;
+    for (std::size_t at = 0; at < bytes.size(); at += 3) {
+        const std::string_view three = bytes.substr(at, 3);
+        unsigned bits = 0;
+        for (std::size_t i = 0; i < 3; ++i)
+            bits = bits << 8 | (i < three.size() ? static_cast<unsigned char>(three[i]) : 0U);
+        for (unsigned i = 0; i < 4; ++i)
+            text += i <= three.size() ? digits[bits >> (18 - 6 * i) & 63] : '=';
+    }
+    return text;
+}
+
+}  // namespace
+
+std::string jsonText(const Json& value) {
+    return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void putBytes(Json& object, const std::string& name, const std::string& text) {
+    object[name] = text;
+    if (!isUtf8(text)) object[name + "_base64"] = base64(text);
+}
+
+// ---- Paths ------------------------------------------------------------------
+
+std::string absolutePath(std::string_view path) {
+    if (path.starts_with('/')) return std::string(path);
+    std::error_code error;
+    static const std::filesystem::path here = std::filesystem::current_path(error);
+    while (path.starts_with("./")) path.remove_prefix(2);
+    return (here / path).native();
+}
+
+bool liesIn(std::wstring_view path, std::wstring_view directory) {
+    if (!path.starts_with(directory)) return false;
+    return path.size() == directory.size() || directory == L"/" || path[directory.size()] == L'/';
+}
+
+std::wstring joinedPath(std::wstring_view directory, std::wstring_view name) {
+    std::wstring path(directory);
+    if (!path.ends_with(L'/')) path += L'/';
+    return path.append(name);
+}
+
+std::wstring_view withoutFinalSlash(std::wstring_view path) {
+    if (path.size() > 1 && path.ends_with(L'/')) path.remove_suffix(1);
+    return path;
+}
+
+bool matchesAnywhere(std::string_view glob) {
+    const std::string_view first = glob.substr(0, glob.find('/'));
+    return !glob.starts_with('/') && first != "." && first != "..";
+}
+
+std::optional<std::string> wholePathGlob(std::string_view glob) {
+    if (glob.starts_with('/') || glob.starts_with('*')) return std::string(glob);
+    if (matchesAnywhere(glob)) return "*/" + std::string(glob);
+    std::error_code error;
+    const std::filesystem::path here = std::filesystem::current_path(error);
+    if (error) return std::nullopt;
+    return (here / glob).native();
 }
 
 }  // namespace fscan

@@ -5,7 +5,7 @@
 #include <functional>
 #include <new>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 
 namespace fscanner {
 

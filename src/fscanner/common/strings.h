@@ -1,6 +1,10 @@
 #pragma once
 
+#include <cstdlib>
+#include <cwchar>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fscanner {
@@ -29,5 +33,74 @@ private:
 
 extern template class StringList<char>;
 extern template class StringList<wchar_t>;
+
+/// Releases what malloc gave.
+struct FreeDeleter {
+    void operator()(void* block) const { std::free(block); }
+};
+
+/// Owns a wide string of the interfaces that promise `free`.
+using HeapText = std::unique_ptr<wchar_t, FreeDeleter>;
+
+/// A terminated copy in malloc's memory, for the interfaces whose callers
+/// release with `free`. Null when memory runs out.
+inline wchar_t* mallocCopy(std::wstring_view text) {
+    auto* copy = static_cast<wchar_t*>(std::malloc((text.size() + 1) * sizeof(wchar_t)));
+    if (copy == nullptr) return nullptr;
+    std::wmemcpy(copy, text.data(), text.size());
+    copy[text.size()] = 0;
+    return copy;
+}
+
+// The texts that the value classes of the public face own through a plain pointer, so that
+// their layout does not depend on the library's string type.
+
+/// A copy of `text` for `freeText`; null for null. Throws when memory runs out.
+inline wchar_t* copyText(const wchar_t* text) {
+    if (!text) return nullptr;
+    const std::size_t size = std::wcslen(text) + 1;
+    return std::wmemcpy(new wchar_t[size], text, size);
+}
+
+inline void freeText(wchar_t* text) noexcept {
+    delete[] text;
+}
+
+/// Both null, or both the same characters.
+inline bool sameText(const wchar_t* a, const wchar_t* b) noexcept {
+    if (!a || !b) return a == b;
+    return std::wcscmp(a, b) == 0;
+}
+
+/// Writes the compact encoding of `value` to the end of `buf` (`size` bytes, at
+/// least 10) and returns the index of its first byte.
+///
+/// The encoding is a row of 7-bit groups, most significant first. Each group is in
+/// the upper seven bits of its byte; the low bit is 1 in every byte but the last.
+int compressInt(unsigned long long value, char* buf, int size);
+/// Decodes from the start, up to and including the first byte whose low bit is 0.
+/// Reads without a limit: the caller guarantees that there is such a byte.
+unsigned long long decompressInt(const char* bytes);
+
+/// Test and set bit `index` of a bitmap of at most 256 bits. Bit 0 is the most
+/// significant bit of byte 0.
+bool checkBit(unsigned char index, const char* bits);
+void setBit(unsigned char index, char* bits);
+
+/// The hash of a text so far, continued with its next character.
+inline unsigned hashStep(unsigned h, wchar_t c) {
+    return h * 37 + static_cast<unsigned>(c);
+}
+/// The bucket of a text, 0 to n-1, for n > 0. The terminator is hashed too. Index
+/// files depend on the result.
+int hash(const wchar_t* s, int n);
+/// The bucket of a number, which is taken as a signed 32-bit integer.
+int hash(unsigned v, int n);
+
+/// Write the number in decimal, with a terminator, to `out` and return it. `out` has
+/// room for 11 (21 for 64 bits) characters. A null `out` stands for a static buffer:
+/// then only one thread may call.
+wchar_t* wcs_itoa(unsigned v, wchar_t* out);
+wchar_t* wcs_itoa64(unsigned long long v, wchar_t* out);
 
 }  // namespace fscanner

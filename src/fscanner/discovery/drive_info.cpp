@@ -4,7 +4,7 @@
 #include <memory>
 #include <utility>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 
 namespace fscanner {
 

@@ -17,10 +17,9 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/filesystemhelper.h"
-#include "fscanner/discovery/list_duplicates.h"
 #include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/pathhelper.h"
-#include "fscanner/platform/real_path.h"
+#include "fscanner/platform/paths.h"
 
 namespace fscanner {
 

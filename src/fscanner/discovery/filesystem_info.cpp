@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 
 namespace fscanner {
 

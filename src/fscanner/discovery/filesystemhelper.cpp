@@ -1,7 +1,7 @@
 #include "fscanner/discovery/filesystemhelper.h"
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 
 namespace fscanner {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/path_text.h"
 #include "fscanner/discovery/pathhelper.h"
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fscanner/discovery/path_relation.h"
+#include "fscanner/discovery/path_resolver.h"
 
 namespace fscanner {
 

@@ -8,13 +8,11 @@
 #include <utility>
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
 #include "fscanner/common/path_text.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/discovery/list_duplicates.h"
 #include "fscanner/discovery/mount_map.h"
-#include "fscanner/discovery/path_entry.h"
 #include "fscanner/discovery/path_resolver.h"
 
 namespace fscanner {

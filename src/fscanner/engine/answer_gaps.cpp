@@ -7,7 +7,7 @@
 
 #include "fscanner/common/path_text.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/discovery/path_entry.h"
+#include "fscanner/discovery/path_resolver.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/query_plan.h"

@@ -4,7 +4,7 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
-#include "fscanner/discovery/path_entry.h"
+#include "fscanner/discovery/path_resolver.h"
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/fs/fs_fileinfo.h"

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "fscanner/engine/cache_files.h"
-#include "fscanner/engine/cache_lock.h"
 #include "fscanner/engine/cache_tables.h"
 #include "fscanner/engine/status.h"
 #include "fscanner/engine/unread_directories.h"

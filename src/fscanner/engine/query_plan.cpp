@@ -7,7 +7,7 @@
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/drivehelper.h"
 #include "fscanner/discovery/mountlist.h"
-#include "fscanner/discovery/path_entry.h"
+#include "fscanner/discovery/path_resolver.h"
 #include "fscanner/fs/fs_query.h"
 
 namespace fscanner {

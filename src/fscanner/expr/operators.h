@@ -6,7 +6,7 @@
 
 #include "fscanner/common/fields.h"
 #include "fscanner/common/wildcard.h"
-#include "fscanner/expr/exp_value.h"
+#include "fscanner/expr/command.h"
 #include "fscanner/expr/lexer.h"
 
 /// The operators of the criteria language, their typing rules and what they

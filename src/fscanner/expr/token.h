@@ -7,6 +7,5 @@
 #include "fscanner/expr/analyzer.h"
 #include "fscanner/expr/command.h"
 #include "fscanner/expr/criteria.h"
-#include "fscanner/expr/exp_value.h"
 #include "fscanner/expr/lexer.h"
 #include "fscanner/expr/tree.h"

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "fscanner/filetype/child_process.h"
-#include "fscanner/filetype/running_file.h"
 
 namespace fscanner {
 

@@ -17,8 +17,8 @@
 #include <string_view>
 
 #include "fscanner/common/debug.h"
-#include "fscanner/common/heap_string.h"
 #include "fscanner/common/path_text.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/filetype/directory_types.h"
 #include "fscanner/filetype/file_program.h"

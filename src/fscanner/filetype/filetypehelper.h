@@ -2,16 +2,16 @@
 
 /// File types, as the system's `file` program tells them. `FileTypeChecker` is the interface.
 /// `DirectoryTypes` gets the types of a whole directory and keeps them in a `FileTypeCache`.
-/// file_program, running_file and child_process run the program and split its output.
+/// file_program and child_process run the program and split its output.
 
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "fscanner/common/strings.h"
+#include "fscanner/filetype/child_process.h"
 #include "fscanner/filetype/directory_types.h"
 #include "fscanner/filetype/file_type_cache.h"
-#include "fscanner/filetype/running_file.h"
 
 namespace fscanner {
 

@@ -16,7 +16,7 @@
 #include "fscanner/filetype/filetypehelper.h"
 #include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/directory.h"
-#include "fscanner/platform/real_path.h"
+#include "fscanner/platform/paths.h"
 #include "fscanner/version.h"
 
 namespace fscanner {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/platform/abstract_file.h"
 #include "fscanner/platform/descriptor.h"
 

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <string>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/platform/abstract_file.h"
 #include "fscanner/platform/abstract_sync.h"
 

@@ -15,7 +15,7 @@
 #include <memory>
 #include <vector>
 
-#include "fscanner/common/heap_string.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/platform/descriptor.h"
 
 namespace fscanner {

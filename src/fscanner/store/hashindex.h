@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fscanner/common/fields.h"
-#include "fscanner/expr/exp_value.h"
+#include "fscanner/expr/command.h"
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/sums_file.h"
 

@@ -9,7 +9,6 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
-#include "fscanner/platform/real_path.h"
 #include "fscanner/platform/small_file.h"
 #include "fscanner/platform/sysfactory.h"
 #include "fscanner/store/record_cursor.h"

@@ -9,7 +9,6 @@
 #include "fscanner/platform/abstract_sync.h"
 #include "fscanner/store/data_file.h"
 #include "fscanner/store/hashindex.h"
-#include "fscanner/store/offset_file.h"
 #include "fscanner/store/record_codec.h"
 #include "fscanner/store/record_filter.h"
 #include "fscanner/store/recordset.h"

@@ -1,8 +1,7 @@
-#include "fscan/match/file_details.h"
+#include "fscan/match/match.h"
 
 #include <sys/stat.h>
 
-#include "fscan/text/paths.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
