@@ -52,7 +52,7 @@ unsigned attributesOf(mode_t mode) {
         mode_t permission;
         unsigned attribute;
     };
-    static constexpr Bit BITS[] = {
+    static constexpr Bit bits[] = {
         {S_IRUSR, FS_ATTR_OWNER_READ},    {S_IWUSR, FS_ATTR_OWNER_WRITE},
         {S_IXUSR, FS_ATTR_OWNER_EXECUTE}, {S_IRGRP, FS_ATTR_GROUP_READ},
         {S_IWGRP, FS_ATTR_GROUP_WRITE},   {S_IXGRP, FS_ATTR_GROUP_EXECUTE},
@@ -63,7 +63,7 @@ unsigned attributesOf(mode_t mode) {
     if (S_ISREG(mode)) attributes = FS_ATTR_REGULAR_FILE;
     if (S_ISLNK(mode)) attributes = FS_ATTR_SYMBOLIC_LINK;
     if (S_ISDIR(mode)) attributes = FS_ATTR_DIRECTORY;
-    for (const Bit& bit : BITS) {
+    for (const Bit& bit : bits) {
         if ((mode & bit.permission) != 0) attributes |= bit.attribute;
     }
     return attributes;

@@ -226,10 +226,10 @@ unsigned int StdFile::write(const void* buffer, unsigned int count) {
 }
 
 bool StdFile::seek(long offset, int origin) {
-    static constexpr int WHENCE[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    static constexpr int whence[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     if (!stream_ || origin < SEEK_FROM_START || origin > SEEK_FROM_END) return false;
     // An offset that is refused still counts as done (deliberate): the position stays.
-    std::fseek(stream_.get(), offset, WHENCE[origin - SEEK_FROM_START]);
+    std::fseek(stream_.get(), offset, whence[origin - SEEK_FROM_START]);
     return true;
 }
 
