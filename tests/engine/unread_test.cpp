@@ -82,6 +82,35 @@ protected:
     CacheUser cache;
 };
 
+// Its name can be read, and nothing else of it.
+TEST_F(Unread, AFileOfUnknownSizeIsUndecided) {
+    lock(0444);
+    const struct {
+        const wchar_t* criteria;
+        Names found, undecided;
+    } table[] = {
+        {L"[SIZE]<10", {"a/f", "a/b/h", "c/j"}, {"a/locked/g", "a/b/locked/i"}},
+        {L"[ATTR]==0", {}, {"a/locked/g", "a/b/locked/i"}},
+        {L"[FILENAME]==\"g\" && [SIZE]<10", {}, {"a/locked/g"}},
+        {L"[FILENAME]==\"g\"", {"a/locked/g"}, {}},
+    };
+    for (const auto& row : table) {
+        FsQuery query;
+        Asked{{"+"}, {}, {}}.in(tree, query).setQuery(row.criteria);
+        const auto expectTold = [&](const char* way, auto run) {
+            const Listener heard;
+            CollectingWriter writer;
+            EXPECT_EQ(run(writer), 0) << way;
+            EXPECT_THAT(writer.paths, UnorderedElementsAreArray(paths(row.found))) << way;
+            EXPECT_THAT(heard.undecidedPaths, UnorderedElementsAreArray(paths(row.undecided)))
+                << way << ": " << toMultibyte(row.criteria);
+        };
+        expectTold("direct", [&](auto& writer) { return fsScanQuery(writer, query, kMinute); });
+        for (const char* way : {"built", "cached"})
+            expectTold(way, [&](auto& writer) { return cache.query(writer, query); });
+    }
+}
+
 TEST_F(Unread, EveryAnswerTellsOnceOfThoseInItsPart) {
     const Asked table[] = {
         {{"+"}, {}, {"a/locked", "a/b/locked"}},

@@ -266,6 +266,17 @@ TEST_F(DeepAndWide, PathsAroundTheLimitAreFoundOrReported) {
     EXPECT_EQ(heard.skips.size(), lengths.size());
     EXPECT_EQ(cache.query(cached, query), 0);
     EXPECT_EQ(cached.sorted(), direct.sorted());
+    // An entry beyond the limit is not cut: that would lead to its sibling.
+    std::string entry = tree.path();
+    while (entry.size() < length) entry += "/" + std::string(100, 'd');
+    entry += "/" + std::string(kLongestPath - length, 's');
+    FsQuery beyond;
+    beyond.addIncludePath((L"*:" + toWide(entry)).c_str(), true);
+    CollectingWriter none;
+    const Listener told;
+    EXPECT_EQ(fsScanQuery(none, beyond, kMinute), 0);
+    EXPECT_THAT(none.paths, testing::IsEmpty());
+    EXPECT_THAT(told.skippedFor(FsSkipReason::tooLong), testing::ElementsAre(entry));
     EXPECT_EQ(std::system(("rm -rf '" + tree.path(std::string(100, 'd')) + "'").c_str()), 0);
 }
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "fscanner/common/strings.h"
 #include "fscanner/common/path_text.h"
+#include "fscanner/common/strings.h"
 #include "fscanner/discovery/pathhelper.h"
 
 namespace fscanner {
