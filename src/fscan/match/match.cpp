@@ -114,7 +114,7 @@ std::span<const DetailField> detailFields() {
 }
 
 std::string textOf(const FieldValue& value) {
-    if (const auto* text = std::get_if<std::string>(&value)) return *text;
+    if (const auto* words = std::get_if<std::string>(&value)) return *words;
     if (const auto* number = std::get_if<unsigned long long>(&value))
         return std::to_string(*number);
     return {};
