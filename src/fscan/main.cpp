@@ -15,6 +15,7 @@
 #include "fscan/cache/cache_commands.h"
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/process/interruption.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"

@@ -13,7 +13,7 @@
 #include "fscan/cache/cache_place.h"
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"

@@ -11,6 +11,7 @@
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
 #include "fscan/output/progress_line.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/process/interruption.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"

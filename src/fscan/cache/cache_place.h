@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_directory.h"
 
@@ -34,9 +34,6 @@ struct CachePlace {
     /// The message for a result of the cache, an `FS_CACHE_...`; empty for a success.
     std::string failure(int code) const;
 };
-
-struct CachePlace;
-struct Options;
 
 /// Holds the lock on a cache, where there is one. The user is told about a wait for it, and
 /// why it could not be had.

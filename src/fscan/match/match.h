@@ -9,6 +9,10 @@
 
 struct stat;
 
+namespace fscanner {
+class FsFileInfo;
+}
+
 namespace fscan {
 
 /// The facts about a file that are shown in long lines.
@@ -82,14 +86,6 @@ private:
     unsigned long long limit_;
     unsigned long long count_ = 0;
 };
-
-}  // namespace fscan
-
-namespace fscanner {
-class FsFileInfo;
-}
-
-namespace fscan {
 
 /// The facts about a file, all of one moment.
 struct FileDetails {

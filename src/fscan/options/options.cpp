@@ -11,7 +11,7 @@
 #include "fscan/options/option_groups.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscanner/fs/fs_config.h"
 
 namespace fscan {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/sort/sort_order.h"
 #include "fscan/text/values.h"
 

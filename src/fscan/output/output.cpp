@@ -176,9 +176,7 @@ Output& errors() {
 
 void complain(std::string_view text, std::string_view detail) {
     Output& err = errors();
-    err.write("fscan: ");
-    err.writeForeign(text);
-    err.write("\n");
+    err.writeLine("fscan: ", text);
     if (!detail.empty()) err.write(fmt::format("{}\n", detail));
     err.flush();
 }

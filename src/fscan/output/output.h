@@ -60,7 +60,7 @@ public:
     void endRecord();
     bool isTerminal() const { return terminal_; }
     void flush();
-    /// Writes the text that was kept during an `NonBlocking`, and waits for the reader.
+    /// Writes the text that was kept during a `NonBlocking`, and waits for the reader.
     void catchUp() {
         if (!backlog_.empty()) flush();
     }
@@ -96,8 +96,6 @@ bool takesText(int descriptor);
 /// Opens those of the descriptors 0 to 2 that are closed, so that no other file becomes
 /// standard output. Using them fails, as if they were closed.
 void guardStandardDescriptors();
-
-class Output;
 
 /// Standard error.
 Output& errors();

@@ -1,4 +1,5 @@
 #include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 
 #include <pthread.h>
 #include <unistd.h>

@@ -4,6 +4,7 @@
 #include <fmt/xchar.h>
 
 #include <algorithm>
+#include <cwchar>
 #include <filesystem>
 
 #include "fscan/match/match.h"
@@ -25,8 +26,7 @@ bool matchesAll(const std::wstring& glob) {
 }
 
 bool couldBePattern(const wchar_t* name) {
-    while (*name != 0 && *name != L'*' && *name != L'?') ++name;
-    return *name != 0;
+    return std::wcspbrk(name, L"*?") != nullptr;
 }
 
 }  // namespace
@@ -147,7 +147,7 @@ struct Split {
 };
 
 /// Without "/" at its end, unless it is the root.
-std::string trimmed(std::string text) {
+std::string withoutFinalSlashes(std::string text) {
     while (text.size() > 1 && text.ends_with('/')) text.pop_back();
     return text;
 }
@@ -219,9 +219,9 @@ bool Excludes::add(const std::string& text, const LinkReader& links) {
     }
     given_.push_back({text});
     if (matchesAnywhere(text))
-        addAnywhere(trimmed(text), links);
+        addAnywhere(withoutFinalSlashes(text), links);
     else
-        addResolved(trimmed(*glob), links);
+        addResolved(withoutFinalSlashes(*glob), links);
     return true;
 }
 

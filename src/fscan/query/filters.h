@@ -7,8 +7,11 @@
 
 namespace fscan {
 
+class DriveList;
+class LinkReader;
 struct FileDetails;
 struct Options;
+struct SearchRoots;
 
 /// The name patterns of the command line.
 ///
@@ -56,14 +59,9 @@ private:
     std::vector<std::wstring> paths_;
 };
 
-class DriveList;
-class LinkReader;
-struct Options;
-struct SearchRoots;
-
 /// The paths to leave out, as patterns over whole paths.
 ///
-/// A text matches paths as a GLOB of --path does (text/paths.h). In a text that begins at "/"
+/// A text matches paths as a GLOB of --path does (text/text.h). In a text that begins at "/"
 /// or at the current directory, links before the first wildcard are resolved.
 class Excludes {
 public:

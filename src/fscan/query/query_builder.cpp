@@ -9,7 +9,7 @@
 #include "fscan/options/options.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/query/filters.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/text/text.h"

@@ -5,13 +5,14 @@
 #include <string_view>
 #include <vector>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/query/search_roots.h"
 #include "fscanner/fs/fs_query.h"
 
 namespace fscan {
 
 class Excludes;
+class Output;
 struct Options;
 struct SearchRoot;
 struct SearchRoots;
@@ -29,8 +30,6 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query);
 
 /// Makes `root` the one path that the query searches.
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query);
-
-class Output;
 
 /// The text without blanks at its ends, which the criteria language does not accept.
 std::wstring trimmed(std::wstring_view text);

@@ -13,7 +13,7 @@
 #include "fscan/options/options.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/text/text.h"
 #include "fscanner/fs/fs_inspect.h"
 

@@ -5,11 +5,12 @@
 #include <string_view>
 #include <vector>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscanner/discovery/drive_info.h"
 
 namespace fscan {
 
+class Output;
 struct Options;
 
 /// Drive groups, as bits.
@@ -43,9 +44,6 @@ struct SearchRoots {
     /// The real path of the directory that the user sees as `shown`.
     std::wstring realOf(const std::string& shown) const;
 };
-
-class Output;
-struct Options;
 
 /// The mounted file systems, in the mount table's order.
 class DriveList {

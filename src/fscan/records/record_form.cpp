@@ -15,7 +15,7 @@
 #include "fscan/output/output.h"
 #include "fscan/process/interruption.h"
 #include "fscan/records/path_text.h"
-#include "fscan/text/text.h"
+#include "fscan/text/json_text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
 

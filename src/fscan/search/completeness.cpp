@@ -15,6 +15,7 @@
 #include "fscan/query/filters.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/search/matches.h"
+#include "fscan/text/json_text.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
@@ -147,7 +148,7 @@ Json summary(const Completeness& search, const Outcome& outcome) {
 }
 
 void writeError(const std::string& text) {
-    Output err(STDERR_FILENO);
+    Output& err = errors();
     err.write(text);
     err.flush();
 }

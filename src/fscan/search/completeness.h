@@ -6,13 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_scan_observer.h"
 
 namespace fscan {
 
+class Excludes;
+class Matches;
+class ProgressLine;
 struct Options;
+struct SearchRoots;
 
 /// How complete the answer of a search is, for all roots together: how much was walked, what
 /// was left out, and which parts came from a cache.
@@ -84,12 +88,6 @@ private:
     bool writable_ = true;
     bool written_ = false;
 };
-
-class Excludes;
-class Matches;
-class ProgressLine;
-struct Options;
-struct SearchRoots;
 
 /// Observes the walks: shows progress, notes what could not be searched, decides on files for
 /// which the criteria could not be evaluated, and stops walks when no more matches are

@@ -8,9 +8,9 @@
 
 #include "fscan/cache/cache_place.h"
 #include "fscan/output/output.h"
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/query/search_roots.h"
-#include "fscan/search/search_run.h"
+#include "fscan/search/provider_session.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_explain.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 
 namespace fscanner {
 class FsQuery;

@@ -17,6 +17,7 @@ class FileExaminer;
 class NameFilter;
 class ProgressLine;
 struct SearchRoot;
+struct SearchRoots;
 
 /// The matches of one root after the other: drops those that another root reports or that an
 /// option leaves out, and passes the others on.
@@ -91,8 +92,6 @@ private:
     Matches& matches_;
     ProgressLine& line_;
 };
-
-struct SearchRoots;
 
 /// Examines files that a search found, as they are now. It follows no link on the way: a
 /// directory that was replaced by a link must not lead to files elsewhere.

@@ -9,12 +9,14 @@
 
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/process/interruption.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/records/record_form.h"
 #include "fscan/search/command_runner.h"
 #include "fscan/search/explain.h"
+#include "fscan/search/provider_session.h"
 #include "fscan/search/search_run.h"
 
 namespace fscan {

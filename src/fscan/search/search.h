@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "fscan/process/interruption.h"
+#include "fscan/process/exit_status.h"
 #include "fscan/query/filters.h"
 
 namespace fscanner {

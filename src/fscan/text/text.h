@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -24,15 +23,6 @@ bool isHostile(wchar_t c);
 /// The text, in the locale's encoding, with "\n", "\x1B", "\u202E" and the like
 /// in place of hostile characters.
 std::string escaped(std::string_view text);
-
-using Json = nlohmann::ordered_json;
-
-/// The value in one line. Bytes that are no UTF-8 become U+FFFD.
-std::string jsonText(const Json& value);
-
-/// Adds a text of any bytes to the object. Where it is no UTF-8, it is also added as
-/// "NAME_base64".
-void putBytes(Json& object, const std::string& name, const std::string& text);
 
 /// The absolute path of a match, whose own is absolute or relative to the current directory.
 std::string absolutePath(std::string_view path);
