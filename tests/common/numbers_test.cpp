@@ -1,4 +1,4 @@
-#include "fscanner/common/strings.h"
+#include "fscanner/common/numbers.h"
 
 #include <gtest/gtest.h>
 

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include "fscanner/common/numbers.h"
 #include "fscanner/common/strings.h"
 #include "fscanner/common/time.h"
 #include "fscanner/common/utf8.h"

@@ -172,12 +172,6 @@ ResolvedPaths resolvePaths(const std::vector<PathInfo>& paths, const std::vector
 
 namespace {
 
-/// Room for the text of an entry and its terminator. A text beyond `longestPath` is not cut: it
-/// would lead to another place. The walk refuses it.
-std::size_t entryRoom(const PathInfo& info) {
-    return (info.getPathName() ? std::wcslen(info.getPathName()) : 0) + 1;
-}
-
 struct PathVariable {
     std::wstring_view name;
     std::wstring_view value;
@@ -194,6 +188,19 @@ const PathVariable* findVariable(std::wstring_view name) {
         if (variable.name == name) return &variable;
     }
     return nullptr;
+}
+
+std::wstring expandedVariables(std::wstring_view text) {
+    std::wstring expanded;
+    while (!text.empty()) {
+        const std::size_t end = text.front() == L'%' ? text.find(L'%', 1) : text.npos;
+        const std::wstring_view part = text.substr(0, end == text.npos ? 1 : end + 1);
+        const PathVariable* variable =
+            end == text.npos ? nullptr : findVariable(part.substr(1, end - 1));
+        expanded += variable ? variable->value : part;
+        text.remove_prefix(part.size());
+    }
+    return expanded;
 }
 
 struct DriveGroupWord {
@@ -279,16 +286,7 @@ std::wstring realPathOf(const std::wstring& path, const std::vector<DriveInfo>& 
 
 int expandPathVariables(const wchar_t* source, wchar_t* destination, unsigned limit) {
     if (!source || !*source || !destination || limit == 0) return -1;
-    std::wstring_view rest(source);
-    std::wstring expanded;
-    while (!rest.empty() && expanded.size() < limit) {
-        const std::size_t end = rest.front() == L'%' ? rest.find(L'%', 1) : rest.npos;
-        const std::wstring_view part = rest.substr(0, end == rest.npos ? 1 : end + 1);
-        const PathVariable* variable =
-            end == rest.npos ? nullptr : findVariable(part.substr(1, end - 1));
-        expanded += variable ? variable->value : part;
-        rest.remove_prefix(part.size());
-    }
+    std::wstring expanded = expandedVariables(source);
     expanded.resize(std::min<std::size_t>(expanded.size(), limit - 1));
     std::wmemcpy(destination, expanded.c_str(), expanded.size() + 1);
     return 0;
@@ -303,13 +301,10 @@ std::wstring realPathOf(const PathInfo& entry, const LinkGuard& mayTouch) {
 
 std::optional<PathEntry> parsePathEntry(const PathInfo& info, const std::vector<DriveInfo>& drives,
                                         const LinkGuard& mayTouch) {
-    const auto room = static_cast<unsigned>(entryRoom(info));
-    std::vector<wchar_t> text(room);
-    if (expandPathVariables(info.getPathName(), text.data(), room) != 0) {
-        return std::nullopt;
-    }
+    if (!info.getPathName() || !*info.getPathName()) return std::nullopt;
     PathEntry entry;
-    entry.text = text.data();
+    // A text of any length: cut, it would lead to another place. The walk refuses what is too long.
+    entry.text = expandedVariables(info.getPathName());
     entry.path = entry.text;
     entry.recursive = info.getRecursive();
     const std::optional<std::wstring> media = takePrefix(entry.path, L"::");

@@ -26,15 +26,6 @@ struct PathDrive {
 bool checkPathList(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag,
                    bool recursiveOnly);
 
-// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
-
-/// Index of the covering entry with the longest text, the first of equals; or -1.
-int checkPathListEx(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag);
-
-/// The same over the pairs whose drive type is in `typeMask`.
-int checkPathDriveListEx(const wchar_t* path, const std::vector<PathDrive>& list, unsigned typeMask,
-                         bool caseFlag);
-
 /// The resolved paths of one side of a query: its included or its excluded paths.
 struct ResolvedPaths {
     std::vector<PathDrive> resolved;        ///< each path, with the drive on which it lies
@@ -79,5 +70,14 @@ std::optional<PathEntry> parsePathEntry(const PathInfo& entry, const std::vector
 /// The implementation of `PathHelper::expand_path_variable`, which documents it: copies `source`
 /// into `destination` and expands %NAME% references.
 int expandPathVariables(const wchar_t* source, wchar_t* destination, unsigned limit);
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// Index of the covering entry with the longest text, the first of equals; or -1.
+int checkPathListEx(const wchar_t* path, const std::vector<PathInfo>& list, bool caseFlag);
+
+/// The same over the pairs whose drive type is in `typeMask`.
+int checkPathDriveListEx(const wchar_t* path, const std::vector<PathDrive>& list, unsigned typeMask,
+                         bool caseFlag);
 
 }  // namespace fscanner

@@ -91,13 +91,6 @@ bool CacheMark::insideCacheUpdate() const {
     return inside;
 }
 
-// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
-
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
-    if (!directory || !name || !suffix) return nullptr;
-    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
-}
-
 // ---- The lock ---------------------------------------------------------------
 
 namespace {
@@ -161,6 +154,13 @@ void CacheLock::release() {
     isAlone_ = false;
     if (accessMutex_) accessMutex_->release();
     directoryLock_.release();
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix) {
+    if (!directory || !name || !suffix) return nullptr;
+    return getFullPathName(directory, (std::wstring(name) + suffix).c_str());
 }
 
 }  // namespace fscanner

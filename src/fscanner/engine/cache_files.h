@@ -61,12 +61,6 @@ private:
     bool cacheChecker_ = false;
 };
 
-// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
-
-/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
-/// `free`, null if any is null.
-wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
-
 /// The lock of a cache directory, which processes and threads share.
 ///
 /// The lock in the directory decides. The access mutex is taken beside it, for programs that
@@ -96,5 +90,11 @@ private:
     std::unique_ptr<AbstractSync> accessMutex_;
     DirectoryLock directoryLock_;
 };
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// `directory`, "/" unless it ends with one, `name` and `suffix`; released with
+/// `free`, null if any is null.
+wchar_t* getCacheFileName(const wchar_t* directory, const wchar_t* name, const wchar_t* suffix);
 
 }  // namespace fscanner

@@ -26,10 +26,13 @@ unsigned parentOf(const RecordSet& directories) {
     return directories.getFieldAsInt32(DIRECTORIES_PARENTID);
 }
 
+bool reportNoParent(CacheStore& store) {
+    return store.directories().reportDamage("a parent that is not there");
+}
+
 // Goes to the record of a directory that holds another one, which must be there.
 bool findParent(CacheStore& store, RecordSet& records, unsigned id) {
-    return store.lookups().byId(records, id) ||
-           store.directories().reportDamage("a parent that is not there");
+    return store.lookups().byId(records, id) || reportNoParent(store);
 }
 
 // Whether the chain of parents from `parent` up has all names but the last, and ends at the
@@ -126,7 +129,7 @@ bool CacheTree::findPathById(RecordSet& directories, unsigned id, wchar_t* buffe
 bool CacheTree::isInside(RecordSet& directories, unsigned id, unsigned root) {
     for (CircleGuard circle; id != 0 && id != root && !circle.closes(id);) {
         const Known* directory = known(directories, id);
-        if (!directory) return store_.directories().reportDamage("a parent that is not there");
+        if (!directory) return reportNoParent(store_);
         id = directory->parent;
     }
     return id == root;

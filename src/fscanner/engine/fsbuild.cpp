@@ -178,6 +178,19 @@ int codeOf(WalkStatus status) {
     return status == WalkStatus::finished ? 0 : 2;
 }
 
+WalkRequest requestOf(const PathDrive& pair, const std::vector<PathInfo>& include,
+                      const std::vector<PathInfo>& exclude, bool caseSensitive, unsigned timeout,
+                      const MountMap* mounts) {
+    return {pair.path.getPathName(),
+            pair.path.getRecursive(),
+            pair.drive,
+            include,
+            exclude,
+            caseSensitive,
+            timeout,
+            mounts};
+}
+
 }  // namespace
 
 int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
@@ -185,8 +198,7 @@ int fs_scan(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive
             bool caseSensitive, unsigned timeout, const MountMap* mounts) {
     return codeOf(
         scan(writer, processor,
-             {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
-              includeList, excludeList, caseSensitive, timeout, mounts}));
+             requestOf(pathDrive, includeList, excludeList, caseSensitive, timeout, mounts)));
 }
 
 int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDrive& pathDrive,
@@ -194,8 +206,7 @@ int fs_build(FsResultSetWriter& writer, FileProcessor& processor, const PathDriv
              bool caseSensitive, unsigned timeout, const MountMap* mounts) {
     return codeOf(
         build(writer, processor,
-              {pathDrive.path.getPathName(), pathDrive.path.getRecursive(), pathDrive.drive,
-               includeList, excludeList, caseSensitive, timeout, mounts}));
+              requestOf(pathDrive, includeList, excludeList, caseSensitive, timeout, mounts)));
 }
 
 }  // namespace fscanner

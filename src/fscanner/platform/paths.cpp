@@ -106,41 +106,6 @@ std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_
     return path;
 }
 
-// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
-
-wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
-    if (dir == nullptr || name == nullptr) return nullptr;
-    try {
-        return mallocCopy(joinPath(dir, name));
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-
-bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name) {
-    const std::wstring_view path(fullPath);
-    const std::size_t at = path.rfind(separator);
-    if (at == path.npos) return false;
-    HeapText leading(mallocCopy(path.substr(0, at + 1)));
-    HeapText last(mallocCopy(path.substr(at + 1)));
-    if (!leading || !last) return false;
-    *dir = leading.release();
-    *name = last.release();
-    return true;
-}
-
-wchar_t* getUserCacheDir(const wchar_t* base, bool create) {
-    return getUserCacheDir(base, nullptr, create);
-}
-
-wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create) try {
-    if (base == nullptr) return nullptr;
-    const std::optional<std::wstring> path = userCacheDirectory(base, user, create);
-    return path ? mallocCopy(*path) : nullptr;
-} catch (const std::bad_alloc&) {
-    return nullptr;
-}
-
 // ---- Links ------------------------------------------------------------------
 
 namespace {
@@ -245,6 +210,41 @@ std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& m
         if (*directory != "/") start = *directory;
     }
     return PathWalk(std::move(start), path, mayRead).run();
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name) {
+    if (dir == nullptr || name == nullptr) return nullptr;
+    try {
+        return mallocCopy(joinPath(dir, name));
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name) {
+    const std::wstring_view path(fullPath);
+    const std::size_t at = path.rfind(separator);
+    if (at == path.npos) return false;
+    HeapText leading(mallocCopy(path.substr(0, at + 1)));
+    HeapText last(mallocCopy(path.substr(at + 1)));
+    if (!leading || !last) return false;
+    *dir = leading.release();
+    *name = last.release();
+    return true;
+}
+
+wchar_t* getUserCacheDir(const wchar_t* base, bool create) {
+    return getUserCacheDir(base, nullptr, create);
+}
+
+wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create) try {
+    if (base == nullptr) return nullptr;
+    const std::optional<std::wstring> path = userCacheDirectory(base, user, create);
+    return path ? mallocCopy(*path) : nullptr;
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 }  // namespace fscanner

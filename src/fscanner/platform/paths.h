@@ -34,21 +34,6 @@ char* getTempFile_Default(const char* prefix);
 std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_t* user,
                                                bool create);
 
-// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
-
-/// `dir`, "/" unless it already ends with one, then `name`, as a new string
-/// released with `free`. Null if either is null. An empty `dir` gives "/name".
-wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
-
-/// Splits at the last separator: `*dir` gets what leads up to and including it,
-/// `*name` what follows; both new, released with `free`. False, and nothing is
-/// stored, when there is no separator.
-bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
-
-/// `userCacheDirectory` released with `free`, or null.
-wchar_t* getUserCacheDir(const wchar_t* base, bool create);
-wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create);
-
 /// The target of the symbolic link `path`. Empty, with errno, when `path` is no
 /// link (EINVAL) or cannot be read.
 std::optional<std::string> readLink(const std::string& path);
@@ -66,5 +51,20 @@ inline bool touchesAll(std::string_view) {
 /// with errno: ENAMETOOLONG beyond `longestPath` bytes, ELOOP beyond 32 links, or the
 /// error of a link that cannot be read (ENOENT if it is absent).
 std::optional<std::string> resolvePath(std::string_view path, const LinkGuard& mayRead);
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// `dir`, "/" unless it already ends with one, then `name`, as a new string
+/// released with `free`. Null if either is null. An empty `dir` gives "/name".
+wchar_t* getFullPathName(const wchar_t* dir, const wchar_t* name);
+
+/// Splits at the last separator: `*dir` gets what leads up to and including it,
+/// `*name` what follows; both new, released with `free`. False, and nothing is
+/// stored, when there is no separator.
+bool fullPath2Component(const wchar_t* fullPath, wchar_t separator, wchar_t** dir, wchar_t** name);
+
+/// `userCacheDirectory` released with `free`, or null.
+wchar_t* getUserCacheDir(const wchar_t* base, bool create);
+wchar_t* getUserCacheDir(const wchar_t* base, const wchar_t* user, bool create);
 
 }  // namespace fscanner

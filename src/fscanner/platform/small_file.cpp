@@ -11,6 +11,7 @@
 
 #include "fscanner/common/utf8.h"
 #include "fscanner/platform/descriptor.h"
+#include "fscanner/platform/directory.h"
 
 namespace fscanner {
 
@@ -84,8 +85,7 @@ Presence presenceOf(const std::wstring& path) {
 
 bool isRegularFile(const std::wstring& path) {
     struct stat info {};
-    return uninterrupted([&] { return lstat(toMultibyte(path).c_str(), &info); }) == 0 &&
-           S_ISREG(info.st_mode);
+    return examineFile(toMultibyte(path), info) == 0 && S_ISREG(info.st_mode);
 }
 
 unsigned long long roomIn(const std::wstring& directory) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cwchar>
 
+#include "fscanner/common/numbers.h"
 #include "fscanner/common/path_text.h"
-#include "fscanner/common/strings.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/platform/paths.h"
 

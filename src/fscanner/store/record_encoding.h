@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "fscanner/common/fields.h"
-#include "fscanner/common/strings.h"
+#include "fscanner/common/numbers.h"
 #include "fscanner/store/bytes.h"
 
 namespace fscanner {

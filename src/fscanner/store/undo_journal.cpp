@@ -329,8 +329,8 @@ bool UndoJournal::undo(const Contents& journal) const {
         if (journal.files[i].form == BLOCKS && !tables[i].cut()) return false;
     for (const Contents::File& file : journal.files) {
         const std::wstring path = pathOf(file.name);
-        if (file.form == ABSENT) removeFile(path.c_str());
-        if (file.form == ABSENT && isRegularFile(path)) return false;
+        if (file.form == ABSENT && removeFile(path.c_str()) != 0 && isRegularFile(path))
+            return false;
         if (file.form == WHOLE && !putBack(path, text({file.content.at(), file.content.left()})))
             return false;
     }
