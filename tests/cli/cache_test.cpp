@@ -176,7 +176,7 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
         EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
         const RunResult good = run({"--cache-check"});
         EXPECT_EQ(good.status, 0);
-        EXPECT_THAT(good.out, testing::ContainsRegex("checked:    13 files, [0-9.]+M\n"));
+        EXPECT_THAT(good.out, testing::ContainsRegex("checked:    14 files, [0-9.]+M\n"));
         EXPECT_THAT(good.out, HasSubstr("\nstate:      good\n"));
         row.damage();
         // Once found, it is marked.

@@ -10,13 +10,13 @@
 namespace fscanner {
 
 /// The files of `CacheUser`'s cache, index files and then the checksums last.
-inline constexpr std::array<const char*, 14> kCacheFiles = {
-    "dirs.dat",          "dirs.pxx",           "dirs_idx.dat",     "dirs.counter",
-    "files.dat",         "files.pxx",          "files_idx.dat",    "dirs.unread",
-    "dirs_ID.idx",       "files_FILENAME.idx", "files_PATHID.idx", "dirs_PATHNAME.idx",
-    "dirs_PARENTID.idx", "dirs.sums"};
-inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 8,
-                             kSums = 13;
+inline constexpr std::array<const char*, 15> kCacheFiles = {
+    "dirs.dat",          "dirs.pxx",          "dirs_idx.dat",       "dirs.counter",
+    "files.dat",         "files.pxx",         "files_idx.dat",      "dirs.unread",
+    "dirs.stamps",       "dirs_ID.idx",       "files_FILENAME.idx", "files_PATHID.idx",
+    "dirs_PATHNAME.idx", "dirs_PARENTID.idx", "dirs.sums"};
+inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 9,
+                             kSums = 14;
 /// The query that goes by the index of names.
 inline constexpr std::size_t kExactName = 3;
 

@@ -42,6 +42,13 @@ unsigned getCoarseTickCount() {
     return tickClock != nullptr ? milliseconds(tickClock()) : steadyTicks(CLOCK_MONOTONIC_COARSE);
 }
 
+std::uint64_t getFileClock() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
+           static_cast<std::uint64_t>(now.tv_nsec);
+}
+
 long elapsedTime(timeval start, timeval end) {
     if (start.tv_sec == end.tv_sec) return (end.tv_usec - start.tv_usec) / 1000;
     return (end.tv_sec - start.tv_sec) * 1000 - start.tv_usec / 1000 + end.tv_usec / 1000;

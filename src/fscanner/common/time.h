@@ -2,6 +2,7 @@
 
 #include <sys/time.h>
 
+#include <cstdint>
 #include <ctime>
 
 namespace fscanner {
@@ -13,6 +14,10 @@ unsigned getTickCount();
 /// The same from a clock that is cheaper to read and advances in steps of some milliseconds.
 /// Compare its ticks only with each other.
 unsigned getCoarseTickCount();
+/// Nanoseconds since the epoch from the clock that the kernel gives files their times by. It
+/// advances in steps of some milliseconds. What is changed later never gets an earlier time, unless
+/// somebody sets the clock back.
+std::uint64_t getFileClock();
 /// Milliseconds from `start` to `end`. When the two are in different seconds, the microseconds
 /// of each are cut to milliseconds before the subtraction.
 long elapsedTime(timeval start, timeval end);

@@ -36,13 +36,19 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
+    void opened(const Directory& directory) override { stamp(taker_.take(directory)); }
     bool tellsLater(FsSkipReason reason, int error) override;
     // After a failed insertion the tree cannot be completed.
     bool goesOn() const override { return !failed_; }
     bool failed() const { return failed_; }
 
 private:
+    void stamp(const DirectoryStamp& stamp) {
+        if (!failed_) failed_ = !store_.stamps().put(parents_.back(), stamp);
+    }
+
     CacheStore& store_;
+    StampTaker taker_;
     std::vector<unsigned> parents_;
     FsFileInfo facts_;
     bool failed_ = false;
@@ -71,8 +77,11 @@ void CacheSink::enter(const WalkEntry& entry) {
 }
 
 // A failure may be over next time: the tree is built anew by the next query. What is denied
-// stays missing until the tree is old: each extraction tells the observer of it.
+// stays missing until the tree is old: each extraction tells the observer of it. A directory of
+// which something was left out gets no stamp: when a drive that is mounted in it goes, its entries
+// are others without a change of the directory.
 bool CacheSink::tellsLater(FsSkipReason reason, int error) {
+    stamp({});
     if (reason == FsSkipReason::failed) forgetTimes(store_, parents_.back());
     if (reason != FsSkipReason::denied && reason != FsSkipReason::tooLong) return false;
     store_.unread().add(parents_.back(), reason, error);

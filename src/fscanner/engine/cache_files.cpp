@@ -19,6 +19,7 @@ namespace fscanner {
 const wchar_t* CacheUpdateSuffix = L".cuflag";
 const wchar_t* CacheCounterSuffix = L".counter";
 const wchar_t* CacheUnreadSuffix = L".unread";
+const wchar_t* CacheStampsSuffix = L".stamps";
 const wchar_t* CacheSumsSuffix = L".sums";
 const wchar_t* CacheUndoSuffix = L".undo";
 
@@ -29,7 +30,7 @@ std::vector<std::wstring> cacheFileNames(const FsCacheTableNames& tables) {
     for (const std::wstring version : {L"", TableReplacement::SUFFIX}) {
         const std::wstring table = tables.directories + version;
         for (const wchar_t* suffix : {CacheUpdateSuffix, CacheCounterSuffix, CacheUnreadSuffix,
-                                      CacheSumsSuffix, CacheUndoSuffix})
+                                      CacheStampsSuffix, CacheSumsSuffix, CacheUndoSuffix})
             names.push_back(table + suffix);
         names.push_back(SumsFile(table + CacheSumsSuffix).renaming().first);
     }

@@ -15,11 +15,12 @@ namespace fscanner {
 // The names of the files in a cache directory beside the tables, and the two smallest of these
 // files: the counter and the mark.
 
-/// The suffixes of the mark, the counter, the unread directories, the checksums and the undo
-/// journal, in this order.
+/// The suffixes of the mark, the counter, the unread directories, the stamps, the checksums and the
+/// undo journal, in this order.
 extern const wchar_t* CacheUpdateSuffix;
 extern const wchar_t* CacheCounterSuffix;
 extern const wchar_t* CacheUnreadSuffix;
+extern const wchar_t* CacheStampsSuffix;
 extern const wchar_t* CacheSumsSuffix;
 extern const wchar_t* CacheUndoSuffix;
 

@@ -18,7 +18,13 @@ namespace {
 constexpr unsigned kLargestDirectoriesIndex = 0xF3333333;
 constexpr int kCompactionPercent = 30;
 constexpr unsigned kFreeStates = 16U << 20;  // journal size below which a state is always kept
+// Written whole at the end of a session.
 const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnreadSuffix};
+// All that lies beside the tables, but the checksums of all.
+const std::array<const wchar_t*, 3> kFilesBeside = {CacheCounterSuffix, CacheUnreadSuffix,
+                                                    CacheStampsSuffix};
+// So many entries for directories that are gone are no waste.
+constexpr unsigned kSpareStamps = 1000;
 
 }  // namespace
 
@@ -144,8 +150,9 @@ bool CacheStore::createCache() {
     if (!files_) return false;
     directories_ =
         TableKind::directories().create(directoriesName_, place(), "createDirectoriesTable");
-    if (!directories_) {
+    if (!directories_ || !stamps_.create(path(CacheStampsSuffix), *sums_)) {
         files_.reset();
+        directories_.reset();
         return false;
     }
     mark_.beginCacheUpdate();
@@ -215,6 +222,39 @@ void CacheStore::loadUnread() {
     sums_->remove(file);
 }
 
+// ---- Stamps -----------------------------------------------------------------
+
+// Where there is no file of use, one is made whose entries say nothing.
+bool CacheStore::openStamps() {
+    const std::wstring file = path(CacheStampsSuffix);
+    return stamps_.isOpen() || stamps_.open(file, *sums_, directoriesIndex_) ||
+           (stamps_.create(file, *sums_) && fitStamps());
+}
+
+// IDs rise from record to record.
+bool CacheStore::fitStamps() {
+    Fields record(directories().schema());
+    const auto* const directoryId = record.as<Int32Field>(DIRECTORIES_ID);
+    std::vector<unsigned> ids;
+    unsigned id = 0;
+    for (bool more = directories().moveFirst(id); more; more = directories().moveNext(id)) {
+        if (!directories().read(id, record)) return false;
+        ids.push_back(directoryId->value());
+    }
+    return stamps_.fit(ids);
+}
+
+bool CacheStore::closeStamps() {
+    unsigned live = 0;
+    bool written = true;
+    if (changed_ && !broken_ && stamps_.isOpen()) {
+        directories().count(0, &live);
+        written = (stamps_.count() / 2 <= live + kSpareStamps || fitStamps()) &&
+                  stamps_.finish(directoriesIndex_);
+    }
+    return stamps_.close() && written;
+}
+
 void CacheStore::openRecordSets() {
     files().expectConstantKeys();
     files().expectPatterns(!unread_.plainNames());
@@ -242,7 +282,8 @@ bool CacheStore::startAnew() {
     changeTried_ = true;
     anew_ = std::make_unique<Anew>(*files_, *directories_);
     const bool made = journal_->announce(renamesAnew()) && mark_.placeSynced() &&
-                      anew_->files.create() && anew_->directories.create();
+                      anew_->files.create() && anew_->directories.create() &&
+                      stamps_.create(freshPath(CacheStampsSuffix), *sums_);
     if (!made) {
         abandonAnew();
         return false;
@@ -256,7 +297,9 @@ bool CacheStore::startAnew() {
 }
 
 void CacheStore::abandonAnew() {
-    for (const wchar_t* suffix : kSmallFiles) removeFile(freshPath(suffix).c_str());
+    (void)stamps_.close();
+    sums_->remove(freshPath(CacheStampsSuffix));
+    for (const wchar_t* suffix : kFilesBeside) removeFile(freshPath(suffix).c_str());
     sums_->eraseNew();
     anew_->files.abandon();
     anew_->directories.abandon();
@@ -266,7 +309,8 @@ void CacheStore::abandonAnew() {
 Renames CacheStore::renamesAnew() const {
     Renames renames = anew_->files.renames();
     for (const auto& one : anew_->directories.renames()) renames.push_back(one);
-    for (const wchar_t* suffix : kSmallFiles) renames.emplace_back(freshPath(suffix), path(suffix));
+    for (const wchar_t* suffix : kFilesBeside)
+        renames.emplace_back(freshPath(suffix), path(suffix));
     renames.push_back(sums_->renaming());
     return renames;
 }
@@ -275,7 +319,7 @@ Renames CacheStore::renamesAnew() const {
 bool CacheStore::bringAnew() {
     if (!journal_->noteReplacing()) return false;
     bool placed = anew_->files.takePlaces() && anew_->directories.takePlaces();
-    for (const wchar_t* suffix : kSmallFiles)
+    for (const wchar_t* suffix : kFilesBeside)
         placed = placed && renameFile(freshPath(suffix).c_str(), path(suffix).c_str()) == 0;
     anew_.reset();
     return placed && sums_->replace() && syncDirectory(directory_);
@@ -305,7 +349,7 @@ bool CacheStore::close() {
 }
 
 bool CacheStore::closeTables() {
-    bool closed = true;
+    bool closed = closeStamps();
     for (FS_Table* table : {&files(), &directories()})
         if (table->isOpen() && !table->close()) closed = false;
     return closed;
@@ -467,7 +511,8 @@ bool CacheStore::beginChanges() {
     if (readOnly_) return false;
     if (changed_) return true;
     changeTried_ = true;
-    if (damaged() || !hasSoundEnds() || !keepState() || !mark_.placeSynced()) return false;
+    if (damaged() || !hasSoundEnds() || !openStamps() || !keepState() || !mark_.placeSynced())
+        return false;
     changed_ = true;
     return true;
 }
@@ -478,6 +523,7 @@ bool CacheStore::beginChanges() {
 bool CacheStore::beginTree() {
     if (readOnly_ || !changed_) return beginChanges();
     if (anew_ || !journal_ || directoriesIndex_ == 0 || !isStateWorthIt()) return true;
+    if (!stamps_.finish(directoriesIndex_)) return false;
     sums_->renew(mappedFiles());
     return writeSmallFiles() && sums_->replace() && keepState();
 }
@@ -497,9 +543,10 @@ bool CacheStore::keepState() {
     return journal_->keep(mappedFiles(), smallFiles);
 }
 
-std::vector<LinuxMmFile*> CacheStore::mappedFiles() const {
+std::vector<LinuxMmFile*> CacheStore::mappedFiles() {
     std::vector<LinuxMmFile*> all = files_->mappedFiles();
     for (LinuxMmFile* file : directories_->mappedFiles()) all.push_back(file);
+    all.push_back(&stamps_.file());
     return all;
 }
 
@@ -538,7 +585,7 @@ void CacheStore::expectPatterns() {
 }
 
 void CacheStore::removeSmallFiles() {
-    for (const wchar_t* suffix : kSmallFiles) removeFile(path(suffix).c_str());
+    for (const wchar_t* suffix : kFilesBeside) removeFile(path(suffix).c_str());
     sums_->clear();
     sums_->erase();
 }

@@ -10,6 +10,7 @@
 
 #include "fscanner/engine/cache_files.h"
 #include "fscanner/engine/cache_tables.h"
+#include "fscanner/engine/directory_stamps.h"
 #include "fscanner/engine/status.h"
 #include "fscanner/engine/unread_directories.h"
 #include "fscanner/store/table_replacement.h"
@@ -119,6 +120,9 @@ public:
     unsigned builtTime(const RecordSet& directory) const;
     /// What is told of directories that could not be read.
     UnreadDirectories& unread() { return unread_; }
+    /// What the directories looked like when they were read. Open from the first change of a
+    /// session on.
+    DirectoryStamps& stamps() { return stamps_; }
 
 private:
     /// Both tables anew, beside the old ones.
@@ -133,6 +137,9 @@ private:
     bool openCache();
     void recoverCache();
     void loadUnread();
+    bool openStamps();
+    bool fitStamps();
+    bool closeStamps();
     void openRecordSets();
     TablePlace place() const { return {directory_, compressed_, sums_.get()}; }
     std::wstring path(const wchar_t* suffix) const { return pathOf(directoriesName_, suffix); }
@@ -161,7 +168,7 @@ private:
     void abandonAnew();
     bool compactTables(UndoJournal* journal);
     bool keepState();
-    std::vector<LinuxMmFile*> mappedFiles() const;
+    std::vector<LinuxMmFile*> mappedFiles();
     bool isStateWorthIt();
     bool commit();
     void endChanges();
@@ -188,6 +195,7 @@ private:
     UnreadDirectories unread_;
     bool unreadFits_ = true;  // its file, and so the counter that is in both
     std::unique_ptr<SumsFile> sums_;
+    DirectoryStamps stamps_;
     CacheLookups lookups_;
     std::unique_ptr<CacheLock> lock_;
     CacheMark mark_;

@@ -161,12 +161,17 @@ bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     return removed;
 }
 
+// The directory that held it lacks something now, whatever the system says of it.
+bool CacheTree::removeFromParent(RecordSet& directory) {
+    return store_.stamps().put(parentOf(directory), {}) && directory.remove();
+}
+
 // A directory's record goes before it is searched for children: so each is met once, also in
 // a damaged table, and what waits are IDs alone.
 bool CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) {
     pathMap_.clear();
     RecordSet records = directories.openRecordSet();
-    bool removed = !store_.lookups().byId(records, id) || records.remove();
+    bool removed = !store_.lookups().byId(records, id) || removeFromParent(records);
     std::vector<unsigned> waiting{id};
     while (!waiting.empty()) {
         const unsigned parent = waiting.back();

@@ -94,6 +94,7 @@ private:
     bool findSpelledPath(RecordSet& candidates, RecordSet& ancestors, const wchar_t* path,
                          bool caseFlag);
     const Known* known(RecordSet& directories, unsigned id);
+    bool removeFromParent(RecordSet& directory);
 
     CacheStore& store_;
     std::map<unsigned, Known> pathMap_;

@@ -192,7 +192,10 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
 
 int Walk::read(const Level* parent, Level& level) {
     int error = openLevel(parent, level.directory);
-    if (error == 0) error = level.directory.read(level.entries, buffer_);
+    if (error == 0) {
+        sink_.opened(level.directory);
+        error = level.directory.read(level.entries, buffer_);
+    }
     if (error == 0) return 0;
     logUnreadable();
     noteSkipped(skipReason(error), error);

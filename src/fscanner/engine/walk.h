@@ -71,6 +71,9 @@ public:
     /// also if it could not be opened. A walk that is stopped leaves out the last `leave` calls.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
+    /// Called for each directory that was opened, also the first one of the walk, before its
+    /// entries are read.
+    virtual void opened(const Directory& /*directory*/) {}
     /// Called for a directory that is not searched, or only in part. It is the current one (entered
     /// last and not left yet), or, if the reason is `excluded` or `otherFileSystem`, one that is
     /// not entered. True if the sink tells the observer later; otherwise the walk does now.

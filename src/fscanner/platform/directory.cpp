@@ -5,6 +5,7 @@
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -61,6 +62,10 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
         }
         at += length;
     }
+}
+
+constexpr int flagsFor(DirectoryUse use) {
+    return use == DirectoryUse::list ? kListFlags : kPassFlags;
 }
 
 // Opens one component after the other, for kernels without openat2. O_NOFOLLOW covers only the
@@ -143,7 +148,7 @@ int examineFileAt(int directory, const char* name, struct stat& info) {
 }
 
 Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use) {
-    return openLong(path, use == DirectoryUse::list ? kListFlags : kPassFlags);
+    return openLong(path, flagsFor(use));
 }
 
 void DirectoryEntries::clear() {
@@ -175,13 +180,13 @@ bool DirectoryEntries::takeLast(Entry& entry) {
     return true;
 }
 
-int Directory::openPath(const char* path) {
-    descriptor_ = openDirectoryWithoutLinks(path);
+int Directory::openPath(const char* path, DirectoryUse use) {
+    descriptor_ = openDirectoryWithoutLinks(path, use);
     return descriptor_ ? 0 : errno;
 }
 
-int Directory::openChild(const Directory& parent, const char* name) {
-    descriptor_ = openAt(parent.descriptor_.get(), name, kListFlags);
+int Directory::openChild(const Directory& parent, const char* name, DirectoryUse use) {
+    descriptor_ = openAt(parent.descriptor_.get(), name, flagsFor(use));
     return descriptor_ ? 0 : errno;
 }
 
@@ -209,8 +214,19 @@ int Directory::statEntry(const char* name, struct stat& info) const {
 
 int Directory::identify(Identity& identity) const {
     struct stat info {};
-    if (fstat(descriptor_.get(), &info) != 0) return errno;
+    if (const int error = examine(info)) return error;
     identity = {info.st_dev, info.st_ino};
+    return 0;
+}
+
+int Directory::examine(struct stat& info) const {
+    return uninterrupted([&] { return fstat(descriptor_.get(), &info); }) == 0 ? 0 : errno;
+}
+
+int Directory::fileSystemType(long& type) const {
+    struct statfs info {};
+    if (uninterrupted([&] { return fstatfs(descriptor_.get(), &info); }) != 0) return errno;
+    type = static_cast<long>(info.f_type);
     return 0;
 }
 

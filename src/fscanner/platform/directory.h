@@ -44,15 +44,19 @@ private:
     std::size_t end_ = 0;
 };
 
+/// The purpose of opening a directory: to list it, or only to reach its entries, which needs no
+/// read permission.
+enum class DirectoryUse { list, reach };
+
 /// An open directory, move-only. Its entries are opened and examined relative to its descriptor,
 /// and symbolic links are never followed.
 class Directory {
 public:
     /// Opens an absolute path of any length. Fails when a component is a symbolic link. Returns
     /// 0 or the errno.
-    int openPath(const char* path);
+    int openPath(const char* path, DirectoryUse use = DirectoryUse::list);
     /// Opens the directory `name` in `parent`; a symbolic link fails. Returns 0 or the errno.
-    int openChild(const Directory& parent, const char* name);
+    int openChild(const Directory& parent, const char* name, DirectoryUse use = DirectoryUse::list);
     /// Opens the present parent ("..") of `child`. Returns 0 or the errno.
     int openParent(const Directory& child);
     void close() { descriptor_.close(); }
@@ -71,14 +75,14 @@ public:
     };
     /// Returns 0 or the errno.
     int identify(Identity& identity) const;
+    /// `fstat` of the directory itself. 0, or the errno.
+    int examine(struct stat& info) const;
+    /// The type of its file system: the magic number of `statfs`. 0, or the errno.
+    int fileSystemType(long& type) const;
 
 private:
     Descriptor descriptor_;
 };
-
-/// The purpose of opening a directory: to list it, or only to reach its entries, which needs no
-/// read permission.
-enum class DirectoryUse { list, reach };
 
 /// Opens a directory by a path of any length. Fails when any component is a symbolic link: a user
 /// who may rename a directory of the path must not be able to redirect us. Empty, with errno, on
