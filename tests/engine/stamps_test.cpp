@@ -12,9 +12,12 @@
 
 #include "engine/cache_user.h"
 #include "fscanner/common/time.h"
+#include "fscanner/discovery/drivehelper.h"
+#include "fscanner/discovery/mountlist.h"
 #include "fscanner/engine/cache_files.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/cache_verify.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "support/child_process.h"
 #include "support/format_example.h"
@@ -309,6 +312,62 @@ protected:
         }
         return paths;
     }
+    /// What a verification of the tree below tells, as words: "changed a/b".
+    Names stale(const std::string& below = "") const {
+        Names words;
+        verify(below, [&](const std::string& path, StaleDirectory::State state) {
+            const char* const word = state == StaleDirectory::State::changed ? "changed "
+                                     : state == StaleDirectory::State::gone  ? "gone "
+                                                                             : "covered ";
+            words.insert(word + relative(path));
+        });
+        return words;
+    }
+    /// Calls `tell` for each stale directory, parents first. Returns how many were looked at.
+    template <typename Tell>
+    unsigned long long verify(const std::string& below, Tell tell) const {
+        CacheStore store(L"dirs", L"files", cache.directory().wide().c_str(), false, true);
+        EXPECT_EQ(store.lock(), 0);
+        EXPECT_EQ(store.create(0, FS_CACHE_OPEN), 0);
+        store.readStamps();
+        CacheTree cached(store);
+        RecordSet& record = store.directoryRecords();
+        EXPECT_TRUE(
+            cached.findPathByName(record, store.ancestorRecords(), tree.wide(below).c_str(), true));
+        std::vector<DriveInfo> drives;
+        DriveHelper::buildDriveList(drives, mdAllDriveGroup);
+        normaliseDriveList(drives);
+        const MountMap mounts(drives);
+        const PathDrive root{PathInfo(tree.wide(below).c_str(), true),
+                             *mounts.holding(tree.wide(below))};
+        const Verification result =
+            verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID), root, mounts);
+        EXPECT_EQ(result.end, Verification::End::finished);
+        DirectoryChain chain(store);
+        for (const StaleDirectory& one : result.stale) {
+            EXPECT_TRUE(chain.enter(one.id));
+            tell(toMultibyte(chain.path()), one.state);
+        }
+        store.close();
+        store.unlock();
+        return result.directories;
+    }
+    /// Those below that a verification finds as they were.
+    Names verified(const std::string& below) const {
+        Names good;
+        for (const auto& [id, one] : known())
+            if (isBelow(one.path, tree.path(below))) good.insert(one.path);
+        verify(below, [&](const std::string& path, StaleDirectory::State state) {
+            if (state == StaleDirectory::State::changed)
+                good.erase(path);
+            else
+                std::erase_if(good, [&](const auto& one) { return isBelow(one, path); });
+        });
+        return good;
+    }
+    static bool isBelow(const std::string& path, const std::string& directory) {
+        return (path + '/').starts_with(directory + '/');
+    }
     std::string relative(const std::string& path) const {
         return path == tree.path() ? "" : path.substr(tree.path().size() + 1);
     }
@@ -414,11 +473,60 @@ TEST_P(StampedCache, FollowTheTables) {
     EXPECT_FALSE(fs::exists(file()));
 }
 
+TEST_P(StampedCache, VerificationTellsWhatIsToBeReadAgain) {
+    for (const char* one : {"a/f", "a/b/c/g", "a/b/d/h", "e/f/g", "\xC3\xA4/\xFF/f", "x/y/z"})
+        tree.file(one);
+    std::string deep = "deep";
+    for (int i = 0; i < 150; ++i) deep += "/d";
+    tree.directory(deep + "/last");
+    tree.file("deep/d/d/side/f");
+    wait();
+    build();
+    const auto none = [](const std::string&, StaleDirectory::State) {};
+    EXPECT_EQ(stale(), Names());
+    EXPECT_EQ(verify("", none), 164U);
+    EXPECT_EQ(verify("a/b", none), 3U);
+
+    tree.file("a/b/c/new");
+    tree.file("\xC3\xA4/\xFF/new");
+    tree.file(deep + "/last/new");
+    tree.file("deep/d/d/side/new");
+    EXPECT_EQ(stale(), (Names{"changed a/b/c", "changed \xC3\xA4/\xFF", "changed " + deep + "/last",
+                              "changed deep/d/d/side"}));
+    EXPECT_EQ(stale("a/b"), Names{"changed a/b/c"});
+    EXPECT_EQ(stale("e"), Names());
+    // A link or a file in the place of a directory, and one that is gone with what it held.
+    fs::rename(tree.path("e/f"), tree.path("e/was"));
+    tree.link("was", "e/f");
+    fs::remove_all(tree.path("x/y"));
+    tree.file("x/y");
+    fs::rename(tree.path("a/b"), tree.path("moved"));
+    EXPECT_EQ(stale("e"), (Names{"changed e", "gone e/f"}));
+    EXPECT_EQ(stale("x"), (Names{"changed x", "gone x/y"}));
+    EXPECT_EQ(stale("a"), (Names{"changed a", "gone a/b"}));
+    EXPECT_EQ(stale("a/b"), Names{"gone a/b"});
+    // A directory that came later, into a tree that was built before.
+    wait();
+    build("moved");
+    tree.file("moved/d/new");
+    EXPECT_EQ(stale("moved"), Names{"changed moved/d"});
+    EXPECT_TRUE(stale().contains("changed moved/d"));
+    EXPECT_FALSE(stale().contains("changed moved/c"));
+    fs::remove_all(tree.path("moved"));
+    EXPECT_TRUE(stale().contains("gone moved"));
+    EXPECT_FALSE(stale().contains("gone moved/c"));
+    // Without stamps all are to be read.
+    fs::remove(file());
+    EXPECT_EQ(stale("e"), (Names{"changed e", "gone e/f"}));
+    EXPECT_TRUE(stale().contains("changed deep/d/d"));
+}
+
 /// A file system that comes or goes changes no directory that holds it.
 TEST_P(StampedCache, MountsThatComeAndGo) {
     for (const char* one : {"a/other/under/f", "b/same/under/f", "c/later/f"}) tree.file(one);
     const int status = inChild([this] {
-        const std::string other = tree.path("a/other"), same = tree.path("b/same");
+        const std::string other = tree.path("a/other"), same = tree.path("b/same"),
+                          later = tree.path("c/later");
         if (!enterPrivateMounts()) return notAllowed;
         if (!mountMemory("server:/export", other) || !mountMemory("tmpfs", same)) return notAllowed;
         tree.file("b/same/g");
@@ -427,9 +535,13 @@ TEST_P(StampedCache, MountsThatComeAndGo) {
         // On a disk the second is of another kind, too, and has a tree of its own.
         EXPECT_EQ(unchanged(), GetParam() ? paths({"", "b", "b/same", "c", "c/later"})
                                           : paths({"", "b/same", "c", "c/later"}));
+        if (!mountMemory("server:/export", later)) return notAllowed;
+        EXPECT_EQ(stale("c"), Names{"covered c/later"});
+        ::umount(other.c_str());
         ::umount(same.c_str());
-        EXPECT_FALSE(unchanged().contains(same));
-        EXPECT_FALSE(unchanged().contains(tree.path("a")));
+        EXPECT_EQ(stale("a"), Names{"changed a"});
+        EXPECT_EQ(stale("b"),
+                  GetParam() ? Names{"changed b/same"} : (Names{"changed b", "changed b/same"}));
         return HasFailure() ? 1 : 0;
     });
     if (status == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
@@ -488,7 +600,9 @@ TEST_P(StampedCache, NoChangeGoesUnseen) {
         if (below(4) == 0) wait();
         if (below(3) == 0) build(below(2) == 0 ? "" : relative(any(true)));
         for (std::size_t i = below(3); i > 0; --i) change();
-        seen += unchanged().size();
+        const Names same = unchanged();
+        seen += same.size();
+        EXPECT_EQ(verified(""), same);
     }
     EXPECT_GT(seen, 100U);
 }

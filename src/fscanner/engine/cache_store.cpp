@@ -226,9 +226,11 @@ void CacheStore::loadUnread() {
 
 // Where there is no file of use, one is made whose entries say nothing.
 bool CacheStore::openStamps() {
-    const std::wstring file = path(CacheStampsSuffix);
-    return stamps_.isOpen() || stamps_.open(file, *sums_, directoriesIndex_) ||
-           (stamps_.create(file, *sums_) && fitStamps());
+    return readStamps() || (stamps_.create(path(CacheStampsSuffix), *sums_) && fitStamps());
+}
+
+bool CacheStore::readStamps() {
+    return stamps_.isOpen() || stamps_.open(path(CacheStampsSuffix), *sums_, directoriesIndex_);
 }
 
 // IDs rise from record to record.

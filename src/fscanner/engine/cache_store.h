@@ -120,9 +120,11 @@ public:
     unsigned builtTime(const RecordSet& directory) const;
     /// What is told of directories that could not be read.
     UnreadDirectories& unread() { return unread_; }
-    /// What the directories looked like when they were read. Open from the first change of a
-    /// session on.
+    /// What the directories looked like when they were read. Open after `readStamps`, and from
+    /// the first change of a session on.
     DirectoryStamps& stamps() { return stamps_; }
+    /// False where no directory has a stamp.
+    bool readStamps();
 
 private:
     /// Both tables anew, beside the old ones.

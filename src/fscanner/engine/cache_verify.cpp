@@ -1,0 +1,252 @@
+#include "fscanner/engine/cache_verify.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+
+#include "fscanner/common/utf8.h"
+#include "fscanner/engine/cache_tree.h"
+
+// The records of directories are met in the order of storage, which is that of their IDs: a
+// directory comes behind the one that holds it, and mostly in the order of the walk that built
+// the tree. So there is a chain of levels from the root down to the last directory, and the next
+// one mostly belongs to one of them. One that does not was inserted later: it waits until the
+// end, and is then reached by its path.
+//
+// A level is opened when the first directory in it is looked at. Most directories hold no other,
+// and cost one call.
+
+namespace fscanner {
+
+namespace {
+
+using State = StaleDirectory::State;
+
+// The deepest levels whose descriptors stay open; those above are opened again from the root.
+constexpr std::size_t kOpenLevels = 16;
+
+struct Level {
+    unsigned id = 0;
+    std::string name;
+    Directory directory;
+    std::size_t pathLength = 0;  // of the path with its final "/"
+};
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool isAbsent(int error) {
+    return error == ENOENT || error == ENOTDIR || error == ELOOP;
+}
+
+class TreeVerification {
+public:
+    TreeVerification(CacheStore& store, const PathDrive& root, const MountMap& mounts)
+        : store_(store),
+          root_(root),
+          mounts_(mounts.hasInside(root.path.getPathName()) ? &mounts : nullptr),
+          chain_(store) {}
+
+    Verification run(unsigned rootId);
+
+private:
+    bool enterRoot(unsigned id);
+    bool readRecord(unsigned record);
+    void visit();
+    bool isInside(unsigned id) const {
+        return std::binary_search(inside_.begin(), inside_.end(), id);
+    }
+    std::size_t depthOf(unsigned id) const;
+    void push();
+    const Directory* open(std::size_t level);
+    bool look(const Directory* parent);
+    bool isCovered(const std::wstring& directory) const {
+        return mounts_ && mounts_->stops(directory, root_.drive);
+    }
+    void note(State state) { result_.stale.push_back({id_, state}); }
+    void compare(const struct stat& info);
+    void visitLate();
+    bool visitByPath();
+
+    CacheStore& store_;
+    const PathDrive& root_;
+    const MountMap* mounts_;  // null where none lies inside
+    DirectoryChain chain_;
+    Verification result_;
+    const StampTrust* trust_ = nullptr;
+    std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
+    std::size_t depth_ = 0;
+    std::vector<unsigned> inside_;
+    std::vector<unsigned> late_;  // records
+    std::wstring path_;           // of the last level, with its final "/", where there are mounts
+    // The record at hand.
+    std::vector<StoredValue> values_;
+    unsigned id_ = 0;
+    unsigned parent_ = 0;
+    std::string name_;
+};
+
+Verification TreeVerification::run(unsigned rootId) {
+    RecordSet& records = store_.directoryRecords();
+    if (!store_.lookups().byId(records, rootId)) {
+        result_.end = Verification::End::damaged;
+        return std::move(result_);
+    }
+    if (!enterRoot(rootId)) return std::move(result_);
+    FS_Table& directories = store_.directories();
+    unsigned record = records.recordId();
+    while (directories.moveNext(record)) {
+        if (!readRecord(record)) {
+            result_.end = Verification::End::damaged;
+            return std::move(result_);
+        }
+        if (parent_ < rootId) continue;
+        if (const std::size_t depth = depthOf(parent_); depth > 0) {
+            depth_ = depth;
+            visit();
+        } else if (isInside(parent_)) {
+            inside_.push_back(id_);
+            late_.push_back(record);
+        }
+    }
+    visitLate();
+    return std::move(result_);
+}
+
+// False when that ends it.
+bool TreeVerification::enterRoot(unsigned id) {
+    id_ = id;
+    path_ = root_.path.getPathName();
+    name_ = toMultibyte(path_);
+    push();
+    Directory& directory = levels_[0]->directory;
+    ++result_.directories;
+    const int error = directory.openPath(name_.c_str(), DirectoryUse::reach);
+    long type = 0;
+    struct stat info {};
+    if (error != 0 || directory.examine(info) != 0 || directory.fileSystemType(type) != 0) {
+        note(State::gone);
+        return false;
+    }
+    trust_ = findStampTrust(type);
+    if (!trust_) {
+        result_.end = Verification::End::notTrusted;
+        return false;
+    }
+    compare(info);
+    return true;
+}
+
+bool TreeVerification::readRecord(unsigned record) {
+    if (!store_.directories().locate(record, values_)) return false;
+    id_ = static_cast<unsigned>(values_[DIRECTORIES_ID].number);
+    parent_ = static_cast<unsigned>(values_[DIRECTORIES_PARENTID].number);
+    name_ = values_[DIRECTORIES_PATHNAME].text;
+    if (isAscii(name_)) return true;
+    Fields decoded(store_.directories().schema());
+    if (!store_.directories().read(record, decoded)) return false;
+    name_ = toMultibyte(decoded.as<TextField>(DIRECTORIES_PATHNAME)->view());
+    return true;
+}
+
+/// The number of levels down to the directory's own; 0 when it is not in the chain.
+std::size_t TreeVerification::depthOf(unsigned id) const {
+    std::size_t depth = depth_;
+    while (depth > 0 && levels_[depth - 1]->id != id) --depth;
+    return depth;
+}
+
+void TreeVerification::push() {
+    if (depth_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
+    Level& level = *levels_[depth_++];
+    level.directory.close();
+    level.id = id_;
+    level.name = name_;
+    if (mounts_) {
+        if (!path_.ends_with(L'/')) path_ += L'/';
+        level.pathLength = path_.size();
+    }
+    inside_.push_back(id_);
+}
+
+// A record in the last level.
+void TreeVerification::visit() {
+    ++result_.directories;
+    if (mounts_) {
+        path_.resize(levels_[depth_ - 1]->pathLength);
+        path_ += toWide(name_);
+        if (isCovered(path_)) return note(State::covered);
+    }
+    if (look(open(depth_ - 1))) push();
+}
+
+// Opens the level by those that hold it. Null where it cannot be reached.
+const Directory* TreeVerification::open(std::size_t level) {
+    std::size_t from = level;
+    while (!levels_[from]->directory.isOpen()) --from;
+    for (; from < level; ++from) {
+        Level& next = *levels_[from + 1];
+        if (next.directory.openChild(levels_[from]->directory, next.name.c_str(),
+                                     DirectoryUse::reach) != 0)
+            return nullptr;
+        if (from > kOpenLevels) levels_[from - kOpenLevels]->directory.close();
+    }
+    return &levels_[level]->directory;
+}
+
+// Whether the directory of the record is there.
+bool TreeVerification::look(const Directory* parent) {
+    struct stat info {};
+    const int error = parent ? parent->statEntry(name_.c_str(), info) : EACCES;
+    if (isAbsent(error) || (error == 0 && !S_ISDIR(info.st_mode))) {
+        note(State::gone);
+        return false;
+    }
+    if (error == 0)
+        compare(info);
+    else
+        note(State::changed);
+    return true;
+}
+
+void TreeVerification::compare(const struct stat& info) {
+    if (!isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust_->step))
+        note(State::changed);
+}
+
+void TreeVerification::visitLate() {
+    std::vector<unsigned> refused;  // what is below them is not looked at
+    for (const unsigned record : late_) {
+        if (!readRecord(record) || !chain_.enter(parent_)) {
+            result_.end = Verification::End::damaged;
+            return;
+        }
+        if (std::binary_search(refused.begin(), refused.end(), parent_) || !visitByPath())
+            refused.push_back(id_);
+    }
+}
+
+// A record whose directory's parent is not in the chain. Whether the directory is there.
+bool TreeVerification::visitByPath() {
+    ++result_.directories;
+    std::wstring path = chain_.path();
+    Directory parent;
+    const int error = parent.openPath(toMultibyte(path).c_str(), DirectoryUse::reach);
+    path.append(path.ends_with(L'/') ? L"" : L"/").append(toWide(name_));
+    if (!isCovered(path) && !isAbsent(error)) return look(error == 0 ? &parent : nullptr);
+    note(isAbsent(error) ? State::gone : State::covered);
+    return false;
+}
+
+}  // namespace
+
+Verification verifyTree(CacheStore& store, unsigned rootId, const PathDrive& root,
+                        const MountMap& mounts) {
+    return TreeVerification(store, root, mounts).run(rootId);
+}
+
+}  // namespace fscanner

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <vector>
+
+#include "fscanner/discovery/mount_map.h"
+#include "fscanner/discovery/path_info.h"
+#include "fscanner/engine/cache_store.h"
+
+namespace fscanner {
+
+/// A directory that is not as the cache has it.
+struct StaleDirectory {
+    enum class State {
+        changed,  ///< its entries may be others; those below it are looked at one by one
+        gone,     ///< it is no directory any more; what was below it is not looked at
+        covered,  ///< another drive is mounted there, which is no part of the tree: the same
+    };
+    unsigned id;
+    State state;
+    bool operator==(const StaleDirectory&) const = default;
+};
+
+/// What a comparison of a tree's directories with their stamps told.
+struct Verification {
+    enum class End {
+        finished,
+        notTrusted,  ///< stamps say nothing on this file system
+        damaged,     ///< a record cannot be read; the store knows
+    };
+    End end = End::finished;
+    std::vector<StaleDirectory> stale;   ///< a directory follows the one that holds it
+    unsigned long long directories = 0;  ///< that were looked at
+};
+
+/// Looks at each directory of the tree of `root`, which is in the cache with the ID `rootId`, and
+/// at no file: no directory is read, and no link is followed. Nothing is changed. Other drives
+/// of `mounts` are not touched. What is not stale held the same entries when the call began as
+/// when the tree was built.
+Verification verifyTree(CacheStore& store, unsigned rootId, const PathDrive& root,
+                        const MountMap& mounts);
+
+}  // namespace fscanner
