@@ -327,8 +327,8 @@ protected:
     template <typename Tell>
     unsigned long long verify(const std::string& below, Tell tell) const {
         CacheStore store(L"dirs", L"files", cache.directory().wide().c_str(), false, true);
-        EXPECT_EQ(store.lock(), 0);
-        EXPECT_EQ(store.create(0, FS_CACHE_OPEN), 0);
+        EXPECT_EQ(store.lock(), Status::success);
+        EXPECT_EQ(store.create(0, FS_CACHE_OPEN), Status::success);
         store.readStamps();
         CacheTree cached(store);
         RecordSet& record = store.directoryRecords();
@@ -340,8 +340,8 @@ protected:
         const MountMap mounts(drives);
         const PathDrive root{PathInfo(tree.wide(below).c_str(), true),
                              *mounts.holding(tree.wide(below))};
-        const Verification result =
-            verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID), root, mounts);
+        const Verification result = verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID),
+                                               {root, mounts}, [](auto) { return true; });
         EXPECT_EQ(result.end, Verification::End::finished);
         DirectoryChain chain(store);
         for (const StaleDirectory& one : result.stale) {

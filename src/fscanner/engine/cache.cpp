@@ -122,8 +122,11 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
     const bool kept = form == Form::kept;
     CheckedWriter checked(writer);
     const auto answer = [&](const QueryPlan& plan) {
-        CacheQuery run(*store_, query, maxCacheAge, &checked, timeout);
-        if (store_->readOnly() && !monitor_ && !run.isAnswered(plan)) return Status::needsChange;
+        CacheQuery run(*store_, query, {maxCacheAge, verify_}, &checked, timeout);
+        if (store_->readOnly() && !monitor_) {
+            const Status status = run.readiness(plan);
+            if (status != Status::success) return status;
+        }
         const AnswerGaps gaps(query, plan);
         const char* const name = kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
         return gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
@@ -137,7 +140,8 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
     const auto body = [&](const QueryPlan& plan) {
         if (monitor_) return Status::success;
         if (store_->readOnly()) return Status::needsChange;
-        return CacheQuery(*store_, query, maxCacheAge, nullptr, timeout).refreshTrees(plan);
+        return CacheQuery(*store_, query, {maxCacheAge, verify_}, nullptr, timeout)
+            .refreshTrees(plan);
     };
     return codeOf(operate("FS_Cache::refresh", Status::unusable, Status::lockTimedOut,
                           [&] { return runPlan(Form::plain, query, body); }));
@@ -162,7 +166,7 @@ bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport
         if (!plan) return false;
         report = FsQueryReport();
         describePlan(*plan, query, store_->files().mayHoldPatterns(), report);
-        CacheQuery lookup(*store_, query, maxCacheAge);
+        CacheQuery lookup(*store_, query, {maxCacheAge, verify_});
         for (std::size_t i = 0; i < report.steps.size(); ++i)
             lookup.explain(plan->pairs()[i], monitor_, report.steps[i]);
         return true;
@@ -191,6 +195,10 @@ int FS_Cache::forget(const wchar_t* path, bool& found) {
         return Status::unusable;
     };
     return codeOf(operate("FS_Cache::forget", Status::unusable, Status::lockTimedOut, body));
+}
+
+void FS_Cache::setVerification(bool verify) {
+    verify_ = verify;
 }
 
 void FS_Cache::setSizeLimit(unsigned long long bytes) {

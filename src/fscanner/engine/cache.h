@@ -156,6 +156,13 @@ public:
     /// whether the cache had it. 0, -40, -45 under a shared lock, or -52 in the middle of
     /// another operation.
     int forget(const wchar_t* path, bool& found);
+    /// Whether queries and `refresh` compare the trees with the disk before they answer; false at
+    /// first. The directories that changed are read again, so names are those of the disk whatever
+    /// the age of the tree, and `maxCacheAge` limits the age of sizes and attributes: a tree that
+    /// is older is rebuilt for a criteria over these alone. A criteria that reads them is tested
+    /// on those of the file as it is now. Where the file system does not tell of changes, the age
+    /// of the tree decides as it does otherwise. -45 under a shared lock where a tree has changed.
+    void setVerification(bool verify);
     /// How many bytes the tables with their indexes may take; 0, as at first: any number. A query,
     /// or `refresh`, that builds something removes the trees that were built first until the rest
     /// fits, but none that it searches itself; `compact` gives their space back. The log names
@@ -189,6 +196,7 @@ private:
 
     std::unique_ptr<CacheStore> store_;
     bool monitor_;
+    bool verify_ = false;
     unsigned long long sizeLimit_ = 0;
 };
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
+#include <set>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
@@ -41,6 +43,10 @@ public:
     // After a failed insertion the tree cannot be completed.
     bool goesOn() const override { return !failed_; }
     bool failed() const { return failed_; }
+
+protected:
+    /// Whether the walk is in the directory where it began.
+    bool atStart() const { return parents_.size() == 1; }
 
 private:
     void stamp(const DirectoryStamp& stamp) {
@@ -133,6 +139,179 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
     const WalkStatus status = walkTree(request, sink, prefix);
     if (sink.failed()) return Status::unusable;
     return status == WalkStatus::finished ? Status::success : Status::buildTimedOut;
+}
+
+// ---- Bringing a tree up to date ---------------------------------------------
+
+namespace {
+
+// The entries that the cache has of a directory.
+struct KnownEntries {
+    std::set<std::wstring> files;
+    std::map<std::wstring, unsigned> directories;  // their IDs
+
+    KnownEntries(CacheStore& store, unsigned id) {
+        RecordSet& records = store.filesRecords();
+        bool found = store.lookups().byPathId(records, id);
+        for (; found; found = records.moveNext())
+            files.insert(records.getFieldAsString(FILES_FILENAME));
+        RecordSet& children = store.directoryRecords();
+        found = store.lookups().byParentId(children, id);
+        for (; found; found = children.moveNext())
+            directories.emplace(children.getFieldAsString(DIRECTORIES_PATHNAME),
+                                children.getFieldAsInt32(DIRECTORIES_ID));
+    }
+    bool takeFile(const WalkEntry& entry) { return files.erase(entry.name()) != 0; }
+    bool takeDirectory(const WalkEntry& entry) { return directories.erase(entry.name()) != 0; }
+    bool empty() const { return files.empty() && directories.empty(); }
+};
+
+// Looks whether one directory has the entries that the cache has of it, and changes nothing.
+class Comparison : public WalkSink {
+public:
+    Comparison(CacheStore& store, unsigned id)
+        : known_(store, id), unread_(store.unread().contains(id)) {}
+
+    // The build may have failed to examine a file of a directory in the list of unread ones.
+    void file(WalkEntry& entry) override {
+        differs_ = !known_.takeFile(entry) || differs_;
+        if (unread_) entry.info();
+    }
+    bool wants(const WalkEntry& directory) override {
+        differs_ = !known_.takeDirectory(directory) || differs_;
+        return false;
+    }
+    void enter(const WalkEntry&) override {}
+    void leave() override {}
+    void opened(const Directory& directory) override {
+        const DirectoryStamp now = taker_.take(directory);
+        believable_ = taker_.trust() && now.exists() && !isRacy(now, taker_.trust()->step);
+    }
+    bool tellsLater(FsSkipReason reason, int) override {
+        if (reason == FsSkipReason::denied || reason == FsSkipReason::tooLong)
+            refused_ = true;
+        else if (reason != FsSkipReason::otherFileSystem)
+            differs_ = true;
+        believable_ = false;
+        return true;
+    }
+    bool goesOn() const override { return !differs_; }
+
+    bool differs() const { return differs_ || refused_ != unread_ || !known_.empty(); }
+    /// Whether a stamp of now would spare the next comparison.
+    bool believable() const { return believable_; }
+
+private:
+    KnownEntries known_;
+    StampTaker taker_;
+    bool unread_;  // the build could not read all of it
+    bool refused_ = false;
+    bool differs_ = false;
+    bool believable_ = false;
+};
+
+// Inserts what one directory holds and the cache does not have. Subdirectories that the cache has
+// are not entered: each has a stamp of its own.
+class UpdateSink : public CacheSink {
+public:
+    UpdateSink(CacheStore& store, unsigned id) : CacheSink(store, id), known_(store, id) {}
+
+    void file(WalkEntry& entry) override {
+        if (!atStart() || !known_.takeFile(entry)) CacheSink::file(entry);
+    }
+    bool wants(const WalkEntry& directory) override {
+        return !atStart() || !known_.takeDirectory(directory);
+    }
+    /// After the walk: the entries that are gone.
+    const KnownEntries& gone() const { return known_; }
+
+private:
+    KnownEntries known_;
+};
+
+bool removeGone(CacheStore& store, CacheTree& tree, unsigned id, const KnownEntries& gone) {
+    // The removal of a subtree clears this stamp, which was taken before the reading.
+    const DirectoryStamp stamp = store.stamps().find(id);
+    bool removed = true;
+    for (const auto& [name, child] : gone.directories)
+        removed = removed && tree.removeTree(store.directories(), store.files(), child);
+    if (!gone.files.empty()) removed = removed && tree.removeFiles(store.files(), id, gone.files);
+    return removed && store.stamps().put(id, stamp);
+}
+
+const std::vector<PathInfo> kNoPaths;
+
+WalkRequest requestOf(const TreeView& view, const std::wstring& path, unsigned timeout,
+                      bool observed) {
+    return {path.c_str(), true,    view.root.drive, kNoPaths, kNoPaths,
+            true,         timeout, &view.mounts,    observed};
+}
+
+Status updateDirectory(CacheStore& store, CacheTree& tree, const TreeView& view, unsigned id,
+                       const std::wstring& path, unsigned timeout) {
+    store.unread().remove(id);
+    UpdateSink sink(store, id);
+    const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
+    const WalkStatus walked = walkTree(requestOf(view, path, timeout, true), sink, prefix);
+    if (sink.failed()) return Status::unusable;
+    if (walked == WalkStatus::timedOut) return Status::buildTimedOut;
+    return removeGone(store, tree, id, sink.gone()) ? Status::success : Status::unusable;
+}
+
+// Empty if a directory has no path: a table is damaged.
+std::vector<std::wstring> pathsOf(CacheStore& store, const std::vector<StaleDirectory>& stale) {
+    DirectoryChain chain(store);
+    std::vector<std::wstring> paths;
+    for (const StaleDirectory& one : stale) {
+        if (!chain.enter(one.id)) {
+            store.directories().reportDamage("a directory that is not there");
+            return {};
+        }
+        paths.push_back(chain.path());
+    }
+    return paths;
+}
+
+// So many directories are read by each query before a query writes stamps for them alone.
+constexpr unsigned kReadAgain = 64;
+
+}  // namespace
+
+bool needsUpdate(CacheStore& store, const TreeView& view,
+                 const std::vector<StaleDirectory>& stale) {
+    const std::vector<std::wstring> paths = pathsOf(store, stale);
+    unsigned readAgain = 0;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        if (stale[i].state != StaleDirectory::State::changed) return true;
+        Comparison comparison(store, stale[i].id);
+        const LogPrefix prefix{"FS_Cache::verify", &dfsState()};
+        const WalkStatus walked =
+            walkTree(requestOf(view, paths[i], kNoTimeout, false), comparison, prefix);
+        if (walked == WalkStatus::timedOut || comparison.differs()) return true;
+        if (comparison.believable() && ++readAgain > kReadAgain) return true;
+    }
+    return false;
+}
+
+Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
+                  const std::vector<StaleDirectory>& stale, unsigned timeout) {
+    const std::vector<std::wstring> paths = pathsOf(store, stale);
+    if (paths.size() != stale.size() || !store.beginTree()) return Status::unusable;
+    const unsigned start = getTickCount();
+    for (std::size_t i = 0; i < stale.size(); ++i) {
+        const unsigned id = stale[i].id;
+        // It may have gone with the one that held it.
+        if (!store.lookups().byId(store.directoryRecords(), id)) continue;
+        const unsigned elapsed = getTickCount() - start;
+        if (elapsed >= timeout) return Status::buildTimedOut;
+        Status status = Status::success;
+        if (stale[i].state == StaleDirectory::State::changed)
+            status = updateDirectory(store, tree, view, id, paths[i], timeout - elapsed);
+        else if (!tree.removeTree(store.directories(), store.files(), id))
+            status = Status::unusable;
+        if (status != Status::success) return status;
+    }
+    return Status::success;
 }
 
 // ---- Upkeep -----------------------------------------------------------------

@@ -3,6 +3,7 @@
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/cache_verify.h"
 #include "fscanner/engine/query_plan.h"
 
 namespace fscanner {
@@ -17,6 +18,20 @@ namespace fscanner {
 /// the tree is there then; `unusable` when a record could not be written.
 Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
                  unsigned timeout);
+
+// A tree that was compared with the disk: see cache_verify.h.
+
+/// Whether directories that are not as they were hold other entries than the cache has of them, or
+/// so many must be read to know it that their stamps should be taken anew. Changes nothing. False
+/// also after damage, which the store knows.
+bool needsUpdate(CacheStore& store, const TreeView& view, const std::vector<StaleDirectory>& stale);
+
+/// Brings the records of these directories up to date: inserts new files and new subtrees, and
+/// removes what is gone. The build time of the tree stays, because sizes and attributes of the
+/// other files do. `timeout` is in milliseconds. `success`, `unusable` or `buildTimedOut`; after
+/// the last two the changes are to be undone.
+Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
+                  const std::vector<StaleDirectory>& stale, unsigned timeout);
 
 // Trees that are removed without being built anew.
 

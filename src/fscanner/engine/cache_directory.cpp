@@ -182,6 +182,7 @@ bool FsCacheSettings::set(const char* key, const char* value) {
     if (name == FS_OPTION_MONITORED) return parseBool(value, monitored);
     if (name == FS_OPTION_COMPRESSED) return parseBool(value, compressed);
     if (name == FS_OPTION_FRESH) return parseBool(value, fresh);
+    if (name == FS_OPTION_VERIFY) return parseBool(value, verify);
     if (name == FS_OPTION_WAIT) return parseCount(value, wait);
     if (name == FS_OPTION_CACHE_LIMIT) return parseSize(value, limit);
     if (name != FS_OPTION_CACHE_DIRECTORY || *value != '/') return false;
@@ -197,6 +198,7 @@ FsCacheSettings fsCacheSettings(const FsConfig& config, std::string* error) {
         {FS_OPTION_CACHE_DIRECTORY, " is no absolute path"},
         {FS_OPTION_MONITORED, " is neither true nor false"},
         {FS_OPTION_COMPRESSED, " is neither true nor false"},
+        {FS_OPTION_VERIFY, " is neither true nor false"},
         {FS_OPTION_CACHE_LIMIT, " is no size such as 500M"}};
     for (const auto& [key, rule] : keys) {
         const std::string value = config.getString("provider_cache", key, "");

@@ -42,6 +42,7 @@ struct FSCANNER_EXPORT FsCacheSettings {
     std::wstring directory;        ///< absolute path; empty: `fsDefaultCacheDirectory`
     bool monitored = false;        ///< trees of the cache are used at any age, and none is built
     bool compressed = false;       ///< tables store numbers in as few bytes as they need
+    bool verify = false;           ///< trees are compared with the disk before they answer
     unsigned long long limit = 0;  ///< size limit of the cache in bytes; 0: no limit
     bool fresh = false;            ///< no answer comes from the cache; not a key of the section
     int wait = 60000;              ///< longest wait for the lock, in ms; not a key of the section

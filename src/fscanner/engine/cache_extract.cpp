@@ -1,12 +1,17 @@
 #include "fscanner/engine/cache_extract.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <map>
 #include <memory>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
 #include "fscanner/common/time.h"
+#include "fscanner/common/utf8.h"
 #include "fscanner/common/wildcard.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/answer_gaps.h"
@@ -16,6 +21,7 @@
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
+#include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
 
 namespace fscanner {
@@ -65,6 +71,8 @@ public:
 };
 
 constexpr unsigned kRefusedPerClock = 64;
+// The fields of a file that change without its directory.
+constexpr std::array<unsigned, 2> kFacts{FILES_SIZE, FILES_ATTR};
 
 // One run over the files table.
 class Extraction {
@@ -112,6 +120,10 @@ private:
     void addPair(const PathDrive& pair);
     const Place* coveringPair(const wchar_t* directory) const;
     bool holds();
+    bool examinedHolds();
+    int examine(struct stat& info);
+    bool reads(const FieldKind& field) const { return evaluator_.readsField(field.name); }
+    bool readsFacts() const { return reads(file_fields::kSize) || reads(file_fields::kAttributes); }
     bool lacksInfo(unsigned attributes) const;
     bool hasTime() const;
     bool hasTimeAt(Directory directory);
@@ -137,6 +149,10 @@ private:
     std::size_t longestPair_ = 0;
     std::size_t settledDepth_ = 0;  // level of the chain below which all is accepted; 0: none
     std::wstring prefix_;
+    bool examines_ = false;         // files, before they are emitted
+    fscanner::Directory examined_;  // that of the file that was examined last
+    unsigned examinedId_ = 0;       // its ID
+    FsFileInfo facts_;
     const std::size_t longestPath_ = longestPath();
     std::wstring tooLong_;  // the directory that the observer was told of last
 };
@@ -157,9 +173,13 @@ Status Extraction::run() {
     // the whole cache. So the record set delivers all, and the criteria is tested second.
     const bool filtered = request_.criteria && *request_.criteria;
     const bool runsCommands = filtered && evaluator_.compile() && evaluator_.usesCommands();
-    if (runsCommands)
+    examines_ = request_.examines && filtered && evaluator_.compile() && readsFacts();
+    const bool namesFirst = examines_ && (runsCommands || reads(file_fields::kName));
+    if (namesFirst)
+        files.stopAtCandidates(kFacts);
+    else if (runsCommands)
         files.setCriteria(nullptr, request_.caseSensitive);
-    else
+    else if (!examines_)
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
@@ -169,7 +189,7 @@ Status Extraction::run() {
     const bool readsAll = !files.walksIndex();
     if (readsAll && !(store_.recordsHold() && store_.files().checkOffsets()))
         return Status::unusable;
-    const Status status = runsCommands ? testAcceptedFiles() : emitMatches();
+    const Status status = runsCommands || namesFirst ? testAcceptedFiles() : emitMatches();
     if (status != Status::success) return status;
     exclusions_.lookUpOthers(
         store_, [this](const wchar_t* directory) { return coveringPair(directory) != nullptr; });
@@ -189,10 +209,8 @@ void Extraction::tellUnread() {
 // Whether the build could not examine the file at hand, and the criteria was tested on the size
 // and attributes 0 that its record has instead.
 bool Extraction::lacksInfo(unsigned attributes) const {
-    return attributes == 0 && store_.unread().contains(pathId_) &&
-           store_.filesRecords().getFieldAsInt64(FILES_SIZE) == 0 &&
-           (evaluator_.readsField(file_fields::kSize.name) ||
-            evaluator_.readsField(file_fields::kAttributes.name));
+    return attributes == 0 && !examines_ && store_.unread().contains(pathId_) &&
+           store_.filesRecords().getFieldAsInt64(FILES_SIZE) == 0 && readsFacts();
 }
 
 void Extraction::emit() {
@@ -210,7 +228,8 @@ Status Extraction::emitMatches() {
         const Directory directory = enter(files.getFieldAsInt32(FILES_PATHID));
         if (!hasTimeAt(directory)) return timedOut();
         if (directory == Directory::missing) return interrupted();
-        if (directory == Directory::accepted) emit();
+        if (directory != Directory::accepted) continue;
+        if (!examines_ || examinedHolds()) emit();
     }
     return Status::success;
 }
@@ -224,7 +243,7 @@ Status Extraction::testAcceptedFiles() {
         // With no path, the command "path" would not match, and the file be missed in silence.
         if (directory == Directory::missing) return interrupted();
         if (!goesOn()) return Status::queryTimedOut;
-        if (!holds()) continue;
+        if (!(examines_ ? examinedHolds() : holds())) continue;
         if (!hasTime()) return timedOut();
         emit();
     }
@@ -235,6 +254,36 @@ bool Extraction::holds() {
     if (evaluator_.check(request_.caseSensitive) > 0) return true;
     if (evaluator_.failedOnRecord()) noteUndecided();
     return false;
+}
+
+// Whether the criteria holds for the file as it is now; its record gets these facts. A file that is
+// gone is no match.
+bool Extraction::examinedHolds() {
+    struct stat info {};
+    const int error = examine(info);
+    if (error == ENOENT || error == ENOTDIR || error == ELOOP) return false;
+    if (error == 0 && S_ISDIR(info.st_mode)) return false;
+    facts_.forgetInfo();
+    if (error != 0 || !facts_.updateFrom(info)) {
+        noteUndecided();
+        return false;
+    }
+    RecordSet& files = store_.filesRecords();
+    files.setFieldAsInt64(FILES_SIZE, facts_.getSize());
+    files.setFieldAsInt32(FILES_ATTR, facts_.getAttr());
+    return holds();
+}
+
+// Most files lie in the directory of the last one, which stays open.
+int Extraction::examine(struct stat& info) {
+    if (examinedId_ != pathId_ || !examined_.isOpen()) {
+        examinedId_ = pathId_;
+        const int error =
+            examined_.openPath(toMultibyte(chain_.path()).c_str(), DirectoryUse::reach);
+        if (error != 0) return error;
+    }
+    const wchar_t* const name = store_.filesRecords().getFieldAsString(FILES_FILENAME);
+    return examined_.statEntry(toMultibyte(name).c_str(), info);
 }
 
 Status Extraction::timedOut() {

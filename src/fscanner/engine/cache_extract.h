@@ -17,6 +17,9 @@ struct ExtractionRequest {
     std::vector<PathInfo> exclude;
     bool caseSensitive;
     unsigned timeout;  ///< milliseconds
+    /// A criteria that reads sizes or attributes is tested on those that the files have now, and
+    /// these are written. If it reads nothing else, the stored ones tell which files to examine.
+    bool examines = false;
 };
 
 /// Reads the files table once and writes the files that satisfy the criteria and lie

@@ -5,7 +5,9 @@
 #include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
 #include "fscanner/discovery/path_resolver.h"
+#include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_build.h"
+#include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_query.h"
@@ -15,11 +17,13 @@ namespace fscanner {
 
 namespace {
 
+using Refreshed = CacheStore::Refreshed::How;
+
 constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
 
 }  // namespace
 
-CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCacheAge,
+CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules& rules,
                        FsResultSetWriter* writer, unsigned timeout)
     : store_(store),
       tree_(store),
@@ -27,7 +31,8 @@ CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCach
       writer_(writer),
       timeout_(timeout),
       now_(static_cast<unsigned>(getCurrentTime())),
-      oldest_(now_ - maxCacheAge) {}
+      oldest_(now_ - rules.maxAge),
+      verify_(rules.verify && rules.maxAge != FS_CACHE_REBUILD) {}
 
 // ---- Cache only -------------------------------------------------------------
 
@@ -63,12 +68,35 @@ Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const cha
     const Found found = find(pair);
     // A tree that only damage hides must not be built a second time.
     if (store_.damaged()) return Status::unusable;
-    // The observer was told of the scan when the tree was built.
-    if (isRefreshed(pair, found)) return Status::success;
-    if (!isYoung(found.built)) return refresh(plan, pair, found, name);
+    if (const CacheStore::Refreshed* const done = refreshed(pair, found)) {
+        // The observer was told of the scan when the tree was built.
+        if (done->how == Refreshed::verified) tellOfCached(path, found.built, &done->verification);
+        return Status::success;
+    }
+    const Fitness fitness = verified_.contains(path) ? Fitness::fits : judge(plan, pair, found);
+    const Status status = settle(plan, pair, found, fitness, name);
+    if (status != Status::success || fitness == Fitness::tooOld) return status;
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
-    tellOfCached(path, found.built);
-    return Status::success;
+    const auto verified = verified_.find(path);
+    tellOfCached(path, found.built, verified == verified_.end() ? nullptr : &verified->second);
+    return status;
+}
+
+// Sees to it that the tree of a local pair can answer.
+Status CacheQuery::settle(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                          Fitness fitness, const char* name) {
+    switch (fitness) {
+        case Fitness::fits:
+            return Status::success;
+        case Fitness::tooOld:
+            return refresh(plan, pair, found, name);
+        case Fitness::changed:
+            return bringUpToDate(plan, pair, found, name);
+        case Fitness::stopped:
+            return Status::queryTimedOut;
+        default:
+            return Status::unusable;
+    }
 }
 
 // Builds the tree of a local pair anew.
@@ -86,7 +114,7 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     // `buildTree` stamps the record before it opens the directory: a path that is no
     // directory would look like a young, empty tree.
     const bool isDirectory = fs_examineSearched(path) == 0;
-    store_.noteRefreshed(path, isDirectory);
+    store_.noteRefreshed(path, {isDirectory ? Refreshed::built : Refreshed::noDirectory});
     // Under a shared lock nothing is built.
     if (!isDirectory || store_.readOnly()) return Status::success;
     if (!found.record && !store_.beginTree()) return Status::unusable;
@@ -113,8 +141,7 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!QueryPlan::isLocal(pair)) continue;
         const Found found = find(pair);
-        const Status status =
-            isYoung(found.built) ? Status::success : refresh(plan, pair, found, "refresh");
+        const Status status = settle(plan, pair, found, judge(plan, pair, found), "refresh");
         if (status == Status::success) continue;
         if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
         return status;
@@ -124,18 +151,117 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan) {
 
 // ---- Without a change -------------------------------------------------------
 
-bool CacheQuery::isAnswered(const QueryPlan& plan) {
-    return std::all_of(plan.pairs().begin(), plan.pairs().end(), [&](const PathDrive& pair) {
-        if (!QueryPlan::isLocal(pair)) return true;
+Status CacheQuery::readiness(const QueryPlan& plan) {
+    for (const PathDrive& pair : plan.pairs()) {
+        if (!QueryPlan::isLocal(pair)) continue;
         const Found found = find(pair);
-        return isYoung(found.built) || isRefreshed(pair, found) || leavesOut(plan, pair) ||
-               (!found.record && !fs_isValidPath(pair.path.getPathName()));
-    });
+        if (refreshed(pair, found) || leavesOut(plan, pair)) continue;
+        switch (judge(plan, pair, found)) {
+            case Fitness::fits:
+                break;
+            case Fitness::changed:
+                return Status::needsChange;
+            case Fitness::tooOld:
+                if (found.record || fs_isValidPath(pair.path.getPathName()))
+                    return Status::needsChange;
+                break;
+            case Fitness::stopped:
+                return Status::queryTimedOut;
+            default:
+                return Status::unusable;
+        }
+    }
+    return Status::success;
 }
 
 // Only under a shared lock: a session that may change the cache builds old trees anew.
-bool CacheQuery::isRefreshed(const PathDrive& pair, const Found& found) const {
-    return store_.readOnly() && store_.isRefreshed(pair.path.getPathName(), found.id);
+const CacheStore::Refreshed* CacheQuery::refreshed(const PathDrive& pair,
+                                                   const Found& found) const {
+    if (!store_.readOnly()) return nullptr;
+    return store_.refreshed(pair.path.getPathName(), found.id, found.built);
+}
+
+// ---- Verification -----------------------------------------------------------
+
+// No look at the directories tells of sizes: where they alone decide, it is their age.
+bool CacheQuery::verifies(const Found& found) {
+    return verify_ && found.built != 0 && (isYoung(found.built) || !readsFactsAlone());
+}
+
+CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
+                                      const Found& found) {
+    if (!verifies(found)) return judgeAge(found);
+    const TreeView view{pair, plan.mounts()};
+    const unsigned start = getTickCount();
+    verification_ = verify(view, found.id);
+    switch (verification_.end) {
+        case Verification::End::finished:
+            break;
+        case Verification::End::notTrusted:
+            return judgeAge(found);
+        case Verification::End::stopped:
+            return Fitness::stopped;
+        default:
+            return Fitness::damaged;
+    }
+    // Under a shared lock the directories are compared first: where they have the same entries,
+    // nothing is to be changed.
+    const std::vector<StaleDirectory>& stale = verification_.stale;
+    const bool changed = !stale.empty() && (!store_.readOnly() || needsUpdate(store_, view, stale));
+    verifyMilliseconds_ = getTickCount() - start;
+    if (store_.damaged()) return Fitness::damaged;
+    if (changed) return Fitness::changed;
+    noteVerified(pair);
+    return Fitness::fits;
+}
+
+Verification CacheQuery::verify(const TreeView& view, unsigned id) const {
+    const unsigned start = getTickCount();
+    FsScanObserver* const observer = scanObserver();
+    const wchar_t* const path = view.root.path.getPathName();
+    return verifyTree(store_, id, view, [&](unsigned long long directories) {
+        const unsigned elapsed = getTickCount() - start;
+        return elapsed < timeout_ &&
+               (!observer || observer->progress({path, 0, directories, elapsed}));
+    });
+}
+
+// Under a shared lock it is good for this query alone. A session that may change the cache has
+// brought it up to date for the queries of its object.
+void CacheQuery::noteVerified(const PathDrive& pair) {
+    const wchar_t* const path = pair.path.getPathName();
+    const FsVerification result{nullptr, verification_.directories, verification_.stale.size(),
+                                verifyMilliseconds_, readsFactsAlone()};
+    verified_[path] = result;
+    if (!store_.readOnly()) store_.noteRefreshed(path, {Refreshed::verified, result});
+}
+
+Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                                 const char* name) {
+    const auto& stale = verification_.stale;
+    const bool rootIsGone =
+        stale.front().id == found.id && stale.front().state != StaleDirectory::State::changed;
+    if (rootIsGone) return refresh(plan, pair, found, name);
+    debug("FS_Cache::%s - %u directories are read again in [%ls]\n", name,
+          static_cast<unsigned>(stale.size()), pair.path.getPathName());
+    const unsigned start = getTickCount();
+    const Status status = updateTree(store_, tree_, {pair, plan.mounts()}, stale, timeout_);
+    verifyMilliseconds_ += getTickCount() - start;
+    if (status != Status::success) return status;
+    // The system failed to read a directory, and so the tree counts as never built.
+    const Found updated = find(pair);
+    if (updated.built == 0) return refresh(plan, pair, updated, name);
+    noteVerified(pair);
+    return status;
+}
+
+// A criteria over sizes or attributes, and over nothing else.
+bool CacheQuery::readsFactsAlone() {
+    if (!readsFactsAlone_)
+        readsFactsAlone_ =
+            FileProcessor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search)
+                .needsInfoAlone();
+    return *readsFactsAlone_;
 }
 
 bool CacheQuery::leavesOut(const QueryPlan& plan, const PathDrive& pair) const {
@@ -143,9 +269,15 @@ bool CacheQuery::leavesOut(const QueryPlan& plan, const PathDrive& pair) const {
                          pair.path.getRecursive());
 }
 
-void CacheQuery::tellOfCached(const wchar_t* path, unsigned built) const {
-    if (FsScanObserver* const observer = scanObserver())
-        observer->fromCache(path, now_ > built ? now_ - built : 0);
+void CacheQuery::tellOfCached(const wchar_t* path, unsigned built,
+                              const FsVerification* verification) const {
+    FsScanObserver* const observer = scanObserver();
+    if (!observer) return;
+    observer->fromCache(path, now_ > built ? now_ - built : 0);
+    if (!verification) return;
+    FsVerification told = *verification;
+    told.path = path;
+    observer->verified(told);
 }
 
 // ---- Monitored --------------------------------------------------------------
@@ -217,8 +349,8 @@ ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
                                            const std::vector<PathDrive>& pairs) const {
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
-    return {query_.getQuery(),         plan.mounts(), pairs, std::move(exclude),
-            query_.getCaseSensitive(), timeout_};
+    return {query_.getQuery(),         plan.mounts(), pairs,  std::move(exclude),
+            query_.getCaseSensitive(), timeout_,      verify_};
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {
@@ -226,7 +358,8 @@ void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step
     const Found found = find(pair);
     step.inCache = found.built != 0;
     step.ageSeconds = step.inCache && now_ > found.built ? now_ - found.built : 0;
-    const bool served = monitored ? step.inCache : isYoung(found.built);
+    step.verified = !monitored && verifies(found) && isVerifiable(pair.path.getPathName());
+    const bool served = monitored ? step.inCache : step.verified || isYoung(found.built);
     if (served) {
         step.way = FsSearchWay::cached;
     } else if (!monitored && step.way == FsSearchWay::direct) {

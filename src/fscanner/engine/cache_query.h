@@ -1,11 +1,14 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "fscanner/engine/cache_extract.h"
 #include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/cache_verify.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/engine/walk.h"
 #include "fscanner/fs/fs_explain.h"
@@ -14,6 +17,14 @@ namespace fscanner {
 
 class FsQuery;
 class FsResultSetWriter;
+
+/// Which trees of a cache may answer.
+struct TreeRules {
+    unsigned maxAge;  ///< seconds
+    /// Trees of any age are compared with the disk, and brought up to date, where the file system
+    /// allows that; `maxAge` then limits the age of sizes and attributes.
+    bool verify = false;
+};
 
 /// One query over a cache. There are four ways to run it, by two choices.
 ///
@@ -25,7 +36,7 @@ class CacheQuery {
 public:
     /// `timeout` is in milliseconds, `maxCacheAge` in seconds. Without a writer the query
     /// can only be explained.
-    CacheQuery(CacheStore& store, const FsQuery& query, unsigned maxCacheAge,
+    CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules& rules,
                FsResultSetWriter* writer = nullptr, unsigned timeout = 0);
 
     /// `success`, `unusable`, `queryTimedOut` or `buildTimedOut`. `name` is the operation's,
@@ -35,9 +46,9 @@ public:
     /// Does what `cacheOnly` does before it gives an answer: sees to it that the trees of
     /// the local pairs are young enough. `success`, `unusable` or `buildTimedOut`.
     Status refreshTrees(const QueryPlan& plan);
-    /// Whether `cacheOnly` would answer without changing the cache. Where not, it needs a
-    /// cache that may be changed.
-    bool isAnswered(const QueryPlan& plan);
+    /// Whether `cacheOnly` would answer without changing the cache: `success`; `needsChange` if it
+    /// needs a cache that may be changed; `queryTimedOut` or `unusable`.
+    Status readiness(const QueryPlan& plan);
     /// Completes a step that may be answered from the cache.
     void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
 
@@ -50,9 +61,25 @@ private:
     };
     Found find(const PathDrive& pair);
     bool lacksLongPaths(unsigned root);
-    void tellOfCached(const wchar_t* path, unsigned built) const;
+    void tellOfCached(const wchar_t* path, unsigned built,
+                      const FsVerification* verification = nullptr) const;
     bool isYoung(unsigned built) const;
-    bool isRefreshed(const PathDrive& pair, const Found& found) const;
+
+    /// How a tree compares with what the query needs.
+    enum class Fitness { fits, tooOld, changed, stopped, damaged };
+    Fitness judge(const QueryPlan& plan, const PathDrive& pair, const Found& found);
+    Fitness judgeAge(const Found& found) const {
+        return isYoung(found.built) ? Fitness::fits : Fitness::tooOld;
+    }
+    Verification verify(const TreeView& view, unsigned id) const;
+    bool readsFactsAlone();
+    bool verifies(const Found& found);
+    Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
+                         const char* name);
+    void noteVerified(const PathDrive& pair);
+    Status settle(const QueryPlan& plan, const PathDrive& pair, const Found& found, Fitness fitness,
+                  const char* name);
+    const CacheStore::Refreshed* refreshed(const PathDrive& pair, const Found& found) const;
     bool leavesOut(const QueryPlan& plan, const PathDrive& pair) const;
 
     WalkStatus scanDirectly(const QueryPlan& plan, const PathDrive& pair);
@@ -71,6 +98,11 @@ private:
     unsigned timeout_;
     unsigned now_;
     unsigned oldest_;  // trees built before are too old; wraps
+    bool verify_;
+    std::optional<bool> readsFactsAlone_;
+    Verification verification_;                        // the last one
+    unsigned verifyMilliseconds_ = 0;                  // what it took
+    std::map<std::wstring, FsVerification> verified_;  // by path: trees that are up to date
 };
 
 /// A plan that a process keeps between queries. The mount table is read for each query. The

@@ -266,9 +266,16 @@ void CacheStore::openRecordSets() {
     ancestorRecords_ = directories().openRecordSet();
 }
 
-bool CacheStore::isRefreshed(const std::wstring& path, unsigned id) const {
+// A tree that this object built has an ID that was given since; so has one that others built later.
+const CacheStore::Refreshed* CacheStore::refreshed(const std::wstring& path, unsigned id,
+                                                   unsigned built) const {
     const auto found = refreshed_.find(path);
-    return found != refreshed_.end() && (id > oldIndex_ || !found->second);
+    if (found == refreshed_.end()) return nullptr;
+    using How = Refreshed::How;
+    const How how = found->second.how;
+    const bool lost =
+        (how == How::built && id <= oldIndex_) || (how == How::verified && built == 0);
+    return lost ? nullptr : &found->second;
 }
 
 unsigned CacheStore::builtTime(const RecordSet& directory) const {

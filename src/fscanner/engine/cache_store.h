@@ -13,6 +13,7 @@
 #include "fscanner/engine/directory_stamps.h"
 #include "fscanner/engine/status.h"
 #include "fscanner/engine/unread_directories.h"
+#include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/store/table_replacement.h"
 #include "fscanner/store/undo_journal.h"
 
@@ -93,12 +94,21 @@ public:
     /// be done, on a disk that is nearly full, say; the records are to be removed then.
     bool startAnew();
 
-    /// Notes that what a path needs was done since this object opened the cache: a tree was
-    /// built there, or there is none to be built.
-    void noteRefreshed(const std::wstring& path, bool built) { refreshed_[path] = built; }
-    /// Whether that is so, and the path's directory, if it has the ID, is of that tree or of a
-    /// later one: others may have used the cache since. 0: there is no record.
-    bool isRefreshed(const std::wstring& path, unsigned id) const;
+    /// What was done for a path since this object opened the cache.
+    struct Refreshed {
+        enum class How {
+            built,       ///< its tree was built
+            verified,    ///< its tree was compared with the disk and brought up to date
+            noDirectory  ///< there is none to be built
+        };
+        How how = How::built;
+        FsVerification verification = {};  ///< without its path
+    };
+    void noteRefreshed(const std::wstring& path, const Refreshed& what) { refreshed_[path] = what; }
+    /// Null if nothing was, or the path's tree is not as good any more: others may have used the
+    /// cache since. `id` is that of its directory, 0 if there is no record; `built` is when its
+    /// tree was built.
+    const Refreshed* refreshed(const std::wstring& path, unsigned id, unsigned built) const;
 
     /// To be called before a file is inserted whose name holds "*" or "?": from then on
     /// no search of this cache looks names up.
@@ -193,7 +203,7 @@ private:
     unsigned directoriesIndex_ = 0;
     unsigned long long keptBytes_ = 0;  // the tables' when their state was kept
     unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache
-    std::map<std::wstring, bool> refreshed_;  // by path: whether a tree was built
+    std::map<std::wstring, Refreshed> refreshed_;  // by path
     UnreadDirectories unread_;
     bool unreadFits_ = true;  // its file, and so the counter that is in both
     std::unique_ptr<SumsFile> sums_;

@@ -151,14 +151,25 @@ bool CacheTree::isAlone(RecordSet& directories, unsigned id) {
     return id == 0;
 }
 
-bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
+template <typename IsOne>
+bool CacheTree::removeFilesWhere(FS_Table& files, unsigned pathId, IsOne isOne) {
     pathMap_.clear();
     RecordSet records = files.openRecordSet();
     bool removed = true;
     for (bool found = store_.lookups().byPathId(records, pathId); found; found = records.moveNext())
-        removed = records.remove() && removed;
+        if (isOne(records)) removed = records.remove() && removed;
     if (!files.closeRecordSet(records)) debug("FS_Cache::removeFiles - closeRecordSet failed!\n");
     return removed;
+}
+
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
+    return removeFilesWhere(files, pathId, [](const RecordSet&) { return true; });
+}
+
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, const std::set<std::wstring>& names) {
+    return removeFilesWhere(files, pathId, [&names](const RecordSet& record) {
+        return names.contains(record.getFieldAsString(FILES_FILENAME));
+    });
 }
 
 // The directory that held it lacks something now, whatever the system says of it.

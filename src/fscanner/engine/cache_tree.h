@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -74,8 +75,10 @@ public:
 
     /// Forgets the paths that are kept: to be called when records were removed.
     void forget() { pathMap_.clear(); }
-    /// Removes the files whose directory is `pathId`. False when one could not be removed.
+    /// Removes the files whose directory is `pathId`, all or those with one of these names. False
+    /// when one could not be removed.
     bool removeFiles(FS_Table& files, unsigned pathId);
+    bool removeFiles(FS_Table& files, unsigned pathId, const std::set<std::wstring>& names);
     /// Removes directory `id` with all below it. False when a record could not be removed.
     bool removeTree(FS_Table& directories, FS_Table& files, unsigned id);
     /// Removes directory `id`, and those that hold it, as long as they hold nothing else and
@@ -94,6 +97,8 @@ private:
     bool findSpelledPath(RecordSet& candidates, RecordSet& ancestors, const wchar_t* path,
                          bool caseFlag);
     const Known* known(RecordSet& directories, unsigned id);
+    template <typename IsOne>
+    bool removeFilesWhere(FS_Table& files, unsigned pathId, IsOne isOne);
     bool removeFromParent(RecordSet& directory);
 
     CacheStore& store_;

@@ -26,6 +26,8 @@ using State = StaleDirectory::State;
 
 // The deepest levels whose descriptors stay open; those above are opened again from the root.
 constexpr std::size_t kOpenLevels = 16;
+// So many directories are looked at before the caller is asked whether to go on.
+constexpr unsigned kPerQuestion = 256;
 
 struct Level {
     unsigned id = 0;
@@ -45,10 +47,13 @@ bool isAbsent(int error) {
 
 class TreeVerification {
 public:
-    TreeVerification(CacheStore& store, const PathDrive& root, const MountMap& mounts)
+    using GoesOn = std::function<bool(unsigned long long)>;
+
+    TreeVerification(CacheStore& store, const TreeView& view, const GoesOn& goesOn)
         : store_(store),
-          root_(root),
-          mounts_(mounts.hasInside(root.path.getPathName()) ? &mounts : nullptr),
+          root_(view.root),
+          mounts_(view.mounts.hasInside(root_.path.getPathName()) ? &view.mounts : nullptr),
+          goesOn_(goesOn),
           chain_(store) {}
 
     Verification run(unsigned rootId);
@@ -75,9 +80,11 @@ private:
     CacheStore& store_;
     const PathDrive& root_;
     const MountMap* mounts_;  // null where none lies inside
+    const GoesOn& goesOn_;
     DirectoryChain chain_;
     Verification result_;
     const StampTrust* trust_ = nullptr;
+    dev_t device_ = 0;                            // the root's
     std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
     std::size_t depth_ = 0;
     std::vector<unsigned> inside_;
@@ -96,7 +103,7 @@ Verification TreeVerification::run(unsigned rootId) {
         result_.end = Verification::End::damaged;
         return std::move(result_);
     }
-    if (!enterRoot(rootId)) return std::move(result_);
+    if (!enterRoot(rootId) || !root_.path.getRecursive()) return std::move(result_);
     FS_Table& directories = store_.directories();
     unsigned record = records.recordId();
     while (directories.moveNext(record)) {
@@ -105,6 +112,10 @@ Verification TreeVerification::run(unsigned rootId) {
             return std::move(result_);
         }
         if (parent_ < rootId) continue;
+        if (result_.directories % kPerQuestion == 0 && !goesOn_(result_.directories)) {
+            result_.end = Verification::End::stopped;
+            return std::move(result_);
+        }
         if (const std::size_t depth = depthOf(parent_); depth > 0) {
             depth_ = depth;
             visit();
@@ -133,6 +144,7 @@ bool TreeVerification::enterRoot(unsigned id) {
         return false;
     }
     trust_ = findStampTrust(type);
+    device_ = info.st_dev;
     if (!trust_) {
         result_.end = Verification::End::notTrusted;
         return false;
@@ -213,8 +225,10 @@ bool TreeVerification::look(const Directory* parent) {
     return true;
 }
 
+// Another device may be a file system of another kind, whose times go in other steps.
 void TreeVerification::compare(const struct stat& info) {
-    if (!isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust_->step))
+    if (info.st_dev != device_ ||
+        !isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust_->step))
         note(State::changed);
 }
 
@@ -244,9 +258,17 @@ bool TreeVerification::visitByPath() {
 
 }  // namespace
 
-Verification verifyTree(CacheStore& store, unsigned rootId, const PathDrive& root,
-                        const MountMap& mounts) {
-    return TreeVerification(store, root, mounts).run(rootId);
+bool isVerifiable(const wchar_t* path) {
+    Directory directory;
+    long type = 0;
+    return directory.openPath(toMultibyte(path).c_str(), DirectoryUse::reach) == 0 &&
+           directory.fileSystemType(type) == 0 && findStampTrust(type);
+}
+
+Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view,
+                        const std::function<bool(unsigned long long)>& goesOn) {
+    (void)store.readStamps();  // without them, every directory counts as changed
+    return TreeVerification(store, view, goesOn).run(rootId);
 }
 
 }  // namespace fscanner

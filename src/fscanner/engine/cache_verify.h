@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "fscanner/discovery/mount_map.h"
@@ -20,23 +21,34 @@ struct StaleDirectory {
     bool operator==(const StaleDirectory&) const = default;
 };
 
+/// The tree to be verified. Refers to objects of the caller.
+struct TreeView {
+    const PathDrive& root;  ///< a path that is not recursive is one directory
+    const MountMap& mounts;
+};
+
 /// What a comparison of a tree's directories with their stamps told.
 struct Verification {
     enum class End {
         finished,
         notTrusted,  ///< stamps say nothing on this file system
         damaged,     ///< a record cannot be read; the store knows
+        stopped,     ///< the caller said so
     };
     End end = End::finished;
     std::vector<StaleDirectory> stale;   ///< a directory follows the one that holds it
     unsigned long long directories = 0;  ///< that were looked at
 };
 
-/// Looks at each directory of the tree of `root`, which is in the cache with the ID `rootId`, and
-/// at no file: no directory is read, and no link is followed. Nothing is changed. Other drives
-/// of `mounts` are not touched. What is not stale held the same entries when the call began as
-/// when the tree was built.
-Verification verifyTree(CacheStore& store, unsigned rootId, const PathDrive& root,
-                        const MountMap& mounts);
+/// Whether directories of the file system of this path tell of changes. False also where that
+/// cannot be found out.
+bool isVerifiable(const wchar_t* path);
+
+/// Looks at each directory of the tree, whose root is in the cache with the ID `rootId`, and at no
+/// file: no directory is read, and no link is followed. Nothing is changed. Other drives are not
+/// touched. What is not stale held the same entries when the call began as when the tree was
+/// built. `goesOn` is asked now and then, with the number of directories so far.
+Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view,
+                        const std::function<bool(unsigned long long)>& goesOn);
 
 }  // namespace fscanner

@@ -110,6 +110,14 @@ FileProcessor::FileProcessor(const wchar_t* criteria, bool caseSensitive, Criter
             Conditions(evaluator_->tree(), fields_, caseSensitive, Conditions::First::texts);
 }
 
+bool FileProcessor::needsInfoAlone() const {
+    if (!needsInfo_ || evaluator_->usesCommands()) return false;
+    const auto reads = [this](const FieldKind& field) {
+        return evaluator_->readsField(field.name);
+    };
+    return !reads(file_fields::kName) && !reads(file_fields::kShortName);
+}
+
 // The list of commands points to members of this object. A command left in it would also hide
 // variables whose names begin with the command's name.
 FileProcessor::~FileProcessor() {

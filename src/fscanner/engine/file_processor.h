@@ -68,6 +68,8 @@ public:
     bool compiles() const { return compiles_; }
     /// Whether the criteria reads the size or the attributes.
     bool needsInfo() const { return needsInfo_; }
+    /// Whether it reads these alone, and neither names nor commands.
+    bool needsInfoAlone() const;
 
 private:
     bool registerCommands();

@@ -88,7 +88,7 @@ public:
         : request_(request),
           sink_(sink),
           log_(log),
-          observer_(scanObserver()),
+          observer_(request.observed ? scanObserver() : nullptr),
           mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
                                                                             : nullptr) {}
 
@@ -299,16 +299,17 @@ WalkStatus Walk::visit() {
 
 WalkStatus Walk::visitDirectory() {
     path_ += entry_.name();
-    if (isTooLong()) {
+    const bool tooLong = isTooLong();
+    const bool other = !tooLong && isOtherDrive();
+    if (other || (!tooLong && excludes(path_.c_str(), true))) {
+        debug("%s - path '%ls' excluded!\n", log_.text, path_.c_str());
+        noteSkipped(other ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
+    } else if (sink_.wants(entry_)) {
+        if (!tooLong) return descend();
         debug("%s - path too long!\n", log_.text);
         sink_.enter(entry_);
         noteSkipped(FsSkipReason::tooLong, 0);
         sink_.leave();
-    } else if (const bool other = isOtherDrive(); other || excludes(path_.c_str(), true)) {
-        debug("%s - path '%ls' excluded!\n", log_.text, path_.c_str());
-        noteSkipped(other ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
-    } else {
-        return descend();
     }
     path_.resize(top().pathLength);
     return WalkStatus::finished;

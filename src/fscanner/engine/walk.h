@@ -71,6 +71,9 @@ public:
     /// also if it could not be opened. A walk that is stopped leaves out the last `leave` calls.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
+    /// Asked about each subdirectory that the walk would enter. False: it is left out, and neither
+    /// `enter` nor `tellsLater` is called for it.
+    virtual bool wants(const WalkEntry& /*directory*/) { return true; }
     /// Called for each directory that was opened, also the first one of the walk, before its
     /// entries are read.
     virtual void opened(const Directory& /*directory*/) {}
@@ -99,6 +102,8 @@ struct WalkRequest {
     long long timeoutMilliseconds;
     /// Mount points of drives of another kind, which the walk does not enter. May be null.
     const MountMap* mounts = nullptr;
+    /// Whether the host's observer is told of the walk and may stop it.
+    bool observed = true;
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

@@ -21,10 +21,10 @@ bool isEquality(CompareOperator relation) {
 
 }  // namespace
 
-Conditions::Conditions(const Tree& criteria, const Fields& schema, bool caseSensitive,
-                       First first) {
+Conditions::Conditions(const Tree& criteria, const Fields& schema, bool caseSensitive, First first,
+                       std::span<const unsigned> unknown) {
     for (const TreeNode* node : conjuncts(criteria))
-        if (!add(*node, schema, caseSensitive)) isWhole_ = false;
+        if (!add(*node, schema, caseSensitive, unknown)) isWhole_ = false;
     const auto rank = [first](const Condition& condition) {
         return std::pair(condition.isText != (first == First::texts), condition.field);
     };
@@ -33,11 +33,12 @@ Conditions::Conditions(const Tree& criteria, const Fields& schema, bool caseSens
 }
 
 /// False when the condition is left to the evaluation.
-bool Conditions::add(const TreeNode& node, const Fields& schema, bool caseSensitive) {
+bool Conditions::add(const TreeNode& node, const Fields& schema, bool caseSensitive,
+                     std::span<const unsigned> unknown) {
     const auto comparison = fieldComparison(node);
     if (!comparison || comparison->relation > COMPARE_NOT_EQUAL) return false;
     const auto field = positionOf(comparison->field->text(), schema);
-    if (!field) return false;
+    if (!field || std::find(unknown.begin(), unknown.end(), *field) != unknown.end()) return false;
     const Token& literal = *comparison->literal;
     Condition condition{*field, comparison->relation, schema.at(*field)->type() == FIELD_TEXT,
                         literal.getNumericValue(), CompiledPattern(literal.text(), caseSensitive)};

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 #include <vector>
 
 #include "fscanner/common/fields.h"
@@ -48,8 +49,10 @@ public:
     enum class First { numbers, texts };
 
     Conditions() = default;
-    /// The fields are known by their positions in `schema`.
-    Conditions(const Tree& criteria, const Fields& schema, bool caseSensitive, First first);
+    /// The fields are known by their positions in `schema`. Conditions on the fields `unknown` are
+    /// left to the evaluation.
+    Conditions(const Tree& criteria, const Fields& schema, bool caseSensitive, First first,
+               std::span<const unsigned> unknown = {});
 
     bool isEmpty() const { return conditions_.empty(); }
     /// The condition, if it is one alone and on a text that is the first field; else null.
@@ -73,7 +76,8 @@ public:
     }
 
 private:
-    bool add(const TreeNode& node, const Fields& schema, bool caseSensitive);
+    bool add(const TreeNode& node, const Fields& schema, bool caseSensitive,
+             std::span<const unsigned> unknown);
 
     std::vector<Condition> conditions_;  // the cheap ones first, then in the order of fields
     bool isWhole_ = true;                // the criteria holds nothing else

@@ -30,6 +30,7 @@ struct FSCANNER_EXPORT FsPlanStep {
     FsSearchWay way = FsSearchWay::direct;  ///< how the path would be searched
     bool inCache = false;                   ///< whether the cache holds a tree of this path
     unsigned ageSeconds = 0;                ///< age of that tree
+    bool verified = false;                  ///< whether it is compared with the disk first
     std::vector<std::wstring> exclusions;   ///< excluded paths inside the path
     std::vector<std::wstring> mountPoints;  ///< mount points inside the path; not entered
 };

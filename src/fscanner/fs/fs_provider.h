@@ -23,6 +23,11 @@ inline constexpr char FS_OPTION_CACHE_LIMIT[] = "cache_limit";
 /// "true": no answer comes from the cache. A `maximumAge` of 0 is not enough, because a tree
 /// that was built in the same second has that age. Or "false".
 inline constexpr char FS_OPTION_FRESH[] = "fresh";
+/// "true": the trees of the cache are compared with the disk before they answer, where the file
+/// system allows that. What changed is read again, so that names are right whatever the age of a
+/// tree, and sizes and attributes that the criteria reads are those of the files now. For a
+/// criteria that reads nothing else, `maximumAge` still decides. Or "false", the default.
+inline constexpr char FS_OPTION_VERIFY[] = "verify";
 /// How many milliseconds a query waits for other processes and threads that use the cache,
 /// before it ends with -52. The default is 60000.
 inline constexpr char FS_OPTION_WAIT[] = "wait";

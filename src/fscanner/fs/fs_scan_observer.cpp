@@ -28,6 +28,8 @@ bool FsScanObserver::waiting(unsigned) {
     return true;
 }
 
+void FsScanObserver::verified(const FsVerification&) {}
+
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
     return currentObserver.exchange(observer);
 }

@@ -25,6 +25,15 @@ struct FsScanProgress {
     unsigned elapsedMilliseconds;    ///< time since the walk of this path began
 };
 
+/// How the tree of a path in the cache was compared with the disk.
+struct FsVerification {
+    const wchar_t* path = nullptr;       ///< the path of the query; valid during the call
+    unsigned long long directories = 0;  ///< directories looked at
+    unsigned long long changed = 0;      ///< those of them that were read again
+    unsigned elapsedMilliseconds = 0;    ///< time that this took
+    bool storedFacts = false;  ///< sizes and attributes as old as the tree tell which files match
+};
+
 /// Is told how scans go on, and of waits for a cache. The host sets one observer for the whole
 /// process with `fsSetScanObserver`. It is called on the thread that runs the query; if
 /// several threads run queries, several calls may run at once. It must live until every query
@@ -55,6 +64,9 @@ public:
     /// others have locked: at once, and then several times a second. False ends the wait like
     /// a time-out.
     virtual bool waiting(unsigned elapsedMilliseconds);
+    /// Called after `fromCache` if the tree was compared with the disk for this query. Names in the
+    /// answer are then those of the disk, whatever the age of the tree.
+    virtual void verified(const FsVerification& verification);
 };
 
 /// Sets the observer of all scans that begin later, and returns the previous one. Null means no

@@ -16,6 +16,7 @@ bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     filter_ = {};
     fetchAll();
     lazy_ = false;
+    evaluates_ = true;
     refused_ = false;
     criteria_ = criteria;
     flag_ = flag;
@@ -42,6 +43,12 @@ void __recordSet::prepareChecks() {
         wanted_.resize(i + 1);
         wanted_[i] = true;
     }
+}
+
+void __recordSet::stopAtCandidates(std::span<const unsigned> unknown) {
+    if (!active_ || refused_) return;
+    filter_ = RecordFilter(criteria_->tree(), buffer_, flag_, unknown);
+    evaluates_ = false;
 }
 
 void __recordSet::selectIndex() {
@@ -160,6 +167,7 @@ __recordSet::Verdict __recordSet::tryRecord() {
 }
 
 __recordSet::Verdict __recordSet::checkRecord(ByteRange record) {
+    if (!evaluates_) return readRecord() ? Verdict::match : Verdict::unreadable;
     const DecodeResult decoded = table_.codec().decodeSome(record, buffer_, wanted_);
     if (decoded == DecodeResult::damaged) table_.reportDamage("a record");
     if (decoded != DecodeResult::ok) return Verdict::unreadable;

@@ -39,6 +39,8 @@ public:
     bool remove() { return table_.remove(id_); }
 
     bool walksIndex() const { return index_ != nullptr; }
+    /// See `RecordSet::stopAtCandidates`.
+    void stopAtCandidates(std::span<const unsigned> unknown);
     /// See `RecordSet::readLazily`.
     void readLazily() { lazy_ = buffer_.count() <= 64; }
 
@@ -86,6 +88,7 @@ private:
     CriteriaEvaluator* criteria_ = nullptr;
     std::function<void()> undecided_;
     RecordFilter filter_;
+    bool evaluates_ = true;  // where the filter is unsure
     bool lazy_ = false;
     std::uint64_t pending_ = 0;         // a bit for each field that is not yet in the buffer
     std::vector<StoredValue> located_;  // where they are

@@ -38,8 +38,10 @@ struct StoredRecords {
 class RecordFilter {
 public:
     RecordFilter() = default;
-    RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive)
-        : conditions_(criteria, schema, caseSensitive, Conditions::First::numbers) {}
+    /// Conditions on the fields `unknown` are not judged.
+    RecordFilter(const Tree& criteria, const Fields& schema, bool caseSensitive,
+                 std::span<const unsigned> unknown = {})
+        : conditions_(criteria, schema, caseSensitive, Conditions::First::numbers, unknown) {}
 
     bool isEmpty() const { return conditions_.isEmpty(); }
     /// Of the record at the start of `record`. A damaged one is unsure at the

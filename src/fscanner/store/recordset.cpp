@@ -14,6 +14,10 @@ void RecordSet::onUndecided(std::function<void()> handler) {
     if (recordSet_) recordSet_->onUndecided(std::move(handler));
 }
 
+void RecordSet::stopAtCandidates(std::span<const unsigned> unknown) {
+    if (recordSet_) recordSet_->stopAtCandidates(unknown);
+}
+
 void RecordSet::readLazily() {
     if (recordSet_) recordSet_->readLazily();
 }

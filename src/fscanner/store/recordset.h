@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 
 #include "fscanner/common/fields.h"
 #include "fscanner/expr/criteria.h"
@@ -32,6 +33,10 @@ public:
     /// Until the next `setCriteria`, `handler` is called for each record on which the
     /// criteria could not be evaluated; it is in the buffer then, and does not match.
     void onUndecided(std::function<void()> handler);
+
+    /// Until the next `setCriteria`, moves stop at each record that may match if the values of the
+    /// fields `unknown` are not those of the record. The criteria is not evaluated.
+    void stopAtCandidates(std::span<const unsigned> unknown);
 
     /// Until the next `setCriteria`, a move decodes a field when it is asked for.
     /// Nothing may change the table meanwhile, and the criteria's own fields, unless

@@ -185,6 +185,7 @@ std::unique_ptr<FS_Cache> CacheProvider::makeCache() const {
         names.directories.c_str(), names.files.c_str(), settings_.directory.c_str(),
         settings_.monitored && !settings_.fresh, settings_.compressed, true);
     cache->setSizeLimit(settings_.limit);
+    cache->setVerification(settings_.verify && !settings_.fresh);
     return cache;
 }
 

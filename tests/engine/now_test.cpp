@@ -1,0 +1,372 @@
+// Verified answers: whatever happens in a tree between two queries, and however soon after each
+// other, an answer from the cache is that of a scan.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <random>
+#include <set>
+#include <thread>
+
+#include "engine/temp_tree.h"
+#include "fscanner/engine/cache.h"
+#include "fscanner/fs/fs_direct.h"
+#include "fscanner/fs/fs_provider.h"
+#include "fscanner/fs/fs_query.h"
+#include "fscanner/fs/fs_scan_observer.h"
+#include "support/fault_scale.h"
+#include "support/private_mounts.h"
+
+namespace fscanner {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Answer = std::set<std::string>;
+
+/// Keeps paths, each with its size.
+class SizedWriter : public FsResultSetWriter {
+public:
+    int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long size,
+                  unsigned) override {
+        add(toMultibyte(path) + toMultibyte(name), size);
+        return 0;
+    }
+    int addRecord(const FsFileInfo& record) override {
+        add(toMultibyte(record.getPath()) + toMultibyte(record.getName()), record.getSize());
+        return 0;
+    }
+    int close() override { return 0; }
+
+    Answer paths, sized;
+
+private:
+    void add(const std::string& path, unsigned long long size) {
+        EXPECT_TRUE(paths.insert(path).second) << path << " comes twice";
+        sized.insert(path + " " + std::to_string(size));
+    }
+};
+
+/// Adds up what was read again, and notes what came from the cache.
+class Checks : public FsScanObserver {
+public:
+    Checks() : previous_(fsSetScanObserver(this)) {}
+    Checks(const Checks&) = delete;
+    Checks& operator=(const Checks&) = delete;
+    ~Checks() override { fsSetScanObserver(previous_); }
+
+    void finished(const FsScanProgress& totals) override { read += totals.directories; }
+    void verified(const FsVerification& one) override {
+        ++checks;
+        directories += one.directories;
+        changed += one.changed;
+    }
+    void clear() { read = checks = directories = changed = 0; }
+
+    unsigned long long read = 0, checks = 0, directories = 0, changed = 0;
+
+private:
+    FsScanObserver* previous_;
+};
+
+class VerifiedCache : public testing::TestWithParam<bool> {
+protected:
+    VerifiedCache() : provider(createProvider(nullptr)) {
+        provider->setOption(FS_OPTION_CACHE_DIRECTORY, place.path("cache").c_str());
+        provider->setOption(FS_OPTION_VERIFY, "true");
+    }
+
+    struct TreeQuery : FsQuery {
+        TreeQuery(const std::wstring& path, const wchar_t* criteria) {
+            addIncludePath((L"*:" + path).c_str(), true);
+            if (criteria) setQuery(criteria);
+        }
+    };
+    TreeQuery queryFor(const std::string& below, const wchar_t* criteria) const {
+        return TreeQuery(tree.wide(below), criteria);
+    }
+    SizedWriter ask(const FsQuery& query, unsigned age = kDay) const {
+        SizedWriter writer;
+        EXPECT_EQ(provider->executeQuery(writer, query, age, kMinute), 0);
+        return writer;
+    }
+    Answer names(const std::string& below = "") const {
+        Answer found;
+        for (const std::string& path : ask(queryFor(below, nullptr)).paths)
+            found.insert(path.substr(tree.path().size() + 1));
+        return found;
+    }
+    static SizedWriter scan(const FsQuery& query) {
+        SizedWriter writer;
+        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
+        return writer;
+    }
+    static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(40)); }
+
+    TempTree tree{GetParam() ? memoryDirectory() : fs::temp_directory_path()};
+    TempTree place;
+    std::unique_ptr<FsProvider> provider;
+};
+
+TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
+    for (const char* one : {"a/f", "a/b/g", "c/h", "c/d/e/i"}) tree.file(one);
+    wait();
+    Checks checks;
+    EXPECT_EQ(names(), (Answer{"a/f", "a/b/g", "c/h", "c/d/e/i"}));
+    EXPECT_EQ(checks.checks, 0U);
+    const struct {
+        const char* what;
+        std::function<void()> change;
+        Answer answer;
+        unsigned long long read;  // directories
+    } table[] = {
+        {"nothing", [] {}, {"a/f", "a/b/g", "c/h", "c/d/e/i"}, 0},
+        {"a new file",
+         [&] { tree.file("a/b/new"); },
+         {"a/f", "a/b/g", "a/b/new", "c/h", "c/d/e/i"},
+         1},
+        {"a file that is gone",
+         [&] { fs::remove(tree.path("a/f")); },
+         {"a/b/g", "a/b/new", "c/h", "c/d/e/i"},
+         1},
+        {"a subtree that moved",
+         [&] { fs::rename(tree.path("c/d"), tree.path("a/d")); },
+         {"a/b/g", "a/b/new", "c/h", "a/d/e/i"},
+         4},
+        {"a file in the place of a directory",
+         [&] {
+             fs::remove_all(tree.path("a/b"));
+             tree.file("a/b");
+         },
+         {"a/b", "c/h", "a/d/e/i"},
+         1},
+        {"and the reverse",
+         [&] {
+             fs::remove(tree.path("a/b"));
+             tree.file("a/b/x");
+         },
+         {"a/b/x", "c/h", "a/d/e/i"},
+         2},
+        {"a link in the place of a directory",
+         [&] {
+             fs::remove_all(tree.path("a/d"));
+             tree.link("../c", "a/d");
+         },
+         {"a/b/x", "a/d", "c/h"},
+         1},
+        {"other permissions",
+         [&] { fs::permissions(tree.path("a"), fs::perms::owner_all); },
+         {"a/b/x", "a/d", "c/h"},
+         0},
+    };
+    for (const auto& row : table) {
+        row.change();
+        wait();
+        checks.clear();
+        EXPECT_EQ(names(), row.answer) << row.what;
+        EXPECT_EQ(checks.read, row.read) << row.what;
+        EXPECT_EQ(checks.checks, 1U) << row.what;
+    }
+    // A tree below it, and the tree when it is gone.
+    tree.file("c/k/l");
+    EXPECT_EQ(names("c"), (Answer{"c/h", "c/k/l"}));
+    fs::remove_all(tree.path("c"));
+    EXPECT_EQ(names("c"), Answer());
+    EXPECT_EQ(names(), (Answer{"a/b/x", "a/d"}));
+}
+
+/// With nothing changed nothing is written, although a directory that holds a mount point, or
+/// cannot be read, is looked into each time.
+TEST_P(VerifiedCache, WritesNothingWhereNothingChanged) {
+    tree.file("a/f");
+    wait();
+    names();
+    const auto state = [&] {
+        std::set<std::pair<std::string, long>> all;
+        for (const auto& entry : fs::directory_iterator(place.path("cache"))) {
+            struct stat info {};
+            EXPECT_EQ(::stat(entry.path().c_str(), &info), 0);
+            all.emplace(entry.path().filename(),
+                        info.st_ctim.tv_sec * 1'000'000'000 + info.st_ctim.tv_nsec);
+        }
+        return all;
+    };
+    const auto before = state();
+    EXPECT_EQ(names(), Answer{"a/f"});
+    EXPECT_EQ(state(), before);
+    // A time of now is not believed; that alone is no reason to write either.
+    fs::permissions(tree.path("a"), fs::perms::owner_all);
+    EXPECT_EQ(names(), Answer{"a/f"});
+    EXPECT_EQ(state(), before);
+}
+
+TEST_P(VerifiedCache, SizesAreThoseOfNow) {
+    tree.file("a/small", 10);
+    tree.file("a/large", 1000);
+    tree.file("b", 10);
+    wait();
+    names();
+    const auto sized = [&](const wchar_t* criteria, unsigned age = kDay) {
+        Answer found;
+        for (const std::string& one : ask(queryFor("", criteria), age).sized)
+            found.insert(one.substr(tree.path().size() + 1));
+        return found;
+    };
+    tree.file("a/small", 2000);
+    tree.file("a/large", 5);
+    EXPECT_EQ(sized(L"[FILENAME]==\"*\" && [SIZE]>100"), Answer{"a/small 2000"});
+    EXPECT_EQ(sized(L"[SIZE]<100 && [FILENAME]==\"l*\""), Answer{"a/large 5"});
+    EXPECT_EQ(sized(L"[FILENAME]==\"b\" || [SIZE]>100"), (Answer{"a/small 2000", "b 10"}));
+    EXPECT_EQ(sized(L"[FILENAME]==\"large\" && [SIZE]>0"), Answer{"a/large 5"});
+    // Stored sizes tell which files to look at. What is found is as it is said.
+    EXPECT_EQ(sized(L"[SIZE]>100"), Answer());
+    EXPECT_EQ(sized(L"[SIZE]<100"), Answer{"b 10"});
+    EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), Answer{"a/small 2000"});
+    EXPECT_EQ(sized(L"[SIZE]>100"), Answer{"a/small 2000"});
+}
+
+/// A query after each of many changes, by every form of criteria.
+TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
+    std::mt19937 random(GetParam() ? 21 : 22);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    const TempTree outside{fs::path(tree.path()).parent_path()};
+    outside.directory("x");
+    const auto any = [&](bool directory) {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::recursive_directory_iterator(tree.path()))
+            if (entry.is_directory() && !entry.is_symlink() ? directory : !directory)
+                found.push_back(entry.path());
+        return found.empty() ? tree.path("none/none") : found[below(found.size())];
+    };
+    const auto fresh = [&] {
+        return (below(8) == 0 ? tree.path() : any(true)) + "/" + "abcdefgh"[below(8)] +
+               (below(3) == 0 ? "\xff*" : "");
+    };
+    const auto write = [&](const std::string& path, int flags) {
+        const int file = ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | flags, 0600);
+        const std::string text(below(200), 'x');
+        if (file < 0) return;
+        EXPECT_EQ(::write(file, text.data(), text.size()), std::ssize(text));
+        ::close(file);
+    };
+    const auto setTime = [&](const std::string& path) {
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        const time_t shifts[] = {-100000, 0, 100000};
+        now.tv_sec += shifts[below(3)];
+        const timespec times[] = {now, now};
+        ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    };
+    const auto change = [&] {
+        std::error_code error;
+        switch (below(15)) {
+            case 0:
+            case 1:
+            case 2:
+                return write(fresh(), O_CREAT);
+            case 3:
+            case 4:
+                return (void)fs::create_directory(fresh(), error);
+            case 5:
+                return write(any(false), O_TRUNC);
+            case 6:
+                return fs::rename(any(false), fresh(), error);
+            case 7:
+                return fs::rename(any(true), fresh(), error);
+            case 8:
+                return fs::rename(any(below(2) == 0), outside.path("x/" + std::to_string(below(4))),
+                                  error);
+            case 9:
+                return fs::rename(outside.path("x/" + std::to_string(below(4))), fresh(), error);
+            case 10:
+                return fs::create_hard_link(any(false), fresh(), error);
+            case 11:
+                return fs::permissions(any(below(2) == 0), fs::perms::owner_all,
+                                       fs::perm_options::replace | fs::perm_options::nofollow,
+                                       error);
+            case 12:
+                return setTime(any(below(2) == 0));
+            case 13: {  // the same name again, mostly with the same inode
+                const std::string path = any(false);
+                fs::remove(path, error);
+                return below(2) == 0 ? write(path, O_CREAT)
+                                     : (void)fs::create_directory(path, error);
+            }
+            default: {
+                const std::string path = any(true);
+                if (below(3) != 0) return;
+                fs::remove_all(path, error);
+                return below(2) == 0 ? fs::create_symlink(".", path, error) : write(path, O_CREAT);
+            }
+        }
+    };
+    const wchar_t* const forms[] = {nullptr,
+                                    L"[FILENAME]==\"a*\"",
+                                    L"[FILENAME]==\"b\"",
+                                    L"[FILENAME]!=\"c\" && [SIZE]>50",
+                                    L"[FILENAME]==\"d\" || [SIZE]>150",
+                                    L"path([PATHID],[FILENAME])==\"*/a*/*\"",
+                                    L"[SIZE]>50"};
+    for (int i = 0; i < 60; ++i) change();
+    Checks checks;
+    const int steps = 400 * faultScale();
+    for (int step = 0; step < steps && !HasFailure(); ++step) {
+        for (std::size_t i = below(4); i > 0; --i) change();
+        if (below(8) == 0) wait();
+        const std::string directory = below(4) == 0 ? any(true) : tree.path();
+        const std::string part = directory == tree.path() || !fs::exists(directory)
+                                     ? ""
+                                     : directory.substr(tree.path().size() + 1);
+        for (const wchar_t* form : forms) {
+            // Every file is examined for the last one where its tree is old.
+            const bool sizesAlone = form == forms[6];
+            const TreeQuery query = queryFor(part, form);
+            const SizedWriter found = ask(query, sizesAlone && below(2) == 0 ? kAllOld : kDay),
+                              expected = scan(query);
+            const std::string what =
+                "step " + std::to_string(step) + " " + part + " " + toMultibyte(form ? form : L"");
+            const bool sizes =
+                form && std::wstring_view(form).find(L"[SIZE]") != std::wstring::npos;
+            if (sizesAlone)
+                EXPECT_THAT(expected.sized, testing::IsSupersetOf(found.sized)) << what;
+            else if (sizes)
+                EXPECT_EQ(found.sized, expected.sized) << what;
+            else
+                EXPECT_EQ(found.paths, expected.paths) << what;
+        }
+    }
+    EXPECT_GT(checks.checks, static_cast<unsigned>(steps));
+}
+
+/// A drive that comes or goes changes no directory.
+TEST_P(VerifiedCache, MountsThatComeAndGo) {
+    for (const char* one : {"a/m/under", "a/f", "b/g"}) tree.file(one);
+    wait();
+    withPrivateMounts([this] {
+        names();
+        const std::string point = tree.path("a/m");
+        const auto same = [this] {
+            const TreeQuery query = queryFor("", nullptr);
+            const Answer expected = scan(query).paths;
+            return ask(query).paths == expected && ask(query).paths == expected;
+        };
+        if (!mountMemory("server:/export", point)) return notAllowed;
+        EXPECT_TRUE(same()) << "a drive that covers a cached directory";
+        ::umount(point.c_str());
+        EXPECT_TRUE(same()) << "gone";
+        if (!mountMemory("tmpfs", point)) return notAllowed;
+        tree.file("a/m/inside");
+        EXPECT_TRUE(same()) << "of the same kind, or with a tree of its own";
+        ::umount(point.c_str());
+        EXPECT_TRUE(same()) << "gone";
+        return HasFailure() ? 1 : 0;
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(Places, VerifiedCache, testing::Bool(),
+                         [](const auto& place) { return place.param ? "memory" : "disk"; });
+
+}  // namespace
+}  // namespace fscanner
