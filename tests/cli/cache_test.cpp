@@ -60,7 +60,7 @@ void waitForNextSecond() {
 TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
     add("d/later");
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d", "--max-age", "1s"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-cache"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_THAT(found({"d", "--no-recurse"}), ElementsAre("d/a", "d/later"));
     EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
@@ -71,10 +71,31 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     std::filesystem::remove(tree_ / "d/x");
     EXPECT_EQ(run({"d", "--max-age", "0s", "-n", "x"}).status, 1);
     std::filesystem::remove(tree_ / "d/later");
-    const RunResult gone = run({"d", "-l", "-n", "later"});
+    const RunResult gone = run({"d", "-l", "-n", "later", "--max-age", "1d"});
     EXPECT_EQ(gone.out, "");
     EXPECT_EQ(gone.err, "fscan: 1 file is gone since the search found it\n");
     EXPECT_THAT(found({"d", "--max-age", "0s"}), ElementsAre("d/a", "d/sub/b"));
+}
+
+// Without an option an answer is that of now.
+TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
+    for (int i = 0; i < 12; ++i) {
+        const std::string name = "n" + std::to_string(i);
+        const std::string path = (i % 2 == 0 ? "d/" : "d/sub/") + name;
+        add(path);
+        EXPECT_THAT(found({"d", "-n", name}), ElementsAre(path));
+        if (i % 3 == 0) continue;
+        std::filesystem::remove(tree_ / path);
+        EXPECT_EQ(run({"d", "-n", name}).status, 1);
+    }
+    const RunResult told = run({"d", "-c", "--stats", "--summary", "json"});
+    EXPECT_THAT(told.err, HasSubstr("checked:  2 directories, "));
+    EXPECT_THAT(told.err, HasSubstr("from:     the cache (checked)"));
+    EXPECT_THAT(told.err, testing::ContainsRegex("\"checked\":\\{\"directories\":2,.*"));
+    EXPECT_THAT(run({"d", "--larger", "1k", "--stats"}).err,
+                testing::ContainsRegex("from:     the cache \\(checked; found by sizes .* old\\)"));
+    EXPECT_THAT(run({"d", "--max-age", "1d", "--summary", "json"}).err,
+                HasSubstr("\"checked\":null"));
 }
 
 TEST_F(CacheTest, StatisticsTellWhereTheAnswerIsFrom) {
@@ -338,13 +359,13 @@ TEST_F(BusyCacheTest, IsDoneWithout) {
     EXPECT_THAT(nothing.err, HasSubstr("\"complete\":true,\"status\":1,"));
     EXPECT_THAT(nothing.err, HasSubstr("\"cached\":[]"));
     other_->unlock();
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
 }
 
 TEST_F(BusyCacheTest, IsReadBesideReaders) {
     add("d/later");
     ASSERT_EQ(other_->lockShared(1000), 0);
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(status(), HasSubstr("state:      good"));
     EXPECT_THAT(run({"d", "--explain"}).out, HasSubstr("from the cache, "));
     const RunResult fresh = run({"d", "--fresh"});

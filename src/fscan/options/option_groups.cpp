@@ -97,8 +97,11 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
 void addCache(CLI::App& app, Options& options, const char* group) {
     CLI::Option* age = addDuration(
                            app, "--max-age", 0, greatestAge,
-                           [&options](unsigned seconds) { options.maximumAge = seconds; },
-                           "Maximum age of an answer from the cache; default: 10m")
+                           [&options](unsigned seconds) {
+                               options.maximumAge = seconds;
+                               options.verify = false;
+                           },
+                           "Take an answer from the cache that is up to that old, unchecked")
                            ->group(group);
     app.add_flag_function(
            "--fresh", [&options](auto) { options.maximumAge = 0; },

@@ -66,6 +66,7 @@ struct Options {
     std::string forgotten;                        ///< the tree to drop from the cache
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
+    bool verify = true;                           ///< compare cached trees with the disk
     CacheTask cacheTask = CacheTask::none;
     DriveChoice drives = DriveChoice::all;
     PathStyle pathStyle = PathStyle::given;

@@ -32,16 +32,45 @@ std::string counted(unsigned long long count, const char* one, const char* many)
     return fmt::format("{} {}", count, count == 1 ? one : many);
 }
 
-unsigned greatestAge(const Completeness& search) {
-    unsigned age = 0;
-    for (const Completeness::Cached& part : search.cached) age = std::max(age, part.ageSeconds);
-    return age;
+/// The age of the oldest part of those for which `counts`, as "3 min"; empty if there is none.
+template <typename Counts>
+std::string greatestAge(const Completeness& search, Counts counts) {
+    std::optional<unsigned> age;
+    for (const Completeness::Cached& part : search.cached)
+        if (counts(part)) age = std::max(age.value_or(0), part.ageSeconds);
+    return age ? durationText(*age) : "";
+}
+
+/// "3 min old" of parts that were not compared with the disk, "checked" where all were.
+std::string cacheState(const Completeness& search) {
+    const auto unchecked = [](const auto& part) { return !part.check; };
+    if (const std::string age = greatestAge(search, unchecked); !age.empty()) return age + " old";
+    const auto storedFacts = [](const auto& part) { return part.check->storedFacts; };
+    const std::string age = greatestAge(search, storedFacts);
+    return age.empty() ? "checked" : fmt::format("checked; found by sizes {} old", age);
 }
 
 std::string source(const Completeness& search) {
     if (search.cached.empty()) return search.walks == 0 ? "nothing" : "a scan";
-    const std::string age = durationText(greatestAge(search));
-    return fmt::format("the cache ({} old){}", age, search.walks == 0 ? "" : " and a scan");
+    return fmt::format("the cache ({}){}", cacheState(search),
+                       search.walks == 0 ? "" : " and a scan");
+}
+
+/// "checked:  64000 directories, 3 read again, 0.080 s", or nothing.
+std::string checkLine(const Completeness& search) {
+    fscanner::FsVerification sum;
+    bool any = false;
+    for (const Completeness::Cached& part : search.cached) {
+        if (!part.check) continue;
+        any = true;
+        sum.directories += part.check->directories;
+        sum.changed += part.check->changed;
+        sum.elapsedMilliseconds += part.check->elapsedMilliseconds;
+    }
+    if (!any) return "";
+    return fmt::format("checked:  {}, {} read again, {:.3f} s\n",
+                       counted(sum.directories, "directory", "directories"), sum.changed,
+                       sum.elapsedMilliseconds / 1000.0);
 }
 
 /// "2 directories could not be read; --errors names them", of those that were not named yet, or
@@ -90,8 +119,9 @@ std::string closingLine(const Completeness& search, const Outcome& outcome) {
 
 std::string statistics(const Completeness& search, const Outcome& outcome) {
     return fmt::format(
-        "matches:  {}\nwalked:   {} files, {} directories\ntime:     {:.3f} s\nfrom:     {}\n",
-        outcome.matches, search.files, search.directories, seconds(outcome), source(search));
+        "matches:  {}\nwalked:   {} files, {} directories\n{}time:     {:.3f} s\nfrom:     {}\n",
+        outcome.matches, search.files, search.directories, checkLine(search), seconds(outcome),
+        source(search));
 }
 
 const char* reasonText(fscanner::FsSkipReason reason) {
@@ -114,6 +144,15 @@ bool complete(const Completeness& search, const Outcome& outcome) {
            !outcome.interrupted;
 }
 
+/// Null if the part was not compared with the disk.
+Json checkOf(const Completeness::Cached& part) {
+    if (!part.check) return nullptr;
+    return {{"directories", part.check->directories},
+            {"readAgain", part.check->changed},
+            {"seconds", part.check->elapsedMilliseconds / 1000.0},
+            {"storedSizes", part.check->storedFacts}};
+}
+
 Json summary(const Completeness& search, const Outcome& outcome) {
     Json object;
     object["matches"] = outcome.matches;
@@ -128,6 +167,7 @@ Json summary(const Completeness& search, const Outcome& outcome) {
         Json one;
         putBytes(one, "path", part.path);
         one["ageSeconds"] = part.ageSeconds;
+        one["checked"] = checkOf(part);
         object["cached"].push_back(one);
     }
     object["skipped"] = Json::array();
@@ -297,6 +337,11 @@ bool Watcher::waiting(unsigned elapsedMilliseconds) {
 void Watcher::fromCache(const wchar_t* path, unsigned ageSeconds) {
     const std::wstring_view directory = withoutFinalSlash(path);
     search_.cached.push_back({parts_.matches.root().shown(directory), ageSeconds});
+}
+
+void Watcher::verified(const fscanner::FsVerification& verification) {
+    search_.cached.back().check = verification;
+    search_.cached.back().check->path = nullptr;
 }
 
 }  // namespace fscan

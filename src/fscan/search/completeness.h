@@ -30,6 +30,7 @@ struct Completeness {
     struct Cached {
         std::string path;
         unsigned ageSeconds;
+        std::optional<fscanner::FsVerification> check = {};  ///< without its path
     };
 
     unsigned walks = 0;
@@ -116,6 +117,7 @@ public:
     void skipped(const wchar_t* directory, fscanner::FsSkipReason reason, int error) override;
     void undecided(const fscanner::FsFileInfo& file) override;
     void fromCache(const wchar_t* path, unsigned ageSeconds) override;
+    void verified(const fscanner::FsVerification& verification) override;
     bool waiting(unsigned elapsedMilliseconds) override;
 
     /// Drops what the cache reported of its answer. To be called before the search is repeated

@@ -32,6 +32,7 @@ bool explainFromCache(const Options& options, const ProviderSession& session,
     status = cache.status();
     // Checked again under the lock: another process may have changed the cache.
     if (status != ExitStatus::found || session.place.isMarked() || !cache.open()) return false;
+    cache.get()->setVerification(session.verify);
     const bool explained = cache.get()->explain(query, session.ageLimit(), report);
     cache.get()->close();
     return explained;
@@ -56,7 +57,8 @@ std::string wayText(const ProviderSession& session, const FsPlanStep& step) {
     const std::string age = durationText(step.ageSeconds);
     switch (step.way) {
         case FsSearchWay::cached:
-            return fmt::format("from the cache, {} old", age);
+            return fmt::format("from the cache, {} old{}", age,
+                               step.verified ? ", after a check of its directories" : "");
         case FsSearchWay::rebuilt:
             if (!step.inCache) return "scanned into the cache, which does not have it";
             return fmt::format("scanned into the cache, where it is {} old; {} at most", age,

@@ -52,6 +52,8 @@ std::optional<ProviderSession> ProviderSession::prepare(const Options& options) 
     session.place = CachePlace::of(options);
     // Providers without a cache ignore it.
     if (session.maximumAge == 0) session.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
+    session.verify = options.verify;
+    session.provider->setOption(fscanner::FS_OPTION_VERIFY, options.verify ? "true" : "false");
     session.provider->setOption(fscanner::FS_OPTION_WAIT, options.wait ? endlessWait : defaultWait);
     const std::string directory = toBytes(session.place.directory);
     // Providers without a cache refuse this option.

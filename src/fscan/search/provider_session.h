@@ -23,6 +23,7 @@ struct ProviderSession {
     CachePlace place;
     bool cached = false;  ///< the provider keeps a cache, at `place`
     unsigned maximumAge = 0;
+    bool verify = true;
     unsigned timeoutMilliseconds = 0;
 
     /// Loads the provider and sets its cache directory. Where the default directory cannot be
