@@ -72,9 +72,25 @@ class Tree:
         self.cache = work / f"cache-{name}"
         self.cold = work / f"cold-{name}"
         self.database = work / f"plocate-{name}.db"
+        self.directories: list[str] = []
+
+    def checked(self, options: str) -> str:
+        """A search that compares the warm cache with the disk first."""
+        return f"fscan --cache-dir {q(self.cache)} {options} {q(self.path)}"
+
+    def change(self, count: int) -> None:
+        """Changes the entries of so many directories, which end as they were."""
+        if not self.directories:
+            found = subprocess.run(["find", self.path, "-type", "d"], capture_output=True,
+                                   text=True, check=True).stdout.splitlines()
+            self.directories = sorted(found)[::max(1, len(found) // count)][:count]
+        for directory in self.directories:
+            file = Path(directory) / "changed"
+            file.touch()
+            file.unlink()
 
     def fscan(self, options: str) -> str:
-        """A search that is answered from the warm cache."""
+        """A search that is answered from the warm cache as it is."""
         return f"fscan --cache-dir {q(self.cache)} --max-age 1000d {options} {q(self.path)}"
 
     def build(self, options: str) -> str:
@@ -157,6 +173,13 @@ def rows_of(tree: Tree) -> list[Row]:
         Row("9", warm("-n '*' --sort pathname", "fscan -n '*' --sort pathname"),
             [Peer(Side("fscan -n '*' \\| sort", tree.fscan("-n '*'") + " | LC_ALL=C sort"),
                   0.80, "0.6")]),
+        Row("now", Side("checked fscan -n '*.h'", tree.checked("-n '*.h'")), [
+            Peer(Side("find -name '*.h'", f"find {path} -name '*.h'"), 0.22),
+            Peer(direct("-n '*.h'", "fscan --no-cache -n '*.h'"), 0.40),
+            Peer(warm("-n '*.h'", "fscan --max-age -n '*.h'"), None)]),
+        Row("now-100", Side("the same, 100 directories changed", tree.checked("-n '*.h'"),
+                            lambda: tree.change(100)),
+            [Peer(Side("the same, nothing changed", tree.checked("-n '*.h'")), 1.15)]),
         # The pause makes each run a new second, the unit of a tree's age.
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
