@@ -82,7 +82,8 @@ DirectoryStamp StampTaker::take(const Directory& directory) {
         device_ = info.st_dev;
         asked_ = true;
     }
-    return trust_ ? DirectoryStamp(info, now) : DirectoryStamp();
+    // Where the names are encrypted, they change with the key and not with a time.
+    return trust_ && !directory.isEncrypted() ? DirectoryStamp(info, now) : DirectoryStamp();
 }
 
 }  // namespace fscanner

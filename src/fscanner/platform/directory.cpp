@@ -223,6 +223,12 @@ int Directory::examine(struct stat& info) const {
     return uninterrupted([&] { return fstat(descriptor_.get(), &info); }) == 0 ? 0 : errno;
 }
 
+bool Directory::isEncrypted() const {
+    struct statx info {};
+    const auto ask = [&] { return statx(descriptor_.get(), "", AT_EMPTY_PATH, 0, &info); };
+    return uninterrupted(ask) != 0 || (info.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
+}
+
 int Directory::fileSystemType(long& type) const {
     struct statfs info {};
     if (uninterrupted([&] { return fstatfs(descriptor_.get(), &info); }) != 0) return errno;
