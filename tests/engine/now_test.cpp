@@ -12,6 +12,8 @@
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/cache_tree.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/fs_query.h"
@@ -358,11 +360,61 @@ TEST_P(VerifiedCache, MountsThatComeAndGo) {
         EXPECT_TRUE(same()) << "gone";
         if (!mountMemory("tmpfs", point)) return notAllowed;
         tree.file("a/m/inside");
+        for (int i = 0; i < 70; ++i) tree.directory("a/m/" + std::to_string(i));
+        wait();
         EXPECT_TRUE(same()) << "of the same kind, or with a tree of its own";
+        wait();
+        EXPECT_TRUE(same());
+        Checks checks;
+        ask(queryFor("", nullptr));
+        EXPECT_EQ(checks.read, 0U) << "what is mounted is as it was";
         ::umount(point.c_str());
         EXPECT_TRUE(same()) << "gone";
         return HasFailure() ? 1 : 0;
     });
+}
+
+/// A file system whose times say nothing, in the place of one that was trusted.
+TEST_P(VerifiedCache, AMountOverTheWholeTree) {
+    tree.file("a/under");
+    wait();
+    withPrivateMounts([this] {
+        EXPECT_EQ(names("a"), Answer{"a/under"});
+        if (::mount("none", tree.path("a").c_str(), "ramfs", 0, nullptr) != 0) return notAllowed;
+        tree.file("a/over");
+        EXPECT_EQ(names("a"), Answer{"a/over"});
+        ::umount(tree.path("a").c_str());
+        EXPECT_EQ(names("a"), Answer{"a/under"});
+        return HasFailure() ? 1 : 0;
+    });
+}
+
+/// A directory of xfs that changes while it is read may give a name twice.
+TEST_P(VerifiedCache, ANameThatWasGivenTwiceIsThereOnce) {
+    tree.file("a/b/f");
+    tree.file("a/g");
+    wait();
+    names();
+    const FsCacheTableNames tables = fsCacheTableNames(false);
+    CacheStore store(tables.directories.c_str(), tables.files.c_str(), place.wide("cache").c_str(),
+                     false, true);
+    ASSERT_EQ(store.lock(), Status::success);
+    ASSERT_EQ(store.create(0, FS_CACHE_OPEN), Status::success);
+    ASSERT_TRUE(store.beginChanges());
+    RecordSet& files = store.filesRecords();
+    ASSERT_TRUE(files.moveFirst());
+    for (int i = 0; i < 2; ++i) EXPECT_TRUE(files.insert());
+    RecordSet& directories = store.directoryRecords();
+    CacheTree cached(store);
+    ASSERT_TRUE(cached.findPathByName(directories, store.ancestorRecords(),
+                                      tree.wide("a/b").c_str(), true));
+    directories.setFieldAsInt32(DIRECTORIES_ID, ++store.directoriesIndex());
+    EXPECT_TRUE(directories.insert());
+    EXPECT_TRUE(store.stamps().put(store.directoriesIndex(), {}));
+    store.close();
+    store.unlock();
+    for (const char* one : {"a/new", "a/b/new"}) tree.file(one);
+    EXPECT_EQ(names(), (Answer{"a/b/f", "a/b/new", "a/g", "a/new"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Places, VerifiedCache, testing::Bool(),

@@ -145,32 +145,63 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
 
 namespace {
 
-// The entries that the cache has of a directory.
-struct KnownEntries {
-    std::set<std::wstring> files;
-    std::map<std::wstring, unsigned> directories;  // their IDs
-
-    KnownEntries(CacheStore& store, unsigned id) {
-        RecordSet& records = store.filesRecords();
-        bool found = store.lookups().byPathId(records, id);
-        for (; found; found = records.moveNext())
-            files.insert(records.getFieldAsString(FILES_FILENAME));
-        RecordSet& children = store.directoryRecords();
-        found = store.lookups().byParentId(children, id);
-        for (; found; found = children.moveNext())
-            directories.emplace(children.getFieldAsString(DIRECTORIES_PATHNAME),
-                                children.getFieldAsInt32(DIRECTORIES_ID));
-    }
-    bool takeFile(const WalkEntry& entry) { return files.erase(entry.name()) != 0; }
-    bool takeDirectory(const WalkEntry& entry) { return directories.erase(entry.name()) != 0; }
-    bool empty() const { return files.empty() && directories.empty(); }
+// A directory of the tree that is read again.
+struct Reread {
+    const TreeView& view;
+    unsigned id;
+    const std::wstring& path;
 };
+
+// The entries that the cache has of a directory, but for those where another drive is mounted: the
+// walk does not enter them, and what the cache has of them is that drive's, or comes to light again
+// when it goes. A name that the system gave twice while the directory changed is here twice, too.
+class KnownEntries {
+public:
+    KnownEntries(CacheStore& store, const Reread& directory);
+    bool takeFile(const WalkEntry& entry) { return takeOne(files_, entry.name()); }
+    bool takeDirectory(const WalkEntry& entry) { return takeOne(directories_, entry.name()); }
+    bool empty() const { return files_.empty() && directories_.empty(); }
+
+    const std::multiset<std::wstring>& files() const { return files_; }
+    const std::multimap<std::wstring, unsigned>& directories() const { return directories_; }
+
+private:
+    template <typename Names>
+    static bool takeOne(Names& names, const std::wstring& name) {
+        const auto found = names.find(name);
+        if (found == names.end()) return false;
+        names.erase(found);
+        return true;
+    }
+
+    std::multiset<std::wstring> files_;
+    std::multimap<std::wstring, unsigned> directories_;  // their IDs
+};
+
+KnownEntries::KnownEntries(CacheStore& store, const Reread& directory) {
+    RecordSet& records = store.filesRecords();
+    bool found = store.lookups().byPathId(records, directory.id);
+    for (; found; found = records.moveNext())
+        files_.insert(records.getFieldAsString(FILES_FILENAME));
+    std::wstring path = directory.path;
+    endWithSeparator(path);
+    const std::size_t length = path.size();
+    const MountMap& mounts = directory.view.mounts;
+    RecordSet& children = store.directoryRecords();
+    found = store.lookups().byParentId(children, directory.id);
+    for (; found; found = children.moveNext()) {
+        const wchar_t* const name = children.getFieldAsString(DIRECTORIES_PATHNAME);
+        path.replace(length, path.npos, name);
+        if (!mounts.stops(path, directory.view.root.drive))
+            directories_.emplace(name, children.getFieldAsInt32(DIRECTORIES_ID));
+    }
+}
 
 // Looks whether one directory has the entries that the cache has of it, and changes nothing.
 class Comparison : public WalkSink {
 public:
-    Comparison(CacheStore& store, unsigned id)
-        : known_(store, id), unread_(store.unread().contains(id)) {}
+    Comparison(CacheStore& store, const Reread& directory)
+        : known_(store, directory), unread_(store.unread().contains(directory.id)) {}
 
     // The build may have failed to examine a file of a directory in the list of unread ones.
     void file(WalkEntry& entry) override {
@@ -214,7 +245,8 @@ private:
 // are not entered: each has a stamp of its own.
 class UpdateSink : public CacheSink {
 public:
-    UpdateSink(CacheStore& store, unsigned id) : CacheSink(store, id), known_(store, id) {}
+    UpdateSink(CacheStore& store, const Reread& directory)
+        : CacheSink(store, directory.id), known_(store, directory) {}
 
     void file(WalkEntry& entry) override {
         if (!atStart() || !known_.takeFile(entry)) CacheSink::file(entry);
@@ -233,26 +265,28 @@ bool removeGone(CacheStore& store, CacheTree& tree, unsigned id, const KnownEntr
     // The removal of a subtree clears this stamp, which was taken before the reading.
     const DirectoryStamp stamp = store.stamps().find(id);
     bool removed = true;
-    for (const auto& [name, child] : gone.directories)
+    for (const auto& [name, child] : gone.directories())
         removed = removed && tree.removeTree(store.directories(), store.files(), child);
-    if (!gone.files.empty()) removed = removed && tree.removeFiles(store.files(), id, gone.files);
+    if (!gone.files().empty())
+        removed = removed && tree.removeFiles(store.files(), id, gone.files());
     return removed && store.stamps().put(id, stamp);
 }
 
 const std::vector<PathInfo> kNoPaths;
 
-WalkRequest requestOf(const TreeView& view, const std::wstring& path, unsigned timeout,
-                      bool observed) {
-    return {path.c_str(), true,    view.root.drive, kNoPaths, kNoPaths,
-            true,         timeout, &view.mounts,    observed};
+WalkRequest requestOf(const Reread& directory, unsigned timeout, bool observed) {
+    const TreeView& view = directory.view;
+    return {directory.path.c_str(), true,    view.root.drive, kNoPaths, kNoPaths, true, timeout,
+            &view.mounts,           observed};
 }
 
-Status updateDirectory(CacheStore& store, CacheTree& tree, const TreeView& view, unsigned id,
-                       const std::wstring& path, unsigned timeout) {
+Status updateDirectory(CacheStore& store, CacheTree& tree, const Reread& directory,
+                       unsigned timeout) {
+    const unsigned id = directory.id;
     store.unread().remove(id);
-    UpdateSink sink(store, id);
+    UpdateSink sink(store, directory);
     const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
-    const WalkStatus walked = walkTree(requestOf(view, path, timeout, true), sink, prefix);
+    const WalkStatus walked = walkTree(requestOf(directory, timeout, true), sink, prefix);
     if (sink.failed()) return Status::unusable;
     if (walked == WalkStatus::timedOut) return Status::buildTimedOut;
     return removeGone(store, tree, id, sink.gone()) ? Status::success : Status::unusable;
@@ -283,10 +317,11 @@ bool needsUpdate(CacheStore& store, const TreeView& view,
     unsigned readAgain = 0;
     for (std::size_t i = 0; i < paths.size(); ++i) {
         if (stale[i].state != StaleDirectory::State::changed) return true;
-        Comparison comparison(store, stale[i].id);
+        const Reread directory{view, stale[i].id, paths[i]};
+        Comparison comparison(store, directory);
         const LogPrefix prefix{"FS_Cache::verify", &dfsState()};
         const WalkStatus walked =
-            walkTree(requestOf(view, paths[i], kNoTimeout, false), comparison, prefix);
+            walkTree(requestOf(directory, kNoTimeout, false), comparison, prefix);
         if (walked == WalkStatus::timedOut || comparison.differs()) return true;
         if (comparison.believable() && ++readAgain > kReadAgain) return true;
     }
@@ -306,7 +341,7 @@ Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
         if (elapsed >= timeout) return Status::buildTimedOut;
         Status status = Status::success;
         if (stale[i].state == StaleDirectory::State::changed)
-            status = updateDirectory(store, tree, view, id, paths[i], timeout - elapsed);
+            status = updateDirectory(store, tree, {view, id, paths[i]}, timeout - elapsed);
         else if (!tree.removeTree(store.directories(), store.files(), id))
             status = Status::unusable;
         if (status != Status::success) return status;

@@ -166,9 +166,12 @@ bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     return removeFilesWhere(files, pathId, [](const RecordSet&) { return true; });
 }
 
-bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, const std::set<std::wstring>& names) {
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, std::multiset<std::wstring> names) {
     return removeFilesWhere(files, pathId, [&names](const RecordSet& record) {
-        return names.contains(record.getFieldAsString(FILES_FILENAME));
+        const auto found = names.find(record.getFieldAsString(FILES_FILENAME));
+        if (found == names.end()) return false;
+        names.erase(found);
+        return true;
     });
 }
 

@@ -75,10 +75,10 @@ public:
 
     /// Forgets the paths that are kept: to be called when records were removed.
     void forget() { pathMap_.clear(); }
-    /// Removes the files whose directory is `pathId`, all or those with one of these names. False
+    /// Removes the files whose directory is `pathId`: all, or one for each of these names. False
     /// when one could not be removed.
     bool removeFiles(FS_Table& files, unsigned pathId);
-    bool removeFiles(FS_Table& files, unsigned pathId, const std::set<std::wstring>& names);
+    bool removeFiles(FS_Table& files, unsigned pathId, std::multiset<std::wstring> names);
     /// Removes directory `id` with all below it. False when a record could not be removed.
     bool removeTree(FS_Table& directories, FS_Table& files, unsigned id);
     /// Removes directory `id`, and those that hold it, as long as they hold nothing else and

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
 #include <memory>
 
 #include "fscanner/common/utf8.h"
@@ -69,11 +70,12 @@ private:
     void push();
     const Directory* open(std::size_t level);
     bool look(const Directory* parent);
+    const StampTrust* trustAt(const Directory* parent, const struct stat& info);
     bool isCovered(const std::wstring& directory) const {
         return mounts_ && mounts_->stops(directory, root_.drive);
     }
     void note(State state) { result_.stale.push_back({id_, state}); }
-    void compare(const struct stat& info);
+    void compare(const struct stat& info, const StampTrust* trust);
     void visitLate();
     bool visitByPath();
 
@@ -85,6 +87,7 @@ private:
     Verification result_;
     const StampTrust* trust_ = nullptr;
     dev_t device_ = 0;                            // the root's
+    std::map<dev_t, const StampTrust*> others_;   // of the drives inside
     std::vector<std::unique_ptr<Level>> levels_;  // those beyond depth_ are spare
     std::size_t depth_ = 0;
     std::vector<unsigned> inside_;
@@ -146,10 +149,14 @@ bool TreeVerification::enterRoot(unsigned id) {
     trust_ = findStampTrust(type);
     device_ = info.st_dev;
     if (!trust_) {
-        result_.end = Verification::End::notTrusted;
+        // With a stamp, the tree is that of another file system, which was there before.
+        if (store_.stamps().find(id_).exists())
+            note(State::gone);
+        else
+            result_.end = Verification::End::notTrusted;
         return false;
     }
-    compare(info);
+    compare(info, trust_);
     return true;
 }
 
@@ -191,7 +198,7 @@ void TreeVerification::visit() {
     if (mounts_) {
         path_.resize(levels_[depth_ - 1]->pathLength);
         path_ += toWide(name_);
-        if (isCovered(path_)) return note(State::covered);
+        if (isCovered(path_)) return;
     }
     if (look(open(depth_ - 1))) push();
 }
@@ -219,16 +226,30 @@ bool TreeVerification::look(const Directory* parent) {
         return false;
     }
     if (error == 0)
-        compare(info);
+        compare(info, trustAt(parent, info));
     else
         note(State::changed);
     return true;
 }
 
-// Another device may be a file system of another kind, whose times go in other steps.
-void TreeVerification::compare(const struct stat& info) {
-    if (info.st_dev != device_ ||
-        !isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust_->step))
+// Another device may be a file system of another kind, whose times go in other steps or say
+// nothing. Each is asked once.
+const StampTrust* TreeVerification::trustAt(const Directory* parent, const struct stat& info) {
+    if (info.st_dev == device_) return trust_;
+    const auto [known, isNew] = others_.try_emplace(info.st_dev, nullptr);
+    if (!isNew) return known->second;
+    Directory directory;
+    long type = 0;
+    struct stat now {};
+    if (directory.openChild(*parent, name_.c_str(), DirectoryUse::reach) == 0 &&
+        directory.examine(now) == 0 && now.st_dev == info.st_dev &&
+        directory.fileSystemType(type) == 0)
+        known->second = findStampTrust(type);
+    return known->second;
+}
+
+void TreeVerification::compare(const struct stat& info, const StampTrust* trust) {
+    if (!trust || !isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust->step))
         note(State::changed);
 }
 
@@ -251,8 +272,9 @@ bool TreeVerification::visitByPath() {
     Directory parent;
     const int error = parent.openPath(toMultibyte(path).c_str(), DirectoryUse::reach);
     path.append(path.ends_with(L'/') ? L"" : L"/").append(toWide(name_));
-    if (!isCovered(path) && !isAbsent(error)) return look(error == 0 ? &parent : nullptr);
-    note(isAbsent(error) ? State::gone : State::covered);
+    if (isCovered(path)) return false;
+    if (!isAbsent(error)) return look(error == 0 ? &parent : nullptr);
+    note(State::gone);
     return false;
 }
 
