@@ -19,6 +19,7 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/fault_scale.h"
+#include "support/permissions.h"
 #include "support/private_mounts.h"
 
 namespace fscanner {
@@ -387,6 +388,27 @@ TEST_P(VerifiedCache, AMountOverTheWholeTree) {
         EXPECT_EQ(names("a"), Answer{"a/under"});
         return HasFailure() ? 1 : 0;
     });
+}
+
+/// Files whose directory may be listed and not passed through: nobody knows their sizes.
+TEST_P(VerifiedCache, FilesThatCanBeExaminedAgain) {
+    const PermissionsHold permissions;
+    if (!permissions) GTEST_SKIP() << "permissions cannot be made to hold";
+    tree.file("a/large", 1000);
+    tree.file("a/other");
+    ASSERT_EQ(::chmod(tree.path("a").c_str(), 0700), 0);
+    const auto large = [this] { return ask(queryFor("", L"[SIZE]>100")).paths; };
+    const auto remove = [this](const char* file) {
+        ASSERT_EQ(::chmod(tree.path("a").c_str(), 0700), 0);
+        fs::remove(tree.path(file));
+        ASSERT_EQ(::chmod(tree.path("a").c_str(), 0600), 0);
+    };
+    ASSERT_EQ(::chmod(tree.path("a").c_str(), 0600), 0);
+    EXPECT_EQ(large(), Answer());
+    remove("a/other");
+    EXPECT_EQ(large(), Answer());
+    ASSERT_EQ(::chmod(tree.path("a").c_str(), 0700), 0);
+    EXPECT_EQ(large(), Answer{tree.path("a/large")});
 }
 
 /// A directory of xfs that changes while it is read may give a name twice.

@@ -280,9 +280,12 @@ WalkRequest requestOf(const Reread& directory, unsigned timeout, bool observed) 
             &view.mounts,           observed};
 }
 
+// Where files could not be examined, the records do not tell which: there all count as new.
 Status updateDirectory(CacheStore& store, CacheTree& tree, const Reread& directory,
                        unsigned timeout) {
     const unsigned id = directory.id;
+    if (store.unread().contains(id) && !tree.removeFiles(store.files(), id))
+        return Status::unusable;
     store.unread().remove(id);
     UpdateSink sink(store, directory);
     const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
