@@ -51,6 +51,12 @@ FS_Cache::FS_Cache(const wchar_t* directoriesTableName, const wchar_t* filesTabl
 
 FS_Cache::~FS_Cache() = default;
 
+// What a query found and did not change stays for an object that may change the cache.
+KeptChanges& FS_Cache::changes() {
+    if (!changes_) changes_ = std::make_unique<KeptChanges>();
+    return *changes_;
+}
+
 int FS_Cache::create(unsigned timeout, int disposition) {
     return codeOf(operate("FS_Cache::create", Status::failure, Status::lockTimedOut,
                           [&] { return store_->create(timeout, disposition); }));
@@ -124,7 +130,7 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
     const auto answer = [&](const QueryPlan& plan) {
         CacheQuery run(*store_, query, {maxCacheAge, verify_}, &checked, timeout);
         if (store_->readOnly() && !monitor_) {
-            const Status status = run.readiness(plan);
+            const Status status = run.readiness(plan, changes());
             if (status != Status::success) return status;
         }
         const AnswerGaps gaps(query, plan);
@@ -141,7 +147,7 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
         if (monitor_) return Status::success;
         if (store_->readOnly()) return Status::needsChange;
         return CacheQuery(*store_, query, {maxCacheAge, verify_}, nullptr, timeout)
-            .refreshTrees(plan);
+            .refreshTrees(plan, changes());
     };
     return codeOf(operate("FS_Cache::refresh", Status::unusable, Status::lockTimedOut,
                           [&] { return runPlan(Form::plain, query, body); }));
@@ -199,6 +205,15 @@ int FS_Cache::forget(const wchar_t* path, bool& found) {
 
 void FS_Cache::setVerification(bool verify) {
     verify_ = verify;
+}
+
+void FS_Cache::continueFrom(FS_Cache& reader) {
+    operate("FS_Cache::continueFrom", false, false, [&] {
+        const bool same = reader.changes_ && reader.changes_->version && !store_->readOnly() &&
+                          store_->version() == reader.changes_->version;
+        if (same) changes_ = std::move(reader.changes_);
+        return same;
+    });
 }
 
 void FS_Cache::setSizeLimit(unsigned long long bytes) {

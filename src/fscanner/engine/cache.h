@@ -13,6 +13,7 @@ class FsQuery;
 struct FsQueryReport;
 class FsResultSetWriter;
 class CacheStore;
+struct KeptChanges;
 class QueryPlan;
 
 /// What `FS_Cache::create` does with the files of the directory.
@@ -163,6 +164,11 @@ public:
     /// on those of the file as it is now. Where the file system does not tell of changes, the age
     /// of the tree decides as it does otherwise. -45 under a shared lock where a tree has changed.
     void setVerification(bool verify);
+    /// Takes over what a query of `reader` found out about changed directories before it returned
+    /// -45, so that `refresh` need not look at all directories again. To be called for the same
+    /// query, when this object is open for change and `reader` is closed. Does nothing if others
+    /// have changed the cache since.
+    void continueFrom(FS_Cache& reader);
     /// How many bytes the tables with their indexes may take; 0, as at first: any number. A query,
     /// or `refresh`, that builds something removes the trees that were built first until the rest
     /// fits, but none that it searches itself; `compact` gives their space back. The log names
@@ -194,7 +200,10 @@ private:
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;
 
+    FSCANNER_HIDDEN KeptChanges& changes();
+
     std::unique_ptr<CacheStore> store_;
+    std::unique_ptr<KeptChanges> changes_;
     bool monitor_;
     bool verify_ = false;
     unsigned long long sizeLimit_ = 0;

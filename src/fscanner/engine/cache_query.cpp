@@ -23,6 +23,12 @@ constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
 
 }  // namespace
 
+std::optional<KeptChanges::Tree> KeptChanges::take(const std::wstring& path) {
+    auto found = trees.extract(path);
+    if (found.empty()) return std::nullopt;
+    return std::move(found.mapped());
+}
+
 CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules& rules,
                        FsResultSetWriter* writer, unsigned timeout)
     : store_(store),
@@ -137,11 +143,12 @@ bool CacheQuery::dropTree(unsigned id) {
     return true;
 }
 
-Status CacheQuery::refreshTrees(const QueryPlan& plan) {
+Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!QueryPlan::isLocal(pair)) continue;
         const Found found = find(pair);
-        const Status status = settle(plan, pair, found, judge(plan, pair, found), "refresh");
+        const Status status =
+            settle(plan, pair, found, judgeBy(known, plan, pair, found), "refresh");
         if (status == Status::success) continue;
         if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
         return status;
@@ -151,7 +158,7 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan) {
 
 // ---- Without a change -------------------------------------------------------
 
-Status CacheQuery::readiness(const QueryPlan& plan) {
+Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!QueryPlan::isLocal(pair)) continue;
         const Found found = find(pair);
@@ -160,6 +167,7 @@ Status CacheQuery::readiness(const QueryPlan& plan) {
             case Fitness::fits:
                 break;
             case Fitness::changed:
+                changes.keep(store_, pair.path.getPathName(), looked_);
                 return Status::needsChange;
             case Fitness::tooOld:
                 if (found.record || fs_isValidPath(pair.path.getPathName()))
@@ -193,8 +201,8 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     if (!verifies(found)) return judgeAge(found);
     const TreeView view{pair, plan.mounts()};
     const unsigned start = getTickCount();
-    verification_ = verify(view, found.id);
-    switch (verification_.end) {
+    looked_.verification = verify(view, found.id);
+    switch (looked_.verification.end) {
         case Verification::End::finished:
             break;
         case Verification::End::notTrusted:
@@ -206,13 +214,22 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     }
     // Under a shared lock the directories are compared first: where they have the same entries,
     // nothing is to be changed.
-    const std::vector<StaleDirectory>& stale = verification_.stale;
+    const std::vector<StaleDirectory>& stale = looked_.verification.stale;
     const bool changed = !stale.empty() && (!store_.readOnly() || needsUpdate(store_, view, stale));
-    verifyMilliseconds_ = getTickCount() - start;
+    looked_.milliseconds = getTickCount() - start;
     if (store_.damaged()) return Fitness::damaged;
     if (changed) return Fitness::changed;
     noteVerified(pair);
     return Fitness::fits;
+}
+
+// By a comparison that was made for this query, if there is one.
+CacheQuery::Fitness CacheQuery::judgeBy(KeptChanges& known, const QueryPlan& plan,
+                                        const PathDrive& pair, const Found& found) {
+    std::optional<KeptChanges::Tree> tree = known.take(pair.path.getPathName());
+    if (!tree || found.built == 0) return judge(plan, pair, found);
+    looked_ = std::move(*tree);
+    return Fitness::changed;
 }
 
 Verification CacheQuery::verify(const TreeView& view, unsigned id) const {
@@ -230,15 +247,16 @@ Verification CacheQuery::verify(const TreeView& view, unsigned id) const {
 // brought it up to date for the queries of its object.
 void CacheQuery::noteVerified(const PathDrive& pair) {
     const wchar_t* const path = pair.path.getPathName();
-    const FsVerification result{nullptr, verification_.directories, verification_.stale.size(),
-                                verifyMilliseconds_, readsFactsAlone()};
+    const FsVerification result{nullptr, looked_.verification.directories,
+                                looked_.verification.stale.size(), looked_.milliseconds,
+                                readsFactsAlone()};
     verified_[path] = result;
     if (!store_.readOnly()) store_.noteRefreshed(path, {Refreshed::verified, result});
 }
 
 Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                                  const char* name) {
-    const auto& stale = verification_.stale;
+    const auto& stale = looked_.verification.stale;
     const bool rootIsGone =
         stale.front().id == found.id && stale.front().state != StaleDirectory::State::changed;
     if (rootIsGone) return refresh(plan, pair, found, name);
@@ -246,7 +264,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
     const unsigned start = getTickCount();
     const Status status = updateTree(store_, tree_, {pair, plan.mounts()}, stale, timeout_);
-    verifyMilliseconds_ += getTickCount() - start;
+    looked_.milliseconds += getTickCount() - start;
     if (status != Status::success) return status;
     // The system failed to read a directory, and so the tree counts as never built.
     const Found updated = find(pair);

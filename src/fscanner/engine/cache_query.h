@@ -26,6 +26,24 @@ struct TreeRules {
     bool verify = false;
 };
 
+/// What a comparison of trees with the disk found under a shared lock. It spares a session that may
+/// change the cache the same comparison, as long as nobody has changed the cache.
+struct KeptChanges {
+    struct Tree {
+        Verification verification;
+        unsigned milliseconds = 0;  ///< that it took
+    };
+    std::optional<CacheStore::Version> version;
+    std::map<std::wstring, Tree> trees;  ///< by path
+
+    void keep(CacheStore& store, const std::wstring& path, const Tree& tree) {
+        version = store.version();
+        trees[path] = tree;
+    }
+    /// Only once: it is not true any more when it was used.
+    std::optional<Tree> take(const std::wstring& path);
+};
+
 /// One query over a cache. There are four ways to run it, by two choices.
 ///
 /// First, how local pairs are answered: `cacheOnly` rebuilds trees that are not young
@@ -44,11 +62,13 @@ public:
     Status cacheOnly(const QueryPlan& plan, const char* name);
     Status monitored(const QueryPlan& plan);
     /// Does what `cacheOnly` does before it gives an answer: sees to it that the trees of
-    /// the local pairs are young enough. `success`, `unusable` or `buildTimedOut`.
-    Status refreshTrees(const QueryPlan& plan);
+    /// the local pairs are young enough, or up to date. Trees in `known` are not compared again.
+    /// `success`, `unusable` or `buildTimedOut`.
+    Status refreshTrees(const QueryPlan& plan, KeptChanges& known);
     /// Whether `cacheOnly` would answer without changing the cache: `success`; `needsChange` if it
-    /// needs a cache that may be changed; `queryTimedOut` or `unusable`.
-    Status readiness(const QueryPlan& plan);
+    /// needs a cache that may be changed; `queryTimedOut` or `unusable`. What it found changed goes
+    /// into `changes`.
+    Status readiness(const QueryPlan& plan, KeptChanges& changes);
     /// Completes a step that may be answered from the cache.
     void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
 
@@ -68,6 +88,8 @@ private:
     /// How a tree compares with what the query needs.
     enum class Fitness { fits, tooOld, changed, stopped, damaged };
     Fitness judge(const QueryPlan& plan, const PathDrive& pair, const Found& found);
+    Fitness judgeBy(KeptChanges& known, const QueryPlan& plan, const PathDrive& pair,
+                    const Found& found);
     Fitness judgeAge(const Found& found) const {
         return isYoung(found.built) ? Fitness::fits : Fitness::tooOld;
     }
@@ -100,8 +122,7 @@ private:
     unsigned oldest_;  // trees built before are too old; wraps
     bool verify_;
     std::optional<bool> readsFactsAlone_;
-    Verification verification_;                        // the last one
-    unsigned verifyMilliseconds_ = 0;                  // what it took
+    KeptChanges::Tree looked_;                         // the last comparison
     std::map<std::wstring, FsVerification> verified_;  // by path: trees that are up to date
 };
 

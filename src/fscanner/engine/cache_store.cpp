@@ -1,12 +1,16 @@
 #include "fscanner/engine/cache_store.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <array>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
+#include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/reports.h"
+#include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
 
@@ -220,6 +224,15 @@ void CacheStore::loadUnread() {
     if (unreadFits_) return;
     unread_.reset(directoriesIndex_);
     sums_->remove(file);
+}
+
+// The sums file is replaced by each change that is kept, and tells of nothing else.
+std::optional<CacheStore::Version> CacheStore::version() const {
+    struct stat info {};
+    if (examineFile(toMultibyte(path(CacheSumsSuffix)), info) != 0) return std::nullopt;
+    const auto number = [](auto value) { return static_cast<unsigned long long>(value); };
+    return Version{number(info.st_ino), number(info.st_size), number(info.st_ctim.tv_sec),
+                   number(info.st_ctim.tv_nsec)};
 }
 
 // ---- Stamps -----------------------------------------------------------------

@@ -136,6 +136,11 @@ public:
     /// False where no directory has a stamp.
     bool readStamps();
 
+    /// Says which content the cache has while it is locked: each change makes it another one.
+    /// Nothing where that cannot be told.
+    using Version = std::array<unsigned long long, 4>;
+    std::optional<Version> version() const;
+
 private:
     /// Both tables anew, beside the old ones.
     struct Anew {

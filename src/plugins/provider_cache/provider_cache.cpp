@@ -90,8 +90,8 @@ private:
         int run(FS_Cache& cache) const;
     };
     int runOnce(const Request& request) const;
-    int read(const Request& request, const WaitLimit& wait) const;
-    int buildAndRead(const Request& request, const WaitLimit& wait) const;
+    int read(FS_Cache& cache, const Request& request, const WaitLimit& wait) const;
+    int buildAndRead(FS_Cache& reader, const Request& request, const WaitLimit& wait) const;
     int runExclusive(const Request& request) const;
     std::unique_ptr<FS_Cache> makeCache() const;
 
@@ -137,28 +137,30 @@ int CacheProvider::execute(FsResultSetWriter& writer, const FsQuery& query, unsi
 // because the host's writer may take any time.
 int CacheProvider::runOnce(const Request& request) const {
     const WaitLimit wait(settings_.wait);
-    int status = read(request, wait);
+    const auto reader = makeCache();
+    int status = read(*reader, request, wait);
     if (status != FS_CACHE_NEEDS_CHANGE) return status;
-    status = buildAndRead(request, wait);
+    status = buildAndRead(*reader, request, wait);
     for (int i = 1; i < kTries && status == FS_CACHE_NEEDS_CHANGE; ++i)
-        status = buildAndRead(request, WaitLimit(settings_.wait));
+        status = buildAndRead(*reader, request, WaitLimit(settings_.wait));
     return status == FS_CACHE_NEEDS_CHANGE ? runExclusive(request) : status;
 }
 
-int CacheProvider::read(const Request& request, const WaitLimit& wait) const {
-    const auto cache = makeCache();
-    if (const int status = cache->lockShared(wait.left())) return status;
-    int status = cache->create(0, FS_CACHE_OPEN);
-    if (status == FS_CACHE_SUCCESS) status = request.run(*cache);
-    cache->close();
-    cache->unlock();
+int CacheProvider::read(FS_Cache& cache, const Request& request, const WaitLimit& wait) const {
+    if (const int status = cache.lockShared(wait.left())) return status;
+    int status = cache.create(0, FS_CACHE_OPEN);
+    if (status == FS_CACHE_SUCCESS) status = request.run(cache);
+    cache.close();
+    cache.unlock();
     return status;
 }
 
-int CacheProvider::buildAndRead(const Request& request, const WaitLimit& wait) const {
+int CacheProvider::buildAndRead(FS_Cache& reader, const Request& request,
+                                const WaitLimit& wait) const {
     const auto cache = makeCache();
     if (const int status = cache->lock(wait.left())) return status;
     int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
+    cache->continueFrom(reader);
     if (status == FS_CACHE_SUCCESS)
         status = cache->refresh(request.query, request.timeout, request.maximumAge);
     if (status == FS_CACHE_SUCCESS) status = cache->share(WaitLimit(settings_.wait).left());
