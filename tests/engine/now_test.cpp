@@ -343,6 +343,45 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
     EXPECT_GT(checks.checks, static_cast<unsigned>(steps));
 }
 
+/// A small tree in a large cache is answered without reading the whole of it.
+TEST_P(VerifiedCache, SmallTreesOfALargeCache) {
+    for (int i = 0; i < 9000; ++i) tree.file("large/" + std::to_string(i));
+    for (const char* one : {"small/a.h", "small/b/a.c", "small/b/c.h", "small/d/e.h"})
+        tree.file(one, 60);
+    wait();
+    names();
+    const auto same = [&](const std::string& below, const wchar_t* criteria,
+                          const std::string& excluded) {
+        TreeQuery query = queryFor(below, criteria);
+        if (!excluded.empty()) query.addExcludePath((L"*:" + tree.wide(excluded)).c_str(), true);
+        const SizedWriter expected = scan(query);
+        for (const bool verify : {true, false}) {
+            provider->setOption(FS_OPTION_VERIFY, verify ? "true" : "false");
+            EXPECT_EQ(ask(query).sized, expected.sized) << below << " without " << excluded;
+        }
+        provider->setOption(FS_OPTION_VERIFY, "true");
+        return expected.paths.size();
+    };
+    EXPECT_EQ(same("small", nullptr, ""), 4U);
+    EXPECT_EQ(same("small", L"[FILENAME]==\"*.h\"", ""), 3U);
+    EXPECT_EQ(same("small", L"[FILENAME]==\"a*\" && [SIZE]>50", "small/b"), 1U);
+    EXPECT_EQ(same("small", L"path([PATHID],[FILENAME])==\"*/b/*\"", ""), 2U);
+    EXPECT_EQ(same("small/b", L"[SIZE]>50", ""), 2U);
+    EXPECT_EQ(same("small/b", nullptr, "small/b"), 0U);
+    tree.file("small/d/new.h", 60);
+    fs::remove(tree.path("small/a.h"));
+    EXPECT_EQ(names("small"),
+              (Answer{"small/b/a.c", "small/b/c.h", "small/d/e.h", "small/d/new.h"}));
+    EXPECT_EQ(same("small", L"[FILENAME]==\"*.h\"", ""), 3U);
+    // Of a directory alone, and of two trees, one of which holds the other.
+    FsQuery two;
+    two.addIncludePath((L"*:" + tree.wide("small")).c_str(), false);
+    two.addIncludePath((L"*:" + tree.wide("small/d")).c_str(), true);
+    tree.file("small/x");
+    EXPECT_EQ(ask(two).paths, scan(two).paths);
+    EXPECT_EQ(ask(two).paths.size(), 3U);
+}
+
 /// A drive that comes or goes changes no directory.
 TEST_P(VerifiedCache, MountsThatComeAndGo) {
     for (const char* one : {"a/m/under", "a/f", "b/g"}) tree.file(one);

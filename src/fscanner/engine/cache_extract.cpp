@@ -104,7 +104,10 @@ private:
 
     Status emitMatches();
     Status testAcceptedFiles();
+    std::optional<std::vector<TreeMember>> smallTrees();
+    Status testFilesOf(const std::vector<TreeMember>& directories, bool filtered);
     inline void emit();
+    Status finish();
     Status timedOut();
     Status interrupted();
     // Files of one directory come in runs: the verdict on the directory is kept for the run.
@@ -184,13 +187,18 @@ Status Extraction::run() {
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
+    if (!examines_ && !files.walksIndex())
+        if (const auto directories = smallTrees()) return testFilesOf(*directories, filtered);
     // A lookup uses few of the offsets. A run over all records must not miss one, so all
     // offsets are checked before the first record is written.
     const bool readsAll = !files.walksIndex();
     if (readsAll && !(store_.recordsHold() && store_.files().checkOffsets()))
         return Status::unusable;
     const Status status = runsCommands || namesFirst ? testAcceptedFiles() : emitMatches();
-    if (status != Status::success) return status;
+    return status == Status::success ? finish() : status;
+}
+
+Status Extraction::finish() {
     exclusions_.lookUpOthers(
         store_, [this](const wchar_t* directory) { return coveringPair(directory) != nullptr; });
     return Status::success;
@@ -248,6 +256,40 @@ Status Extraction::testAcceptedFiles() {
         emit();
     }
     return Status::success;
+}
+
+// The directories of all pairs, if they are few.
+std::optional<std::vector<TreeMember>> Extraction::smallTrees() {
+    CacheTree tree(store_);
+    std::vector<TreeMember> all;
+    for (const auto& [path, place] : pairs_) {
+        RecordSet& record = store_.directoryRecords();
+        const wchar_t* const name = place.pair->path.getPathName();
+        if (!tree.findPathByName(record, store_.ancestorRecords(), name, true)) continue;
+        const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
+        const auto members = tree.smallTree(id);
+        if (!members) return std::nullopt;
+        all.insert(all.end(), members->begin(), members->end());
+    }
+    std::sort(all.begin(), all.end());
+    all.erase(std::unique(all.begin(), all.end()), all.end());
+    return all;
+}
+
+// The files of these directories are looked up, and all others are not read.
+Status Extraction::testFilesOf(const std::vector<TreeMember>& directories, bool filtered) {
+    RecordSet& files = store_.filesRecords();
+    for (const TreeMember& one : directories) {
+        const Directory directory = enter(one.id);
+        if (directory == Directory::missing) return interrupted();
+        if (directory == Directory::refused) continue;
+        bool found = store_.lookups().byPathId(files, one.id);
+        for (; found; found = files.moveNext()) {
+            if (!goesOn()) return Status::queryTimedOut;
+            if (!filtered || holds()) emit();
+        }
+    }
+    return finish();
 }
 
 bool Extraction::holds() {

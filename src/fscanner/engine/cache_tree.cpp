@@ -206,6 +206,27 @@ bool CacheTree::removeTree(FS_Table& directories, FS_Table& files, unsigned id) 
     return removed;
 }
 
+// A lookup of a directory with its files costs as much as some thousand files in a row.
+std::optional<std::vector<TreeMember>> CacheTree::smallTree(unsigned root) {
+    constexpr unsigned filesPerDirectory = 2048;
+    unsigned files = 0;
+    RecordSet& records = store_.ancestorRecords();
+    if (!store_.files().count(0, &files) || !store_.lookups().byId(records, root))
+        return std::nullopt;
+    const unsigned most = files / filesPerDirectory;
+    if (most == 0) return std::nullopt;
+    std::vector<TreeMember> members{{records.recordId(), root}};
+    for (std::size_t next = 0; next < members.size(); ++next) {
+        bool found = store_.lookups().byParentId(records, members[next].id);
+        for (; found; found = records.moveNext()) {
+            if (members.size() > most) return std::nullopt;
+            members.push_back({records.recordId(), records.getFieldAsInt32(DIRECTORIES_ID)});
+        }
+    }
+    std::sort(members.begin() + 1, members.end());
+    return members;
+}
+
 bool CacheTree::removeEmpty(FS_Table& directories, unsigned id) {
     RecordSet records = directories.openRecordSet();
     bool removed = true;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <compare>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -45,6 +47,13 @@ struct CachedRoot {
     std::wstring path;
 };
 
+/// A directory of a tree, and its record.
+struct TreeMember {
+    unsigned record;
+    unsigned id;
+    auto operator<=>(const TreeMember&) const = default;
+};
+
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
 /// path, and the removal of a subtree.
 ///
@@ -72,6 +81,10 @@ public:
     /// Whether the cache holds nothing but the tree of directory `id` and the way to it, none of
     /// whose directories was built.
     bool isAlone(RecordSet& directories, unsigned id);
+
+    /// The directories of a tree by the place of their records, the root first, if they are so few
+    /// that to look each up costs less than to read through the tables.
+    std::optional<std::vector<TreeMember>> smallTree(unsigned root);
 
     /// Forgets the paths that are kept: to be called when records were removed.
     void forget() { pathMap_.clear(); }

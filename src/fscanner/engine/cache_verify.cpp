@@ -107,9 +107,16 @@ Verification TreeVerification::run(unsigned rootId) {
         return std::move(result_);
     }
     if (!enterRoot(rootId) || !root_.path.getRecursive()) return std::move(result_);
-    FS_Table& directories = store_.directories();
     unsigned record = records.recordId();
-    while (directories.moveNext(record)) {
+    const auto small = CacheTree(store_).smallTree(rootId);
+    std::size_t position = 0;
+    const auto moveNext = [&] {
+        if (!small) return store_.directories().moveNext(record);
+        if (++position == small->size()) return false;
+        record = (*small)[position].record;
+        return true;
+    };
+    while (moveNext()) {
         if (!readRecord(record)) {
             result_.end = Verification::End::damaged;
             return std::move(result_);
