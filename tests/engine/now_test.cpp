@@ -343,6 +343,46 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
     EXPECT_GT(checks.checks, static_cast<unsigned>(steps));
 }
 
+/// Stamps that are missing, damaged or of another time cost a reading, and no answer.
+TEST_P(VerifiedCache, DamagedStamps) {
+    for (const char* one : {"a/f", "a/b/g", "c/h"}) tree.file(one);
+    wait();
+    names();
+    const fs::path cache = place.path("cache");
+    std::string file;
+    for (const auto& entry : fs::directory_iterator(cache))
+        if (entry.path().extension() == ".stamps") file = entry.path();
+    const std::string first = readWholeFile(file);
+    std::mt19937 random(31);
+    const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
+    for (int i = 0; i < 60 * faultScale() && !HasFailure(); ++i) {
+        std::string bytes = readWholeFile(file);
+        switch (i % 4) {
+            case 0:
+                for (std::size_t n = below(4) + 1; n > 0; --n)
+                    bytes[below(bytes.size())] ^= static_cast<char>(1 << below(8));
+                break;
+            case 1:
+                bytes.resize(below(2 * bytes.size()));
+                break;
+            case 2:
+                bytes = first;
+                break;
+            default:
+                std::fill_n(bytes.begin() + static_cast<long>(below(bytes.size() / 2)),
+                            bytes.size() / 2, '\0');
+        }
+        if (below(20) == 0)
+            fs::remove(file);
+        else
+            writeWholeFile(file, bytes);
+        const std::string changed = "a/b/new" + std::to_string(below(3));
+        if (!fs::remove(tree.path(changed))) tree.file(changed);
+        const TreeQuery query = queryFor("", nullptr);
+        EXPECT_EQ(ask(query).paths, scan(query).paths) << i;
+    }
+}
+
 /// A small tree in a large cache is answered without reading the whole of it.
 TEST_P(VerifiedCache, SmallTreesOfALargeCache) {
     for (int i = 0; i < 9000; ++i) tree.file("large/" + std::to_string(i));
