@@ -59,14 +59,9 @@ TEST_F(CriteriaTest, CheckShowsTreeFieldsAndIndex) {
     EXPECT_THAT(indexed.out, HasSubstr("\nfields: FILENAME, SIZE\nindex:  FILENAME = a b\n"));
     EXPECT_EQ(found({"--check", "1 + 1"}).size(), 1u);
     // Where there is none, or it would not be used, none is named.
-    for (const Arguments& none : {Arguments{"[SIZE] == 5"},
-                                  {"([FILENAME] == \"a\") == 0"},
-                                  {"[FILENAME] == \"a\" && type(\"/\", \"x\")"},
-                                  {"-i", "[FILENAME] == \"kilo\""}}) {
-        Arguments all = none;
-        all.insert(all.end() - 1, "--check");
-        EXPECT_THAT(run(all).out, Not(HasSubstr("index:"))) << none.back();
-    }
+    for (const char* none :
+         {"[SIZE] == 5", "[FILENAME] == \"a\" && type(\"/\", \"x\")", "[FILENAME] == \"kilo\""})
+        EXPECT_THAT(run({"-i", "--check", none}).out, Not(HasSubstr("index:"))) << none;
 }
 
 TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {

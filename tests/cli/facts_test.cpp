@@ -9,7 +9,6 @@
 #include <sys/wait.h>
 
 #include <array>
-#include <functional>
 #include <nlohmann/json.hpp>
 
 #include "cli/program_run.h"
@@ -49,26 +48,17 @@ protected:
     fscanner::TemporaryDirectory outside_;
 };
 
-/// Ways of telling more than a path.
-const std::vector<Arguments>& tellingWays() {
-    static const std::vector<Arguments> ways = {
-        {"-l"},
-        {"--json"},
-        {"--json", "--sort", "name"},
-        {"--json", "--sort", "size", "--spill"},
-        {"--csv"},
-        {"--format", "{size} {modified} {path}"},
-        {"-l", "--sort", "size"},
-        {"--newer", "1970-01-02"},
-        {"--owner", std::to_string(::getuid())},
-    };
-    return ways;
-}
-
 TEST_F(FactsTest, ADirectoryThatBecameALinkIsNotFollowed) {
     cached({"tree"});
     exchange("tree/a", "link");
-    for (Arguments way : tellingWays()) {
+    for (Arguments way : {Arguments{"-l"},
+                          {"--json"},
+                          {"--json", "--sort", "size", "--spill"},
+                          {"--csv"},
+                          {"--format", "{size} {modified} {path}"},
+                          {"-l", "--sort", "size"},
+                          {"--newer", "1970-01-02"},
+                          {"--owner", std::to_string(::getuid())}}) {
         way.insert(way.begin(), {"--max-age=1d", "tree"});
         const RunResult result = cached(way);
         EXPECT_THAT(result.out, HasSubstr("tree/b/f")) << way[2];
@@ -123,31 +113,15 @@ TEST_F(FactsTest, ALineIsOfOneMoment) {
     fs::permissions(tree_ / "tree/a/f", fs::perms::owner_read);
     EXPECT_THAT(cached({"tree", "-l", "--bytes", "-n", "f", "--path", "a/f"}).out,
                 testing::MatchesRegex("-r-------- +1000 .*tree/a/f\n"));
-    struct Change {
-        const char* name;
-        std::function<void()> make;
-        const char* line;
-        const char* kind;
-    };
-    const std::string file = tree_ / "tree/a/f";
-    const std::vector<Change> changes = {
-        {"link", [&] { fs::create_symlink("nowhere", file); }, "lrwxrwxrwx .*", "\"link\""},
-        {"directory", [&] { fs::create_directory(file); }, "", ""},
-        {"nothing", [] {}, "", ""},
-    };
-    for (const Change& change : changes) {
-        fs::remove_all(file);
-        change.make();
-        for (const std::string way : {"-l", "--json"}) {
+    for (const std::string command : {"ln -s nowhere", "mkdir", "true"}) {
+        shell("rm -rf tree/a/f; " + command + " tree/a/f");
+        const bool there = command.starts_with("ln");
+        for (const auto& [way, told] :
+             {std::pair("-l", "lrwxrwxrwx "), {"--json", "\"kind\":\"link\""}}) {
             const RunResult result = cached({"tree", way, "--path", "a/f", "--max-age", "1d"});
-            const std::string expected = way == "-l" ? change.line : change.kind;
-            EXPECT_EQ(result.out.empty(), expected.empty()) << change.name;
-            EXPECT_EQ(result.err.empty(), !expected.empty()) << result.err;
-            if (way == "-l" && !expected.empty()) {
-                EXPECT_THAT(result.out, testing::MatchesRegex(expected));
-            } else {
-                EXPECT_THAT(result.out, HasSubstr(expected));
-            }
+            EXPECT_THAT(result.out, HasSubstr(there ? told : "")) << command;
+            EXPECT_EQ(result.out.empty(), !there) << command;
+            EXPECT_EQ(result.err.empty(), there) << result.err;
         }
     }
 }
@@ -189,20 +163,15 @@ TEST_F(FactsTest, EachPathIsLookedAtBeforeItsCommand) {
     fs::create_directory_symlink("tree", tree_ / "way");
     fs::create_directories(tree_ / "elsewhere/b");
     add("elsewhere/b/f");
-    struct Case {
-        std::string path;
-        std::string exchange;
-        const char* told;
-    };
     for (const auto& [path, exchange, told] :
-         {Case{"tree", "mv tree/b kept; ln -s ../elsewhere/b tree/b", "1 file is gone"},
-          Case{"way", "ln -sfn elsewhere way", "1 file has changed"},
-          Case{"tree", "rm tree/b/f; ln -s ../../elsewhere/b/f tree/b/f", "1 file has changed"},
-          Case{"tree", "rm tree/b/f; mkdir tree/b/f", "1 file is gone"}}) {
+         {std::tuple("tree", "mv tree/b kept; ln -s ../elsewhere/b tree/b", "1 file is gone"),
+          {"way", "ln -sfn elsewhere way", "1 file has changed"},
+          {"tree", "rm tree/b/f; ln -s ../../elsewhere/b/f tree/b/f", "1 file has changed"},
+          {"tree", "rm tree/b/f; mkdir tree/b/f", "1 file is gone"}}) {
         const RunResult result =
             run({path, "-e", "sh", "-c", "echo $0; cd '" + tree_.path().string() + "'; " + exchange,
                  ";"});
-        EXPECT_EQ(result.out, path + "/a/f\n") << exchange;
+        EXPECT_EQ(result.out, std::string(path) + "/a/f\n") << exchange;
         EXPECT_THAT(result.err, HasSubstr(told)) << exchange;
         shell("rm -rf tree/b kept; mkdir tree/b; echo text > tree/b/f");
     }
@@ -223,12 +192,11 @@ TEST_F(FactsTest, ABatchIsLookedAtWhenTheOneBeforeIsOver) {
 
 // A cache has old sizes and permissions; a command is for what the file is now.
 TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
-    struct Case {
+    const struct {
         Arguments condition;
         const char* change;
         bool stays = false;
-    };
-    const std::vector<Case> table = {
+    } table[] = {
         {{"--larger", "4"}, "truncate -s 1"},     {{"--smaller", "10"}, "truncate -s 100"},
         {{"-w", "[SIZE] == 5"}, "truncate -s 6"}, {{"-w", "([ATTR] & 8) == 0"}, "chmod u+x"},
         {{"--perm", "u+r"}, "chmod u-r"},         {{"--perm", "r"}, "chmod a-r"},

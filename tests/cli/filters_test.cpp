@@ -177,26 +177,14 @@ TEST_F(FiltersTest, CommandsRunInOrderWithoutAShell) {
 
 /// Ctrl-C is for the command; one that it ends is the last.
 TEST_F(FiltersTest, AKeyMeantForACommandEndsUsOnlyWithIt) {
-    const auto run = [this](const std::string& command) {
-        return FscanTest::run({"src", "-e", "sh", "-c", command, ";"});
-    };
-    const RunResult taken = run("trap : INT; kill -INT $PPID; kill -INT $$; echo $0");
-    EXPECT_EQ(taken.out, "src/a.c\nsrc/link\nsrc/old/b.c\n");
-    EXPECT_EQ(taken.status, 0);
-    const RunResult ended = run("echo $0; kill -INT $PPID; kill -INT $$");
-    EXPECT_EQ(ended.out, "src/a.c\n");
-    EXPECT_EQ(ended.status, -SIGINT);
-}
-
-TEST_F(FiltersTest, BatchesFitAndNothingIsLost) {
-    for (int i = 0; i < 8000; ++i) add("many/" + std::to_string(i) + std::string(200, 'n'));
-    const RunResult result = run({"many", "--exec-batch", "sh", "-c", "echo $#", "sh", "+"});
-    EXPECT_EQ(result.status, 0) << result.err;
-    std::istringstream counts(result.out);
-    int sum = 0, batches = 0;
-    for (int count = 0; counts >> count; sum += count) ++batches;
-    EXPECT_EQ(sum, 8000);
-    EXPECT_GT(batches, 1);
+    for (const auto& [command, out, status] :
+         {std::tuple("trap : INT; kill -INT $PPID; kill -INT $$; echo $0",
+                     "src/a.c\nsrc/link\nsrc/old/b.c\n", 0),
+          {"echo $0; kill -INT $PPID; kill -INT $$", "src/a.c\n", -SIGINT}}) {
+        const RunResult result = run({"src", "-e", "sh", "-c", command, ";"});
+        EXPECT_EQ(result.out, out);
+        EXPECT_EQ(result.status, status);
+    }
 }
 
 TEST_F(FiltersTest, TheSummaryTellsHowCompleteTheAnswerIs) {
@@ -260,15 +248,6 @@ TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
             EXPECT_EQ(summary()["complete"], false) << way;
         }
     }
-}
-
-TEST_F(FiltersTest, ATerminalIsToldInOneLine) {
-    const RunSettings terminal = {.watched = true}, cached = {.watched = true, .cached = true};
-    EXPECT_THAT(run({"src"}, terminal).err, testing::EndsWith(" s, from a scan\r\n"));
-    EXPECT_EQ(run({"src", "-q"}, terminal).err, "");
-    run({"src", "--fresh"}, cached);
-    EXPECT_THAT(run({"src", "--max-age", "1d"}, cached).err,
-                testing::MatchesRegex(".*3 files in [0-9.]+ s, from the cache .* old.\r\n"));
 }
 
 }  // namespace

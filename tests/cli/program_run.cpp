@@ -27,14 +27,12 @@ struct Channel {
     explicit Channel(bool terminal = false, unsigned short columns = 0) {
         std::array<int, 2> ends{};
         const winsize size{.ws_row = 24, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
-        if (terminal ? openpty(&reader, &writer, nullptr, nullptr, &size) : pipe(ends.data()))
+        if (terminal ? openpty(&ends[0], &ends[1], nullptr, nullptr, &size) : pipe(ends.data()))
             throw std::runtime_error("no channel");
-        if (terminal) return;
         reader = ends[0];
         writer = ends[1];
     }
-    Channel(const Channel&) = delete;
-    Channel& operator=(const Channel&) = delete;
+    Channel(Channel&&) = delete;
     ~Channel() {
         close(reader);
         closeWriter();
@@ -87,13 +85,6 @@ void redirect(Stdout to, const Channel& out) {
     _exit(127);
 }
 
-/// Waits for the first output, and longer.
-void leaveUnread(const Channel& out, std::chrono::milliseconds pause) {
-    pollfd wait{out.reader, POLLIN, 0};
-    poll(&wait, 1, -1);
-    std::this_thread::sleep_for(pause);
-}
-
 /// Reads both channels until their writers are gone, whichever speaks first.
 void readBoth(const Channel& out, const Channel& err, RunResult& result) {
     std::array<pollfd, 2> waits = {pollfd{out.reader, POLLIN, 0}, pollfd{err.reader, POLLIN, 0}};
@@ -126,7 +117,11 @@ RunResult runProgram(const std::string& program, const Arguments& arguments,
     out.closeWriter();
     err.closeWriter();
     RunResult result;
-    if (settings.pause.count() > 0) leaveUnread(out, settings.pause);
+    if (settings.pause.count() > 0) {
+        pollfd begun{out.reader, POLLIN, 0};
+        poll(&begun, 1, -1);
+        std::this_thread::sleep_for(settings.pause);
+    }
     readBoth(out, err, result);
     int status = 0;
     waitpid(child, &status, 0);
@@ -162,16 +157,10 @@ void FscanTest::add(const std::string& path, const std::string& text) const {
     fscanner::writeWholeFile(file, text);
 }
 
-RunResult FscanTest::run(const Arguments& arguments, RunSettings settings) const {
+RunSettings FscanTest::here(RunSettings settings) const {
     settings.directory = tree_.path();
     settings.environment.insert({{"LC_ALL", "C.UTF-8"}, {"TZ", "UTC"}});
-    return fscan(arguments, settings);
-}
-
-RunResult FscanTest::shell(const std::string& command, RunSettings settings) const {
-    settings.directory = tree_.path();
-    settings.environment.insert({{"LC_ALL", "C.UTF-8"}, {"TZ", "UTC"}});
-    return runProgram("sh", {"-c", command, FSCAN_PROGRAM}, settings);
+    return settings;
 }
 
 }  // namespace fscan::test

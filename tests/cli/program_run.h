@@ -6,6 +6,7 @@
 #include <map>
 #include <vector>
 
+#include "build_paths.h"
 #include "support/temporary_directory.h"
 
 namespace fscan::test {
@@ -54,9 +55,15 @@ class FscanTest : public testing::Test {
 protected:
     /// Writes a file, and makes the directories that hold it.
     void add(const std::string& path, const std::string& text = "") const;
-    RunResult run(const Arguments& arguments, RunSettings settings = {}) const;
+    /// In the directory, and where nothing else is said in a locale that every machine has.
+    RunSettings here(RunSettings settings) const;
+    RunResult run(const Arguments& arguments, const RunSettings& settings = {}) const {
+        return fscan(arguments, here(settings));
+    }
     /// A shell command of which $0 is fscan.
-    RunResult shell(const std::string& command, RunSettings settings = {}) const;
+    RunResult shell(const std::string& command, const RunSettings& settings = {}) const {
+        return runProgram("sh", {"-c", command, FSCAN_PROGRAM}, here(settings));
+    }
     Arguments found(const Arguments& arguments) const { return records(run(arguments).out); }
 
     fscanner::TemporaryDirectory tree_;

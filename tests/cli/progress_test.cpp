@@ -49,9 +49,13 @@ TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
     }
 }
 
-TEST_F(ProgressTest, IsShownNowhereElse) {
+TEST_F(ProgressTest, IsShownNowhereElseButForALineOnTerminals) {
     EXPECT_THAT(said(true, "dumb"), testing::StartsWith("4000 files in "));
     EXPECT_EQ(said(false, "xterm"), "");
+    const RunSettings terminal = {.watched = true, .cached = true};
+    EXPECT_THAT(run({"d", "--fresh"}, terminal).err, testing::EndsWith(" s, from a scan\r\n"));
+    EXPECT_THAT(run({"d"}, terminal).err, testing::HasSubstr(" s, from the cache"));
+    EXPECT_EQ(run({"d", "-q"}, terminal).err, "");
 }
 
 }  // namespace

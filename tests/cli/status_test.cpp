@@ -27,12 +27,11 @@ TEST_F(StatusTest, FoundAndNothingFound) {
     EXPECT_EQ(run({"-n", "f", "--debug-log", "log"}).status, 0);
     EXPECT_THAT(fscanner::readWholeFile(tree_ / "log"),
                 HasSubstr("PathHelper::pathResolver - entering"));
-    const RunResult nothing = run({"-n", "nowhere"});
-    EXPECT_EQ(nothing.status, 1);
-    EXPECT_EQ(nothing.out + nothing.err, "");
-    const RunResult count = run({"-c", "-n", "nowhere"});
-    EXPECT_EQ(count.status, 1);
-    EXPECT_EQ(count.out, "0\n");
+    for (const auto& [option, out] : {std::pair("-0", ""), {"-c", "0\n"}}) {
+        const RunResult nothing = run({option, "-n", "nowhere"});
+        EXPECT_EQ(nothing.status, 1);
+        EXPECT_EQ(nothing.out + nothing.err, out);
+    }
 }
 
 TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {

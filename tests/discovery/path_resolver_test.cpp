@@ -127,49 +127,29 @@ TEST(PathResolver, SearchesUnusualDrives) {
     EXPECT_EQ(resolve("a / ext4\n", {directory / "l"}), real + " on /");
 }
 
-TEST(PathResolver, SaysWhyAnEntryIsUnresolved) {
-    DebugLog log;
-    resolve(table, {"$other::/qq", "C:/qq", "$remote:/qq/usr"});
-    for (const char* line :
-         {"PathHelper::pathResolver - entering... [pathList size is 3]",
-          "PathHelper::isValidPath - media not valid!",
-          "PathHelper::pathResolver - media: $other, pathName: /qq, recursive: false",
-          "PathHelper::pathResolver - drive type [C:] not supported!",
-          "PathHelper::pathResolver - '$remote:' received on path: /qq/usr",
-          "PathHelper::pathResolver - exit."})
-        EXPECT_TRUE(log.has(line)) << line;
-}
-
 TEST(UnixPathResolver, ComparesTexts) {
-    struct TextCase {
-        const char* entry;
-        const char* expected;  // "resolved / parent", or "-"
-    };
-    for (const TextCase& c : {TextCase{"/usr:/usr/x", "/usr/x / /usr/x"},
-                              {"/usr:/usr/+", "/usr/+ / /usr+"},
-                              {"/usr/local:/usr+", "/usr+ / /usr/local+"},
-                              {"/usr/local:/usr", "-"},
-                              {"/usr/local:/USR+", "/USR+ / /usr/local+"},
-                              // Characters, not components.
-                              {"/us:/usr", "/usr / /usr"},
-                              {"/:/+", "/+ / /+"},
-                              {"/home/u/tmp/x:/home/*/tmp+", "/home/*/tmp+ / /home/u/tmp/x+"},
-                              {"/mnt:/usr+", "-"},
-                              {"/usr", "-"}}) {
+    // "resolved / parent", or "-"; by characters, not components.
+    for (const auto& [entry, expected] :
+         {std::pair("/usr:/usr/+", "/usr/+ / /usr+"),
+          {"/us:/usr", "/usr / /usr"},
+          {"/usr/local:/USR+", "/USR+ / /usr/local+"},
+          {"/usr/local:/usr", "-"},
+          {"/home/u/tmp/x:/home/*/tmp+", "/home/*/tmp+ / /home/u/tmp/x+"},
+          {"/mnt:/usr+", "-"},
+          {"/usr", "-"}}) {
         PathInfo resolved, parent;
-        const int found = PathHelper::unix_path_resolver(pathsOf({c.entry})[0], resolved, parent);
-        EXPECT_EQ(found ? show(resolved) + " / " + show(parent) : "-", c.expected) << c.entry;
+        const int found = PathHelper::unix_path_resolver(pathsOf({entry})[0], resolved, parent);
+        EXPECT_EQ(found ? show(resolved) + " / " + show(parent) : "-", expected) << entry;
     }
 }
 
 TEST(ValidPath, IsAPrefixWithTheColon) {
     const std::vector<DriveInfo> drives = drivesOf(table);
-    EXPECT_TRUE(PathHelper::isValidPath(drives, 27, L"/QQ/boot:/x", true));
-    EXPECT_TRUE(PathHelper::isValidPath(drives, 27, L"/:x", true));
-    EXPECT_FALSE(PathHelper::isValidPath(drives, 27, L"/qq/boot", true));
-    EXPECT_FALSE(PathHelper::isValidPath(drives, 4, L"/qq/boot:/x", true));
-    EXPECT_TRUE(PathHelper::isValidPath(drives, 4, L"/qq/mnt/nas:", true));
-    EXPECT_FALSE(PathHelper::isValidPath(drives, 0, L"/:/x", true));
+    for (const auto& [mask, path, valid] : {std::tuple(27U, L"/QQ/boot:/x", true),
+                                            {27U, L"/qq/boot", false},
+                                            {4U, L"/qq/boot:/x", false},
+                                            {4U, L"/qq/mnt/nas:", true}})
+        EXPECT_EQ(PathHelper::isValidPath(drives, mask, path, true), valid) << path;
 }
 
 TEST(FileSystemPaths, KeepTheMoreSpecificEntry) {
@@ -182,8 +162,6 @@ TEST(FileSystemPaths, KeepTheMoreSpecificEntry) {
     }
     PathHelper::fileSystemPathDriveListPruning(pairs, included, excluded);
     EXPECT_THAT(show(pairs), ElementsAre("/o", "/a/b/o", "/tie/o", "/x/o"));
-    EXPECT_FALSE(PathHelper::fileSystemPathChecker(L"/a", {}, excluded));
-    EXPECT_TRUE(PathHelper::fileSystemPathChecker(L"/o", {}, excluded));
 }
 
 }  // namespace

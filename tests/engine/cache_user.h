@@ -1,12 +1,12 @@
 #pragma once
 
+#include <gmock/gmock.h>
 #include <memory>
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/store/sums_file.h"
-#include "support/results.h"
 
 namespace fscanner {
 
@@ -47,8 +47,8 @@ public:
     void setCounter(const std::string& bytes) const {
         SumsFile sums(directory_.wide("dirs.sums"));
         writeWholeFile(directory_.path("dirs.counter"), bytes);
-        EXPECT_THAT(Results({sums.load(), sums.takeUp(directory_.wide("dirs.counter")),
-                             sums.write(), sums.replace()}),
+        EXPECT_THAT(std::vector({sums.load(), sums.takeUp(directory_.wide("dirs.counter")),
+                                 sums.write(), sums.replace()}),
                     testing::Each(true));
     }
 

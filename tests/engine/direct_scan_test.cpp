@@ -62,12 +62,11 @@ TEST(DirectScan, FindsWithinItsBounds) {
     const std::wstring root = tree.wide();
     const PathInfo pattern((root + L"/*b").c_str(), true);
     const PathInfo below(tree.wide("a/b").c_str(), true);
-    struct Case {
+    const struct {
         const char* what;
         Scan scan;
         std::vector<std::string> names;
-    };
-    const Case cases[] = {
+    } cases[] = {
         // Links are listed and never followed.
         {"everything", {root}, {"a/b/y", "ab/dangling", "ab/link", "ab/w", "top"}},
         {"a link as root", {root + L"/ab/link"}, {}},
@@ -82,27 +81,13 @@ TEST(DirectScan, FindsWithinItsBounds) {
         // A direct scan wants exactly 1: not the 2 of the other.
         {"a number", {.path = root, .criteria = L"[SIZE]/2000"}, {"top"}},
     };
-    for (const Case& c : cases) {
+    for (const auto& [what, scan, names] : cases) {
         std::vector<std::string> expected;
-        for (const std::string& name : c.names) expected.push_back(tree.path(name));
+        for (const std::string& name : names) expected.push_back(tree.path(name));
         CollectingWriter writer;
-        EXPECT_EQ(c.scan.into(writer), 0);
-        EXPECT_EQ(writer.sorted(), expected) << c.what;
+        EXPECT_EQ(scan.into(writer), 0);
+        EXPECT_EQ(writer.sorted(), expected) << what;
     }
-}
-
-TEST(DirectScan, TimeOut) {
-    TempTree tree;
-    tree.file("d/a");
-    CollectingWriter writer;
-    Scan scan{tree.wide()};
-    scan.timeout = 0;
-    EXPECT_EQ(scan.into(writer), 2);
-    EXPECT_THAT(writer.paths, IsEmpty());
-    // A limit beyond 31 bits is very long, not negative.
-    scan.timeout = 0xFFFFFFFFU;
-    EXPECT_EQ(scan.into(writer), 0);
-    EXPECT_EQ(writer.paths.size(), 1U);
 }
 
 // A branch deeper than descriptors are kept, with siblings that a file system lists
@@ -151,14 +136,22 @@ TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
     }
 }
 
-TEST(DirectScan, ObserverIsToldOfExclusions) {
+TEST(DirectScan, EndsInTimeAndTellsOfExclusions) {
     TempTree tree;
+    tree.file("d/a");
     tree.file("out/a");
-    const Listener heard;
-    CollectingWriter writer;
-    Scan{.path = tree.wide(), .exclude = {PathInfo(tree.wide("out").c_str(), true)}}.into(writer);
-    EXPECT_THAT(heard.skippedFor(FsSkipReason::excluded), ElementsAre(tree.path("out")));
-    EXPECT_EQ(heard.skips.size(), 1U);
+    // A limit beyond 31 bits is very long, not negative.
+    for (const auto& [timeout, status] : {std::pair(0U, 2), {0xFFFFFFFFU, 0}}) {
+        const Listener heard;
+        CollectingWriter writer;
+        Scan scan{.path = tree.wide(), .exclude = {PathInfo(tree.wide("out").c_str(), true)}};
+        scan.timeout = timeout;
+        EXPECT_EQ(scan.into(writer), status);
+        EXPECT_EQ(writer.paths.size(), status == 0 ? 1U : 0U);
+        if (status != 0) continue;
+        EXPECT_THAT(heard.skippedFor(FsSkipReason::excluded), ElementsAre(tree.path("out")));
+        EXPECT_EQ(heard.skips.size(), 1U);
+    }
 }
 
 }  // namespace

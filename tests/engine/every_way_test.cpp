@@ -4,16 +4,9 @@
 // tree has mounts of every kind, and names that somebody chose to be found
 // wrong.
 
-#include <dirent.h>
-#include <sys/stat.h>
-
-#include <cwctype>
-#include <functional>
-#include <map>
-#include <optional>
-
 #include "discovery/fixtures.h"
 #include "engine/cache_user.h"
+#include "engine/plain_walk.h"
 #include "fscanner/fs/fs_direct.h"
 #include "support/private_mounts.h"
 #include "support/scoped_locale.h"
@@ -21,136 +14,7 @@
 namespace fscanner {
 namespace {
 
-using Names = std::vector<std::string>;
-
-// ---- The plain walk ---------------------------------------------------------
-
-struct FileSystem {
-    bool remote;
-    std::string type;
-};
-
-/// A file as it lies there.
-struct File {
-    std::string directory;  // below the tree, "" for the tree itself
-    std::string name;
-    struct stat info;
-    FileSystem on;
-
-    std::wstring wideName() const { return toWide(name); }
-    bool isLink() const { return S_ISLNK(info.st_mode); }
-};
-
-void walk(const std::string& root, const std::string& below,
-          const std::map<dev_t, FileSystem>& systems, std::vector<File>& files) {
-    DIR* const directory = ::opendir((root + "/" + below).c_str());
-    ASSERT_NE(directory, nullptr) << below;
-    while (const dirent* entry = ::readdir(directory)) {
-        const std::string name = entry->d_name;
-        if (name == "." || name == "..") continue;
-        const std::string path = below.empty() ? name : below + "/" + name;
-        File file{below, name, {}, {}};
-        ASSERT_EQ(::lstat((root + "/" + path).c_str(), &file.info), 0) << path;
-        if (S_ISDIR(file.info.st_mode)) {
-            walk(root, path, systems, files);
-            continue;
-        }
-        file.on = systems.at(file.info.st_dev);
-        files.push_back(file);
-    }
-    ::closedir(directory);
-}
-
-// ---- The plain evaluation ---------------------------------------------------
-
-bool sameLetter(wchar_t a, wchar_t b, bool cased) {
-    return a == b ||
-           (!cased &&
-            (std::towlower(static_cast<wint_t>(a)) == std::towlower(static_cast<wint_t>(b)) ||
-             std::towupper(static_cast<wint_t>(a)) == std::towupper(static_cast<wint_t>(b))));
-}
-
-bool fits(const wchar_t* pattern, const wchar_t* text, bool cased) {
-    if (*pattern == L'*')
-        return fits(pattern + 1, text, cased) || (*text && fits(pattern, text + 1, cased));
-    if (*pattern == 0 || *text == 0) return *pattern == *text;
-    return (*pattern == L'?' || sameLetter(*pattern, *text, cased)) &&
-           fits(pattern + 1, text + 1, cased);
-}
-
-/// `a == b` of the language: nothing where both are patterns.
-std::optional<bool> equal(const std::wstring& a, const std::wstring& b, bool cased) {
-    const bool patternA = a.find_first_of(L"*?") != a.npos;
-    const bool patternB = b.find_first_of(L"*?") != b.npos;
-    if (patternA && patternB) return std::nullopt;
-    return patternB ? fits(b.c_str(), a.c_str(), cased) : fits(a.c_str(), b.c_str(), cased);
-}
-
-/// What a criteria comes to for a file; nothing where it cannot be told.
-using Value = std::optional<long long>;
-
-Value named(const File& file, const wchar_t* text, bool cased) {
-    return equal(file.wideName(), text, cased);
-}
-
-struct Question {
-    Names include;  // below the tree; with a group before it, and "+" behind it
-                    // for recursive
-    Names exclude = {};
-    const wchar_t* criteria = L"";
-    std::function<Value(const File&, bool cased)> value = [](const File&, bool) { return 1; };
-    bool cased = true;
-    const wchar_t* notFileSystem = nullptr;
-    const wchar_t* onlyFileSystem = nullptr;
-};
-
-/// "$local::a/b+", taken apart. Without a group it is for local drives.
-struct Place {
-    bool local = true;
-    bool remote = false;
-    bool recursive;
-    std::wstring path;
-
-    explicit Place(std::string text) : recursive(text.ends_with('+')) {
-        if (recursive) text.pop_back();
-        if (const std::size_t end = text.find("::"); end != text.npos) {
-            local = !text.starts_with("$remote");
-            remote = !text.starts_with("$local");
-            text.erase(0, end + 2);
-        }
-        // The only link to a directory that is searched.
-        if (text == "by" || text.starts_with("by/")) text.replace(0, 2, "binds");
-        path = toWide(text);
-    }
-    bool isOnIts(const FileSystem& system) const { return system.remote ? remote : local; }
-    /// One directory of exactly this name, with what lies below it.
-    bool holds(const std::wstring& directory) const {
-        return directory == path ||
-               (recursive && (path.empty() || directory.starts_with(path + L"/")));
-    }
-    /// All directories that are named so.
-    bool describes(const std::wstring& directory, bool cased) const {
-        return fits(path.c_str(), directory.c_str(), cased) ||
-               (recursive && fits((path + L"/*").c_str(), directory.c_str(), cased));
-    }
-};
-
-bool isAnswer(const Question& question, const File& file) {
-    const auto isNamed = [&](const wchar_t* system) { return toWide(file.on.type) == system; };
-    if (question.notFileSystem && isNamed(question.notFileSystem)) return false;
-    if (question.onlyFileSystem && !isNamed(question.onlyFileSystem)) return false;
-    const std::wstring directory = toWide(file.directory);
-    // Searched paths are places: neither patterns nor the case mode are for them.
-    const bool searched =
-        std::any_of(question.include.begin(), question.include.end(), [&](const std::string& text) {
-            return Place(text).isOnIts(file.on) && Place(text).holds(directory);
-        });
-    const bool excluded =
-        std::any_of(question.exclude.begin(), question.exclude.end(), [&](const std::string& text) {
-            return Place(text).isOnIts(file.on) && Place(text).describes(directory, question.cased);
-        });
-    return searched && !excluded && question.value(file, question.cased).value_or(0) != 0;
-}
+using namespace plain;
 
 // ---- The questions ----------------------------------------------------------
 
@@ -355,35 +219,13 @@ bool plantTree(const TempTree& tree, std::map<dev_t, FileSystem>& systems) {
 
 // ---- Asking in every way ----------------------------------------------------
 
-void add(FsQuery& query, const Question& question, const TempTree& tree) {
-    const auto entry = [&](const std::string& text) {
-        const std::size_t end = text.find("::");
-        const std::size_t group = end == text.npos ? 0 : end + 2;
-        const std::string path = text.substr(group, text.size() - group - text.ends_with('+'));
-        return toWide(text.substr(0, group) + "*:" + tree.path(path));
-    };
-    for (const std::string& text : question.include)
-        query.addIncludePath(entry(text).c_str(), text.ends_with('+'));
-    for (const std::string& text : question.exclude)
-        query.addExcludePath(entry(text).c_str(), text.ends_with('+'));
-    if (question.notFileSystem) query.addExcludeFileSystem(question.notFileSystem);
-    if (question.onlyFileSystem) query.addIncludeFileSystem(question.onlyFileSystem);
-    query.setQuery(question.criteria);
-    query.setCaseSensitive(question.cased ? 0 : 1);
-}
-
 class EveryWay {
 public:
     EveryWay(const TempTree& tree, const std::vector<File>& files) : tree_(tree), files_(files) {}
 
     void ask(const std::string& name, const Question& question) {
         what_ = name;
-        right_.clear();
-        for (const File& file : files_)
-            if (isAnswer(question, file))
-                right_.push_back(
-                    tree_.path((file.directory.empty() ? "" : file.directory + "/") + file.name));
-        std::sort(right_.begin(), right_.end());
+        right_ = answerOf(question, tree_, files_);
         FsQuery query;
         add(query, question, tree_);
         expect("directly", [&](auto& writer) { return fsScanQuery(writer, query, kMinute); });

@@ -56,15 +56,12 @@ TEST_F(Gaps, PathsThatLeadToNoDriveAreToldAndHaveAStatus) {
     const std::wstring good = tree_.wide(), remote = L"$remote::" + good, odd = L"$lokal::" + good;
     const std::vector<std::string> file = {tree_.path("f")};
     constexpr int noDrive = FS_CACHE_NO_DRIVE;
-    struct Case {
+    const struct {
         const char* what;
-        std::vector<std::wstring> include;
-        std::vector<std::wstring> exclude;
+        std::vector<std::wstring> include, exclude;
         int status;
-        std::vector<std::string> files;
-        std::vector<std::string> noDrive;
-    };
-    const Case cases[] = {
+        std::vector<std::string> files, noDrive;
+    } cases[] = {
         {"a colon", {good, L"/a:b"}, {}, noDrive, file, {"/a:b"}},
         {"a colon alone", {L"/a:b/c"}, {}, noDrive, {}, {"/a:b/c"}},
         {"a colon behind a drive", {L"*:/a:b", good}, {}, 0, file, {}},
@@ -77,7 +74,7 @@ TEST_F(Gaps, PathsThatLeadToNoDriveAreToldAndHaveAStatus) {
         {"an exclusion of no known group", {good}, {odd}, noDrive, file, {toMultibyte(odd)}},
         {"an exclusion elsewhere", {good}, {remote}, 0, file, {}},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         FsQuery query;
         for (const std::wstring& path : c.include) query.addIncludePath(path.c_str(), true);
         for (const std::wstring& path : c.exclude) query.addExcludePath(path.c_str(), true);

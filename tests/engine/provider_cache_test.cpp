@@ -71,12 +71,8 @@ TEST_F(ProviderCache, Options) {
     for (const char* size : {"", "M", "-1", "1X", "1MB", " 1", "16777216T", "99999999999999999999"})
         EXPECT_FALSE(provider->setOption(FS_OPTION_CACHE_LIMIT, size)) << size;
     FsCacheSettings settings;
-    for (const auto& [text, size] : {std::pair{"0", 0ULL},
-                                     {"1000", 1000ULL},
-                                     {"3k", 3072ULL},
-                                     {"5M", 5ULL << 20},
-                                     {"2g", 2ULL << 30},
-                                     {"16777215T", 16777215ULL << 40}}) {
+    for (const auto& [text, size] :
+         {std::pair{"0", 0ULL}, {"3k", 3072ULL}, {"16777215T", 16777215ULL << 40}}) {
         EXPECT_TRUE(settings.set(FS_OPTION_CACHE_LIMIT, text));
         EXPECT_EQ(settings.limit, size) << text;
     }
@@ -169,11 +165,10 @@ TEST(CacheDirectory, OfRootIsNotInAnothersHome) {
 TEST(CacheDirectory, HoldsNothingElse) {
     const std::string standard = "Signature: 8a477f597d28d172789f06886806bc55\n";
     const std::string own = standard + "# This directory holds a cache of fscanner and may be";
-    struct Case {
+    const struct {
         std::map<std::string, std::string> files;  // a name that ends with "/": a directory
         const char* problem;                       // null: none
-    };
-    const std::vector<Case> table = {
+    } table[] = {
         {{}, nullptr},
         {{{"lost+found/", ""}}, nullptr},
         {{{"fscanner.lock", ""}, {"directories.x.dat", ""}, {"files.x_idx.dat", ""}}, nullptr},
@@ -190,11 +185,8 @@ TEST(CacheDirectory, HoldsNothingElse) {
     for (const auto& [files, expected] : table) {
         const TempTree tree;
         for (const auto& [name, content] : files) {
-            if (name.ends_with('/')) {
-                tree.directory(name);
-            } else {
-                writeWholeFile(tree.path(name), content);
-            }
+            if (name.ends_with('/')) tree.directory(name);
+            if (!name.ends_with('/')) writeWholeFile(tree.path(name), content);
         }
         SCOPED_TRACE(files.empty() ? "empty" : files.begin()->first + files.begin()->second);
         const auto before = contentOf(tree.path());

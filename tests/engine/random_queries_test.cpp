@@ -4,6 +4,7 @@
 #include <random>
 
 #include "engine/cache_user.h"
+#include "engine/plain_walk.h"
 #include "fscanner/fs/fs_direct.h"
 #include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_resultset_file.h"
@@ -16,125 +17,53 @@ namespace {
 
 namespace stdfs = std::filesystem;
 using Random = std::mt19937;
-
-std::string lower(std::string text) {
-    for (char& c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    return text;
-}
+using namespace plain;
 
 /// A criteria, and what it says in plain words. Others are judged further down.
-struct Criterion {
-    const wchar_t* text;
-    bool (*holds)(const stdfs::path& file, bool caseSensitive);
+template <typename Fact>
+Question about(const wchar_t* criteria, Fact value) {
+    return {.include = {}, .criteria = criteria, .value = value};
+}
+
+const Question kCriteria[] = {
+    {},
+    about(L"[FILENAME]==\"c.h\"", [](const File& file, bool) { return file.name == "c.h"; }),
+    about(L"[SIZE]>=1000", [](const File& file, bool) { return file.info.st_size >= 1000; }),
+    about(L"[FILENAME]==\"*.h\" && [SIZE]<1500",
+          [](const File& file, bool) { return file.name == "c.h" && file.info.st_size < 1500; }),
+    about(L"path([PATHID],[FILENAME])==\"*/a/*\"",
+          [](const File& file, bool cased) {
+              return equal(toWide("/" + file.directory + "/" + file.name), L"*/a/*", cased);
+          }),
+    about(L"1 2", [](const File&, bool) { return 0; }),
+    about(L"[FILENAME]==\"k\"",
+          [](const File& file, bool cased) { return named(file, L"k", cased); }),
 };
 
-bool isHeader(const stdfs::path& file, bool) {
-    return file.filename() == "c.h";
-}
-bool all(const stdfs::path&, bool) {
-    return true;
-}
-bool none(const stdfs::path&, bool) {
-    return false;
-}
-/// With the case ignored the Kelvin sign is a "k", too.
-bool isKelvin(const stdfs::path& file, bool caseSensitive) {
-    const std::string name = file.filename();
-    return name == "k" || (!caseSensitive && (name == "K" || name == "\u212a"));
-}
-bool lies(const stdfs::path& file, bool caseSensitive) {
-    const std::string path = caseSensitive ? file.string() : lower(file.string());
-    return path.find("/a/") != path.npos;
+Question randomQuestion(const Names& directories, Random& random) {
+    const auto pick = [&] {
+        return directories[random() % directories.size()] + (random() % 4 != 0 ? "+" : "");
+    };
+    Question question = kCriteria[random() % std::size(kCriteria)];
+    for (unsigned i = 0; i <= random() % 2; ++i) question.include.push_back(pick());
+    for (unsigned i = 0; i < random() % 3; ++i) question.exclude.push_back(pick());
+    question.cased = random() % 3 != 0;
+    return question;
 }
 
-const Criterion kCriteria[] = {
-    {L"", all},
-    {L"[FILENAME]==\"c.h\"", isHeader},
-    {L"[SIZE]>=1000", [](const stdfs::path& file, bool) { return stdfs::file_size(file) >= 1000; }},
-    {L"[FILENAME]==\"*.h\" && [SIZE]<1500",
-     [](const stdfs::path& file, bool cased) {
-         return isHeader(file, cased) && stdfs::file_size(file) < 1500;
-     }},
-    {L"path([PATHID],[FILENAME])==\"*/a/*\"", lies},
-    {L"1 2", none},
-    {L"[FILENAME]==\"k\"", isKelvin},
-};
-
-struct Place {
-    std::string path;
-    bool recursive;
-
-    bool covers(std::string directory, bool caseSensitive) const {
-        const std::string own = caseSensitive ? path : lower(path);
-        if (!caseSensitive) directory = lower(directory);
-        return directory == own || (recursive && directory.starts_with(own + "/"));
-    }
-};
-
-struct Search {
-    std::vector<Place> include, exclude;
-    const Criterion* criterion;
-    bool caseSensitive;
-
-    Search(const std::vector<std::string>& directories, Random& random) {
-        const auto pick = [&] {
-            return Place{directories[random() % directories.size()], random() % 4 != 0};
-        };
-        for (unsigned i = 0; i <= random() % 2; ++i) include.push_back(pick());
-        for (unsigned i = 0; i < random() % 3; ++i) exclude.push_back(pick());
-        criterion = &kCriteria[random() % std::size(kCriteria)];
-        caseSensitive = random() % 3 != 0;
-    }
-    void into(FsQuery& query) const {
-        const auto entry = [](const Place& place) { return toWide("*:" + place.path); };
-        for (const Place& place : include)
-            query.addIncludePath(entry(place).c_str(), place.recursive);
-        for (const Place& place : exclude)
-            query.addExcludePath(entry(place).c_str(), place.recursive);
-        query.setQuery(criterion->text);
-        query.setCaseSensitive(caseSensitive ? 0 : 1);
-    }
-    /// What it finds below `root`. The case mode is not about where to search.
-    std::vector<std::string> reference(const std::string& root) const {
-        const auto anyCovers = [](const auto& places, const std::string& directory, bool cased) {
-            return std::any_of(places.begin(), places.end(),
-                               [&](const Place& place) { return place.covers(directory, cased); });
-        };
-        std::vector<std::string> found;
-        for (const auto& entry : stdfs::recursive_directory_iterator(root)) {
-            const std::string directory = entry.path().parent_path();
-            if (!entry.is_directory() && anyCovers(include, directory, true) &&
-                !anyCovers(exclude, directory, caseSensitive) &&
-                criterion->holds(entry.path(), caseSensitive))
-                found.push_back(entry.path());
-        }
-        std::sort(found.begin(), found.end());
-        return found;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const Search& search) {
-    out << toMultibyte(search.criterion->text) << (search.caseSensitive ? "" : " without case");
-    for (const Place& place : search.include)
-        out << " " << place.path << (place.recursive ? "+" : "");
-    for (const Place& place : search.exclude)
-        out << " but " << place.path << (place.recursive ? "+" : "");
-    return out;
-}
-
-/// Plants a tree and returns its directories.
-std::vector<std::string> plantTree(const TempTree& tree, const std::vector<std::string>& names,
-                                   Random& random) {
-    std::vector<std::string> directories = {tree.path()};
+/// Plants a tree and returns its directories, "" for the tree itself.
+Names plantTree(const TempTree& tree, const Names& names, Random& random) {
+    Names directories = {""};
     for (int i = 0; i < 120; ++i) {
         const std::string& parent = directories[random() % directories.size()];
-        const std::string path = parent + "/" + names[random() % names.size()];
-        if (stdfs::exists(path)) continue;
+        const std::string path =
+            (parent.empty() ? "" : parent + "/") + names[random() % names.size()];
+        if (stdfs::exists(tree.path(path))) continue;
         if (random() % 2 == 0 && directories.size() < 30) {
-            stdfs::create_directory(path);
+            tree.directory(path);
             directories.push_back(path);
         } else {
-            writeWholeFile(path, std::string(random() % 3 * 1000, 'x'));
+            tree.file(path, random() % 3 * 1000);
         }
     }
     return directories;
@@ -159,33 +88,37 @@ class RandomQueries : public testing::TestWithParam<bool> {};
 TEST_P(RandomQueries, FindTheSameWhereverTheySearch) {
     // Names that differ by case, and in every second tree some that look like patterns:
     // what criteria and exclusions make of those is not said in plain words here.
-    const std::vector<std::string> plain = {"a",   "A", "b", "\xff",  "sp ace",
-                                            "c.h", "k", "K", "\u212a"};
-    const std::vector<std::string> wild = {"a", "A", "a*", "q?", "\xff", "c.h", "*", "\u212a"};
+    const Names names = {"a", "A", "b", "\xff", "sp ace", "c.h", "k", "K", "\u212a"};
+    const Names wild = {"a", "A", "a*", "q?", "\xff", "c.h", "*", "\u212a"};
     const ScopedLocale locale("C.UTF-8");
     if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
     Random random(14);
     std::size_t found = 0;
     for (int round = 0; round < 6; ++round) {
         const TempTree tree;
-        const auto directories = plantTree(tree, round % 2 == 0 ? plain : wild, random);
+        const auto directories = plantTree(tree, round % 2 == 0 ? names : wild, random);
+        struct stat info {};
+        ASSERT_EQ(::stat(tree.path().c_str(), &info), 0);
+        std::vector<File> files;
+        walk(tree.path(), "", {{info.st_dev, {false, ""}}}, files);
         const CacheUser warm(GetParam());
         for (int i = 0; i < 24; ++i) {
-            const Search search(directories, random);
+            const Question question = randomQuestion(directories, random);
+            SCOPED_TRACE(toMultibyte(question.criteria) + testing::PrintToString(question.include) +
+                         testing::PrintToString(question.exclude) +
+                         (question.cased ? "" : " without case"));
             FsQuery query;
-            search.into(query);
+            add(query, question, tree);
             CollectingWriter direct;
             ASSERT_EQ(fsScanQuery(direct, query, kMinute), 0);
             if (round % 2 == 0) {
-                EXPECT_EQ(direct.sorted(), search.reference(tree.path())) << search;
+                EXPECT_EQ(direct.sorted(), answerOf(question, tree, files));
                 found += direct.paths.size();
             }
             const CacheUser cold(GetParam());
             for (const CacheUser* cache : {&cold, &warm}) {
-                EXPECT_EQ(results<FsResultSet_OnFile>(*cache, query, false), direct.sorted())
-                    << search;
-                EXPECT_EQ(results<FsResultSet_OnVector>(*cache, query, true), direct.sorted())
-                    << search;
+                EXPECT_EQ(results<FsResultSet_OnFile>(*cache, query, false), direct.sorted());
+                EXPECT_EQ(results<FsResultSet_OnVector>(*cache, query, true), direct.sorted());
             }
         }
     }
@@ -258,14 +191,14 @@ std::vector<std::string> testedOneByOne(const TempTree& tree, FsRecordFilter& fi
 TEST_P(RandomQueries, CriteriaOfAnyFormFindTheSameInEveryWay) {
     const ScopedLocale locale("C.UTF-8");
     if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
-    const std::vector<std::string> wild = {"a", "A",   "a*",  "*",      "q?",     "k",
-                                           "K", "c.h", "C.H", "\u212a", "\u2126", "\u03c9"};
+    const Names wild = {"a", "A",   "a*",  "*",      "q?",     "k",
+                        "K", "c.h", "C.H", "\u212a", "\u2126", "\u03c9"};
     // No pattern among these: they are looked up.
-    const std::vector<std::string> plain = {"a", "A", "b", "k", "K", "c.h", "\u212a", "\u2126"};
+    const Names names = {"a", "A", "b", "k", "K", "c.h", "\u212a", "\u2126"};
     Random random(1200);
     for (int round = 0; round < 4; ++round) {
         const TempTree tree;
-        plantTree(tree, round % 2 == 0 ? wild : plain, random);
+        plantTree(tree, round % 2 == 0 ? wild : names, random);
         const CacheUser cache(GetParam()), monitored(GetParam(), true);
         FsQuery query;
         query.addIncludePath((L"*:" + tree.wide()).c_str(), true);

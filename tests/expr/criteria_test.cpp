@@ -7,20 +7,14 @@ namespace {
 
 using Names = std::vector<std::wstring>;
 
-TEST(Criteria, WithoutATextNothingWorks) {
-    SampleRecord record;
-    CriteriaEvaluator evaluator(nullptr);
-    EXPECT_EQ(evaluator.getCriteria(), nullptr);
-    EXPECT_FALSE(evaluator.setFields(&record.fields));
-    EXPECT_FALSE(evaluator.setVariables(&record.variables));
-    EXPECT_FALSE(evaluator.compile());
-    EXPECT_EQ(evaluator.check(true), -1);
-    EXPECT_EQ(evaluator.getHashInfo(), nullptr);
-    EXPECT_FALSE(evaluator.setHashInfo(ExpValue()));
-}
-
 TEST(Criteria, HashInfoIsFoundOnceAndCanBeStated) {
     SampleRecord record;
+    CriteriaEvaluator none(nullptr);
+    EXPECT_FALSE(none.setFields(&record.fields));
+    EXPECT_FALSE(none.setVariables(&record.variables));
+    EXPECT_FALSE(none.compile());
+    EXPECT_EQ(none.check(true), -1);
+    EXPECT_FALSE(none.setHashInfo(ExpValue()));
     CriteriaEvaluator evaluator(L"[PATHID] == 12 || [PATHID] == 13");
     EXPECT_FALSE(evaluator.setFields(nullptr));
     EXPECT_EQ(evaluator.getHashInfo(), nullptr) << "no fields yet";
@@ -136,40 +130,20 @@ TEST(Criteria, AFailedParseLeavesTheValue) {
     }
 }
 
-TEST(Criteria, ACommandTokenRemembersWhetherItsValueDecides) {
-    SampleRecord record;
-    for (const auto& [text, decides] : {std::pair{L"1 || length(\"a\")", false},
-                                        {L"0 || length(\"a\")", true},
-                                        {L"1 && length(\"a\")", true},
-                                        {L"0 && length(\"a\")", false}}) {
-        Criteria criteria(text, record);
-        criteria.check();
-        const TreeNode* command = criteria.evaluator.tree().getRoot()->right.get();
-        EXPECT_EQ(command->data.getExecute(), decides) << text;
-    }
-}
-
-TEST(ExpValue, ResetTakesTheTwoTypesOnly) {
+TEST(Tree, MergePutsBothBelowANewRootAndValuesResetToTheTwoTypes) {
+    Tree tree, other;
+    other.setRoot();
+    EXPECT_TRUE(tree.merge(&other));
+    EXPECT_EQ(other.getRoot(), nullptr);
+    EXPECT_FALSE(Tree::preVisit(tree.getRoot())) << "no left child";
+    Tree::setLeftTreeNode(tree.getRoot());
+    EXPECT_TRUE(Tree::preVisit(tree.getRoot()));
     ExpValue value;
     value.set(STRING, 7, L"text");
     EXPECT_FALSE(resetExpValue(2, value));
     EXPECT_STREQ(value.getStringValue(), L"text");
     EXPECT_TRUE(resetExpValue(NUMERIC, value));
     EXPECT_EQ(value.getNumericValue(), 0);
-    EXPECT_EQ(value.getType(), NUMERIC);
-}
-
-TEST(Tree, MergePutsBothBelowANewRoot) {
-    Tree tree, other;
-    EXPECT_TRUE(tree.merge(&other));
-    EXPECT_EQ(tree.getRoot(), nullptr);
-    other.setRoot();
-    EXPECT_TRUE(tree.merge(&other));
-    EXPECT_EQ(other.getRoot(), nullptr);
-    EXPECT_EQ(Tree::getLeft(tree.getRoot()), nullptr);
-    EXPECT_FALSE(Tree::preVisit(tree.getRoot())) << "no left child";
-    Tree::setLeftTreeNode(tree.getRoot());
-    EXPECT_TRUE(Tree::preVisit(tree.getRoot()));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "build_paths.h"
 #include "fscanner/fs/fs.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/temp_files.h"
@@ -110,6 +111,29 @@ std::vector<std::string> FaultHost::pathsOf(FsResultSetReader& reader) {
         paths.push_back(toMultibyte(path + (record.getName() ? record.getName() : L"(none)")));
     }
     return paths;
+}
+
+void FaultHost::becomeFscan(std::vector<std::string> arguments, const std::string& output,
+                            const std::string& errors) const {
+    ::setenv("XDG_CACHE_HOME", place.path("home").c_str(), 1);
+    ::setenv("LC_ALL", "C.UTF-8", 1);
+    ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
+    const int flags = O_WRONLY | O_CREAT | O_TRUNC;
+    ::dup2(::open(output.c_str(), flags, 0600), 1);
+    ::dup2(::open(errors.c_str(), flags, 0600), 2);
+    std::vector<char*> list = {const_cast<char*>("fscan")};
+    for (std::string& argument : arguments) list.push_back(argument.data());
+    list.push_back(nullptr);
+    if (::chdir(place.path().c_str()) == 0) ::execv(FSCAN_PROGRAM, list.data());
+    ::_exit(127);
+}
+
+std::vector<std::string> FaultHost::linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    std::sort(lines.begin(), lines.end());
+    return lines;
 }
 
 void FaultHost::forget() const {

@@ -46,8 +46,7 @@ class FaultHost {
 public:
     explicit FaultHost(const std::filesystem::path& parent = memoryDirectory());
     ~FaultHost();
-    FaultHost(const FaultHost&) = delete;
-    FaultHost& operator=(const FaultHost&) = delete;
+    FaultHost(FaultHost&&) = delete;
 
     /// Makes directories with `files` files each, three levels deep.
     void plant(unsigned directories, unsigned files) const;
@@ -65,6 +64,11 @@ public:
     std::unique_ptr<FsResultSetReader> askForFile(int& status, unsigned sortKey = 0) const;
     /// In the order of the reader.
     static std::vector<std::string> pathsOf(FsResultSetReader& reader);
+    /// Becomes fscan with a cache of its own, and with what it says in two files.
+    [[noreturn]] void becomeFscan(std::vector<std::string> arguments, const std::string& output,
+                                  const std::string& errors) const;
+    /// The lines of a file, sorted.
+    static std::vector<std::string> linesOf(const std::string& path);
     /// Starts over without a cache.
     void forget() const;
     std::wstring cacheDirectory() const { return toWide(cache); }

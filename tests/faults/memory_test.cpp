@@ -26,39 +26,35 @@ unsigned failAt = 0;
 bool mustFail() {
     if (!counting) return false;
     ++allocations;
-    return allocations == failAt || (failOnward && allocations > failAt);
+    const bool fails = allocations == failAt || (failOnward && allocations > failAt);
+    if (fails) errno = ENOMEM;
+    return fails;
 }
 
 }  // namespace
 
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__)
 #define FSCANNER_OWN_MALLOC 0
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define FSCANNER_OWN_MALLOC 0
-#endif
+#define FSCANNER_OWN_MALLOC !__has_feature(address_sanitizer)
+#else
+#define FSCANNER_OWN_MALLOC 1
 #endif
 
-#if !defined(FSCANNER_OWN_MALLOC) && defined(__GLIBC__)
+#if FSCANNER_OWN_MALLOC && defined(__GLIBC__)
 extern "C" {
 void* __libc_malloc(std::size_t);
 void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_realloc(void*, std::size_t);
 
 void* malloc(std::size_t size) {
-    if (!mustFail()) return __libc_malloc(size);
-    errno = ENOMEM;
-    return nullptr;
+    return mustFail() ? nullptr : __libc_malloc(size);
 }
 void* calloc(std::size_t count, std::size_t size) {
-    if (!mustFail()) return __libc_calloc(count, size);
-    errno = ENOMEM;
-    return nullptr;
+    return mustFail() ? nullptr : __libc_calloc(count, size);
 }
 void* realloc(void* old, std::size_t size) {
-    if (!mustFail()) return __libc_realloc(old, size);
-    errno = ENOMEM;
-    return nullptr;
+    return mustFail() ? nullptr : __libc_realloc(old, size);
 }
 }
 #else
@@ -99,8 +95,8 @@ public:
                          record.getName() ? record.getName() : L"", 0, 0);
     }
     int close() override { return 0; }
-    bool operator==(const SummingWriter& other) const {
-        return count == other.count && sum == other.sum;
+    friend bool operator==(const SummingWriter& a, const SummingWriter& b) {
+        return a.count == b.count && a.sum == b.sum;
     }
 
     unsigned count = 0;

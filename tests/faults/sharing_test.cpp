@@ -9,12 +9,10 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
 #include <map>
 #include <tuple>
 
 #include "fscanner/engine/cache.h"
-#include "fscanner/engine/cache_store.h"
 #include "host.h"
 #include "support/private_mounts.h"
 
@@ -396,179 +394,101 @@ TEST_F(Readers, ReadWhileAnAnswerIsTaken) {
 
 // ---- Many at once --------------------------------------------------------------
 
+// What all processes share: whoever is at work is written down.
 struct Tally {
-    std::atomic<int> answers;
-    std::atomic<int> wrong;
-    std::atomic<int> failed;
-    std::atomic<int> twoWriters;
-    std::atomic<int> read;       // answers without a change
-    std::atomic<int> disturbed;  // readers that met a writer
-    std::atomic<pid_t> writer;
-    std::atomic<pid_t> killed;  // the last one; the others are buried
+    std::atomic<int> answers, wrong, failed, twoWriters, disturbed;
+    std::atomic<pid_t> writer, killed;  // the last one that was killed; the others are buried
 
     bool isAtWork(pid_t other) const {
         return other != 0 && other != killed && ::kill(other, 0) == 0;
     }
-    void enter() {
-        if (isAtWork(writer.exchange(::getpid()))) ++twoWriters;
-    }
-    void look() {
-        if (isAtWork(writer)) ++disturbed;
-    }
-    void leave() {
-        if (writer.exchange(0) != ::getpid()) ++twoWriters;
-    }
+    void enter() { twoWriters += isAtWork(writer.exchange(::getpid())); }
+    void look() { disturbed += isAtWork(writer); }
+    void leave() { twoWriters += writer.exchange(0) != ::getpid(); }
 };
 
-class ManyAtOnce : public testing::Test {
+class ManyAtOnce : public Readers {
 protected:
     ManyAtOnce() {
-        host.plant(9, 6);
-        host.place.directory("cache");
-        truth = host.truth();
         void* const shared = ::mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE,
                                     MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         tally = new (shared) Tally();
     }
     ~ManyAtOnce() override { ::munmap(tally, sizeof(Tally)); }
 
-    // One search of a part of the tree, as a provider does it.
-    void searchOnce(std::mt19937& random) const {
-        static const char* const parts[] = {"", "d0", "d1", "d2", "d0/e3", "d1/e4/f0"};
-        static const char* const endings[] = {"", ".h", ".txt"};
-        const std::string root = host.tree.path(parts[below(random, std::size(parts))]);
-        const std::string ending = endings[below(random, std::size(endings))];
-        const unsigned ages[] = {kDay, kDay, 0, kAllOld};
-        FsQuery query;
-        query.addIncludePath((L"*:" + toWide(root)).c_str(), true);
-        if (!ending.empty()) query.setQuery((L"[FILENAME]==\"*" + toWide(ending) + L"\"").c_str());
-        CollectingWriter found;
-        const unsigned age = ages[below(random, std::size(ages))];
-        int status = read(found, query, age);
-        if (status == FS_CACHE_NEEDS_CHANGE && random() % 2)
-            status = buildAndRead(found, query, age);
-        // When another came between, too.
-        if (status == FS_CACHE_NEEDS_CHANGE) status = run(found, query, age, random() % 2);
-        ++tally->answers;
-        if (status != 0)
-            ++tally->failed;
-        else if (found.sorted() != right(root, ending))
-            ++tally->wrong;
-    }
-    int read(CollectingWriter& found, const FsQuery& query, unsigned age) const {
-        const auto cache = cacheAt(host.cacheDirectory());
-        if (const int status = cache->lockShared(30000)) return status;
+    int readShared(CollectingWriter& found, unsigned age) const {
+        const auto own = cache();
+        if (const int status = own->lockShared(30000)) return status;
         tally->look();
-        int status = cache->create(0, FS_CACHE_OPEN);
-        if (status == 0) status = cache->executeQuery(found, query, kMinute, age);
+        int status = own->create(0, FS_CACHE_OPEN);
+        if (status == 0) status = own->executeQuery(found, query, kMinute, age);
         tally->look();
-        if (status == 0) ++tally->read;
-        cache->close();
-        cache->unlock();
+        own->close();
+        own->unlock();
         return status;
     }
-    int buildAndRead(CollectingWriter& found, const FsQuery& query, unsigned age) const {
-        const auto cache = cacheAt(host.cacheDirectory());
-        if (const int status = cache->lock(30000)) return status;
+    // With the cache to itself, or shared when the tree is built.
+    int change(CollectingWriter& found, unsigned age, bool shares) const {
+        const auto own = cache();
+        if (const int status = own->lock(30000)) return status;
         tally->enter();
-        int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
-        if (status == 0) status = cache->refresh(query, kMinute, age);
-        tally->leave();
-        if (status == 0) status = cache->share(30000);
-        tally->look();
-        if (status == 0) status = cache->executeQuery(found, query, kMinute, age);
-        tally->look();
-        cache->close();
-        cache->unlock();
+        int status = own->create(0, FS_CACHE_OPEN_ALWAYS);
+        if (status == 0 && shares) status = own->refresh(query, kMinute, age);
+        if (shares) tally->leave();
+        if (status == 0 && shares) status = own->share(30000);
+        if (shares) tally->look();
+        if (status == 0) status = own->executeQuery(found, query, kMinute, age);
+        if (shares) tally->look();
+        own->close();
+        own->compact();
+        if (!shares) tally->leave();
+        own->unlock();
         return status;
     }
-    int run(CollectingWriter& found, const FsQuery& query, unsigned age, bool kept) const {
-        const auto cache = cacheAt(host.cacheDirectory());
-        if (const int status = cache->lock(30000)) return status;
-        tally->enter();
-        int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
-        if (status == 0)
-            status = kept ? cache->executeQueryEx(found, query, kMinute, age)
-                          : cache->executeQuery(found, query, kMinute, age);
-        cache->close();
-        cache->compact();
-        tally->leave();
-        cache->unlock();
-        return status;
-    }
-    std::vector<std::string> right(const std::string& root, const std::string& ending) const {
-        std::vector<std::string> paths;
-        for (const std::string& path : truth)
-            if (path.starts_with(root + "/") && path.ends_with(ending)) paths.push_back(path);
-        return paths;
-    }
-    pid_t start(unsigned seed) const {
-        const pid_t child = ::fork();
-        if (child != 0) return child;
-        for (std::mt19937 random(seed);;) searchOnce(random);
-    }
-    // The signal that ended it.
-    int end(pid_t child) const {
-        tally->killed = child;
-        ::kill(child, SIGKILL);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    }
-    // The IDs that directories have, and whether each is one's own.
-    void expectExactCounter() const {
-        FS_Table table(L"dirs", host.cacheDirectory().c_str(), false);
-        ASSERT_TRUE(table.open());
-        RecordSet records = table.openRecordSet();
-        std::set<unsigned> ids;
-        for (bool more = records.moveFirst(); more; more = records.moveNext())
-            EXPECT_TRUE(ids.insert(records.getFieldAsInt32(DIRECTORIES_ID)).second);
-        table.close();
-        const std::string bytes = readWholeFile(host.place.path("cache/dirs.counter"));
-        ASSERT_EQ(bytes.size(), 4U);
-        unsigned counter = 0;
-        for (unsigned i = 0; i < 4; ++i)
-            counter |= static_cast<unsigned>(static_cast<unsigned char>(bytes[i])) << 8 * i;
-        ASSERT_FALSE(ids.empty());
-        EXPECT_EQ(*ids.rbegin(), counter);
+    [[noreturn]] void search(unsigned seed, const std::vector<std::string>& truth) const {
+        for (std::mt19937 random(seed);;) {
+            CollectingWriter found;
+            const unsigned age = below(random, 3) ? kDay : kAllOld;
+            int status = readShared(found, age);
+            // Twice, as another may come between.
+            for (const bool shares : {random() % 2 != 0, false})
+                if (status == FS_CACHE_NEEDS_CHANGE) status = change(found, age, shares);
+            ++tally->answers;
+            tally->failed += status != 0;
+            tally->wrong += status == 0 && found.sorted() != truth;
+        }
     }
 
-    FaultHost host;
-    std::vector<std::string> truth;
     Tally* tally = nullptr;
 };
 
 TEST_F(ManyAtOnce, GetRightAnswersWhoeverDies) {
-    constexpr unsigned kProcesses = 4;
     std::mt19937 random(17);
+    std::vector<pid_t> children(4);
     unsigned seed = 0;
-    std::vector<pid_t> children;
-    for (unsigned i = 0; i < kProcesses; ++i) children.push_back(start(++seed));
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(6 * faultScale());
-    int kills = 0;
-    while (std::chrono::steady_clock::now() < deadline) {
+    const auto truth = host.truth();
+    const auto start = [&](pid_t& child) {
+        ++seed;
+        child = ::fork();
+        if (child == 0) search(seed, truth);
+    };
+    const auto end = [&](pid_t child) {
+        tally->killed = child;
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+    };
+    for (pid_t& child : children) start(child);
+    for (int kills = 0; kills < 50 * faultScale(); ++kills) {
         ::usleep(20000 + below(random, 200000));
-        pid_t& child = children[below(random, kProcesses)];
-        EXPECT_EQ(end(child), SIGKILL);
-        ++kills;
-        child = start(++seed);
+        pid_t& child = children[below(random, 4)];
+        end(child);
+        start(child);
     }
     for (const pid_t child : children) end(child);
-    EXPECT_EQ(tally->wrong, 0);
-    EXPECT_EQ(tally->failed, 0);
-    EXPECT_EQ(tally->twoWriters, 0);
-    EXPECT_EQ(tally->disturbed, 0);
-    EXPECT_GT(tally->read, 10);
+    for (const auto* count : {&tally->wrong, &tally->failed, &tally->twoWriters, &tally->disturbed})
+        EXPECT_EQ(*count, 0) << count - &tally->answers;
     EXPECT_GT(tally->answers, 100);
-    std::printf("%d answers, %d of them beside others, %d kills\n", tally->answers.load(),
-                tally->read.load(), kills);
-
-    FsQuery query;
-    host.describe(query);
-    CollectingWriter found;
-    EXPECT_EQ(run(found, query, kAllOld, false), 0);
-    EXPECT_EQ(found.sorted(), truth);
-    expectExactCounter();
+    EXPECT_EQ(ask(kAllOld), 0);
 }
 
 }  // namespace

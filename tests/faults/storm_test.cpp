@@ -1,26 +1,22 @@
 // Many runs of fscan on one cache at once, of all that one can do with it, and some are
 // killed: each search that ends by itself tells the truth.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 
 #include <array>
 #include <chrono>
 
-#include "build_paths.h"
 #include "host.h"
 
 namespace fscanner {
 namespace {
 
-namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
-using namespace std::literals;
 
 // Of ten runs so many do this; "PATH" stands for a random directory.
 struct Kind {
     unsigned share;
-    std::vector<const char*> arguments;
+    std::vector<std::string> arguments;
 };
 const Kind kKinds[] = {
     {4, {"PATH"}},
@@ -46,30 +42,22 @@ protected:
         host.plant(9, 40);
         truth = host.truth();
     }
-    ~Storm() override {
-        for (const OneRun& run : runs)
-            if (run.process != 0) {
-                ::kill(run.process, SIGKILL);
-                ::waitpid(run.process, nullptr, 0);
-            }
+    ~Storm() override { killAll(); }
+    void killAll() {
+        for (OneRun& run : runs) {
+            if (run.process == 0) continue;
+            ::kill(run.process, SIGKILL);
+            ::waitpid(std::exchange(run.process, 0), nullptr, 0);
+        }
     }
 
     std::string fileOf(const OneRun& run, const char* what) const {
         return host.place.path(what + std::to_string(&run - runs.data()));
     }
     [[noreturn]] void become(const OneRun& run) const {
-        ::setenv("XDG_CACHE_HOME", host.place.path("home").c_str(), 1);
-        ::setenv("LC_ALL", "C.UTF-8", 1);
-        ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-        const int flags = O_WRONLY | O_CREAT | O_TRUNC;
-        ::dup2(::open(fileOf(run, "output").c_str(), flags, 0600), 1);
-        ::dup2(::open(fileOf(run, "errors").c_str(), flags, 0600), 2);
-        std::vector<const char*> arguments = {"fscan"};
-        for (const char* argument : run.kind->arguments)
-            arguments.push_back(argument == std::string_view("PATH") ? run.root.c_str() : argument);
-        arguments.push_back(nullptr);
-        ::execv(FSCAN_PROGRAM, const_cast<char* const*>(arguments.data()));
-        ::_exit(127);
+        std::vector<std::string> arguments = run.kind->arguments;
+        std::replace(arguments.begin(), arguments.end(), std::string("PATH"), run.root);
+        host.becomeFscan(arguments, fileOf(run, "output"), fileOf(run, "errors"));
     }
     void start(OneRun& run) {
         static const char* const parts[] = {"", "d0", "d1", "d2", "d0/e3", "d1/e4/f0"};
@@ -83,7 +71,7 @@ protected:
         if (run.process == 0) become(run);
     }
     std::vector<std::string> right(const OneRun& run) const {
-        const bool all = run.kind->arguments.size() < 2 || run.kind->arguments[1] != "-n"sv;
+        const bool all = run.kind->arguments.size() < 2 || run.kind->arguments[1] != "-n";
         std::vector<std::string> paths;
         for (const std::string& path : truth)
             if (path.starts_with(run.root + "/") && (all || path.ends_with(".h")))
@@ -105,17 +93,14 @@ protected:
         ++answers;
         const std::string said = readWholeFile(fileOf(run, "errors"));
         SCOPED_TRACE(testing::PrintToString(run.kind->arguments) + run.root + "\n" + said);
-        if (run.kind->arguments[0] != "PATH"sv) {
+        if (run.kind->arguments[0] != "PATH") {
             if (status != 0) {
                 EXPECT_TRUE(isToldTaskEnd(status, said)) << status;
             }
             return;
         }
         EXPECT_EQ(status, 0);
-        std::vector<std::string> lines;
-        std::ifstream file(fileOf(run, "output"));
-        for (std::string line; std::getline(file, line);) lines.push_back(line);
-        std::sort(lines.begin(), lines.end());
+        const auto lines = FaultHost::linesOf(fileOf(run, "output"));
         EXPECT_TRUE(lines == right(run)) << lines.size() << " lines for " << right(run).size();
     }
     // Takes one that ended and kills those whose time has come.
@@ -148,6 +133,14 @@ TEST_F(Storm, LeavesEveryAnswerRight) {
     }
     std::printf("%d answers, %d kills\n", answers, kills);
     EXPECT_GT(kills, 0);
+    // Whatever they left behind, the next one leaves a cache that is good to the byte.
+    killAll();
+    for (const auto& last :
+         {std::vector<std::string>{"--fresh", host.tree.path()}, {"--cache-check"}})
+        EXPECT_EQ(
+            inChild([&]() -> int { host.becomeFscan(last, host.place.path("last"), "/dev/null"); }),
+            0)
+            << readWholeFile(host.place.path("last"));
 }
 
 }  // namespace

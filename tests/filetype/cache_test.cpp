@@ -24,26 +24,14 @@ void insertBatch(FileTypeCache& cache, int batch, int count) {
     }
 }
 
-TEST(Element, IsEmptyUnlessItHasALineAndABatch) {
-    Element element(0, L"a: text");
-    element.setData(7, element.getFileTypeInfo() + 3, true);  // from its own line
-    EXPECT_EQ(lineOf(element), L"text");
-    EXPECT_EQ(element.getID(), 7);
-    element.setData(-2, L"x", true);
-    EXPECT_EQ(element.getID(), -1);
-    EXPECT_EQ(element.getFileTypeInfo(), nullptr);
-    EXPECT_EQ(Element(3, nullptr).getID(), -1);
-}
-
 TEST(FileTypeCache, DropsWholeOldestBatchesButNeverTheCurrentOne) {
-    struct Case {
+    const struct {
         const char* name;
         unsigned limit;
         std::vector<std::pair<int, int>> batches;  // number, count
         std::size_t left;
         int oldest;
-    };
-    const std::vector<Case> cases{
+    } cases[] = {
         {"just full", 0, {{1, 2000}, {2, 2096}}, 4096, 1},
         {"one too many drops the oldest batch", 0, {{1, 2000}, {2, 2096}, {3, 1}}, 2097, 2},
         {"one large batch stays whole", 0, {{1, 5000}}, 5000, 1},
@@ -52,7 +40,7 @@ TEST(FileTypeCache, DropsWholeOldestBatchesButNeverTheCurrentOne) {
         {"a larger limit", 4100, {{1, 10}, {2, 4090}, {3, 1}}, 4091, 2},
         {"a smaller limit is not taken", 100, {{1, 50}, {2, 100}}, 150, 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         FileTypeCache cache(c.limit);
         for (auto [batch, count] : c.batches) insertBatch(cache, batch, count);
@@ -82,6 +70,11 @@ TEST(FileTypeCache, FindsByBeginningAndTakesByPath) {
     EXPECT_EQ(lineOf(cache.take(L"/d/a:b")), L"") << "removed by find, still indexed";
     EXPECT_EQ(lineOf(cache.find(L"/d/u", true)), L"/d/unindexed: x");
     EXPECT_EQ(cache.size(), 0U);
+    Element element(0, L"a: text");
+    element.setData(7, element.getFileTypeInfo() + 3, true);  // from its own line
+    EXPECT_EQ(lineOf(element), L"text");
+    EXPECT_EQ(Element(-2, L"x").getFileTypeInfo(), nullptr);
+    EXPECT_EQ(Element(3, nullptr).getID(), -1);
 }
 
 }  // namespace

@@ -6,10 +6,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <cwchar>
-#include <memory>
 
 #include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"

@@ -107,12 +107,11 @@ TEST_F(RunningFileTest, ComplainsOfAFileByItsName) {
 }
 
 TEST_F(RunningFileTest, ThatMisbehavesIsReplacedByOneForEachDirectory) {
-    struct Case {
+    const struct {
         const char* name;
         std::string answer;
         std::ptrdiff_t runs;
-    };
-    const std::vector<Case> cases{
+    } cases[] = {
         {"behaves", answerRightly, 2},
         {"ends at once", "exit 1", 6},
         {"says nothing", ":", 6},
@@ -125,7 +124,7 @@ TEST_F(RunningFileTest, ThatMisbehavesIsReplacedByOneForEachDirectory) {
     };
     fileProgram().timePerRun = std::chrono::milliseconds(1500);
     writeDirectories(5);
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         standInThatReads(c.answer);
         {
@@ -159,17 +158,6 @@ TEST_F(RunningFileTest, ThatDiesOrHangsOnAFileCostsWhatItWouldHaveCost) {
     EXPECT_EQ(typeOf("3/slow"), "unknown");
     EXPECT_EQ(typeOf("3/a"), "type of ./a");
     EXPECT_EQ(typeOf("4/a"), "type of ./a");
-}
-
-TEST_F(RunningFileTest, LeavesItsPlaceToOneThatIsStartedForADirectory) {
-    const Descriptor directory = openDirectoryWithoutLinks(files_.path().c_str());
-    RunningFile running;
-    const std::vector<std::string> plain{"a"};
-    const std::vector<std::string> odd{"line\nbreak"};
-    for (int i = 0; i < 2; ++i) describeFiles(directory.get(), plain, &running);
-    EXPECT_TRUE(hasChildren());
-    EXPECT_EQ(running.describe(directory.get(), odd), std::nullopt);
-    EXPECT_FALSE(hasChildren());
 }
 
 TEST_F(RunningFileTest, ReachesTheDescriptorsOfAThreadThatSharesNone) {

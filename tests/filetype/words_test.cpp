@@ -19,29 +19,17 @@ std::wstring split(const wchar_t* text) {
     return joined(words);
 }
 
-TEST(TypeWords, AreWhatStandsBetweenBlanksCommasAndColons) {
-    EXPECT_EQ(split(L"ELF 64-bit LSB, x86-64: stripped"), L"ELF|64-bit|LSB|x86-64|stripped|");
-    EXPECT_EQ(split(L" ,: a,,b ::"), L"a|b|");
-    EXPECT_EQ(split(L"a\tb"), L"a\tb|");
-    EXPECT_EQ(split(L" ,:"), L"");
-    EXPECT_EQ(split(L""), L"");
-    EXPECT_EQ(split(nullptr), L"");
-}
-
-TEST(TypeWords, OneWordInCommonIsEnough) {
+TEST(TypeWords, StandBetweenBlanksCommasAndColonsAndOneInCommonIsEnough) {
+    EXPECT_EQ(split(L" ELF 64-bit LSB,, x86-64: a\tb:"), L"ELF|64-bit|LSB|x86-64|a\tb|");
+    for (const wchar_t* none : {L" ,:", L"", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_EQ(split(none), L"");
     auto file = wordList({L"ASCII", L"English", L"text"});
-    std::pair<StringList<wchar_t>, bool> cases[] = {
-        {wordList({L"ASCII text"}), true},
-        {wordList({L"ELF", L"text"}), true},
-        {wordList({L"ascii"}), false},
-        {wordList({L"ASCI"}), false},
-        {wordList({L",", L"text"}), true},
-        {wordList({L""}), false},
-        {wordList({}), false},
-    };
-    for (auto& [wanted, matches] : cases)
-        EXPECT_EQ(FileTypeChecker::checkTypeList(file, wanted), matches)
-            << (wanted.size() > 0 ? wanted.at(0) : L"no words");
+    for (const wchar_t* words : {L"ASCII text", L"text", L"ascii", L"ASCI", L""}) {
+        auto wanted = wordList({L"ELF", L",", words});
+        EXPECT_EQ(FileTypeChecker::checkTypeList(file, wanted),
+                  std::wcsstr(words, L"text") != nullptr)
+            << words;
+    }
 }
 
 TEST(FileOutput, GivesTheSameAnswersHoweverItArrives) {

@@ -71,17 +71,15 @@ protected:
 
 TEST_F(Plugins, NameIsHomeSlashNameDotSo) {
     configure("/opt/x");
-    const auto nameOf = [&](const char* baseName, unsigned size) {
+    for (const auto& [name, size, expected] : {std::tuple("p", 12u, "/opt/x/p.so"),
+                                               {"p", 11u, "?"},
+                                               {"", 20u, "?"},
+                                               {nullptr, 20u, "?"}}) {
         std::array<char, 20> out{'?'};
-        const int code = adjustDynamicLibraryName(out.data(), size, baseName, &config_);
-        EXPECT_EQ(code, out[0] == '?' ? -1 : 0);
-        return std::string(out.data());
-    };
-    EXPECT_EQ(nameOf("p", 12), "/opt/x/p.so");
-    for (const auto& [name, size] : {std::pair{"p", 11u}, {"", 20u}, {nullptr, 20u}})
-        EXPECT_EQ(nameOf(name, size), "?") << "untouched";
-    configure("/opt/x/");
-    EXPECT_EQ(nameOf("p", 20), "/opt/x//p.so");
+        const int code = adjustDynamicLibraryName(out.data(), size, name, &config_);
+        EXPECT_STREQ(out.data(), expected);
+        EXPECT_EQ(code, *expected == '?' ? -1 : 0);
+    }
 }
 
 TEST_F(Plugins, AreLoadedByNameOrByConfiguration) {
@@ -99,10 +97,9 @@ TEST_F(Plugins, AreLoadedByNameOrByConfiguration) {
     ASSERT_NE(configured, nullptr);
     EXPECT_STREQ(configured->name(), "test_provider");
     const std::unique_ptr<FsMonitor> monitor(FsLoader::loadFsMonitor("test_provider", &config_));
-    EXPECT_EQ(FsLoader::loadFsProvider("test_provider", nullptr), nullptr);
-    EXPECT_EQ(FsLoader::loadFsMonitor("test_provider", nullptr), nullptr);
     ASSERT_NE(monitor, nullptr);
     EXPECT_STREQ(monitor->name(), "test_monitor");
+    EXPECT_EQ(FsLoader::loadFsMonitor("test_provider", nullptr), nullptr);
 }
 
 TEST_F(Plugins, LogTheRuleThatAFileBreaks) {
@@ -114,19 +111,17 @@ TEST_F(Plugins, LogTheRuleThatAFileBreaks) {
     const auto refusal = [&](const std::string& path, const std::string& why) {
         return HasSubstr("*** Error: cannot load DLL '" + path + "' (" + why + ")\n");
     };
-    for (const mode_t mode : {0775u, 0757u}) {
-        ::chmod(file.c_str(), mode);
-        EXPECT_THAT(reason(), refusal(file, "the file can be written by others"));
+    for (const auto& [path, mode] : {std::pair(file, 0775U), {file, 0757U}, {home, 01777U}}) {
+        ::chmod(path.c_str(), mode);
+        const std::string what = path == file ? "file" : "directory";
+        EXPECT_THAT(reason(), refusal(file, "the " + what + " can be written by others"));
+        ::chmod(path.c_str(), 0755);
+        ASSERT_EQ(::chown(path.c_str(), 1234, 0), 0);
+        EXPECT_THAT(reason(),
+                    refusal(file, "the " + what + " belongs neither to root nor to the user"));
+        ASSERT_EQ(::chown(path.c_str(), 0, 0), 0);
     }
-    ::chmod(file.c_str(), 0755);
-    ASSERT_EQ(::chown(file.c_str(), 1234, 0), 0);
-    EXPECT_THAT(reason(), refusal(file, "the file belongs neither to root nor to the user"));
-    ASSERT_EQ(::chown(file.c_str(), 0, 0), 0);
-    ::chmod(home.c_str(), 01777);
-    EXPECT_THAT(reason(), refusal(file, "the directory can be written by others"));
-    ::chmod(home.c_str(), 0755);
     ASSERT_EQ(::chown(home.c_str(), 1234, 0), 0);
-    EXPECT_THAT(reason(), refusal(file, "the directory belongs neither to root nor to the user"));
 
     // A link is judged by what it leads to.
     std::filesystem::create_directory(directory_ / "links");
@@ -213,41 +208,36 @@ TEST_F(Plugins, GetTheQueryAndTheLimitsInSecondsAndMilliseconds) {
     ASSERT_NE(provider, nullptr);
     FsQuery query;
     query.setQuery(L"the query");
-    const auto expectRecord = [&](const std::unique_ptr<FsResultSetReader>& reader,
-                                  const wchar_t* path, unsigned first, unsigned second) {
+    const auto expectRecord = [&](FsResultSetReader* made, const wchar_t* path, unsigned age,
+                                  unsigned limit) {
+        const std::unique_ptr<FsResultSetReader> reader(made);
         ASSERT_NE(reader, nullptr);
         reader->moveFirst();
         FsFileInfo record;
         ASSERT_TRUE(reader->getNext(record));
         EXPECT_STREQ(record.getPath(), path);
         EXPECT_STREQ(record.getName(), L"the query");
-        EXPECT_EQ(record.getSize(), first);
-        EXPECT_EQ(record.getAttr(), second);
+        EXPECT_EQ(record.getSize(), age);
+        EXPECT_EQ(record.getAttr(), limit);
         EXPECT_FALSE(reader->getNext(record));
     };
-    using Reader = std::unique_ptr<FsResultSetReader>;
-    expectRecord(Reader(fsExecuteQuery(provider.get(), query, 2, 3)), L"file", 120, 3000);
-    // They wrap.
-    constexpr unsigned minute = 4294967236, second = 4294966296;
-    expectRecord(Reader(fsExecuteQueryEx(provider.get(), query, -1, -1)), L"memory", minute,
-                 second);
-    expectRecord(Reader(fsExecuteQueryEx(provider.get(), query, INT_MAX, INT_MAX)), L"memory",
-                 minute, second);
+    expectRecord(fsExecuteQuery(provider.get(), query, 2, 3), L"file", 120, 3000);
+    for (const int wraps : {-1, INT_MAX})
+        expectRecord(fsExecuteQueryEx(provider.get(), query, wraps, wraps), L"memory", 4294967236,
+                     4294966296);
     EXPECT_EQ(fsExecuteQuery(nullptr, query, 1, 1), nullptr);
     EXPECT_EQ(fsExecuteQueryEx(nullptr, query, 1, 1), nullptr);
 }
 
 TEST_F(Plugins, LargeFilesAndLongPathsAreSupportedWhenConfigured) {
-    load("absent");
-    EXPECT_FALSE(FsFileInfo::getLargeFileSupport());
-    EXPECT_FALSE(FsFileInfo::getLongPathSupport());
-    configure(directory_ / "home", "large_files = 1\n");
-    load("absent");
-    EXPECT_TRUE(FsFileInfo::getLargeFileSupport());
-    EXPECT_FALSE(FsFileInfo::getLongPathSupport());
-    configure(directory_ / "home", "long_paths = 1\n");
-    load("absent");
-    EXPECT_TRUE(FsFileInfo::getLongPathSupport());
+    for (const auto& [setting, large, deep] : {std::tuple("", false, false),
+                                               {"large_files = 1\n", true, false},
+                                               {"long_paths = 1\n", true, true}}) {
+        configure(directory_ / "home", setting);
+        load("absent");
+        EXPECT_EQ(FsFileInfo::getLargeFileSupport(), large) << setting;
+        EXPECT_EQ(FsFileInfo::getLongPathSupport(), deep) << setting;
+    }
 }
 
 }  // namespace

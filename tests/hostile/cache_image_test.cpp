@@ -104,10 +104,10 @@ std::string CacheDamage::damageAtRandom(unsigned kinds) {
 // name, or the directory at which a search or a refresh begins.
 bool CacheDamage::cannotBeTold(const std::string& what, std::size_t query) {
     if (!what.starts_with("summed")) return false;
-    const bool hidesNames =
-        what.ends_with("in files.pxx") || what.ends_with("in files_FILENAME.idx");
-    return what.ends_with("in files.dat") || what.ends_with("in dirs.dat") ||
-           what.ends_with("in dirs_PATHNAME.idx") || (query == kExactName && hidesNames);
+    const auto isIn = [&](const char* file) { return what.ends_with(file); };
+    const bool hidesNames = isIn(" files.pxx") || isIn(" files_FILENAME.idx");
+    return isIn(" files.dat") || isIn(" dirs.dat") || isIn(" dirs_PATHNAME.idx") ||
+           (query == kExactName && hidesNames);
 }
 
 void CacheDamage::trial(const std::string& what) {

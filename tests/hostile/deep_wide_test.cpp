@@ -1,6 +1,5 @@
-// Trees deeper than a path may be long, directories of a hundred thousand, and hosts
-// with a small stack and few descriptors: what cannot be searched is reported, all else
-// is found.
+// Trees deeper than a path may be long, and hosts with a small stack and few descriptors: what
+// cannot be searched is reported, all else is found.
 
 #include <pthread.h>
 
@@ -46,59 +45,6 @@ void onStackOf(std::size_t bytes, Body body) {
     ASSERT_EQ(pthread_create(&thread, &attributes, run, &body), 0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
-}
-
-TEST_F(DeepAndWide, TwoThousandLevelsWithTwentyDescriptorsAndASmallStack) {
-    Nest nest(tree.path());
-    for (int level = 0; level < 2000; ++level) {
-        nest.file("f");
-        // Siblings that a file system lists before the way down and behind it, in
-        // whatever order it lists.
-        nest.directory("a");
-        nest.file("a/f");
-        nest.down("m");
-        nest.directory("../z");
-        nest.file("../z/f");
-    }
-    const std::size_t levels = (kLongestPath - tree.path().size()) / 2 + 1;
-    query.setQuery(
-        (L"[FILENAME]==\"f\"&&" + std::wstring(256, L'(') + L"1" + std::wstring(256, L')') + L"==1")
-            .c_str());
-    // The first use of many things takes descriptors for a moment.
-    FsQuery nothing;
-    nothing.addIncludePath((L"*:" + cache.directory().wide()).c_str(), true);
-    CollectingWriter ignored;
-    ASSERT_EQ(cache.query(ignored, nothing), 0);
-    std::filesystem::remove_all(cache.directory().path("dirs.cuflag"));
-    const rlimit few{20, 20};
-    const int status = inChild([&] {
-        // Whoever started the tests may have left some open.
-        if (::close_range(3, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &few) != 0) return 1;
-        int verdict = 2;
-        onStackOf(kSmallStack, [&] {
-            for (const unsigned age : {kDay, kDay, kAllOld}) {
-                const Listener heard;
-                CollectingWriter direct, cached;
-                if (fsScanQuery(direct, query, kMinute) != 0) return;
-                ++verdict;
-                if (direct.paths.size() != 3 * levels - 2) return;
-                ++verdict;
-                // The two siblings and the way down, one level below the last.
-                if (heard.skips.empty() || heard.skips[0].directory.size() <= kLongestPath ||
-                    heard.skips[0].reason != FsSkipReason::tooLong)
-                    return;
-                ++verdict;
-                if (cache.query(cached, query, age) != 0) return;
-                ++verdict;
-                if (cached.sorted() != direct.sorted()) return;
-            }
-            verdict = 0;
-        });
-        return verdict;
-    });
-    EXPECT_EQ(status, 0);
-    // The tree is too deep for others to remove by its paths.
-    EXPECT_EQ(std::system(("rm -rf '" + tree.path("m") + "'").c_str()), 0);
 }
 
 /// Long paths, as a host asks for them.
@@ -149,10 +95,15 @@ protected:
     std::vector<std::string> expected;
 };
 
+// On a small stack and with few descriptors, by a criteria as deep as they may be.
 TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
     plant();
+    query.setQuery(
+        (L"[FILENAME]==\"f\"&&" + std::wstring(256, L'(') + L"1" + std::wstring(256, L')') + L"==1")
+            .c_str());
     const rlimit few{24, 24};
     const int status = inChild([&] {
+        // Whoever started the tests may have left some open.
         if (::close_range(3, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &few) != 0) return 100;
         int verdict = 101;
         onStackOf(kSmallStack, [&] { verdict = firstWrong(); });
@@ -278,17 +229,6 @@ TEST_F(DeepAndWide, PathsAroundTheLimitAreFoundOrReported) {
     EXPECT_THAT(none.paths, testing::IsEmpty());
     EXPECT_THAT(told.skippedFor(FsSkipReason::tooLong), testing::ElementsAre(entry));
     EXPECT_EQ(std::system(("rm -rf '" + tree.path(std::string(100, 'd')) + "'").c_str()), 0);
-}
-
-TEST_F(DeepAndWide, AHundredThousandFilesInOneDirectory) {
-    constexpr std::size_t kFiles = 100000;
-    const Nest nest(tree.path());
-    for (std::size_t i = 0; i < kFiles; ++i) nest.file(("f" + std::to_string(i)).c_str());
-    CollectingWriter direct, cached;
-    EXPECT_EQ(fsScanQuery(direct, query, kMinute), 0);
-    EXPECT_EQ(direct.paths.size(), kFiles);
-    EXPECT_EQ(cache.query(cached, query), 0);
-    EXPECT_TRUE(cached.sorted() == direct.sorted());
 }
 
 }  // namespace

@@ -71,20 +71,10 @@ TEST_F(ResultDamage, BytesAndWords) {
         SCOPED_TRACE(i);
         std::string bytes = good_;
         const std::size_t at = below(bytes.size() - 4);
-        switch (below(4)) {
-            case 0:
-                bytes[at] = static_cast<char>(bytes[at] ^ (1 << below(8)));
-                break;
-            case 1:
-                bytes.replace(at, 4, 4, '\0');
-                break;
-            case 2:
-                bytes.replace(at, 4, 4, '\xff');
-                break;
-            default:
-                bytes.erase(at, 1 + below(8));
-                break;
-        }
+        const std::size_t kind = below(4);
+        if (kind == 0) bytes[at] = static_cast<char>(bytes[at] ^ (1 << below(8)));
+        if (kind == 1) bytes.erase(at, 1 + below(8));
+        if (kind > 1) bytes.replace(at, 4, 4, kind == 2 ? '\0' : '\xff');
         trial(bytes, at);
     }
 }

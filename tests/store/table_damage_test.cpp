@@ -42,15 +42,14 @@ FSCANNER_BOTH_FORMS(Damage);
 
 TEST_P(Damage, ThatAnOpenMeets) {
     const auto length = [&](int i) { return static_cast<unsigned>(good_[unsigned(i)].size()); };
-    struct Case {
+    const unsigned listedName = 8, listedEntry = 12 + 4 * 5 + 4 * 4;
+    const struct {
         const char* what;
         std::string name;
         std::size_t at;
         std::string bytes;
         unsigned cut;
-    };
-    const unsigned listedName = 8, listedEntry = 12 + 4 * 5 + 4 * 4;
-    const Case cases[] = {
+    } cases[] = {
         {"no header", "t.dat", 0, "", 11},
         {"a header cut in a name", "t.dat", 0, "", headerSize_ - 1},
         {"257 fields", "t.dat", 8, word(257), ~0U},
@@ -67,14 +66,15 @@ TEST_P(Damage, ThatAnOpenMeets) {
         {"an index twice", "t_idx.dat", listedEntry, good_[2].substr(0, listedEntry), listedEntry},
         {"an index on no field", "t_idx.dat", listedName + 4 * 5 + 4, word('X'), ~0U},
     };
-    for (const Case& c : cases) {
+    for (const auto& [what, name, at, bytes, cut] : cases) {
+        SCOPED_TRACE(what);
         restore();
-        if (c.cut != ~0U) std::filesystem::resize_file(file(c.name), c.cut);
-        overwrite(c.name, c.at, c.bytes);
-        EXPECT_FALSE(table->open()) << c.what;
-        EXPECT_TRUE(table->damaged()) << c.what;
-        EXPECT_FALSE(table->isOpen()) << c.what;
-        EXPECT_EQ(table->schema().count(), 0U) << c.what;
+        if (cut != ~0U) std::filesystem::resize_file(file(name), cut);
+        overwrite(name, at, bytes);
+        EXPECT_FALSE(table->open());
+        EXPECT_TRUE(table->damaged());
+        EXPECT_FALSE(table->isOpen());
+        EXPECT_EQ(table->schema().count(), 0U);
     }
     restore();
     EXPECT_TRUE(table->open());
@@ -87,12 +87,11 @@ TEST_P(Damage, ThatAnOpenMeets) {
 
 TEST_P(Damage, ThatAReadMeets) {
     const unsigned end = static_cast<unsigned>(good_[0].size());
-    struct Case {
+    const struct {
         const char* what;
         unsigned offset;
         std::string tail;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"an offset in the header", headerSize_ - 1, ""},
         {"an offset at the end", end, ""},
         {"an offset behind the end", ~0U, ""},
@@ -101,38 +100,38 @@ TEST_P(Damage, ThatAReadMeets) {
         {"a number of eleven groups", end,
          std::string(2, '\0') + std::string(10, '\xFF') + std::string(10, '\0')},
     };
-    for (const Case& c : cases) {
+    for (const auto& [what, offset, tail] : cases) {
         // In the fixed form the last one is a record like others.
-        if (!isCompact() && c.tail.size() > 20) continue;
+        if (!isCompact() && tail.size() > 20) continue;
+        SCOPED_TRACE(what);
         restore();
-        overwrite("t.pxx", 4 * 11, word(c.offset));
-        overwrite("t.dat", end, c.tail);
+        overwrite("t.pxx", 4 * 11, word(offset));
+        overwrite("t.dat", end, tail);
         ASSERT_TRUE(table->open());
         Fields values(table->schema());
         EXPECT_TRUE(table->read(10, values));
         EXPECT_FALSE(table->damaged());
-        EXPECT_FALSE(table->read(11, values)) << c.what;
-        EXPECT_TRUE(table->damaged()) << c.what;
-        EXPECT_FALSE(table->buildHashIndex(L"more", L"PATHID")) << c.what;
-        EXPECT_FALSE(exists("more.idx")) << c.what;
+        EXPECT_FALSE(table->read(11, values));
+        EXPECT_TRUE(table->damaged());
+        EXPECT_FALSE(table->buildHashIndex(L"more", L"PATHID"));
+        EXPECT_FALSE(exists("more.idx"));
         ASSERT_TRUE(table->close());
-        EXPECT_FALSE(table->compact(0)) << c.what;
+        EXPECT_FALSE(table->compact(0));
         EXPECT_TRUE(table->damaged()) << "of the compaction";
-        EXPECT_FALSE(exists("t_cpt.dat")) << c.what;
+        EXPECT_FALSE(exists("t_cpt.dat"));
     }
 }
 
 TEST_P(Damage, ThatAWalkMeets) {
     const unsigned slots = static_cast<unsigned>(good_[3].size() / 8);
-    struct Case {
+    // The chain: the head, then slots - 1 and on downwards; one record is removed.
+    const std::size_t inHead = std::size_t{8} * indexBucket(L"SAME"), last = 8 * (slots - 1);
+    const struct {
         const char* what;
         std::size_t at;
         unsigned value;
         std::size_t found;
-    };
-    // The chain: the head, then slots - 1 and on downwards; one record is removed.
-    const std::size_t inHead = std::size_t{8} * indexBucket(L"SAME"), last = 8 * (slots - 1);
-    const Case cases[] = {
+    } cases[] = {
         {"whole", inHead, 11, 7},
         {"a record that is not there", inHead, 12, 0},
         {"a slot that is not there", inHead + 4, slots, 0},
@@ -142,12 +141,12 @@ TEST_P(Damage, ThatAWalkMeets) {
         {"a chain that goes up", 8 * (slots - 2) + 4, slots - 1, 2},
         {"an empty slot in a chain", last, Index::NONE, 1},
     };
-    for (const Case& c : cases) {
+    for (const auto& [what, at, value, found] : cases) {
         restore();
-        overwrite("names.idx", c.at, word(c.value));
+        overwrite("names.idx", at, word(value));
         ASSERT_TRUE(table->open());
-        EXPECT_EQ(chain(L"names", L"SAME").size(), c.found) << c.what;
-        EXPECT_EQ(table->damaged(), c.found != 7) << c.what;
+        EXPECT_EQ(chain(L"names", L"SAME").size(), found) << what;
+        EXPECT_EQ(table->damaged(), found != 7) << what;
         table->close();
     }
 }

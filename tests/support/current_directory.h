@@ -11,8 +11,7 @@ public:
         : old_(std::filesystem::current_path()) {
         std::filesystem::current_path(path);
     }
-    CurrentDirectory(const CurrentDirectory&) = delete;
-    CurrentDirectory& operator=(const CurrentDirectory&) = delete;
+    CurrentDirectory(CurrentDirectory&&) = delete;
     ~CurrentDirectory() { std::filesystem::current_path(old_); }
 
 private:

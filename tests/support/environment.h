@@ -14,8 +14,7 @@ public:
         if (const char* value = ::getenv(name)) old_ = value;
         ::unsetenv(name);
     }
-    EnvironmentVariable(const EnvironmentVariable&) = delete;
-    EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+    EnvironmentVariable(EnvironmentVariable&&) = delete;
     ~EnvironmentVariable() {
         if (old_) {
             set(*old_);

@@ -2,7 +2,6 @@
 
 #include <climits>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "fscanner/common/utf8.h"
@@ -22,8 +21,7 @@ public:
 
     /// `stopAt`: says stop at the n-th question of a query whether to go on.
     explicit Listener(int stopAt = INT_MAX) : stopAt_(stopAt), previous_(fsSetScanObserver(this)) {}
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
+    Listener(Listener&&) = delete;
     ~Listener() override { fsSetScanObserver(previous_); }
 
     bool progress(const FsScanProgress& at) override {

@@ -9,8 +9,7 @@ namespace fscanner {
 class LogCapture {
 public:
     LogCapture() { startDebug((directory_ / "log").c_str()); }
-    LogCapture(const LogCapture&) = delete;
-    LogCapture& operator=(const LogCapture&) = delete;
+    LogCapture(LogCapture&&) = delete;
     ~LogCapture() { stopDebug(); }
     std::string text() const { return readWholeFile(directory_ / "log"); }
 

@@ -14,8 +14,7 @@ class Nest {
 public:
     explicit Nest(const std::string& root) : at_(::open(root.c_str(), O_DIRECTORY | O_CLOEXEC)) {}
     ~Nest() { ::close(at_); }
-    Nest(const Nest&) = delete;
-    Nest& operator=(const Nest&) = delete;
+    Nest(Nest&&) = delete;
 
     void file(const char* name) const {
         const int made = ::openat(at_, name, O_CREAT | O_WRONLY | O_CLOEXEC, 0600);

@@ -15,8 +15,7 @@ public:
         now[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
         held_ = ::syscall(SYS_capset, &header_, now) == 0;
     }
-    PermissionsHold(const PermissionsHold&) = delete;
-    PermissionsHold& operator=(const PermissionsHold&) = delete;
+    PermissionsHold(PermissionsHold&&) = delete;
     ~PermissionsHold() {
         if (held_) ::syscall(SYS_capset, &header_, before_);
     }

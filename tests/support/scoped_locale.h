@@ -11,8 +11,7 @@ public:
     explicit ScopedLocale(const char* name)
         : old_(std::setlocale(LC_ALL, nullptr)),
           available_(std::setlocale(LC_ALL, name) != nullptr) {}
-    ScopedLocale(const ScopedLocale&) = delete;
-    ScopedLocale& operator=(const ScopedLocale&) = delete;
+    ScopedLocale(ScopedLocale&&) = delete;
     ~ScopedLocale() { std::setlocale(LC_ALL, old_.c_str()); }
 
     bool available() const { return available_; }

@@ -20,8 +20,7 @@ public:
         if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp: " + name);
         path_ = name;
     }
-    TemporaryDirectory(const TemporaryDirectory&) = delete;
-    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+    TemporaryDirectory(TemporaryDirectory&&) = delete;
     ~TemporaryDirectory() {
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);

@@ -1,6 +1,7 @@
 // Queries that run at the same time, or one in the middle of another: each has its own
 // answer, or is refused. The thread sanitizer looks on in the "tsan" preset.
 
+#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 
@@ -18,7 +19,6 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/log_capture.h"
-#include "support/results.h"
 
 #ifdef __SANITIZE_THREAD__
 /// The sanitizer does not see mremap: what other threads had where a mapping moves to would
@@ -62,31 +62,33 @@ protected:
         made->setOption(FS_OPTION_CACHE_DIRECTORY, place.path(name).c_str());
         return made;
     }
-    Paths scan(const wchar_t* criteria) const {
+    /// What `run` finds, which is given a query and a writer, and returns a status.
+    template <typename Run>
+    Paths found(const wchar_t* criteria, Run run) const {
         FsQuery query;
         describe(query, criteria);
         CollectingWriter writer;
-        EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
+        EXPECT_EQ(run(query, writer), 0);
         return writer.sorted();
     }
+    Paths scan(const wchar_t* criteria) const {
+        return found(criteria,
+                     [](auto& query, auto& to) { return fsScanQuery(to, query, kMinute); });
+    }
     Paths ask(FsProvider& from, const wchar_t* criteria, unsigned age) const {
-        FsQuery query;
-        describe(query, criteria);
-        CollectingWriter writer;
-        EXPECT_EQ(from.executeQuery(writer, query, age, kMinute), 0);
-        return writer.sorted();
+        return found(criteria, [&](auto& query, auto& to) {
+            return from.executeQuery(to, query, age, kMinute);
+        });
     }
     // Through a file of results, or through memory, which keeps the plan.
     template <auto execute>
     Paths read(FsProvider& from, const wchar_t* criteria) const {
-        FsQuery query;
-        describe(query, criteria);
-        const std::unique_ptr<FsResultSetReader> reader(execute(&from, query, 60, 60));
-        EXPECT_EQ(from.lastStatus(), 0);
-        CollectingWriter writer;
-        FsFileInfo record;
-        for (reader->moveFirst(); reader->getNext(record);) writer.addRecord(record);
-        return writer.sorted();
+        return found(criteria, [&](auto& query, auto& to) {
+            const std::unique_ptr<FsResultSetReader> reader(execute(&from, query, 60, 60));
+            FsFileInfo record;
+            for (reader->moveFirst(); reader->getNext(record);) to.addRecord(record);
+            return from.lastStatus();
+        });
     }
 
     TempTree tree;
@@ -191,7 +193,7 @@ TEST_F(Queries, OfACacheInTheMiddleOfItsOwnAreRefused) {
     CallingWriter writer([&] {
         CollectingWriter inner;
         EXPECT_EQ(cache.executeQuery(inner, query, kMinute, kAge), FS_CACHE_LOCK_TIMED_OUT);
-        EXPECT_THAT(Results({cache.close(), cache.compact(), cache.remove()}),
+        EXPECT_THAT(std::vector({cache.close(), cache.compact(), cache.remove()}),
                     testing::Each(false));
     });
     EXPECT_EQ(cache.executeQuery(writer, query, kMinute, kAge), 0);
