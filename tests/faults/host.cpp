@@ -50,6 +50,19 @@ void FaultHost::plant(unsigned directories, unsigned files) const {
     }
 }
 
+void FaultHost::askBeforeChanges(const std::function<void()>& ask) const {
+    const std::string file = tree.path("d2/e2/f0/name0.txt"), directory = tree.path("d0");
+    std::filesystem::rename(file, tree.path("elsewhere"));
+    std::filesystem::rename(directory, tree.path("d1/elsewhere"));
+    tree.file("d2/gone/below/f");
+    tree.file("d1/gone");
+    ask();
+    std::filesystem::remove(tree.path("d1/gone"));
+    std::filesystem::remove_all(tree.path("d2/gone"));
+    std::filesystem::rename(tree.path("d1/elsewhere"), directory);
+    std::filesystem::rename(tree.path("elsewhere"), file);
+}
+
 std::vector<std::string> FaultHost::walkFresh(const std::string& root) {
     std::vector<std::string> paths;
     for (const auto& entry : std::filesystem::recursive_directory_iterator(root))
@@ -62,6 +75,7 @@ std::unique_ptr<FsProvider> FaultHost::provider(bool compressed) const {
     std::unique_ptr<FsProvider> provider(createProvider(nullptr));
     provider->setOption(FS_OPTION_CACHE_DIRECTORY, cache.c_str());
     provider->setOption(FS_OPTION_COMPRESSED, compressed ? "true" : "false");
+    provider->setOption(FS_OPTION_VERIFY, verifies ? "true" : "false");
     return provider;
 }
 

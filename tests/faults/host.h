@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <random>
 #include <set>
@@ -50,6 +51,9 @@ public:
 
     /// Makes directories with `files` files each, three levels deep.
     void plant(unsigned directories, unsigned files) const;
+    /// Calls `ask` while the planted tree is another: with files and directories that are gone
+    /// afterwards, and with one of each elsewhere.
+    void askBeforeChanges(const std::function<void()>& ask) const;
     std::vector<std::string> truth() const { return walkFresh(tree.path()); }
     static std::vector<std::string> walkFresh(const std::string& root);
 
@@ -78,6 +82,7 @@ public:
     TempTree tree;
     TempTree place;
     std::string cache = place.path("cache");
+    bool verifies = false;  ///< whether its providers compare the cache with the disk
 };
 
 /// The open descriptors of this process.

@@ -19,11 +19,13 @@ struct Run {
     const char* name;
     std::vector<std::string> arguments;
     bool warm;
+    bool changed = false;
 };
 
 const Run kRuns[] = {
     {"First", {}, false},
     {"Again", {}, true},
+    {"Changed", {}, true, true},
     {"Fresh", {"--fresh"}, true},
     {"Sorted", {"--sort", "name", "--spill"}, true},
     {"Uncached", {"--no-cache", "-l"}, true},
@@ -87,7 +89,9 @@ protected:
         });
     }
     void prepare() const {
-        if (GetParam().warm)
+        if (GetParam().changed)
+            host.askBeforeChanges([this] { runFscan({}); });
+        else if (GetParam().warm)
             runFscan({});
         else
             fs::remove_all(host.place.path("home"));

@@ -111,9 +111,11 @@ struct Result {
 constexpr const wchar_t* kCriteria =
     L"([FILENAME]==\"name*\" || [SIZE]>100) && !([FILENAME]==\"nowhere\" && [ATTR]+1*2>3)";
 
+enum class Before { none, built, changed };
+
 struct Scenario {
     const char* name;
-    bool cold;
+    Before cache;
     // The query is the host's, made while there was memory.
     Result (*act)(FsProvider&, const FsQuery&);
 };
@@ -156,13 +158,14 @@ Result inspect(FsProvider&, const FsQuery& query) {
 }
 
 const Scenario kScenarios[] = {
-    {"First", true, askProvider<kDay>},
-    {"Again", false, askProvider<kDay>},
-    {"Rebuilt", false, askProvider<kAllOld>},
-    {"Direct", false, scan},
-    {"File", false, searchAndSort<fsExecuteQuery>},
-    {"Memory", false, searchAndSort<fsExecuteQueryEx>},
-    {"Inspected", false, inspect},
+    {"First", Before::none, askProvider<kDay>},
+    {"Again", Before::built, askProvider<kDay>},
+    {"Verified", Before::changed, askProvider<kDay>},
+    {"Rebuilt", Before::built, askProvider<kAllOld>},
+    {"Direct", Before::built, scan},
+    {"File", Before::built, searchAndSort<fsExecuteQuery>},
+    {"Memory", Before::built, searchAndSort<fsExecuteQueryEx>},
+    {"Inspected", Before::built, inspect},
 };
 
 class OutOfMemory : public testing::TestWithParam<Scenario> {
@@ -170,9 +173,15 @@ protected:
     OutOfMemory() {
         host.plant(4, 3);
         host.describe(query, kCriteria);
+        if (GetParam().cache == Before::changed) provider->setOption(FS_OPTION_VERIFY, "true");
     }
     void prepare() const {
-        if (GetParam().cold) host.forget();
+        if (GetParam().cache == Before::none) host.forget();
+        if (GetParam().cache != Before::changed) return;
+        host.askBeforeChanges([this] {
+            SummingWriter ignored;
+            provider->executeQuery(ignored, query, kDay, kMinute);
+        });
     }
     // Whether the allocation was reached.
     bool check(unsigned at, bool onward) {

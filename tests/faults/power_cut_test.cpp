@@ -107,11 +107,15 @@ TEST_P(PowerCut, TheMarkIsOnDiskBeforeAChangeAndTheTablesBeforeItGoes) {
         const char* name;
         unsigned age;
         bool changes;
+        bool verifies = false;
     } sessions[] = {{"first", kDay, true},
                     {"unchanged", kDay, false},
+                    {"brought up to date", kDay, true, true},
                     {"rebuilt", kAllOld, true},
                     {"rebuilt and compacted", kAllOld, true}};
     for (const auto& session : sessions) {
+        host.verifies = session.verifies;
+        if (session.verifies) host.askBeforeChanges([&] { host.ask(kDay, L"", GetParam()); });
         DurableState disk(fs::canonical(host.place.path("cache")).string());
         const int status =
             Tracer().run([&] { return host.ask(session.age, L"", GetParam()).status == 0 ? 0 : 1; },

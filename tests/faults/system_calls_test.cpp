@@ -43,6 +43,7 @@ struct Scenario {
     Lesser lesser;
     void (*prepare)(const FaultHost&);
     Answer (*act)(const FaultHost&);
+    bool verifies = false;
 };
 
 // What is read is told apart from what is lost while it is read: calls do not fail then.
@@ -73,10 +74,14 @@ Answer scanForTypes(const FaultHost& host) {
 const std::vector<Scenario>& scenarios() {
     static const auto cold = [](const FaultHost& host) { host.forget(); };
     static const auto warm = [](const FaultHost& host) { host.ask(); };
+    static const auto changed = [](const FaultHost& host) {
+        host.askBeforeChanges([&host] { host.ask(); });
+    };
     static const std::vector<Scenario> table = {
         {"First", Lesser::none, cold, [](const FaultHost& host) { return host.ask(); }},
         {"Again", Lesser::none, warm, [](const FaultHost& host) { return host.ask(); }},
         {"Rebuilt", Lesser::none, warm, [](const FaultHost& host) { return host.ask(kAllOld); }},
+        {"Verified", Lesser::none, changed, [](const FaultHost& host) { return host.ask(); }, true},
         {"Direct", Lesser::none, warm, scanDirectly},
         {"File", Lesser::empty, warm, [](const FaultHost& host) { return searchToFile(host, 0); }},
         {"Sorted", Lesser::empty, warm,
@@ -108,6 +113,7 @@ class FailingCalls : public testing::TestWithParam<std::size_t> {
 protected:
     FailingCalls() {
         host.plant(5, 4);
+        host.verifies = scenario().verifies;
         right = host.truth();
     }
     const Scenario& scenario() const { return scenarios()[GetParam()]; }
