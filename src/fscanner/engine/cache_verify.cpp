@@ -75,6 +75,7 @@ private:
         return mounts_ && mounts_->stops(directory, root_.drive);
     }
     void note(State state) { result_.stale.push_back({id_, state}); }
+    void noteCovered();
     void compare(const struct stat& info, const StampTrust* trust);
     void visitLate();
     bool visitByPath();
@@ -205,9 +206,15 @@ void TreeVerification::visit() {
     if (mounts_) {
         path_.resize(levels_[depth_ - 1]->pathLength);
         path_ += toWide(name_);
-        if (isCovered(path_)) return;
+        if (isCovered(path_)) return noteCovered();
     }
     if (look(open(depth_ - 1))) push();
+}
+
+// A directory that was read while a drive was mounted in it has no stamp, and what the cache has
+// there is that drive's own tree. Otherwise the drive has come since.
+void TreeVerification::noteCovered() {
+    if (store_.stamps().find(parent_).exists()) note(State::covered);
 }
 
 // Opens the level by those that hold it. Null where it cannot be reached.
@@ -279,9 +286,11 @@ bool TreeVerification::visitByPath() {
     Directory parent;
     const int error = parent.openPath(toMultibyte(path).c_str(), DirectoryUse::reach);
     path.append(path.ends_with(L'/') ? L"" : L"/").append(toWide(name_));
-    if (isCovered(path)) return false;
-    if (!isAbsent(error)) return look(error == 0 ? &parent : nullptr);
-    note(State::gone);
+    if (!isCovered(path) && !isAbsent(error)) return look(error == 0 ? &parent : nullptr);
+    if (isAbsent(error))
+        note(State::gone);
+    else
+        noteCovered();
     return false;
 }
 

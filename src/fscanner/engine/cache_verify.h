@@ -14,6 +14,7 @@ struct StaleDirectory {
     enum class State {
         changed,  ///< its entries may be others; those below it are looked at one by one
         gone,     ///< it is no directory any more; what was below it is not looked at
+        covered,  ///< another drive, which is no part of the tree, has come there: the same
     };
     unsigned id;
     State state;
@@ -44,10 +45,9 @@ struct Verification {
 bool isVerifiable(const wchar_t* path);
 
 /// Looks at each directory of the tree, whose root is in the cache with the ID `rootId`, and at no
-/// file: no directory is read, and no link is followed. Nothing is changed. Where a drive is
-/// mounted that is no part of the tree, nothing is looked at: no answer shows what the cache has of
-/// it. What is not stale held the same entries when the call began as when the tree was built.
-/// `goesOn` is asked now and then, with the number of directories so far.
+/// file: no directory is read, and no link is followed. Nothing is changed. Other drives are not
+/// touched. What is not stale held the same entries when the call began as when the tree was
+/// built. `goesOn` is asked now and then, with the number of directories so far.
 Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view,
                         const std::function<bool(unsigned long long)>& goesOn);
 
