@@ -306,14 +306,12 @@ bool Extraction::examinedHolds() {
     if (error == ENOENT || error == ENOTDIR || error == ELOOP) return false;
     if (error == 0 && S_ISDIR(info.st_mode)) return false;
     facts_.forgetInfo();
-    if (error != 0 || !facts_.updateFrom(info)) {
-        noteUndecided();
-        return false;
-    }
+    const bool known = error == 0 && facts_.updateFrom(info);
     RecordSet& files = store_.filesRecords();
-    files.setFieldAsInt64(FILES_SIZE, facts_.getSize());
-    files.setFieldAsInt32(FILES_ATTR, facts_.getAttr());
-    return holds();
+    files.setFieldAsInt64(FILES_SIZE, known ? facts_.getSize() : 0);
+    files.setFieldAsInt32(FILES_ATTR, known ? facts_.getAttr() : 0);
+    if (!known) noteUndecided();
+    return known && holds();
 }
 
 // Most files lie in the directory of the last one, which stays open.
@@ -424,6 +422,8 @@ void Extraction::noteUndecided() {
     record.setFileName(files.getFieldAsString(FILES_FILENAME));
     record.setFileSize(files.getFieldAsInt64(FILES_SIZE));
     record.setFileAttr(files.getFieldAsInt32(FILES_ATTR));
+    // Only a file that could not be examined has no attributes: the 0 of its size is none either.
+    if (files.getFieldAsInt32(FILES_ATTR) == 0) record.setError();
     observer->undecided(record);
 }
 
