@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 
+#include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/engine/cache_tree.h"
 
@@ -61,6 +62,7 @@ public:
 
 private:
     bool enterRoot(unsigned id);
+    bool hasStamps(unsigned id);
     bool readRecord(unsigned record);
     void visit();
     bool isInside(unsigned id) const {
@@ -157,8 +159,7 @@ bool TreeVerification::enterRoot(unsigned id) {
     trust_ = findStampTrust(type);
     device_ = info.st_dev;
     if (!trust_) {
-        // With a stamp, the tree is that of another file system, which was there before.
-        if (store_.stamps().find(id_).exists())
+        if (hasStamps(id_))
             note(State::gone);
         else
             result_.end = Verification::End::notTrusted;
@@ -166,6 +167,21 @@ bool TreeVerification::enterRoot(unsigned id) {
     }
     compare(info, trust_);
     return true;
+}
+
+// Whether the directory or one in it has a stamp. On a file system without trust none has, but for
+// drives that are mounted there: the tree is that of another one, which was there before.
+bool TreeVerification::hasStamps(unsigned id) {
+    const auto has = [this](unsigned one) { return store_.stamps().find(one).exists(); };
+    std::wstring path = path_;
+    endWithSeparator(path);
+    RecordSet& records = store_.directoryRecords();
+    bool found = store_.lookups().byParentId(records, id);
+    bool stamped = has(id);
+    for (; found && !stamped; found = records.moveNext())
+        stamped = has(records.getFieldAsInt32(DIRECTORIES_ID)) &&
+                  !isCovered(path + records.getFieldAsString(DIRECTORIES_PATHNAME));
+    return stamped;
 }
 
 bool TreeVerification::readRecord(unsigned record) {
