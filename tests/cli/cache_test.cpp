@@ -104,7 +104,7 @@ TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
     EXPECT_THAT(told.err, HasSubstr("from:     the cache (checked)"));
     EXPECT_THAT(told.err, testing::ContainsRegex("\"checked\":\\{\"directories\":2,.*"));
     EXPECT_THAT(run({"d", "--larger", "1k", "--stats"}).err,
-                testing::ContainsRegex("from:     the cache \\(checked; found by sizes .* old\\)"));
+                testing::ContainsRegex("from:     the cache \\(checked; sizes are .* old\\)"));
     EXPECT_THAT(run({"d", "--max-age", "1d", "--summary", "json"}).err,
                 HasSubstr("\"checked\":null"));
 }

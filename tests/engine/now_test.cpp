@@ -12,6 +12,7 @@
 
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
+#include "fscanner/engine/cache_directory.h"
 #include "fscanner/engine/cache_store.h"
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/fs/fs_direct.h"
@@ -60,7 +61,7 @@ public:
     Checks& operator=(const Checks&) = delete;
     ~Checks() override { fsSetScanObserver(previous_); }
 
-    void finished(const FsScanProgress& totals) override { read += totals.directories; }
+    void finished(const FsScanProgress& totals) override { walked += totals.directories; }
     void verified(const FsVerification& one) override {
         ++checks;
         directories += one.directories;
@@ -68,9 +69,9 @@ public:
     }
     /// A host may ask on its own whether the criteria holds: the size 0 must not tell it.
     void undecided(const FsFileInfo& file) override { unknown += file.hasError(); }
-    void clear() { read = checks = directories = changed = 0; }
+    void clear() { walked = checks = directories = changed = 0; }
 
-    unsigned long long read = 0, checks = 0, directories = 0, changed = 0, unknown = 0;
+    unsigned long long walked = 0, checks = 0, directories = 0, changed = 0, unknown = 0;
 
 private:
     FsScanObserver* previous_;
@@ -125,7 +126,7 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
         const char* what;
         std::function<void()> change;
         Answer answer;
-        unsigned long long read;  // directories
+        unsigned long long changed;  // directories, those that are gone among them
     } table[] = {
         {"nothing", [] {}, {"a/f", "a/b/g", "c/h", "c/d/e/i"}, 0},
         {"a new file",
@@ -139,39 +140,39 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
         {"a subtree that moved",
          [&] { fs::rename(tree.path("c/d"), tree.path("a/d")); },
          {"a/b/g", "a/b/new", "c/h", "a/d/e/i"},
-         4},
+         3},
         {"a file in the place of a directory",
          [&] {
              fs::remove_all(tree.path("a/b"));
              tree.file("a/b");
          },
          {"a/b", "c/h", "a/d/e/i"},
-         1},
+         2},
         {"and the reverse",
          [&] {
              fs::remove(tree.path("a/b"));
              tree.file("a/b/x");
          },
          {"a/b/x", "c/h", "a/d/e/i"},
-         2},
+         1},
         {"a link in the place of a directory",
          [&] {
              fs::remove_all(tree.path("a/d"));
              tree.link("../c", "a/d");
          },
          {"a/b/x", "a/d", "c/h"},
-         1},
+         2},
         {"other permissions",
          [&] { fs::permissions(tree.path("a"), fs::perms::owner_all); },
          {"a/b/x", "a/d", "c/h"},
-         0},
+         1},
     };
     for (const auto& row : table) {
         row.change();
         wait();
         checks.clear();
         EXPECT_EQ(names(), row.answer) << row.what;
-        EXPECT_EQ(checks.read, row.read) << row.what;
+        EXPECT_EQ(checks.changed, row.changed) << row.what;
         EXPECT_EQ(checks.checks, 1U) << row.what;
     }
     // A tree below it, and the tree when it is gone.
@@ -345,6 +346,69 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
     EXPECT_GT(checks.checks, static_cast<unsigned>(steps));
 }
 
+/// A query that excludes what it searches needs no tree, and changes none.
+TEST_P(VerifiedCache, WhatIsExcludedIsLeftAlone) {
+    tree.file("a/f");
+    wait();
+    names();
+    tree.file("a/new");
+    TreeQuery nothing = queryFor("a", nullptr);
+    nothing.addExcludePath((L"*:" + tree.wide("a")).c_str(), true);
+    EXPECT_EQ(ask(nothing).paths, Answer());
+    // The cache still has the tree, as it was.
+    provider->setOption(FS_OPTION_VERIFY, "false");
+    EXPECT_EQ(names(), Answer{"a/f"});
+}
+
+/// A comparison, and a change of the cache, end when the observer says so, and leave the cache.
+TEST_P(VerifiedCache, CanBeStopped) {
+    class Stopper : public Checks {
+    public:
+        bool progress(const FsScanProgress&) override { return left == 0 || --left > 0; }
+        unsigned left = 0;  // calls before it says stop; 0: never
+    };
+    for (int i = 0; i < 600; ++i) tree.file("d" + std::to_string(i) + "/f");
+    wait();
+    EXPECT_EQ(names().size(), 600U);
+    Stopper stopper;
+    for (int i = 0; i < 600; i += 2) tree.file("d" + std::to_string(i) + "/new");
+    const TreeQuery query = queryFor("", nullptr);
+    for (const unsigned left : {1U, 2U, 5U, 100U}) {
+        stopper.left = left;
+        SizedWriter writer;
+        EXPECT_LT(provider->executeQuery(writer, query, kDay, kMinute), 0) << left;
+        EXPECT_EQ(writer.paths, Answer()) << left;
+    }
+    stopper.left = 0;
+    EXPECT_EQ(ask(query).paths, scan(query).paths);
+    EXPECT_EQ(stopper.checks, 1U);
+}
+
+/// What a session brought up to date is good for its next query, and for that alone.
+TEST_P(VerifiedCache, AnObjectForSeveralQueries) {
+    tree.file("a/f");
+    wait();
+    names();
+    FS_Cache cache(fsCacheTableNames(false).directories.c_str(),
+                   fsCacheTableNames(false).files.c_str(), place.wide("cache").c_str(), false,
+                   false, true);
+    cache.setVerification(true);
+    tree.file("a/g");
+    ASSERT_EQ(cache.lock(), 0);
+    ASSERT_EQ(cache.create(0, FS_CACHE_OPEN), 0);
+    const TreeQuery query = queryFor("", nullptr);
+    ASSERT_EQ(cache.refresh(query, kMinute, kDay), 0);
+    ASSERT_EQ(cache.share(1000), 0);
+    SizedWriter first, second;
+    EXPECT_EQ(cache.executeQuery(first, query, kMinute, kDay), 0);
+    EXPECT_EQ(first.paths, scan(query).paths);
+    tree.file("a/h");
+    EXPECT_EQ(cache.executeQuery(second, query, kMinute, kDay), FS_CACHE_NEEDS_CHANGE);
+    EXPECT_EQ(second.paths, Answer());
+    cache.close();
+    cache.unlock();
+}
+
 /// Stamps that are missing, damaged or of another time cost a reading, and no answer.
 TEST_P(VerifiedCache, DamagedStamps) {
     for (const char* one : {"a/f", "a/b/g", "c/h"}) tree.file(one);
@@ -449,7 +513,7 @@ TEST_P(VerifiedCache, MountsThatComeAndGo) {
         EXPECT_TRUE(same());
         Checks checks;
         ask(queryFor("", nullptr));
-        EXPECT_EQ(checks.read, 0U) << "what is mounted is as it was";
+        EXPECT_EQ(checks.walked, 0U) << "what is mounted is as it was";
         ::umount(point.c_str());
         EXPECT_TRUE(same()) << "gone";
         return HasFailure() ? 1 : 0;

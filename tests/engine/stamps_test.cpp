@@ -88,11 +88,14 @@ TEST(StampRules, UnchangedIsEqualInAllButTheReading) {
 }
 
 TEST(StampRules, TypesThatAreNotKnownAreNotTrusted) {
-    constexpr long trusted[] = {0xEF53, 0x58465342, 0x9123683E, 0x01021994, 0xF2F52010, 0x2FC12FC1};
+    constexpr std::uint32_t trusted[] = {0xEF53,     0x58465342, 0x9123683E,
+                                         0x01021994, 0xF2F52010, 0x2FC12FC1};
     // vfat, FUSE, NFS, proc, overlay
-    constexpr long others[] = {0x4D44, 0x65735546, 0x6969, 0x9FA0, 0x794C7630, 0, -1};
-    for (const long type : trusted) EXPECT_NE(findStampTrust(type), nullptr) << std::hex << type;
-    for (const long type : others) EXPECT_EQ(findStampTrust(type), nullptr) << std::hex << type;
+    constexpr std::uint32_t others[] = {0x4D44, 0x65735546, 0x6969, 0x9FA0, 0x794C7630, 0, ~0U};
+    for (const std::uint32_t type : trusted)
+        EXPECT_NE(findStampTrust(type), nullptr) << std::hex << type;
+    for (const std::uint32_t type : others)
+        EXPECT_EQ(findStampTrust(type), nullptr) << std::hex << type;
 
     Directory directory;
     StampTaker taker;
@@ -338,10 +341,11 @@ protected:
         DriveHelper::buildDriveList(drives, mdAllDriveGroup);
         normaliseDriveList(drives);
         const MountMap mounts(drives);
+        const std::function<bool(unsigned long long)> goesOn = [](auto) { return true; };
         const PathDrive root{PathInfo(tree.wide(below).c_str(), true),
                              *mounts.holding(tree.wide(below))};
-        const Verification result = verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID),
-                                               {root, mounts}, [](auto) { return true; });
+        const Verification result =
+            verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID), {root, mounts, goesOn});
         EXPECT_EQ(result.end, Verification::End::finished);
         DirectoryChain chain(store);
         for (const StaleDirectory& one : result.stale) {

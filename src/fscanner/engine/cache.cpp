@@ -128,25 +128,33 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
     const bool kept = form == Form::kept;
     CheckedWriter checked(writer);
     const auto answer = [&](const QueryPlan& plan) {
-        CacheQuery run(*store_, query, {maxCacheAge, verify_}, &checked, timeout);
+        CacheQuery run(*store_, query, rules(maxCacheAge), &checked, timeout);
         if (store_->readOnly() && !monitor_) {
             const Status status = run.readiness(plan, changes());
             if (status != Status::success) return status;
         }
         const AnswerGaps gaps(query, plan);
         const char* const name = kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
-        return gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
+        const Status status =
+            gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
+        // The next query looks at the disk itself.
+        if (verify_) store_->forgetRefreshed();
+        return status;
     };
     return checked.codeOf(operate(kept ? "FS_Cache::executeQueryEx" : "FS_Cache::executeQuery",
                                   Status::unusable, Status::lockTimedOut,
                                   [&] { return runPlan(form, query, answer); }));
 }
 
+TreeRules FS_Cache::rules(unsigned maxCacheAge) const {
+    return {maxCacheAge, verify_ && !monitor_};
+}
+
 int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge) {
     const auto body = [&](const QueryPlan& plan) {
         if (monitor_) return Status::success;
         if (store_->readOnly()) return Status::needsChange;
-        return CacheQuery(*store_, query, {maxCacheAge, verify_}, nullptr, timeout)
+        return CacheQuery(*store_, query, rules(maxCacheAge), nullptr, timeout)
             .refreshTrees(plan, changes());
     };
     return codeOf(operate("FS_Cache::refresh", Status::unusable, Status::lockTimedOut,
@@ -172,7 +180,7 @@ bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport
         if (!plan) return false;
         report = FsQueryReport();
         describePlan(*plan, query, store_->files().mayHoldPatterns(), report);
-        CacheQuery lookup(*store_, query, {maxCacheAge, verify_});
+        CacheQuery lookup(*store_, query, rules(maxCacheAge));
         for (std::size_t i = 0; i < report.steps.size(); ++i)
             lookup.explain(plan->pairs()[i], monitor_, report.steps[i]);
         return true;

@@ -14,6 +14,7 @@ struct FsQueryReport;
 class FsResultSetWriter;
 class CacheStore;
 struct KeptChanges;
+struct TreeRules;
 class QueryPlan;
 
 /// What `FS_Cache::create` does with the files of the directory.
@@ -125,14 +126,14 @@ public:
     /// process, which uses them while the mount table, and where the paths lead, are the
     /// same. A tree of which the system failed to read a part is answered from once, and
     /// built anew by the next query. Under a shared lock -45 where a tree would have to be built:
-    /// nothing was written, and the observer was told nothing.
+    /// nothing was written, and the observer was told of nothing but progress.
     int executeQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                      unsigned maxCacheAge);
     int executeQueryEx(FsResultSetWriter& writer, const FsQuery& query, unsigned timeout,
                        unsigned maxCacheAge);
 
-    /// Builds the trees that a query with these limits would build; gives no answer. 0, -40,
-    /// -42, or -45 under a shared lock.
+    /// Builds the trees that a query with these limits would build, or brings them up to date;
+    /// gives no answer. 0, -40, -41 (stopped while comparing), -42, or -45 under a shared lock.
     int refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge);
     /// Goes over from the exclusive lock to a shared one, so that others may read beside the
     /// queries to come: closes the cache as `close` does, compacts it if that is worth it,
@@ -157,12 +158,14 @@ public:
     /// whether the cache had it. 0, -40, -45 under a shared lock, or -52 in the middle of
     /// another operation.
     int forget(const wchar_t* path, bool& found);
-    /// Whether queries and `refresh` compare the trees with the disk before they answer; false at
-    /// first. The directories that changed are read again, so names are those of the disk whatever
-    /// the age of the tree, and `maxCacheAge` limits the age of sizes and attributes: a tree that
-    /// is older is rebuilt for a criteria over these alone. A criteria that reads them is tested
-    /// on those of the file as it is now. Where the file system does not tell of changes, the age
-    /// of the tree decides as it does otherwise. -45 under a shared lock where a tree has changed.
+    /// Whether queries and `refresh` compare trees with the disk before they use them; false at
+    /// first. To be called between queries; no effect with `monitor`. Directories that changed are
+    /// read again: under a shared lock the result is -45 then. Names are right at any age of the
+    /// tree. A criteria that reads sizes or attributes is tested on those that the file has now;
+    /// if it reads nothing else, the stored ones tell which files to look at, and `maxCacheAge`
+    /// limits their age. Records of other queries have the stored ones, of any age. Where the file
+    /// system does not tell of changes, `maxCacheAge` decides as it does otherwise. What `refresh`
+    /// brought up to date is not compared again by the next query of this object.
     void setVerification(bool verify);
     /// Takes over what a query of `reader` found out about changed directories before it returned
     /// -45, so that `refresh` need not look at all directories again. To be called for the same
@@ -201,6 +204,7 @@ private:
                                                               const FsQuery& query) const;
 
     FSCANNER_HIDDEN KeptChanges& changes();
+    FSCANNER_HIDDEN TreeRules rules(unsigned maxCacheAge) const;
 
     std::unique_ptr<CacheStore> store_;
     std::unique_ptr<KeptChanges> changes_;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
-#include <set>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
@@ -145,6 +144,9 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
 
 namespace {
 
+// So many directories are read by each query before a query writes stamps for them alone.
+constexpr unsigned kReadAgain = 64;
+
 // A directory of the tree that is read again.
 struct Reread {
     const TreeView& view;
@@ -162,7 +164,7 @@ public:
     bool takeDirectory(const WalkEntry& entry) { return takeOne(directories_, entry.name()); }
     bool empty() const { return files_.empty() && directories_.empty(); }
 
-    const std::multiset<std::wstring>& files() const { return files_; }
+    const FileNames& files() const { return files_; }
     const std::multimap<std::wstring, unsigned>& directories() const { return directories_; }
 
 private:
@@ -174,7 +176,7 @@ private:
         return true;
     }
 
-    std::multiset<std::wstring> files_;
+    FileNames files_;
     std::multimap<std::wstring, unsigned> directories_;  // their IDs
 };
 
@@ -201,10 +203,13 @@ KnownEntries::KnownEntries(CacheStore& store, const Reread& directory) {
 class Comparison : public WalkSink {
 public:
     Comparison(CacheStore& store, const Reread& directory)
-        : known_(store, directory), unread_(store.unread().contains(directory.id)) {}
+        : view_(directory.view),
+          known_(store, directory),
+          unread_(store.unread().contains(directory.id)) {}
 
     // The build may have failed to examine a file of a directory in the list of unread ones.
     void file(WalkEntry& entry) override {
+        ++files_;
         differs_ = !known_.takeFile(entry) || differs_;
         if (unread_) entry.info();
     }
@@ -226,19 +231,32 @@ public:
         believable_ = false;
         return true;
     }
-    bool goesOn() const override { return !differs_; }
+    bool goesOn() const override {
+        if (!differs_ && ++asked_ % kQuestions == 0 && !view_.goesOn(0)) stopped_ = true;
+        return !differs_ && !stopped_;
+    }
 
+    /// Whether the caller said so, and nothing is known.
+    bool stopped() const { return stopped_; }
     bool differs() const { return differs_ || refused_ != unread_ || !known_.empty(); }
-    /// Whether a stamp of now would spare the next comparison.
-    bool believable() const { return believable_; }
+    bool isLarge() const { return known_.files().size() / kFilesPerDirectory > kReadAgain; }
+    /// How much the next comparison would be spared by a stamp of now, in directories.
+    unsigned spared() const { return believable_ ? 1 + files_ / kFilesPerDirectory : 0; }
 
 private:
+    static constexpr unsigned kFilesPerDirectory = 64;
+    static constexpr unsigned kQuestions = 16;  // of the walk for one to the caller
+
+    const TreeView& view_;
     KnownEntries known_;
+    unsigned files_ = 0;
     StampTaker taker_;
     bool unread_;  // the build could not read all of it
     bool refused_ = false;
     bool differs_ = false;
     bool believable_ = false;
+    mutable unsigned asked_ = 0;
+    mutable bool stopped_ = false;
 };
 
 // Inserts what one directory holds and the cache does not have. Subdirectories that the cache has
@@ -274,10 +292,10 @@ bool removeGone(CacheStore& store, CacheTree& tree, unsigned id, const KnownEntr
 
 const std::vector<PathInfo> kNoPaths;
 
-WalkRequest requestOf(const Reread& directory, unsigned timeout, bool observed) {
+WalkRequest requestOf(const Reread& directory, unsigned timeout, WalkReport report) {
     const TreeView& view = directory.view;
-    return {directory.path.c_str(), true,    view.root.drive, kNoPaths, kNoPaths, true, timeout,
-            &view.mounts,           observed};
+    return {directory.path.c_str(), true,  view.root.drive, kNoPaths, kNoPaths, true, timeout,
+            &view.mounts,           report};
 }
 
 // Where files could not be examined, the records do not tell which: there all count as new.
@@ -289,64 +307,61 @@ Status updateDirectory(CacheStore& store, CacheTree& tree, const Reread& directo
     store.unread().remove(id);
     UpdateSink sink(store, directory);
     const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
-    const WalkStatus walked = walkTree(requestOf(directory, timeout, true), sink, prefix);
+    const WalkStatus walked =
+        walkTree(requestOf(directory, timeout, WalkReport::withoutEnd), sink, prefix);
     if (sink.failed()) return Status::unusable;
     if (walked == WalkStatus::timedOut) return Status::buildTimedOut;
     return removeGone(store, tree, id, sink.gone()) ? Status::success : Status::unusable;
 }
 
-// Empty if a directory has no path: a table is damaged.
-std::vector<std::wstring> pathsOf(CacheStore& store, const std::vector<StaleDirectory>& stale) {
-    DirectoryChain chain(store);
-    std::vector<std::wstring> paths;
-    for (const StaleDirectory& one : stale) {
-        if (!chain.enter(one.id)) {
-            store.directories().reportDamage("a directory that is not there");
-            return {};
-        }
-        paths.push_back(chain.path());
-    }
-    return paths;
+bool enter(CacheStore& store, DirectoryChain& chain, unsigned id) {
+    return chain.enter(id) || store.directories().reportDamage("a directory that is not there");
 }
-
-// So many directories are read by each query before a query writes stamps for them alone.
-constexpr unsigned kReadAgain = 64;
 
 }  // namespace
 
-bool needsUpdate(CacheStore& store, const TreeView& view,
-                 const std::vector<StaleDirectory>& stale) {
-    const std::vector<std::wstring> paths = pathsOf(store, stale);
+TreeState compareTree(CacheStore& store, const TreeView& view,
+                      const std::vector<StaleDirectory>& stale) {
+    DirectoryChain chain(store);
     unsigned readAgain = 0;
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        if (stale[i].state != StaleDirectory::State::changed) return true;
-        const Reread directory{view, stale[i].id, paths[i]};
+    for (const StaleDirectory& one : stale) {
+        if (one.state != StaleDirectory::State::changed) return TreeState::changed;
+        if (!enter(store, chain, one.id)) return TreeState::changed;
+        const Reread directory{view, one.id, chain.path()};
         Comparison comparison(store, directory);
+        // It costs as much to compare as to renew the stamp for good.
+        if (store.stamps().find(one.id).exists() && comparison.isLarge()) return TreeState::changed;
         const LogPrefix prefix{"FS_Cache::verify", &dfsState()};
         const WalkStatus walked =
-            walkTree(requestOf(directory, kNoTimeout, false), comparison, prefix);
-        if (walked == WalkStatus::timedOut || comparison.differs()) return true;
-        if (comparison.believable() && ++readAgain > kReadAgain) return true;
+            walkTree(requestOf(directory, kNoTimeout, WalkReport::nothing), comparison, prefix);
+        if (comparison.differs() && !comparison.stopped()) return TreeState::changed;
+        if (walked == WalkStatus::timedOut) return TreeState::stopped;
+        readAgain += comparison.spared();
+        if (readAgain > kReadAgain) return TreeState::changed;
     }
-    return false;
+    return TreeState::current;
 }
 
 Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
                   const std::vector<StaleDirectory>& stale, unsigned timeout) {
-    const std::vector<std::wstring> paths = pathsOf(store, stale);
-    if (paths.size() != stale.size() || !store.beginTree()) return Status::unusable;
+    if (!store.beginTree()) return Status::unusable;
+    DirectoryChain chain(store);  // IDs are not given again, so what it keeps stays true
     const unsigned start = getTickCount();
-    for (std::size_t i = 0; i < stale.size(); ++i) {
-        const unsigned id = stale[i].id;
+    unsigned long long done = 0;
+    for (const StaleDirectory& one : stale) {
         // It may have gone with the one that held it.
-        if (!store.lookups().byId(store.directoryRecords(), id)) continue;
+        if (!store.lookups().byId(store.directoryRecords(), one.id)) continue;
         const unsigned elapsed = getTickCount() - start;
-        if (elapsed >= timeout) return Status::buildTimedOut;
+        if (elapsed >= timeout || !view.goesOn(++done)) return Status::buildTimedOut;
         Status status = Status::success;
-        if (stale[i].state == StaleDirectory::State::changed)
-            status = updateDirectory(store, tree, {view, id, paths[i]}, timeout - elapsed);
-        else if (!tree.removeTree(store.directories(), store.files(), id))
+        if (one.state != StaleDirectory::State::changed) {
+            if (!tree.removeTree(store.directories(), store.files(), one.id))
+                status = Status::unusable;
+        } else if (enter(store, chain, one.id)) {
+            status = updateDirectory(store, tree, {view, one.id, chain.path()}, timeout - elapsed);
+        } else {
             status = Status::unusable;
+        }
         if (status != Status::success) return status;
     }
     return Status::success;

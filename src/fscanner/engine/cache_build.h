@@ -21,10 +21,16 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
 
 // A tree that was compared with the disk: see cache_verify.h.
 
-/// Whether directories that are not as they were hold other entries than the cache has of them, or
-/// so many must be read to know it that their stamps should be taken anew. Changes nothing. False
-/// also after damage, which the store knows.
-bool needsUpdate(CacheStore& store, const TreeView& view, const std::vector<StaleDirectory>& stale);
+enum class TreeState {
+    current,  ///< the directories hold the entries that the cache has
+    changed,  ///< they do not, or so many must be read to know that their stamps should be renewed
+    stopped,  ///< the caller said so
+};
+
+/// Reads directories that are not as they were, and compares their entries with those that the
+/// cache has. Changes nothing. `changed` also after damage, which the store knows.
+TreeState compareTree(CacheStore& store, const TreeView& view,
+                      const std::vector<StaleDirectory>& stale);
 
 /// Brings the records of these directories up to date: inserts new files and new subtrees, and
 /// removes what is gone. The build time of the tree stays, because sizes and attributes of the

@@ -267,6 +267,10 @@ std::optional<std::vector<TreeMember>> Extraction::smallTrees() {
         const wchar_t* const name = place.pair->path.getPathName();
         if (!tree.findPathByName(record, store_.ancestorRecords(), name, true)) continue;
         const unsigned id = record.getFieldAsInt32(DIRECTORIES_ID);
+        if (!place.pair->path.getRecursive()) {
+            all.push_back({record.recordId(), id});
+            continue;
+        }
         const auto members = tree.smallTree(id);
         if (!members) return std::nullopt;
         all.insert(all.end(), members->begin(), members->end());

@@ -19,6 +19,11 @@ namespace {
 
 using Refreshed = CacheStore::Refreshed::How;
 
+// What is found out about one directory says nothing of the tree below it.
+std::wstring keyOf(const PathDrive& pair) {
+    return pair.path.getPathName() + std::wstring(pair.path.getRecursive() ? L"" : L"/.");
+}
+
 constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
 
 }  // namespace
@@ -71,6 +76,7 @@ Status CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
 Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const char* name) {
     const wchar_t* path = pair.path.getPathName();
     debug("FS_Cache::%s - scanning [mdLocalDriveGroup] [%ls] path...\n", name, path);
+    if (!needsTree(plan, pair)) return Status::success;
     const Found found = find(pair);
     // A tree that only damage hides must not be built a second time.
     if (store_.damaged()) return Status::unusable;
@@ -79,11 +85,12 @@ Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const cha
         if (done->how == Refreshed::verified) tellOfCached(path, found.built, &done->verification);
         return Status::success;
     }
-    const Fitness fitness = verified_.contains(path) ? Fitness::fits : judge(plan, pair, found);
+    const Fitness fitness =
+        verified_.contains(keyOf(pair)) ? Fitness::fits : judge(plan, pair, found);
     const Status status = settle(plan, pair, found, fitness, name);
     if (status != Status::success || fitness == Fitness::tooOld) return status;
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
-    const auto verified = verified_.find(path);
+    const auto verified = verified_.find(keyOf(pair));
     tellOfCached(path, found.built, verified == verified_.end() ? nullptr : &verified->second);
     return status;
 }
@@ -97,7 +104,7 @@ Status CacheQuery::settle(const QueryPlan& plan, const PathDrive& pair, const Fo
         case Fitness::tooOld:
             return refresh(plan, pair, found, name);
         case Fitness::changed:
-            return bringUpToDate(plan, pair, found, name);
+            return store_.readOnly() ? Status::needsChange : bringUpToDate(plan, pair, found, name);
         case Fitness::stopped:
             return Status::queryTimedOut;
         default:
@@ -111,8 +118,6 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     const wchar_t* path = pair.path.getPathName();
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
-    // The query excludes the whole path: nothing of the tree will be extracted.
-    if (leavesOut(plan, pair)) return Status::success;
     if (found.record) {
         if (!dropTree(found.id)) return Status::unusable;
         debug("FS_Cache::%s - tree removed!\n", name);
@@ -120,7 +125,7 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     // `buildTree` stamps the record before it opens the directory: a path that is no
     // directory would look like a young, empty tree.
     const bool isDirectory = fs_examineSearched(path) == 0;
-    store_.noteRefreshed(path, {isDirectory ? Refreshed::built : Refreshed::noDirectory});
+    store_.noteRefreshed(keyOf(pair), {isDirectory ? Refreshed::built : Refreshed::noDirectory});
     // Under a shared lock nothing is built.
     if (!isDirectory || store_.readOnly()) return Status::success;
     if (!found.record && !store_.beginTree()) return Status::unusable;
@@ -145,7 +150,7 @@ bool CacheQuery::dropTree(unsigned id) {
 
 Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
     for (const PathDrive& pair : plan.pairs()) {
-        if (!QueryPlan::isLocal(pair)) continue;
+        if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
         const Status status =
             settle(plan, pair, found, judgeBy(known, plan, pair, found), "refresh");
@@ -159,15 +164,16 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
 // ---- Without a change -------------------------------------------------------
 
 Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
+    changes = {};
     for (const PathDrive& pair : plan.pairs()) {
-        if (!QueryPlan::isLocal(pair)) continue;
+        if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
-        if (refreshed(pair, found) || leavesOut(plan, pair)) continue;
+        if (refreshed(pair, found)) continue;
         switch (judge(plan, pair, found)) {
             case Fitness::fits:
                 break;
             case Fitness::changed:
-                changes.keep(store_, pair.path.getPathName(), looked_);
+                changes.keep(store_, keyOf(pair), looked_);
                 return Status::needsChange;
             case Fitness::tooOld:
                 if (found.record || fs_isValidPath(pair.path.getPathName()))
@@ -186,7 +192,7 @@ Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
 const CacheStore::Refreshed* CacheQuery::refreshed(const PathDrive& pair,
                                                    const Found& found) const {
     if (!store_.readOnly()) return nullptr;
-    return store_.refreshed(pair.path.getPathName(), found.id, found.built);
+    return store_.refreshed(keyOf(pair), found.id, found.built);
 }
 
 // ---- Verification -----------------------------------------------------------
@@ -199,9 +205,10 @@ bool CacheQuery::verifies(const Found& found) {
 CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
                                       const Found& found) {
     if (!verifies(found)) return judgeAge(found);
-    const TreeView view{pair, plan.mounts()};
     const unsigned start = getTickCount();
-    looked_.verification = verify(view, found.id);
+    const std::function<bool(unsigned long long)> goesOn = goesOnSince(start, pair);
+    const TreeView view{pair, plan.mounts(), goesOn};
+    looked_.verification = verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
         case Verification::End::finished:
             break;
@@ -212,13 +219,12 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
         default:
             return Fitness::damaged;
     }
-    // Under a shared lock the directories are compared first: where they have the same entries,
-    // nothing is to be changed.
-    const std::vector<StaleDirectory>& stale = looked_.verification.stale;
-    const bool changed = !stale.empty() && (!store_.readOnly() || needsUpdate(store_, view, stale));
+    // Where the directories have the same entries, nothing is to be changed.
+    const TreeState state = compareTree(store_, view, looked_.verification.stale);
     looked_.milliseconds = getTickCount() - start;
     if (store_.damaged()) return Fitness::damaged;
-    if (changed) return Fitness::changed;
+    if (state == TreeState::stopped) return Fitness::stopped;
+    if (state == TreeState::changed) return Fitness::changed;
     noteVerified(pair);
     return Fitness::fits;
 }
@@ -226,32 +232,30 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
 // By a comparison that was made for this query, if there is one.
 CacheQuery::Fitness CacheQuery::judgeBy(KeptChanges& known, const QueryPlan& plan,
                                         const PathDrive& pair, const Found& found) {
-    std::optional<KeptChanges::Tree> tree = known.take(pair.path.getPathName());
+    std::optional<KeptChanges::Tree> tree = known.take(keyOf(pair));
     if (!tree || found.built == 0) return judge(plan, pair, found);
     looked_ = std::move(*tree);
     return Fitness::changed;
 }
 
-Verification CacheQuery::verify(const TreeView& view, unsigned id) const {
-    const unsigned start = getTickCount();
-    FsScanObserver* const observer = scanObserver();
-    const wchar_t* const path = view.root.path.getPathName();
-    return verifyTree(store_, id, view, [&](unsigned long long directories) {
+std::function<bool(unsigned long long)> CacheQuery::goesOnSince(unsigned start,
+                                                                const PathDrive& pair) const {
+    return [this, start, path = pair.path.getPathName()](unsigned long long directories) {
         const unsigned elapsed = getTickCount() - start;
+        FsScanObserver* const observer = scanObserver();
         return elapsed < timeout_ &&
                (!observer || observer->progress({path, 0, directories, elapsed}));
-    });
+    };
 }
 
 // Under a shared lock it is good for this query alone. A session that may change the cache has
 // brought it up to date for the queries of its object.
 void CacheQuery::noteVerified(const PathDrive& pair) {
-    const wchar_t* const path = pair.path.getPathName();
     const FsVerification result{nullptr, looked_.verification.directories,
                                 looked_.verification.stale.size(), looked_.milliseconds,
                                 readsFactsAlone()};
-    verified_[path] = result;
-    if (!store_.readOnly()) store_.noteRefreshed(path, {Refreshed::verified, result});
+    verified_[keyOf(pair)] = result;
+    if (!store_.readOnly()) store_.noteRefreshed(keyOf(pair), {Refreshed::verified, result});
 }
 
 Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
@@ -263,7 +267,8 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     debug("FS_Cache::%s - %u directories are read again in [%ls]\n", name,
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
     const unsigned start = getTickCount();
-    const Status status = updateTree(store_, tree_, {pair, plan.mounts()}, stale, timeout_);
+    const std::function<bool(unsigned long long)> goesOn = goesOnSince(start, pair);
+    const Status status = updateTree(store_, tree_, {pair, plan.mounts(), goesOn}, stale, timeout_);
     looked_.milliseconds += getTickCount() - start;
     if (status != Status::success) return status;
     // The system failed to read a directory, and so the tree counts as never built.
@@ -280,6 +285,11 @@ bool CacheQuery::readsFactsAlone() {
             FileProcessor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search)
                 .needsInfoAlone();
     return *readsFactsAlone_;
+}
+
+// The query may exclude the whole path: nothing of the tree will be extracted.
+bool CacheQuery::needsTree(const QueryPlan& plan, const PathDrive& pair) const {
+    return QueryPlan::isLocal(pair) && !leavesOut(plan, pair);
 }
 
 bool CacheQuery::leavesOut(const QueryPlan& plan, const PathDrive& pair) const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -93,7 +94,8 @@ private:
     Fitness judgeAge(const Found& found) const {
         return isYoung(found.built) ? Fitness::fits : Fitness::tooOld;
     }
-    Verification verify(const TreeView& view, unsigned id) const;
+    std::function<bool(unsigned long long)> goesOnSince(unsigned start,
+                                                        const PathDrive& pair) const;
     bool readsFactsAlone();
     bool verifies(const Found& found);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
@@ -102,6 +104,7 @@ private:
     Status settle(const QueryPlan& plan, const PathDrive& pair, const Found& found, Fitness fitness,
                   const char* name);
     const CacheStore::Refreshed* refreshed(const PathDrive& pair, const Found& found) const;
+    bool needsTree(const QueryPlan& plan, const PathDrive& pair) const;
     bool leavesOut(const QueryPlan& plan, const PathDrive& pair) const;
 
     WalkStatus scanDirectly(const QueryPlan& plan, const PathDrive& pair);

@@ -108,6 +108,7 @@ public:
     /// Null if nothing was, or the path's tree is not as good any more: others may have used the
     /// cache since. `id` is that of its directory, 0 if there is no record; `built` is when its
     /// tree was built.
+    void forgetRefreshed() { refreshed_.clear(); }
     const Refreshed* refreshed(const std::wstring& path, unsigned id, unsigned built) const;
 
     /// To be called before a file is inserted whose name holds "*" or "?": from then on

@@ -166,7 +166,7 @@ bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     return removeFilesWhere(files, pathId, [](const RecordSet&) { return true; });
 }
 
-bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, std::multiset<std::wstring> names) {
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, FileNames names) {
     return removeFilesWhere(files, pathId, [&names](const RecordSet& record) {
         const auto found = names.find(record.getFieldAsString(FILES_FILENAME));
         if (found == names.end()) return false;

@@ -3,8 +3,8 @@
 #include <compare>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "fscanner/engine/cache_store.h"
@@ -46,6 +46,9 @@ struct CachedRoot {
     unsigned built;  ///< seconds since the epoch
     std::wstring path;
 };
+
+/// Names of files, some of them more than once.
+using FileNames = std::unordered_multiset<std::wstring>;
 
 /// A directory of a tree, and its record.
 struct TreeMember {
@@ -91,7 +94,7 @@ public:
     /// Removes the files whose directory is `pathId`: all, or one for each of these names. False
     /// when one could not be removed.
     bool removeFiles(FS_Table& files, unsigned pathId);
-    bool removeFiles(FS_Table& files, unsigned pathId, std::multiset<std::wstring> names);
+    bool removeFiles(FS_Table& files, unsigned pathId, FileNames names);
     /// Removes directory `id` with all below it. False when a record could not be removed.
     bool removeTree(FS_Table& directories, FS_Table& files, unsigned id);
     /// Removes directory `id`, and those that hold it, as long as they hold nothing else and

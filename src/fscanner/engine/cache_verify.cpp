@@ -49,13 +49,11 @@ bool isAbsent(int error) {
 
 class TreeVerification {
 public:
-    using GoesOn = std::function<bool(unsigned long long)>;
-
-    TreeVerification(CacheStore& store, const TreeView& view, const GoesOn& goesOn)
+    TreeVerification(CacheStore& store, const TreeView& view)
         : store_(store),
           root_(view.root),
           mounts_(view.mounts.hasInside(root_.path.getPathName()) ? &view.mounts : nullptr),
-          goesOn_(goesOn),
+          goesOn_(view.goesOn),
           chain_(store) {}
 
     Verification run(unsigned rootId);
@@ -63,7 +61,9 @@ public:
 private:
     bool enterRoot(unsigned id);
     bool hasStamps(unsigned id);
+    bool mayGoOn();
     bool readRecord(unsigned record);
+    bool decode(unsigned record);
     void visit();
     bool isInside(unsigned id) const {
         return std::binary_search(inside_.begin(), inside_.end(), id);
@@ -85,7 +85,8 @@ private:
     CacheStore& store_;
     const PathDrive& root_;
     const MountMap* mounts_;  // null where none lies inside
-    const GoesOn& goesOn_;
+    const std::function<bool(unsigned long long)>& goesOn_;
+    unsigned records_ = 0;  // looked at
     DirectoryChain chain_;
     Verification result_;
     const StampTrust* trust_ = nullptr;
@@ -120,15 +121,8 @@ Verification TreeVerification::run(unsigned rootId) {
         return true;
     };
     while (moveNext()) {
-        if (!readRecord(record)) {
-            result_.end = Verification::End::damaged;
-            return std::move(result_);
-        }
+        if (!readRecord(record) || !mayGoOn()) return std::move(result_);
         if (parent_ < rootId) continue;
-        if (result_.directories % kPerQuestion == 0 && !goesOn_(result_.directories)) {
-            result_.end = Verification::End::stopped;
-            return std::move(result_);
-        }
         if (const std::size_t depth = depthOf(parent_); depth > 0) {
             depth_ = depth;
             visit();
@@ -150,7 +144,7 @@ bool TreeVerification::enterRoot(unsigned id) {
     Directory& directory = levels_[0]->directory;
     ++result_.directories;
     const int error = directory.openPath(name_.c_str(), DirectoryUse::reach);
-    long type = 0;
+    std::uint32_t type = 0;
     struct stat info {};
     if (error != 0 || directory.examine(info) != 0 || directory.fileSystemType(type) != 0) {
         note(State::gone);
@@ -184,7 +178,19 @@ bool TreeVerification::hasStamps(unsigned id) {
     return stamped;
 }
 
+bool TreeVerification::mayGoOn() {
+    if (++records_ % kPerQuestion != 0 || goesOn_(result_.directories)) return true;
+    result_.end = Verification::End::stopped;
+    return false;
+}
+
 bool TreeVerification::readRecord(unsigned record) {
+    const bool read = decode(record);
+    if (!read) result_.end = Verification::End::damaged;
+    return read;
+}
+
+bool TreeVerification::decode(unsigned record) {
     if (!store_.directories().locate(record, values_)) return false;
     id_ = static_cast<unsigned>(values_[DIRECTORIES_ID].number);
     parent_ = static_cast<unsigned>(values_[DIRECTORIES_PARENTID].number);
@@ -269,7 +275,7 @@ const StampTrust* TreeVerification::trustAt(const Directory* parent, const struc
     const auto [known, isNew] = others_.try_emplace(info.st_dev, nullptr);
     if (!isNew) return known->second;
     Directory directory;
-    long type = 0;
+    std::uint32_t type = 0;
     struct stat now {};
     if (directory.openChild(*parent, name_.c_str(), DirectoryUse::reach) == 0 &&
         directory.examine(now) == 0 && now.st_dev == info.st_dev &&
@@ -286,7 +292,8 @@ void TreeVerification::compare(const struct stat& info, const StampTrust* trust)
 void TreeVerification::visitLate() {
     std::vector<unsigned> refused;  // what is below them is not looked at
     for (const unsigned record : late_) {
-        if (!readRecord(record) || !chain_.enter(parent_)) {
+        if (!readRecord(record) || !mayGoOn()) return;
+        if (!chain_.enter(parent_)) {
             result_.end = Verification::End::damaged;
             return;
         }
@@ -314,15 +321,14 @@ bool TreeVerification::visitByPath() {
 
 bool isVerifiable(const wchar_t* path) {
     Directory directory;
-    long type = 0;
+    std::uint32_t type = 0;
     return directory.openPath(toMultibyte(path).c_str(), DirectoryUse::reach) == 0 &&
            directory.fileSystemType(type) == 0 && findStampTrust(type);
 }
 
-Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view,
-                        const std::function<bool(unsigned long long)>& goesOn) {
+Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view) {
     (void)store.readStamps();  // without them, every directory counts as changed
-    return TreeVerification(store, view, goesOn).run(rootId);
+    return TreeVerification(store, view).run(rootId);
 }
 
 }  // namespace fscanner

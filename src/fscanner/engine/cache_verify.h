@@ -25,6 +25,8 @@ struct StaleDirectory {
 struct TreeView {
     const PathDrive& root;  ///< a path that is not recursive is one directory
     const MountMap& mounts;
+    /// Asked now and then whether to go on, with the number of directories so far.
+    const std::function<bool(unsigned long long)>& goesOn;
 };
 
 /// What a comparison of a tree's directories with their stamps told.
@@ -47,8 +49,7 @@ bool isVerifiable(const wchar_t* path);
 /// Looks at each directory of the tree, whose root is in the cache with the ID `rootId`, and at no
 /// file: no directory is read, and no link is followed. Nothing is changed. Other drives are not
 /// touched. What is not stale held the same entries when the call began as when the tree was
-/// built. `goesOn` is asked now and then, with the number of directories so far.
-Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view,
-                        const std::function<bool(unsigned long long)>& goesOn);
+/// built.
+Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view);
 
 }  // namespace fscanner

@@ -66,7 +66,7 @@ bool isUnchanged(const DirectoryStamp& kept, const DirectoryStamp& now, std::uin
            kept.changed == now.changed && kept.modified == now.modified && !isRacy(kept, step);
 }
 
-const StampTrust* findStampTrust(long type) {
+const StampTrust* findStampTrust(std::uint32_t type) {
     const auto found = std::find_if(std::begin(kTrusted), std::end(kTrusted),
                                     [type](const StampTrust& one) { return one.type == type; });
     return found == std::end(kTrusted) ? nullptr : found;
@@ -77,7 +77,7 @@ DirectoryStamp StampTaker::take(const Directory& directory) {
     struct stat info {};
     if (directory.examine(info) != 0) return {};
     if (!asked_ || info.st_dev != device_) {
-        long type = 0;
+        std::uint32_t type = 0;
         trust_ = directory.fileSystemType(type) == 0 ? findStampTrust(type) : nullptr;
         device_ = info.st_dev;
         asked_ = true;

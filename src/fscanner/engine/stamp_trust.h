@@ -37,12 +37,12 @@ bool isUnchanged(const DirectoryStamp& kept, const DirectoryStamp& now, std::uin
 
 /// A type of file system on which the ctime of a directory changes with its entries, always.
 struct StampTrust {
-    long type;           ///< `Directory::fileSystemType`
+    std::uint32_t type;  ///< `Directory::fileSystemType`
     std::uint64_t step;  ///< nanoseconds between two times that surely differ
 };
 
 /// Null for a type whose stamps say nothing: there the age of a tree decides.
-const StampTrust* findStampTrust(long type);
+const StampTrust* findStampTrust(std::uint32_t type);
 
 /// Takes the stamps of one directory after the other, mostly of the same file system. One
 /// thread at a time.

@@ -88,7 +88,7 @@ public:
         : request_(request),
           sink_(sink),
           log_(log),
-          observer_(request.observed ? scanObserver() : nullptr),
+          observer_(request.report == WalkReport::nothing ? nullptr : scanObserver()),
           mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
                                                                             : nullptr) {}
 
@@ -361,7 +361,8 @@ bool Walk::keepGoing() {
 }
 
 void Walk::finish() {
-    if (observer_) observer_->finished(progressAt(request_.path));
+    if (observer_ && request_.report == WalkReport::whole)
+        observer_->finished(progressAt(request_.path));
 }
 
 FsScanProgress Walk::progressAt(const wchar_t* directory) const {

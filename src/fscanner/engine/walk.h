@@ -91,6 +91,9 @@ struct LogPrefix {
     struct DfsState* dfs;  ///< not owned
 };
 
+/// What an observer is told of a walk: all, all but the totals at its end, or nothing.
+enum class WalkReport { whole, withoutEnd, nothing };
+
 /// Where a walk starts, and its limits. Refers to objects of the caller.
 struct WalkRequest {
     const wchar_t* path;  ///< absolute, without symbolic links
@@ -102,8 +105,8 @@ struct WalkRequest {
     long long timeoutMilliseconds;
     /// Mount points of drives of another kind, which the walk does not enter. May be null.
     const MountMap* mounts = nullptr;
-    /// Whether the host's observer is told of the walk and may stop it.
-    bool observed = true;
+    /// What the host's observer is told. It may stop a walk of which it is told something.
+    WalkReport report = WalkReport::whole;
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

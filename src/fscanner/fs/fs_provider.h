@@ -26,7 +26,9 @@ inline constexpr char FS_OPTION_FRESH[] = "fresh";
 /// "true": the trees of the cache are compared with the disk before they answer, where the file
 /// system allows that. What changed is read again, so that names are right whatever the age of a
 /// tree, and sizes and attributes that the criteria reads are those of the files now. For a
-/// criteria that reads nothing else, `maximumAge` still decides. Or "false", the default.
+/// criteria that reads nothing else, `maximumAge` still decides. Sizes and attributes that the
+/// criteria does not read are those of the last scan of the tree, however long ago. Or "false", the
+/// default.
 inline constexpr char FS_OPTION_VERIFY[] = "verify";
 /// How many milliseconds a query waits for other processes and threads that use the cache,
 /// before it ends with -52. The default is 60000.

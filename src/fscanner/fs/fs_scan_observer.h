@@ -29,7 +29,7 @@ struct FsScanProgress {
 struct FsVerification {
     const wchar_t* path = nullptr;       ///< the path of the query; valid during the call
     unsigned long long directories = 0;  ///< directories looked at
-    unsigned long long changed = 0;      ///< those of them that were read again
+    unsigned long long changed = 0;      ///< those that were not as the cache had them
     unsigned elapsedMilliseconds = 0;    ///< time that this took
     bool storedFacts = false;  ///< sizes and attributes as old as the tree tell which files match
 };

@@ -229,10 +229,10 @@ bool Directory::isEncrypted() const {
     return uninterrupted(ask) != 0 || (info.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
 }
 
-int Directory::fileSystemType(long& type) const {
+int Directory::fileSystemType(std::uint32_t& type) const {
     struct statfs info {};
     if (uninterrupted([&] { return fstatfs(descriptor_.get(), &info); }) != 0) return errno;
-    type = static_cast<long>(info.f_type);
+    type = static_cast<std::uint32_t>(info.f_type);
     return 0;
 }
 

@@ -81,7 +81,7 @@ public:
     /// the system cannot tell.
     bool isEncrypted() const;
     /// The type of its file system: the magic number of `statfs`. 0, or the errno.
-    int fileSystemType(long& type) const;
+    int fileSystemType(std::uint32_t& type) const;
 
 private:
     Descriptor descriptor_;
