@@ -317,7 +317,7 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
                                     L"[SIZE]>50"};
     for (int i = 0; i < 60; ++i) change();
     Checks checks;
-    const int steps = 400 * faultScale();
+    const int steps = 200 * faultScale();
     for (int step = 0; step < steps && !HasFailure(); ++step) {
         for (std::size_t i = below(4); i > 0; --i) change();
         if (below(8) == 0) wait();
