@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <map>
 #include <optional>
 #include <string>
@@ -54,7 +53,8 @@ using FileNames = std::unordered_multiset<std::wstring>;
 struct TreeMember {
     unsigned record;
     unsigned id;
-    auto operator<=>(const TreeMember&) const = default;
+    bool operator==(const TreeMember&) const = default;
+    bool operator<(const TreeMember& other) const { return record < other.record; }
 };
 
 /// Directories of the cache as a tree: from a path to its record, from an ID to its
