@@ -341,7 +341,7 @@ protected:
         DriveHelper::buildDriveList(drives, mdAllDriveGroup);
         normaliseDriveList(drives);
         const MountMap mounts(drives);
-        const std::function<bool(unsigned long long)> goesOn = [](auto) { return true; };
+        const GoesOn goesOn = [](auto) { return true; };
         const PathDrive root{PathInfo(tree.wide(below).c_str(), true),
                              *mounts.holding(tree.wide(below))};
         const Verification result =

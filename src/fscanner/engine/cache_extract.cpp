@@ -123,6 +123,7 @@ private:
     void addPair(const PathDrive& pair);
     const Place* coveringPair(const wchar_t* directory) const;
     bool holds();
+    bool examines() const { return request_.examined != Examined::none; }
     bool examinedHolds();
     int examine(struct stat& info);
     bool reads(const FieldKind& field) const { return evaluator_.readsField(field.name); }
@@ -152,7 +153,6 @@ private:
     std::size_t longestPair_ = 0;
     std::size_t settledDepth_ = 0;  // level of the chain below which all is accepted; 0: none
     std::wstring prefix_;
-    bool examines_ = false;         // files, before they are emitted
     fscanner::Directory examined_;  // that of the file that was examined last
     unsigned examinedId_ = 0;       // its ID
     FsFileInfo facts_;
@@ -176,18 +176,17 @@ Status Extraction::run() {
     // the whole cache. So the record set delivers all, and the criteria is tested second.
     const bool filtered = request_.criteria && *request_.criteria;
     const bool runsCommands = filtered && evaluator_.compile() && evaluator_.usesCommands();
-    examines_ = request_.examines && filtered && evaluator_.compile() && readsFacts();
-    const bool namesFirst = examines_ && (runsCommands || reads(file_fields::kName));
+    const bool namesFirst = request_.examined == Examined::candidates;
     if (namesFirst)
         files.stopAtCandidates(kFacts);
     else if (runsCommands)
         files.setCriteria(nullptr, request_.caseSensitive);
-    else if (!examines_)
+    else if (!examines())
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
-    if (!examines_ && !files.walksIndex())
+    if (!examines() && !files.walksIndex())
         if (const auto directories = smallTrees()) return testFilesOf(*directories, filtered);
     // A lookup uses few of the offsets. A run over all records must not miss one, so all
     // offsets are checked before the first record is written.
@@ -217,7 +216,7 @@ void Extraction::tellUnread() {
 // Whether the build could not examine the file at hand, and the criteria was tested on the size
 // and attributes 0 that its record has instead.
 bool Extraction::lacksInfo(unsigned attributes) const {
-    return attributes == 0 && !examines_ && store_.unread().contains(pathId_) &&
+    return attributes == 0 && !examines() && store_.unread().contains(pathId_) &&
            store_.filesRecords().getFieldAsInt64(FILES_SIZE) == 0 && readsFacts();
 }
 
@@ -237,7 +236,7 @@ Status Extraction::emitMatches() {
         if (!hasTimeAt(directory)) return timedOut();
         if (directory == Directory::missing) return interrupted();
         if (directory != Directory::accepted) continue;
-        if (!examines_ || examinedHolds()) emit();
+        if (!examines() || examinedHolds()) emit();
     }
     return Status::success;
 }
@@ -251,7 +250,7 @@ Status Extraction::testAcceptedFiles() {
         // With no path, the command "path" would not match, and the file be missed in silence.
         if (directory == Directory::missing) return interrupted();
         if (!goesOn()) return Status::queryTimedOut;
-        if (!(examines_ ? examinedHolds() : holds())) continue;
+        if (!(examines() ? examinedHolds() : holds())) continue;
         if (!hasTime()) return timedOut();
         emit();
     }

@@ -9,6 +9,14 @@ namespace fscanner {
 
 class FsResultSetWriter;
 
+/// The files that are examined before the criteria is tested and they are written, so that their
+/// sizes and attributes are those of now.
+enum class Examined {
+    none,        ///< the stored values decide
+    candidates,  ///< those that may match whatever their sizes and attributes are
+    matches,     ///< those that match by the stored ones
+};
+
 /// What an extraction looks for. Refers to the query, the plan and the pairs of the caller.
 struct ExtractionRequest {
     const wchar_t* criteria;  ///< null or empty: every file
@@ -17,9 +25,7 @@ struct ExtractionRequest {
     std::vector<PathInfo> exclude;
     bool caseSensitive;
     unsigned timeout;  ///< milliseconds
-    /// A criteria that reads sizes or attributes is tested on those that the files have now, and
-    /// these are written. If it reads nothing else, the stored ones tell which files to examine.
-    bool examines = false;
+    Examined examined = Examined::none;
 };
 
 /// Reads the files table once and writes the files that satisfy the criteria and lie

@@ -1,6 +1,7 @@
 #include "fscanner/engine/cache_query.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/time.h"
@@ -27,12 +28,6 @@ std::wstring keyOf(const PathDrive& pair) {
 constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
 
 }  // namespace
-
-std::optional<KeptChanges::Tree> KeptChanges::take(const std::wstring& path) {
-    auto found = trees.extract(path);
-    if (found.empty()) return std::nullopt;
-    return std::move(found.mapped());
-}
 
 CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules& rules,
                        FsResultSetWriter* writer, unsigned timeout)
@@ -173,7 +168,7 @@ Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
             case Fitness::fits:
                 break;
             case Fitness::changed:
-                changes.keep(store_, keyOf(pair), looked_);
+                changes = {store_.version(), keyOf(pair), looked_};
                 return Status::needsChange;
             case Fitness::tooOld:
                 if (found.record || fs_isValidPath(pair.path.getPathName()))
@@ -199,14 +194,14 @@ const CacheStore::Refreshed* CacheQuery::refreshed(const PathDrive& pair,
 
 // No look at the directories tells of sizes: where they alone decide, it is their age.
 bool CacheQuery::verifies(const Found& found) {
-    return verify_ && found.built != 0 && (isYoung(found.built) || !readsFactsAlone());
+    return verify_ && found.built != 0 && (isYoung(found.built) || examined() != Examined::matches);
 }
 
 CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
                                       const Found& found) {
     if (!verifies(found)) return judgeAge(found);
     const unsigned start = getTickCount();
-    const std::function<bool(unsigned long long)> goesOn = goesOnSince(start, pair);
+    const GoesOn goesOn = goesOnSince(start, pair);
     const TreeView view{pair, plan.mounts(), goesOn};
     looked_.verification = verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
@@ -232,14 +227,12 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
 // By a comparison that was made for this query, if there is one.
 CacheQuery::Fitness CacheQuery::judgeBy(KeptChanges& known, const QueryPlan& plan,
                                         const PathDrive& pair, const Found& found) {
-    std::optional<KeptChanges::Tree> tree = known.take(keyOf(pair));
-    if (!tree || found.built == 0) return judge(plan, pair, found);
-    looked_ = std::move(*tree);
+    if (known.path != keyOf(pair) || found.built == 0) return judge(plan, pair, found);
+    looked_ = std::exchange(known, {}).look;  // not true any more when it was used
     return Fitness::changed;
 }
 
-std::function<bool(unsigned long long)> CacheQuery::goesOnSince(unsigned start,
-                                                                const PathDrive& pair) const {
+GoesOn CacheQuery::goesOnSince(unsigned start, const PathDrive& pair) const {
     return [this, start, path = pair.path.getPathName()](unsigned long long directories) {
         const unsigned elapsed = getTickCount() - start;
         FsScanObserver* const observer = scanObserver();
@@ -253,7 +246,7 @@ std::function<bool(unsigned long long)> CacheQuery::goesOnSince(unsigned start,
 void CacheQuery::noteVerified(const PathDrive& pair) {
     const FsVerification result{nullptr, looked_.verification.directories,
                                 looked_.verification.stale.size(), looked_.milliseconds,
-                                readsFactsAlone()};
+                                examined() == Examined::matches};
     verified_[keyOf(pair)] = result;
     if (!store_.readOnly()) store_.noteRefreshed(keyOf(pair), {Refreshed::verified, result});
 }
@@ -267,7 +260,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     debug("FS_Cache::%s - %u directories are read again in [%ls]\n", name,
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
     const unsigned start = getTickCount();
-    const std::function<bool(unsigned long long)> goesOn = goesOnSince(start, pair);
+    const GoesOn goesOn = goesOnSince(start, pair);
     const Status status = updateTree(store_, tree_, {pair, plan.mounts(), goesOn}, stale, timeout_);
     looked_.milliseconds += getTickCount() - start;
     if (status != Status::success) return status;
@@ -278,13 +271,17 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     return status;
 }
 
-// A criteria over sizes or attributes, and over nothing else.
-bool CacheQuery::readsFactsAlone() {
-    if (!readsFactsAlone_)
-        readsFactsAlone_ =
-            FileProcessor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search)
-                .needsInfoAlone();
-    return *readsFactsAlone_;
+// A criteria over sizes or attributes, and over nothing else, finds its files by the stored ones.
+Examined CacheQuery::examined() {
+    if (!verify_) return Examined::none;
+    if (!examined_) {
+        const FileProcessor criteria(query_.getQuery(), query_.getCaseSensitive(),
+                                     CriteriaRules::search);
+        examined_ = criteria.needsInfoAlone() ? Examined::matches
+                    : criteria.needsInfo()    ? Examined::candidates
+                                              : Examined::none;
+    }
+    return *examined_;
 }
 
 // The query may exclude the whole path: nothing of the tree will be extracted.
@@ -374,11 +371,11 @@ bool CacheQuery::isYoung(unsigned built) const {
 }
 
 ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
-                                           const std::vector<PathDrive>& pairs) const {
+                                           const std::vector<PathDrive>& pairs) {
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
-    return {query_.getQuery(),         plan.mounts(), pairs,  std::move(exclude),
-            query_.getCaseSensitive(), timeout_,      verify_};
+    return {query_.getQuery(),         plan.mounts(), pairs,     std::move(exclude),
+            query_.getCaseSensitive(), timeout_,      examined()};
 }
 
 void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -27,22 +26,18 @@ struct TreeRules {
     bool verify = false;
 };
 
-/// What a comparison of trees with the disk found under a shared lock. It spares a session that may
-/// change the cache the same comparison, as long as nobody has changed the cache.
-struct KeptChanges {
-    struct Tree {
-        Verification verification;
-        unsigned milliseconds = 0;  ///< that it took
-    };
-    std::optional<CacheStore::Version> version;
-    std::map<std::wstring, Tree> trees;  ///< by path
+/// A comparison of a tree with the disk.
+struct TreeLook {
+    Verification verification;
+    unsigned milliseconds = 0;  ///< that it took
+};
 
-    void keep(CacheStore& store, const std::wstring& path, const Tree& tree) {
-        version = store.version();
-        trees[path] = tree;
-    }
-    /// Only once: it is not true any more when it was used.
-    std::optional<Tree> take(const std::wstring& path);
+/// The tree that a query found changed under a shared lock. It spares a session that may change the
+/// cache the same comparison, as long as nobody has changed the cache.
+struct KeptChanges {
+    std::optional<CacheStore::Version> version;
+    std::wstring path;  ///< empty: there is none
+    TreeLook look;
 };
 
 /// One query over a cache. There are four ways to run it, by two choices.
@@ -53,8 +48,7 @@ struct KeptChanges {
 /// drives are always scanned directly.
 class CacheQuery {
 public:
-    /// `timeout` is in milliseconds, `maxCacheAge` in seconds. Without a writer the query
-    /// can only be explained.
+    /// `timeout` is in milliseconds. Without a writer the query can only be explained.
     CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules& rules,
                FsResultSetWriter* writer = nullptr, unsigned timeout = 0);
 
@@ -94,9 +88,8 @@ private:
     Fitness judgeAge(const Found& found) const {
         return isYoung(found.built) ? Fitness::fits : Fitness::tooOld;
     }
-    std::function<bool(unsigned long long)> goesOnSince(unsigned start,
-                                                        const PathDrive& pair) const;
-    bool readsFactsAlone();
+    GoesOn goesOnSince(unsigned start, const PathDrive& pair) const;
+    Examined examined();
     bool verifies(const Found& found);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);
@@ -113,8 +106,7 @@ private:
     Status refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                    const char* name);
     bool dropTree(unsigned id);
-    ExtractionRequest extractionOf(const QueryPlan& plan,
-                                   const std::vector<PathDrive>& pairs) const;
+    ExtractionRequest extractionOf(const QueryPlan& plan, const std::vector<PathDrive>& pairs);
 
     CacheStore& store_;
     CacheTree tree_;
@@ -124,8 +116,8 @@ private:
     unsigned now_;
     unsigned oldest_;  // trees built before are too old; wraps
     bool verify_;
-    std::optional<bool> readsFactsAlone_;
-    KeptChanges::Tree looked_;                         // the last comparison
+    std::optional<Examined> examined_;
+    TreeLook looked_;                                  // the last comparison
     std::map<std::wstring, FsVerification> verified_;  // by path: trees that are up to date
 };
 

@@ -85,7 +85,7 @@ private:
     CacheStore& store_;
     const PathDrive& root_;
     const MountMap* mounts_;  // null where none lies inside
-    const std::function<bool(unsigned long long)>& goesOn_;
+    const GoesOn& goesOn_;
     unsigned records_ = 0;  // looked at
     DirectoryChain chain_;
     Verification result_;

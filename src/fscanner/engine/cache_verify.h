@@ -21,12 +21,14 @@ struct StaleDirectory {
     bool operator==(const StaleDirectory&) const = default;
 };
 
+/// Asked now and then whether to go on, with the number of directories so far.
+using GoesOn = std::function<bool(unsigned long long)>;
+
 /// The tree to be verified. Refers to objects of the caller.
 struct TreeView {
     const PathDrive& root;  ///< a path that is not recursive is one directory
     const MountMap& mounts;
-    /// Asked now and then whether to go on, with the number of directories so far.
-    const std::function<bool(unsigned long long)>& goesOn;
+    const GoesOn& goesOn;
 };
 
 /// What a comparison of a tree's directories with their stamps told.
