@@ -7,7 +7,6 @@
 #include <ctime>
 #include <functional>
 #include <memory>
-#include <regex>
 #include <set>
 #include <thread>
 
@@ -418,7 +417,11 @@ protected:
     }
 
     /// A form of 25 times the path.
-    const std::string wide_ = std::regex_replace(std::string(25, 'p'), std::regex("p"), "{path}");
+    const std::string wide_ = [] {
+        std::string form;
+        for (int i = 0; i < 25; ++i) form += "{path}";
+        return form;
+    }();
 };
 
 /// As long as what is printed fits into memory, beyond, and where no descriptor of our own is
