@@ -60,7 +60,7 @@ void evaluate(benchmark::State& state, const wchar_t* text, bool perRecord) {
     });
 }
 
-const bool registered = [] {
+const bool kRegistered = [] {
     struct Case {
         const char* name;
         const wchar_t* criteria;

@@ -70,7 +70,7 @@ void worstCase(benchmark::State& state, wchar_t letter, bool caseSensitive, bool
     }
 }
 
-const bool worstRegistered = [] {
+const bool kWorstRegistered = [] {
     for (const bool compile : {false, true}) {
         const std::string how = compile ? "/compiled" : "/wildvccmp";
         benchmark::RegisterBenchmark(("match/worst" + how).c_str(), worstCase, L'a', true, compile);
@@ -81,7 +81,7 @@ const bool worstRegistered = [] {
 }();
 
 // "bare", "wildvccmp" and "compiled" of one kind must find the same number.
-const bool registered = [] {
+const bool kRegistered = [] {
     struct Kind {
         const char* name;
         const wchar_t* pattern;

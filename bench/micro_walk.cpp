@@ -154,7 +154,7 @@ void scan(benchmark::State& state, const wchar_t* criteria) {
 
 // All of one kind must find the same number. "evaluated" is the same criteria in a form that the
 // filter on names does not support, so that every record is evaluated.
-const bool registered = [] {
+const bool kRegistered = [] {
     benchmark::RegisterBenchmark("walk/name/bare", bare, false);
     benchmark::RegisterBenchmark("walk/name/engine", scan, L"[FILENAME]==\"*.h\"");
     benchmark::RegisterBenchmark("walk/name/evaluated", scan, L"!([FILENAME]!=\"*.h\")");

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 class CriteriaTest : public FscanTest {
 protected:
-    static constexpr const char* ways[] = {"--no-cache", "--fresh", "--max-age=1h"};
+    static constexpr const char* kWays[] = {"--no-cache", "--fresh", "--max-age=1h"};
 
     RunResult runIn(const char* way, Arguments arguments) const {
         arguments.insert(arguments.begin(), way);
@@ -68,7 +68,7 @@ TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {
     add("a*", "1");
     add("b?", "1");
     add("c", "1");
-    for (const char* way : ways) {
+    for (const char* way : kWays) {
         const RunResult all = runIn(way, {"-w", "[FILENAME] == \"*\"", "--summary", "json"});
         EXPECT_EQ(all.status, 0);
         EXPECT_EQ(all.out, "./c\n");

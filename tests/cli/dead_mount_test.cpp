@@ -18,7 +18,7 @@ protected:
     void beside(Body body) const {
         fscanner::withPrivateMounts([&] {
             ::alarm(60);
-            if (fscanner::mountDead("dead", tree_ / "dead") < 0) return fscanner::notAllowed;
+            if (fscanner::mountDead("dead", tree_ / "dead") < 0) return fscanner::kNotAllowed;
             body();
             return HasFailure() ? 1 : 0;
         });

@@ -25,7 +25,7 @@ constexpr const char* kSecret = "a secret of many bytes, of which nothing is to 
 
 /// An option that runs commands, and the word that ends them.
 using CommandWay = std::pair<const char*, const char*>;
-constexpr std::array<CommandWay, 3> commandWays = {
+constexpr std::array<CommandWay, 3> kCommandWays = {
     {{"--exec", ";"}, {"--exec-batch", "+"}, {"--exec-dir", ";"}}};
 
 class FactsTest : public FscanTest {
@@ -138,7 +138,7 @@ Arguments runningWay(CommandWay way, Arguments command) {
 }
 
 TEST_F(FactsTest, CommandsDoNotFollowADirectoryThatBecameALink) {
-    for (const CommandWay& way : commandWays) {
+    for (const CommandWay& way : kCommandWays) {
         add("tree/b/f", "text\n");
         cached({"tree", "--fresh"});
         exchange("tree/a", "link");
@@ -207,7 +207,7 @@ TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
         shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
         cached({"tree", "--fresh"});
         shell(std::string(change) + " tree/a/f");
-        for (const CommandWay& way : commandWays) {
+        for (const CommandWay& way : kCommandWays) {
             Arguments arguments = runningWay(way, {"echo"});
             arguments.insert(arguments.begin(), {"tree", "--path", "a/f"});
             arguments.insert(arguments.begin(), condition.begin(), condition.end());

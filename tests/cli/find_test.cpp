@@ -9,7 +9,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const Arguments hostileNames = [] {
+const Arguments kHostileNames = [] {
     using namespace std::string_literals;
     Arguments names = records(
         "plain.h\0trailing \0-n\0$(id)\0a'b\0a\"b.h\0a\\b\0new\nline.h\0\x01\x1B[31m\0\xFF\xFE\0"
@@ -25,10 +25,10 @@ class FindTest : public FscanTest {
 protected:
     FindTest() {
         // Each name as a file of the top directory, and as a directory with all files.
-        for (const std::string& name : hostileNames) {
+        for (const std::string& name : kHostileNames) {
             add(name, name);
             if (name.size() > 200) continue;  // the engine's limit for whole paths
-            for (const std::string& file : hostileNames) add("dirs/" + name + "/" + file, file);
+            for (const std::string& file : kHostileNames) add("dirs/" + name + "/" + file, file);
         }
         std::filesystem::create_symlink("plain.h", tree_ / "link.h");
         std::filesystem::create_directory_symlink("dirs", tree_ / "dirlink.h");
@@ -55,7 +55,7 @@ protected:
 
 TEST_F(FindTest, EveryNameOnceInEveryLocale) {
     const Arguments all = expected({"."});
-    ASSERT_GT(all.size(), hostileNames.size() * 20);
+    ASSERT_GT(all.size(), kHostileNames.size() * 20);
     EXPECT_EQ(found({}), all);
     EXPECT_EQ(found({}, "C"), all);
     EXPECT_EQ(found({}, "no_SUCH.locale"), all);
@@ -88,7 +88,7 @@ TEST_F(FindTest, WildcardsInStoredNamesArePlainCharacters) {
 }
 
 TEST_F(FindTest, DirectoriesAreTakenByTheirNames) {
-    for (const std::string& name : hostileNames) {
+    for (const std::string& name : kHostileNames) {
         if (name.size() > 200) continue;
         SCOPED_TRACE(name);
         const std::string path = "./dirs/" + name;
@@ -101,7 +101,7 @@ TEST_F(FindTest, DirectoriesAreTakenByTheirNames) {
 /// A chain of directories whose paths are longer than the system takes in a call.
 class DeepTest : public FscanTest {
 protected:
-    static constexpr int levels = 10000;
+    static constexpr int kLevels = 10000;
 
     ~DeepTest() override { runProgram("rm", {"-rf", tree_ / "deep"}); }
     /// Every so many directories one with a long name; a file in every hundredth. What find
@@ -109,7 +109,7 @@ protected:
     Arguments plant(int everyLong) const {
         std::filesystem::create_directory(tree_ / "deep");
         fscanner::Nest nest(tree_ / "deep");
-        for (int level = 1; level <= levels; ++level) {
+        for (int level = 1; level <= kLevels; ++level) {
             nest.down(std::string(level % everyLong == 0 ? 255 : 1, 'm'));
             if (level % 100 == 0) nest.file("f");
         }
@@ -119,7 +119,7 @@ protected:
 
 TEST_F(DeepTest, TenThousandLevelsAreFoundInEveryWay) {
     const Arguments expected = plant(40);
-    ASSERT_EQ(expected.size(), levels / 100u);
+    ASSERT_EQ(expected.size(), kLevels / 100u);
     const Arguments ways[] = {
         {"-n", "f"}, {"--sort", "path"}, {"--sort", "name", "--spill"}, {"-t", "empty"}};
     for (const Arguments& way : ways) {

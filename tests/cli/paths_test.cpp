@@ -195,7 +195,7 @@ TEST_F(PathsTest, NestedPathsKeepTheirDriveGroups) {
     add("o/s/l");
     fscanner::withPrivateMounts([&] {
         if (!fscanner::mountMemory("server:/export", tree_ / "o/s/far"))
-            return fscanner::notAllowed;
+            return fscanner::kNotAllowed;
         add("o/s/far/r");
         const std::string l = "o/l", sl = "o/s/l", r = "o/s/far/r";
         const std::pair<Arguments, Arguments> cases[] = {

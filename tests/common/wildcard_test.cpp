@@ -144,7 +144,7 @@ TEST(Wildcard, WorstCaseEnds) {
 
 /// Characters whose case is peculiar somewhere: dotted and dotless i, the Kelvin
 /// and Angstrom signs, sharp and long s, a final sigma.
-constexpr std::wstring_view peculiar =
+constexpr std::wstring_view kPeculiar =
     L"IiKksS@`[{\x130\x131\x212A\x212B\xC5\xE5\xDF\x17F\x3A3\x3C3\x3C2";
 
 TEST(Wildcard, FoldsAndUppersAsTheLocaleDoes) {
@@ -152,8 +152,8 @@ TEST(Wildcard, FoldsAndUppersAsTheLocaleDoes) {
         const ScopedLocale locale(name);
         if (!locale.available()) continue;
         SCOPED_TRACE(name);
-        for (const wchar_t p : peculiar) {
-            for (const wchar_t t : peculiar) {
+        for (const wchar_t p : kPeculiar) {
+            for (const wchar_t t : kPeculiar) {
                 const std::wstring pattern(1, p), text(1, t);
                 const bool same =
                     std::towlower(static_cast<wint_t>(p)) == std::towlower(static_cast<wint_t>(t));

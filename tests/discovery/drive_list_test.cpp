@@ -8,7 +8,7 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr const char* smallTable =
+constexpr const char* kSmallTable =
     "/dev/sda1 / ext4 rw 0 0\n"
     "server:/export /mnt/nas nfs4 rw 0 0\n"
     "systemd-1 /auto autofs rw 0 0\n"
@@ -35,7 +35,7 @@ TEST(DriveList, SearchesADistributedFileSystemBothWays) {
 }
 
 TEST(DriveList, NamesTheMountsOfTheTableInItsOrder) {
-    const PastedMountTable table(smallTable);
+    const PastedMountTable table(kSmallTable);
     std::vector<DriveInfo> drives, remote;
     DebugLog log;
     EXPECT_TRUE(DriveHelper::buildDriveList(drives, mdAllDriveGroup));
@@ -111,7 +111,7 @@ TEST(DrivePruning, KeepsIncludedAndDropsExcludedFileSystems) {
     };
     for (const auto& [included, excluded, expected] : cases) {
         std::vector<DriveInfo> kept;
-        DriveHelper::fileSystemDriveListPruning(drivesOf(smallTable), kept,
+        DriveHelper::fileSystemDriveListPruning(drivesOf(kSmallTable), kept,
                                                 {included.begin(), included.end()},
                                                 {excluded.begin(), excluded.end()});
         EXPECT_EQ(show(kept), expected);

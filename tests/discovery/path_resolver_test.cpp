@@ -8,7 +8,7 @@ namespace {
 using testing::ElementsAre;
 
 // No directory here exists, so that no link of the machine changes a path.
-constexpr const char* table =
+constexpr const char* kTable =
     "proc /qq/proc proc rw 0 0\n"
     "/dev/a / ext4 rw 0 0\n"
     "/dev/b /qq/usr/local xfs rw 0 0\n"
@@ -88,23 +88,23 @@ TEST(PathResolver, FindsTheDrivesOfAnEntry) {
         {"$all::", "unresolved $all::"},
         {"/:", "unresolved /:"},
     };
-    for (const auto& [entry, expected] : cases) EXPECT_EQ(resolve(table, {entry}), expected);
+    for (const auto& [entry, expected] : cases) EXPECT_EQ(resolve(kTable, {entry}), expected);
 }
 
 TEST(PathResolver, ListsEveryPairOnce) {
-    EXPECT_EQ(resolve(table, {"/qq/usr", "*:/qq/usr/", "/qq/usr/local", "/qq/usr+", "$x::/a",
-                              "$x::/a+", "/qq/usr"}),
+    EXPECT_EQ(resolve(kTable, {"/qq/usr", "*:/qq/usr/", "/qq/usr/local", "/qq/usr+", "$x::/a",
+                               "$x::/a+", "/qq/usr"}),
               "/qq/usr+ on /, /qq/usr/local on /qq/usr/local, "
               "below /qq/usr/local+ on /qq/usr/local, unresolved $x::/a+");
 }
 
 TEST(PathResolver, LeavesOutFilteredFileSystems) {
     // Not searched through the enclosing drive either.
-    EXPECT_EQ(resolve(table, {"/qq/boot/x", "/qq/bootx"}, {}, {L"vfat"}),
+    EXPECT_EQ(resolve(kTable, {"/qq/boot/x", "/qq/bootx"}, {}, {L"vfat"}),
               "/qq/bootx on /, excluded /qq/boot/x on /");
-    EXPECT_EQ(resolve(table, {"/qq/boot+", "/qq+"}, {L"ext4"}, {}),
+    EXPECT_EQ(resolve(kTable, {"/qq/boot+", "/qq+"}, {L"ext4"}, {}),
               "/qq+ on /, below /qq/mnt/nas/disk+ on /qq/mnt/nas/disk, excluded /qq/boot+ on /");
-    EXPECT_EQ(resolve(table, {"/+", "/qq/usr"}, {L"xfs", L"vfat"}, {L"vfat"}),
+    EXPECT_EQ(resolve(kTable, {"/+", "/qq/usr"}, {L"xfs", L"vfat"}, {L"vfat"}),
               "below /qq/usr/local+ on /qq/usr/local, unresolved /qq/usr");
     EXPECT_EQ(resolve("a / ext4\nb /qq/a:b vfat\n", {"*:/qq/a:b/c"}, {}, {L"vfat"}),
               "excluded /qq/a:b/c on /");
@@ -144,7 +144,7 @@ TEST(UnixPathResolver, ComparesTexts) {
 }
 
 TEST(ValidPath, IsAPrefixWithTheColon) {
-    const std::vector<DriveInfo> drives = drivesOf(table);
+    const std::vector<DriveInfo> drives = drivesOf(kTable);
     for (const auto& [mask, path, valid] : {std::tuple(27U, L"/QQ/boot:/x", true),
                                             {27U, L"/qq/boot", false},
                                             {4U, L"/qq/boot:/x", false},

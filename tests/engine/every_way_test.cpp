@@ -286,7 +286,7 @@ TEST(EveryWay, FindsWhatAPlainWalkFinds) {
     const TempTree tree;
     withPrivateMounts([&] {
         std::map<dev_t, FileSystem> systems;
-        if (!plantTree(tree, systems)) return notAllowed;
+        if (!plantTree(tree, systems)) return kNotAllowed;
         setMountTablePath("/proc/self/mounts");
         FsFileInfo::setLargeFileSupport(true);
         std::vector<File> files;

@@ -500,11 +500,11 @@ TEST_P(VerifiedCache, MountsThatComeAndGo) {
             const Answer expected = scan(query).paths;
             return ask(query).paths == expected && ask(query).paths == expected;
         };
-        if (!mountMemory("server:/export", point)) return notAllowed;
+        if (!mountMemory("server:/export", point)) return kNotAllowed;
         EXPECT_TRUE(same()) << "a drive that covers a cached directory";
         ::umount(point.c_str());
         EXPECT_TRUE(same()) << "gone";
-        if (!mountMemory("tmpfs", point)) return notAllowed;
+        if (!mountMemory("tmpfs", point)) return kNotAllowed;
         tree.file("a/m/inside");
         for (int i = 0; i < 70; ++i) tree.directory("a/m/" + std::to_string(i));
         wait();
@@ -527,10 +527,10 @@ TEST_P(VerifiedCache, AMountOverTheWholeTree) {
     withPrivateMounts([this] {
         // Of a directory that holds a mount there is no stamp, but of one in it.
         const std::string other = tree.path("a/other");
-        if (!mountMemory("server:/export", other)) return notAllowed;
+        if (!mountMemory("server:/export", other)) return kNotAllowed;
         EXPECT_EQ(names("a"), Answer{"a/b/under"});
         ::umount(other.c_str());
-        if (::mount("none", tree.path("a").c_str(), "ramfs", 0, nullptr) != 0) return notAllowed;
+        if (::mount("none", tree.path("a").c_str(), "ramfs", 0, nullptr) != 0) return kNotAllowed;
         tree.file("a/over");
         EXPECT_EQ(names("a"), Answer{"a/over"});
         ::umount(tree.path("a").c_str());

@@ -531,15 +531,16 @@ TEST_P(StampedCache, MountsThatComeAndGo) {
     const int status = inChild([this] {
         const std::string other = tree.path("a/other"), same = tree.path("b/same"),
                           later = tree.path("c/later");
-        if (!enterPrivateMounts()) return notAllowed;
-        if (!mountMemory("server:/export", other) || !mountMemory("tmpfs", same)) return notAllowed;
+        if (!enterPrivateMounts()) return kNotAllowed;
+        if (!mountMemory("server:/export", other) || !mountMemory("tmpfs", same))
+            return kNotAllowed;
         tree.file("b/same/g");
         wait();
         build();
         // On a disk the second is of another kind, too, and has a tree of its own.
         EXPECT_EQ(unchanged(), GetParam() ? paths({"", "b", "b/same", "c", "c/later"})
                                           : paths({"", "b/same", "c", "c/later"}));
-        if (!mountMemory("server:/export", later)) return notAllowed;
+        if (!mountMemory("server:/export", later)) return kNotAllowed;
         EXPECT_EQ(stale("c"), Names{"covered c/later"});
         ::umount(other.c_str());
         ::umount(same.c_str());
@@ -548,7 +549,7 @@ TEST_P(StampedCache, MountsThatComeAndGo) {
                   GetParam() ? Names{"changed b/same"} : (Names{"changed b", "changed b/same"}));
         return HasFailure() ? 1 : 0;
     });
-    if (status == notAllowed) GTEST_SKIP() << "no private mounts on this machine";
+    if (status == kNotAllowed) GTEST_SKIP() << "no private mounts on this machine";
     EXPECT_EQ(status, 0);
 }
 

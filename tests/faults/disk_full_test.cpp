@@ -86,7 +86,7 @@ TEST(DiskFull, IsACodeUntilThereIsSpace) {
     host.plant(40, 50);
     const auto run = [&](const Case& one) {
         SmallDisk disk(host);
-        if (!disk.mount(one.options)) return notAllowed;
+        if (!disk.mount(one.options)) return kNotAllowed;
         if (one.room) {
             if (disk.searchWithSpace() != kWhole) return +kNextWrong;
             disk.fillBut(one.room);
@@ -101,7 +101,7 @@ TEST(DiskFull, IsACodeUntilThereIsSpace) {
     unsigned told = 0;
     for (const Case& one : cases()) {
         const int outcome = inChild([&] { return run(one); });
-        if (outcome == notAllowed) GTEST_SKIP() << "no file systems may be mounted here";
+        if (outcome == kNotAllowed) GTEST_SKIP() << "no file systems may be mounted here";
         EXPECT_THAT(outcome, testing::AnyOf(+kWhole, +kTold)) << one.name;
         told += outcome == kTold ? 1 : 0;
         if (one.room >= 1024) {

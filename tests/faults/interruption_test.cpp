@@ -49,8 +49,8 @@ protected:
     // In a process whose /tmp is its own, which hides a program that lies there. 0 when all went
     // well.
     int interruptEverywhere() const {
-        if (std::string_view(FSCAN_PROGRAM).starts_with("/tmp/")) return notAllowed;
-        if (!mountMemory("none", "/tmp")) return notAllowed;
+        if (std::string_view(FSCAN_PROGRAM).starts_with("/tmp/")) return kNotAllowed;
+        if (!mountMemory("none", "/tmp")) return kNotAllowed;
         prepare();
         const auto& arguments = GetParam().arguments;
         const auto body = [&]() -> int { becomeFscan(arguments); };

@@ -73,12 +73,12 @@ TEST_P(TwoNames, LeadToOneWriter) {
     const auto other = [&](int limit) {
         return inChild([&] {
             const std::string path = GetParam().prepare(host, host.place.path("cache"));
-            if (path.empty()) return notAllowed;
+            if (path.empty()) return kNotAllowed;
             return cacheAt(toWide(path))->lock(limit) == 0 ? 1 : 0;
         });
     };
     const int meanwhile = other(250);
-    if (meanwhile == notAllowed) GTEST_SKIP() << "no mounts of our own here";
+    if (meanwhile == kNotAllowed) GTEST_SKIP() << "no mounts of our own here";
     EXPECT_EQ(meanwhile, 0);
     fs::remove(host.place.path("link"));
     holder->unlock();

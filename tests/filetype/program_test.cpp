@@ -16,7 +16,7 @@ namespace fscanner {
 namespace {
 
 /// Describes each file as "type of ./name"; dies on the files called bad*.
-const std::string talkative =
+const std::string kTalkative =
     "for a; do case $a in\n"
     "./bad*) kill -9 $$;;\n"
     "./*) printf 'type of %s\\0' \"$a\";;\n"
@@ -59,7 +59,7 @@ TEST_F(ProgramTest, ThatGivesNoAnswerCostsTheTypesAlone) {
 
 TEST_F(ProgramTest, ThatDiesOnAFileKeepsTheOtherAnswersUntilItIsGivenUp) {
     for (const char* name : {"a", "bad", "c"}) write(name);
-    standIn(talkative);
+    standIn(kTalkative);
     for (const std::string name : {"c", "bad", "a"})
         EXPECT_EQ(typeOf(name), name == "bad" ? "unknown" : "type of ./" + name);
     EXPECT_EQ(runs(), 2);
@@ -71,7 +71,7 @@ TEST_F(ProgramTest, ThatDiesOnAFileKeepsTheOtherAnswersUntilItIsGivenUp) {
 
 TEST_F(ProgramTest, IsRunSeveralTimesForAHugeDirectory) {
     for (int i = 0; i < 100; ++i) write(std::string(200, 'n') + std::to_string(i));
-    standIn(talkative);
+    standIn(kTalkative);
     fileProgram().argumentBytes = 2500;  // eleven names
     for (int i = 99; i >= 0; --i) {
         const std::string name = std::string(200, 'n') + std::to_string(i);

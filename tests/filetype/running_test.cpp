@@ -45,7 +45,7 @@ protected:
     pid_t runningProgram() const { return std::stoi(readWholeFile(tools_ / "file.pid")); }
 };
 
-constexpr const char* answerRightly =
+constexpr const char* kAnswerRightly =
     "case $name in .) printf 'directory\\0';; *) printf 'type of ./%s\\0' \"$name\";; esac";
 
 TEST_F(RunningFileTest, AnswersAsOneThatIsStartedForEachDirectory) {
@@ -112,14 +112,14 @@ TEST_F(RunningFileTest, ThatMisbehavesIsReplacedByOneForEachDirectory) {
         std::string answer;
         std::ptrdiff_t runs;
     } cases[] = {
-        {"behaves", answerRightly, 2},
+        {"behaves", kAnswerRightly, 2},
         {"ends at once", "exit 1", 6},
         {"says nothing", ":", 6},
         {"waits for the end", "cat > /dev/null; printf 'directory\\0'", 6},
         {"cannot reach the directory", "printf \"cannot open '%s'\\0\" \"$line\"", 6},
         {"falls out of step at the third question",
          std::string("[ \"$name\" != . ] || n=$((n+1)); ") +
-             "[ \"$n$name\" != 3. ] || printf 'more\\0'; " + answerRightly,
+             "[ \"$n$name\" != 3. ] || printf 'more\\0'; " + kAnswerRightly,
          5},
     };
     fileProgram().timePerRun = std::chrono::milliseconds(1500);
@@ -147,7 +147,7 @@ TEST_F(RunningFileTest, ThatDiesOrHangsOnAFileCostsWhatItWouldHaveCost) {
     writeDirectories(5);
     for (const char* name : {"1/deadly", "2/final", "3/slow"}) write(name);
     standInThatReads(std::string("case $name in deadly|final) kill -9 $$;; slow) sleep 1000;; ") +
-                     "*) " + answerRightly + ";; esac");
+                     "*) " + kAnswerRightly + ";; esac");
     fileProgram().timePerRun = std::chrono::milliseconds(1500);
     EXPECT_EQ(typeOf("0/a"), "type of ./a");
     EXPECT_EQ(typeOf("1/c"), "type of ./c");
@@ -200,7 +200,7 @@ TEST_F(RunningFileTest, ReadsNothingThatItsHostMayNotReadAnyMore) {
 
 TEST_F(RunningFileTest, MayBeKilledBetweenQuestions) {
     writeDirectories(3);
-    standInThatReads(answerRightly);
+    standInThatReads(kAnswerRightly);
     EXPECT_EQ(inChild([&] {
                   ::signal(SIGPIPE, SIG_DFL);
                   typeOf("0/a");
@@ -214,7 +214,7 @@ TEST_F(RunningFileTest, MayBeKilledBetweenQuestions) {
 
 TEST_F(RunningFileTest, IsNotSharedWithAProcessThatIsForked) {
     writeDirectories(5);
-    standInThatReads(answerRightly);
+    standInThatReads(kAnswerRightly);
     EXPECT_EQ(typeOf("0/a"), "type of ./a");
     EXPECT_EQ(typeOf("1/a"), "type of ./a");
     const pid_t ours = runningProgram();

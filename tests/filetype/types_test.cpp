@@ -20,7 +20,7 @@ struct Sample {
     std::string description;
 };
 // Of different types, so that an answer that slips to another file shows.
-const std::vector<Sample> samples{
+const std::vector<Sample> kSamples{
     {"plain\n", "ASCII text"},
     {"#!/bin/sh\n", "POSIX shell script, ASCII text executable"},
     {"", "empty"},
@@ -28,11 +28,11 @@ const std::vector<Sample> samples{
     {"GIF89a\1\1\1\1", "GIF image data, version 89a, 257 x 257"},
 };
 const Sample& sample(std::size_t i) {
-    return samples[i % samples.size()];
+    return kSamples[i % kSamples.size()];
 }
 
 // Of a shell, of options, of lists, of texts in any encoding and of terminals.
-const std::vector<std::string> hostileNames = [] {
+const std::vector<std::string> kHostileNames = [] {
     using namespace std::string_literals;
     std::istringstream list(
         "$(touch pwned)\0`touch pwned`\0\"; touch pwned; \"\0' ; touch pwned '\0|touch pwned\0"
@@ -53,11 +53,11 @@ TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
         const std::string directory = path(name) + "/";
         const bool listed = directory.find('\n') == std::string::npos;
         fs::create_directory(directory);
-        for (std::size_t i = 0; i < hostileNames.size(); ++i)
-            writeWholeFile(directory + hostileNames[i], sample(i).content);
-        for (std::size_t i = 0; i < hostileNames.size(); ++i) {
-            SCOPED_TRACE(hostileNames[i]);
-            const std::string file = directory + hostileNames[i], &type = sample(i).description;
+        for (std::size_t i = 0; i < kHostileNames.size(); ++i)
+            writeWholeFile(directory + kHostileNames[i], sample(i).content);
+        for (std::size_t i = 0; i < kHostileNames.size(); ++i) {
+            SCOPED_TRACE(kHostileNames[i]);
+            const std::string file = directory + kHostileNames[i], &type = sample(i).description;
             for (Method method : {&FileTypeChecker::getFileTypeEx, &FileTypeChecker::getFileType})
                 EXPECT_EQ(typeOfPath(file, method), type);
             if (!listed) continue;
@@ -65,11 +65,11 @@ TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
             EXPECT_EQ(typeOfPath(file, &FileTypeChecker::getFileTypeEx_2),
                       listable ? type : "unknown");
         }
-        EXPECT_EQ(runs(), (listed ? 2 : 1) + static_cast<std::ptrdiff_t>(hostileNames.size()));
+        EXPECT_EQ(runs(), (listed ? 2 : 1) + static_cast<std::ptrdiff_t>(kHostileNames.size()));
         std::set<std::string> left;
         for (const auto& entry : fs::directory_iterator(directory))
             left.insert(entry.path().filename());
-        EXPECT_EQ(left, std::set(hostileNames.begin(), hostileNames.end()));
+        EXPECT_EQ(left, std::set(kHostileNames.begin(), kHostileNames.end()));
         EXPECT_EQ(left.size(), 31U);
     }
     EXPECT_FALSE(fs::exists(path("pwned"))) << "something was executed";

@@ -33,7 +33,7 @@ TEST(TypeWords, StandBetweenBlanksCommasAndColonsAndOneInCommonIsEnough) {
 }
 
 TEST(FileOutput, GivesTheSameAnswersHoweverItArrives) {
-    const std::string longest(FileOutput::longestDescription, 'x');
+    const std::string longest(FileOutput::kLongestDescription, 'x');
     const std::string bytes =
         std::string("a\nb\0\0", 5) + longest + "yz" + '\0' + "ELF" + '\0' + "cut";
     for (std::size_t piece : {std::size_t{1}, std::size_t{7}, bytes.size()}) {

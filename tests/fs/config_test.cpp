@@ -140,11 +140,11 @@ TEST_F(Config, SettingsAreThoseOfOneMoment) {
 }
 
 TEST_F(Config, NumbersHaveSignsAndOneSuffix) {
-    constexpr int DEFAULT = -77;
+    constexpr int whenAbsent = -77;
     file_.set(directory_ / "own.conf");
     const auto number = [&](const char* text) {
         writeWholeFile(directory_ / "own.conf", std::string("[s]\nn = ") + text + "\n");
-        return config_.getInteger("s", "n", DEFAULT);
+        return config_.getInteger("s", "n", whenAbsent);
     };
     // They wrap at 32 bits.
     const std::pair<const char*, int> cases[] = {
@@ -154,8 +154,8 @@ TEST_F(Config, NumbersHaveSignsAndOneSuffix) {
     };
     for (const auto& [text, value] : cases) EXPECT_EQ(number(text), value) << text;
     for (const char* text : {"7x", "k", "-", "5 k", "5kk", "- 5", "0x10"})
-        EXPECT_EQ(number(text), DEFAULT) << text;
-    EXPECT_EQ(config_.getInteger("s", "absent", DEFAULT), DEFAULT);
+        EXPECT_EQ(number(text), whenAbsent) << text;
+    EXPECT_EQ(config_.getInteger("s", "absent", whenAbsent), whenAbsent);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ using ::testing::IsEmpty;
 using namespace std::string_literals;
 
 // The worked example of docs/formats/result-records.md.
-const std::string EXAMPLE = "\0\0\0\3/a\0\0\0\2b\0\0\0\3\0\0\x20\0\0\0\0\3"s;
+const std::string kExample = "\0\0\0\3/a\0\0\0\2b\0\0\0\3\0\0\x20\0\0\0\0\3"s;
 
 std::unique_ptr<FsResultSetReader> threeRecords() {
     FsResultSet_OnFile results;
@@ -105,7 +105,7 @@ TEST_F(ResultFile, HoldsTheDocumentedBytesForItsOwnerAlone) {
     FsResultSetWriter* writer = results.getWriter();
     ASSERT_EQ(writer->addRecord(L"/a", L"b", 3, FS_ATTR_REGULAR_FILE), 0);
     EXPECT_EQ(writer->close(), 0);
-    EXPECT_EQ(readWholeFile(directory_.file()), EXAMPLE);
+    EXPECT_EQ(readWholeFile(directory_.file()), kExample);
     struct stat info;
     ASSERT_EQ(::stat(directory_.file().c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0600u);
@@ -180,10 +180,10 @@ TEST_F(ResultFile, HasNoNameWhereNoneIsWanted) {
     };
     EXPECT_EQ(writeAndSort(0), 0);
     const int withoutProc = inChild([&] {
-        if (!enterPrivateMounts() || !mountMemory("none", "/proc")) return notAllowed;
+        if (!enterPrivateMounts() || !mountMemory("none", "/proc")) return kNotAllowed;
         return writeAndSort(1);
     });
-    EXPECT_THAT(withoutProc, ::testing::AnyOf(0, notAllowed));
+    EXPECT_THAT(withoutProc, ::testing::AnyOf(0, kNotAllowed));
     tempNameSource() = saved;
 }
 
@@ -275,7 +275,7 @@ TEST(TempFile, IsMadeInTheSecondDirectoryOrEndsTheProcess) {
         EXPECT_EQ(std::filesystem::file_size(directory / "fsq_1"), 0u);
         EXPECT_EQ(results.getWriter()->addRecord(L"/a", L"b", 3, FS_ATTR_REGULAR_FILE), 0);
         results.getWriter()->close();
-        EXPECT_EQ(readWholeFile(directory / "fsq_1"), EXAMPLE);
+        EXPECT_EQ(readWholeFile(directory / "fsq_1"), kExample);
     }
     EXPECT_FALSE(std::filesystem::exists(directory / "fsq_1"));
     EXPECT_EQ(readWholeFile(directory / "fsq_0"), "kept");

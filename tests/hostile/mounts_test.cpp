@@ -34,7 +34,7 @@ TEST(HostileMounts, ADeadRemoteMountIsNotTouchedUnlessItIsAskedFor) {
     withPrivateMounts([&] {
         if (mountDead("dead:/export", tree.path("dead")) < 0 ||
             mountDead("dead:/export", tree.path("z/dead")) < 0)
-            return notAllowed;
+            return kNotAllowed;
         setMountTablePath("/proc/self/mounts");
         // Whoever waits for the dead is ended.
         ::alarm(30);
@@ -139,10 +139,10 @@ TEST(HostileMounts, AnAutomounterIsAskedForWhatIsSearchedAlone) {
         if (!automounter.mount(tree.path("map"), "indirect") ||
             !automounter.mount(tree.path("direct"), "direct") ||
             !automounter.mount(tree.path("other"), "direct"))
-            return notAllowed;
+            return kNotAllowed;
         // A map that can be browsed.
         for (const char* key : {"map/host", "map/host2"}) tree.directory(key);
-        if (!Automounter::leave()) return notAllowed;
+        if (!Automounter::leave()) return kNotAllowed;
         setMountTablePath("/proc/self/mounts");
         ::alarm(30);
         const auto query = [&](FsQuery& asked, const std::string& below) -> FsQuery& {
@@ -176,10 +176,10 @@ TEST(HostileMounts, WhatAnAutomounterMountsIsFound) {
     tree.directory("map");
     withPrivateMounts([&] {
         const Automounter automounter;
-        if (!automounter.mount(tree.path("map"), "indirect")) return notAllowed;
+        if (!automounter.mount(tree.path("map"), "indirect")) return kNotAllowed;
         for (const char* key : {"map/host", "map/host2"}) tree.directory(key);
         const pid_t server = automounter.serve(tree.path("map"));
-        if (server < 0 || !Automounter::leave()) return notAllowed;
+        if (server < 0 || !Automounter::leave()) return kNotAllowed;
         setMountTablePath("/proc/self/mounts");
         ::alarm(30);
         FsQuery key, map;

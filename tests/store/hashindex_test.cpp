@@ -81,7 +81,7 @@ TEST(IndexFile, OpensClosesAndErases) {
     EXPECT_THAT(std::vector({index.create(), index.erase(), index.write(65536, 1)}),
                 testing::Each(false));
     EXPECT_TRUE(index.read(65535, &id, &next));
-    EXPECT_EQ(id & next, Index::NONE);
+    EXPECT_EQ(id & next, Index::kNone);
     EXPECT_FALSE(Index(index).close()) << "a copy is closed";
     EXPECT_TRUE(index.close());
     EXPECT_EQ(std::filesystem::file_size(directory / "i.idx"), 524288U);

@@ -13,7 +13,7 @@
 namespace fscanner {
 namespace {
 
-constexpr unsigned BLOCK = BlockSums::BLOCK;
+constexpr unsigned kBlock = BlockSums::kBlock;
 
 class SumsOfFiles : public testing::Test {
 protected:
@@ -28,7 +28,7 @@ protected:
 
 TEST_F(SumsOfFiles, AreWrittenAsDocumentedAndReadWithSuspicion) {
     put("T.counter", std::string("\3\0\0\0", 4));
-    put("F.pxx", std::string(BLOCK + 4, '\0'));
+    put("F.pxx", std::string(kBlock + 4, '\0'));
     SumsFile written(wide("T.sums"));
     for (const char* name : {"T.counter", "F.pxx"}) ASSERT_TRUE(written.takeUp(wide(name)));
     ASSERT_TRUE(written.write());
@@ -46,7 +46,7 @@ TEST_F(SumsOfFiles, AreWrittenAsDocumentedAndReadWithSuspicion) {
     for (std::size_t length = 0; length < good.size(); ++length)
         EXPECT_FALSE(loads(good.substr(0, length))) << length;
     EXPECT_FALSE(loads(good + '\0'));
-    const std::size_t sums = 3 * BlockSums::SUM;
+    const std::size_t sums = 3 * BlockSums::kSum;
     for (std::size_t at = 0; at < good.size(); ++at) {
         std::string flipped = good;
         flipped[at] = static_cast<char>(flipped[at] ^ 0x10);
@@ -62,7 +62,7 @@ TEST_F(SumsOfFiles, AreWrittenAsDocumentedAndReadWithSuspicion) {
 }
 
 TEST_F(SumsOfFiles, TellWhichFileIsAnother) {
-    const std::string content(3 * BLOCK + 100, 'x');
+    const std::string content(3 * kBlock + 100, 'x');
     SumsFile sums(wide("sums"));
     EXPECT_FALSE(sums.holds(wide("file"))) << "unknown";
     const auto expectAnother = [&](const std::string& summed, const std::string& other) {
@@ -73,7 +73,7 @@ TEST_F(SumsOfFiles, TellWhichFileIsAnother) {
         EXPECT_FALSE(sums.holds(wide("file"))) << other.find('y') << " of " << other.size();
     };
     expectAnother("", "x");
-    for (const std::size_t at : {0U, BLOCK - 1, BLOCK, 2 * BLOCK, 3 * BLOCK, 3 * BLOCK + 99}) {
+    for (const std::size_t at : {0U, kBlock - 1, kBlock, 2 * kBlock, 3 * kBlock, 3 * kBlock + 99}) {
         std::string other = content;
         other[at] = 'y';
         expectAnother(content, other);
@@ -83,17 +83,17 @@ TEST_F(SumsOfFiles, TellWhichFileIsAnother) {
 }
 
 TEST_F(SumsOfFiles, RefuseToHaveADamagedBlockChanged) {
-    std::string content(2 * BLOCK, 'x');
+    std::string content(2 * kBlock, 'x');
     put("file", content);
     SumsFile sums(wide("sums"));
     ASSERT_TRUE(sums.takeUp(wide("file")));
-    content[BLOCK + 7] = 'y';
+    content[kBlock + 7] = 'y';
     put("file", content);
     SummedFile file;
     ASSERT_EQ(file.open(wide("file").c_str(), &sums), OpenResult::ok);
     EXPECT_NE(file->change(0, 4), nullptr);
-    EXPECT_EQ(file->change(BLOCK + 2000, 4), nullptr);
-    ASSERT_TRUE(file->seek(BLOCK, SEEK_FROM_START));
+    EXPECT_EQ(file->change(kBlock + 2000, 4), nullptr);
+    ASSERT_TRUE(file->seek(kBlock, SEEK_FROM_START));
     EXPECT_EQ(file->write("zz", 2), 0U);
     EXPECT_TRUE(file.close());
     EXPECT_TRUE(sums.damaged());

@@ -7,7 +7,7 @@
 namespace fscanner {
 namespace {
 
-const char* const FILES[] = {"t.dat", "t.pxx", "t_idx.dat", "names.idx", "paths.idx"};
+const char* const kFiles[] = {"t.dat", "t.pxx", "t_idx.dat", "names.idx", "paths.idx"};
 
 /// A small table with two indexes, whose files are put back before each trial.
 class Damage : public TableTest {
@@ -22,11 +22,11 @@ protected:
         EXPECT_TRUE(table->remove(4));
         headerSize_ = table->headerSize();
         EXPECT_TRUE(table->close());
-        for (const char* name : FILES) good_.push_back(readWholeFile(file(name)));
+        for (const char* name : kFiles) good_.push_back(readWholeFile(file(name)));
     }
 
     void restore() {
-        for (std::size_t i = 0; i < good_.size(); ++i) writeWholeFile(file(FILES[i]), good_[i]);
+        for (std::size_t i = 0; i < good_.size(); ++i) writeWholeFile(file(kFiles[i]), good_[i]);
     }
     void overwrite(const std::string& name, std::size_t at, const std::string& bytes) {
         overwriteFile(file(name), at, bytes);
@@ -136,10 +136,10 @@ TEST_P(Damage, ThatAWalkMeets) {
         {"a record that is not there", inHead, 12, 0},
         {"a slot that is not there", inHead + 4, slots, 0},
         {"a head in a chain", inHead + 4, 5, 0},
-        {"an empty head with a chain", inHead, Index::NONE, 0},
+        {"an empty head with a chain", inHead, Index::kNone, 0},
         {"a circle of one", last + 4, slots - 1, 1},
         {"a chain that goes up", 8 * (slots - 2) + 4, slots - 1, 2},
-        {"an empty slot in a chain", last, Index::NONE, 1},
+        {"an empty slot in a chain", last, Index::kNone, 1},
     };
     for (const auto& [what, at, value, found] : cases) {
         restore();

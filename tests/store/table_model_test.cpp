@@ -10,7 +10,7 @@
 namespace fscanner {
 namespace {
 
-constexpr unsigned OPERATIONS = 100000;
+constexpr unsigned kOperations = 100000;
 
 class TableModel : public TableTest {
 protected:
@@ -167,7 +167,7 @@ TEST_P(TableModel, AgreesWithTheTable) {
     ASSERT_TRUE(create());
     ASSERT_TRUE(table->addHashIndex(L"by_name", L"NAME"));
     ASSERT_TRUE(table->addHashIndex(L"by_size", L"SIZE"));
-    for (unsigned i = 0; i < OPERATIONS && !HasFatalFailure(); ++i) {
+    for (unsigned i = 0; i < kOperations && !HasFatalFailure(); ++i) {
         SCOPED_TRACE(i);
         step();
     }

@@ -12,8 +12,8 @@ using testing::ElementsAre;
 class Table : public TableTest {};
 FSCANNER_BOTH_FORMS(Table);
 
-const Row a{L"a.h", 1, 100, 7};
-const Row b{L"\u00e9t\u00e9 \U0001F600", 0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, 8};
+const Row kA{L"a.h", 1, 100, 7};
+const Row kB{L"\u00e9t\u00e9 \U0001F600", 0xFFFFFFFF, 0xFFFFFFFFFFFFFFFF, 8};
 
 TEST_P(Table, RefusesValuesOfAnotherSchema) {
     ASSERT_TRUE(create());
@@ -22,10 +22,10 @@ TEST_P(Table, RefusesValuesOfAnotherSchema) {
     EXPECT_FALSE(table->insert(other));
     for (int i = 0; i < 3; ++i) other.add(L"X", FIELD_INT16);
     EXPECT_FALSE(table->insert(other));
-    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(insert(kA));
     EXPECT_FALSE(table->read(0, other));
     EXPECT_FALSE(table->update(0, other));
-    EXPECT_EQ(read(0), a);
+    EXPECT_EQ(read(0), kA);
     EXPECT_FALSE(table->damaged()) << "the caller's fault, not the file's";
 }
 
@@ -87,7 +87,7 @@ TEST_P(Table, TakesAtMost256Fields) {
 // Entry id - 1 and those after it are looked at, while the reported id falls.
 TEST_P(Table, MovePreviousReportsAFallingId) {
     ASSERT_TRUE(create());
-    for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(a));
+    for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(kA));
     for (const unsigned id : {0U, 5U}) {
         read(id);
         EXPECT_EQ(table->eof(), id == 5) << "the end of what the data file holds";
@@ -120,11 +120,11 @@ TEST_P(Table, MovePreviousReportsAFallingId) {
 TEST_P(Table, UpdateInPlaceComparesCharacters) {
     ASSERT_TRUE(create());
     ASSERT_TRUE(insert({L"e", 1, 2, 3}));
-    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(insert(kA));
     ASSERT_TRUE(update(0, {L"\u00e9", 1, 2, 0xAB000003}));
     if (isCompact()) return;
     EXPECT_EQ(read(0), (Row{L"\u00e9", 1, 2, 0xAB000003}));
-    EXPECT_EQ(read(1), a);
+    EXPECT_EQ(read(1), kA);
     ASSERT_TRUE(table->close());
     const std::string bytes = readWholeFile(file("t.dat"));
     const auto second = 12 + 4 * 8 + 4 * (4 + 4 + 4 + 6) + 1 + (2 + 1) + 4 + 8 + 4;
@@ -136,10 +136,10 @@ TEST_P(Table, UpdateInPlaceMayLengthenTheLastRecord) {
     ASSERT_TRUE(insert({L"eee", 1, 2, 3}));
     const Row longer{L"\u20ac\u20ac\u20ac", 4, 5, 6};
     ASSERT_TRUE(update(0, longer));
-    ASSERT_TRUE(insert(a));
+    ASSERT_TRUE(insert(kA));
     ASSERT_TRUE(reopen());
     EXPECT_EQ(read(isCompact() ? 1 : 0), longer);
-    EXPECT_EQ(read(isCompact() ? 2 : 1), a);
+    EXPECT_EQ(read(isCompact() ? 2 : 1), kA);
 }
 
 // ---- Compaction and erasing -------------------------------------------------

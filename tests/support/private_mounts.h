@@ -12,7 +12,7 @@
 namespace fscanner {
 
 /// What a child process returns that may not mount: its test is to be skipped.
-constexpr int notAllowed = 77;
+constexpr int kNotAllowed = 77;
 
 /// Gives this process mounts of its own, so that what is mounted is seen by nobody else
 /// and goes with the process.
@@ -29,12 +29,12 @@ inline bool mountMemory(const std::string& source, const std::string& directory,
     return ::mount(source.c_str(), directory.c_str(), "tmpfs", 0, options) == 0;
 }
 
-/// Runs `body` in a process with mounts of its own, where it may return `notAllowed`, or what is
+/// Runs `body` in a process with mounts of its own, where it may return `kNotAllowed`, or what is
 /// wrong. To be called at the end of a test, which it may skip.
 template <typename Body>
 void withPrivateMounts(Body body) {
-    const int status = inChild([&] { return enterPrivateMounts() ? body() : notAllowed; });
-    if (status == notAllowed) GTEST_SKIP() << "such mounts cannot be made on this machine";
+    const int status = inChild([&] { return enterPrivateMounts() ? body() : kNotAllowed; });
+    if (status == kNotAllowed) GTEST_SKIP() << "such mounts cannot be made on this machine";
     EXPECT_EQ(status, 0) << "-1: it hung, or crashed";
 }
 

@@ -111,8 +111,8 @@ std::string CachePlace::failure(int code) const {
 
 namespace {
 
-constexpr int lockMilliseconds = 10000;
-constexpr unsigned openMilliseconds = 10000;
+constexpr int kLockMilliseconds = 10000;
+constexpr unsigned kOpenMilliseconds = 10000;
 
 /// Tells the user that the program waits for the cache, and lets signals end the wait.
 class LockWatcher : public fscanner::FsScanObserver {
@@ -153,13 +153,13 @@ LockedCache::~LockedCache() {
 }
 
 bool LockedCache::open() const {
-    return cache_ && cache_->create(openMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
+    return cache_ && cache_->create(kOpenMilliseconds, fscanner::FS_CACHE_OPEN) == 0;
 }
 
 void LockedCache::lock(const CachePlace& place, const Options& options, Use use) {
     std::unique_ptr<fscanner::FS_Cache> cache = place.cache();
     const LockWatcher watcher(options.quiet);
-    const int limit = options.wait ? std::numeric_limits<int>::max() : lockMilliseconds;
+    const int limit = options.wait ? std::numeric_limits<int>::max() : kLockMilliseconds;
     const int code = use == Use::read ? cache->lockShared(limit) : cache->lock(limit);
     if (code != fscanner::FS_CACHE_SUCCESS) {
         if (!Interruption::pending()) complain(place.failure(code));

@@ -33,32 +33,32 @@ FieldValue typeOf(const Match& match, const FileDetails& file) {
     return type;
 }
 
-constexpr auto text = DetailField::text, json = DetailField::json, both = DetailField::both;
+constexpr auto kText = DetailField::text, kJson = DetailField::json, kBoth = DetailField::both;
 
-constexpr DetailField fields[] = {
-    {"path", both, true, [](auto& match, auto&) -> FieldValue { return std::string(match.path); }},
-    {"name", both, true,
+constexpr DetailField kFields[] = {
+    {"path", kBoth, true, [](auto& match, auto&) -> FieldValue { return std::string(match.path); }},
+    {"name", kBoth, true,
      [](auto& match, auto&) -> FieldValue { return std::string(match.name()); }},
-    {"directory", both, true,
+    {"directory", kBoth, true,
      [](auto& match, auto&) -> FieldValue { return std::string(match.directory()); }},
-    {"exists", json, false,
+    {"exists", kJson, false,
      [](auto&, auto& file) { return file.examined ? FieldValue(true) : FieldValue(); }},
-    {"kind", json, false, kindOf},
-    {"size", both, false, [](auto&, auto& file) -> FieldValue { return file.size; }},
-    {"mode", text, false,
+    {"kind", kJson, false, kindOf},
+    {"size", kBoth, false, [](auto&, auto& file) -> FieldValue { return file.size; }},
+    {"mode", kText, false,
      [](auto&, auto& file) -> FieldValue { return attributeText(file.attributes); }},
-    {"attributes", json, false,
+    {"attributes", kJson, false,
      [](auto&, auto& file) -> FieldValue { return AttributeBits{file.attributes}; }},
-    {"kind", text, false, kindOf},
-    {"modified", both, false, timeOf<&FileDetails::modified>},
-    {"accessed", both, false, timeOf<&FileDetails::accessed>},
-    {"changed", both, false, timeOf<&FileDetails::changed>},
-    {"user", both, false, numberOf<&FileDetails::user>},
-    {"group", both, false, numberOf<&FileDetails::group>},
-    {"inode", both, false, numberOf<&FileDetails::inode>},
-    {"device", both, false, numberOf<&FileDetails::device>},
-    {"links", both, false, numberOf<&FileDetails::links>},
-    {"type", both, true, typeOf},
+    {"kind", kText, false, kindOf},
+    {"modified", kBoth, false, timeOf<&FileDetails::modified>},
+    {"accessed", kBoth, false, timeOf<&FileDetails::accessed>},
+    {"changed", kBoth, false, timeOf<&FileDetails::changed>},
+    {"user", kBoth, false, numberOf<&FileDetails::user>},
+    {"group", kBoth, false, numberOf<&FileDetails::group>},
+    {"inode", kBoth, false, numberOf<&FileDetails::inode>},
+    {"device", kBoth, false, numberOf<&FileDetails::device>},
+    {"links", kBoth, false, numberOf<&FileDetails::links>},
+    {"type", kBoth, true, typeOf},
 };
 
 }  // namespace
@@ -110,7 +110,7 @@ std::string typeText(const Match& match, const FileDetails& details) {
 }
 
 std::span<const DetailField> detailFields() {
-    return fields;
+    return kFields;
 }
 
 std::string textOf(const FieldValue& value) {

@@ -14,9 +14,9 @@ namespace fscan {
 namespace {
 
 /// As milliseconds, it fits into 31 bits.
-constexpr unsigned greatestSeconds = 2'000'000;
+constexpr unsigned kGreatestSeconds = 2'000'000;
 /// The cache subtracts it from the time of day, which must not become negative.
-constexpr unsigned greatestAge = 1'000'000'000;
+constexpr unsigned kGreatestAge = 1'000'000'000;
 
 CLI::Option* addMoment(CLI::App& app, const std::string& flag, std::optional<std::time_t>& moment,
                        const std::string& help) {
@@ -96,7 +96,7 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
 
 void addCache(CLI::App& app, Options& options, const char* group) {
     CLI::Option* age = addDuration(
-                           app, "--max-age", 0, greatestAge,
+                           app, "--max-age", 0, kGreatestAge,
                            [&options](unsigned seconds) {
                                options.maximumAge = seconds;
                                options.verify = false;
@@ -162,7 +162,7 @@ void addProvider(CLI::App& app, Options& options) {
         ->group(group);
     addCache(app, options, group);
     addDuration(
-        app, "--timeout", 1, greatestSeconds,
+        app, "--timeout", 1, kGreatestSeconds,
         [&options](unsigned seconds) { options.timeoutMilliseconds = seconds * 1000; },
         "End each scan, and the reading of the cache, after that long")
         ->group(group);
@@ -170,7 +170,7 @@ void addProvider(CLI::App& app, Options& options) {
 
 namespace {
 
-const std::map<std::string, WhenToUse> whens = {
+const std::map<std::string, WhenToUse> kWhens = {
     {"auto", WhenToUse::automatic}, {"always", WhenToUse::always}, {"never", WhenToUse::never}};
 
 void addForms(CLI::App& app, Options& options, const char* group) {
@@ -203,12 +203,12 @@ void addStyles(CLI::App& app, Options& options, const char* group) {
               "Paths relative to the current directory")
         ->group(group);
     addWord<WhenToUse>(
-        app, "--color", "auto|always|never", whens,
+        app, "--color", "auto|always|never", kWhens,
         [&options](WhenToUse when) { options.color = when; },
         "Colours of LS_COLORS; auto: on a terminal")
         ->group(group);
     addWord<WhenToUse>(
-        app, "--hyperlinks", "auto|always|never", whens,
+        app, "--hyperlinks", "auto|always|never", kWhens,
         [&options](WhenToUse when) { options.hyperlinks = when; },
         "Paths that can be clicked, on terminals that know them")
         ->group(group);

@@ -18,7 +18,7 @@ namespace fscan {
 
 namespace {
 
-constexpr const char* description =
+constexpr const char* kDescription =
     R"(fscan finds files by name and by criteria over name, size and attributes.
 
 Examples:
@@ -29,7 +29,7 @@ Examples:
   fscan -n '*.log' -x '*/archive' --exec gzip {} ';'
 )";
 
-constexpr const char* exitStatuses =
+constexpr const char* kExitStatuses =
     R"(Exit status: 0 something found, 1 nothing found, 2 wrong option or criteria,
 or no right PATH, 3 the answer is incomplete, 4 the provider, the cache, the
 mount table, the file program or the output failed, 5 a command of --exec
@@ -39,8 +39,8 @@ std::string_view firstLine(std::string_view text) {
     return text.substr(0, text.find('\n'));
 }
 
-constexpr std::size_t helpColumn = 28;
-constexpr std::size_t helpWidth = 79;
+constexpr std::size_t kHelpColumn = 28;
+constexpr std::size_t kHelpWidth = 79;
 
 /// The text in lines of so many characters, broken at spaces.
 std::string wrapped(std::string text, std::size_t width) {
@@ -57,12 +57,12 @@ std::string wrapped(std::string text, std::size_t width) {
 /// not know.
 class HelpFormatter : public CLI::Formatter {
 public:
-    HelpFormatter() { column_width(helpColumn); }
+    HelpFormatter() { column_width(kHelpColumn); }
     std::string make_option_opts(const CLI::Option* option) const override {
         return option->get_type_size() == 0 ? "" : " " + option->get_type_name();
     }
     std::string make_option_desc(const CLI::Option* option) const override {
-        return wrapped(option->get_description(), helpWidth - helpColumn);
+        return wrapped(option->get_description(), kHelpWidth - kHelpColumn);
     }
     std::string make_usage(const CLI::App*, std::string) const override {
         return "Usage: fscan [OPTIONS] [PATH...]\n"
@@ -146,10 +146,10 @@ void noteImpossible(const Options& options) {
 
 using Words = std::vector<std::string>;
 
-const std::map<std::string, CommandUse> commandUses = {{"-e", CommandUse::forEach},
-                                                       {"--exec", CommandUse::forEach},
-                                                       {"--exec-batch", CommandUse::forMany},
-                                                       {"--exec-dir", CommandUse::inDirectory}};
+const std::map<std::string, CommandUse> kCommandUses = {{"-e", CommandUse::forEach},
+                                                        {"--exec", CommandUse::forEach},
+                                                        {"--exec-batch", CommandUse::forMany},
+                                                        {"--exec-dir", CommandUse::inDirectory}};
 
 /// The words from `at` up to the word `end`. `at` is moved behind it.
 Words takeWords(Words::const_iterator& at, Words::const_iterator last, const std::string& option,
@@ -173,8 +173,8 @@ Words takeCommands(const Words& arguments, Options& options) {
             break;
         }
         const std::string argument = *at++;
-        const auto use = commandUses.find(argument);
-        if (use == commandUses.end()) {
+        const auto use = kCommandUses.find(argument);
+        if (use == kCommandUses.end()) {
             rest.push_back(argument);
             continue;
         }
@@ -207,10 +207,10 @@ void addCommands(CLI::App& app) {
 }  // namespace
 
 std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, Output& out) {
-    CLI::App app(description, "fscan");
+    CLI::App app(kDescription, "fscan");
     app.formatter(std::make_shared<HelpFormatter>());
     app.allow_extras();
-    app.footer(exitStatuses);
+    app.footer(kExitStatuses);
     addSelection(app, options);
     addPlaces(app, options);
     addProvider(app, options);

@@ -16,7 +16,7 @@ namespace fscan {
 
 namespace {
 
-constexpr std::array<Word, 5> fields = {{
+constexpr std::array<Word, 5> kFields = {{
     {"[FILENAME]", "TEXT", "The name, without its directory"},
     {"[SHORTFILENAME]", "TEXT", "A second, short name where there is one"},
     {"[SIZE]", "NUMBER", "Bytes"},
@@ -24,12 +24,12 @@ constexpr std::array<Word, 5> fields = {{
     {"[PATHID]", "NUMBER", "The directory's number in the cache"},
 }};
 
-constexpr std::array<Word, 2> commands = {{
+constexpr std::array<Word, 2> kCommands = {{
     {"type(", "PATH, TYPE", "Whether the file program names that type"},
     {"path(", "PATHID, NAME", "The full path of a file"},
 }};
 
-constexpr std::array<Word, 4> groups = {{
+constexpr std::array<Word, 4> kGroups = {{
     {"$local::", "PATH", "Only local drives"},
     {"$remote::", "PATH", "Only remote drives"},
     {"$other::", "PATH", "Only drives of no other group"},
@@ -59,21 +59,21 @@ std::string namesOf(const CLI::Option& option) {
 }  // namespace
 
 std::vector<std::string> wordsOfFields() {
-    return textsOf(fields);
+    return textsOf(kFields);
 }
 
 std::vector<std::string> wordsOfCommands() {
-    return textsOf(commands);
+    return textsOf(kCommands);
 }
 
 std::vector<std::string> wordsOfGroups() {
-    return textsOf(groups);
+    return textsOf(kGroups);
 }
 
 std::optional<std::string_view> takeDriveGroup(std::string& path) {
     const auto begins = [&path](const Word& word) { return path.starts_with(word.text); };
-    const auto found = std::find_if(groups.begin(), groups.end(), begins);
-    if (found == groups.end()) return std::nullopt;
+    const auto found = std::find_if(kGroups.begin(), kGroups.end(), begins);
+    if (found == kGroups.end()) return std::nullopt;
     path.erase(0, found->text.size());
     return found->text.substr(0, found->text.size() - 2);
 }
@@ -85,9 +85,9 @@ void listWords(const CLI::App& app, Output& out) {
                               option->get_items_expected_max() > 0 ? option->get_type_name() : "-",
                               option->get_description()));
     }
-    listKind("field", fields, out);
-    listKind("command", commands, out);
-    listKind("group", groups, out);
+    listKind("field", kFields, out);
+    listKind("command", kCommands, out);
+    listKind("group", kGroups, out);
 }
 
 namespace {

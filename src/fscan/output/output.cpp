@@ -19,7 +19,7 @@
 namespace fscan {
 
 namespace {
-constexpr std::size_t pieceSize = 64 * 1024;
+constexpr std::size_t kPieceSize = 64 * 1024;
 
 /// Whether the descriptor takes bytes within that time. A signal ends the wait.
 bool hasRoom(int descriptor, int milliseconds) {
@@ -45,7 +45,7 @@ Output::Output(int descriptor)
     : descriptor_(descriptor),
       terminal_(isatty(descriptor) == 1),
       mayBlock_(terminal_ || isPipeOrSocket(descriptor)) {
-    buffer_.reserve(2 * pieceSize);
+    buffer_.reserve(2 * kPieceSize);
 }
 
 Output::~Output() {
@@ -54,7 +54,7 @@ Output::~Output() {
 
 void Output::write(std::string_view text) {
     buffer_ += text;
-    if (buffer_.size() >= pieceSize) flush();
+    if (buffer_.size() >= kPieceSize) flush();
 }
 
 void Output::writeForeign(std::string_view text) {
@@ -199,20 +199,20 @@ std::string pointAt(std::wstring_view text, std::size_t position) {
 
 namespace {
 
-constexpr std::size_t memoryBound = 8 << 20;
-constexpr std::size_t readSize = 1 << 20;
+constexpr std::size_t kMemoryBound = 8 << 20;
+constexpr std::size_t kReadSize = 1 << 20;
 
 }  // namespace
 
 bool Backlog::add(std::string_view text) {
-    const bool inMemory = !hasMoreInFile() && front_.size() - taken_ + text.size() <= memoryBound;
+    const bool inMemory = !hasMoreInFile() && front_.size() - taken_ + text.size() <= kMemoryBound;
     if (!inMemory) {
         if (!file_) file_.emplace();
         return file_->append(text);
     }
     // Reserved at once, so that nothing is copied to grow. Pages that are not used cost nothing.
-    front_.reserve(2 * memoryBound);
-    if (taken_ > memoryBound) {
+    front_.reserve(2 * kMemoryBound);
+    if (taken_ > kMemoryBound) {
         front_.erase(0, taken_);
         taken_ = 0;
     }
@@ -222,7 +222,7 @@ bool Backlog::add(std::string_view text) {
 
 std::string_view Backlog::front() {
     if (taken_ == front_.size() && hasMoreInFile()) {
-        front_.resize(std::min(readSize, static_cast<std::size_t>(file_->size() - given_)));
+        front_.resize(std::min(kReadSize, static_cast<std::size_t>(file_->size() - given_)));
         taken_ = 0;
         if (!file_->read(given_, front_)) front_.clear();
         given_ += static_cast<off_t>(front_.size());

@@ -18,17 +18,17 @@ namespace fscan {
 
 namespace {
 
-constexpr unsigned intervalMilliseconds = 100;
+constexpr unsigned kIntervalMilliseconds = 100;
 // Where standard error is no terminal, only longer waits are told: most last a moment.
-constexpr unsigned waitBeforeNote = 1500;
-constexpr int usualColumns = 80;
+constexpr unsigned kWaitBeforeNote = 1500;
+constexpr int kUsualColumns = 80;
 // Room for a "^C" that the terminal may add: a line that wraps cannot be erased.
-constexpr int columnsForKeys = 3;
+constexpr int kColumnsForKeys = 3;
 
 int columns() {
     winsize size{};
     const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : usualColumns;
+    return known ? size.ws_col : kUsualColumns;
 }
 
 /// The end of the text, as much as fits into so many columns.
@@ -54,9 +54,9 @@ ProgressLine::ProgressLine(bool quiet)
 
 void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     const unsigned now = progress.elapsedMilliseconds;
-    if (!terminal_ || now < intervalMilliseconds) return;
+    if (!terminal_ || now < kIntervalMilliseconds) return;
     if (now < shownAt_) shownAt_ = 0;  // another scan
-    if (now - shownAt_ < intervalMilliseconds) return;
+    if (now - shownAt_ < kIntervalMilliseconds) return;
     const std::string text = fmt::format("{} files, {} directories, {}.{} s  ", progress.files,
                                          progress.directories, now / 1000, now / 100 % 10);
     put(text, toWide(escaped(toBytes(progress.directory))));
@@ -67,12 +67,12 @@ void ProgressLine::showWaiting(unsigned milliseconds) {
     constexpr std::string_view text = "waiting for the cache: another process uses it";
     if (terminal_)
         put(fmt::format("{}, {}.{} s", text, milliseconds / 1000, milliseconds / 100 % 10), L"");
-    else if (!quiet_ && milliseconds >= waitBeforeNote && !std::exchange(reported_, true))
+    else if (!quiet_ && milliseconds >= kWaitBeforeNote && !std::exchange(reported_, true))
         complain(text);
 }
 
 void ProgressLine::put(std::string_view text, const std::wstring& directory) {
-    const int room = std::max(columns() - columnsForKeys, 1);
+    const int room = std::max(columns() - kColumnsForKeys, 1);
     text = text.substr(0, static_cast<std::size_t>(room));
     writeError(
         fmt::format("\r\x1B[K{}{}", text, tail(directory, room - static_cast<int>(text.size()))));

@@ -20,9 +20,9 @@ namespace fscan {
 namespace {
 
 // How long a search may take to end after a signal.
-constexpr unsigned graceSeconds = 3;
+constexpr unsigned kGraceSeconds = 3;
 
-constexpr std::array<int, 3> ending = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::array<int, 3> kEnding = {SIGINT, SIGTERM, SIGHUP};
 
 std::atomic<int> noted = 0;
 std::atomic<int> isAnswering = 0;
@@ -61,7 +61,7 @@ extern "C" void endBy(int signal) {
 extern "C" void note(int signal) {
     if (noted != 0) endBy(signal);
     noted = signal;
-    if (isAnswering == 0) alarm(graceSeconds);
+    if (isAnswering == 0) alarm(kGraceSeconds);
 }
 
 // For SIGPIPE. Not SIG_IGN, which the commands that are run would inherit.
@@ -88,12 +88,12 @@ void handle(int signal, void (*handler)(int)) {
 // meanwhile. So a second thread, which touches no file system, looks for pending signals and
 // calls their handlers instead of the main thread.
 
-constexpr std::chrono::milliseconds lookInterval(100);
-constexpr int toleratedLooks = 2;
+constexpr std::chrono::milliseconds kLookInterval(100);
+constexpr int kToleratedLooks = 2;
 
 using Clock = std::chrono::steady_clock;
-constexpr Clock::rep never = 0;
-std::atomic<Clock::rep> timeLimit = never;
+constexpr Clock::rep kNever = 0;
+std::atomic<Clock::rep> timeLimit = kNever;
 std::atomic<bool> answersSignals = false;
 pthread_t mainThread;
 
@@ -113,9 +113,9 @@ public:
     void look() {
         sigset_t pending;
         sigpending(&pending);
-        for (std::size_t i = 0; i < watched.size(); ++i) {
-            looks_[i] = sigismember(&pending, watched[i]) == 1 ? looks_[i] + 1 : 0;
-            if (looks_[i] > toleratedLooks) handleHere(watched[i]);
+        for (std::size_t i = 0; i < kWatched.size(); ++i) {
+            looks_[i] = sigismember(&pending, kWatched[i]) == 1 ? looks_[i] + 1 : 0;
+            if (looks_[i] > kToleratedLooks) handleHere(kWatched[i]);
         }
     }
 
@@ -134,8 +134,8 @@ private:
             action.sa_handler(signal);
     }
 
-    static constexpr std::array<int, 5> watched = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM};
-    std::array<int, watched.size()> looks_{};
+    static constexpr std::array<int, 5> kWatched = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM};
+    std::array<int, kWatched.size()> looks_{};
 };
 
 // Ends a process that is blocked beyond its time limit. It first sends the main thread a signal
@@ -144,14 +144,14 @@ private:
 class LimitWatch {
 public:
     void look() {
-        constexpr Clock::duration grace = std::chrono::seconds(graceSeconds);
+        constexpr Clock::duration grace = std::chrono::seconds(kGraceSeconds);
         const Clock::rep limit = timeLimit;
-        if (limit == never || Clock::now() < Clock::time_point(Clock::duration(limit)) + grace) {
+        if (limit == kNever || Clock::now() < Clock::time_point(Clock::duration(limit)) + grace) {
             asked_ = 0;
         } else if (asked_++ == 0) {
             answersSignals = false;
             pthread_kill(mainThread, SIGURG);
-        } else if (!answersSignals && asked_ * lookInterval > grace) {
+        } else if (!answersSignals && asked_ * kLookInterval > grace) {
             endOverdue();
         }
     }
@@ -164,7 +164,7 @@ void* watchSignals(void*) {
     PendingSignals signals;
     LimitWatch limit;
     for (;;) {
-        std::this_thread::sleep_for(lookInterval);
+        std::this_thread::sleep_for(kLookInterval);
         signals.look();
         limit.look();
     }
@@ -198,7 +198,7 @@ TimeLimit::TimeLimit(std::optional<unsigned> milliseconds) {
 }
 
 TimeLimit::~TimeLimit() {
-    timeLimit = never;
+    timeLimit = kNever;
 }
 
 // Without SA_RESTART: a signal must also end a write that waits for a slow reader.
@@ -206,7 +206,7 @@ Interruption::Interruption() {
     startWatch();
     fscanner::FsResourceManager::getInstance();  // made before a handler asks for it
     handle(SIGALRM, endAfterGrace);
-    for (const int signal : ending)
+    for (const int signal : kEnding)
         if (!isIgnored(signal)) handle(signal, note);
     pipeEnds = !isIgnored(SIGPIPE);
     if (pipeEnds) handle(SIGPIPE, doNothing);
@@ -214,7 +214,7 @@ Interruption::Interruption() {
 
 Interruption::~Interruption() {
     alarm(0);
-    for (const int signal : ending)
+    for (const int signal : kEnding)
         if (!isIgnored(signal)) handle(signal, endBy);
     if (pipeEnds) handle(SIGPIPE, endBy);
 }

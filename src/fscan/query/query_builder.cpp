@@ -21,7 +21,7 @@ namespace fscan {
 namespace {
 
 /// File systems without files of users: views of the kernel, and of other file systems.
-constexpr const wchar_t* pseudoFileSystems[] = {
+constexpr const wchar_t* kPseudoFileSystems[] = {
     L"proc",    L"sysfs",       L"cgroup", L"cgroup2",    L"devtmpfs", L"devpts",    L"debugfs",
     L"tracefs", L"securityfs",  L"pstore", L"bpf",        L"mqueue",   L"hugetlbfs", L"configfs",
     L"fusectl", L"binfmt_misc", L"autofs", L"rpc_pipefs", L"nsfs",     L"efivarfs",
@@ -49,7 +49,7 @@ void setFileSystems(const QueryParts& parts, fscanner::FsQuery& query) {
         query.addExcludeFileSystem(toWide(type).c_str());
     if (!options.fileSystems.empty() || options.allFileSystems) return;
     const std::set<std::wstring> wanted = typesOfRoots(parts);
-    for (const wchar_t* type : pseudoFileSystems)
+    for (const wchar_t* type : kPseudoFileSystems)
         if (!wanted.contains(type)) query.addExcludeFileSystem(type);
 }
 

@@ -24,13 +24,13 @@ namespace fscan {
 
 namespace {
 
-constexpr std::string_view placeholder = "{}";
+constexpr std::string_view kPlaceholder = "{}";
 // The room that an argument takes besides its bytes: a zero and a pointer.
-constexpr std::size_t overhead = 1 + sizeof(char*);
+constexpr std::size_t kOverhead = 1 + sizeof(char*);
 
 std::string replaced(std::string text, const std::string& path) {
-    for (std::size_t at = 0; (at = text.find(placeholder, at)) != text.npos; at += path.size())
-        text.replace(at, placeholder.size(), path);
+    for (std::size_t at = 0; (at = text.find(kPlaceholder, at)) != text.npos; at += path.size())
+        text.replace(at, kPlaceholder.size(), path);
     return text;
 }
 
@@ -39,7 +39,7 @@ std::size_t roomForArguments() {
     constexpr std::size_t reserve = 8192, least = 4096, most = std::size_t{1} << 20;
     std::size_t used = reserve;
     for (char** variable = environ; *variable != nullptr; ++variable)
-        used += std::string_view(*variable).size() + overhead;
+        used += std::string_view(*variable).size() + kOverhead;
     const long limit = sysconf(_SC_ARG_MAX);
     const std::size_t all = limit > 0 ? static_cast<std::size_t>(limit) : 32768;
     return std::clamp(all > used ? all - used : 0, least, most);
@@ -70,19 +70,19 @@ public:
         notedSignal = 0;
         struct sigaction noting {};
         noting.sa_handler = noteSignal;
-        for (std::size_t i = 0; i < keys.size(); ++i) {
-            sigaction(keys[i], nullptr, &before_[i]);
-            if (before_[i].sa_handler != SIG_IGN) sigaction(keys[i], &noting, nullptr);
+        for (std::size_t i = 0; i < kKeys.size(); ++i) {
+            sigaction(kKeys[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler != SIG_IGN) sigaction(kKeys[i], &noting, nullptr);
         }
     }
     SignalsForCommand(const SignalsForCommand&) = delete;
     SignalsForCommand& operator=(const SignalsForCommand&) = delete;
     ~SignalsForCommand() {
-        for (std::size_t i = 0; i < keys.size(); ++i) sigaction(keys[i], &before_[i], nullptr);
+        for (std::size_t i = 0; i < kKeys.size(); ++i) sigaction(kKeys[i], &before_[i], nullptr);
     }
 
 private:
-    static constexpr std::array<int, 2> keys = {SIGINT, SIGQUIT};
+    static constexpr std::array<int, 2> kKeys = {SIGINT, SIGQUIT};
     std::array<struct sigaction, 2> before_{};
 };
 
@@ -123,7 +123,7 @@ std::optional<std::string> relativeProgramDirectory() {
 /// directory, not from the match's, where others may put files. A match that is run itself is
 /// taken from its own directory.
 std::string programOf(const std::string& word, CommandUse use) {
-    const bool isMatch = word.find(placeholder) != word.npos;
+    const bool isMatch = word.find(kPlaceholder) != word.npos;
     if (use != CommandUse::inDirectory || isMatch || word.find('/') == word.npos) return word;
     std::error_code error;
     return std::filesystem::absolute(word, error).native();
@@ -207,12 +207,12 @@ CommandRunner::CommandRunner(const Search& search, FileExaminer& examiner, Outpu
       room_(roomForArguments()),
       wordRoom_(roomForOneArgument()) {
     const bool placed = std::any_of(words_.begin(), words_.end(), [this](const std::string& word) {
-        return use_ == CommandUse::forMany ? word == placeholder
-                                           : word.find(placeholder) != word.npos;
+        return use_ == CommandUse::forMany ? word == kPlaceholder
+                                           : word.find(kPlaceholder) != word.npos;
     });
-    if (!placed) words_.emplace_back(placeholder);
+    if (!placed) words_.emplace_back(kPlaceholder);
     allRoom_ = room_;
-    for (const std::string& word : words_) room_ -= std::min(room_, word.size() + overhead);
+    for (const std::string& word : words_) room_ -= std::min(room_, word.size() + kOverhead);
 }
 
 /// A batch may take long: who waits for it is looked at when it is over.
@@ -232,19 +232,19 @@ bool CommandRunner::consume(const Match& match) {
     }
     if (!fits({path}, room_)) return leaveOut(path);
     waiting_.push_back(path);
-    waitingBytes_ += path.size() + overhead;
+    waitingBytes_ += path.size() + kOverhead;
     return true;
 }
 
 bool CommandRunner::hasRoom(const std::string& path) const {
-    return waitingBytes_ + path.size() + overhead <= room_;
+    return waitingBytes_ + path.size() + kOverhead <= room_;
 }
 
 bool CommandRunner::fits(const Words& words, std::size_t room) const {
     std::size_t bytes = 0;
     for (const std::string& word : words) {
         if (word.size() >= wordRoom_) return false;
-        bytes += word.size() + overhead;
+        bytes += word.size() + kOverhead;
     }
     return bytes <= room;
 }
@@ -265,7 +265,7 @@ void CommandRunner::finish() {
 bool CommandRunner::runBatch() {
     Words words;
     for (const std::string& word : words_) {
-        if (word == placeholder) {
+        if (word == kPlaceholder) {
             words.insert(words.end(), waiting_.begin(), waiting_.end());
         } else {
             words.push_back(word);

@@ -18,12 +18,12 @@ namespace fscan {
 namespace {
 
 /// Stands for no timeout: the engine counts milliseconds in 32 bits.
-constexpr unsigned noTimeout = std::numeric_limits<int>::max();
+constexpr unsigned kNoTimeout = std::numeric_limits<int>::max();
 /// How long to wait for others who use the cache, in milliseconds: by default, and with --wait.
-constexpr const char* defaultWait = "1000";
-constexpr const char* endlessWait = "2147483647";
-constexpr const char* cacheProvider = "provider_cache";
-constexpr const char* directProvider = "provider_direct";
+constexpr const char* kDefaultWait = "1000";
+constexpr const char* kEndlessWait = "2147483647";
+constexpr const char* kCacheProvider = "provider_cache";
+constexpr const char* kDirectProvider = "provider_direct";
 
 std::unique_ptr<fscanner::FsProvider> load(const char* name) {
     std::unique_ptr<fscanner::FsProvider> provider(
@@ -37,8 +37,8 @@ std::unique_ptr<fscanner::FsProvider> load(const char* name) {
 /// directories, which is faster than a cache of whole trees.
 std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
     if (options.provider) return load(options.provider->c_str());
-    const std::string usual = settings().getString("fscanner", "provider", cacheProvider);
-    return load(!options.recurse && usual == cacheProvider ? directProvider : usual.c_str());
+    const std::string usual = settings().getString("fscanner", "provider", kCacheProvider);
+    return load(!options.recurse && usual == kCacheProvider ? kDirectProvider : usual.c_str());
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ std::unique_ptr<fscanner::FsProvider> choose(const Options& options) {
 std::optional<ProviderSession> ProviderSession::prepare(const Options& options) {
     ProviderSession session;
     session.maximumAge = options.maximumAge;
-    session.timeoutMilliseconds = options.timeoutMilliseconds.value_or(noTimeout);
+    session.timeoutMilliseconds = options.timeoutMilliseconds.value_or(kNoTimeout);
     session.provider = choose(options);
     if (!session.provider) return std::nullopt;
     session.place = CachePlace::of(options);
@@ -54,7 +54,8 @@ std::optional<ProviderSession> ProviderSession::prepare(const Options& options) 
     if (session.maximumAge == 0) session.provider->setOption(fscanner::FS_OPTION_FRESH, "true");
     session.verify = options.verify;
     session.provider->setOption(fscanner::FS_OPTION_VERIFY, options.verify ? "true" : "false");
-    session.provider->setOption(fscanner::FS_OPTION_WAIT, options.wait ? endlessWait : defaultWait);
+    session.provider->setOption(fscanner::FS_OPTION_WAIT,
+                                options.wait ? kEndlessWait : kDefaultWait);
     const std::string directory = toBytes(session.place.directory);
     // Providers without a cache refuse this option.
     session.cached = session.provider->setOption(fscanner::FS_OPTION_CACHE_DIRECTORY,
@@ -66,7 +67,7 @@ std::optional<ProviderSession> ProviderSession::prepare(const Options& options) 
         return session;
     complain(fmt::format("no place for a cache: {}; searching without one", toBytes(problem)));
     session.cached = false;
-    session.provider = load(directProvider);
+    session.provider = load(kDirectProvider);
     if (!session.provider) return std::nullopt;
     return session;
 }
@@ -85,7 +86,7 @@ bool ProviderSession::goOnWithoutCache(int code, bool quiet) {
                           code == fscanner::FS_CACHE_LOCK_TIMED_OUT ||
                           code == fscanner::FS_CACHE_FAILURE;
     if (!cached || !isCaches) return false;
-    std::unique_ptr<fscanner::FsProvider> direct = load(directProvider);
+    std::unique_ptr<fscanner::FsProvider> direct = load(kDirectProvider);
     if (!direct) return false;
     const bool busy = code == fscanner::FS_CACHE_LOCK_TIMED_OUT;
     if (!quiet)
@@ -98,7 +99,7 @@ bool ProviderSession::goOnWithoutCache(int code, bool quiet) {
 
 bool ProviderSession::reportsExclusions() const {
     const std::string_view name = provider->name();
-    return name == cacheProvider || name == directProvider;
+    return name == kCacheProvider || name == kDirectProvider;
 }
 
 ExitStatus ProviderSession::report(int code, const std::string& path) const {
@@ -115,7 +116,8 @@ ExitStatus ProviderSession::report(int code, const std::string& path) const {
         complain("types cannot be told: there is no program /usr/bin/file that can be run");
     else if (cached)
         complain(place.failure(code) + "; --no-cache searches without it");
-    else if (code == fscanner::FS_CACHE_UNUSABLE && provider->name() == std::string(directProvider))
+    else if (code == fscanner::FS_CACHE_UNUSABLE &&
+             provider->name() == std::string(kDirectProvider))
         complain("the mount table cannot be read");
     else
         complain(fmt::format("{}: the provider {} failed ({})", path, provider->name(), code));

@@ -149,8 +149,8 @@ void MemorySorter::nestDirectories() {
 
 Match MemorySorter::at(std::size_t place) const {
     const SortEntry& entry = matches_[place];
-    if (place + prefetchDistance < size())
-        __builtin_prefetch(matches_[place + prefetchDistance].bytes);
+    if (place + kPrefetchDistance < size())
+        __builtin_prefetch(matches_[place + kPrefetchDistance].bytes);
     path_ = directoryOf(entry);
     if (!path_.empty() && !path_.ends_with('/')) path_ += '/';
     const std::size_t nameAt = path_.size();

@@ -11,11 +11,11 @@ namespace {
 
 /// The memory for matches, in bytes. Where all go to the file, it is small, but large enough
 /// that even many millions of matches make no more runs than can be merged at once.
-constexpr std::size_t memoryBound = std::size_t{256} << 20;
-constexpr std::size_t memoryBoundWithFile = std::size_t{1} << 20;
+constexpr std::size_t kMemoryBound = std::size_t{256} << 20;
+constexpr std::size_t kMemoryBoundWithFile = std::size_t{1} << 20;
 /// How much of a run is read, and written, at a time.
-constexpr std::size_t readSize = std::size_t{16} << 10;
-constexpr std::size_t writeSize = std::size_t{1} << 20;
+constexpr std::size_t kReadSize = std::size_t{16} << 10;
+constexpr std::size_t kWriteSize = std::size_t{1} << 20;
 
 /// In the file, a match is this and its path.
 struct Header {
@@ -57,7 +57,7 @@ private:
         at_ = 0;
         const std::size_t kept = bytes_.size();
         const std::size_t more =
-            std::min(std::max(size - kept, readSize), static_cast<std::size_t>(end_ - next_));
+            std::min(std::max(size - kept, kReadSize), static_cast<std::size_t>(end_ - next_));
         bytes_.resize(kept + more);
         failed_ = bytes_.size() < size || !file_.read(next_, std::span(bytes_).subspan(kept));
         next_ += static_cast<off_t>(more);
@@ -78,7 +78,7 @@ SortedMatches::SortedMatches(SortOrder order, SortPlace place)
     : order_(order), place_(place), memory_(order) {}
 
 bool SortedMatches::take(const Match& match) {
-    const std::size_t bound = place_ == SortPlace::file ? memoryBoundWithFile : memoryBound;
+    const std::size_t bound = place_ == SortPlace::file ? kMemoryBoundWithFile : kMemoryBound;
     if (memory_.bytes() + match.path.size() > bound && !writeRun()) return false;
     memory_.add(match);
     return !failed_;
@@ -92,7 +92,7 @@ bool SortedMatches::writeRun() {
         const Match match = memory_.at(i);
         const Header header{match.path.size(), match.nameAt, match.facts};
         bytes.append(reinterpret_cast<const char*>(&header), sizeof header).append(match.path);
-        if (bytes.size() < writeSize && i + 1 < memory_.size()) continue;
+        if (bytes.size() < kWriteSize && i + 1 < memory_.size()) continue;
         failed_ = !file_.append(bytes);
         bytes.clear();
     }

@@ -11,8 +11,8 @@ namespace fscan {
 namespace {
 
 // Up to this size comparisons are faster than counting; found by measurement.
-constexpr std::size_t smallRange = 128;
-constexpr std::size_t radix = 256;
+constexpr std::size_t kSmallRange = 128;
+constexpr std::size_t kRadix = 256;
 
 bool inOrder(const SortEntry& a, const SortEntry& b) {
     return a.prefix < b.prefix;
@@ -30,15 +30,15 @@ void sortByPrefix(SortRange range);
 // Moves each entry into the part of the range that belongs to its byte ("American flag
 // sort"), then sorts each part by the following bytes.
 void sortByByte(SortRange range, unsigned shift) {
-    const auto byteOf = [shift](const SortEntry& e) { return (e.prefix >> shift) & (radix - 1); };
-    std::array<std::size_t, radix> next{}, end{};
+    const auto byteOf = [shift](const SortEntry& e) { return (e.prefix >> shift) & (kRadix - 1); };
+    std::array<std::size_t, kRadix> next{}, end{};
     for (const SortEntry& entry : range) ++end[byteOf(entry)];
-    for (std::size_t byte = 1; byte < radix; ++byte) {
+    for (std::size_t byte = 1; byte < kRadix; ++byte) {
         next[byte] = end[byte - 1];
         end[byte] += next[byte];
     }
     const auto begin = next;
-    for (std::size_t byte = 0; byte < radix; ++byte) {
+    for (std::size_t byte = 0; byte < kRadix; ++byte) {
         while (next[byte] != end[byte]) {
             SortEntry moving = range[next[byte]];
             for (std::size_t to; (to = byteOf(moving)) != byte;)
@@ -47,13 +47,13 @@ void sortByByte(SortRange range, unsigned shift) {
         }
     }
     if (shift == 0) return;
-    for (std::size_t byte = 0; byte < radix; ++byte)
+    for (std::size_t byte = 0; byte < kRadix; ++byte)
         sortByPrefix(range.subspan(begin[byte], end[byte] - begin[byte]));
 }
 
 void sortByPrefix(SortRange range) {
     if (range.size() < 2) return;
-    if (range.size() <= smallRange) return std::sort(range.begin(), range.end(), inOrder);
+    if (range.size() <= kSmallRange) return std::sort(range.begin(), range.end(), inOrder);
     const std::uint64_t differ = differences(range);
     if (differ == 0 || std::is_sorted(range.begin(), range.end(), inOrder)) return;
     sortByByte(range, static_cast<unsigned>(std::bit_width(differ) - 1) / 8 * 8);
@@ -98,8 +98,8 @@ std::size_t commonDepth(SortRange range, std::size_t depth) {
 
 void TextSorter::enter(SortRange range, std::size_t depth) {
     for (std::size_t i = 0; i < range.size(); ++i) {
-        if (i + prefetchDistance < range.size())
-            __builtin_prefetch(range[i + prefetchDistance].bytes + depth);
+        if (i + kPrefetchDistance < range.size())
+            __builtin_prefetch(range[i + kPrefetchDistance].bytes + depth);
         range[i].prefix = prefixOf(range[i].text(), depth);
     }
     sortByPrefix(range);

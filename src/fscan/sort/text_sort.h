@@ -28,7 +28,7 @@ struct SortEntry {
 using SortRange = std::span<SortEntry>;
 
 /// How many entries ahead a loop should prefetch the texts; found by measurement.
-inline constexpr std::size_t prefetchDistance = 16;
+inline constexpr std::size_t kPrefetchDistance = 16;
 
 /// Sorts entries by the bytes of their texts, which hold no zero byte.
 ///

@@ -78,7 +78,7 @@ struct Range {
     wchar_t last;
 };
 
-constexpr Range hostile[] = {
+constexpr Range kHostile[] = {
     {0x00, 0x1F},      // control characters
     {0x7F, 0x9F},      // delete, and control characters of eight bits
     {0x061C, 0x061C},  // the characters that set the writing direction
@@ -98,7 +98,7 @@ std::wstring escapeSequence(wchar_t c) {
 }  // namespace
 
 bool isHostile(wchar_t c) {
-    return std::any_of(std::begin(hostile), std::end(hostile),
+    return std::any_of(std::begin(kHostile), std::end(kHostile),
                        [c](Range range) { return c >= range.first && c <= range.last; });
 }
 

@@ -15,7 +15,7 @@ namespace fscan {
 
 namespace {
 
-constexpr std::string_view sizeUnits = "KMGTPE";
+constexpr std::string_view kSizeUnits = "KMGTPE";
 
 }  // namespace
 
@@ -23,8 +23,8 @@ std::optional<unsigned long long> parseSize(std::string_view text) {
     unsigned shift = 0;
     if (!text.empty() && std::isalpha(static_cast<unsigned char>(text.back()))) {
         const int letter = std::toupper(static_cast<unsigned char>(text.back()));
-        const std::size_t unit = sizeUnits.substr(0, 4).find(static_cast<char>(letter));
-        if (unit == sizeUnits.npos) return std::nullopt;
+        const std::size_t unit = kSizeUnits.substr(0, 4).find(static_cast<char>(letter));
+        if (unit == kSizeUnits.npos) return std::nullopt;
         shift = static_cast<unsigned>(unit + 1) * 10;
         text.remove_suffix(1);
     }
@@ -43,8 +43,8 @@ std::string sizeText(unsigned long long bytes) {
     std::size_t unit = 0;
     double value = static_cast<double>(bytes) / 1024;
     // A value that would be rounded to 1024 is shown in the next unit.
-    for (; value >= 1023.5 && unit + 1 < sizeUnits.size(); value /= 1024) ++unit;
-    return fmt::format("{:.{}f}{}", value, value < 9.95 ? 1 : 0, sizeUnits[unit]);
+    for (; value >= 1023.5 && unit + 1 < kSizeUnits.size(); value /= 1024) ++unit;
+    return fmt::format("{:.{}f}{}", value, value < 9.95 ? 1 : 0, kSizeUnits[unit]);
 }
 
 namespace {
@@ -55,14 +55,14 @@ struct TimeUnit {
     unsigned seconds;
 };
 
-constexpr std::array<TimeUnit, 4> timeUnits = {
+constexpr std::array<TimeUnit, 4> kTimeUnits = {
     {{'d', "d", 86400}, {'h', "h", 3600}, {'m', "min", 60}, {'s', "s", 1}}};
 
 /// The seconds of the unit that a text ends with, which is cut off.
 unsigned takeUnit(std::string_view& text) {
-    const auto unit = std::find_if(timeUnits.begin(), timeUnits.end(),
+    const auto unit = std::find_if(kTimeUnits.begin(), kTimeUnits.end(),
                                    [&text](const TimeUnit& u) { return text.ends_with(u.letter); });
-    if (unit == timeUnits.end()) return 1;
+    if (unit == kTimeUnits.end()) return 1;
     text.remove_suffix(1);
     return unit->seconds;
 }
@@ -80,7 +80,7 @@ std::optional<unsigned> parseDuration(std::string_view text, unsigned limit) {
 }
 
 std::string durationText(unsigned long long seconds) {
-    for (const TimeUnit& unit : timeUnits)
+    for (const TimeUnit& unit : kTimeUnits)
         // A unit is used from two of it on: "90 min" is more exact than "1 h".
         if (seconds >= 2ULL * unit.seconds)
             return fmt::format("{} {}", seconds / unit.seconds, unit.name);
@@ -136,13 +136,13 @@ struct Letter {
 };
 
 // The nine bits are adjacent, the owner's read permission first.
-constexpr unsigned ownerRead = fscanner::FS_ATTR_OWNER_READ;
-constexpr std::array<Letter, 4> classes = {{{'u', ownerRead * 7},
-                                            {'g', ownerRead * 7 << 3},
-                                            {'o', ownerRead * 7 << 6},
-                                            {'a', ownerRead * 0777}}};
-constexpr std::array<Letter, 3> accesses = {
-    {{'r', ownerRead * 0111}, {'w', ownerRead * 0222}, {'x', ownerRead * 0444}}};
+constexpr unsigned kOwnerRead = fscanner::FS_ATTR_OWNER_READ;
+constexpr std::array<Letter, 4> kClasses = {{{'u', kOwnerRead * 7},
+                                             {'g', kOwnerRead * 7 << 3},
+                                             {'o', kOwnerRead * 7 << 6},
+                                             {'a', kOwnerRead * 0777}}};
+constexpr std::array<Letter, 3> kAccesses = {
+    {{'r', kOwnerRead * 0111}, {'w', kOwnerRead * 0222}, {'x', kOwnerRead * 0444}}};
 
 // The bits of all letters; nothing where one of them is unknown.
 template <std::size_t N>
@@ -161,12 +161,12 @@ std::optional<unsigned> bitsOf(std::string_view letters, const std::array<Letter
 bool addTests(std::string_view text, std::vector<PermissionTest>& tests) {
     const std::size_t plus = text.find('+');
     const bool forAnyone = plus == text.npos || plus == 0;
-    const auto who = bitsOf(forAnyone ? "a" : text.substr(0, plus), classes);
+    const auto who = bitsOf(forAnyone ? "a" : text.substr(0, plus), kClasses);
     const std::string_view letters = plus == text.npos ? text : text.substr(plus + 1);
-    const auto access = bitsOf(letters, accesses);
+    const auto access = bitsOf(letters, kAccesses);
     if (!who || !access || letters.empty()) return false;
     if (!forAnyone) tests.push_back({*who & *access, true});
-    for (const Letter& one : accesses)
+    for (const Letter& one : kAccesses)
         if (forAnyone && (*access & one.bits) != 0) tests.push_back({one.bits, false});
     return true;
 }
@@ -215,7 +215,7 @@ const char* kindText(unsigned attributes) {
 std::string attributeText(unsigned attributes) {
     std::string text(1, typeLetter(attributes));
     for (unsigned i = 0; i < 9; ++i)
-        text += (attributes & ownerRead << i) != 0 ? "rwx"[i % 3] : '-';
+        text += (attributes & kOwnerRead << i) != 0 ? "rwx"[i % 3] : '-';
     return text;
 }
 

@@ -133,7 +133,7 @@ bool tokenize(const wchar_t* s, wchar_t* out, unsigned size) {
 namespace {
 
 // Nesting deeper than this is an error: it would cost the stack, not a match.
-constexpr int maxDepth = 1000;
+constexpr int kMaxDepth = 1000;
 
 }  // namespace
 
@@ -185,7 +185,7 @@ bool Evaluator::simpExp() {
     if (error_) return false;
     advance();
     if (c == L'0' || c == L'1') return c == L'1';
-    error_ = (c != L'(' && c != L'!') || depth_ == maxDepth;
+    error_ = (c != L'(' && c != L'!') || depth_ == kMaxDepth;
     if (error_) return false;
 
     ++depth_;

@@ -89,11 +89,11 @@ private:
 
     const char* parseNumber(const char* at, int& number) {
         if (*at == '*') {
-            number = std::clamp(next<int>(), -maxField, maxField);
+            number = std::clamp(next<int>(), -kMaxField, kMaxField);
             return at + 1;
         }
         for (; *at >= '0' && *at <= '9'; ++at)
-            number = std::min(number * 10 + (*at - '0'), maxField);
+            number = std::min(number * 10 + (*at - '0'), kMaxField);
         return at;
     }
 
@@ -226,7 +226,7 @@ private:
     }
 
     // Limit of a width or precision. `number * 10 + 9` cannot overflow below it.
-    static constexpr int maxField = INT_MAX / 16;
+    static constexpr int kMaxField = INT_MAX / 16;
 
     const int errno_ = errno;  // for "%m": formatting may change errno
 

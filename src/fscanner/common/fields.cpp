@@ -203,7 +203,7 @@ void Fields::removeAll() {
 void InlineText::assign(std::wstring_view text) {
     text = text.substr(0, text.find(L'\0'));
     std::unique_ptr<wchar_t[]> block;
-    if (text.size() > INLINE_LENGTH) {
+    if (text.size() > kInlineLength) {
         block = std::make_unique_for_overwrite<wchar_t[]>(text.size() + 1);
     }
     wchar_t* target = block ? block.get() : inline_;

@@ -14,7 +14,7 @@ namespace fscanner {
 /// view costs nothing.
 class InlineText {
 public:
-    static constexpr std::size_t INLINE_LENGTH = 127;
+    static constexpr std::size_t kInlineLength = 127;
 
     InlineText() { inline_[0] = L'\0'; }
     InlineText(const InlineText& other) : InlineText() { assign(other.view()); }
@@ -34,7 +34,7 @@ public:
     bool empty() const { return length_ == 0; }
 
 private:
-    wchar_t inline_[INLINE_LENGTH + 1];
+    wchar_t inline_[kInlineLength + 1];
     std::unique_ptr<wchar_t[]> heap_;
     std::size_t length_ = 0;
 };
@@ -92,7 +92,7 @@ private:
 template <typename T, FieldType CODE, unsigned SIZE>
 class IntegerField final : public Field {
 public:
-    static constexpr FieldType TYPE = CODE;
+    static constexpr FieldType kType = CODE;
     using Value = T;
 
     IntegerField() : Field(nullptr, CODE) {}
@@ -121,7 +121,7 @@ using Int64Field = IntegerField<unsigned long long, FIELD_INT64, 12>;
 /// A wide string, or null.
 class TextField final : public Field {
 public:
-    static constexpr FieldType TYPE = FIELD_TEXT;
+    static constexpr FieldType kType = FIELD_TEXT;
 
     TextField() : Field(nullptr, FIELD_TEXT) {}
     explicit TextField(const wchar_t* name) : Field(name, FIELD_TEXT) {}
@@ -150,7 +150,7 @@ private:
 /// The field cast to class `F`; null for null or a field of another class.
 template <typename F>
 F* fieldAs(Field* field) {
-    return field && field->type() == F::TYPE ? static_cast<F*>(field) : nullptr;
+    return field && field->type() == F::kType ? static_cast<F*>(field) : nullptr;
 }
 
 /// An ordered list of owned fields: a table's schema, a record's buffer, or the

@@ -93,7 +93,7 @@ void CompiledPattern::prepareBytes() {
         // Two letters outside ASCII, the dotted I and the Kelvin sign, fold to ASCII.
         if (small == 'i' || small == 'k') judgesForeign_ = false;
     }
-    bytes_.append(stored_text::BLOCK, 0);
+    bytes_.append(stored_text::kBlock, 0);
 }
 
 /// The first piece lies at the start, the last at the end, and each one between

@@ -74,7 +74,7 @@ private:
         std::size_t size() const { return text.size; }
         bool equalAt(std::size_t at, Piece piece) const {
             const char* const wanted = pattern + piece.start;
-            if (piece.length <= stored_text::BLOCK && text.readable >= at + stored_text::BLOCK)
+            if (piece.length <= stored_text::kBlock && text.readable >= at + stored_text::kBlock)
                 return stored_text::blockEquals(text.at + at, wanted, piece.length, fold);
             return stored_text::equal(text.at + at, {wanted, piece.length}, fold);
         }

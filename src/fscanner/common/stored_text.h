@@ -41,7 +41,7 @@ struct TextTraits {
 namespace stored_text {
 
 /// ASCII small letters, whatever the locale says of "I".
-constexpr std::array<char, 256> SMALL = [] {
+constexpr std::array<char, 256> kSmall = [] {
     std::array<char, 256> table{};
     for (unsigned c = 0; c < table.size(); ++c) {
         table[c] = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
@@ -50,7 +50,7 @@ constexpr std::array<char, 256> SMALL = [] {
 }();
 
 inline char small(char c) {
-    return SMALL[static_cast<unsigned char>(c)];
+    return kSmall[static_cast<unsigned char>(c)];
 }
 
 inline bool equal(const char* text, std::string_view literal, bool fold) {
@@ -80,7 +80,7 @@ inline TextTraits examinePlainly(std::string_view text) {
 
 #ifdef __SSE2__
 
-constexpr std::size_t BLOCK = sizeof(__m128i);
+constexpr std::size_t kBlock = sizeof(__m128i);
 
 inline __m128i load(const char* from) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
@@ -94,7 +94,7 @@ inline unsigned bits(__m128i block) {
 }
 /// Of the first `count` bytes.
 inline unsigned bits(__m128i block, std::size_t count) {
-    return count < BLOCK ? bits(block) & ((1U << count) - 1) : bits(block);
+    return count < kBlock ? bits(block) & ((1U << count) - 1) : bits(block);
 }
 inline __m128i special(__m128i block) {
     const __m128i wild = _mm_or_si128(equalTo(block, '*'), equalTo(block, '?'));
@@ -106,14 +106,14 @@ inline __m128i special(__m128i block) {
 inline TextTraits examine(const StoredText& stored) {
     const char* at = stored.at;
     std::size_t left = stored.size;
-    if (stored.readable < left + 2 * BLOCK) return examinePlainly(stored.view());
+    if (stored.readable < left + 2 * kBlock) return examinePlainly(stored.view());
     unsigned pattern = 0, foreign = 0;
-    for (;; at += 2 * BLOCK, left -= 2 * BLOCK) {
-        const __m128i first = load(at), second = load(at + BLOCK);
-        const unsigned mask = left < 2 * BLOCK ? (1U << left) - 1 : ~0U;
-        pattern |= (bits(special(first)) | bits(special(second)) << BLOCK) & mask;
-        foreign |= (bits(first) | bits(second) << BLOCK) & mask;
-        if (left <= 2 * BLOCK) return {pattern != 0, foreign != 0};
+    for (;; at += 2 * kBlock, left -= 2 * kBlock) {
+        const __m128i first = load(at), second = load(at + kBlock);
+        const unsigned mask = left < 2 * kBlock ? (1U << left) - 1 : ~0U;
+        pattern |= (bits(special(first)) | bits(special(second)) << kBlock) & mask;
+        foreign |= (bits(first) | bits(second) << kBlock) & mask;
+        if (left <= 2 * kBlock) return {pattern != 0, foreign != 0};
     }
 }
 
@@ -128,17 +128,17 @@ inline __m128i candidates(__m128i block, char c, bool fold) {
 inline const char* find(const StoredText& stored, std::string_view literal, bool fold) {
     const std::string_view text = stored.view();
     if (text.size() < literal.size()) return nullptr;
-    if (stored.readable < text.size() + BLOCK) return findPlainly(text, literal, fold);
+    if (stored.readable < text.size() + kBlock) return findPlainly(text, literal, fold);
     const std::size_t last = literal.size() - 1;
     std::size_t places = text.size() - last;
-    for (const char* at = text.data();; at += BLOCK, places -= BLOCK) {
+    for (const char* at = text.data();; at += kBlock, places -= kBlock) {
         const __m128i both = _mm_and_si128(candidates(load(at), literal.front(), fold),
                                            candidates(load(at + last), literal.back(), fold));
         for (unsigned found = bits(both, places); found != 0; found &= found - 1) {
             const char* const place = at + std::countr_zero(found);
             if (equal(place, literal, fold)) return place;
         }
-        if (places <= BLOCK) return nullptr;
+        if (places <= kBlock) return nullptr;
     }
 }
 
@@ -152,13 +152,13 @@ inline bool blockEquals(const char* at, const char* literal, std::size_t size, b
         const __m128i capitals = _mm_and_si128(fromA, toZ);
         block = _mm_or_si128(block, _mm_and_si128(capitals, _mm_set1_epi8(0x20)));
     }
-    const unsigned all = size < BLOCK ? (1U << size) - 1 : (1U << BLOCK) - 1;
+    const unsigned all = size < kBlock ? (1U << size) - 1 : (1U << kBlock) - 1;
     return bits(_mm_cmpeq_epi8(block, load(literal)), size) == all;
 }
 
 #else
 
-constexpr std::size_t BLOCK = 0;
+constexpr std::size_t kBlock = 0;
 inline bool blockEquals(const char* at, const char* literal, std::size_t size, bool fold) {
     return equal(at, {literal, size}, fold);
 }

@@ -12,7 +12,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr wchar_t escapeBase = 0xDC00;  // an undecodable byte b travels as 0xDC00 + b
+constexpr wchar_t kEscapeBase = 0xDC00;  // an undecodable byte b travels as 0xDC00 + b
 
 bool isEscape(wchar_t c) {
     return c >= 0xDC80 && c <= 0xDCFF;
@@ -85,19 +85,19 @@ wchar_t* decode(std::string_view text, wchar_t* out) {
     while (!text.empty()) {
         const auto byte = static_cast<unsigned char>(text[0]);
         const Decoded next = byte < 0x80 ? Decoded{byte, 1} : decodeCharacter(text, codeset);
-        *out++ = next.length != 0 ? next.character : escapeBase + byte;
+        *out++ = next.length != 0 ? next.character : kEscapeBase + byte;
         text.remove_prefix(next.length != 0 ? next.length : 1);
     }
     return out;
 }
 
-constexpr unsigned maxUtf8Length = 6;
-constexpr wchar_t replacement = 0xFFFD;
+constexpr unsigned kMaxUtf8Length = 6;
+constexpr wchar_t kReplacement = 0xFFFD;
 
 /// A value above 0x7FFFFFFF has no UTF-8 form; the replacement stands for it.
 std::uint32_t encodable(wchar_t c) {
     const auto value = static_cast<std::uint32_t>(c);
-    return value <= 0x7FFFFFFF ? value : static_cast<std::uint32_t>(replacement);
+    return value <= 0x7FFFFFFF ? value : static_cast<std::uint32_t>(kReplacement);
 }
 
 /// Writes the `length` bytes (`utf8Length`) of one character.
@@ -241,7 +241,7 @@ unsigned stringToUTF8(unsigned char* out, unsigned size, const wchar_t* s) {
 }
 
 unsigned stringToUTF8(DynamicBuffer<unsigned char>& buffer, const wchar_t* s) {
-    const std::size_t needed = std::wcslen(s) * maxUtf8Length + 1;
+    const std::size_t needed = std::wcslen(s) * kMaxUtf8Length + 1;
     if (needed > UINT_MAX || !buffer.reserve(static_cast<unsigned>(needed))) return 0;
     return stringToUTF8(buffer.data(), buffer.size(), s);
 }

@@ -266,7 +266,7 @@ bool DriveHelper::removeDriveListDuplicate(std::vector<DriveInfo>& list) {
 namespace {
 
 /// A drive whose links lead in ever longer circles ends here.
-constexpr int maxLevels = 32;
+constexpr int kMaxLevels = 32;
 
 bool isRemote(const DriveInfo& drive) {
     return drive.getType() == DRIVE_REMOTE;
@@ -339,7 +339,7 @@ void LinkSearch::checkAncestor(const DriveInfo& drive, const std::wstring& path,
     const DriveInfo found(name.c_str(), drive.getType(), drive.getFileSystem());
     if (DriveHelper::checkforDriveInfo(links_, found)) return;
     links_.push_back(found);
-    if (level < maxLevels) enumerate(found, false, level + 1);
+    if (level < kMaxLevels) enumerate(found, false, level + 1);
 }
 
 /// Where the link `ancestor` leads. Nothing, and errno says why, for what is no link

@@ -62,12 +62,12 @@ bool MountEntry::set(Text& text, const char* value) {
 
 namespace {
 
-constexpr const char* defaultMountTable = "/etc/mtab";
-constexpr const char* kernelMountTable = "/proc/self/mounts";
-constexpr const char* kernelMountInfo = "/proc/self/mountinfo";
+constexpr const char* kDefaultMountTable = "/etc/mtab";
+constexpr const char* kKernelMountTable = "/proc/self/mounts";
+constexpr const char* kKernelMountInfo = "/proc/self/mountinfo";
 
 std::string& tablePath() {
-    static std::string path = defaultMountTable;
+    static std::string path = kDefaultMountTable;
     return path;
 }
 
@@ -260,7 +260,7 @@ const char* mountTablePath() {
 }
 
 void setMountTablePath(const char* path) {
-    tablePath() = path ? path : defaultMountTable;
+    tablePath() = path ? path : kDefaultMountTable;
 }
 
 void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
@@ -277,10 +277,10 @@ void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
 
 std::optional<MountTable> readMountTable() {
     std::optional<std::string> text;
-    const bool missing = tablePath() == defaultMountTable && access(defaultMountTable, F_OK) != 0;
-    if (missing || isOfKernel(mountTablePath())) text = readWholeFile(kernelMountInfo);
+    const bool missing = tablePath() == kDefaultMountTable && access(kDefaultMountTable, F_OK) != 0;
+    if (missing || isOfKernel(mountTablePath())) text = readWholeFile(kKernelMountInfo);
     if (text) return MountTable{std::move(*text), true};
-    text = readWholeFile(missing ? kernelMountTable : mountTablePath());
+    text = readWholeFile(missing ? kKernelMountTable : mountTablePath());
     if (text) return MountTable{std::move(*text), false};
     return std::nullopt;
 }
@@ -334,7 +334,7 @@ bool MountTableManager::getMountEntryList(std::vector<MountEntry>& list) {
     std::optional<std::string> text = readWholeFile(mountTablePath());
     // /etc/mtab is usually a link to the kernel's table. A minimal or freshly unpacked system may
     // lack the link, so the kernel's table is read directly.
-    if (!text && tablePath() == defaultMountTable) text = readWholeFile(kernelMountTable);
+    if (!text && tablePath() == kDefaultMountTable) text = readWholeFile(kKernelMountTable);
     if (text) parseMountTable(*text, list);
     debug("MountTableManager::getMountEntryList - mountEntryList size is %d!\n",
           static_cast<int>(list.size()));

@@ -179,12 +179,12 @@ struct PathVariable {
 };
 
 /// The name that ends the table of variables. No variable is defined now.
-constexpr std::wstring_view lastVariable = L"__LAST_ENTRY__";
-constexpr std::array<PathVariable, 1> pathVariables = {{{lastVariable, L"", L""}}};
+constexpr std::wstring_view kLastVariable = L"__LAST_ENTRY__";
+constexpr std::array<PathVariable, 1> kPathVariables = {{{kLastVariable, L"", L""}}};
 
 const PathVariable* findVariable(std::wstring_view name) {
-    for (const PathVariable& variable : pathVariables) {
-        if (variable.name == lastVariable) break;
+    for (const PathVariable& variable : kPathVariables) {
+        if (variable.name == kLastVariable) break;
         if (variable.name == name) return &variable;
     }
     return nullptr;
@@ -208,20 +208,20 @@ struct DriveGroupWord {
     DriveGroup mask;
 };
 
-constexpr std::array<DriveGroupWord, 4> driveGroups = {{{L"$local", mdLocalDriveGroup},
-                                                        {L"$remote", mdRemoteDriveGroup},
-                                                        {L"$all", mdAllDriveGroup},
-                                                        {L"$other", mdOtherDriveGroup}}};
+constexpr std::array<DriveGroupWord, 4> kDriveGroups = {{{L"$local", mdLocalDriveGroup},
+                                                         {L"$remote", mdRemoteDriveGroup},
+                                                         {L"$all", mdAllDriveGroup},
+                                                         {L"$other", mdOtherDriveGroup}}};
 
 std::optional<unsigned> groupMask(const std::wstring& word) {
-    for (const DriveGroupWord& group : driveGroups) {
+    for (const DriveGroupWord& group : kDriveGroups) {
         if (wcsvccmp(group.word, word.c_str(), false) == 0) return group.mask;
     }
     return std::nullopt;
 }
 
 bool isKnownMask(unsigned mask) {
-    return std::any_of(driveGroups.begin(), driveGroups.end(),
+    return std::any_of(kDriveGroups.begin(), kDriveGroups.end(),
                        [=](const DriveGroupWord& group) { return group.mask == mask; });
 }
 

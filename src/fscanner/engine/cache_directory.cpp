@@ -134,7 +134,7 @@ std::set<std::wstring> cacheKinds(const std::wstring& directory) {
         for (const std::wstring_view suffix : {CacheCounterSuffix, CacheUpdateSuffix}) {
             if (!name.starts_with(start) || !name.ends_with(suffix)) continue;
             name.resize(name.size() - suffix.size());
-            if (name.size() > start.size() && !name.ends_with(TableReplacement::SUFFIX))
+            if (name.size() > start.size() && !name.ends_with(TableReplacement::kSuffix))
                 kinds.insert(name.substr(start.size() - 1));
         }
     }
@@ -231,7 +231,7 @@ std::vector<std::wstring> fsCacheFiles(const wchar_t* directory) {
 std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory) {
     return noThrow("::fsCachePlaceFiles", [&]() -> std::vector<std::wstring> {
         if (!directory) return {};
-        return {tagOf(directory), joinPath(directory, toWide(directoryLockName))};
+        return {tagOf(directory), joinPath(directory, toWide(kDirectoryLockName))};
     });
 }
 

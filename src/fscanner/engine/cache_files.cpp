@@ -27,7 +27,7 @@ std::vector<std::wstring> cacheFileNames(const FsCacheTableNames& tables) {
     std::vector<std::wstring> names = TableKind::directories().fileNames(tables.directories);
     for (std::wstring& name : TableKind::files().fileNames(tables.files))
         names.push_back(std::move(name));
-    for (const std::wstring version : {L"", TableReplacement::SUFFIX}) {
+    for (const std::wstring version : {L"", TableReplacement::kSuffix}) {
         const std::wstring table = tables.directories + version;
         for (const wchar_t* suffix : {CacheUpdateSuffix, CacheCounterSuffix, CacheUnreadSuffix,
                                       CacheStampsSuffix, CacheSumsSuffix, CacheUndoSuffix})

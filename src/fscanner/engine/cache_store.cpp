@@ -63,7 +63,7 @@ std::wstring CacheStore::pathOf(const std::wstring& table, const wchar_t* suffix
 }
 
 std::wstring CacheStore::freshPath(const wchar_t* suffix) const {
-    return pathOf(directoriesName_ + (anew_ ? TableReplacement::SUFFIX : L""), suffix);
+    return pathOf(directoriesName_ + (anew_ ? TableReplacement::kSuffix : L""), suffix);
 }
 
 // ---- Locking ----------------------------------------------------------------
@@ -473,7 +473,7 @@ bool CacheStore::recordsHold() {
 
 // Tables that are made anew use the index lists of the old ones.
 std::array<std::wstring, 2> CacheStore::indexLists() const {
-    return {path(FS_Table::INDEX_LIST_SUFFIX), pathOf(filesName_, FS_Table::INDEX_LIST_SUFFIX)};
+    return {path(FS_Table::kIndexListSuffix), pathOf(filesName_, FS_Table::kIndexListSuffix)};
 }
 
 // Compares the small files with their checksums, but for that of unread directories.

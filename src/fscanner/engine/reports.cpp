@@ -224,18 +224,18 @@ bool reportCache(CacheStore& store, FsCacheReport& report) {
 
 namespace {
 
-constexpr unsigned BLOCK = BlockSums::BLOCK;
+constexpr unsigned kBlock = BlockSums::kBlock;
 
 // Damaged blocks that follow each other are one problem.
 void addDamagedBlocks(BlockSums& sums, FsCacheCheck& result) {
     const unsigned blocks = BlockSums::blocksOf(sums.size());
     for (unsigned block = 0; block < blocks; ++block) {
         const unsigned first = block;
-        while (block < blocks && !sums.holds(block * BLOCK, 1)) ++block;
+        while (block < blocks && !sums.holds(block * kBlock, 1)) ++block;
         if (block == first) continue;
         const std::uint64_t end =
-            std::min<std::uint64_t>(std::uint64_t{BLOCK} * block, sums.size());
-        result.problems.push_back(sums.name() + L": bytes " + std::to_wstring(first * BLOCK) +
+            std::min<std::uint64_t>(std::uint64_t{kBlock} * block, sums.size());
+        result.problems.push_back(sums.name() + L": bytes " + std::to_wstring(first * kBlock) +
                                   L" to " + std::to_wstring(end - 1) +
                                   L" are not what was written");
     }

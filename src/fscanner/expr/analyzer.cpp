@@ -322,7 +322,7 @@ bool SyntaxAnalyzer::failSyntax(std::string_view expected) {
 
 bool SyntaxAnalyzer::failDepth() {
     debug("SyntaxAnalyzer::factor - nested too deeply!\n");
-    return failCompile("nested more than " + std::to_string(MAX_DEPTH) + " levels deep", position_);
+    return failCompile("nested more than " + std::to_string(kMaxDepth) + " levels deep", position_);
 }
 
 bool SyntaxAnalyzer::failCompile(std::string text, std::size_t position) {

@@ -42,7 +42,7 @@ enum class CriteriaRules {
 class SyntaxAnalyzer {
 public:
     /// How deep parentheses, signs, "!" and commands' arguments may be nested.
-    static constexpr unsigned MAX_DEPTH = 256;
+    static constexpr unsigned kMaxDepth = 256;
 
     explicit SyntaxAnalyzer(CriteriaRules rules = CriteriaRules::plain);
     SyntaxAnalyzer(const SyntaxAnalyzer&) = delete;
@@ -88,7 +88,7 @@ private:
         Nesting& operator=(const Nesting&) = delete;
         ~Nesting() { --depth_; }
 
-        bool isTooDeep() const { return depth_ > MAX_DEPTH; }
+        bool isTooDeep() const { return depth_ > kMaxDepth; }
 
     private:
         unsigned& depth_;

@@ -10,7 +10,7 @@ namespace {
 
 bool nameFits(const wchar_t* name) {
     // An empty name would match everywhere and consume nothing: the lexer would not advance.
-    return name && *name && std::wcslen(name) <= CmdToken::MAX_NAME;
+    return name && *name && std::wcslen(name) <= CmdToken::kMaxName;
 }
 
 bool beginsWith(const CmdToken& command, const wchar_t* name, unsigned count, const char* types) {
@@ -46,7 +46,7 @@ CmdToken::CmdToken(const wchar_t* name, char resultType, char argumentType, Unar
 }
 
 void CmdToken::setName(const wchar_t* name) {
-    if (name) std::wcsncpy(name_.data(), name, MAX_NAME);
+    if (name) std::wcsncpy(name_.data(), name, kMaxName);
 }
 
 int CmdToken::execute(const ExpValue& first, const ExpValue& second, ExpValue& result) const {

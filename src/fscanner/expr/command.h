@@ -22,7 +22,7 @@ constexpr bool checkType(char t) {
 class ExpValue {
 public:
     /// Limit of a text, in characters: longer ones are an error of the evaluation.
-    static constexpr std::size_t MAX_TEXT = 0x1FFFF;
+    static constexpr std::size_t kMaxText = 0x1FFFF;
 
     char getType() const { return type_; }
     void setType(char type) { type_ = type; }
@@ -90,7 +90,7 @@ public:
 class CmdToken {
 public:
     /// A longer name is cut.
-    static constexpr unsigned MAX_NAME = 32;
+    static constexpr unsigned kMaxName = 32;
 
     CmdToken(const wchar_t* name, char resultType, char firstType, char secondType,
              BinaryCmd* command);
@@ -107,7 +107,7 @@ public:
 private:
     void setName(const wchar_t* name);
 
-    std::array<wchar_t, MAX_NAME + 1> name_{};
+    std::array<wchar_t, kMaxName + 1> name_{};
     char resultType_;
     std::array<char, 2> argumentTypes_;
     BinaryCmd* binary_ = nullptr;

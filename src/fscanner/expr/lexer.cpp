@@ -108,7 +108,7 @@ bool Lexer::checkNum() {
         while (isDigit(text_[end])) ++end;
     }
     const std::size_t length = end - position_;
-    if (length == 0 || length > MAX_NUMBER) return false;
+    if (length == 0 || length > kMaxNumber) return false;
     set(TOKEN_NUMBER, number, length);
     return true;
 }
@@ -151,7 +151,7 @@ std::size_t Lexer::identifierEnd(std::size_t from) const {
 
 bool Lexer::checkVariable() {
     const std::size_t end = identifierEnd(position_);
-    if (end == position_ || end - position_ > MAX_VARIABLE) return false;
+    if (end == position_ || end - position_ > kMaxVariable) return false;
     setText(TOKEN_VARIABLE, position_, end);
     position_ = end;
     return true;
@@ -161,7 +161,7 @@ bool Lexer::checkField() {
     if (current() != L'[') return false;
     const std::size_t name = position_ + 1;
     const std::size_t end = identifierEnd(name);
-    if (end == name || end - name > MAX_TEXT || text_[end] != L']') return false;
+    if (end == name || end - name > kMaxText || text_[end] != L']') return false;
     setText(TOKEN_FIELD, name, end);
     position_ = end + 1;
     return true;
@@ -171,7 +171,7 @@ bool Lexer::checkStringValue() {
     if (current() != L'"') return false;
     const std::size_t content = position_ + 1;
     const std::size_t end = text_.find(L'"', content);
-    if (end == text_.npos || end - content > MAX_TEXT) return false;
+    if (end == text_.npos || end - content > kMaxText) return false;
     setText(TOKEN_STRING, content, end);
     position_ = end + 1;
     return true;

@@ -70,9 +70,9 @@ enum LexerError { LEX_OK = 0, LEX_END = 1, LEX_ERROR = 2 };
 /// Letters and digits are ASCII's; the only blank is U+0020. Prints nothing.
 class Lexer {
 public:
-    static constexpr std::size_t MAX_NUMBER = 255;
-    static constexpr std::size_t MAX_VARIABLE = 32767;
-    static constexpr std::size_t MAX_TEXT = 131071;
+    static constexpr std::size_t kMaxNumber = 255;
+    static constexpr std::size_t kMaxVariable = 32767;
+    static constexpr std::size_t kMaxText = 131071;
 
     /// Takes a copy and goes to its start. Null: no text, and an error.
     void setExpression(const wchar_t* text);

@@ -6,8 +6,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* SPELLINGS[] = {L"==", L">=", L"<=", L">", L"<", L"!=", L"+",  L"-", L"*",
-                                        L"/",  L"&",  L"|",  L"+", L"-", L"&&", L"||", L"!"};
+constexpr const wchar_t* kSpellings[] = {L"==", L">=", L"<=", L">", L"<", L"!=", L"+",  L"-", L"*",
+                                         L"/",  L"&",  L"|",  L"+", L"-", L"&&", L"||", L"!"};
 
 std::optional<Operator> arithmeticOf(long long code) {
     switch (code) {
@@ -113,7 +113,7 @@ Fault onNumbers(Operator op, const EvaluationRules& rules, long long l, long lon
 }
 
 Fault join(const Value& left, const Value& right, std::wstring& joined, Value& out) {
-    if (left.text.size() + right.text.size() + 1 > ExpValue::MAX_TEXT) return Fault::noRoom;
+    if (left.text.size() + right.text.size() + 1 > ExpValue::kMaxText) return Fault::noRoom;
     if (left.text.data() != joined.data()) joined.assign(left.text);
     joined.append(right.text);
     out = {STRING, 0, joined};
@@ -153,7 +153,7 @@ std::optional<Operator> operatorOf(const Token& token) {
 }
 
 const wchar_t* spelling(Operator op) {
-    return SPELLINGS[static_cast<std::size_t>(op)];
+    return kSpellings[static_cast<std::size_t>(op)];
 }
 
 bool isUnary(Operator op) {
@@ -241,7 +241,7 @@ Fault readField(const Field* field, Pass pass, Value& out) {
             return Fault::none;
         case FIELD_TEXT:
             out = {STRING, 0, fieldOf<TextField>(*field).view()};
-            return out.text.size() > ExpValue::MAX_TEXT ? Fault::textTooLong : Fault::none;
+            return out.text.size() > ExpValue::kMaxText ? Fault::textTooLong : Fault::none;
         default:
             return Fault::unknownType;
     }

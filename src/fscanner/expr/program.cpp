@@ -19,13 +19,13 @@ public:
     }
 
 private:
-    static constexpr std::uint32_t NO_BUFFER = 0;
+    static constexpr std::uint32_t kNoBuffer = 0;
 
     void emit(const TreeNode* node) {
         std::vector<const TreeNode*> spine;
         for (; node && !Tree::isLeaf(node); node = node->left.get()) spine.push_back(node);
         leaf(node);
-        std::uint32_t buffer = NO_BUFFER;
+        std::uint32_t buffer = kNoBuffer;
         for (auto it = spine.rbegin(); it != spine.rend(); ++it) buffer = inner(**it, buffer);
     }
 
@@ -45,28 +45,28 @@ private:
         const TreeNode* right = node.right.get();
         const auto op = operatorOf(node.data);
         if (op == Operator::add) {
-            if (buffer == NO_BUFFER) buffer = newBuffer();
+            if (buffer == kNoBuffer) buffer = newBuffer();
             binary(*op, right, buffer);
             return buffer;
         }
         if (!op) {
             call(node);
         } else if (isUnary(*op)) {
-            add(Action::apply, NO_BUFFER, *op);
+            add(Action::apply, kNoBuffer, *op);
         } else if (isEquality(*op) && right && right->data.getType() == TOKEN_STRING) {
             add(*op == Operator::equal ? Action::match : Action::mismatch, literal(right->data));
         } else if (*op == Operator::logicalAnd || *op == Operator::logicalOr) {
             shortCircuit(*op, right);
         } else {
-            binary(*op, right, NO_BUFFER);
+            binary(*op, right, kNoBuffer);
         }
-        return NO_BUFFER;
+        return kNoBuffer;
     }
 
     void shortCircuit(Operator op, const TreeNode* right) {
         const std::size_t skip = program_.instructions_.size();
         add(op == Operator::logicalAnd ? Action::skipIf0 : Action::skipIf1, 0);
-        binary(op, right, NO_BUFFER);
+        binary(op, right, kNoBuffer);
         program_.instructions_[skip].index =
             static_cast<std::uint32_t>(program_.instructions_.size());
     }

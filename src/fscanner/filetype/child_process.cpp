@@ -214,7 +214,7 @@ ChildProcess::ReadEnd ChildProcess::exchange(std::string_view question, Clock::t
 
 namespace {
 
-constexpr std::chrono::milliseconds startTimeout{5'000};
+constexpr std::chrono::milliseconds kStartTimeout{5'000};
 
 /// Whether /proc shows our process under the id that we know. In a container it may be mounted
 /// for another PID namespace.
@@ -277,7 +277,7 @@ bool RunningFile::isReady() {
                        ? ChildProcess::start(arguments, root.get(), ChildProcess::Input::asked)
                        : std::nullopt;
     if (process) process_.emplace(*std::move(process));
-    const auto timeout = std::min(startTimeout, fileProgram().timePerRun);
+    const auto timeout = std::min(kStartTimeout, fileProgram().timePerRun);
     unusable_ = !process_ || !request(pathFor(root.get()), {}, timeout);
     return !unusable_;
 }

@@ -54,11 +54,11 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 namespace {
 
-constexpr std::wstring_view separator = L": ";
+constexpr std::wstring_view kSeparator = L": ";
 
 std::wstring lineFor(std::wstring_view path, const std::string& description) {
     std::wstring line(path);
-    line += separator;
+    line += kSeparator;
     appendWide(line, description);
     return line;
 }
@@ -129,7 +129,7 @@ std::optional<std::wstring> DirectoryTypes::lineOf(std::wstring_view path,
                                             : describeAll(key, wanted, describe);
     // A line without a description: the type is unknown. Such lines are cached too, so
     // that a directory on which `file` hangs costs one time-out and not one per file.
-    if (line.size() <= key.size() + separator.size()) return std::nullopt;
+    if (line.size() <= key.size() + kSeparator.size()) return std::nullopt;
     return line.replace(0, key.size(), path);
 }
 

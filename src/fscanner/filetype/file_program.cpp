@@ -14,14 +14,14 @@ namespace fscanner {
 // ---- Output -----------------------------------------------------------------
 
 bool FileOutput::complete() const {
-    return descriptions_.size() >= fileCount_ || received_ / (longestDescription + 1) > fileCount_;
+    return descriptions_.size() >= fileCount_ || received_ / (kLongestDescription + 1) > fileCount_;
 }
 
 void FileOutput::append(std::string_view bytes) {
     received_ += bytes.size();
     while (!bytes.empty() && descriptions_.size() < fileCount_) {
         std::size_t end = std::min(bytes.find('\0'), bytes.size());
-        current_.append(bytes.substr(0, std::min(end, longestDescription - current_.size())));
+        current_.append(bytes.substr(0, std::min(end, kLongestDescription - current_.size())));
         if (end == bytes.size()) return;
         descriptions_.push_back(std::exchange(current_, {}));
         bytes.remove_prefix(end + 1);
@@ -53,7 +53,7 @@ namespace {
 
 // So many crashes are tolerated in one directory; after one more, its other files get no type.
 // Each crash costs a start of the program.
-constexpr int maxCrashes = 8;
+constexpr int kMaxCrashes = 8;
 
 std::string findProgram() {
     for (const char* candidate : {"/usr/bin/file", "/bin/file"}) {
@@ -138,7 +138,7 @@ std::vector<std::string> describeFiles(int directory, std::span<const std::strin
         std::move(result.descriptions.begin(), result.descriptions.end(),
                   std::back_inserter(descriptions));
         if (result.descriptions.size() == batch.size()) continue;
-        if (!result.mayContinue || ++crashes > maxCrashes) break;
+        if (!result.mayContinue || ++crashes > kMaxCrashes) break;
         descriptions.emplace_back();  // for the file that crashed the program
     }
     descriptions.resize(names.size());

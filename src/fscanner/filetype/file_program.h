@@ -25,7 +25,7 @@ public:
     /// The complete descriptions so far. One without its NUL is not included.
     std::vector<std::string>& descriptions() { return descriptions_; }
 
-    static constexpr std::size_t longestDescription = 8191;
+    static constexpr std::size_t kLongestDescription = 8191;
 
 private:
     std::size_t fileCount_;

@@ -19,7 +19,8 @@ void Element::setData(int id, const wchar_t* info, bool /*release*/) {
     info_ = std::wstring(info);  // a copy first: `info` may be this element's own line
 }
 
-FileTypeCache::FileTypeCache(unsigned sizeLimit) : sizeLimit_(std::max(sizeLimit, smallestLimit)) {}
+FileTypeCache::FileTypeCache(unsigned sizeLimit)
+    : sizeLimit_(std::max(sizeLimit, kSmallestLimit)) {}
 
 void FileTypeCache::insert(const Element& element) {
     append(element, {}, 0);

@@ -48,7 +48,7 @@ struct FileStamp {
 class FileTypeCache {
 public:
     /// `sizeLimit`: the number of answers; values below 4096 are raised to that.
-    explicit FileTypeCache(unsigned sizeLimit = smallestLimit);
+    explicit FileTypeCache(unsigned sizeLimit = kSmallestLimit);
 
     /// Makes room and appends. The batch that is being inserted is never dropped, so
     /// one large directory may exceed the limit.
@@ -86,7 +86,7 @@ private:
     void append(const Element& element, const FileStamp& stamp, std::size_t pathLength);
     Element extract(Entries::iterator position);
 
-    static constexpr unsigned smallestLimit = 4096;
+    static constexpr unsigned kSmallestLimit = 4096;
     unsigned sizeLimit_;
     int lastId_ = -1;
     Entries elements_;

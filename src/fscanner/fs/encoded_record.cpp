@@ -12,7 +12,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::size_t NUMBER_SIZE = 4;
+constexpr std::size_t kNumberSize = 4;
 
 bool isPlainWord(const char* at) {
     constexpr std::uint64_t ones = 0x0101010101010101u;
@@ -41,9 +41,9 @@ bool isWellFormedText(std::string_view rest) {
 
 // Removes one text from the front of `rest`. False if it is cut off or not well formed.
 bool takeText(std::span<const unsigned char>& rest) {
-    if (rest.size() < NUMBER_SIZE) return false;
+    if (rest.size() < kNumberSize) return false;
     const unsigned count = encodedNumber(rest.data());
-    rest = rest.subspan(NUMBER_SIZE);
+    rest = rest.subspan(kNumberSize);
     if (count == 0 || count - 1 > rest.size()) return false;
     if (!isWellFormedText({reinterpret_cast<const char*>(rest.data()), count - 1})) return false;
     rest = rest.subspan(count - 1);
@@ -51,8 +51,8 @@ bool takeText(std::span<const unsigned char>& rest) {
 }
 
 bool takeNumbers(std::span<const unsigned char>& rest) {
-    if (rest.size() < NUMBER_SIZE) return false;
-    const std::size_t taken = NUMBER_SIZE * (1 + encodedFieldCount(encodedNumber(rest.data())));
+    if (rest.size() < kNumberSize) return false;
+    const std::size_t taken = kNumberSize * (1 + encodedFieldCount(encodedNumber(rest.data())));
     if (taken > rest.size()) return false;
     rest = rest.subspan(taken);
     return true;

@@ -9,8 +9,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned CASE_INSENSITIVE = 1;
-constexpr unsigned LAST_CASE_MODE = 2;
+constexpr unsigned kCaseInsensitive = 1;
+constexpr unsigned kLastCaseMode = 2;
 
 template <typename Entry, typename... Flags>
 bool append(std::vector<Entry>& list, const wchar_t* text, Flags... flags) {
@@ -33,7 +33,7 @@ bool clearList(std::vector<Entry>& list) {
 
 struct FsQueryData {
     std::optional<std::wstring> query;
-    unsigned caseMode = LAST_CASE_MODE;
+    unsigned caseMode = kLastCaseMode;
     std::vector<PathInfo> includedPaths;
     std::vector<PathInfo> excludedPaths;
     std::vector<FileSystemInfo> excludedFileSystems;
@@ -74,7 +74,7 @@ bool FsQuery::setQuery(const wchar_t* text) try {
 }
 
 void FsQuery::setCaseSensitive(unsigned int mode) {
-    if (mode <= LAST_CASE_MODE) data_->caseMode = mode;
+    if (mode <= kLastCaseMode) data_->caseMode = mode;
 }
 
 const std::vector<PathInfo>& FsQuery::getIncludedPaths() const {
@@ -98,7 +98,7 @@ const wchar_t* FsQuery::getQuery() const {
 }
 
 bool FsQuery::getCaseSensitive() const {
-    return data_->caseMode != CASE_INSENSITIVE;
+    return data_->caseMode != kCaseInsensitive;
 }
 
 bool FsQuery::clearIncludePaths() {

@@ -21,8 +21,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr int NO_TEMP_NAME_STATUS = 41;
-constexpr int NAME_TRIES = 16;
+constexpr int kNoTempNameStatus = 41;
+constexpr int kNameTries = 16;
 
 std::unique_ptr<LinuxMmFile> makeFile(const char* name) {
     if (name == nullptr) return nullptr;
@@ -180,7 +180,7 @@ void FsResultSet_OnFile::chooseName() {
         debug("Exiting due to null temp file name: ");
         debug("%s", std::strerror(errno));
         debug("\n");
-        std::exit(NO_TEMP_NAME_STATUS);  // without a file there is no result set
+        std::exit(kNoTempNameStatus);  // without a file there is no result set
     }
     debug("name ok: %s\n", path.c_str());
     file_ = addTempFileHandler(path);
@@ -189,7 +189,7 @@ void FsResultSet_OnFile::chooseName() {
 
 // Creates the file. If another process has taken the name since it was chosen, chooses again.
 bool FsResultSet_OnFile::claimFile() {
-    for (int i = 0; !claimed_ && i < NAME_TRIES; ++i) {
+    for (int i = 0; !claimed_ && i < kNameTries; ++i) {
         claimed_ = file_->create();
         if (claimed_ || errno != EEXIST) break;
         chooseName();

@@ -14,11 +14,11 @@ FsSerializator::~FsSerializator() = default;
 
 namespace {
 
-constexpr unsigned BYTES_PER_CHARACTER = 6;  // the longest form of UTF-8
+constexpr unsigned kBytesPerCharacter = 6;  // the longest form of UTF-8
 
 // Lengths up to this one are not checked against the file's end. A check costs a few system
 // calls for a stream, and a wrong length costs little memory.
-constexpr unsigned TRUSTED_COUNT = 4096;
+constexpr unsigned kTrustedCount = 4096;
 
 std::array<unsigned char, 4> bigEndian(unsigned v) {
     return {static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
@@ -63,8 +63,8 @@ bool FsSerializator_OnFile::saveString(const wchar_t* s) {
     if (lastError_ != 0) return false;
     if (s == nullptr) return saveUnsigned32(0);
     const std::size_t characters = std::wcslen(s);
-    if (characters >= UINT_MAX / BYTES_PER_CHARACTER) return fail();
-    if (!encoded_.reserve(static_cast<unsigned>(characters) * BYTES_PER_CHARACTER + 1)) {
+    if (characters >= UINT_MAX / kBytesPerCharacter) return fail();
+    if (!encoded_.reserve(static_cast<unsigned>(characters) * kBytesPerCharacter + 1)) {
         return fail();
     }
     stringToUTF8(encoded_, s);
@@ -98,7 +98,7 @@ bool FsSerializator_OnFile::holds(unsigned count) {
 // A buffer for `count` bytes. Null if the file has fewer bytes left, or without memory.
 unsigned char* FsSerializator_OnFile::textRoom(unsigned count) {
     if (count < shortText_.size()) return shortText_.data();
-    if (count > TRUSTED_COUNT && !holds(count - 1)) return nullptr;
+    if (count > kTrustedCount && !holds(count - 1)) return nullptr;
     return longText_.reserve(count) ? longText_.data() : nullptr;
 }
 

@@ -16,8 +16,8 @@ const char* createMonitorSymbol = "createMonitor";
 
 namespace {
 
-constexpr const char* SUFFIX = ".so";
-constexpr unsigned MAX_NAME = 2000;
+constexpr const char* kSuffix = ".so";
+constexpr unsigned kMaxName = 2000;
 
 void* openTrusted(const char* name) {
     std::string path;
@@ -34,16 +34,16 @@ int adjustDynamicLibraryName(char* out, unsigned int outSize, const char* baseNa
     const std::string prefix = config->getString("fscanner", "home", ".") + "/";
     debug("DLL prefix = %s\n", prefix.c_str());
     if (baseName == nullptr || *baseName == '\0') return -1;
-    if (outSize <= prefix.size() + std::strlen(baseName) + std::strlen(SUFFIX)) return -1;
-    std::snprintf(out, outSize, "%s%s%s", prefix.c_str(), baseName, SUFFIX);
+    if (outSize <= prefix.size() + std::strlen(baseName) + std::strlen(kSuffix)) return -1;
+    std::snprintf(out, outSize, "%s%s%s", prefix.c_str(), baseName, kSuffix);
     return 0;
 }
 
 void* loadLibraryAndFactory(const char* baseName, const FsConfig* config, const char* symbol,
                             void** handleOut) {
-    std::array<char, MAX_NAME> name;
+    std::array<char, kMaxName> name;
     void* library = nullptr;
-    if (adjustDynamicLibraryName(name.data(), MAX_NAME, baseName, config) == 0)
+    if (adjustDynamicLibraryName(name.data(), kMaxName, baseName, config) == 0)
         library = openTrusted(name.data());
     void* factory = library != nullptr ? findSymbol(library, symbol) : nullptr;
     if (handleOut != nullptr) *handleOut = factory != nullptr ? library : nullptr;

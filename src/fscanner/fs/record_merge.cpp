@@ -157,7 +157,7 @@ public:
     std::size_t written() const { return written_; }
 
 private:
-    static constexpr unsigned GROWTH = 1 << 18;
+    static constexpr unsigned kGrowth = 1 << 18;
     bool extend(std::size_t needed);
 
     LinuxMmFile& file_;
@@ -165,10 +165,10 @@ private:
 };
 
 bool RunWriter::extend(std::size_t needed) {
-    const std::vector<std::byte> zeros(GROWTH);
+    const std::vector<std::byte> zeros(kGrowth);
     file_.seek(0, SEEK_FROM_END);
     while (file_.logicalSize() - written_ < needed) {
-        if (file_.write(zeros.data(), GROWTH) != GROWTH) return false;
+        if (file_.write(zeros.data(), kGrowth) != kGrowth) return false;
     }
     return true;
 }

@@ -17,13 +17,13 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::string_view BLANKS = " \t\r";
-constexpr std::string_view ORIGIN = "$ORIGIN";
+constexpr std::string_view kBlanks = " \t\r";
+constexpr std::string_view kOrigin = "$ORIGIN";
 
 std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(BLANKS);
+    const std::size_t first = text.find_first_not_of(kBlanks);
     if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(BLANKS) - first + 1);
+    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
 std::string_view takeLine(std::string_view& text) {
@@ -73,8 +73,8 @@ private:
         return nullptr;
     }
     std::string expanded(std::string_view value) const {
-        const std::string_view rest = value.substr(std::min(ORIGIN.size(), value.size()));
-        if (!value.starts_with(ORIGIN) || !(rest.empty() || rest[0] == '/'))
+        const std::string_view rest = value.substr(std::min(kOrigin.size(), value.size()));
+        if (!value.starts_with(kOrigin) || !(rest.empty() || rest[0] == '/'))
             return std::string(value);
         return directoryOf(path_).append(rest);
     }
@@ -97,8 +97,8 @@ ConfigSettings parseConfig(std::string_view text, const std::string& path) {
 
 namespace {
 
-constexpr const char* FILE_NAME = "fscanner/fscanner.conf";
-constexpr std::size_t MAX_FILE_SIZE = 1 << 20;
+constexpr const char* kFileName = "fscanner/fscanner.conf";
+constexpr std::size_t kMaxFileSize = 1 << 20;
 
 // Empty when unset, empty, or when the process runs with raised privileges.
 std::string environment(const char* name) {
@@ -124,7 +124,7 @@ std::string personalFile() {
         if (!base.starts_with('/')) return {};
         base += "/.config";
     }
-    return base + "/" + FILE_NAME;
+    return base + "/" + kFileName;
 }
 
 // A file named by $FSCANNER_CONFIG must exist, so it is returned untested. The others may be
@@ -147,7 +147,7 @@ void note(TavCfg::Reading& reading, TavCfg::Error error, const std::string& text
 // replaces nothing. Only a regular file of limited size is read: a FIFO would block.
 void addFile(const std::string& path, TavCfg::Reading& reading) {
     if (path.empty()) return;
-    const std::optional<std::string> text = readWholeFile(path.c_str(), MAX_FILE_SIZE);
+    const std::optional<std::string> text = readWholeFile(path.c_str(), kMaxFileSize);
     if (!text) return note(reading, TavCfg::UNREADABLE, path + ": cannot be read");
     ConfigSettings settings = parseConfig(*text, path);
     if (!settings.error.empty()) note(reading, TavCfg::MALFORMED, settings.error);
@@ -163,8 +163,8 @@ TavCfg::Reading& lastReading() {
 }  // namespace
 
 ConfigPlaces& configPlaces() {
-    static ConfigPlaces places{std::string("/etc/") + FILE_NAME,
-                               ownLibraryDirectory() + "/" + FILE_NAME};
+    static ConfigPlaces places{std::string("/etc/") + kFileName,
+                               ownLibraryDirectory() + "/" + kFileName};
     return places;
 }
 

@@ -21,10 +21,10 @@ namespace fscanner {
 
 namespace {
 
-constexpr int NAMES_PER_DIRECTORY = 20000;
+constexpr int kNamesPerDirectory = 20000;
 
 std::string createIn(const std::string& directory) {
-    for (int i = 0; i < NAMES_PER_DIRECTORY; ++i) {
+    for (int i = 0; i < kNamesPerDirectory; ++i) {
         std::string name = directory + "fsq_" + std::to_string(i);
         // An existing file is skipped, and never emptied.
         if (createExclusively(name.c_str())) return name;

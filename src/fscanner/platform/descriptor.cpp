@@ -11,7 +11,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr int FIRST_OWN_DESCRIPTOR = STDERR_FILENO + 1;
+constexpr int kFirstOwnDescriptor = STDERR_FILENO + 1;
 
 bool isRegular(int fd) {
     struct stat info;
@@ -46,8 +46,8 @@ bool Descriptor::close() {
 
 // Otherwise the host's error messages could be written to a data file on descriptor 2.
 Descriptor aboveStandardStreams(Descriptor file) {
-    if (!file || file.get() >= FIRST_OWN_DESCRIPTOR) return file;
-    return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, FIRST_OWN_DESCRIPTOR));
+    if (!file || file.get() >= kFirstOwnDescriptor) return file;
+    return Descriptor(::fcntl(file.get(), F_DUPFD_CLOEXEC, kFirstOwnDescriptor));
 }
 
 Descriptor openAt(int directory, const char* path, int flags, mode_t permissions) {

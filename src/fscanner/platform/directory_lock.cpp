@@ -105,10 +105,10 @@ bool acceptLockFile(int file, const struct stat& directory) {
 Descriptor openLockFile(int at, const struct stat& directory) {
     constexpr int flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
     for (bool again : {true, false}) {
-        Descriptor file = openAt(at, directoryLockName, flags, S_IRUSR | S_IWUSR);
+        Descriptor file = openAt(at, kDirectoryLockName, flags, S_IRUSR | S_IWUSR);
         if (file && acceptLockFile(file.get(), directory)) return file;
         const bool planted = file || errno == ELOOP || errno == ENXIO || errno == EACCES;
-        if (!again || !planted || unlinkat(at, directoryLockName, 0) != 0) break;
+        if (!again || !planted || unlinkat(at, kDirectoryLockName, 0) != 0) break;
     }
     return {};
 }
@@ -118,7 +118,7 @@ bool isStillNamed(int file, const std::string& path) {
     struct stat locked {};
     struct stat named {};
     return fstat(file, &locked) == 0 &&
-           lstat((path + "/" + directoryLockName).c_str(), &named) == 0 &&
+           lstat((path + "/" + kDirectoryLockName).c_str(), &named) == 0 &&
            identityOf(locked) == identityOf(named);
 }
 

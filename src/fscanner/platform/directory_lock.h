@@ -11,7 +11,7 @@ namespace fscanner {
 enum class [[nodiscard]] LockStatus{locked, timedOut, failed};
 
 /// The name of the lock file in the directory.
-inline constexpr const char* directoryLockName = "fscanner.lock";
+inline constexpr const char* kDirectoryLockName = "fscanner.lock";
 
 /// A lock on a directory that processes share, whatever path or mount leads to it. It is an
 /// `flock` on the file "fscanner.lock" in the directory. The file's permissions let only its owner

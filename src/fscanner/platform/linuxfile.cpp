@@ -16,8 +16,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned CHUNK = 32768;
-constexpr mode_t PERMISSIONS = 0660;
+constexpr unsigned kChunk = 32768;
+constexpr mode_t kPermissions = 0660;
 
 // Whether the length fits the 32-bit sizes of a mapped file.
 bool fits(off_t length) {
@@ -34,7 +34,7 @@ LinuxMmFile::~LinuxMmFile() {
 
 bool LinuxMmFile::create() {
     if (!name_ || isOpen()) return false;
-    file_ = openRegularFile(name_.get(), OpenMode::emptied, PERMISSIONS);
+    file_ = openRegularFile(name_.get(), OpenMode::emptied, kPermissions);
     if (!isOpen()) return false;
     logicalSize_ = mappedLength_ = position_ = 0;
     changed_ = true;  // the old content is gone, even if nothing is written
@@ -44,7 +44,7 @@ bool LinuxMmFile::create() {
 // An empty file is not mapped: mmap refuses a length of 0. The first write maps it.
 bool LinuxMmFile::open() {
     if (!name_ || isOpen()) return false;
-    Descriptor file = openRegularFile(name_.get(), OpenMode::existing, PERMISSIONS);
+    Descriptor file = openRegularFile(name_.get(), OpenMode::existing, kPermissions);
     struct stat info;
     if (!file || ::fstat(file.get(), &info) != 0 || !fits(info.st_size)) return false;
     file_ = std::move(file);
@@ -119,7 +119,7 @@ bool LinuxMmFile::grow(unsigned count) {
         return true;
     }
     if (address_ == nullptr && mappedLength_ != 0) return false;
-    const Wide length = Wide{mappedLength_} + count / CHUNK * CHUNK + CHUNK;
+    const Wide length = Wide{mappedLength_} + count / kChunk * kChunk + kChunk;
     if (length > UINT_MAX) return false;
     if (!extendFile(static_cast<unsigned>(length)) || !map(static_cast<unsigned>(length))) {
         return false;
@@ -174,21 +174,21 @@ void LinuxMmFile::addWatch(BlockWatch& watch) {
         watches_.push_back(&watch);
     }
     watchedEnd_ = address_ != nullptr ? logicalSize_ : 0;
-    shown_.assign((std::size_t{watchedEnd_} + WATCHED_BLOCK - 1) / WATCHED_BLOCK, false);
+    shown_.assign((std::size_t{watchedEnd_} + kWatchedBlock - 1) / kWatchedBlock, false);
 }
 
 bool LinuxMmFile::showBlocks(unsigned offset, unsigned count) {
-    const unsigned last = (offset + std::min(count, watchedEnd_ - offset) - 1) / WATCHED_BLOCK;
-    for (unsigned block = offset / WATCHED_BLOCK; block <= last; ++block) {
+    const unsigned last = (offset + std::min(count, watchedEnd_ - offset) - 1) / kWatchedBlock;
+    for (unsigned block = offset / kWatchedBlock; block <= last; ++block) {
         if (!shown_[block] && !showBlock(block)) return false;
     }
     return true;
 }
 
 bool LinuxMmFile::showBlock(unsigned block) {
-    const unsigned start = block * WATCHED_BLOCK;
+    const unsigned start = block * kWatchedBlock;
     const std::span<const std::byte> bytes(address_ + start,
-                                           std::min(WATCHED_BLOCK, watchedEnd_ - start));
+                                           std::min(kWatchedBlock, watchedEnd_ - start));
     for (BlockWatch* watch : watches_) {
         if (!watch->beforeChange(start, bytes)) return false;
     }

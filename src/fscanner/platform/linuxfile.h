@@ -76,7 +76,7 @@ public:
         return address_ + offset;
     }
     /// The length of the blocks that watches get; the last one may be shorter.
-    static constexpr unsigned WATCHED_BLOCK = 128;
+    static constexpr unsigned kWatchedBlock = 128;
     /// Calls `watch` before the first change of each block of the present content. Later content,
     /// behind its end, is not watched. Adding a watch, also a second time, starts anew: all
     /// watches get all blocks of the then present content. `watch` must live until the next

@@ -13,7 +13,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr long tryInterval = 100;  // milliseconds
+constexpr long kTryInterval = 100;  // milliseconds
 
 /// /tmp is everybody's: a file that another user put there, or made a name of
 /// something else, must not become our lock.
@@ -59,12 +59,12 @@ int LinuxSharedMutex::wait() {
 
 int LinuxSharedMutex::wait(long milliseconds) {
     if (!file_) return SYNC_FAILED;
-    long tries = milliseconds / tryInterval + (milliseconds % tryInterval >= 1 ? 1 : 0);
+    long tries = milliseconds / kTryInterval + (milliseconds % kTryInterval >= 1 ? 1 : 0);
     for (; tries >= 1; --tries) {
         const int locked = uninterrupted([this] { return lockf(file_.get(), F_TLOCK, 0); });
         if (locked == 0) return SYNC_SUCCESS;
         if (errno != EAGAIN && errno != EACCES) return SYNC_FAILED;
-        std::this_thread::sleep_for(std::chrono::milliseconds(tryInterval));
+        std::this_thread::sleep_for(std::chrono::milliseconds(kTryInterval));
     }
     return SYNC_TIMED_OUT;
 }

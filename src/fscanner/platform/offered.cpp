@@ -117,7 +117,7 @@ FS_Event& FS_Event::operator=(const FS_Event& other) {
 
 void FS_Event::setInvalid() {
     entry_.reset();
-    action_ = INVALID_ACTION;
+    action_ = kInvalidAction;
 }
 
 std::map<std::string, FS_Queue*> FS_Queue::queues;

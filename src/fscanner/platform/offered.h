@@ -221,7 +221,7 @@ public:
 /// another action.
 class FS_Event {
 public:
-    static constexpr unsigned INVALID_ACTION = 160;
+    static constexpr unsigned kInvalidAction = 160;
 
     FS_Event() = default;
     /// Invalid, whatever the action, when `entry` is null or cannot be copied.
@@ -232,14 +232,14 @@ public:
     ~FS_Event() = default;
 
     void setInvalid();
-    bool isValid() const { return entry_ || action_ != INVALID_ACTION; }
+    bool isValid() const { return entry_ || action_ != kInvalidAction; }
     unsigned getAction() const { return action_; }
     /// Owned by the event; null when it has none.
     const wchar_t* getEntry() const { return entry_.get(); }
 
 private:
     std::unique_ptr<wchar_t[]> entry_;
-    unsigned action_ = INVALID_ACTION;
+    unsigned action_ = kInvalidAction;
 };
 
 /// What `FS_Queue::getLastError` tells.

@@ -110,7 +110,7 @@ std::optional<std::wstring> userCacheDirectory(const wchar_t* base, const wchar_
 
 namespace {
 
-constexpr int maxLinks = 32;  // the kernel allows 40
+constexpr int kMaxLinks = 32;  // the kernel allows 40
 
 std::optional<std::string> currentDirectory() {
     const std::unique_ptr<char, decltype(&std::free)> path(getcwd(nullptr, 0), &std::free);
@@ -160,7 +160,7 @@ private:
     }
 
     bool follow(const std::string& target) {
-        if (++links_ > maxLinks) return fail(ELOOP);
+        if (++links_ > kMaxLinks) return fail(ELOOP);
         if (target.size() + rest_.size() > longestPath()) return fail(ENAMETOOLONG);
         if (target.starts_with('/')) {
             built_.clear();

@@ -4,8 +4,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::size_t CHARACTER = 4;
-static_assert(sizeof(wchar_t) == CHARACTER);
+constexpr std::size_t kCharacter = 4;
+static_assert(sizeof(wchar_t) == kCharacter);
 
 }  // namespace
 
@@ -20,17 +20,17 @@ void appendInteger(std::vector<std::byte>& out, std::uint32_t value) {
 }
 
 void appendName(std::vector<std::byte>& out, std::wstring_view name) {
-    appendInteger(out, static_cast<std::uint32_t>(name.size() * CHARACTER));
+    appendInteger(out, static_cast<std::uint32_t>(name.size() * kCharacter));
     for (const wchar_t c : name) appendInteger(out, static_cast<std::uint32_t>(c));
 }
 
 bool takeName(ByteRange& in, std::wstring& name) {
     std::uint32_t length = 0;
-    if (!in.takeInteger(length) || length % CHARACTER != 0) return false;
+    if (!in.takeInteger(length) || length % kCharacter != 0) return false;
     const std::byte* characters = in.take(length);
     if (!characters) return false;
     name.clear();
-    for (const std::byte* end = characters + length; characters < end; characters += CHARACTER) {
+    for (const std::byte* end = characters + length; characters < end; characters += kCharacter) {
         name += static_cast<wchar_t>(loadInteger<std::uint32_t>(characters));
     }
     return name.find(L'\0') == name.npos;

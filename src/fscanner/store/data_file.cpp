@@ -12,12 +12,12 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned COUNT_SIZE = 4;
-constexpr unsigned FIXED_HEADER = 12;     // the two counts and the number of fields
-constexpr unsigned FIXED_DESCRIPTOR = 8;  // type code and name length
+constexpr unsigned kCountSize = 4;
+constexpr unsigned kFixedHeader = 12;     // the two counts and the number of fields
+constexpr unsigned kFixedDescriptor = 8;  // type code and name length
 
 std::vector<std::byte> encodeHeader(const Fields& schema) {
-    std::vector<std::byte> header(2 * COUNT_SIZE);
+    std::vector<std::byte> header(2 * kCountSize);
     appendInteger(header, schema.count());
     for (unsigned i = 0; i < schema.count(); ++i) {
         appendInteger(header, schema.at(i)->type());
@@ -29,8 +29,8 @@ std::vector<std::byte> encodeHeader(const Fields& schema) {
 /// Reads the header into `schema`. False when `encodeHeader` cannot have written it.
 bool decodeHeader(ByteRange& in, Fields& schema) {
     std::uint32_t count = 0;
-    if (!in.take(2 * COUNT_SIZE) || !in.takeInteger(count)) return false;
-    if (count > RecordLayout::MAX_FIELDS) return false;
+    if (!in.take(2 * kCountSize) || !in.takeInteger(count)) return false;
+    if (count > RecordLayout::kMaxFields) return false;
     std::wstring name;
     for (; count > 0; --count) {
         std::uint32_t type = 0;
@@ -43,9 +43,9 @@ bool decodeHeader(ByteRange& in, Fields& schema) {
 }  // namespace
 
 unsigned DataFile::headerSize(const Fields& schema) {
-    unsigned size = FIXED_HEADER;
+    unsigned size = kFixedHeader;
     for (unsigned i = 0; i < schema.count(); ++i) {
-        size += FIXED_DESCRIPTOR + 4 * static_cast<unsigned>(std::wcslen(schema.at(i)->name()));
+        size += kFixedDescriptor + 4 * static_cast<unsigned>(std::wcslen(schema.at(i)->name()));
     }
     return size;
 }
@@ -75,11 +75,11 @@ OpenResult DataFile::open(const wchar_t* path, Fields& schema, SumsFile* sums,
 }
 
 unsigned DataFile::count(RecordCount which) const {
-    return loadInteger<std::uint32_t>(file_->content().data() + which * COUNT_SIZE);
+    return loadInteger<std::uint32_t>(file_->content().data() + which * kCountSize);
 }
 
 bool DataFile::setCount(RecordCount which, unsigned value) {
-    std::byte* count = file_->change(which * COUNT_SIZE, COUNT_SIZE);
+    std::byte* count = file_->change(which * kCountSize, kCountSize);
     if (!count) return false;
     storeInteger<std::uint32_t>(count, value);
     return true;
@@ -106,27 +106,27 @@ OpenResult OffsetFile::open(const wchar_t* path, SumsFile* sums,
                             std::unique_ptr<OffsetFile>& file) {
     SummedFile opened;
     if (const OpenResult result = opened.open(path, sums); result != OpenResult::ok) return result;
-    if (opened->logicalSize() % ENTRY != 0) return OpenResult::damaged;
+    if (opened->logicalSize() % kEntry != 0) return OpenResult::damaged;
     file.reset(new OffsetFile(std::move(opened)));
     return OpenResult::ok;
 }
 
 unsigned OffsetFile::nextLive(unsigned from) const {
     const unsigned end = count();
-    while (from < end && at(from) == REMOVED) ++from;
+    while (from < end && at(from) == kRemoved) ++from;
     return from < end ? from : end;
 }
 
 bool OffsetFile::append(unsigned offset) {
-    std::byte entry[ENTRY];
+    std::byte entry[kEntry];
     storeInteger<std::uint32_t>(entry, offset);
-    return file_->seek(0, SEEK_FROM_END) && file_->write(entry, ENTRY) == ENTRY;
+    return file_->seek(0, SEEK_FROM_END) && file_->write(entry, kEntry) == kEntry;
 }
 
 bool OffsetFile::markRemoved(unsigned id) {
-    std::byte* entry = file_->change(ENTRY * id, ENTRY);
+    std::byte* entry = file_->change(kEntry * id, kEntry);
     if (!entry) return false;
-    storeInteger<std::uint32_t>(entry, REMOVED);
+    storeInteger<std::uint32_t>(entry, kRemoved);
     return true;
 }
 

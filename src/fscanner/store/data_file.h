@@ -73,22 +73,22 @@ private:
 /// 0 for a removed record. docs/formats/offset-file.md describes the bytes.
 class OffsetFile {
 public:
-    static constexpr unsigned REMOVED = 0;
-    static constexpr unsigned ENTRY = 4;  ///< length of an entry in bytes
+    static constexpr unsigned kRemoved = 0;
+    static constexpr unsigned kEntry = 4;  ///< length of an entry in bytes
 
     /// Creates or empties the file. Null on failure. `sums`: null if no checksums are kept.
     static std::unique_ptr<OffsetFile> create(const wchar_t* path, SumsFile* sums);
     static OpenResult open(const wchar_t* path, SumsFile* sums, std::unique_ptr<OffsetFile>& file);
 
     /// The number of entries, which is the id of the next record.
-    unsigned count() const { return file_->logicalSize() / ENTRY; }
-    /// The entry of an id below `count()`. A damaged entry reads as `REMOVED`; the checksums have
+    unsigned count() const { return file_->logicalSize() / kEntry; }
+    /// The entry of an id below `count()`. A damaged entry reads as `kRemoved`; the checksums have
     /// noted the damage then.
     unsigned at(unsigned id) const {
-        if (!file_.holds(ENTRY * id, ENTRY)) return REMOVED;
-        return loadInteger<std::uint32_t>(file_->content().data() + std::size_t{ENTRY} * id);
+        if (!file_.holds(kEntry * id, kEntry)) return kRemoved;
+        return loadInteger<std::uint32_t>(file_->content().data() + std::size_t{kEntry} * id);
     }
-    bool isLive(unsigned id) const { return id < count() && at(id) != REMOVED; }
+    bool isLive(unsigned id) const { return id < count() && at(id) != kRemoved; }
     /// The lowest live id that is at least `from`; `count()` when there is none.
     unsigned nextLive(unsigned from) const;
 

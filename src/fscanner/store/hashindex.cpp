@@ -12,7 +12,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr unsigned MAX_DECIMAL = 11;  // 32 bits in decimal, with a terminator
+constexpr unsigned kMaxDecimal = 11;  // 32 bits in decimal, with a terminator
 
 }  // namespace
 
@@ -49,7 +49,7 @@ bool Index::open(SumsFile* sums) {
     SummedFile file;
     const OpenResult result = file.open(path_.c_str(), sums);
     const unsigned size = result == OpenResult::ok ? file->logicalSize() : 0;
-    const bool fits = size >= BUCKETS * SLOT && size % SLOT == 0;
+    const bool fits = size >= kBuckets * kSlot && size % kSlot == 0;
     damaged_ = result != OpenResult::failed && !fits;
     if (!fits) return false;
     file->expectRandomAccess();
@@ -70,16 +70,16 @@ bool Index::erase() {
 
 bool Index::init() {
     if (!file_ || !file_->seek(0, SEEK_FROM_START)) return false;
-    // An empty head is NONE in both words: all bits are 1.
-    const std::vector<unsigned char> heads(std::size_t{BUCKETS} * SLOT, 0xFF);
-    return file_->write(heads.data(), BUCKETS * SLOT) == BUCKETS * SLOT;
+    // An empty head is `kNone` in both words: all bits are 1.
+    const std::vector<unsigned char> heads(std::size_t{kBuckets} * kSlot, 0xFF);
+    return file_->write(heads.data(), kBuckets * kSlot) == kBuckets * kSlot;
 }
 
 bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
     if (!file_) return false;
-    *recordId = *next = NONE;
+    *recordId = *next = kNone;
     if (slot >= slotCount()) return true;
-    if (!file_.holds(static_cast<unsigned>(at(slot)), SLOT)) return false;
+    if (!file_.holds(static_cast<unsigned>(at(slot)), kSlot)) return false;
     const std::byte* from = file_->content().data() + at(slot);
     *recordId = loadInteger<std::uint32_t>(from);
     *next = loadInteger<std::uint32_t>(from + 4);
@@ -89,15 +89,15 @@ bool Index::read(unsigned slot, unsigned* recordId, unsigned* next) const {
 // Appends the old content of the head before it changes the head. If the disk is full, the chain
 // stays as it was.
 bool Index::write(unsigned bucket, unsigned recordId) {
-    if (!file_ || bucket >= BUCKETS) return false;
-    unsigned oldId = NONE, oldNext = NONE;
+    if (!file_ || bucket >= kBuckets) return false;
+    unsigned oldId = kNone, oldNext = kNone;
     if (!read(bucket, &oldId, &oldNext)) return false;
     unsigned next = oldNext;
-    if (oldId != NONE) {
+    if (oldId != kNone) {
         next = slotCount();
         if (!append(oldId, oldNext)) return false;
     }
-    std::byte* head = file_->change(SLOT * bucket, SLOT);
+    std::byte* head = file_->change(kSlot * bucket, kSlot);
     if (!head) return false;
     storeInteger<std::uint32_t>(head, recordId);
     storeInteger<std::uint32_t>(head + 4, next);
@@ -105,22 +105,22 @@ bool Index::write(unsigned bucket, unsigned recordId) {
 }
 
 bool Index::append(unsigned recordId, unsigned next) {
-    std::byte slot[SLOT];
+    std::byte slot[kSlot];
     storeInteger<std::uint32_t>(slot, recordId);
     storeInteger<std::uint32_t>(slot + 4, next);
-    return file_->seek(0, SEEK_FROM_END) && file_->write(slot, SLOT) == SLOT;
+    return file_->seek(0, SEEK_FROM_END) && file_->write(slot, kSlot) == kSlot;
 }
 
 bool Index::isFollower(unsigned slot, unsigned next) const {
-    if (next == NONE) return true;
-    const unsigned limit = slot < BUCKETS ? slotCount() : slot;
-    return next >= BUCKETS && next < limit;
+    if (next == kNone) return true;
+    const unsigned limit = slot < kBuckets ? slotCount() : slot;
+    return next >= kBuckets && next < limit;
 }
 
 bool Index::isSoundHead(unsigned bucket, unsigned records) const {
-    unsigned id = NONE, next = NONE;
+    unsigned id = kNone, next = kNone;
     if (!read(bucket, &id, &next)) return false;
-    return id == NONE ? next == NONE : id < records && isFollower(bucket, next);
+    return id == kNone ? next == kNone : id < records && isFollower(bucket, next);
 }
 
 // An index has one slot for every id that was ever given, and every chain slot is the follower of
@@ -130,17 +130,17 @@ bool Index::fits(unsigned records) const {
     const unsigned slots = slotCount();
     std::uint64_t ids = 0, links = 0, filled = 0;
     for (unsigned slot = 0; slot < slots; ++slot) {
-        unsigned id = NONE, next = NONE;
+        unsigned id = kNone, next = kNone;
         if (!read(slot, &id, &next)) return false;
-        if (id == NONE && next == NONE && slot < BUCKETS) continue;
+        if (id == kNone && next == kNone && slot < kBuckets) continue;
         if (id >= records || !isFollower(slot, next)) return false;
         ++filled;
         ids += id;
-        if (next != NONE) links += next;
+        if (next != kNone) links += next;
     }
     const auto sumBelow = [](std::uint64_t n) { return n * (n - 1) / 2; };
     return filled == records && ids == sumBelow(records) &&
-           links == sumBelow(slots) - sumBelow(BUCKETS);
+           links == sumBelow(slots) - sumBelow(kBuckets);
 }
 
 namespace {
@@ -163,7 +163,7 @@ std::optional<unsigned> keyNumber(const Field& field) {
 }
 
 void makeKey(unsigned number, std::wstring& key) {
-    wchar_t decimal[MAX_DECIMAL];
+    wchar_t decimal[kMaxDecimal];
     key = wcs_itoa(number, decimal);
 }
 
@@ -195,18 +195,18 @@ void makeIndexKey(const ExpValue& value, std::wstring& key) {
 // Called for every inserted record, so it computes the hash without making the key.
 std::optional<unsigned> indexBucket(const Field& field) {
     if (const std::optional<unsigned> number = keyNumber(field)) {
-        wchar_t decimal[MAX_DECIMAL];
+        wchar_t decimal[kMaxDecimal];
         return indexBucket(wcs_itoa(*number, decimal));
     }
     if (field.type() != FIELD_TEXT) return std::nullopt;
     unsigned h = 0;
     for (const wchar_t c : static_cast<const TextField&>(field).view())
         h = hashStep(h, upperCase(c));
-    return static_cast<unsigned>(hash(hashStep(h, L'\0'), static_cast<int>(Index::BUCKETS)));
+    return static_cast<unsigned>(hash(hashStep(h, L'\0'), static_cast<int>(Index::kBuckets)));
 }
 
 unsigned indexBucket(const wchar_t* key) {
-    return static_cast<unsigned>(hash(key, static_cast<int>(Index::BUCKETS)));
+    return static_cast<unsigned>(hash(key, static_cast<int>(Index::kBuckets)));
 }
 
 }  // namespace fscanner

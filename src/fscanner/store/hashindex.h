@@ -23,10 +23,10 @@ namespace fscanner {
 /// docs/formats/index-file.md describes the bytes and has a picture.
 class Index {
 public:
-    static constexpr unsigned NONE = 0xFFFFFFFF;
-    static constexpr unsigned BUCKETS = 65536;
+    static constexpr unsigned kNone = 0xFFFFFFFF;
+    static constexpr unsigned kBuckets = 65536;
     /// The length of the heads in bytes, which every index file has.
-    static constexpr unsigned HEAD_BYTES = BUCKETS * 8;
+    static constexpr unsigned kHeadBytes = kBuckets * 8;
 
     /// Copies the arguments. If one is null, all names are null and every operation fails.
     Index(const wchar_t* indexName, const wchar_t* directory, const wchar_t* fieldName);
@@ -46,14 +46,14 @@ public:
     /// Makes every head empty.
     bool init();
 
-    /// Reads the two words of a slot; both are `NONE` for a slot behind the end. False
+    /// Reads the two words of a slot; both are `kNone` for a slot behind the end. False
     /// when the index is closed, and when the slot does not match its checksum.
     bool read(unsigned slot, unsigned* recordId, unsigned* next) const;
     /// Inserts the record at the front of the bucket's chain. False when the index is
     /// closed, for an invalid bucket, and when the file cannot be changed or grow.
     bool write(unsigned bucket, unsigned recordId);
 
-    /// Whether slot `next` may follow `slot` in a chain: `next` is `NONE`, or a chain slot
+    /// Whether slot `next` may follow `slot` in a chain: `next` is `kNone`, or a chain slot
     /// with a lower number (behind a head: any chain slot).
     bool isFollower(unsigned slot, unsigned next) const;
     /// Whether the bucket's head can be right in a table with `records` ids. To be tested before
@@ -62,7 +62,7 @@ public:
     /// Whether the index holds each of the ids 0 to `records` - 1 once, and all its chains are
     /// sound. Reads every slot.
     bool fits(unsigned records) const;
-    unsigned slotCount() const { return file_ ? file_->logicalSize() / SLOT : 0; }
+    unsigned slotCount() const { return file_ ? file_->logicalSize() / kSlot : 0; }
     bool isOpen() const { return static_cast<bool>(file_); }
     /// Whether the last `open` failed because the file is damaged.
     bool isDamaged() const { return damaged_; }
@@ -80,11 +80,11 @@ public:
     const wchar_t* getIndexFullPathName() const { return text(path_); }
 
 private:
-    static constexpr unsigned SLOT = 8;
+    static constexpr unsigned kSlot = 8;
 
     const wchar_t* text(const std::wstring& name) const { return named_ ? name.c_str() : nullptr; }
     bool append(unsigned recordId, unsigned next);
-    static std::size_t at(unsigned slot) { return std::size_t{SLOT} * slot; }
+    static std::size_t at(unsigned slot) { return std::size_t{kSlot} * slot; }
 
     SummedFile file_;
     std::wstring indexName_;

@@ -10,9 +10,9 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::size_t MAX_NUMBER_BYTES = 10;    // 64 bits in groups of seven
-constexpr std::size_t MAX_LENGTH_BYTES = 3;     // 16 bits in groups of seven
-constexpr std::size_t MAX_CHARACTER_BYTES = 6;  // `stringToUTF8` encodes 31 bits
+constexpr std::size_t kMaxNumberBytes = 10;    // 64 bits in groups of seven
+constexpr std::size_t kMaxLengthBytes = 3;     // 16 bits in groups of seven
+constexpr std::size_t kMaxCharacterBytes = 6;  // `stringToUTF8` encodes 31 bits
 
 const TextField& asText(const Field& field) {
     return static_cast<const TextField&>(field);
@@ -51,8 +51,8 @@ void assignNumber(Field& field, std::uint64_t number) {
 
 /// An upper bound of a value's length in either encoding, in bytes.
 std::size_t encodedBound(const Field& field) {
-    if (field.type() != FIELD_TEXT) return MAX_NUMBER_BYTES;
-    return MAX_LENGTH_BYTES + MAX_CHARACTER_BYTES * asText(field).view().size();
+    if (field.type() != FIELD_TEXT) return kMaxNumberBytes;
+    return kMaxLengthBytes + kMaxCharacterBytes * asText(field).view().size();
 }
 
 bool isAscii(std::wstring_view text) {
@@ -108,7 +108,7 @@ std::span<const std::byte> RecordCodec::encodeValue(const Field& value) {
 }
 
 std::byte* RecordCodec::writeBitmap(const Fields& values, std::byte* out) const {
-    char bitmap[RecordLayout::MAX_FIELDS / 8] = {};
+    char bitmap[RecordLayout::kMaxFields / 8] = {};
     for (unsigned i = 0; i < layout_.count(); ++i) {
         if (values.at(i)->isNull()) setBit(static_cast<unsigned char>(i), bitmap);
     }

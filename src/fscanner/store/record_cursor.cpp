@@ -24,7 +24,7 @@ bool __recordSet::setCriteria(CriteriaEvaluator* criteria, bool flag) {
     active_ = text && *text;
     if (active_) prepareChecks();
     // A slot of one index means nothing in another.
-    if (index_ != walked) nextSlot_ = Index::NONE;
+    if (index_ != walked) nextSlot_ = Index::kNone;
     return true;
 }
 

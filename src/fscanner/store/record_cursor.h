@@ -80,7 +80,7 @@ private:
     RecordHeader header_;
     Fields buffer_;
     std::wstring key_;
-    unsigned nextSlot_ = Index::NONE;
+    unsigned nextSlot_ = Index::kNone;
     std::shared_ptr<Index> index_;
     bool flag_ = false;
     bool active_ = false;

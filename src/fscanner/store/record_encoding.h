@@ -13,7 +13,7 @@ namespace fscanner {
 /// The layout of a table's records, which both encodings use.
 struct RecordLayout {
     /// The limit of the bitmap of null flags.
-    static constexpr unsigned MAX_FIELDS = 256;
+    static constexpr unsigned kMaxFields = 256;
 
     RecordLayout() = default;
     RecordLayout(const Fields& schema, bool compactForm) : compact(compactForm) {
@@ -107,11 +107,11 @@ struct CompactEncoding {
     }
 
 private:
-    static constexpr int MAX_GROUPS = 10;  // groups of a 64-bit number
+    static constexpr int kMaxGroups = 10;  // groups of a 64-bit number
 
     static bool readGroups(ByteRange& in, std::uint64_t& value) {
         value = 0;
-        for (int i = 0; i < MAX_GROUPS && !in.empty(); ++i) {
+        for (int i = 0; i < kMaxGroups && !in.empty(); ++i) {
             const auto group = std::to_integer<unsigned>(in.next());
             value = value << 7 | group >> 1;
             if ((group & 1) == 0) return true;

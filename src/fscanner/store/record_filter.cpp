@@ -5,7 +5,7 @@ namespace fscanner {
 namespace {
 
 /// Prefetch distance in records, found by measurement.
-constexpr unsigned AHEAD = 24;
+constexpr unsigned kAhead = 24;
 
 /// Reads a stored record's fields in any order, at best in theirs.
 template <typename Encoding>
@@ -56,9 +56,9 @@ Verdict judgeFromBy(Judge judge, const StoredRecords& records, unsigned& id) {
     Verdict verdict = Verdict::noMatch;
     unsigned last = id;
     for (unsigned next = id; next < records.count && verdict == Verdict::noMatch; ++next) {
-        records.prefetch(next + AHEAD);
+        records.prefetch(next + kAhead);
         const unsigned offset = records.offset(next);
-        if (offset == StoredRecords::REMOVED) continue;
+        if (offset == StoredRecords::kRemoved) continue;
         last = next;
         verdict = judge(records.from(offset));
     }

@@ -10,7 +10,7 @@ namespace fscanner {
 
 /// The records of a table as they lie in its files; valid until the next change.
 struct StoredRecords {
-    static constexpr unsigned REMOVED = 0;
+    static constexpr unsigned kRemoved = 0;
 
     unsigned offset(unsigned id) const {
         return loadInteger<std::uint32_t>(offsets + sizeof(std::uint32_t) * id);
@@ -23,7 +23,7 @@ struct StoredRecords {
 
     /// Asks for the record's first bytes. The processor does it by itself within a page only.
     void prefetch(unsigned id) const {
-        const unsigned at = id < count ? offset(id) : REMOVED;
+        const unsigned at = id < count ? offset(id) : kRemoved;
         if (at >= first && at < end) __builtin_prefetch(content + at);
     }
 

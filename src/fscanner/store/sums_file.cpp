@@ -16,8 +16,8 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::string_view MAGIC = "FSBLKSUM";
-constexpr std::uint32_t VERSION = 1;
+constexpr std::string_view kMagic = "FSBLKSUM";
+constexpr std::uint32_t kVersion = 1;
 
 }  // namespace
 
@@ -41,12 +41,12 @@ bool SumsFile::load() {
 // The checksums themselves are not covered by one. They stay in the mapping.
 bool SumsFile::decode(ByteRange bytes) {
     const std::byte* const start = bytes.at();
-    const std::byte* const magic = bytes.take(MAGIC.size());
+    const std::byte* const magic = bytes.take(kMagic.size());
     std::uint32_t version = 0, block = 0, count = 0, size = 0, check = 0;
-    if (!magic || std::string_view(reinterpret_cast<const char*>(magic), MAGIC.size()) != MAGIC)
+    if (!magic || std::string_view(reinterpret_cast<const char*>(magic), kMagic.size()) != kMagic)
         return false;
-    if (!bytes.takeInteger(version) || version != VERSION || !bytes.takeInteger(block) ||
-        block != BlockSums::BLOCK || !bytes.takeInteger(count))
+    if (!bytes.takeInteger(version) || version != kVersion || !bytes.takeInteger(block) ||
+        block != BlockSums::kBlock || !bytes.takeInteger(count))
         return false;
     std::vector<std::pair<std::wstring, unsigned>> files;
     std::wstring name;
@@ -58,7 +58,7 @@ bool SumsFile::decode(ByteRange bytes) {
     if (!bytes.takeInteger(check) || check != crc32c(header)) return false;
     for (const auto& [file, length] : files) {
         const std::byte* const sums =
-            bytes.take(std::size_t{BlockSums::SUM} * BlockSums::blocksOf(length));
+            bytes.take(std::size_t{BlockSums::kSum} * BlockSums::blocksOf(length));
         if (!sums) return false;
         files_[file] = std::make_unique<BlockSums>(file, length, sums);
     }
@@ -67,9 +67,9 @@ bool SumsFile::decode(ByteRange bytes) {
 
 bool SumsFile::write() const {
     std::vector<std::byte> bytes;
-    appendBytes(bytes, std::as_bytes(std::span(MAGIC)));
+    appendBytes(bytes, std::as_bytes(std::span(kMagic)));
     for (const std::uint32_t value :
-         {VERSION, std::uint32_t{BlockSums::BLOCK}, static_cast<std::uint32_t>(files_.size())})
+         {kVersion, std::uint32_t{BlockSums::kBlock}, static_cast<std::uint32_t>(files_.size())})
         appendInteger(bytes, value);
     for (const auto& [name, sums] : files_) {
         appendName(bytes, name);
@@ -181,10 +181,10 @@ bool SummedFile::close() {
 
 namespace {
 
-constexpr unsigned SUM = BlockSums::SUM;
+constexpr unsigned kSum = BlockSums::kSum;
 
 std::uint32_t sumAt(const std::byte* sums, unsigned block) {
-    return loadInteger<std::uint32_t>(sums + std::size_t{SUM} * block);
+    return loadInteger<std::uint32_t>(sums + std::size_t{kSum} * block);
 }
 
 }  // namespace
@@ -209,8 +209,8 @@ bool BlockSums::fail(unsigned offset) {
 }
 
 bool BlockSums::check(unsigned block) {
-    const std::byte* at = file_->content().data() + std::size_t{BLOCK} * block;
-    if (crc32c({at, knownLength(block)}) != sumAt(sums_, block)) return fail(block * BLOCK);
+    const std::byte* at = file_->content().data() + std::size_t{kBlock} * block;
+    if (crc32c({at, knownLength(block)}) != sumAt(sums_, block)) return fail(block * kBlock);
     checked_[block] = true;
     return true;
 }
@@ -223,12 +223,12 @@ bool BlockSums::compareAll() {
     unsigned block = 0;
     for (; block + 3 < blocks; block += 3) {
         const auto sums =
-            crc32cOfThree(file_->content().data() + std::size_t{BLOCK} * block, BLOCK);
+            crc32cOfThree(file_->content().data() + std::size_t{kBlock} * block, kBlock);
         for (unsigned i = 0; i < sums.size(); ++i)
             if (!checked_[block + i] && sums[i] != sumAt(sums_, block + i))
-                return fail((block + i) * BLOCK);
+                return fail((block + i) * kBlock);
     }
-    if (block < blocks && !holds(block * BLOCK, size_ - block * BLOCK)) return false;
+    if (block < blocks && !holds(block * kBlock, size_ - block * kBlock)) return false;
     checked_.clear();
     unchecked_ = 0;
     return true;
@@ -238,7 +238,7 @@ bool BlockSums::beforeChange(unsigned offset, std::span<const std::byte> bytes) 
     if (!file_ || offset >= size_) return true;
     if (!holds(offset, static_cast<unsigned>(bytes.size()))) return false;
     if (changed_.empty()) changed_.resize(blocksOf(size_));
-    changed_[offset / BLOCK] = true;
+    changed_[offset / kBlock] = true;
     return true;
 }
 
@@ -246,7 +246,7 @@ bool BlockSums::beforeChange(unsigned offset, std::span<const std::byte> bytes) 
 // the same any more when the file has grown.
 bool BlockSums::isSumCurrent(unsigned block) const {
     return block < blocksOf(size_) && (changed_.empty() || !changed_[block]) &&
-           (knownLength(block) == BLOCK || file_->logicalSize() == size_);
+           (knownLength(block) == kBlock || file_->logicalSize() == size_);
 }
 
 void BlockSums::close() {
@@ -254,9 +254,9 @@ void BlockSums::close() {
     const unsigned length = file_->logicalSize();
     // Appended bytes continue a partial block, which gets a new checksum. So its old bytes are
     // compared before.
-    if (length > size_ && size_ % BLOCK != 0) holds(size_ - 1, 1);
+    if (length > size_ && size_ % kBlock != 0) holds(size_ - 1, 1);
     if (length != size_ || !changed_.empty()) {
-        std::vector<std::byte> sums(std::size_t{SUM} * blocksOf(length));
+        std::vector<std::byte> sums(std::size_t{kSum} * blocksOf(length));
         sumUp(sums);
         own_ = std::move(sums);
         sums_ = own_.data();
@@ -271,20 +271,20 @@ void BlockSums::close() {
 // A block that was not changed keeps its checksum, compared or not: a new one would hide damage.
 void BlockSums::sumUp(std::vector<std::byte>& sums) const {
     const std::span<const std::byte> content = file_->content();
-    const unsigned whole = static_cast<unsigned>(content.size()) / BLOCK;
+    const unsigned whole = static_cast<unsigned>(content.size()) / kBlock;
     const auto put = [&sums](unsigned block, std::uint32_t sum) {
-        storeInteger(sums.data() + std::size_t{SUM} * block, sum);
+        storeInteger(sums.data() + std::size_t{kSum} * block, sum);
     };
-    for (unsigned block = 0; std::size_t{BLOCK} * block < content.size();) {
-        const std::byte* at = content.data() + std::size_t{BLOCK} * block;
+    for (unsigned block = 0; std::size_t{kBlock} * block < content.size();) {
+        const std::byte* at = content.data() + std::size_t{kBlock} * block;
         if (isSumCurrent(block)) {
             put(block, sumAt(sums_, block));
             ++block;
         } else if (block + 3 > whole || isSumCurrent(block + 1) || isSumCurrent(block + 2)) {
-            const std::size_t left = content.size() - std::size_t{BLOCK} * block;
-            put(block++, crc32c({at, std::min<std::size_t>(BLOCK, left)}));
+            const std::size_t left = content.size() - std::size_t{kBlock} * block;
+            put(block++, crc32c({at, std::min<std::size_t>(kBlock, left)}));
         } else {
-            for (const std::uint32_t sum : crc32cOfThree(at, BLOCK)) put(block++, sum);
+            for (const std::uint32_t sum : crc32cOfThree(at, kBlock)) put(block++, sum);
         }
     }
 }

@@ -17,7 +17,7 @@ namespace fscanner {
 /// The checksums of the blocks of one file. Each block is compared with its checksum once after
 /// the file was opened, when it is first used.
 ///
-///     0          BLOCK                    size           the file's present end
+///     0          kBlock                   size           the file's present end
 ///     |------------|---------- ... ---------|-------------------|
 ///       blocks with checksums: compared before  appended since the opening:
 ///       their first use and first change        never compared
@@ -28,11 +28,11 @@ class BlockSums final : public BlockWatch {
 public:
     /// The length of a block in bytes: one page, so that a lookup through an index compares no
     /// more than the pages that it reads.
-    static constexpr unsigned BLOCK = 4096;
+    static constexpr unsigned kBlock = 4096;
     /// The length of a stored checksum in bytes: CRC-32C, little-endian.
-    static constexpr unsigned SUM = 4;
+    static constexpr unsigned kSum = 4;
 
-    static unsigned blocksOf(unsigned size) { return size / BLOCK + (size % BLOCK != 0); }
+    static unsigned blocksOf(unsigned size) { return size / kBlock + (size % kBlock != 0); }
 
     /// `size`: the length of the file in bytes, 0 for a new file. `sums`: its checksums, which must
     /// stay valid at that address. `name` is used in the log.
@@ -61,7 +61,7 @@ public:
     /// Whether the blocks that contain these bytes match their checksums. The bytes must be inside
     /// the open file, and `count` must not be 0. A mismatch is noted as damage.
     bool holds(unsigned offset, unsigned count) {
-        return offset >= unchecked_ || holdsBlocks(offset / BLOCK, (offset + count - 1) / BLOCK);
+        return offset >= unchecked_ || holdsBlocks(offset / kBlock, (offset + count - 1) / kBlock);
     }
     /// Whether all blocks match. Faster than block by block.
     bool holdsAll() { return isCompared() || compareAll(); }
@@ -79,7 +79,7 @@ public:
     /// The file's length at the last `close` (or as given to the constructor), and the checksums
     /// of that content.
     unsigned size() const { return size_; }
-    std::span<const std::byte> sums() const { return {sums_, std::size_t{SUM} * blocksOf(size_)}; }
+    std::span<const std::byte> sums() const { return {sums_, std::size_t{kSum} * blocksOf(size_)}; }
 
 private:
     bool holdsBlocks(unsigned first, unsigned last) {
@@ -91,7 +91,7 @@ private:
     bool check(unsigned block);
     bool fail(unsigned offset);
     bool isSumCurrent(unsigned block) const;
-    unsigned knownLength(unsigned block) const { return std::min(BLOCK, size_ - block * BLOCK); }
+    unsigned knownLength(unsigned block) const { return std::min(kBlock, size_ - block * kBlock); }
     void sumUp(std::vector<std::byte>& sums) const;
 
     std::wstring name_;

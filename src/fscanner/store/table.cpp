@@ -18,7 +18,7 @@ namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* MUTEX_SUFFIX = L"_t_mutex";
+constexpr const wchar_t* kMutexSuffix = L"_t_mutex";
 
 bool isCount(int which) {
     return static_cast<unsigned>(which) <= COUNT_DELETED;
@@ -45,11 +45,11 @@ bool FS_Table::addField(const wchar_t* name, unsigned typeCode) {
 }
 
 bool FS_Table::create() {
-    if (!isUsable() || isOpen() || schema_.count() > RecordLayout::MAX_FIELDS) return false;
+    if (!isUsable() || isOpen() || schema_.count() > RecordLayout::kMaxFields) return false;
     damaged_ = false;
-    auto data = DataFile::create(path(DATA_SUFFIX).c_str(), schema_, sums_);
+    auto data = DataFile::create(path(kDataSuffix).c_str(), schema_, sums_);
     if (!data) return false;
-    offsets_ = OffsetFile::create(path(OFFSET_SUFFIX).c_str(), sums_);
+    offsets_ = OffsetFile::create(path(kOffsetSuffix).c_str(), sums_);
     if (!offsets_) return false;
     data_ = std::move(data);
     position_ = data_->headerSize();
@@ -74,9 +74,9 @@ bool FS_Table::open() {
 
 OpenResult FS_Table::openFiles() {
     std::unique_ptr<DataFile> data;
-    OpenResult result = DataFile::open(path(DATA_SUFFIX).c_str(), schema_, sums_, data);
+    OpenResult result = DataFile::open(path(kDataSuffix).c_str(), schema_, sums_, data);
     if (result == OpenResult::ok)
-        result = OffsetFile::open(path(OFFSET_SUFFIX).c_str(), sums_, offsets_);
+        result = OffsetFile::open(path(kOffsetSuffix).c_str(), sums_, offsets_);
     if (result != OpenResult::ok) {
         schema_.removeAll();
         return result;
@@ -163,7 +163,7 @@ bool FS_Table::hasFiles() const {
     const auto isThere = [this](const wchar_t* suffix) {
         return presenceOf(path(suffix)) == Presence::there;
     };
-    return isThere(DATA_SUFFIX) && isThere(OFFSET_SUFFIX);
+    return isThere(kDataSuffix) && isThere(kOffsetSuffix);
 }
 
 bool FS_Table::reportDamage(const char* what) {
@@ -183,9 +183,9 @@ bool FS_Table::checkOffsets() {
     const std::byte* entry = offsets_->entries();
     const unsigned stored = data_->count(COUNT_STORED);
     unsigned live = 0, last = headerSize() - 1;
-    for (unsigned id = 0; id < entries; ++id, entry += OffsetFile::ENTRY) {
+    for (unsigned id = 0; id < entries; ++id, entry += OffsetFile::kEntry) {
         const auto offset = loadInteger<std::uint32_t>(entry);
-        if (offset == OffsetFile::REMOVED) continue;
+        if (offset == OffsetFile::kRemoved) continue;
         if (offset <= last) return reportDamage("the order of its offsets");
         last = offset;
         ++live;
@@ -340,7 +340,7 @@ bool FS_Table::movePrevious(unsigned& id) const {
     // For id 0, `id - 1` wraps and is not below `count()`, so the loop does not start.
     for (unsigned entry = id - 1; entry < offsets_->count() && candidate > 0; ++entry) {
         --candidate;
-        if (offsets_->at(entry) == OffsetFile::REMOVED) continue;
+        if (offsets_->at(entry) == OffsetFile::kRemoved) continue;
         id = candidate;
         return true;
     }
@@ -373,8 +373,7 @@ bool FS_Table::count(int which, unsigned* value) const {
 }
 
 unsigned long long FS_Table::bytes() const {
-    std::vector<std::wstring> files{path(DATA_SUFFIX), path(OFFSET_SUFFIX),
-                                    path(INDEX_LIST_SUFFIX)};
+    std::vector<std::wstring> files{path(kDataSuffix), path(kOffsetSuffix), path(kIndexListSuffix)};
     for (const auto& index : indexes_) files.emplace_back(index->getIndexFullPathName());
     unsigned long long sum = 0;
     for (const std::wstring& file : files) {
@@ -393,7 +392,7 @@ unsigned long long FS_Table::bytesInUse() const {
     if (!count(COUNT_STORED, &stored) || !count(COUNT_DELETED, &deleted)) return all;
     const unsigned long long records = 0ULL + stored + deleted;
     const unsigned long long heads = std::min<unsigned long long>(
-        all, indexes_.size() * static_cast<std::size_t>(Index::HEAD_BYTES));
+        all, indexes_.size() * static_cast<std::size_t>(Index::kHeadBytes));
     return heads + (records == 0 ? 0 : (all - heads) / records * stored);
 }
 
@@ -416,7 +415,7 @@ bool FS_Table::closeRecordSet(RecordSet& recordSet) {
 
 // Created at the first use: most tables are never locked.
 AbstractSync* FS_Table::mutex() {
-    if (!mutex_ && isUsable()) mutex_ = SysFactory::createMutex((name_ + MUTEX_SUFFIX).c_str());
+    if (!mutex_ && isUsable()) mutex_ = SysFactory::createMutex((name_ + kMutexSuffix).c_str());
     return mutex_.get();
 }
 

@@ -90,7 +90,7 @@ public:
     bool holdsAll() { return isOpen() && offsets_->holdsAll() && data_->holdsAll(); }
     /// The name of the index list file, behind the table's name. The table does not maintain
     /// that file's checksums; its user does.
-    static constexpr const wchar_t* INDEX_LIST_SUFFIX = L"_idx.dat";
+    static constexpr const wchar_t* kIndexListSuffix = L"_idx.dat";
 
     /// The mapped files of an open table.
     std::vector<LinuxMmFile*> mappedFiles();
@@ -231,8 +231,8 @@ public:
     bool reportDamage(const char* what);
 
 private:
-    static constexpr const wchar_t* DATA_SUFFIX = L".dat";
-    static constexpr const wchar_t* OFFSET_SUFFIX = L".pxx";
+    static constexpr const wchar_t* kDataSuffix = L".dat";
+    static constexpr const wchar_t* kOffsetSuffix = L".pxx";
 
     enum class Visit { live, removed, damaged };
     struct Counts {

@@ -26,7 +26,7 @@ OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entri
             !takeName(in, entry.fieldName)) {
             return OpenResult::damaged;
         }
-        if (tag == HASH_INDEX_TAG) entries.push_back(std::move(entry));
+        if (tag == kHashIndexTag) entries.push_back(std::move(entry));
     }
     return OpenResult::ok;
 }
@@ -34,7 +34,7 @@ OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entri
 bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entries) {
     std::vector<std::byte> bytes;
     for (const IndexListEntry& entry : entries) {
-        appendInteger(bytes, HASH_INDEX_TAG);
+        appendInteger(bytes, kHashIndexTag);
         appendName(bytes, entry.indexName);
         appendName(bytes, entry.fieldName);
     }
@@ -103,7 +103,7 @@ bool FS_Table::removeHashIndex(const wchar_t* indexName) {
 bool FS_Table::retrieveHashIndexList(IndexList& list) {
     if (!isUsable()) return false;
     std::vector<IndexListEntry> entries;
-    OpenResult result = readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
+    OpenResult result = readIndexList(path(kIndexListSuffix).c_str(), entries);
     for (const IndexListEntry& entry : entries) {
         if (result == OpenResult::damaged) break;
         result = loadIndex(entry.indexName, entry.fieldName, list);
@@ -114,7 +114,7 @@ bool FS_Table::retrieveHashIndexList(IndexList& list) {
 /// Whether every index in the list file is loaded (see `loadIndex`).
 bool FS_Table::hasAllIndexes() const {
     std::vector<IndexListEntry> entries;
-    return readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries) == OpenResult::ok &&
+    return readIndexList(path(kIndexListSuffix).c_str(), entries) == OpenResult::ok &&
            entries.size() == indexes_.size();
 }
 
@@ -139,17 +139,17 @@ bool FS_Table::saveHashIndexList(const IndexList& list) const {
     for (const auto& index : list) {
         entries.push_back({index->getIndexName(), index->getFieldName()});
     }
-    return writeIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
+    return writeIndexList(path(kIndexListSuffix).c_str(), entries);
 }
 
 bool FS_Table::eraseHashIndexList(const IndexList& /*list*/) const {
-    return isUsable() && removeFile(path(INDEX_LIST_SUFFIX).c_str()) == 0;
+    return isUsable() && removeFile(path(kIndexListSuffix).c_str()) == 0;
 }
 
 bool FS_Table::eraseFiles() {
     std::vector<IndexListEntry> entries;
-    readIndexList(path(INDEX_LIST_SUFFIX).c_str(), entries);
-    std::vector<std::wstring> files{path(DATA_SUFFIX), path(OFFSET_SUFFIX)};
+    readIndexList(path(kIndexListSuffix).c_str(), entries);
+    std::vector<std::wstring> files{path(kDataSuffix), path(kOffsetSuffix)};
     for (const IndexListEntry& entry : entries) {
         if (!isFileName(entry.indexName)) continue;
         const Index index(entry.indexName.c_str(), directory_.c_str(), entry.fieldName.c_str());
@@ -250,8 +250,8 @@ bool FS_Table::hashIndex_moveFirst(const Index& index, const wchar_t* key, unsig
 
 bool FS_Table::hashIndex_moveNext(const Index& index, unsigned& recordId, unsigned& next) {
     if (!isOpen() || !index.isOpen()) return false;
-    while (next != Index::NONE) {
-        if (next < Index::BUCKETS || next >= index.slotCount()) return reportDamage("a chain");
+    while (next != Index::kNone) {
+        if (next < Index::kBuckets || next >= index.slotCount()) return reportDamage("a chain");
         const Visit visit = visitSlot(index, next, recordId, next);
         if (visit != Visit::removed) return visit == Visit::live;
     }
@@ -261,11 +261,11 @@ bool FS_Table::hashIndex_moveNext(const Index& index, unsigned& recordId, unsign
 /// Reads a slot and tells whether its record is live. Only a head may be empty.
 FS_Table::Visit FS_Table::visitSlot(const Index& index, unsigned slot, unsigned& recordId,
                                     unsigned& next) {
-    unsigned follower = Index::NONE;
+    unsigned follower = Index::kNone;
     if (!index.read(slot, &recordId, &follower)) return Visit::damaged;
-    const bool empty = recordId == Index::NONE && slot < Index::BUCKETS;
+    const bool empty = recordId == Index::kNone && slot < Index::kBuckets;
     next = follower;
-    if (empty && follower == Index::NONE) return Visit::removed;
+    if (empty && follower == Index::kNone) return Visit::removed;
     if (recordId >= offsets_->count() || !index.isFollower(slot, follower)) {
         reportDamage("a chain");
         return Visit::damaged;

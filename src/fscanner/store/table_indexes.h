@@ -17,7 +17,7 @@ struct IndexListEntry {
 };
 
 /// The tag of an entry for a hash index; entries with another tag are skipped.
-constexpr unsigned HASH_INDEX_TAG = 110;
+constexpr unsigned kHashIndexTag = 110;
 
 /// Appends the entries of the file to `entries`. An absent or empty file has none.
 /// `failed`: the file is there but cannot be opened. `damaged`: the entries before the

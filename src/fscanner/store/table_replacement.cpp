@@ -9,33 +9,33 @@ namespace fscanner {
 
 namespace {
 
-constexpr const wchar_t* INDEX_SUFFIX = L".idx";
+constexpr const wchar_t* kIndexSuffix = L".idx";
 
 }  // namespace
 
 std::vector<std::wstring> TableReplacement::fileNames(const std::wstring& table,
                                                       const std::vector<std::wstring>& indexes) {
-    std::vector<std::wstring> names = {table + FS_Table::INDEX_LIST_SUFFIX};
-    for (const std::wstring version : {L"", SUFFIX}) {
-        for (const wchar_t* suffix : {FS_Table::DATA_SUFFIX, FS_Table::OFFSET_SUFFIX})
+    std::vector<std::wstring> names = {table + FS_Table::kIndexListSuffix};
+    for (const std::wstring version : {L"", kSuffix}) {
+        for (const wchar_t* suffix : {FS_Table::kDataSuffix, FS_Table::kOffsetSuffix})
             names.push_back(table + version + suffix);
-        for (const std::wstring& index : indexes) names.push_back(index + version + INDEX_SUFFIX);
+        for (const std::wstring& index : indexes) names.push_back(index + version + kIndexSuffix);
     }
     return names;
 }
 
 TableReplacement::TableReplacement(FS_Table& table)
     : table_(table),
-      fresh_((table.name_ + SUFFIX).c_str(), table.directory_.c_str(), table.compressed_) {
+      fresh_((table.name_ + kSuffix).c_str(), table.directory_.c_str(), table.compressed_) {
     fresh_.schema_ = table.schema_;
     fresh_.keepSums(table.sums_);
     for (const auto& index : table.indexes_) {
-        const std::wstring name = std::wstring(index->getIndexName()) + SUFFIX;
+        const std::wstring name = std::wstring(index->getIndexName()) + kSuffix;
         indexes_.emplace_back(name, index->getFieldName());
-        renames_.emplace_back(table.directory_ + name + INDEX_SUFFIX,
+        renames_.emplace_back(table.directory_ + name + kIndexSuffix,
                               index->getIndexFullPathName());
     }
-    for (const wchar_t* suffix : {FS_Table::DATA_SUFFIX, FS_Table::OFFSET_SUFFIX})
+    for (const wchar_t* suffix : {FS_Table::kDataSuffix, FS_Table::kOffsetSuffix})
         renames_.emplace_back(fresh_.path(suffix), table.path(suffix));
 }
 

@@ -9,7 +9,7 @@ namespace fscanner {
 class TableReplacement {
 public:
     /// Appended to the names of the table and its indexes.
-    static constexpr const wchar_t* SUFFIX = L"_cpt";
+    static constexpr const wchar_t* kSuffix = L"_cpt";
 
     /// The names of the files that a table with indexes of these names can have, and of those
     /// that are to take their places.
