@@ -208,10 +208,6 @@ std::string utf8Of(const std::wstring& text) {
     return reinterpret_cast<const char*>(bytes.data());
 }
 
-bool isAscii(std::wstring_view text) {
-    return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 0x80; });
-}
-
 // Bytes behind a text may be loaded with it; they must not count. Near the end of a buffer
 // there are none, and the slow paths take over.
 TEST(CompiledPattern, JudgesBytesAsItMatchesTheirCharacters) {

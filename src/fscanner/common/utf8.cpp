@@ -132,10 +132,6 @@ void encodeCharacter(std::string& out, wchar_t c, Codeset codeset) {
     out.append(bytes, length);
 }
 
-bool isAscii(wchar_t c) {
-    return static_cast<std::uint32_t>(c) < 0x80;
-}
-
 /// Narrows the ASCII at the start of `text` and returns its length.
 std::size_t narrowAscii(std::string& out, std::wstring_view text) {
     constexpr std::size_t block = 16;  // which the compiler can keep in registers
@@ -151,7 +147,7 @@ std::size_t narrowAscii(std::string& out, std::wstring_view text) {
         }
         if (all >= 0x80) break;
     }
-    for (; done < text.size() && isAscii(text[done]); ++done)
+    for (; done < text.size() && static_cast<std::uint32_t>(text[done]) < 0x80; ++done)
         to[done] = static_cast<char>(text[done]);
     out.resize(start + done);
     return done;

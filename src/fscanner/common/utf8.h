@@ -94,6 +94,15 @@ inline Utf8Character readUtf8(std::string_view text) {
     return {value, length, whole && value >= lowest[announced]};
 }
 
+/// Whether all of `text`, wide or narrow, is ASCII. The loop has no early exit, so that the
+/// compiler can vectorise it.
+template <typename Text>
+bool isAscii(const Text& text) {
+    std::uint32_t all = 0;
+    for (const auto c : text) all |= static_cast<std::uint32_t>(c);
+    return all < 0x80;
+}
+
 /// Bytes that the six-byte form of UTF-8 needs for one character.
 unsigned utf8Length(wchar_t c);
 

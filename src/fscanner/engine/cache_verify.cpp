@@ -2,7 +2,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <memory>
@@ -37,11 +36,6 @@ struct Level {
     Directory directory;
     std::size_t pathLength = 0;  // of the path with its final "/"
 };
-
-bool isAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(),
-                       [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
 
 bool isAbsent(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;

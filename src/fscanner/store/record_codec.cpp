@@ -55,12 +55,6 @@ std::size_t encodedBound(const Field& field) {
     return kMaxLengthBytes + kMaxCharacterBytes * asText(field).view().size();
 }
 
-bool isAscii(std::wstring_view text) {
-    std::uint32_t all = 0;
-    for (const wchar_t c : text) all |= static_cast<std::uint32_t>(c);
-    return all < 0x80;
-}
-
 /// Widens ASCII text. False when a byte is not ASCII; then `out` is unusable. The loop
 /// has no early exit, so that the compiler can vectorise it.
 bool widen(std::string_view text, wchar_t* out) {
