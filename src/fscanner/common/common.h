@@ -17,7 +17,8 @@
 
 namespace fscanner {
 
-/// Text helpers. A blank is the space U+0020 only.
+/// Offered to hosts: text helpers and an evaluator. Nothing in fscanner uses what stands here; a
+/// reader of the engine can skip this file. A blank is the space U+0020 only.
 
 /// Removes leading (trailing) blanks in place and returns `s`.
 wchar_t* ltrim(wchar_t* s);

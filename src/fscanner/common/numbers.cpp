@@ -9,20 +9,6 @@ int compressInt(unsigned long long value, char* buf, int size) {
     return at;
 }
 
-unsigned long long decompressInt(const char* bytes) {
-    unsigned long long value = 0;
-    unsigned byte;
-    do {
-        byte = static_cast<unsigned char>(*bytes++);
-        value = value << 7 | byte >> 1;
-    } while ((byte & 1) != 0);
-    return value;
-}
-
-bool checkBit(unsigned char index, const char* bits) {
-    return (static_cast<unsigned char>(bits[index >> 3]) & (0x80u >> (index & 7))) != 0;
-}
-
 void setBit(unsigned char index, char* bits) {
     char& byte = bits[index >> 3];
     byte = static_cast<char>(static_cast<unsigned char>(byte) | (0x80u >> (index & 7)));
@@ -57,6 +43,22 @@ wchar_t* writeDecimal(T v, wchar_t* out) {
 wchar_t* wcs_itoa(unsigned v, wchar_t* out) {
     static wchar_t own[11];
     return writeDecimal(v, out != nullptr ? out : own);
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+unsigned long long decompressInt(const char* bytes) {
+    unsigned long long value = 0;
+    unsigned byte;
+    do {
+        byte = static_cast<unsigned char>(*bytes++);
+        value = value << 7 | byte >> 1;
+    } while ((byte & 1) != 0);
+    return value;
+}
+
+bool checkBit(unsigned char index, const char* bits) {
+    return (static_cast<unsigned char>(bits[index >> 3]) & (0x80u >> (index & 7))) != 0;
 }
 
 wchar_t* wcs_itoa64(unsigned long long v, wchar_t* out) {

@@ -49,13 +49,15 @@ std::uint64_t getFileClock() {
            static_cast<std::uint64_t>(now.tv_nsec);
 }
 
+std::time_t getCurrentTime() {
+    return wallClock != nullptr ? wallClock().tv_sec : std::time(nullptr);
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
 long elapsedTime(timeval start, timeval end) {
     if (start.tv_sec == end.tv_sec) return (end.tv_usec - start.tv_usec) / 1000;
     return (end.tv_sec - start.tv_sec) * 1000 - start.tv_usec / 1000 + end.tv_usec / 1000;
-}
-
-std::time_t getCurrentTime() {
-    return wallClock != nullptr ? wallClock().tv_sec : std::time(nullptr);
 }
 
 }  // namespace fscanner

@@ -18,9 +18,6 @@ unsigned getCoarseTickCount();
 /// advances in steps of some milliseconds. What is changed later never gets an earlier time, unless
 /// somebody sets the clock back.
 std::uint64_t getFileClock();
-/// Milliseconds from `start` to `end`. When the two are in different seconds, the microseconds
-/// of each are cut to milliseconds before the subtraction.
-long elapsedTime(timeval start, timeval end);
 /// Seconds since the epoch, by the system's clock.
 std::time_t getCurrentTime();
 
@@ -29,5 +26,11 @@ std::time_t getCurrentTime();
 /// clock. Process-wide.
 using ClockSource = timeval (*)();
 void setClockSource(ClockSource source, ClockSource ticks = nullptr);
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// Milliseconds from `start` to `end`. When the two are in different seconds, the microseconds
+/// of each are cut to milliseconds before the subtraction.
+long elapsedTime(timeval start, timeval end);
 
 }  // namespace fscanner

@@ -46,13 +46,16 @@ public:
     void setNValueString(const wchar_t* name) { assign(name_, name); }
     void setNValueString(std::wstring_view name) { name_.assign(name); }
 
-    /// How many literals, and how many fields or variables, it was computed from.
-    int getConstantCount() const { return constants_; }
-    int getFieldCount() const { return fields_; }
+    /// States how many literals, and how many fields or variables, it was computed from.
     void setCounts(int constants, int fields) {
         constants_ = constants;
         fields_ = fields;
     }
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    int getConstantCount() const { return constants_; }
+    int getFieldCount() const { return fields_; }
 
 private:
     static void assign(InlineText& target, const wchar_t* text);
@@ -135,15 +138,6 @@ bool findCmdToken(const wchar_t* name, char argumentType);
 /// read as the command: "pathid" as "path" and the variable "id".
 void clearCommands();
 
-/// Empties the list at the end of a scope: for whoever registers commands.
-class CommandListGuard {
-public:
-    CommandListGuard() = default;
-    CommandListGuard(const CommandListGuard&) = delete;
-    CommandListGuard& operator=(const CommandListGuard&) = delete;
-    ~CommandListGuard() { clearCommands(); }
-};
-
 /// Puts another list in the place of the thread's one until the end of a scope, an
 /// empty one or `other`: for whoever may be called in the middle of somebody else's
 /// query.
@@ -160,6 +154,17 @@ public:
 private:
     std::vector<CmdToken> own_;
     std::vector<CmdToken>& other_;
+};
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+/// Empties the list at the end of a scope: for whoever registers commands.
+class CommandListGuard {
+public:
+    CommandListGuard() = default;
+    CommandListGuard(const CommandListGuard&) = delete;
+    CommandListGuard& operator=(const CommandListGuard&) = delete;
+    ~CommandListGuard() { clearCommands(); }
 };
 
 }  // namespace fscanner

@@ -30,18 +30,6 @@ bool RecordSet::moveNext() {
     return recordSet_ && recordSet_->moveNext();
 }
 
-bool RecordSet::movePrevious() {
-    return recordSet_ && recordSet_->movePrevious();
-}
-
-bool RecordSet::moveLast() {
-    return recordSet_ && recordSet_->moveLast();
-}
-
-unsigned RecordSet::count() const {
-    return recordSet_ ? recordSet_->count() : 0;
-}
-
 bool RecordSet::walksIndex() const {
     return recordSet_ && recordSet_->walksIndex();
 }
@@ -60,22 +48,6 @@ bool RecordSet::update() {
 
 bool RecordSet::remove() {
     return recordSet_ && recordSet_->remove();
-}
-
-int RecordSet::lock(int timeout) {
-    return recordSet_ ? recordSet_->table().lock(long{timeout}) : SYNC_FAILED;
-}
-
-int RecordSet::unlock() {
-    if (!recordSet_) return SYNC_FAILED;
-    recordSet_->table().unlock();
-    return SYNC_SUCCESS;
-}
-
-void RecordSet::printFields() const {
-    if (!recordSet_) return;
-    recordSet_->buffer();  // all of it
-    recordSet_->printFields();
 }
 
 // ---- Fields by index and by name --------------------------------------------
@@ -117,81 +89,111 @@ const wchar_t* RecordSet::getFieldAsString(unsigned index) const {
     return found ? found->value() : nullptr;
 }
 
-const wchar_t* RecordSet::getFieldAsString(const wchar_t* name) const {
-    const TextField* found = field<TextField>(name);
-    return found ? found->value() : nullptr;
-}
-
-unsigned char RecordSet::getFieldAsInt8(unsigned index) const {
-    return number<Int8Field>(index);
-}
-
-unsigned char RecordSet::getFieldAsInt8(const wchar_t* name) const {
-    return number<Int8Field>(name);
-}
-
-unsigned short RecordSet::getFieldAsInt16(unsigned index) const {
-    return number<Int16Field>(index);
-}
-
-unsigned short RecordSet::getFieldAsInt16(const wchar_t* name) const {
-    return number<Int16Field>(name);
-}
-
 unsigned RecordSet::getFieldAsInt32(unsigned index) const {
     return number<Int32Field>(index);
-}
-
-unsigned RecordSet::getFieldAsInt32(const wchar_t* name) const {
-    return number<Int32Field>(name);
 }
 
 unsigned long long RecordSet::getFieldAsInt64(unsigned index) const {
     return number<Int64Field>(index);
 }
 
-unsigned long long RecordSet::getFieldAsInt64(const wchar_t* name) const {
-    return number<Int64Field>(name);
-}
-
 bool RecordSet::setFieldAsString(unsigned index, const wchar_t* value) {
     return assign<TextField>(index, value);
-}
-
-bool RecordSet::setFieldAsString(const wchar_t* name, const wchar_t* value) {
-    return assign<TextField>(name, value);
-}
-
-bool RecordSet::setFieldAsInt8(unsigned index, unsigned char value) {
-    return assign<Int8Field>(index, value);
-}
-
-bool RecordSet::setFieldAsInt8(const wchar_t* name, unsigned char value) {
-    return assign<Int8Field>(name, value);
-}
-
-bool RecordSet::setFieldAsInt16(unsigned index, unsigned short value) {
-    return assign<Int16Field>(index, value);
-}
-
-bool RecordSet::setFieldAsInt16(const wchar_t* name, unsigned short value) {
-    return assign<Int16Field>(name, value);
 }
 
 bool RecordSet::setFieldAsInt32(unsigned index, unsigned value) {
     return assign<Int32Field>(index, value);
 }
 
-bool RecordSet::setFieldAsInt32(const wchar_t* name, unsigned value) {
-    return assign<Int32Field>(name, value);
-}
-
 bool RecordSet::setFieldAsInt64(unsigned index, unsigned long long value) {
     return assign<Int64Field>(index, value);
 }
 
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+bool RecordSet::movePrevious() {
+    return recordSet_ && recordSet_->movePrevious();
+}
+
+bool RecordSet::moveLast() {
+    return recordSet_ && recordSet_->moveLast();
+}
+
+unsigned RecordSet::count() const {
+    return recordSet_ ? recordSet_->count() : 0;
+}
+
+unsigned char RecordSet::getFieldAsInt8(unsigned index) const {
+    return number<Int8Field>(index);
+}
+
+unsigned short RecordSet::getFieldAsInt16(unsigned index) const {
+    return number<Int16Field>(index);
+}
+
+const wchar_t* RecordSet::getFieldAsString(const wchar_t* name) const {
+    const TextField* found = field<TextField>(name);
+    return found ? found->value() : nullptr;
+}
+
+unsigned char RecordSet::getFieldAsInt8(const wchar_t* name) const {
+    return number<Int8Field>(name);
+}
+
+unsigned short RecordSet::getFieldAsInt16(const wchar_t* name) const {
+    return number<Int16Field>(name);
+}
+
+unsigned RecordSet::getFieldAsInt32(const wchar_t* name) const {
+    return number<Int32Field>(name);
+}
+
+unsigned long long RecordSet::getFieldAsInt64(const wchar_t* name) const {
+    return number<Int64Field>(name);
+}
+
+bool RecordSet::setFieldAsInt8(unsigned index, unsigned char value) {
+    return assign<Int8Field>(index, value);
+}
+
+bool RecordSet::setFieldAsInt16(unsigned index, unsigned short value) {
+    return assign<Int16Field>(index, value);
+}
+
+bool RecordSet::setFieldAsString(const wchar_t* name, const wchar_t* value) {
+    return assign<TextField>(name, value);
+}
+
+bool RecordSet::setFieldAsInt8(const wchar_t* name, unsigned char value) {
+    return assign<Int8Field>(name, value);
+}
+
+bool RecordSet::setFieldAsInt16(const wchar_t* name, unsigned short value) {
+    return assign<Int16Field>(name, value);
+}
+
+bool RecordSet::setFieldAsInt32(const wchar_t* name, unsigned value) {
+    return assign<Int32Field>(name, value);
+}
+
 bool RecordSet::setFieldAsInt64(const wchar_t* name, unsigned long long value) {
     return assign<Int64Field>(name, value);
+}
+
+int RecordSet::lock(int timeout) {
+    return recordSet_ ? recordSet_->table().lock(long{timeout}) : SYNC_FAILED;
+}
+
+int RecordSet::unlock() {
+    if (!recordSet_) return SYNC_FAILED;
+    recordSet_->table().unlock();
+    return SYNC_SUCCESS;
+}
+
+void RecordSet::printFields() const {
+    if (!recordSet_) return;
+    recordSet_->buffer();  // all of it
+    recordSet_->printFields();
 }
 
 }  // namespace fscanner

@@ -45,15 +45,9 @@ public:
 
     /// Whether the cursor is on a matching record, which is then in the buffer. A
     /// criteria that fixes the value of an indexed field reads that chain alone,
-    /// newest first; then there is no going backwards.
+    /// newest first.
     bool moveFirst();
     bool moveNext();
-    bool movePrevious();
-    /// Moves to the last record, of whatever kind, reads nothing and is always
-    /// false (deliberate).
-    bool moveLast();
-    /// The number of records less 1, 0 for none; the criteria plays no part (deliberate).
-    unsigned count() const;
 
     /// Whether the criteria lets the moves read one chain of an index.
     bool walksIndex() const;
@@ -67,26 +61,38 @@ public:
     /// A field's value. Null or 0 when there is no such field, or when it is of
     /// another class. The text is valid until the next move or assignment.
     const wchar_t* getFieldAsString(unsigned index) const;
-    const wchar_t* getFieldAsString(const wchar_t* name) const;
-    unsigned char getFieldAsInt8(unsigned index) const;
-    unsigned char getFieldAsInt8(const wchar_t* name) const;
-    unsigned short getFieldAsInt16(unsigned index) const;
-    unsigned short getFieldAsInt16(const wchar_t* name) const;
     unsigned getFieldAsInt32(unsigned index) const;
-    unsigned getFieldAsInt32(const wchar_t* name) const;
     unsigned long long getFieldAsInt64(unsigned index) const;
-    unsigned long long getFieldAsInt64(const wchar_t* name) const;
-
     /// False when there is no such field, or when it is of another class.
     bool setFieldAsString(unsigned index, const wchar_t* value);
-    bool setFieldAsString(const wchar_t* name, const wchar_t* value);
-    bool setFieldAsInt8(unsigned index, unsigned char value);
-    bool setFieldAsInt8(const wchar_t* name, unsigned char value);
-    bool setFieldAsInt16(unsigned index, unsigned short value);
-    bool setFieldAsInt16(const wchar_t* name, unsigned short value);
     bool setFieldAsInt32(unsigned index, unsigned value);
-    bool setFieldAsInt32(const wchar_t* name, unsigned value);
     bool setFieldAsInt64(unsigned index, unsigned long long value);
+
+    explicit operator bool() const { return recordSet_ != nullptr; }
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    /// Fails where the criteria lets the moves read one chain of an index.
+    bool movePrevious();
+    /// Moves to the last record, of whatever kind, reads nothing and is always
+    /// false (deliberate).
+    bool moveLast();
+    /// The number of records less 1, 0 for none; the criteria plays no part (deliberate).
+    unsigned count() const;
+
+    unsigned char getFieldAsInt8(unsigned index) const;
+    unsigned short getFieldAsInt16(unsigned index) const;
+    const wchar_t* getFieldAsString(const wchar_t* name) const;
+    unsigned char getFieldAsInt8(const wchar_t* name) const;
+    unsigned short getFieldAsInt16(const wchar_t* name) const;
+    unsigned getFieldAsInt32(const wchar_t* name) const;
+    unsigned long long getFieldAsInt64(const wchar_t* name) const;
+    bool setFieldAsInt8(unsigned index, unsigned char value);
+    bool setFieldAsInt16(unsigned index, unsigned short value);
+    bool setFieldAsString(const wchar_t* name, const wchar_t* value);
+    bool setFieldAsInt8(const wchar_t* name, unsigned char value);
+    bool setFieldAsInt16(const wchar_t* name, unsigned short value);
+    bool setFieldAsInt32(const wchar_t* name, unsigned value);
     bool setFieldAsInt64(const wchar_t* name, unsigned long long value);
 
     /// The table's lock; -21 without a table.
@@ -95,8 +101,6 @@ public:
 
     /// Writes the buffer to the debug log, a line a field.
     void printFields() const;
-
-    explicit operator bool() const { return recordSet_ != nullptr; }
 
 private:
     friend class FS_Table;

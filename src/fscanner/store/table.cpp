@@ -334,32 +334,6 @@ bool FS_Table::moveNext(unsigned& id) const {
     return true;
 }
 
-bool FS_Table::movePrevious(unsigned& id) const {
-    if (!isOpen()) return false;
-    unsigned candidate = id;
-    // For id 0, `id - 1` wraps and is not below `count()`, so the loop does not start.
-    for (unsigned entry = id - 1; entry < offsets_->count() && candidate > 0; ++entry) {
-        --candidate;
-        if (offsets_->at(entry) == OffsetFile::kRemoved) continue;
-        id = candidate;
-        return true;
-    }
-    return false;
-}
-
-bool FS_Table::moveLast(unsigned& id, unsigned& position) const {
-    unsigned last = 0, records = 0;
-    for (bool found = moveFirst(last); found; found = moveNext(last)) ++records;
-    if (records == 0) return false;
-    id = last;
-    position = records - 1;
-    return false;  // deliberate: a record set's moveLast depends on it
-}
-
-bool FS_Table::eof() const {
-    return isOpen() && position_ == data_->end();
-}
-
 bool FS_Table::count(int which, int delta) {
     if (!isOpen() || !isCount(which)) return false;
     const auto count = static_cast<RecordCount>(which);
@@ -396,7 +370,7 @@ unsigned long long FS_Table::bytesInUse() const {
     return heads + (records == 0 ? 0 : (all - heads) / records * stored);
 }
 
-// ---- Record sets and the lock -----------------------------------------------
+// ---- Record sets ------------------------------------------------------------
 
 RecordSet FS_Table::openRecordSet() {
     recordSets_.push_back(std::make_unique<__recordSet>(*this));
@@ -411,6 +385,34 @@ bool FS_Table::closeRecordSet(RecordSet& recordSet) {
     recordSets_.erase(found);
     recordSet.recordSet_ = nullptr;
     return true;
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+bool FS_Table::movePrevious(unsigned& id) const {
+    if (!isOpen()) return false;
+    unsigned candidate = id;
+    // For id 0, `id - 1` wraps and is not below `count()`, so the loop does not start.
+    for (unsigned entry = id - 1; entry < offsets_->count() && candidate > 0; ++entry) {
+        --candidate;
+        if (offsets_->at(entry) == OffsetFile::kRemoved) continue;
+        id = candidate;
+        return true;
+    }
+    return false;
+}
+
+bool FS_Table::moveLast(unsigned& id, unsigned& position) const {
+    unsigned last = 0, records = 0;
+    for (bool found = moveFirst(last); found; found = moveNext(last)) ++records;
+    if (records == 0) return false;
+    id = last;
+    position = records - 1;
+    return false;  // deliberate: a record set's moveLast depends on it
+}
+
+bool FS_Table::eof() const {
+    return isOpen() && position_ == data_->end();
 }
 
 // Created at the first use: most tables are never locked.

@@ -142,14 +142,6 @@ public:
     /// unchanged, when there is none.
     bool moveFirst(unsigned& id) const;
     bool moveNext(unsigned& id) const;
-    /// Sets `id` to id - 1 if that record is live. Deliberate: otherwise the entries from
-    /// there are searched forwards, while the reported id falls by one per entry.
-    bool movePrevious(unsigned& id) const;
-    /// Always returns false (deliberate). If there are records, sets `id` to the last one and
-    /// `position` to their number less 1.
-    bool moveLast(unsigned& id, unsigned& position) const;
-    /// Whether the record that was read or written last is the last one in the file.
-    bool eof() const;
 
     /// Change or read the number of stored (`which` 0) or deleted (1) records. False for any
     /// other `which`.
@@ -164,17 +156,11 @@ public:
     /// The length of the data file's header in bytes.
     unsigned headerSize() const { return DataFile::headerSize(schema_); }
 
-    // ---- Record sets and the lock -------------------------------------------
+    // ---- Record sets --------------------------------------------------------
 
     RecordSet openRecordSet();
     /// Deletes the record set and empties the handle. False for a handle of another table.
     bool closeRecordSet(RecordSet& recordSet);
-
-    /// Take the table's lock; the results are `SyncStatus`. `LinuxSharedMutex` describes the
-    /// time limit, which is in milliseconds.
-    int lock();
-    int lock(long timeout);
-    void unlock();
 
     // ---- Hash indexes (see hashindex.h; defined in table_indexes.cpp) --------
 
@@ -185,8 +171,6 @@ public:
     /// Builds an index over all records; unlike `insert` it does not skip null values. Does not
     /// write the index list. False also for an index name that is in use or contains "/".
     bool buildHashIndex(const wchar_t* indexName, const wchar_t* fieldName);
-    /// Removes an index and its file. Always false (deliberate).
-    bool removeHashIndex(const wchar_t* indexName);
     /// The first index with exactly this field or name; null when there is none. With
     /// `detach` it is removed from the table's list.
     std::shared_ptr<Index> searchHashIndexForFieldName(const wchar_t* fieldName, bool detach);
@@ -197,7 +181,6 @@ public:
     bool retrieveHashIndexList(IndexList& list);
     bool saveHashIndexList(const IndexList& list) const;
     bool eraseHashIndexList(const IndexList& list) const;
-    static void freeHashIndexList(IndexList& list) { list.clear(); }
     /// Enters the record in every index, except where its value is null. Stops with false at
     /// the first index that fails, or whose field is not in `values`.
     bool hashIndexesUpdate(const Fields& values, unsigned recordId);
@@ -229,6 +212,25 @@ public:
     bool belongs(const Index& index, unsigned id, const std::wstring& key);
     /// Notes damage, with `what` for the log. Returns false.
     bool reportDamage(const char* what);
+
+    // ---- Offered to hosts; nothing in fscanner uses what follows ------------
+
+    /// Sets `id` to id - 1 if that record is live. Deliberate: otherwise the entries from
+    /// there are searched forwards, while the reported id falls by one per entry.
+    bool movePrevious(unsigned& id) const;
+    /// Always returns false (deliberate). If there are records, sets `id` to the last one and
+    /// `position` to their number less 1.
+    bool moveLast(unsigned& id, unsigned& position) const;
+    /// Whether the record that was read or written last is the last one in the file.
+    bool eof() const;
+    /// Removes an index and its file. Always false (deliberate).
+    bool removeHashIndex(const wchar_t* indexName);
+    static void freeHashIndexList(IndexList& list) { list.clear(); }
+    /// Take the table's lock; the results are `SyncStatus`. `LinuxSharedMutex` describes the
+    /// time limit, which is in milliseconds.
+    int lock();
+    int lock(long timeout);
+    void unlock();
 
 private:
     static constexpr const wchar_t* kDataSuffix = L".dat";

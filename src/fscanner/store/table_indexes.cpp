@@ -91,15 +91,6 @@ bool FS_Table::addHashIndex(const wchar_t* indexName, const wchar_t* fieldName) 
     return true;  // deliberate, also for an unknown field or a full disk
 }
 
-bool FS_Table::removeHashIndex(const wchar_t* indexName) {
-    const auto index = searchHashIndexForIndexName(indexName, true);
-    if (!index) return false;
-    index->close();
-    index->erase();
-    saveHashIndexList(indexes_);
-    return false;  // deliberate
-}
-
 bool FS_Table::retrieveHashIndexList(IndexList& list) {
     if (!isUsable()) return false;
     std::vector<IndexListEntry> entries;
@@ -312,6 +303,17 @@ bool FS_Table::readKey(const Index& index, unsigned id, std::wstring& key) {
     if (codec_.decodeSome(bytes, values, wanted) != DecodeResult::ok)
         return reportDamage("a record");
     return makeIndexKey(*field, key);
+}
+
+// ---- Offered to hosts; nothing in fscanner uses what follows ----------------
+
+bool FS_Table::removeHashIndex(const wchar_t* indexName) {
+    const auto index = searchHashIndexForIndexName(indexName, true);
+    if (!index) return false;
+    index->close();
+    index->erase();
+    saveHashIndexList(indexes_);
+    return false;  // deliberate
 }
 
 }  // namespace fscanner
