@@ -27,8 +27,6 @@ const std::array<const wchar_t*, 2> kSmallFiles = {CacheCounterSuffix, CacheUnre
 // All that lies beside the tables, but the checksums of all.
 const std::array<const wchar_t*, 3> kFilesBeside = {CacheCounterSuffix, CacheUnreadSuffix,
                                                     CacheStampsSuffix};
-// So many entries for directories that are gone are no waste.
-constexpr unsigned kSpareStamps = 1000;
 
 }  // namespace
 
@@ -239,34 +237,18 @@ std::optional<CacheStore::Version> CacheStore::version() const {
 
 // Where there is no file of use, one is made whose entries say nothing.
 bool CacheStore::openStamps() {
-    return readStamps() || (stamps_.create(path(CacheStampsSuffix), *sums_) && fitStamps());
+    return readStamps() ||
+           (stamps_.create(path(CacheStampsSuffix), *sums_) && stamps_.fit(directories()));
 }
 
 bool CacheStore::readStamps() {
     return stamps_.isOpen() || stamps_.open(path(CacheStampsSuffix), *sums_, directoriesIndex_);
 }
 
-// IDs rise from record to record.
-bool CacheStore::fitStamps() {
-    Fields record(directories().schema());
-    const auto* const directoryId = record.as<Int32Field>(DIRECTORIES_ID);
-    std::vector<unsigned> ids;
-    unsigned id = 0;
-    for (bool more = directories().moveFirst(id); more; more = directories().moveNext(id)) {
-        if (!directories().read(id, record)) return false;
-        ids.push_back(directoryId->value());
-    }
-    return stamps_.fit(ids);
-}
-
 bool CacheStore::closeStamps() {
-    unsigned live = 0;
-    bool written = true;
-    if (changed_ && !broken_ && stamps_.isOpen()) {
-        directories().count(0, &live);
-        written = (stamps_.count() / 2 <= live + kSpareStamps || fitStamps()) &&
-                  stamps_.finish(directoriesIndex_);
-    }
+    const bool changed = changed_ && !broken_ && stamps_.isOpen();
+    const bool written =
+        !changed || (stamps_.trim(directories()) && stamps_.finish(directoriesIndex_));
     return stamps_.close() && written;
 }
 

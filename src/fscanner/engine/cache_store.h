@@ -156,7 +156,6 @@ private:
     void recoverCache();
     void loadUnread();
     bool openStamps();
-    bool fitStamps();
     bool closeStamps();
     void openRecordSets();
     TablePlace place() const { return {directory_, compressed_, sums_.get()}; }

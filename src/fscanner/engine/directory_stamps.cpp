@@ -4,6 +4,7 @@
 #include <array>
 #include <vector>
 
+#include "fscanner/engine/cache_tables.h"
 #include "fscanner/store/bytes.h"
 
 namespace fscanner {
@@ -15,6 +16,8 @@ constexpr std::uint32_t kVersion = 1;
 constexpr unsigned kHeader = 20;
 constexpr unsigned kCounterAt = 12;  // the number of entries follows
 constexpr unsigned kEntry = 44;
+// So many entries for directories that are gone are no waste.
+constexpr unsigned kSpareEntries = 1000;
 
 constexpr std::size_t offsetOf(unsigned index) {
     return kHeader + std::size_t{kEntry} * index;
@@ -150,6 +153,25 @@ bool DirectoryStamps::fit(std::span<const unsigned> ids) {
     for (std::size_t i = 0; i < ids.size(); ++i)
         if (!put(ids[i], stamps[i])) return false;
     return true;
+}
+
+// IDs rise from record to record.
+bool DirectoryStamps::fit(FS_Table& directories) {
+    Fields record(directories.schema());
+    const auto* const directoryId = record.as<Int32Field>(DIRECTORIES_ID);
+    std::vector<unsigned> ids;
+    unsigned id = 0;
+    for (bool more = directories.moveFirst(id); more; more = directories.moveNext(id)) {
+        if (!directories.read(id, record)) return false;
+        ids.push_back(directoryId->value());
+    }
+    return fit(ids);
+}
+
+bool DirectoryStamps::trim(FS_Table& directories) {
+    unsigned live = 0;
+    directories.count(COUNT_STORED, &live);
+    return count_ / 2 <= live + kSpareEntries || fit(directories);
 }
 
 }  // namespace fscanner

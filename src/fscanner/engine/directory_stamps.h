@@ -5,6 +5,7 @@
 
 #include "fscanner/engine/stamp_trust.h"
 #include "fscanner/store/sums_file.h"
+#include "fscanner/store/table.h"
 
 namespace fscanner {
 
@@ -34,6 +35,10 @@ public:
     [[nodiscard]] bool put(unsigned id, const DirectoryStamp& stamp);
     /// Makes entries for these IDs, which rise, and no others; known stamps stay.
     [[nodiscard]] bool fit(std::span<const unsigned> ids);
+    /// The same for the directories of the cache. False also when a record cannot be read.
+    [[nodiscard]] bool fit(FS_Table& directories);
+    /// Does that if most entries, and more than a few, are of directories that are gone.
+    [[nodiscard]] bool trim(FS_Table& directories);
     unsigned count() const { return count_; }
     /// Says in the file how many entries there are, and what the ID counter of the tables is. To
     /// be called after all changes: the file is of no use otherwise.
