@@ -153,7 +153,13 @@ std::wstring randomCriteria(Random& random, int depth = 3) {
                        L")";
         }
     }
-    switch (random() % 9) {
+    const auto name = [&] { return L"[FILENAME]==" + text(); };
+    switch (random() % 10) {
+        case 9: {
+            std::wstring names = name();
+            for (auto more = random() % 3; more > 0; --more) names += L" || " + name();
+            return names;
+        }
         case 0:
             return text() + pick(relations) + L"[FILENAME]";
         case 1:

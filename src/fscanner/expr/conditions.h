@@ -18,31 +18,37 @@ struct Operand {
     StoredText text;
 };
 
-/// A field compared with a literal.
+/// A field compared with a literal, or a text with several: `[FILENAME]=="*.h" ||
+/// [FILENAME]=="*.c"`.
 struct Condition {
     [[gnu::always_inline]] Verdict judge(const Operand& operand) const {
-        if (isText) return judgeText(operand.text);
+        if (isText) return others.empty() ? judgeText(operand.text) : judgeTexts(operand.text);
         return holds(operand.number, relation, number) ? Verdict::match : Verdict::noMatch;
     }
     [[gnu::always_inline]] Verdict judgeText(const StoredText& text) const {
         const Verdict equal = pattern.judge(text);
         return relation == COMPARE_EQUAL ? equal : opposite(equal);
     }
+    /// Judges one literal after the other, up to the first that is not sure to differ: there an
+    /// evaluation stops, or may find no value.
+    Verdict judgeTexts(const StoredText& text) const;
 
     unsigned field;
     CompareOperator relation;
     bool isText;
     long long number;
     CompiledPattern pattern;
+    std::vector<CompiledPattern> others = {};  // to equal one of these suffices as well
 };
 
 /// The cheap conditions of a criteria, judged before the whole is evaluated.
 ///
 /// They are those operands of "&&" at the top of a criteria that compare a field with a
-/// literal: numbers by any relation, texts by "==" and "!=". They are judged on values as they
-/// lie in a record or in a directory, without decoding one. Where one of them fails, the
-/// criteria does, and nothing more is evaluated; where they are all of the criteria and hold,
-/// it matches. Everything else is unsure, and left to the evaluation.
+/// literal: numbers by any relation, texts by "==" and "!=". Equalities of one text that "||"
+/// joins are one condition. Conditions are judged on values as they lie in a record or in a
+/// directory, without decoding one. Where one of them fails, the criteria does, and nothing more
+/// is evaluated; where they are all of the criteria and hold, it matches. Everything else is
+/// unsure, and left to the evaluation.
 class Conditions {
 public:
     /// Which operands are the cheaper ones, to be judged first.
@@ -55,7 +61,7 @@ public:
                std::span<const unsigned> unknown = {});
 
     bool isEmpty() const { return conditions_.empty(); }
-    /// The condition, if it is one alone and on a text that is the first field; else null.
+    /// The condition, if it is one comparison alone, of a text that is the first field; else null.
     const Condition* onlyFirstText() const;
     /// The verdict when all of them hold.
     Verdict best() const { return isWhole_ ? Verdict::match : Verdict::unsure; }

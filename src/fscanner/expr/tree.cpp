@@ -162,13 +162,16 @@ bool Tree::preVisit(const TreeNode* node) {
     return true;
 }
 
-std::vector<const TreeNode*> conjuncts(const Tree& tree) {
-    std::vector<const TreeNode*> found, pending{tree.getRoot()};
+namespace {
+
+/// The operands of a chain of "&&" or "||" from this node down.
+std::vector<const TreeNode*> chained(const TreeNode* root, long long booleanOperator) {
+    std::vector<const TreeNode*> found, pending{root};
     while (!pending.empty()) {
         const TreeNode* node = pending.back();
         pending.pop_back();
         if (!node) continue;
-        if (node->data.is(TOKEN_OPBOOL, BOOL_AND)) {
+        if (node->data.is(TOKEN_OPBOOL, booleanOperator)) {
             pending.push_back(node->right.get());
             pending.push_back(node->left.get());
         } else {
@@ -176,6 +179,16 @@ std::vector<const TreeNode*> conjuncts(const Tree& tree) {
         }
     }
     return found;
+}
+
+}  // namespace
+
+std::vector<const TreeNode*> conjuncts(const Tree& tree) {
+    return chained(tree.getRoot(), BOOL_AND);
+}
+
+std::vector<const TreeNode*> disjuncts(const TreeNode& node) {
+    return chained(&node, BOOL_OR);
 }
 
 std::wstring dumpTree(const Tree& tree) {

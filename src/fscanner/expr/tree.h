@@ -57,6 +57,8 @@ private:
 /// The operands of the "&&" chain at the top, in order of appearance: a criteria holds
 /// where each of them does. The whole where it is no "&&"; none of an empty tree.
 std::vector<const TreeNode*> conjuncts(const Tree& tree);
+/// The operands of the "||" chain at a node, in order of appearance. The node where it is no "||".
+std::vector<const TreeNode*> disjuncts(const TreeNode& node);
 
 /// One line: (&& (== [FILENAME] "*.h") (> [SIZE] 1000)). An operand that the
 /// text left out ("1 + )") is "_".
