@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "fscanner/expr/token.h"
+#include "fscanner/expr/criteria.h"
 #include "support/log_capture.h"
 
 namespace fscanner {

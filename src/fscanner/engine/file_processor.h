@@ -4,7 +4,7 @@
 
 #include "fscanner/common/fields.h"
 #include "fscanner/expr/conditions.h"
-#include "fscanner/expr/token.h"
+#include "fscanner/expr/criteria.h"
 #include "fscanner/filetype/filetypehelper.h"
 
 namespace fscanner {

@@ -10,7 +10,7 @@
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/file_fields.h"
 #include "fscanner/engine/fsbuild.h"
-#include "fscanner/expr/token.h"
+#include "fscanner/expr/criteria.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/no_throw.h"
 #include "fscanner/platform/small_file.h"

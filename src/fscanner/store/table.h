@@ -29,7 +29,7 @@ struct RecordHeader {
 ///
 ///     NAME.dat       schema, counts, records        DataFile
 ///     NAME.pxx       the offset of each record      OffsetFile
-///     NAME_idx.dat   the list of indexes            table_indexes.h
+///     NAME_idx.dat   the list of indexes            table_indexes.cpp
 ///     INDEX.idx      an index                       Index
 ///
 /// A table is closed until `create` or `open`. On a closed table all operations fail

@@ -1,7 +1,7 @@
-#include "fscanner/store/table_indexes.h"
-
 #include <algorithm>
 #include <cwchar>
+#include <string>
+#include <vector>
 
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
@@ -9,10 +9,27 @@
 #include "fscanner/store/bytes.h"
 #include "fscanner/store/table.h"
 
+// The hash indexes of a table: the file that lists them, and the functions of `FS_Table` that
+// maintain and walk them.
+
 namespace fscanner {
+
+namespace {
 
 // ---- The index list file ----------------------------------------------------
 
+/// One entry of a table's index list file.
+struct IndexListEntry {
+    std::wstring indexName;
+    std::wstring fieldName;
+};
+
+/// The tag of an entry for a hash index; entries with another tag are skipped.
+constexpr unsigned kHashIndexTag = 110;
+
+/// Appends the entries of the file to `entries`. An absent or empty file has none.
+/// `failed`: the file is there but cannot be opened. `damaged`: the entries before the
+/// damage were appended. docs/formats/index-list-file.md describes the bytes.
 OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entries) {
     const auto file = SysFactory::createMmFile(path);
     if (!file->open())
@@ -31,6 +48,7 @@ OpenResult readIndexList(const wchar_t* path, std::vector<IndexListEntry>& entri
     return OpenResult::ok;
 }
 
+/// Creates or replaces the file.
 bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entries) {
     std::vector<std::byte> bytes;
     for (const IndexListEntry& entry : entries) {
@@ -46,8 +64,6 @@ bool writeIndexList(const wchar_t* path, const std::vector<IndexListEntry>& entr
 }
 
 // ---- The list ---------------------------------------------------------------
-
-namespace {
 
 /// The first index in the list that `matches`. With `detach` it is removed from the list.
 template <typename Matches>
