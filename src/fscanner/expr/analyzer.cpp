@@ -53,7 +53,7 @@ bool SyntaxAnalyzer::expectEnd() {
 
 namespace {
 
-/// Whether its value is 0 or 1, for all that is known of it.
+/// Whether the tree can be seen to have the value 0 or 1 for every record.
 bool isCondition(const TreeNode& root) {
     const Token& token = root.data;
     const int type = token.getType();
@@ -63,8 +63,8 @@ bool isCondition(const TreeNode& root) {
 
 }  // namespace
 
-/// Asks for "!= 0" where a search is given a number: a scan takes 1 for a match, a record
-/// set what is above 0.
+/// Appends "!= 0" to the criteria of a search if its value is a number: otherwise a scan would
+/// match at 1 alone, and a record set at all numbers above 0.
 void SyntaxAnalyzer::makeCondition(ParsedValue& value) {
     if (criteriaRules_ != CriteriaRules::search || value.type != NUMERIC) return;
     if (isCondition(*tree_.getRoot())) return;
@@ -99,16 +99,16 @@ SyntaxAnalyzer::Level SyntaxAnalyzer::levelOf(Operator op) {
     }
 }
 
-/// As the debug log calls it.
+/// The name of the level in the debug log.
 const char* SyntaxAnalyzer::levelName(Level level) {
     static constexpr const char* names[] = {"bExpression", "bTerm", "relation", "expression",
                                             "term"};
     return names[static_cast<std::size_t>(level)];
 }
 
-/// Reads operands joined by the operators of this level and of all tighter ones:
-/// an operator's right operand is what its own level leaves to the tighter ones.
-/// Each right operand gets a value and a tree of its own.
+/// Reads operands that are joined by operators of this level and of tighter ones. The right
+/// operand of an operator is read at the next tighter level, into a value and a tree of
+/// its own.
 bool SyntaxAnalyzer::chain(Level loosest, ParsedValue& left, bool evaluate, Tree& tree) {
     const bool hadKey = key_.found();
     if (!factor(left, evaluate, tree)) return false;
@@ -127,14 +127,14 @@ bool SyntaxAnalyzer::chain(Level loosest, ParsedValue& left, bool evaluate, Tree
     return true;
 }
 
-/// What an operator of this level takes on its right.
+/// Reads the right operand of an operator of this level.
 bool SyntaxAnalyzer::tighter(Level level, ParsedValue& value, bool evaluate, Tree& tree) {
     if (level == Level::term) return factor(value, evaluate, tree);
     return chain(static_cast<Level>(static_cast<int>(level) + 1), value, evaluate, tree);
 }
 
-/// The flag says where a value decides: not behind a "||" with a true left side,
-/// not behind a "&&" with a false one. All operands are computed nevertheless.
+/// `evaluate` becomes false behind a "||" whose left side is true and behind a "&&" whose left
+/// side is false: the value decides nothing there. It is computed all the same.
 bool SyntaxAnalyzer::rightOperand(Level level, const ParsedValue& left, ParsedValue& right,
                                   bool evaluate, Tree& tree) {
     if (level == Level::bExpression) {
@@ -188,7 +188,7 @@ bool SyntaxAnalyzer::combine(Operator op, std::size_t position, ParsedValue& lef
         const Fault fault = apply(op, rules_, left.value(), right.value(), left.text, result);
         if (fault != Fault::none) failEvaluation(fault, left, right);
     }
-    // What was not computed is no constant to look up.
+    // A value that was not computed must not be looked up as a constant.
     if (!isComputing()) left.origin = {L"", 0, 2};
     left.take(result);
     return true;
@@ -252,7 +252,7 @@ bool SyntaxAnalyzer::named(const Token& token, ParsedValue& value, Tree& tree) {
     return true;
 }
 
-/// A field of all searches that none has a value for; the cache has no place for it.
+/// Every search has this field, and no file has a value in it. The cache does not store it.
 bool SyntaxAnalyzer::isNeverFilled(const Token& token) const {
     return criteriaRules_ == CriteriaRules::search && token.getType() == TOKEN_FIELD &&
            token.text() == L"SHORTFILENAME";
@@ -330,8 +330,8 @@ bool SyntaxAnalyzer::failCompile(std::string text, std::size_t position) {
     return false;
 }
 
-/// From here on nothing is computed and no command executed; the first error is
-/// the one that is told.
+/// From here on nothing is computed and no command is executed: only the first error is
+/// reported.
 void SyntaxAnalyzer::failEvaluation(Fault fault, const ParsedValue& left,
                                     const ParsedValue& right) {
     if (!isComputing()) return;
@@ -355,8 +355,8 @@ void SyntaxAnalyzer::failEvaluation(Fault fault, const ParsedValue& left,
 
 // ---- Commands ---------------------------------------------------------------
 
-/// The node is built even when the call is wrong: later evaluations of the tree
-/// then fail as well, instead of taking the first argument for the whole.
+/// The node is built even when the call is wrong. Otherwise later evaluations of the tree would
+/// take the first argument for the whole call, instead of failing as well.
 bool SyntaxAnalyzer::command(Token token, ParsedValue& value, bool evaluate, Tree& tree) {
     const CmdToken command = *commandAt(token.getNumericValue());
     token.setStringValue(command.name());
@@ -371,7 +371,7 @@ bool SyntaxAnalyzer::command(Token token, ParsedValue& value, bool evaluate, Tre
     tree.setData(tree.getRoot(), token);
     if (!read) return false;
     execute(command, values, value);
-    // No result of a command is a key of an index: it is no field, and no constant.
+    // The result of a command counts as neither field nor constant: no index can have its key.
     value.origin = {L"", 0, 2};
     return true;
 }

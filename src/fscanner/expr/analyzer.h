@@ -17,12 +17,12 @@ namespace fscanner {
 
 /// How a criteria is read.
 enum class CriteriaRules {
-    plain,   ///< as the language is defined for all its users
-    search,  ///< of a search: so that all ways to run it find the same
+    plain,   ///< the rules of the language for all its users
+    search,  ///< the rules of a search, by which a scan and the cache find the same files
 };
 
-/// Reads a criteria by recursive descent, evaluates it as it goes, and keeps the
-/// tree and its compiled form, which every later evaluation runs.
+/// Reads a criteria by recursive descent and evaluates it at the same time. Keeps the tree and
+/// its compiled form, which later evaluations run.
 ///
 ///     bExpression = bTerm { "||" bTerm }
 ///     bTerm       = relation { "&&" relation }
@@ -35,8 +35,8 @@ enum class CriteriaRules {
 /// error of the evaluation (a zero divisor, two patterns) does not: the rest is
 /// read without values, so that the tree serves the records to come.
 ///
-/// By the rules of a search there is more: numbers have 64 bits instead of 31, any number
-/// but 0 holds, and `[SHORTFILENAME]` is the empty text where the fields have none.
+/// The rules of a search differ in three points: numbers have 64 bits instead of 31, any number
+/// but 0 is a match, and `[SHORTFILENAME]` is the empty text if the fields lack it.
 ///
 /// One thread at a time. Every new analyzer empties the list of commands.
 class SyntaxAnalyzer {
@@ -60,10 +60,10 @@ public:
     /// In a dry run no command is executed, and a zero divisor is no error.
     void setDryRun(bool on) { rules_.dryRun = on; }
 
-    /// Whether the last parse from text failed for good, and why.
+    /// Whether the last text that was parsed does not compile, and why.
     bool hasCompileError() const { return !compileError_.text.empty(); }
     const CompileError& compileError() const { return compileError_; }
-    /// Why the last parse of either kind has no value for its record.
+    /// Why the last parse of either kind found no value for its record.
     Fault evaluationFault() const { return evaluationFault_; }
     const Tree& tree() const { return tree_; }
     const Program& program() const { return program_; }
@@ -79,8 +79,8 @@ private:
     // The levels of the grammar that chain operators, loosest first.
     enum class Level { bExpression, bTerm, relation, expression, term };
 
-    /// Counts how deep the reading is, which recurses: without a limit a text from
-    /// outside could overflow the stack.
+    /// Counts the depth of the recursion. Without a limit, a text from outside could overflow the
+    /// stack.
     class Nesting {
     public:
         explicit Nesting(SyntaxAnalyzer& analyzer) : depth_(analyzer.depth_) { ++depth_; }

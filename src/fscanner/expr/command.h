@@ -16,12 +16,12 @@ constexpr bool checkType(char t) {
     return static_cast<unsigned char>(t) < 2;
 }
 
-/// A value at the language's borders: the result of a check, the arguments and
-/// the result of a command, a hash key. Owns its texts. Within an evaluation
-/// the views of `Value` do this work.
+/// A value that enters or leaves the language: the result of a check, the arguments and
+/// the result of a command, a hash key. Owns its texts. An evaluation itself uses `Value`,
+/// whose texts are views.
 class ExpValue {
 public:
-    /// Limit of a text, in characters: longer ones are an error of the evaluation.
+    /// The longest text, in characters. A longer one is an error of the evaluation.
     static constexpr std::size_t kMaxText = 0x1FFFF;
 
     char getType() const { return type_; }
@@ -77,7 +77,7 @@ class BinaryCmd {
 public:
     /// Sets the result's type, the declared one, and its value. 0 on success.
     virtual int execute(const ExpValue& first, const ExpValue& second, ExpValue& result) = 0;
-    // Last in slot order.
+    // Declared last: the order of the virtual functions is fixed.
     virtual ~BinaryCmd();
 };
 
@@ -88,8 +88,8 @@ public:
     virtual ~UnaryCmd();
 };
 
-/// One registered command: name, signature, and the object that executes it,
-/// which belongs to whoever registered it.
+/// One registered command: name, signature, and the object that executes it. The caller that
+/// registered the object owns it.
 class CmdToken {
 public:
     /// A longer name is cut.
@@ -134,13 +134,13 @@ bool addCmdToken(const wchar_t* name, char resultType, char argumentType, UnaryC
 bool findCmdToken(const wchar_t* name, char firstType, char secondType);
 bool findCmdToken(const wchar_t* name, char argumentType);
 
-/// Empties the list. While a name is in it, identifiers that begin with it are
-/// read as the command: "pathid" as "path" and the variable "id".
+/// Empties the list. While a name is in it, identifiers that begin with the name are read as
+/// the command and a rest: "pathid" as the command "path" and the variable "id".
 void clearCommands();
 
-/// Puts another list in the place of the thread's one until the end of a scope, an
-/// empty one or `other`: for whoever may be called in the middle of somebody else's
-/// query.
+/// Replaces the thread's list by an empty one, or by `other`, until the end of a scope. For code
+/// that may be called in the middle of another query. The destructor puts the old list
+/// back.
 class CommandListShelter {
 public:
     CommandListShelter() : CommandListShelter(own_) {}
@@ -158,7 +158,7 @@ private:
 
 // ---- Offered to hosts; nothing in fscanner uses what follows ----------------
 
-/// Empties the list at the end of a scope: for whoever registers commands.
+/// Empties the list at the end of a scope. For code that registers commands.
 class CommandListGuard {
 public:
     CommandListGuard() = default;

@@ -7,7 +7,7 @@
 #include "fscanner/expr/lexer.h"
 #include "fscanner/expr/operators.h"
 
-/// What a person is told of a criteria that does not compile, or cannot be evaluated.
+/// The texts for a person whose criteria does not compile, or cannot be evaluated.
 namespace fscanner {
 
 struct CompileError {
@@ -15,8 +15,8 @@ struct CompileError {
     std::size_t position = 0;  ///< index into the criteria, in characters
 };
 
-/// `expected`, or what is wrong with the characters of the lexer's last token
-/// where they are no token at all.
+/// The error at the lexer's last token: `expected`, or a text about its characters if they are
+/// not a token at all.
 CompileError syntaxError(const Lexer& lexer, std::string_view expected);
 std::string unknownNameText(const Token& token);
 /// Why the operands of an operator do not fit it.

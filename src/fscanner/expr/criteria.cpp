@@ -44,7 +44,7 @@ bool CriteriaEvaluator::compile() {
     return !refused_;
 }
 
-/// Compiles, and leaves the values of the evaluation that goes with it alone.
+/// Compiles. Drops the value of the evaluation that goes with it.
 void CriteriaEvaluator::dryRun() {
     ExpValue scratch;
     analyzer_->setDryRun(true);
@@ -53,8 +53,8 @@ void CriteriaEvaluator::dryRun() {
     compiled_ = true;
 }
 
-/// Without `compile()` a criteria that does not compile stays compiled as far as
-/// it got, on purpose: later checks give what that part gives.
+/// Without `compile()`, the part of a criteria in front of its error stays compiled, on purpose:
+/// later checks give the value of that part.
 int CriteriaEvaluator::check(const Fields* fields, const Fields* variables, bool caseSensitive) {
     failedOnRecord_ = false;
     if (!isValid() || refused_) return -1;

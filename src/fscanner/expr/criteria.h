@@ -11,12 +11,12 @@ namespace fscanner {
 
 /// A criteria: compiled once, checked against many records.
 ///
-/// Owns its text; fields, variables and commands belong to others and have to
-/// outlive it. Constructing one empties the list of commands, which are added
-/// after that and before the first check. One thread at a time.
+/// Owns its text. Fields, variables and commands belong to others and have to
+/// outlive it. The constructor empties the list of commands: add commands after that and
+/// before the first check. One thread at a time.
 ///
-/// A criteria that does not compile matches nothing. `compile()` says so up
-/// front and is remembered; without it only the first check is sure to give -1.
+/// A criteria that does not compile matches nothing. After a failed `compile()` every check
+/// gives -1. Without `compile()` only the first check is sure to give -1.
 class CriteriaEvaluator {
 public:
     explicit CriteriaEvaluator(const wchar_t* criteria, CriteriaRules rules = CriteriaRules::plain);
@@ -49,16 +49,16 @@ public:
     int check(const Fields* fields, const Fields* variables, bool caseSensitive);
     int check(bool caseSensitive) { return check(nullptr, nullptr, caseSensitive); }
     /// Whether the last check gave -1 because of this record (a name that holds a
-    /// "*" compared with a pattern; a zero divisor): the next may well match.
+    /// "*" compared with a pattern; a zero divisor). Another record may match.
     bool failedOnRecord() const { return failedOnRecord_; }
-    /// Why, in a few words; static.
+    /// The reason for that in a few words. A static text.
     const char* recordError() const {
         return recordErrorText(failedOnRecord_ ? analyzer_->evaluationFault() : Fault::none);
     }
     /// The value of the last check that gave no error.
     const ExpValue& value() const { return value_; }
 
-    /// What a record needs for a check. True, to be safe, until it compiles.
+    /// Which facts of a record a check reads. True, to be safe, until the criteria is compiled.
     bool readsField(const wchar_t* name) const;
     bool usesCommands() const;
     /// The fields it reads, in order of appearance.
@@ -66,14 +66,14 @@ public:
     const Tree& tree() const { return analyzer_->tree(); }
 
     /// A field and a value that it is compared with (see `IndexKeyFinder`). Compiles
-    /// if need be. Null when there is none; a later call gives an empty object
-    /// then, on purpose: look at its name string. Record sets look up `indexKeys`
+    /// if need be. If there is none, the first call gives null and later calls an object with an
+    /// empty name, on purpose: test the name as well. Record sets look up `indexKeys`
     /// instead.
     ExpValue* getHashInfo();
-    /// States the key itself: a copy is what `getHashInfo` gives from now on, and what
-    /// record sets look up.
+    /// Sets the key: from now on `getHashInfo` gives a copy of it, and record sets look
+    /// it up.
     bool setHashInfo(const ExpValue& info);
-    /// What was stated; null when nothing was, or no field.
+    /// The key that `setHashInfo` set. Null if it set none, or one without a field.
     const ExpValue* statedKey() const {
         return stated_ && !hashInfo_->name().empty() ? hashInfo_.get() : nullptr;
     }

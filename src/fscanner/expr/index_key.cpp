@@ -33,10 +33,10 @@ CompareOperator mirrored(CompareOperator relation) {
     }
 }
 
-/// Whether an index has every text that equals this one under one key. Keys fold to upper
-/// case, comparisons to lower case. Both do the same in ASCII, but for two letters: the
-/// dotted capital I and the Kelvin sign fold to "i" and "k", and are no capitals of
-/// theirs. Other scripts have more of that kind.
+/// Whether all texts that equal this one have the same key in an index. Keys fold to upper
+/// case, comparisons to lower case. In ASCII both agree, except for two letters: the dotted
+/// capital I and the Kelvin sign fold to "i" and "k", which fold to other capitals. Other scripts
+/// have more such letters.
 bool hasOneKey(std::wstring_view text, bool caseSensitive) {
     return caseSensitive || std::all_of(text.begin(), text.end(), [](wchar_t c) {
                return c > 0 && c < 0x80 && c != L'i' && c != L'I' && c != L'k' && c != L'K';
@@ -108,7 +108,7 @@ void IndexKeyFinder::consider(const ParsedValue& left, const ParsedValue& right)
     if (left.origin.isConstant() && right.origin.isField()) record(right, left);
 }
 
-/// A pattern stands for many keys: it is none.
+/// A pattern matches texts of many keys, so it is not a key.
 void IndexKeyFinder::record(const ParsedValue& field, const ParsedValue& constant) {
     if (constant.type == STRING && hasWildcard(constant.text)) return;
     key_ = constant;

@@ -10,10 +10,10 @@
 
 namespace fscanner {
 
-/// What a value was computed from: how many literals, and how many fields,
-/// variables and commands.
+/// The origin of a value: from how many literals, and from how many fields,
+/// variables and commands, it was computed.
 struct Origin {
-    std::wstring name;  ///< the field or variable that the value is, or empty
+    std::wstring name;  ///< of the field or variable, if the value is exactly that; else empty
     int constants = 1;
     int fields = 0;
 
@@ -21,7 +21,7 @@ struct Origin {
     bool isField() const { return constants == 0 && fields == 1; }
 };
 
-/// Where the result of an operator over values of `type` comes from.
+/// The origin of the result of an operator over values of `type`.
 Origin originOf(Operator op, char type, const Origin& left, const Origin& right);
 
 /// A value while a criteria is read: it owns its text.
@@ -32,7 +32,7 @@ struct ParsedValue {
     Origin origin;
 
     Value value() const { return {type, number, text}; }
-    /// Becomes that value, whose text may be its own.
+    /// Takes over that value. Its text may be this object's own.
     void take(const Value& value);
     void copyTo(ExpValue& out) const;
 };
@@ -44,40 +44,40 @@ struct FieldComparison {
     CompareOperator relation;
 };
 
-/// Nothing when the node is anything else.
+/// Nothing if the node is not such a comparison.
 std::optional<FieldComparison> fieldComparison(const TreeNode& node);
 
 /// The keys that an index may look up instead of testing all records, in order of
 /// appearance: each has the name of a field and the literal that it equals in every
 /// match.
 ///
-/// A literal with wildcards is no key, nor, with the case ignored, one that equals texts
-/// of other keys. A stored text that is itself a pattern equals literals that are not its
-/// key: who walks an index on texts has to know that it holds none.
+/// A literal with wildcards is not a key. If case is ignored, a literal that equals texts of other
+/// keys is not one either. A stored text that is itself a pattern equals literals that are not its
+/// key, so an index on texts may be walked only if it holds no patterns.
 std::vector<ExpValue> indexKeys(const Tree& criteria, bool caseSensitive);
 
-/// Watches the reading of a criteria for what `getHashInfo` tells: an equality between
+/// Finds the key for `getHashInfo` while a criteria is read: an equality between
 /// a field and a constant. The first one wins.
 ///
-/// It goes by the counts of the operands alone, on purpose: "-[F]==5" and
-/// "([F]==5)==0" give the key F = 5, and "name==5" takes a variable for a field
-/// and leaves no room for a later equality. No search goes by it: see `indexKeys`.
+/// It looks only at the counts of the operands, on purpose: "-[F]==5" and "([F]==5)==0" give the
+/// key F = 5. "name==5" takes a variable for a field, and a later equality is ignored. Searches
+/// use `indexKeys` instead.
 class IndexKeyFinder {
 public:
     void start() { *this = IndexKeyFinder(); }
     bool found() const { return !key_.origin.name.empty(); }
-    /// Drops what was found: it stood under a "!" or beside a "||".
+    /// Drops the key, which was found under a "!" or beside a "||".
     void drop() { key_ = ParsedValue(); }
 
-    /// Around the right operand of a "||".
+    /// To be called before and after the right operand of a "||".
     void beginAlternative();
     void endAlternative() { --depth_; }
-    /// After the right operand of a "&&".
+    /// To be called after the right operand of a "&&".
     void endConjunct() { valid_ = depth_ == 0; }
-    /// The operands of an "==".
+    /// To be called with the operands of each "==".
     void consider(const ParsedValue& left, const ParsedValue& right);
 
-    /// False, and `out` is untouched, when there is no key that holds everywhere.
+    /// False, and `out` is unchanged, if there is no key that every match has.
     bool get(ExpValue& out) const;
 
 private:

@@ -47,8 +47,8 @@ void Lexer::goToStart() {
     hasToken_ = pushedBack_ = false;
 }
 
-/// The end is looked for before blanks are skipped, on purpose: blanks at the
-/// end are an error, and a caller that insists on the end refuses them.
+/// Tests for the end before it skips blanks, on purpose: blanks at the end are an error for
+/// callers that expect the end.
 Token Lexer::nextToken() {
     if (std::exchange(pushedBack_, false)) return token_;
     hasToken_ = true;
@@ -65,8 +65,8 @@ Token Lexer::nextToken() {
     return token_;
 }
 
-/// The order decides what a text is read as: a command before a name that
-/// begins like it, "!=" before "!", "&&" before "&".
+/// The order matters: commands are tried before names, which may begin like one, "!=" before
+/// "!", "&&" before "&".
 bool Lexer::recognise() {
     return checkNum() || checkSigns() || checkCommand() || checkVariable() || checkField() ||
            checkStringValue() || checkOpRel() || checkOpBool() || checkOp() || checkParentesi();
@@ -92,7 +92,7 @@ void Lexer::setText(int type, std::size_t from, std::size_t to) {
     token_.setType(type);
 }
 
-/// digits, digits "." digits, or "." digits. The fraction is read and dropped.
+/// Reads digits, digits "." digits, or "." digits. The fraction is dropped.
 bool Lexer::checkNum() {
     std::size_t end = position_;
     long long number = 0;
@@ -129,8 +129,8 @@ bool Lexer::checkSigns() {
     return checkSpellings(TOKEN_SIGN, std::begin(signs), std::end(signs));
 }
 
-/// The first registered name that the text begins with, whatever follows it, on
-/// purpose: while "path" is registered, "pathid" is the command and a variable.
+/// Finds the first registered name that the text begins with. Anything may follow it, on
+/// purpose: while "path" is registered, "pathid" is the command "path" and the variable "id".
 bool Lexer::checkCommand() {
     const std::wstring_view rest = std::wstring_view(text_).substr(position_);
     for (std::size_t i = 0; i < cmdTokenList.size(); ++i) {

@@ -45,13 +45,13 @@ public:
     void setType(int type) { type_ = static_cast<signed char>(type); }
     long long getNumericValue() const { return number_; }
     void setNumericValue(long long number) { number_ = number; }
-    /// The text of strings, fields and variables; empty for the others, but for
-    /// a command's node in a tree, which carries the command's name.
+    /// The text of strings, fields and variables. A command's node in a tree has the command's
+    /// name here. Empty for all other tokens.
     const wchar_t* getStringValue() const { return text_.c_str(); }
     std::wstring_view text() const { return text_; }
     void setStringValue(const wchar_t* text);
     void setStringValue(const wchar_t* text, unsigned length) { text_.assign(text, length); }
-    /// Of a command's node: whether it was read where its value decides.
+    /// For a command's node: whether its value had an influence when it was read.
     bool getExecute() const { return execute_; }
     void setExecute(bool execute) { execute_ = execute; }
 
@@ -76,8 +76,8 @@ public:
 
     /// Takes a copy and goes to its start. Null: no text, and an error.
     void setExpression(const wchar_t* text);
-    /// Numbers go up to 9223372036854775807, and a larger one is an error; without this
-    /// what passes 2147483647 stays there.
+    /// Allows numbers up to 9223372036854775807; a larger one is an error. Without this call,
+    /// numbers above 2147483647 become 2147483647.
     void readWideNumbers() { wide_ = true; }
     /// Goes back to the start; false without a text.
     bool restart();
@@ -88,8 +88,8 @@ public:
     void back() { pushedBack_ = hasToken_; }
     int getLastError() const { return error_; }
 
-    /// Index of the last token's first character, blanks left out; where only
-    /// blanks are left, of the first of them.
+    /// Index of the last token's first character, behind the blanks before it. If only blanks
+    /// are left, index of the first of them.
     std::size_t tokenPosition() const;
     /// The whole text.
     std::wstring_view text() const { return text_; }

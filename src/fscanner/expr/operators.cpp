@@ -32,13 +32,14 @@ std::optional<Operator> arithmeticOf(long long code) {
     }
 }
 
-/// "&" and "|" take 32 bits while the criteria is read and 64 bits afterwards, on purpose:
-/// the first evaluation of a negative or large operand can differ from later ones.
+/// "&" and "|" use 32 bits while the criteria is read and 64 bits afterwards, on purpose. So the
+/// first evaluation of a negative or large operand can differ from later ones.
 long long bitOperand(long long n, Pass pass) {
     return pass == Pass::reading ? static_cast<std::uint32_t>(n) : n;
 }
 
-/// The low half of an `Int64Field` while the criteria is read, the whole afterwards, on purpose.
+/// Takes the low half of an `Int64Field` while the criteria is read, and all of it later. This is
+/// on purpose.
 long long wideOperand(unsigned long long n, Pass pass) {
     return pass == Pass::reading ? static_cast<std::int32_t>(n) : static_cast<long long>(n);
 }
@@ -54,7 +55,7 @@ long long negated(long long n) {
 
 Fault divide(const EvaluationRules& rules, long long left, long long right, long long& out) {
     if (right == 0 && !rules.dryRun) return Fault::zeroDivisor;
-    // The quotient of the smallest number and -1 has no place: it wraps, too.
+    // The quotient of the smallest number and -1 does not fit, and wraps around too.
     if (right == 0) {
         out = 0;
     } else {

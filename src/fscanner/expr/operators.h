@@ -9,9 +9,9 @@
 #include "fscanner/expr/command.h"
 #include "fscanner/expr/lexer.h"
 
-/// The operators of the criteria language, their typing rules and what they
-/// compute. Reading a criteria evaluates it too, and so does its compiled form:
-/// both go through here, and differ in what depends on `Pass` alone.
+/// The operators of the criteria language: their typing rules and their results. A criteria is
+/// evaluated while it is read, and later in its compiled form. Both use these functions, and
+/// differ only where the result depends on `Pass`.
 namespace fscanner {
 
 /// The relations come first and in the order of their codes.
@@ -43,23 +43,22 @@ bool isRelation(Operator op);
 /// "+", "-", "*", "/", "&" and "|" between two operands.
 bool isArithmetic(Operator op);
 
-/// An operand during an evaluation. Every text is followed by a terminator and
-/// belongs to somebody else: a literal, a field, a buffer of the evaluation.
-/// The number of a text is 0.
+/// An operand during an evaluation. A text is followed by a terminator, and a literal, a field
+/// or a buffer of the evaluation owns it. The number of a text is 0.
 struct Value {
     char type = NUMERIC;
     long long number = 0;
     std::wstring_view text = L"";
 };
 
-/// Which evaluation it is: the one that accompanies the reading of the criteria,
-/// or one of the compiled criteria.
+/// The kind of evaluation: the one while the criteria is read, or a later one of the compiled
+/// criteria.
 enum class Pass { reading, compiled };
 
 struct EvaluationRules {
     Pass pass = Pass::compiled;
     bool caseSensitive = true;
-    bool dryRun = false;  ///< over empty fields: commands and zero divisors do not count
+    bool dryRun = false;  ///< over empty fields: no commands are run, zero divisors are no error
 };
 
 /// Why an operand or an operator has no value.
@@ -89,9 +88,9 @@ Fault checkTypes(Operator op, char left, char right);
 /// The type of the result for operands that `checkTypes` accepts.
 char resultType(Operator op, char left);
 
-/// Checks the types and computes. A concatenation is built in `joined`, which
-/// the left operand may be: a chain of them then grows one buffer. `out` is
-/// left alone on a fault, and may be one of the operands.
+/// Checks the types and computes. A concatenation is built in `joined`. The left operand may be
+/// in `joined` already: a chain of concatenations then grows one buffer. On a fault `out` is
+/// unchanged. It may be one of the operands.
 Fault apply(Operator op, const EvaluationRules& rules, const Value& left, const Value& right,
             std::wstring& joined, Value& out);
 
@@ -100,7 +99,7 @@ Fault textsEqual(const Value& left, const Value& right, bool caseSensitive, bool
 /// Whether the text holds a "*" or a "?".
 bool hasWildcard(std::wstring_view text);
 
-/// Reads a field or variable; null is an unknown name.
+/// Reads a field or variable. Null stands for an unknown name.
 Fault readField(const Field* field, Pass pass, Value& out);
 
 }  // namespace fscanner

@@ -6,8 +6,8 @@
 
 namespace fscanner {
 
-/// Writes a tree's instructions. It walks the left spines, which are as long as
-/// the criteria, and recurses to the right, where depth is bounded by nesting.
+/// Writes a tree's instructions. It walks along the left spines, which can be as long as the
+/// criteria, and recurses to the right, where the depth of nesting is limited.
 class Program::Builder {
 public:
     explicit Builder(Program& program) : program_(program) {}
@@ -39,8 +39,8 @@ private:
         highest_ = std::max(highest_, ++height_);
     }
 
-    /// Writes what follows the left operand. A chain of "+" shares the buffer that
-    /// its texts are joined in: takes the left operand's and returns its own.
+    /// Writes the instructions behind the left operand. A chain of "+" joins its texts in one
+    /// buffer: takes that of the left operand, and returns that of the node.
     std::uint32_t inner(const TreeNode& node, std::uint32_t buffer) {
         const TreeNode* right = node.right.get();
         const auto op = operatorOf(node.data);
@@ -145,7 +145,7 @@ private:
 
 namespace {
 
-/// Only the faults that have a line of their own are written.
+/// Some faults have no line in the log.
 void report(Fault fault, const Value& left, const Value& right) {
     switch (fault) {
         case Fault::unknownName:
@@ -229,7 +229,7 @@ Fault Program::execute(const EvaluationRules& rules, Value& out) {
                 break;
             case Action::skipIf0:
             case Action::skipIf1:
-                // Only exactly 1 decides an "||", on purpose; any other number goes on.
+                // Only exactly 1 decides an "||", on purpose; all other numbers do not.
                 if (top->number != (action == Action::skipIf1)) break;
                 *top = {NUMERIC, top->number, L""};
                 i = index - 1;
@@ -257,7 +257,7 @@ Fault Program::applyOnStack(Operator op, const EvaluationRules& rules, std::uint
     return fault;
 }
 
-/// What `textsEqual` says, with the literal's side of the question settled already.
+/// The same result as `textsEqual`; the literal was examined when the program was made.
 Fault Program::compareWithLiteral(const Literal& literal, bool caseSensitive, bool wanted,
                                   Value& value) {
     if (value.type != STRING) return Fault::operandTypes;
@@ -277,7 +277,7 @@ Fault Program::compareWithLiteral(const Literal& literal, bool caseSensitive, bo
 Fault Program::call(Call& call, const Value* arguments, Value& out) {
     const CmdToken* registered = commandAt(call.command);
     if (!registered) return reportCall(Fault::commandGone, call.name);
-    const CmdToken command = *registered;  // it may change the list
+    const CmdToken command = *registered;  // a copy, as the command may change the list
     for (unsigned i = 0; i < command.argumentCount(); ++i) {
         if (arguments[i].type != command.argumentType(i)) {
             return reportCall(Fault::argumentTypes, call.name);

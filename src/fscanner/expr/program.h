@@ -28,19 +28,18 @@ namespace fscanner {
 ///     apply    >
 ///     apply    &&
 ///
-/// Running it allocates nothing but room for concatenations. Names are resolved
-/// when another list, or a changed one, is given; in between a slot is a pointer.
+/// Running it allocates memory only for concatenations. Names are resolved when a run gets another
+/// list, or one that was changed; in other runs a slot is a pointer.
 ///
-/// Owns its literals and buffers; the tree is not needed any more. One thread
+/// Owns its literals and buffers and does not need the tree any more. One thread
 /// at a time.
 class Program {
 public:
     Program() = default;
     explicit Program(const Tree& tree);
 
-    /// Evaluates over these lists, which may be null. On a fault it has been
-    /// written to the debug log. The text of `out` is valid until the next run or
-    /// a change of the fields.
+    /// Evaluates over these lists, which may be null. A fault is also written to the debug log.
+    /// The text of `out` is valid until the next run or a change of the fields.
     Fault run(const Fields* fields, const Fields* variables, bool caseSensitive, Value& out);
 
     /// The fields that it reads, in order of appearance.
@@ -64,7 +63,7 @@ private:
         Operator op;          // of `apply`
         std::uint32_t index;  // of the constant, slot, literal, buffer or call; where to skip to
     };
-    /// A field or variable, and where it is in the lists of the moment.
+    /// A field or variable, and its place in the lists of the last run.
     struct Slot {
         std::wstring name;
         bool isVariable;

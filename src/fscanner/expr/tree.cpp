@@ -32,7 +32,7 @@ std::wstring operatorText(const Token& token) {
     return op ? spelling(*op) : L"?";
 }
 
-/// Whether the node's empty right child only fills its place.
+/// Whether the node's right child is a placeholder.
 bool hasOneOperand(const TreeNode& node) {
     if (node.data.getType() == TOKEN_COMMAND) {
         return Tree::isLeaf(node.right.get()) && node.right->data.getType() == TOKEN_END;
@@ -41,7 +41,7 @@ bool hasOneOperand(const TreeNode& node) {
     return op && isUnary(*op);
 }
 
-/// Writes a node or, for null, a closing parenthesis; what follows goes on the stack.
+/// Writes a node or, for null, a closing parenthesis. Puts what is to be written next on the stack.
 class TreeDump {
 public:
     std::wstring run(const TreeNode* root) {

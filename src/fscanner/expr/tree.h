@@ -8,17 +8,17 @@
 
 namespace fscanner {
 
-/// A leaf holds an operand, an inner node an operator or a command. What has one
-/// operand has it on the left, and an empty node (`TOKEN_END`) on the right.
+/// A leaf holds an operand, an inner node an operator or a command. An operator or command with
+/// one operand has it on the left, and an empty node (`TOKEN_END`) on the right.
 struct TreeNode {
     std::unique_ptr<TreeNode> left;
     std::unique_ptr<TreeNode> right;
     Token data;
 };
 
-/// A criteria as it was read. It grows at its root: each step puts what there is
-/// to the left of a new root. Chains of operators are thus deep on the left, by
-/// hundreds of thousands of nodes, and nothing here recurses along them.
+/// A criteria as it was read. It grows at its root: each step puts the old tree to the left of a
+/// new root. So a chain of operators can be hundreds of thousands of nodes deep on the left.
+/// No function here recurses along it.
 class Tree {
 public:
     Tree() = default;
