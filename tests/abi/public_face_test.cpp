@@ -1,4 +1,4 @@
-// What the library shows to others: its exported symbols and its public headers.
+// The library as others see it: its exported symbols and its public headers.
 
 #include <gtest/gtest.h>
 #include <stdio.h>
@@ -69,7 +69,7 @@ std::vector<std::string> publicHeaders() {
     return headers;
 }
 
-// The headers are compiled where there are no others, as hosts compile them.
+// The headers are compiled where no others exist, as hosts compile them.
 TEST(PublicFace, HeadersCompileAloneAndIncludeNoPrivateOnes) {
     const TemporaryDirectory directory;
     const auto headers = publicHeaders();

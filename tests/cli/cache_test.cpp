@@ -1,4 +1,4 @@
-// Answers from the cache: how old they may be, what is told about them, and what signals
+// Answers from the cache: how old they may be, the messages about them, and what signals
 // and lost readers leave behind.
 
 #include <sys/stat.h>
@@ -33,7 +33,7 @@ protected:
     RunResult shell(const std::string& command) const {
         return FscanTest::shell(command, cached());
     }
-    /// What is found, by a run that says nothing and does not fail.
+    /// The paths found by a run that prints no messages and does not fail.
     Arguments found(const Arguments& arguments) const {
         const RunResult result = run(arguments);
         EXPECT_EQ(result.err, "");
@@ -53,7 +53,7 @@ protected:
             if (entry.path().native().ends_with(ending)) return entry.path();
         return {};
     }
-    /// More than a pipe holds, in a cache.
+    /// More output than fits in a pipe, in a cache.
     void addManyFiles() const {
         for (int i = 0; i < 2000; ++i) add("d/sub/" + std::string(200, 'n') + std::to_string(i));
     }
@@ -61,7 +61,7 @@ protected:
     fscanner::TemporaryDirectory home_;
 };
 
-/// Until then a cached tree is 0 seconds old.
+/// Waits until a cached tree is not 0 seconds old any more.
 void waitForNextSecond() {
     const std::time_t now = std::time(nullptr);
     while (std::time(nullptr) == now) std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -75,7 +75,7 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     EXPECT_THAT(found({"d", "--no-recurse"}), ElementsAre("d/a", "d/later"));
     EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
     EXPECT_THAT(found({"d", "--fresh"}), ElementsAre("d/a", "d/later", "d/sub/b"));
-    // In the same second, too.
+    // Within the same second, too.
     add("d/x");
     EXPECT_THAT(found({"d", "--fresh", "-n", "x"}), ElementsAre("d/x"));
     std::filesystem::remove(tree_ / "d/x");
@@ -87,7 +87,7 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
     EXPECT_THAT(found({"d", "--max-age", "0s"}), ElementsAre("d/a", "d/sub/b"));
 }
 
-// Without an option an answer is that of now.
+// Without an option an answer is as of now.
 TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
     for (int i = 0; i < 12; ++i) {
         const std::string name = "n" + std::to_string(i);
@@ -164,7 +164,7 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
     for (const auto& entry : std::filesystem::directory_iterator(directory))
         left.push_back(entry.path().filename());
     EXPECT_THAT(left, testing::UnorderedElementsAre("mine", "files.dat", "files.mine.dat"));
-    // What is left is no cache any more.
+    // The rest is not a cache any more.
     const RunResult without = run({"d"});
     EXPECT_THAT(without.err, HasSubstr("is no cache directory: it holds other things, such as m"));
     EXPECT_THAT(records(without.out), ElementsAre("d/a", "d/later", "d/sub/b"));
@@ -202,7 +202,7 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
         EXPECT_THAT(good.out, testing::ContainsRegex("checked:    14 files, [0-9.]+M\n"));
         EXPECT_THAT(good.out, HasSubstr("\nstate:      good\n"));
         row.damage();
-        // Once found, it is marked.
+        // Damage that was found is marked.
         for (const char* problem :
              {row.problem,
               "problem:    it is marked: its last use was interrupted, or found it damaged\n"}) {
@@ -236,7 +236,7 @@ TEST_F(CacheTest, OneTreeIsForgotten) {
     EXPECT_THAT(status(), HasSubstr("state:      good"));
 }
 
-// Nothing is put there, and nothing is deleted.
+// Nothing is written there, and nothing is deleted.
 TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
     add("home/letters");
     add("home/files.x.dat", "its");
@@ -249,7 +249,7 @@ TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
     EXPECT_EQ(fscanner::readWholeFile(tree_ / "home/files.x.dat"), "its");
 }
 
-/// What the cache cannot do is done without it, and said once.
+/// If the cache cannot be used, the search does without it, and says so once.
 TEST_F(CacheTest, WhatCannotBeACacheIsDoneWithout) {
     std::filesystem::create_directory(tree_ / "open");
     chmod((tree_ / "open").c_str(), 0777);
@@ -275,13 +275,13 @@ TEST_F(CacheTest, WhatCannotBeACacheIsDoneWithout) {
     EXPECT_THAT(records(fallback.out), ElementsAre("d/a", "d/sub/b"));
 }
 
-/// Disks that take no cache, or not all of it.
+/// Disks on which a cache cannot be stored, or only in part.
 TEST_F(CacheTest, ADiskThatTakesNoCacheIsDoneWithout) {
     addManyFiles();
     std::filesystem::create_directory(tree_ / "c");
     const struct {
         const char* name;
-        const char* mount;  ///< of "c"
+        const char* mount;  ///< of the directory "c"
         const char* reason;
     } disks[] = {
         {"read-only", "size=16m,mode=700 none c && mount -o remount,ro c",
@@ -367,7 +367,7 @@ TEST_F(BusyCacheTest, IsWaitedForWithWait) {
     }
 }
 
-/// A terminal says what goes on, and a signal does not wait.
+/// A terminal shows progress, and a signal does not wait.
 TEST_F(BusyCacheTest, IsWaitedForOnlySoLong) {
     ASSERT_EQ(other_->lock(1000), 0);
     const RunResult refused = run({"--cache-status"});
@@ -383,7 +383,7 @@ TEST_F(BusyCacheTest, IsWaitedForOnlySoLong) {
         EXPECT_THAT(ended.err, HasSubstr("waiting for the cache: another process uses it, 0."));
         EXPECT_THAT(ended.err, testing::Not(HasSubstr(", 2."))) << task;
     }
-    // To what is no terminal it is said once.
+    // If it is not a terminal, the message is printed once.
     for (const auto& [quiet, waits] : {std::pair("", 1), {" -q", 0}}) {
         const RunResult log =
             shell("exec timeout -s INT 2.5 \"$0\" d --cache-status" + std::string(quiet));
@@ -403,7 +403,7 @@ protected:
         addManyFiles();
         found({"d"});
     }
-    /// Its output is left unread until another search has built the tree anew.
+    /// Its output is not read until another search has built the tree anew.
     void expectNothingHeld(const std::string& command, std::size_t size) const {
         SCOPED_TRACE(command);
         const RunResult slow = shell(
@@ -416,7 +416,7 @@ protected:
         EXPECT_GT(slow.out.size(), size);
     }
 
-    /// A form of 25 times the path.
+    /// A format of 25 times the path.
     const std::string wide_ = [] {
         std::string form;
         for (int i = 0; i < 25; ++i) form += "{path}";
@@ -424,14 +424,14 @@ protected:
     }();
 };
 
-/// As long as what is printed fits into memory, beyond, and where no descriptor of our own is
-/// to be had.
+/// As long as the output fits in memory, beyond that, and where no descriptor of our own can
+/// be had.
 TEST_F(SlowReaderTest, HoldsNoLock) {
     expectNothingHeld("\"$0\" d", 400000);
     expectNothingHeld("\"$0\" d --format '" + wide_ + "'", 10000000);
 }
 
-/// A socket, of which there is no other descriptor.
+/// A socket, which has no other descriptor.
 TEST_F(SlowReaderTest, HoldsNoLockOnASocket) {
     const RunResult result = FscanTest::shell(
         "exec python3 -c '\n"
@@ -448,7 +448,7 @@ TEST_F(SlowReaderTest, HoldsNoLockOnASocket) {
     EXPECT_EQ(result.err, "");
 }
 
-/// Nobody waits for whoever watches a terminal that stands still.
+/// A stopped terminal does not make other searches wait.
 TEST_F(SlowReaderTest, HoldsNoLockOnATerminal) {
     RunSettings terminal = cached();
     terminal.to = Stdout::terminal;
@@ -463,7 +463,7 @@ TEST_F(SlowReaderTest, HoldsNoLockOnATerminal) {
     EXPECT_EQ(records(slow.out).size(), 2002U);
 }
 
-/// Where the rest can be kept nowhere it is waited for.
+/// If the rest of the output cannot be kept anywhere, it is waited for.
 TEST_F(SlowReaderTest, GetsAllWhereNothingCanBeKept) {
     const RunResult slow = shell("(trap '' XFSZ; ulimit -f 100; exec \"$0\" d --format '" + wide_ +
                                  "') | { sleep 0.5; sort -u | wc -lc; }");

@@ -1,4 +1,4 @@
-// Criteria on the command line: how they join, and how they are shown.
+// Criteria on the command line: how they are joined, and how they are shown.
 
 #include "program_run.h"
 
@@ -23,7 +23,7 @@ TEST_F(CriteriaTest, AllCriteriaAndNamesMustHold) {
     add("large", std::string(5000, 'x'));
     add("large.txt", std::string(6000, 'x'));
     EXPECT_THAT(found({"-w", "  [SIZE] > 4096 ", "-n", "*.txt"}), ElementsAre("./large.txt"));
-    // An "or" in one does not reach into another.
+    // An "or" in one criteria does not extend to another.
     EXPECT_THAT(found({"-w", "[SIZE] == 1 || [SIZE] == 5000", "-w", "[SIZE] > 1"}),
                 ElementsAre("./large"));
     EXPECT_THAT(found({"-n", "small", "-n", "large", "-w", "[SIZE] == 1 || 1"}),
@@ -58,7 +58,7 @@ TEST_F(CriteriaTest, CheckShowsTreeFieldsAndIndex) {
     EXPECT_THAT(indexed.out, testing::StartsWith("tree:   "));
     EXPECT_THAT(indexed.out, HasSubstr("\nfields: FILENAME, SIZE\nindex:  FILENAME = a b\n"));
     EXPECT_EQ(found({"--check", "1 + 1"}).size(), 1u);
-    // Where there is none, or it would not be used, none is named.
+    // No index is named where there is none, or it would not be used.
     for (const char* none :
          {"[SIZE] == 5", "[FILENAME] == \"a\" && type(\"/\", \"x\")", "[FILENAME] == \"kilo\""})
         EXPECT_THAT(run({"-i", "--check", none}).out, Not(HasSubstr("index:"))) << none;
@@ -76,7 +76,7 @@ TEST_F(CriteriaTest, FilesThatCannotBeDecidedAreCounted) {
         EXPECT_THAT(all.err, HasSubstr("\"complete\":false"));
         EXPECT_THAT(all.err, HasSubstr("\"undecided\":2"));
         EXPECT_EQ(runIn(way, {"--strict", "-w", "[FILENAME] == \"*\""}).status, 3);
-        // What the user's own patterns decide, or another condition excludes, is decided.
+        // These names are decided by the user's own pattern or by another condition.
         for (const Arguments& decided : {Arguments{"-n", "*"},
                                          {"-n", "c", "-w", "[FILENAME] == \"*\""},
                                          {"-w", "[FILENAME] == \"*\" && [SIZE] > 7"}}) {

@@ -13,7 +13,7 @@ protected:
         std::filesystem::create_directories(tree_ / "dead");
         std::filesystem::create_symlink("dead", tree_ / "link");
     }
-    /// Runs `body` where "dead" is one. The alarm ends what hangs, and with it the server.
+    /// Runs `body` where "dead" is such a mount. The alarm ends a hanging process, and the server.
     template <typename Body>
     void beside(Body body) const {
         fscanner::withPrivateMounts([&] {
@@ -31,7 +31,7 @@ TEST_F(DeadMount, IsNotTouchedWhereItIsExcluded) {
             const RunResult result = run({"--no-cache", "-n", "file", "-x", excluded, path});
             EXPECT_EQ(records(result.out).size(), 1U) << excluded << result.err;
         };
-        // Below it, and all that is in it, by itself or through a link.
+        // Below it, and all files in it, directly or through a link.
         const std::string all = tree_ / "dead/*", sub = tree_ / "dead/sub";
         for (const char* excluded : {"link", "./link", "./link/sub", all.c_str(), sub.c_str()})
             expectFile(excluded, "live");
@@ -54,7 +54,7 @@ TEST_F(DeadMount, EndsByTheTimeLimit) {
     });
 }
 
-// The first one is noted as it is anywhere, the second ends the process.
+// The first signal is noted as usual, the second ends the process.
 TEST_F(DeadMount, EndsByTheSecondSignal) {
     beside([this] {
         for (const char* mode : {"--no-cache", "--no-cache --sort size --spill"}) {

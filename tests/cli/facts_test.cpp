@@ -1,5 +1,5 @@
-// What is told of files comes from the files that were found, at one moment, whatever
-// becomes of their directories since.
+// Facts about files come from the files that were found, at one moment, whatever
+// becomes of their directories later.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -106,7 +106,7 @@ TEST_F(FactsTest, APathThatIsALinkIsFollowed) {
         }
 }
 
-// A cached size beside a time of today would be a file that never was.
+// A cached size beside a new time would describe a file that never existed.
 TEST_F(FactsTest, ALineIsOfOneMoment) {
     cached({"tree"});
     add("tree/a/f", std::string(1000, 'x'));
@@ -128,7 +128,7 @@ TEST_F(FactsTest, ALineIsOfOneMoment) {
 
 // ---- Commands ------------------------------------------------------------------
 
-/// A command with the path, to be run that way.
+/// A command with the path, to be run in that way.
 Arguments runningWay(CommandWay way, Arguments command) {
     const auto& [option, end] = way;
     command.insert(command.begin(), option);
@@ -157,7 +157,7 @@ TEST_F(FactsTest, CommandsDoNotFollowADirectoryThatBecameALink) {
     }
 }
 
-// Also what was searched a moment ago changes: here by the commands themselves, while others
+// Files change even right after the search: here by the commands themselves, while others
 // wait for their turn.
 TEST_F(FactsTest, EachPathIsLookedAtBeforeItsCommand) {
     fs::create_directory_symlink("tree", tree_ / "way");
@@ -190,7 +190,7 @@ TEST_F(FactsTest, ABatchIsLookedAtWhenTheOneBeforeIsOver) {
                   " files have changed since the search found them, and were left out\n");
 }
 
-// A cache has old sizes and permissions; a command is for what the file is now.
+// A cache has old sizes and permissions. A command gets the file by its present ones.
 TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
     const struct {
         Arguments condition;
@@ -215,7 +215,7 @@ TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
             EXPECT_EQ(!result.out.empty(), stays) << change << result.err;
         }
     }
-    // Permissions are looked at as times and owners are, with commands or without.
+    // Permissions are read from the disk like times and owners, with commands or without.
     shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
     cached({"tree", "--fresh"});
     shell("chmod u+x tree/a/f");
@@ -244,7 +244,7 @@ TEST_F(FactsTest, CommandsInTheDirectoryOfAFile) {
         EXPECT_EQ(refused.out, "") << path;
         EXPECT_THAT(refused.err, HasSubstr("PATH has a directory that is not absolute")) << path;
     }
-    // The directory stays the one that was opened, whatever has its name.
+    // The opened directory is used, whatever has its name now.
     const RunResult moved =
         run({"tree/a", "--exec-dir", "sh", "-c",
              "mv ../a ../gone; ln -s '" + outside_.path().string() + "' ../a; rm \"$0\"", ";"});
@@ -261,7 +261,7 @@ TEST_F(FactsTest, TimesHaveNoLastDay) {
         struct stat info {};
         ::stat((tree_ / "tree/a/f").c_str(), &info);
         if (info.st_mtime == static_cast<int>(info.st_mtime))
-            continue;  // the disk keeps no such day
+            continue;  // the disk cannot store that day
         const std::string side = day[0] == '2' ? "--newer=2038-01-20" : "--older=1901-01-01";
         for (const bool fromCache : {false, true})
             for (const Arguments& way :

@@ -1,4 +1,4 @@
-// Filters that need no language, the forms of output, and commands run for matches.
+// Filters that need no criteria, the forms of output, and commands run for matches.
 
 #include <sys/stat.h>
 
@@ -63,7 +63,7 @@ TEST_F(FiltersTest, EachFindsWhatItSays) {
         EXPECT_EQ(found(arguments), expected) << testing::PrintToString(arguments);
 }
 
-// The names make the criteria fail as a whole: what is left of them decides.
+// The names make the whole criteria fail: the remaining conditions decide.
 TEST_F(FiltersTest, NamesThatArePatternsPassTheSameFilters) {
     addDated("src/*?", "12345", 0755, "2026-11-01 00:00");
     EXPECT_THAT(found({"-n", "*?*", "--larger", "4", "--smaller", "6"}), ElementsAre("./src/*?"));
@@ -175,7 +175,7 @@ TEST_F(FiltersTest, CommandsRunInOrderWithoutAShell) {
     EXPECT_EQ(missing.err, "fscan: ./no-such-program: No such file or directory\n");
 }
 
-/// Ctrl-C is for the command; one that it ends is the last.
+/// Ctrl-C goes to the command. If it ends a command, no further command is run.
 TEST_F(FiltersTest, AKeyMeantForACommandEndsUsOnlyWithIt) {
     for (const auto& [command, out, status] :
          {std::tuple("trap : INT; kill -INT $PPID; kill -INT $$; echo $0",
@@ -211,13 +211,13 @@ TEST_F(FiltersTest, TheSummaryTellsHowCompleteTheAnswerIs) {
                   R"([{"path":"src/old","reason":"denied","error":"Permission denied"}])"));
 }
 
-/// A script must not read an earlier run's file, or take what was cut short for whole.
+/// A script must not read the file of an earlier run, or take a cut summary for a whole one.
 TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
     for (int i = 0; i < 2000; ++i) add("src/" + std::string(200, 'n') + std::to_string(i));
     struct Case {
         Arguments arguments;
         RunSettings settings;
-        int status;  ///< in the summary; above 128: the program is ended so
+        int status;  ///< in the summary; above 128: the program is ended by that signal
     };
     std::vector<Case> table = {{{"nowhere"}, {}, 2},
                                {{"src", "-w", "[SIZE"}, {}, 2},
@@ -236,7 +236,7 @@ TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
         EXPECT_EQ(summary()["status"], status) << summary();
         EXPECT_EQ(summary()["complete"], false) << summary();
     }
-    // The second is ended when it has begun to print and finds the pipe full.
+    // The second run is ended when it has begun to print and the pipe is full.
     for (const auto& [command, status] :
          {std::pair{"$search | head -n 1", 128 + SIGPIPE},
           std::pair{"mkfifo p; $search --sort name > p & exec 3< p; head -c 1 <&3;"

@@ -1,4 +1,4 @@
-// What fscan finds, held against find on trees with names that break things.
+// Results of fscan compared with those of find, on trees with unusual names.
 
 #include "program_run.h"
 #include "support/nest.h"
@@ -63,7 +63,7 @@ TEST_F(FindTest, EveryNameOnceInEveryLocale) {
 }
 
 TEST_F(FindTest, NamePatternsMatchLikeFinds) {
-    // Patterns whose meaning is the same in both programs.
+    // Patterns with the same meaning in both programs.
     const std::vector<std::string> patterns = {"*.h",    "plain.h", "?lain.h", "*h", "a?b*", "*\"*",
                                                "a\"b.h", "*\n*",    "*$(*",    "* ", "n*n",  "foo"};
     for (const std::string& pattern : patterns)
@@ -78,11 +78,11 @@ TEST_F(FindTest, WildcardsInStoredNamesArePlainCharacters) {
     EXPECT_THAT(found({"-n", "plain.h", "--no-recurse"}), ElementsAre("./plain.h"));
     EXPECT_THAT(found({"-n", "a*b.h", "--no-recurse"}), ElementsAre("./a\"b.h", "./a*b.h"));
     EXPECT_THAT(found({"-n", "?", "--no-recurse"}), ElementsAre("./*", "./?"));
-    // Undecidable by the whole criteria, decided by the user's own part of it.
+    // The whole criteria cannot decide them, but the user's own part of it can.
     EXPECT_THAT(found({"-n", "a*b.h", "-w", "[SIZE] == 5", "--no-recurse"}),
                 ElementsAre("./a\"b.h", "./a*b.h"));
     EXPECT_THAT(found({"-n", "a*b.h", "-w", "[SIZE] > 5", "--no-recurse"}), IsEmpty());
-    // The first file may be one.
+    // The first file may be one of them.
     for (const char* file : {"lone/x*", "lone/d/x*", "lone/d/xy"}) add(file);
     EXPECT_THAT(found({"-n", "x*", "lone"}), ElementsAre("lone/d/x*", "lone/d/xy", "lone/x*"));
 }
@@ -104,8 +104,8 @@ protected:
     static constexpr int kLevels = 10000;
 
     ~DeepTest() override { runProgram("rm", {"-rf", tree_ / "deep"}); }
-    /// Every so many directories one with a long name; a file in every hundredth. What find
-    /// finds there.
+    /// One of so many directories has a long name, and every hundredth has a file. Returns
+    /// the paths that find prints there.
     Arguments plant(int everyLong) const {
         std::filesystem::create_directory(tree_ / "deep");
         fscanner::Nest nest(tree_ / "deep");
@@ -142,12 +142,12 @@ TEST_F(DeepTest, PathsOfAMegabyteAreSorted) {
         const RunResult result = run({"--sort", key, "deep"});
         EXPECT_EQ(result.err, "");
         EXPECT_TRUE(records(result.out) == expected) << key;
-        // The shorter ones first: "f" stands before the "m" of the next level.
+        // The shorter paths first: "f" stands before the "m" of the next level.
         EXPECT_LT(result.out.find('\n'), 20000u);
     }
 }
 
-// What no argument can hold is named, and the rest is run.
+// A file whose path is too long for an argument is named, and the command is run for the rest.
 TEST_F(DeepTest, CommandsAreToldOfAllPathsThatFit) {
     constexpr std::size_t room = 131072;
     Arguments expected = plant(10);

@@ -1,4 +1,4 @@
-// Where fscan looks, and how it writes what it finds there.
+// Where fscan looks, and how it writes the paths of its matches.
 
 #include "program_run.h"
 #include "support/private_mounts.h"
@@ -68,7 +68,7 @@ protected:
     RunSettings cached() const {
         return {.environment = {{"XDG_CACHE_HOME", home_.path()}}, .cached = true};
     }
-    /// Asks the file systems, a new cache and an old one; they agree on all that is said.
+    /// Asks the file systems, a new cache and an old one. All their output must agree.
     RunResult ask(const Arguments& arguments) const {
         const RunResult direct = run(arguments);
         for (const char* cache : {"new", "old"}) {
@@ -99,7 +99,7 @@ TEST_F(ExcludeTest, LeavesOutWhatPathWouldMatchAndAllBelow) {
         {{"/*/old", "-x", "*.o"}, {a, g, d, e, s, c}},
         {{"*.o"}, {a, g, d, e, s, b, c}},
         {{"s?ip"}, {a, g, s, b}},
-        // Wildcards are no part of a name: the one in this name matches others, too.
+        // Wildcards in a PATH are plain characters. As a pattern this name would match others, too.
         {{"in/s*p"}, {a, f, s, b, c}},
         {{"SKIP", "-i"}, {a, g, s, b}},
         {{"*"}, {}},
@@ -118,13 +118,13 @@ TEST_F(ExcludeTest, SaysWhichLeftNothingOut) {
     };
     EXPECT_EQ(ask({"top", "-x", "skip", "-x", "*.o", "-x", "sk", "-x", "./skip"}).err,
               note("*.o") + note("sk") + note("./skip"));
-    // It is met although no file of it matches, whatever leads to it in the cache.
+    // It is met although no file of it matches, by whatever path the cache reaches it.
     for (const char* met : {"skip", "*/in/sk?p", "./top/in/skip", "in/*eep"})
         EXPECT_EQ(ask({"top", "-n", "a", "-x", met}).err, "") << met;
     EXPECT_EQ(ask({"top/old", "-x", "skip", "-x", "b"}).err, note("skip"));
     EXPECT_EQ(ask({"top", "-x", "top", "-x", "no"}).err,
               "fscan: note: top: left out by --exclude\n" + note("no"));
-    // Nobody asked, or it is not known.
+    // Nobody asked for it, or it is unknown.
     for (const Arguments& silent : {Arguments{"-q"}, {"--no-recurse"}, {"--limit", "1"}}) {
         Arguments arguments = {"top", "-x", "no"};
         arguments.insert(arguments.end(), silent.begin(), silent.end());
@@ -162,7 +162,7 @@ TEST_F(PathsTest, FileSystemsAndDrivesNarrowTheSearch) {
     const auto drives = records(fscan({"--drives"}).out);
     EXPECT_THAT(drives, testing::Contains(testing::ContainsRegex("^/proc +local +proc$")));
 
-    // A PATH on a pseudo file system is wanted; one below a PATH is not.
+    // A PATH on a pseudo file system is searched; one below a PATH is not.
     EXPECT_EQ(fscan({"-n", "uptime", "--no-recurse", "/proc"}).out, "/proc/uptime\n");
     Arguments rootButProc = {"/", "-n", "uptime"};
     for (const auto& entry : std::filesystem::directory_iterator("/"))

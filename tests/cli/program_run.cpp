@@ -19,7 +19,7 @@
 namespace fscan::test {
 namespace {
 
-/// The two ends of a channel; what is still open closes with it.
+/// The two ends of a channel. Ends that are still open are closed with it.
 struct Channel {
     int reader = -1;
     int writer = -1;
@@ -43,7 +43,7 @@ struct Channel {
     }
 };
 
-/// Programs must neither fill the user's cache nor be answered from it.
+/// Programs must not fill the user's cache, and must not be answered from it.
 const std::string& cacheHome() {
     static const fscanner::TemporaryDirectory directory;
     return directory.path().native();
@@ -63,7 +63,7 @@ void redirect(Stdout to, const Channel& out) {
     } else {
         dup2(out.writer, STDOUT_FILENO);
     }
-    // Both ways in which a reader can be gone are met: the signal, and EPIPE.
+    // A reader can be gone in two ways, and both are met: the signal, and EPIPE.
     std::signal(SIGPIPE, to == Stdout::readerGone ? SIG_IGN : SIG_DFL);
 }
 
@@ -85,7 +85,7 @@ void redirect(Stdout to, const Channel& out) {
     _exit(127);
 }
 
-/// Reads both channels until their writers are gone, whichever speaks first.
+/// Reads both channels until their writers are gone, in whatever order they write.
 void readBoth(const Channel& out, const Channel& err, RunResult& result) {
     std::array<pollfd, 2> waits = {pollfd{out.reader, POLLIN, 0}, pollfd{err.reader, POLLIN, 0}};
     std::array<std::string*, 2> texts = {&result.out, &result.err};

@@ -20,17 +20,17 @@ struct RunSettings {
     Stdout to = Stdout::pipe;
     /// Standard error is a terminal.
     bool watched = false;
-    unsigned short columns = 0;  ///< of that terminal; 0: it does not know
-    /// Standard output, once it has begun, is left unread for this long: a program with
+    unsigned short columns = 0;  ///< of that terminal; 0: unknown
+    /// Standard output is not read for this long after it has begun: a program with
     /// more to write than a pipe holds takes at least that long.
     std::chrono::milliseconds pause{0};
-    /// Permissions hold, even for root.
+    /// Permissions apply, even to root.
     bool withoutOverride = false;
-    /// fscan may answer from the cache, which is the tests' own.
+    /// Whether fscan may answer from the cache, which is the tests' own.
     bool cached = false;
 };
 
-/// What a program did. A signal that ended it is its negative status.
+/// The result of a program. A signal that ended it is its negative status.
 struct RunResult {
     int status = -1;
     std::string out;
@@ -55,12 +55,12 @@ class FscanTest : public testing::Test {
 protected:
     /// Writes a file, and makes the directories that hold it.
     void add(const std::string& path, const std::string& text = "") const;
-    /// In the directory, and where nothing else is said in a locale that every machine has.
+    /// Runs it in the directory and, unless told otherwise, in a locale that every machine has.
     RunSettings here(RunSettings settings) const;
     RunResult run(const Arguments& arguments, const RunSettings& settings = {}) const {
         return fscan(arguments, here(settings));
     }
-    /// A shell command of which $0 is fscan.
+    /// Runs a shell command in which $0 is fscan.
     RunResult shell(const std::string& command, const RunSettings& settings = {}) const {
         return runProgram("sh", {"-c", command, FSCAN_PROGRAM}, here(settings));
     }

@@ -1,17 +1,17 @@
-// The line that tells how far a scan is.
+// The line that shows the progress of a scan.
 
 #include "program_run.h"
 
 namespace fscan::test {
 namespace {
 
-/// Much more output than fits into a pipe, so that a scan can be held up half-way.
+/// Much more output than fits in a pipe, so that a scan can be stopped half-way.
 class ProgressTest : public FscanTest {
 protected:
     ProgressTest() {
         for (unsigned i = 0; i < files_; ++i) add("d/" + std::string(200, 'n') + std::to_string(i));
     }
-    /// What a slow scan says on standard error.
+    /// The standard error of a slow scan.
     std::string said(bool onTerminal, const char* terminal, unsigned short columns = 0) const {
         const RunResult result = run({"d"}, {.environment = {{"TERM", terminal}},
                                              .watched = onTerminal,
@@ -26,7 +26,7 @@ protected:
 };
 
 TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
-    // A line that wraps could not be erased: that of a narrow terminal is cut.
+    // A line that wraps could not be erased, so on a narrow terminal it is cut.
     for (const auto& [columns, pattern] :
          {std::pair<unsigned short, const char*>{
               80, "[0-9]+ files, 1 directories, [0-9]+\\.[0-9] s  .*/d/"},

@@ -1,4 +1,4 @@
-// The configuration file, as fscan goes by it: each key, and what is said of a file or a
+// The configuration file of fscan: each key, and the messages about a file or a
 // value that cannot be used.
 
 #include "build_paths.h"
@@ -19,7 +19,7 @@ protected:
     }
 
     void configure(const std::string& text) const { add("conf", text); }
-    /// Plug-ins of this file alone, which goes by that name.
+    /// Makes a copy of this file the plug-in of that name.
     void install(const std::string& file, const std::string& name) const {
         const std::string copy = tree_ / ("home/" + name + ".so");
         std::filesystem::copy_file(file, copy);

@@ -19,8 +19,8 @@ struct File {
 
 class SortTest : public FscanTest {
 protected:
-    // Ties for every key, bytes of every rank, directories that are prefixes of others
-    // and lie among their names.
+    // Equal keys of every kind, bytes of every rank, directories whose names are prefixes of others
+    // and lie among them.
     SortTest() {
         std::size_t size = 0;
         for (const char* directory : {"./a", "./a/b", "./a b", "./B", "./\xFF", "./a/xa/Z/12345678",
@@ -102,7 +102,7 @@ TEST_F(SortTest, PathsComeBackFromTheFileAsTheyWereGiven) {
 }
 
 TEST_F(SortTest, RunsInTheFileAreMerged) {
-    // Several times what is sorted at once where all goes to the file, with many ties.
+    // With many equal keys, several times as much as is sorted at once if all goes to the file.
     for (int i = 0; i < 12000; ++i)
         add("many" + std::to_string(i % 7) + "/" + std::to_string(i * 7919 % 4000) +
             std::string(200, 'n'));
@@ -114,7 +114,7 @@ TEST_F(SortTest, RunsInTheFileAreMerged) {
 }
 
 TEST_F(SortTest, FileThatCannotBeWrittenIsAFailure) {
-    // A limit on file sizes stands for the disk.
+    // A limit on file sizes stands for a full disk.
     const RunResult result =
         shell("trap '' XFSZ; ulimit -f 1; exec \"$0\" --no-cache --sort name --spill");
     EXPECT_EQ(result.status, 4);
@@ -122,7 +122,7 @@ TEST_F(SortTest, FileThatCannotBeWrittenIsAFailure) {
     EXPECT_THAT(result.err, HasSubstr("the temporary file of matches cannot be written"));
 }
 
-// However it ends, nothing can be left of what never had a name.
+// However it ends, nothing can be left of a file that never had a name.
 TEST_F(SortTest, FileHasNoName) {
     for (int i = 0; i < 4000; ++i) add("a/" + std::to_string(i) + std::string(100, 'n'));
     // The program waits for a reader when the files that it has open are listed.

@@ -17,7 +17,7 @@ protected:
         add("d/f");
         add("d/locked/g");
     }
-    /// More paths than a pipe and the program's buffer hold.
+    /// More paths than fit in a pipe and the program's buffer.
     void addManyFiles() const {
         for (int i = 0; i < 1000; ++i) add(std::string(200, 'n') + std::to_string(i));
     }
@@ -99,7 +99,7 @@ TEST_F(StatusTest, AWrongPathDoesNotKeepTheOthersFromBeingSearched) {
     const RunResult elsewhere = run({"$remote::" + (tree_ / "d"), "d/locked"});
     EXPECT_EQ(elsewhere.out, "d/locked/g\n");
     EXPECT_EQ(elsewhere.err, "fscan: note: " + (tree_ / "d") + ": on no drive that is searched\n");
-    // A PATH that is searched for each group apart lies on a drive of one of them.
+    // A PATH that is searched for each group separately is on a drive of one of them.
     const std::string group = "$remote::" + (tree_ / "d");
     EXPECT_EQ(run({".", group}).err, elsewhere.err);
     EXPECT_EQ(elsewhere.status, 0);
@@ -142,7 +142,7 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     const RunSettings user = {.withoutOverride = true};
     chmod((tree_ / "d/locked").c_str(), 0);
     const RunResult below = run({"d"}, user);
-    // The scan that fills the cache, and the answer from it, say what a direct scan says.
+    // The scan that fills the cache and the answer from the cache report the same as a direct scan.
     for (const char* cache : {"new", "old"})
         EXPECT_EQ(run({"d"}, {.withoutOverride = true, .cached = true}).err, below.err) << cache;
     const RunResult named = run({"d", "--errors"}, user);
@@ -169,7 +169,7 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     EXPECT_EQ(behind.status, 3);
 }
 
-/// A directory that can be read and not entered takes nothing from the others' types.
+/// A directory that can be read but not entered does not spoil the types of other files.
 TEST_F(StatusTest, TypesAreToldBesideADirectoryThatCannotBeEntered) {
     if (!canDropOverride()) GTEST_SKIP() << "permissions cannot be made to hold";
     for (const char* name : {"d/1/a", "d/2/a", "d/3/a"}) add(name, "text\n");
@@ -185,13 +185,13 @@ TEST_F(StatusTest, TypesAreToldBesideADirectoryThatCannotBeEntered) {
     chmod(shut.c_str(), 0700);
 }
 
-/// What the system fails at is no matter of permissions.
+/// Failures of the system have nothing to do with permissions.
 TEST_F(StatusTest, FailuresOfTheSystemAreNotAnAnswer) {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the sanitizer itself needs descriptors";
 #endif
     add("d/e/e/e/f");
-    // Below the first limit the program does not start, above the last all is found.
+    // Below the first limit the program does not start. Above the last all is found.
     std::vector<RunResult> ends;
     for (const int descriptors : {4, 5, 64})
         ends.push_back(
@@ -217,7 +217,7 @@ TEST_F(StatusTest, FailedOutputIsAnErrorAndALostReaderIsNone) {
     EXPECT_EQ(ignored.status, 0);
 }
 
-/// A pipe that is not waited for, because another program shares it.
+/// A pipe that another program shares, which is not waited for.
 TEST_F(StatusTest, APipeThatDoesNotWaitLosesNothing) {
     addManyFiles();
     const RunResult result = runProgram(

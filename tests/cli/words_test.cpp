@@ -1,4 +1,4 @@
-// The words that the command line tells completions.
+// The words that the command line prints for completions.
 
 #include <set>
 #include <sstream>

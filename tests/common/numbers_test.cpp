@@ -13,7 +13,7 @@ using namespace fscanner;
 
 namespace {
 
-// Their bytes are those of a table's records.
+// The bytes are those in a table's records.
 TEST(CompactIntegers, ComeBack) {
     for (int shift = 0; shift < 64; ++shift) {
         for (const unsigned long long low : {0ULL, 1ULL, 0x55ULL, 1ULL << shift}) {

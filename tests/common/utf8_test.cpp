@@ -20,8 +20,8 @@ void expectRoundTrip(const std::string& bytes) {
     ASSERT_STREQ(back.get(), bytes.c_str());
 }
 
-// In the two locales that are always there, and in others where they are installed:
-// single-byte ones, and those whose characters are several bytes, some ASCII.
+// In the two locales that always exist, and in others where they are installed:
+// single-byte ones, and those whose characters have several bytes, some of them ASCII.
 TEST(Names, KeepTheirBytes) {
     for (const char* name : {"C", "C.UTF-8", "de_DE.ISO-8859-1", "tr_TR.ISO-8859-9", "ja_JP.EUC-JP",
                              "zh_HK.BIG5-HKSCS", "zh_CN.GB18030"}) {
@@ -77,7 +77,7 @@ TEST(NameText, OfTheCLocaleLosesNothing) {
     std::wstring wide = L"/a/";
     appendWide(wide, "\xC3\xA9");
     EXPECT_EQ(wide, L"/a/\xDCC3\xDCA9");
-    // What the locale cannot encode is written as UTF-8.
+    // Characters that the locale cannot encode are written as UTF-8.
     std::string bytes = "/a/";
     appendMultibyte(bytes, L"\xE9\x20AC\x1F600");
     EXPECT_EQ(bytes, "/a/\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
@@ -114,7 +114,7 @@ TEST(Utf8, EncodesUpToSixBytesAndReplacesTheRest) {
 
 TEST(Utf8, SkipsWhatDoesNotFit) {
     unsigned char out[6] = "?????";
-    EXPECT_EQ(stringToUTF8(out, 4, L"ab\x20AC\xE9z"), 3u);  // the euro and the e go, the z fits
+    EXPECT_EQ(stringToUTF8(out, 4, L"ab\x20AC\xE9z"), 3u);  // only the z fits
     EXPECT_STREQ(reinterpret_cast<char*>(out), "abz");
     EXPECT_EQ(out[4], '?');
     EXPECT_EQ(stringToUTF8(out, 1, L"a"), 0u);
@@ -138,11 +138,11 @@ TEST(Utf8, DecodesWithoutValidating) {
         {"\xC1\x81", L"A"},                   // overlong
         {"\xC3zy", {(3 << 6) | 0x3A, L'y'}},  // any byte continues
         {"\xFE\x81\x80\x80\x80\x80\x80", {1 << 30}},
-        {"\xE2\x82", {(2 << 6) | 2}},  // cut by the terminator: what there is
+        {"\xE2\x82", {(2 << 6) | 2}},  // cut by the terminator: the bits so far
         {"x\xFC", {L'x', 0}},
     };
     for (const auto& [text, wide] : cases) {
-        // Exactly as long as the text: a read behind the terminator is seen.
+        // The buffer has exactly the length of the text, so that a read behind it is seen.
         const std::vector<unsigned char> bytes(text, text + std::strlen(text) + 1);
         wchar_t out[8];
         const unsigned count = utf8ToWideChar(out, 8, bytes.data());

@@ -55,7 +55,7 @@ bool obviousCover(std::wstring_view pattern, std::wstring_view path, std::size_t
 }
 
 /// Whether the pattern without its last "/" or "/*" is the path. A "*" right
-/// before that ending stands for one character at least.
+/// before that ending stands for at least one character.
 bool obviousDirectory(std::wstring_view pattern, std::wstring_view path) {
     for (const std::wstring_view ending : {L"/", L"/*"}) {
         if (!pattern.ends_with(ending)) continue;
@@ -75,7 +75,7 @@ bool obviousPathMatch(std::wstring_view pattern, std::wstring_view path, bool re
     return false;
 }
 
-// What the obvious matcher is held to.
+// The obvious matcher itself is tested with these.
 TEST(Wildcard, MatchesPaths) {
     const struct {
         const wchar_t *pattern, *path;
@@ -85,7 +85,7 @@ TEST(Wildcard, MatchesPaths) {
         {L"/data", L"/data/x/y", true, true},
         {L"/data", L"/database", true, false},
         {L"/home/user/", L"/home/user", false, true},
-        // One "*" stands for the directory, not two.
+        // One "*" stands for one directory, not for two.
         {L"/home/user/*", L"/home/user", false, true},
         {L"/home/user/**", L"/home/user", true, false},
         {L"/d*ta", L"/data/", false, true},
@@ -132,7 +132,7 @@ TEST(Wildcard, AgreesWithTheObviousMatchers) {
     }
 }
 
-// With one place to go back to for every "*" this would not end.
+// This would not end if the matcher went back to every "*".
 TEST(Wildcard, WorstCaseEnds) {
     std::wstring pattern;
     for (int i = 0; i < 100; ++i) pattern += L"a*";
@@ -142,7 +142,7 @@ TEST(Wildcard, WorstCaseEnds) {
     EXPECT_FALSE(CompiledPattern(pattern, true).matches(text));
 }
 
-/// Characters whose case is peculiar somewhere: dotted and dotless i, the Kelvin
+/// Characters with unusual case in some script: dotted and dotless i, the Kelvin
 /// and Angstrom signs, sharp and long s, a final sigma.
 constexpr std::wstring_view kPeculiar =
     L"IiKksS@`[{\x130\x131\x212A\x212B\xC5\xE5\xDF\x17F\x3A3\x3C3\x3C2";
@@ -191,14 +191,14 @@ TEST(CompiledPattern, AgreesWithTheMatcher) {
         const std::wstring name = draw(random, L"abB\xE9", 14);
         for (const bool caseSensitive : {true, false}) {
             const bool expected = wildvccmp(text.c_str(), name.c_str(), caseSensitive) != 0;
-            // A copy, whose text is its own, and of a view that is not terminated.
+            // A copy, which owns its text, of a view without a terminator.
             const std::vector copies(
                 1, CompiledPattern({(text + L'*').c_str(), text.size()}, caseSensitive));
             ASSERT_EQ(copies[0].matches(name), expected) << text << " against " << name;
             matched += expected;
         }
     }
-    EXPECT_GT(matched, 1000);  // the draw tells something
+    EXPECT_GT(matched, 1000);  // enough of the random texts match
 }
 
 /// The text in UTF-8.
@@ -208,8 +208,8 @@ std::string utf8Of(const std::wstring& text) {
     return reinterpret_cast<const char*>(bytes.data());
 }
 
-// Bytes behind a text may be loaded with it; they must not count. Near the end of a buffer
-// there are none, and the slow paths take over.
+// Bytes behind a text may be loaded with it, and must not count. Near the end of a buffer
+// there are none, and the slow paths are used.
 TEST(CompiledPattern, JudgesBytesAsItMatchesTheirCharacters) {
     constexpr std::size_t behind = 48;
     std::mt19937 random(1);

@@ -49,7 +49,7 @@ TEST_F(DriveLinks, NameADriveWithoutLinksAndLeadNowhereWithoutHarm) {
     for (const char* one :
          {"/relative/deep/mnt", "/absolute/mnt", "/real/dots/mnt", "/chained/deep/mnt"})
         EXPECT_THAT(linksOf(drive(one)), ElementsAre("2 @/real/deep/mnt: ext4")) << one;
-    // Two links in one path: each way to write it down leads to the same place.
+    // Two links in one path: each way to write it leads to the same place.
     EXPECT_THAT(linksOf(drive("/relative/dots/mnt")),
                 ElementsAre("2 @/real/dots/mnt: ext4", "2 @/real/deep/mnt: ext4"));
     EXPECT_THAT(linksOf(DriveInfo()), IsEmpty());

@@ -15,8 +15,8 @@ constexpr const char* kSmallTable =
     "/dev/sdb1 /home vfat rw 0 0\n";
 
 TEST(DriveList, KeepsNamesAsTheyAre) {
-    // A directory that ends in ":" is not given another one, and so loses a
-    // character as a path.
+    // No ":" is added to a directory that ends in one, so as a path it loses a
+    // character.
     const std::vector<DriveInfo> drives =
         drivesOf("a /m/a\\040b ext4 rw 0 0\nb /m/x: ext4 rw 0 0\nc /m/\xff ext4 rw 0 0\n");
     EXPECT_THAT(show(drives), ElementsAre("2 /m/a b: ext4", "2 /m/x: ext4", "2 /m/\xff: ext4"));
@@ -29,7 +29,7 @@ TEST(DriveList, SearchesADistributedFileSystemBothWays) {
     const std::string table = "x /dfs dfs rw 0 0\ny:/ /far dfs rw 0 0\n";
     EXPECT_THAT(show(drivesOf(table)),
                 ElementsAre("4 /dfs: dfs", "2 /dfs: dfs", "4 /far: dfs", "2 /far: dfs"));
-    // The mask is asked once, about the mount itself.
+    // The mask is asked once, for the mount itself.
     EXPECT_THAT(show(drivesOf(table, mdLocalDriveGroup)),
                 ElementsAre("4 /dfs: dfs", "2 /dfs: dfs"));
 }

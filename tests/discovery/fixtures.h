@@ -11,7 +11,7 @@
 
 namespace fscanner {
 
-/// Makes `text` the mount table for as long as it lives.
+/// Makes `text` the mount table during its lifetime.
 class PastedMountTable {
 public:
     explicit PastedMountTable(const std::string& text) {
@@ -24,7 +24,7 @@ private:
     TemporaryDirectory directory_;
 };
 
-/// Collects the debug log for as long as it lives.
+/// Collects the debug log during its lifetime.
 struct DebugLog : LogCapture {
     bool has(const std::string& line) const {
         return ("\n" + text()).find("\n" + line + "\n") != std::string::npos;
@@ -85,7 +85,7 @@ inline std::vector<PathInfo> pathsOf(const std::vector<std::string>& texts) {
 
 using FileSystemNames = std::vector<const wchar_t*>;
 
-/// What the entries of a search come to.
+/// The entries of a search, resolved.
 struct ResolvedSearch {
     /// `drives` are all drives, normalised.
     ResolvedSearch(const std::vector<DriveInfo>& drives, const std::vector<std::string>& entries,

@@ -47,7 +47,7 @@ TEST(MountTable, TellsWhatALineIs) {
     for (const auto& [line, mounts] : cases) EXPECT_EQ(parsed(line), mounts);
 }
 
-/// What the system's own reader makes of a table.
+/// The mounts that the system's own reader finds in a table.
 std::vector<std::string> systemParsed(const std::string& path) {
     std::vector<std::string> lines;
     FILE* file = setmntent(path.c_str(), "r");
@@ -101,7 +101,7 @@ TEST(MountTable, FailsWhenItCannotBeRead) {
 TEST(MountEntry, KeepsItsTextsApartFromItsCopies) {
     MountEntry entry;
     entry.setRemote(true);
-    // Without all three texts a copy is no mount, and takes no flags.
+    // A copy without all three texts is not a mount, and takes no flags.
     EXPECT_FALSE(MountEntry(entry).isRemote());
     EXPECT_THAT(std::vector({entry.setDevName("a:/"), entry.setMountDir("/m"),
                              entry.setFileSystemType("nfs")}),

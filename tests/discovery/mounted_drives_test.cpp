@@ -1,4 +1,4 @@
-// From a mount table to the drives that searches go by.
+// From a mount table to the drives that searches use.
 
 #include "fscanner/discovery/drivehelper.h"
 
@@ -30,13 +30,13 @@ TEST(MountInfo, TellsWhatALineIs) {
         {"2 1 0:5 / /a\\040b\\011\\012\\134c rw - tmpfs x rw\n", {"2 /a b\t\n\\c: tmpfs"}},
         {"2 1 0:5 / /\\043\\303\\244 rw - tmpfs x rw\n", {"2 /#\xc3\xa4: tmpfs"}},
         {"2 1 0:5 / /m rw - nfs4 h:/e rw", {"4 /m: nfs4"}},
-        // The source is what the one who mounted made it.
+        // The user who mounts it chooses the source.
         {"2 1 0:5 / /m rw - fuse.x  rw\n", {"2 /m: fuse.x"}},
         {"2 1 0:5 / /m rw - fuse.x h:\\040- rw\n", {"4 /m: fuse.x"}},
-        // A directory may be called as the mark between the fields.
+        // A directory may have the name of the mark between the fields.
         {"2 1 0:5 / /- rw - tmpfs x rw\n", {"2 /-: tmpfs"}},
         {"2 1 0:5 / /m: rw - tmpfs x rw\n", {"2 /m:: tmpfs"}},
-        // A placeholder counts, also one that programs shall not list.
+        // A placeholder counts, even one that programs should not list.
         {"2 1 0:5 / /auto rw - autofs x fd=5,ignore\n", {"0 /auto: autofs"}},
         {"\n2\n2 1 0:5 / /m rw\n2 1 0:5 / /m rw -\n2 1 0:5 / /m rw - \n", {}},
     };
@@ -74,7 +74,7 @@ TEST(MountInfo, LeavesOutCoveredMounts) {
         {"a placeholder and what it stands for",
          root + line("3 2", "/m", "autofs") + line("4 3", "/m", "nfs"),
          {"2 /: ext4", "4 /m: nfs"}},
-        // Paths begin in the root directory, below what was mounted on it since.
+        // Paths begin in the root directory, below file systems that were mounted on it later.
         {"on the root", root + line("3 2", "/", "a") + line("4 3", "/m", "b"), {"2 /: ext4"}},
         {"below a changed root",
          line("3 7", "/m", "a") + line("4 7", "/n", "b"),
@@ -98,7 +98,7 @@ TEST(MountedDrives, HaveTheRealPathsOfADirectory) {
     const auto line = [&root](const char* device, const char* name, const char* type) {
         return std::string(device) + " " + root + name + " " + type + " rw\n";
     };
-    // A link in a remote mount is not looked at, by neither of its names.
+    // A link in a remote mount is not read, by neither of its names.
     const std::string table = "a / ext4\n" + line("b", "/link/local", "xfs") +
                               line("b", "/real/other", "vfat") + line("h:/e", "/link/nas", "nfs") +
                               line("c", "/link/nas/up", "xfs") + line("c", "/real/nas/up", "xfs") +
@@ -129,7 +129,7 @@ TEST(MountMap, TakesPathsAsTheyAre) {
     EXPECT_TRUE(mounts.reaches(m, L"/m"));
     EXPECT_TRUE(mounts.reaches(m, L"/m/q?/a"));
     EXPECT_FALSE(mounts.reaches(m, L"/m/*/a"));
-    // Not through a drive of another kind.
+    // It is not reached through a drive of another kind.
     EXPECT_FALSE(mounts.reaches(m, L"/m/z/e"));
     EXPECT_TRUE(mounts.hasInside(L"/m"));
     EXPECT_FALSE(mounts.hasInside(L"/m/z/e"));

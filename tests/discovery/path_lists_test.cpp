@@ -56,13 +56,13 @@ TEST(ExcludeList, HoldsOtherFileSystemsBelowThePath) {
     EXPECT_THAT(of("/usr/local/+", "/usr/local"), IsEmpty());
     EXPECT_THAT(exclusions(drives, pairOf("/usr+", "/usr", DRIVE_LOCAL, L"vfat")),
                 ElementsAre("/usr/local+", "/usr/localised+"));
-    // A drive that is not the pair's own holds the path.
+    // A drive other than the pair's own holds the path.
     EXPECT_THAT(of("/usr/x+", "/"), ElementsAre("/usr+"));
     EXPECT_THAT(exclusions({}, pairOf("/+", "/")), IsEmpty());
     const PathDrive root = pairOf("/+", "/"), usr = pairOf("/usr+", "/");
-    // The last drive that starts the path wins, as characters: "/us" hides "/".
+    // The last drive whose path the text starts with wins, so "/us" hides "/".
     EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /us xfs\n"), usr), ElementsAre("/us+"));
-    // Nothing encloses the root: the first drive stands in, whatever its type.
+    // No drive encloses the root: the first drive is used, whatever its type.
     EXPECT_THAT(exclusions(drivesOf("p /x proc\na / ext4\n"), root), ElementsAre("/x+", "/x+"));
     // A directory that ends in ":" is excluded without it.
     EXPECT_THAT(exclusions(drivesOf("a / ext4\nb /x: xfs\n"), root), ElementsAre("/x+"));
@@ -82,7 +82,7 @@ TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
         std::vector<PathDrive> parent, resolved;
         std::vector<std::string> expected;
     } cases[] = {
-        // Enclosing paths first, and in the order of arrival among themselves.
+        // Enclosing paths come first. Other paths keep their order.
         {{pairOf("/m/n+", "/m/n"), pairOf("/r+", "/r", DRIVE_REMOTE),
           pairOf("/m+", "/m", DRIVE_LOCAL, L"xfs")},
          {root},
@@ -90,7 +90,7 @@ TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
         // Only a recursive path covers what lies below, by components.
         {{}, {pairOf("/", "/"), pairOf("/p", "/p")}, {"/ on /", "/p on /p"}},
         {{}, {pairOf("/p+", "/p"), pairOf("/pp+", "/")}, {"/p+ on /p", "/pp+ on /"}},
-        // One pair from both lists, with the wider flag.
+        // One pair from both lists; it is recursive if either is.
         {{pairOf("/p", "/p")}, {pairOf("/p+", "/p")}, {"/p+ on /p"}},
     };
     for (const auto& [parent, resolved, expected] : cases) {
@@ -100,7 +100,7 @@ TEST(AccumulatedPairs, ReachEveryPlaceOnce) {
     }
 }
 
-/// Whether a scan of the pair comes to `path`.
+/// Whether a scan of the pair reaches `path`.
 bool reaches(const std::vector<DriveInfo>& drives, const PathDrive& pair,
              const std::wstring& path) {
     std::vector<PathInfo> excluded;
@@ -110,7 +110,7 @@ bool reaches(const std::vector<DriveInfo>& drives, const PathDrive& pair,
 }
 
 TEST(AccumulatedPairs, CoverTheSearchedTreeExactlyOnceOverAnyMounts) {
-    // Every directory of a small tree may be a mount, of one of two file systems.
+    // Every directory of a small tree may be a mount of one of two file systems.
     const std::vector<std::string> places = {"/a", "/a/b", "/a/b/c", "/a/bb", "/d", "/d/e"};
     for (unsigned combination = 0; combination < 729; ++combination) {
         std::string table = "x / ext4\n";

@@ -7,7 +7,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// No directory here exists, so that no link of the machine changes a path.
+// No directory here exists, so that links of this machine do not change a path.
 constexpr const char* kTable =
     "proc /qq/proc proc rw 0 0\n"
     "/dev/a / ext4 rw 0 0\n"
@@ -54,7 +54,7 @@ TEST(PathResolver, FindsTheDrivesOfAnEntry) {
         {"/qq/usr+", "/qq/usr+ on /, below /qq/usr/local+ on /qq/usr/local"},
         {"/qq/us+", "/qq/us+ on /"},
         {"/qq/mnt+", "/qq/mnt+ on /, " + belowNas},
-        // The drives of the group. No other drive takes the place of one that it lacks.
+        // The drives of the group. A drive that the group lacks is not replaced by another.
         {"/qq/mnt/nas/x", "unresolved /qq/mnt/nas/x"},
         {"/qq/mnt/nas+", belowNas},
         {"$remote::/qq/mnt/nas+", nas},
@@ -78,12 +78,12 @@ TEST(PathResolver, FindsTheDrivesOfAnEntry) {
         {"$all::/qq/mnt/nas:/qq/mnt/nas+", nas},
         {"/QQ/usr/local:/qq/usr+", "unresolved /QQ/usr/local:/qq/usr+"},
         {"C:/qq/usr", "unresolved C:/qq/usr"},
-        // A ":" of the path's own wants a prefix in front of it.
+        // A path that contains ":" needs a prefix in front of it.
         {"/qq/a:b", "unresolved /qq/a:b"},
         {"*:/qq/a:b", "/qq/a:b on /"},
         {"/qq/a::b", "unresolved /qq/a::b"},
         {"$local::*:/qq/a::b", "/qq/a::b on /"},
-        // No path is not the current directory.
+        // An absent path is not the current directory.
         {"", ""},
         {"$all::", "unresolved $all::"},
         {"/:", "unresolved /:"},
@@ -99,7 +99,7 @@ TEST(PathResolver, ListsEveryPairOnce) {
 }
 
 TEST(PathResolver, LeavesOutFilteredFileSystems) {
-    // Not searched through the enclosing drive either.
+    // The enclosing drive is not searched for it either.
     EXPECT_EQ(resolve(kTable, {"/qq/boot/x", "/qq/bootx"}, {}, {L"vfat"}),
               "/qq/bootx on /, excluded /qq/boot/x on /");
     EXPECT_EQ(resolve(kTable, {"/qq/boot+", "/qq+"}, {L"ext4"}, {}),
@@ -116,7 +116,7 @@ TEST(PathResolver, SearchesUnusualDrives) {
     EXPECT_EQ(
         resolve("a / ext4\nb /qq/a:/b ext4\nc /qq/a:b:c ext4\n", {"*:/qq/a:/b/x", "*:/qq/a:b:c/x"}),
         "/qq/a:/b/x on /qq/a:/b, /qq/a:b:c/x on /qq/a:b:c");
-    // A mount below a directory that is really called "*".
+    // A mount below a directory whose name is really "*".
     EXPECT_EQ(resolve("a / ext4\nb /qq/*/x xfs\n", {"/qq/*"}), "/qq/* on /");
     EXPECT_EQ(resolve("", {"/qq+"}), "unresolved /qq+");
     // A path is resolved relative to the current directory, and through links.

@@ -10,7 +10,7 @@ namespace {
 
 namespace stdfs = std::filesystem;
 
-/// Works inside a link-free temporary directory.
+/// Works inside a temporary directory whose path has no links.
 class RealPath : public testing::Test {
 protected:
     void link(const std::string& target, const std::string& name) {
@@ -69,7 +69,7 @@ TEST_F(RealPath, HoldsAtMost1023Bytes) {
     const std::size_t room = 1023 - root_.string().size() - 1;
     EXPECT_EQ(real(std::string(room, 'x'), false), "@/" + std::string(room, 'x'));
     EXPECT_EQ(real(std::string(room + 1, 'x'), false), "-");
-    // The limit counts a link's target together with what is still unread.
+    // The limit applies to a link's target together with the rest of the path.
     link("/" + std::string(899, '/'), "slashes");
     EXPECT_EQ(real("slashes" + std::string(123, '/')), "/");
     EXPECT_EQ(real("slashes" + std::string(124, '/')), "-");

@@ -43,7 +43,7 @@ protected:
 };
 
 TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
-    // A whole tree is kept also when only a part of it is asked for.
+    // A whole tree is stored even if only a part of it is asked for.
     query.addIncludePath(tree.wide().c_str(), false);
     EXPECT_EQ(found(cache), paths({"top"}));
     everything();
@@ -60,7 +60,7 @@ TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
     EXPECT_THAT(found(cache), IsEmpty());
 }
 
-// The clock: the time of day may be set, and is no measure of how long something took.
+// The time of day may be set, so it does not measure how long something took.
 timeval dayOf2033() {
     return {2'000'000'000, 0};
 }
@@ -108,7 +108,7 @@ TEST_F(CacheTest, AClockThatIsSetEndsNoSearch) {
     EXPECT_LT(getTickCount() - before, kMinute) << "ticks do not go back";
 }
 
-// A millisecond goes by with each look at the clock.
+// Each look at the clock takes a millisecond.
 template <bool fromToday>
 timeval ticking() {
     static timeval now = {fromToday ? std::time(nullptr) : 1000, 0};
@@ -131,7 +131,7 @@ TEST_F(CacheTest, TimeRunsOutWithinADirectory) {
     setClockSource(nullptr);
 }
 
-/// Running `file` over a cache takes its time: whoever watches must hear, and may end it.
+/// Running `file` over a cache takes time: the observer must be called, and may stop it.
 TEST_F(CacheTest, CommandsOverACacheCanBeStopped) {
     for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i));
     everything();
@@ -154,7 +154,7 @@ TEST_F(CacheTest, TimeOuts) {
     EXPECT_TRUE(cache.isMarked());
     found(cache);
     EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_QUERY_TIMED_OUT);
-    // The time is looked at before the place: a match outside is enough.
+    // The time is checked before the place, so a match outside suffices.
     everything("d/e").setQuery(L"[FILENAME]==\"top\"");
     EXPECT_EQ(cache.query(writer, query, kDay, 0), FS_CACHE_QUERY_TIMED_OUT);
     query.setQuery(L"[FILENAME]==\"none\"");
@@ -205,11 +205,11 @@ TEST_F(CacheTest, IdsGoBeyondTheSignedRange) {
     }
 }
 
-// The lock was given back with the first closing: the mark may be another's by then.
+// The lock was given back at the first closing: then the mark may belong to another process.
 TEST_F(CacheTest, OnlyAClosedCacheIsCompactedOrRemovedAndOnlyAnOpenOneTakesItsMarkAway) {
     everything();
     for (int i = 0; i < 6; ++i) found(cache, kAllOld);
-    // The removed records of five rebuildings would fill several times this.
+    // The removed records of five rebuilds would fill several times this.
     EXPECT_LT(std::filesystem::file_size(cache.directory().path("files.pxx")), 6 * 4U);
     const auto first = cache.open();
     EXPECT_FALSE(first->compact());
@@ -235,12 +235,12 @@ std::vector<std::string> treesOf(const CacheUser& user) {
     return trees;
 }
 
-// In both directions: what holds a forgotten tree lacks it, what lies in it goes with it.
+// Trees above a forgotten tree lack it, and trees in it are forgotten with it.
 TEST_F(CacheTest, AForgottenTreeIsReadAgain) {
     const struct {
         const char *built, *forgotten, *asked;
         bool known, readAgain;
-        Names left;  // trees, before anything is asked
+        Names left;  // trees, before any search
     } table[] = {
         {"", "", "", true, true, {}},         {"", "d", "", true, true, {"o"}},
         {"", "d", "d", true, true, {"o"}},    {"", "d/e", "o", true, false, {"o"}},
@@ -306,7 +306,7 @@ TEST_F(CacheTest, TreesWhoseDirectoriesAreGoneGoAtTheNextChange) {
     EXPECT_EQ(treesOf(cache).size(), 6U) << "nothing was changed";
     EXPECT_EQ(found(cache, FS_CACHE_REBUILD).size(), 2U);
     EXPECT_EQ(treesOf(cache), paths({"d", "stays"}));
-    // Nor is anything left of the directories that held them: the root of all is shared.
+    // The directories that held them are gone, too. All share the root.
     const auto open = cache.open();
     FsCacheReport report;
     ASSERT_TRUE(open->report(report));
@@ -349,7 +349,7 @@ TEST_F(CacheTest, ALimitCostsTheOldestTrees) {
     EXPECT_EQ(build("t0"), 3000U);
     EXPECT_EQ(treesOf(cache), paths({"t0"}));
     EXPECT_LE(cache.bytes(), cache.limit);
-    // Where one tree is too large, that of the last search stays.
+    // If one tree is too large, the tree of the last search stays.
     cache.limit = 1;
     EXPECT_EQ(build("t2"), 3000U);
     EXPECT_EQ(treesOf(cache), paths({"t2"}));

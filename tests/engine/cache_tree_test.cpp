@@ -58,11 +58,11 @@ TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
     EXPECT_EQ(find(L"b"), 0U);
     EXPECT_EQ(find(L"/B"), 0U);
     EXPECT_EQ(find(L""), 0U);
-    // The exact spelling first.
+    // The exact spelling comes first.
     EXPECT_EQ(find(L"/a", false), 2U);
     EXPECT_EQ(find(L"/A", false), 6U);
     EXPECT_EQ(find(L"/A/B/c", false), 4U);
-    // Of one name only the newest record counts.
+    // Of several records with one name only the newest counts.
     EXPECT_EQ(find(L"top"), 5U);
     directory(8, L"top", 1);
     EXPECT_EQ(find(L"top"), 0U);
@@ -73,7 +73,7 @@ TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
     EXPECT_EQ(pathOf(4, 6 + 4), "/a/b/c");
     EXPECT_EQ(pathOf(4, 6 + 3), "-");
     EXPECT_EQ(pathOf(4, 0), "-");
-    // A damaged table may have circles.
+    // A damaged table may hold circles.
     directory(10, L"x", 11);
     directory(11, L"y", 10);
     EXPECT_EQ(pathOf(10), "-");
@@ -81,7 +81,7 @@ TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
 }
 
 TEST_F(CacheTreeTest, ChainsOfParentsAgreeWithPathsById) {
-    // Records and IDs run side by side, then apart; some parents are missing, some lie in
+    // Records and IDs have one distance, then another. Some parents are missing, some are in
     // a circle, and some names are long.
     std::mt19937 random(1);
     const auto any = [&](unsigned limit) { return static_cast<unsigned>(random()) % limit; };

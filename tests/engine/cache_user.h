@@ -10,7 +10,7 @@
 
 namespace fscanner {
 
-/// A cache directory, and the order of use that a provider keeps to.
+/// A cache directory, used in the same order as a provider does.
 class CacheUser {
 public:
     explicit CacheUser(bool compressed = false, bool monitor = false)
@@ -43,7 +43,7 @@ public:
     bool isMarked() const { return std::filesystem::exists(directory_.path("dirs.cuflag")); }
     const TempTree& directory() const { return directory_; }
     std::string counter() const { return readWholeFile(directory_.path("dirs.counter")); }
-    /// Of a cache that is closed: as if so many directories had been given an ID.
+    /// Sets the counter of a closed cache, as if so many directories had been given an ID.
     void setCounter(const std::string& bytes) const {
         SumsFile sums(directory_.wide("dirs.sums"));
         writeWholeFile(directory_.path("dirs.counter"), bytes);
@@ -52,7 +52,7 @@ public:
                     testing::Each(true));
     }
 
-    /// Of the cache's files, all of them.
+    /// All files of the cache.
     std::uintmax_t bytes() const {
         std::uintmax_t sum = 0;
         for (const auto& entry : std::filesystem::directory_iterator(directory_.path()))

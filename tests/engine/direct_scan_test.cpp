@@ -78,7 +78,7 @@ TEST(DirectScan, FindsWithinItsBounds) {
          {.path = root, .recursive = false, .drive = DriveInfo(L"/:", DRIVE_LOCAL, L"dfs")},
          {"top"}},
         {"the same, remote", {.path = root, .drive = DriveInfo(L"/:", DRIVE_REMOTE, L"dfs")}, {}},
-        // A direct scan wants exactly 1: not the 2 of the other.
+        // A direct scan takes only the value 1 for a match, not the 2 of the other file.
         {"a number", {.path = root, .criteria = L"[SIZE]/2000"}, {"top"}},
     };
     for (const auto& [what, scan, names] : cases) {
@@ -90,7 +90,7 @@ TEST(DirectScan, FindsWithinItsBounds) {
     }
 }
 
-// A branch deeper than descriptors are kept, with siblings that a file system lists
+// A branch deeper than the number of open descriptors, with siblings that a file system lists
 // before it and others that it lists behind it, in whatever order it lists.
 void plantDeepBranch(const TempTree& tree, const std::string& root, std::size_t size = 0) {
     for (const auto& names : {std::vector{"a", "side/s"}, {"m", "tail/t", "z"}}) {
@@ -101,7 +101,7 @@ void plantDeepBranch(const TempTree& tree, const std::string& root, std::size_t 
     }
 }
 
-// When the walk is at its deepest, the way back becomes another's tree, or a link to it.
+// When the walk is at its deepest, the way back becomes another user's tree, or a link to it.
 struct Exchange : CollectingWriter {
     Exchange(const TempTree& tree, bool byLink) : tree_(tree), byLink_(byLink) {}
     using CollectingWriter::addRecord;
@@ -120,7 +120,7 @@ private:
     bool byLink_;
 };
 
-// The walk goes on in the directory that it was in, wherever that was moved.
+// The walk continues in its directory, wherever that was moved.
 TEST(DirectScan, ADirectoryExchangedBehindTheWalkLeadsNowhere) {
     for (const bool byLink : {true, false}) {
         TempTree tree;

@@ -1,8 +1,8 @@
-// The same questions in every way: directly, of a new, an old and a refreshed
-// cache, of a monitored one, each with a plan made for the call and a kept one.
+// The same questions in every way: directly, from a new, an old and an updated
+// cache, and from a monitored one, each with a plan made for the call and a kept one.
 // A plain recursive walk with an evaluation of its own says what is right. The
-// tree has mounts of every kind, and names that somebody chose to be found
-// wrong.
+// tree has mounts of every kind, and names that were chosen to mislead a
+// search.
 
 #include "discovery/fixtures.h"
 #include "engine/cache_user.h"
@@ -31,7 +31,7 @@ long long size(const File& file) {
     return file.info.st_size;
 }
 long long attributes(const File& file) {
-    // A bit for each, from the owner's "read" on, and what the file is.
+    // A bit for each permission, from the owner's "read" on, and the kind of file.
     static constexpr mode_t kBits[] = {S_IRUSR, S_IWUSR, S_IXUSR, S_IRGRP, S_IWGRP,
                                        S_IXGRP, S_IROTH, S_IWOTH, S_IXOTH};
     long long sum = 0;
@@ -163,7 +163,7 @@ void plantPlain(const TempTree& tree) {
     tree.link("deep", "plain/to deep");
 }
 
-/// A mount, and files that are planted in it.
+/// A mount, and the files that are planted in it.
 struct Mounted {
     const char* at;
     const char* source;

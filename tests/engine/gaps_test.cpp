@@ -1,5 +1,5 @@
-// What a query leaves unanswered, and how a host hears of it: paths that lead to no drive,
-// and types without the program that tells them. Asked in every way.
+// The parts of a query that stay unanswered, and how a host hears of them: paths that lead to no
+// drive, and types without a program that finds them. Tested in every way of asking.
 
 #include <map>
 
@@ -123,7 +123,7 @@ TEST_F(Gaps, WithoutTheFileProgramATypeIsNeitherThisNorAnother) {
                 EXPECT_THAT(answer.undecided, ElementsAre(tree_.path("f"))) << way;
             }
         }
-        // Where no type is asked for, none is missed.
+        // Where no type is asked for, no type is missed.
         for (const auto& [way, answer] : ask(L"[SIZE] == 7 && " + type + L" != 0"))
             EXPECT_EQ(answer.status, 0) << way;
     }

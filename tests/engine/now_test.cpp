@@ -1,5 +1,5 @@
-// Verified answers: whatever happens in a tree between two queries, and however soon after each
-// other, an answer from the cache is that of a scan.
+// Verified answers: whatever happens in a tree between two queries, and however soon they follow
+// each other, an answer from the cache equals that of a scan.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -53,7 +53,7 @@ private:
     }
 };
 
-/// Adds up what was read again, and notes what came from the cache.
+/// Adds up the directories that were read again, and notes the files that came from the cache.
 class Checks : public FsScanObserver {
 public:
     Checks() : previous_(fsSetScanObserver(this)) {}
@@ -67,7 +67,7 @@ public:
         directories += one.directories;
         changed += one.changed;
     }
-    /// A host may ask on its own whether the criteria holds: the size 0 must not tell it.
+    /// A host may evaluate the criteria itself: the size 0 must not mislead it.
     void undecided(const FsFileInfo& file) override { unknown += file.hasError(); }
     void clear() { walked = checks = directories = changed = 0; }
 
@@ -126,7 +126,7 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
         const char* what;
         std::function<void()> change;
         Answer answer;
-        unsigned long long changed;  // directories, those that are gone among them
+        unsigned long long changed;  // directories, with those that are gone
     } table[] = {
         {"nothing", [] {}, {"a/f", "a/b/g", "c/h", "c/d/e/i"}, 0},
         {"a new file",
@@ -175,7 +175,7 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
         EXPECT_EQ(checks.changed, row.changed) << row.what;
         EXPECT_EQ(checks.checks, 1U) << row.what;
     }
-    // A tree below it, and the tree when it is gone.
+    // A tree below it, and the directory without the tree.
     tree.file("c/k/l");
     EXPECT_EQ(names("c"), (Answer{"c/h", "c/k/l"}));
     fs::remove_all(tree.path("c"));
@@ -183,8 +183,8 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
     EXPECT_EQ(names(), (Answer{"a/b/x", "a/d"}));
 }
 
-/// With nothing changed nothing is written, although a directory that holds a mount point, or
-/// cannot be read, is looked into each time.
+/// If nothing changed, nothing is written, although a directory that holds a mount point, or
+/// cannot be read, is read each time.
 TEST_P(VerifiedCache, WritesNothingWhereNothingChanged) {
     tree.file("a/f");
     wait();
@@ -202,7 +202,7 @@ TEST_P(VerifiedCache, WritesNothingWhereNothingChanged) {
     const auto before = state();
     EXPECT_EQ(names(), Answer{"a/f"});
     EXPECT_EQ(state(), before);
-    // A time of now is not believed; that alone is no reason to write either.
+    // A time of now is not trusted, but that alone is no reason to write.
     fs::permissions(tree.path("a"), fs::perms::owner_all);
     EXPECT_EQ(names(), Answer{"a/f"});
     EXPECT_EQ(state(), before);
@@ -226,7 +226,7 @@ TEST_P(VerifiedCache, SizesAreThoseOfNow) {
     EXPECT_EQ(sized(L"[SIZE]<100 && [FILENAME]==\"l*\""), Answer{"a/large 5"});
     EXPECT_EQ(sized(L"[FILENAME]==\"b\" || [SIZE]>100"), (Answer{"a/small 2000", "b 10"}));
     EXPECT_EQ(sized(L"[FILENAME]==\"large\" && [SIZE]>0"), Answer{"a/large 5"});
-    // Stored sizes tell which files to look at. What is found is as it is said.
+    // Stored sizes select the files to examine. The answer has the sizes on disk.
     EXPECT_EQ(sized(L"[SIZE]>100"), Answer());
     EXPECT_EQ(sized(L"[SIZE]<100"), Answer{"b 10"});
     EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), Answer{"a/small 2000"});
@@ -326,7 +326,7 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
                                      ? ""
                                      : directory.substr(tree.path().size() + 1);
         for (const wchar_t* form : forms) {
-            // Every file is examined for the last one where its tree is old.
+            // Every file is examined for the last question if its tree is old.
             const bool sizesAlone = form == forms[6];
             const TreeQuery query = queryFor(part, form);
             const SizedWriter found = ask(query, sizesAlone && below(2) == 0 ? kAllOld : kDay),
@@ -346,7 +346,7 @@ TEST_P(VerifiedCache, HistoriesGiveTheAnswersOfAScan) {
     EXPECT_GT(checks.checks, static_cast<unsigned>(steps));
 }
 
-/// A query that excludes what it searches needs no tree, and changes none.
+/// A query that excludes its own path needs no tree, and changes none.
 TEST_P(VerifiedCache, WhatIsExcludedIsLeftAlone) {
     tree.file("a/f");
     wait();
@@ -360,12 +360,12 @@ TEST_P(VerifiedCache, WhatIsExcludedIsLeftAlone) {
     EXPECT_EQ(names(), Answer{"a/f"});
 }
 
-/// A comparison, and a change of the cache, end when the observer says so, and leave the cache.
+/// The observer can stop a comparison, or a change of the cache. The cache stays intact.
 TEST_P(VerifiedCache, CanBeStopped) {
     class Stopper : public Checks {
     public:
         bool progress(const FsScanProgress&) override { return left == 0 || --left > 0; }
-        unsigned left = 0;  // calls before it says stop; 0: never
+        unsigned left = 0;  // calls before it stops; 0: never
     };
     for (int i = 0; i < 600; ++i) tree.file("d" + std::to_string(i) + "/f");
     wait();
@@ -384,7 +384,7 @@ TEST_P(VerifiedCache, CanBeStopped) {
     EXPECT_EQ(stopper.checks, 1U);
 }
 
-/// What a session brought up to date is good for its next query, and for that alone.
+/// Trees that a session brought up to date answer its next query unchecked, and only that one.
 TEST_P(VerifiedCache, AnObjectForSeveralQueries) {
     tree.file("a/f");
     wait();
@@ -409,7 +409,7 @@ TEST_P(VerifiedCache, AnObjectForSeveralQueries) {
     cache.unlock();
 }
 
-/// Stamps that are missing, damaged or of another time cost a reading, and no answer.
+/// If stamps are missing, damaged or old, directories are read again, and the answer is right.
 TEST_P(VerifiedCache, DamagedStamps) {
     for (const char* one : {"a/f", "a/b/g", "c/h"}) tree.file(one);
     wait();
@@ -479,7 +479,7 @@ TEST_P(VerifiedCache, SmallTreesOfALargeCache) {
     EXPECT_EQ(names("small"),
               (Answer{"small/b/a.c", "small/b/c.h", "small/d/e.h", "small/d/new.h"}));
     EXPECT_EQ(same("small", L"[FILENAME]==\"*.h\"", ""), 3U);
-    // Of a directory alone, and of two trees, one of which holds the other.
+    // A directory alone, and two trees, one inside the other.
     FsQuery two;
     two.addIncludePath((L"*:" + tree.wide("small")).c_str(), false);
     two.addIncludePath((L"*:" + tree.wide("small/d")).c_str(), true);
@@ -488,7 +488,7 @@ TEST_P(VerifiedCache, SmallTreesOfALargeCache) {
     EXPECT_EQ(ask(two).paths.size(), 3U);
 }
 
-/// A drive that comes or goes changes no directory.
+/// Mounting or unmounting a drive changes no directory.
 TEST_P(VerifiedCache, MountsThatComeAndGo) {
     for (const char* one : {"a/m/under", "a/f", "b/g"}) tree.file(one);
     wait();
@@ -520,12 +520,12 @@ TEST_P(VerifiedCache, MountsThatComeAndGo) {
     });
 }
 
-/// A file system whose times say nothing, in the place of one that was trusted.
+/// A file system without usable times replaces one with trusted times.
 TEST_P(VerifiedCache, AMountOverTheWholeTree) {
     tree.file("a/b/under");
     wait();
     withPrivateMounts([this] {
-        // Of a directory that holds a mount there is no stamp, but of one in it.
+        // A directory that holds a mount has no stamp, but a directory in it has one.
         const std::string other = tree.path("a/other");
         if (!mountMemory("server:/export", other)) return kNotAllowed;
         EXPECT_EQ(names("a"), Answer{"a/b/under"});
@@ -539,7 +539,7 @@ TEST_P(VerifiedCache, AMountOverTheWholeTree) {
     });
 }
 
-/// Files whose directory may be listed and not passed through: nobody knows their sizes.
+/// Files in a directory that may be listed but not searched: their sizes are unknown.
 TEST_P(VerifiedCache, FilesThatCanBeExaminedAgain) {
     const PermissionsHold permissions;
     if (!permissions) GTEST_SKIP() << "permissions cannot be made to hold";

@@ -80,7 +80,7 @@ inline std::optional<bool> equal(const std::wstring& a, const std::wstring& b, b
     return patternB ? fits(b.c_str(), a.c_str(), cased) : fits(a.c_str(), b.c_str(), cased);
 }
 
-/// What a criteria comes to for a file; nothing where it cannot be told.
+/// The value of a criteria for a file; nothing where it cannot be told.
 using Value = std::optional<long long>;
 
 inline Value named(const File& file, const wchar_t* text, bool cased) {
@@ -98,7 +98,7 @@ struct Question {
     const wchar_t* onlyFileSystem = nullptr;
 };
 
-/// "$local::a/b+", taken apart. Without a group it is for local drives.
+/// "$local::a/b+", split into its parts. Without a group it is for local drives.
 struct Place {
     bool local = true;
     bool remote = false;
@@ -112,7 +112,7 @@ struct Place {
             remote = !text.starts_with("$local");
             text.erase(0, end + 2);
         }
-        // The only link to a directory that is searched.
+        // The only link to a searched directory.
         if (text == "by" || text.starts_with("by/")) text.replace(0, 2, "binds");
         path = toWide(text);
     }
@@ -122,7 +122,7 @@ struct Place {
         return directory == path ||
                (recursive && (path.empty() || directory.starts_with(path + L"/")));
     }
-    /// All directories that are named so.
+    /// All directories of that name.
     bool describes(const std::wstring& directory, bool cased) const {
         return fits(path.c_str(), directory.c_str(), cased) ||
                (recursive && fits((path + L"/*").c_str(), directory.c_str(), cased));
@@ -134,7 +134,7 @@ inline bool isAnswer(const Question& question, const File& file) {
     if (question.notFileSystem && isNamed(question.notFileSystem)) return false;
     if (question.onlyFileSystem && !isNamed(question.onlyFileSystem)) return false;
     const std::wstring directory = toWide(file.directory);
-    // Searched paths are places: neither patterns nor the case mode are for them.
+    // Searched paths are places: patterns and the case mode do not apply to them.
     const bool searched =
         std::any_of(question.include.begin(), question.include.end(), [&](const std::string& text) {
             return Place(text).isOnIts(file.on) && Place(text).holds(directory);
@@ -163,7 +163,7 @@ inline void add(FsQuery& query, const Question& question, const TempTree& tree) 
     query.setCaseSensitive(question.cased ? 0 : 1);
 }
 
-/// The paths that are an answer, sorted.
+/// The paths of the answer, sorted.
 inline Names answerOf(const Question& question, const TempTree& tree,
                       const std::vector<File>& files) {
     Names paths;

@@ -87,7 +87,7 @@ TEST_F(ProviderCache, Options) {
     EXPECT_EQ(found(kAllOld), right);
 }
 
-// Whatever the limit, a search builds what it needs once, and is answered from that.
+// Whatever the limit, a search builds the trees that it needs once, and they answer it.
 TEST_F(ProviderCache, ALimitCostsWhatIsNotSearched) {
     EXPECT_TRUE(provider->setOption(FS_OPTION_CACHE_LIMIT, "1"));
     const auto right = found();
@@ -98,7 +98,7 @@ TEST_F(ProviderCache, ALimitCostsWhatIsNotSearched) {
     query.clearIncludePaths();
     query.addIncludePath((L"*:" + other.wide()).c_str(), true);
     EXPECT_EQ(found(), std::vector{other.path("o")});
-    // Nor does what it builds cost what it is answered from besides.
+    // Nor do the trees that it builds push out others that answer it.
     query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
     other.file("later");
     EXPECT_EQ(found().size(), right.size() + 2);
@@ -124,7 +124,7 @@ TEST_F(ProviderCache, ADirectoryThatOthersMayWriteIsRefused) {
     EXPECT_TRUE(writer.paths.empty());
 }
 
-/// All files with what is in them, by their names.
+/// All files with their contents, by name.
 std::map<std::string, std::string> contentOf(const std::string& directory) {
     std::map<std::string, std::string> content;
     for (const auto& entry : std::filesystem::directory_iterator(directory))
@@ -137,13 +137,13 @@ TEST(CacheDirectory, DefaultFollowsTheEnvironment) {
     home.set("/h");
     cacheHome.set("/c");
     EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()), testing::StartsWith("/c/fscanner/__"));
-    // A relative one counts as none.
+    // A relative path counts as unset.
     cacheHome.set("c");
     EXPECT_THAT(toMultibyte(fsDefaultCacheDirectory()),
                 testing::StartsWith("/h/.cache/fscanner/__"));
 }
 
-// What root makes in a user's home, the user could not use.
+// Files that root makes in a user's home could not be used by the user.
 TEST(CacheDirectory, OfRootIsNotInAnothersHome) {
     if (::geteuid() != 0) GTEST_SKIP() << "only root can give directories away";
     const TempTree tree;
@@ -161,12 +161,12 @@ TEST(CacheDirectory, OfRootIsNotInAnothersHome) {
     }
 }
 
-// A directory with anything else in it is no cache, and no backup is to leave it out.
+// A directory that holds anything else is not a cache, and backups must not leave it out.
 TEST(CacheDirectory, HoldsNothingElse) {
     const std::string standard = "Signature: 8a477f597d28d172789f06886806bc55\n";
     const std::string own = standard + "# This directory holds a cache of fscanner and may be";
     const struct {
-        std::map<std::string, std::string> files;  // a name that ends with "/": a directory
+        std::map<std::string, std::string> files;  // a name that ends with "/" is a directory
         const char* problem;                       // null: none
     } table[] = {
         {{}, nullptr},

@@ -31,8 +31,8 @@ TEST(ScanQuery, NeedsSomeMountTableAndSomeTime) {
     EXPECT_EQ(fsScanQuery(none, query, 0), FS_CACHE_QUERY_TIMED_OUT);
 }
 
-// What somebody serves is looked at for the links of an exclusion only where it is searched:
-// a dead server would keep the query from beginning.
+// In a network drive, links of an exclusion are resolved only where it is searched: otherwise a
+// dead server would keep the query from beginning.
 TEST(ScanQuery, ExclusionsAreResolvedWhereTheSearchGoes) {
     TempTree tree;
     for (const char* name : {"local/f", "net/dir/f", "net/other/f"}) tree.file(name);
@@ -92,7 +92,7 @@ TEST(RecordFilter, LeavesARunningScanAlone) {
 
 // ---- Plans that are kept ----------------------------------------------------
 
-/// The pairs of one plan after the other.
+/// The pairs of one plan, one after the other.
 class KeptPairs {
 public:
     std::vector<std::string> operator()(const std::string& entry,
@@ -131,7 +131,7 @@ TEST(KeptPlan, IsResolvedAgainOnlyWhenTheQueryOrTheTableChanges) {
     }
     setMountTablePath("/nonexistent/mtab");
     EXPECT_THAT(pairsOf("/mnt+"), ElementsAre("-"));
-    // What is not mounted any more would be missing in the drive above it.
+    // A drive that is not mounted any more would be missing in the drive above it.
     const PastedMountTable table("a / ext4\n");
     EXPECT_THAT(pairsOf("/mnt+"), ElementsAre("/mnt+ on /"));
 }

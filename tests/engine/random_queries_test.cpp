@@ -1,5 +1,5 @@
-// Random searches of random trees: whichever way they are run, they find the same, and
-// the same as a plain walk does.
+// Random searches of random trees find the same in whichever way they are run, and the same as a
+// plain walk.
 
 #include <random>
 
@@ -19,7 +19,7 @@ namespace stdfs = std::filesystem;
 using Random = std::mt19937;
 using namespace plain;
 
-/// A criteria, and what it says in plain words. Others are judged further down.
+/// A criteria, and its meaning as plain code. Other criteria are tested further down.
 template <typename Fact>
 Question about(const wchar_t* criteria, Fact value) {
     return {.include = {}, .criteria = criteria, .value = value};
@@ -86,8 +86,8 @@ std::vector<std::string> results(const CacheUser& cache, const FsQuery& query, b
 class RandomQueries : public testing::TestWithParam<bool> {};
 
 TEST_P(RandomQueries, FindTheSameWhereverTheySearch) {
-    // Names that differ by case, and in every second tree some that look like patterns:
-    // what criteria and exclusions make of those is not said in plain words here.
+    // Names that differ by case. Every second tree also has names that look like patterns: plain
+    // code does not say what criteria and exclusions make of those.
     const Names names = {"a", "A", "b", "\xff", "sp ace", "c.h", "k", "K", "\u212a"};
     const Names wild = {"a", "A", "a*", "q?", "\xff", "c.h", "*", "\u212a"};
     const ScopedLocale locale("C.UTF-8");
@@ -127,7 +127,7 @@ TEST_P(RandomQueries, FindTheSameWhereverTheySearch) {
 
 // ---- Criteria that nobody wrote ---------------------------------------------
 
-/// A criteria of any form, with names and numbers that a tree has and has not.
+/// A criteria of any form, with names and numbers that may or may not be in a tree.
 std::wstring randomCriteria(Random& random, int depth = 3) {
     const auto pick = [&random](const auto& list) {
         return std::wstring(list[random() % std::size(list)]);
@@ -179,7 +179,7 @@ std::wstring randomCriteria(Random& random, int depth = 3) {
     }
 }
 
-/// Each file tested on its own, by the whole criteria: no filter, no index.
+/// Tests each file on its own with the whole criteria: no filter and no index is used.
 std::vector<std::string> testedOneByOne(const TempTree& tree, FsRecordFilter& filter) {
     std::vector<std::string> found;
     for (const auto& entry : stdfs::recursive_directory_iterator(tree.path())) {
@@ -199,7 +199,7 @@ TEST_P(RandomQueries, CriteriaOfAnyFormFindTheSameInEveryWay) {
     if (!locale.available()) GTEST_SKIP() << "no C.UTF-8 here";
     const Names wild = {"a", "A",   "a*",  "*",      "q?",     "k",
                         "K", "c.h", "C.H", "\u212a", "\u2126", "\u03c9"};
-    // No pattern among these: they are looked up.
+    // None of these is a pattern, so that an index is used.
     const Names names = {"a", "A", "b", "k", "K", "c.h", "\u212a", "\u2126"};
     Random random(1200);
     for (int round = 0; round < 4; ++round) {
@@ -229,7 +229,7 @@ TEST_P(RandomQueries, CriteriaOfAnyFormFindTheSameInEveryWay) {
             EXPECT_EQ(direct.sorted(), expected) << what;
             const auto left = undecided();
             EXPECT_EQ(results<FsResultSet_OnVector>(cache, query, false), expected) << what;
-            // Commands are evaluated without the filter that spares others.
+            // With commands, files are evaluated that the filter would have ruled out.
             if (criteria.find(L"path(") == criteria.npos) {
                 EXPECT_EQ(undecided(), left) << what;
             }

@@ -1,5 +1,5 @@
-// What directories looked like when they were read: the file, the rules for believing it, and
-// that no directory whose entries changed is taken for unchanged.
+// The state of directories when they were read: the file, the rules for trusting it, and
+// that a directory whose entries changed never counts as unchanged.
 
 #include <gmock/gmock.h>
 #include <sys/mount.h>
@@ -184,7 +184,7 @@ TEST_F(StampsFile, IsOfNoUseOnceItIsNotAsItWas) {
         EXPECT_FALSE(open(counter, summed)) << what;
         EXPECT_FALSE(stamps.find(2).exists()) << what;
         EXPECT_TRUE(stamps.put(2, stampOf(9))) << what;
-        // What is wrong with it is no damage of the cache.
+        // A fault of the file is not damage of the cache.
         EXPECT_FALSE(sums.damaged()) << what;
         EXPECT_EQ(sums.find(path), nullptr) << what;
     };
@@ -201,7 +201,7 @@ TEST_F(StampsFile, IsOfNoUseOnceItIsNotAsItWas) {
     fs::remove(place.path("T.stamps"));
     expectNone("missing", 7, false);
 
-    // With the right checksums: what it says must fit.
+    // With the right checksums, its content must fit.
     const std::pair<const char*, std::string> table[] = {
         {"another magic", "FSUNREAD" + good.substr(8)},
         {"another version", good.substr(0, 8) + '\2' + good.substr(9)},
@@ -315,7 +315,7 @@ protected:
         }
         return paths;
     }
-    /// What a verification of the tree below tells, as words: "changed a/b".
+    /// The result of a verification of the tree below, as words: "changed a/b".
     Names stale(const std::string& below = "") const {
         Names words;
         verify(below, [&](const std::string& path, StaleDirectory::State state) {
@@ -356,7 +356,7 @@ protected:
         store.unlock();
         return result.directories;
     }
-    /// Those below that a verification finds as they were.
+    /// The directories below that a verification finds unchanged.
     Names verified(const std::string& below) const {
         Names good;
         for (const auto& [id, one] : known())
@@ -380,7 +380,7 @@ protected:
         for (const char* one : below) names.insert(tree.path(one));
         return names;
     }
-    /// Until the times of now are not racy any more.
+    /// Waits until the times of now are not racy any more.
     static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(40)); }
     std::string file() const { return cache.directory().path("dirs.stamps"); }
 
@@ -423,7 +423,7 @@ TEST_P(StampedCache, EachDirectoryOfATreeHasAStampOfItsReading) {
     fs::rename(tree.path("c/h"), tree.path("a/empty/h"));
     EXPECT_EQ(unchanged(), paths({"", "a"}));
     wait();
-    // What holds a tree that was removed and built anew is to be looked at again.
+    // The directory above a tree that was removed and built anew must be read again.
     build("a/b");
     EXPECT_EQ(unchanged(), paths({"", "a/b"}));
     build();
@@ -499,7 +499,7 @@ TEST_P(StampedCache, VerificationTellsWhatIsToBeReadAgain) {
                               "changed deep/d/d/side"}));
     EXPECT_EQ(stale("a/b"), Names{"changed a/b/c"});
     EXPECT_EQ(stale("e"), Names());
-    // A link or a file in the place of a directory, and one that is gone with what it held.
+    // A link or a file replaces a directory, or it is gone with all that it held.
     fs::rename(tree.path("e/f"), tree.path("e/was"));
     tree.link("was", "e/f");
     fs::remove_all(tree.path("x/y"));
@@ -509,7 +509,7 @@ TEST_P(StampedCache, VerificationTellsWhatIsToBeReadAgain) {
     EXPECT_EQ(stale("x"), (Names{"changed x", "gone x/y"}));
     EXPECT_EQ(stale("a"), (Names{"changed a", "gone a/b"}));
     EXPECT_EQ(stale("a/b"), Names{"gone a/b"});
-    // A directory that came later, into a tree that was built before.
+    // A directory that was added later to a tree built before.
     wait();
     build("moved");
     tree.file("moved/d/new");
@@ -519,13 +519,13 @@ TEST_P(StampedCache, VerificationTellsWhatIsToBeReadAgain) {
     fs::remove_all(tree.path("moved"));
     EXPECT_TRUE(stale().contains("gone moved"));
     EXPECT_FALSE(stale().contains("gone moved/c"));
-    // Without stamps all are to be read.
+    // Without stamps all must be read.
     fs::remove(file());
     EXPECT_EQ(stale("e"), (Names{"changed e", "gone e/f"}));
     EXPECT_TRUE(stale().contains("changed deep/d/d"));
 }
 
-/// A file system that comes or goes changes no directory that holds it.
+/// Mounting or unmounting a file system does not change the directory above.
 TEST_P(StampedCache, MountsThatComeAndGo) {
     for (const char* one : {"a/other/under/f", "b/same/under/f", "c/later/f"}) tree.file(one);
     const int status = inChild([this] {
@@ -537,7 +537,7 @@ TEST_P(StampedCache, MountsThatComeAndGo) {
         tree.file("b/same/g");
         wait();
         build();
-        // On a disk the second is of another kind, too, and has a tree of its own.
+        // On a disk, the second one has another kind, too, and a tree of its own.
         EXPECT_EQ(unchanged(), GetParam() ? paths({"", "b", "b/same", "c", "c/later"})
                                           : paths({"", "b/same", "c", "c/later"}));
         if (!mountMemory("server:/export", later)) return kNotAllowed;
@@ -591,7 +591,7 @@ TEST_P(StampedCache, NoChangeGoesUnseen) {
                 if (directory != tree.path() && below(4) == 0) fs::remove_all(directory, error);
                 break;
             default:
-                // A time of the past, which was perhaps that of the reading.
+                // A time in the past, which may be that of the reading.
                 fs::last_write_time(
                     directory,
                     fs::file_time_type::clock::now() - std::chrono::milliseconds(below(50)), error);

@@ -10,7 +10,7 @@
 
 namespace fscanner {
 
-/// Ages of a cache's trees that a query still takes, in seconds.
+/// Ages of a cache's trees that a query accepts, in seconds.
 inline constexpr unsigned kDay = 86400;
 inline constexpr unsigned kAllOld = 0U - 10;  // a limit in the future: every tree is too old
 /// A time limit in milliseconds that no test reaches.

@@ -1,5 +1,5 @@
-// Directories that could not be read: every answer tells of those in its part, and the file
-// that remembers them is not trusted when anything is wrong with it.
+// Directories that could not be read. Every answer names those in its part of the tree. The file
+// that lists them is not trusted if anything is wrong with it.
 
 #include <sys/stat.h>
 
@@ -24,7 +24,7 @@ using Names = std::vector<std::string>;
 struct Asked {
     Names include;  // recursive with a "+" at the end
     Names exclude;
-    Names denied;  // what the answer has to tell
+    Names denied;  // to be named by the answer
 
     FsQuery& in(const TempTree& tree, FsQuery& query) const {
         const auto add = [&](auto method, std::string name) {
@@ -65,7 +65,7 @@ protected:
         }
         return heard.skippedFor(FsSkipReason::denied);
     }
-    /// The number of walks that an answer takes; what it tells must be `denied`.
+    /// The number of walks that an answer takes. It must name the directories in `denied`.
     int walks(const CacheUser& user, const std::string& below, const Names& denied,
               unsigned age = kDay) const {
         FsQuery query;
@@ -82,7 +82,7 @@ protected:
     CacheUser cache;
 };
 
-// Its name can be read, and nothing else of it.
+// Its name can be read, but nothing in it.
 TEST_F(Unread, AFileOfUnknownSizeIsUndecided) {
     lock(0444);
     const struct {
@@ -122,7 +122,7 @@ TEST_F(Unread, EveryAnswerTellsOnceOfThoseInItsPart) {
         {{"+", "a/b+"}, {}, {"a/locked", "a/b/locked"}},
         {{"c+", "a/b+"}, {}, {"a/b/locked"}},
         {{"+"}, {"a/b+"}, {"a/locked"}},
-        // What lies below may be wanted still.
+        // Paths below it may still be searched.
         {{"a+"}, {"a/locked", "a/b"}, {"a/locked", "a/b/locked"}},
         {{"+"}, {"a+"}, {}},
     };
@@ -173,14 +173,14 @@ TEST_F(Unread, TheFileFollowsTheTables) {
     // Rebuilding gives new IDs, and compacts after a while.
     for (int i = 0; i < 6; ++i) EXPECT_EQ(walks(cache, "a/b", {"a/b/locked"}, kAllOld), 1);
     EXPECT_EQ(walks(cache, "", {"a/locked", "a/b/locked"}), 0);
-    // What became readable is found when its tree is built anew; as a searched path, at once.
+    // A directory that became readable is found by a rebuild; as a searched path, at once.
     lock(0700);
     EXPECT_EQ(walks(cache, "a/b", {"a/b/locked"}), 0);
     EXPECT_EQ(walks(cache, "a/b/locked", {}), 1);
     EXPECT_EQ(walks(cache, "", {"a/locked"}), 0);
     EXPECT_EQ(walks(cache, "a", {}, kAllOld), 1);
     EXPECT_EQ(walks(cache, "", {}), 0);
-    // A tree that is gone takes its entries along.
+    // A tree that is removed takes its entries along.
     lock(0);
     EXPECT_EQ(walks(cache, "a", {"a/locked", "a/b/locked"}, kAllOld), 1);
     const auto size = std::filesystem::file_size(file());
@@ -197,7 +197,7 @@ TEST_F(Unread, WithoutAGoodFileEveryTreeIsBuiltAnew) {
     walks(cache, "a", all);
     walks(cache, "c", {});
     std::filesystem::remove(file());
-    // Each at its turn: what is known of one says nothing of another.
+    // One after the other: an entry for one directory says nothing of another.
     FsQuery query;
     Asked{{"a+"}, {}, {}}.in(tree, query);
     const auto open = cache.open();
@@ -227,7 +227,7 @@ TEST_F(Unread, WithoutAGoodFileEveryTreeIsBuiltAnew) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(walks(cache, "a", all), 1);
 }
 
-/// What a session without the file does to the tables makes an old file worthless.
+/// After a session without the file changed the tables, an old file is worthless.
 TEST_F(Unread, AFileOfOtherTablesIsNotUsed) {
     walks(cache, "a", {"a/locked", "a/b/locked"});
     const std::string old = readWholeFile(file());
@@ -236,8 +236,8 @@ TEST_F(Unread, AFileOfOtherTablesIsNotUsed) {
     EXPECT_EQ(walks(cache, "a", {"a/locked", "a/b/locked"}), 1);
 }
 
-/// Names that hold wildcards equal others, which no index finds: where the file is lost, there
-/// may be some.
+/// Names with wildcards equal others that no index finds. If the file is lost, there may be such
+/// names.
 TEST(UnreadFile, ALostOneCostsTheIndexAndNoName) {
     TempTree tree;
     for (const char* file : {"a/f.txt", "b/x"}) tree.file(file);
@@ -263,7 +263,7 @@ TEST(UnreadFile, ALostOneCostsTheIndexAndNoName) {
     };
     EXPECT_EQ(found("a"), 1U);
     EXPECT_TRUE(usesIndex());
-    // The counter tells of a file from before.
+    // The counter shows that the file is older.
     const std::string old = readWholeFile(file);
     tree.file("b/*.txt");
     EXPECT_EQ(found("b"), 1U);

@@ -6,7 +6,7 @@
 #include "fscanner/common/utf8.h"
 #include "support/scoped_locale.h"
 
-/// One line per criteria: what it gives while it is read, what it gives ever after, its
+/// One line per criteria: its value while it is read, its value in later checks, its
 /// tree, the error, and what two checks log.
 namespace fscanner {
 namespace {
@@ -37,7 +37,7 @@ void run(const Case& c) {
     EXPECT_EQ(errorOf(criteria.evaluator), c.error);
     const bool compiles = criteria.evaluator.compileError().text.empty();
     EXPECT_EQ(criteria.evaluator.failedOnRecord(), compiles && *c.error);
-    // Without compile() what was read of a bad criteria goes on giving values.
+    // Without compile() the part of a bad criteria that was read still gives values.
     const std::wstring later =
         compiles ? criteria.check() : std::to_wstring(criteria.evaluator.check(true));
     EXPECT_EQ(later, c.later);
@@ -71,7 +71,7 @@ TEST(CriteriaTable, ValuesAndTrees) {
         {L"1 + 5 + )", L"6", L"6", L"(+ (+ 1 5) _)"},
         {L"length(join(1,\"ab\"))+1", L"4", L"4", L"(+ (length (join 1 \"ab\")) 1)", "",
          kRunJoin + kRunLength},
-        // Where reading differs from the tree.
+        // Criteria whose value while they are read differs from that of the tree.
         {L"-1 | 0", L"4294967295", L"-1", L"(| (- 1) 0)"},
         {L"[BIG] == 0", L"1", L"0", L"(== [BIG] 0)"},
         {L"1 || 1/0", L"fails", L"1", L"(|| 1 (/ 1 0))", "division by zero", kZero},

@@ -85,13 +85,13 @@ TEST(Criteria, CommandsMayVanish) {
     EXPECT_EQ(criteria.check(), L"1") << "put back";
     { const CommandListGuard guard; }
     EXPECT_EQ(criteria.check(), L"fails");
-    // Another command in its place is held to its own signature.
+    // Another command in its place is checked against its own signature.
     LengthCommand length;
     addCmdToken(L"length", NUMERIC, STRING, &length);
     EXPECT_EQ(criteria.check(), L"fails");
 }
 
-/// Gives its argument the first time, and leaves the result alone afterwards.
+/// Returns its argument the first time, and leaves the result unchanged afterwards.
 class OnceCommand final : public UnaryCmd {
 public:
     int execute(const ExpValue& argument, ExpValue& result) override {

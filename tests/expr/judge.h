@@ -16,7 +16,7 @@ struct JudgedValue {
 };
 
 /// The slow and obvious evaluation of a tree: it recurses, copies every value,
-/// and looks every name up. It judges the fast one.
+/// and looks every name up. The fast evaluation is compared with it.
 class Judge {
 public:
     /// `reading`: as in the evaluation that accompanies the reading of a criteria.
@@ -31,7 +31,7 @@ public:
             return std::nullopt;
         }
     }
-    /// What "join" was called with.
+    /// The arguments of the calls of "join".
     const std::vector<std::wstring>& calls() const { return calls_; }
 
 private:

@@ -58,7 +58,7 @@ public:
         return text(depth - 1) + L"+" + (below(2) ? L"(" + text(depth - 1) + L")" : text(0));
     }
 
-    /// A few characters of a good criteria replaced, taken away or put in.
+    /// A good criteria in which a few characters are replaced, removed or inserted.
     std::wstring damaged() {
         std::wstring s = number(3);
         for (unsigned i = below(3) + 1; i > 0 && !s.empty(); --i) {
@@ -86,7 +86,7 @@ private:
     std::mt19937 random_;
 };
 
-/// The last check's value against the judge's, and the commands that it ran.
+/// Compares the last check's value, and the commands that it ran, with the judge's.
 void expectSame(Criteria& criteria, int result, const SampleRecord& record, bool caseSensitive,
                 bool reading) {
     Judge judge(record, caseSensitive, reading);
@@ -125,8 +125,8 @@ TEST(Judge, AgreesOnGeneratedCriteriaAndRecords) {
     }
 }
 
-/// Whatever the text, nothing breaks, errors lie within it, and the part that
-/// was read gives what the judge makes of it.
+/// Whatever the text is, nothing breaks, errors lie within it, and the part that
+/// was read gives the same as the judge.
 TEST(Judge, AgreesOnWhatIsLeftOfDamagedCriteria) {
     Generator generate(1729);
     SampleRecord record;

@@ -3,7 +3,7 @@
 #include "expr/sample_record.h"
 #include "fscanner/common/utf8.h"
 
-/// Criteria come from outside: neither their depth nor their length may hurt.
+/// Criteria come from outside: neither their depth nor their length may do harm.
 namespace fscanner {
 namespace {
 
@@ -15,7 +15,7 @@ std::wstring repeat(std::wstring_view text, std::size_t n) {
     return all;
 }
 
-/// The value as searches come to it: compiled first, then checked again and again.
+/// The value as in a search: compiled first, then checked again and again.
 std::wstring valueOf(const std::wstring& text, SampleRecord& record) {
     SCOPED_TRACE(toMultibyte(text.substr(0, 60)) + " of " + std::to_string(text.size()));
     Criteria criteria(text, record);
@@ -37,8 +37,8 @@ TEST(Limits, NestingIsBounded) {
     static const struct {
         const wchar_t* open;
         const wchar_t* close;
-        std::size_t deepest;   // what still has a value
-        std::size_t position;  // of what is too deep
+        std::size_t deepest;   // the deepest nesting that has a value
+        std::size_t position;  // of the part that is too deep
     } cases[] = {
         {L"(", L")", 256, 256},
         {L"-", L"", 256, 256},

@@ -1,4 +1,4 @@
-// Disks of many sizes fill up: a code, no signal, and all is well once there is space.
+// Disks of many sizes fill up. There is a status and no signal, and all works once there is space.
 
 #include <gmock/gmock.h>
 
@@ -21,7 +21,7 @@ public:
         host_.forget();
         if (!enterPrivateMounts() || !mountMemory("none", host_.place.path(), options.c_str()))
             return false;
-        // Lock files are not what is tested: they need a place.
+        // Lock files are not tested here, and need a place.
         host_.place.directory("locks");
         host_.place.directory("temporary");
         return true;
@@ -29,7 +29,7 @@ public:
     void resize(const std::string& options) const {
         ::mount("none", host_.place.path().c_str(), "tmpfs", MS_REMOUNT, options.c_str());
     }
-    // Leaves as much room as this, in KiB.
+    // Leaves so many KiB of room.
     void fillBut(unsigned room) const {
         std::error_code ignored;
         const auto space = std::filesystem::space(host_.place.path(), ignored).available;
@@ -37,7 +37,7 @@ public:
     }
     void empty() const { std::filesystem::remove(host_.place.path("ballast")); }
 
-    // Both kinds of searches, and a sort; what they claimed.
+    // Makes both kinds of searches, and a sort. Returns their outcome.
     int search(unsigned age) const {
         const Answer answer = host_.ask(age);
         if (answer.claimsToBeWhole() && answer.paths != right_) return kSilentlyWrong;
@@ -64,8 +64,8 @@ private:
 
 struct Case {
     std::string name;
-    std::string options;  // of the disk at first
-    unsigned room;        // that is left, in KiB, when the cache is there; 0: there is none yet
+    std::string options;  // of the new disk
+    unsigned room;        // KiB left when the cache is there; 0: there is no cache yet
 };
 
 std::vector<Case> cases() {

@@ -164,7 +164,7 @@ std::set<int> openDescriptors() {
     std::set<int> open;
     for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
         open.insert(std::atoi(entry.path().filename().c_str()));
-    // The listing's own one is closed by now.
+    // The descriptor of the listing itself is closed by now.
     std::erase_if(open, [](int fd) { return ::fcntl(fd, F_GETFD) < 0; });
     return open;
 }

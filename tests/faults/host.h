@@ -16,7 +16,7 @@
 
 namespace fscanner {
 
-/// Whether sanitizers watch, which need some of what is to fail, and time.
+/// Whether sanitizers run: they need time, and some of the calls that are to fail.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr bool kSanitized = true;
 #elif defined(__has_feature)
@@ -30,19 +30,19 @@ inline unsigned below(std::mt19937& random, unsigned bound) {
     return static_cast<unsigned>(random() % bound);
 }
 
-/// What a host got from one query, and what it was told of it.
+/// The result of one query, and the notes that its observer got.
 struct Answer {
     int status = 0;
     std::vector<std::string> paths;  // sorted
-    bool toldOfGaps = false;         // by the observer
+    bool toldOfGaps = false;         // from the observer
     unsigned long long walked = 0;   // directories
 
-    /// Nothing was said of a failure.
+    /// Whether no failure was reported.
     bool claimsToBeWhole() const { return status == 0 && !toldOfGaps; }
 };
 
-/// A tree, a cache for it, and a host's way of asking, each in directories of its own:
-/// also temporary and lock files go where a test can count them.
+/// A tree, a cache for it, and a host that asks, each in directories of its own.
+/// Temporary and lock files also go where a test can count them.
 class FaultHost {
 public:
     explicit FaultHost(const std::filesystem::path& parent = memoryDirectory());
@@ -51,7 +51,7 @@ public:
 
     /// Makes directories with `files` files each, three levels deep.
     void plant(unsigned directories, unsigned files) const;
-    /// Calls `ask` while the planted tree is another: with files and directories that are gone
+    /// Calls `ask` while the planted tree is different: with files and directories that are gone
     /// afterwards, and with one of each elsewhere.
     void askBeforeChanges(const std::function<void()>& ask) const;
     std::vector<std::string> truth() const { return walkFresh(tree.path()); }
@@ -59,24 +59,24 @@ public:
 
     std::unique_ptr<FsProvider> provider(bool compressed = false) const;
     void describe(FsQuery& query, const wchar_t* criteria = L"") const;
-    /// Has the query search these directories of the tree.
+    /// Makes the query search these directories of the tree.
     void describeParts(FsQuery& query, const std::vector<std::string>& names) const;
-    /// One query by a provider of its own.
+    /// Asks one query through a provider of its own.
     Answer ask(unsigned age = kDay, const wchar_t* criteria = L"", bool compressed = false) const;
     Answer ask(const FsQuery& query, unsigned age, bool compressed = false) const;
-    /// One query whose results, or null, are in a file, and sorted if there is a key.
+    /// Asks one query. The results are in a file, or null, and sorted if there is a key.
     std::unique_ptr<FsResultSetReader> askForFile(int& status, unsigned sortKey = 0) const;
     /// In the order of the reader.
     static std::vector<std::string> pathsOf(FsResultSetReader& reader);
-    /// Becomes fscan with a cache of its own, and with what it says in two files.
+    /// Becomes fscan with a cache of its own; its two outputs go to files.
     [[noreturn]] void becomeFscan(std::vector<std::string> arguments, const std::string& output,
                                   const std::string& errors) const;
     /// The lines of a file, sorted.
     static std::vector<std::string> linesOf(const std::string& path);
-    /// Starts over without a cache.
+    /// Starts again without a cache.
     void forget() const;
     std::wstring cacheDirectory() const { return toWide(cache); }
-    /// What is left beside the cache: temporary and lock files.
+    /// The files left beside the cache: temporary and lock files.
     std::vector<std::string> leftovers() const;
 
     TempTree tree;

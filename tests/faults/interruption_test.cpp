@@ -1,5 +1,5 @@
-// The end comes from outside: fscan gets a signal at any of its system calls. Nothing is left,
-// and the next search is right.
+// fscan gets a signal at any of its system calls. It leaves nothing behind, and the next search
+// is right.
 
 #include <gmock/gmock.h>
 
@@ -46,8 +46,8 @@ protected:
         return inChild([&]() -> int { becomeFscan(arguments); });
     }
 
-    // In a process whose /tmp is its own, which hides a program that lies there. 0 when all went
-    // well.
+    // Runs in a process with its own /tmp, which hides programs that lie there. Returns 0 if all
+    // went well.
     int interruptEverywhere() const {
         if (std::string_view(FSCAN_PROGRAM).starts_with("/tmp/")) return kNotAllowed;
         if (!mountMemory("none", "/tmp")) return kNotAllowed;
@@ -81,7 +81,7 @@ protected:
         for (const fs::directory_entry& entry : fs::directory_iterator("/tmp")) fs::remove(entry);
         return 0;
     }
-    // A process that is killed cannot remove the name of a lock, which the next one takes.
+    // A killed process cannot remove the name of its lock. The next process takes that.
     static bool leftNothing(int signal) {
         const fs::directory_iterator all("/tmp");
         return std::all_of(begin(all), end(all), [signal](const fs::directory_entry& entry) {

@@ -1,5 +1,5 @@
-// Memory runs out at every allocation of compiling, building, searching and sorting: a
-// failure result, never an exception into the host, and the next search is right.
+// Memory runs out at every allocation of compiling, building, searching and sorting. Each time
+// there is a failure result, never an exception in the host, and the next search is right.
 
 #include <gmock/gmock.h>
 
@@ -58,8 +58,8 @@ void* realloc(void* old, std::size_t size) {
 }
 }
 #else
-// The sanitizers keep malloc to themselves. Not inlined: a compiler that sees one half of
-// a pair takes it for a mistake.
+// The sanitizers keep malloc to themselves. Not inlined: a compiler that sees only one half
+// of a pair warns of a mistake.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     void* const memory = mustFail() ? nullptr : std::malloc(size ? size : 1);
     if (memory == nullptr) throw std::bad_alloc();
@@ -79,7 +79,7 @@ void* realloc(void* old, std::size_t size) {
 namespace fscanner {
 namespace {
 
-// Takes what is found without any memory of its own.
+// Takes results without allocating memory.
 class SummingWriter : public FsResultSetWriter {
 public:
     int addRecord(const wchar_t* path, const wchar_t* name, unsigned long long, unsigned) override {
@@ -104,7 +104,7 @@ public:
 };
 
 struct Result {
-    bool failed = false;  // and says so
+    bool failed = false;  // and reported as failed
     SummingWriter found = {};
 };
 
@@ -116,7 +116,7 @@ enum class Before { none, built, changed };
 struct Scenario {
     const char* name;
     Before cache;
-    // The query is the host's, made while there was memory.
+    // The host makes the query while there is memory.
     Result (*act)(FsProvider&, const FsQuery&);
 };
 
@@ -133,7 +133,7 @@ Result scan(FsProvider&, const FsQuery& query) {
     return result;
 }
 
-// A reader has no status: an empty one is what tells.
+// A reader has no status: the failure shows as an empty one.
 template <auto execute>
 Result searchAndSort(FsProvider& provider, const FsQuery& query) {
     Result result;
@@ -141,7 +141,7 @@ Result searchAndSort(FsProvider& provider, const FsQuery& query) {
     result.failed = !reader || provider.lastStatus() != 0;
     if (result.failed) return result;
     reader->sort(FS_SORT_NAME, FS_SORT_DESCENDING, false);
-    counting = false;  // what is lost while it is read is not told
+    counting = false;  // a failure while reading is not reported
     FsFileInfo record;
     for (reader->moveFirst(); reader->getNext(record);) result.found.addRecord(record);
     result.failed = result.found.count == 0;
@@ -183,7 +183,7 @@ protected:
             provider->executeQuery(ignored, query, kDay, kMinute);
         });
     }
-    // Whether the allocation was reached.
+    // Whether the failing allocation was reached.
     bool check(unsigned at, bool onward) {
         prepare();
         const std::string name =

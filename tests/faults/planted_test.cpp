@@ -1,5 +1,5 @@
-// What others put where our files go, what they may read of ours, and hosts with their
-// standard descriptors closed.
+// Others put files where ours go and try to read ours. Hosts have closed their standard
+// descriptors.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 struct Plant {
     const char* name;
-    /// Puts it at a path; the file that he hopes we destroy, and one that he hopes we make.
+    /// Plants it at a path; with a file that the attacker wants destroyed, and one to be made.
     void (*put)(const std::string& path, const std::string& victim, const std::string& created);
     mode_t mode = 0666;
 };
@@ -38,7 +38,7 @@ const Plant kPlants[] = {
     {"Foreign", [](auto& path, auto&, auto&) { writeWholeFile(path, "his"); }},
 };
 
-// A name that somebody else took, and the file that he hopes we destroy.
+// A name that another user took, and the file that he wants us to destroy.
 class Planted : public testing::TestWithParam<Plant> {
 protected:
     Planted() {
@@ -77,7 +77,7 @@ protected:
     std::string created = host.place.path("created");
 };
 
-// In everybody's directory: it costs nothing, however often it is put there again.
+// In a directory that all may write to: it costs nothing, however often it is planted again.
 TEST_P(Planted, AccessMutex) {
     const std::string name =
         host.place.path("locks/" + toMultibyte(accessMutexName(host.cacheDirectory())));
@@ -94,7 +94,7 @@ TEST_P(Planted, AccessMutex) {
     }
 }
 
-// In the cache's own directory, only a directory is left where it is.
+// In the cache's own directory, only a directory is left in place.
 TEST_P(Planted, LockFile) {
     ASSERT_EQ(host.ask().status, 0);
     const std::string name = host.place.path("cache/fscanner.lock");
@@ -103,7 +103,7 @@ TEST_P(Planted, LockFile) {
     const bool inTheWay = is("Directory");
     expectQuick([&] { EXPECT_EQ(host.ask().status, inTheWay ? FS_CACHE_FAILURE : 0); });
     expectUnharmed();
-    if (inTheWay || is("HardLink")) return;  // our own, under a second name
+    if (inTheWay || is("HardLink")) return;  // our own file, under a second name
     struct stat info {};
     ASSERT_EQ(::lstat(name.c_str(), &info), 0);
     EXPECT_TRUE(S_ISREG(info.st_mode));
@@ -131,7 +131,7 @@ TEST_P(Planted, TemporaryAndSortFiles) {
     expectUnharmed();
 }
 
-// A host may be told where to write by somebody else.
+// Another user may tell a host where to write.
 TEST_P(Planted, ResultFileOfAHost) {
     const std::string name = host.place.path("temporary/results");
     plant(name);
@@ -154,7 +154,7 @@ TEST_P(Planted, ListFile) {
     expectUnharmed();
 }
 
-// In the cache's own directory, as an old cache or a careless administrator may leave it.
+// In the cache's own directory, as left by an old cache or a careless administrator.
 TEST_P(Planted, MarkCounterAndChecksums) {
     for (const char* suffix : {".cuflag", ".counter", ".sums", ".sums_new", ".undo"}) {
         ASSERT_EQ(host.ask().status, 0);
@@ -179,7 +179,7 @@ INSTANTIATE_TEST_SUITE_P(By, Planted, testing::ValuesIn(kPlants),
 
 // ---- Standard descriptors ------------------------------------------------------
 
-// What a host prints must not land in our files, whichever of its descriptors are closed.
+// A host's output must not land in our files, whichever of its descriptors are closed.
 TEST(StandardDescriptors, MayBeClosed) {
     FaultHost host;
     host.plant(3, 3);
@@ -240,7 +240,7 @@ TEST_F(Privileges, ACacheIsItsUsersAlone) {
     EXPECT_EQ(host.ask().paths, host.truth());
 }
 
-// A cache directory that others can open is as much its user's.
+// A cache directory that others can open still belongs to its user.
 TEST_F(Privileges, NobodyElseHoldsTheLock) {
     ASSERT_EQ(host.ask().status, 0);
     fs::permissions(host.cache, fs::perms(0755));

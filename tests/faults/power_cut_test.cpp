@@ -1,5 +1,5 @@
-// The power goes: what a disk has for sure, by the order of a session's system calls, is a
-// cache that was not touched, a whole one, or a marked one.
+// The power fails. The order of a session's system calls says what is certainly on disk then: an
+// untouched cache, a complete one, or a marked one.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -20,8 +20,8 @@ bool isTable(const std::string& name) {
     return name.ends_with(".dat") || name.ends_with(".pxx") || name.ends_with(".idx");
 }
 
-// Keeps what is on disk for sure: a file's content since its last fsync, a name since
-// its directory's.
+// Keeps what is certainly on disk: a file's content since its last fsync, a name since the last
+// fsync of its directory.
 class DurableState {
 public:
     explicit DurableState(std::string directory) : directory_(std::move(directory)) {
@@ -66,7 +66,7 @@ private:
         return std::any_of(names_.begin(), names_.end(),
                            [](const std::string& name) { return name.ends_with(".cuflag"); });
     }
-    // Something comes to disk: without the mark, it must not be a change of a table.
+    // A write reaches the disk: without the mark, it must not be a change of a table.
     void checkMark() {
         if (isMarkDurable()) return;
         for (const auto& [path, content] : contents_)
@@ -75,18 +75,18 @@ private:
             if (isTable(path) && !contents_.contains(path))
                 complaint_ = path + " made before the mark";
     }
-    // The mark goes: all that it spoke for is on disk, by content and by name.
+    // The mark is removed: all changes that it covered are on disk, by content and by name.
     void checkWhole() {
         ++marksRemoved_;
         for (const std::string& path : FaultHost::walkFresh(directory_)) {
             if (path.ends_with(".cuflag") || path.ends_with(".TAG")) continue;
-            if (path.ends_with(".undo")) continue;  // of no use after a power cut
+            if (path.ends_with(".undo")) continue;  // not used after a power cut
             if (contents_[path] != readFast(path))
                 complaint_ = path + " not synced when the mark goes";
             if (!names_.contains(path))
                 complaint_ = path + " not in the directory when the mark goes";
         }
-        syncNames();  // at worst: a mark that comes back costs a rebuild alone
+        syncNames();  // at worst, a mark that comes back costs a rebuild
     }
 
     std::string directory_;
@@ -132,8 +132,8 @@ TEST_P(PowerCut, TheMarkIsOnDiskBeforeAChangeAndTheTablesBeforeItGoes) {
 INSTANTIATE_TEST_SUITE_P(Encodings, PowerCut, testing::Bool(),
                          [](const auto& form) { return form.param ? "Compressed" : "Fixed"; });
 
-// What the next process puts back, or finds as it has to be, was perhaps never brought to disk
-// by the one that died.
+// The process that died may not have synced the files that the next process puts back, or finds
+// in order.
 TEST_P(PowerCut, WhatIsRecoveredIsOnDiskBeforeTheMarkGoes) {
     if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
     FaultHost host;

@@ -1,5 +1,5 @@
-// Several processes on one cache, by one name or by several: never two writers, and every
-// answer right.
+// Several processes use one cache, by one name or by several: there are never two writers, and
+// every answer is right.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -29,7 +29,7 @@ std::unique_ptr<FS_Cache> cacheAt(const std::wstring& directory) {
 
 struct Road {
     const char* name;
-    // Makes the other process's way to the cache directory; empty where that is not
+    // Makes the other process's path to the cache directory; empty where that is not
     // permitted.
     std::string (*prepare)(const FaultHost&, const std::string& directory);
 };
@@ -90,8 +90,8 @@ TEST_P(TwoNames, LeadToOneWriter) {
 INSTANTIATE_TEST_SUITE_P(By, TwoNames, testing::ValuesIn(kRoads),
                          [](const auto& form) { return form.param.name; });
 
-// A path too long for a name in the common directory, or no such directory at all, is no
-// reason to do without the lock.
+// The lock is needed even if the path is too long for a name in the common directory, or there is
+// no such directory.
 TEST(TwoNames, NeedNoCommonDirectory) {
     const FaultHost host;
     const std::string part = "/" + std::string(120, 'n');
@@ -109,8 +109,8 @@ TEST(TwoNames, NeedNoCommonDirectory) {
     }
 }
 
-// One waits for the lock, and the directory is removed and made again: whoever comes then,
-// there is one writer.
+// A process waits for the lock while the directory is removed and made again. Whoever comes
+// then, there is one writer.
 TEST(TwoNames, LeadToOneWriterInANewDirectory) {
     const FaultHost host;
     host.place.directory("cache");
@@ -125,7 +125,7 @@ TEST(TwoNames, LeadToOneWriterInANewDirectory) {
         if (::write(locked[1], &status, 1) == 1) ::pause();
         ::_exit(0);
     }
-    ::usleep(200000);  // until it waits: earlier, and the test proves less
+    ::usleep(200000);  // until it waits; an earlier step would only prove less
     fs::remove_all(host.cache);
     host.place.directory("cache");
     holder->unlock();
@@ -149,7 +149,7 @@ protected:
         host.describe(query);
     }
     std::unique_ptr<FS_Cache> cache() const { return cacheAt(host.cacheDirectory()); }
-    // By one who has the cache alone.
+    // For a process that has the cache alone.
     int ask(unsigned age) const {
         const auto alone = cache();
         CollectingWriter found;
@@ -159,7 +159,7 @@ protected:
         alone->unlock();
         return found.sorted() == host.truth() ? status : 99;
     }
-    // By a reader; 99 for a wrong answer. The steps are logged by their results.
+    // For a reader; 99 means a wrong answer. The steps are logged with their results.
     int read(unsigned age, CollectingWriter& found) const {
         const auto reader = cache();
         if (const int status = reader->lockShared(200)) return status;
@@ -177,7 +177,7 @@ protected:
         }
         return status;
     }
-    // All files of the cache, with what is in them and when it was written.
+    // All files of the cache, with their contents and times of writing.
     std::map<std::string, std::string> content() const {
         std::map<std::string, std::string> files;
         for (const auto& entry : fs::directory_iterator(host.cache))
@@ -192,8 +192,8 @@ protected:
     FsQuery query;
 };
 
-// What one holds, what another asks for, and whether that is to be had in another process,
-// and by another object of the thread.
+// The lock that one holds, the lock that another asks for, and whether another process and
+// another object of the thread can have it.
 TEST_F(Readers, ShareTheLockAndWritersDoNot) {
     using Lock = int (FS_Cache::*)(int);
     constexpr Lock kAlone = &FS_Cache::lock;
@@ -206,7 +206,7 @@ TEST_F(Readers, ShareTheLockAndWritersDoNot) {
         ASSERT_EQ((*holder.*held)(1000), 0);
         EXPECT_EQ(inChild([&, wanted = asked] { return -(*cache().*wanted)(100); }), -expected);
         EXPECT_EQ((*cache().*asked)(3600000), expected);  // at once
-        // The same object goes over; what it had before is given up.
+        // The same object changes its lock; it gives up the old one.
         ASSERT_EQ((*holder.*asked)(1000), 0);
         EXPECT_EQ(inChild([&] { return -cache()->lockShared(100); }),
                   asked == kShared ? 0 : -FS_CACHE_LOCK_TIMED_OUT);
@@ -219,7 +219,7 @@ TEST_F(Readers, ShareTheLockAndWritersDoNot) {
     EXPECT_EQ(first->lock(1000), 0);
 }
 
-// Earlier versions lock the directory, and that alone.
+// Earlier versions lock only the directory.
 TEST_F(Readers, ExcludeWritersThatLockTheDirectory) {
     fs::permissions(host.cache, fs::perms::owner_all);
     const int directory = ::open(host.cache.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -232,7 +232,7 @@ TEST_F(Readers, ExcludeWritersThatLockTheDirectory) {
     ::close(directory);
 }
 
-// They come and go, and never all at once.
+// Readers come and go, and there is always at least one.
 TEST_F(Readers, LetAWriterHaveItsTurn) {
     std::vector<pid_t> readers;
     for (unsigned i = 0; i < 6; ++i) {
@@ -243,7 +243,7 @@ TEST_F(Readers, LetAWriterHaveItsTurn) {
             reader->unlock();
         }
     }
-    ::usleep(200000);  // until they are at it: earlier, and the test proves less
+    ::usleep(200000);  // until they are reading; an earlier step would only prove less
     const auto writer = cache();
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(writer->lock(60000), 0);
@@ -270,7 +270,7 @@ TEST_F(Readers, ChangeNothing) {
     EXPECT_TRUE(reader->close());
     EXPECT_FALSE(reader->compact());
     EXPECT_FALSE(reader->remove());
-    // Nor does one that dies.
+    // Nor does a reader that dies.
     inChild([&] {
         const auto dies = cache();
         if (dies->lockShared(1000) != 0 || dies->create(0, FS_CACHE_OPEN) != 0) return 1;
@@ -296,8 +296,8 @@ TEST_F(Readers, SayWhatNeedsAChange) {
     EXPECT_FALSE(heard.toldOfGaps()) << "it is told with the answer";
 }
 
-// A reader cannot make the cache anew, but sees to it that the next user does: also where a
-// process died when it had finished, and its journal says that all is well.
+// A reader cannot make the cache anew, but makes the next user do so. This holds also if a
+// process died after it had finished, when its journal says that all is well.
 TEST_F(Readers, MarkADamagedCache) {
     ASSERT_EQ(ask(kDay), 0);
     const std::string journal = host.cache + "/dirs.undo";
@@ -342,7 +342,7 @@ TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {
         EXPECT_EQ(builder->executeQuery(found, query, kMinute, FS_CACHE_REBUILD), 0);
         EXPECT_EQ(found.sorted(), host.truth());
         EXPECT_EQ(inChild([&] { return -read(); }), 0);
-        // Of what it did not build it has nothing younger than others have.
+        // Trees that it did not build are no younger for it than for others.
         FsQuery other;
         host.describeParts(other, {"d2"});
         EXPECT_EQ(builder->executeQuery(found, other, kMinute, FS_CACHE_REBUILD),
@@ -352,7 +352,7 @@ TEST_F(Readers, ReadWhatTheyBuiltBesideOthers) {
     }
 }
 
-// A writer of records that takes its time keeps nobody from reading.
+// A slow writer of records does not stop others from reading.
 TEST_F(Readers, ReadWhileAnAnswerIsTaken) {
     class Slow : public CollectingWriter {
     public:
@@ -394,10 +394,10 @@ TEST_F(Readers, ReadWhileAnAnswerIsTaken) {
 
 // ---- Many at once --------------------------------------------------------------
 
-// What all processes share: whoever is at work is written down.
+// Memory that all processes share: it notes who is at work.
 struct Tally {
     std::atomic<int> answers, wrong, failed, twoWriters, disturbed;
-    std::atomic<pid_t> writer, killed;  // the last one that was killed; the others are buried
+    std::atomic<pid_t> writer, killed;  // the last one that was killed; the others were reaped
 
     bool isAtWork(pid_t other) const {
         return other != 0 && other != killed && ::kill(other, 0) == 0;
@@ -427,7 +427,7 @@ protected:
         own->unlock();
         return status;
     }
-    // With the cache to itself, or shared when the tree is built.
+    // With the cache to itself, or with the cache shared after the tree was built.
     int change(CollectingWriter& found, unsigned age, bool shares) const {
         const auto own = cache();
         if (const int status = own->lock(30000)) return status;
@@ -450,7 +450,7 @@ protected:
             CollectingWriter found;
             const unsigned age = below(random, 3) ? kDay : kAllOld;
             int status = readShared(found, age);
-            // Twice, as another may come between.
+            // Twice, because another process may come between.
             for (const bool shares : {random() % 2 != 0, false})
                 if (status == FS_CACHE_NEEDS_CHANGE) status = change(found, age, shares);
             ++tally->answers;

@@ -1,5 +1,5 @@
-// Many runs of fscan on one cache at once, of all that one can do with it, and some are
-// killed: each search that ends by itself tells the truth.
+// Many runs of fscan use one cache at once, in all ways, and some are
+// killed. Each search that ends by itself gives the right answer.
 
 #include <gmock/gmock.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of ten runs so many do this; "PATH" stands for a random directory.
+// This many of ten runs do this; "PATH" stands for a random directory.
 struct Kind {
     unsigned share;
     std::vector<std::string> arguments;
@@ -78,7 +78,7 @@ protected:
                 paths.push_back(path);
         return paths;
     }
-    // A task may find nothing to do, or the mark that a killed run left.
+    // A task may find nothing to do, or find the mark of a killed run.
     static bool isToldTaskEnd(int status, const std::string& said) {
         if (!WIFEXITED(status)) return false;
         const bool marked =
@@ -103,7 +103,7 @@ protected:
         const auto lines = FaultHost::linesOf(fileOf(run, "output"));
         EXPECT_TRUE(lines == right(run)) << lines.size() << " lines for " << right(run).size();
     }
-    // Takes one that ended and kills those whose time has come.
+    // Reaps one that ended, and kills those whose time is over.
     void look() {
         for (OneRun& run : runs) {
             if (run.process == 0) continue;
@@ -133,7 +133,7 @@ TEST_F(Storm, LeavesEveryAnswerRight) {
     }
     std::printf("%d answers, %d kills\n", answers, kills);
     EXPECT_GT(kills, 0);
-    // Whatever they left behind, the next one leaves a cache that is good to the byte.
+    // Whatever they left behind, the next run leaves a cache without any damage.
     killAll();
     for (const auto& last :
          {std::vector<std::string>{"--fresh", host.tree.path()}, {"--cache-check"}})

@@ -1,4 +1,4 @@
-// Every system call of a search fails, once and from then on: what is lost is said, nothing
+// Every system call of a search fails, once or from then on. A loss is reported, nothing
 // stays behind, and the next search is right.
 
 #include <gmock/gmock.h>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr unsigned long kMarker = 0x66736361;
 
-// What a child found out, as its exit status.
+// Results of a child, as its exit status.
 enum Outcome : int {
     kWhole = 10,
     kTold,
@@ -26,16 +26,16 @@ enum Outcome : int {
     kNextIsWrong,
 };
 
-// Calls fail between the two alone.
+// Calls fail only between these two.
 void arm(bool on) {
     ::syscall(SYS_prctl, kMarker, on ? 1L : 0L, 0L, 0L, 0L);
 }
 
-// What an answer may be in silence, by its contract, when something fails.
+// How an answer may differ without a report, by its contract, when something fails.
 enum class Lesser {
     none,
-    empty,  // of results in a file, whose reader has no status
-    some,   // of file types: what `file` cannot tell is unknown, and only the log says so
+    empty,  // of results in a file: their reader has no status
+    some,   // of file types: unknown where `file` fails, which only the log reports
 };
 
 struct Scenario {
@@ -46,7 +46,7 @@ struct Scenario {
     bool verifies = false;
 };
 
-// What is read is told apart from what is lost while it is read: calls do not fail then.
+// Searching and reading are tested separately: calls do not fail while results are read.
 Answer searchToFile(const FaultHost& host, unsigned sortKey) {
     Answer answer;
     const auto reader = host.askForFile(answer.status, sortKey);
@@ -146,18 +146,18 @@ protected:
         return said ? kTold : kWhole;
     }
 
-    // What the sanitizers themselves cannot do without.
+    // The sanitizers themselves need these.
     static bool isTheirs(const Failure& failure) {
         const auto groups = {"mmap", "mremap", "write", "spawn"};
         return std::find(groups.begin(), groups.end(), failure.group) != groups.end();
     }
 
-    // What a signal interrupts is opened again.
+    // A call that a signal interrupts is made again.
     static bool isRepeated(const Failure& failure) {
         return failure.error == EINTR && failure.group == "open";
     }
 
-    // Fails the calls of a group from the `at`th on, one or all.
+    // Fails one call of a group, the `at`th, or all from there on.
     int fail(const Failure& failure, unsigned at, bool onward, unsigned* calls = nullptr) const {
         bool armed = false;
         unsigned seen = 0;
@@ -184,7 +184,7 @@ protected:
         if (isRepeated(failure)) {
             EXPECT_EQ(outcome, kWhole) << name;
         }
-        // What cannot be removed stays, and what cannot be told from another's file.
+        // A file that cannot be removed stays, and so does one that may be another's.
         if (failure.group != "unlink" && !(failure.group == "stat" && onward)) {
             EXPECT_THAT(host.leftovers(), testing::IsEmpty()) << name;
         }
@@ -200,7 +200,7 @@ protected:
 
 TEST_P(FailingCalls, AreSaidAndLeaveNothing) {
     if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
-    // Starting programs takes its time.
+    // Starting programs takes time.
     const int usualStep = kSanitized || scenario().lesser == Lesser::some ? 40 : 6;
     const auto step = static_cast<unsigned>(std::max(1, usualStep / faultScale()));
     for (const Failure& failure : failures()) {
@@ -210,14 +210,14 @@ TEST_P(FailingCalls, AreSaidAndLeaveNothing) {
         ASSERT_EQ(fail(failure, 0, false, &calls), kWhole);
         for (unsigned at = 1; at <= calls; at += at < 4 ? 1 : step) {
             check(failure, at, false);
-            // What is interrupted for ever is waited for for ever.
+            // A call that is interrupted every time is repeated for ever.
             if (failure.error != EINTR) check(failure, at, true);
         }
     }
 }
 
-// The mark says that a cache is no whole one: whoever cannot look for it must not trust
-// what lies beside it.
+// The mark says that a cache is not complete. A process that cannot look for the mark must not
+// trust the cache.
 TEST(FailingStat, OfTheMarkDoesNotHideIt) {
     if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
     const FaultHost host;

@@ -47,7 +47,7 @@ const std::vector<Group>& groups() {
 void setRegisters(pid_t process, bool atEntry, int error) {
     user_regs_struct registers{};
     ::ptrace(PTRACE_GETREGS, process, nullptr, &registers);
-    // No such call at the entry; what it gave is replaced when it is over.
+    // The call is not made; its result is replaced when it is over.
     if (atEntry) registers.orig_rax = ULLONG_MAX;
     if (!atEntry) registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
     ::ptrace(PTRACE_SETREGS, process, nullptr, &registers);
@@ -59,7 +59,7 @@ void setRegisters(pid_t process, bool atEntry, int error) {
     ::_exit(body());
 }
 
-// 0 when the process is over, else the signal to go on with.
+// Returns 0 when the process is over, else the signal to go on with.
 class Session {
 public:
     Session(pid_t process, const Tracer::Judge& judge) : process_(process), judge_(judge) {

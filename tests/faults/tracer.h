@@ -15,9 +15,9 @@ struct TracedCall {
     unsigned long long number = 0;
     std::array<unsigned long long, 6> arguments{};
 
-    /// The call's group, as "open" or "fsync"; empty for what no group holds.
+    /// The call's group, such as "open" or "fsync"; empty if it is in none.
     std::string_view group() const;
-    /// The path of an argument, or behind a descriptor.
+    /// The path in an argument, or of the file behind a descriptor.
     std::string path(unsigned argument) const;
     std::string descriptorPath(unsigned argument) const;
 };
@@ -25,7 +25,7 @@ struct TracedCall {
 /// Runs a body in a forked process and decides on each of its system calls.
 class Tracer {
 public:
-    /// What to do with a call: 0 lets it pass, a positive number is the error that it
+    /// Decides on a call: 0 lets it pass, a positive number is the error that it
     /// fails with instead of being made, `kKill` kills the process before it, and
     /// `signalNow(s)` lets it pass with a signal.
     static constexpr int kKill = -1000;

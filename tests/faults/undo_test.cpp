@@ -1,5 +1,5 @@
-// A session that changes one tree of a cache dies, or is ended: the other trees still answer
-// without a scan, and so does that one, or it is built once more.
+// A session that changes one tree of a cache dies, or is stopped. The other trees still answer
+// without a scan. So does that tree, or it is built once more.
 
 #include <gmock/gmock.h>
 
@@ -17,8 +17,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Trees in one cache. What the disk has of a finished tree is more than the cache has, so
-/// that an answer tells where it comes from.
+/// Trees in one cache. On disk a finished tree has more files than in the cache, so that an answer
+/// shows where it comes from.
 class Undo : public testing::Test {
 protected:
     Undo() {
@@ -46,7 +46,7 @@ protected:
     std::vector<std::string> truth(const std::string& name) const {
         return FaultHost::walkFresh(host.tree.path(name));
     }
-    // Of trees whose session was over.
+    // The answers of trees whose session was over.
     void expectFinishedTrees(const std::string& when) const {
         for (const auto& [name, paths] : answers) {
             const Answer answer = ask(name);
@@ -55,7 +55,7 @@ protected:
             EXPECT_TRUE(answer.paths == paths) << when << ": " << name;
         }
     }
-    // Of the tree that a session was about to build.
+    // The answer of the tree that a session was about to build.
     void expectWholeTree(const std::string& name, const std::string& when) const {
         const Answer answer = ask(name);
         EXPECT_EQ(answer.status, 0) << when;
@@ -95,7 +95,7 @@ TEST_F(Undo, KilledAtRandomMoments) {
     int killed = 0;
     const int rounds = 40 * faultScale();
     for (int i = 0; i < rounds && !HasFailure(); ++i) {
-        // A tree that is old, a part of one, one that is new, and all that there are.
+        // An old tree, a part of one, a new one, and all that there are.
         const std::string fresh = "new" + std::to_string(i);
         if (i % 4 == 2) plant(fresh, 30, 30);
         const char* const kinds[] = {"c", "c/d1", fresh.c_str(), "c"};
@@ -113,8 +113,8 @@ TEST_F(Undo, KilledAtRandomMoments) {
 
 struct Session {
     const char* name;
-    std::vector<std::string> trees;  // that are built
-    bool alone;                      // in a cache of its own
+    std::vector<std::string> trees;  // to be built
+    bool alone;                      // whether the tree is the only one in its cache
     int before;                      // sessions that leave removed records
     bool compressed = false;
 };
@@ -127,7 +127,7 @@ const Session kSessions[] = {
 
 class UndoAtCalls : public Undo, public testing::WithParamInterface<Session> {
 protected:
-    // An only tree is another each time, so that a mixture of two would show.
+    // An only tree differs each time, so that a mixture of two would show.
     void prepare() {
         compressed = GetParam().compressed;
         if (GetParam().alone) host.forget();
@@ -157,7 +157,7 @@ protected:
     std::vector<std::string> before;
 };
 
-// Also in the middle of what comes after it, which undoes or finishes what was begun.
+// A session may also die while the next one undoes or finishes its changes.
 TEST_P(UndoAtCalls, TheOtherTreesStay) {
     if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
     plant("n", 4, 4);
@@ -194,14 +194,14 @@ TEST_F(Undo, StoppedOrTimedOut) {
         expectFinishedTrees(std::to_string(at));
         EXPECT_EQ(ask("c").walked, 0U) << "the old tree is there";
         expectWholeTree("c", std::to_string(at));
-        // A scan without a cache ends as well.
+        // A scan without a cache is stopped as well.
         const Listener stopping(at == 0 ? 1000 : at);
         status = fsScanQuery(ignored, query, at == 0 ? 0 : kMinute);
         EXPECT_EQ(status, FS_CACHE_QUERY_TIMED_OUT) << at;
     }
 }
 
-// What the same query had finished stays, too.
+// Trees that the same query had finished stay, too.
 TEST_F(Undo, StopsAtTheSecondTreeOfAQuery) {
     plant("m", 3, 3);
     plant("n", 4, 1000);
@@ -244,12 +244,12 @@ TEST_F(Undo, DiskIsFull) {
 
 // ---- Journals that are of no use ---------------------------------------------
 
-// Then the mark alone counts: all is built anew.
+// Then only the mark counts: everything is built anew.
 TEST_F(Undo, IsNotTriedWithAnotherJournal) {
     if (!Tracer::available()) GTEST_SKIP() << "this process may trace no other";
     const std::string journal = host.place.path("journal");
     for (const bool link : {false, true}) {
-        // In the middle of the writing of the tree.
+        // While the tree is being written.
         Tracer().run(
             [this] { return ask("c", kAllOld).status; },
             [](const TracedCall& call) { return call.group() == "getdents" ? Tracer::kKill : 0; });

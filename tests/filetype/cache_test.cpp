@@ -52,8 +52,8 @@ TEST(FileTypeCache, DropsWholeOldestBatchesButNeverTheCurrentOne) {
     }
 }
 
-// The prefix rule of find() is kept although one file's key begins another's
-// line; take() is exact, and is what the checker asks with.
+// find() keeps its prefix rule although one file's key is the start of another's
+// line. take(), which the checker uses, is exact.
 TEST(FileTypeCache, FindsByBeginningAndTakesByPath) {
     FileTypeCache cache;
     cache.insert(Element(1, L"/d/a:b: ELF"), L"/d/a:b");

@@ -31,7 +31,7 @@ protected:
     void write(const std::string& name, const std::string& bytes = "text\n") {
         writeWholeFile(path(name), bytes);
     }
-    /// Runs `script` with the arguments of `file` from now on.
+    /// From now on, `script` is run with the arguments of `file`.
     void standIn(const std::string& script) {
         const std::string program = tools_ / "file";
         writeWholeFile(program, "#!/bin/sh\necho run >> '" + (tools_ / "runs") + "'\n" + script);
@@ -48,7 +48,7 @@ protected:
     static bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0 || errno != ECHILD; }
 
     using Method = bool (FileTypeChecker::*)(const wchar_t*, wchar_t**);
-    /// What is said about the file, or "unknown".
+    /// The description of the file, or "unknown".
     std::string typeOfPath(const std::string& whole, Method method) {
         const std::wstring wide = toWide(whole);
         wchar_t* info = nullptr;

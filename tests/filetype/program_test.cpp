@@ -1,5 +1,5 @@
-// A `file` that is missing, hangs, floods, dies or talks rubbish, and hosts that
-// run us with closed descriptors and odd signals.
+// A `file` that is missing, hangs, floods, dies or prints rubbish, and hosts with
+// closed descriptors and unusual signals.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -30,7 +30,7 @@ TEST_F(ProgramTest, ThatGivesNoAnswerCostsTheTypesAlone) {
         std::string script;
         std::ptrdiff_t runs;
     };
-    // What ends without an answer is tried again behind the file it stopped at.
+    // A run that ends early is repeated behind the file at which it stopped.
     const std::vector<Case> cases{
         {"silent", "exit 0\n", 3},
         {"dies", "kill -11 $$\n", 3},
@@ -125,8 +125,8 @@ TEST_F(ProgramTest, WorksForHostsWithOddSettings) {
     })) << "interrupted all the time";
 }
 
-// A process that is being debugged is, once killed, the debugger's: it stands for one that
-// waits for a dead server.
+// A killed process that is being debugged stays until its debugger reaps it. It stands for one
+// that waits for a dead server.
 TEST_F(ProgramTest, ThatCannotBeReapedIsLeftBehind) {
     int word[2];
     int over[2];

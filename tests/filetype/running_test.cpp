@@ -1,4 +1,4 @@
-// A `file` that is kept running for many directories answers as one that is started
+// A `file` that is kept running for many directories gives the same answers as one that is started
 // for each, whatever happens to it.
 
 #include <sched.h>
@@ -84,10 +84,10 @@ TEST_F(RunningFileTest, AnswersAsOneThatIsStartedForEachDirectory) {
     EXPECT_EQ(runs(), 6 + 4) << "the first directory, that with a line break, those around it";
     EXPECT_EQ(expected.at(path("odd names/-")), "PDF document, version 1.4");
 
-    // To root nothing is unreadable.
+    // Root can read everything.
     EXPECT_EQ(inChild([&] {
                   if (::geteuid() == 0 && !becomeNobody()) return 1;
-                  // Other processes may look at our descriptors again.
+                  // Other processes may read our descriptors again.
                   if (::prctl(PR_SET_DUMPABLE, 1) != 0) return 1;
                   fileProgram().path = saved_.path;
                   const auto plain = answers(false);
@@ -167,7 +167,7 @@ TEST_F(RunningFileTest, ReachesTheDescriptorsOfAThreadThatSharesNone) {
     write("others/a", "#!/bin/sh\n");
     const std::vector<std::string> names{"a"};
     std::vector<std::string> answers;
-    // The numbers that the thread will use stay other directories to the other threads.
+    // In other threads the descriptor numbers that the thread will use stay other directories.
     std::vector<Descriptor> others;
     for (int i = 0; i < 4; ++i) others.push_back(openDirectoryWithoutLinks(path("others").c_str()));
     std::thread([&] {

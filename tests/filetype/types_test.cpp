@@ -1,4 +1,4 @@
-// What the real program says about real files, and how often it is run.
+// Answers of the real program about real files, and how often it is run.
 
 #include <cstdlib>
 #include <set>
@@ -19,7 +19,7 @@ struct Sample {
     std::string content;
     std::string description;
 };
-// Of different types, so that an answer that slips to another file shows.
+// Files of different types, so that an answer given for another file shows.
 const std::vector<Sample> kSamples{
     {"plain\n", "ASCII text"},
     {"#!/bin/sh\n", "POSIX shell script, ASCII text executable"},
@@ -31,7 +31,7 @@ const Sample& sample(std::size_t i) {
     return kSamples[i % kSamples.size()];
 }
 
-// Of a shell, of options, of lists, of texts in any encoding and of terminals.
+// Names that mean something to a shell, as options, in lists, in encodings or to terminals.
 const std::vector<std::string> kHostileNames = [] {
     using namespace std::string_literals;
     std::istringstream list(
@@ -45,7 +45,7 @@ const std::vector<std::string> kHostileNames = [] {
 }();
 
 TEST_F(FileTypeTest, HostileNamesAreNamesAndNothingElse) {
-    const CurrentDirectory current(tools_.path());  // where list files are made
+    const CurrentDirectory current(tools_.path());  // list files are made there
     for (const char* name :
          {"plain", "$(touch pwned)", "\"`touch pwned`\"", "-m", "new\nline: ELF", "caf\xe9 "}) {
         SCOPED_TRACE(name);
@@ -81,7 +81,7 @@ TEST_F(FileTypeTest, OneRunServesADirectoryAndEachAnswerOneQuestion) {
     countRuns();
     for (const char* name : {"a", "b", "absent: ELF"}) write(name);
     fs::create_directory(path("sub"));
-    // The answers to "b" wait; a directory is looked at only when it is asked for.
+    // The answers to "b" wait: a directory is only used when it is asked for.
     for (const auto& [name, type, after] : {std::tuple("a", "ASCII text", 1),
                                             {"b", "ASCII text", 1},
                                             {"a", "ASCII text", 2},
@@ -94,7 +94,7 @@ TEST_F(FileTypeTest, OneRunServesADirectoryAndEachAnswerOneQuestion) {
     }
 }
 
-// Another size, inode, time and kind, no file, and another directory of the name.
+// Another size, inode, time or kind, no file, or another directory of the name.
 TEST_F(FileTypeTest, AnAnswerWaitsForTheFileThatItWasGivenFor) {
     const auto shell = [this](const std::string& command) {
         const std::string at = "d='" + files_.path().string() + "'; cd \"$d\"; ";
@@ -108,12 +108,12 @@ TEST_F(FileTypeTest, AnAnswerWaitsForTheFileThatItWasGivenFor) {
               {"ln -sf a b", "symbolic link to a"},
               {"rm b", "unknown"},
               {"mv $d $d.moved; ln -s $d.moved/other $d", "unknown"}}) {
-            const CurrentDirectory current(tools_.path());  // where list files are made
+            const CurrentDirectory current(tools_.path());  // list files are made there
             shell("rm -f b; mkdir -p other; echo outside > other/b");
             write("a");
             write("b", "%PDF-1.4\n");
             EXPECT_EQ(typeOf("a", method), "ASCII text");
-            // The clock of the file system goes in steps.
+            // The clock of the file system advances in steps.
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
             shell(change);
             EXPECT_EQ(typeOf("b", method), now) << change;
@@ -121,7 +121,7 @@ TEST_F(FileTypeTest, AnAnswerWaitsForTheFileThatItWasGivenFor) {
         }
 }
 
-// A character that the locale lacks names the same file as the bytes do.
+// A character that the locale lacks names the same file as its bytes do.
 TEST_F(FileTypeTest, AWaitingAnswerIsFoundHoweverItsNameIsWritten) {
     countRuns();
     write("a");

@@ -1,4 +1,4 @@
-// Settings: the file's syntax, where it is looked for, and numbers.
+// Settings: the file's syntax, the places where it is looked for, and numbers.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-// The record: what it fetches and when, its copies and comparisons.
+// The record: which facts it fetches and when, its copies and comparisons.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -23,7 +23,7 @@ FsFileInfo recordOf(const wchar_t* path, const wchar_t* name) {
 class Record : public testing::Test {
 protected:
     void TearDown() override { FsFileInfo::setLargeFileSupport(false); }
-    // The record of a file of the directory; `length` 0 or more makes it first.
+    // The record of a file of the directory. A `length` of 0 or more makes the file first.
     FsFileInfo fileRecord(const std::string& name, off_t length = -1) {
         if (length >= 0) {
             writeWholeFile(directory / name, "");
@@ -36,7 +36,7 @@ protected:
 };
 
 TEST_F(Record, FetchesWhatTheSystemSays) {
-    const std::string name = "\xC3\xA9\xFF.txt";  // in the C locale, and in none
+    const std::string name = "\xC3\xA9\xFF.txt";  // not valid UTF-8, and not ASCII
     const FsFileInfo record = fileRecord(name, 123);
     EXPECT_EQ(record.knownMask(), 0u);
     EXPECT_EQ(record.getSize(), 123u);
@@ -99,7 +99,7 @@ TEST_F(Record, CopiesAreDeepAndComplete) {
     FsFileInfo original = recordOf(L"/some/directory", L"name");
     original.setFileAttr(1);
     EXPECT_FALSE(original.hasError());
-    original.getSize();  // fails: the error is part of what is copied
+    original.getSize();  // fails; the error is copied as well
     FsFileInfo copy(original), assigned = recordOf(L"x", L"a much longer name than that"), moved;
     assigned = original;
     moved = FsFileInfo(original);
@@ -119,7 +119,7 @@ TEST_F(Record, CopiesAreDeepAndComplete) {
     EXPECT_FALSE(copy.hasError());
 }
 
-// The buffer of a text is used again: what it held must not show, and the new
+// The buffer of a text is used again: its old content must not show, and the new
 // text may be a part of it.
 TEST_F(Record, TextsReplaceEachOther) {
     FsFileInfo record;

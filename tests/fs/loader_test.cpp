@@ -1,4 +1,4 @@
-// From a configuration to a provider and its answers: plug-ins are found, trusted,
+// From a configuration to a provider and its answers: plug-ins are found, checked,
 // loaded and asked.
 
 #include <gmock/gmock.h>
@@ -32,7 +32,7 @@ class Plugins : public ::testing::Test {
 protected:
     Plugins() {
         configure(directory_ / "home");
-        // Plug-ins look for the library from where they lie.
+        // Plug-ins look for the library relative to their own place.
         std::filesystem::create_directory(directory_ / "lib");
         for (const char* place : {FSCANNER_SONAME, "lib/" FSCANNER_SONAME})
             std::filesystem::create_symlink(FSCANNER_LIBRARY, directory_ / place);
@@ -123,7 +123,7 @@ TEST_F(Plugins, LogTheRuleThatAFileBreaks) {
     }
     ASSERT_EQ(::chown(home.c_str(), 1234, 0), 0);
 
-    // A link is judged by what it leads to.
+    // A link is judged by its target.
     std::filesystem::create_directory(directory_ / "links");
     std::filesystem::create_symlink(file, directory_ / "links/test_provider.so");
     configure(directory_ / "links");
@@ -149,7 +149,7 @@ TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
                 HasSubstr("/text.so' (the file is no library, or not all of one"));
     for (const std::string& name : {std::string(2000, 'x'), std::string(), std::string("..")})
         EXPECT_EQ(load(name.c_str()), nullptr) << name;
-    // Whatever way leads to it, the rules are those for where it really lies.
+    // The rules apply to its real place, whatever path leads there.
     EXPECT_NE(load("../home/test_provider"), nullptr);
 
     void* handle = this;
@@ -162,7 +162,7 @@ TEST_F(Plugins, AreNotLoadedFromRelativePathsOrWithoutTheFactory) {
     EXPECT_EQ(handle, nullptr);
 }
 
-// The system's loader maps what the headers promise, and dies where the file ends.
+// The system's loader maps as much as the headers promise, and crashes where the file ends.
 TEST_F(Plugins, ThatAreCutOrDamagedAreRefused) {
     installTestProvider();
     const std::string file = directory_ / "home/test_provider.so";

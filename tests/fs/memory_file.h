@@ -12,7 +12,7 @@
 
 namespace fscanner {
 
-/// A file in memory with room for `room` bytes, which remembers what it was asked.
+/// A file in memory with room for `room` bytes, which counts the calls to it.
 class MemoryFile : public AbstractFile {
 public:
     explicit MemoryFile(std::string content = {}, std::size_t limit = SIZE_MAX)

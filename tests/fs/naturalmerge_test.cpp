@@ -54,7 +54,7 @@ protected:
         sorter.setEncodedMerge(std::make_unique<ResultRecordMerge>(key));
         return sort(std::move(sorter), direction, caseSensitive);
     }
-    // The file after both ways of sorting; they have to agree.
+    // The file after both ways of sorting, which have to agree.
     std::string sortBothWays(unsigned key, unsigned direction, bool caseSensitive = true) {
         const std::string before = content();
         EXPECT_TRUE(sort(callbackSorter(key), direction, caseSensitive));
@@ -82,7 +82,7 @@ protected:
 
 TEST_F(NaturalMerge, OrderOfTiesIsTheAlgorithmsOwn) {
     // Runs 1 | 0 1 2 | 1: the third run joins the first in its file, and so "e"
-    // comes before "c" although both are read later. Not stable, and kept.
+    // comes before "c" although both are read later. So the sort is not stable, on purpose.
     write({{L"", L"a", 1}, {L"", L"b", 0}, {L"", L"c", 1}, {L"", L"d", 2}, {L"", L"e", 1}});
     sortBothWays(FS_SORT_SIZE, FS_SORT_ASCENDING);
     EXPECT_THAT(lines(), ElementsAre(L"|b|0", L"|a|1", L"|e|1", L"|c|1", L"|d|2"));
@@ -90,7 +90,7 @@ TEST_F(NaturalMerge, OrderOfTiesIsTheAlgorithmsOwn) {
 
 // Texts whose encodings meet every boundary: equal starts, joins with and
 // without a slash, all lengths of UTF-8, bytes that no locale decodes. The size
-// is known of most, and stands at different places.
+// is known in most, and stands in different places.
 std::vector<Record> randomRecords(std::mt19937& random, int count) {
     const std::wstring parts[] = {L"",       L"a",       L"A",      L"/",     L"z",
                                   L"\x7f",   L"\x80",    L"\x7ff",  L"\xe9",  L"\xc9",

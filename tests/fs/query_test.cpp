@@ -77,7 +77,7 @@ TEST(Slots, AreInTheirPlaces) {
     EXPECT_EQ(slotOf(&FsSerializator::loadString), 4u);
     EXPECT_EQ(slotOf(&FsSerializator::reset), 8u);
 
-    // Those that begin with their destructors.
+    // Classes whose destructors come first.
     expectSlotsFrom(3, &FsResultSet::getReader, &FsResultSet::getWriter);
     expectSlotsFrom(3, &FsResultSetReader::moveFirst, &FsResultSetReader::getNext,
                     &FsResultSetReader::sort, &FsResultSetReader::setBookmark,

@@ -30,7 +30,7 @@ public:
             names.push_back(entry.path().string());
         return names;
     }
-    /// The one file that is there.
+    /// The only file that is there.
     std::string file() const {
         const auto names = files();
         return names.size() == 1 ? names[0] : "not one file: " + std::to_string(names.size());

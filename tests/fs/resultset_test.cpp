@@ -32,7 +32,7 @@ std::unique_ptr<FsResultSetReader> threeRecords() {
     return std::unique_ptr<FsResultSetReader>(results.getReader());
 }
 
-// What both forms of a result set promise.
+// The guarantees of both kinds of result set.
 class ResultForms : public ::testing::TestWithParam<bool> {
 protected:
     static std::unique_ptr<FsResultSet> make() {
@@ -127,7 +127,7 @@ TEST_F(ResultFile, GoesWithTheSetTheReaderOrTheCleanupHandlersOfACode) {
     EXPECT_THAT(directory_.files(), IsEmpty());
 }
 
-// Whatever has the name when ours was not, or is no longer, there belongs to others.
+// A file that has the name while ours has not is another's.
 TEST_F(ResultFile, NothingElseIsWrittenOrRemoved) {
     FsResourceManager& manager = *FsResourceManager::getInstance();
     writeWholeFile(directory_ / "victim", "precious");
@@ -143,7 +143,7 @@ TEST_F(ResultFile, NothingElseIsWrittenOrRemoved) {
         const auto reader = threeRecords();
         const std::string ours = directory_ / "results2";
         ASSERT_TRUE(std::filesystem::exists(ours));
-        // Renamed, not removed: no other file gets its number.
+        // Renamed, not removed: no other file gets its inode number.
         std::filesystem::rename(ours, directory_ / "moved");
         writeWholeFile(ours, "precious");
         manager.invokeCleanupHandlers(3);
@@ -157,8 +157,8 @@ TEST_F(ResultFile, NothingElseIsWrittenOrRemoved) {
     }
 }
 
-// Nothing is left of it when the process is killed, as it never has a name; where it needs
-// one, the cleanup handlers know it.
+// Nothing is left of it when the process is killed, because it never has a name. Where it needs
+// a name, the cleanup handlers know it.
 TEST_F(ResultFile, HasNoNameWhereNoneIsWanted) {
     const std::string place = directory_ / "";
     const TempNameSource saved = tempNameSource();
@@ -187,7 +187,7 @@ TEST_F(ResultFile, HasNoNameWhereNoneIsWanted) {
     tempNameSource() = saved;
 }
 
-/// A host that asks for years must not grow. A sanitizer keeps no count.
+/// The memory of a host that asks for years must not grow. Sanitizers do not count memory.
 TEST_F(ResultFile, LeavesNoMemoryBehind) {
     const auto ask = [] {
         for (int i = 0; i < 300; ++i) {
@@ -199,7 +199,7 @@ TEST_F(ResultFile, LeavesNoMemoryBehind) {
             EXPECT_TRUE(reader->getNext(record));
         }
     };
-    ask();  // what is kept once
+    ask();  // memory that is kept once
     const auto before = mallinfo2().uordblks;
     ask();
     EXPECT_LT(mallinfo2().uordblks, before + 16 * 1024);
@@ -233,7 +233,7 @@ TEST_F(ResultFile, IsReadFromMoveFirstOn) {
     EXPECT_EQ(directory_.files().size(), 1u);
 }
 
-// Neither writing nor sorting loses what is there.
+// Neither writing nor sorting loses records.
 TEST_F(ResultFile, FullDiskIsReportedAndKeepsWhatIsThere) {
     const int failure = inChild([] {
         if (!limitFileSize(65536)) return 1;

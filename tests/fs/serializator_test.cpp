@@ -1,4 +1,4 @@
-// The byte format of saved records, and what damage does to a load.
+// The byte format of saved records, and the effect of damage on a load.
 
 #include <sys/stat.h>
 
@@ -17,14 +17,14 @@ std::string raw(const char (&literal)[N]) {
     return {literal, N - 1};
 }
 
-// Every fact is another number.
+// Each value is a different number.
 FsFileInfo fullRecord() {
     struct stat info {};
     info.st_mode = S_IFREG | 0640;
     info.st_dev = 0x13;
     info.st_gid = 0x80000014;
     info.st_uid = 0x80000015;
-    info.st_ino = 0x180000016;  // numbers but size and times are cut without failing
+    info.st_ino = 0x180000016;  // numbers other than size and times are cut without failing
     info.st_atime = -0x17;
     info.st_ctime = 0x100000018;
     info.st_mtime = 0x19;

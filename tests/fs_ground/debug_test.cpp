@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Volatile, or the compiler sees the null texts and refuses them.
+// Volatile, as the compiler would refuse null texts.
 char* volatile noText = nullptr;
 wchar_t* volatile noWideText = nullptr;
 
@@ -24,7 +24,7 @@ protected:
     void TearDown() override { startDebug(nullptr); }
 
     std::string contents() const { return readWholeFile(log_); }
-    /// What one call writes.
+    /// The output of one call.
     template <typename... Arguments>
     std::string logged(const char* format, Arguments... arguments) {
         startDebug(log_.c_str());

@@ -29,8 +29,8 @@ char a[] = "a";
 char b[] = "b";
 char c[] = "c";
 
-// Dies after the registry has forgotten its registrations, as a host's static
-// reader may.
+// Destroyed after the registry has forgotten its registrations, as a host's static
+// reader may be.
 struct LateRemover {
     ~LateRemover() {
         FsResourceManager::getInstance()->removeCleanupHandler(shout, nullptr);

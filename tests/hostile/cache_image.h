@@ -9,7 +9,7 @@
 
 namespace fscanner {
 
-/// The files of `CacheUser`'s cache, index files and then the checksums last.
+/// The files of `CacheUser`'s cache; index files and then the checksums come last.
 inline constexpr std::array<const char*, 15> kCacheFiles = {
     "dirs.dat",          "dirs.pxx",          "dirs_idx.dat",       "dirs.counter",
     "files.dat",         "files.pxx",         "files_idx.dat",      "dirs.unread",
@@ -17,10 +17,10 @@ inline constexpr std::array<const char*, 15> kCacheFiles = {
     "dirs_PATHNAME.idx", "dirs_PARENTID.idx", "dirs.sums"};
 inline constexpr std::size_t kDirectoriesOffsets = 1, kFilesOffsets = 5, kFirstIndexFile = 9,
                              kSums = 14;
-/// The query that goes by the index of names.
+/// The query that uses the index of names.
 inline constexpr std::size_t kExactName = 3;
 
-/// A small tree with a good cache of it, which is put back before each damage, and
+/// A small tree with a good cache of it, which is restored before each damage, and
 /// queries whose answers never change.
 class CacheImage {
 public:
@@ -41,10 +41,10 @@ public:
 
     std::string path(const std::string& name) const { return cache.directory().path(name); }
     const std::string& good(std::size_t file) const { return good_[file]; }
-    /// Before a part of the tree was built again.
+    /// The files before a part of the tree was built again.
     const std::string& earlier(std::size_t file) const { return earlier_[file]; }
 
-    /// Puts back every file, and takes away all others.
+    /// Restores every file, and removes all others.
     void restore() const {
         for (const auto& entry : std::filesystem::directory_iterator(path("")))
             std::filesystem::remove_all(entry.path());
@@ -58,7 +58,7 @@ public:
         std::filesystem::resize_file(path(kCacheFiles[file]), length);
     }
 
-    /// Makes the checksums those of the files as they are.
+    /// Gives the checksums the values for the files' present bytes.
     void sumUp() const {
         SumsFile sums(toWide(path(kCacheFiles[kSums])));
         for (std::size_t i = 0; i < kSums; ++i)
@@ -67,7 +67,7 @@ public:
         EXPECT_TRUE(sums.replace());
     }
 
-    /// Whether something lies where a file should: it must not be removed.
+    /// Whether something lies in the place of a file that must not be removed.
     bool isBlocked() const {
         return std::any_of(kCacheFiles.begin(), kCacheFiles.end(),
                            [this](const char* name) { return isBlocked(path(name)); });
@@ -95,7 +95,7 @@ private:
         const auto status = std::filesystem::symlink_status(path);
         return std::filesystem::exists(status) && !std::filesystem::is_regular_file(status);
     }
-    // Long names, so that the files pass a step of growth, in directories of two levels.
+    // Long names, so that the files grow by more than one step, in directories of two levels.
     void plantFiles(int count) const {
         for (int i = 0; i < count; ++i) {
             const std::string directory = "d" + std::to_string(i % 5) + (i % 3 ? "/e/" : "/");

@@ -1,5 +1,5 @@
-// Caches whose files are cut, altered, exchanged or gone: an answer is the right one,
-// or a code comes instead; and the next use makes the cache good again.
+// Caches whose files are cut, altered, exchanged or gone: the answer is right, or a status
+// reports a failure, and the next use makes the cache good again.
 
 #include <sys/stat.h>
 
@@ -30,7 +30,7 @@ protected:
 
     std::size_t below(std::size_t limit) { return random_() % limit; }
     std::size_t usedSlot(std::size_t file) { return used_[file][below(used_[file].size())]; }
-    // Where a change can matter: of an index most heads are empty.
+    // Places where a change can matter: in an index most heads are empty.
     std::size_t place(std::size_t file) {
         if (!used_.contains(file) || below(8) == 0) return below(image.good(file).size());
         return usedSlot(file) + below(kSlot);
@@ -50,7 +50,7 @@ protected:
     std::size_t images_ = 0;
 };
 
-// The place of a block of this length in the file, or of what the file has instead.
+// A random multiple of `block`, up to the file's size.
 std::size_t CacheDamage::blockOf(std::size_t file, std::size_t block) {
     return below(image.good(file).size() / block + 1) * block % (image.good(file).size() + 1);
 }
@@ -82,7 +82,7 @@ std::string CacheDamage::damageAtRandom(unsigned kinds) {
     } else if (kind == 7) {
         image.cut(file, below(image.good(file).size()));
     } else {
-        // Blocks change places, or one comes from the files of before.
+        // Blocks are exchanged, or one comes from the earlier files.
         const std::size_t block = std::size_t{512} << below(6);
         const std::size_t from = blockOf(file, block), to = blockOf(file, block);
         const std::string& content = image.good(file);
@@ -99,8 +99,8 @@ std::string CacheDamage::damageAtRandom(unsigned kinds) {
     return "damage " + std::to_string(kind) + " in " + kCacheFiles[file];
 }
 
-// Where the checksums were made right again, what stands for another value of the same form is
-// one. And a lookup sees neither an entry that reads as removed nor the end of a cut chain: a
+// With checksums that fit again, a changed value of the same form is valid. And a lookup sees
+// neither an entry that reads as removed nor the end of a cut chain: a
 // name, or the directory at which a search or a refresh begins.
 bool CacheDamage::cannotBeTold(const std::string& what, std::size_t query) {
     if (!what.starts_with("summed")) return false;
@@ -114,7 +114,7 @@ void CacheDamage::trial(const std::string& what) {
     SCOPED_TRACE(what + ", image " + std::to_string(++images_));
     for (std::size_t turn = 0; turn < 6; ++turn) {
         bool right = false;
-        // The third makes its trees anew: what is damaged is also removed and built upon.
+        // The third query makes its trees anew: damaged data is also removed and built upon.
         const std::size_t query = (images_ + turn) % image.queries.size();
         const int status = image.ask(query, right, turn == 2 ? kAllOld : kDay);
         SCOPED_TRACE("turn " + std::to_string(turn));
@@ -159,7 +159,7 @@ TEST_P(CacheDamage, EveryFileCutOrGrown) {
               std::size_t{4097}, std::size_t{32767}, std::size_t{32768}, std::size_t{32769},
               kHeads - 8, kHeads, kHeads + 8, whole - 8, whole - 4, whole - 1, whole + 1, whole + 4,
               whole + 8, whole + 4096}) {
-            // A longer counter is no fault; and it has no other lengths.
+            // A longer counter is not a fault, and other lengths do not occur.
             if (length > whole + 4096 || length == whole || (whole == 4 && length > 4)) continue;
             image.cut(file, length);
             trial(std::string(kCacheFiles[file]) + " of " + std::to_string(length) + " bytes");
@@ -190,7 +190,7 @@ TEST_P(CacheDamage, EveryFileMissingExchangedOrSomethingElse) {
     }
 }
 
-// Whatever lies under the mark's name is a mark: the cache is not believed.
+// Anything under the mark's name is a mark: the cache is not trusted.
 TEST_P(CacheDamage, MarksThatAreNoFiles) {
     const std::string mark = image.path("dirs.cuflag");
     for (const bool dangling : {true, false}) {

@@ -15,7 +15,7 @@ namespace fscanner {
 namespace {
 
 constexpr std::size_t kLongestPath = 1023;
-// A sanitizer takes several times as much of it.
+// A sanitizer needs several times as much stack.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr std::size_t kSmallStack = 2 << 20;
 #else
@@ -31,7 +31,7 @@ protected:
     FsQuery query;
 };
 
-// A thread of its own, for its stack alone.
+// Runs in a thread of its own, to give it its own stack.
 template <typename Body>
 void onStackOf(std::size_t bytes, Body body) {
     pthread_attr_t attributes;
@@ -47,13 +47,13 @@ void onStackOf(std::size_t bytes, Body body) {
     pthread_attr_destroy(&attributes);
 }
 
-/// Long paths, as a host asks for them.
+/// Enables long paths, as a host does.
 class WithLongPaths : public DeepAndWide {
 protected:
     WithLongPaths() { FsFileInfo::setLongPathSupport(true); }
     ~WithLongPaths() override {
         FsFileInfo::setLongPathSupport(false);
-        // Too deep for others.
+        // Too deep for other programs.
         EXPECT_EQ(std::system(("rm -rf '" + tree.path() + "'/*").c_str()), 0);
     }
 
@@ -77,8 +77,8 @@ protected:
         }
         std::sort(expected.begin(), expected.end());
     }
-    /// Asks the file system and a cache that is new, young and old in turn: 0, or the number
-    /// of the answer that is wrong.
+    /// Asks the file system and a cache that is new, young and old in turn. Returns 0 or the number
+    /// of the wrong answer.
     int firstWrong() const {
         int answer = 0;
         for (const unsigned age : {kDay, kDay, kAllOld}) {
@@ -95,7 +95,7 @@ protected:
     std::vector<std::string> expected;
 };
 
-// On a small stack and with few descriptors, by a criteria as deep as they may be.
+// On a small stack and with few descriptors, with a criteria as deep as allowed.
 TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
     plant();
     query.setQuery(
@@ -103,7 +103,7 @@ TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
             .c_str());
     const rlimit few{24, 24};
     const int status = inChild([&] {
-        // Whoever started the tests may have left some open.
+        // The process that started the tests may have left some open.
         if (::close_range(3, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &few) != 0) return 100;
         int verdict = 101;
         onStackOf(kSmallStack, [&] { verdict = firstWrong(); });
@@ -144,7 +144,7 @@ TEST_F(WithLongPaths, OtherHostsLeaveOutWhatTheCacheHolds) {
     EXPECT_EQ(cache.query(cached, query), 0);
     EXPECT_EQ(cached.sorted(), direct.sorted());
     EXPECT_EQ(heard.skippedFor(FsSkipReason::tooLong), told);
-    // And one with long paths does not take what such a host has built for the whole.
+    // And a host with long paths does not take the trees that such a host has built for complete.
     CollectingWriter rebuilt, again;
     EXPECT_EQ(cache.query(rebuilt, query, kAllOld), 0);
     EXPECT_EQ(rebuilt.sorted(), direct.sorted());
@@ -156,7 +156,7 @@ TEST_F(WithLongPaths, OtherHostsLeaveOutWhatTheCacheHolds) {
 }
 
 // A directory that is moved while the walk is below it is left by another way than it was
-// entered; what is left of its parent is found by the path.
+// entered; the rest of its parent is found by the path.
 TEST_F(WithLongPaths, WhatIsMovedMeanwhileDoesNotHideItsOldNeighbours) {
     Nest nest(tree.path());
     nest.directory("elsewhere");
@@ -179,7 +179,7 @@ TEST_F(WithLongPaths, WhatIsMovedMeanwhileDoesNotHideItsOldNeighbours) {
         const TempTree& tree_;
     } writer(tree);
     EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
-    // At three levels all is found, below what was moved whatever the order allows.
+    // At three levels all is found; files below the moved directory only if the order allows it.
     std::size_t above = 0;
     for (const std::string& path : writer.paths)
         above += path.find("/m/m/m/") == path.npos && path.find("elsewhere") == path.npos;
@@ -217,7 +217,7 @@ TEST_F(DeepAndWide, PathsAroundTheLimitAreFoundOrReported) {
     EXPECT_EQ(heard.skips.size(), lengths.size());
     EXPECT_EQ(cache.query(cached, query), 0);
     EXPECT_EQ(cached.sorted(), direct.sorted());
-    // An entry beyond the limit is not cut: that would lead to its sibling.
+    // An entry beyond the limit is not cut: a cut path would lead to its sibling.
     std::string entry = tree.path();
     while (entry.size() < length) entry += "/" + std::string(100, 'd');
     entry += "/" + std::string(kLongestPath - length, 's');

@@ -1,4 +1,4 @@
-// Mount tables as machines and strangers have them, and a remote mount that never
+// Mount tables as found on real machines or made by attackers, and a remote mount that never
 // answers: a search that leaves it out does not wait for it.
 
 #include <fcntl.h>
@@ -36,7 +36,7 @@ TEST(HostileMounts, ADeadRemoteMountIsNotTouchedUnlessItIsAskedFor) {
             mountDead("dead:/export", tree.path("z/dead")) < 0)
             return kNotAllowed;
         setMountTablePath("/proc/self/mounts");
-        // Whoever waits for the dead is ended.
+        // A process that waits for the dead mount is ended.
         ::alarm(30);
         FsQuery local, byFileSystem, byPath, below;
         local.addIncludePath((L"$local::*:" + tree.wide()).c_str(), true);
@@ -48,13 +48,13 @@ TEST(HostileMounts, ADeadRemoteMountIsNotTouchedUnlessItIsAskedFor) {
         for (const char* dead : {"dead", "z/dead"})
             byPath.addExcludePath((L"$all::*:" + tree.wide(dead)).c_str(), true);
         if (const int wrong = found(byPath, cache, expected)) return 20 + wrong;
-        // Also below it, where the way leads through a mount that answers.
+        // Also below it, where the path leads through a mount that answers.
         below.addIncludePath((L"$local::*:" + tree.wide("z/y")).c_str(), true);
         if (const int wrong = found(below, cache, {tree.path("z/y/f")})) return 30 + wrong;
-        // The program that tells types is not sent there either.
+        // The program that finds types does not read it either.
         local.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
         if (const int wrong = found(local, cache, {tree.path("z/f")})) return 50 + wrong;
-        // It is dead indeed: who asks for it waits.
+        // It is really dead: a process that reads it waits.
         byPath.clearExcludePaths();
         const bool waits = inChild([&] {
                                ::alarm(1);
@@ -82,7 +82,7 @@ TEST(HostileMounts, AreFoundBelowTheLinkThatTheTableNamesThemBy) {
 
 // ---- Automounters -----------------------------------------------------------
 
-/// An automounter. It answers nothing, unless it is made to.
+/// An automounter. It answers nothing unless it is told to.
 class Automounter {
 public:
     Automounter() : group_(::getpgrp()) {
@@ -94,9 +94,9 @@ public:
                                     kind;
         return ::mount("map", directory.c_str(), "autofs", 0, options.c_str()) == 0;
     }
-    /// From now on this process is one that the automounter serves.
+    /// From now on the automounter serves this process.
     static bool leave() { return ::setpgid(0, 0) == 0; }
-    /// What it was asked to mount since.
+    /// The mounts that it was asked for since.
     std::vector<std::string> asked() const {
         ::fcntl(pipe_[0], F_SETFL, O_NONBLOCK);
         std::vector<std::string> names;
@@ -153,7 +153,7 @@ TEST(HostileMounts, AnAutomounterIsAskedForWhatIsSearchedAlone) {
         if (const int wrong = found(query(elsewhere, "a"), cache, {files[0]})) return wrong;
         query(above, "").addExcludeFileSystem(L"autofs");
         if (const int wrong = found(above, cache, files)) return 10 + wrong;
-        // Its directories are there, and nobody enters them.
+        // Its directories exist, and nobody enters them.
         if (const int wrong = found(query(map, "map"), cache, {})) return 20 + wrong;
         if (!automounter.asked().empty()) return 30;
         const auto waits = [&](FsQuery& asked) {
@@ -164,7 +164,7 @@ TEST(HostileMounts, AnAutomounterIsAskedForWhatIsSearchedAlone) {
         };
         if (!waits(query(key, "map/host"))) return 31;
         if (automounter.asked() != std::vector<std::string>{"host"}) return 32;
-        // Who leaves no file system out is told of them all.
+        // A search that excludes no file system lists them all.
         if (!waits(query(everything, ""))) return 33;
         return automounter.asked().size() == 1 ? 0 : 34;
     });
@@ -186,7 +186,7 @@ TEST(HostileMounts, WhatAnAutomounterMountsIsFound) {
         key.addIncludePath((L"$all::*:" + tree.wide("map/host")).c_str(), true);
         map.addIncludePath((L"$all::*:" + tree.wide("map")).c_str(), true);
         int wrong = found(key, cache, {tree.path("map/host/f")});
-        // The other key stays what it is.
+        // The other key stays unmounted.
         if (wrong == 0) wrong = found(map, cache, {tree.path("map/host/f")});
         ::kill(server, SIGKILL);
         ::waitpid(server, nullptr, 0);

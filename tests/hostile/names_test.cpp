@@ -37,7 +37,7 @@ protected:
         if (!locale_->available()) GTEST_SKIP() << "no locale " << GetParam() << " here";
     }
 
-    // Sorted; fails where one comes twice or changes on its way.
+    // Sorted. Fails if a name occurs twice or changes on its way.
     void expectFound(const FsQuery& query, std::vector<std::string> expected);
 
     EnvironmentVariable path_{"LOCPATH"};
@@ -118,7 +118,7 @@ TEST_P(NameLocales, EachIsFoundOnceAndComesBackAsItsBytes) {
     std::string directory = tree.path();
     for (int i = 0; i < count; ++i) {
         if (i % 100 == 0) {
-            // Directories of such names too, at two levels.
+            // Directories with such names, too, at two levels.
             directory = (i % 200 ? directory : tree.path()) + "/" + randomName(random);
             std::filesystem::create_directory(directory);
         }
@@ -132,7 +132,7 @@ TEST_P(NameLocales, EachIsFoundOnceAndComesBackAsItsBytes) {
     query.addIncludePath((L"*:" + tree.wide()).c_str(), true);
     expectFound(query, {paths.begin(), paths.end()});
 
-    // By its own name, through the index; where the language can write it.
+    // By its own name, through the index, where the language can write it.
     for (auto path = paths.begin(); path != paths.end(); ++path) {
         const std::size_t slash = path->rfind('/');
         const std::wstring name = toWide(path->substr(slash + 1));

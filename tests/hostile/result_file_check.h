@@ -14,8 +14,8 @@ inline std::vector<FsFileInfo> readAllRecords(FsResultSetReader& reader) {
 }
 
 struct ResultFileVerdict {
-    std::vector<FsFileInfo> records;  ///< what could be read before sorting
-    bool keptAll = false;             ///< and as many after it
+    std::vector<FsFileInfo> records;  ///< the records that could be read before sorting
+    bool keptAll = false;             ///< as many could be read after it
     bool inOrder = false;
 };
 

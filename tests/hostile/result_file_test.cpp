@@ -1,4 +1,4 @@
-// Result files that were cut or altered: what stands before the damage is read, and
+// Result files that were cut or altered: records before the damage are read, and
 // sorting loses and invents nothing.
 
 #include "hostile/result_file_check.h"
@@ -36,7 +36,7 @@ protected:
         EXPECT_EQ(ends_.size(), whole_.size());
     }
 
-    // Every record that ends before the damage is as it was.
+    // Every record that ends before the damage is unchanged.
     std::size_t trial(const std::string& bytes, std::size_t damage) {
         const auto random = static_cast<unsigned>(random_());
         const ResultFileVerdict verdict = checkResultFile(directory_ / "r", bytes, 1 + random % 4,
@@ -90,7 +90,7 @@ TEST_F(ResultDamage, Cuts) {
         cut(length);
         if (length % 7 != 0) continue;
         cut(good_.size() - length);
-        // As a writer leaves it that died: zeros to the next step of growth.
+        // As left by a writer that died: zeros up to the next step of growth.
         trial(good_.substr(0, length) + std::string(32768 - length, '\0'), length);
     }
 }

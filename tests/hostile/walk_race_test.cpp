@@ -1,4 +1,4 @@
-// Trees that change while we walk them, by a user who would have us leave them:
+// Another user changes trees while we walk them, and wants us to leave them:
 // directories exchanged for links, files that vanish, directories that grow.
 
 #include <fcntl.h>
@@ -21,7 +21,7 @@ constexpr unsigned kExchange = 2;  // RENAME_EXCHANGE, which older headers lack
 // files, and lets a directory grow, until it is killed.
 [[noreturn]] void changeWithoutEnd(const std::string& tree) {
     if (::geteuid() == 0 && !becomeNobody()) ::_exit(1);
-    // Of this user: what changes the user forgets it.
+    // Only now, because a change of the user clears it.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (::chdir(tree.c_str()) != 0) ::_exit(1);
     const auto exchange = [](const char* a, const char* b) {
@@ -46,7 +46,7 @@ constexpr unsigned kExchange = 2;  // RENAME_EXCHANGE, which older headers lack
 class WalkRace : public testing::Test {
 protected:
     WalkRace() {
-        // The same names outside, told by their sizes.
+        // The same names outside, with other sizes.
         for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f", "b/f"}) {
             inside.file(below);
             outside.file(below, kSecretSize);
@@ -77,7 +77,7 @@ protected:
         EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
         return writer;
     }
-    // Links themselves are entries, whatever they lead to.
+    // Links themselves are entries, whatever their targets.
     void check(const CollectingWriter& writer) {
         for (const std::string& path : writer.paths) {
             EXPECT_TRUE(path.starts_with(inside.path() + "/")) << path;
@@ -113,7 +113,7 @@ TEST_F(WalkRace, NorIsItPutIntoTheCache) {
     }
 }
 
-// The type of a file is asked for by its directory's path, after the walk has met it.
+// The type of a file is asked for through its directory's path, after the walk has met it.
 TEST_F(WalkRace, NorIsItsTypeTold) {
     for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f"})
         writeWholeFile(outside.path(below), "%PDF-1.4\n");

@@ -1,5 +1,5 @@
-// What both kinds of file, and the factory, promise: which files are opened and
-// on which descriptors, and that a full disk is an answer.
+// The guarantees of both kinds of file and of the factory: which files are opened and
+// on which descriptors, and that a full disk is reported.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -65,7 +65,7 @@ TEST_P(AnyFile, OpensRegularFilesOnly) {
     }
 }
 
-// A data file on descriptor 2 would get the host's error messages.
+// Otherwise the host's error messages would go to a data file on descriptor 2.
 TEST_P(AnyFile, LeavesTheStandardDescriptorsAlone) {
     EXPECT_EQ(0, inChild([&] {
                   for (int fd = 0; fd <= 2; ++fd) ::close(fd);
@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, AnyFile,
                          testing::Values(Kind{"Stream", streamFile}, Kind{"Mapped", mappedFile}),
                          [](const auto& row) { return std::string(row.param.name); });
 
-// The stream takes the bytes and loses them later: only the flag tells.
+// The stream takes the bytes and loses them later: only the flag reports it.
 TEST(StreamFile, RemembersBytesThatWereLostByClose) {
     const TemporaryDirectory directory;
     StdFile file(toWide(directory / "data").c_str());

@@ -1,5 +1,5 @@
-// The mapped file: lengths in memory and on disk, its end, and what happens when
-// the system refuses.
+// The mapped file: its lengths in memory and on disk, its end, and calls that the
+// system refuses.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -121,7 +121,7 @@ TEST_F(MappedFile, DirectAccessSeesAndMakesTheSameBytes) {
     EXPECT_EQ(readWholeFile(name), "x123456789");
 }
 
-// Notes what each block held, and refuses on demand.
+// Notes what each block held. Refuses when it is told to.
 struct Watch : BlockWatch {
     bool beforeChange(unsigned offset, std::span<const std::byte> block) override {
         seen += std::to_string(offset) + ":" + std::to_string(block.size()) +
@@ -206,7 +206,7 @@ TEST_F(MappedFile, RefusesWhatPasses4GiB) {
     EXPECT_EQ(std::filesystem::file_size(name), (1UL << 32) - 100);
 }
 
-// A file in memory whose owner can forbid what a file system could refuse.
+// A file in memory. Its owner can forbid changes that a file system could refuse.
 class SealedFile : public testing::Test {
 protected:
     void SetUp() override {

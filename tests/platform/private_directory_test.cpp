@@ -54,7 +54,7 @@ protected:
             names.insert(entry.path());
         return names;
     }
-    /// Asks as that user; what is wrong, without the directory of the test.
+    /// Asks as that user. Returns the problem, without the directory of the test.
     std::string problem(const std::string& path, uid_t as, Missing missing = Missing::make) const {
         std::array<int, 2> told{};
         if (::pipe(told.data()) != 0) return "no pipe";
@@ -105,7 +105,7 @@ TEST_F(PrivateDirectory, NobodyElseDecidesWhereAPathLeads) {
     struct Case {
         const char* path;
         uid_t as;
-        std::string problem;  // begins so; empty: none
+        std::string problem;  // its start; empty: none
     };
     std::vector<Case> table = {
         {"root/a/b", kRoot, ""},
@@ -180,12 +180,12 @@ TEST_F(PrivateDirectory, ARelativePathBeginsInTheCurrentDirectory) {
     EXPECT_FALSE(fs::exists(place / "his/a"));
 }
 
-// A container of a user: all that is root's outside belongs to nobody in particular.
+// In a user's container, all that root owns outside belongs to "nobody".
 TEST_F(PrivateDirectory, AUserNamespaceDoesNotKnowTheOwnerOfTheRoot) {
     make("home", user, 0700, privateUser()->pw_gid);
     const int result = inChild([this] {
         if (::setgid(privateUser()->pw_gid) != 0 || ::setuid(user) != 0) return 2;
-        ::prctl(PR_SET_DUMPABLE, 1);  // else its own /proc is not its own
+        ::prctl(PR_SET_DUMPABLE, 1);  // otherwise /proc/self is root's
         if (::unshare(CLONE_NEWUSER) != 0) return 2;
         const int map = ::open("/proc/self/uid_map", O_WRONLY);
         const std::string line = "0 " + std::to_string(user) + " 1";
@@ -194,7 +194,7 @@ TEST_F(PrivateDirectory, AUserNamespaceDoesNotKnowTheOwnerOfTheRoot) {
         if (::stat("/", &root) != 0 || root.st_uid == 0) return 2;
         const std::string wrong = privateDirectoryProblem(place / "home/a", Missing::make);
         if (!wrong.empty()) ADD_FAILURE() << wrong;
-        // The last directory has to be one of ours.
+        // The last directory has to be owned by us.
         const bool accepted = privateDirectoryProblem(place.path(), Missing::accept).empty();
         return wrong.empty() && !accepted ? 0 : 1;
     });

@@ -48,7 +48,7 @@ TEST(LinuxMutex, ExcludesObjectsOfItsNameForAsLongAsThereAreSome) {
     EXPECT_EQ(LinuxMutex(nullptr).wait(), SYNC_FAILED);
 }
 
-// Made before and destroyed after everything that a test makes.
+// Made before all objects of a test and destroyed after them.
 LinuxMutex lateMutex("late");
 LinuxSemaphore lateSemaphore("late");
 
@@ -67,8 +67,8 @@ void* waitForever(void* sync) {
     return nullptr;
 }
 
-// A cancelled waiter must not keep the record's inner mutex: nothing could be
-// released or taken any more.
+// A cancelled waiter must release the record's inner mutex. Otherwise nothing could
+// be released or taken any more.
 TEST(InProcessSync, WakesWaitersAndSurvivesCancelledOnes) {
     LinuxMutex mutex("wake");
     LinuxSemaphore semaphore("wake");
@@ -109,7 +109,7 @@ TEST_F(SharedMutex, TimesOutInTriesOfAHundredMilliseconds) {
         taken.wait();
         for (;;) pause();
     }
-    while (mutex.wait(1) == 0) mutex.release();  // until it is the holder's
+    while (mutex.wait(1) == 0) mutex.release();  // until the holder has it
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(mutex.wait(250), SYNC_TIMED_OUT);
     EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(300))
@@ -174,7 +174,7 @@ TEST(Queue, CopiesEventsAndTakesUrgentOnesFirst) {
     queue.sendQ({L"D", 4});
     EXPECT_EQ(entryOf(queue.recvQ(100)), L"D");
     EXPECT_EQ(queue.getLastError(), QUEUE_TIMED_OUT) << "a success leaves the last error";
-    // The first of a name is registered; the others share its count and not its events.
+    // The first queue of a name is registered. The others share its count, but not its events.
     EXPECT_EQ(FS_Queue::getInstance("fscanner_test_order"), &queue);
     EXPECT_EQ(FS_Queue::getInstance("fscanner_test_none"), nullptr);
     second.sendQ({L"S", 1});

@@ -89,7 +89,7 @@ TEST_P(Records, HandlesEnd) {
     EXPECT_FALSE(table->closeRecordSet(set));
 }
 
-// A null number is in no index that was there before, and reads as 0: it tells which way
+// A null number is not in an index that existed before, and reads as 0. So it shows which way
 // a walk went.
 TEST_P(Records, CriteriaThatFixAnIndexedFieldWalkItsChain) {
     insertNames({L"a", L"bb", L"c", L"dd"});
@@ -202,7 +202,7 @@ TEST_P(Records, PrintsItsBuffer) {
 
 // ---- The bytes against the plain evaluation ---------------------------------
 
-/// Names that sit on the edges of what can be judged without decoding.
+/// Names at the limits of what can be judged without decoding.
 std::wstring oddName(std::mt19937& random) {
     static const std::wstring alphabet = L"aabbhHiI..*?\u00e9\u0130\u212a\U0001F600zkK";
     std::wstring name(random() % (random() % 8 == 0 ? 70 : 12), L' ');
@@ -213,7 +213,7 @@ std::wstring oddName(std::mt19937& random) {
 }
 
 std::wstring condition(std::mt19937& random) {
-    // True or false for all, without a value for some, and what does not compile.
+    // Criteria that are true or false for all, have no value for some, or do not compile.
     static const wchar_t* const odd[] = {L"2", L"0", L"10/([SIZE]-4)==-10", L"1 2", L"[NO]==1"};
     if (random() % 20 == 0) return odd[random() % 5];
     static const wchar_t* const relations[] = {L"==", L"!=", L"==", L"<", L">=", L">", L"<="};

@@ -1,4 +1,4 @@
-// Checksums of a table's files: kept through every change, and no damage is summed up anew.
+// Checksums of a table's files: every change updates them, and damage never gets a new checksum.
 
 #include "fscanner/store/sums_file.h"
 
@@ -101,7 +101,7 @@ TEST_F(SumsOfFiles, RefuseToHaveADamagedBlockChanged) {
     EXPECT_FALSE(sums.holds(wide("file")));
 }
 
-/// A table whose sums a cache would keep.
+/// A table with checksums, as a cache has it.
 class SumsOfTables : public testing::TestWithParam<bool> {
 protected:
     SumsOfTables() : place_(GetParam()), sums_(toWide(place_.file("sums"))) {
@@ -132,7 +132,7 @@ protected:
             }
         }
     }
-    /// Each file's sums are those that its bytes now have.
+    /// Each file's checksums fit its present bytes.
     void expectSumsOfTheBytes() {
         SumsFile fresh(toWide(place_.file("fresh")));
         for (const auto& [name, sums] : sums_.files()) {
@@ -168,8 +168,8 @@ TEST_P(SumsOfTables, FollowEveryChange) {
     }
 }
 
-// Whatever is done to a table with a damaged byte: it is told, or is still there to be told. A
-// compaction may leave it behind, with what was removed.
+// Whatever is done to a table with a damaged byte, the damage is reported, or can still be found.
+// A compaction may drop it with removed records.
 TEST_P(SumsOfTables, NeverHideDamage) {
     std::vector<Row> rows;
     const auto insert = [&] {

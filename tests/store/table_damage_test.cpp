@@ -1,5 +1,5 @@
-// Tables whose files are cut or altered: told, and refused where that can be known.
-// That nothing else comes of it is tested on whole caches.
+// Tables whose files are cut or altered: damage is reported, and refused where it can be known.
+// Tests on whole caches show that it has no other effect.
 
 #include "fscanner/store/bytes.h"
 #include "store/table_fixture.h"
@@ -9,7 +9,7 @@ namespace {
 
 const char* const kFiles[] = {"t.dat", "t.pxx", "t_idx.dat", "names.idx", "paths.idx"};
 
-/// A small table with two indexes, whose files are put back before each trial.
+/// A small table with two indexes, whose files are restored before each trial.
 class Damage : public TableTest {
 protected:
     Damage() {

@@ -14,7 +14,7 @@ constexpr unsigned kOperations = 100000;
 
 class TableModel : public TableTest {
 protected:
-    /// What the table holds under an id, and the name under which it is indexed:
+    /// The record of an id, and the name under which it is indexed:
     /// a record that is rewritten in place keeps its old one.
     struct Entry {
         Row row;
@@ -33,7 +33,7 @@ protected:
                                                L"\U0001F600", L"x*y", L""};
         std::wstring name = stems[pick(7)] + std::to_wstring(pick(300));
         if (pick(200) == 0) name.append(pick(3000), L'\u20ac');
-        // Where the length's own bytes become more.
+        // At these lengths the length itself takes more bytes.
         static constexpr std::size_t lengths[] = {1, 63, 64, 127, 128, 255, 256, 8191, 8192, 65535};
         const std::size_t length = lengths[pick(10)];
         if (pick(200) == 0) name.assign(length, length < 9000 && pick(2) ? L'\U0001F600' : L'x');
@@ -72,7 +72,7 @@ protected:
         const Row& old = model_[id]->row;
         if (pick(2)) row.name = old.name;
         const bool sameLength = row.name.size() == old.name.size();
-        // As many characters in more bytes would run into the next record.
+        // As many characters in more bytes would overwrite the next record.
         if (!isCompact() && sameLength &&
             toMultibyte(row.name).size() > toMultibyte(old.name).size())
             return;
@@ -112,7 +112,7 @@ protected:
         ASSERT_EQ(id, from - 1);
     }
 
-    /// The chain of a key is all records of it, newest first, and maybe others.
+    /// The chain of a key has all its records, newest first, and maybe others.
     void walkIndex() {
         const unsigned id = anyId();
         if (!isLive(id)) return;

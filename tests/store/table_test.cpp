@@ -84,7 +84,7 @@ TEST_P(Table, TakesAtMost256Fields) {
 
 // ---- Moves ------------------------------------------------------------------
 
-// Entry id - 1 and those after it are looked at, while the reported id falls.
+// Entry id - 1 and those after it are tested, while the reported id falls.
 TEST_P(Table, MovePreviousReportsAFallingId) {
     ASSERT_TRUE(create());
     for (int i = 0; i < 6; ++i) ASSERT_TRUE(insert(kA));
@@ -116,7 +116,7 @@ TEST_P(Table, MovePreviousReportsAFallingId) {
 // ---- Updates ----------------------------------------------------------------
 
 // A text of as many characters, but more bytes, is written over the start of the
-// next record: the first byte of its null flags here.
+// next record, here over the first byte of its null flags.
 TEST_P(Table, UpdateInPlaceComparesCharacters) {
     ASSERT_TRUE(create());
     ASSERT_TRUE(insert({L"e", 1, 2, 3}));
@@ -160,7 +160,7 @@ protected:
 };
 FSCANNER_BOTH_FORMS(Compaction);
 
-// What was counted at the last closing says nothing of files that do not open now.
+// The counts of the last closing are not valid for files that cannot be opened now.
 TEST_P(Compaction, NeedsATableThatOpens) {
     fill(1);
     EXPECT_TRUE(table->compact(99));
@@ -178,7 +178,7 @@ TEST_P(Compaction, NeedsATableThatOpens) {
 
 TEST_P(Compaction, ThatFailsLeavesTheTable) {
     fill(4);
-    // An index that is away would go on with ids that are other records' afterwards.
+    // A missing index would later hold ids that belong to other records by then.
     std::filesystem::rename(file("by_name.idx"), file("away"));
     EXPECT_FALSE(table->compact(0));
     std::filesystem::rename(file("away"), file("by_name.idx"));

@@ -1,4 +1,4 @@
-// The journal of a change: what it notes, and what becomes of the files when nobody ended it.
+// The journal of a change: its notes, and the state of the files if nobody finished the change.
 
 #include "fscanner/store/undo_journal.h"
 
@@ -73,7 +73,7 @@ TEST_F(Journal, WritesTheExample) {
     ByteRange(std::string_view(written).substr(52)).takeInteger(used);
     EXPECT_EQ(written.find_first_not_of('\0', used), written.npos) << "room to grow";
     written.resize(used);
-    // That of the example's boot.
+    // The boot ID of the example.
     written.replace(12, 36, "01234567-89ab-cdef-0123-456789abcdef");
     std::string sum;
     appendInteger(sum, crc32(written.substr(0, 48)));
@@ -87,7 +87,7 @@ TEST_F(Journal, WritesTheExample) {
     EXPECT_EQ(files(), changed);
 }
 
-// A process dies between any two changes, and later again in the middle of the recovery; a
+// A process dies between any two changes, and later again in the middle of the recovery. A
 // state that was noted later counts.
 TEST_F(Journal, GoesBackToTheLastStateFromAnywhere) {
     std::mt19937 random(11);
@@ -140,7 +140,7 @@ TEST_F(Journal, GoesBackToTheLastStateFromAnywhere) {
     }
 }
 
-// What was made beside goes, or takes its places, by what was noted last.
+// New files are removed or take their places, as the last note says.
 TEST_F(Journal, FinishesAReplacementOrForgetsIt) {
     const Files old = {{"A.dat", "old"}, {"A.pxx", "older"}};
     const Files beside = {
@@ -165,7 +165,7 @@ TEST_F(Journal, FinishesAReplacementOrForgetsIt) {
     }
 }
 
-// Whatever became of its bytes: it is not used, or the files are what they were.
+// Whatever happens to its bytes: it is not used, or the files are as they were.
 TEST_F(Journal, IsNotUsedWhenItIsDamaged) {
     write("A.pxx", std::string(300, 'a'));
     write("small", "s");
@@ -196,7 +196,7 @@ TEST_F(Journal, IsNotUsedWhenItIsDamaged) {
     }
     check(good, "nothing");
     EXPECT_EQ(files(), before);
-    // Files that are shorter than they were, or gone, were not left by a change.
+    // Files that are shorter than before, or gone, were not left by a change.
     for (const bool gone : {false, true}) {
         restore(died, good);
         gone ? fs::remove(directory / "A.pxx") : (fs::resize_file(directory / "A.pxx", 299), true);

@@ -7,7 +7,7 @@
 
 namespace fscanner {
 
-/// Runs `body` in a forked process, where it may change what a process has only
+/// Runs `body` in a forked process, where it may change things that a process can change only
 /// once, and returns its result (0 to 255), or -1 when a signal ended it.
 template <typename Body>
 int inChild(Body body) {
@@ -20,7 +20,7 @@ int inChild(Body body) {
 
 inline constexpr uid_t kNobody = 65534;
 
-/// Gives up what this process may, as root, for good.
+/// Drops the rights of root in this process for good.
 inline bool becomeNobody() {
     return ::setgid(kNobody) == 0 && ::setuid(kNobody) == 0;
 }

@@ -4,7 +4,7 @@
 
 namespace fscanner {
 
-/// A directory as the current one, until the end of the scope.
+/// Makes a directory the current one until the end of the scope.
 class CurrentDirectory {
 public:
     explicit CurrentDirectory(const std::filesystem::path& path)

@@ -10,8 +10,8 @@
 
 namespace fscanner {
 
-/// Mounts a file system that begins as all do, and answers nothing from then on. It comes to
-/// life, with errors, when the descriptor is closed. -1 where that cannot be.
+/// Mounts a file system that begins normally and then stops answering. When the descriptor is
+/// closed, it answers with errors. -1 where that cannot be done.
 inline int mountDead(const char* source, const std::string& directory) {
     const int server = ::open("/dev/fuse", O_RDWR | O_CLOEXEC);
     const std::string options =

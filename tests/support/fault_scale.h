@@ -4,7 +4,7 @@
 
 namespace fscanner {
 
-/// How many times as much the fault harnesses try as they do by default:
+/// How many times as much as by default the fault harnesses try:
 /// FSCANNER_FAULTS_SCALE.
 inline int faultScale() {
     const char* text = std::getenv("FSCANNER_FAULTS_SCALE");

@@ -10,7 +10,7 @@
 
 namespace fscanner {
 
-/// Keeps what queries tell their observer as long as it lives, and may stop them.
+/// Keeps what queries tell their observer during its lifetime, and may stop them.
 class Listener : public FsScanObserver {
 public:
     struct Skip {

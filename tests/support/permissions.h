@@ -6,7 +6,7 @@
 
 namespace fscanner {
 
-/// Makes permissions hold for this thread, also where it is root's, as long as it lives.
+/// Makes permissions apply to this thread, even if it is root's, during its lifetime.
 class PermissionsHold {
 public:
     PermissionsHold() {
@@ -19,7 +19,7 @@ public:
     ~PermissionsHold() {
         if (held_) ::syscall(SYS_capset, &header_, before_);
     }
-    /// False where that failed: a test is then to be skipped.
+    /// False if that failed: then a test is to be skipped.
     explicit operator bool() const { return held_; }
 
 private:

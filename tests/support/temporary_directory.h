@@ -11,7 +11,7 @@
 
 namespace fscanner {
 
-/// A new directory that goes, with all that is in it, with the object.
+/// A new directory, which is deleted with all its content by the destructor.
 class TemporaryDirectory {
 public:
     TemporaryDirectory() : TemporaryDirectory(std::filesystem::temp_directory_path()) {}
@@ -33,7 +33,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// Where waiting for the disk costs nothing, if there is such a place.
+/// A directory where syncing to disk is fast, if there is one.
 inline std::filesystem::path memoryDirectory() {
     const std::filesystem::path memory = "/dev/shm";
     return ::access(memory.c_str(), W_OK) == 0 ? memory : std::filesystem::temp_directory_path();

@@ -1,5 +1,5 @@
 // Queries that run at the same time, or one in the middle of another: each has its own
-// answer, or is refused. The thread sanitizer looks on in the "tsan" preset.
+// answer, or is refused. The thread sanitizer checks it in the "tsan" preset.
 
 #include <gmock/gmock.h>
 #include <sys/mman.h>
@@ -21,8 +21,8 @@
 #include "support/log_capture.h"
 
 #ifdef __SANITIZE_THREAD__
-/// The sanitizer does not see mremap: what other threads had where a mapping moves to would
-/// seem to be there still. Here it moves to a place that mmap has given.
+/// The sanitizer does not see mremap: for it, old data of other threads would still be at the
+/// place to which a mapping moves. Here mappings move to a place that mmap has given.
 extern "C" void* mremap(void* from, std::size_t length, std::size_t wanted, int, ...) noexcept {
     void* const place = mmap(nullptr, wanted, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (place == MAP_FAILED) return MAP_FAILED;
@@ -62,7 +62,7 @@ protected:
         made->setOption(FS_OPTION_CACHE_DIRECTORY, place.path(name).c_str());
         return made;
     }
-    /// What `run` finds, which is given a query and a writer, and returns a status.
+    /// The paths that `run` finds. It is given a query and a writer, and returns a status.
     template <typename Run>
     Paths found(const wchar_t* criteria, Run run) const {
         FsQuery query;
@@ -100,7 +100,7 @@ TEST_F(Queries, OfProvidersOfTheirOwnRunInThreads) {
     for (const wchar_t* criteria : kCriteria) right.push_back(scan(criteria));
     for (const Paths& paths : right)
         ASSERT_THAT(paths, testing::SizeIs(testing::AllOf(testing::Gt(5U), testing::Lt(50U))));
-    // Whatever is told is told in its own thread.
+    // Each observer is called in its own thread.
     FsScanObserver watcher;
     FsScanObserver* const before = fsSetScanObserver(&watcher);
     std::vector<std::thread> threads;
@@ -138,7 +138,7 @@ private:
     std::function<void()> call_;
 };
 
-// They share the cache, which what has to be built cannot.
+// They can share the cache, unless a tree has to be built.
 TEST_F(Queries, InTheMiddleOfAnotherOnItsCacheAreAnsweredWithoutAChange) {
     const auto first = provider("cache");
     const auto second = provider("cache");

@@ -1,4 +1,4 @@
-// A provider that shows what reached it. Its mode comes from its configuration.
+// A provider that shows the calls and settings that reach it. Its configuration sets its mode.
 
 #include <stdexcept>
 #include <string>
