@@ -62,11 +62,8 @@ check_packages=(
     abigail-tools:abidiff
 )
 reference_packages=(doxygen:doxygen)
-# Only .ci/run installs these: a server should not be installed by running ./test, which skips the
-# test of the fleet example without it.
+# Only .ci/run installs these: ./test skips the test of the fleet example without them.
 fleet_packages=(
-    openssh-server:/usr/sbin/sshd
-    openssh-client:ssh-keygen
     parallel:parallel
     ansible-core:ansible-playbook
 )

@@ -89,6 +89,9 @@ TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
 
 // Without an option an answer is as of now.
 TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
+    EXPECT_THAT(run({"d", "--stats"}).err,
+                testing::ContainsRegex(
+                    "matches:  2\nwalked:   2 files, 2 directories\n(.*\n)*from:     a scan\n"));
     for (int i = 0; i < 12; ++i) {
         const std::string name = "n" + std::to_string(i);
         const std::string path = (i % 2 == 0 ? "d/" : "d/sub/") + name;
@@ -106,16 +109,6 @@ TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
                 testing::ContainsRegex("from:     the cache \\(checked; sizes are .* old\\)"));
     EXPECT_THAT(run({"d", "--max-age", "1d", "--summary", "json"}).err,
                 HasSubstr("\"checked\":null"));
-}
-
-TEST_F(CacheTest, StatisticsTellWhereTheAnswerIsFrom) {
-    for (const auto& [walked, from] :
-         {std::pair("2 files, 2 directories\n", "a scan\n"), {"0 files, 0", "the cache ("}}) {
-        const RunResult result = run({"d", "--stats"});
-        EXPECT_THAT(result.err, HasSubstr(std::string("matches:  2\nwalked:   ") + walked));
-        EXPECT_THAT(result.err, HasSubstr(std::string("from:     ") + from));
-        EXPECT_EQ(records(result.out).size(), 2U);
-    }
 }
 
 TEST_F(CacheTest, ExplainsWithoutSearching) {

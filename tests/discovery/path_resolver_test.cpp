@@ -127,40 +127,26 @@ TEST(PathResolver, SearchesUnusualDrives) {
     EXPECT_EQ(resolve("a / ext4\n", {directory / "l"}), real + " on /");
 }
 
-TEST(UnixPathResolver, ComparesTexts) {
+TEST(OfferedPaths, AreComparedAsTexts) {
     // "resolved / parent", or "-"; by characters, not components.
-    for (const auto& [entry, expected] :
-         {std::pair("/usr:/usr/+", "/usr/+ / /usr+"),
-          {"/us:/usr", "/usr / /usr"},
-          {"/usr/local:/USR+", "/USR+ / /usr/local+"},
-          {"/usr/local:/usr", "-"},
-          {"/home/u/tmp/x:/home/*/tmp+", "/home/*/tmp+ / /home/u/tmp/x+"},
-          {"/mnt:/usr+", "-"},
-          {"/usr", "-"}}) {
+    for (const auto& [entry, expected] : {std::pair("/us:/usr", "/usr / /usr"),
+                                          {"/usr/local:/USR+", "/USR+ / /usr/local+"},
+                                          {"/usr/local:/usr", "-"},
+                                          {"/usr", "-"}}) {
         PathInfo resolved, parent;
         const int found = PathHelper::unix_path_resolver(pathsOf({entry})[0], resolved, parent);
         EXPECT_EQ(found ? show(resolved) + " / " + show(parent) : "-", expected) << entry;
     }
-}
-
-TEST(ValidPath, IsAPrefixWithTheColon) {
     const std::vector<DriveInfo> drives = drivesOf(kTable);
     for (const auto& [mask, path, valid] : {std::tuple(27U, L"/QQ/boot:/x", true),
                                             {27U, L"/qq/boot", false},
-                                            {4U, L"/qq/boot:/x", false},
-                                            {4U, L"/qq/mnt/nas:", true}})
+                                            {4U, L"/qq/boot:/x", false}})
         EXPECT_EQ(PathHelper::isValidPath(drives, mask, path, true), valid) << path;
-}
-
-TEST(FileSystemPaths, KeepTheMoreSpecificEntry) {
-    const std::vector<PathInfo> included = pathsOf({"/+", "/a/b+", "/tie+"});
-    const std::vector<PathInfo> excluded = pathsOf({"/a+", "/a/b/c+", "/tie+", "/x"});
     std::vector<PathDrive> pairs;
-    for (const char* path :
-         {"/o", "/a/o", "/a/b/o", "/a/b/c/o", "/tie/o", "/x", "/x/o", "p:/a/o", "/o:/a/o"}) {
+    for (const char* path : {"/o", "/a/o", "/a/b/o", "/tie/o", "/x", "/x/o"})
         pairs.push_back({PathInfo(toWide(path).c_str(), false), DriveInfo()});
-    }
-    PathHelper::fileSystemPathDriveListPruning(pairs, included, excluded);
+    PathHelper::fileSystemPathDriveListPruning(pairs, pathsOf({"/+", "/a/b+", "/tie+"}),
+                                               pathsOf({"/a+", "/tie+", "/x"}));
     EXPECT_THAT(show(pairs), ElementsAre("/o", "/a/b/o", "/tie/o", "/x/o"));
 }
 

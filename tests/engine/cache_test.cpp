@@ -42,25 +42,7 @@ protected:
     FsQuery query;
 };
 
-TEST_F(CacheTest, WhatIsOldIsBuiltAnewAndTheRestIsLeft) {
-    // A whole tree is stored even if only a part of it is asked for.
-    query.addIncludePath(tree.wide().c_str(), false);
-    EXPECT_EQ(found(cache), paths({"top"}));
-    everything();
-    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep"}));
-    tree.file("d/new");
-    tree.file("elsewhere");
-    everything("d");
-    EXPECT_EQ(found(cache, kAllOld), paths({"d/in", "d/e/deep", "d/new"}));
-    everything();
-    EXPECT_EQ(found(cache), paths({"top", "d/in", "d/e/deep", "d/new"}));
-    std::filesystem::remove_all(tree.path("d"));
-    everything("d");
-    EXPECT_THAT(found(cache, kAllOld), IsEmpty());
-    EXPECT_THAT(found(cache), IsEmpty());
-}
-
-// The time of day may be set, so it does not measure how long something took.
+// The clock: the time of day may be set, and is no measure of how long something took.
 timeval dayOf2033() {
     return {2'000'000'000, 0};
 }

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "engine/temp_tree.h"
 #include "fscanner/engine/cache.h"
 #include "fscanner/engine/cache_tree.h"
@@ -78,35 +76,6 @@ TEST_F(CacheTreeTest, PathsAreChainsOfParents) {
     directory(11, L"y", 10);
     EXPECT_EQ(pathOf(10), "-");
     EXPECT_EQ(find(L"/y/x"), 0U);
-}
-
-TEST_F(CacheTreeTest, ChainsOfParentsAgreeWithPathsById) {
-    // Records and IDs have one distance, then another. Some parents are missing, some are in
-    // a circle, and some names are long.
-    std::mt19937 random(1);
-    const auto any = [&](unsigned limit) { return static_cast<unsigned>(random()) % limit; };
-    std::vector<unsigned> ids{1};
-    directory(1, L"/", 0);
-    for (unsigned i = 2; i < 300; ++i) {
-        const std::wstring name = i % 40 == 0 ? std::wstring(1200, L'x') : std::to_wstring(i);
-        const unsigned parent = any(40) == 0 ? any(700) : ids[any(i / 2)];
-        ids.push_back(i < 150 ? i : 2 * i);
-        directory(ids.back(), any(50) == 0 ? L"" : name.c_str(), parent);
-    }
-    for (const unsigned id : {60U, 100U, 320U}) {
-        ASSERT_TRUE(store.lookups().byId(store.directoryRecords(), id));
-        store.directoryRecords().remove();
-    }
-    DirectoryChain chain(store);
-    unsigned found = 0;
-    for (int i = 0; i < 2000; ++i) {
-        const unsigned id = any(640);
-        const bool entered = chain.enter(id);
-        EXPECT_EQ(entered ? toMultibyte(chain.path()) : "-", pathOf(id)) << id;
-        EXPECT_EQ(chain.depth() == 0, !entered);
-        found += entered;
-    }
-    EXPECT_GT(found, 500U);
 }
 
 }  // namespace

@@ -4,10 +4,9 @@
 // tree has mounts of every kind, and names that were chosen to mislead a
 // search.
 
+#include "engine/every_way.h"
 #include "discovery/fixtures.h"
-#include "engine/cache_user.h"
 #include "engine/plain_walk.h"
-#include "fscanner/fs/fs_direct.h"
 #include "support/private_mounts.h"
 #include "support/scoped_locale.h"
 
@@ -224,59 +223,32 @@ public:
     EveryWay(const TempTree& tree, const std::vector<File>& files) : tree_(tree), files_(files) {}
 
     void ask(const std::string& name, const Question& question) {
-        what_ = name;
-        right_ = answerOf(question, tree_, files_);
+        SCOPED_TRACE(name);
+        const Names right = answerOf(question, tree_, files_);
         FsQuery query;
         add(query, question, tree_);
-        expect("directly", [&](auto& writer) { return fsScanQuery(writer, query, kMinute); });
-        for (const bool kept : {false, true}) {
-            const CacheUser own, monitored(false, true);
-            const std::string form = kept ? ", kept plan" : "";
-            const auto from = [&](const CacheUser& cache, unsigned age) {
-                return [&, age](auto& writer) {
-                    return cache.query(writer, query, age, kMinute, kept);
-                };
-            };
-            expect("a new cache" + form, from(own, kDay));
-            expect("an old cache" + form, from(own, kDay));
-            expect("a refreshed cache" + form, from(own, kAllOld));
-            expect("the shared cache" + form, from(shared_, kDay));
-            expect("monitored, nothing there" + form, from(monitored, kDay));
-            FS_Cache served(L"dirs", L"files", own.directory().wide().c_str(), true, false, true);
-            EXPECT_EQ(served.create(0, FS_CACHE_OPEN), 0);
-            expect("monitored" + form, [&](auto& writer) {
-                return kept ? served.executeQueryEx(writer, query, kMinute, kDay)
-                            : served.executeQuery(writer, query, kMinute, kDay);
-            });
-            served.close();
-        }
+        askInEveryWay(query, shared_, [&](int status, const CollectingWriter& writer, auto&) {
+            EXPECT_EQ(status, 0);
+            const Names answer = writer.sorted();
+            found_ += answer.size();
+            report("missing", right, answer);
+            report("wrong", answer, right);
+        });
     }
     std::size_t found() const { return found_; }
 
 private:
-    template <typename Run>
-    void expect(const std::string& way, Run run) {
-        CollectingWriter writer;
-        EXPECT_EQ(run(writer), 0) << what_ << ", " << way;
-        const Names answer = writer.sorted();
-        found_ += answer.size();
-        const auto report = [&](const char* kind, const Names& some, const Names& others) {
-            Names difference;
-            std::set_difference(some.begin(), some.end(), others.begin(), others.end(),
-                                std::back_inserter(difference));
-            for (const std::string& path : difference)
-                ADD_FAILURE() << what_ << ", " << way << ": " << kind << " "
-                              << path.substr(tree_.path().size());
-        };
-        report("missing", right_, answer);
-        report("wrong", answer, right_);
+    void report(const char* kind, const Names& some, const Names& others) const {
+        Names difference;
+        std::set_difference(some.begin(), some.end(), others.begin(), others.end(),
+                            std::back_inserter(difference));
+        for (const std::string& path : difference)
+            ADD_FAILURE() << kind << " " << path.substr(tree_.path().size());
     }
 
     const TempTree& tree_;
     const std::vector<File>& files_;
     const CacheUser shared_;
-    std::string what_;
-    Names right_;
     std::size_t found_ = 0;
 };
 

@@ -118,6 +118,9 @@ protected:
 
 TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
     for (const char* one : {"a/f", "a/b/g", "c/h", "c/d/e/i"}) tree.file(one);
+    std::string deep = "deep/\xC3\xA4/\xFF";
+    for (int i = 0; i < 150; ++i) deep += "/d";
+    tree.directory(deep);
     wait();
     Checks checks;
     EXPECT_EQ(names(), (Answer{"a/f", "a/b/g", "c/h", "c/d/e/i"}));
@@ -160,6 +163,14 @@ TEST_P(VerifiedCache, ReadsAgainWhatChangedAndNothingElse) {
              fs::remove_all(tree.path("a/d"));
              tree.link("../c", "a/d");
          },
+         {"a/b/x", "a/d", "c/h"},
+         2},
+        {"a new file far down, below names that are no text",
+         [&] { tree.file(deep + "/f"); },
+         {"a/b/x", "a/d", "c/h", deep + "/f"},
+         1},
+        {"a tree that is gone",
+         [&] { fs::remove_all(tree.path("deep")); },
          {"a/b/x", "a/d", "c/h"},
          2},
         {"other permissions",
@@ -409,7 +420,33 @@ TEST_P(VerifiedCache, AnObjectForSeveralQueries) {
     cache.unlock();
 }
 
-/// If stamps are missing, damaged or old, directories are read again, and the answer is right.
+/// What could not be read when the cache was built has no stamp: another user may read it.
+TEST_P(VerifiedCache, WhatWasNotWhollySeenIsLookedAtAgain) {
+    tree.file("a/locked/f");
+    fs::permissions(tree.path("a/locked"), fs::perms::none);
+    wait();
+    if (const PermissionsHold permissions; permissions)
+        EXPECT_EQ(names(), Answer());
+    else
+        GTEST_SKIP() << "permissions cannot be made to hold";
+    EXPECT_EQ(names(), Answer{"a/locked/f"});
+}
+
+TEST_P(VerifiedCache, StampsGoWithTheirDirectories) {
+    for (int i = 0; i < 600; ++i) tree.directory("many/" + std::to_string(i));
+    for (int i = 0; i < 12; ++i) ask(queryFor("many", nullptr), kAllOld);
+    const std::wstring table = fsCacheTableNames(false).directories;
+    const fs::path file = place.path("cache/" + toMultibyte(table) + ".stamps");
+    EXPECT_LT(fs::file_size(file), 44U * 4000);
+    FS_Cache cache(table.c_str(), fsCacheTableNames(false).files.c_str(),
+                   place.wide("cache").c_str(), false, false, true);
+    EXPECT_EQ(cache.create(0, FS_CACHE_OPEN), 0);
+    EXPECT_TRUE(cache.close());
+    EXPECT_TRUE(cache.remove());
+    EXPECT_FALSE(fs::exists(file));
+}
+
+/// Stamps that are missing, damaged or of another time cost a reading, and no answer.
 TEST_P(VerifiedCache, DamagedStamps) {
     for (const char* one : {"a/f", "a/b/g", "c/h"}) tree.file(one);
     wait();

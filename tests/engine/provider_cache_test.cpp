@@ -38,20 +38,6 @@ protected:
     FsQuery query;
 };
 
-TEST_F(ProviderCache, AnswersWithinTheAgeFromItsDirectory) {
-    const std::vector<std::string> old = {tree.path("a.h"), tree.path("d/b.h")};
-    EXPECT_EQ(found(), old);
-    struct stat info {};
-    ASSERT_EQ(stat(cache.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0700U);
-    EXPECT_THAT(readWholeFile(cache + "/CACHEDIR.TAG"),
-                testing::StartsWith("Signature: 8a477f597d28d172789f06886806bc55"));
-    tree.file("new.h");
-    EXPECT_EQ(found(), old);
-    // The age is the third argument, in seconds; one in the future makes all trees old.
-    EXPECT_EQ(found(kAllOld).size(), 3U);
-}
-
 TEST_F(ProviderCache, ADamagedCacheIsMadeAnewWithinTheQuery) {
     const auto right = found();
     for (const auto& entry : std::filesystem::directory_iterator(cache))

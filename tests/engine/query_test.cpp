@@ -29,6 +29,7 @@ TEST(ScanQuery, NeedsSomeMountTableAndSomeTime) {
     }
     CollectingWriter none;
     EXPECT_EQ(fsScanQuery(none, query, 0), FS_CACHE_QUERY_TIMED_OUT);
+    EXPECT_EQ(fsScanQuery(none, query, 0xFFFFFFFF), 0) << "very long, not negative";
 }
 
 // In a network drive, links of an exclusion are resolved only where it is searched: otherwise a

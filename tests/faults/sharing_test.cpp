@@ -4,11 +4,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/file.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 
 #include <array>
-#include <atomic>
 #include <map>
 #include <tuple>
 
@@ -390,105 +388,6 @@ TEST_F(Readers, ReadWhileAnAnswerIsTaken) {
         EXPECT_EQ(status, 0);
     }
     for (const int end : gate) ::close(end);
-}
-
-// ---- Many at once --------------------------------------------------------------
-
-// Memory that all processes share: it notes who is at work.
-struct Tally {
-    std::atomic<int> answers, wrong, failed, twoWriters, disturbed;
-    std::atomic<pid_t> writer, killed;  // the last one that was killed; the others were reaped
-
-    bool isAtWork(pid_t other) const {
-        return other != 0 && other != killed && ::kill(other, 0) == 0;
-    }
-    void enter() { twoWriters += isAtWork(writer.exchange(::getpid())); }
-    void look() { disturbed += isAtWork(writer); }
-    void leave() { twoWriters += writer.exchange(0) != ::getpid(); }
-};
-
-class ManyAtOnce : public Readers {
-protected:
-    ManyAtOnce() {
-        void* const shared = ::mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE,
-                                    MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        tally = new (shared) Tally();
-    }
-    ~ManyAtOnce() override { ::munmap(tally, sizeof(Tally)); }
-
-    int readShared(CollectingWriter& found, unsigned age) const {
-        const auto own = cache();
-        if (const int status = own->lockShared(30000)) return status;
-        tally->look();
-        int status = own->create(0, FS_CACHE_OPEN);
-        if (status == 0) status = own->executeQuery(found, query, kMinute, age);
-        tally->look();
-        own->close();
-        own->unlock();
-        return status;
-    }
-    // With the cache to itself, or with the cache shared after the tree was built.
-    int change(CollectingWriter& found, unsigned age, bool shares) const {
-        const auto own = cache();
-        if (const int status = own->lock(30000)) return status;
-        tally->enter();
-        int status = own->create(0, FS_CACHE_OPEN_ALWAYS);
-        if (status == 0 && shares) status = own->refresh(query, kMinute, age);
-        if (shares) tally->leave();
-        if (status == 0 && shares) status = own->share(30000);
-        if (shares) tally->look();
-        if (status == 0) status = own->executeQuery(found, query, kMinute, age);
-        if (shares) tally->look();
-        own->close();
-        own->compact();
-        if (!shares) tally->leave();
-        own->unlock();
-        return status;
-    }
-    [[noreturn]] void search(unsigned seed, const std::vector<std::string>& truth) const {
-        for (std::mt19937 random(seed);;) {
-            CollectingWriter found;
-            const unsigned age = below(random, 3) ? kDay : kAllOld;
-            int status = readShared(found, age);
-            // Twice, because another process may come between.
-            for (const bool shares : {random() % 2 != 0, false})
-                if (status == FS_CACHE_NEEDS_CHANGE) status = change(found, age, shares);
-            ++tally->answers;
-            tally->failed += status != 0;
-            tally->wrong += status == 0 && found.sorted() != truth;
-        }
-    }
-
-    Tally* tally = nullptr;
-};
-
-TEST_F(ManyAtOnce, GetRightAnswersWhoeverDies) {
-    std::mt19937 random(17);
-    std::vector<pid_t> children(4);
-    unsigned seed = 0;
-    const auto truth = host.truth();
-    const auto start = [&](pid_t& child) {
-        ++seed;
-        child = ::fork();
-        if (child == 0) search(seed, truth);
-    };
-    const auto end = [&](pid_t child) {
-        tally->killed = child;
-        ::kill(child, SIGKILL);
-        ::waitpid(child, nullptr, 0);
-    };
-    for (pid_t& child : children) start(child);
-    for (int kills = 0; kills < 50 * faultScale(); ++kills) {
-        ::usleep(20000 + below(random, 200000));
-        pid_t& child = children[below(random, 4)];
-        end(child);
-        start(child);
-    }
-    for (const pid_t child : children) end(child);
-    for (const auto* count : {&tally->wrong, &tally->failed, &tally->twoWriters, &tally->disturbed})
-        EXPECT_EQ(*count, 0) << count - &tally->answers;
-    EXPECT_GT(tally->answers, 100);
-    EXPECT_EQ(ask(kAllOld), 0);
 }
 
 }  // namespace

@@ -233,26 +233,6 @@ TEST_F(ResultFile, IsReadFromMoveFirstOn) {
     EXPECT_EQ(directory_.files().size(), 1u);
 }
 
-// Neither writing nor sorting loses records.
-TEST_F(ResultFile, FullDiskIsReportedAndKeepsWhatIsThere) {
-    const int failure = inChild([] {
-        if (!limitFileSize(65536)) return 1;
-        FsResultSet_OnFile results;
-        int written = 0;
-        while (results.getWriter()->addRecord(L"/directory", L"name", 0, 0) == 0) ++written;
-        if (results.getWriter()->addRecord(L"/", L"", 0, 0) != -1) return 2;
-        const std::unique_ptr<FsResultSetReader> reader(results.getReader());
-        if (!limitFileSize(32768) || reader->sort(FS_SORT_NAME, FS_SORT_ASCENDING, true) != 1)
-            return 3;
-        reader->moveFirst();
-        FsFileInfo record;
-        int read = 0;
-        while (reader->getNext(record)) ++read;
-        return written > 1000 && read == written ? 0 : 4;
-    });
-    EXPECT_EQ(failure, 0);
-}
-
 TEST_F(ResultFile, MissingOrNullIsNotRead) {
     FsResultSetReader_OnFile missing((directory_ / "nothing").c_str());
     missing.moveFirst();

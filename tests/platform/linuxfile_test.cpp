@@ -1,9 +1,6 @@
-// The mapped file: its lengths in memory and on disk, its end, and calls that the
-// system refuses.
+// The mapped file: lengths in memory and on disk, and its end.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 
 #include <climits>
 #include <cstring>
@@ -107,21 +104,7 @@ TEST_F(MappedFile, SeeksInsideItsContentOnly) {
     }
 }
 
-TEST_F(MappedFile, DirectAccessSeesAndMakesTheSameBytes) {
-    EXPECT_TRUE(file.content().empty());
-    ASSERT_TRUE(file.create());
-    write("0123456789");
-    ASSERT_EQ(file.content().size(), 10u);
-    EXPECT_EQ(static_cast<char>(file.content()[9]), '9');
-    reopen();
-    *file.change(0, 1) = std::byte{'x'};
-    EXPECT_EQ(read(3), "x12");
-    ASSERT_TRUE(file.close());
-    EXPECT_TRUE(file.content().empty());
-    EXPECT_EQ(readWholeFile(name), "x123456789");
-}
-
-// Notes what each block held. Refuses when it is told to.
+// Notes what each block held, and refuses on demand.
 struct Watch : BlockWatch {
     bool beforeChange(unsigned offset, std::span<const std::byte> block) override {
         seen += std::to_string(offset) + ":" + std::to_string(block.size()) +
@@ -204,44 +187,6 @@ TEST_F(MappedFile, RefusesWhatPasses4GiB) {
     EXPECT_EQ(file.tell(), (1L << 32) - 100);
     ASSERT_TRUE(file.close());
     EXPECT_EQ(std::filesystem::file_size(name), (1UL << 32) - 100);
-}
-
-// A file in memory. Its owner can forbid changes that a file system could refuse.
-class SealedFile : public testing::Test {
-protected:
-    void SetUp() override {
-        ASSERT_TRUE(memory) << "memfd_create";
-        ASSERT_TRUE(file.create());
-        ASSERT_EQ(file.write("0123456789", 10), 10u);
-    }
-    void seal(int what) { ASSERT_EQ(::fcntl(memory.get(), F_ADD_SEALS, what), 0); }
-
-    Descriptor memory{::memfd_create("sealed", MFD_CLOEXEC | MFD_ALLOW_SEALING)};
-    std::string name = "/proc/self/fd/" + std::to_string(memory.get());
-    LinuxMmFile file{name.c_str()};
-};
-
-TEST_F(SealedFile, AfterAFailedCloseNothingIsTransferred) {
-    seal(F_SEAL_SHRINK);
-    EXPECT_FALSE(file.close());
-    char buffer[4];
-    ASSERT_TRUE(file.seek(0, SEEK_FROM_START));
-    EXPECT_EQ(file.read(buffer, 4), 0u);
-    EXPECT_TRUE(file.eof());
-    EXPECT_EQ(file.write("abcd", 4), 0u);
-    EXPECT_TRUE(file.content().empty());
-    EXPECT_EQ(file.change(0, 1), nullptr);
-    const std::string bytes(40000, 'x');
-    EXPECT_EQ(file.write(bytes.data(), 40000), 0u);
-    EXPECT_FALSE(file.open()) << "it still holds its descriptor";
-    EXPECT_FALSE(file.close());
-}
-
-TEST_F(SealedFile, FileThatCannotBeMappedIsNotOpen) {
-    ASSERT_TRUE(file.close());
-    seal(F_SEAL_WRITE);
-    EXPECT_FALSE(file.open());
-    EXPECT_FALSE(file.close());
 }
 
 }  // namespace

@@ -2,11 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "fscanner/common/strings.h"
 #include "fscanner/common/utf8.h"
-#include "support/current_directory.h"
 #include "support/scoped_locale.h"
 #include "support/temporary_directory.h"
 
@@ -46,24 +43,6 @@ TEST(Paths, RemoveAndRenameNamesOfAnyBytes) {
     EXPECT_EQ(removeFile(toWide(plain).c_str()), 0);
     EXPECT_TRUE(fs::is_empty(directory.path()));
     EXPECT_NE(renameFile(toWide(plain).c_str(), toWide(plain).c_str()), 0);
-}
-
-TEST(TemporaryFiles, TakeTheFirstFreeNameAndTouchNothing) {
-    const TemporaryDirectory directory;
-    const CurrentDirectory current(directory.path());
-    writeWholeFile("tav_0", "kept");
-    fs::permissions("tav_0", fs::perms::none);
-    fs::create_symlink("target", "tav_1");  // dangling
-    fs::create_directory("tav_2");
-    const std::unique_ptr<char[]> fourth(getTempFile_Default(nullptr));
-    EXPECT_STREQ(fourth.get(), "./tav_3");
-    EXPECT_TRUE(fs::exists("tav_3"));
-    EXPECT_EQ(fs::file_size("tav_0"), 4u);
-    EXPECT_FALSE(fs::exists("target"));
-    const std::unique_ptr<char[]> prefixed(getTempFile_Default("odd%s_"));
-    EXPECT_STREQ(prefixed.get(), "./odd%s_0");
-    EXPECT_EQ(fs::status(prefixed.get()).permissions(), fs::perms{0600});
-    EXPECT_EQ(fs::file_size(prefixed.get()), 0u);
 }
 
 TEST(UserCacheDirectory, IsForItsUserAlone) {

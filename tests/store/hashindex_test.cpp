@@ -70,24 +70,5 @@ TEST_P(HashIndex, FollowsItsFieldsThroughChanges) {
     EXPECT_THAT(chain(L"paths", L"9"), ElementsAre(2, 1, 0));
 }
 
-TEST(IndexFile, OpensClosesAndErases) {
-    TemporaryDirectory directory;
-    Index index(L"i", toWide(directory.path().string()).c_str(), L"F");
-    unsigned id = 5, next = 5;
-    EXPECT_THAT(
-        std::vector({index.open(), index.close(), index.read(0, &id, &next), index.write(0, 1)}),
-        testing::Each(false));
-    ASSERT_TRUE(index.create());
-    EXPECT_THAT(std::vector({index.create(), index.erase(), index.write(65536, 1)}),
-                testing::Each(false));
-    EXPECT_TRUE(index.read(65535, &id, &next));
-    EXPECT_EQ(id & next, Index::kNone);
-    EXPECT_FALSE(Index(index).close()) << "a copy is closed";
-    EXPECT_TRUE(index.close());
-    EXPECT_EQ(std::filesystem::file_size(directory / "i.idx"), 524288U);
-    EXPECT_TRUE(index.erase());
-    EXPECT_FALSE(Index(L"i", nullptr, L"F").create());
-}
-
 }  // namespace
 }  // namespace fscanner

@@ -1,8 +1,6 @@
 // Record sets: moves with and without criteria, by the table and by an index.
 
 #include <gmock/gmock.h>
-#include <clocale>
-#include <random>
 
 #include "store/table_fixture.h"
 #include "support/log_capture.h"
@@ -198,86 +196,6 @@ TEST_P(Records, PrintsItsBuffer) {
     set.printFields();
     EXPECT_EQ(log.text(),
               "F1 = 255\nF2 = 65535\nF3 = 0\nF4 = " + std::string(63, ' ') + "6\nF5 = text\n");
-}
-
-// ---- The bytes against the plain evaluation ---------------------------------
-
-/// Names at the limits of what can be judged without decoding.
-std::wstring oddName(std::mt19937& random) {
-    static const std::wstring alphabet = L"aabbhHiI..*?\u00e9\u0130\u212a\U0001F600zkK";
-    std::wstring name(random() % (random() % 8 == 0 ? 70 : 12), L' ');
-    for (wchar_t& c : name) {
-        c = alphabet[random() % (random() % 4 == 0 ? alphabet.size() : 10)];
-    }
-    return name;
-}
-
-std::wstring condition(std::mt19937& random) {
-    // Criteria that are true or false for all, have no value for some, or do not compile.
-    static const wchar_t* const odd[] = {L"2", L"0", L"10/([SIZE]-4)==-10", L"1 2", L"[NO]==1"};
-    if (random() % 20 == 0) return odd[random() % 5];
-    static const wchar_t* const relations[] = {L"==", L"!=", L"==", L"<", L">=", L">", L"<="};
-    static const wchar_t* const patterns[] = {
-        L"*",  L"?",       L"*.h", L"a*", L"*b*",  L"*I*",   L"**",    L"*a.", L"a*b",
-        L"?a", L"*\u00e9", L"",    L"*k", L"*Ab*", L"a*b*h", L"*b*.h", L"?*a*"};
-    const std::wstring relation = relations[random() % 7];
-    const bool mirrored = random() % 4 == 0;
-    std::wstring field = L"[NAME]", literal;
-    if (random() % 3 == 0) {
-        field = random() % 2 ? L"[SIZE]" : L"[ATTR]";
-        literal = std::to_wstring(random() % 4);
-    } else {
-        literal = random() % 3 ? patterns[random() % std::size(patterns)] : oddName(random);
-        literal = L'"' + literal + L'"';
-    }
-    return mirrored ? literal + relation + field : field + relation + literal;
-}
-
-std::wstring randomCriteria(std::mt19937& random) {
-    std::wstring text = condition(random);
-    for (auto more = random() % 3; more > 0; --more) {
-        static const wchar_t* const joints[] = {L" && ", L" && ", L" || ", L" && !"};
-        text += joints[random() % 4] + condition(random);
-    }
-    return text;
-}
-
-TEST_P(Records, FilterAgreesWithThePlainEvaluation) {
-    for (const char* locale : {"C", "C.UTF-8"}) {
-        std::setlocale(LC_ALL, locale);
-        std::mt19937 random(1);
-        for (int i = 0; i < 150; ++i) {
-            const unsigned long long size = random() % 5 ? random() % 5 : ~0ULL;
-            ASSERT_TRUE(insert({oddName(random), static_cast<unsigned>(random() % 3), size, 0}));
-        }
-        Fields values(table->schema());
-        RecordSet set = table->openRecordSet();
-        unsigned matches = 0;
-        for (int i = 0; i < 400; ++i) {
-            const std::wstring text = randomCriteria(random);
-            const bool flag = random() % 2;
-            CriteriaEvaluator plain(text.c_str()), criteria(text.c_str());
-            plain.setFields(&values);
-            const bool compiles = plain.compile();
-            std::vector<Row> expected, found;
-            for (const unsigned id : ids()) {
-                table->read(id, values);
-                if (compiles && plain.check(&values, nullptr, flag) > 0) {
-                    expected.push_back(toRow(values));
-                }
-            }
-            set.setCriteria(&criteria, flag);
-            if (random() % 2) set.readLazily();
-            for (bool more = set.moveFirst(); more; more = set.moveNext()) {
-                found.push_back(toRow(set));
-            }
-            ASSERT_EQ(found, expected) << toMultibyte(text) << ' ' << flag << ' ' << locale;
-            matches += static_cast<unsigned>(found.size());
-        }
-        EXPECT_GT(matches, 5000U) << "the comparison was about something";
-        table->closeRecordSet(set);
-    }
-    std::setlocale(LC_ALL, "C");
 }
 
 }  // namespace

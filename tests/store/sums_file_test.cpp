@@ -61,27 +61,6 @@ TEST_F(SumsOfFiles, AreWrittenAsDocumentedAndReadWithSuspicion) {
     }
 }
 
-TEST_F(SumsOfFiles, TellWhichFileIsAnother) {
-    const std::string content(3 * kBlock + 100, 'x');
-    SumsFile sums(wide("sums"));
-    EXPECT_FALSE(sums.holds(wide("file"))) << "unknown";
-    const auto expectAnother = [&](const std::string& summed, const std::string& other) {
-        put("file", summed);
-        ASSERT_TRUE(sums.takeUp(wide("file")));
-        EXPECT_TRUE(sums.holds(wide("file")));
-        put("file", other);
-        EXPECT_FALSE(sums.holds(wide("file"))) << other.find('y') << " of " << other.size();
-    };
-    expectAnother("", "x");
-    for (const std::size_t at : {0U, kBlock - 1, kBlock, 2 * kBlock, 3 * kBlock, 3 * kBlock + 99}) {
-        std::string other = content;
-        other[at] = 'y';
-        expectAnother(content, other);
-    }
-    for (const std::string& other : {content.substr(1), content + '\0', std::string()})
-        expectAnother(content, other);
-}
-
 TEST_F(SumsOfFiles, RefuseToHaveADamagedBlockChanged) {
     std::string content(2 * kBlock, 'x');
     put("file", content);

@@ -56,18 +56,6 @@ TEST_P(Table, FailsWhileClosed) {
     EXPECT_EQ(id + position + value, 15U) << "left as they were";
 }
 
-TEST_P(Table, IsUselessWithoutNamesOrDirectory) {
-    for (const auto& useless : {std::make_unique<FS_Table>(nullptr, L"/tmp", true),
-                                std::make_unique<FS_Table>(L"t", nullptr, true),
-                                std::make_unique<FS_Table>(L"t", L"/no/such/place", true)}) {
-        EXPECT_THAT(std::vector({useless->addField(L"F", FIELD_INT8), useless->create(),
-                                 useless->open(), useless->erase()}),
-                    testing::Each(false));
-        EXPECT_EQ(useless->lock(), SYNC_FAILED);
-        EXPECT_EQ(useless->lock(100L), SYNC_FAILED);
-    }
-}
-
 TEST_P(Table, TakesAtMost256Fields) {
     table = newTable(L"wide");
     for (int i = 0; i < 256; ++i) table->addField((L"F" + std::to_wstring(i)).c_str(), FIELD_INT8);
