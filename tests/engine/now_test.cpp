@@ -109,6 +109,17 @@ protected:
         EXPECT_EQ(fsScanQuery(writer, query, kMinute), 0);
         return writer;
     }
+    std::set<std::pair<std::string, long>> timesOfCache() const {
+        std::set<std::pair<std::string, long>> all;
+        for (const auto& entry : fs::directory_iterator(place.path("cache"))) {
+            struct stat info {};
+            EXPECT_EQ(::stat(entry.path().c_str(), &info), 0);
+            all.emplace(entry.path().filename(),
+                        info.st_ctim.tv_sec * 1'000'000'000 + info.st_ctim.tv_nsec);
+        }
+        return all;
+    }
+    void runHistory(bool mounts);
     static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(40)); }
 
     TempTree tree{GetParam() ? memoryDirectory() : fs::temp_directory_path()};
@@ -189,23 +200,13 @@ TEST_P(VerifiedCache, WritesNothingWhereNothingChanged) {
     tree.file("a/f");
     wait();
     names();
-    const auto state = [&] {
-        std::set<std::pair<std::string, long>> all;
-        for (const auto& entry : fs::directory_iterator(place.path("cache"))) {
-            struct stat info {};
-            EXPECT_EQ(::stat(entry.path().c_str(), &info), 0);
-            all.emplace(entry.path().filename(),
-                        info.st_ctim.tv_sec * 1'000'000'000 + info.st_ctim.tv_nsec);
-        }
-        return all;
-    };
-    const auto before = state();
+    const auto before = timesOfCache();
     EXPECT_EQ(names(), Answer{"a/f"});
-    EXPECT_EQ(state(), before);
+    EXPECT_EQ(timesOfCache(), before);
     // A time of now is not believed; that alone is no reason to write either.
     fs::permissions(tree.path("a"), fs::perms::owner_all);
     EXPECT_EQ(names(), Answer{"a/f"});
-    EXPECT_EQ(state(), before);
+    EXPECT_EQ(timesOfCache(), before);
 }
 
 TEST_P(VerifiedCache, SizesAreThoseOfNow) {
@@ -231,6 +232,12 @@ TEST_P(VerifiedCache, SizesAreThoseOfNow) {
     EXPECT_EQ(sized(L"[SIZE]<100"), Answer{"b 10"});
     EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), Answer{"a/small 2000"});
     EXPECT_EQ(sized(L"[SIZE]>100"), Answer{"a/small 2000"});
+    // A file in the place of another, by a rename or after a removal.
+    tree.file("a/new", 3000);
+    fs::rename(tree.path("a/new"), tree.path("a/large"));
+    fs::remove(tree.path("b"));
+    tree.file("b", 500);
+    EXPECT_EQ(sized(L"[SIZE]>100"), (Answer{"a/small 2000", "a/large 3000", "b 500"}));
 }
 
 /// A query after each of many changes, by every form of criteria.
@@ -502,6 +509,12 @@ TEST_P(VerifiedCache, MountsThatComeAndGo) {
         };
         if (!mountMemory("server:/export", point)) return notAllowed;
         EXPECT_TRUE(same()) << "a drive that covers a cached directory";
+        // Its directory has no stamp: each query looks into it, and only one for sizes writes.
+        tree.file("a/f", 100);
+        const auto before = timesOfCache();
+        names();
+        EXPECT_EQ(timesOfCache(), before);
+        EXPECT_EQ(ask(queryFor("", L"[SIZE]>50")).paths, Answer{tree.path("a/f")});
         ::umount(point.c_str());
         EXPECT_TRUE(same()) << "gone";
         if (!mountMemory("tmpfs", point)) return notAllowed;

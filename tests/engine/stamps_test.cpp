@@ -344,8 +344,8 @@ protected:
         const GoesOn goesOn = [](auto) { return true; };
         const PathDrive root{PathInfo(tree.wide(below).c_str(), true),
                              *mounts.holding(tree.wide(below))};
-        const Verification result =
-            verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID), {root, mounts, goesOn});
+        const Verification result = verifyTree(store, record.getFieldAsInt32(DIRECTORIES_ID),
+                                               {root, mounts, goesOn, false});
         EXPECT_EQ(result.end, Verification::End::finished);
         DirectoryChain chain(store);
         for (const StaleDirectory& one : result.stale) {
