@@ -455,15 +455,48 @@ bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
     });
 }
 
-// Oldest first, by the time of building. To keep the time of use, each search would have to
-// change the cache.
+// The IDs of all directories with those of their parents, which are lower.
+std::map<unsigned, unsigned> parentsOf(FS_Table& directories) {
+    std::map<unsigned, unsigned> parents;
+    std::vector<StoredValue> values;
+    unsigned record = 0;
+    bool found = directories.moveFirst(record);
+    for (; found && directories.locate(record, values); found = directories.moveNext(record))
+        parents.emplace(static_cast<unsigned>(values[DIRECTORIES_ID].number),
+                        static_cast<unsigned>(values[DIRECTORIES_PARENTID].number));
+    return parents;
+}
+
+// The trees that were read last come last: a tree in use may be brought up to date again and again,
+// and is never built anew. To know of answers that found nothing changed, each would have to change
+// the cache.
+std::vector<CachedRoot> rootsByReading(CacheStore& store, CacheTree& tree) {
+    constexpr std::uint64_t second = 1'000'000'000;
+    std::vector<CachedRoot> roots = tree.roots();
+    std::map<unsigned, std::uint64_t> readings;  // in seconds
+    std::map<unsigned, unsigned> rootOf;
+    for (const CachedRoot& root : roots) {
+        rootOf[root.id] = root.id;
+        readings[root.id] = root.built;
+    }
+    for (const auto& [id, parent] : parentsOf(store.directories())) {
+        if (const auto above = rootOf.find(parent); above != rootOf.end())
+            rootOf.emplace(id, above->second);
+        const auto root = rootOf.find(id);
+        if (root == rootOf.end()) continue;
+        std::uint64_t& reading = readings[root->second];
+        reading = std::max(reading, store.stamps().find(id).read / second);
+    }
+    std::stable_sort(roots.begin(), roots.end(), [&](const CachedRoot& a, const CachedRoot& b) {
+        return readings[a.id] < readings[b.id];
+    });
+    return roots;
+}
+
 void keepWithin(CacheStore& store, CacheTree& tree, Tidying& tidying, const QueryPlan& plan,
                 unsigned long long limit) {
     if (store.bytes() <= limit) return;
-    std::vector<CachedRoot> roots = tree.roots();
-    std::stable_sort(roots.begin(), roots.end(),
-                     [](const CachedRoot& a, const CachedRoot& b) { return a.built < b.built; });
-    for (const CachedRoot& root : roots) {
+    for (const CachedRoot& root : rootsByReading(store, tree)) {
         if (store.bytesInUse() <= limit) break;
         if (!isSearched(root, plan)) tidying.drop(root, "the cache is too large");
     }
