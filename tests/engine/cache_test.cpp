@@ -319,9 +319,15 @@ TEST_F(CacheTest, ALimitCostsTheOldestTrees) {
     for (const char* name : {"t0", "t1"}) build(name);
     const auto three = cache.bytes() + slack;
     EXPECT_EQ(treesOf(cache), paths({"t0", "t1", "t2"}));
+    ++now.tv_sec;
+    tree.file("t2/new");
+    everything("t2");
+    cache.verify = true;
+    EXPECT_EQ(found(cache).size(), 3001U);
+    cache.verify = false;
     cache.limit = three;
     EXPECT_EQ(build("t3"), 3000U);
-    EXPECT_EQ(treesOf(cache), paths({"t0", "t1", "t3"})) << "t2 was built first";
+    EXPECT_EQ(treesOf(cache), paths({"t1", "t2", "t3"})) << "t2 was built first, t0 read first";
     EXPECT_LE(cache.bytes(), cache.limit);
     // A search that changes nothing removes nothing.
     cache.limit = one;
@@ -333,7 +339,7 @@ TEST_F(CacheTest, ALimitCostsTheOldestTrees) {
     EXPECT_LE(cache.bytes(), cache.limit);
     // If one tree is too large, the tree of the last search stays.
     cache.limit = 1;
-    EXPECT_EQ(build("t2"), 3000U);
+    EXPECT_EQ(build("t2"), 3001U);
     EXPECT_EQ(treesOf(cache), paths({"t2"}));
     EXPECT_FALSE(cache.isMarked());
     setClockSource(nullptr);

@@ -30,6 +30,7 @@ public:
               unsigned timeout = kMinute, bool kept = false) const {
         const auto cache = make();
         cache->setSizeLimit(limit);
+        cache->setVerification(verify);
         if (const int status = cache->lock()) return status;
         int status = cache->create(0, FS_CACHE_OPEN_ALWAYS);
         if (status == 0)
@@ -61,6 +62,7 @@ public:
     }
 
     unsigned long long limit = 0;
+    bool verify = false;
 
 private:
     TempTree directory_;

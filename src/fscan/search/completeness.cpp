@@ -47,7 +47,7 @@ std::string cacheState(const Completeness& search) {
     if (const std::string age = greatestAge(search, unchecked); !age.empty()) return age + " old";
     const auto storedFacts = [](const auto& part) { return part.check->storedFacts; };
     const std::string age = greatestAge(search, storedFacts);
-    return age.empty() ? "checked" : fmt::format("checked; sizes are {} old", age);
+    return age.empty() ? "checked" : fmt::format("checked; sizes are up to {} old", age);
 }
 
 std::string source(const Completeness& search) {

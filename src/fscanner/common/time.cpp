@@ -45,6 +45,10 @@ unsigned getCoarseTickCount() {
 std::uint64_t getFileClock() {
     timespec now{};
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    if (wallClock != nullptr) {
+        const timeval set = wallClock();
+        now = {set.tv_sec, set.tv_usec * 1000};
+    }
     return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000U +
            static_cast<std::uint64_t>(now.tv_nsec);
 }

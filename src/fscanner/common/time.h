@@ -21,9 +21,9 @@ std::uint64_t getFileClock();
 /// Seconds since the epoch, by the system's clock.
 std::time_t getCurrentTime();
 
-/// For tests: replaces the clock that `getCurrentTime` reads by `source`, and the clock of the
-/// ticks by `ticks` (by `source` too if `ticks` is null). A null `source` restores the system's
-/// clock. Process-wide.
+/// For tests: replaces the clock that `getCurrentTime` and `getFileClock` read by `source`, and the
+/// clock of the ticks by `ticks` (by `source` too if `ticks` is null). A null `source` restores the
+/// system's clock. Process-wide.
 using ClockSource = timeval (*)();
 void setClockSource(ClockSource source, ClockSource ticks = nullptr);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <unordered_map>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
@@ -27,6 +28,24 @@ bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, un
     records.setFieldAsInt32(DIRECTORIES_PARENTID, parent);
     records.setFieldAsInt32(DIRECTORIES_CREATIONTIME, time);
     return records.insert();
+}
+
+// A file's size and attributes as the cache has them: 0 where the system does not tell.
+struct FileFacts {
+    unsigned long long size = 0;
+    unsigned attributes = 0;
+    bool operator==(const FileFacts&) const = default;
+};
+
+FileFacts factsOf(WalkEntry& entry) {
+    const struct stat* const info = entry.info();
+    FsFileInfo facts;
+    if (!info || !facts.updateFrom(*info)) return {};
+    return {facts.getSize(), facts.getAttr()};
+}
+
+FileFacts factsOf(const RecordSet& file) {
+    return {file.getFieldAsInt64(FILES_SIZE), file.getFieldAsInt32(FILES_ATTR)};
 }
 
 // Inserts a record for each thing that the walk meets.
@@ -55,7 +74,6 @@ private:
     CacheStore& store_;
     StampTaker taker_;
     std::vector<unsigned> parents_;
-    FsFileInfo facts_;
     bool failed_ = false;
 };
 
@@ -64,13 +82,11 @@ void CacheSink::file(WalkEntry& entry) {
     // The test of bytes finds "*" and "?" in every encoding. It may find one where there is
     // none, which costs only speed.
     if (stored_text::examine(entry.storedName()).pattern) store_.expectPatterns();
-    facts_.forgetInfo();
-    const struct stat* info = entry.info();
-    const bool known = info && facts_.updateFrom(*info);
+    const FileFacts facts = factsOf(entry);
     RecordSet& records = store_.filesRecords();
     records.setFieldAsString(FILES_FILENAME, entry.name().c_str());
-    records.setFieldAsInt32(FILES_ATTR, known ? facts_.getAttr() : 0);
-    records.setFieldAsInt64(FILES_SIZE, known ? facts_.getSize() : 0);
+    records.setFieldAsInt32(FILES_ATTR, facts.attributes);
+    records.setFieldAsInt64(FILES_SIZE, facts.size);
     records.setFieldAsInt32(FILES_PATHID, parents_.back());
     failed_ = !records.insert();
 }
@@ -146,6 +162,8 @@ namespace {
 
 // So many directories are read by each query before a query writes stamps for them alone.
 constexpr unsigned kReadAgain = 64;
+// A directory counts as one more of them for so many files.
+constexpr unsigned kFilesPerDirectory = 64;
 
 // A directory of the tree that is read again.
 struct Reread {
@@ -159,32 +177,33 @@ struct Reread {
 // when it goes. A name that the system gave twice while the directory changed is here twice, too.
 class KnownEntries {
 public:
+    struct File {
+        unsigned record;
+        FileFacts facts;
+    };
+    using Files = std::unordered_multimap<std::wstring, File>;
+    using Directories = std::multimap<std::wstring, unsigned>;  // their IDs
+
     KnownEntries(CacheStore& store, const Reread& directory);
-    bool takeFile(const WalkEntry& entry) { return takeOne(files_, entry.name()); }
-    bool takeDirectory(const WalkEntry& entry) { return takeOne(directories_, entry.name()); }
+    /// With `facts`, not one of another size or with other attributes: another file has the name.
+    bool takeFile(WalkEntry& entry, bool facts);
+    bool takeDirectory(const WalkEntry& entry);
     bool empty() const { return files_.empty() && directories_.empty(); }
 
-    const FileNames& files() const { return files_; }
-    const std::multimap<std::wstring, unsigned>& directories() const { return directories_; }
+    const Files& files() const { return files_; }
+    const Directories& directories() const { return directories_; }
 
 private:
-    template <typename Names>
-    static bool takeOne(Names& names, const std::wstring& name) {
-        const auto found = names.find(name);
-        if (found == names.end()) return false;
-        names.erase(found);
-        return true;
-    }
-
-    FileNames files_;
-    std::multimap<std::wstring, unsigned> directories_;  // their IDs
+    Files files_;
+    Directories directories_;
 };
 
 KnownEntries::KnownEntries(CacheStore& store, const Reread& directory) {
     RecordSet& records = store.filesRecords();
     bool found = store.lookups().byPathId(records, directory.id);
     for (; found; found = records.moveNext())
-        files_.insert(records.getFieldAsString(FILES_FILENAME));
+        files_.emplace(records.getFieldAsString(FILES_FILENAME),
+                       File{records.recordId(), factsOf(records)});
     std::wstring path = directory.path;
     endWithSeparator(path);
     const std::size_t length = path.size();
@@ -199,19 +218,33 @@ KnownEntries::KnownEntries(CacheStore& store, const Reread& directory) {
     }
 }
 
+bool KnownEntries::takeFile(WalkEntry& entry, bool facts) {
+    auto [one, end] = files_.equal_range(entry.name());
+    while (one != end && facts && one->second.facts != factsOf(entry)) ++one;
+    if (one == end) return false;
+    files_.erase(one);
+    return true;
+}
+
+bool KnownEntries::takeDirectory(const WalkEntry& entry) {
+    const auto found = directories_.find(entry.name());
+    if (found == directories_.end()) return false;
+    directories_.erase(found);
+    return true;
+}
+
 // Looks whether one directory has the entries that the cache has of it, and changes nothing.
 class Comparison : public WalkSink {
 public:
     Comparison(CacheStore& store, const Reread& directory)
         : view_(directory.view),
           known_(store, directory),
-          unread_(store.unread().contains(directory.id)) {}
+          unread_(store.unread().contains(directory.id)),
+          facts_(unread_ || view_.facts || store.stamps().find(directory.id).exists()) {}
 
-    // The build may have failed to examine a file of a directory in the list of unread ones.
     void file(WalkEntry& entry) override {
         ++files_;
-        differs_ = !known_.takeFile(entry) || differs_;
-        if (unread_) entry.info();
+        differs_ = differs_ || !known_.takeFile(entry, facts_);
     }
     bool wants(const WalkEntry& directory) override {
         differs_ = !known_.takeDirectory(directory) || differs_;
@@ -239,12 +272,10 @@ public:
     /// Whether the caller said so, and nothing is known.
     bool stopped() const { return stopped_; }
     bool differs() const { return differs_ || refused_ != unread_ || !known_.empty(); }
-    bool isLarge() const { return known_.files().size() / kFilesPerDirectory > kReadAgain; }
     /// How much the next comparison would be spared by a stamp of now, in directories.
     unsigned spared() const { return believable_ ? 1 + files_ / kFilesPerDirectory : 0; }
 
 private:
-    static constexpr unsigned kFilesPerDirectory = 64;
     static constexpr unsigned kQuestions = 16;  // of the walk for one to the caller
 
     const TreeView& view_;
@@ -252,6 +283,9 @@ private:
     unsigned files_ = 0;
     StampTaker taker_;
     bool unread_;  // the build could not read all of it
+    // Whether the files are examined. Where there never is a stamp to be renewed, those that are
+    // written to would make each query change the cache.
+    bool facts_;
     bool refused_ = false;
     bool differs_ = false;
     bool believable_ = false;
@@ -267,7 +301,7 @@ public:
         : CacheSink(store, directory.id), known_(store, directory) {}
 
     void file(WalkEntry& entry) override {
-        if (!atStart() || !known_.takeFile(entry)) CacheSink::file(entry);
+        if (!atStart() || !known_.takeFile(entry, true)) CacheSink::file(entry);
     }
     bool wants(const WalkEntry& directory) override {
         return !atStart() || !known_.takeDirectory(directory);
@@ -285,8 +319,8 @@ bool removeGone(CacheStore& store, CacheTree& tree, unsigned id, const KnownEntr
     bool removed = true;
     for (const auto& [name, child] : gone.directories())
         removed = removed && tree.removeTree(store.directories(), store.files(), child);
-    if (!gone.files().empty())
-        removed = removed && tree.removeFiles(store.files(), id, gone.files());
+    for (const auto& [name, file] : gone.files())
+        removed = removed && store.files().remove(file.record);
     return removed && store.stamps().put(id, stamp);
 }
 
@@ -314,6 +348,15 @@ Status updateDirectory(CacheStore& store, CacheTree& tree, const Reread& directo
     return removeGone(store, tree, id, sink.gone()) ? Status::success : Status::unusable;
 }
 
+bool isLarge(CacheStore& store, unsigned id) {
+    constexpr unsigned most = kReadAgain * kFilesPerDirectory;
+    RecordSet& records = store.filesRecords();
+    unsigned files = 0;
+    bool found = store.lookups().byPathId(records, id);
+    for (; found && files <= most; found = records.moveNext()) ++files;
+    return files > most;
+}
+
 bool enter(CacheStore& store, DirectoryChain& chain, unsigned id) {
     return chain.enter(id) || store.directories().reportDamage("a directory that is not there");
 }
@@ -327,10 +370,11 @@ TreeState compareTree(CacheStore& store, const TreeView& view,
     for (const StaleDirectory& one : stale) {
         if (one.state != StaleDirectory::State::changed) return TreeState::changed;
         if (!enter(store, chain, one.id)) return TreeState::changed;
+        // It costs as much to compare as to renew the stamp for good.
+        if (store.stamps().find(one.id).exists() && isLarge(store, one.id))
+            return TreeState::changed;
         const Reread directory{view, one.id, chain.path()};
         Comparison comparison(store, directory);
-        // It costs as much to compare as to renew the stamp for good.
-        if (store.stamps().find(one.id).exists() && comparison.isLarge()) return TreeState::changed;
         const LogPrefix prefix{"FS_Cache::verify", &dfsState()};
         const WalkStatus walked =
             walkTree(requestOf(directory, kNoTimeout, WalkReport::nothing), comparison, prefix);
@@ -411,15 +455,48 @@ bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
     });
 }
 
-// Oldest first, by the time of building. To keep the time of use, each search would have to
-// change the cache.
+// The IDs of all directories with those of their parents, which are lower.
+std::map<unsigned, unsigned> parentsOf(FS_Table& directories) {
+    std::map<unsigned, unsigned> parents;
+    std::vector<StoredValue> values;
+    unsigned record = 0;
+    bool found = directories.moveFirst(record);
+    for (; found && directories.locate(record, values); found = directories.moveNext(record))
+        parents.emplace(static_cast<unsigned>(values[DIRECTORIES_ID].number),
+                        static_cast<unsigned>(values[DIRECTORIES_PARENTID].number));
+    return parents;
+}
+
+// The trees that were read last come last: a tree in use may be brought up to date again and again,
+// and is never built anew. To know of answers that found nothing changed, each would have to change
+// the cache.
+std::vector<CachedRoot> rootsByReading(CacheStore& store, CacheTree& tree) {
+    constexpr std::uint64_t second = 1'000'000'000;
+    std::vector<CachedRoot> roots = tree.roots();
+    std::map<unsigned, std::uint64_t> readings;  // in seconds
+    std::map<unsigned, unsigned> rootOf;
+    for (const CachedRoot& root : roots) {
+        rootOf[root.id] = root.id;
+        readings[root.id] = root.built;
+    }
+    for (const auto& [id, parent] : parentsOf(store.directories())) {
+        if (const auto above = rootOf.find(parent); above != rootOf.end())
+            rootOf.emplace(id, above->second);
+        const auto root = rootOf.find(id);
+        if (root == rootOf.end()) continue;
+        std::uint64_t& reading = readings[root->second];
+        reading = std::max(reading, store.stamps().find(id).read / second);
+    }
+    std::stable_sort(roots.begin(), roots.end(), [&](const CachedRoot& a, const CachedRoot& b) {
+        return readings[a.id] < readings[b.id];
+    });
+    return roots;
+}
+
 void keepWithin(CacheStore& store, CacheTree& tree, Tidying& tidying, const QueryPlan& plan,
                 unsigned long long limit) {
     if (store.bytes() <= limit) return;
-    std::vector<CachedRoot> roots = tree.roots();
-    std::stable_sort(roots.begin(), roots.end(),
-                     [](const CachedRoot& a, const CachedRoot& b) { return a.built < b.built; });
-    for (const CachedRoot& root : roots) {
+    for (const CachedRoot& root : rootsByReading(store, tree)) {
         if (store.bytesInUse() <= limit) break;
         if (!isSearched(root, plan)) tidying.drop(root, "the cache is too large");
     }

@@ -46,10 +46,10 @@ Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
 /// False when that fails: the cache is broken then.
 bool forgetTree(CacheStore& store, const wchar_t* path, bool& found);
 
-/// To be called after a change. Removes the trees whose directories are gone, and then the
-/// oldest ones until the cache takes no more than `limit` bytes; 0: no limit. Trees that the
-/// plan searches stay. The space is given back when the cache is compacted. Directories that
-/// a server or a process serves are not examined.
+/// To be called after a change. Removes the trees whose directories are gone, and then those that
+/// were not read for longest until the cache takes no more than `limit` bytes; 0: no limit. Trees
+/// that the plan searches stay. The space is given back when the cache is compacted. Directories
+/// that a server or a process serves are not examined.
 void tidyTrees(CacheStore& store, const QueryPlan& plan, unsigned long long limit);
 
 }  // namespace fscanner

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <map>
 #include <memory>
 
@@ -68,6 +69,33 @@ int chPathCommand::execute(const ExpValue& directoryId, const ExpValue& name, Ex
 class chTypeCommand : public TypeCommand {
 public:
     chTypeCommand() : TypeCommand("chTypeCommand") {}
+};
+
+// Reads the fields of a decoded file for conditions.
+class FileReader {
+public:
+    FileReader(const RecordSet& file, DynamicBuffer<unsigned char>& name)
+        : file_(file), name_(name) {}
+
+    bool read(unsigned field, Operand& operand) {
+        operand = {};
+        if (field == FILES_FILENAME) return readName(operand.text);
+        operand.number = field == FILES_SIZE ? static_cast<long long>(file_.getFieldAsInt64(field))
+                                             : file_.getFieldAsInt32(field);
+        return true;
+    }
+
+private:
+    bool readName(StoredText& name) {
+        if (stringToUTF8(name_, file_.getFieldAsString(FILES_FILENAME)) == 0) return false;
+        const auto* const text = reinterpret_cast<const char*>(name_.data());
+        const std::size_t size = std::strlen(text);
+        name = {text, size, size};
+        return true;
+    }
+
+    const RecordSet& file_;
+    DynamicBuffer<unsigned char>& name_;
 };
 
 constexpr unsigned kRefusedPerClock = 64;
@@ -142,6 +170,8 @@ private:
     chTypeCommand typeCommand_;
     ExclusionWatch exclusions_;
     CriteriaEvaluator evaluator_;
+    Conditions conditions_;
+    DynamicBuffer<unsigned char> name_;
     unsigned startTick_ = 0;
     unsigned untilClock_ = 0;
     unsigned toldTick_ = 0;         // when the observer was last told of the progress
@@ -172,15 +202,19 @@ Status Extraction::run() {
     evaluator_.addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
     RecordSet& files = store_.filesRecords();
     files.setCriteria(&evaluator_, request_.caseSensitive);
-    // A command costs much more than the test of a directory: `file` must not run over
-    // the whole cache. So the record set delivers all, and the criteria is tested second.
     const bool filtered = request_.criteria && *request_.criteria;
-    const bool runsCommands = filtered && evaluator_.compile() && evaluator_.usesCommands();
+    const bool compiles = filtered && evaluator_.compile();
+    if (compiles)
+        conditions_ = Conditions(evaluator_.tree(), store_.files().schema(), request_.caseSensitive,
+                                 Conditions::First::numbers);
+    // A command costs much more than the test of a directory: `file` must not run over
+    // the whole cache. So the record set delivers candidates, and the criteria is tested second.
+    const bool runsCommands = compiles && evaluator_.usesCommands();
     const bool namesFirst = request_.examined == Examined::candidates;
     if (namesFirst)
         files.stopAtCandidates(kFacts);
     else if (runsCommands)
-        files.setCriteria(nullptr, request_.caseSensitive);
+        files.stopAtCandidates({});
     else if (!examines())
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
@@ -241,7 +275,7 @@ Status Extraction::emitMatches() {
     return Status::success;
 }
 
-// The record set delivers all files: the criteria is tested last, with its commands.
+// The record set delivers candidates: the criteria is tested last, with its commands.
 Status Extraction::testAcceptedFiles() {
     RecordSet& files = store_.filesRecords();
     for (bool found = files.moveFirst(); found; found = files.moveNext()) {
@@ -295,7 +329,10 @@ Status Extraction::testFilesOf(const std::vector<TreeMember>& directories, bool 
     return finish();
 }
 
+// A condition that fails decides, as in a scan, also where the evaluation could not.
 bool Extraction::holds() {
+    const FileReader file(store_.filesRecords(), name_);
+    if (conditions_.judge(file) == Verdict::noMatch) return false;
     if (evaluator_.check(request_.caseSensitive) > 0) return true;
     if (evaluator_.failedOnRecord()) noteUndecided();
     return false;

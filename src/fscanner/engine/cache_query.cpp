@@ -194,7 +194,7 @@ const CacheStore::Refreshed* CacheQuery::refreshed(const PathDrive& pair,
 
 // No look at the directories tells of sizes: where they alone decide, it is their age.
 bool CacheQuery::verifies(const Found& found) {
-    return verify_ && found.built != 0 && (isYoung(found.built) || examined() != Examined::matches);
+    return verify_ && found.built != 0 && (isYoung(found.built) || !goesByStoredFacts());
 }
 
 CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
@@ -202,7 +202,7 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     if (!verifies(found)) return judgeAge(found);
     const unsigned start = getTickCount();
     const GoesOn goesOn = goesOnSince(start, pair);
-    const TreeView view{pair, plan.mounts(), goesOn};
+    const TreeView view{pair, plan.mounts(), goesOn, goesByStoredFacts()};
     looked_.verification = verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
         case Verification::End::finished:
@@ -246,7 +246,7 @@ GoesOn CacheQuery::goesOnSince(unsigned start, const PathDrive& pair) const {
 void CacheQuery::noteVerified(const PathDrive& pair) {
     const FsVerification result{nullptr, looked_.verification.directories,
                                 looked_.verification.stale.size(), looked_.milliseconds,
-                                examined() == Examined::matches};
+                                goesByStoredFacts()};
     verified_[keyOf(pair)] = result;
     if (!store_.readOnly()) store_.noteRefreshed(keyOf(pair), {Refreshed::verified, result});
 }
@@ -261,7 +261,8 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
     const unsigned start = getTickCount();
     const GoesOn goesOn = goesOnSince(start, pair);
-    const Status status = updateTree(store_, tree_, {pair, plan.mounts(), goesOn}, stale, timeout_);
+    const TreeView view{pair, plan.mounts(), goesOn, goesByStoredFacts()};
+    const Status status = updateTree(store_, tree_, view, stale, timeout_);
     looked_.milliseconds += getTickCount() - start;
     if (status != Status::success) return status;
     // The system failed to read a directory, and so the tree counts as never built.

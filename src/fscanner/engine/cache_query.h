@@ -90,6 +90,7 @@ private:
     }
     GoesOn goesOnSince(unsigned start, const PathDrive& pair) const;
     Examined examined();
+    bool goesByStoredFacts() { return examined() == Examined::matches; }
     bool verifies(const Found& found);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);

@@ -151,28 +151,14 @@ bool CacheTree::isAlone(RecordSet& directories, unsigned id) {
     return id == 0;
 }
 
-template <typename IsOne>
-bool CacheTree::removeFilesWhere(FS_Table& files, unsigned pathId, IsOne isOne) {
+bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
     pathMap_.clear();
     RecordSet records = files.openRecordSet();
     bool removed = true;
     for (bool found = store_.lookups().byPathId(records, pathId); found; found = records.moveNext())
-        if (isOne(records)) removed = records.remove() && removed;
+        removed = records.remove() && removed;
     if (!files.closeRecordSet(records)) debug("FS_Cache::removeFiles - closeRecordSet failed!\n");
     return removed;
-}
-
-bool CacheTree::removeFiles(FS_Table& files, unsigned pathId) {
-    return removeFilesWhere(files, pathId, [](const RecordSet&) { return true; });
-}
-
-bool CacheTree::removeFiles(FS_Table& files, unsigned pathId, FileNames names) {
-    return removeFilesWhere(files, pathId, [&names](const RecordSet& record) {
-        const auto found = names.find(record.getFieldAsString(FILES_FILENAME));
-        if (found == names.end()) return false;
-        names.erase(found);
-        return true;
-    });
 }
 
 // The directory that held it lacks something now, whatever the system says of it.

@@ -3,7 +3,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 #include "fscanner/engine/cache_store.h"
@@ -45,9 +44,6 @@ struct CachedRoot {
     unsigned built;  ///< seconds since the epoch
     std::wstring path;
 };
-
-/// Names of files, some of them more than once.
-using FileNames = std::unordered_multiset<std::wstring>;
 
 /// A directory of a tree, and its record.
 struct TreeMember {
@@ -91,10 +87,8 @@ public:
 
     /// Forgets the paths that are kept: to be called when records were removed.
     void forget() { pathMap_.clear(); }
-    /// Removes the files whose directory is `pathId`: all, or one for each of these names. False
-    /// when one could not be removed.
+    /// Removes the files whose directory is `pathId`. False when one could not be removed.
     bool removeFiles(FS_Table& files, unsigned pathId);
-    bool removeFiles(FS_Table& files, unsigned pathId, FileNames names);
     /// Removes directory `id` with all below it. False when a record could not be removed.
     bool removeTree(FS_Table& directories, FS_Table& files, unsigned id);
     /// Removes directory `id`, and those that hold it, as long as they hold nothing else and
@@ -113,8 +107,6 @@ private:
     bool findSpelledPath(RecordSet& candidates, RecordSet& ancestors, const wchar_t* path,
                          bool caseFlag);
     const Known* known(RecordSet& directories, unsigned id);
-    template <typename IsOne>
-    bool removeFilesWhere(FS_Table& files, unsigned pathId, IsOne isOne);
     bool removeFromParent(RecordSet& directory);
 
     CacheStore& store_;

@@ -29,6 +29,7 @@ struct TreeView {
     const PathDrive& root;  ///< a path that is not recursive is one directory
     const MountMap& mounts;
     const GoesOn& goesOn;
+    bool facts;  ///< whether the query goes by stored sizes and attributes
 };
 
 /// What a comparison of a tree's directories with their stamps told.

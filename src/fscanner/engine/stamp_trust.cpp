@@ -75,7 +75,8 @@ const StampTrust* findStampTrust(std::uint32_t type) {
 DirectoryStamp StampTaker::take(const Directory& directory) {
     const std::uint64_t now = getFileClock();
     struct stat info {};
-    if (directory.examine(info) != 0) return {};
+    bool encrypted = false;
+    if (directory.examine(info, encrypted) != 0) return {};
     if (!asked_ || info.st_dev != device_) {
         std::uint32_t type = 0;
         trust_ = directory.fileSystemType(type) == 0 ? findStampTrust(type) : nullptr;
@@ -83,7 +84,7 @@ DirectoryStamp StampTaker::take(const Directory& directory) {
         asked_ = true;
     }
     // Where the names are encrypted, they change with the key and not with a time.
-    return trust_ && !directory.isEncrypted() ? DirectoryStamp(info, now) : DirectoryStamp();
+    return trust_ && !encrypted ? DirectoryStamp(info, now) : DirectoryStamp();
 }
 
 }  // namespace fscanner

@@ -31,7 +31,8 @@ struct FsVerification {
     unsigned long long directories = 0;  ///< directories looked at
     unsigned long long changed = 0;      ///< those that were not as the cache had them
     unsigned elapsedMilliseconds = 0;    ///< time that this took
-    bool storedFacts = false;  ///< sizes and attributes as old as the tree tell which files match
+    /// Stored sizes and attributes tell which files match: as old as the tree, at most.
+    bool storedFacts = false;
 };
 
 /// Is told how scans go on, and of waits for a cache. The host sets one observer for the whole

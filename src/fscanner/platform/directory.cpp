@@ -5,6 +5,7 @@
 #include <linux/openat2.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -223,10 +224,17 @@ int Directory::examine(struct stat& info) const {
     return uninterrupted([&] { return fstat(descriptor_.get(), &info); }) == 0 ? 0 : errno;
 }
 
-bool Directory::isEncrypted() const {
-    struct statx info {};
-    const auto ask = [&] { return statx(descriptor_.get(), "", AT_EMPTY_PATH, 0, &info); };
-    return uninterrupted(ask) != 0 || (info.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
+int Directory::examine(struct stat& info, bool& encrypted) const {
+    struct statx told {};
+    constexpr unsigned wanted = STATX_INO | STATX_CTIME | STATX_MTIME;
+    const auto ask = [&] { return statx(descriptor_.get(), "", AT_EMPTY_PATH, wanted, &told); };
+    if (uninterrupted(ask) != 0) return errno;
+    info.st_dev = makedev(told.stx_dev_major, told.stx_dev_minor);
+    info.st_ino = told.stx_ino;
+    info.st_ctim = {told.stx_ctime.tv_sec, told.stx_ctime.tv_nsec};
+    info.st_mtim = {told.stx_mtime.tv_sec, told.stx_mtime.tv_nsec};
+    encrypted = (told.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
+    return 0;
 }
 
 int Directory::fileSystemType(std::uint32_t& type) const {

@@ -77,9 +77,9 @@ public:
     int identify(Identity& identity) const;
     /// `fstat` of the directory itself. 0, or the errno.
     int examine(struct stat& info) const;
-    /// Whether its names are encrypted, so that they are others without the key. True also where
-    /// the system cannot tell.
-    bool isEncrypted() const;
+    /// The same by one call that also tells whether its names are encrypted, so that they are
+    /// others without the key. Of `info` it sets device, inode, ctime and mtime.
+    int examine(struct stat& info, bool& encrypted) const;
     /// The type of its file system: the magic number of `statfs`. 0, or the errno.
     int fileSystemType(std::uint32_t& type) const;
 
