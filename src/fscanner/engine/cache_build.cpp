@@ -233,14 +233,20 @@ bool KnownEntries::takeDirectory(const WalkEntry& entry) {
     return true;
 }
 
+// Whether a file of the directory may have been replaced by another of its name since `kept` was
+// taken. `now` is what `taker` took of it.
+bool mayHoldOthers(const DirectoryStamp& kept, const DirectoryStamp& now, const StampTaker& taker) {
+    return !taker.trust() || !isUntouched(kept, now, taker.trust()->step);
+}
+
 // Looks whether one directory has the entries that the cache has of it, and changes nothing.
 class Comparison : public WalkSink {
 public:
     Comparison(CacheStore& store, const Reread& directory)
         : view_(directory.view),
           known_(store, directory),
-          unread_(store.unread().contains(directory.id)),
-          facts_(unread_ || view_.facts || store.stamps().find(directory.id).exists()) {}
+          kept_(store.stamps().find(directory.id)),
+          unread_(store.unread().contains(directory.id)) {}
 
     void file(WalkEntry& entry) override {
         ++files_;
@@ -255,6 +261,7 @@ public:
     void opened(const Directory& directory) override {
         const DirectoryStamp now = taker_.take(directory);
         believable_ = taker_.trust() && now.exists() && !isRacy(now, taker_.trust()->step);
+        facts_ = unread_ || ((view_.facts || kept_.exists()) && mayHoldOthers(kept_, now, taker_));
     }
     bool tellsLater(FsSkipReason reason, int) override {
         if (reason == FsSkipReason::denied || reason == FsSkipReason::tooLong)
@@ -282,10 +289,11 @@ private:
     KnownEntries known_;
     unsigned files_ = 0;
     StampTaker taker_;
+    DirectoryStamp kept_;
     bool unread_;  // the build could not read all of it
     // Whether the files are examined. Where there never is a stamp to be renewed, those that are
     // written to would make each query change the cache.
-    bool facts_;
+    bool facts_ = true;
     bool refused_ = false;
     bool differs_ = false;
     bool believable_ = false;
@@ -298,10 +306,19 @@ private:
 class UpdateSink : public CacheSink {
 public:
     UpdateSink(CacheStore& store, const Reread& directory)
-        : CacheSink(store, directory.id), known_(store, directory) {}
+        : CacheSink(store, directory.id),
+          known_(store, directory),
+          kept_(store.stamps().find(directory.id)) {}
 
+    void opened(const Directory& directory) override {
+        if (atStart()) {
+            const DirectoryStamp now = taker_.take(directory);
+            facts_ = mayHoldOthers(kept_, now, taker_);
+        }
+        CacheSink::opened(directory);
+    }
     void file(WalkEntry& entry) override {
-        if (!atStart() || !known_.takeFile(entry, true)) CacheSink::file(entry);
+        if (!atStart() || !known_.takeFile(entry, facts_)) CacheSink::file(entry);
     }
     bool wants(const WalkEntry& directory) override {
         return !atStart() || !known_.takeDirectory(directory);
@@ -311,6 +328,9 @@ public:
 
 private:
     KnownEntries known_;
+    StampTaker taker_;
+    DirectoryStamp kept_;
+    bool facts_ = true;
 };
 
 bool removeGone(CacheStore& store, CacheTree& tree, unsigned id, const KnownEntries& gone) {

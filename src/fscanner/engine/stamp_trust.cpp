@@ -55,15 +55,31 @@ DirectoryStamp::DirectoryStamp(const struct stat& info, std::uint64_t readAt)
       modified(nanoseconds(info.st_mtim)),
       read(readAt) {}
 
-bool isRacy(const DirectoryStamp& stamp, std::uint64_t step) {
-    // A time after the reading is one of a clock that was set back.
+namespace {
+
+// A time after the reading is one of a clock that was set back.
+bool isOlderThanReading(const DirectoryStamp& stamp, std::uint64_t step) {
     const auto age = static_cast<std::int64_t>(stamp.read - stamp.changed);
-    return age <= static_cast<std::int64_t>(step) || stamp.changed % kSecond == 0;
+    return age > static_cast<std::int64_t>(step);
+}
+
+bool looksLike(const DirectoryStamp& kept, const DirectoryStamp& now) {
+    return kept.exists() && kept.device == now.device && kept.inode == now.inode &&
+           kept.changed == now.changed && kept.modified == now.modified;
+}
+
+}  // namespace
+
+bool isRacy(const DirectoryStamp& stamp, std::uint64_t step) {
+    return !isOlderThanReading(stamp, step) || stamp.changed % kSecond == 0;
 }
 
 bool isUnchanged(const DirectoryStamp& kept, const DirectoryStamp& now, std::uint64_t step) {
-    return kept.exists() && kept.device == now.device && kept.inode == now.inode &&
-           kept.changed == now.changed && kept.modified == now.modified && !isRacy(kept, step);
+    return looksLike(kept, now) && !isRacy(kept, step);
+}
+
+bool isUntouched(const DirectoryStamp& kept, const DirectoryStamp& now, std::uint64_t step) {
+    return looksLike(kept, now) && isOlderThanReading(kept, kSecond + step);
 }
 
 const StampTrust* findStampTrust(std::uint32_t type) {

@@ -35,6 +35,11 @@ bool isRacy(const DirectoryStamp& stamp, std::uint64_t step);
 /// Times are equal or not; which is later does not matter, as clocks are set.
 bool isUnchanged(const DirectoryStamp& kept, const DirectoryStamp& now, std::uint64_t step);
 
+/// The same for a time of whole seconds, if it is older than the reading by more than one: then no
+/// program has changed the directory, but another image of the file system may have taken the place
+/// of this one.
+bool isUntouched(const DirectoryStamp& kept, const DirectoryStamp& now, std::uint64_t step);
+
 /// A type of file system on which the ctime of a directory changes with its entries, always.
 struct StampTrust {
     std::uint32_t type;  ///< `Directory::fileSystemType`
