@@ -197,11 +197,16 @@ TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
         const char* change;
         bool stays = false;
     } table[] = {
-        {{"--larger", "4"}, "truncate -s 1"},     {{"--smaller", "10"}, "truncate -s 100"},
-        {{"-w", "[SIZE] == 5"}, "truncate -s 6"}, {{"-w", "([ATTR] & 8) == 0"}, "chmod u+x"},
-        {{"--perm", "u+r"}, "chmod u-r"},         {{"--perm", "r"}, "chmod a-r"},
-        {{"-n", "f"}, "ln -sf /dev/null"},        {{"-n", "f"}, "rm -f"},
-        {{"-n", "f"}, "truncate -s 100", true},   {{"-w", "[SIZE] > 4"}, "truncate -s 100", true},
+        {{"--larger", "4"}, "truncate -s 1"},
+        {{"--smaller", "10"}, "truncate -s 100"},
+        {{"-w", "[SIZE] == 5"}, "truncate -s 6"},
+        {{"-w", "([ATTR] & 8) == 0"}, "chmod u+x"},
+        {{"--perm", "u+r"}, "chmod u-r"},
+        {{"--perm", "r"}, "chmod a-r"},
+        {{"-n", "f"}, "rm -f"},
+        {{"-n", "f"}, "ln -sf /dev/null", true},
+        {{"-n", "f"}, "truncate -s 100", true},
+        {{"-w", "[SIZE] > 4"}, "truncate -s 100", true},
     };
     for (const auto& [condition, change, stays] : table) {
         shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
