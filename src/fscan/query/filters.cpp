@@ -4,7 +4,6 @@
 #include <fmt/xchar.h>
 
 #include <algorithm>
-#include <cwchar>
 #include <filesystem>
 
 #include "fscan/match/match.h"
@@ -25,8 +24,10 @@ bool matchesAll(const std::wstring& glob) {
     return !glob.empty() && glob.find_first_not_of(L'*') == glob.npos;
 }
 
+/// A loop: `wcspbrk` calls a function for each character.
 bool couldBePattern(const wchar_t* name) {
-    return std::wcspbrk(name, L"*?") != nullptr;
+    while (*name != 0 && *name != L'*' && *name != L'?') ++name;
+    return *name != 0;
 }
 
 }  // namespace
