@@ -14,7 +14,6 @@
 #include "fscanner/engine/cache_tree.h"
 #include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/walk.h"
-#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/platform/directory.h"
 
 namespace fscanner {
@@ -30,22 +29,9 @@ bool insertDirectory(CacheStore& store, const wchar_t* name, unsigned parent, un
     return records.insert();
 }
 
-// A file's size and attributes as the cache has them: 0 where the system does not tell.
-struct FileFacts {
-    unsigned long long size = 0;
-    unsigned attributes = 0;
-    bool operator==(const FileFacts&) const = default;
-};
-
 FileFacts factsOf(WalkEntry& entry) {
     const struct stat* const info = entry.info();
-    FsFileInfo facts;
-    if (!info || !facts.updateFrom(*info)) return {};
-    return {facts.getSize(), facts.getAttr()};
-}
-
-FileFacts factsOf(const RecordSet& file) {
-    return {file.getFieldAsInt64(FILES_SIZE), file.getFieldAsInt32(FILES_ATTR)};
+    return info ? FileFacts::of(*info).value_or(FileFacts()) : FileFacts();
 }
 
 // Inserts a record for each thing that the walk meets.
@@ -56,7 +42,7 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
-    void opened(const Directory& directory) override { stamp(taker_.take(directory)); }
+    void opened(const Directory& directory) override { takeStamp(directory); }
     bool tellsLater(FsSkipReason reason, int error) override;
     // After a failed insertion the tree cannot be completed.
     bool goesOn() const override { return !failed_; }
@@ -65,6 +51,13 @@ public:
 protected:
     /// Whether the walk is in the directory where it began.
     bool atStart() const { return parents_.size() == 1; }
+    /// Keeps the stamp of the current directory, and returns it.
+    DirectoryStamp takeStamp(const Directory& directory) {
+        const DirectoryStamp now = taker_.take(directory);
+        stamp(now);
+        return now;
+    }
+    const StampTaker& taker() const { return taker_; }
 
 private:
     void stamp(const DirectoryStamp& stamp) {
@@ -82,11 +75,9 @@ void CacheSink::file(WalkEntry& entry) {
     // The test of bytes finds "*" and "?" in every encoding. It may find one where there is
     // none, which costs only speed.
     if (stored_text::examine(entry.storedName()).pattern) store_.expectPatterns();
-    const FileFacts facts = factsOf(entry);
     RecordSet& records = store_.filesRecords();
     records.setFieldAsString(FILES_FILENAME, entry.name().c_str());
-    records.setFieldAsInt32(FILES_ATTR, facts.attributes);
-    records.setFieldAsInt64(FILES_SIZE, facts.size);
+    factsOf(entry).writeTo(records);
     records.setFieldAsInt32(FILES_PATHID, parents_.back());
     failed_ = !records.insert();
 }
@@ -203,7 +194,7 @@ KnownEntries::KnownEntries(CacheStore& store, const Reread& directory) {
     bool found = store.lookups().byPathId(records, directory.id);
     for (; found; found = records.moveNext())
         files_.emplace(records.getFieldAsString(FILES_FILENAME),
-                       File{records.recordId(), factsOf(records)});
+                       File{records.recordId(), FileFacts::of(records)});
     std::wstring path = directory.path;
     endWithSeparator(path);
     const std::size_t length = path.size();
@@ -311,11 +302,8 @@ public:
           kept_(store.stamps().find(directory.id)) {}
 
     void opened(const Directory& directory) override {
-        if (atStart()) {
-            const DirectoryStamp now = taker_.take(directory);
-            facts_ = mayHoldOthers(kept_, now, taker_);
-        }
-        CacheSink::opened(directory);
+        const DirectoryStamp now = takeStamp(directory);
+        if (atStart()) facts_ = mayHoldOthers(kept_, now, taker());
     }
     void file(WalkEntry& entry) override {
         if (!atStart() || !known_.takeFile(entry, facts_)) CacheSink::file(entry);
@@ -328,7 +316,6 @@ public:
 
 private:
     KnownEntries known_;
-    StampTaker taker_;
     DirectoryStamp kept_;
     bool facts_ = true;
 };
@@ -475,38 +462,39 @@ bool isSearched(const CachedRoot& root, const QueryPlan& plan) {
     });
 }
 
-// The IDs of all directories with those of their parents, which are lower.
-std::map<unsigned, unsigned> parentsOf(FS_Table& directories) {
-    std::map<unsigned, unsigned> parents;
+// When a part of each tree was read last, in seconds, by the IDs of their roots.
+std::map<unsigned, std::uint64_t> lastReadings(CacheStore& store,
+                                               const std::vector<CachedRoot>& roots) {
+    constexpr std::uint64_t second = 1'000'000'000;
+    std::map<unsigned, std::uint64_t> readings;
+    std::map<unsigned, unsigned> rootOf;
+    for (const CachedRoot& root : roots) {
+        rootOf[root.id] = root.id;
+        readings[root.id] = root.built;
+    }
+    // A directory comes behind the one that holds it: IDs rise from record to record.
+    FS_Table& directories = store.directories();
     std::vector<StoredValue> values;
     unsigned record = 0;
     bool found = directories.moveFirst(record);
-    for (; found && directories.locate(record, values); found = directories.moveNext(record))
-        parents.emplace(static_cast<unsigned>(values[DIRECTORIES_ID].number),
-                        static_cast<unsigned>(values[DIRECTORIES_PARENTID].number));
-    return parents;
+    for (; found && directories.locate(record, values); found = directories.moveNext(record)) {
+        const auto id = static_cast<unsigned>(values[DIRECTORIES_ID].number);
+        const auto above = rootOf.find(static_cast<unsigned>(values[DIRECTORIES_PARENTID].number));
+        if (above != rootOf.end()) rootOf.emplace(id, above->second);
+        const auto root = rootOf.find(id);
+        if (root == rootOf.end()) continue;
+        std::uint64_t& reading = readings[root->second];
+        reading = std::max(reading, store.stamps().find(id).read / second);
+    }
+    return readings;
 }
 
 // The trees that were read last come last: a tree in use may be brought up to date again and again,
 // and is never built anew. To know of answers that found nothing changed, each would have to change
 // the cache.
 std::vector<CachedRoot> rootsByReading(CacheStore& store, CacheTree& tree) {
-    constexpr std::uint64_t second = 1'000'000'000;
     std::vector<CachedRoot> roots = tree.roots();
-    std::map<unsigned, std::uint64_t> readings;  // in seconds
-    std::map<unsigned, unsigned> rootOf;
-    for (const CachedRoot& root : roots) {
-        rootOf[root.id] = root.id;
-        readings[root.id] = root.built;
-    }
-    for (const auto& [id, parent] : parentsOf(store.directories())) {
-        if (const auto above = rootOf.find(parent); above != rootOf.end())
-            rootOf.emplace(id, above->second);
-        const auto root = rootOf.find(id);
-        if (root == rootOf.end()) continue;
-        std::uint64_t& reading = readings[root->second];
-        reading = std::max(reading, store.stamps().find(id).read / second);
-    }
+    auto readings = lastReadings(store, roots);
     std::stable_sort(roots.begin(), roots.end(), [&](const CachedRoot& a, const CachedRoot& b) {
         return readings[a.id] < readings[b.id];
     });

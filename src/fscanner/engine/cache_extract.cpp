@@ -185,7 +185,6 @@ private:
     std::wstring prefix_;
     fscanner::Directory examined_;  // that of the file that was examined last
     unsigned examinedId_ = 0;       // its ID
-    FsFileInfo facts_;
     const std::size_t longestPath_ = longestPath();
     std::wstring tooLong_;  // the directory that the observer was told of last
 };
@@ -345,13 +344,10 @@ bool Extraction::examinedHolds() {
     const int error = examine(info);
     if (error == ENOENT || error == ENOTDIR || error == ELOOP) return false;
     if (error == 0 && S_ISDIR(info.st_mode)) return false;
-    facts_.forgetInfo();
-    const bool known = error == 0 && facts_.updateFrom(info);
-    RecordSet& files = store_.filesRecords();
-    files.setFieldAsInt64(FILES_SIZE, known ? facts_.getSize() : 0);
-    files.setFieldAsInt32(FILES_ATTR, known ? facts_.getAttr() : 0);
-    if (!known) noteUndecided();
-    return known && holds();
+    const auto facts = error == 0 ? FileFacts::of(info) : std::nullopt;
+    facts.value_or(FileFacts()).writeTo(store_.filesRecords());
+    if (!facts) noteUndecided();
+    return facts && holds();
 }
 
 // Most files lie in the directory of the last one, which stays open.

@@ -202,7 +202,7 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     if (!verifies(found)) return judgeAge(found);
     const unsigned start = getTickCount();
     const GoesOn goesOn = goesOnSince(start, pair);
-    const TreeView view{pair, plan.mounts(), goesOn, goesByStoredFacts()};
+    const TreeView view = viewOf(plan, pair, goesOn);
     looked_.verification = verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
         case Verification::End::finished:
@@ -251,6 +251,10 @@ void CacheQuery::noteVerified(const PathDrive& pair) {
     if (!store_.readOnly()) store_.noteRefreshed(keyOf(pair), {Refreshed::verified, result});
 }
 
+TreeView CacheQuery::viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn) {
+    return {pair, plan.mounts(), goesOn, goesByStoredFacts()};
+}
+
 Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                                  const char* name) {
     const auto& stale = looked_.verification.stale;
@@ -261,8 +265,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
     const unsigned start = getTickCount();
     const GoesOn goesOn = goesOnSince(start, pair);
-    const TreeView view{pair, plan.mounts(), goesOn, goesByStoredFacts()};
-    const Status status = updateTree(store_, tree_, view, stale, timeout_);
+    const Status status = updateTree(store_, tree_, viewOf(plan, pair, goesOn), stale, timeout_);
     looked_.milliseconds += getTickCount() - start;
     if (status != Status::success) return status;
     // The system failed to read a directory, and so the tree counts as never built.

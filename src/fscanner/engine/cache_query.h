@@ -92,6 +92,7 @@ private:
     Examined examined();
     bool goesByStoredFacts() { return examined() == Examined::matches; }
     bool verifies(const Found& found);
+    TreeView viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);
     void noteVerified(const PathDrive& pair);

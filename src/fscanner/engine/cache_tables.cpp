@@ -5,6 +5,7 @@
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/wildcard.h"
+#include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/store/table_replacement.h"
 
 namespace fscanner {
@@ -23,6 +24,23 @@ bool isField(const Field& field, const FieldKind& expected) {
 }
 
 }  // namespace
+
+// ---- Facts about a file -----------------------------------------------------
+
+std::optional<FileFacts> FileFacts::of(const struct stat& info) {
+    const FsFileInfo file;
+    if (!file.updateFrom(info)) return std::nullopt;
+    return FileFacts{file.getSize(), file.getAttr()};
+}
+
+FileFacts FileFacts::of(const RecordSet& file) {
+    return {file.getFieldAsInt64(FILES_SIZE), file.getFieldAsInt32(FILES_ATTR)};
+}
+
+void FileFacts::writeTo(RecordSet& file) const {
+    file.setFieldAsInt64(FILES_SIZE, size);
+    file.setFieldAsInt32(FILES_ATTR, attributes);
+}
 
 // ---- The two tables ---------------------------------------------------------
 

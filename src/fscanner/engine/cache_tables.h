@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "fscanner/expr/criteria.h"
 #include "fscanner/store/recordset.h"
 #include "fscanner/store/table.h"
+
+struct stat;
 
 namespace fscanner {
 
@@ -24,6 +27,18 @@ enum DirectoriesField : unsigned {
     DIRECTORIES_PATHNAME,
     DIRECTORIES_PARENTID,
     DIRECTORIES_CREATIONTIME
+};
+
+/// A file's size and attributes as the cache has them: 0 where the system did not tell.
+struct FileFacts {
+    unsigned long long size = 0;
+    unsigned attributes = 0;
+
+    /// Nothing where the size is too large for a host without large files.
+    static std::optional<FileFacts> of(const struct stat& info);
+    static FileFacts of(const RecordSet& file);
+    void writeTo(RecordSet& file) const;
+    bool operator==(const FileFacts&) const = default;
 };
 
 /// Where a cache keeps its tables, and how.
