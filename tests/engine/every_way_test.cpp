@@ -79,6 +79,35 @@ const std::map<std::string, Question> kQuestions = {
     {"without a file system that is not there", {.include = {"+"}, .notFileSystem = L"proc"}},
     {"without a file system", {.include = {"$all::+"}, .notFileSystem = L"ramfs"}},
     {"one file system", {.include = {"$all::+"}, .onlyFileSystem = L"ramfs"}},
+    // ---- Kinds and depths
+    {"directories", {.include = {"+"}, .kinds = FS_KIND_DIRECTORY}},
+    {"directories everywhere", {.include = {"$all::+"}, .kinds = FS_KIND_DIRECTORY}},
+    {"all kinds", {.include = {"$all::+"}, .kinds = FS_KINDS_ALL}},
+    {"links", {.include = {"+"}, .kinds = FS_KIND_LINK}},
+    {"files alone", {.include = {"plain+"}, .kinds = FS_KIND_FILE}},
+    {"pipes and sockets", {.include = {"+"}, .kinds = FS_KIND_PIPE | FS_KIND_SOCKET}},
+    {"directories in a mount below a mount", {.include = {"n1+"}, .kinds = FS_KIND_DIRECTORY}},
+    {"directories with a name",
+     {.include = {"+"},
+      .criteria = L"[FILENAME]==\"n1\" || [FILENAME]==\"x\"",
+      .value = [](const File& file, bool cased) -> Value {
+          return *named(file, L"n1", cased) || *named(file, L"x", cased);
+      },
+      .kinds = FS_KIND_DIRECTORY}},
+    {"directories by size and attributes",
+     {.include = {"plain+"},
+      .criteria = L"[SIZE]>=40 && ([ATTR] & 1)!=0",
+      .value = [](const File& file, bool) { return size(file) >= 40; },
+      .kinds = FS_KIND_DIRECTORY}},
+    {"directories of one directory", {.include = {"plain"}, .kinds = FS_KIND_DIRECTORY}},
+    {"directories but for some",
+     {.include = {"$all::+"}, .exclude = {"plain/deep+", "n1/n2"}, .kinds = FS_KINDS_ALL}},
+    {"the upper two levels",
+     {.include = {"$all::+"}, .kinds = FS_KINDS_ALL, .depth = {.least = 0, .most = 2}}},
+    {"the third level",
+     {.include = {"$all::+"}, .kinds = FS_KINDS_ALL, .depth = {.least = 3, .most = 3}}},
+    {"from the third level on", {.include = {"n1+"}, .depth = {.least = 3}}},
+    {"no level", {.include = {"+"}, .depth = {.least = 0, .most = 0}}},
     // ---- Exclusions
     {"without a tree", {{"+"}, {"plain/deep+"}}},
     {"without a directory alone", {{"+"}, {"plain/deep"}}},
@@ -160,6 +189,8 @@ void plantPlain(const TempTree& tree) {
         plant(tree, (std::string("plain/") + name).c_str(), 0644, 0);
     tree.link("a.txt", "plain/link.txt");
     tree.link("deep", "plain/to deep");
+    if (::mkfifo(tree.path("plain/deep/pipe").c_str(), 0600) != 0)
+        throw std::runtime_error("no pipe");
 }
 
 /// A mount, and the files that are planted in it.

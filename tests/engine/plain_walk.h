@@ -24,33 +24,45 @@ struct FileSystem {
     std::string type;
 };
 
-/// A file as it lies there.
+/// A file or directory as it lies there.
 struct File {
     std::string directory;  // below the tree, "" for the tree itself
     std::string name;
     struct stat info;
-    FileSystem on;
+    FileSystem on;  // that of its directory
 
+    std::string path() const { return directory.empty() ? name : directory + "/" + name; }
     std::wstring wideName() const { return toWide(name); }
     bool isLink() const { return S_ISLNK(info.st_mode); }
+    unsigned kind() const {
+        switch (info.st_mode & S_IFMT) {
+            case S_IFDIR:
+                return FS_KIND_DIRECTORY;
+            case S_IFLNK:
+                return FS_KIND_LINK;
+            case S_IFIFO:
+                return FS_KIND_PIPE;
+            case S_IFSOCK:
+                return FS_KIND_SOCKET;
+            default:
+                return FS_KIND_FILE;
+        }
+    }
 };
 
 inline void walk(const std::string& root, const std::string& below,
                  const std::map<dev_t, FileSystem>& systems, std::vector<File>& files) {
     DIR* const directory = ::opendir((root + "/" + below).c_str());
     ASSERT_NE(directory, nullptr) << below;
+    struct stat here {};
+    ASSERT_EQ(::fstat(::dirfd(directory), &here), 0) << below;
     while (const dirent* entry = ::readdir(directory)) {
         const std::string name = entry->d_name;
         if (name == "." || name == "..") continue;
-        const std::string path = below.empty() ? name : below + "/" + name;
-        File file{below, name, {}, {}};
-        ASSERT_EQ(::lstat((root + "/" + path).c_str(), &file.info), 0) << path;
-        if (S_ISDIR(file.info.st_mode)) {
-            walk(root, path, systems, files);
-            continue;
-        }
-        file.on = systems.at(file.info.st_dev);
+        File file{below, name, {}, systems.at(here.st_dev)};
+        ASSERT_EQ(::lstat((root + "/" + file.path()).c_str(), &file.info), 0) << file.path();
         files.push_back(file);
+        if (S_ISDIR(file.info.st_mode)) walk(root, file.path(), systems, files);
     }
     ::closedir(directory);
 }
@@ -96,6 +108,8 @@ struct Question {
     bool cased = true;
     const wchar_t* notFileSystem = nullptr;
     const wchar_t* onlyFileSystem = nullptr;
+    unsigned kinds = FS_KINDS_BUT_DIRECTORIES;
+    FsDepthRange depth = {};
 };
 
 /// "$local::a/b+", split into its parts. Without a group it is for local drives.
@@ -122,8 +136,16 @@ struct Place {
         return directory == path ||
                (recursive && (path.empty() || directory.starts_with(path + L"/")));
     }
+    /// The depth of what lies in that directory.
+    unsigned depthOf(const std::wstring& directory) const {
+        const auto levels = [](const std::wstring& text) {
+            return text.empty() ? 0 : 1 + std::count(text.begin(), text.end(), L'/');
+        };
+        return static_cast<unsigned>(levels(directory) - levels(path) + 1);
+    }
     /// All directories of that name.
     bool describes(const std::wstring& directory, bool cased) const {
+        if (path.empty()) return recursive || directory.empty();
         return fits(path.c_str(), directory.c_str(), cased) ||
                (recursive && fits((path + L"/*").c_str(), directory.c_str(), cased));
     }
@@ -133,15 +155,24 @@ inline bool isAnswer(const Question& question, const File& file) {
     const auto isNamed = [&](const wchar_t* system) { return toWide(file.on.type) == system; };
     if (question.notFileSystem && isNamed(question.notFileSystem)) return false;
     if (question.onlyFileSystem && !isNamed(question.onlyFileSystem)) return false;
+    if ((question.kinds & file.kind()) == 0) return false;
     const std::wstring directory = toWide(file.directory);
     // Searched paths are places: patterns and the case mode do not apply to them.
     const bool searched =
         std::any_of(question.include.begin(), question.include.end(), [&](const std::string& text) {
-            return Place(text).isOnIts(file.on) && Place(text).holds(directory);
+            const Place place(text);
+            if (!place.isOnIts(file.on) || !place.holds(directory)) return false;
+            const unsigned depth = place.depthOf(directory);
+            return question.depth.least <= depth && depth <= question.depth.most;
         });
+    // A directory that is left out with all below it is no entry either.
     const bool excluded =
         std::any_of(question.exclude.begin(), question.exclude.end(), [&](const std::string& text) {
-            return Place(text).isOnIts(file.on) && Place(text).describes(directory, question.cased);
+            const Place place(text);
+            return place.isOnIts(file.on) &&
+                   (place.describes(directory, question.cased) ||
+                    (file.kind() == FS_KIND_DIRECTORY && place.recursive &&
+                     place.describes(toWide(file.path()), question.cased)));
         });
     return searched && !excluded && question.value(file, question.cased).value_or(0) != 0;
 }
@@ -161,6 +192,8 @@ inline void add(FsQuery& query, const Question& question, const TempTree& tree) 
     if (question.onlyFileSystem) query.addIncludeFileSystem(question.onlyFileSystem);
     query.setQuery(question.criteria);
     query.setCaseSensitive(question.cased ? 0 : 1);
+    query.setKinds(question.kinds);
+    query.setDepth(question.depth);
 }
 
 /// The paths of the answer, sorted.
@@ -168,9 +201,7 @@ inline Names answerOf(const Question& question, const TempTree& tree,
                       const std::vector<File>& files) {
     Names paths;
     for (const File& file : files)
-        if (isAnswer(question, file))
-            paths.push_back(
-                tree.path((file.directory.empty() ? "" : file.directory + "/") + file.name));
+        if (isAnswer(question, file)) paths.push_back(tree.path(file.path()));
     std::sort(paths.begin(), paths.end());
     return paths;
 }

@@ -48,6 +48,10 @@ Question randomQuestion(const Names& directories, Random& random) {
     for (unsigned i = 0; i <= random() % 2; ++i) question.include.push_back(pick());
     for (unsigned i = 0; i < random() % 3; ++i) question.exclude.push_back(pick());
     question.cased = random() % 3 != 0;
+    if (random() % 2 == 0) question.kinds = static_cast<unsigned>(random() % (FS_KINDS_ALL + 1));
+    // Of several included paths, one inside another says nothing of depths.
+    if (random() % 3 == 0 && question.include.size() == 1)
+        question.depth = {static_cast<unsigned>(random() % 3), static_cast<unsigned>(random() % 5)};
     return question;
 }
 

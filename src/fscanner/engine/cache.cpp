@@ -182,7 +182,7 @@ bool FS_Cache::explain(const FsQuery& query, unsigned maxCacheAge, FsQueryReport
         describePlan(*plan, query, store_->files().mayHoldPatterns(), report);
         CacheQuery lookup(*store_, query, rules(maxCacheAge));
         for (std::size_t i = 0; i < report.steps.size(); ++i)
-            lookup.explain(plan->pairs()[i], monitor_, report.steps[i]);
+            lookup.explain(*plan, plan->pairs()[i], monitor_, report.steps[i]);
         return true;
     });
 }

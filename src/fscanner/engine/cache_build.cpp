@@ -243,7 +243,7 @@ public:
         ++files_;
         differs_ = differs_ || !known_.takeFile(entry, facts_);
     }
-    bool wants(const WalkEntry& directory) override {
+    bool wants(const WalkEntry& directory, const std::wstring&) override {
         differs_ = !known_.takeDirectory(directory) || differs_;
         return false;
     }
@@ -308,7 +308,7 @@ public:
     void file(WalkEntry& entry) override {
         if (!atStart() || !known_.takeFile(entry, facts_)) CacheSink::file(entry);
     }
-    bool wants(const WalkEntry& directory) override {
+    bool wants(const WalkEntry& directory, const std::wstring&) override {
         return !atStart() || !known_.takeDirectory(directory);
     }
     /// After the walk: the entries that are gone.

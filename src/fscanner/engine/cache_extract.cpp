@@ -20,6 +20,7 @@
 #include "fscanner/engine/file_processor.h"
 #include "fscanner/engine/query_plan.h"
 #include "fscanner/fs/fs_fileinfo.h"
+#include "fscanner/fs/fs_inspect.h"
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
@@ -71,6 +72,22 @@ public:
     chTypeCommand() : TypeCommand("chTypeCommand") {}
 };
 
+// Reads the name of a directory's record for conditions, which know it as that of a file. What else
+// they ask is left to the criteria.
+class DirectoryReader {
+public:
+    explicit DirectoryReader(std::string_view name) : name_(name) {}
+
+    bool read(unsigned field, Operand& operand) {
+        operand = {};
+        operand.text = {name_.data(), name_.size(), name_.size()};
+        return field == FILES_FILENAME;
+    }
+
+private:
+    std::string_view name_;
+};
+
 // Reads the fields of a decoded file for conditions.
 class FileReader {
 public:
@@ -112,9 +129,11 @@ public:
           chain_(store),
           pathCommand_(store, chain_),
           exclusions_(request.exclude, request.caseSensitive),
-          evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search) {
-        for (const PathDrive& pair : request.pairs)
-            if (QueryPlan::isLocal(pair)) addPair(pair);
+          evaluator_(request.criteria ? request.criteria : L"", CriteriaRules::search),
+          directory_(store.directories().schema()) {
+        for (std::size_t i = 0; i < request.pairs.size(); ++i)
+            if (QueryPlan::isLocal(request.pairs[i])) addPair(request.pairs[i], request.choices[i]);
+        if (!pairs_.empty()) kinds_.kinds = request.choices.front().kinds;
     }
     Extraction(const Extraction&) = delete;
     Extraction& operator=(const Extraction&) = delete;
@@ -127,13 +146,22 @@ private:
     enum class Directory { accepted, refused, missing };
     struct Place {
         const PathDrive* pair;
-        bool hasMounts;  // somewhere inside
+        bool hasMounts;      // somewhere inside
+        FsDepthRange depth;  // of the entries that are asked for
+        std::size_t levels;  // of directories down to the pair's own
     };
 
+    Status testFiles(const std::optional<std::vector<TreeMember>>& few);
     Status emitMatches();
     Status testAcceptedFiles();
     std::optional<std::vector<TreeMember>> smallTrees();
-    Status testFilesOf(const std::vector<TreeMember>& directories, bool filtered);
+    Status testFilesOf(const std::vector<TreeMember>& directories);
+    bool isOfKind();
+    Status testDirectories(const std::optional<std::vector<TreeMember>>& few);
+    Status testDirectory(unsigned record);
+    Status testMountPoints();
+    Status testEntry(const wchar_t* name, bool isMount);
+    bool examineEntry(FsFileInfo& entry);
     inline void emit();
     Status finish();
     Status timedOut();
@@ -145,15 +173,17 @@ private:
     Directory enterAnew(unsigned pathId);
     bool judge();
     bool refuseTooLong();
-    bool accepts(const wchar_t* directory, bool anyBelow = false);
+    bool isSearched();
+    const Place* accepts(const wchar_t* directory, bool anyBelow = false);
     bool leavesOut(const wchar_t* directory, bool recursiveOnly);
     bool settlesBelow(const wchar_t* directory) const;
-    void addPair(const PathDrive& pair);
+    void addPair(const PathDrive& pair, const EntryChoice& choice);
+    bool hasDepth() const;
     const Place* coveringPair(const wchar_t* directory) const;
     bool holds();
     bool examines() const { return request_.examined != Examined::none; }
     bool examinedHolds();
-    int examine(struct stat& info);
+    int examine(const wchar_t* name, struct stat& info);
     bool reads(const FieldKind& field) const { return evaluator_.readsField(field.name); }
     bool readsFacts() const { return reads(file_fields::kSize) || reads(file_fields::kAttributes); }
     bool lacksInfo(unsigned attributes) const;
@@ -171,6 +201,10 @@ private:
     ExclusionWatch exclusions_;
     CriteriaEvaluator evaluator_;
     Conditions conditions_;
+    EntryChoice kinds_;
+    bool filtered_ = false;
+    bool runsCommands_ = false;
+    std::unique_ptr<FsRecordFilter> ofDirectories_;  // the criteria; null: there is none
     DynamicBuffer<unsigned char> name_;
     unsigned startTick_ = 0;
     unsigned untilClock_ = 0;
@@ -182,9 +216,12 @@ private:
     std::size_t shortestPair_ = std::wstring::npos;
     std::size_t longestPair_ = 0;
     std::size_t settledDepth_ = 0;  // level of the chain below which all is accepted; 0: none
+    const Place* place_ = nullptr;  // of the directory that was accepted last
     std::wstring prefix_;
-    fscanner::Directory examined_;  // that of the file that was examined last
-    unsigned examinedId_ = 0;       // its ID
+    std::vector<StoredValue> values_;  // of the directory at hand
+    Fields directory_;                 // the same, decoded
+    fscanner::Directory examined_;     // that of the file that was examined last
+    unsigned examinedId_ = 0;          // its ID
     const std::size_t longestPath_ = longestPath();
     std::wstring tooLong_;  // the directory that the observer was told of last
 };
@@ -200,34 +237,44 @@ Status Extraction::run() {
     evaluator_.addCmd(L"path", STRING, NUMERIC, STRING, &pathCommand_);
     evaluator_.addCmd(L"type", NUMERIC, STRING, STRING, &typeCommand_);
     RecordSet& files = store_.filesRecords();
-    files.setCriteria(&evaluator_, request_.caseSensitive);
-    const bool filtered = request_.criteria && *request_.criteria;
-    const bool compiles = filtered && evaluator_.compile();
+    files.setCriteria(&evaluator_, request_.criteriaCaseSensitive);
+    filtered_ = request_.criteria && *request_.criteria;
+    const bool compiles = filtered_ && evaluator_.compile();
     if (compiles)
-        conditions_ = Conditions(evaluator_.tree(), store_.files().schema(), request_.caseSensitive,
-                                 Conditions::First::numbers);
+        conditions_ = Conditions(evaluator_.tree(), store_.files().schema(),
+                                 request_.criteriaCaseSensitive, Conditions::First::numbers);
     // A command costs much more than the test of a directory: `file` must not run over
     // the whole cache. So the record set delivers candidates, and the criteria is tested second.
-    const bool runsCommands = compiles && evaluator_.usesCommands();
+    runsCommands_ = compiles && evaluator_.usesCommands();
     const bool namesFirst = request_.examined == Examined::candidates;
     if (namesFirst)
         files.stopAtCandidates(kFacts);
-    else if (runsCommands)
+    else if (runsCommands_)
         files.stopAtCandidates({});
     else if (!examines())
         files.readLazily();
     if (scanObserver()) files.onUndecided([this] { noteUndecided(); });
 
     startTick_ = toldTick_ = getCoarseTickCount();
-    if (!examines() && !files.walksIndex())
-        if (const auto directories = smallTrees()) return testFilesOf(*directories, filtered);
+    const bool directories = kinds_.has(EntryType::directory) && (compiles || !filtered_);
+    std::optional<std::vector<TreeMember>> few;
+    if ((!examines() && !files.walksIndex()) || directories) few = smallTrees();
+    Status status =
+        (kinds_.kinds & FS_KINDS_BUT_DIRECTORIES) != 0 ? testFiles(few) : Status::success;
+    if (status == Status::success && directories) status = testDirectories(few);
+    return status == Status::success ? finish() : status;
+}
+
+Status Extraction::testFiles(const std::optional<std::vector<TreeMember>>& few) {
+    RecordSet& files = store_.filesRecords();
+    if (few && !examines() && !files.walksIndex()) return testFilesOf(*few);
     // A lookup uses few of the offsets. A run over all records must not miss one, so all
     // offsets are checked before the first record is written.
     const bool readsAll = !files.walksIndex();
     if (readsAll && !(store_.recordsHold() && store_.files().checkOffsets()))
         return Status::unusable;
-    const Status status = runsCommands || namesFirst ? testAcceptedFiles() : emitMatches();
-    return status == Status::success ? finish() : status;
+    const bool stops = runsCommands_ || request_.examined == Examined::candidates;
+    return stops ? testAcceptedFiles() : emitMatches();
 }
 
 Status Extraction::finish() {
@@ -242,8 +289,14 @@ void Extraction::tellUnread() {
     FsScanObserver* const observer = scanObserver();
     if (!observer) return;
     for (const auto& [id, unread] : store_.unread().all())
-        if (chain_.enter(id) && accepts(chain_.path().c_str(), true))
+        if (chain_.enter(id) && isSearched())
             observer->skipped(chain_.path().c_str(), unread.reason, unread.error);
+}
+
+// Whether the current directory, or one below it, is part of the search.
+bool Extraction::isSearched() {
+    const Place* const place = accepts(chain_.path().c_str(), true);
+    return place && chain_.depth() - place->levels < place->depth.most;
 }
 
 // Whether the build could not examine the file at hand, and the criteria was tested on the size
@@ -269,7 +322,7 @@ Status Extraction::emitMatches() {
         if (!hasTimeAt(directory)) return timedOut();
         if (directory == Directory::missing) return interrupted();
         if (directory != Directory::accepted) continue;
-        if (!examines() || examinedHolds()) emit();
+        if ((!examines() || examinedHolds()) && isOfKind()) emit();
     }
     return Status::success;
 }
@@ -283,7 +336,7 @@ Status Extraction::testAcceptedFiles() {
         // With no path, the command "path" would not match, and the file be missed in silence.
         if (directory == Directory::missing) return interrupted();
         if (!goesOn()) return Status::queryTimedOut;
-        if (!(examines() ? examinedHolds() : holds())) continue;
+        if (!(examines() ? examinedHolds() : holds()) || !isOfKind()) continue;
         if (!hasTime()) return timedOut();
         emit();
     }
@@ -313,7 +366,7 @@ std::optional<std::vector<TreeMember>> Extraction::smallTrees() {
 }
 
 // The files of these directories are looked up, and all others are not read.
-Status Extraction::testFilesOf(const std::vector<TreeMember>& directories, bool filtered) {
+Status Extraction::testFilesOf(const std::vector<TreeMember>& directories) {
     RecordSet& files = store_.filesRecords();
     for (const TreeMember& one : directories) {
         const Directory directory = enter(one.id);
@@ -322,11 +375,136 @@ Status Extraction::testFilesOf(const std::vector<TreeMember>& directories, bool 
         bool found = store_.lookups().byPathId(files, one.id);
         for (; found; found = files.moveNext()) {
             if (!goesOn()) return Status::queryTimedOut;
-            if (!filtered || holds()) emit();
+            if ((!filtered_ || holds()) && isOfKind()) emit();
         }
     }
-    return finish();
+    return Status::success;
 }
+
+// By the stored attributes, which know of few kinds. The others are asked of the system; one that
+// cannot be examined counts as undecided.
+bool Extraction::isOfKind() {
+    if (kinds_.hasAllFiles()) return true;
+    const unsigned attributes = store_.filesRecords().getFieldAsInt32(FILES_ATTR);
+    if ((attributes & FS_ATTR_REGULAR_FILE) != 0) return kinds_.has(EntryType::file);
+    if ((attributes & FS_ATTR_SYMBOLIC_LINK) != 0) return kinds_.has(EntryType::link);
+    if ((attributes & FS_ATTR_CHARACTER_DEVICE) != 0) return kinds_.has(EntryType::characterDevice);
+    struct stat info {};
+    const int error = examine(store_.filesRecords().getFieldAsString(FILES_FILENAME), info);
+    if (error == 0) return kinds_.has(entryTypeOf(info)) && !S_ISDIR(info.st_mode);
+    if (skipReason(error) != FsSkipReason::vanished) noteUndecided();
+    return false;
+}
+
+// ---- Directories ------------------------------------------------------------
+
+Status Extraction::testDirectories(const std::optional<std::vector<TreeMember>>& few) {
+    if (filtered_) {
+        ofDirectories_ = FsRecordFilter::create(request_.criteria, request_.criteriaCaseSensitive);
+        if (!ofDirectories_) return Status::success;
+    }
+    Status status = Status::success;
+    if (few) {
+        RecordSet& inside = store_.ancestorRecords();
+        for (std::size_t i = 0; i < few->size(); ++i) {
+            bool found = store_.lookups().byParentId(inside, (*few)[i].id);
+            for (; found && status == Status::success; found = inside.moveNext())
+                status = testDirectory(inside.recordId());
+        }
+    } else {
+        FS_Table& directories = store_.directories();
+        if (!directories.checkOffsets()) return Status::unusable;
+        unsigned record = 0;
+        bool found = directories.moveFirst(record);
+        for (; found && status == Status::success; found = directories.moveNext(record))
+            status = testDirectory(record);
+    }
+    return status == Status::success ? testMountPoints() : status;
+}
+
+// The name decides first, as it is stored: for most directories nothing else is read.
+Status Extraction::testDirectory(unsigned record) {
+    FS_Table& directories = store_.directories();
+    if (!directories.locate(record, values_)) return interrupted();
+    const auto parent = static_cast<unsigned>(values_[DIRECTORIES_PARENTID].number);
+    const DirectoryReader reader(values_[DIRECTORIES_PATHNAME].text);
+    if (parent == 0 || conditions_.judge(reader) == Verdict::noMatch) return Status::success;
+    const Directory holder = enter(parent);
+    if (!hasTimeAt(holder)) return timedOut();
+    if (holder == Directory::missing) return interrupted();
+    if (holder == Directory::refused) return Status::success;
+    if (!directories.read(record, directory_)) return interrupted();
+    return testEntry(directory_.as<TextField>(DIRECTORIES_PATHNAME)->view().data(), false);
+}
+
+// Mount points at which a search stops have no record of their own in the tree around them.
+Status Extraction::testMountPoints() {
+    for (const auto& [path, place] : pairs_) {
+        if (!place.hasMounts) continue;
+        for (const std::wstring& mount : request_.mounts.stopsInside(*place.pair)) {
+            const std::wstring name = lastName(mount);
+            const std::wstring holder = mount.substr(0, mount.size() - name.size());
+            RecordSet& record = store_.directoryRecords();
+            const std::wstring above(withoutFinalSeparator(holder));
+            if (!CacheTree(store_).findPathByName(record, store_.ancestorRecords(),
+                                                  above.empty() ? L"/" : above.c_str(), true))
+                continue;
+            const Directory found = enter(record.getFieldAsInt32(DIRECTORIES_ID));
+            // Another pair may lie between: then it is a mount point of that one, or none.
+            if (found != Directory::accepted || place_ != &place) continue;
+            const Status status = testEntry(name.c_str(), true);
+            if (status != Status::success) return status;
+        }
+    }
+    return Status::success;
+}
+
+// An entry of the directory that was accepted last.
+Status Extraction::testEntry(const wchar_t* name, bool isMount) {
+    const std::wstring path = prefix_ + name;
+    if (!request_.exclude.empty() && leavesOut(path.c_str(), true)) return Status::success;
+    if (!isMount && place_->hasMounts && request_.mounts.stops(path, place_->pair->drive))
+        return Status::success;
+    FsFileInfo entry;
+    entry.setFilePath(prefix_.c_str());
+    entry.setFileName(name);
+    entry.setFileAttr(FS_ATTR_DIRECTORY);
+    if (filtered_ && (examines() || readsFacts())) {
+        const DriveInfo* const drive = isMount ? request_.mounts.holding(path) : nullptr;
+        if (drive && fsIsServed(*drive))
+            entry.setError();
+        else if (!examineEntry(entry))
+            return Status::success;
+    }
+    if (runsCommands_ && !goesOn()) return Status::queryTimedOut;
+    if (ofDirectories_ && !ofDirectories_->matches(entry)) {
+        FsScanObserver* const observer = scanObserver();
+        if (ofDirectories_->undecided() && observer) observer->undecided(entry);
+        return Status::success;
+    }
+    constexpr unsigned attributes = 1;  // a bit of the mask
+    if (entry.knownMask() != attributes)
+        writer_->addRecord(entry);
+    else
+        writer_->addRecord(prefix_.c_str(), name, 0, FS_ATTR_DIRECTORY);
+    return Status::success;
+}
+
+// False where the directory is gone.
+bool Extraction::examineEntry(FsFileInfo& entry) {
+    struct stat info {};
+    const int error = examine(entry.getName(), info);
+    if (error != 0 && skipReason(error) == FsSkipReason::vanished) return false;
+    if (error != 0) {
+        entry.setError();
+        return true;
+    }
+    entry.forgetInfo();
+    entry.updateFrom(info);
+    return S_ISDIR(info.st_mode);
+}
+
+// ---- Facts ------------------------------------------------------------------
 
 // A condition that fails decides, as in a scan, also where the evaluation could not.
 bool Extraction::holds() {
@@ -341,7 +519,7 @@ bool Extraction::holds() {
 // gone is no match.
 bool Extraction::examinedHolds() {
     struct stat info {};
-    const int error = examine(info);
+    const int error = examine(store_.filesRecords().getFieldAsString(FILES_FILENAME), info);
     if (error == ENOENT || error == ENOTDIR || error == ELOOP) return false;
     if (error == 0 && S_ISDIR(info.st_mode)) return false;
     const auto facts = error == 0 ? FileFacts::of(info) : std::nullopt;
@@ -350,15 +528,14 @@ bool Extraction::examinedHolds() {
     return facts && holds();
 }
 
-// Most files lie in the directory of the last one, which stays open.
-int Extraction::examine(struct stat& info) {
+// An entry of the directory that was accepted last, which stays open: most files lie in the same.
+int Extraction::examine(const wchar_t* name, struct stat& info) {
     if (examinedId_ != pathId_ || !examined_.isOpen()) {
         examinedId_ = pathId_;
         const int error =
             examined_.openPath(toMultibyte(chain_.path()).c_str(), DirectoryUse::reach);
         if (error != 0) return error;
     }
-    const wchar_t* const name = store_.filesRecords().getFieldAsString(FILES_FILENAME);
     return examined_.statEntry(toMultibyte(name).c_str(), info);
 }
 
@@ -385,9 +562,12 @@ bool Extraction::judge() {
     if (chain_.path().size() > longestPath_) return refuseTooLong();
     if (settledDepth_ == 0) {
         const wchar_t* directory = chain_.path().c_str();
-        if (!accepts(directory)) return false;
+        const Place* const place = accepts(directory);
+        if (!place) return false;
+        place_ = place;
         if (settlesBelow(directory)) settledDepth_ = chain_.depth();
     }
+    if (!hasDepth()) return false;
     prefix_ = chain_.path();
     endWithSeparator(prefix_);
     return true;
@@ -411,11 +591,18 @@ bool Extraction::settlesBelow(const wchar_t* directory) const {
            !request_.mounts.hasInside(directory) && request_.exclude.empty();
 }
 
-void Extraction::addPair(const PathDrive& pair) {
+// Whether entries of the directory, which lies in `place_`, have one of the depths asked for.
+bool Extraction::hasDepth() const {
+    const auto depth = static_cast<unsigned>(chain_.depth() - place_->levels + 1);
+    return place_->depth.least <= depth && depth <= place_->depth.most;
+}
+
+void Extraction::addPair(const PathDrive& pair, const EntryChoice& choice) {
     const std::wstring path(withoutFinalSeparator(pair.path.getPathName()));
     shortestPair_ = std::min(shortestPair_, path.size());
     longestPair_ = std::max(longestPair_, path.size());
-    pairs_.emplace(path, Place{&pair, request_.mounts.hasInside(path)});
+    pairs_.emplace(path, Place{&pair, request_.mounts.hasInside(path), choice.depth,
+                               pathNames(pair.path.getPathName()).size()});
 }
 
 // The innermost pair that covers the directory. Often most directories of a cache lie in no
@@ -434,12 +621,14 @@ const Extraction::Place* Extraction::coveringPair(const wchar_t* directory) cons
     return place;
 }
 
-// Whether files of the directory are part of the answer. With `anyBelow`, also whether files
-// further down may be.
-bool Extraction::accepts(const wchar_t* directory, bool anyBelow) {
+// The pair by which files of the directory are part of the answer. With `anyBelow`, also whether
+// files further down may be. Null: they are not.
+const Extraction::Place* Extraction::accepts(const wchar_t* directory, bool anyBelow) {
     const Place* const place = coveringPair(directory);
-    return place && (!place->hasMounts || request_.mounts.reaches(*place->pair, directory)) &&
-           !leavesOut(directory, anyBelow && place->pair->path.getRecursive());
+    const bool accepted = place &&
+                          (!place->hasMounts || request_.mounts.reaches(*place->pair, directory)) &&
+                          !leavesOut(directory, anyBelow && place->pair->path.getRecursive());
+    return accepted ? place : nullptr;
 }
 
 bool Extraction::leavesOut(const wchar_t* directory, bool recursiveOnly) {

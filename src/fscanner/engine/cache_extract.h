@@ -4,6 +4,7 @@
 
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/walk.h"
 
 namespace fscanner {
 
@@ -19,17 +20,20 @@ enum class Examined {
 
 /// What an extraction looks for. Refers to the query, the plan and the pairs of the caller.
 struct ExtractionRequest {
-    const wchar_t* criteria;  ///< null or empty: every file
+    const wchar_t* criteria;  ///< null or empty: every entry
+    bool criteriaCaseSensitive;
     const MountMap& mounts;
     const std::vector<PathDrive>& pairs;  ///< only the local ones are extracted
+    std::vector<EntryChoice> choices;     ///< of each pair; the kinds are the same
     std::vector<PathInfo> exclude;
-    bool caseSensitive;
-    unsigned timeout;  ///< milliseconds
+    bool caseSensitive;  ///< of the excluded paths
+    unsigned timeout;    ///< milliseconds
     Examined examined = Examined::none;
 };
 
-/// Reads the files table once and writes the files that satisfy the criteria and lie
-/// inside a local pair and outside the excluded paths. The observer is told first of the
+/// Reads the files table once, and that of the directories where they are asked for, and writes
+/// the entries that satisfy the criteria and lie inside a local pair and outside the excluded
+/// paths. The observer is told first of the
 /// directories there that could not be read. `queryTimedOut` when the time ran out or the
 /// observer said stop, `unusable` when a file's directory has no record. Records already
 /// written stay. Directories whose paths are too long for this process are left out, and

@@ -20,10 +20,7 @@ namespace {
 
 using Refreshed = CacheStore::Refreshed::How;
 
-// What is found out about one directory says nothing of the tree below it.
-std::wstring keyOf(const PathDrive& pair) {
-    return pair.path.getPathName() + std::wstring(pair.path.getRecursive() ? L"" : L"/.");
-}
+constexpr unsigned kAllLevels = std::numeric_limits<unsigned>::max();
 
 constexpr const char* kMonitored = "FS_Cache::executeQueryCacheOnlyAndMonitor";
 
@@ -44,17 +41,18 @@ CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules&
 
 Status CacheQuery::cacheOnly(const QueryPlan& plan, const char* name) {
     const Status status = readTrees(plan, name);
+    const std::vector<PathDrive> pairs = cachedPairs(plan);
     if (status == Status::success)
-        return extractResults(store_, writer_, extractionOf(plan, plan.pairs()));
+        return extractResults(store_, writer_, extractionOf(plan, pairs));
     // After a time-out the observer is still told what was met until then.
-    if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
+    if (status != Status::unusable) tellUnread(store_, extractionOf(plan, pairs));
     return status;
 }
 
 // Scans the drives that the cache does not hold, and builds the trees that are missing or old.
 Status CacheQuery::readTrees(const QueryPlan& plan, const char* name) {
     for (const PathDrive& pair : plan.pairs()) {
-        if (QueryPlan::isLocal(pair)) {
+        if (QueryPlan::isLocal(pair) && query_.getLinks() == FsLinks::leave) {
             const Status status = serve(plan, pair, name);
             if (status != Status::success) return status;
             continue;
@@ -75,17 +73,22 @@ Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const cha
     const Found found = find(pair);
     // A tree that only damage hides must not be built a second time.
     if (store_.damaged()) return Status::unusable;
-    if (const CacheStore::Refreshed* const done = refreshed(pair, found)) {
+    if (const CacheStore::Refreshed* const done = refreshed(plan, pair, found)) {
         // The observer was told of the scan when the tree was built.
         if (done->how == Refreshed::verified) tellOfCached(path, found.built, &done->verification);
         return Status::success;
     }
     const Fitness fitness =
-        verified_.contains(keyOf(pair)) ? Fitness::fits : judge(plan, pair, found);
+        verified_.contains(keyOf(plan, pair)) ? Fitness::fits : judge(plan, pair, found);
+    if (fitness == Fitness::tooOld && !buildsTree(plan, pair)) {
+        scanned_.emplace(path);
+        const WalkStatus walked = scanDirectly(plan, pair);
+        return walked == WalkStatus::timedOut ? Status::queryTimedOut : Status::success;
+    }
     const Status status = settle(plan, pair, found, fitness, name);
     if (status != Status::success || fitness == Fitness::tooOld) return status;
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
-    const auto verified = verified_.find(keyOf(pair));
+    const auto verified = verified_.find(keyOf(plan, pair));
     tellOfCached(path, found.built, verified == verified_.end() ? nullptr : &verified->second);
     return status;
 }
@@ -120,7 +123,8 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     // `buildTree` stamps the record before it opens the directory: a path that is no
     // directory would look like a young, empty tree.
     const bool isDirectory = fs_examineSearched(path) == 0;
-    store_.noteRefreshed(keyOf(pair), {isDirectory ? Refreshed::built : Refreshed::noDirectory});
+    store_.noteRefreshed(keyOf(plan, pair),
+                         {isDirectory ? Refreshed::built : Refreshed::noDirectory});
     // Under a shared lock nothing is built.
     if (!isDirectory || store_.readOnly()) return Status::success;
     if (!found.record && !store_.beginTree()) return Status::unusable;
@@ -147,8 +151,9 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
-        const Status status =
-            settle(plan, pair, found, judgeBy(known, plan, pair, found), "refresh");
+        const Fitness fitness = judgeBy(known, plan, pair, found);
+        if (fitness == Fitness::tooOld && !buildsTree(plan, pair)) continue;
+        const Status status = settle(plan, pair, found, fitness, "refresh");
         if (status == Status::success) continue;
         if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
         return status;
@@ -163,15 +168,16 @@ Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
-        if (refreshed(pair, found)) continue;
+        if (refreshed(plan, pair, found)) continue;
         switch (judge(plan, pair, found)) {
             case Fitness::fits:
                 break;
             case Fitness::changed:
-                changes = {store_.version(), keyOf(pair), looked_};
+                changes = {store_.version(), keyOf(plan, pair), looked_};
                 return Status::needsChange;
             case Fitness::tooOld:
-                if (found.record || fs_isValidPath(pair.path.getPathName()))
+                if (buildsTree(plan, pair) &&
+                    (found.record || fs_isValidPath(pair.path.getPathName())))
                     return Status::needsChange;
                 break;
             case Fitness::stopped:
@@ -184,10 +190,10 @@ Status CacheQuery::readiness(const QueryPlan& plan, KeptChanges& changes) {
 }
 
 // Only under a shared lock: a session that may change the cache builds old trees anew.
-const CacheStore::Refreshed* CacheQuery::refreshed(const PathDrive& pair,
+const CacheStore::Refreshed* CacheQuery::refreshed(const QueryPlan& plan, const PathDrive& pair,
                                                    const Found& found) const {
     if (!store_.readOnly()) return nullptr;
-    return store_.refreshed(keyOf(pair), found.id, found.built);
+    return store_.refreshed(keyOf(plan, pair), found.id, found.built);
 }
 
 // ---- Verification -----------------------------------------------------------
@@ -220,14 +226,14 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     if (store_.damaged()) return Fitness::damaged;
     if (state == TreeState::stopped) return Fitness::stopped;
     if (state == TreeState::changed) return Fitness::changed;
-    noteVerified(pair);
+    noteVerified(plan, pair);
     return Fitness::fits;
 }
 
 // By a comparison that was made for this query, if there is one.
 CacheQuery::Fitness CacheQuery::judgeBy(KeptChanges& known, const QueryPlan& plan,
                                         const PathDrive& pair, const Found& found) {
-    if (known.path != keyOf(pair) || found.built == 0) return judge(plan, pair, found);
+    if (known.path != keyOf(plan, pair) || found.built == 0) return judge(plan, pair, found);
     looked_ = std::exchange(known, {}).look;  // not true any more when it was used
     return Fitness::changed;
 }
@@ -243,16 +249,17 @@ GoesOn CacheQuery::goesOnSince(unsigned start, const PathDrive& pair) const {
 
 // Under a shared lock it is good for this query alone. A session that may change the cache has
 // brought it up to date for the queries of its object.
-void CacheQuery::noteVerified(const PathDrive& pair) {
+void CacheQuery::noteVerified(const QueryPlan& plan, const PathDrive& pair) {
     const FsVerification result{nullptr, looked_.verification.directories,
                                 looked_.verification.stale.size(), looked_.milliseconds,
                                 goesByStoredFacts()};
-    verified_[keyOf(pair)] = result;
-    if (!store_.readOnly()) store_.noteRefreshed(keyOf(pair), {Refreshed::verified, result});
+    verified_[keyOf(plan, pair)] = result;
+    if (!store_.readOnly()) store_.noteRefreshed(keyOf(plan, pair), {Refreshed::verified, result});
 }
 
 TreeView CacheQuery::viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn) {
-    return {pair, plan.mounts(), goesOn, goesByStoredFacts()};
+    return {pair, plan.mounts(), goesOn, goesByStoredFacts() || goesByStoredKinds(),
+            levelsOf(plan, pair)};
 }
 
 Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
@@ -271,7 +278,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     // The system failed to read a directory, and so the tree counts as never built.
     const Found updated = find(pair);
     if (updated.built == 0) return refresh(plan, pair, updated, name);
-    noteVerified(pair);
+    noteVerified(plan, pair);
     return status;
 }
 
@@ -279,7 +286,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
 Examined CacheQuery::examined() {
     if (!verify_) return Examined::none;
     if (!examined_) {
-        const FileProcessor criteria(query_.getQuery(), query_.getCaseSensitive(),
+        const FileProcessor criteria(query_.getQuery(), query_.getCriteriaCaseSensitive(),
                                      CriteriaRules::search);
         examined_ = criteria.needsInfoAlone() ? Examined::matches
                     : criteria.needsInfo()    ? Examined::candidates
@@ -288,9 +295,31 @@ Examined CacheQuery::examined() {
     return *examined_;
 }
 
+// The kinds of files are among their stored attributes, and a file may take the name of one of
+// another kind.
+bool CacheQuery::goesByStoredKinds() const {
+    return verify_ && !EntryChoice{query_.getKinds()}.hasAllFiles();
+}
+
+unsigned CacheQuery::levelsOf(const QueryPlan& plan, const PathDrive& pair) const {
+    return pair.path.getRecursive() ? plan.choiceFor(query_, pair).depth.most : 1;
+}
+
+// What is found out about some levels of a tree says nothing of those below.
+std::wstring CacheQuery::keyOf(const QueryPlan& plan, const PathDrive& pair) const {
+    const unsigned levels = levelsOf(plan, pair);
+    return pair.path.getPathName() + (levels == kAllLevels ? L"" : L"/." + std::to_wstring(levels));
+}
+
+// A search of limited depth is not worth the reading of the whole tree.
+bool CacheQuery::buildsTree(const QueryPlan& plan, const PathDrive& pair) const {
+    return !pair.path.getRecursive() || levelsOf(plan, pair) == kAllLevels;
+}
+
 // The query may exclude the whole path: nothing of the tree will be extracted.
 bool CacheQuery::needsTree(const QueryPlan& plan, const PathDrive& pair) const {
-    return QueryPlan::isLocal(pair) && !leavesOut(plan, pair);
+    return QueryPlan::isLocal(pair) && query_.getLinks() == FsLinks::leave &&
+           !leavesOut(plan, pair) && plan.choiceFor(query_, pair).depth.most > 0;
 }
 
 bool CacheQuery::leavesOut(const QueryPlan& plan, const PathDrive& pair) const {
@@ -317,7 +346,7 @@ Status CacheQuery::monitored(const QueryPlan& plan) {
     for (const PathDrive& pair : plan.pairs()) {
         const wchar_t* path = pair.path.getPathName();
         debug("%s - scanning [%ls] path...\n", kMonitored, path);
-        const bool local = QueryPlan::isLocal(pair);
+        const bool local = QueryPlan::isLocal(pair) && query_.getLinks() == FsLinks::leave;
         const unsigned built = local ? find(pair).built : 0;
         if (store_.damaged()) return Status::unusable;
         if (built != 0) {
@@ -341,7 +370,8 @@ Status CacheQuery::monitored(const QueryPlan& plan) {
 // ---- What they share --------------------------------------------------------
 
 WalkStatus CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
-    FileProcessor processor(query_.getQuery(), query_.getCaseSensitive(), CriteriaRules::search);
+    FileProcessor processor(query_.getQuery(), query_.getCriteriaCaseSensitive(),
+                            CriteriaRules::search);
     return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
 }
 
@@ -374,16 +404,36 @@ bool CacheQuery::isYoung(unsigned built) const {
     return built != 0 && built >= oldest_ && built <= static_cast<unsigned>(getCurrentTime());
 }
 
+std::vector<PathDrive> CacheQuery::cachedPairs(const QueryPlan& plan) const {
+    std::vector<PathDrive> pairs;
+    for (const PathDrive& pair : plan.pairs())
+        if (QueryPlan::isLocal(pair) && query_.getLinks() == FsLinks::leave &&
+            !scanned_.contains(pair.path.getPathName()))
+            pairs.push_back(pair);
+    return pairs;
+}
+
 ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
                                            const std::vector<PathDrive>& pairs) {
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
-    return {query_.getQuery(),         plan.mounts(), pairs,     std::move(exclude),
-            query_.getCaseSensitive(), timeout_,      examined()};
+    std::vector<EntryChoice> choices;
+    for (const PathDrive& pair : pairs) choices.push_back(plan.choiceFor(query_, pair));
+    return {.criteria = query_.getQuery(),
+            .criteriaCaseSensitive = query_.getCriteriaCaseSensitive(),
+            .mounts = plan.mounts(),
+            .pairs = pairs,
+            .choices = std::move(choices),
+            .exclude = std::move(exclude),
+            .caseSensitive = query_.getCaseSensitive(),
+            .timeout = timeout_,
+            .examined = examined()};
 }
 
-void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step) {
+void CacheQuery::explain(const QueryPlan& plan, const PathDrive& pair, bool monitored,
+                         FsPlanStep& step) {
     if (!QueryPlan::isLocal(pair) || step.way == FsSearchWay::left) return;
+    if (query_.getLinks() != FsLinks::leave) return;
     const Found found = find(pair);
     step.inCache = found.built != 0;
     step.ageSeconds = step.inCache && now_ > found.built ? now_ - found.built : 0;
@@ -391,7 +441,7 @@ void CacheQuery::explain(const PathDrive& pair, bool monitored, FsPlanStep& step
     const bool served = monitored ? step.inCache : step.verified || isYoung(found.built);
     if (served) {
         step.way = FsSearchWay::cached;
-    } else if (!monitored && step.way == FsSearchWay::direct) {
+    } else if (!monitored && step.way == FsSearchWay::direct && buildsTree(plan, pair)) {
         step.way = FsSearchWay::rebuilt;
     }
 }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "fscanner/engine/cache_extract.h"
@@ -65,7 +66,7 @@ public:
     /// into `changes`.
     Status readiness(const QueryPlan& plan, KeptChanges& changes);
     /// Completes a step that may be answered from the cache.
-    void explain(const PathDrive& pair, bool monitored, FsPlanStep& step);
+    void explain(const QueryPlan& plan, const PathDrive& pair, bool monitored, FsPlanStep& step);
 
 private:
     /// The record of a pair's directory in the cache, if there is one.
@@ -91,14 +92,20 @@ private:
     GoesOn goesOnSince(unsigned start, const PathDrive& pair) const;
     Examined examined();
     bool goesByStoredFacts() { return examined() == Examined::matches; }
+    bool goesByStoredKinds() const;
+    /// How many levels of directories of a pair are searched.
+    unsigned levelsOf(const QueryPlan& plan, const PathDrive& pair) const;
+    std::wstring keyOf(const QueryPlan& plan, const PathDrive& pair) const;
+    bool buildsTree(const QueryPlan& plan, const PathDrive& pair) const;
     bool verifies(const Found& found);
     TreeView viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);
-    void noteVerified(const PathDrive& pair);
+    void noteVerified(const QueryPlan& plan, const PathDrive& pair);
     Status settle(const QueryPlan& plan, const PathDrive& pair, const Found& found, Fitness fitness,
                   const char* name);
-    const CacheStore::Refreshed* refreshed(const PathDrive& pair, const Found& found) const;
+    const CacheStore::Refreshed* refreshed(const QueryPlan& plan, const PathDrive& pair,
+                                           const Found& found) const;
     bool needsTree(const QueryPlan& plan, const PathDrive& pair) const;
     bool leavesOut(const QueryPlan& plan, const PathDrive& pair) const;
 
@@ -108,6 +115,7 @@ private:
     Status refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                    const char* name);
     bool dropTree(unsigned id);
+    std::vector<PathDrive> cachedPairs(const QueryPlan& plan) const;
     ExtractionRequest extractionOf(const QueryPlan& plan, const std::vector<PathDrive>& pairs);
 
     CacheStore& store_;
@@ -120,7 +128,8 @@ private:
     bool verify_;
     std::optional<Examined> examined_;
     TreeLook looked_;                                  // the last comparison
-    std::map<std::wstring, FsVerification> verified_;  // by path: trees that are up to date
+    std::map<std::wstring, FsVerification> verified_;  // by `keyOf`: trees that are up to date
+    std::set<std::wstring, std::less<>> scanned_;      // paths of local pairs that were scanned
 };
 
 /// A plan that a process keeps between queries. The mount table is read for each query. The

@@ -48,6 +48,7 @@ public:
           root_(view.root),
           mounts_(view.mounts.hasInside(root_.path.getPathName()) ? &view.mounts : nullptr),
           goesOn_(view.goesOn),
+          wanted_(view.levels),
           chain_(store) {}
 
     Verification run(unsigned rootId);
@@ -80,6 +81,7 @@ private:
     const PathDrive& root_;
     const MountMap* mounts_;  // null where none lies inside
     const GoesOn& goesOn_;
+    unsigned wanted_;       // levels
     unsigned records_ = 0;  // looked at
     DirectoryChain chain_;
     Verification result_;
@@ -104,7 +106,7 @@ Verification TreeVerification::run(unsigned rootId) {
         result_.end = Verification::End::damaged;
         return std::move(result_);
     }
-    if (!enterRoot(rootId) || !root_.path.getRecursive()) return std::move(result_);
+    if (!enterRoot(rootId) || !root_.path.getRecursive() || wanted_ == 1) return std::move(result_);
     unsigned record = records.recordId();
     const auto small = CacheTree(store_).smallTree(rootId);
     std::size_t position = 0;
@@ -119,7 +121,7 @@ Verification TreeVerification::run(unsigned rootId) {
         if (parent_ < rootId) continue;
         if (const std::size_t depth = depthOf(parent_); depth > 0) {
             depth_ = depth;
-            visit();
+            if (depth < wanted_) visit();
         } else if (isInside(parent_)) {
             inside_.push_back(id_);
             late_.push_back(record);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <limits>
 #include <vector>
 
 #include "fscanner/discovery/mount_map.h"
@@ -30,6 +31,8 @@ struct TreeView {
     const MountMap& mounts;
     const GoesOn& goesOn;
     bool facts;  ///< whether the query goes by stored sizes and attributes
+    /// The directories of so many levels are looked at; the root is the first.
+    unsigned levels = std::numeric_limits<unsigned>::max();
 };
 
 /// What a comparison of a tree's directories with their stamps told.

@@ -30,6 +30,7 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry&) override {}
     void leave() override {}
+    bool wants(const WalkEntry& directory, const std::wstring& path) override;
 
 private:
     void begin(const WalkEntry& entry);
@@ -55,6 +56,11 @@ void DirectSink::file(WalkEntry& entry) {
     }
 }
 
+bool DirectSink::wants(const WalkEntry&, const std::wstring& path) {
+    FsScanObserver* const observer = scanObserver();
+    return !observer || observer->enters(path.c_str());
+}
+
 void DirectSink::begin(const WalkEntry& entry) {
     record_.forgetInfo();
     record_.setFileName(entry.name().c_str());
@@ -70,9 +76,11 @@ void DirectSink::fill(WalkEntry& entry) {
     if (record_.hasError()) return;
     if (const struct stat* info = entry.info()) {
         record_.updateFrom(*info);
-    } else {
-        record_.setError();
+        return;
     }
+    if (entry.isDirectory()) record_.setFileAttr(FS_ATTR_DIRECTORY);
+    if (entry.isUntouched()) record_.setFileSize(0);
+    if (!entry.isUntouched() || processor_.needsInfo()) record_.setError();
 }
 
 DfsState& dfsState() {
@@ -133,15 +141,19 @@ WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const Walk
 
 WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const QueryPlan& plan,
                     FileProcessor& processor, const PathDrive& pair, unsigned timeout) {
+    const EntryChoice choice = plan.choiceFor(query, pair);
+    if (choice.depth.most == 0) return WalkStatus::finished;
     return build(writer, processor,
-                 {pair.path.getPathName(),
-                  pair.path.getRecursive(),
-                  pair.drive,
-                  {},
-                  plan.exclusions(pair),
-                  query.getCaseSensitive(),
-                  timeout,
-                  &plan.mounts()});
+                 {.path = pair.path.getPathName(),
+                  .recursive = pair.path.getRecursive(),
+                  .drive = pair.drive,
+                  .include = {},
+                  .exclude = plan.exclusions(pair),
+                  .caseSensitive = query.getCaseSensitive(),
+                  .timeoutMilliseconds = timeout,
+                  .mounts = &plan.mounts(),
+                  .choice = choice,
+                  .links = query.getLinks()});
 }
 
 namespace {
@@ -150,7 +162,8 @@ Status scanQuery(FsResultSetWriter& writer, const FsQuery& query, unsigned timeo
     QueryPlan plan;
     if (!plan.make(query)) return Status::unusable;
     const AnswerGaps gaps(query, plan);
-    FileProcessor processor(query.getQuery(), query.getCaseSensitive(), CriteriaRules::search);
+    FileProcessor processor(query.getQuery(), query.getCriteriaCaseSensitive(),
+                            CriteriaRules::search);
     for (const PathDrive& pair : plan.pairs()) {
         debug("::fsScanQuery - scanning [%ls] path...\n", pair.path.getPathName());
         const unsigned limit = QueryPlan::isLocal(pair) ? timeout : kNoTimeout;

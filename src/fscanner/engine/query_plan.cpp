@@ -1,5 +1,6 @@
 #include "fscanner/engine/query_plan.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "fscanner/common/path_text.h"
@@ -21,6 +22,16 @@ std::vector<PathInfo> groupPaths(const ResolvedPaths& side, unsigned mask) {
     PathHelper::extractPathList(side.parentResolved, mask, paths);
     return paths;
 }
+
+// The number of directories that hold what is in this one.
+unsigned levelsOf(std::wstring_view path) {
+    path = withoutFinalSeparator(path);
+    return path.empty() || path == L"/"
+               ? 0U
+               : static_cast<unsigned>(std::count(path.begin(), path.end(), L'/'));
+}
+
+constexpr unsigned kAnyDepth = std::numeric_limits<unsigned>::max();
 
 }  // namespace
 
@@ -149,6 +160,27 @@ void QueryPlan::addPattern(const PathInfo& exclusion) {
 
 bool QueryPlan::isLocal(const PathDrive& pair) {
     return (static_cast<unsigned>(pair.drive.getType()) & mdLocalDriveGroup) != 0;
+}
+
+// The pair's path is one of the query's, or a mount point below one: the nearest.
+unsigned QueryPlan::depthOf(const PathDrive& pair) const {
+    const std::wstring_view path = pair.path.getPathName();
+    unsigned least = kAnyDepth;
+    for (const PathDrive& entry : included_.resolved) {
+        const PathRelation relation = relatePaths(path, entry.path.getPathName());
+        if (relation == PathRelation::SAME || relation == PathRelation::INSIDE)
+            least = std::min(least, levelsOf(path) - levelsOf(entry.path.getPathName()));
+    }
+    return least == kAnyDepth ? 0 : least;
+}
+
+EntryChoice QueryPlan::choiceFor(const FsQuery& query, const PathDrive& pair) const {
+    EntryChoice choice{query.getKinds(), query.getDepth()};
+    const unsigned above = depthOf(pair);
+    const auto below = [above](unsigned depth) { return depth - std::min(depth, above); };
+    choice.depth.least = below(choice.depth.least);
+    if (choice.depth.most != kAnyDepth) choice.depth.most = below(choice.depth.most);
+    return choice;
 }
 
 const std::vector<PathInfo>& QueryPlan::exclusions(const PathDrive& pair) const {

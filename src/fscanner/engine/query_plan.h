@@ -10,6 +10,7 @@
 #include "fscanner/discovery/mountlist.h"
 #include "fscanner/discovery/path_resolver.h"
 #include "fscanner/discovery/pathhelper.h"
+#include "fscanner/engine/walk.h"
 
 namespace fscanner {
 
@@ -55,6 +56,10 @@ public:
     const std::vector<PathInfo>& exclusions(const PathDrive& pair) const;
     const std::vector<PathInfo>& localExclusions() const { return localExclusions_; }
 
+    /// The entries that the query asks for, as a search of the pair counts their depths. A depth of
+    /// at most 0: none below the pair's path.
+    EntryChoice choiceFor(const FsQuery& query, const PathDrive& pair) const;
+
     /// Whether symbolic links at `path` may be read to resolve an exclusion. On a served drive
     /// (`fsIsServed`) only if the search goes there anyway: a dead server would block the query.
     bool mayTouch(std::string_view path) const;
@@ -65,6 +70,7 @@ private:
     bool wakeAutomounter(const FsQuery& query) const;
     void resolveExclusions(const FsQuery& query);
     void addPattern(const PathInfo& exclusion);
+    unsigned depthOf(const PathDrive& pair) const;
 
     MountTable table_;
     std::vector<DriveInfo> drives_;        // normalised, with placeholders

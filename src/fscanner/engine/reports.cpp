@@ -132,7 +132,7 @@ void describePlan(const QueryPlan& plan, const FsQuery& query, bool patterns,
     report.drives = static_cast<unsigned>(plan.mounted().size());
     report.searchedDrives = static_cast<unsigned>(plan.searched().size());
     report.criteria = describeCriteria(query.getQuery() ? query.getQuery() : L"",
-                                       query.getCaseSensitive(), patterns);
+                                       query.getCriteriaCaseSensitive(), patterns);
     for (const PathDrive& pair : plan.pairs())
         report.steps.push_back(describe(plan, pair, query.getCaseSensitive()));
     for (const PathDrive& entry : plan.included().unresolved)

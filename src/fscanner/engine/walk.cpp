@@ -1,5 +1,6 @@
 #include "fscanner/engine/walk.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cwchar>
@@ -35,6 +36,14 @@ constexpr unsigned kEntriesPerProgress = 1024;
 // The clock is also read within a directory, because testing a million files takes long. It is the
 // coarse clock, which is cheap.
 constexpr unsigned kEntriesPerClock = 64;
+
+static_assert(static_cast<unsigned>(EntryType::file) == FS_KIND_FILE &&
+              static_cast<unsigned>(EntryType::directory) == FS_KIND_DIRECTORY &&
+              static_cast<unsigned>(EntryType::link) == FS_KIND_LINK &&
+              static_cast<unsigned>(EntryType::pipe) == FS_KIND_PIPE &&
+              static_cast<unsigned>(EntryType::socket) == FS_KIND_SOCKET &&
+              static_cast<unsigned>(EntryType::blockDevice) == FS_KIND_BLOCK_DEVICE &&
+              static_cast<unsigned>(EntryType::characterDevice) == FS_KIND_CHARACTER_DEVICE);
 
 struct Level {
     Directory directory;
@@ -82,6 +91,20 @@ const struct stat* WalkEntry::info() {
     return examined_ == Examined::yes ? &info_ : nullptr;
 }
 
+// The entry becomes what its link leads to, unless that is nothing.
+void WalkEntry::follow() {
+    if (entry_.type != EntryType::link && entry_.type != EntryType::unknown) return;
+    if (open_->statTarget(nameBytes(), info_) != 0) return;
+    examined_ = Examined::yes;
+    entry_.type = entryTypeOf(info_);
+}
+
+// Some file systems give no type with the entry (DT_UNKNOWN): then the entry is examined.
+void WalkEntry::settleType() {
+    if (entry_.type != EntryType::unknown) return;
+    if (const struct stat* const examined = info()) entry_.type = entryTypeOf(*examined);
+}
+
 class Walk {
 public:
     Walk(const WalkRequest& request, WalkSink& sink, const LogPrefix& log)
@@ -90,7 +113,8 @@ public:
           log_(log),
           observer_(request.report == WalkReport::nothing ? nullptr : scanObserver()),
           mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
-                                                                            : nullptr) {}
+                                                                            : nullptr),
+          links_(request.links == FsLinks::leave ? LinkUse::refuse : LinkUse::follow) {}
 
     WalkStatus run();
     void finish();
@@ -103,6 +127,7 @@ private:
     Entered enter(const Level* parent, long long timeout);
     int openLevel(const Level* parent, Directory& directory);
     int read(const Level* parent, Level& level);
+    int identify(const Level* parent, Level& level) const;
     bool closeShallowest();
     void logUnreadable() const;
     static int verifyIdentity(Level& level, int error);
@@ -110,8 +135,14 @@ private:
     bool isTooLong() const { return path_.size() > longest_; }
     void leave();
     void load(const DirectoryEntries::Entry& entry);
-    bool isDirectory();
     WalkStatus visit();
+    void report();
+    bool isAsked();
+    void reportDirectory(bool isMount);
+    bool isServed() const;
+    bool isCycle();
+    bool isElsewhere();
+    bool isHeldBy(const Directory::Identity& identity) const;
     WalkStatus visitDirectory();
     WalkStatus descend();
     bool excludes(const wchar_t* path, bool recursiveOnly) const;
@@ -126,7 +157,8 @@ private:
     WalkSink& sink_;
     const LogPrefix& log_;
     FsScanObserver* observer_;
-    const MountMap* mounts_;                      // null if no mount point lies below the start
+    const MountMap* mounts_;  // null if no mount point lies below the start
+    const LinkUse links_;
     std::vector<std::unique_ptr<Level>> levels_;  // levels from depth_ on are kept for reuse
     std::size_t depth_ = 0;
     std::size_t firstOpen_ = 0;  // the levels before this one have no open descriptor
@@ -192,6 +224,7 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
 
 int Walk::read(const Level* parent, Level& level) {
     int error = openLevel(parent, level.directory);
+    if (error == 0 && links_ == LinkUse::follow) error = identify(parent, level);
     if (error == 0) {
         sink_.opened(level.directory);
         error = level.directory.read(level.entries, buffer_);
@@ -202,6 +235,14 @@ int Walk::read(const Level* parent, Level& level) {
     return error;
 }
 
+// Where links are followed, the opened directory must be the one that was examined.
+int Walk::identify(const Level* parent, Level& level) const {
+    const int error = level.directory.identify(level.identity);
+    if (error != 0 || !parent || entry_.examined_ != WalkEntry::Examined::yes) return error;
+    const Directory::Identity examined{entry_.info_.st_dev, entry_.info_.st_ino};
+    return level.identity == examined ? 0 : ENOENT;
+}
+
 void Walk::logUnreadable() const {
     debug("%s - scandir error opening '%ls' path!\n", log_.text, path_.c_str());
 }
@@ -209,7 +250,8 @@ void Walk::logUnreadable() const {
 int Walk::openLevel(const Level* parent, Directory& directory) {
     if (depth_ > kOpenLevels) closeShallowest();
     for (;;) {
-        const int error = parent ? directory.openChild(parent->directory, entry_.nameBytes())
+        const int error = parent ? directory.openChild(parent->directory, entry_.nameBytes(),
+                                                       DirectoryUse::list, links_)
                                  : directory.openPath(toMultibyte(path_).c_str());
         if (error != EMFILE || !closeShallowest()) return error;
     }
@@ -244,7 +286,9 @@ void Walk::reopen(Level& level, Directory& child) {
     child.close();
     // All entries were visited, so the descriptor is not needed.
     if (level.entries.empty()) return;
-    const int error = verifyIdentity(level, level.directory.openPath(toMultibyte(path_).c_str()));
+    const int opened =
+        level.directory.openPath(toMultibyte(path_).c_str(), DirectoryUse::list, links_);
+    const int error = verifyIdentity(level, opened);
     if (error == 0) return;
     level.entries.clear();
     logUnreadable();
@@ -275,36 +319,48 @@ void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.widened_ = false;
 }
 
-// Some file systems give no type with the entry (DT_UNKNOWN): then the entry is examined. If that
-// fails, it counts as a file.
-bool Walk::isDirectory() {
-    if (entry_.entry_.type != EntryType::unknown) return entry_.entry_.type == EntryType::directory;
-    const struct stat* info = entry_.info();
-    return info && S_ISDIR(info->st_mode);
-}
-
 WalkStatus Walk::visit() {
     if (entry_.entry_.name.empty()) {
         debug("%s - file name len is 0. file skipped!\n", log_.text);
         return WalkStatus::finished;
     }
     if (--untilClock_ == 0 && !keepGoing()) return WalkStatus::timedOut;
-    if (isDirectory()) return request_.recursive ? visitDirectory() : WalkStatus::finished;
+    if (links_ == LinkUse::follow) entry_.follow();
+    entry_.settleType();
+    if (entry_.isDirectory()) return visitDirectory();
     ++files_;
-    if (!top().reports) return WalkStatus::finished;
-    sink_.file(entry_);
-    if (entry_.error() != 0) noteUnexamined();
+    report();
     return WalkStatus::finished;
 }
 
+void Walk::report() {
+    if (!top().reports) return;
+    if (isAsked()) sink_.file(entry_);
+    if (entry_.error() != 0) noteUnexamined();
+}
+
+// An entry that cannot be examined, and whose type nobody tells, counts as a file of some kind.
+bool Walk::isAsked() {
+    const EntryType type = entry_.entry_.type;
+    const bool ofKind =
+        type == EntryType::unknown ? request_.choice.hasAllFiles() : request_.choice.has(type);
+    return ofKind && request_.choice.has(static_cast<unsigned>(depth_));
+}
+
 WalkStatus Walk::visitDirectory() {
+    const bool entered = request_.recursive && depth_ < request_.choice.depth.most;
+    if (!entered && !request_.choice.has(EntryType::directory)) return WalkStatus::finished;
     path_ += entry_.name();
     const bool tooLong = isTooLong();
     const bool other = !tooLong && isOtherDrive();
-    if (other || (!tooLong && excludes(path_.c_str(), true))) {
+    const bool excluded = !tooLong && excludes(path_.c_str(), true);
+    if (other || excluded) {
         debug("%s - path '%ls' excluded!\n", log_.text, path_.c_str());
         noteSkipped(other ? FsSkipReason::otherFileSystem : FsSkipReason::excluded, 0);
-    } else if (sink_.wants(entry_)) {
+    }
+    const bool left = excluded || isCycle();
+    if (!left) reportDirectory(other);
+    if (!left && !other && entered && sink_.wants(entry_, path_) && !isElsewhere()) {
         if (!tooLong) return descend();
         debug("%s - path too long!\n", log_.text);
         sink_.enter(entry_);
@@ -313,6 +369,20 @@ WalkStatus Walk::visitDirectory() {
     }
     path_.resize(top().pathLength);
     return WalkStatus::finished;
+}
+
+// `path_` is that of the directory itself, and that of the one which holds it during the report.
+void Walk::reportDirectory(bool isMount) {
+    if (!request_.choice.has(EntryType::directory)) return;
+    if (isMount && isServed()) entry_.examined_ = WalkEntry::Examined::never;
+    path_.resize(top().pathLength);
+    report();
+    path_ += entry_.name();
+}
+
+bool Walk::isServed() const {
+    const DriveInfo* const drive = mounts_->holding(path_);
+    return drive && fsIsServed(*drive);
 }
 
 // The time left, in milliseconds. Each level counts from the time left when it was entered.
@@ -332,6 +402,30 @@ WalkStatus Walk::descend() {
         path_.resize(level.pathLength);
     }
     return WalkStatus::finished;
+}
+
+// Whether the entry is a link to a directory that holds it.
+bool Walk::isCycle() {
+    if (links_ == LinkUse::refuse || entry_.examined_ != WalkEntry::Examined::yes) return false;
+    if (!isHeldBy({entry_.info_.st_dev, entry_.info_.st_ino})) return false;
+    noteSkipped(FsSkipReason::cycle, ELOOP);
+    return true;
+}
+
+// Whether the search must stay on the file system where it began, and the directory is on another.
+bool Walk::isElsewhere() {
+    if (request_.links != FsLinks::followOnDrive) return false;
+    const struct stat* const info = entry_.info();
+    if (!info || info->st_dev == levels_.front()->identity.device) return false;
+    noteSkipped(FsSkipReason::otherFileSystem, 0);
+    return true;
+}
+
+// Whether that is the current directory or one that holds it.
+bool Walk::isHeldBy(const Directory::Identity& identity) const {
+    const auto last = levels_.begin() + static_cast<std::ptrdiff_t>(depth_);
+    return std::any_of(levels_.begin(), last,
+                       [&](const auto& level) { return level->identity == identity; });
 }
 
 bool Walk::excludes(const wchar_t* path, bool recursiveOnly) const {

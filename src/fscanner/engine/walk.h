@@ -8,6 +8,7 @@
 #include "fscanner/common/stored_text.h"
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_info.h"
+#include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
 
@@ -21,6 +22,20 @@ enum class [[nodiscard]] WalkStatus{finished, timedOut};
 
 /// The reason to report for something that could not be opened or examined with this errno.
 FsSkipReason skipReason(int error);
+
+/// Which entries below a path are asked for.
+struct EntryChoice {
+    unsigned kinds = FS_KINDS_BUT_DIRECTORIES;
+    FsDepthRange depth = {};
+
+    bool has(EntryType type) const { return (kinds & static_cast<unsigned>(type)) != 0; }
+    bool has(unsigned entryDepth) const {
+        return depth.least <= entryDepth && entryDepth <= depth.most;
+    }
+    bool hasAllFiles() const {
+        return (kinds & FS_KINDS_BUT_DIRECTORIES) == FS_KINDS_BUT_DIRECTORIES;
+    }
+};
 
 /// The entry that a walk is visiting. It is examined only on request: a walk that needs names
 /// alone calls no `lstat`.
@@ -39,12 +54,18 @@ public:
     const std::wstring& directory() const { return *directory_; }
     /// A number of the directory, unique within the walk; never 0.
     unsigned long long directoryNumber() const { return directoryNumber_; }
-    /// The result of `lstat`, which is called once. Null if the entry cannot be examined.
+    /// The result of `lstat`, which is called once. Null if the entry cannot be examined. In a walk
+    /// that follows links, the result of `stat` where that succeeds.
     const struct stat* info();
+    /// A mount point that is not examined, as its server may be dead.
+    bool isUntouched() const { return examined_ == Examined::never; }
+    bool isDirectory() const { return entry_.type == EntryType::directory; }
 
 private:
     friend class Walk;
-    enum class Examined { no, yes, failed };
+    enum class Examined { no, yes, failed, never };
+    void follow();
+    void settleType();
     /// The errno of the failed examination; 0 if it succeeded or was not requested.
     int error() const { return examined_ == Examined::failed ? error_ : 0; }
 
@@ -64,16 +85,18 @@ private:
 class WalkSink {
 public:
     virtual ~WalkSink() = default;
-    /// Called for each file (everything but a directory) that the included paths cover and the
-    /// excluded paths do not.
+    /// Called for each entry of the requested kinds that the included paths cover and the excluded
+    /// paths do not; for a directory before it is entered.
     virtual void file(WalkEntry& entry) = 0;
     /// Called for each subdirectory before it is opened, and once more with `leave` after it,
     /// also if it could not be opened. A walk that is stopped leaves out the last `leave` calls.
     virtual void enter(const WalkEntry& entry) = 0;
     virtual void leave() = 0;
-    /// Asked about each subdirectory that the walk would enter. False: it is left out, and neither
-    /// `enter` nor `tellsLater` is called for it.
-    virtual bool wants(const WalkEntry& /*directory*/) { return true; }
+    /// Asked about each subdirectory that the walk would enter, with its path. False: it is left
+    /// out, and neither `enter` nor `tellsLater` is called for it.
+    virtual bool wants(const WalkEntry& /*directory*/, const std::wstring& /*path*/) {
+        return true;
+    }
     /// Called for each directory that was opened, also the first one of the walk, before its
     /// entries are read.
     virtual void opened(const Directory& /*directory*/) {}
@@ -107,6 +130,8 @@ struct WalkRequest {
     const MountMap* mounts = nullptr;
     /// What the host's observer is told. It may stop a walk of which it is told something.
     WalkReport report = WalkReport::whole;
+    EntryChoice choice = {};
+    FsLinks links = FsLinks::leave;
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

@@ -34,6 +34,10 @@ bool clearList(std::vector<Entry>& list) {
 struct FsQueryData {
     std::optional<std::wstring> query;
     unsigned caseMode = kLastCaseMode;
+    bool criteriaCaseSensitive = true;
+    unsigned kinds = FS_KINDS_BUT_DIRECTORIES;
+    FsDepthRange depth;
+    FsLinks links = FsLinks::leave;
     std::vector<PathInfo> includedPaths;
     std::vector<PathInfo> excludedPaths;
     std::vector<FileSystemInfo> excludedFileSystems;
@@ -74,7 +78,9 @@ bool FsQuery::setQuery(const wchar_t* text) try {
 }
 
 void FsQuery::setCaseSensitive(unsigned int mode) {
-    if (mode <= kLastCaseMode) data_->caseMode = mode;
+    if (mode > kLastCaseMode) return;
+    data_->caseMode = mode;
+    data_->criteriaCaseSensitive = mode != kCaseInsensitive;
 }
 
 const std::vector<PathInfo>& FsQuery::getIncludedPaths() const {
@@ -115,6 +121,38 @@ bool FsQuery::clearIncludeFileSystems() {
 
 bool FsQuery::clearExcludeFileSystems() {
     return clearList(data_->excludedFileSystems);
+}
+
+void FsQuery::setKinds(unsigned kinds) {
+    data_->kinds = kinds & FS_KINDS_ALL;
+}
+
+unsigned FsQuery::getKinds() const {
+    return data_->kinds;
+}
+
+void FsQuery::setDepth(FsDepthRange range) {
+    data_->depth = range;
+}
+
+FsDepthRange FsQuery::getDepth() const {
+    return data_->depth;
+}
+
+void FsQuery::setLinks(FsLinks links) {
+    data_->links = links;
+}
+
+FsLinks FsQuery::getLinks() const {
+    return data_->links;
+}
+
+void FsQuery::setCriteriaCaseSensitive(bool sensitive) {
+    data_->criteriaCaseSensitive = sensitive;
+}
+
+bool FsQuery::getCriteriaCaseSensitive() const {
+    return data_->criteriaCaseSensitive;
 }
 
 }  // namespace fscanner

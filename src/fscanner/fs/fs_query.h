@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -10,6 +11,33 @@
 namespace fscanner {
 
 struct FsQueryData;
+
+/// Kinds of directory entries. A query asks for a set of them.
+enum FsEntryKind : unsigned {
+    FS_KIND_FILE = 1,  ///< regular files
+    FS_KIND_DIRECTORY = 2,
+    FS_KIND_LINK = 4,  ///< symbolic links
+    FS_KIND_PIPE = 8,
+    FS_KIND_SOCKET = 16,
+    FS_KIND_BLOCK_DEVICE = 32,
+    FS_KIND_CHARACTER_DEVICE = 64,
+    FS_KINDS_ALL = 127,
+    FS_KINDS_BUT_DIRECTORIES = 125,
+};
+
+/// How deep below an included path an entry lies: its own entries have the depth 1. Both bounds
+/// belong to the range.
+struct FsDepthRange {
+    unsigned least = 0;
+    unsigned most = std::numeric_limits<unsigned>::max();
+};
+
+/// What a search does with symbolic links.
+enum class FsLinks {
+    leave,          ///< they are entries like others; none is followed
+    follow,         ///< each counts as what it leads to, and directories are searched through links
+    followOnDrive,  ///< the same, but for directories of other file systems than the path's own
+};
 
 /// Describes a search. The host builds it and hands it to a provider by constant reference. It
 /// may change and reuse it between executions. All texts are copied. One thread at a time; not
@@ -58,6 +86,24 @@ public:
     virtual bool clearExcludePaths();
     virtual bool clearIncludeFileSystems();
     virtual bool clearExcludeFileSystems();
+
+    /// Sets the kinds of entries that the search finds: bits of `FsEntryKind`, of which others are
+    /// ignored. The default is `FS_KINDS_BUT_DIRECTORIES`. The record of a directory has the bit
+    /// `FS_ATTR_DIRECTORY`; an included path itself is no entry.
+    void setKinds(unsigned kinds);
+    unsigned getKinds() const;
+    /// Sets the depths at which the search finds entries. It enters no directory deeper than that,
+    /// and builds no tree of a cache for a limited depth: where none is at hand, it scans.
+    void setDepth(FsDepthRange range);
+    FsDepthRange getDepth() const;
+    /// The default is `FsLinks::leave`. A search that follows links always scans. A directory that
+    /// holds the link to itself is not entered again: see `FsSkipReason::cycle`.
+    void setLinks(FsLinks links);
+    FsLinks getLinks() const;
+    /// Sets the case mode of the criteria apart from that of the excluded paths, until the next
+    /// `setCaseSensitive`, which sets both.
+    void setCriteriaCaseSensitive(bool sensitive);
+    bool getCriteriaCaseSensitive() const;
 
     // Declared last: the order of the virtual functions is part of the binary interface.
     virtual ~FsQuery();

@@ -30,6 +30,10 @@ bool FsScanObserver::waiting(unsigned) {
 
 void FsScanObserver::verified(const FsVerification&) {}
 
+bool FsScanObserver::enters(const wchar_t*) {
+    return true;
+}
+
 FsScanObserver* fsSetScanObserver(FsScanObserver* observer) {
     return currentObserver.exchange(observer);
 }

@@ -15,6 +15,7 @@ enum class FsSkipReason {
     otherFileSystem,  ///< it is a mount point that is searched separately, or not at all
     failed,           ///< the system reported any other error
     noDrive,          ///< a path entry of the query, as written, leads to no drive
+    cycle,            ///< it is a link to a directory that holds it
 };
 
 /// The progress of a walk.
@@ -68,6 +69,10 @@ public:
     /// Called after `fromCache` if the tree was compared with the disk for this query. Names in the
     /// answer are then those of the disk, whatever the age of the tree.
     virtual void verified(const FsVerification& verification);
+    /// Asked about each directory below a path of the query that a direct scan would enter. False
+    /// leaves it out with all below it. Not asked where the cache answers, or is built. `directory`
+    /// is valid during the call.
+    virtual bool enters(const wchar_t* directory);
 };
 
 /// Sets the observer of all scans that begin later, and returns the previous one. Null means no

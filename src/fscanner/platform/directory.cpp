@@ -36,14 +36,24 @@ struct LinuxDirent {
     char name[1];
 };
 
-EntryType entryType(unsigned char type) {
+EntryType entryType(unsigned type) {
     switch (type) {
+        case DT_REG:
+            return EntryType::file;
         case DT_DIR:
             return EntryType::directory;
-        case DT_UNKNOWN:
-            return EntryType::unknown;
+        case DT_LNK:
+            return EntryType::link;
+        case DT_FIFO:
+            return EntryType::pipe;
+        case DT_SOCK:
+            return EntryType::socket;
+        case DT_BLK:
+            return EntryType::blockDevice;
+        case DT_CHR:
+            return EntryType::characterDevice;
         default:
-            return EntryType::other;
+            return EntryType::unknown;
     }
 }
 
@@ -65,8 +75,9 @@ void addRecords(const char* buffer, std::size_t size, DirectoryEntries& entries)
     }
 }
 
-constexpr int flagsFor(DirectoryUse use) {
-    return use == DirectoryUse::list ? kListFlags : kPassFlags;
+constexpr int flagsFor(DirectoryUse use, LinkUse links = LinkUse::refuse) {
+    const int flags = use == DirectoryUse::list ? kListFlags : kPassFlags;
+    return links == LinkUse::refuse ? flags : flags & ~O_NOFOLLOW;
 }
 
 // Opens one component after the other, for kernels without openat2. O_NOFOLLOW covers only the
@@ -86,7 +97,9 @@ Descriptor openByComponents(int start, const char* path, int flags) {
     return directory;
 }
 
-Descriptor openWithoutLinks(int start, const char* path, int flags) {
+// Without O_NOFOLLOW among the flags, links are followed everywhere in the path.
+Descriptor openPiece(int start, const char* path, int flags) {
+    if ((flags & O_NOFOLLOW) == 0) return openAt(start, path, flags);
     open_how how{};
     how.flags = static_cast<unsigned>(flags);
     how.resolve = RESOLVE_NO_SYMLINKS;
@@ -113,8 +126,8 @@ Descriptor openLong(std::string_view path, int flags) {
     Descriptor directory;
     do {
         const std::string piece = takePiece(path);
-        directory = openWithoutLinks(directory ? directory.get() : AT_FDCWD, piece.c_str(),
-                                     path.empty() ? flags : kPassFlags);
+        directory = openPiece(directory ? directory.get() : AT_FDCWD, piece.c_str(),
+                              path.empty() ? flags : kPassFlags & (flags | ~O_NOFOLLOW));
     } while (directory && !path.empty());
     return directory;
 }
@@ -142,6 +155,10 @@ private:
 };
 
 }  // namespace
+
+EntryType entryTypeOf(const struct stat& info) {
+    return entryType(IFTODT(info.st_mode));
+}
 
 int examineFileAt(int directory, const char* name, struct stat& info) {
     const auto examine = [&] { return fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW); };
@@ -181,13 +198,14 @@ bool DirectoryEntries::takeLast(Entry& entry) {
     return true;
 }
 
-int Directory::openPath(const char* path, DirectoryUse use) {
-    descriptor_ = openDirectoryWithoutLinks(path, use);
+int Directory::openPath(const char* path, DirectoryUse use, LinkUse links) {
+    descriptor_ = openLong(path, flagsFor(use, links));
     return descriptor_ ? 0 : errno;
 }
 
-int Directory::openChild(const Directory& parent, const char* name, DirectoryUse use) {
-    descriptor_ = openAt(parent.descriptor_.get(), name, flagsFor(use));
+int Directory::openChild(const Directory& parent, const char* name, DirectoryUse use,
+                         LinkUse links) {
+    descriptor_ = openAt(parent.descriptor_.get(), name, flagsFor(use, links));
     return descriptor_ ? 0 : errno;
 }
 
@@ -211,6 +229,11 @@ int Directory::read(DirectoryEntries& entries, std::span<char> buffer) const {
 
 int Directory::statEntry(const char* name, struct stat& info) const {
     return examineFileAt(descriptor_.get(), name, info);
+}
+
+int Directory::statTarget(const char* name, struct stat& info) const {
+    const auto examine = [&] { return fstatat(descriptor_.get(), name, &info, 0); };
+    return uninterrupted(examine) == 0 ? 0 : errno;
 }
 
 int Directory::identify(Identity& identity) const {

@@ -11,8 +11,21 @@ struct stat;
 
 namespace fscanner {
 
-/// The type of a directory entry as the directory reports it, without a stat.
-enum class EntryType : unsigned char { unknown, directory, other };
+/// The type of a directory entry as the directory reports it, without a stat. Each has a bit of its
+/// own, so that they form sets.
+enum class EntryType : unsigned char {
+    unknown = 0,
+    file = 1,
+    directory = 2,
+    link = 4,
+    pipe = 8,
+    socket = 16,
+    blockDevice = 32,
+    characterDevice = 64
+};
+
+/// The type that an examined file has; `unknown` for a kind that only some systems know.
+EntryType entryTypeOf(const struct stat& info);
 
 /// The entries of one directory, packed one behind the other and taken from the
 /// last to the first, which is the order that scans promise. `Directory::read` leaves
@@ -48,15 +61,21 @@ private:
 /// read permission.
 enum class DirectoryUse { list, reach };
 
+/// What is done with a symbolic link on the way to a directory. Links are followed only where the
+/// user asks for it: who may make a link could lead us elsewhere.
+enum class LinkUse { refuse, follow };
+
 /// An open directory, move-only. Its entries are opened and examined relative to its descriptor,
-/// and symbolic links are never followed.
+/// and symbolic links are not followed, unless a call says so.
 class Directory {
 public:
-    /// Opens an absolute path of any length. Fails when a component is a symbolic link. Returns
-    /// 0 or the errno.
-    int openPath(const char* path, DirectoryUse use = DirectoryUse::list);
-    /// Opens the directory `name` in `parent`; a symbolic link fails. Returns 0 or the errno.
-    int openChild(const Directory& parent, const char* name, DirectoryUse use = DirectoryUse::list);
+    /// Opens an absolute path of any length. Fails when a component is a symbolic link that is not
+    /// to be followed. Returns 0 or the errno.
+    int openPath(const char* path, DirectoryUse use = DirectoryUse::list,
+                 LinkUse links = LinkUse::refuse);
+    /// Opens the directory `name` in `parent`; likewise.
+    int openChild(const Directory& parent, const char* name, DirectoryUse use = DirectoryUse::list,
+                  LinkUse links = LinkUse::refuse);
     /// Opens the present parent ("..") of `child`. Returns 0 or the errno.
     int openParent(const Directory& child);
     void close() { descriptor_.close(); }
@@ -67,6 +86,8 @@ public:
     int read(DirectoryEntries& entries, std::span<char> buffer) const;
     /// `fstatat` of an entry, without following links. Returns 0 or the errno.
     int statEntry(const char* name, struct stat& info) const;
+    /// The same of what a link leads to.
+    int statTarget(const char* name, struct stat& info) const;
     /// Identifies a directory while it exists, whatever its name.
     struct Identity {
         unsigned long long device = 0;
