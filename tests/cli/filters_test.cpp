@@ -56,7 +56,7 @@ TEST_F(FiltersTest, EachFindsWhatItSays) {
         {{"--newer", "2h"}, {"./src/link"}},
         {{"--owner", std::to_string(geteuid()), "-n", "r*"}, {"./run.sh"}},
         {{"--owner", "4294967294"}, {}},
-        {{"-t", "shell", "-t", "C"}, {"./run.sh", "./src/a.c"}},
+        {{"-t", "shell", "-t", "C source"}, {"./run.sh", "./src/a.c"}},
         {{"--links", "-w", "1 || 1"}, {"./src/link"}},
     };
     for (const auto& [arguments, expected] : table)

@@ -98,6 +98,104 @@ TEST_F(FindTest, DirectoriesAreTakenByTheirNames) {
     }
 }
 
+/// A tree of all kinds, with links that lead to files, to directories, to nothing, and around.
+class KindsTest : public FscanTest {
+protected:
+    KindsTest() {
+        namespace fs = std::filesystem;
+        for (const char* file : {"a/b/c/d/deep.h", "a/b/file", "a/run.sh", "z/.hidden/x", "top"})
+            add(file, "text");
+        fs::permissions(tree_ / "a/run.sh", fs::perms::group_exec, fs::perm_options::add);
+        fs::create_directories(tree_ / "a/empty/inner");
+        fs::create_directories(tree_ / "a/what*?/\xFF");
+        fs::create_symlink("top", tree_ / "to a file");
+        fs::create_symlink("nowhere", tree_ / "a/to nothing");
+        fs::create_directory_symlink("../../a/b", tree_ / "z/.hidden/to a directory");
+        fs::create_directory_symlink("..", tree_ / "a/b/around");
+        mkfifo((tree_ / "a/pipe").c_str(), 0600);
+    }
+
+    /// The paths of fscan, a scan's and the cache's, which must be the same.
+    Arguments found(Arguments arguments) const {
+        arguments.insert(arguments.begin(), {"-0"});
+        Arguments all;
+        for (const bool cached : {false, true, true}) {
+            const RunResult result = run(arguments, {.cached = cached});
+            EXPECT_EQ(result.err, "") << cached;
+            Arguments paths = records(result.out, '\0');
+            for (std::string& path : paths)
+                if (path.ends_with('/')) path.pop_back();
+            std::sort(paths.begin(), paths.end());
+            EXPECT_TRUE(all.empty() || paths == all) << testing::PrintToString(paths);
+            all = paths;
+        }
+        return all;
+    }
+    /// Those of find, which also names the PATHs themselves.
+    Arguments expected(Arguments arguments) const {
+        arguments.emplace_back("-print0");
+        const RunResult result = runProgram("find", arguments, {.directory = tree_.path()});
+        Arguments paths = records(result.out, '\0');
+        std::erase(paths, ".");
+        return paths;
+    }
+};
+
+TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
+    struct Case {
+        Arguments ours;
+        Arguments finds;
+    };
+    const Case cases[] = {
+        {{"-t", "f"}, {".", "-type", "f"}},
+        {{"-t", "d"}, {".", "-type", "d"}},
+        {{"-t", "l"}, {".", "-type", "l"}},
+        {{"-t", "p", "-t", "l"}, {".", "-type", "p,l"}},
+        {{"-t", "x"}, {".", "-type", "f", "-perm", "/111"}},
+        {{"-t", "d", "-n", "?"}, {".", "-type", "d", "-name", "?"}},
+        {{"-t", "d", "-t", "f", "-n", "*e*"}, {".", "-type", "d,f", "-name", "*e*"}},
+        {{"-t", "d", "-w", "[SIZE] > 40 && [FILENAME] == \"b\""},
+         {".", "-type", "d", "-name", "b", "-size", "+40c"}},
+        {{"-t", "d", "--perm", "o+w"}, {".", "-type", "d", "-perm", "-o+w"}},
+        {{"-t", "d", "-x", "a/b"}, {".", "-path", "./a/b", "-prune", "-o", "-type", "d"}},
+        {{"-t", "d", "--path", "*/a/*"}, {".", "-type", "d", "-path", "*/a/*"}},
+        {{"-t", "d", "--no-recurse"}, {".", "-maxdepth", "1", "-type", "d"}},
+        {{"--max-depth", "2"}, {".", "-maxdepth", "2", "!", "-type", "d"}},
+        {{"--max-depth", "1", "-t", "d"}, {".", "-maxdepth", "1", "-type", "d"}},
+        {{"--min-depth", "3", "-t", "d", "-t", "f"}, {".", "-mindepth", "3", "-type", "d,f"}},
+        {{"--min-depth", "2", "--max-depth", "3"},
+         {".", "-mindepth", "2", "-maxdepth", "3", "!", "-type", "d"}},
+        {{"--one-file-system", "-t", "f"}, {".", "-xdev", "-type", "f"}},
+        {{"-L"}, {"-L", ".", "!", "-type", "d"}},
+        {{"-L", "-t", "d"}, {"-L", ".", "-type", "d"}},
+        {{"-L", "-t", "l"}, {"-L", ".", "-type", "l"}},
+        {{"-L", "-t", "f", "--max-depth", "2"}, {"-L", ".", "-maxdepth", "2", "-type", "f"}},
+        {{"-L", "-t", "d", "-t", "f", "--one-file-system"}, {"-L", ".", "-xdev", "-type", "d,f"}},
+    };
+    for (const Case& one : cases) {
+        const Arguments right = expected(one.finds);
+        EXPECT_EQ(found(one.ours), right) << testing::PrintToString(one.ours);
+    }
+    EXPECT_EQ(run({"--errors", "-L"}).err,
+              "fscan: ./a/b/around: a directory that holds it, through a link\n"
+              "fscan: ./z/.hidden/to a directory/around/b: a directory that holds it, through a "
+              "link\n");
+    EXPECT_EQ(run({"-t", "y"}).status, 2);
+    EXPECT_EQ(run({"--max-depth", "0"}).status, 2);
+}
+
+TEST_F(KindsTest, DirectoriesArePrintedCountedSortedAndGivenToCommands) {
+    EXPECT_EQ(run({"-t", "d", "--sort", "pathname", "-n", "?"}).out,
+              "./a/\n./a/b/\n./a/b/c/\n./a/b/c/d/\n./a/what*?/\xFF/\n./z/\n");
+    EXPECT_EQ(run({"-t", "d", "-c"}).out, "10\n");
+    EXPECT_EQ(run({"-t", "d", "-n", "c", "-e", "echo", ";"}).out, "./a/b/c\n");
+    EXPECT_EQ(run({"-t", "d", "-n", "c", "--format", "{kind} {name} {path}"}).out,
+              "directory c ./a/b/c\n");
+    EXPECT_THAT(run({"-t", "d", "-n", "c", "-l"}).out, testing::StartsWith("drwxr-xr-x"));
+    EXPECT_THAT(run({"-t", "d", "-n", "c", "--json"}).out,
+                testing::HasSubstr("\"kind\":\"directory\""));
+}
+
 /// A chain of directories whose paths are longer than the system takes in a call.
 class DeepTest : public FscanTest {
 protected:

@@ -38,12 +38,13 @@ struct FileDetails;
 
 /// A file that is to be reported.
 struct Match {
-    std::string_view path;   ///< its bytes, below the PATH as the user gave it
+    std::string_view path;   ///< its bytes, below the PATH as the user gave it; no "/" at its end
     std::size_t nameAt = 0;  ///< where the name begins in it
     FileFacts facts;
     const FileDetails* details = nullptr;  ///< null unless the consumer needs them
 
     std::string_view name() const { return path.substr(nameAt); }
+    bool isDirectory() const;
     /// Without the "/" at its end, unless that is all.
     std::string_view directory() const { return path.substr(0, nameAt > 1 ? nameAt - 1 : nameAt); }
 };

@@ -41,6 +41,26 @@ std::optional<unsigned> userId(const std::string& text) {
     return id;
 }
 
+/// Takes a kind of -t: those of entries are or-ed, and a file that can be run is a further
+/// condition.
+void addKind(char letter, Options& options) {
+    static const std::map<char, unsigned> kinds = {{'f', fscanner::FS_KIND_FILE},
+                                                   {'d', fscanner::FS_KIND_DIRECTORY},
+                                                   {'l', fscanner::FS_KIND_LINK},
+                                                   {'p', fscanner::FS_KIND_PIPE},
+                                                   {'s', fscanner::FS_KIND_SOCKET},
+                                                   {'b', fscanner::FS_KIND_BLOCK_DEVICE},
+                                                   {'c', fscanner::FS_KIND_CHARACTER_DEVICE}};
+    if (letter == 'x') {
+        options.executable = true;
+        return;
+    }
+    const auto kind = kinds.find(letter);
+    if (kind == kinds.end())
+        throw CLI::ValidationError("--type", "no kind is called that; known are f d l p s b c x");
+    options.kinds |= kind->second;
+}
+
 void addNames(CLI::App& app, Options& options, const char* group) {
     addTexts(app, "-n,--name", "GLOB", options.names,
              "The file's name matches (*, ?); several are or-ed")
@@ -55,15 +75,31 @@ void addNames(CLI::App& app, Options& options, const char* group) {
         "The whole path matches, from / or ./ on, or its end; * matches / too; several are or-ed")
         ->group(group);
     addTexts(
-        app, "-t,--type", "WORD",
+        app, "-t,--type", "KIND|WORD",
         [&options](const std::string& word) {
+            if (word.size() == 1) return addKind(word.front(), options);
             // Criteria cannot express such a text.
             if (word.empty() || word.find('"') != word.npos)
                 throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
             options.types.push_back(word);
         },
-        "The file program's description has this word: ELF, ASCII, PNG; several are or-ed")
+        "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable; or a "
+        "word of the file program's description: ELF, PNG; several of each are or-ed")
         ->group(group);
+}
+
+/// An option that takes a number of levels.
+CLI::Option* addLevels(CLI::App& app, const std::string& flag, unsigned& levels,
+                       const std::string& help) {
+    return addValue(
+        app, flag, "N",
+        [flag, &levels](const std::string& text) {
+            const char* const end = text.data() + text.size();
+            const auto [stop, error] = std::from_chars(text.data(), end, levels);
+            if (text.empty() || stop != end || error != std::errc() || levels == 0)
+                throw CLI::ValidationError(flag, "not a number from 1 on");
+        },
+        help);
 }
 
 void addFacts(CLI::App& app, Options& options, const char* group) {
@@ -136,6 +172,15 @@ void addPlaces(CLI::App& app, Options& options) {
     app.add_flag_function(
            "--no-recurse", [&options](auto) { options.recurse = false; },
            "Only the directories' own files")
+        ->group(group);
+    addLevels(app, "--max-depth", options.depth.most,
+              "So many levels at most: 1 is what lies in the PATHs themselves")
+        ->group(group);
+    addLevels(app, "--min-depth", options.depth.least, "So many levels at least")->group(group);
+    app.add_flag("-L,--follow", options.followLinks,
+                 "Follow symbolic links: each counts as what it leads to")
+        ->group(group);
+    app.add_flag("--one-file-system", options.oneFileSystem, "Stay on the file system of each PATH")
         ->group(group);
     addTexts(app, "--fs", "TYPE", options.fileSystems, "Only file systems of this type")
         ->group(group);

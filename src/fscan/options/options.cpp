@@ -136,10 +136,24 @@ void refuseContradictions(const Options& options) {
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
 }
 
+/// Decides on the kinds that nobody asked for. A condition that is for regular files alone implies
+/// them.
+void settleKinds(Options& options) {
+    if (options.executable) {
+        const auto tests = permissionTests("x");
+        options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
+    }
+    if (options.kinds != 0) return;
+    options.kinds =
+        options.executable ? fscanner::FS_KIND_FILE : fscanner::FS_KINDS_BUT_DIRECTORIES;
+}
+
 /// Tells of options that are valid, but together find nothing.
 void noteImpossible(const Options& options) {
     if (options.larger && options.smaller && *options.smaller <= *options.larger + 1)
         complain("note: no size is both --larger and --smaller");
+    if (options.depth.least > options.depth.most)
+        complain("note: no depth is both from --min-depth on and up to --max-depth");
     if (options.newer && options.older && *options.older <= *options.newer + 1)
         complain("note: no time is both --newer and --older");
 }
@@ -228,6 +242,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
         app.parse(arguments);
         takePaths(app, options.paths);
         refuseContradictions(options);
+        settleKinds(options);
         noteImpossible(options);
         if (words->count() == 0) return std::nullopt;
         listWords(app, out);

@@ -8,6 +8,7 @@
 #include "fscan/process/exit_status.h"
 #include "fscan/sort/sort_order.h"
 #include "fscan/text/values.h"
+#include "fscanner/fs/fs_query.h"
 
 namespace fscanner {
 class FsSettings;
@@ -61,6 +62,7 @@ struct Options {
     std::optional<std::vector<std::string>> command;  ///< to be run for the matches
     CommandUse commandUse = CommandUse::forEach;
     bool runsCommands() const { return command.has_value(); }
+    bool findsDirectories() const { return (kinds & fscanner::FS_KIND_DIRECTORY) != 0; }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;
     std::string forgotten;                        ///< the tree to drop from the cache
@@ -73,6 +75,12 @@ struct Options {
     OutputForm form = OutputForm::plain;
     WhenToUse color = WhenToUse::automatic;
     WhenToUse hyperlinks = WhenToUse::automatic;
+    /// Bits of `fscanner::FsEntryKind`; after parsing the kinds that are searched for.
+    unsigned kinds = 0;
+    fscanner::FsDepthRange depth;
+    bool executable = false;  ///< only what somebody may run
+    bool followLinks = false;
+    bool oneFileSystem = false;
     bool recurse = true;
     bool wait = false;  ///< for others who use the cache, however long
     bool ignoreCase = false;

@@ -61,6 +61,11 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
     setFileSystems(parts, query);
     query.setCaseSensitive(parts.options.ignoreCase ? 1 : 2);
     query.setQuery(parts.criteria.c_str());
+    query.setKinds(parts.options.kinds);
+    query.setDepth(parts.options.depth);
+    if (parts.options.followLinks)
+        query.setLinks(parts.options.oneFileSystem ? fscanner::FsLinks::followOnDrive
+                                                   : fscanner::FsLinks::follow);
 }
 
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {

@@ -57,6 +57,7 @@ std::string_view Colors::ofFile(const Match& match) const {
     constexpr unsigned executable =
         FS_ATTR_OWNER_EXECUTE | FS_ATTR_GROUP_EXECUTE | FS_ATTR_OTHERS_EXECUTE;
     if ((attributes & FS_ATTR_SYMBOLIC_LINK) != 0) return kind("ln");
+    if ((attributes & FS_ATTR_DIRECTORY) != 0) return kind("di");
     if ((attributes & FS_ATTR_CHARACTER_DEVICE) != 0) return kind("cd");
     const bool runs = (attributes & executable) != 0 && !kind("ex").empty();
     if ((attributes & FS_ATTR_REGULAR_FILE) != 0 && runs) return kind("ex");

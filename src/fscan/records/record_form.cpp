@@ -30,6 +30,7 @@ public:
 
     void write(const Match& match, Output& out) override {
         path_.write(match, out);
+        if (match.isDirectory()) out.write("/");
         out.write({&terminator_, 1});
     }
     FactsNeeded needsFacts() const override { return path_.needsFacts(); }
@@ -65,7 +66,8 @@ Json attributeWords(unsigned attributes) {
         const char* text;
     };
     using namespace fscanner;
-    static constexpr std::array<Word, 12> words = {{{FS_ATTR_REGULAR_FILE, "regular"},
+    static constexpr std::array<Word, 13> words = {{{FS_ATTR_REGULAR_FILE, "regular"},
+                                                    {FS_ATTR_DIRECTORY, "directory"},
                                                     {FS_ATTR_SYMBOLIC_LINK, "link"},
                                                     {FS_ATTR_CHARACTER_DEVICE, "device"},
                                                     {FS_ATTR_OWNER_READ, "owner-read"},

@@ -168,8 +168,9 @@ FileExaminer::Found MatchCheck::examine(const Match& match) {
     // The given PATH may be a link that leads elsewhere by now. A path that is too long for the
     // system is of no use to a command, but leads nowhere else either.
     struct stat named {};
-    if (lstat(std::string(match.path).c_str(), &named) != 0)
-        return errno == ENAMETOOLONG ? there : gone;
+    const std::string path(match.path);
+    const bool followed = search_.options.followLinks && stat(path.c_str(), &named) == 0;
+    if (!followed && lstat(path.c_str(), &named) != 0) return errno == ENAMETOOLONG ? there : gone;
     return named.st_dev == info.st_dev && named.st_ino == info.st_ino ? there : changed;
 }
 

@@ -293,6 +293,7 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
     if (reason == FsSkipReason::excluded) parts_.excludes.cover(path);  // notes the match
     if (reason == FsSkipReason::excluded || reason == FsSkipReason::otherFileSystem) return;
     if (reason == FsSkipReason::noDrive) return;  // the result of the search tells it
+    if (reason == FsSkipReason::cycle) return noteCycle(path);
     const SearchRoot& root = parts_.matches.root();
     if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;
     // A walk for the cache also reports directories of other roots.
@@ -305,6 +306,13 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
     if (!named) return;
     parts_.line.erase();
     complain(root.shown(path), error);
+}
+
+/// Nothing is missing in the answer: what the link leads to is found without it.
+void Watcher::noteCycle(const std::wstring& path) {
+    if (!parts_.options.errors) return;
+    parts_.line.erase();
+    complain(parts_.matches.root().shown(path) + ": a directory that holds it, through a link");
 }
 
 /// The criteria could not be evaluated as a whole. If the cause is a wildcard in the file's name,

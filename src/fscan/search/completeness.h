@@ -130,6 +130,7 @@ public:
 
 private:
     bool isRoot(const std::wstring& path) const;
+    void noteCycle(const std::wstring& path);
     void noteUndecided(const fscanner::FsFileInfo& file);
 
     Parts parts_;

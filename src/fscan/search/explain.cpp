@@ -14,6 +14,7 @@
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_explain.h"
+#include "fscanner/fs/fs_query.h"
 
 namespace fscan {
 
@@ -47,8 +48,11 @@ ExitStatus makeReport(const Options& options, const ProviderSession& session,
         complain("the mount table cannot be read");
         return ExitStatus::failure;
     }
+    const bool scansOnly = query.getLinks() != fscanner::FsLinks::leave ||
+                           query.getDepth().most != fscanner::FsDepthRange().most;
     for (FsPlanStep& step : report.steps)
-        if (session.cached && step.type == fscanner::DRIVE_LOCAL && step.way == FsSearchWay::direct)
+        if (session.cached && !scansOnly && step.type == fscanner::DRIVE_LOCAL &&
+            step.way == FsSearchWay::direct)
             step.way = FsSearchWay::rebuilt;
     return ExitStatus::found;
 }
@@ -70,7 +74,9 @@ std::string wayText(const ProviderSession& session, const FsPlanStep& step) {
         case FsSearchWay::direct:
             break;
     }
-    return session.cached ? "scanned: only local drives are cached" : "scanned: without the cache";
+    if (!session.cached) return "scanned: without the cache";
+    if (step.type != fscanner::DRIVE_LOCAL) return "scanned: only local drives are cached";
+    return "scanned: the cache is not filled for a limited depth or through links";
 }
 
 void writeStep(const ProviderSession& session, const FsPlanStep& step, Output& out) {

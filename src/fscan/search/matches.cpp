@@ -56,9 +56,11 @@ bool Matches::select(const wchar_t* directory, const wchar_t* name, const FsFile
     return record == nullptr || !needRecords() || examine(name, *record, facts);
 }
 
-void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
+void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
+                  bool isDirectory) {
     FileFacts facts;
     if (!select(directory, name, record, facts)) return;
+    if (isDirectory) facts.attributes |= fscanner::FS_ATTR_DIRECTORY;
     if (needPath()) {
         path_.resize(prefixLength_);
         appendBytes(path_, name);
@@ -109,7 +111,8 @@ int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned lo
                            unsigned attributes) {
     if (Interruption::pending() || matches_.stopped()) return discard();
     // Making a record would copy the texts.
-    if (!matches_.needRecords()) return add(path, name, nullptr);
+    if (!matches_.needRecords())
+        return add(path, name, nullptr, (attributes & fscanner::FS_ATTR_DIRECTORY) != 0);
     FsFileInfo record;
     record.setFilePath(path);
     record.setFileName(name);
@@ -120,13 +123,17 @@ int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned lo
 
 int MatchWriter::addRecord(const FsFileInfo& record) {
     if (Interruption::pending()) return discard();
-    return add(record.getPath(), record.getName(), &record);
+    constexpr unsigned attributes = 1;  // a bit of the mask
+    const bool isDirectory = (record.knownMask() & attributes) != 0 &&
+                             (record.getAttr() & fscanner::FS_ATTR_DIRECTORY) != 0;
+    return add(record.getPath(), record.getName(), &record, isDirectory);
 }
 
-int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record) {
+int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record,
+                     bool isDirectory) {
     if (!matches_.confirmsName(name)) return 0;
     line_.erase();
-    matches_.add(path, name, record);
+    matches_.add(path, name, record, isDirectory);
     return 0;
 }
 
@@ -158,7 +165,7 @@ const FileExaminer::Directory& FileExaminer::enter(const std::wstring& path) {
     Directory& directory = directories_[current_];
     if (directory.descriptor >= 0) close(directory.descriptor);
     directory.path = path;
-    directory.descriptor = fscanner::fsOpenDirectory(path.c_str());
+    directory.descriptor = open(path);
     directory.error = directory.descriptor < 0 ? errno : 0;
     return directory;
 }
@@ -167,10 +174,20 @@ FileExaminer::Found FileExaminer::examine(const std::wstring& directory, const c
                                           struct stat& info) {
     const Directory& place = enter(directory);
     int error = place.error;
-    if (error == 0 && fstatat(place.descriptor, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
-        error = errno;
+    if (error == 0 && examineAt(place.descriptor, name, info) != 0) error = errno;
     if (error != 0) return meansGone(error) ? Found::gone : Found::unknown;
-    return S_ISDIR(info.st_mode) ? Found::gone : Found::there;
+    return S_ISDIR(info.st_mode) && !directoriesCount_ ? Found::gone : Found::there;
+}
+
+int FileExaminer::open(const std::wstring& path) const {
+    if (!follow_) return fscanner::fsOpenDirectory(path.c_str());
+    return ::open(toBytes(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+/// A link that leads nowhere is what it is.
+int FileExaminer::examineAt(int directory, const char* name, struct stat& info) const {
+    if (follow_ && fstatat(directory, name, &info, 0) == 0) return 0;
+    return fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW);
 }
 
 const std::wstring& MatchPlace::directoryOf(const Match& match) {

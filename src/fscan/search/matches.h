@@ -49,8 +49,9 @@ public:
     /// Whether the file would be passed on if it matches: no other root reports it, and no
     /// option leaves it out. `record` may be null where none is needed.
     bool admits(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
-    /// Passes on a file that is admitted.
-    void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
+    /// Passes on a file, or a directory, that is admitted.
+    void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
+             bool isDirectory = false);
 
 private:
     void enter(const wchar_t* directory);
@@ -87,7 +88,8 @@ public:
     int close() override { return 0; }
 
 private:
-    int add(const wchar_t* path, const wchar_t* name, const fscanner::FsFileInfo* record);
+    int add(const wchar_t* path, const wchar_t* name, const fscanner::FsFileInfo* record,
+            bool isDirectory);
 
     Matches& matches_;
     ProgressLine& line_;
@@ -102,12 +104,14 @@ class FileExaminer {
 public:
     enum class Found {
         there,
-        gone,     ///< no file of this path any more, but perhaps a directory
+        gone,     ///< no file of this path any more, but perhaps a directory, unless those count
         changed,  ///< a file of another kind, or one that the search does not ask for any more
         unknown   ///< the file could not be examined
     };
 
-    FileExaminer() = default;
+    /// With `directories`, a directory is there, too. With `follow`, links are followed, and a file
+    /// is what its link leads to.
+    FileExaminer(bool directories, bool follow) : directoriesCount_(directories), follow_(follow) {}
     FileExaminer(const FileExaminer&) = delete;
     FileExaminer& operator=(const FileExaminer&) = delete;
     ~FileExaminer();
@@ -128,7 +132,11 @@ private:
         int error = 0;  ///< of opening it
     };
     const Directory& enter(const std::wstring& path);
+    int open(const std::wstring& path) const;
+    int examineAt(int directory, const char* name, struct stat& info) const;
 
+    bool directoriesCount_;
+    bool follow_;
     std::array<Directory, 16> directories_;
     std::size_t current_ = 0;
     std::array<unsigned long long, 4> left_{};

@@ -18,6 +18,7 @@
 #include "fscan/search/explain.h"
 #include "fscan/search/provider_session.h"
 #include "fscan/search/search_run.h"
+#include "fscan/text/text.h"
 
 namespace fscan {
 
@@ -31,6 +32,24 @@ bool keepMounted(SearchRoots& roots, const DriveList& drives) {
         return true;
     };
     return std::erase_if(roots.roots, unmounted) == 0;
+}
+
+/// Leaves out the file systems that are mounted below the roots. Those which a server or a process
+/// serves are not even opened.
+void keepFileSystems(SearchRoots& roots, const DriveList& drives, fscanner::FsQuery& query) {
+    for (const fscanner::DriveInfo& drive : drives.all()) {
+        const std::wstring directory(mountDirectory(drive));
+        bool inside = false;
+        for (SearchRoot& root : roots.roots) {
+            if (directory == root.real || !liesIn(directory, root.real)) continue;
+            root.inner.push_back(directory);
+            inside = true;
+        }
+        // Exclusions are patterns, which a mount point with a wildcard in its name is not.
+        if (!inside || directory.find_first_of(L"*?") != directory.npos) continue;
+        const bool served = fscanner::fsIsServed(drive);
+        query.addExcludePath((L"$all::*:" + directory + (served ? L"" : L"/*")).c_str(), true);
+    }
 }
 
 ExitStatus explainRoots(const Search& search, Output& out) {
@@ -69,7 +88,7 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& 
 
 ExitStatus runAndReport(const Search& search, bool incomplete, Summary& summary, Output& out) {
     FactsNeeded needed = FactsNeeded::none;
-    FileExaminer examiner;
+    FileExaminer examiner(search.options.findsDirectories(), search.options.followLinks);
     const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search, examiner, out, needed);
     if (!consumer) return ExitStatus::usage;
     return SearchRun(search, *consumer, examiner, needed, out).run(incomplete, summary);
@@ -91,6 +110,7 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
     const Conditions conditions(options, std::move(*excludes), *where, session->cached);
     fscanner::FsQuery query;
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
+    if (options.oneFileSystem) keepFileSystems(roots, *drives, query);
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit
     if (options.explain) return explainRoots(search, out);

@@ -69,7 +69,8 @@ SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer
       rest_(makeFilter(search)),
       matches_(search.conditions.excludes, search.conditions.names, search.conditions.files,
                examiner_, firstSink(sorter_.get(), last_), factsNeeded(search.options, needed),
-               search.options.runsCommands()),
+               search.options.runsCommands() ||
+                   search.options.kinds != fscanner::FS_KINDS_BUT_DIRECTORIES),
       line_(search.options.quiet),
       watcher_(
           {search.options, search.roots, search.conditions.excludes, matches_, rest_.get(), line_}),

@@ -205,6 +205,8 @@ const char* kindText(unsigned attributes) {
             return "link";
         case '-':
             return "file";
+        case 'd':
+            return "directory";
         case 'c':
             return "device";
         default:

@@ -51,7 +51,7 @@ std::optional<std::vector<PermissionTest>> permissionTests(std::string_view text
 /// Whether both are attributes of the same kind of file. 0 stands for an unknown kind, which is
 /// the same as any.
 bool isSameKind(unsigned attributes, unsigned others);
-/// "file", "link", "device" or "other".
+/// "file", "directory", "link", "device" or "other".
 const char* kindText(unsigned attributes);
 /// "-rw-r--r--".
 std::string attributeText(unsigned attributes);

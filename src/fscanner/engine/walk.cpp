@@ -54,6 +54,7 @@ struct Level {
     long long timeLeft = 0;
     unsigned startTick = 0;
     bool reports = false;
+    bool linked = false;      // reached through a link
     bool incomplete = false;  // an unexamined file was reported; done once for a directory
 };
 
@@ -97,6 +98,7 @@ void WalkEntry::follow() {
     if (open_->statTarget(nameBytes(), info_) != 0) return;
     examined_ = Examined::yes;
     entry_.type = entryTypeOf(info_);
+    followed_ = true;
 }
 
 // Some file systems give no type with the entry (DT_UNKNOWN): then the entry is examined.
@@ -214,6 +216,7 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     level.startTick = getCoarseTickCount();
     level.number = ++directories_;
     level.incomplete = false;
+    level.linked = parent && (parent->linked || entry_.followed_);
     const bool included = request_.include.empty() || checkPathList(path_.c_str(), request_.include,
                                                                     request_.caseSensitive, false);
     level.reports = written && included && !excludes(path_.c_str(), false);
@@ -317,6 +320,7 @@ void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.directoryNumber_ = top().number;
     entry_.examined_ = WalkEntry::Examined::no;
     entry_.widened_ = false;
+    entry_.followed_ = false;
 }
 
 WalkStatus Walk::visit() {
@@ -404,10 +408,11 @@ WalkStatus Walk::descend() {
     return WalkStatus::finished;
 }
 
-// Whether the entry is a link to a directory that holds it.
+// Whether the directory is one that holds it, reached again through a link.
 bool Walk::isCycle() {
-    if (links_ == LinkUse::refuse || entry_.examined_ != WalkEntry::Examined::yes) return false;
-    if (!isHeldBy({entry_.info_.st_dev, entry_.info_.st_ino})) return false;
+    if (!entry_.followed_ && !top().linked) return false;
+    const struct stat* const info = entry_.info();
+    if (!info || !isHeldBy({info->st_dev, info->st_ino})) return false;
     noteSkipped(FsSkipReason::cycle, ELOOP);
     return true;
 }

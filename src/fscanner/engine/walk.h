@@ -75,6 +75,7 @@ private:
     const std::wstring* directory_ = nullptr;
     const Directory* open_ = nullptr;
     unsigned long long directoryNumber_ = 0;
+    bool followed_ = false;  // it was a link
     Examined examined_ = Examined::no;
     int error_ = 0;
     struct stat info_ {};

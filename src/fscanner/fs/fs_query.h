@@ -96,8 +96,8 @@ public:
     /// and builds no tree of a cache for a limited depth: where none is at hand, it scans.
     void setDepth(FsDepthRange range);
     FsDepthRange getDepth() const;
-    /// The default is `FsLinks::leave`. A search that follows links always scans. A directory that
-    /// holds the link to itself is not entered again: see `FsSkipReason::cycle`.
+    /// The default is `FsLinks::leave`. A search that follows links always scans. A directory is
+    /// not entered again from inside itself: see `FsSkipReason::cycle`.
     void setLinks(FsLinks links);
     FsLinks getLinks() const;
     /// Sets the case mode of the criteria apart from that of the excluded paths, until the next

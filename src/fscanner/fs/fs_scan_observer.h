@@ -15,7 +15,7 @@ enum class FsSkipReason {
     otherFileSystem,  ///< it is a mount point that is searched separately, or not at all
     failed,           ///< the system reported any other error
     noDrive,          ///< a path entry of the query, as written, leads to no drive
-    cycle,            ///< it is a link to a directory that holds it
+    cycle,            ///< it is a directory that holds it, reached again through a link
 };
 
 /// The progress of a walk.
