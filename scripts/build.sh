@@ -24,6 +24,8 @@ build_packages=(
     ccache:ccache
     libcli11-dev:/usr/include/CLI/CLI.hpp
     libfmt-dev:/usr/include/fmt/core.h
+    libre2-dev:/usr/include/re2/re2.h
+    pkgconf:pkgconf
     nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
     file:file
     scdoc:scdoc

@@ -68,66 +68,66 @@ void waitForNextSecond() {
 }
 
 TEST_F(CacheTest, TheSecondSearchIsAnsweredFromTheCacheWhileItIsYoung) {
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/"}), ElementsAre("d/a", "d/sub/b"));
     add("d/later");
-    EXPECT_THAT(found({"d", "--max-age", "1s"}), ElementsAre("d/a", "d/sub/b"));
-    EXPECT_THAT(found({"d", "--no-cache"}), ElementsAre("d/a", "d/later", "d/sub/b"));
-    EXPECT_THAT(found({"d", "--no-recurse"}), ElementsAre("d/a", "d/later"));
-    EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
-    EXPECT_THAT(found({"d", "--fresh"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--max-age", "1s"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--no-cache"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--no-recurse"}), ElementsAre("d/a", "d/later"));
+    EXPECT_THAT(found({"d/", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--fresh"}), ElementsAre("d/a", "d/later", "d/sub/b"));
     // Within the same second, too.
     add("d/x");
-    EXPECT_THAT(found({"d", "--fresh", "-n", "x"}), ElementsAre("d/x"));
+    EXPECT_THAT(found({"d/", "--fresh", "-n", "x"}), ElementsAre("d/x"));
     std::filesystem::remove(tree_ / "d/x");
-    EXPECT_EQ(run({"d", "--max-age", "0s", "-n", "x"}).status, 1);
+    EXPECT_EQ(run({"d/", "--max-age", "0s", "-n", "x"}).status, 1);
     std::filesystem::remove(tree_ / "d/later");
-    const RunResult gone = run({"d", "-l", "-n", "later", "--max-age", "1d"});
+    const RunResult gone = run({"d/", "-l", "-n", "later", "--max-age", "1d"});
     EXPECT_EQ(gone.out, "");
     EXPECT_EQ(gone.err, "fscan: 1 file is gone since the search found it\n");
-    EXPECT_THAT(found({"d", "--max-age", "0s"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--max-age", "0s"}), ElementsAre("d/a", "d/sub/b"));
 }
 
 // Without an option an answer is as of now.
 TEST_F(CacheTest, WhatWasThereBeforeTheSearchIsFound) {
-    EXPECT_THAT(run({"d", "--stats"}).err,
+    EXPECT_THAT(run({"d/", "--stats"}).err,
                 testing::ContainsRegex(
                     "matches:  2\nwalked:   2 files, 2 directories\n(.*\n)*from:     a scan\n"));
     for (int i = 0; i < 12; ++i) {
         const std::string name = "n" + std::to_string(i);
         const std::string path = (i % 2 == 0 ? "d/" : "d/sub/") + name;
         add(path);
-        EXPECT_THAT(found({"d", "-n", name}), ElementsAre(path));
+        EXPECT_THAT(found({"d/", "-n", name}), ElementsAre(path));
         if (i % 3 == 0) continue;
         std::filesystem::remove(tree_ / path);
-        EXPECT_EQ(run({"d", "-n", name}).status, 1);
+        EXPECT_EQ(run({"d/", "-n", name}).status, 1);
     }
-    const RunResult told = run({"d", "-c", "--stats", "--summary", "json"});
+    const RunResult told = run({"d/", "-c", "--stats", "--summary", "json"});
     EXPECT_THAT(told.err, HasSubstr("checked:  2 directories, "));
     EXPECT_THAT(told.err, HasSubstr("from:     the cache (checked)"));
     EXPECT_THAT(told.err, testing::ContainsRegex("\"checked\":\\{\"directories\":2,.*"));
-    EXPECT_THAT(run({"d", "--larger", "1k", "--stats"}).err,
+    EXPECT_THAT(run({"d/", "--larger", "1k", "--stats"}).err,
                 testing::ContainsRegex("from:     the cache \\(checked; sizes are .* old\\)"));
-    EXPECT_THAT(run({"d", "--max-age", "1d", "--summary", "json"}).err,
+    EXPECT_THAT(run({"d/", "--max-age", "1d", "--summary", "json"}).err,
                 HasSubstr("\"checked\":null"));
 }
 
 TEST_F(CacheTest, ExplainsWithoutSearching) {
     const std::string path = "path:      " + std::filesystem::canonical(tree_ / "d").string();
-    const RunResult before = run({"d", "--explain", "-n", "a"});
+    const RunResult before = run({"d/", "--explain", "-n", "a"});
     EXPECT_EQ(before.status, 0);
     EXPECT_THAT(before.out, HasSubstr(path + "\n"));
     EXPECT_THAT(before.out, HasSubstr("scanned into the cache, which does not have it\n"));
     EXPECT_THAT(before.out, HasSubstr("index:     FILENAME = a\n"));
     EXPECT_TRUE(std::filesystem::is_empty(home_.path()));
 
-    found({"d"});
-    const RunResult young = run({"d", "--explain", "-x", "d/sub", "-n", "*a"});
+    found({"d/"});
+    const RunResult young = run({"d/", "--explain", "-x", "d/sub", "-n", "*a"});
     EXPECT_THAT(young.out, HasSubstr("answer:    from the cache, "));
     EXPECT_THAT(young.out, HasSubstr("/d/sub\n"));
     EXPECT_THAT(young.out, HasSubstr("index:     none: "));
     waitForNextSecond();
-    EXPECT_THAT(run({"d", "--explain", "--fresh"}).out, HasSubstr("0 s at most\n"));
-    EXPECT_THAT(run({"d", "--explain", "--no-cache"}).out,
+    EXPECT_THAT(run({"d/", "--explain", "--fresh"}).out, HasSubstr("0 s at most\n"));
+    EXPECT_THAT(run({"d/", "--explain", "--no-cache"}).out,
                 HasSubstr("answer:    scanned: without the cache\n"));
     EXPECT_THAT(status(), HasSubstr("state:      good\n"));
 }
@@ -139,10 +139,10 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
         EXPECT_EQ(none.status, 1) << task;
         EXPECT_THAT(none.out, HasSubstr("no cache\n"));
     }
-    found({"d"});
+    found({"d/"});
     EXPECT_THAT(status(), testing::ContainsRegex("  [0-9]+ s +2 +2  /.*/d\n"));
     EXPECT_EQ(run({"--cache-compact"}).status, 0);
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/"}), ElementsAre("d/a", "d/sub/b"));
 
     const std::filesystem::path directory = cacheDirectory();
     for (const char* name : {"mine", "files.dat", "files.mine.dat"})
@@ -158,11 +158,11 @@ TEST_F(CacheTest, StatusCompactingAndClearing) {
         left.push_back(entry.path().filename());
     EXPECT_THAT(left, testing::UnorderedElementsAre("mine", "files.dat", "files.mine.dat"));
     // The rest is not a cache any more.
-    const RunResult without = run({"d"});
+    const RunResult without = run({"d/"});
     EXPECT_THAT(without.err, HasSubstr("is no cache directory: it holds other things, such as m"));
     EXPECT_THAT(records(without.out), ElementsAre("d/a", "d/later", "d/sub/b"));
     std::filesystem::remove(directory / "mine");
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/later", "d/sub/b"));
+    EXPECT_THAT(found({"d/"}), ElementsAre("d/a", "d/later", "d/sub/b"));
 }
 
 TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
@@ -189,7 +189,7 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
     };
     for (const auto& row : table) {
         SCOPED_TRACE(row.what);
-        EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+        EXPECT_THAT(found({"d/"}), ElementsAre("d/a", "d/sub/b"));
         const RunResult good = run({"--cache-check"});
         EXPECT_EQ(good.status, 0);
         EXPECT_THAT(good.out, testing::ContainsRegex("checked:    14 files, [0-9.]+M\n"));
@@ -211,14 +211,14 @@ TEST_F(CacheTest, CheckingFindsWhatIsNotAsItWasWritten) {
             EXPECT_THAT(refused.err, HasSubstr("; the next search makes it anew\n")) << task;
         }
     }
-    EXPECT_THAT(found({"d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/"}), ElementsAre("d/a", "d/sub/b"));
 }
 
 TEST_F(CacheTest, OneTreeIsForgotten) {
-    EXPECT_EQ(run({"--cache-forget", "d"}).status, 1);
+    EXPECT_EQ(run({"--cache-forget", "d/"}).status, 1);
     add("gone/g");
     std::filesystem::create_directory_symlink("d", tree_ / "way");
-    for (const char* path : {"d", "gone"}) found({path});
+    for (const char* path : {"d/", "gone"}) found({path});
     std::filesystem::remove_all(tree_ / "gone");
     for (const char* path : {"gone", "./way/."}) {
         EXPECT_THAT(run({"--cache-forget", path}).status, 0) << path;
@@ -233,12 +233,12 @@ TEST_F(CacheTest, OneTreeIsForgotten) {
 TEST_F(CacheTest, ADirectoryOfOthersIsLeftAlone) {
     add("home/letters");
     add("home/files.x.dat", "its");
-    for (const std::string what : {"d", "--cache-status", "--cache-compact", "--cache-clear"}) {
-        const RunResult refused = run({"--cache-dir", "home", what});
-        EXPECT_EQ(refused.status, what == "d" ? 0 : 4) << what;
+    for (const std::string what : {"d/", "--cache-status", "--cache-compact", "--cache-clear"}) {
+        const RunResult refused = run({"--cache-dir", "home/", what});
+        EXPECT_EQ(refused.status, what == "d/" ? 0 : 4) << what;
         EXPECT_THAT(refused.err, HasSubstr(": the cache directory cannot be used: ")) << what;
     }
-    EXPECT_THAT(found({"--no-cache", "home"}), ElementsAre("home/files.x.dat", "home/letters"));
+    EXPECT_THAT(found({"--no-cache", "home/"}), ElementsAre("home/files.x.dat", "home/letters"));
     EXPECT_EQ(fscanner::readWholeFile(tree_ / "home/files.x.dat"), "its");
 }
 
@@ -249,7 +249,7 @@ TEST_F(CacheTest, WhatCannotBeACacheIsDoneWithout) {
     for (const auto& [directory, why] : {std::pair("d/a", "/d/a is no directory"),
                                          {"d/a/sub", "/d/a is no directory"},
                                          {"open", "/open can be written by others (owner "}}) {
-        const RunResult bad = run({"d", "d/sub", "--cache-dir", directory});
+        const RunResult bad = run({"d/", "d/sub", "--cache-dir", directory});
         EXPECT_EQ(bad.status, 0) << directory;
         EXPECT_THAT(records(bad.out), ElementsAre("d/a", "d/sub/b"));
         EXPECT_EQ(records(bad.err).size(), 1U) << bad.err;
@@ -257,10 +257,10 @@ TEST_F(CacheTest, WhatCannotBeACacheIsDoneWithout) {
         EXPECT_THAT(bad.err, HasSubstr(": the cache directory cannot be used: "));
         EXPECT_THAT(bad.err, HasSubstr(why));
         EXPECT_THAT(bad.err, testing::EndsWith("; searching without it\n"));
-        EXPECT_EQ(run({"d", "-q", "--cache-dir", directory}).err, "");
+        EXPECT_EQ(run({"d/", "-q", "--cache-dir", directory}).err, "");
     }
-    EXPECT_THAT(run({"d", "--cache-dir", "open"}).err, HasSubstr(", mode 0777);"));
-    const RunResult fallback = shell("XDG_CACHE_HOME=$PWD/d/a exec \"$0\" d");
+    EXPECT_THAT(run({"d/", "--cache-dir", "open"}).err, HasSubstr(", mode 0777);"));
+    const RunResult fallback = shell("XDG_CACHE_HOME=$PWD/d/a exec \"$0\" d/");
     EXPECT_EQ(fallback.status, 0);
     EXPECT_EQ(records(fallback.err).size(), 1u);
     EXPECT_THAT(fallback.err, HasSubstr("no place for a cache: "));
@@ -286,11 +286,11 @@ TEST_F(CacheTest, ADiskThatTakesNoCacheIsDoneWithout) {
         {"too small for the indexes", "size=1m,mode=700 none c", " left on its disk); "},
         {"too small for the tree", "size=3m,mode=700 none c", ": the cache failed ("},
     };
-    const Arguments right = records(run({"d", "--no-cache"}).out);
+    const Arguments right = records(run({"d/", "--no-cache"}).out);
     for (const auto& disk : disks) {
         const RunResult result =
             shell("exec unshare -m sh -c '{ mount -t tmpfs -o " + std::string(disk.mount) +
-                  "; } 2> /dev/null; mountpoint -q c || exit 77; exec \"$0\" d --strict "
+                  "; } 2> /dev/null; mountpoint -q c || exit 77; exec \"$0\" d/ --strict "
                   "--cache-dir c' \"$0\"");
         if (result.status == 77 || result.status == 1) GTEST_SKIP() << "nothing can be mounted";
         EXPECT_EQ(result.status, 0) << disk.name;
@@ -306,7 +306,7 @@ TEST_F(CacheTest, ADiskThatTakesNoCacheIsDoneWithout) {
 class BusyCacheTest : public CacheTest {
 protected:
     BusyCacheTest() {
-        found({"d"});
+        found({"d/"});
         other_ = std::make_unique<fscanner::FS_Cache>(
             L"directories.x", L"files.x", cacheDirectory().wstring().c_str(), false, false, true);
     }
@@ -322,25 +322,25 @@ protected:
 TEST_F(BusyCacheTest, IsDoneWithout) {
     add("d/later");
     ASSERT_EQ(other_->lock(1000), 0);
-    const RunResult without = run({"d", "d/sub", "--strict"});
+    const RunResult without = run({"d/", "d/sub", "--strict"});
     EXPECT_EQ(without.status, 0);
     EXPECT_THAT(records(without.out), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_EQ(without.err, note());
-    EXPECT_EQ(run({"d", "-q", "-n", "later"}).err, "");
-    const RunResult nothing = run({"d", "-n", "nowhere", "-q", "--summary", "json"});
+    EXPECT_EQ(run({"d/", "-q", "-n", "later"}).err, "");
+    const RunResult nothing = run({"d/", "-n", "nowhere", "-q", "--summary", "json"});
     EXPECT_EQ(nothing.status, 1);
     EXPECT_THAT(nothing.err, HasSubstr("\"complete\":true,\"status\":1,"));
     EXPECT_THAT(nothing.err, HasSubstr("\"cached\":[]"));
     other_->unlock();
-    EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(found({"d/", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
 }
 
 TEST_F(BusyCacheTest, IsReadBesideReaders) {
     add("d/later");
     ASSERT_EQ(other_->lockShared(1000), 0);
-    EXPECT_THAT(found({"d", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
-    EXPECT_THAT(run({"d", "--explain"}).out, HasSubstr("from the cache, "));
-    const RunResult fresh = run({"d", "--fresh"});
+    EXPECT_THAT(found({"d/", "--max-age", "1d"}), ElementsAre("d/a", "d/sub/b"));
+    EXPECT_THAT(run({"d/", "--explain"}).out, HasSubstr("from the cache, "));
+    const RunResult fresh = run({"d/", "--fresh"});
     EXPECT_THAT(records(fresh.out), ElementsAre("d/a", "d/later", "d/sub/b"));
     EXPECT_EQ(fresh.err, note());
 }
@@ -353,7 +353,7 @@ TEST_F(BusyCacheTest, IsWaitedForWithWait) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1500));
             other_->unlock();
         });
-        const RunResult waited = run({"d", "--wait", "-q", option});
+        const RunResult waited = run({"d/", "--wait", "-q", option});
         release.join();
         EXPECT_EQ(waited.err, "");
         EXPECT_EQ(records(waited.out).size(), option == std::string("--fresh") ? 3U : 2U);
@@ -371,7 +371,7 @@ TEST_F(BusyCacheTest, IsWaitedForOnlySoLong) {
         terminal.environment["TERM"] = "xterm";
         terminal.watched = true;
         const RunResult ended =
-            FscanTest::shell(std::string("exec timeout -s INT 1 \"$0\" d ") + task, terminal);
+            FscanTest::shell(std::string("exec timeout -s INT 1 \"$0\" d/ ") + task, terminal);
         EXPECT_EQ(ended.status, 124) << task;
         EXPECT_THAT(ended.err, HasSubstr("waiting for the cache: another process uses it, 0."));
         EXPECT_THAT(ended.err, testing::Not(HasSubstr(", 2."))) << task;
@@ -379,7 +379,7 @@ TEST_F(BusyCacheTest, IsWaitedForOnlySoLong) {
     // If it is not a terminal, the message is printed once.
     for (const auto& [quiet, waits] : {std::pair("", 1), {" -q", 0}}) {
         const RunResult log =
-            shell("exec timeout -s INT 2.5 \"$0\" d --cache-status" + std::string(quiet));
+            shell("exec timeout -s INT 2.5 \"$0\" d/ --cache-status" + std::string(quiet));
         EXPECT_EQ(log.status, 124);
         const std::string told = "fscan: waiting for the cache: another process uses it\n";
         EXPECT_EQ(log.err, waits == 1 ? told : "");
@@ -394,14 +394,14 @@ class SlowReaderTest : public CacheTest {
 protected:
     SlowReaderTest() {
         addManyFiles();
-        found({"d"});
+        found({"d/"});
     }
     /// Its output is not read until another search has built the tree anew.
     void expectNothingHeld(const std::string& command, std::size_t size) const {
         SCOPED_TRACE(command);
         const RunResult slow = shell(
             command +
-            " | { read -r first; timeout 100 \"$0\" d --fresh -c >&2; echo \"$first\"; cat; }");
+            " | { read -r first; timeout 100 \"$0\" d/ --fresh -c >&2; echo \"$first\"; cat; }");
         EXPECT_EQ(slow.err, "2002\n");
         const Arguments lines = records(slow.out);
         ASSERT_EQ(lines.size(), 2002U);
@@ -420,8 +420,8 @@ protected:
 /// As long as the output fits in memory, beyond that, and where no descriptor of our own can
 /// be had.
 TEST_F(SlowReaderTest, HoldsNoLock) {
-    expectNothingHeld("\"$0\" d", 400000);
-    expectNothingHeld("\"$0\" d --format '" + wide_ + "'", 10000000);
+    expectNothingHeld("\"$0\" d/", 400000);
+    expectNothingHeld("\"$0\" d/ --format '" + wide_ + "'", 10000000);
 }
 
 /// A socket, which has no other descriptor.
@@ -430,10 +430,10 @@ TEST_F(SlowReaderTest, HoldsNoLockOnASocket) {
         "exec python3 -c '\n"
         "import socket, subprocess, sys\n"
         "mine, its = socket.socketpair()\n"
-        "slow = subprocess.Popen([sys.argv[1], \"d\"], stdout=its)\n"
+        "slow = subprocess.Popen([sys.argv[1], \"d/\"], stdout=its)\n"
         "its.close()\n"
         "text = mine.recv(1)\n"
-        "fresh = subprocess.run([sys.argv[1], \"d\", \"--fresh\", \"-c\"], timeout=100)\n"
+        "fresh = subprocess.run([sys.argv[1], \"d/\", \"--fresh\", \"-c\"], timeout=100)\n"
         "text += mine.makefile(\"rb\").read()\n"
         "print(len(set(text.split())), slow.wait())' \"$0\"",
         cached());
@@ -448,33 +448,33 @@ TEST_F(SlowReaderTest, HoldsNoLockOnATerminal) {
     terminal.pause = std::chrono::milliseconds(1500);
     std::thread other([this] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        const RunResult fresh = run({"d", "--fresh", "-c"});
+        const RunResult fresh = run({"d/", "--fresh", "-c"});
         EXPECT_EQ(fresh.out + fresh.err, "2002\n");
     });
-    const RunResult slow = FscanTest::run({"d"}, terminal);
+    const RunResult slow = FscanTest::run({"d/"}, terminal);
     other.join();
     EXPECT_EQ(records(slow.out).size(), 2002U);
 }
 
 /// If the rest of the output cannot be kept anywhere, it is waited for.
 TEST_F(SlowReaderTest, GetsAllWhereNothingCanBeKept) {
-    const RunResult slow = shell("(trap '' XFSZ; ulimit -f 100; exec \"$0\" d --format '" + wide_ +
+    const RunResult slow = shell("(trap '' XFSZ; ulimit -f 100; exec \"$0\" d/ --format '" + wide_ +
                                  "') | { sleep 0.5; sort -u | wc -lc; }");
     const RunResult direct =
-        shell("\"$0\" d --no-cache --format '" + wide_ + "' | sort -u | wc -lc");
+        shell("\"$0\" d/ --no-cache --format '" + wide_ + "' | sort -u | wc -lc");
     EXPECT_EQ(slow.out, direct.out);
     EXPECT_EQ(slow.err, "");
 }
 
 TEST_F(CacheTest, ALostReaderDoesNotCostTheCache) {
     addManyFiles();
-    EXPECT_EQ(found({"d"}).size(), 2002u);
-    const RunResult head = shell("{ \"$0\" d; echo $? >&2; } | head -n 1");
+    EXPECT_EQ(found({"d/"}).size(), 2002u);
+    const RunResult head = shell("{ \"$0\" d/; echo $? >&2; } | head -n 1");
     EXPECT_EQ(head.err, std::to_string(128 + SIGPIPE) + "\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));
     // The reader is slow: the signal comes while standard output is full.
     const RunResult slow = shell(
-        "{ timeout --foreground -s INT 0.5 \"$0\" d; echo $? >&2; } | { sleep 2; cat > /dev/null; "
+        "{ timeout --foreground -s INT 0.5 \"$0\" d/; echo $? >&2; } | { sleep 2; cat > /dev/null; "
         "}");
     EXPECT_EQ(slow.err, "124\n");
     EXPECT_THAT(status(), HasSubstr("state:      good"));

@@ -33,7 +33,7 @@ TEST_F(DeadMount, IsNotTouchedWhereItIsExcluded) {
         };
         // Below it, and all files in it, directly or through a link.
         const std::string all = tree_ / "dead/*", sub = tree_ / "dead/sub";
-        for (const char* excluded : {"link", "./link", "./link/sub", all.c_str(), sub.c_str()})
+        for (const char* excluded : {"link/", "./link", "./link/sub", all.c_str(), sub.c_str()})
             expectFile(excluded, "live");
         for (const char* excluded :
              {"dead", "./dead/", "*/dead", all.c_str(), "./dead/*", "dead/*", "./link/*"})

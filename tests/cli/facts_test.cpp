@@ -49,7 +49,7 @@ protected:
 };
 
 TEST_F(FactsTest, ADirectoryThatBecameALinkIsNotFollowed) {
-    cached({"tree"});
+    cached({"tree/"});
     exchange("tree/a", "link");
     for (Arguments way : {Arguments{"-l"},
                           {"--json"},
@@ -59,7 +59,7 @@ TEST_F(FactsTest, ADirectoryThatBecameALinkIsNotFollowed) {
                           {"-l", "--sort", "size"},
                           {"--newer", "1970-01-02"},
                           {"--owner", std::to_string(::getuid())}}) {
-        way.insert(way.begin(), {"--max-age=1d", "tree"});
+        way.insert(way.begin(), {"--max-age=1d", "tree/"});
         const RunResult result = cached(way);
         EXPECT_THAT(result.out, HasSubstr("tree/b/f")) << way[2];
         EXPECT_THAT(result.out, Not(HasSubstr("tree/a/f"))) << way[2];
@@ -76,7 +76,7 @@ TEST_F(FactsTest, NothingOfOutsideIsToldWhileDirectoriesAreExchanged) {
     const std::string secretSize = std::to_string(std::string(kSecret).size());
     for (int i = 0; i < 60 * fscanner::faultScale() && !HasFailure(); ++i)
         for (const bool fromCache : {false, true}) {
-            const Arguments arguments{"tree", "--format", "{size}:{kind}:{path}"};
+            const Arguments arguments{"tree/", "--format", "{size}:{kind}:{path}"};
             for (const std::string& line :
                  records((fromCache ? cached(arguments) : run(arguments)).out))
                 EXPECT_THAT(line, Not(testing::StartsWith(secretSize + ":file")));
@@ -89,7 +89,7 @@ TEST_F(FactsTest, NothingOfOutsideIsToldWhileDirectoriesAreExchanged) {
 
 TEST_F(FactsTest, APathThatIsALinkIsFollowed) {
     fs::create_directory_symlink("tree", tree_ / "way");
-    for (const std::string path : {"way", "way/", "way/a/..", "./way"})
+    for (const std::string path : {"way/", "way/a/..", "./way"})
         for (const Arguments& sorting : {Arguments{}, Arguments{"--sort", "name"}}) {
             Arguments arguments{path, "--json", "--with-type"};
             arguments.insert(arguments.end(), sorting.begin(), sorting.end());
@@ -108,17 +108,17 @@ TEST_F(FactsTest, APathThatIsALinkIsFollowed) {
 
 // A cached size beside a new time would describe a file that never existed.
 TEST_F(FactsTest, ALineIsOfOneMoment) {
-    cached({"tree"});
+    cached({"tree/"});
     add("tree/a/f", std::string(1000, 'x'));
     fs::permissions(tree_ / "tree/a/f", fs::perms::owner_read);
-    EXPECT_THAT(cached({"tree", "-l", "--bytes", "-n", "f", "--path", "a/f"}).out,
+    EXPECT_THAT(cached({"tree/", "-l", "--bytes", "-n", "f", "--path", "a/f"}).out,
                 testing::MatchesRegex("-r-------- +1000 .*tree/a/f\n"));
     for (const std::string command : {"ln -s nowhere", "mkdir", "true"}) {
         shell("rm -rf tree/a/f; " + command + " tree/a/f");
         const bool there = command.starts_with("ln");
         for (const auto& [way, told] :
              {std::pair("-l", "lrwxrwxrwx "), {"--json", "\"kind\":\"link\""}}) {
-            const RunResult result = cached({"tree", way, "--path", "a/f", "--max-age", "1d"});
+            const RunResult result = cached({"tree/", way, "--path", "a/f", "--max-age", "1d"});
             EXPECT_THAT(result.out, HasSubstr(there ? told : "")) << command;
             EXPECT_EQ(result.out.empty(), !there) << command;
             EXPECT_EQ(result.err.empty(), there) << result.err;
@@ -140,11 +140,11 @@ Arguments runningWay(CommandWay way, Arguments command) {
 TEST_F(FactsTest, CommandsDoNotFollowADirectoryThatBecameALink) {
     for (const CommandWay& way : kCommandWays) {
         add("tree/b/f", "text\n");
-        cached({"tree", "--fresh"});
+        cached({"tree/", "--fresh"});
         exchange("tree/a", "link");
         Arguments arguments = runningWay(way, {"rm", "-f"});
         arguments.insert(arguments.begin(),
-                         {"tree", "--max-age=1d", "--strict", "--summary-file", "s.json"});
+                         {"tree/", "--max-age=1d", "--strict", "--summary-file", "s.json"});
         const RunResult result = cached(arguments);
         EXPECT_TRUE(fs::exists(outside_ / "f")) << way.first;
         EXPECT_FALSE(fs::exists(tree_ / "tree/b/f")) << way.first;
@@ -164,14 +164,14 @@ TEST_F(FactsTest, EachPathIsLookedAtBeforeItsCommand) {
     fs::create_directories(tree_ / "elsewhere/b");
     add("elsewhere/b/f");
     for (const auto& [path, exchange, told] :
-         {std::tuple("tree", "mv tree/b kept; ln -s ../elsewhere/b tree/b", "1 file is gone"),
-          {"way", "ln -sfn elsewhere way", "1 file has changed"},
-          {"tree", "rm tree/b/f; ln -s ../../elsewhere/b/f tree/b/f", "1 file has changed"},
-          {"tree", "rm tree/b/f; mkdir tree/b/f", "1 file is gone"}}) {
+         {std::tuple("tree/", "mv tree/b kept; ln -s ../elsewhere/b tree/b", "1 file is gone"),
+          {"way/", "ln -sfn elsewhere way", "1 file has changed"},
+          {"tree/", "rm tree/b/f; ln -s ../../elsewhere/b/f tree/b/f", "1 file has changed"},
+          {"tree/", "rm tree/b/f; mkdir tree/b/f", "1 file is gone"}}) {
         const RunResult result =
             run({path, "-e", "sh", "-c", "echo $0; cd '" + tree_.path().string() + "'; " + exchange,
                  ";"});
-        EXPECT_EQ(result.out, std::string(path) + "/a/f\n") << exchange;
+        EXPECT_EQ(result.out, std::string(path) + "a/f\n") << exchange;
         EXPECT_THAT(result.err, HasSubstr(told)) << exchange;
         shell("rm -rf tree/b kept; mkdir tree/b; echo text > tree/b/f");
     }
@@ -181,7 +181,7 @@ TEST_F(FactsTest, ABatchIsLookedAtWhenTheOneBeforeIsOver) {
     for (int i = 0; i < 6000; ++i) add("many/" + std::to_string(i) + std::string(200, 'n'));
     fs::copy(tree_ / "many", tree_ / "copy");
     const RunResult result = run(
-        {"many", "--exec-batch", "sh", "-c", "mv many moved; ln -s copy many; echo $#", "sh", "+"});
+        {"many/", "--exec-batch", "sh", "-c", "mv many moved; ln -s copy many; echo $#", "sh", "+"});
     EXPECT_EQ(records(result.out).size(), 1u) << result.out;
     const int left = 6000 - std::stoi(result.out);
     EXPECT_GT(left, 0);
@@ -210,11 +210,11 @@ TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
     };
     for (const auto& [condition, change, stays] : table) {
         shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
-        cached({"tree", "--fresh"});
+        cached({"tree/", "--fresh"});
         shell(std::string(change) + " tree/a/f");
         for (const CommandWay& way : kCommandWays) {
             Arguments arguments = runningWay(way, {"echo"});
-            arguments.insert(arguments.begin(), {"tree", "--path", "a/f"});
+            arguments.insert(arguments.begin(), {"tree/", "--path", "a/f"});
             arguments.insert(arguments.begin(), condition.begin(), condition.end());
             const RunResult result = cached(arguments);
             EXPECT_EQ(!result.out.empty(), stays) << change << result.err;
@@ -222,12 +222,12 @@ TEST_F(FactsTest, CommandsAreForFilesThatStillFit) {
     }
     // Permissions are read from the disk like times and owners, with commands or without.
     shell("rm -f tree/a/f; echo text > tree/a/f; chmod 644 tree/a/f");
-    cached({"tree", "--fresh"});
+    cached({"tree/", "--fresh"});
     shell("chmod u+x tree/a/f");
-    EXPECT_EQ(cached({"tree", "--perm", "u+x"}).out, "tree/a/f\n");
-    EXPECT_EQ(run({"tree", "--perm", "u+x"}).out, "tree/a/f\n");
+    EXPECT_EQ(cached({"tree/", "--perm", "u+x"}).out, "tree/a/f\n");
+    EXPECT_EQ(run({"tree/", "--perm", "u+x"}).out, "tree/a/f\n");
     exchange("tree/a", "link");
-    EXPECT_EQ(cached({"tree", "--perm", "r", "--path", "a/f"}).out, "");
+    EXPECT_EQ(cached({"tree/", "--perm", "r", "--path", "a/f"}).out, "");
 }
 
 TEST_F(FactsTest, CommandsInTheDirectoryOfAFile) {
@@ -237,7 +237,7 @@ TEST_F(FactsTest, CommandsInTheDirectoryOfAFile) {
     fs::permissions(tree_ / "run", fs::perms::owner_all);
     add("tree/b/run", "#!/bin/sh\necho hijacked\n");
     fs::permissions(tree_ / "tree/b/run", fs::perms::owner_all);
-    EXPECT_EQ(run({"tree", "--exec-dir", "sh", "-c", "echo $(pwd) $0", ";"}).out,
+    EXPECT_EQ(run({"tree/", "--exec-dir", "sh", "-c", "echo $(pwd) $0", ";"}).out,
               top + "/tree/-x ./-n\n" + top + "/tree/a ./f\n" + top + "/tree/b ./f\n" + top +
                   "/tree/b ./run\n");
     EXPECT_EQ(run({"tree/b", "-n", "f", "--exec-dir", "./run", ";"}).out, "ran ./f\n");
@@ -256,8 +256,8 @@ TEST_F(FactsTest, CommandsInTheDirectoryOfAFile) {
     EXPECT_EQ(moved.status, 0) << moved.err;
     EXPECT_TRUE(fs::exists(outside_ / "f"));
     EXPECT_TRUE(fs::is_empty(tree_ / "tree/gone"));
-    EXPECT_EQ(run({"tree", "-e", "true", ";", "--exec-dir", "true", ";"}).status, 2);
-    EXPECT_EQ(run({"tree", "--exec-dir", "true"}).status, 2);
+    EXPECT_EQ(run({"tree/", "-e", "true", ";", "--exec-dir", "true", ";"}).status, 2);
+    EXPECT_EQ(run({"tree/", "--exec-dir", "true"}).status, 2);
 }
 
 TEST_F(FactsTest, TimesHaveNoLastDay) {
@@ -272,7 +272,7 @@ TEST_F(FactsTest, TimesHaveNoLastDay) {
             for (const Arguments& way :
                  {Arguments{"-l"}, Arguments{"-l", "--sort", "size"}, Arguments{"--json"},
                   Arguments{"-l", "--sort", "name", "--spill"}}) {
-                Arguments arguments{"tree", side};
+                Arguments arguments{"tree/", side};
                 arguments.insert(arguments.end(), way.begin(), way.end());
                 const RunResult result = fromCache ? cached(arguments) : run(arguments);
                 EXPECT_THAT(result.out, HasSubstr(day)) << way.back();

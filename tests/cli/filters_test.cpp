@@ -42,7 +42,7 @@ TEST_F(FiltersTest, EachFindsWhatItSays) {
         {{"--path", "src/*"}, {"./src/a.c", "./src/link", "./src/old/b.c"}},
         {{"--path", tree_.path().string() + "/*.sh", "--path", "*/OLD/*", "-i"},
          {"./run.sh", "./src/old/b.c"}},
-        {{"--path", "b.c", "src"}, {"src/old/b.c"}},
+        {{"--path", "b.c", "src/"}, {"src/old/b.c"}},
         {{"--larger", "5G"}, {}},
         {{"--larger", "5368709119"}, {"./huge"}},
         {{"--larger", "2999", "--smaller", "1T"}, {"./huge", "./src/old/b.c"}},
@@ -161,7 +161,7 @@ TEST_F(FiltersTest, CommandsRunInOrderWithoutAShell) {
               "[x./src/a.cy][x./src/old/b.cy]");
     EXPECT_EQ(run({"--exec-batch", "printf", "[%s]", "-", "{}", "!", "+", "-n", "*.*"}).out,
               "[-][./run.sh][./src/a.c][./src/old/b.c][!]");
-    EXPECT_EQ(run({"-e", "printf", "[%s]", ";", "--", "-d"}).out, "[./-d/f]");
+    EXPECT_EQ(run({"-e", "printf", "[%s]", ";", "--", "./-d"}).out, "[./-d/f]");
     EXPECT_EQ(run({"-e", "echo", ";", "-n", "$*"}).out, "./$(touch hacked); *\n");
     EXPECT_FALSE(std::filesystem::exists(tree_ / "hacked"));
     EXPECT_EQ(run({"-e", "echo", ";", "--limit", "1", "--sort", "size", "--reverse"}).out,
@@ -181,7 +181,7 @@ TEST_F(FiltersTest, AKeyMeantForACommandEndsUsOnlyWithIt) {
          {std::tuple("trap : INT; kill -INT $PPID; kill -INT $$; echo $0",
                      "src/a.c\nsrc/link\nsrc/old/b.c\n", 0),
           {"echo $0; kill -INT $PPID; kill -INT $$", "src/a.c\n", -SIGINT}}) {
-        const RunResult result = run({"src", "-e", "sh", "-c", command, ";"});
+        const RunResult result = run({"src/", "-e", "sh", "-c", command, ";"});
         EXPECT_EQ(result.out, out);
         EXPECT_EQ(result.status, status);
     }
@@ -189,7 +189,7 @@ TEST_F(FiltersTest, AKeyMeantForACommandEndsUsOnlyWithIt) {
 
 TEST_F(FiltersTest, TheSummaryTellsHowCompleteTheAnswerIs) {
     const auto summaryOf = [&](const RunSettings& settings) {
-        run({"src", "--summary-file", "s.json"}, settings);
+        run({"src/", "--summary-file", "s.json"}, settings);
         return summary();
     };
     const auto scanned = summaryOf({});
@@ -199,8 +199,8 @@ TEST_F(FiltersTest, TheSummaryTellsHowCompleteTheAnswerIs) {
     EXPECT_EQ(summaryOf({.cached = true})["complete"], true);
     const auto cached = summaryOf({.cached = true});
     EXPECT_EQ(cached["complete"], true);
-    EXPECT_EQ(cached["cached"][0]["path"], "src");
-    EXPECT_EQ(nlohmann::json::parse(run({"--summary", "json", "src"}).err)["matches"], 3);
+    EXPECT_EQ(cached["cached"][0]["path"], "src/");
+    EXPECT_EQ(nlohmann::json::parse(run({"--summary", "json", "src/"}).err)["matches"], 3);
     if (!canDropOverride()) return;
     chmod((tree_ / "src/old").c_str(), 0);
     const auto denied = summaryOf({.withoutOverride = true});
@@ -219,16 +219,16 @@ TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
         RunSettings settings;
         int status;  ///< in the summary; above 128: the program is ended by that signal
     };
-    std::vector<Case> table = {{{"nowhere"}, {}, 2},
-                               {{"src", "-w", "[SIZE"}, {}, 2},
-                               {{"src"}, {.to = Stdout::full}, 4},
-                               {{"src", "--sort", "size"}, {.to = Stdout::full}, 4},
-                               {{"src"}, {.to = Stdout::readerGone}, 0},
-                               {{"src", "--limit", "1"}, {}, 0},
-                               {{"src", "--limit", "1", "--sort", "size"}, {}, 0},
-                               {{"src", "--limit", "1", "--sort", "name", "--spill"}, {}, 0},
-                               {{"src", "--provider", "nowhere"}, {.cached = true}, 4},
-                               {{"src", "--limit", "1", "-e", "false", ";"}, {}, 5}};
+    std::vector<Case> table = {{{"nowhere/"}, {}, 2},
+                               {{"src/", "-w", "[SIZE"}, {}, 2},
+                               {{"src/"}, {.to = Stdout::full}, 4},
+                               {{"src/", "--sort", "size"}, {.to = Stdout::full}, 4},
+                               {{"src/"}, {.to = Stdout::readerGone}, 0},
+                               {{"src/", "--limit", "1"}, {}, 0},
+                               {{"src/", "--limit", "1", "--sort", "size"}, {}, 0},
+                               {{"src/", "--limit", "1", "--sort", "name", "--spill"}, {}, 0},
+                               {{"src/", "--provider", "nowhere"}, {.cached = true}, 4},
+                               {{"src/", "--limit", "1", "-e", "false", ";"}, {}, 5}};
     for (auto& [arguments, settings, status] : table) {
         add("s.json", "old");
         arguments.insert(arguments.begin(), {"--summary-file", "s.json"});

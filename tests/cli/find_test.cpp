@@ -6,11 +6,11 @@
 namespace fscan::test {
 namespace {
 
+using namespace std::string_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 const Arguments kHostileNames = [] {
-    using namespace std::string_literals;
     Arguments names = records(
         "plain.h\0trailing \0-n\0$(id)\0a'b\0a\"b.h\0a\\b\0new\nline.h\0\x01\x1B[31m\0\xFF\xFE\0"
         "latin1-\xE9.h\0\xC3\xA9t\xC3\xA9.h\0*\0?\0a*b.h\0??.h\0[a]\0a:b\0$all::x\0...\0..h\0"
@@ -71,6 +71,95 @@ TEST_F(FindTest, NamePatternsMatchLikeFinds) {
     EXPECT_EQ(found({"-n", "*.h", "-n", "* *"}),
               expected({".", "(", "-name", "*.h", "-o", "-name", "* *", ")"}));
     EXPECT_EQ(found({"-i", "-n", "*.H"}), expected({".", "-iname", "*.H"}));
+}
+
+// What find has no word for is put together from several of its names.
+TEST_F(FindTest, BracketsBracesQuotesAndRegularExpressionsMatchLikeFinds) {
+    const std::vector<std::tuple<const char*, std::string, Arguments>> table = {
+        {"-n", "[ap]*", {"[ap]*"}},
+        {"-n", "[!ap]*.h", {"[!ap]*.h"}},
+        {"-n", "[^a-p]*", {"[^a-p]*"}},
+        {"-n", "*[[:digit:]]*", {"*[[:digit:]]*"}},
+        {"-n", "[][]*", {"[][]*"}},
+        {"-n", "[[]a]", {"[[]a]"}},
+        {"-n", "[a", {"[[]a"}},
+        {"-n", "\\[a\\]", {"\\[a\\]"}},
+        {"-n", "\\*", {"\\*"}},
+        {"-n", "a\\*b.h", {"a\\*b.h"}},
+        {"-n", "??.[h]", {"??.[h]"}},
+        {"-n", "a\\\\*", {"a\\\\*"}},
+        {"-n", "{plain,a?b}.h", {"plain.h", "a?b.h"}},
+        {"-n", "{,?}{..,*}h", {"..h", "*h"}},
+        {"-n", "{p{l,x}ain,[?]?}.h", {"plain.h", "pxain.h", "[?]?.h"}},
+        {"-n", "plain.h{}", {"plain.h"}},
+        {"-n", "{plain.h", {"{plain.h"}},
+        {"-n", "[\xC3\xA9]t?.h", {"\xC3\xA9t\xC3\xA9.h"}},
+        {"-r", "^plain[.]h$", {"plain.h"}},
+        {"-r", "N.T", {"*N?T*"}},
+        {"-r", "n.t", {"*n?t*"}},
+        {"-r", "ai", {"*ai*"}},
+        {"-r", "\\.h$", {"*.h"}},
+        {"-r", "[*?]", {"*[*?]*"}},
+        {"-r", "-|:", {"*-*", "*:*"}},
+        {"-r", "^(?:plain|xxx)", {"plain*", "xxx*"}},
+        {"-r", "plainx*", {"*plain*"}},
+        {"-r", "^plainx?[.]", {"plain.*"}},
+        {"-r", "^.?$", {"?"}},
+        {"-r", "^..$", {"??"}},
+        {"-r", "(a.b){1}", {"*a?b*"}},
+        {"-r", "\\Alatin1-.\\.h\\z", {"latin1-?.h"}},
+    };
+    for (const auto& [option, text, names] : table) {
+        Arguments any = {".", "("};
+        for (const std::string& name : names) any.insert(any.end(), {"-name", name, "-o"});
+        any.back() = ")";
+        const Arguments right = expected(any);
+        const Arguments ours = found({"-t", "f", "-t", "l", "-t", "p", option, text});
+        EXPECT_TRUE(ours == right) << text << ": " << ours.size() << " of " << right.size();
+    }
+    EXPECT_EQ(found({"--path-regex", "/dirs/[^/]*/plain\\.h$"}),
+              expected({"./dirs", "-mindepth", "2", "-name", "plain.h"}));
+    EXPECT_EQ(run({"-r", "(a"}).status, 2);
+    EXPECT_EQ(run({"-n", "[z-a]"}).status, 2);
+}
+
+TEST_F(FindTest, APatternIsAPartOfANameInAnyCaseUnlessItSaysMore) {
+    add("cased/Plain.H");
+    add("cased/\xC3\x89T\xC3\xA9");
+    add("cased/A*B");
+    const auto all = [&](Arguments arguments) {
+        arguments.insert(arguments.begin(), {".", "-mindepth", "1"});
+        arguments.emplace_back("-print0");
+        const RunResult result = runProgram(
+            "find", arguments, {.directory = tree_.path(), .environment = {{"LC_ALL", "C.UTF-8"}}});
+        return records(result.out, '\0');
+    };
+    const std::vector<std::pair<std::string, Arguments>> table = {
+        {"plain", {"-iname", "*plain*"}},
+        {"Plain", {"-name", "*Plain*"}},
+        {"plain.?", {"-iname", "plain.?"}},
+        {"*.H", {"-name", "*.H"}},
+        {"[p]lain*", {"-iname", "[p]lain*"}},
+        {"$(id)", {"-name", "$(id)"}},
+        {"\xC3\xA9t", {"-iname", "*\xC3\xA9t*"}},
+        {"a\\*b", {"-iname", "*a\\*b*"}},
+        {"\"", {"-name", "*\"*"}},
+        {"[a", {"-name", "*[[]a*"}},
+        {"a b", {"-name", "*a b*"}}};
+    for (const auto& [pattern, finds] : table) {
+        for (const bool cached : {false, true}) {
+            RunResult result = run({"-0", "--", pattern},
+                                   {.environment = {{"LC_ALL", "C.UTF-8"}}, .cached = cached});
+            EXPECT_EQ(result.err, "");
+            Arguments paths = records(result.out, '\0');
+            for (std::string& path : paths)
+                if (path.ends_with('/')) path.pop_back();
+            std::sort(paths.begin(), paths.end());
+            EXPECT_EQ(paths, all(finds)) << pattern << cached;
+        }
+    }
+    EXPECT_EQ(run({"-0", "-i", "Plain.H", "dirs/plain.h"}).out, "dirs/plain.h/plain.h\0"s);
+    EXPECT_EQ(found({"-n", "plain.h", "cased"}).size(), 0u) << "here the word is a PATH";
 }
 
 TEST_F(FindTest, WildcardsInStoredNamesArePlainCharacters) {

@@ -26,7 +26,7 @@ TEST_F(PathsTest, ResultsBeginWithTheGivenText) {
     EXPECT_THAT(foundFrom("top/sub", {"../sub/../sub"}),
                 ElementsAre("../sub/../sub/b", "../sub/../sub/deep/c.o"));
     EXPECT_THAT(found({"top/sub/"}), ElementsAre("top/sub/b", "top/sub/deep/c.o"));
-    EXPECT_THAT(found({"link"}), ElementsAre("link/b", "link/deep/c.o"));
+    EXPECT_THAT(found({"link/"}), ElementsAre("link/b", "link/deep/c.o"));
     EXPECT_THAT(found({tree_ / "link/deep"}), ElementsAre(tree_ / "link/deep/c.o"));
 }
 
@@ -39,23 +39,23 @@ TEST_F(PathsTest, TheRootGivesAbsolutePaths) {
 
 TEST_F(PathsTest, NestedAndRepeatedPathsReportEachFileOnce) {
     EXPECT_THAT(
-        found({"top", "top/sub", "link", "./top/../top"}),
+        found({"top/", "top/sub", "link/", "./top/../top"}),
         ElementsAre("top/a", "top/other/d", "top/other/e.o", "top/sub/b", "top/sub/deep/c.o"));
-    EXPECT_THAT(found({"--no-recurse", "top", "top/sub"}), ElementsAre("top/a", "top/sub/b"));
+    EXPECT_THAT(found({"--no-recurse", "top/", "top/sub"}), ElementsAre("top/a", "top/sub/b"));
 }
 
 TEST_F(PathsTest, ExcludesTakePathsWildcardsLinksAndFiles) {
     const std::vector<std::pair<Arguments, std::vector<std::string>>> table = {
-        {{"top", "-x", "link"}, {"top/a", "top/other/d", "top/other/e.o"}},
-        {{"link", "-x", "top/sub/deep"}, {"link/b"}},
-        {{"top", "-x", "top/a", "-x", "top/*.o"}, {"top/other/d", "top/sub/b"}},
-        {{"top", "-i", "-x", "TOP/S?B"}, {"top/a", "top/other/d", "top/other/e.o"}},
-        {{"top", "-x", "."}, {}},
-        {{"top", "-x", "top/su", "-x", "missing/x", "-n", "b"}, {"top/sub/b"}},
+        {{"top/", "-x", "link/"}, {"top/a", "top/other/d", "top/other/e.o"}},
+        {{"link/", "-x", "top/sub/deep"}, {"link/b"}},
+        {{"top/", "-x", "top/a", "-x", "top/*.o"}, {"top/other/d", "top/sub/b"}},
+        {{"top/", "-i", "-x", "TOP/S?B"}, {"top/a", "top/other/d", "top/other/e.o"}},
+        {{"top/", "-x", "."}, {}},
+        {{"top/", "-x", "top/su", "-x", "missing/x", "-n", "b"}, {"top/sub/b"}},
     };
     for (const auto& [arguments, expected] : table)
         EXPECT_EQ(found(arguments), expected) << testing::PrintToString(arguments);
-    EXPECT_THAT(found({"-x", "link"}), testing::Not(testing::Contains("./link")));
+    EXPECT_THAT(found({"-x", "link/"}), testing::Not(testing::Contains("./link")));
 }
 
 class ExcludeTest : public FscanTest {
@@ -106,7 +106,7 @@ TEST_F(ExcludeTest, LeavesOutWhatPathWouldMatchAndAllBelow) {
     };
     for (auto [arguments, expected] : table) {
         SCOPED_TRACE(testing::PrintToString(arguments));
-        arguments.insert(arguments.begin(), {"top", "-x"});
+        arguments.insert(arguments.begin(), {"top/", "-x"});
         std::sort(expected.begin(), expected.end());
         EXPECT_EQ(records(ask(arguments).out), expected);
     }
@@ -116,17 +116,17 @@ TEST_F(ExcludeTest, SaysWhichLeftNothingOut) {
     const auto note = [](const std::string& text) {
         return "fscan: note: --exclude " + text + " left nothing out\n";
     };
-    EXPECT_EQ(ask({"top", "-x", "skip", "-x", "*.o", "-x", "sk", "-x", "./skip"}).err,
+    EXPECT_EQ(ask({"top/", "-x", "skip", "-x", "*.o", "-x", "sk", "-x", "./skip"}).err,
               note("*.o") + note("sk") + note("./skip"));
     // It is met although no file of it matches, by whatever path the cache reaches it.
     for (const char* met : {"skip", "*/in/sk?p", "./top/in/skip", "in/*eep"})
-        EXPECT_EQ(ask({"top", "-n", "a", "-x", met}).err, "") << met;
+        EXPECT_EQ(ask({"top/", "-n", "a", "-x", met}).err, "") << met;
     EXPECT_EQ(ask({"top/old", "-x", "skip", "-x", "b"}).err, note("skip"));
-    EXPECT_EQ(ask({"top", "-x", "top", "-x", "no"}).err,
-              "fscan: note: top: left out by --exclude\n" + note("no"));
+    EXPECT_EQ(ask({"top/", "-x", "top/", "-x", "no"}).err,
+              "fscan: note: top/: left out by --exclude\n" + note("no"));
     // Nobody asked for it, or it is unknown.
     for (const Arguments& silent : {Arguments{"-q"}, {"--no-recurse"}, {"--limit", "1"}}) {
-        Arguments arguments = {"top", "-x", "no"};
+        Arguments arguments = {"top/", "-x", "no"};
         arguments.insert(arguments.end(), silent.begin(), silent.end());
         EXPECT_EQ(run(arguments).err, "") << silent.front();
     }
@@ -143,16 +143,16 @@ TEST_F(ExcludeTest, WhatCannotBeAPathIsRefused) {
     EXPECT_THAT(shell(gone + "-x ./a").err, testing::HasSubstr("the current directory is gone"));
     for (const char* option : {"-x skip", "--absolute"})
         EXPECT_EQ(shell(gone + option).out, tree_ / "top/a" + "\n") << "it needs no directory";
-    EXPECT_EQ(run({"top", "-x", ""}).err, "fscan: --exclude: it is empty\n");
-    EXPECT_THAT(run({"top", "-x", "in", "-x", "old", "--stats"}).err,
+    EXPECT_EQ(run({"top/", "-x", ""}).err, "fscan: --exclude: it is empty\n");
+    EXPECT_THAT(run({"top/", "-x", "in", "-x", "old", "--stats"}).err,
                 testing::HasSubstr("walked:   2 files, 2 directories\n"))
         << "what is left out is not walked";
 }
 
 TEST_F(PathsTest, OptionsStandAnywhereAndPathsMayFollowDashes) {
     add("-d/f");
-    EXPECT_THAT(found({"top", "-n", "b", "link", "-n", "a"}), ElementsAre("link/b", "top/a"));
-    EXPECT_THAT(found({"-nb", "--name=a", "top"}), ElementsAre("top/a", "top/sub/b"));
+    EXPECT_THAT(found({"top/", "-n", "b", "link/", "-n", "a"}), ElementsAre("link/b", "top/a"));
+    EXPECT_THAT(found({"-nb", "--name=a", "top/"}), ElementsAre("top/a", "top/sub/b"));
     EXPECT_THAT(found({"-n", "f", "--", "-d"}), ElementsAre("-d/f"));
 }
 
@@ -199,10 +199,10 @@ TEST_F(PathsTest, NestedPathsKeepTheirDriveGroups) {
         add("o/s/far/r");
         const std::string l = "o/l", sl = "o/s/l", r = "o/s/far/r";
         const std::pair<Arguments, Arguments> cases[] = {
-            {{"o", "o/s"}, {l, r, sl}},
-            {{"o", "$remote::o/s"}, {l, r, sl}},
-            {{"o", "$remote::o/s", "$local::o/s"}, {l, r, sl}},
-            {{"o", "$other::o/s"}, {l, r, sl}},
+            {{"o/", "o/s"}, {l, r, sl}},
+            {{"o/", "$remote::o/s"}, {l, r, sl}},
+            {{"o/", "$remote::o/s", "$local::o/s"}, {l, r, sl}},
+            {{"o/", "$other::o/s"}, {l, r, sl}},
             {{"$local::o", "$remote::o/s"}, {l, r, sl}},
             {{"$remote::o", "$local::o/s"}, {r, sl}},
             {{"$remote::o", "o/s"}, {r, sl}},

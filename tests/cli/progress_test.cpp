@@ -13,7 +13,7 @@ protected:
     }
     /// The standard error of a slow scan.
     std::string said(bool onTerminal, const char* terminal, unsigned short columns = 0) const {
-        const RunResult result = run({"d"}, {.environment = {{"TERM", terminal}},
+        const RunResult result = run({"d/"}, {.environment = {{"TERM", terminal}},
                                              .watched = onTerminal,
                                              .columns = columns,
                                              .pause = std::chrono::milliseconds(250)});
@@ -53,9 +53,9 @@ TEST_F(ProgressTest, IsShownNowhereElseButForALineOnTerminals) {
     EXPECT_THAT(said(true, "dumb"), testing::StartsWith("4000 files in "));
     EXPECT_EQ(said(false, "xterm"), "");
     const RunSettings terminal = {.watched = true, .cached = true};
-    EXPECT_THAT(run({"d", "--fresh"}, terminal).err, testing::EndsWith(" s, from a scan\r\n"));
-    EXPECT_THAT(run({"d"}, terminal).err, testing::HasSubstr(" s, from the cache"));
-    EXPECT_EQ(run({"d", "-q"}, terminal).err, "");
+    EXPECT_THAT(run({"d/", "--fresh"}, terminal).err, testing::EndsWith(" s, from a scan\r\n"));
+    EXPECT_THAT(run({"d/"}, terminal).err, testing::HasSubstr(" s, from the cache"));
+    EXPECT_EQ(run({"d/", "-q"}, terminal).err, "");
 }
 
 }  // namespace

@@ -40,48 +40,48 @@ protected:
 
 TEST_F(SettingsTest, TheCacheLiesWhereAndAsTheySay) {
     configure("[provider_cache]\ncache_directory = " + (tree_ / "mine") + "\ncompressed = true\n");
-    EXPECT_EQ(run({"d", "--sort", "path"}).out, all_);
+    EXPECT_EQ(run({"d/", "--sort", "path"}).out, all_);
     EXPECT_TRUE(hasCache("mine"));
     EXPECT_THAT(status(), HasSubstr("directory:  " + (tree_ / "mine") + "\n"));
     EXPECT_THAT(status(), HasSubstr("state:      good\nrecords:    "));
-    EXPECT_THAT(run({"d", "--explain"}).out, HasSubstr("answer:    from the cache, "));
+    EXPECT_THAT(run({"d/", "--explain"}).out, HasSubstr("answer:    from the cache, "));
     bool compressed = false;
     for (const auto& entry : std::filesystem::directory_iterator(tree_ / "mine"))
         compressed |= entry.path().native().find(".compressed") != std::string::npos;
     EXPECT_TRUE(compressed);
 
-    EXPECT_EQ(run({"d", "--sort", "path", "--cache-dir", "other"}).out, all_);
+    EXPECT_EQ(run({"d/", "--sort", "path", "--cache-dir", "other"}).out, all_);
     EXPECT_TRUE(hasCache("other")) << "the command line wins";
 }
 
 TEST_F(SettingsTest, AMonitoredCacheAnswersAtAnyAge) {
     configure("");
-    EXPECT_EQ(run({"d", "--sort", "path"}).out, all_);
+    EXPECT_EQ(run({"d/", "--sort", "path"}).out, all_);
     add("d/later");
     configure("[provider_cache]\nmonitored = true\n");
     sleep(2);
-    EXPECT_THAT(run({"d", "--explain", "--max-age", "1s"}).out, HasSubstr("from the cache, "));
-    EXPECT_EQ(run({"d", "--sort", "path", "--max-age", "1s"}).out, all_);
-    EXPECT_EQ(run({"d", "--sort", "path", "--fresh"}).out, "d/a\nd/later\nd/sub/b\n");
+    EXPECT_THAT(run({"d/", "--explain", "--max-age", "1s"}).out, HasSubstr("from the cache, "));
+    EXPECT_EQ(run({"d/", "--sort", "path", "--max-age", "1s"}).out, all_);
+    EXPECT_EQ(run({"d/", "--sort", "path", "--fresh"}).out, "d/a\nd/later\nd/sub/b\n");
 }
 
 TEST_F(SettingsTest, AProviderAnswersThatTheyName) {
     configure("[fscanner]\nprovider = provider_direct\n");
-    EXPECT_EQ(run({"d", "--sort", "path"}).out, all_);
+    EXPECT_EQ(run({"d/", "--sort", "path"}).out, all_);
     EXPECT_FALSE(std::filesystem::exists(tree_ / "cache"));
 
     install(FSCANNER_TEST_PLUGINS "/test_provider.so", "test_provider");
     configure("[fscanner]\nhome = " + (tree_ / "home") + "\nprovider = test_provider\n");
-    for (const Arguments& arguments : {Arguments{"d"}, {"d", "--strict"}, {"d", "--no-recurse"}}) {
+    for (const Arguments& arguments : {Arguments{"d/"}, {"d/", "--strict"}, {"d/", "--no-recurse"}}) {
         const RunResult foreign = run(arguments);
         EXPECT_EQ(foreign.status, 4);
-        EXPECT_EQ(foreign.err, "fscan: d: the provider test_provider failed (-40)\n");
+        EXPECT_EQ(foreign.err, "fscan: d/: the provider test_provider failed (-40)\n");
     }
-    EXPECT_EQ(run({"d", "--no-cache"}).err,
+    EXPECT_EQ(run({"d/", "--no-cache"}).err,
               "fscan: the provider provider_direct cannot be loaded; --debug-log tells why\n")
         << "it is not in that home";
     install(FSCANNER_PLUGINS "/provider_direct.so", "provider_direct");
-    EXPECT_EQ(run({"d", "--no-cache", "--sort", "path"}).out, all_);
+    EXPECT_EQ(run({"d/", "--no-cache", "--sort", "path"}).out, all_);
 }
 
 TEST_F(SettingsTest, LargeFilesAndLongPathsAreFoundWhateverTheySay) {
@@ -92,10 +92,10 @@ TEST_F(SettingsTest, LargeFilesAndLongPathsAreFoundWhateverTheySay) {
     nest.file("deep");
     configure("[fscanner]\nlarge_files = 0\nlong_paths = 0\n");
     for (const char* way : {"--fresh", "--no-cache"}) {
-        EXPECT_EQ(run({"d", way, "--format", "{size} {name}", "--larger", "2G"}).out,
+        EXPECT_EQ(run({"d/", way, "--format", "{size} {name}", "--larger", "2G"}).out,
                   "3221225472 large\n")
             << way;
-        EXPECT_EQ(run({"d", way, "-c", "-n", "deep"}).out, "1\n") << way;
+        EXPECT_EQ(run({"d/", way, "-c", "-n", "deep"}).out, "1\n") << way;
     }
 }
 
@@ -111,7 +111,7 @@ TEST_F(SettingsTest, WhatCannotBeUsedIsSaidOnceAndTheRestCounts) {
     };
     for (const auto& [text, message] : cases) {
         configure(text);
-        const RunResult search = run({"d", "--sort", "path"});
+        const RunResult search = run({"d/", "--sort", "path"});
         EXPECT_EQ(search.out, all_);
         EXPECT_EQ(search.err, "fscan: " + message + "\n");
         EXPECT_EQ(search.status, 0);
@@ -119,7 +119,7 @@ TEST_F(SettingsTest, WhatCannotBeUsedIsSaidOnceAndTheRestCounts) {
         EXPECT_TRUE(hasCache("mine"));
     }
     std::filesystem::remove(file);
-    EXPECT_EQ(run({"d"}).err, "fscan: " + file + ": cannot be read\n");
+    EXPECT_EQ(run({"d/"}).err, "fscan: " + file + ": cannot be read\n");
 }
 
 }  // namespace

@@ -36,18 +36,17 @@ TEST_F(StatusTest, FoundAndNothingFound) {
 
 TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
     const std::vector<std::pair<Arguments, std::string>> table = {
-        {{"d", "--colour"}, "unknown option --colour; did you mean --color? See fscan --help\n"},
+        {{"d/", "--colour"}, "unknown option --colour; did you mean --color? See fscan --help\n"},
         {{"-q", "-k"}, "unknown option -k; see fscan --help\n"},
         {{"-name", "f"}, "unknown option -name; did you mean --name? See fscan --help\n"},
         {{"-n"}, "--name: 1 required GLOB missing; see fscan --help\n"},
         {{"--local", "--remote"}, "--remote: not with the others of its kind"},
         {{"$locale::/"}, "$locale::/; did you mean $local::?: No such file or directory\n"},
         {{"$here::/"}, "$here::/: No such file or directory\n"},
-        {{"*.h"}, "*.h: No such file or directory; a name to find goes with -n\n"},
         {{""}, ": No such file or directory\n"},
         {{"./missing", "d/f"},
          "./missing: No such file or directory\nfscan: d/f: Not a directory\n"},
-        {{"d", "--debug-log", "missing/log"}, "missing/log: the debug log cannot be written\n"},
+        {{"d/", "--debug-log", "missing/log"}, "missing/log: the debug log cannot be written\n"},
         {{"--larger", "10x"}, "not a size"},
         {{"--larger", "9999999T"}, "not a size"},
         {{"--perm", "u+w,"}, "not permissions"},
@@ -89,8 +88,8 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
 }
 
 TEST_F(StatusTest, AWrongPathDoesNotKeepTheOthersFromBeingSearched) {
-    for (const char* wrong : {"missing", "d/f", "$lokal::/"}) {
-        const RunResult result = run({wrong, "d", "--summary", "json"});
+    for (const char* wrong : {"missing/", "d/f", "$lokal::/"}) {
+        const RunResult result = run({wrong, "d/", "--summary", "json"});
         EXPECT_EQ(result.status, 3) << wrong;
         EXPECT_EQ(records(result.out).size(), 2U) << wrong;
         EXPECT_THAT(result.err, HasSubstr("fscan: " + std::string(wrong)));
@@ -130,7 +129,7 @@ TEST_F(StatusTest, WithoutTheFileProgramNoTypeIsClaimed) {
 }
 
 TEST_F(StatusTest, HelpAndVersionGoToStandardOutput) {
-    const RunResult help = run({"d", "--help"});
+    const RunResult help = run({"d/", "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, HasSubstr("Examples:\n"));
     for (const std::string& line : records(help.out)) EXPECT_LT(line.size(), 80U) << line;
@@ -141,14 +140,14 @@ TEST_F(StatusTest, UnreadableDirectoriesAreReported) {
     if (!canDropOverride()) GTEST_SKIP() << "permissions cannot be made to hold";
     const RunSettings user = {.withoutOverride = true};
     chmod((tree_ / "d/locked").c_str(), 0);
-    const RunResult below = run({"d"}, user);
+    const RunResult below = run({"d/"}, user);
     // The scan that fills the cache and the answer from the cache report the same as a direct scan.
     for (const char* cache : {"new", "old"})
-        EXPECT_EQ(run({"d"}, {.withoutOverride = true, .cached = true}).err, below.err) << cache;
-    const RunResult named = run({"d", "--errors"}, user);
-    const RunResult strict = run({"d", "--strict", "-q"}, user);
-    const RunResult silent = run({"d", "-x", "d/locked"}, user);
-    const RunResult given = run({"d/locked/", "d"}, user);
+        EXPECT_EQ(run({"d/"}, {.withoutOverride = true, .cached = true}).err, below.err) << cache;
+    const RunResult named = run({"d/", "--errors"}, user);
+    const RunResult strict = run({"d/", "--strict", "-q"}, user);
+    const RunResult silent = run({"d/", "-x", "d/locked"}, user);
+    const RunResult given = run({"d/locked/", "d/"}, user);
     chmod((tree_ / "d").c_str(), 0);
     const RunResult behind = run({".", "d/locked"}, user);
     chmod((tree_ / "d").c_str(), 0700);
@@ -177,7 +176,7 @@ TEST_F(StatusTest, TypesAreToldBesideADirectoryThatCannotBeEntered) {
     chmod(shut.c_str(), 0444);
     for (const char* way : {"--no-cache", "--fresh", "--max-age=1h"}) {
         const RunResult result =
-            run({"d", "-t", "ASCII", "-n", "a", way}, {.withoutOverride = true, .cached = true});
+            run({"d/", "-t", "ASCII", "-n", "a", way}, {.withoutOverride = true, .cached = true});
         EXPECT_THAT(records(result.out), testing::UnorderedElementsAre("d/1/a", "d/3/a")) << way;
         EXPECT_THAT(result.err, HasSubstr("the criteria could not be decided for 1 file\n")) << way;
         EXPECT_EQ(result.status, 0) << way;

@@ -61,9 +61,32 @@ void addKind(char letter, Options& options) {
     options.kinds |= kind->second;
 }
 
+CLI::Option* addRegexes(CLI::App& app, const std::string& flags, std::vector<std::string>& texts,
+                        const std::string& help) {
+    return addTexts(
+        app, flags, "REGEX",
+        [&texts, flags](const std::string& text) {
+            std::string error;
+            if (!NamePattern::regex(text, CaseMode::sensitive, error))
+                throw CLI::ValidationError(flags.substr(flags.find("--")), error);
+            texts.push_back(text);
+        },
+        help);
+}
+
 void addNames(CLI::App& app, Options& options, const char* group) {
-    addTexts(app, "-n,--name", "GLOB", options.names,
-             "The file's name matches (*, ?); several are or-ed")
+    addTexts(
+        app, "-n,--name", "GLOB",
+        [&options](const std::string& glob) {
+            std::string error;
+            if (!NamePattern::glob(glob, CaseMode::sensitive, error))
+                throw CLI::ValidationError("--name", error);
+            options.names.push_back(glob);
+        },
+        "The whole name matches (*, ?, [a-z], {a,b}); several are or-ed")
+        ->group(group);
+    addRegexes(app, "-r,--regex", options.regexes,
+               "A part of the name matches the regular expression; or-ed with -n")
         ->group(group);
     addTexts(
         app, "--path", "GLOB",
@@ -73,6 +96,9 @@ void addNames(CLI::App& app, Options& options, const char* group) {
             options.pathGlobs.push_back(glob);
         },
         "The whole path matches, from / or ./ on, or its end; * matches / too; several are or-ed")
+        ->group(group);
+    addRegexes(app, "--path-regex", options.pathRegexes,
+               "A part of the whole path, from / on, matches; or-ed with --path")
         ->group(group);
     addTexts(
         app, "-t,--type", "KIND|WORD",

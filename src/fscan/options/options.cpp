@@ -65,7 +65,10 @@ public:
         return wrapped(option->get_description(), kHelpWidth - kHelpColumn);
     }
     std::string make_usage(const CLI::App*, std::string) const override {
-        return "Usage: fscan [OPTIONS] [PATH...]\n"
+        return "Usage: fscan [OPTIONS] [PATTERN] [PATH...]\n"
+               "PATTERN is a part of a name, or with *, ?, [...] or {a,b} all of it; upper case\n"
+               "counts if it has any. A word with a / in it, . and .. are PATHs, and so is each\n"
+               "word where -n, -r, --path, --path-regex or -w is given.\n"
                "PATH is a directory to search; default: the current one. It may begin with\n"
                "a drive group: $local::PATH, $remote::PATH, $other::PATH, $all::PATH.\n\n";
     }
@@ -103,6 +106,28 @@ void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
             paths.push_back(std::move(argument));
         }
     }
+}
+
+/// Whether a word that could be a PATTERN is a PATH. No file name holds a "/".
+bool isPath(std::string word) {
+    return word.empty() || word == "." || word == ".." || word.find('/') != word.npos ||
+           takeDriveGroup(word);
+}
+
+/// The first word is a PATTERN, unless it must be a PATH or another option says which names, paths
+/// or files are asked for.
+void takePattern(Options& options) {
+    const std::vector<std::string>* const others[] = {&options.names, &options.regexes,
+                                                      &options.pathGlobs, &options.pathRegexes,
+                                                      &options.criteria};
+    const bool told = std::any_of(std::begin(others), std::end(others),
+                                  [](auto* given) { return !given->empty(); });
+    if (told || options.paths.empty() || isPath(options.paths.front())) return;
+    options.pattern = std::move(options.paths.front());
+    options.paths.erase(options.paths.begin());
+    std::string error;
+    if (!NamePattern::pattern(*options.pattern, CaseMode::sensitive, error))
+        throw wrong(fmt::format("{}: {}", *options.pattern, error));
 }
 
 /// Refuses "-name", which would be -n with the value "ame".
@@ -144,8 +169,10 @@ void settleKinds(Options& options) {
         options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
     }
     if (options.kinds != 0) return;
-    options.kinds =
-        options.executable ? fscanner::FS_KIND_FILE : fscanner::FS_KINDS_BUT_DIRECTORIES;
+    options.kinds = options.executable ? fscanner::FS_KIND_FILE
+                    : options.pattern || !options.regexes.empty()
+                        ? fscanner::FS_KINDS_ALL
+                        : fscanner::FS_KINDS_BUT_DIRECTORIES;
 }
 
 /// Tells of options that are valid, but together find nothing.
@@ -241,6 +268,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
         std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
         app.parse(arguments);
         takePaths(app, options.paths);
+        takePattern(options);
         refuseContradictions(options);
         settleKinds(options);
         noteImpossible(options);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "fscan/match/name_pattern.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/sort/sort_order.h"
 #include "fscan/text/values.h"
@@ -39,8 +40,11 @@ enum class CacheTask { none, status, check, compact, clear, forget };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {
+    std::optional<std::string> pattern;  ///< the first word, if it is no PATH
     std::vector<std::string> names;
+    std::vector<std::string> regexes;
     std::vector<std::string> pathGlobs;
+    std::vector<std::string> pathRegexes;
     std::vector<std::string> types;
     std::vector<PermissionTest> permissions;
     std::vector<std::string> criteria;
@@ -62,6 +66,14 @@ struct Options {
     std::optional<std::vector<std::string>> command;  ///< to be run for the matches
     CommandUse commandUse = CommandUse::forEach;
     bool runsCommands() const { return command.has_value(); }
+    CaseMode caseOfNames() const {
+        return ignoreCase ? CaseMode::insensitive : CaseMode::sensitive;
+    }
+    /// The case mode of a PATTERN or a regular expression.
+    CaseMode caseOf(const std::string& text, bool isRegex = false) const {
+        return !ignoreCase && hasUpperCase(text, isRegex) ? CaseMode::sensitive
+                                                          : CaseMode::insensitive;
+    }
     bool findsDirectories() const { return (kinds & fscanner::FS_KIND_DIRECTORY) != 0; }
     std::optional<std::string> summaryFile;
     std::optional<std::string> cacheDirectory;

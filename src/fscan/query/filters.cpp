@@ -4,6 +4,7 @@
 #include <fmt/xchar.h>
 
 #include <algorithm>
+#include <cwctype>
 #include <filesystem>
 
 #include "fscan/match/match.h"
@@ -20,8 +21,20 @@ namespace fscan {
 
 namespace {
 
-bool matchesAll(const std::wstring& glob) {
-    return !glob.empty() && glob.find_first_not_of(L'*') == glob.npos;
+bool matchesAll(const NamePattern& pattern) {
+    const auto isStar = [](const std::wstring& glob) {
+        return !glob.empty() && glob.find_first_not_of(L'*') == glob.npos;
+    };
+    return pattern.isExact() && std::any_of(pattern.globs().begin(), pattern.globs().end(), isStar);
+}
+
+/// The glob as a text of criteria, where no text can hold a quote. Where case counts there, and not
+/// in the glob, a letter is any character.
+std::wstring criteriaText(std::wstring glob, bool anyLetter) {
+    for (wchar_t& c : glob)
+        if (c == L'"' || (anyLetter && (c >= 0x80 || std::iswalpha(static_cast<wint_t>(c)) != 0)))
+            c = L'?';
+    return glob;
 }
 
 /// A loop: `wcspbrk` calls a function for each character.
@@ -32,31 +45,54 @@ bool couldBePattern(const wchar_t* name) {
 
 }  // namespace
 
-NameFilter::NameFilter(const Options& options) : caseSensitive_(!options.ignoreCase) {
-    for (const std::string& name : options.names) globs_.push_back(toWide(name));
-    if (std::any_of(globs_.begin(), globs_.end(), matchesAll)) globs_.clear();
-    exact_ = std::none_of(globs_.begin(), globs_.end(),
-                          [](const std::wstring& glob) { return glob.find(L'"') != glob.npos; });
+NameFilter::NameFilter(const Options& options) : criteriaCaseSensitive_(!options.ignoreCase) {
+    std::string error;  // the options were tried when they were read
+    for (const std::string& name : options.names)
+        add(NamePattern::glob(name, options.caseOfNames(), error));
+    for (const std::string& text : options.regexes)
+        add(NamePattern::regex(text, options.caseOf(text, true), error));
+    if (options.pattern)
+        add(NamePattern::pattern(*options.pattern, options.caseOf(*options.pattern), error));
+    if (std::any_of(patterns_.begin(), patterns_.end(), matchesAll)) patterns_.clear();
+    // The user's criteria have the case mode of -i.
+    const auto isInsensitive = [](const NamePattern& pattern) {
+        return pattern.mode() == CaseMode::insensitive;
+    };
+    if (options.criteria.empty() && !patterns_.empty())
+        criteriaCaseSensitive_ = !std::all_of(patterns_.begin(), patterns_.end(), isInsensitive);
+    const auto isExact = [&](const NamePattern& pattern) {
+        const auto& globs = pattern.globs();
+        return pattern.isExact() && criteriaCaseSensitive_ != isInsensitive(pattern) &&
+               std::none_of(globs.begin(), globs.end(),
+                            [](const std::wstring& glob) { return glob.find(L'"') != glob.npos; });
+    };
+    exact_ = std::all_of(patterns_.begin(), patterns_.end(), isExact);
+}
+
+void NameFilter::add(std::optional<NamePattern> pattern) {
+    if (pattern) patterns_.push_back(std::move(*pattern));
 }
 
 std::wstring NameFilter::criteria() const {
     std::wstring text;
-    for (std::wstring glob : globs_) {
-        std::replace(glob.begin(), glob.end(), L'"', L'?');
-        text += (text.empty() ? L"[FILENAME]==\"" : L" || [FILENAME]==\"") + glob + L'"';
+    for (const NamePattern& pattern : patterns_) {
+        if (pattern.globs().empty()) return {};
+        const bool anyLetter = criteriaCaseSensitive_ && pattern.mode() == CaseMode::insensitive;
+        for (const std::wstring& glob : pattern.globs())
+            text += (text.empty() ? L"[FILENAME]==\"" : L" || [FILENAME]==\"") +
+                    criteriaText(glob, anyLetter) + L'"';
     }
     return text.empty() ? text : L'(' + text + L')';
 }
 
 bool NameFilter::confirms(const wchar_t* name) const {
-    return globs_.empty() || (exact_ && !couldBePattern(name)) || accepts(name);
+    return patterns_.empty() || (exact_ && !couldBePattern(name)) || accepts(name);
 }
 
 bool NameFilter::accepts(const wchar_t* name) const {
-    if (globs_.empty()) return true;
-    return std::any_of(globs_.begin(), globs_.end(), [&](const std::wstring& glob) {
-        return fscanner::fsNameMatches(glob.c_str(), name, caseSensitive_);
-    });
+    return patterns_.empty() ||
+           std::any_of(patterns_.begin(), patterns_.end(),
+                       [name](const NamePattern& pattern) { return pattern.matches(name); });
 }
 
 namespace {
@@ -99,11 +135,20 @@ FileFilters::FileFilters(const Options& options, bool mayBeOld)
         paths_.push_back(
             toWide(anywhere ? whole : std::filesystem::path(whole).lexically_normal().native()));
     }
+    std::string error;  // the options were tried when they were read
+    for (const std::string& text : options.pathRegexes)
+        pathRegexes_.push_back(
+            ByteRegex::create(text, text, options.caseOf(text, true), false, error));
 }
 
 bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) const {
-    if (paths_.empty()) return true;
+    if (paths_.empty() && pathRegexes_.empty()) return true;
     const std::wstring path = joinedPath(directory, name);
+    if (!pathRegexes_.empty()) {
+        const std::string bytes = toBytes(path);
+        const auto matches = [&bytes](const auto& regex) { return regex->matches(bytes); };
+        if (std::any_of(pathRegexes_.begin(), pathRegexes_.end(), matches)) return true;
+    }
     return std::any_of(paths_.begin(), paths_.end(), [&](const std::wstring& glob) {
         return fscanner::fsNameMatches(glob.c_str(), path.c_str(), !options_.ignoreCase);
     });

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "fscan/match/name_pattern.h"
+
 namespace fscan {
 
 class DriveList;
@@ -13,7 +15,7 @@ struct FileDetails;
 struct Options;
 struct SearchRoots;
 
-/// The name patterns of the command line.
+/// The name patterns of the command line, one of which a name has to match.
 ///
 /// They become criteria, so that the engine drops most files early, and are checked
 /// once more here: in the criteria language a stored name with a wildcard acts as a pattern,
@@ -22,16 +24,20 @@ class NameFilter {
 public:
     explicit NameFilter(const Options& options);
 
-    /// The criteria that all matching names satisfy; empty where all names match.
+    /// The criteria that all matching names satisfy; empty where it could not tell names apart.
     std::wstring criteria() const;
+    /// Whether case does not count in that criteria.
+    bool criteriaIgnoresCase() const { return !criteriaCaseSensitive_; }
     bool accepts(const wchar_t* name) const;
     /// The same for a name that satisfies the criteria, which is faster.
     bool confirms(const wchar_t* name) const;
 
 private:
-    std::vector<std::wstring> globs_;
+    void add(std::optional<NamePattern> pattern);
+
+    std::vector<NamePattern> patterns_;
     bool exact_ = true;  // the criteria expresses the patterns exactly
-    bool caseSensitive_;
+    bool criteriaCaseSensitive_;
 };
 
 /// The conditions of the command line besides names and criteria.
@@ -57,6 +63,7 @@ private:
     bool mayBeOld_;
     std::wstring criteria_;
     std::vector<std::wstring> paths_;
+    std::vector<std::unique_ptr<ByteRegex>> pathRegexes_;
 };
 
 /// The paths to leave out, as patterns over whole paths.

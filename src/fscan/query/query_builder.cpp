@@ -60,6 +60,7 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
         query.addExcludePath((L"$all::*:" + pattern).c_str(), true);
     setFileSystems(parts, query);
     query.setCaseSensitive(parts.options.ignoreCase ? 1 : 2);
+    query.setCriteriaCaseSensitive(!parts.criteriaIgnoresCase);
     query.setQuery(parts.criteria.c_str());
     query.setKinds(parts.options.kinds);
     query.setDepth(parts.options.depth);

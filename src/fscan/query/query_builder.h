@@ -24,6 +24,7 @@ struct QueryParts {
     const Excludes& excludes;
     const DriveList& drives;
     std::wstring criteria;
+    bool criteriaIgnoresCase;
 };
 
 void fillQuery(const QueryParts& parts, fscanner::FsQuery& query);

@@ -109,7 +109,9 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
 
     const Conditions conditions(options, std::move(*excludes), *where, session->cached);
     fscanner::FsQuery query;
-    fillQuery({options, roots, conditions.excludes, *drives, conditions.all}, query);
+    fillQuery({options, roots, conditions.excludes, *drives, conditions.all,
+               conditions.names.criteriaIgnoresCase()},
+              query);
     if (options.oneFileSystem) keepFileSystems(roots, *drives, query);
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit

@@ -1,0 +1,362 @@
+#include "fscan/match/name_pattern.h"
+
+#include <re2/re2.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cwctype>
+#include <iterator>
+
+#include "fscan/text/text.h"
+#include "fscanner/fs/fs_text.h"
+
+namespace fscan {
+
+// ---- Regular expressions ----------------------------------------------------
+
+namespace {
+
+constexpr std::int64_t kRegexMemory = 8 << 20;
+
+std::unique_ptr<RE2> compiled(const std::string& text, RE2::Options::Encoding encoding,
+                              CaseMode mode) {
+    RE2::Options options;
+    options.set_encoding(encoding);
+    options.set_case_sensitive(mode == CaseMode::sensitive);
+    options.set_dot_nl(true);
+    options.set_log_errors(false);
+    options.set_never_capture(true);
+    options.set_max_mem(kRegexMemory);
+    return std::make_unique<RE2>(text, options);
+}
+
+bool isUtf8(const re2::StringPiece& text) {
+    static const RE2 anyCharacters("(?s).*");
+    return RE2::FullMatch(text, anyCharacters);
+}
+
+/// The longest text of letters and digits that every match of the expression holds, as far as that
+/// is plain to see: outside of brackets and parentheses, with no alternative and no repetition.
+std::string literalOf(const std::string& regex) {
+    std::string longest, run;
+    const auto end = [&] {
+        if (run.size() > longest.size()) longest = run;
+        run.clear();
+    };
+    for (std::size_t i = 0; i < regex.size(); ++i) {
+        const char c = regex[i];
+        if (c == '|' || c == '(' || c == '[') return {};
+        if (std::string_view("?*{").find(c) != std::string_view::npos) {
+            if (!run.empty()) run.pop_back();
+            end();
+            if (c == '{') i = std::min(regex.find('}', i), regex.size());
+        } else if (c == '\\') {
+            const char next = i + 1 < regex.size() ? regex[i + 1] : 'z';
+            if (std::isalnum(static_cast<unsigned char>(next)) != 0) return {};
+            if (next == '.' || next == '-') {
+                run += next;
+            } else {
+                end();
+            }
+            ++i;
+        } else if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-') {
+            run += c;
+        } else {
+            end();
+        }
+    }
+    end();
+    return longest;
+}
+
+}  // namespace
+
+ByteRegex::ByteRegex() = default;
+ByteRegex::~ByteRegex() = default;
+
+std::unique_ptr<ByteRegex> ByteRegex::create(const std::string& ofCharacters,
+                                             const std::string& ofBytes, CaseMode mode, bool whole,
+                                             std::string& error) {
+    const auto anchored = [whole](const std::string& text) {
+        return whole ? "\\A(?:" + text + ")\\z" : text;
+    };
+    std::unique_ptr<ByteRegex> regex(new ByteRegex);
+    regex->characters_ = compiled(anchored(ofCharacters), RE2::Options::EncodingUTF8, mode);
+    regex->bytes_ = compiled(anchored(ofBytes), RE2::Options::EncodingLatin1, mode);
+    if (regex->characters_->ok() && regex->bytes_->ok()) return regex;
+    error = regex->characters_->ok() ? regex->bytes_->error() : regex->characters_->error();
+    return nullptr;
+}
+
+bool ByteRegex::matches(std::string_view text) const {
+    const re2::StringPiece piece(text.data(), text.size());
+    if (RE2::PartialMatch(piece, *characters_)) return true;
+    return !isUtf8(piece) && RE2::PartialMatch(piece, *bytes_);
+}
+
+bool hasUpperCase(const std::string& text, bool isRegex) {
+    const std::wstring wide = toWide(text);
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        if (isRegex && wide[i] == L'\\')
+            ++i;
+        else if (std::iswupper(static_cast<wint_t>(wide[i])) != 0)
+            return true;
+    }
+    return false;
+}
+
+// ---- Globs ------------------------------------------------------------------
+
+namespace {
+
+/// A piece of a glob.
+struct Piece {
+    enum class Kind { literal, anyText, anyCharacter, oneOf, choice };
+    Kind kind;
+    std::wstring text = {};                             ///< a literal, or a class as a RE2 has it
+    std::vector<std::vector<Piece>> alternatives = {};  ///< of a choice
+};
+using Pieces = std::vector<Piece>;
+
+/// Takes a glob apart.
+class GlobReader {
+public:
+    explicit GlobReader(const std::wstring& text) : text_(text) {}
+
+    Pieces read() {
+        Pieces pieces;
+        while (at_ < text_.size()) readPiece(pieces);
+        return pieces;
+    }
+
+private:
+    void readPiece(Pieces& pieces) {
+        const wchar_t c = text_[at_];
+        if (c == L'*' || c == L'?') {
+            ++at_;
+            pieces.push_back({c == L'*' ? Piece::Kind::anyText : Piece::Kind::anyCharacter});
+        } else if (!(c == L'[' && readClass(pieces)) && !(c == L'{' && readChoice(pieces))) {
+            if (c == L'\\' && at_ + 1 < text_.size()) ++at_;
+            addLiteral(pieces, text_[at_++]);
+        }
+    }
+    static void addLiteral(Pieces& pieces, wchar_t c) {
+        if (pieces.empty() || pieces.back().kind != Piece::Kind::literal)
+            pieces.push_back({Piece::Kind::literal});
+        pieces.back().text += c;
+    }
+
+    /// False, at the same place, where the bracket is not closed.
+    bool readClass(Pieces& pieces) {
+        std::size_t i = at_ + 1;
+        const bool negated = i < text_.size() && (text_[i] == L'!' || text_[i] == L'^');
+        if (negated) ++i;
+        std::wstring members;
+        for (bool first = true; i < text_.size() && (text_[i] != L']' || first); first = false) {
+            const std::size_t named =
+                text_.compare(i, 2, L"[:") == 0 ? text_.find(L":]", i) : text_.npos;
+            if (named != text_.npos) {
+                members.append(text_, i, named + 2 - i);
+                i = named + 2;
+                continue;
+            }
+            if (text_[i] == L'\\' && i + 1 < text_.size()) ++i;
+            addMember(members, text_[i++]);
+            // A "-" before the last bracket is a character.
+            if (i + 1 < text_.size() && text_[i] == L'-' && text_[i + 1] != L']') {
+                members += L'-';
+                ++i;
+                if (text_[i] == L'\\' && i + 1 < text_.size()) ++i;
+                addMember(members, text_[i++]);
+            }
+        }
+        if (i >= text_.size()) return false;
+        at_ = i + 1;
+        pieces.push_back({Piece::Kind::oneOf, (negated ? L"[^" : L"[") + members + L"]"});
+        return true;
+    }
+    static void addMember(std::wstring& members, wchar_t c) {
+        if (std::wcschr(L"[]^-\\", c) != nullptr && c != 0) members += L'\\';
+        members += c;
+    }
+
+    /// The place of the brace or comma that ends the alternative which begins at `i`.
+    std::size_t endOfAlternative(std::size_t i) const {
+        for (int depth = 0; i < text_.size(); ++i) {
+            const wchar_t c = text_[i];
+            if (c == L'\\') {
+                ++i;
+            } else if (c == L'{') {
+                ++depth;
+            } else if (depth == 0 && (c == L'}' || c == L',')) {
+                return i;
+            } else if (c == L'}') {
+                --depth;
+            }
+        }
+        return text_.npos;
+    }
+    /// False, at the same place, where the brace is not closed.
+    bool readChoice(Pieces& pieces) {
+        Piece choice{Piece::Kind::choice};
+        std::size_t begin = at_ + 1;
+        for (;;) {
+            const std::size_t end = endOfAlternative(begin);
+            if (end == text_.npos) return false;
+            const std::wstring alternative = text_.substr(begin, end - begin);
+            choice.alternatives.push_back(GlobReader(alternative).read());
+            begin = end + 1;
+            if (text_[end] == L'}') break;
+        }
+        at_ = begin;
+        pieces.push_back(std::move(choice));
+        return true;
+    }
+
+    const std::wstring& text_;
+    std::size_t at_ = 0;
+};
+
+bool hasWildcard(const Pieces& pieces) {
+    return std::any_of(pieces.begin(), pieces.end(),
+                       [](const Piece& piece) { return piece.kind != Piece::Kind::literal; });
+}
+
+/// Whether globs of * and ? say the same. A character that was quoted is none of these.
+bool isPlain(const Pieces& pieces) {
+    return std::all_of(pieces.begin(), pieces.end(), [](const Piece& piece) {
+        if (piece.kind == Piece::Kind::literal)
+            return piece.text.find_first_of(L"*?") == piece.text.npos;
+        return piece.kind != Piece::Kind::oneOf &&
+               std::all_of(piece.alternatives.begin(), piece.alternatives.end(), isPlain);
+    });
+}
+
+constexpr std::size_t kMostGlobs = 64;
+
+std::wstring globOf(const Piece& piece) {
+    switch (piece.kind) {
+        case Piece::Kind::literal: {
+            std::wstring text = piece.text;
+            std::replace(text.begin(), text.end(), L'*', L'?');
+            return text;
+        }
+        case Piece::Kind::anyText:
+            return L"*";
+        default:
+            return L"?";
+    }
+}
+
+/// Globs of * and ? for all choices; empty where they are too many.
+std::vector<std::wstring> expanded(const Pieces& pieces) {
+    std::vector<std::wstring> texts{L""};
+    for (const Piece& piece : pieces) {
+        std::vector<std::wstring> endings;
+        for (const Pieces& alternative : piece.alternatives) {
+            const std::vector<std::wstring> some = expanded(alternative);
+            if (some.empty()) return {};
+            endings.insert(endings.end(), some.begin(), some.end());
+        }
+        if (piece.kind != Piece::Kind::choice) endings = {globOf(piece)};
+        if (texts.size() * endings.size() > kMostGlobs) return {};
+        std::vector<std::wstring> longer;
+        for (const std::wstring& text : texts)
+            for (const std::wstring& ending : endings) longer.push_back(text + ending);
+        texts = std::move(longer);
+    }
+    return texts;
+}
+
+/// A class for single bytes: characters of several bytes are left out.
+std::string classOfBytes(const std::wstring& text) {
+    std::string kept;
+    for (const wchar_t c : text)
+        if (c < 0x80) kept += static_cast<char>(c);
+    return kept == "[]" ? "[^\\x00-\\xff]" : kept == "[^]" ? "[\\x00-\\xff]" : kept;
+}
+
+std::string regexOf(const Pieces& pieces, bool ofBytes) {
+    std::string regex;
+    for (const Piece& piece : pieces) {
+        switch (piece.kind) {
+            case Piece::Kind::literal:
+                regex += RE2::QuoteMeta(toBytes(piece.text));
+                break;
+            case Piece::Kind::anyText:
+                regex += ".*";
+                break;
+            case Piece::Kind::anyCharacter:
+                regex += '.';
+                break;
+            case Piece::Kind::oneOf:
+                regex += ofBytes ? classOfBytes(piece.text) : toBytes(piece.text);
+                break;
+            case Piece::Kind::choice: {
+                std::string any;
+                for (const Pieces& alternative : piece.alternatives)
+                    any += (any.empty() ? "(?:" : "|") + regexOf(alternative, ofBytes);
+                regex += any + ")";
+                break;
+            }
+        }
+    }
+    return regex;
+}
+
+}  // namespace
+
+std::optional<NamePattern> NamePattern::regex(const std::string& text, CaseMode mode,
+                                              std::string& error) {
+    NamePattern pattern(mode);
+    pattern.regex_ = ByteRegex::create(text, text, mode, false, error);
+    if (!pattern.regex_) return std::nullopt;
+    if (const std::string literal = literalOf(text); !literal.empty())
+        pattern.globs_ = {L"*" + toWide(literal) + L"*"};
+    return pattern;
+}
+
+namespace {
+
+struct Read {
+    std::vector<std::wstring> globs;
+    std::shared_ptr<const ByteRegex> regex;
+    bool wrong = false;
+};
+
+Read compile(const Pieces& pieces, CaseMode mode, std::string& error) {
+    Read read{expanded(pieces), nullptr};
+    if (!read.globs.empty() && isPlain(pieces)) return read;
+    read.regex =
+        ByteRegex::create(regexOf(pieces, false), regexOf(pieces, true), mode, true, error);
+    read.wrong = read.regex == nullptr;
+    return read;
+}
+
+}  // namespace
+
+std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode mode,
+                                             std::string& error) {
+    const std::wstring wide = toWide(text);
+    Read read = compile(GlobReader(wide).read(), mode, error);
+    if (read.wrong) return std::nullopt;
+    NamePattern pattern(mode);
+    pattern.globs_ = std::move(read.globs);
+    pattern.regex_ = std::move(read.regex);
+    return pattern;
+}
+
+std::optional<NamePattern> NamePattern::pattern(const std::string& text, CaseMode mode,
+                                                std::string& error) {
+    const std::wstring wide = toWide(text);
+    return glob(hasWildcard(GlobReader(wide).read()) ? text : "*" + text + "*", mode, error);
+}
+
+bool NamePattern::matches(const wchar_t* name) const {
+    if (regex_) return regex_->matches(toBytes(name));
+    return std::any_of(globs_.begin(), globs_.end(), [&](const std::wstring& glob) {
+        return fscanner::fsNameMatches(glob.c_str(), name, mode_ == CaseMode::sensitive);
+    });
+}
+
+}  // namespace fscan
