@@ -180,8 +180,8 @@ TEST_F(FactsTest, EachPathIsLookedAtBeforeItsCommand) {
 TEST_F(FactsTest, ABatchIsLookedAtWhenTheOneBeforeIsOver) {
     for (int i = 0; i < 6000; ++i) add("many/" + std::to_string(i) + std::string(200, 'n'));
     fs::copy(tree_ / "many", tree_ / "copy");
-    const RunResult result = run(
-        {"many/", "--exec-batch", "sh", "-c", "mv many moved; ln -s copy many; echo $#", "sh", "+"});
+    const RunResult result = run({"many/", "--exec-batch", "sh", "-c",
+                                  "mv many moved; ln -s copy many; echo $#", "sh", "+"});
     EXPECT_EQ(records(result.out).size(), 1u) << result.out;
     const int left = 6000 - std::stoi(result.out);
     EXPECT_GT(left, 0);

@@ -63,6 +63,94 @@ TEST_F(FiltersTest, EachFindsWhatItSays) {
         EXPECT_EQ(found(arguments), expected) << testing::PrintToString(arguments);
 }
 
+/// The paths, without the "/" of directories: scanned, and from a new and an old cache.
+TEST_F(FiltersTest, EachFindsWhatFindFinds) {
+    addDated("odd/1536", std::string(1536, 'x'), 04755, "2026-11-01 00:00:00.5");
+    addDated("odd/1k", std::string(1024, 'x'), 02640, "2026-11-01 00:00:00.6");
+    addDated("odd/empty", "", 0600, "2026-11-01 00:00:00.5");
+    add("odd/empty");
+    for (const char* directory : {"odd/none", "odd/some/none"})
+        std::filesystem::create_directories(tree_ / directory);
+    add("odd/some/a", "a");
+    chmod((tree_ / "odd/some").c_str(), 01777);
+    mkfifo((tree_ / "odd/pipe").c_str(), 0600);
+    ASSERT_TRUE(geteuid() != 0 || lchown((tree_ / "odd/1k").c_str(), 7, 12345) == 0);
+    chmod((tree_ / "odd/1k").c_str(), 02640);
+    struct Case {
+        Arguments ours;
+        Arguments finds;
+    };
+    const std::string me = std::to_string(geteuid());
+    const Case cases[] = {
+        {{"--size", "1536"}, {"-size", "1536c"}},
+        {{"--size", "1.5k"}, {"-size", "1536c"}},
+        {{"--size", "1KiB..1.5KB"}, {"-size", "+1023c", "-size", "-1537c"}},
+        {{"--size", "..1k"}, {"-size", "-1025c"}},
+        {{"--size", "5G.."}, {"-size", "+5368709119c"}},
+        {{"--empty"}, {"-type", "f", "-empty"}},
+        {{"-t", "e"}, {"-type", "f", "-empty"}},
+        {{"-t", "d", "--empty"}, {"-type", "d", "-empty"}},
+        {{"-t", "d", "-t", "f", "-t", "e"}, {"-type", "d,f", "-empty"}},
+        {{"-t", "d", "-t", "f", "--not", "--empty"}, {"-type", "d,f", "!", "-empty"}},
+        {{"--newer", "odd/1536"}, {"-newer", "odd/1536"}},
+        {{"--changed-within", "odd/1k"}, {"-newer", "odd/1k"}},
+        {{"--older", "odd/1k"}, {"!", "-newer", "odd/1k", "!", "-samefile", "odd/1k"}},
+        {{"--newer", "520w"}, {"-newermt", "520 weeks ago"}},
+        {{"--older", "10y"}, {"!", "-newermt", "3650 days ago"}},
+        {{"--perm", "4000"}, {"-perm", "-4000"}},
+        {{"--perm", "644"}, {"-perm", "-644"}},
+        {{"--perm", "=644"}, {"-perm", "644"}},
+        {{"--perm", "=4755"}, {"-perm", "4755"}},
+        {{"--perm", "u+s"}, {"-perm", "-4000"}},
+        {{"--perm", "s"}, {"-perm", "/6000"}},
+        {{"--perm", "t", "-t", "d"}, {"-type", "d", "-perm", "-1000"}},
+        {{"--perm", "g+s,u+w"}, {"-perm", "-2200"}},
+        {{"--group", "12345"}, {"-group", "12345"}},
+        {{"--not", "--owner", me}, {"!", "-user", me}},
+        {{"--not", "-n", "*.c"}, {"!", "-name", "*.c"}},
+        {{"--not", "-n", "*.c", "--not", "-n", "[eh]*"},
+         {"!", "-name", "*.c", "!", "-name", "[eh]*"}},
+        {{"--not", "EMPTY", "--not", "a", "-n", "*e*"}, {"!", "-name", "*a*", "-name", "*e*"}},
+        {{"-n", "*e*", "--not", "--larger=1k"}, {"-name", "*e*", "!", "-size", "+1024c"}},
+        {{"--not", "--size", "1k..2k"}, {"!", "(", "-size", "+1023c", "-size", "-2049c", ")"}},
+        {{"--not", "--path", "*/odd/*"}, {"!", "-path", "*/odd/*"}},
+        {{"--not", "--perm", "u+w"}, {"!", "-perm", "-u+w"}},
+        {{"--not", "--perm", "4000"}, {"!", "-perm", "-4000"}},
+        {{"--not", "-t", "l"}, {"!", "-type", "l"}},
+        {{"--not", "-t", "d", "--not", "-t", "l"}, {"!", "-type", "d", "!", "-type", "l"}},
+        {{"--not", "-w", "[SIZE] > 9 || [FILENAME] == \"a\""},
+         {"!", "-size", "+9c", "!", "-name", "a"}},
+        {{"--not", "--newer", "odd/1536"}, {"!", "-newer", "odd/1536"}},
+        {{"--not", "-r", "^[0-9]"}, {"!", "-name", "[0-9]*"}},
+    };
+    for (const Case& one : cases) {
+        SCOPED_TRACE(testing::PrintToString(one.ours));
+        const auto has = [](const Arguments& words, const std::string& word) {
+            return std::find(words.begin(), words.end(), word) != words.end();
+        };
+        Arguments finds = {".", "-mindepth", "1"};
+        finds.insert(finds.end(), one.finds.begin(), one.finds.end());
+        if (!has(one.ours, "-t")) finds.insert(finds.end(), {"!", "-type", "d"});
+        finds.emplace_back("-print");
+        const Arguments right = records(runProgram("find", finds, {.directory = tree_.path()}).out);
+        for (const bool cached : {false, true, true}) {
+            const RunResult result = run(one.ours, {.cached = cached});
+            Arguments paths = records(result.out);
+            for (std::string& path : paths)
+                if (path.ends_with('/')) path.pop_back();
+            std::sort(paths.begin(), paths.end());
+            EXPECT_EQ(paths, right) << cached;
+            EXPECT_EQ(result.err, "") << cached;
+        }
+        run({"--cache-clear"}, {.cached = true});
+    }
+    EXPECT_EQ(found({"--sort", "modified", "-n", "1*", "odd/"}).size(), 2U);
+    EXPECT_EQ(run({"--sort", "size,name", "odd/"}).out,
+              "odd/empty\nodd/pipe\nodd/some/a\nodd/1k\nodd/1536\n");
+    EXPECT_EQ(run({"--sort", "modified", "--sort", "size", "--reverse", "-n", "*.*"}).out,
+              "./src/a.c\n./run.sh\n./src/old/b.c\n");
+}
+
 // The names make the whole criteria fail: the remaining conditions decide.
 TEST_F(FiltersTest, NamesThatArePatternsPassTheSameFilters) {
     addDated("src/*?", "12345", 0755, "2026-11-01 00:00");
@@ -243,7 +331,7 @@ TEST_F(FiltersTest, EveryRunLeavesItsOwnSummary) {
                     "kill -TERM $!; sleep 0.2; cat <&3; wait; rm p",
                     128 + SIGTERM}}) {
         for (const std::string way : {"--max-age=10m", "--no-cache"}) {
-            shell("search=\"$0 --summary-file=s.json " + way + " src\"; " + command);
+            shell("search=\"$0 --summary-file=s.json " + way + " src/\"; " + command);
             EXPECT_EQ(summary()["status"], status) << way;
             EXPECT_EQ(summary()["complete"], false) << way;
         }

@@ -14,9 +14,9 @@ protected:
     /// The standard error of a slow scan.
     std::string said(bool onTerminal, const char* terminal, unsigned short columns = 0) const {
         const RunResult result = run({"d/"}, {.environment = {{"TERM", terminal}},
-                                             .watched = onTerminal,
-                                             .columns = columns,
-                                             .pause = std::chrono::milliseconds(250)});
+                                              .watched = onTerminal,
+                                              .columns = columns,
+                                              .pause = std::chrono::milliseconds(250)});
         EXPECT_EQ(result.status, 0);
         EXPECT_EQ(records(result.out).size(), files_);
         return result.err;

@@ -72,7 +72,8 @@ TEST_F(SettingsTest, AProviderAnswersThatTheyName) {
 
     install(FSCANNER_TEST_PLUGINS "/test_provider.so", "test_provider");
     configure("[fscanner]\nhome = " + (tree_ / "home") + "\nprovider = test_provider\n");
-    for (const Arguments& arguments : {Arguments{"d/"}, {"d/", "--strict"}, {"d/", "--no-recurse"}}) {
+    for (const Arguments& arguments :
+         {Arguments{"d/"}, {"d/", "--strict"}, {"d/", "--no-recurse"}}) {
         const RunResult foreign = run(arguments);
         EXPECT_EQ(foreign.status, 4);
         EXPECT_EQ(foreign.err, "fscan: d/: the provider test_provider failed (-40)\n");

@@ -73,6 +73,7 @@ FileDetails FileDetails::of(const struct stat& info) {
     return {true,
             static_cast<unsigned long long>(info.st_size),
             record.getAttr(),
+            info.st_mode & 07777,
             info.st_mtime,
             info.st_atime,
             info.st_ctime,
@@ -80,7 +81,8 @@ FileDetails FileDetails::of(const struct stat& info) {
             info.st_gid,
             info.st_ino,
             info.st_dev,
-            info.st_nlink};
+            info.st_nlink,
+            info.st_mtim.tv_nsec};
 }
 
 FileDetails FileDetails::of(const FileFacts& facts) {

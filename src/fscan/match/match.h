@@ -93,6 +93,7 @@ struct FileDetails {
     bool examined = false;  ///< otherwise only the size and the attributes are known
     unsigned long long size = 0;
     unsigned attributes = 0;  ///< the bits of [ATTR]
+    unsigned mode = 0;        ///< permission bits; 0 where they are not known
     long modified = 0;        ///< times are seconds since the epoch
     long accessed = 0;
     long changed = 0;
@@ -101,6 +102,7 @@ struct FileDetails {
     unsigned long long inode = 0;
     unsigned long long device = 0;
     unsigned long long links = 0;
+    long modifiedNanoseconds = -1;  ///< beside `modified`; -1 where they are not known
     std::wstring_view directory{};  ///< where the file is: absolute and without links
 
     static FileDetails of(const struct stat& info);

@@ -1,6 +1,8 @@
 #include "fscan/options/option_groups.h"
 
+#include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
 
 #include <charconv>
 
@@ -18,22 +20,30 @@ constexpr unsigned kGreatestSeconds = 2'000'000;
 /// The cache subtracts it from the time of day, which must not become negative.
 constexpr unsigned kGreatestAge = 1'000'000'000;
 
-CLI::Option* addMoment(CLI::App& app, const std::string& flag, std::optional<std::time_t>& moment,
-                       const std::string& help) {
+/// A moment, or a file whose modification time is meant. A text that could be both is a moment.
+CLI::Option* addMoment(CLI::App& app, const std::string& flags, Options& options,
+                       std::optional<FileTime>& moment, const std::string& help) {
     return addValue(
-        app, flag, "WHEN",
-        [flag, &moment](const std::string& text) {
-            moment = parseMoment(text, std::time(nullptr));
-            if (!moment)
-                throw CLI::ValidationError(
-                    flag, "not a duration such as 2h, and not a date such as 2026-11-21 07:30");
+        app, flags, "WHEN|FILE",
+        [flags, &options, &moment](const std::string& text) {
+            if (const auto told = parseMoment(text, std::time(nullptr))) {
+                moment = FileTime{*told, 0};
+                return;
+            }
+            struct stat info {};
+            if (stat(text.c_str(), &info) != 0)
+                throw CLI::ValidationError(flags.substr(0, flags.find(',')),
+                                           "not a duration such as 2h, not a date such as "
+                                           "2026-11-21 07:30, and no file");
+            moment = FileTime{info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
+            options.timesOfFiles = true;
         },
         help);
 }
 
-/// A user's ID, by name or as a number.
-std::optional<unsigned> userId(const std::string& text) {
-    if (const passwd* user = getpwnam(text.c_str())) return user->pw_uid;
+/// The ID of a user or a group, by name or as a number.
+std::optional<unsigned> idOf(const std::string& text, std::optional<unsigned> named) {
+    if (named) return named;
     unsigned id = 0;
     const char* const end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, id);
@@ -51,13 +61,13 @@ void addKind(char letter, Options& options) {
                                                    {'s', fscanner::FS_KIND_SOCKET},
                                                    {'b', fscanner::FS_KIND_BLOCK_DEVICE},
                                                    {'c', fscanner::FS_KIND_CHARACTER_DEVICE}};
-    if (letter == 'x') {
-        options.executable = true;
+    if (letter == 'x' || letter == 'e') {
+        (letter == 'x' ? options.executable : options.empty) = true;
         return;
     }
     const auto kind = kinds.find(letter);
     if (kind == kinds.end())
-        throw CLI::ValidationError("--type", "no kind is called that; known are f d l p s b c x");
+        throw CLI::ValidationError("--type", "no kind is called that; known are f d l p s b c x e");
     options.kinds |= kind->second;
 }
 
@@ -109,7 +119,8 @@ void addNames(CLI::App& app, Options& options, const char* group) {
                 throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
             options.types.push_back(word);
         },
-        "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable; or a "
+        "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable, e "
+        "empty; or a "
         "word of the file program's description: ELF, PNG; several of each are or-ed")
         ->group(group);
 }
@@ -128,22 +139,49 @@ CLI::Option* addLevels(CLI::App& app, const std::string& flag, unsigned& levels,
         help);
 }
 
+std::optional<unsigned> userId(const std::string& text) {
+    const passwd* const user = getpwnam(text.c_str());
+    return idOf(text, user != nullptr ? std::optional<unsigned>(user->pw_uid) : std::nullopt);
+}
+
+std::optional<unsigned> groupId(const std::string& text) {
+    const ::group* const known = getgrnam(text.c_str());
+    return idOf(text, known != nullptr ? std::optional<unsigned>(known->gr_gid) : std::nullopt);
+}
+
 void addFacts(CLI::App& app, Options& options, const char* group) {
-    addSize(app, "--larger", options.larger, "Larger than that, in bytes: 4096, 10k, 5M, 2G")
+    addValue(
+        app, "--size", "SIZE|RANGE",
+        [&options](const std::string& text) {
+            options.size = parseSizeRange(text);
+            if (!options.size)
+                throw CLI::ValidationError("--size",
+                                           "not a size or range such as 4096, 1k..2M, 1G..");
+        },
+        "So many bytes exactly, or from the first to the second: 4096, 1.5k..2M, 1G.., ..10k")
+        ->group(group);
+    addSize(app, "--larger", options.larger, "Larger than that, in bytes: 4096, 10k, 1.5M, 2GB")
         ->group(group);
     addSize(app, "--smaller", options.smaller, "Smaller than that")->group(group);
-    addMoment(app, "--newer", options.newer, "Modified within that time (2h), or after that date")
+    app.add_flag("--empty", options.empty, "No bytes; with -t d, no entries")->group(group);
+    addMoment(app, "--newer,--changed-within", options, options.newer,
+              "Modified within that time (2h, 3w), after that date, or after that file")
         ->group(group);
-    addMoment(app, "--older", options.older, "Modified before that")->group(group);
+    addMoment(app, "--older,--changed-before", options, options.older, "Modified before that")
+        ->group(group);
     addTexts(
         app, "--perm", "BITS",
         [&options](const std::string& text) {
-            const auto tests = permissionTests(text);
+            const auto tests = parsePermissions(text);
             if (!tests)
-                throw CLI::ValidationError("--perm", "not permissions such as x, u+w or u+w,o+r");
-            options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
+                throw CLI::ValidationError("--perm",
+                                           "not permissions such as x, u+w, u+s, 644 or =644");
+            auto& [stored, others] = options.permissions;
+            stored.insert(stored.end(), tests->stored.begin(), tests->stored.end());
+            others.insert(others.end(), tests->others.begin(), tests->others.end());
         },
-        "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both)")
+        "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both), 4000 (these bits), =644 "
+        "(these alone)")
         ->group(group);
     addValue(
         app, "--owner", "USER",
@@ -152,6 +190,14 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
             if (!options.owner) throw CLI::ValidationError("--owner", "no user " + text);
         },
         "Owned by that user: a name or a number")
+        ->group(group);
+    addValue(
+        app, "--group", "GROUP",
+        [&options](const std::string& text) {
+            options.group = groupId(text);
+            if (!options.group) throw CLI::ValidationError("--group", "no group " + text);
+        },
+        "Of that group: a name or a number")
         ->group(group);
     app.add_flag("--links", options.links, "Only symbolic links")->group(group);
 }
@@ -285,15 +331,29 @@ void addStyles(CLI::App& app, Options& options, const char* group) {
         ->group(group);
 }
 
+void addSortKeys(const std::string& text, const std::map<std::string, SortKey>& known,
+                 std::vector<SortKey>& keys) {
+    for (std::size_t at = 0; at <= text.size();) {
+        const std::size_t end = std::min(text.find(',', at), text.size());
+        const auto key = known.find(text.substr(at, end - at));
+        if (key == known.end())
+            throw CLI::ValidationError("--sort", "not one of modified, name, path, pathname, size");
+        keys.push_back(key->second);
+        at = end + 1;
+    }
+}
+
 void addSorting(CLI::App& app, Options& options, const char* group) {
     static const std::map<std::string, SortKey> keys = {{"path", SortKey::path},
                                                         {"name", SortKey::name},
                                                         {"pathname", SortKey::pathname},
-                                                        {"size", SortKey::size}};
+                                                        {"size", SortKey::size},
+                                                        {"modified", SortKey::modified}};
     CLI::Option* sort =
-        addWord<SortKey>(
-            app, "--sort", "path|name|pathname|size", keys,
-            [&options](SortKey key) { options.sortKey = key; }, "Sort by this; ties by pathname")
+        addTexts(
+            app, "--sort", "path|name|pathname|size|modified",
+            [&options](const std::string& text) { addSortKeys(text, keys, options.sortKeys); },
+            "Sort by this, and by others given behind a comma; ties by pathname")
             ->group(group);
     app.add_flag("--reverse", options.reverse, "Sort in reverse order")->needs(sort)->group(group);
     app.add_flag("--spill", options.spill, "Sort in a temporary file, even if memory would do")

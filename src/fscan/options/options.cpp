@@ -161,15 +161,29 @@ void refuseContradictions(const Options& options) {
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
 }
 
+/// Kinds that are not wanted are left out by the search itself. Of its own, a negated condition
+/// asks for no kind.
+void settleNegated(Options& options, Options& negated) {
+    negated.ignoreCase = options.ignoreCase;
+    if (negated.kinds != 0) {
+        if (options.kinds == 0) options.kinds = fscanner::FS_KINDS_ALL;
+        options.kinds &= ~negated.kinds;
+    }
+    if (negated.executable) negated.permissions = *parsePermissions("x");
+    negated.kinds = fscanner::FS_KINDS_ALL;
+}
+
 /// Decides on the kinds that nobody asked for. A condition that is for regular files alone implies
 /// them.
 void settleKinds(Options& options) {
     if (options.executable) {
-        const auto tests = permissionTests("x");
-        options.permissions.insert(options.permissions.end(), tests->begin(), tests->end());
+        const auto tests = parsePermissions("x")->stored;
+        auto& all = options.permissions.stored;
+        all.insert(all.end(), tests.begin(), tests.end());
     }
+    for (Options& negated : options.negated) settleNegated(options, negated);
     if (options.kinds != 0) return;
-    options.kinds = options.executable ? fscanner::FS_KIND_FILE
+    options.kinds = options.executable || options.empty ? fscanner::FS_KIND_FILE
                     : options.pattern || !options.regexes.empty()
                         ? fscanner::FS_KINDS_ALL
                         : fscanner::FS_KINDS_BUT_DIRECTORIES;
@@ -181,7 +195,8 @@ void noteImpossible(const Options& options) {
         complain("note: no size is both --larger and --smaller");
     if (options.depth.least > options.depth.most)
         complain("note: no depth is both from --min-depth on and up to --max-depth");
-    if (options.newer && options.older && *options.older <= *options.newer + 1)
+    if (options.newer && options.older && options.older->seconds <= options.newer->seconds + 1 &&
+        !options.timesOfFiles)
         complain("note: no time is both --newer and --older");
 }
 
@@ -228,6 +243,61 @@ Words takeCommands(const Words& arguments, Options& options) {
     return rest;
 }
 
+/// The number of arguments that an option takes together with its value; 0 if it is no option of
+/// the app.
+std::size_t lengthOf(const CLI::App& app, const std::string& argument) {
+    const bool isShort = argument.size() > 1 && argument[0] == '-' && argument[1] != '-';
+    const std::string name =
+        isShort ? argument.substr(0, 2) : argument.substr(0, argument.find('='));
+    const CLI::Option* const option = app.get_option_no_throw(name);
+    if (option == nullptr) return 0;
+    return option->get_items_expected_max() > 0 && name.size() == argument.size() ? 2 : 1;
+}
+
+/// Takes "--not" and the condition behind it out of the arguments.
+Words takeNegations(const Words& arguments, Options& options) {
+    Words rest;
+    for (auto at = arguments.begin(); at != arguments.end();) {
+        if (*at == "--") {
+            rest.insert(rest.end(), at, arguments.end());
+            break;
+        }
+        if (*at++ != "--not") {
+            rest.push_back(*(at - 1));
+            continue;
+        }
+        if (at == arguments.end()) throw wrong("--not needs a condition behind it");
+        Options negated;
+        if (!at->starts_with('-')) {
+            negated.pattern = *at++;
+            std::string error;
+            if (!NamePattern::pattern(*negated.pattern, CaseMode::sensitive, error))
+                throw wrong(fmt::format("{}: {}", *negated.pattern, error));
+        } else {
+            CLI::App app;
+            addSelection(app, negated);
+            const std::size_t length = lengthOf(app, *at);
+            if (length == 0 || *at == "-i" || *at == "--ignore-case")
+                throw wrong(fmt::format("--not {}: no condition", *at));
+            const auto last =
+                at + std::min(arguments.end() - at, static_cast<std::ptrdiff_t>(length));
+            Words one(at, last);
+            std::reverse(one.begin(), one.end());
+            app.parse(one);
+            at = last;
+        }
+        options.negated.push_back(std::move(negated));
+    }
+    return rest;
+}
+
+void addNegation(CLI::App& app) {
+    // For the help alone: `takeNegations` takes it out before CLI11 reads the arguments.
+    app.add_flag("--not")
+        ->description("The condition behind it must not hold: --not -n '*.o'")
+        ->group("What to find");
+}
+
 void addCommands(CLI::App& app) {
     // For the help alone: `takeCommands` takes them out before CLI11 reads the arguments.
     const char* group = "What to run";
@@ -253,6 +323,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
     app.allow_extras();
     app.footer(kExitStatuses);
     addSelection(app, options);
+    addNegation(app);
     addPlaces(app, options);
     addProvider(app, options);
     addOutput(app, options);
@@ -263,6 +334,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
     try {
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         arguments = takeCommands(arguments, options);
+        arguments = takeNegations(arguments, options);
         refuseLongNamesWithOneDash(app, arguments);
         refuseTerminator(arguments);
         std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them

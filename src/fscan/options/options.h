@@ -46,7 +46,7 @@ struct Options {
     std::vector<std::string> pathGlobs;
     std::vector<std::string> pathRegexes;
     std::vector<std::string> types;
-    std::vector<PermissionTest> permissions;
+    Permissions permissions;
     std::vector<std::string> criteria;
     std::vector<std::string> excludes;
     std::vector<std::string> fileSystems;
@@ -57,10 +57,16 @@ struct Options {
     std::optional<std::string> provider;
     std::optional<unsigned long long> larger;   ///< bytes
     std::optional<unsigned long long> smaller;  ///< bytes
-    std::optional<std::time_t> newer;
-    std::optional<std::time_t> older;
+    std::optional<SizeRange> size;
+    std::optional<FileTime> newer;
+    std::optional<FileTime> older;
+    bool timesOfFiles = false;      ///< `newer` or `older` is a file's, to the nanosecond
     std::optional<unsigned> owner;  ///< user ID
-    std::optional<SortKey> sortKey;
+    std::optional<unsigned> group;  ///< group ID
+    bool empty = false;             ///< no bytes, or a directory without entries
+    /// The conditions of --not, one in each: none of them may hold.
+    std::vector<Options> negated;
+    std::vector<SortKey> sortKeys;
     std::optional<unsigned long long> limit;  ///< of matches
     std::optional<std::string> formatTemplate;
     std::optional<std::vector<std::string>> command;  ///< to be run for the matches

@@ -53,12 +53,18 @@ NameFilter::NameFilter(const Options& options) : criteriaCaseSensitive_(!options
         add(NamePattern::regex(text, options.caseOf(text, true), error));
     if (options.pattern)
         add(NamePattern::pattern(*options.pattern, options.caseOf(*options.pattern), error));
-    if (std::any_of(patterns_.begin(), patterns_.end(), matchesAll)) patterns_.clear();
+    for (const Options& negated : options.negated)
+        if (NameFilter filter(negated); !filter.isEmpty()) negated_.push_back(std::move(filter));
+    if (negated_.empty() && std::any_of(patterns_.begin(), patterns_.end(), matchesAll))
+        patterns_.clear();
     // The user's criteria have the case mode of -i.
     const auto isInsensitive = [](const NamePattern& pattern) {
         return pattern.mode() == CaseMode::insensitive;
     };
-    if (options.criteria.empty() && !patterns_.empty())
+    const bool free = options.criteria.empty() &&
+                      std::all_of(options.negated.begin(), options.negated.end(),
+                                  [](const Options& one) { return one.criteria.empty(); });
+    if (free && !patterns_.empty())
         criteriaCaseSensitive_ = !std::all_of(patterns_.begin(), patterns_.end(), isInsensitive);
     const auto isExact = [&](const NamePattern& pattern) {
         const auto& globs = pattern.globs();
@@ -66,7 +72,7 @@ NameFilter::NameFilter(const Options& options) : criteriaCaseSensitive_(!options
                std::none_of(globs.begin(), globs.end(),
                             [](const std::wstring& glob) { return glob.find(L'"') != glob.npos; });
     };
-    exact_ = std::all_of(patterns_.begin(), patterns_.end(), isExact);
+    exact_ = negated_.empty() && std::all_of(patterns_.begin(), patterns_.end(), isExact);
 }
 
 void NameFilter::add(std::optional<NamePattern> pattern) {
@@ -86,10 +92,16 @@ std::wstring NameFilter::criteria() const {
 }
 
 bool NameFilter::confirms(const wchar_t* name) const {
-    return patterns_.empty() || (exact_ && !couldBePattern(name)) || accepts(name);
+    return isEmpty() || (exact_ && !couldBePattern(name)) || accepts(name);
 }
 
 bool NameFilter::accepts(const wchar_t* name) const {
+    return acceptsAny(name) &&
+           std::none_of(negated_.begin(), negated_.end(),
+                        [name](const NameFilter& filter) { return filter.accepts(name); });
+}
+
+bool NameFilter::acceptsAny(const wchar_t* name) const {
     return patterns_.empty() ||
            std::any_of(patterns_.begin(), patterns_.end(),
                        [name](const NamePattern& pattern) { return pattern.matches(name); });
@@ -116,12 +128,24 @@ std::wstring criteriaOf(const Options& options, bool mayBeOld) {
     std::wstring all;
     if (options.larger) andAlso(all, L"[SIZE] > " + number(*options.larger));
     if (options.smaller) andAlso(all, L"[SIZE] < " + number(*options.smaller));
-    for (const PermissionTest& test : options.permissions)
+    if (options.size)
+        andAlso(all, fmt::format(L"[SIZE] >= {} && [SIZE] <= {}", number(options.size->least),
+                                 number(options.size->most)));
+    // What is in a directory, its size does not tell.
+    if (options.empty)
+        andAlso(all, options.findsDirectories() ? L"([SIZE] == 0 || ([ATTR] & 1) != 0)"
+                                                : L"[SIZE] == 0");
+    for (const PermissionTest& test : options.permissions.stored)
         if (!mayBeOld) andAlso(all, test.criteria());
     if (options.links)
         andAlso(all, PermissionTest{fscanner::FS_ATTR_SYMBOLIC_LINK, false}.criteria());
     // Last: it reads the files.
     if (!options.types.empty()) andAlso(all, typeCriteria(options.types));
+    for (const Options& negated : options.negated) {
+        // Files that are neither regular nor directories are not empty, whatever their size.
+        const std::wstring one = negated.empty ? L"" : criteriaOf(negated, mayBeOld);
+        if (!one.empty()) andAlso(all, L"!(" + one + L")");
+    }
     return all;
 }
 
@@ -139,11 +163,20 @@ FileFilters::FileFilters(const Options& options, bool mayBeOld)
     for (const std::string& text : options.pathRegexes)
         pathRegexes_.push_back(
             ByteRegex::create(text, text, options.caseOf(text, true), false, error));
+    for (const Options& negated : options.negated) negated_.emplace_back(negated, mayBeOld);
 }
 
 bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) const {
-    if (paths_.empty() && pathRegexes_.empty()) return true;
+    const auto asks = [](const FileFilters& filters) { return filters.asksPaths(); };
+    if (!asksPaths() && std::none_of(negated_.begin(), negated_.end(), asks)) return true;
     const std::wstring path = joinedPath(directory, name);
+    return (!asksPaths() || hasPath(path)) &&
+           std::none_of(negated_.begin(), negated_.end(), [&](const FileFilters& filters) {
+               return filters.asksPaths() && filters.hasPath(path);
+           });
+}
+
+bool FileFilters::hasPath(const std::wstring& path) const {
     if (!pathRegexes_.empty()) {
         const std::string bytes = toBytes(path);
         const auto matches = [&bytes](const auto& regex) { return regex->matches(bytes); };
@@ -154,21 +187,79 @@ bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) c
     });
 }
 
+bool FileFilters::asksFacts() const {
+    const Options& wanted = options_;
+    return wanted.newer || wanted.older || wanted.owner || wanted.group || wanted.larger ||
+           wanted.smaller || wanted.size || wanted.links || wanted.empty ||
+           !wanted.permissions.stored.empty() || !wanted.permissions.others.empty();
+}
+
 bool FileFilters::needDetails() const {
-    const bool permissions = mayBeOld_ && !options_.permissions.empty();
-    return options_.newer || options_.older || options_.owner || permissions;
+    const bool permissions = mayBeOld_ && !options_.permissions.stored.empty();
+    return options_.newer || options_.older || options_.owner || options_.group || permissions ||
+           needSystem() ||
+           std::any_of(negated_.begin(), negated_.end(),
+                       [](const FileFilters& one) { return one.needDetails(); });
+}
+
+bool FileFilters::needSystem() const {
+    return options_.timesOfFiles || !options_.permissions.others.empty() || emptiness() ||
+           std::any_of(negated_.begin(), negated_.end(),
+                       [](const FileFilters& one) { return one.needSystem(); });
+}
+
+std::optional<bool> FileFilters::emptiness() const {
+    if (options_.empty) return true;
+    const auto asks = [](const FileFilters& one) { return one.options_.empty; };
+    return std::any_of(negated_.begin(), negated_.end(), asks) ? std::optional(false)
+                                                               : std::nullopt;
 }
 
 bool FileFilters::accept(const FileDetails& file) const {
+    return holds(file) &&
+           std::none_of(negated_.begin(), negated_.end(), [&file](const FileFilters& one) {
+               const bool later =
+                   one.options_.empty && (file.attributes & fscanner::FS_ATTR_DIRECTORY) != 0;
+               return one.asksFacts() && !later && one.holds(file);
+           });
+}
+
+namespace {
+
+/// Whether a file was modified before or after that, compared as exactly as both are known.
+std::strong_ordering compareTimes(const FileDetails& file, const FileTime& time, bool exactly) {
+    if (!exactly || file.modifiedNanoseconds < 0) return file.modified <=> time.seconds;
+    return FileTime{file.modified, file.modifiedNanoseconds} <=> time;
+}
+
+/// A directory counts as empty: what is in it is looked at last.
+bool mayBeEmpty(const FileDetails& file) {
+    const bool isFile = (file.attributes & fscanner::FS_ATTR_REGULAR_FILE) != 0;
+    return (isFile && file.size == 0) || (file.attributes & fscanner::FS_ATTR_DIRECTORY) != 0;
+}
+
+}  // namespace
+
+bool FileFilters::holds(const FileDetails& file) const {
+    const Options& wanted = options_;
+    const auto& [stored, others] = wanted.permissions;
     const bool permitted =
-        std::all_of(options_.permissions.begin(), options_.permissions.end(),
-                    [&file](PermissionTest test) { return test.holds(file.attributes); });
-    return permitted && (!options_.newer || file.modified > *options_.newer) &&
-           (!options_.older || file.modified < *options_.older) &&
-           (!options_.owner || file.user == *options_.owner) &&
-           (!options_.larger || file.size > *options_.larger) &&
-           (!options_.smaller || file.size < *options_.smaller) &&
-           (!options_.links || (file.attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0);
+        std::all_of(stored.begin(), stored.end(),
+                    [&file](PermissionTest test) { return test.holds(file.attributes); }) &&
+        std::all_of(others.begin(), others.end(),
+                    [&file](ModeTest test) { return test.holds(file.mode); });
+    const auto compare = [&](const FileTime& time) {
+        return compareTimes(file, time, wanted.timesOfFiles);
+    };
+    return permitted && (!wanted.newer || compare(*wanted.newer) > 0) &&
+           (!wanted.older || compare(*wanted.older) < 0) &&
+           (!wanted.owner || file.user == *wanted.owner) &&
+           (!wanted.group || file.group == *wanted.group) &&
+           (!wanted.larger || file.size > *wanted.larger) &&
+           (!wanted.smaller || file.size < *wanted.smaller) &&
+           (!wanted.size || wanted.size->holds(file.size)) &&
+           (!wanted.links || (file.attributes & fscanner::FS_ATTR_SYMBOLIC_LINK) != 0) &&
+           (!wanted.empty || mayBeEmpty(file));
 }
 
 // ---- Exclusions -------------------------------------------------------------

@@ -29,13 +29,18 @@ public:
     /// Whether case does not count in that criteria.
     bool criteriaIgnoresCase() const { return !criteriaCaseSensitive_; }
     bool accepts(const wchar_t* name) const;
-    /// The same for a name that satisfies the criteria, which is faster.
+    /// Whether there is no pattern.
+    bool isEmpty() const { return patterns_.empty() && negated_.empty(); }
+    /// The same as `accepts` for a name that satisfies the criteria, which is faster.
     bool confirms(const wchar_t* name) const;
 
 private:
     void add(std::optional<NamePattern> pattern);
 
+    bool acceptsAny(const wchar_t* name) const;
+
     std::vector<NamePattern> patterns_;
+    std::vector<NameFilter> negated_;
     bool exact_ = true;  // the criteria expresses the patterns exactly
     bool criteriaCaseSensitive_;
 };
@@ -55,15 +60,26 @@ public:
     bool pathFits(const std::wstring& directory, const wchar_t* name) const;
     /// Whether `accept` must check matches, beyond their paths and the criteria.
     bool needDetails() const;
-    /// Whether an examined file meets the conditions, except those on its path and type.
+    /// Whether it needs what only the system tells, and no record of a scan has.
+    bool needSystem() const;
+    /// Whether an examined file meets the conditions, except those on its path and type, and on
+    /// what is in a directory.
     bool accept(const FileDetails& file) const;
+    /// Whether directories have to be empty, or must not be.
+    std::optional<bool> emptiness() const;
 
 private:
+    bool hasPath(const std::wstring& path) const;
+    bool asksPaths() const { return !paths_.empty() || !pathRegexes_.empty(); }
+    bool asksFacts() const;
+    bool holds(const FileDetails& file) const;
+
     const Options& options_;
     bool mayBeOld_;
     std::wstring criteria_;
     std::vector<std::wstring> paths_;
     std::vector<std::unique_ptr<ByteRegex>> pathRegexes_;
+    std::vector<FileFilters> negated_;
 };
 
 /// The paths to leave out, as patterns over whole paths.

@@ -1,5 +1,6 @@
 #include "fscan/search/matches.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -77,10 +78,11 @@ bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& 
     const unsigned attributes = file.attributes;
     auto found = FileExaminer::Found::there;
     const bool decides = filters_.needDetails();
-    if (!file.examined && (decides || needed_ == FactsNeeded::examined)) {
+    name_.clear();
+    appendBytes(name_, name);
+    if (filters_.needSystem() ||
+        (!file.examined && (decides || needed_ == FactsNeeded::examined))) {
         struct stat info {};
-        name_.clear();
-        appendBytes(name_, name);
         found = examiner_.examine(directory_, name_.c_str(), info);
         if (found == FileExaminer::Found::there) file = FileDetails::of(info);
         if (sameKind_ && file.examined && !isSameKind(attributes, file.attributes))
@@ -92,7 +94,17 @@ bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& 
         return false;
     }
     if (needed_ > FactsNeeded::none) facts = file.facts();
-    return !decides || filters_.accept(file);
+    return !decides || (filters_.accept(file) && hasEmptiness(file));
+}
+
+/// Whether a directory has entries, or none, where that is asked for. One that cannot be read is
+/// left out.
+bool Matches::hasEmptiness(const FileDetails& file) {
+    const std::optional<bool> wanted = filters_.emptiness();
+    if (!wanted || (file.attributes & fscanner::FS_ATTR_DIRECTORY) == 0) return true;
+    const std::optional<bool> empty = examiner_.isEmpty(directory_, name_.c_str());
+    if (!empty) examiner_.leaveOut(FileExaminer::Found::unknown);
+    return empty && *empty == *wanted;
 }
 
 /// Consecutive records share a directory: values that depend on it are computed once.
@@ -188,6 +200,25 @@ int FileExaminer::open(const std::wstring& path) const {
 int FileExaminer::examineAt(int directory, const char* name, struct stat& info) const {
     if (follow_ && fstatat(directory, name, &info, 0) == 0) return 0;
     return fstatat(directory, name, &info, AT_SYMLINK_NOFOLLOW);
+}
+
+std::optional<bool> FileExaminer::isEmpty(const std::wstring& directory, const char* name) {
+    const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK | (follow_ ? 0 : O_NOFOLLOW);
+    const int descriptor = openat(enter(directory).descriptor, name, flags);
+    DIR* const stream = descriptor >= 0 ? fdopendir(descriptor) : nullptr;
+    if (stream == nullptr) {
+        if (descriptor >= 0) close(descriptor);
+        return std::nullopt;
+    }
+    errno = 0;
+    bool empty = true;
+    while (const dirent* const entry = empty ? readdir(stream) : nullptr) {
+        const std::string_view one = entry->d_name;
+        empty = one == "." || one == "..";
+    }
+    const bool failed = empty && errno != 0;
+    closedir(stream);
+    return failed ? std::nullopt : std::optional(empty);
 }
 
 const std::wstring& MatchPlace::directoryOf(const Match& match) {

@@ -58,6 +58,7 @@ private:
     bool select(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
                 FileFacts& facts);
     bool examine(const wchar_t* name, const fscanner::FsFileInfo& record, FileFacts& facts);
+    bool hasEmptiness(const FileDetails& file);
     bool needPath() const { return needed_ != FactsNeeded::count; }
 
     const Excludes& excludes_;
@@ -118,6 +119,8 @@ public:
 
     /// `directory` is absolute and free of links, `name` the bytes of a name in it.
     Found examine(const std::wstring& directory, const char* name, struct stat& info);
+    /// Whether the directory `name` in `directory` has no entries; nothing where it cannot be read.
+    std::optional<bool> isEmpty(const std::wstring& directory, const char* name);
     /// A descriptor of the directory, valid until the next call; -1 where it cannot be opened.
     int directory(const std::wstring& path) { return enter(path).descriptor; }
 

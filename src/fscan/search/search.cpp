@@ -94,9 +94,20 @@ ExitStatus runAndReport(const Search& search, bool incomplete, Summary& summary,
     return SearchRun(search, *consumer, examiner, needed, out).run(incomplete, summary);
 }
 
+/// The user's criteria, and those that must not hold.
+std::optional<std::wstring> allCriteria(const Options& options) {
+    std::optional<std::wstring> all = combineCriteria(options.criteria);
+    for (const Options& negated : options.negated) {
+        const std::optional<std::wstring> one = combineCriteria(negated.criteria);
+        if (!all || !one) return std::nullopt;
+        if (!one->empty()) andAlso(*all, L"!(" + *one + L")");
+    }
+    return all;
+}
+
 ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) {
     std::optional<TimeLimit> limit(std::in_place, options.timeoutMilliseconds);
-    const std::optional<std::wstring> where = combineCriteria(options.criteria);
+    const std::optional<std::wstring> where = allCriteria(options);
     SearchRoots roots = SearchRoots::resolve(options);
     if (!where || roots.wrong) return ExitStatus::usage;
     const std::optional<DriveList> drives = DriveList::read();

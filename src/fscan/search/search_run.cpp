@@ -27,8 +27,10 @@ namespace {
 /// The sorter for the matches; null where they are passed on as they come. Commands run after
 /// the search, so that one which searches itself does not find the cache in use.
 std::unique_ptr<SortedMatches> makeSorter(const Options& options) {
-    if ((!options.sortKey && !options.runsCommands()) || options.countOnly) return nullptr;
-    const SortOrder order{options.sortKey.value_or(SortKey::pathname), options.reverse};
+    if ((options.sortKeys.empty() && !options.runsCommands()) || options.countOnly) return nullptr;
+    SortOrder order;
+    if (!options.sortKeys.empty()) order.keys = options.sortKeys;
+    order.reversed = options.reverse;
     return std::make_unique<SortedMatches>(order,
                                            options.spill ? SortPlace::file : SortPlace::memory);
 }
@@ -50,8 +52,8 @@ MatchSink& lastSink(FactsNeeded needed, DetailedMatches& detailed, MatchConsumer
 }
 
 FactsNeeded factsNeeded(const Options& options, FactsNeeded toShow) {
-    const bool bySize = options.sortKey == SortKey::size && !options.countOnly;
-    if (bySize) return FactsNeeded::examined;
+    const bool byNumber = std::any_of(options.sortKeys.begin(), options.sortKeys.end(), isNumber);
+    if (byNumber && !options.countOnly) return FactsNeeded::examined;
     return toShow == FactsNeeded::detailed ? FactsNeeded::known : toShow;
 }
 

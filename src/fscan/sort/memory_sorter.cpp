@@ -34,7 +34,7 @@ void forEachDirectory(SortRange range, Act act) {
 
 // Reserved at once, as growing would copy the entries and touch new pages. Pages that are not
 // used cost nothing.
-MemorySorter::MemorySorter(SortOrder order) : order_(order) {
+MemorySorter::MemorySorter(const SortOrder& order) : order_(order) {
     constexpr std::size_t usuallyEnough = std::size_t{1} << 20;
     matches_.reserve(usuallyEnough);
 }
@@ -50,7 +50,7 @@ std::string_view MemorySorter::keep(std::string_view text, const FileFacts& fact
 }
 
 void MemorySorter::add(const Match& match) {
-    const std::string_view directory = directoryText(order_.key, match);
+    const std::string_view directory = directoryText(order_.textKey(), match);
     if (directories_.empty() || directories_.back().text != directory)
         directories_.push_back({keep(directory, {}), matches_.size()});
     const bool hasFacts = !match.facts.none();
@@ -81,7 +81,8 @@ void MemorySorter::groupByDirectory() {
 }
 
 void MemorySorter::sort() {
-    if (order_.key == SortKey::name) {
+    const SortKey text = order_.textKey();
+    if (text == SortKey::name) {
         sorter_.sort(matches_, [this](SortRange equal) {
             const auto before = [this](const auto& a, const auto& b) { return comesBefore(a, b); };
             if (equal.size() > 1) std::sort(equal.begin(), equal.end(), before);
@@ -89,13 +90,29 @@ void MemorySorter::sort() {
     } else {
         groupByDirectory();
         forEachDirectory(matches_, [this](SortRange names) { sorter_.sort(names); });
-        if (order_.key != SortKey::path) nestDirectories();
+        if (text != SortKey::path) nestDirectories();
     }
-    if (order_.key == SortKey::size) {
-        for (SortEntry& entry : matches_) entry.prefix = factsOf(entry).size;
-        std::ranges::stable_sort(matches_, {}, &SortEntry::prefix);
-    }
+    // The last key first, so that the first one counts most.
+    const std::size_t left = order_.keys.size() - (isNumber(order_.keys.back()) ? 0 : 1);
+    for (std::size_t i = left; i > 0; --i) sortStably(order_.keys[i - 1]);
     if (order_.reversed) std::reverse(matches_.begin(), matches_.end());
+}
+
+/// Sorts by one key; matches that it does not tell apart stay in their order.
+void MemorySorter::sortStably(SortKey key) {
+    if (isNumber(key)) {
+        for (SortEntry& entry : matches_) entry.prefix = keyNumber(key, factsOf(entry));
+        std::ranges::stable_sort(matches_, {}, &SortEntry::prefix);
+        return;
+    }
+    const auto textOf = [&](const SortEntry& entry) -> std::string {
+        const std::string directory(directoryOf(entry));
+        if (key == SortKey::path) return directory;
+        return (key == SortKey::name ? "" : directory) + std::string(entry.text());
+    };
+    std::ranges::stable_sort(matches_, [&](const SortEntry& a, const SortEntry& b) {
+        return compareBytes(textOf(a), textOf(b)) < 0;
+    });
 }
 
 /// Compares paths. No name holds a "/", so the rest of the longer directory, which ends with

@@ -20,7 +20,7 @@ namespace fscan {
 /// are then of short texts that lie close together.
 class MemorySorter {
 public:
-    explicit MemorySorter(SortOrder order);
+    explicit MemorySorter(const SortOrder& order);
 
     void add(const Match& match);
     void sort();
@@ -42,6 +42,7 @@ private:
     std::string_view keep(std::string_view text, const FileFacts& facts);
     void groupByDirectory();
     void nestDirectories();
+    void sortStably(SortKey key);
     bool comesBefore(const SortEntry& a, const SortEntry& b) const;
     std::string_view directoryOf(const SortEntry& entry) const {
         return directories_[entry.directory].text;

@@ -8,6 +8,7 @@
 #include <cctype>
 #include <charconv>
 #include <limits>
+#include <span>
 
 #include "fscanner/fs/fs_fileinfo.h"
 
@@ -19,23 +20,65 @@ constexpr std::string_view kSizeUnits = "KMGTPE";
 
 }  // namespace
 
-std::optional<unsigned long long> parseSize(std::string_view text) {
-    unsigned shift = 0;
-    if (!text.empty() && std::isalpha(static_cast<unsigned char>(text.back()))) {
-        const int letter = std::toupper(static_cast<unsigned char>(text.back()));
-        const std::size_t unit = kSizeUnits.substr(0, 4).find(static_cast<char>(letter));
-        if (unit == kSizeUnits.npos) return std::nullopt;
-        shift = static_cast<unsigned>(unit + 1) * 10;
+namespace {
+
+/// The power of 2 of the unit that the text ends with, which is cut off: "k", "kB" or "KiB". None
+/// where the last letters are no unit.
+std::optional<unsigned> takeSizeUnit(std::string_view& text) {
+    const auto endsWith = [&text](char letter) {
+        return !text.empty() && std::toupper(static_cast<unsigned char>(text.back())) == letter;
+    };
+    const bool bytes = endsWith('B');
+    if (bytes) text.remove_suffix(1);
+    const bool binary = bytes && endsWith('I');
+    if (binary) text.remove_suffix(1);
+    for (unsigned unit = 0; unit < 4; ++unit) {
+        if (!endsWith(kSizeUnits[unit])) continue;
         text.remove_suffix(1);
+        return (unit + 1) * 10;
     }
+    if (binary) return std::nullopt;
+    return 0;
+}
+
+}  // namespace
+
+std::optional<unsigned long long> parseSize(std::string_view text) {
+    const std::optional<unsigned> shift = takeSizeUnit(text);
+    const std::string_view digits = text.substr(0, text.find('.'));
     unsigned long long number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    const char* const end = digits.data() + digits.size();
+    const auto [stop, error] = std::from_chars(digits.data(), end, number);
     // The numbers of criteria are signed.
     constexpr unsigned long long most = ~0ULL >> 1;
-    if (text.empty() || stop != end || error != std::errc() || number > most >> shift)
+    if (!shift || digits.empty() || stop != end || error != std::errc() || number > most >> *shift)
         return std::nullopt;
-    return number << shift;
+    number <<= *shift;
+    if (digits.size() == text.size()) return number;
+    double part = 0;
+    const std::string_view fraction = text.substr(digits.size());
+    const bool isDigits = fraction.size() > 1 &&
+                          fraction.find_first_not_of("0123456789", 1) == std::string_view::npos;
+    if (!isDigits || *shift == 0) return std::nullopt;
+    std::from_chars(fraction.data(), fraction.data() + fraction.size(), part,
+                    std::chars_format::fixed);
+    return number + static_cast<unsigned long long>(part * static_cast<double>(1ULL << *shift));
+}
+
+std::optional<SizeRange> parseSizeRange(std::string_view text) {
+    const std::size_t dots = text.find("..");
+    SizeRange range;
+    if (dots == text.npos) {
+        const auto size = parseSize(text);
+        if (!size) return std::nullopt;
+        return SizeRange{*size, *size};
+    }
+    const std::string_view first = text.substr(0, dots), last = text.substr(dots + 2);
+    if (first.empty() && last.empty()) return std::nullopt;
+    const auto least = first.empty() ? range.least : parseSize(first);
+    const auto most = last.empty() ? range.most : parseSize(last);
+    if (!least || !most || *least > *most) return std::nullopt;
+    return SizeRange{*least, *most};
 }
 
 std::string sizeText(unsigned long long bytes) {
@@ -55,8 +98,14 @@ struct TimeUnit {
     unsigned seconds;
 };
 
-constexpr std::array<TimeUnit, 4> kTimeUnits = {
-    {{'d', "d", 86400}, {'h', "h", 3600}, {'m', "min", 60}, {'s', "s", 1}}};
+/// Of those that are written, the largest come first.
+constexpr std::array<TimeUnit, 6> kTimeUnits = {{{'d', "d", 86400},
+                                                 {'h', "h", 3600},
+                                                 {'m', "min", 60},
+                                                 {'s', "s", 1},
+                                                 {'w', "w", 7 * 86400},
+                                                 {'y', "y", 365 * 86400}}};
+constexpr std::size_t kWrittenUnits = 4;
 
 /// The seconds of the unit that a text ends with, which is cut off.
 unsigned takeUnit(std::string_view& text) {
@@ -80,7 +129,7 @@ std::optional<unsigned> parseDuration(std::string_view text, unsigned limit) {
 }
 
 std::string durationText(unsigned long long seconds) {
-    for (const TimeUnit& unit : kTimeUnits)
+    for (const TimeUnit& unit : std::span(kTimeUnits).first(kWrittenUnits))
         // A unit is used from two of it on: "90 min" is more exact than "1 h".
         if (seconds >= 2ULL * unit.seconds)
             return fmt::format("{} {}", seconds / unit.seconds, unit.name);
@@ -157,13 +206,60 @@ std::optional<unsigned> bitsOf(std::string_view letters, const std::array<Letter
     return bits;
 }
 
+constexpr unsigned kSpecialBits = 07000;
+
+// The bits of [ATTR] for permission bits of a mode, whose order is the other way round.
+unsigned storedBits(unsigned mode) {
+    unsigned bits = 0;
+    for (unsigned i = 0; i < 9; ++i)
+        if ((mode & 0400U >> i) != 0) bits |= kOwnerRead << i;
+    return bits;
+}
+
+// Adds the test for "4000" or "=644"; false for any other text.
+bool addMode(std::string_view text, Permissions& tests) {
+    const bool exactly = text.starts_with('=');
+    if (exactly) text.remove_prefix(1);
+    unsigned mode = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, mode, 8);
+    if (text.empty() || stop != end || error != std::errc() || mode > 07777) return false;
+    if (exactly)
+        tests.others.push_back({mode, ModeTest::How::exactly});
+    else if ((mode & kSpecialBits) != 0)
+        tests.others.push_back({mode, ModeTest::How::all});
+    else
+        tests.stored.push_back({storedBits(mode), true});
+    return true;
+}
+
+// Adds the test for "u+s", "g+s", "s" (one of them) or "t"; false for any other text.
+bool addSpecial(std::string_view who, std::string_view letters, Permissions& tests) {
+    constexpr unsigned setUser = 04000, setGroup = 02000, sticky = 01000;
+    if (letters == "t" && (who.empty() || who == "o" || who == "a")) {
+        tests.others.push_back({sticky, ModeTest::How::all});
+        return true;
+    }
+    if (letters != "s" || who.find_first_not_of("ug") != who.npos) return false;
+    const bool user = who.find('u') != who.npos, group = who.find('g') != who.npos;
+    if (who.empty())
+        tests.others.push_back({setUser | setGroup, ModeTest::How::any});
+    else
+        tests.others.push_back({(user ? setUser : 0) | (group ? setGroup : 0), ModeTest::How::all});
+    return true;
+}
+
 // Adds the tests for a text such as "u+w" or "x"; false for any other text.
-bool addTests(std::string_view text, std::vector<PermissionTest>& tests) {
+bool addTests(std::string_view text, Permissions& permissions) {
+    if (addMode(text, permissions)) return true;
     const std::size_t plus = text.find('+');
     const bool forAnyone = plus == text.npos || plus == 0;
-    const auto who = bitsOf(forAnyone ? "a" : text.substr(0, plus), kClasses);
     const std::string_view letters = plus == text.npos ? text : text.substr(plus + 1);
+    const std::string_view named = forAnyone ? "" : text.substr(0, plus);
+    if (addSpecial(named, letters, permissions)) return true;
+    const auto who = bitsOf(forAnyone ? "a" : named, kClasses);
     const auto access = bitsOf(letters, kAccesses);
+    std::vector<PermissionTest>& tests = permissions.stored;
     if (!who || !access || letters.empty()) return false;
     if (!forAnyone) tests.push_back({*who & *access, true});
     for (const Letter& one : kAccesses)
@@ -185,8 +281,8 @@ std::wstring PermissionTest::criteria() const {
                : fmt::format(L"([ATTR] & {}) != 0", bits);
 }
 
-std::optional<std::vector<PermissionTest>> permissionTests(std::string_view text) {
-    std::vector<PermissionTest> tests;
+std::optional<Permissions> parsePermissions(std::string_view text) {
+    Permissions tests;
     for (;;) {
         const std::size_t comma = text.find(',');
         if (!addTests(text.substr(0, comma), tests)) return std::nullopt;
