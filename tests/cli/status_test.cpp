@@ -38,7 +38,7 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
     const std::vector<std::pair<Arguments, std::string>> table = {
         {{"d/", "--colour"}, "unknown option --colour; did you mean --color? See fscan --help\n"},
         {{"-q", "-k"}, "unknown option -k; see fscan --help\n"},
-        {{"-name", "f"}, "unknown option -name; did you mean --name? See fscan --help\n"},
+        {{"-local"}, "unknown option -local; did you mean --local? See fscan --help\n"},
         {{"-n"}, "--name: 1 required GLOB missing; see fscan --help\n"},
         {{"--local", "--remote"}, "--remote: not with the others of its kind"},
         {{"$locale::/"}, "$locale::/; did you mean $local::?: No such file or directory\n"},

@@ -8,6 +8,7 @@
 #include <memory>
 #include <string_view>
 
+#include "fscan/options/hints.h"
 #include "fscan/options/option_groups.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
@@ -83,13 +84,6 @@ CLI::ParseError wrong(const std::string& text) {
     return {text, CLI::ExitCodes::ExtrasError};
 }
 
-std::vector<std::string> longOptions(const CLI::App& app) {
-    std::vector<std::string> names;
-    for (const CLI::Option* option : app.get_options())
-        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-    return names;
-}
-
 /// Takes the other arguments as PATHs. They are no positionals of CLI11, which
 /// would read "[a,b]" as a list.
 void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
@@ -98,10 +92,7 @@ void takePaths(const CLI::App& app, std::vector<std::string>& paths) {
         if (!dashesSeen && argument == "--") {
             dashesSeen = true;
         } else if (!dashesSeen && argument.size() > 1 && argument.starts_with('-')) {
-            const std::string name = argument.substr(0, argument.find('='));
-            const bool isLong = name.starts_with("--");
-            throw wrong("unknown option " + argument +
-                        (isLong ? suggestionText(name, longOptions(app)) : ""));
+            throw wrong(unknownOption(app, argument));
         } else {
             paths.push_back(std::move(argument));
         }
@@ -130,15 +121,9 @@ void takePattern(Options& options) {
         throw wrong(fmt::format("{}: {}", *options.pattern, error));
 }
 
-/// Refuses "-name", which would be -n with the value "ame".
-void refuseLongNamesWithOneDash(const CLI::App& app, const std::vector<std::string>& arguments) {
-    const std::vector<std::string> known = longOptions(app);
-    for (const std::string& argument : arguments) {
-        if (argument == "--") return;
-        const std::string meant = fmt::format("-{}", argument);
-        if (argument.size() > 2 && std::find(known.begin(), known.end(), meant) != known.end())
-            throw wrong(fmt::format("unknown option {}; did you mean {}?", argument, meant));
-    }
+/// Refuses what would silently mean something else than its author thinks.
+void refuseMisread(const std::optional<std::string>& message) {
+    if (message) throw wrong(*message);
 }
 
 /// CLI11 stops reading at "++".
@@ -211,7 +196,9 @@ const std::map<std::string, CommandUse> kCommandUses = {{"-e", CommandUse::forEa
 Words takeWords(Words::const_iterator& at, Words::const_iterator last, const std::string& option,
                 const std::string& end) {
     const auto stop = std::find(at, last, end);
-    if (stop == last) throw wrong(fmt::format("{} needs '{}' behind its command", option, end));
+    if (stop == last)
+        throw wrong(fmt::format("{} needs '{}' behind its command{}", option, end,
+                                extensionHint(option, Words(at, stop))));
     if (stop == at) throw wrong(option + " needs a command");
     Words words(at, stop);
     at = stop + 1;
@@ -298,21 +285,24 @@ void addNegation(CLI::App& app) {
         ->group("What to find");
 }
 
+/// For the help, and to refuse a command that does not stand apart, as in -eCMD: `takeCommands`
+/// takes all others out before CLI11 reads the arguments.
+void addCommand(CLI::App& app, const std::string& flags, const std::string& type,
+                const std::string& help) {
+    const std::string name = flags.substr(flags.find("--"));
+    const auto refuse = [name](const std::string& text) {
+        throw CLI::ValidationError(name,
+                                   "its command must stand apart" + extensionHint(name, {text}));
+    };
+    addValue(app, flags, type, refuse, help)->group("What to run");
+}
+
 void addCommands(CLI::App& app) {
-    // For the help alone: `takeCommands` takes them out before CLI11 reads the arguments.
-    const char* group = "What to run";
-    app.add_option("-e,--exec")
-        ->type_name("CMD... ;")
-        ->description("Run CMD for each match, in order; {} is its path")
-        ->group(group);
-    app.add_option("--exec-batch")
-        ->type_name("CMD... +")
-        ->description("Run CMD with as many matches as it can take for {}")
-        ->group(group);
-    app.add_option("--exec-dir")
-        ->type_name("CMD... ;")
-        ->description("Run CMD for each match in its directory; {} is ./NAME; safest")
-        ->group(group);
+    addCommand(app, "-e,--exec", "CMD... ;", "Run CMD for each match, in order; {} is its path");
+    addCommand(app, "--exec-batch", "CMD... +",
+               "Run CMD with as many matches as it can take for {}");
+    addCommand(app, "--exec-dir", "CMD... ;",
+               "Run CMD for each match in its directory; {} is ./NAME; safest");
 }
 
 }  // namespace
@@ -334,13 +324,14 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
     try {
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
         arguments = takeCommands(arguments, options);
+        refuseMisread(misreadOption(app, arguments));
         arguments = takeNegations(arguments, options);
-        refuseLongNamesWithOneDash(app, arguments);
         refuseTerminator(arguments);
         std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
         app.parse(arguments);
         takePaths(app, options.paths);
         takePattern(options);
+        refuseMisread(commandForExclude(options));
         refuseContradictions(options);
         settleKinds(options);
         noteImpossible(options);

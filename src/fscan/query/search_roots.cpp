@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "fscan/options/hints.h"
 #include "fscan/options/options.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
@@ -54,8 +55,10 @@ std::string meantGroup(const std::string& path) {
     return suggestionText(path.substr(0, end + 2), wordsOfGroups());
 }
 
-/// A hint for users who give the name to find as a PATH.
-std::string remedy(const std::string& path) {
+/// A hint for users who give the name to find as a PATH, themselves or through the shell.
+std::string remedy(const Options& options, const std::string& path, int error) {
+    const std::string quote = error == ENOTDIR ? expandedPatternHint(options) : "";
+    if (!quote.empty()) return quote;
     const bool name = path.find_first_not_of('.') != path.npos;
     if (!name || path.find('/') != path.npos || path.starts_with('$')) return "";
     return "; a name to find goes with -n";
@@ -166,7 +169,7 @@ SearchRoots SearchRoots::resolve(const Options& options) {
             const int error = errno;
             const bool wrong = error == ENOENT || error == ENOTDIR || error == ELOOP;
             complain(path + (error == ENOENT ? meantGroup(path) : "") + ": " +
-                     std::strerror(error) + (wrong ? remedy(path) : ""));
+                     std::strerror(error) + (wrong ? remedy(options, path, error) : ""));
             (wrong ? result.wrong : result.incomplete) = true;
             continue;
         }

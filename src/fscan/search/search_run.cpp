@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "fscan/options/hints.h"
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
@@ -214,6 +215,15 @@ void SearchRun::conclude(ExitStatus status, Outcome& outcome) const {
     outcome.signal = signal;
     if (signal == 0 || outcome.interrupted) tell(search_.options, watcher_.search(), outcome);
     noteUnmetExcludes(outcome);
+    hint(outcome);
+}
+
+/// Says why nothing was found, where that can be seen.
+void SearchRun::hint(const Outcome& outcome) const {
+    const bool nothing =
+        outcome.signal == 0 && outcome.status == ExitStatus::nothingFound && !search_.options.quiet;
+    if (!nothing) return;
+    if (const auto text = hintForNothing(search_.options)) complain("note: " + *text);
 }
 
 /// Names the exclusions that left nothing out. That is known only after a complete search by a

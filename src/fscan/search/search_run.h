@@ -34,6 +34,7 @@ private:
     ExitStatus overall(ExitStatus status, bool incomplete) const;
     void conclude(ExitStatus status, Outcome& outcome) const;
     void noteUnmetExcludes(const Outcome& outcome) const;
+    void hint(const Outcome& outcome) const;
     bool violatesStrict() const;
     bool readerGone() const;
 
