@@ -146,6 +146,13 @@ TEST_F(StatusTest, HelpAndVersionGoToStandardOutput) {
     EXPECT_EQ(help.status, 0);
     EXPECT_THAT(help.out, HasSubstr("Examples:\n"));
     for (const std::string& line : records(help.out)) EXPECT_LT(line.size(), 80U) << line;
+    // Ten options come first, then the groups of the others.
+    EXPECT_THAT(help.out, HasSubstr("PATH.\n\nMost used:\n"));
+    const std::size_t first = help.out.find("Most used:\n");
+    const std::string most = help.out.substr(first, help.out.find("\n\n", first) - first);
+    int count = 0;
+    for (const std::string& line : records(most)) count += line.starts_with("  -") ? 1 : 0;
+    EXPECT_EQ(count, 10);
     EXPECT_THAT(run({"--version"}).out, testing::MatchesRegex("fscan [0-9]+[.][0-9]+[.].*\n"));
 }
 

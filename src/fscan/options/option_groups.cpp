@@ -447,6 +447,13 @@ void addOthers(CLI::App& app, Options& options) {
         ->group("Finding faults");
 }
 
+void groupMostUsed(CLI::App& app) {
+    // The first option of all is among them, so that their group comes first.
+    for (const char* name : {"--name", "--type", "--larger", "--newer", "--where", "--ignore-case",
+                             "--exclude", "--max-depth", "--long", "--exec"})
+        app.get_option(name)->group("Most used");
+}
+
 // ---- Values -----------------------------------------------------------------
 
 // No conversion of CLI11 is used: it would read "{}" and "[a,b]" as lists.

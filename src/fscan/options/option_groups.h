@@ -29,6 +29,10 @@ void addReports(CLI::App& app, Options& options);
 // Tasks other than searching.
 void addOthers(CLI::App& app, Options& options);
 
+/// Moves the options that most searches need into a group of their own, which the help shows
+/// first. To be called when all options are there.
+void groupMostUsed(CLI::App& app);
+
 /// Options with values. A value is one text and is not interpreted by CLI11.
 
 using TakeText = std::function<void(const std::string&)>;

@@ -320,6 +320,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
     addCommands(app);
     addReports(app, options);
     addOthers(app, options);
+    groupMostUsed(app);
     const CLI::Option* words = app.add_flag("--list-words")->group("");  // for completions
     try {
         std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
