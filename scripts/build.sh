@@ -33,6 +33,7 @@ build_packages=(
 test_packages=(
     libgtest-dev:/usr/include/gtest/gtest.h
     libgmock-dev:/usr/include/gmock/gmock.h
+    git:git
     locales:/usr/share/i18n/charmaps/ISO-8859-1.gz
     zsh:zsh
     fish:fish

@@ -273,6 +273,23 @@ TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
     EXPECT_EQ(run({"--max-depth", "0"}).status, 2);
 }
 
+TEST_F(KindsTest, IgnoredAndHiddenFilesAreLeftOut) {
+    add(".gitignore", "*.o\n/build/\n!keep.o\n");
+    add("a/.ignore", "file\n");
+    for (const char* file : {"x.o", "keep.o", "build/out", "a/build/in", "a/b/x.o", ".git/HEAD"})
+        add(file);
+    EXPECT_EQ(found({"--ignore", "-t", "f"}),
+              (Arguments{"./.gitignore", "./a/.ignore", "./a/b/c/d/deep.h", "./a/build/in",
+                         "./a/run.sh", "./keep.o", "./top", "./z/.hidden/x"}));
+    EXPECT_EQ(found({"--ignore", "-t", "d", "-n", "{build,.git}"}), (Arguments{"./a/build"}));
+    EXPECT_EQ(found({"--no-hidden", "-t", "f", "-t", "d"}),
+              expected({".", "-mindepth", "1", "-name", ".*", "-prune", "-o", "-type", "d,f"}));
+    EXPECT_EQ(found({"--no-hidden", "-t", "f", "z/.hidden/"}), (Arguments{"z/.hidden/x"}));
+    // A scan does not even enter what is left out.
+    EXPECT_THAT(run({"--ignore", "--no-hidden", "--stats", "-t", "f"}).err,
+                testing::HasSubstr(", 11 directories\n"));
+}
+
 TEST_F(KindsTest, DirectoriesArePrintedCountedSortedAndGivenToCommands) {
     EXPECT_EQ(run({"-t", "d", "--sort", "pathname", "-n", "?"}).out,
               "./a/\n./a/b/\n./a/b/c/\n./a/b/c/d/\n./a/what*?/\xFF/\n./z/\n");

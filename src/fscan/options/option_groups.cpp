@@ -241,6 +241,12 @@ void addPlaces(CLI::App& app, Options& options) {
              "Leave out paths that --path would match, and all below them: node_modules, ./old, "
              "/srv/tmp*")
         ->group(group);
+    app.add_flag("--ignore", options.ignoreFiles,
+                 "Leave out what .gitignore, .ignore and .git/info/exclude ignore, and .git")
+        ->group(group);
+    app.add_flag("--no-hidden", options.noHidden,
+                 "Leave out names that begin with a dot, and all below such directories")
+        ->group(group);
     app.add_flag_function(
            "--no-recurse", [&options](auto) { options.recurse = false; },
            "Only the directories' own files")

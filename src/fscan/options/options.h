@@ -100,6 +100,8 @@ struct Options {
     bool followLinks = false;
     bool oneFileSystem = false;
     bool recurse = true;
+    bool ignoreFiles = false;  ///< leave out what the rules of .gitignore and the like ignore
+    bool noHidden = false;
     bool wait = false;  ///< for others who use the cache, however long
     bool ignoreCase = false;
     bool allFileSystems = false;

@@ -296,6 +296,7 @@ void Watcher::skipped(const wchar_t* directory, FsSkipReason reason, int error) 
     if (reason == FsSkipReason::cycle) return noteCycle(path);
     const SearchRoot& root = parts_.matches.root();
     if (caching_ ? parts_.excludes.cover(path) : !root.owns(path)) return;
+    if (!parts_.matches.enters(directory)) return;
     // A walk for the cache also reports directories of other roots.
     if (!reported_.insert(path).second) return;
     const bool isPath = isRoot(path);
@@ -321,7 +322,7 @@ void Watcher::undecided(const fscanner::FsFileInfo& file) {
     if (!parts_.matches.nameFits(file.getName())) return;
     if (parts_.where == nullptr || parts_.where->matches(file)) {
         parts_.line.erase();
-        parts_.matches.add(file.getPath(), file.getName(), &file);
+        parts_.matches.add(file);
     } else if (parts_.where->undecided() &&
                parts_.matches.admits(file.getPath(), file.getName(), &file)) {
         noteUndecided(file);
@@ -340,6 +341,10 @@ void Watcher::noteUndecided(const fscanner::FsFileInfo& file) {
 bool Watcher::waiting(unsigned elapsedMilliseconds) {
     parts_.line.showWaiting(elapsedMilliseconds);
     return !Interruption::pending();
+}
+
+bool Watcher::enters(const wchar_t* directory) {
+    return parts_.matches.enters(directory);
 }
 
 void Watcher::fromCache(const wchar_t* path, unsigned ageSeconds) {

@@ -119,6 +119,7 @@ public:
     void fromCache(const wchar_t* path, unsigned ageSeconds) override;
     void verified(const fscanner::FsVerification& verification) override;
     bool waiting(unsigned elapsedMilliseconds) override;
+    bool enters(const wchar_t* directory) override;
 
     /// Drops what the cache reported of its answer. To be called before the search is repeated
     /// without the cache.

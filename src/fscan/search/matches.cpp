@@ -29,11 +29,24 @@ int discard() {
     return 0;
 }
 
+/// As far as the search knows: the system is not asked.
+bool isDirectory(const FsFileInfo* record) {
+    constexpr unsigned attributes = 1;  // a bit of the mask
+    return record != nullptr && (record->knownMask() & attributes) != 0 &&
+           (record->getAttr() & fscanner::FS_ATTR_DIRECTORY) != 0;
+}
+
 }  // namespace
 
 void Matches::setRoot(const SearchRoot& root) {
     root_ = &root;
     directory_.clear();
+    ignoreRules_.reset();
+    if (ignored_.any()) ignoreRules_.emplace(root.real, ignored_);
+}
+
+bool Matches::enters(const wchar_t* directory) {
+    return !ignoreRules_ || ignoreRules_->enters(directory);
 }
 
 bool Matches::nameFits(const wchar_t* name) const {
@@ -46,21 +59,22 @@ bool Matches::confirmsName(const wchar_t* name) const {
 
 bool Matches::admits(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
     FileFacts facts;
-    return select(directory, name, record, facts);
+    return select(directory, name, record, isDirectory(record), facts);
 }
 
 bool Matches::select(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
-                     FileFacts& facts) {
+                     bool isDirectory, FileFacts& facts) {
     if (directory_ != directory) enter(directory);
     if (!owned_ || excludes_.cover(directory_, name)) return false;
     if (!filters_.pathFits(directory_, name)) return false;
+    if (ignoreRules_ && ignoreRules_->covers(directory_, name, isDirectory)) return false;
     return record == nullptr || !needRecords() || examine(name, *record, facts);
 }
 
 void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
                   bool isDirectory) {
     FileFacts facts;
-    if (!select(directory, name, record, facts)) return;
+    if (!select(directory, name, record, isDirectory, facts)) return;
     if (isDirectory) facts.attributes |= fscanner::FS_ATTR_DIRECTORY;
     if (needPath()) {
         path_.resize(prefixLength_);
@@ -68,6 +82,10 @@ void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInf
     }
     ++added_;
     if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
+}
+
+void Matches::add(const FsFileInfo& record) {
+    add(record.getPath(), record.getName(), &record, isDirectory(&record));
 }
 
 /// A record of a scan has all facts, of the moment when the file was found. One of a cache
@@ -135,10 +153,7 @@ int MatchWriter::addRecord(const wchar_t* path, const wchar_t* name, unsigned lo
 
 int MatchWriter::addRecord(const FsFileInfo& record) {
     if (Interruption::pending()) return discard();
-    constexpr unsigned attributes = 1;  // a bit of the mask
-    const bool isDirectory = (record.knownMask() & attributes) != 0 &&
-                             (record.getAttr() & fscanner::FS_ATTR_DIRECTORY) != 0;
-    return add(record.getPath(), record.getName(), &record, isDirectory);
+    return add(record.getPath(), record.getName(), &record, isDirectory(&record));
 }
 
 int MatchWriter::add(const wchar_t* path, const wchar_t* name, const FsFileInfo* record,

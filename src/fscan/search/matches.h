@@ -2,8 +2,10 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string>
 
+#include "fscan/ignore/ignore_rules.h"
 #include "fscan/match/match.h"
 #include "fscan/query/filters.h"
 #include "fscanner/fs/fs_resultset.h"
@@ -25,10 +27,12 @@ class Matches {
 public:
     /// With `sameKind`, a file that has become one of another kind is left out.
     Matches(const Excludes& excludes, const NameFilter& names, const FileFilters& filters,
-            FileExaminer& examiner, MatchSink& sink, FactsNeeded needed, bool sameKind)
+            IgnoreRules::Kinds ignored, FileExaminer& examiner, MatchSink& sink, FactsNeeded needed,
+            bool sameKind)
         : excludes_(excludes),
           names_(names),
           filters_(filters),
+          ignored_(ignored),
           examiner_(examiner),
           sink_(sink),
           needed_(needed),
@@ -49,14 +53,18 @@ public:
     /// Whether the file would be passed on if it matches: no other root reports it, and no
     /// option leaves it out. `record` may be null where none is needed.
     bool admits(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record);
+    /// Whether anything in the directory may be admitted, as far as ignored files and hidden ones
+    /// go: a walk need not enter the others.
+    bool enters(const wchar_t* directory);
     /// Passes on a file, or a directory, that is admitted.
     void add(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
-             bool isDirectory = false);
+             bool isDirectory);
+    void add(const fscanner::FsFileInfo& record);
 
 private:
     void enter(const wchar_t* directory);
     bool select(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
-                FileFacts& facts);
+                bool isDirectory, FileFacts& facts);
     bool examine(const wchar_t* name, const fscanner::FsFileInfo& record, FileFacts& facts);
     bool hasEmptiness(const FileDetails& file);
     bool needPath() const { return needed_ != FactsNeeded::count; }
@@ -64,6 +72,8 @@ private:
     const Excludes& excludes_;
     const NameFilter& names_;
     const FileFilters& filters_;
+    IgnoreRules::Kinds ignored_;
+    std::optional<IgnoreRules> ignoreRules_;  // of the root, if there may be any
     FileExaminer& examiner_;
     MatchSink& sink_;
     FactsNeeded needed_;

@@ -71,7 +71,8 @@ SearchRun::SearchRun(const Search& search, MatchConsumer& consumer, FileExaminer
       sorter_(makeSorter(search.options)),
       rest_(makeFilter(search)),
       matches_(search.conditions.excludes, search.conditions.names, search.conditions.files,
-               examiner_, firstSink(sorter_.get(), last_), factsNeeded(search.options, needed),
+               {search.options.ignoreFiles, search.options.noHidden}, examiner_,
+               firstSink(sorter_.get(), last_), factsNeeded(search.options, needed),
                search.options.runsCommands() ||
                    search.options.kinds != fscanner::FS_KINDS_BUT_DIRECTORIES),
       line_(search.options.quiet),
