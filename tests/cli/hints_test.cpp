@@ -1,9 +1,13 @@
 // Advice for users of other programs, and after searches that found nothing.
 
+#include <sstream>
+
 #include "program_run.h"
 
 namespace fscan::test {
 namespace {
+
+using testing::HasSubstr;
 
 class HintsTest : public FscanTest {
 protected:
@@ -57,6 +61,29 @@ TEST_F(HintsTest, AValueIsNoOptionOfAnotherProgram) {
     EXPECT_EQ(run({"-c", "--", "-name"}).out, "1\n");
 }
 
+TEST_F(HintsTest, TheOptionsThatAreAdvisedExist) {
+    std::istringstream words(run({"--list-words"}).out);
+    std::string known;
+    for (std::string kind, names; std::getline(std::getline(words, kind, '\t'), names, '\t');
+         std::getline(words, names))
+        if (kind == "option") known += " " + names + " ";
+    std::istringstream table(
+        "-name -ipath -regex -type -maxdepth -mindepth -mtime -newer -size "
+        "-perm -user -group -empty ! -or -print0 -execdir -delete -ls -xdev "
+        "-prune -executable -follow -E -g -d -a -p -X -S --max-results --regexp "
+        "--extension");
+    for (std::string foreign; table >> foreign;) {
+        const std::string said = run({foreign}).err;
+        std::istringstream advice(said.substr(std::min(said.find(';'), said.size())));
+        for (std::string word; advice >> word;) {
+            while (!word.empty() && (word.back() == ',' || word.back() == ';')) word.pop_back();
+            if (word.size() < 2 || word == "--" || word == "-f" || word.front() != '-') continue;
+            EXPECT_TRUE(known.find(" " + word + " ") != known.npos) << foreign << ": " << word;
+        }
+        EXPECT_THAT(said, HasSubstr("unknown option " + foreign + "; "));
+    }
+}
+
 TEST_F(HintsTest, AnEmptyAnswerIsExplainedWhereTheReasonCanBeSeen) {
     const std::string directory = "a directory of that name exists: ";
     const std::vector<std::pair<Arguments, std::string>> table = {
@@ -70,6 +97,12 @@ TEST_F(HintsTest, AnEmptyAnswerIsExplainedWhereTheReasonCanBeSeen) {
         {{"-n", "README", "-t", "d", "d"}, ""},
         {{"-n", "sub", "-t", "d", "--min-depth", "2", "d"}, ""},
         {{"-q", "-n", "sub", "d"}, ""},
+        {{"ReadMe"}, "ReadMe is case-sensitive because of its upper-case letters; add -i"},
+        {{"-r", "^\\S+Me$"},
+         "-r ^\\S+Me$ is case-sensitive because of its upper-case letters; add -i"},
+        {{"-r", "^\\Sme$"}, ""},
+        {{"-i", "Nothing"}, ""},
+        {{"nothing"}, ""},
         {{"-t", "symlink", "d"}, "-t symlink is a word of descriptions; the kind is -t l"},
     };
     for (const auto& [arguments, message] : table) {
@@ -85,6 +118,8 @@ TEST_F(HintsTest, APatternThatTheShellExpandedIsToBeQuoted) {
     EXPECT_EQ(shell("exec \"$0\" -n *.h").err,
               "fscan: b.h: Not a directory; quote the pattern: -n '*.h'\n"
               "fscan: c.h: Not a directory; quote the pattern: -n '*.h'\n");
+    EXPECT_EQ(shell("exec \"$0\" [ab].h").err,
+              "fscan: b.h: Not a directory; quote the pattern: '*.h'\n");
     EXPECT_EQ(shell("exec \"$0\" -n '*.h' a.h").err,
               "fscan: a.h: Not a directory; a name to find goes with -n\n");
     EXPECT_EQ(run({"-n", "a.h", "d/README"}).err, "fscan: d/README: Not a directory\n");

@@ -241,6 +241,17 @@ std::optional<std::string> slashHint(const Options& options) {
     return "names hold no '/': use --path";
 }
 
+std::optional<std::string> caseHint(const Options& options) {
+    const auto hint = [](const std::string& text) {
+        return fmt::format("{} is case-sensitive because of its upper-case letters; add -i", text);
+    };
+    if (options.pattern && options.caseOf(*options.pattern) == CaseMode::sensitive)
+        return hint(*options.pattern);
+    for (const std::string& regex : options.regexes)
+        if (options.caseOf(regex, true) == CaseMode::sensitive) return hint("-r " + regex);
+    return std::nullopt;
+}
+
 /// fd's words for kinds.
 std::optional<std::string> kindHint(const Options& options) {
     constexpr std::pair<std::string_view, char> kinds[] = {
@@ -255,23 +266,27 @@ std::optional<std::string> kindHint(const Options& options) {
 }  // namespace
 
 std::string expandedPatternHint(const Options& options) {
-    for (const std::string& name : options.names) {
-        if (!hasMode(name, S_IFREG)) continue;
-        std::string_view start = name;
-        std::string_view end = name;
+    std::vector<std::string> firsts = options.names;
+    if (options.pattern) firsts.push_back(*options.pattern);
+    for (const std::string& first : firsts) {
+        if (!hasMode(first, S_IFREG)) continue;
+        std::string_view start = first;
+        std::string_view end = first;
         for (const std::string& path : options.paths) {
             if (!hasMode(path, S_IFREG)) continue;
             start = sharedStart(start, path);
             end = sharedEnd(end, path);
         }
-        const bool alike = start.size() + end.size() > 0 && start != name;
-        if (alike) return fmt::format("; quote the pattern: -n '{}*{}'", start, end);
+        const bool alike = start.size() + end.size() > 0 && start != first;
+        if (alike)
+            return fmt::format("; quote the pattern: {}'{}*{}'", options.pattern ? "" : "-n ",
+                               start, end);
     }
     return "";
 }
 
 std::optional<std::string> hintForNothing(const Options& options) {
-    for (const auto hint : {slashHint, directoryHint, kindHint})
+    for (const auto hint : {slashHint, directoryHint, caseHint, kindHint})
         if (const std::optional<std::string> text = hint(options)) return text;
     return std::nullopt;
 }
