@@ -39,6 +39,10 @@ test_packages=(
     fish:fish
     man-db:man
     mandoc:mandoc
+    python3:python3
+    findutils:find
+    fd-find:fdfind
+    bfs:bfs
     python3-jsonschema:/usr/lib/python3/dist-packages/jsonschema/__init__.py
 )
 bench_packages=(
