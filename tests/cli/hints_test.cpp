@@ -101,6 +101,8 @@ TEST_F(HintsTest, AnEmptyAnswerIsExplainedWhereTheReasonCanBeSeen) {
         {{"-r", "^\\S+Me$"},
          "-r ^\\S+Me$ is case-sensitive because of its upper-case letters; add -i"},
         {{"-r", "^\\Sme$"}, ""},
+        {{"-t", "p", "d"}, "d is a part of a name here; to search the directory write d/"},
+        {{"-t", "p", "d", "."}, ""},
         {{"-i", "Nothing"}, ""},
         {{"nothing"}, ""},
         {{"-t", "symlink", "d"}, "-t symlink is a word of descriptions; the kind is -t l"},

@@ -241,6 +241,14 @@ std::optional<std::string> slashHint(const Options& options) {
     return "names hold no '/': use --path";
 }
 
+/// A first word that was meant as a PATH.
+std::optional<std::string> wordHint(const Options& options) {
+    if (!options.pattern || !options.paths.empty() || !hasMode(*options.pattern, S_IFDIR))
+        return std::nullopt;
+    return fmt::format("{0} is a part of a name here; to search the directory write {0}/",
+                       *options.pattern);
+}
+
 std::optional<std::string> caseHint(const Options& options) {
     const auto hint = [](const std::string& text) {
         return fmt::format("{} is case-sensitive because of its upper-case letters; add -i", text);
@@ -286,7 +294,7 @@ std::string expandedPatternHint(const Options& options) {
 }
 
 std::optional<std::string> hintForNothing(const Options& options) {
-    for (const auto hint : {slashHint, directoryHint, caseHint, kindHint})
+    for (const auto hint : {slashHint, directoryHint, kindHint, wordHint, caseHint})
         if (const std::optional<std::string> text = hint(options)) return text;
     return std::nullopt;
 }
