@@ -70,8 +70,8 @@ TEST_F(HintsTest, TheOptionsThatAreAdvisedExist) {
     std::istringstream table(
         "-name -ipath -regex -type -maxdepth -mindepth -mtime -newer -size "
         "-perm -user -group -empty ! -or -print0 -execdir -delete -ls -xdev "
-        "-prune -executable -follow -E -g -d -a -p -X -S --max-results --regexp "
-        "--extension");
+        "-prune -executable -follow -E -H -I -g -d -a -p -X -S --max-results "
+        "--regexp --extension");
     for (std::string foreign; table >> foreign;) {
         const std::string said = run({foreign}).err;
         std::istringstream advice(said.substr(std::min(said.find(';'), said.size())));
