@@ -175,7 +175,7 @@ int sortFile(unsigned key, const char* records) {
 int sortInMemory(unsigned key, const char* matches, const char* out) {
     constexpr fscan::SortKey keys[] = {fscan::SortKey::path, fscan::SortKey::name,
                                        fscan::SortKey::pathname, fscan::SortKey::size};
-    fscan::MemorySorter sorter({keys[key - 1], false});
+    fscan::MemorySorter sorter({{keys[key - 1]}, false});
     std::ifstream in(matches, std::ios::binary);
     for (std::string line; std::getline(in, line);) {
         std::string_view path = line;
