@@ -67,6 +67,8 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
         {{"--not", "--larger"}, "required"},
         {{"--sort", "size,age"}, "not one of"},
         {{"-r", "a("}, "missing"},
+        {{"-n", std::string(60000, '{') + std::string(60000, '}')}, "too many braces"},
+        {{"-r", "(a{1000}){1000}"}, "invalid repetition"},
         {{"--limit", "0"}, "not a number"},
         {{"--timeout", "0"}, "not a duration"},
         {{"--fresh", "--max-age", "3"}, "--max-age excludes --fresh"},

@@ -118,6 +118,9 @@ struct Piece {
 };
 using Pieces = std::vector<Piece>;
 
+/// More braces in one glob are refused: each costs a look at the rest of the text.
+constexpr std::ptrdiff_t kMostBraces = 256;
+
 /// Takes a glob apart.
 class GlobReader {
 public:
@@ -135,7 +138,8 @@ private:
         if (c == L'*' || c == L'?') {
             ++at_;
             pieces.push_back({c == L'*' ? Piece::Kind::anyText : Piece::Kind::anyCharacter});
-        } else if (!(c == L'[' && readClass(pieces)) && !(c == L'{' && readChoice(pieces))) {
+        } else if (!(c == L'[' && closed_ && readClass(pieces)) &&
+                   !(c == L'{' && readChoice(pieces))) {
             if (c == L'\\' && at_ + 1 < text_.size()) ++at_;
             addLiteral(pieces, text_[at_++]);
         }
@@ -170,7 +174,10 @@ private:
                 addMember(members, text_[i++]);
             }
         }
-        if (i >= text_.size()) return false;
+        if (i >= text_.size()) {
+            closed_ = false;
+            return false;
+        }
         at_ = i + 1;
         pieces.push_back({Piece::Kind::oneOf, (negated ? L"[^" : L"[") + members + L"]"});
         return true;
@@ -215,6 +222,7 @@ private:
 
     const std::wstring& text_;
     std::size_t at_ = 0;
+    bool closed_ = true;  // brackets may be: one that is not says so of all behind it
 };
 
 bool hasWildcard(const Pieces& pieces) {
@@ -338,6 +346,10 @@ Read compile(const Pieces& pieces, CaseMode mode, std::string& error) {
 std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode mode,
                                              std::string& error) {
     const std::wstring wide = toWide(text);
+    if (std::count(wide.begin(), wide.end(), L'{') > kMostBraces) {
+        error = "too many braces";
+        return std::nullopt;
+    }
     Read read = compile(GlobReader(wide).read(), mode, error);
     if (read.wrong) return std::nullopt;
     NamePattern pattern(mode);
@@ -349,7 +361,9 @@ std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode m
 std::optional<NamePattern> NamePattern::pattern(const std::string& text, CaseMode mode,
                                                 std::string& error) {
     const std::wstring wide = toWide(text);
-    return glob(hasWildcard(GlobReader(wide).read()) ? text : "*" + text + "*", mode, error);
+    const bool isGlob = std::count(wide.begin(), wide.end(), L'{') > kMostBraces ||
+                        hasWildcard(GlobReader(wide).read());
+    return glob(isGlob ? text : "*" + text + "*", mode, error);
 }
 
 bool NamePattern::matches(const wchar_t* name) const {
