@@ -63,10 +63,6 @@ constexpr DetailField kFields[] = {
 
 }  // namespace
 
-bool Match::isDirectory() const {
-    return (facts.attributes & fscanner::FS_ATTR_DIRECTORY) != 0;
-}
-
 FileDetails FileDetails::of(const struct stat& info) {
     fscanner::FsFileInfo record;
     record.updateFrom(info);

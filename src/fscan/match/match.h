@@ -7,11 +7,9 @@
 #include <string_view>
 #include <variant>
 
-struct stat;
+#include "fscanner/fs/fs_fileinfo.h"
 
-namespace fscanner {
-class FsFileInfo;
-}
+struct stat;
 
 namespace fscan {
 
@@ -44,7 +42,7 @@ struct Match {
     const FileDetails* details = nullptr;  ///< null unless the consumer needs them
 
     std::string_view name() const { return path.substr(nameAt); }
-    bool isDirectory() const;
+    bool isDirectory() const { return (facts.attributes & fscanner::FS_ATTR_DIRECTORY) != 0; }
     /// Without the "/" at its end, unless that is all.
     std::string_view directory() const { return path.substr(0, nameAt > 1 ? nameAt - 1 : nameAt); }
 };

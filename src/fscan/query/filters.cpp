@@ -91,8 +91,8 @@ std::wstring NameFilter::criteria() const {
     return text.empty() ? text : L'(' + text + L')';
 }
 
-bool NameFilter::confirms(const wchar_t* name) const {
-    return isEmpty() || (exact_ && !couldBePattern(name)) || accepts(name);
+bool NameFilter::test(const wchar_t* name) const {
+    return (exact_ && !couldBePattern(name)) || accepts(name);
 }
 
 bool NameFilter::accepts(const wchar_t* name) const {
@@ -164,11 +164,10 @@ FileFilters::FileFilters(const Options& options, bool mayBeOld)
         pathRegexes_.push_back(
             ByteRegex::create(text, text, options.caseOf(text, true), false, error));
     for (const Options& negated : options.negated) negated_.emplace_back(negated, mayBeOld);
+    settleNeeds();
 }
 
-bool FileFilters::pathFits(const std::wstring& directory, const wchar_t* name) const {
-    const auto asks = [](const FileFilters& filters) { return filters.asksPaths(); };
-    if (!asksPaths() && std::none_of(negated_.begin(), negated_.end(), asks)) return true;
+bool FileFilters::testPath(const std::wstring& directory, const wchar_t* name) const {
     const std::wstring path = joinedPath(directory, name);
     return (!asksPaths() || hasPath(path)) &&
            std::none_of(negated_.begin(), negated_.end(), [&](const FileFilters& filters) {
@@ -194,18 +193,19 @@ bool FileFilters::asksFacts() const {
            !wanted.permissions.stored.empty() || !wanted.permissions.others.empty();
 }
 
-bool FileFilters::needDetails() const {
-    const bool permissions = mayBeOld_ && !options_.permissions.stored.empty();
-    return options_.newer || options_.older || options_.owner || options_.group || permissions ||
-           needSystem() ||
-           std::any_of(negated_.begin(), negated_.end(),
-                       [](const FileFilters& one) { return one.needDetails(); });
-}
-
-bool FileFilters::needSystem() const {
-    return options_.timesOfFiles || !options_.permissions.others.empty() || emptiness() ||
-           std::any_of(negated_.begin(), negated_.end(),
-                       [](const FileFilters& one) { return one.needSystem(); });
+/// What each match needs, decided once.
+void FileFilters::settleNeeds() {
+    const Options& wanted = options_;
+    const auto any = [this](bool FileFilters::*need) {
+        return std::any_of(negated_.begin(), negated_.end(),
+                           [need](const FileFilters& one) { return one.*need; });
+    };
+    looksAtPaths_ = asksPaths() || any(&FileFilters::looksAtPaths_);
+    needSystem_ = wanted.timesOfFiles || !wanted.permissions.others.empty() || emptiness() ||
+                  any(&FileFilters::needSystem_);
+    const bool permissions = mayBeOld_ && !wanted.permissions.stored.empty();
+    needDetails_ = wanted.newer || wanted.older || wanted.owner || wanted.group || permissions ||
+                   needSystem_ || any(&FileFilters::needDetails_);
 }
 
 std::optional<bool> FileFilters::emptiness() const {

@@ -32,11 +32,12 @@ public:
     /// Whether there is no pattern.
     bool isEmpty() const { return patterns_.empty() && negated_.empty(); }
     /// The same as `accepts` for a name that satisfies the criteria, which is faster.
-    bool confirms(const wchar_t* name) const;
+    bool confirms(const wchar_t* name) const { return isEmpty() || test(name); }
 
 private:
     void add(std::optional<NamePattern> pattern);
 
+    bool test(const wchar_t* name) const;
     bool acceptsAny(const wchar_t* name) const;
 
     std::vector<NamePattern> patterns_;
@@ -57,11 +58,13 @@ public:
 
     /// Criteria that are and-ed with all others; empty where there are none.
     const std::wstring& criteria() const { return criteria_; }
-    bool pathFits(const std::wstring& directory, const wchar_t* name) const;
+    bool pathFits(const std::wstring& directory, const wchar_t* name) const {
+        return !looksAtPaths_ || testPath(directory, name);
+    }
     /// Whether `accept` must check matches, beyond their paths and the criteria.
-    bool needDetails() const;
+    bool needDetails() const { return needDetails_; }
     /// Whether it needs what only the system tells, and no record of a scan has.
-    bool needSystem() const;
+    bool needSystem() const { return needSystem_; }
     /// Whether an examined file meets the conditions, except those on its path and type, and on
     /// what is in a directory.
     bool accept(const FileDetails& file) const;
@@ -69,9 +72,11 @@ public:
     std::optional<bool> emptiness() const;
 
 private:
+    bool testPath(const std::wstring& directory, const wchar_t* name) const;
     bool hasPath(const std::wstring& path) const;
     bool asksPaths() const { return !paths_.empty() || !pathRegexes_.empty(); }
     bool asksFacts() const;
+    void settleNeeds();
     bool holds(const FileDetails& file) const;
 
     const Options& options_;
@@ -80,6 +85,9 @@ private:
     std::vector<std::wstring> paths_;
     std::vector<std::unique_ptr<ByteRegex>> pathRegexes_;
     std::vector<FileFilters> negated_;
+    bool looksAtPaths_ = false;
+    bool needDetails_ = false;
+    bool needSystem_ = false;
 };
 
 /// The paths to leave out, as patterns over whole paths.
