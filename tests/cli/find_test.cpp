@@ -2,6 +2,7 @@
 
 #include "program_run.h"
 #include "support/nest.h"
+#include "support/private_mounts.h"
 
 namespace fscan::test {
 namespace {
@@ -97,6 +98,13 @@ TEST_F(FindTest, BracketsBracesQuotesAndRegularExpressionsMatchLikeFinds) {
         {"-r", "^plain[.]h$", {"plain.h"}},
         {"-r", "n.t", {"*n?t*"}},
         {"-r", "ai", {"*ai*"}},
+        {"-r", "la[hi]n[^a-z]h", {"*la[hi]n[!a-z]h*"}},
+        {"-r", "latin\\d-.\\.h", {"*latin[0-9]-?.h*"}},
+        {"-r", "^p\\x6cain", {"plain*"}},
+        {"-r", "[]]", {"*]*"}},
+        {"-r", "lax*in{1,2}", {"*lain*"}},
+        {"-r", "la(in)(xx)?", {"*lain*"}},
+        {"-r", "zz{x|ain", {"*ain*"}},
         {"-r", "\\.h$", {"*.h"}},
         {"-r", "[*?]", {"*[*?]*"}},
         {"-r", "-|:", {"*-*", "*:*"}},
@@ -142,6 +150,7 @@ TEST_F(FindTest, APatternIsAPartOfANameInAnyCaseUnlessItSaysMore) {
         {"$(id)", {"-name", "$(id)"}},
         {"\xC3\xA9t", {"-iname", "*\xC3\xA9t*"}},
         {"a\\*b", {"-iname", "*a\\*b*"}},
+        {"a\\", {"-iname", "*a\\\\*"}},
         {"\"", {"-name", "*\"*"}},
         {"[a", {"-name", "*[[]a*"}},
         {"a b", {"-name", "*a b*"}}};
@@ -155,6 +164,12 @@ TEST_F(FindTest, APatternIsAPartOfANameInAnyCaseUnlessItSaysMore) {
                 if (path.ends_with('/')) path.pop_back();
             std::sort(paths.begin(), paths.end());
             EXPECT_EQ(paths, all(finds)) << pattern << cached;
+            // With a size, the criteria decides on files that are examined.
+            Arguments sized = finds;
+            sized.insert(sized.end(), {"-type", "f", "-size", "+1c"});
+            result = run({"-0", "-t", "f", "--larger", "1", "--", pattern},
+                         {.environment = {{"LC_ALL", "C.UTF-8"}}, .cached = cached});
+            EXPECT_EQ(records(result.out, '\0'), all(sized)) << pattern << cached;
         }
     }
     EXPECT_EQ(run({"-0", "-i", "Plain.H", "dirs/plain.h"}).out, "dirs/plain.h/plain.h\0"s);
@@ -254,7 +269,7 @@ TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
         {{"--min-depth", "3", "-t", "d", "-t", "f"}, {".", "-mindepth", "3", "-type", "d,f"}},
         {{"--min-depth", "2", "--max-depth", "3"},
          {".", "-mindepth", "2", "-maxdepth", "3", "!", "-type", "d"}},
-        {{"--one-file-system", "-t", "f"}, {".", "-xdev", "-type", "f"}},
+        {{"--not", "-n", "*"}, {".", "-false"}},
         {{"-L"}, {"-L", ".", "!", "-type", "d"}},
         {{"-L", "-t", "d"}, {"-L", ".", "-type", "d"}},
         {{"-L", "-t", "l"}, {"-L", ".", "-type", "l"}},
@@ -269,8 +284,37 @@ TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
               "fscan: ./a/b/around: a directory that holds it, through a link\n"
               "fscan: ./z/.hidden/to a directory/around/b: a directory that holds it, through a "
               "link\n");
+    EXPECT_EQ(run({"-t", "l", "--not", "-t", "l"}).err,
+              "fscan: note: no kind is left to be found\n");
     EXPECT_EQ(run({"-t", "y"}).status, 2);
     EXPECT_EQ(run({"--max-depth", "0"}).status, 2);
+}
+
+// Mounted file systems are not entered; of each the mount point is found.
+TEST_F(KindsTest, OneFileSystemIsThatOfEachPath) {
+    fscanner::withPrivateMounts([&] {
+        for (const char* at : {"a/b", "a/b/c", "z/m*"}) {
+            std::filesystem::create_directories(tree_ / at);
+            if (!fscanner::mountMemory("none", tree_ / at)) return fscanner::kNotAllowed;
+            std::filesystem::create_directories(tree_ / (std::string(at) + "/c/inside"));
+            add(std::string(at) + "/file");
+        }
+        std::filesystem::create_directory_symlink("../a/b", tree_ / "z/link");
+        const std::pair<Arguments, Arguments> cases[] = {
+            {{"-t", "f"}, {".", "-xdev", "-type", "f"}},
+            {{"-t", "d"}, {".", "-xdev", "-type", "d"}},
+            {{"-t", "d", "--max-depth", "2"}, {".", "-xdev", "-maxdepth", "2", "-type", "d"}},
+            {{"-t", "d", "-n", "[bm]*"}, {".", "-xdev", "-type", "d", "-name", "[bm]*"}},
+            {{"-n", "file", "./a/b", "./z"}, {"./a/b", "./z", "-xdev", "-name", "file"}},
+            {{"-L", "-t", "d", "-t", "f"}, {"-L", ".", "-xdev", "-type", "d,f"}},
+        };
+        for (auto [ours, finds] : cases) {
+            ours.insert(ours.begin(), "--one-file-system");
+            const Arguments right = expected(finds);
+            EXPECT_EQ(found(ours), right) << testing::PrintToString(ours);
+        }
+        return HasFailure() ? 1 : 0;
+    });
 }
 
 TEST_F(KindsTest, IgnoredAndHiddenFilesAreLeftOut) {

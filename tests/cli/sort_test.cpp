@@ -48,6 +48,11 @@ protected:
         if (key == "path") return sortedBy([](const File& f) { return f.directory(); }, reversed);
         if (key == "name") return sortedBy([](const File& f) { return f.name(); }, reversed);
         if (key == "size") return sortedBy([](const File& f) { return f.size; }, reversed);
+        if (key == "path,size")
+            return sortedBy([](const File& f) { return std::pair(f.directory(), f.size); },
+                            reversed);
+        if (key == "size,name")
+            return sortedBy([](const File& f) { return std::pair(f.size, f.name()); }, reversed);
         return sortedBy([](const File& f) { return f.path; }, reversed);
     }
 
@@ -55,7 +60,7 @@ protected:
 };
 
 TEST_F(SortTest, OrderIsTotalAndTheSameFromMemoryAndFromTheFile) {
-    for (const std::string key : {"path", "name", "pathname", "size"}) {
+    for (const std::string key : {"path", "name", "pathname", "size", "path,size", "size,name"}) {
         for (const bool reversed : {false, true}) {
             const auto order = expected(key, reversed);
             for (const bool spilled : {false, true}) {

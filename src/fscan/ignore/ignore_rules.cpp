@@ -15,7 +15,7 @@ namespace fscan {
 
 namespace {
 
-constexpr off_t kLargestFile = 1 << 20;
+constexpr off_t kLargestFile = 128 << 10;
 constexpr const char* kRepository = ".git";
 
 class Descriptor {
@@ -88,14 +88,26 @@ IgnoreRules::IgnoreRules(const std::wstring& root, Kinds kinds)
     if (kinds_.files) steps_.back().state.levels = levelsOfRoot(path_);
 }
 
+namespace {
+
+/// Whether the repository in the directory belongs to root or to this user.
+bool isOurs(std::string_view directory) {
+    struct stat info {};
+    const std::string path = withSlash(std::string(directory)) + kRepository;
+    return lstat(path.c_str(), &info) == 0 && (info.st_uid == 0 || info.st_uid == geteuid());
+}
+
+}  // namespace
+
 IgnoreRules::Levels IgnoreRules::levelsOfRoot(const std::string& root) {
     const auto isRepository = [](std::string_view path) {
         return openDirectory(std::string(path)).has(kRepository);
     };
     std::string_view top = root;
     while (top.size() > 1 && !isRepository(top)) top = parentOf(top);
-    // Outside of repositories, what lies above does not count.
-    if (!isRepository(top)) top = root;
+    // Outside of repositories, what lies above does not count, and neither does a repository that
+    // others have put above the root.
+    if (!isRepository(top) || !isOurs(top)) top = root;
     Levels levels = readLevel(std::string(top), nullptr);
     for (std::size_t end = top.size(); end < root.size();) {
         end = endOfComponent(root, end);

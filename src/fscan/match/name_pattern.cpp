@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::int64_t kRegexMemory = 8 << 20;
 
-std::unique_ptr<RE2> compiled(const std::string& text, RE2::Options::Encoding encoding,
+std::unique_ptr<RE2> newRegex(const std::string& text, RE2::Options::Encoding encoding,
                               CaseMode mode) {
     RE2::Options options;
     options.set_encoding(encoding);
@@ -35,9 +35,18 @@ bool isUtf8(const re2::StringPiece& text) {
     return RE2::FullMatch(text, anyCharacters);
 }
 
-/// The longest text of letters and digits that every match of the expression holds, as far as that
-/// is plain to see: outside of brackets and parentheses, with no alternative and no repetition.
+/// Where the class that begins at `at` ends; npos for one that is not plain.
+std::size_t endOfClass(const std::string& regex, std::size_t at) {
+    const std::size_t first = at + (regex.compare(at + 1, 1, "^") == 0 ? 3 : 2);
+    const std::size_t end = regex.find(']', std::min(first, regex.size()));
+    const std::size_t odd = regex.find_first_of("[\\", at + 1);
+    return odd < end ? regex.npos : end;
+}
+
+/// The longest text of letters, digits and the like that every match of the expression holds, as
+/// far as that is plain to see: before the first parenthesis, and where nothing is an alternative.
 std::string literalOf(const std::string& regex) {
+    if (regex.find('|') != regex.npos) return {};
     std::string longest, run;
     const auto end = [&] {
         if (run.size() > longest.size()) longest = run;
@@ -45,24 +54,24 @@ std::string literalOf(const std::string& regex) {
     };
     for (std::size_t i = 0; i < regex.size(); ++i) {
         const char c = regex[i];
-        if (c == '|' || c == '(' || c == '[') return {};
-        if (std::string_view("?*{").find(c) != std::string_view::npos) {
-            if (!run.empty()) run.pop_back();
-            end();
-            if (c == '{') i = std::min(regex.find('}', i), regex.size());
-        } else if (c == '\\') {
-            const char next = i + 1 < regex.size() ? regex[i + 1] : 'z';
-            if (std::isalnum(static_cast<unsigned char>(next)) != 0) return {};
-            if (next == '.' || next == '-') {
+        const auto isOneOf = [c](std::string_view some) { return some.find(c) != some.npos; };
+        if (isOneOf("?*{") && !run.empty()) run.pop_back();
+        if (c == '\\') {
+            const char next = i + 1 < regex.size() ? regex[++i] : 'Q';
+            if (next == '.' || next == '-')
                 run += next;
-            } else {
+            else
                 end();
-            }
-            ++i;
-        } else if (std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-') {
+            if (std::string_view("dDwWsSbBAz").find(next) == std::string_view::npos &&
+                std::isalnum(static_cast<unsigned char>(next)) != 0)
+                break;
+        } else if (std::isalnum(static_cast<unsigned char>(c)) != 0 || isOneOf("_-")) {
             run += c;
         } else {
             end();
+            if (c == '[') i = endOfClass(regex, i);
+            if (c == '{') i = regex.find('}', i);
+            if (c == '(' || i >= regex.size()) break;
         }
     }
     end();
@@ -81,8 +90,8 @@ std::unique_ptr<ByteRegex> ByteRegex::create(const std::string& ofCharacters,
         return whole ? "\\A(?:" + text + ")\\z" : text;
     };
     std::unique_ptr<ByteRegex> regex(new ByteRegex);
-    regex->characters_ = compiled(anchored(ofCharacters), RE2::Options::EncodingUTF8, mode);
-    regex->bytes_ = compiled(anchored(ofBytes), RE2::Options::EncodingLatin1, mode);
+    regex->characters_ = newRegex(anchored(ofCharacters), RE2::Options::EncodingUTF8, mode);
+    regex->bytes_ = newRegex(anchored(ofBytes), RE2::Options::EncodingLatin1, mode);
     if (regex->characters_->ok() && regex->bytes_->ok()) return regex;
     error = regex->characters_->ok() ? regex->bytes_->error() : regex->characters_->error();
     return nullptr;
@@ -345,12 +354,22 @@ Read compile(const Pieces& pieces, CaseMode mode, std::string& error) {
 
 std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode mode,
                                              std::string& error) {
+    return compiled(text, mode, false, error);
+}
+
+std::optional<NamePattern> NamePattern::compiled(const std::string& text, CaseMode mode, bool part,
+                                                 std::string& error) {
     const std::wstring wide = toWide(text);
     if (std::count(wide.begin(), wide.end(), L'{') > kMostBraces) {
         error = "too many braces";
         return std::nullopt;
     }
-    Read read = compile(GlobReader(wide).read(), mode, error);
+    Pieces pieces = GlobReader(wide).read();
+    if (part && !hasWildcard(pieces)) {
+        pieces.insert(pieces.begin(), {Piece::Kind::anyText});
+        pieces.push_back({Piece::Kind::anyText});
+    }
+    Read read = compile(pieces, mode, error);
     if (read.wrong) return std::nullopt;
     NamePattern pattern(mode);
     pattern.globs_ = std::move(read.globs);
@@ -360,10 +379,7 @@ std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode m
 
 std::optional<NamePattern> NamePattern::pattern(const std::string& text, CaseMode mode,
                                                 std::string& error) {
-    const std::wstring wide = toWide(text);
-    const bool isGlob = std::count(wide.begin(), wide.end(), L'{') > kMostBraces ||
-                        hasWildcard(GlobReader(wide).read());
-    return glob(isGlob ? text : "*" + text + "*", mode, error);
+    return compiled(text, mode, true, error);
 }
 
 bool NamePattern::matches(const wchar_t* name) const {

@@ -63,6 +63,8 @@ public:
 
 private:
     explicit NamePattern(CaseMode mode) : mode_(mode) {}
+    static std::optional<NamePattern> compiled(const std::string& text, CaseMode mode, bool part,
+                                               std::string& error);
 
     CaseMode mode_;
     std::vector<std::wstring> globs_;

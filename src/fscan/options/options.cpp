@@ -150,10 +150,7 @@ void refuseContradictions(const Options& options) {
 /// asks for no kind.
 void settleNegated(Options& options, Options& negated) {
     negated.ignoreCase = options.ignoreCase;
-    if (negated.kinds != 0) {
-        if (options.kinds == 0) options.kinds = fscanner::FS_KINDS_ALL;
-        options.kinds &= ~negated.kinds;
-    }
+    options.kinds &= ~negated.kinds;
     if (negated.executable) negated.permissions = *parsePermissions("x");
     negated.kinds = fscanner::FS_KINDS_ALL;
 }
@@ -166,8 +163,14 @@ void settleKinds(Options& options) {
         auto& all = options.permissions.stored;
         all.insert(all.end(), tests.begin(), tests.end());
     }
-    for (Options& negated : options.negated) settleNegated(options, negated);
-    if (options.kinds != 0) return;
+    bool told = options.kinds != 0;
+    for (Options& negated : options.negated) {
+        if (!told && negated.kinds != 0) options.kinds = fscanner::FS_KINDS_ALL;
+        told = told || negated.kinds != 0;
+        settleNegated(options, negated);
+    }
+    if (told && options.kinds == 0) complain("note: no kind is left to be found");
+    if (told) return;
     options.kinds = options.executable || options.empty ? fscanner::FS_KIND_FILE
                     : options.pattern || !options.regexes.empty()
                         ? fscanner::FS_KINDS_ALL
@@ -335,6 +338,7 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
         refuseMisread(commandForExclude(options));
         refuseContradictions(options);
         settleKinds(options);
+        if (options.followLinks && !options.provider) options.provider = "provider_direct";
         noteImpossible(options);
         if (words->count() == 0) return std::nullopt;
         listWords(app, out);

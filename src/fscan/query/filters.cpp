@@ -45,7 +45,8 @@ bool couldBePattern(const wchar_t* name) {
 
 }  // namespace
 
-NameFilter::NameFilter(const Options& options) : criteriaCaseSensitive_(!options.ignoreCase) {
+NameFilter::NameFilter(const Options& options, bool negated)
+    : criteriaCaseSensitive_(!options.ignoreCase) {
     std::string error;  // the options were tried when they were read
     for (const std::string& name : options.names)
         add(NamePattern::glob(name, options.caseOfNames(), error));
@@ -53,9 +54,9 @@ NameFilter::NameFilter(const Options& options) : criteriaCaseSensitive_(!options
         add(NamePattern::regex(text, options.caseOf(text, true), error));
     if (options.pattern)
         add(NamePattern::pattern(*options.pattern, options.caseOf(*options.pattern), error));
-    for (const Options& negated : options.negated)
-        if (NameFilter filter(negated); !filter.isEmpty()) negated_.push_back(std::move(filter));
-    if (negated_.empty() && std::any_of(patterns_.begin(), patterns_.end(), matchesAll))
+    for (const Options& one : options.negated)
+        if (NameFilter filter(one, true); !filter.isEmpty()) negated_.push_back(std::move(filter));
+    if (!negated && negated_.empty() && std::any_of(patterns_.begin(), patterns_.end(), matchesAll))
         patterns_.clear();
     // The user's criteria have the case mode of -i.
     const auto isInsensitive = [](const NamePattern& pattern) {

@@ -22,7 +22,8 @@ struct SearchRoots;
 /// too, and no text can hold a double quote.
 class NameFilter {
 public:
-    explicit NameFilter(const Options& options);
+    /// `negated`: of one condition that must not hold.
+    explicit NameFilter(const Options& options, bool negated = false);
 
     /// The criteria that all matching names satisfy; empty where it could not tell names apart.
     std::wstring criteria() const;

@@ -64,9 +64,8 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
     query.setQuery(parts.criteria.c_str());
     query.setKinds(parts.options.kinds);
     query.setDepth(parts.options.depth);
-    if (parts.options.followLinks)
-        query.setLinks(parts.options.oneFileSystem ? fscanner::FsLinks::followOnDrive
-                                                   : fscanner::FsLinks::follow);
+    if (parts.options.followLinks) query.setLinks(fscanner::FsLinks::follow);
+    query.setOneFileSystem(parts.options.oneFileSystem);
 }
 
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {

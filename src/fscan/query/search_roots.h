@@ -18,13 +18,11 @@ enum DriveGroups : unsigned { otherDrives = 0, localDrives = 1, remoteDrives = 2
 
 /// One directory to search.
 struct SearchRoot {
-    std::string given;            ///< as the user wrote it
-    unsigned drives = allDrives;  ///< the `DriveGroups` to search
-    std::wstring real;            ///< absolute, without links, no "/" at its end
-    /// Directories below it whose files it does not report: other roots, which report their own,
-    /// and file systems that are not searched.
-    std::vector<std::wstring> inner;
-    bool half = false;  ///< this is one of two roots made of a PATH
+    std::string given;                ///< as the user wrote it
+    unsigned drives = allDrives;      ///< the `DriveGroups` to search
+    std::wstring real;                ///< absolute, without links, no "/" at its end
+    std::vector<std::wstring> inner;  ///< other roots below it, which report their own
+    bool half = false;                ///< this is one of two roots made of a PATH
 
     /// Whether this root reports a directory at or below it, and no inner root does.
     bool owns(std::wstring_view directory) const;

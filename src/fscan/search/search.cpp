@@ -18,7 +18,6 @@
 #include "fscan/search/explain.h"
 #include "fscan/search/provider_session.h"
 #include "fscan/search/search_run.h"
-#include "fscan/text/text.h"
 
 namespace fscan {
 
@@ -32,24 +31,6 @@ bool keepMounted(SearchRoots& roots, const DriveList& drives) {
         return true;
     };
     return std::erase_if(roots.roots, unmounted) == 0;
-}
-
-/// Leaves out the file systems that are mounted below the roots. Those which a server or a process
-/// serves are not even opened.
-void keepFileSystems(SearchRoots& roots, const DriveList& drives, fscanner::FsQuery& query) {
-    for (const fscanner::DriveInfo& drive : drives.all()) {
-        const std::wstring directory(mountDirectory(drive));
-        bool inside = false;
-        for (SearchRoot& root : roots.roots) {
-            if (directory == root.real || !liesIn(directory, root.real)) continue;
-            root.inner.push_back(directory);
-            inside = true;
-        }
-        // Exclusions are patterns, which a mount point with a wildcard in its name is not.
-        if (!inside || directory.find_first_of(L"*?") != directory.npos) continue;
-        const bool served = fscanner::fsIsServed(drive);
-        query.addExcludePath((L"$all::*:" + directory + (served ? L"" : L"/*")).c_str(), true);
-    }
 }
 
 ExitStatus explainRoots(const Search& search, Output& out) {
@@ -123,7 +104,6 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
     fillQuery({options, roots, conditions.excludes, *drives, conditions.all,
                conditions.names.criteriaIgnoresCase()},
               query);
-    if (options.oneFileSystem) keepFileSystems(roots, *drives, query);
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit
     if (options.explain) return explainRoots(search, out);

@@ -122,6 +122,7 @@ ExitStatus SearchRun::searchRoot(const SearchRoot& root) {
     if (search_.conditions.excludes.cover(root.real) && !search_.options.quiet)
         complain(fmt::format("note: {}: left out by --exclude", root.given));
     setSearchedPath(search_.options, root, search_.query);
+    search_.query.setFacts(matches_.needRecords());
     const int code = askWithFallback(root);
     if (matches_.stopped() || Interruption::pending()) return ExitStatus::found;
     // The other half of the PATH lies on a drive.

@@ -106,8 +106,12 @@ void MemorySorter::sortStably(SortKey key) {
         return;
     }
     const auto textOf = [&](const SortEntry& entry) -> std::string {
-        const std::string directory(directoryOf(entry));
-        if (key == SortKey::path) return directory;
+        std::string directory(directoryOf(entry));
+        if (key == SortKey::path) {
+            // As `Match::directory` has it, whatever the text of the order is.
+            if (directory.size() > 1 && directory.ends_with('/')) directory.pop_back();
+            return directory;
+        }
         return (key == SortKey::name ? "" : directory) + std::string(entry.text());
     };
     std::ranges::stable_sort(matches_, [&](const SortEntry& a, const SortEntry& b) {

@@ -34,7 +34,7 @@ MountMap::MountMap(const std::vector<DriveInfo>& drives) {
 
 bool MountMap::stops(std::wstring_view path, const DriveInfo& drive) const {
     const auto [first, last] = drives_.equal_range(withoutFinalSeparator(path));
-    return std::any_of(first, last, [&](const auto& at) { return !sameKind(at.second, drive); });
+    return std::any_of(first, last, [&](const auto& at) { return isStop(at.second, drive); });
 }
 
 bool MountMap::reaches(const PathDrive& pair, std::wstring_view path) const {
@@ -53,7 +53,7 @@ std::vector<std::wstring> MountMap::stopsInside(const PathDrive& pair) const {
     for (auto at = drives_.lower_bound(prefix);
          at != drives_.end() && at->first.starts_with(prefix); ++at) {
         const bool known = !paths.empty() && paths.back() == at->first;
-        if (!known && !sameKind(at->second, pair.drive)) paths.push_back(at->first);
+        if (!known && isStop(at->second, pair.drive)) paths.push_back(at->first);
     }
     return paths;
 }

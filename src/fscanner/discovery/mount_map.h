@@ -22,6 +22,12 @@ public:
     /// `drives` must be normalised by `normaliseDriveList`, so that none hides another.
     explicit MountMap(const std::vector<DriveInfo>& drives);
 
+    /// The same map for a scan that crosses no mount point at all.
+    MountMap withoutCrossing() const {
+        MountMap map = *this;
+        map.crosses_ = false;
+        return map;
+    }
     /// Whether a scan of `drive` must not enter the directory `path`, because a drive of
     /// another kind is mounted there.
     bool stops(std::wstring_view path, const DriveInfo& drive) const;
@@ -41,6 +47,11 @@ private:
     /// Key: the mount directory without a final "/". The mount points below a directory are
     /// neighbours in this order, because all of them begin with the directory and "/".
     Drives drives_;
+    bool crosses_ = true;  // to drives of the same kind
+
+    bool isStop(const DriveInfo& mounted, const DriveInfo& drive) const {
+        return !crosses_ || !sameKind(mounted, drive);
+    }
 };
 
 /// Finds the pairs of a list that are covered, which means that the scan of an enclosing pair

@@ -510,7 +510,7 @@ bool Extraction::examineEntry(FsFileInfo& entry) {
 bool Extraction::holds() {
     const FileReader file(store_.filesRecords(), name_);
     if (conditions_.judge(file) == Verdict::noMatch) return false;
-    if (evaluator_.check(request_.caseSensitive) > 0) return true;
+    if (evaluator_.check(request_.criteriaCaseSensitive) > 0) return true;
     if (evaluator_.failedOnRecord()) noteUndecided();
     return false;
 }

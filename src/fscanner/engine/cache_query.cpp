@@ -80,13 +80,9 @@ Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const cha
     }
     const Fitness fitness =
         verified_.contains(keyOf(plan, pair)) ? Fitness::fits : judge(plan, pair, found);
-    if (fitness == Fitness::tooOld && !buildsTree(plan, pair)) {
-        scanned_.emplace(path);
-        const WalkStatus walked = scanDirectly(plan, pair);
-        return walked == WalkStatus::timedOut ? Status::queryTimedOut : Status::success;
-    }
     const Status status = settle(plan, pair, found, fitness, name);
-    if (status != Status::success || fitness == Fitness::tooOld) return status;
+    if (status != Status::success || fitness == Fitness::tooOld || scanned_.contains(path))
+        return status;
     debug("FS_Cache::%s - retrieving data from cache...\n", name);
     const auto verified = verified_.find(keyOf(plan, pair));
     tellOfCached(path, found.built, verified == verified_.end() ? nullptr : &verified->second);
@@ -100,7 +96,8 @@ Status CacheQuery::settle(const QueryPlan& plan, const PathDrive& pair, const Fo
         case Fitness::fits:
             return Status::success;
         case Fitness::tooOld:
-            return refresh(plan, pair, found, name);
+            return buildsTree(plan, pair) ? refresh(plan, pair, found, name)
+                                          : scanInstead(plan, pair);
         case Fitness::changed:
             return store_.readOnly() ? Status::needsChange : bringUpToDate(plan, pair, found, name);
         case Fitness::stopped:
@@ -108,6 +105,14 @@ Status CacheQuery::settle(const QueryPlan& plan, const PathDrive& pair, const Fo
         default:
             return Status::unusable;
     }
+}
+
+// Answers a local pair without a tree, which would cost more.
+Status CacheQuery::scanInstead(const QueryPlan& plan, const PathDrive& pair) {
+    if (!writer_) return Status::success;
+    scanned_.emplace(pair.path.getPathName());
+    const WalkStatus walked = scanDirectly(plan, pair);
+    return walked == WalkStatus::timedOut ? Status::queryTimedOut : Status::success;
 }
 
 // Builds the tree of a local pair anew.
@@ -151,9 +156,8 @@ Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
     for (const PathDrive& pair : plan.pairs()) {
         if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
-        const Fitness fitness = judgeBy(known, plan, pair, found);
-        if (fitness == Fitness::tooOld && !buildsTree(plan, pair)) continue;
-        const Status status = settle(plan, pair, found, fitness, "refresh");
+        const Status status =
+            settle(plan, pair, found, judgeBy(known, plan, pair, found), "refresh");
         if (status == Status::success) continue;
         if (status != Status::unusable) tellUnread(store_, extractionOf(plan, plan.pairs()));
         return status;
@@ -267,6 +271,8 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     const auto& stale = looked_.verification.stale;
     const bool rootIsGone =
         stale.front().id == found.id && stale.front().state != StaleDirectory::State::changed;
+    if (rootIsGone && !buildsTree(plan, pair))
+        return dropTree(found.id) ? scanInstead(plan, pair) : Status::unusable;
     if (rootIsGone) return refresh(plan, pair, found, name);
     debug("FS_Cache::%s - %u directories are read again in [%ls]\n", name,
           static_cast<unsigned>(stale.size()), pair.path.getPathName());
@@ -277,6 +283,7 @@ Status CacheQuery::bringUpToDate(const QueryPlan& plan, const PathDrive& pair, c
     if (status != Status::success) return status;
     // The system failed to read a directory, and so the tree counts as never built.
     const Found updated = find(pair);
+    if (updated.built == 0 && !buildsTree(plan, pair)) return scanInstead(plan, pair);
     if (updated.built == 0) return refresh(plan, pair, updated, name);
     noteVerified(plan, pair);
     return status;
@@ -372,7 +379,9 @@ Status CacheQuery::monitored(const QueryPlan& plan) {
 WalkStatus CacheQuery::scanDirectly(const QueryPlan& plan, const PathDrive& pair) {
     FileProcessor processor(query_.getQuery(), query_.getCriteriaCaseSensitive(),
                             CriteriaRules::search);
-    return scanPair(*writer_, query_, plan, processor, pair, kNoTimeout);
+    const bool limited = query_.getLinks() != FsLinks::leave || !buildsTree(plan, pair);
+    const unsigned timeout = limited && QueryPlan::isLocal(pair) ? timeout_ : kNoTimeout;
+    return scanPair(*writer_, query_, plan, processor, pair, timeout);
 }
 
 // The time 0 is that of an ancestor's record, which was never built. A pair names one
@@ -421,7 +430,7 @@ ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
     for (const PathDrive& pair : pairs) choices.push_back(plan.choiceFor(query_, pair));
     return {.criteria = query_.getQuery(),
             .criteriaCaseSensitive = query_.getCriteriaCaseSensitive(),
-            .mounts = plan.mounts(),
+            .mounts = plan.stopsOf(query_),
             .pairs = pairs,
             .choices = std::move(choices),
             .exclude = std::move(exclude),

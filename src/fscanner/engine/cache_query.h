@@ -114,6 +114,7 @@ private:
     Status serve(const QueryPlan& plan, const PathDrive& pair, const char* name);
     Status refresh(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                    const char* name);
+    Status scanInstead(const QueryPlan& plan, const PathDrive& pair);
     bool dropTree(unsigned id);
     std::vector<PathDrive> cachedPairs(const QueryPlan& plan) const;
     ExtractionRequest extractionOf(const QueryPlan& plan, const std::vector<PathDrive>& pairs);

@@ -24,8 +24,8 @@ namespace {
 // a record for each file would cost allocations.
 class DirectSink : public WalkSink {
 public:
-    DirectSink(FsResultSetWriter& writer, FileProcessor& processor)
-        : writer_(writer), processor_(processor) {}
+    DirectSink(FsResultSetWriter& writer, FileProcessor& processor, bool facts)
+        : writer_(writer), processor_(processor), facts_(facts) {}
 
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry&) override {}
@@ -38,6 +38,7 @@ private:
 
     FsResultSetWriter& writer_;
     FileProcessor& processor_;
+    bool facts_;  // records carry all of them
     FsFileInfo record_;
     unsigned long long directoryNumber_ = 0;
 };
@@ -47,7 +48,10 @@ void DirectSink::file(WalkEntry& entry) {
     begin(entry);
     if (processor_.needsInfo()) fill(entry);
     if (processor_.satisfyCriteria(record_, nullptr)) {
-        fill(entry);
+        if (facts_)
+            fill(entry);
+        else if (entry.isDirectory())
+            record_.setFileAttr(FS_ATTR_DIRECTORY);
         writer_.addRecord(record_);
     } else if (FsScanObserver* const observer = scanObserver();
                observer && processor_.undecided()) {
@@ -116,13 +120,15 @@ int fs_examineSearched(const wchar_t* path) {
 
 namespace {
 
-WalkStatus scan(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request) {
-    DirectSink sink(writer, processor);
+WalkStatus scan(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request,
+                bool facts = true) {
+    DirectSink sink(writer, processor, facts);
     const LogPrefix prefix{"::fs_scan", &dfsState()};
     return walkTree(request, sink, prefix);
 }
 
-WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request) {
+WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const WalkRequest& request,
+                 bool facts = true) {
     const wchar_t* path = request.path;
     if (path && checkPathList(path, request.exclude, request.caseSensitive, request.recursive)) {
         debug("::fs_build - path '%ls' excluded!\n", path);
@@ -132,7 +138,7 @@ WalkStatus build(FsResultSetWriter& writer, FileProcessor& processor, const Walk
         debug("::fs_build - '%ls' is a symbolic link or is not a directory!\n", path);
         return WalkStatus::finished;
     }
-    return scan(writer, processor, request);
+    return scan(writer, processor, request, facts);
 }
 
 }  // namespace
@@ -151,9 +157,11 @@ WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const Query
                   .exclude = plan.exclusions(pair),
                   .caseSensitive = query.getCaseSensitive(),
                   .timeoutMilliseconds = timeout,
-                  .mounts = &plan.mounts(),
+                  .mounts = &plan.stopsOf(query),
                   .choice = choice,
-                  .links = query.getLinks()});
+                  .links = query.getLinks(),
+                  .oneFileSystem = query.getOneFileSystem()},
+                 query.getFacts());
 }
 
 namespace {

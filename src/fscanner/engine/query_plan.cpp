@@ -66,6 +66,7 @@ void QueryPlan::listDrives() {
         (isPlaceholder(drive) ? placeholders_ : mounted_).push_back(drive);
     addMissingRoot(mounted_);
     mounts_ = MountMap(drives_);
+    allStop_ = mounts_.withoutCrossing();
 }
 
 // Opens placeholders, so that the automounter mounts what the query searches. A placeholder may
@@ -168,7 +169,8 @@ unsigned QueryPlan::depthOf(const PathDrive& pair) const {
     unsigned least = kAnyDepth;
     for (const PathDrive& entry : included_.resolved) {
         const PathRelation relation = relatePaths(path, entry.path.getPathName());
-        if (relation == PathRelation::SAME || relation == PathRelation::INSIDE)
+        if (relation == PathRelation::SAME ||
+            (relation == PathRelation::INSIDE && entry.path.getRecursive()))
             least = std::min(least, levelsOf(path) - levelsOf(entry.path.getPathName()));
     }
     return least == kAnyDepth ? 0 : least;
@@ -180,7 +182,12 @@ EntryChoice QueryPlan::choiceFor(const FsQuery& query, const PathDrive& pair) co
     const auto below = [above](unsigned depth) { return depth - std::min(depth, above); };
     choice.depth.least = below(choice.depth.least);
     if (choice.depth.most != kAnyDepth) choice.depth.most = below(choice.depth.most);
+    if (above > 0 && query.getOneFileSystem()) choice.depth.most = 0;
     return choice;
+}
+
+const MountMap& QueryPlan::stopsOf(const FsQuery& query) const {
+    return query.getOneFileSystem() ? allStop_ : mounts_;
 }
 
 const std::vector<PathInfo>& QueryPlan::exclusions(const PathDrive& pair) const {

@@ -41,6 +41,8 @@ public:
     const MountTable& table() const { return table_; }
     /// The mount points of all drives and placeholders.
     const MountMap& mounts() const { return mounts_; }
+    /// Those at which the query's search stops.
+    const MountMap& stopsOf(const FsQuery& query) const;
     /// The mounted drives, parents before children.
     const std::vector<DriveInfo>& mounted() const { return mounted_; }
     /// The mounted drives that the query's file systems allow.
@@ -78,6 +80,7 @@ private:
     std::vector<DriveInfo> mounted_;       // the other drives
     std::vector<DriveInfo> current_;       // the mounted drives that the query allows
     MountMap mounts_;
+    MountMap allStop_;  // the same, where no mount point is crossed
     std::vector<PathInfo> includedMounts_;
     std::vector<PathInfo> excludedMounts_;
     ResolvedPaths included_;

@@ -419,7 +419,7 @@ bool Walk::isCycle() {
 
 // Whether the search must stay on the file system where it began, and the directory is on another.
 bool Walk::isElsewhere() {
-    if (request_.links != FsLinks::followOnDrive) return false;
+    if (!request_.oneFileSystem || links_ == LinkUse::refuse) return false;
     const struct stat* const info = entry_.info();
     if (!info || info->st_dev == levels_.front()->identity.device) return false;
     noteSkipped(FsSkipReason::otherFileSystem, 0);

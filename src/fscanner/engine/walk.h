@@ -75,7 +75,7 @@ private:
     const std::wstring* directory_ = nullptr;
     const Directory* open_ = nullptr;
     unsigned long long directoryNumber_ = 0;
-    bool followed_ = false;  // it was a link
+    bool followed_ = false;  // it was a link, or of an unknown type
     Examined examined_ = Examined::no;
     int error_ = 0;
     struct stat info_ {};
@@ -133,6 +133,7 @@ struct WalkRequest {
     WalkReport report = WalkReport::whole;
     EntryChoice choice = {};
     FsLinks links = FsLinks::leave;
+    bool oneFileSystem = false;  ///< for what links lead to; `mounts` stops at mount points
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

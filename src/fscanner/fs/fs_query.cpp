@@ -38,6 +38,8 @@ struct FsQueryData {
     unsigned kinds = FS_KINDS_BUT_DIRECTORIES;
     FsDepthRange depth;
     FsLinks links = FsLinks::leave;
+    bool facts = true;
+    bool oneFileSystem = false;
     std::vector<PathInfo> includedPaths;
     std::vector<PathInfo> excludedPaths;
     std::vector<FileSystemInfo> excludedFileSystems;
@@ -145,6 +147,22 @@ void FsQuery::setLinks(FsLinks links) {
 
 FsLinks FsQuery::getLinks() const {
     return data_->links;
+}
+
+void FsQuery::setOneFileSystem(bool one) {
+    data_->oneFileSystem = one;
+}
+
+bool FsQuery::getOneFileSystem() const {
+    return data_->oneFileSystem;
+}
+
+void FsQuery::setFacts(bool needed) {
+    data_->facts = needed;
+}
+
+bool FsQuery::getFacts() const {
+    return data_->facts;
 }
 
 void FsQuery::setCriteriaCaseSensitive(bool sensitive) {

@@ -34,9 +34,8 @@ struct FsDepthRange {
 
 /// What a search does with symbolic links.
 enum class FsLinks {
-    leave,          ///< they are entries like others; none is followed
-    follow,         ///< each counts as what it leads to, and directories are searched through links
-    followOnDrive,  ///< the same, but for directories of other file systems than the path's own
+    leave,   ///< they are entries like others; none is followed
+    follow,  ///< each counts as what it leads to, and directories are searched through links
 };
 
 /// Describes a search. The host builds it and hands it to a provider by constant reference. It
@@ -92,7 +91,8 @@ public:
     /// `FS_ATTR_DIRECTORY`; an included path itself is no entry.
     void setKinds(unsigned kinds);
     unsigned getKinds() const;
-    /// Sets the depths at which the search finds entries. It enters no directory deeper than that,
+    /// Sets the depths at which the search finds entries. Of included paths inside each other, the
+    /// depth counts from the outermost recursive one. It enters no directory deeper than that,
     /// and builds no tree of a cache for a limited depth: where none is at hand, it scans.
     void setDepth(FsDepthRange range);
     FsDepthRange getDepth() const;
@@ -100,6 +100,16 @@ public:
     /// not entered again from inside itself: see `FsSkipReason::cycle`.
     void setLinks(FsLinks links);
     FsLinks getLinks() const;
+    /// Whether the search stays on the file system of each included path: of a file system that is
+    /// mounted below, only the mount point itself is found, and of one that a followed link leads
+    /// to, the directory.
+    void setOneFileSystem(bool one);
+    bool getOneFileSystem() const;
+    /// Whether records have to carry sizes, attributes and times; the default is true. Otherwise a
+    /// scan examines no file for its record alone: what it does not know, the record's getters
+    /// fetch. A directory's record has the bit `FS_ATTR_DIRECTORY` in any case.
+    void setFacts(bool needed);
+    bool getFacts() const;
     /// Sets the case mode of the criteria apart from that of the excluded paths, until the next
     /// `setCaseSensitive`, which sets both.
     void setCriteriaCaseSensitive(bool sensitive);
