@@ -147,7 +147,7 @@ std::optional<std::string> misreadOption(const CLI::App& app,
                                          const std::vector<std::string>& arguments) {
     const std::vector<std::string> known = longOptions(app);
     for (auto at = arguments.begin(); at != arguments.end() && *at != "--"; ++at) {
-        if (const auto message = misread(*at, known)) return message;
+        if (auto message = misread(*at, known)) return message;
         if (takesNext(app, *at) && ++at == arguments.end()) break;
     }
     return std::nullopt;
@@ -295,7 +295,7 @@ std::string expandedPatternHint(const Options& options) {
 
 std::optional<std::string> hintForNothing(const Options& options) {
     for (const auto hint : {slashHint, directoryHint, kindHint, wordHint, caseHint})
-        if (const std::optional<std::string> text = hint(options)) return text;
+        if (std::optional<std::string> text = hint(options)) return text;
     return std::nullopt;
 }
 

@@ -227,10 +227,11 @@ bool FileFilters::accept(const FileDetails& file) const {
 
 namespace {
 
-/// Whether a file was modified before or after that, compared as exactly as both are known.
-std::strong_ordering compareTimes(const FileDetails& file, const FileTime& time, bool exactly) {
-    if (!exactly || file.modifiedNanoseconds < 0) return file.modified <=> time.seconds;
-    return FileTime{file.modified, file.modifiedNanoseconds} <=> time;
+/// Below 0 if the file was modified before that, above 0 if after it; as exactly as both are known.
+long compareTimes(const FileDetails& file, const FileTime& time, bool exactly) {
+    const bool known = exactly && file.modifiedNanoseconds >= 0;
+    if (file.modified != time.seconds || !known) return file.modified - time.seconds;
+    return file.modifiedNanoseconds - time.nanoseconds;
 }
 
 /// A directory counts as empty: what is in it is looked at last.

@@ -57,7 +57,7 @@ std::string meantGroup(const std::string& path) {
 
 /// A hint for users who give the name to find as a PATH, themselves or through the shell.
 std::string remedy(const Options& options, const std::string& path, int error) {
-    const std::string quote = error == ENOTDIR ? expandedPatternHint(options) : "";
+    std::string quote = error == ENOTDIR ? expandedPatternHint(options) : "";
     if (!quote.empty()) return quote;
     const bool name = path.find_first_not_of('.') != path.npos;
     if (!name || path.find('/') != path.npos || path.starts_with('$')) return "";

@@ -43,8 +43,6 @@ std::optional<std::time_t> parseMoment(const std::string& text, std::time_t now)
 struct FileTime {
     long seconds = 0;
     long nanoseconds = 0;
-
-    auto operator<=>(const FileTime&) const = default;
 };
 
 /// "2026-11-21 07:30", in local time.

@@ -427,6 +427,7 @@ ExtractionRequest CacheQuery::extractionOf(const QueryPlan& plan,
     std::vector<PathInfo> exclude = plan.localExclusions();
     PathHelper::removePathListDuplicate(exclude);
     std::vector<EntryChoice> choices;
+    choices.reserve(pairs.size());
     for (const PathDrive& pair : pairs) choices.push_back(plan.choiceFor(query_, pair));
     return {.criteria = query_.getQuery(),
             .criteriaCaseSensitive = query_.getCriteriaCaseSensitive(),
