@@ -63,6 +63,8 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
         {{"--perm", "8"}, "not permissions"},
         {{"--group", "nobody-of-that-name"}, "no group"},
         {{"--not"}, "needs a condition"},
+        {{"--not", "d/"}, "a PATH is no condition"},
+        {{"--not", "-e", "rm", ";"}, "--not -e: no condition"},
         {{"--not", "--sort"}, "no condition"},
         {{"--not", "--larger"}, "required"},
         {{"--sort", "size,age"}, "not one of"},

@@ -224,6 +224,8 @@ Words takeCommands(const Words& arguments, Options& options) {
             rest.push_back(argument);
             continue;
         }
+        if (!rest.empty() && rest.back() == "--not")
+            throw wrong(fmt::format("--not {}: no condition", argument));
         if (options.command && options.commandUse != use->second)
             throw wrong("only one of --exec, --exec-batch, --exec-dir");
         options.commandUse = use->second;
@@ -258,6 +260,7 @@ Words takeNegations(const Words& arguments, Options& options) {
         }
         if (at == arguments.end()) throw wrong("--not needs a condition behind it");
         Options negated;
+        if (isPath(*at)) throw wrong(fmt::format("--not {}: a PATH is no condition", *at));
         if (!at->starts_with('-')) {
             negated.pattern = *at++;
             std::string error;

@@ -381,8 +381,9 @@ Status Extraction::testFilesOf(const std::vector<TreeMember>& directories) {
     return Status::success;
 }
 
-// By the stored attributes, which know of few kinds. The others are asked of the system; one that
-// cannot be examined counts as undecided.
+// By the stored attributes, which know of few kinds. The others are asked of the system. One that
+// cannot be examined is left out: the observer is told of its directory, as of each that holds
+// files which the build could not examine.
 bool Extraction::isOfKind() {
     if (kinds_.hasAllFiles()) return true;
     const unsigned attributes = store_.filesRecords().getFieldAsInt32(FILES_ATTR);
@@ -391,9 +392,7 @@ bool Extraction::isOfKind() {
     if ((attributes & FS_ATTR_CHARACTER_DEVICE) != 0) return kinds_.has(EntryType::characterDevice);
     struct stat info {};
     const int error = examine(store_.filesRecords().getFieldAsString(FILES_FILENAME), info);
-    if (error == 0) return kinds_.has(entryTypeOf(info)) && !S_ISDIR(info.st_mode);
-    if (skipReason(error) != FsSkipReason::vanished) noteUndecided();
-    return false;
+    return error == 0 && kinds_.has(entryTypeOf(info)) && !S_ISDIR(info.st_mode);
 }
 
 // ---- Directories ------------------------------------------------------------
