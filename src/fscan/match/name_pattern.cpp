@@ -333,25 +333,6 @@ std::optional<NamePattern> NamePattern::regex(const std::string& text, CaseMode 
     return pattern;
 }
 
-namespace {
-
-struct Read {
-    std::vector<std::wstring> globs;
-    std::shared_ptr<const ByteRegex> regex;
-    bool wrong = false;
-};
-
-Read compile(const Pieces& pieces, CaseMode mode, std::string& error) {
-    Read read{expanded(pieces), nullptr};
-    if (!read.globs.empty() && isPlain(pieces)) return read;
-    read.regex =
-        ByteRegex::create(regexOf(pieces, false), regexOf(pieces, true), mode, true, error);
-    read.wrong = read.regex == nullptr;
-    return read;
-}
-
-}  // namespace
-
 std::optional<NamePattern> NamePattern::glob(const std::string& text, CaseMode mode,
                                              std::string& error) {
     return compiled(text, mode, false, error);
@@ -369,11 +350,12 @@ std::optional<NamePattern> NamePattern::compiled(const std::string& text, CaseMo
         pieces.insert(pieces.begin(), {Piece::Kind::anyText});
         pieces.push_back({Piece::Kind::anyText});
     }
-    Read read = compile(pieces, mode, error);
-    if (read.wrong) return std::nullopt;
     NamePattern pattern(mode);
-    pattern.globs_ = std::move(read.globs);
-    pattern.regex_ = std::move(read.regex);
+    pattern.globs_ = expanded(pieces);
+    if (!pattern.globs_.empty() && isPlain(pieces)) return pattern;
+    pattern.regex_ =
+        ByteRegex::create(regexOf(pieces, false), regexOf(pieces, true), mode, true, error);
+    if (!pattern.regex_) return std::nullopt;
     return pattern;
 }
 

@@ -41,14 +41,20 @@ CLI::Option* addMoment(CLI::App& app, const std::string& flags, Options& options
         help);
 }
 
-/// The ID of a user or a group, by name or as a number.
-std::optional<unsigned> idOf(const std::string& text, std::optional<unsigned> named) {
-    if (named) return named;
-    unsigned id = 0;
+/// The number that the whole text is; nothing for another text, or one that is too large.
+template <class Number>
+std::optional<Number> numberOf(const std::string& text) {
+    Number number = 0;
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, id);
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
     if (text.empty() || stop != end || error != std::errc()) return std::nullopt;
-    return id;
+    return number;
+}
+
+void addPermissions(const Permissions& tests, Options& options) {
+    auto& [stored, others] = options.permissions;
+    stored.insert(stored.end(), tests.stored.begin(), tests.stored.end());
+    others.insert(others.end(), tests.others.begin(), tests.others.end());
 }
 
 /// Takes a kind of -t: those of entries are or-ed, and a file that can be run is a further
@@ -61,6 +67,7 @@ void addKind(char letter, Options& options) {
                                                    {'s', fscanner::FS_KIND_SOCKET},
                                                    {'b', fscanner::FS_KIND_BLOCK_DEVICE},
                                                    {'c', fscanner::FS_KIND_CHARACTER_DEVICE}};
+    if (letter == 'x') addPermissions(*parsePermissions("x"), options);
     if (letter == 'x' || letter == 'e') {
         (letter == 'x' ? options.executable : options.empty) = true;
         return;
@@ -131,22 +138,20 @@ CLI::Option* addLevels(CLI::App& app, const std::string& flag, unsigned& levels,
     return addValue(
         app, flag, "N",
         [flag, &levels](const std::string& text) {
-            const char* const end = text.data() + text.size();
-            const auto [stop, error] = std::from_chars(text.data(), end, levels);
-            if (text.empty() || stop != end || error != std::errc() || levels == 0)
-                throw CLI::ValidationError(flag, "not a number from 1 on");
+            levels = numberOf<unsigned>(text).value_or(0);
+            if (levels == 0) throw CLI::ValidationError(flag, "not a number from 1 on");
         },
         help);
 }
 
 std::optional<unsigned> userId(const std::string& text) {
-    const passwd* const user = getpwnam(text.c_str());
-    return idOf(text, user != nullptr ? std::optional<unsigned>(user->pw_uid) : std::nullopt);
+    if (const passwd* const user = getpwnam(text.c_str())) return user->pw_uid;
+    return numberOf<unsigned>(text);
 }
 
 std::optional<unsigned> groupId(const std::string& text) {
-    const ::group* const known = getgrnam(text.c_str());
-    return idOf(text, known != nullptr ? std::optional<unsigned>(known->gr_gid) : std::nullopt);
+    if (const ::group* const known = getgrnam(text.c_str())) return known->gr_gid;
+    return numberOf<unsigned>(text);
 }
 
 void addFacts(CLI::App& app, Options& options, const char* group) {
@@ -176,9 +181,7 @@ void addFacts(CLI::App& app, Options& options, const char* group) {
             if (!tests)
                 throw CLI::ValidationError("--perm",
                                            "not permissions such as x, u+w, u+s, 644 or =644");
-            auto& [stored, others] = options.permissions;
-            stored.insert(stored.end(), tests->stored.begin(), tests->stored.end());
-            others.insert(others.end(), tests->others.begin(), tests->others.end());
+            addPermissions(*tests, options);
         },
         "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both), 4000 (these bits), =644 "
         "(these alone)")
@@ -368,12 +371,9 @@ void addSorting(CLI::App& app, Options& options, const char* group) {
     addValue(
         app, "--limit", "N",
         [&options](const std::string& text) {
-            unsigned long long limit = 0;
-            const char* const end = text.data() + text.size();
-            const auto [stop, error] = std::from_chars(text.data(), end, limit);
-            if (text.empty() || stop != end || error != std::errc() || limit == 0)
+            options.limit = numberOf<unsigned long long>(text);
+            if (options.limit.value_or(0) == 0)
                 throw CLI::ValidationError("--limit", "not a number from 1 on");
-            options.limit = limit;
         },
         "Stop after so many matches")
         ->group(group);

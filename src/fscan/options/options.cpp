@@ -105,6 +105,14 @@ bool isPath(std::string word) {
            takeDriveGroup(word);
 }
 
+/// The word, which is a PATTERN that can be read.
+std::string checkedPattern(const std::string& word) {
+    std::string error;
+    if (!NamePattern::pattern(word, CaseMode::sensitive, error))
+        throw wrong(fmt::format("{}: {}", word, error));
+    return word;
+}
+
 /// The first word is a PATTERN, unless it must be a PATH or another option says which names, paths
 /// or files are asked for.
 void takePattern(Options& options) {
@@ -114,11 +122,8 @@ void takePattern(Options& options) {
     const bool told = std::any_of(std::begin(others), std::end(others),
                                   [](auto* given) { return !given->empty(); });
     if (told || options.paths.empty() || isPath(options.paths.front())) return;
-    options.pattern = std::move(options.paths.front());
+    options.pattern = checkedPattern(options.paths.front());
     options.paths.erase(options.paths.begin());
-    std::string error;
-    if (!NamePattern::pattern(*options.pattern, CaseMode::sensitive, error))
-        throw wrong(fmt::format("{}: {}", *options.pattern, error));
 }
 
 /// Refuses what would silently mean something else than its author thinks.
@@ -151,18 +156,12 @@ void refuseContradictions(const Options& options) {
 void settleNegated(Options& options, Options& negated) {
     negated.ignoreCase = options.ignoreCase;
     options.kinds &= ~negated.kinds;
-    if (negated.executable) negated.permissions = *parsePermissions("x");
     negated.kinds = fscanner::FS_KINDS_ALL;
 }
 
 /// Decides on the kinds that nobody asked for. A condition that is for regular files alone implies
 /// them.
 void settleKinds(Options& options) {
-    if (options.executable) {
-        const auto tests = parsePermissions("x")->stored;
-        auto& all = options.permissions.stored;
-        all.insert(all.end(), tests.begin(), tests.end());
-    }
     bool told = options.kinds != 0;
     for (Options& negated : options.negated) {
         if (!told && negated.kinds != 0) options.kinds = fscanner::FS_KINDS_ALL;
@@ -262,10 +261,7 @@ Words takeNegations(const Words& arguments, Options& options) {
         Options negated;
         if (isPath(*at)) throw wrong(fmt::format("--not {}: a PATH is no condition", *at));
         if (!at->starts_with('-')) {
-            negated.pattern = *at++;
-            std::string error;
-            if (!NamePattern::pattern(*negated.pattern, CaseMode::sensitive, error))
-                throw wrong(fmt::format("{}: {}", *negated.pattern, error));
+            negated.pattern = checkedPattern(*at++);
         } else {
             CLI::App app;
             addSelection(app, negated);

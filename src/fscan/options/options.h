@@ -96,7 +96,7 @@ struct Options {
     /// Bits of `fscanner::FsEntryKind`; after parsing the kinds that are searched for.
     unsigned kinds = 0;
     fscanner::FsDepthRange depth;
-    bool executable = false;  ///< only what somebody may run
+    bool executable = false;  ///< -t x, whose test is among the permissions
     bool followLinks = false;
     bool oneFileSystem = false;
     bool recurse = true;
