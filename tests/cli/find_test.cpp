@@ -373,7 +373,7 @@ TEST_F(DeepTest, TenThousandLevelsAreFoundInEveryWay) {
     for (const Arguments& way : ways) {
         for (const bool cached : {false, true}) {
             Arguments arguments = way;
-            arguments.insert(arguments.end(), {"--", "deep"});
+            arguments.insert(arguments.end(), {"--", "deep/"});
             const RunResult result = run(arguments, {.cached = cached});
             EXPECT_EQ(result.err, "");
             EXPECT_EQ(result.status, 0);
@@ -381,13 +381,13 @@ TEST_F(DeepTest, TenThousandLevelsAreFoundInEveryWay) {
         }
     }
     const std::string middle = expected[50].substr(0, expected[50].size() - 2);
-    EXPECT_EQ(run({"-c", "-x", tree_ / middle, "deep"}).out, "50\n");
+    EXPECT_EQ(run({"-c", "-x", tree_ / middle, "deep/"}).out, "50\n");
 }
 
 TEST_F(DeepTest, PathsOfAMegabyteAreSorted) {
     const Arguments expected = plant(2);
     for (const char* key : {"pathname", "name"}) {
-        const RunResult result = run({"--sort", key, "deep"});
+        const RunResult result = run({"--sort", key, "deep/"});
         EXPECT_EQ(result.err, "");
         EXPECT_TRUE(records(result.out) == expected) << key;
         // The shorter paths first: "f" stands before the "m" of the next level.
@@ -406,7 +406,7 @@ TEST_F(DeepTest, CommandsAreToldOfAllPathsThatFit) {
     for (const Arguments& command : {Arguments{"-e", "printf", "%s\\n", ";"},
                                      Arguments{"--exec-batch", "printf", "%s\\n", "+"}}) {
         Arguments arguments = command;
-        arguments.emplace_back("deep");
+        arguments.emplace_back("deep/");
         const RunResult result = run(arguments);
         EXPECT_EQ(result.status, 5);
         EXPECT_TRUE(records(result.out) == expected);

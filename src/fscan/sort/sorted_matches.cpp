@@ -74,7 +74,7 @@ private:
 
 }  // namespace
 
-SortedMatches::SortedMatches(SortOrder order, SortPlace place)
+SortedMatches::SortedMatches(const SortOrder& order, SortPlace place)
     : order_(order), place_(place), memory_(order) {}
 
 bool SortedMatches::take(const Match& match) {

@@ -20,7 +20,7 @@ enum class SortPlace { memory, file };
 /// is total, and so the same either way.
 class SortedMatches : public MatchSink {
 public:
-    SortedMatches(SortOrder order, SortPlace place);
+    SortedMatches(const SortOrder& order, SortPlace place);
 
     /// False when the temporary file cannot be written.
     bool take(const Match& match) override;

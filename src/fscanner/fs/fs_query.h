@@ -28,8 +28,8 @@ enum FsEntryKind : unsigned {
 /// How deep below an included path an entry lies: its own entries have the depth 1. Both bounds
 /// belong to the range.
 struct FsDepthRange {
-    unsigned least = 0;
-    unsigned most = std::numeric_limits<unsigned>::max();
+    unsigned least = 0;                                    ///< the smallest depth that is asked for
+    unsigned most = std::numeric_limits<unsigned>::max();  ///< the greatest one
 };
 
 /// What a search does with symbolic links.
