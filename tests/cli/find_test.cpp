@@ -290,6 +290,26 @@ TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
     EXPECT_EQ(run({"--max-depth", "0"}).status, 2);
 }
 
+// A link does not make the search enter a file system that it leaves out, also not by a mount point
+// in what the link leads to.
+TEST_F(KindsTest, LinksLeadToNoFileSystemThatIsLeftOut) {
+    std::filesystem::create_directory(tree_ / "links");
+    std::filesystem::create_symlink("/proc/self/task", tree_ / "links/tasks");
+    std::filesystem::create_symlink("/", tree_ / "links/root");
+    const auto below = [](const RunResult& result, const char* path) {
+        return result.out.find("links/" + std::string(path) + "/") != std::string::npos;
+    };
+    const Arguments way = {"-L", "-t", "d", "--max-depth", "3", "links/"};
+    const RunResult left = run(way);
+    for (const char* at : {"tasks", "root/etc", "root/proc"}) EXPECT_TRUE(below(left, at)) << at;
+    EXPECT_FALSE(below(left, "root/proc/sys"));
+    EXPECT_EQ(left.out.find("links/tasks/") + 12,
+              left.out.find('\n', left.out.find("links/tasks/")));
+    Arguments all = way;
+    all.insert(all.begin(), "--all-fs");
+    EXPECT_TRUE(below(run(all), "root/proc/sys"));
+}
+
 // Mounted file systems are not entered; of each the mount point is found.
 TEST_F(KindsTest, OneFileSystemIsThatOfEachPath) {
     fscanner::withPrivateMounts([&] {

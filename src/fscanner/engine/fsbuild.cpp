@@ -160,7 +160,8 @@ WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const Query
                   .mounts = &plan.stopsOf(query),
                   .choice = choice,
                   .links = query.getLinks(),
-                  .oneFileSystem = query.getOneFileSystem()},
+                  .oneFileSystem = query.getOneFileSystem(),
+                  .entersLinked = [&plan](const auto& path) { return plan.searches(path); }},
                  query.getFacts());
 }
 

@@ -186,6 +186,11 @@ EntryChoice QueryPlan::choiceFor(const FsQuery& query, const PathDrive& pair) co
     return choice;
 }
 
+bool QueryPlan::searches(std::wstring_view realPath) const {
+    const DriveInfo* const drive = mounts_.holding(realPath);
+    return !drive || std::find(current_.begin(), current_.end(), *drive) != current_.end();
+}
+
 const MountMap& QueryPlan::stopsOf(const FsQuery& query) const {
     return query.getOneFileSystem() ? allStop_ : mounts_;
 }

@@ -47,6 +47,8 @@ public:
     const std::vector<DriveInfo>& mounted() const { return mounted_; }
     /// The mounted drives that the query's file systems allow.
     const std::vector<DriveInfo>& searched() const { return current_; }
+    /// Whether the query's file systems allow the drive on which the path lies.
+    bool searches(std::wstring_view realPath) const;
     /// The pairs to search. A pair comes before the pairs inside it.
     const std::vector<PathDrive>& pairs() const { return pairs_; }
     const ResolvedPaths& included() const { return included_; }

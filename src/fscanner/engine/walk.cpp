@@ -144,6 +144,7 @@ private:
     bool isServed() const;
     bool isCycle();
     bool isElsewhere();
+    bool isLinkedElsewhere(const struct stat& info);
     bool isHeldBy(const Directory::Identity& identity) const;
     WalkStatus visitDirectory();
     WalkStatus descend();
@@ -417,13 +418,26 @@ bool Walk::isCycle() {
     return true;
 }
 
-// Whether the search must stay on the file system where it began, and the directory is on another.
+// Whether the directory is on a file system that the search leaves out. Without links, the mount
+// points told so before.
 bool Walk::isElsewhere() {
-    if (!request_.oneFileSystem || links_ == LinkUse::refuse) return false;
+    if (links_ == LinkUse::refuse) return false;
+    if (!request_.oneFileSystem && !entry_.followed_ && !top().linked) return false;
     const struct stat* const info = entry_.info();
-    if (!info || info->st_dev == levels_.front()->identity.device) return false;
-    noteSkipped(FsSkipReason::otherFileSystem, 0);
-    return true;
+    if (!info) return false;
+    const bool elsewhere = request_.oneFileSystem ? info->st_dev != levels_.front()->identity.device
+                                                  : isLinkedElsewhere(*info);
+    if (elsewhere) noteSkipped(FsSkipReason::otherFileSystem, 0);
+    return elsewhere;
+}
+
+bool Walk::isLinkedElsewhere(const struct stat& info) {
+    if (!request_.entersLinked || info.st_dev == top().identity.device) return false;
+    Directory directory;
+    if (directory.openChild(top().directory, entry_.nameBytes(), DirectoryUse::reach, links_) != 0)
+        return false;
+    const std::string path = directory.realPath();
+    return !path.empty() && !request_.entersLinked(toWide(path));
 }
 
 // Whether that is the current directory or one that holds it.

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -134,6 +135,8 @@ struct WalkRequest {
     EntryChoice choice = {};
     FsLinks links = FsLinks::leave;
     bool oneFileSystem = false;  ///< for what links lead to; `mounts` stops at mount points
+    /// Asked about directories on other file systems that links lead to, by their real paths.
+    std::function<bool(const std::wstring&)> entersLinked = {};
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

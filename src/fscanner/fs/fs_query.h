@@ -97,7 +97,8 @@ public:
     void setDepth(FsDepthRange range);
     FsDepthRange getDepth() const;
     /// The default is `FsLinks::leave`. A search that follows links always scans. A directory is
-    /// not entered again from inside itself: see `FsSkipReason::cycle`.
+    /// not entered again from inside itself: see `FsSkipReason::cycle`. Neither is one on a file
+    /// system that the query leaves out; its drive group may be any.
     void setLinks(FsLinks links);
     FsLinks getLinks() const;
     /// Whether the search stays on the file system of each included path: of a file system that is

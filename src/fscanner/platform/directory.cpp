@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
@@ -258,6 +259,13 @@ int Directory::examine(struct stat& info, bool& encrypted) const {
     info.st_mtim = {told.stx_mtime.tv_sec, told.stx_mtime.tv_nsec};
     encrypted = (told.stx_attributes & STATX_ATTR_ENCRYPTED) != 0;
     return 0;
+}
+
+std::string Directory::realPath() const {
+    std::array<char, PATH_MAX> target;
+    const std::string link = "/proc/self/fd/" + std::to_string(descriptor_.get());
+    const long size = readLinkTarget(link, target);
+    return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
 }
 
 int Directory::fileSystemType(std::uint32_t& type) const {

@@ -101,6 +101,9 @@ public:
     /// The same by one call that also tells whether its names are encrypted, so that they are
     /// others without the key. Of `info` it sets device, inode, ctime and mtime.
     int examine(struct stat& info, bool& encrypted) const;
+    /// Where the system says that it is: an absolute path without links. Empty if that is not
+    /// known, as for a path of `PATH_MAX` bytes.
+    std::string realPath() const;
     /// The type of its file system: the magic number of `statfs`. 0, or the errno.
     int fileSystemType(std::uint32_t& type) const;
 
