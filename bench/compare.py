@@ -89,6 +89,15 @@ class Tree:
             file.touch()
             file.unlink()
 
+    def plant_rules(self) -> None:
+        """Every hundredth directory gets a file of ignore rules, once."""
+        if (self.path / ".ignore").exists():
+            return
+        found = subprocess.run(["find", self.path, "-type", "d"], capture_output=True, text=True,
+                               check=True).stdout.splitlines()
+        for directory in sorted(found)[::100]:
+            (Path(directory) / ".ignore").write_text("*.o\n/build/\n!keep.o\n**/*config*.h\n")
+
     def fscan(self, options: str) -> str:
         """A search that is answered from the warm cache as it is."""
         return f"fscan --cache-dir {q(self.cache)} --max-age 1000d {options} {q(self.path)}"
@@ -184,10 +193,37 @@ def rows_of(tree: Tree) -> list[Row]:
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
     ]
+    rows += question_rows(tree)
     for row in rows:
         # In searches of a few milliseconds the start of the process dominates: no aim there.
         if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name != "1m":
             row.peers = [dataclasses.replace(peer, at_most=None, limit="") for peer in row.peers]
+    return rows
+
+
+def question_rows(tree: Tree) -> list[Row]:
+    """What people ask of find and fd, by default from the checked cache."""
+    path = q(tree.path)
+
+    def row(number: str, ours: str, at_most: float | None, options: str, pattern: str = ".",
+            direct: bool = False) -> Row:
+        command = tree.direct(ours) if direct else tree.checked(ours)
+        label = f"fscan --no-cache {ours}" if direct else f"checked fscan {ours}"
+        peer = Side(f"fd {options} {pattern}".removesuffix(" ."),
+                    f"fdfind {options} {pattern} {path}")
+        return Row(number, Side(label, command), [Peer(peer, at_most)])
+
+    rows = [
+        row("pattern", "config", 0.35, "-u", "config"),
+        row("kind", "-t d", 0.35, "-u -t d"),
+        Row("regex", Side("fscan -r 'conf.*[.]h$'", tree.fscan("-r 'conf.*[.]h$'")),
+            [Peer(Side("plocate -i -b --regex 'conf.*[.]h$'",
+                       tree.locate("-i -b --regex 'conf.*[.]h$'")), 0.30)]),
+        row("links", "-L -n '*.h'", 0.80, "-u -L -j1 -s -g", "'*.h'", direct=True),
+        row("depth", "-t f --max-depth 3", 0.80, "-u -j1 -t f --max-depth 3", direct=True),
+        row("ignore", "-t f --ignore", 0.80, "-H -j1 -t f", direct=True),
+    ]
+    rows[-1].ours.before = tree.plant_rules
     return rows
 
 
