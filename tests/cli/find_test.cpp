@@ -261,6 +261,7 @@ TEST_F(KindsTest, KindsAndDepthsAreThoseOfFind) {
         {{"-t", "d", "-w", "[SIZE] > 40 && [FILENAME] == \"b\""},
          {".", "-type", "d", "-name", "b", "-size", "+40c"}},
         {{"-t", "d", "--perm", "o+w"}, {".", "-type", "d", "-perm", "-o+w"}},
+        {{"-t", "d,l"}, {".", "-type", "d,l"}},
         {{"-t", "d", "-x", "a/b"}, {".", "-path", "./a/b", "-prune", "-o", "-type", "d"}},
         {{"-t", "d", "--path", "*/a/*"}, {".", "-type", "d", "-path", "*/a/*"}},
         {{"-t", "d", "--no-recurse"}, {".", "-maxdepth", "1", "-type", "d"}},

@@ -146,7 +146,11 @@ private:
         const wchar_t c = text_[at_];
         if (c == L'*' || c == L'?') {
             ++at_;
-            pieces.push_back({c == L'*' ? Piece::Kind::anyText : Piece::Kind::anyCharacter});
+            const bool again = !pieces.empty() && pieces.back().kind == Piece::Kind::anyText;
+            if (c == L'?')
+                pieces.push_back({Piece::Kind::anyCharacter});
+            else if (!again)
+                pieces.push_back({Piece::Kind::anyText});
         } else if (!(c == L'[' && closed_ && readClass(pieces)) &&
                    !(c == L'{' && readChoice(pieces))) {
             if (c == L'\\' && at_ + 1 < text_.size()) ++at_;
@@ -159,6 +163,15 @@ private:
         pieces.back().text += c;
     }
 
+    /// The length of a class with a name, such as [:alpha:], within brackets; 0 if none is here.
+    std::size_t lengthOfNamed(std::size_t at) const {
+        if (text_.compare(at, 2, L"[:") != 0) return 0;
+        const auto first = text_.begin() + static_cast<std::ptrdiff_t>(at) + 2;
+        const auto end = std::find_if(
+            first, text_.end(), [](wchar_t c) { return c == L':' || c == L'[' || c == L']'; });
+        const auto length = static_cast<std::size_t>(end - first) + 4;
+        return text_.compare(at + length - 2, 2, L":]") == 0 ? length : 0;
+    }
     /// False, at the same place, where the bracket is not closed.
     bool readClass(Pieces& pieces) {
         std::size_t i = at_ + 1;
@@ -166,11 +179,9 @@ private:
         if (negated) ++i;
         std::wstring members;
         for (bool first = true; i < text_.size() && (text_[i] != L']' || first); first = false) {
-            const std::size_t named =
-                text_.compare(i, 2, L"[:") == 0 ? text_.find(L":]", i) : text_.npos;
-            if (named != text_.npos) {
-                members.append(text_, i, named + 2 - i);
-                i = named + 2;
+            if (const std::size_t length = lengthOfNamed(i); length > 0) {
+                members.append(text_, i, length);
+                i += length;
                 continue;
             }
             if (text_[i] == L'\\' && i + 1 < text_.size()) ++i;

@@ -78,6 +78,13 @@ void addKind(char letter, Options& options) {
     options.kinds |= kind->second;
 }
 
+/// One letter, or several with commas between.
+bool isListOfKinds(const std::string& word) {
+    for (std::size_t i = 1; i < word.size(); i += 2)
+        if (word[i] != ',') return false;
+    return word.size() % 2 == 1;
+}
+
 CLI::Option* addRegexes(CLI::App& app, const std::string& flags, std::vector<std::string>& texts,
                         const std::string& help) {
     return addTexts(
@@ -120,14 +127,17 @@ void addNames(CLI::App& app, Options& options, const char* group) {
     addTexts(
         app, "-t,--type", "KIND|WORD",
         [&options](const std::string& word) {
-            if (word.size() == 1) return addKind(word.front(), options);
+            if (isListOfKinds(word)) {
+                for (std::size_t i = 0; i < word.size(); i += 2) addKind(word[i], options);
+                return;
+            }
             // Criteria cannot express such a text.
             if (word.empty() || word.find('"') != word.npos)
                 throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
             options.types.push_back(word);
         },
         "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable, e "
-        "empty; or a "
+        "empty, several as f,d; or a "
         "word of the file program's description: ELF, PNG; several of each are or-ed")
         ->group(group);
 }

@@ -225,11 +225,16 @@ Words takeCommands(const Words& arguments, Options& options) {
         }
         if (!rest.empty() && rest.back() == "--not")
             throw wrong(fmt::format("--not {}: no condition", argument));
-        if (options.command && options.commandUse != use->second)
-            throw wrong("only one of --exec, --exec-batch, --exec-dir");
+        if (options.command)
+            throw wrong("only one command, by one of --exec, --exec-batch, --exec-dir");
         options.commandUse = use->second;
         const char* const end = use->second == CommandUse::forMany ? "+" : ";";
         options.command = takeWords(at, arguments.end(), argument, end);
+        for (const std::string& word : *options.command)
+            if (use->second == CommandUse::forMany && word != "{}" && word.find("{}") != word.npos)
+                throw wrong(fmt::format(
+                    "--exec-batch {}: {{}} stands for many paths, so it must be a word of its own",
+                    word));
     }
     return rest;
 }
