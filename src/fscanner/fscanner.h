@@ -14,4 +14,5 @@
 #include "fscanner/fs/fs_resultset.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/fs/fs_text.h"
+#include "fscanner/fs/fs_workers.h"
 #include "fscanner/version.h"

@@ -1,6 +1,7 @@
 // Random searches of random trees find the same in whichever way they are run, and the same as a
 // plain walk.
 
+#include <optional>
 #include <random>
 
 #include "engine/cache_user.h"
@@ -11,6 +12,7 @@
 #include "fscanner/fs/fs_resultset_vector.h"
 #include "support/listener.h"
 #include "support/scoped_locale.h"
+#include "support/test_workers.h"
 
 namespace fscanner {
 namespace {
@@ -106,6 +108,8 @@ TEST_P(RandomQueries, FindTheSameWhereverTheySearch) {
         std::vector<File> files;
         walk(tree.path(), "", {{info.st_dev, {false, ""}}}, files);
         const CacheUser warm(GetParam());
+        std::optional<TestWorkers> workers;
+        if (round >= 3) workers.emplace(3);
         for (int i = 0; i < 24; ++i) {
             const Question question = randomQuestion(directories, random);
             SCOPED_TRACE(toMultibyte(question.criteria) + testing::PrintToString(question.include) +

@@ -10,6 +10,7 @@
 #include "support/child_process.h"
 #include "support/listener.h"
 #include "support/nest.h"
+#include "support/test_workers.h"
 
 namespace fscanner {
 namespace {
@@ -106,6 +107,9 @@ TEST_F(WithLongPaths, TenThousandLevelsAreFoundWhole) {
         // The process that started the tests may have left some open.
         if (::close_range(3, ~0U, 0) != 0 || ::setrlimit(RLIMIT_NOFILE, &few) != 0) return 100;
         int verdict = 101;
+        onStackOf(kSmallStack, [&] { verdict = firstWrong(); });
+        if (verdict != 0) return verdict;
+        const TestWorkers workers(2);
         onStackOf(kSmallStack, [&] { verdict = firstWrong(); });
         return verdict;
     });

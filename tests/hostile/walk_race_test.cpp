@@ -7,9 +7,12 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
+#include <optional>
+
 #include "hostile/cache_image.h"
 #include "support/child_process.h"
 #include "support/fault_scale.h"
+#include "support/test_workers.h"
 
 namespace fscanner {
 namespace {
@@ -43,7 +46,8 @@ constexpr unsigned kExchange = 2;  // RENAME_EXCHANGE, which older headers lack
     }
 }
 
-class WalkRace : public testing::Test {
+/// Without the help of workers, and with it.
+class WalkRace : public testing::TestWithParam<unsigned> {
 protected:
     WalkRace() {
         // The same names outside, with other sizes.
@@ -60,6 +64,7 @@ protected:
         query.addIncludePath((L"*:" + inside.wide()).c_str(), true);
         swapper_ = ::fork();
         if (swapper_ == 0) changeWithoutEnd(inside.path());
+        if (GetParam() > 0) workers_.emplace(GetParam());
     }
     ~WalkRace() override {
         int status = 0;
@@ -94,16 +99,17 @@ protected:
     FsQuery query;
     pid_t swapper_ = -1;
     std::ptrdiff_t linksMet_ = 0;
+    std::optional<TestWorkers> workers_;
 };
 
-TEST_F(WalkRace, NothingFromOutsideTheTreeIsFound) {
+TEST_P(WalkRace, NothingFromOutsideTheTreeIsFound) {
     const int walks = 2000 * faultScale();
     query.setQuery(L"[SIZE]>=0");
     for (int i = 0; i < walks && !HasFailure(); ++i) check(scanned());
     EXPECT_GT(linksMet_, walks / 100) << "the trees were not exchanged often enough";
 }
 
-TEST_F(WalkRace, NorIsItPutIntoTheCache) {
+TEST_P(WalkRace, NorIsItPutIntoTheCache) {
     const CacheUser cache;
     for (int i = 0; i < 100 * faultScale() && !HasFailure(); ++i) {
         CollectingWriter writer;
@@ -114,13 +120,15 @@ TEST_F(WalkRace, NorIsItPutIntoTheCache) {
 }
 
 // The type of a file is asked for through its directory's path, after the walk has met it.
-TEST_F(WalkRace, NorIsItsTypeTold) {
+TEST_P(WalkRace, NorIsItsTypeTold) {
     for (const char* below : {"a/f", "b/c/f", "b/c/g/f", "b/d/e/f", "b/d/e/g/f"})
         writeWholeFile(outside.path(below), "%PDF-1.4\n");
     query.setQuery(L"type(path([PATHID],[FILENAME]),\"PDF\")==1");
     for (int i = 0; i < 30 * faultScale() && !HasFailure(); ++i)
         EXPECT_THAT(scanned().paths, testing::IsEmpty());
 }
+
+INSTANTIATE_TEST_SUITE_P(Workers, WalkRace, testing::Values(0U, 2U));
 
 }  // namespace
 }  // namespace fscanner

@@ -19,6 +19,7 @@
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "support/log_capture.h"
+#include "support/test_workers.h"
 
 #ifdef __SANITIZE_THREAD__
 /// The sanitizer does not see mremap: for it, old data of other threads would still be at the
@@ -103,6 +104,8 @@ TEST_F(Queries, OfProvidersOfTheirOwnRunInThreads) {
     // Each observer is called in its own thread.
     FsScanObserver watcher;
     FsScanObserver* const before = fsSetScanObserver(&watcher);
+    // All share the threads that help them.
+    const TestWorkers workers(3);
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < 8; ++i) {
         threads.emplace_back([this, i, &right] {

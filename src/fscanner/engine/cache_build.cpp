@@ -42,7 +42,12 @@ public:
     void file(WalkEntry& entry) override;
     void enter(const WalkEntry& entry) override;
     void leave() override { parents_.pop_back(); }
-    void opened(const Directory& directory) override { takeStamp(directory); }
+    void opened(const Directory& directory, const DirectoryStamp* ahead) override {
+        if (ahead)
+            stamp(*ahead);
+        else
+            takeStamp(directory);
+    }
     bool tellsLater(FsSkipReason reason, int error) override;
     // After a failed insertion the tree cannot be completed.
     bool goesOn() const override { return !failed_; }
@@ -140,8 +145,8 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
     }
     CacheSink sink(store, rootId);
     const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
-    const WalkRequest request{path,   root.path.getRecursive(), root.drive, {}, {}, true, timeout,
-                              &mounts};
+    WalkRequest request{path, root.path.getRecursive(), root.drive, {}, {}, true, timeout, &mounts};
+    request.ahead = {.wanted = true, .stamps = true, .facts = true};
     const WalkStatus status = walkTree(request, sink, prefix);
     if (sink.failed()) return Status::unusable;
     return status == WalkStatus::finished ? Status::success : Status::buildTimedOut;
@@ -249,7 +254,7 @@ public:
     }
     void enter(const WalkEntry&) override {}
     void leave() override {}
-    void opened(const Directory& directory) override {
+    void opened(const Directory& directory, const DirectoryStamp*) override {
         const DirectoryStamp now = taker_.take(directory);
         believable_ = taker_.trust() && now.exists() && !isRacy(now, taker_.trust()->step);
         facts_ = unread_ || ((view_.facts || kept_.exists()) && mayHoldOthers(kept_, now, taker_));
@@ -301,7 +306,7 @@ public:
           known_(store, directory),
           kept_(store.stamps().find(directory.id)) {}
 
-    void opened(const Directory& directory) override {
+    void opened(const Directory& directory, const DirectoryStamp*) override {
         const DirectoryStamp now = takeStamp(directory);
         if (atStart()) facts_ = mayHoldOthers(kept_, now, taker());
     }

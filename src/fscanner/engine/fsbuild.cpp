@@ -161,7 +161,8 @@ WalkStatus scanPair(FsResultSetWriter& writer, const FsQuery& query, const Query
                   .choice = choice,
                   .links = query.getLinks(),
                   .oneFileSystem = query.getOneFileSystem(),
-                  .entersLinked = [&plan](const auto& path) { return plan.searches(path); }},
+                  .entersLinked = [&plan](const auto& path) { return plan.searches(path); },
+                  .ahead = {.wanted = true, .facts = processor.needsInfoAlone()}},
                  query.getFacts());
 }
 

@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <cwchar>
 #include <memory>
+#include <optional>
+#include <utility>
 
 #include "fscanner/common/debug.h"
 #include "fscanner/common/path_text.h"
@@ -46,9 +48,8 @@ static_assert(static_cast<unsigned>(EntryType::file) == FS_KIND_FILE &&
               static_cast<unsigned>(EntryType::characterDevice) == FS_KIND_CHARACTER_DEVICE);
 
 struct Level {
-    Directory directory;
+    ReadAhead::Branch branch;
     Directory::Identity identity;
-    DirectoryEntries entries;
     std::size_t pathLength = 0;  // of the path with its final "/"
     unsigned long long number = 0;
     long long timeLeft = 0;
@@ -56,6 +57,27 @@ struct Level {
     bool reports = false;
     bool linked = false;      // reached through a link
     bool incomplete = false;  // an unexamined file was reported; done once for a directory
+
+    Directory& directory() { return branch.read.directory; }
+    const Directory& directory() const { return branch.read.directory; }
+    DirectoryEntries& entries() { return branch.read.entries; }
+};
+
+// Other drives and excluded directories are not touched, also not ahead of the walk.
+class Rules : public AheadRules {
+public:
+    Rules(const WalkRequest& request, const MountMap* mounts)
+        : request_(request), mounts_(mounts) {}
+
+    bool needsPaths() const override { return mounts_ || !request_.exclude.empty(); }
+    bool mayRead(const std::wstring& path) const override {
+        return !(mounts_ && mounts_->stops(path, request_.drive)) &&
+               !checkPathList(path.c_str(), request_.exclude, request_.caseSensitive, true);
+    }
+
+private:
+    const WalkRequest& request_;
+    const MountMap* mounts_;
 };
 
 }  // namespace
@@ -107,6 +129,15 @@ void WalkEntry::settleType() {
     if (const struct stat* const examined = info()) entry_.type = entryTypeOf(*examined);
 }
 
+// A worker may have examined the entry.
+void WalkEntry::takeFacts(ReadDirectory& read) {
+    if (read.factsTaken == read.facts.size() || isDirectory()) return;
+    const EntryFacts& facts = read.facts[read.factsTaken++];
+    examined_ = facts.error == 0 ? Examined::yes : Examined::failed;
+    error_ = facts.error;
+    info_ = facts.info;
+}
+
 class Walk {
 public:
     Walk(const WalkRequest& request, WalkSink& sink, const LogPrefix& log)
@@ -116,7 +147,10 @@ public:
           observer_(request.report == WalkReport::nothing ? nullptr : scanObserver()),
           mounts_(request.mounts && request.mounts->hasInside(request.path) ? request.mounts
                                                                             : nullptr),
-          links_(request.links == FsLinks::leave ? LinkUse::refuse : LinkUse::follow) {}
+          links_(request.links == FsLinks::leave ? LinkUse::refuse : LinkUse::follow),
+          rules_(request, mounts_) {
+        readAhead();
+    }
 
     WalkStatus run();
     void finish();
@@ -124,6 +158,7 @@ public:
 private:
     enum class Entered { yes, skipped, timedOut };
 
+    void readAhead();
     Level& top() { return *levels_[depth_ - 1]; }
     Level& push();
     Entered enter(const Level* parent, long long timeout);
@@ -147,7 +182,10 @@ private:
     bool isLinkedElsewhere(const struct stat& info);
     bool isHeldBy(const Directory::Identity& identity) const;
     WalkStatus visitDirectory();
+    WalkStatus passDirectory();
     WalkStatus descend();
+    bool canRead(const Level* parent, Level& level);
+    void close(Level& level);
     bool excludes(const wchar_t* path, bool recursiveOnly) const;
     void noteSkipped(FsSkipReason reason, int error);
     void noteUnexamined();
@@ -174,7 +212,20 @@ private:
     unsigned untilProgress_ = kEntriesPerProgress / kEntriesPerClock;
     unsigned startTick_ = getTickCount();
     std::array<char, kReadBuffer> buffer_;
+    Rules rules_;
+    std::optional<ReadAhead> ahead_;   // where the host has workers
+    ReadAhead::Node* node_ = nullptr;  // of the directory to be entered
 };
+
+// Links lead to directories that the walk must know before.
+void Walk::readAhead() {
+    FsWorkers* const workers = scanWorkers();
+    if (!workers || !request_.ahead.wanted || !request_.recursive || links_ == LinkUse::follow)
+        return;
+    AheadWork work = request_.ahead;
+    work.deepest = request_.choice.depth.most;
+    ahead_.emplace(*workers, work, rules_);
+}
 
 WalkStatus Walk::run() {
     path_ = request_.path;
@@ -183,7 +234,7 @@ WalkStatus Walk::run() {
         return entered == Entered::timedOut ? WalkStatus::timedOut : WalkStatus::finished;
     DirectoryEntries::Entry entry;
     while (depth_ > 0) {
-        if (!top().entries.takeLast(entry)) {
+        if (!top().entries().takeLast(entry)) {
             leave();
             continue;
         }
@@ -208,8 +259,9 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     }
     const bool written = dfsWritesFiles(path_.c_str(), request_.drive, log_.text, *log_.dfs);
     Level& level = push();
-    if (read(parent, level) != 0) {
-        level.directory.close();
+    const bool known = canRead(parent, level);
+    if (!known && read(parent, level) != 0) {
+        level.directory().close();
         --depth_;
         return Entered::skipped;
     }
@@ -223,15 +275,31 @@ Walk::Entered Walk::enter(const Level* parent, long long timeout) {
     level.reports = written && included && !excludes(path_.c_str(), false);
     endWithSeparator(path_);
     level.pathLength = path_.size();
+    if (ahead_ && !known) {
+        level.branch.depth = depth_;
+        if (rules_.needsPaths()) level.branch.path = path_;
+        ahead_->begin(level.branch);
+    }
     return Entered::yes;
 }
 
+// Whether a worker has read the directory.
+bool Walk::canRead(const Level* parent, Level& level) {
+    if (!parent || !node_ || !ahead_->take(*std::exchange(node_, nullptr), level.branch))
+        return false;
+    if (depth_ > kOpenLevels) closeShallowest();
+    sink_.opened(level.directory(), &level.branch.read.stamp);
+    return true;
+}
+
 int Walk::read(const Level* parent, Level& level) {
-    int error = openLevel(parent, level.directory);
+    level.branch.read.facts.clear();
+    level.branch.read.factsTaken = 0;
+    int error = openLevel(parent, level.directory());
     if (error == 0 && links_ == LinkUse::follow) error = identify(parent, level);
     if (error == 0) {
-        sink_.opened(level.directory);
-        error = level.directory.read(level.entries, buffer_);
+        sink_.opened(level.directory(), nullptr);
+        error = level.directory().read(level.entries(), buffer_);
     }
     if (error == 0) return 0;
     logUnreadable();
@@ -241,7 +309,7 @@ int Walk::read(const Level* parent, Level& level) {
 
 // Where links are followed, the opened directory must be the one that was examined.
 int Walk::identify(const Level* parent, Level& level) const {
-    const int error = level.directory.identify(level.identity);
+    const int error = level.directory().identify(level.identity);
     if (error != 0 || !parent || entry_.examined_ != WalkEntry::Examined::yes) return error;
     const Directory::Identity examined{entry_.info_.st_dev, entry_.info_.st_ino};
     return level.identity == examined ? 0 : ENOENT;
@@ -254,10 +322,12 @@ void Walk::logUnreadable() const {
 int Walk::openLevel(const Level* parent, Directory& directory) {
     if (depth_ > kOpenLevels) closeShallowest();
     for (;;) {
-        const int error = parent ? directory.openChild(parent->directory, entry_.nameBytes(),
+        const int error = parent ? directory.openChild(parent->directory(), entry_.nameBytes(),
                                                        DirectoryUse::list, links_)
                                  : directory.openPath(toMultibyte(path_).c_str());
-        if (error != EMFILE || !closeShallowest()) return error;
+        if (error != EMFILE) return error;
+        const bool gaveBack = ahead_ && ahead_->giveBack();
+        if (!gaveBack && !closeShallowest()) return error;
     }
 }
 
@@ -266,62 +336,75 @@ int Walk::openLevel(const Level* parent, Directory& directory) {
 bool Walk::closeShallowest() {
     while (firstOpen_ + 2 < depth_) {
         Level& level = *levels_[firstOpen_++];
-        if (!level.directory.isOpen() || level.directory.identify(level.identity) != 0) continue;
-        level.directory.close();
+        if (!level.directory().isOpen() || level.directory().identify(level.identity) != 0)
+            continue;
+        close(level);
         return true;
     }
     return false;
+}
+
+// Nothing can be opened relative to it any more.
+void Walk::close(Level& level) {
+    if (ahead_)
+        ahead_->close(level.branch);
+    else
+        level.directory().close();
 }
 
 // Checks that the descriptor just opened for a level, with the result `error`, is that of the same
 // directory as before. Closes it otherwise. 0, or an errno.
 int Walk::verifyIdentity(Level& level, int error) {
     Directory::Identity now;
-    if (error == 0) error = level.directory.identify(now);
+    if (error == 0) error = level.directory().identify(now);
     if (error == 0 && now != level.identity) error = ENOENT;
-    if (error != 0) level.directory.close();
+    if (error != 0) level.directory().close();
     return error;
 }
 
 // Opens a level again, as the parent of `child`. If `child` was moved while the walk was in it, its
 // parent is another directory, and the level is opened by its path instead.
 void Walk::reopen(Level& level, Directory& child) {
-    if (child.isOpen() && verifyIdentity(level, level.directory.openParent(child)) == 0) return;
+    if (child.isOpen() && verifyIdentity(level, level.directory().openParent(child)) == 0) return;
     child.close();
     // All entries were visited, so the descriptor is not needed.
-    if (level.entries.empty()) return;
+    if (level.entries().empty()) return;
     const int opened =
-        level.directory.openPath(toMultibyte(path_).c_str(), DirectoryUse::list, links_);
+        level.directory().openPath(toMultibyte(path_).c_str(), DirectoryUse::list, links_);
     const int error = verifyIdentity(level, opened);
     if (error == 0) return;
-    level.entries.clear();
+    level.entries().clear();
     logUnreadable();
     noteSkipped(skipReason(error), error);
 }
 
 void Walk::leave() {
     Level& left = top();
-    left.entries.clear();
+    left.entries().clear();
     if (--depth_ > 0) {
         sink_.leave();
         Level& level = top();
         path_.resize(level.pathLength);
-        if (!level.directory.isOpen()) {
-            reopen(level, left.directory);
+        if (!level.directory().isOpen()) {
+            reopen(level, left.directory());
             firstOpen_ = std::min(firstOpen_, depth_ - 1);
         }
     }
-    left.directory.close();
+    if (ahead_)
+        ahead_->end(left.branch);
+    else
+        left.directory().close();
 }
 
 void Walk::load(const DirectoryEntries::Entry& entry) {
     entry_.entry_ = entry;
     entry_.directory_ = &path_;
-    entry_.open_ = &top().directory;
+    entry_.open_ = &top().directory();
     entry_.directoryNumber_ = top().number;
     entry_.examined_ = WalkEntry::Examined::no;
     entry_.widened_ = false;
     entry_.followed_ = false;
+    entry_.takeFacts(top().branch.read);
 }
 
 WalkStatus Walk::visit() {
@@ -353,6 +436,13 @@ bool Walk::isAsked() {
 }
 
 WalkStatus Walk::visitDirectory() {
+    node_ = ahead_ ? ahead_->find(top().branch, entry_.entry_.name) : nullptr;
+    const WalkStatus status = passDirectory();
+    if (node_) ahead_->drop(*std::exchange(node_, nullptr));
+    return status;
+}
+
+WalkStatus Walk::passDirectory() {
     const bool entered = request_.recursive && depth_ < request_.choice.depth.most;
     if (!entered && !request_.choice.has(EntryType::directory)) return WalkStatus::finished;
     path_ += entry_.name();
@@ -434,7 +524,8 @@ bool Walk::isElsewhere() {
 bool Walk::isLinkedElsewhere(const struct stat& info) {
     if (!request_.entersLinked || info.st_dev == top().identity.device) return false;
     Directory directory;
-    if (directory.openChild(top().directory, entry_.nameBytes(), DirectoryUse::reach, links_) != 0)
+    if (directory.openChild(top().directory(), entry_.nameBytes(), DirectoryUse::reach, links_) !=
+        0)
         return false;
     const std::string path = directory.realPath();
     return !path.empty() && !request_.entersLinked(toWide(path));

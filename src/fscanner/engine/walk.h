@@ -9,6 +9,7 @@
 #include "fscanner/common/stored_text.h"
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_info.h"
+#include "fscanner/engine/read_ahead.h"
 #include "fscanner/fs/fs_query.h"
 #include "fscanner/fs/fs_scan_observer.h"
 #include "fscanner/platform/directory.h"
@@ -67,6 +68,7 @@ private:
     enum class Examined { no, yes, failed, never };
     void follow();
     void settleType();
+    void takeFacts(ReadDirectory& read);
     /// The errno of the failed examination; 0 if it succeeded or was not requested.
     int error() const { return examined_ == Examined::failed ? error_ : 0; }
 
@@ -101,7 +103,9 @@ public:
     }
     /// Called for each directory that was opened, also the first one of the walk, before its
     /// entries are read.
-    virtual void opened(const Directory& /*directory*/) {}
+    /// `ahead` is the stamp that a worker took of it before it read them; null: it was not read
+    /// yet.
+    virtual void opened(const Directory& /*directory*/, const DirectoryStamp* /*ahead*/) {}
     /// Called for a directory that is not searched, or only in part. It is the current one (entered
     /// last and not left yet), or, if the reason is `excluded` or `otherFileSystem`, one that is
     /// not entered. True if the sink tells the observer later; otherwise the walk does now.
@@ -137,6 +141,8 @@ struct WalkRequest {
     bool oneFileSystem = false;  ///< for what links lead to; `mounts` stops at mount points
     /// Asked about directories on other file systems that links lead to, by their real paths.
     std::function<bool(const std::wstring&)> entersLinked = {};
+    /// What the host's workers, if it has any, do ahead of the walk.
+    AheadWork ahead = {};
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

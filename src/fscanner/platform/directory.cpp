@@ -188,14 +188,14 @@ void DirectoryEntries::add(std::string_view name, EntryType type) {
     end_ = needed;
 }
 
-bool DirectoryEntries::takeLast(Entry& entry) {
-    if (end_ == 0) return false;
-    const char* tail = data_.data() + end_ - kTail;
+bool DirectoryEntries::before(std::size_t& place, Entry& entry) const {
+    if (place == 0) return false;
+    const char* tail = data_.data() + place - kTail;
     std::uint16_t length = 0;
     std::memcpy(&length, tail + 2, sizeof length);
     entry.type = static_cast<EntryType>(tail[1]);
     entry.name = std::string_view(tail - length, length);
-    end_ -= length + kTail;
+    place -= length + kTail;
     return true;
 }
 
@@ -206,7 +206,11 @@ int Directory::openPath(const char* path, DirectoryUse use, LinkUse links) {
 
 int Directory::openChild(const Directory& parent, const char* name, DirectoryUse use,
                          LinkUse links) {
-    descriptor_ = openAt(parent.descriptor_.get(), name, flagsFor(use, links));
+    return openChild(parent.descriptor_.get(), name, use, links);
+}
+
+int Directory::openChild(int descriptor, const char* name, DirectoryUse use, LinkUse links) {
+    descriptor_ = openAt(descriptor, name, flagsFor(use, links));
     return descriptor_ ? 0 : errno;
 }
 

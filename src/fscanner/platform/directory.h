@@ -50,7 +50,14 @@ public:
     void add(std::string_view name, EntryType type);
     bool empty() const { return end_ == 0; }
     /// Takes the last entry; false when none is left.
-    bool takeLast(Entry& entry);
+    bool takeLast(Entry& entry) { return before(end_, entry); }
+
+    /// A place between two entries, for reading without taking: at first behind the last one.
+    std::size_t end() const { return end_; }
+    /// Reads the entry before the place, and moves the place before it. False at the first one.
+    bool before(std::size_t& place, Entry& entry) const;
+    /// The bytes of memory in use.
+    std::size_t bytes() const { return data_.capacity(); }
 
 private:
     std::string data_;
@@ -76,10 +83,14 @@ public:
     /// Opens the directory `name` in `parent`; likewise.
     int openChild(const Directory& parent, const char* name, DirectoryUse use = DirectoryUse::list,
                   LinkUse links = LinkUse::refuse);
+    /// The same below a directory that is open elsewhere, as `descriptor`.
+    int openChild(int descriptor, const char* name, DirectoryUse use = DirectoryUse::list,
+                  LinkUse links = LinkUse::refuse);
     /// Opens the present parent ("..") of `child`. Returns 0 or the errno.
     int openParent(const Directory& child);
     void close() { descriptor_.close(); }
     bool isOpen() const { return static_cast<bool>(descriptor_); }
+    int descriptor() const { return descriptor_.get(); }
 
     /// Reads all entries in the system's order through `buffer`, which holds some tens of KiB.
     /// Returns 0 or the errno.
