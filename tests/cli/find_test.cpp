@@ -367,6 +367,31 @@ TEST_F(KindsTest, DirectoriesArePrintedCountedSortedAndGivenToCommands) {
                 testing::HasSubstr("\"kind\":\"directory\""));
 }
 
+// Whether directories are read ahead, for a search or for a cache, does not show.
+TEST_F(KindsTest, ThreadsChangeNoByteOfTheAnswer) {
+    std::string deep = "deep";
+    for (int level = 0; level < 60; ++level) add((deep += "/m") + "/file", "text");
+    for (int i = 0; i < 300; ++i) add("wide/" + std::to_string(i) + "/s/file", "text");
+    const Arguments ways[] = {
+        {"-t", "d", "-t", "f"}, {"--json"}, {"-c"}, {"--ignore", "--larger", "1"}, {"-L"}};
+    for (const Arguments& way : ways) {
+        for (const char* place : {"--fresh", "--no-cache"}) {
+            const auto with = [&](const char* threads) {
+                Arguments arguments = way;
+                arguments.insert(arguments.end(), {place, "--threads", threads, "-x", "*/7", "./"});
+                const RunResult result = run(arguments, {.cached = true});
+                EXPECT_EQ(result.status, 0) << result.err;
+                return result.out;
+            };
+            if (way[0] == "-L" && place == std::string("--fresh")) continue;
+            const std::string one = with("1");
+            EXPECT_GT(one.size(), 2U);
+            for (const char* threads : {"2", "16"})
+                EXPECT_TRUE(with(threads) == one) << way[0] << place << threads;
+        }
+    }
+}
+
 /// A chain of directories whose paths are longer than the system takes in a call.
 class DeepTest : public FscanTest {
 protected:

@@ -73,6 +73,8 @@ TEST_F(StatusTest, WhatIsWrongIsNamedBeforeAnythingIsSearched) {
         {{"-r", "(a{1000}){1000}"}, "invalid repetition"},
         {{"--limit", "0"}, "not a number"},
         {{"--timeout", "0"}, "not a duration"},
+        {{"--threads", "0"}, "not a number from 1 to 256"},
+        {{"--threads", "two"}, "not a number from 1 to 256"},
         {{"--fresh", "--max-age", "3"}, "--max-age excludes --fresh"},
         {{"--color", "sometimes"}, "not one of always, auto, never"},
         {{"--sort", "age"}, "not one of modified, name, path, pathname, size"},

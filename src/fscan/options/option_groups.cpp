@@ -15,6 +15,8 @@ namespace fscan {
 
 namespace {
 
+constexpr unsigned kMostThreads = 256;
+
 /// As milliseconds, it fits into 31 bits.
 constexpr unsigned kGreatestSeconds = 2'000'000;
 /// The cache subtracts it from the time of day, which must not become negative.
@@ -301,6 +303,15 @@ void addProvider(CLI::App& app, Options& options) {
         app, "--timeout", 1, kGreatestSeconds,
         [&options](unsigned seconds) { options.timeoutMilliseconds = seconds * 1000; },
         "End each scan, and the reading of the cache, after that long")
+        ->group(group);
+    addValue(
+        app, "--threads", "N",
+        [&options](const std::string& text) {
+            options.threads = numberOf<unsigned>(text).value_or(0);
+            if (options.threads == 0 || options.threads > kMostThreads)
+                throw CLI::ValidationError("--threads", "not a number from 1 to 256");
+        },
+        "Read directories by so many threads; default: one for each core, 16 at most")
         ->group(group);
 }
 

@@ -11,6 +11,7 @@
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
 #include "fscan/process/interruption.h"
+#include "fscan/process/worker_threads.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/records/record_form.h"
@@ -107,6 +108,7 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit
     if (options.explain) return explainRoots(search, out);
+    const WorkerThreads threads(options.threads > 0 ? options.threads : defaultThreads());
     return runAndReport(search, !mounted || roots.incomplete, summary, out);
 }
 

@@ -1,0 +1,85 @@
+#include "fscan/process/worker_threads.h"
+
+#include <csignal>
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+namespace fscan {
+
+namespace {
+
+constexpr unsigned kMostByDefault = 16;
+
+/// While it lives, signals do not reach this thread, nor those that it starts.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+}  // namespace
+
+unsigned defaultThreads() {
+    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostByDefault);
+}
+
+WorkerThreads::WorkerThreads(unsigned threads)
+    : most_(threads - 1), previous_(fscanner::fsSetWorkers(most_ > 0 ? this : nullptr)) {}
+
+WorkerThreads::~WorkerThreads() {
+    fscanner::fsSetWorkers(previous_);
+    {
+        const std::lock_guard lock(mutex_);
+        ends_ = true;
+        tasks_.clear();
+    }
+    changed_.notify_all();
+    for (std::thread& thread : threads_) thread.join();
+}
+
+bool WorkerThreads::submit(std::function<void()> task) {
+    const std::lock_guard lock(mutex_);
+    tasks_.push_back(std::move(task));
+    if (idle_ >= tasks_.size() || threads_.size() == most_) {
+        changed_.notify_one();
+        return true;
+    }
+    try {
+        const SignalsBlocked blocked;
+        threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        if (threads_.empty()) tasks_.clear();
+        return !threads_.empty();
+    }
+    return true;
+}
+
+void WorkerThreads::work() {
+    std::unique_lock lock(mutex_);
+    while (!ends_) {
+        if (tasks_.empty()) {
+            ++idle_;
+            changed_.wait(lock);
+            --idle_;
+            continue;
+        }
+        const std::function<void()> task = std::move(tasks_.front());
+        tasks_.pop_front();
+        lock.unlock();
+        task();
+        lock.lock();
+    }
+}
+
+}  // namespace fscan
