@@ -193,7 +193,7 @@ def rows_of(tree: Tree) -> list[Row]:
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
     ]
-    rows += question_rows(tree)
+    rows += question_rows(tree) + thread_rows(tree) + cold_rows(tree)
     for row in rows:
         # In searches of a few milliseconds the start of the process dominates: no aim there.
         if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name != "1m":
@@ -225,6 +225,52 @@ def question_rows(tree: Tree) -> list[Row]:
     ]
     rows[-1].ours.before = tree.plant_rules
     return rows
+
+
+def thread_rows(tree: Tree) -> list[Row]:
+    """fscan with its default number of threads beside one thread, and beside fd's threads."""
+    fd = Peer(Side("fd -u -s -g '*.h'", f"fdfind -u -s -g '*.h' {q(tree.path)}"), 0.35)
+
+    def both(what: str, make: Callable[[str], str], options: str, *more: Peer,
+             before: Callable[[], None] | None = None) -> Row:
+        one = Side("the same, --threads 1", make(f"--threads 1 {options}"), before)
+        return Row("threads", Side(f"{what} {options}", make(options), before),
+                   [Peer(one, 0.65), *more])
+
+    return [both("fscan --no-cache", tree.direct, "-n '*.h'", fd),
+            both("fscan --no-cache", tree.direct, "-c -w '[SIZE]>102400'"),
+            both("cold fscan --fresh", tree.build, "-c", before=tree.forget)]
+
+
+def drop_caches() -> None:
+    subprocess.run(["sync"], check=True)
+    Path("/proc/sys/vm/drop_caches").write_text("3")
+
+
+def cold_rows(tree: Tree) -> list[Row]:
+    """The first searches of a day: nothing of the disk is in memory. Needs root."""
+
+    def cold(label: str, command: str, *before: Callable[[], None], count: str | None = None) -> Side:
+        def prepare() -> None:
+            for step in (*before, drop_caches):
+                step()
+        return Side(label, command, prepare, count)
+
+    path, exact = q(tree.path), q("\\" + NEEDLE)
+    fds = [Peer(cold(f"fd -u -j{n} -s -g '*.h'", f"fdfind -u -j{n} -s -g '*.h' {path}"), 0.9)
+           for n in (2, 8, 32)]
+    update = cold("updatedb", tree.updatedb(), tree.drop_database,
+                  count=tree.updatedb() + f" && find {path} ! -type d | wc -l")
+    locate = cold("plocate -b '\\NAME'", tree.locate(f"-b {exact}"))
+    return [
+        Row("cold", cold("fscan --no-cache -n '*.h'", tree.direct("-n '*.h'")),
+            [*fds, Peer(cold("find -name '*.h'", f"find {path} -name '*.h'"), None)]),
+        Row("cold", cold("fscan --fresh -c", tree.build("-c"), tree.forget), [Peer(update, 0.8)]),
+        Row("cold", cold("fscan --max-age -n NAME", tree.fscan(f"-n {NEEDLE}")),
+            [Peer(locate, 1.5)]),
+        Row("cold", cold("checked fscan -n '*.h'", tree.checked("-n '*.h'")),
+            [Peer(cold("fscan --no-cache -n '*.h'", tree.direct("-n '*.h'")), None)]),
+    ]
 
 
 def other_rows(work: Path, bin_directory: Path) -> list[Row]:
@@ -451,7 +497,7 @@ def compare(options: argparse.Namespace, work: Path) -> str:
     for tree in trees:
         measure.run(Side("updatedb", tree.updatedb()))
     for row, tree in todo:
-        if not is_wanted(row.number):
+        if not is_wanted(row.number) or row.number == "cold" and os.geteuid() != 0:
             continue
         found = [measure.found(side) for side in (row.ours, *(peer.side for peer in row.peers))]
         report.compared(row, tree, measure.pair(row, options.rounds), found)

@@ -311,7 +311,8 @@ void addProvider(CLI::App& app, Options& options) {
             if (options.threads == 0 || options.threads > kMostThreads)
                 throw CLI::ValidationError("--threads", "not a number from 1 to 256");
         },
-        "Read directories by so many threads; default: one for each core, 16 at most")
+        "Read directories by so many threads at most; default 32, of which few are used unless "
+        "the disk is slow")
         ->group(group);
 }
 

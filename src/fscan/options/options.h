@@ -85,7 +85,7 @@ struct Options {
     std::optional<std::string> cacheDirectory;
     std::string forgotten;                        ///< the tree to drop from the cache
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
-    unsigned threads = 0;                         ///< of a search; 0: as many as help
+    unsigned threads = 32;                        ///< of a search, at most
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
     bool verify = true;                           ///< compare cached trees with the disk
     CacheTask cacheTask = CacheTask::none;

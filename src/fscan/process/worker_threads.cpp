@@ -1,5 +1,7 @@
 #include "fscan/process/worker_threads.h"
 
+#include <sys/resource.h>
+
 #include <csignal>
 
 #include <algorithm>
@@ -10,7 +12,15 @@ namespace fscan {
 
 namespace {
 
-constexpr unsigned kMostByDefault = 16;
+constexpr rlim_t kDescriptors = 4096;
+
+/// For directories that are read ahead. Few systems allow many unless a program asks for it.
+void allowDescriptors() {
+    struct rlimit limit {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
+    limit.rlim_cur = std::min(kDescriptors, limit.rlim_max);
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
 
 /// While it lives, signals do not reach this thread, nor those that it starts.
 class SignalsBlocked {
@@ -29,10 +39,6 @@ private:
 };
 
 }  // namespace
-
-unsigned defaultThreads() {
-    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostByDefault);
-}
 
 WorkerThreads::WorkerThreads(unsigned threads)
     : most_(threads - 1), previous_(fscanner::fsSetWorkers(most_ > 0 ? this : nullptr)) {}
@@ -56,6 +62,7 @@ bool WorkerThreads::submit(std::function<void()> task) {
         return true;
     }
     try {
+        if (threads_.empty()) allowDescriptors();
         const SignalsBlocked blocked;
         threads_.emplace_back([this] { work(); });
     } catch (const std::system_error&) {

@@ -11,11 +11,8 @@
 
 namespace fscan {
 
-/// The number of threads that a search uses unless told otherwise.
-unsigned defaultThreads();
-
-/// While it lives, searches use so many threads, the caller's included. They begin when there is
-/// something to do for them. Without threads to be had, the caller's does all.
+/// While it lives, searches use at most so many threads, the caller's included. They begin when
+/// there is something to do for them. Without threads to be had, the caller's does all.
 class WorkerThreads : public fscanner::FsWorkers {
 public:
     explicit WorkerThreads(unsigned threads);

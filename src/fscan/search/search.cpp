@@ -108,7 +108,7 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit
     if (options.explain) return explainRoots(search, out);
-    const WorkerThreads threads(options.threads > 0 ? options.threads : defaultThreads());
+    const WorkerThreads threads(options.threads);
     return runAndReport(search, !mounted || roots.incomplete, summary, out);
 }
 

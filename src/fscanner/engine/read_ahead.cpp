@@ -3,9 +3,11 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
 
 #include "fscanner/common/path_text.h"
@@ -24,15 +26,19 @@ namespace {
 
 // Of what was read and not visited yet.
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;
-constexpr std::size_t kMostOpen = 128;
+constexpr std::size_t kMostOpen = 1024;
 // At most one in so many of the descriptors that the process may have.
-constexpr std::size_t kShareOfDescriptors = 8;
+constexpr std::size_t kShareOfDescriptors = 4;
 // So many subdirectories of one directory are planned at once.
 constexpr std::size_t kMostChildren = 64;
 constexpr std::size_t kMostNodes = 16384;
 // So many files of one directory are examined ahead.
 constexpr std::size_t kMostFacts = 1024;
 constexpr std::size_t kReadBuffer = 64 * 1024;
+// A directory in memory is read in less time; and the share of slow readings in the time of the
+// walk from which on the disk is what it waits for.
+constexpr std::chrono::microseconds kSlow{150};
+constexpr unsigned kSlowShare = 8;
 // More memory than this is not kept for the next directory.
 constexpr std::size_t kMostKept = 16 * 1024;
 
@@ -90,8 +96,11 @@ public:
     void close(Branch& branch);
     void end(Branch& branch);
     bool giveBack();
+    /// Whether the walk mostly waits for the disk.
+    bool isSlow() const { return slow_ * kSlowShare > Clock::now() - began_; }
 
 private:
+    using Clock = std::chrono::steady_clock;
     using State = Node::State;
 
     bool hasRoom() const { return open_ < mostOpen_ && bytes_ < kMostBytes; }
@@ -103,6 +112,8 @@ private:
     void plan(Branch& branch, Node& next);
     void run(Lock& lock, Node& node, Reader& reader);
     bool read(Node& node, Reader& reader) const;
+    template <class Work>
+    void timed(Work work);
     void await(Lock& lock, const Node& node);
     void clear(Lock& lock, Node& node);
     void release(Lock& lock, Node& node);
@@ -123,7 +134,10 @@ private:
     std::size_t idle_ = 0;    // workers that wait
     std::size_t active_ = 0;  // workers
     bool stopped_ = false;
-    Reader own_;  // of the walk's thread
+    // Of the walk's thread.
+    Reader own_;
+    const Clock::time_point began_ = Clock::now();
+    Clock::duration slow_{};  // in which it read or waited for long
 };
 
 ReadAhead::Node* ReadAhead::Shared::nextWaiting() const {
@@ -292,19 +306,26 @@ ReadAhead::Node* ReadAhead::Shared::find(Branch& branch, std::string_view name) 
     return node;
 }
 
+/// What the walk's thread does while it needs a directory.
+template <class Work>
+void ReadAhead::Shared::timed(Work work) {
+    const Clock::time_point before = Clock::now();
+    work();
+    const Clock::duration took = Clock::now() - before;
+    if (took > kSlow) slow_ += took;
+}
+
 // While another thread reads the directory, the walk's thread reads the next one.
 void ReadAhead::Shared::await(Lock& lock, const Node& node) {
     while (node.state == State::running) {
         Node* const other = hasRoom() ? nextWaiting() : nullptr;
-        if (other)
-            run(lock, *other, own_);
-        else
-            done_.wait(lock);
+        timed([&] { other ? run(lock, *other, own_) : done_.wait(lock); });
     }
 }
 
 bool ReadAhead::Shared::take(Node& node, Branch& branch) {
     Lock lock(mutex_);
+    if (node.state == State::waiting) timed([&] { run(lock, node, own_); });
     await(lock, node);
     const bool done = node.state == State::done;
     if (done) {
@@ -312,8 +333,6 @@ bool ReadAhead::Shared::take(Node& node, Branch& branch) {
         --open_;
         bytes_ -= node.bytes;
         wake();
-    } else if (node.state == State::waiting) {
-        unlink(node);
     }
     recycle(node);
     return done;
@@ -382,11 +401,15 @@ ReadAhead::~ReadAhead() {
     shared_->stop();
 }
 
-// Tasks begin when there is something to do for them.
+// Tasks begin when there is something to do for them: one for each other core, and all where the
+// disk is slow.
 void ReadAhead::begin(Branch& branch) {
-    if (!shared_->begin(branch) || begun_) return;
-    begun_ = true;
-    for (unsigned i = workers_.atOnce(); i > 0; --i)
+    if (shared_->begin(branch)) submit(std::max(1U, std::thread::hardware_concurrency()) - 1);
+}
+
+void ReadAhead::submit(unsigned tasks) {
+    tasks = std::min(tasks, workers_.atOnce());
+    for (; submitted_ < tasks; ++submitted_)
         if (!workers_.submit([shared = shared_] { shared->work(); })) break;
 }
 
@@ -395,7 +418,9 @@ ReadAhead::Node* ReadAhead::find(Branch& branch, std::string_view name) {
 }
 
 bool ReadAhead::take(Node& node, Branch& branch) {
-    return shared_->take(node, branch);
+    const bool taken = shared_->take(node, branch);
+    if (submitted_ < workers_.atOnce() && shared_->isSlow()) submit(workers_.atOnce());
+    return taken;
 }
 
 void ReadAhead::drop(Node& node) {

@@ -85,9 +85,10 @@ public:
 
 private:
     class Shared;
+    void submit(unsigned tasks);
     std::shared_ptr<Shared> shared_;
     FsWorkers& workers_;
-    bool begun_ = false;
+    unsigned submitted_ = 0;
 };
 
 }  // namespace fscanner

@@ -17,7 +17,8 @@ namespace fscanner {
 class FSCANNER_EXPORT FsWorkers {
 public:
     virtual ~FsWorkers();
-    /// How many tasks of one query may run at once, besides its own thread. Any thread.
+    /// How many tasks of one query may run at once, besides its own thread. Fewer are asked to
+    /// where the disk answers at once: then one for each other core. Any thread.
     virtual unsigned atOnce() const = 0;
     /// Runs the task on another thread, soon: it may run until the query ends. A task that never
     /// runs costs the query only the help. A task does not throw, and may outlive the query if it
