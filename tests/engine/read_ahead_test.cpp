@@ -91,7 +91,7 @@ protected:
 
 TEST_F(ReadAheadTest, ScansFindTheSameInTheSameOrder) {
     Random random(17);
-    for (int round = 0; round < 200; ++round) {
+    for (unsigned round = 0; round < 200; ++round) {
         std::filesystem::remove_all(tree.path("t"));
         plant(random, round % 40 == 0 ? 2000 : 30);
         for (const FsQuery& query : all) {
