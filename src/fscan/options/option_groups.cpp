@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <charconv>
+#include <cstring>
 
 #include "fscan/options/options.h"
 #include "fscan/text/text.h"
@@ -23,10 +24,10 @@ constexpr unsigned kGreatestSeconds = 2'000'000;
 constexpr unsigned kGreatestAge = 1'000'000'000;
 
 /// A moment, or a file whose modification time is meant. A text that could be both is a moment.
-CLI::Option* addMoment(CLI::App& app, const std::string& flags, Options& options,
-                       std::optional<FileTime>& moment, const std::string& help) {
-    return addValue(
-        app, flags, "WHEN|FILE",
+AddedOption addMoment(OptionTable& table, const char* flags, Options& options,
+                      std::optional<FileTime>& moment, const char* help) {
+    return table.addValue(
+        flags, "WHEN|FILE",
         [flags, &options, &moment](const std::string& text) {
             if (const auto told = parseMoment(text, std::time(nullptr))) {
                 moment = FileTime{*told, 0};
@@ -34,7 +35,7 @@ CLI::Option* addMoment(CLI::App& app, const std::string& flags, Options& options
             }
             struct stat info {};
             if (stat(text.c_str(), &info) != 0)
-                throw CLI::ValidationError(flags.substr(0, flags.find(',')),
+                throw CLI::ValidationError(std::string(flags).substr(0, std::strcspn(flags, ",")),
                                            "not a duration such as 2h, not a date such as "
                                            "2026-11-21 07:30, and no file");
             moment = FileTime{info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
@@ -87,68 +88,71 @@ bool isListOfKinds(const std::string& word) {
     return word.size() % 2 == 1;
 }
 
-CLI::Option* addRegexes(CLI::App& app, const std::string& flags, std::vector<std::string>& texts,
-                        const std::string& help) {
-    return addTexts(
-        app, flags, "REGEX",
+AddedOption addRegexes(OptionTable& table, const char* flags, std::vector<std::string>& texts,
+                       const char* help) {
+    return table.addTexts(
+        flags, "REGEX",
         [&texts, flags](const std::string& text) {
             std::string error;
             if (!NamePattern::regex(text, CaseMode::sensitive, error))
-                throw CLI::ValidationError(flags.substr(flags.find("--")), error);
+                throw CLI::ValidationError(std::strstr(flags, "--"), error);
             texts.push_back(text);
         },
         help);
 }
 
-void addNames(CLI::App& app, Options& options, const char* group) {
-    addTexts(
-        app, "-n,--name", "GLOB",
-        [&options](const std::string& glob) {
-            std::string error;
-            if (!NamePattern::glob(glob, CaseMode::sensitive, error))
-                throw CLI::ValidationError("--name", error);
-            options.names.push_back(glob);
-        },
-        "The whole name matches (*, ?, [a-z], {a,b}); several are or-ed")
-        ->group(group);
-    addRegexes(app, "-r,--regex", options.regexes,
+void addNames(OptionTable& table, Options& options, const char* group) {
+    table
+        .addTexts(
+            "-n,--name", "GLOB",
+            [&options](const std::string& glob) {
+                std::string error;
+                if (!NamePattern::glob(glob, CaseMode::sensitive, error))
+                    throw CLI::ValidationError("--name", error);
+                options.names.push_back(glob);
+            },
+            "The whole name matches (*, ?, [a-z], {a,b}); several are or-ed")
+        .group(group);
+    addRegexes(table, "-r,--regex", options.regexes,
                "A part of the name matches the regular expression; or-ed with -n")
-        ->group(group);
-    addTexts(
-        app, "--path", "GLOB",
-        [&options](const std::string& glob) {
-            if (!wholePathGlob(glob))
-                throw CLI::ValidationError("--path", "the current directory is gone");
-            options.pathGlobs.push_back(glob);
-        },
-        "The whole path matches, from / or ./ on, or its end; * matches / too; several are or-ed")
-        ->group(group);
-    addRegexes(app, "--path-regex", options.pathRegexes,
+        .group(group);
+    table
+        .addTexts(
+            "--path", "GLOB",
+            [&options](const std::string& glob) {
+                if (!wholePathGlob(glob))
+                    throw CLI::ValidationError("--path", "the current directory is gone");
+                options.pathGlobs.push_back(glob);
+            },
+            "The whole path matches, from / or ./ on, or its end; * matches / too; several are "
+            "or-ed")
+        .group(group);
+    addRegexes(table, "--path-regex", options.pathRegexes,
                "A part of the whole path, from / on, matches; or-ed with --path")
-        ->group(group);
-    addTexts(
-        app, "-t,--type", "KIND|WORD",
-        [&options](const std::string& word) {
-            if (isListOfKinds(word)) {
-                for (std::size_t i = 0; i < word.size(); i += 2) addKind(word[i], options);
-                return;
-            }
-            // Criteria cannot express such a text.
-            if (word.empty() || word.find('"') != word.npos)
-                throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
-            options.types.push_back(word);
-        },
-        "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable, e "
-        "empty, several as f,d; or a "
-        "word of the file program's description: ELF, PNG; several of each are or-ed")
-        ->group(group);
+        .group(group);
+    table
+        .addTexts(
+            "-t,--type", "KIND|WORD",
+            [&options](const std::string& word) {
+                if (isListOfKinds(word)) {
+                    for (std::size_t i = 0; i < word.size(); i += 2) addKind(word[i], options);
+                    return;
+                }
+                // Criteria cannot express such a text.
+                if (word.empty() || word.find('"') != word.npos)
+                    throw CLI::ValidationError("--type", "not a word such as ELF, ASCII or PNG");
+                options.types.push_back(word);
+            },
+            "A kind: f file, d directory, l link, p pipe, s socket, b or c device, x executable, e "
+            "empty, several as f,d; or a "
+            "word of the file program's description: ELF, PNG; several of each are or-ed")
+        .group(group);
 }
 
 /// An option that takes a number of levels.
-CLI::Option* addLevels(CLI::App& app, const std::string& flag, unsigned& levels,
-                       const std::string& help) {
-    return addValue(
-        app, flag, "N",
+AddedOption addLevels(OptionTable& table, const char* flag, unsigned& levels, const char* help) {
+    return table.addValue(
+        flag, "N",
         [flag, &levels](const std::string& text) {
             levels = numberOf<unsigned>(text).value_or(0);
             if (levels == 0) throw CLI::ValidationError(flag, "not a number from 1 on");
@@ -166,154 +170,169 @@ std::optional<unsigned> groupId(const std::string& text) {
     return numberOf<unsigned>(text);
 }
 
-void addFacts(CLI::App& app, Options& options, const char* group) {
-    addValue(
-        app, "--size", "SIZE|RANGE",
-        [&options](const std::string& text) {
-            options.size = parseSizeRange(text);
-            if (!options.size)
-                throw CLI::ValidationError("--size",
-                                           "not a size or range such as 4096, 1k..2M, 1G..");
-        },
-        "So many bytes exactly, or from the first to the second: 4096, 1.5k..2M, 1G.., ..10k")
-        ->group(group);
-    addSize(app, "--larger", options.larger, "Larger than that, in bytes: 4096, 10k, 1.5M, 2GB")
-        ->group(group);
-    addSize(app, "--smaller", options.smaller, "Smaller than that")->group(group);
-    app.add_flag("--empty", options.empty, "No bytes; with -t d, no entries")->group(group);
-    addMoment(app, "--newer,--changed-within", options, options.newer,
+void addFacts(OptionTable& table, Options& options, const char* group) {
+    table
+        .addValue(
+            "--size", "SIZE|RANGE",
+            [&options](const std::string& text) {
+                options.size = parseSizeRange(text);
+                if (!options.size)
+                    throw CLI::ValidationError("--size",
+                                               "not a size or range such as 4096, 1k..2M, 1G..");
+            },
+            "So many bytes exactly, or from the first to the second: 4096, 1.5k..2M, 1G.., ..10k")
+        .group(group);
+    addSize(table, "--larger", options.larger, "Larger than that, in bytes: 4096, 10k, 1.5M, 2GB")
+        .group(group);
+    addSize(table, "--smaller", options.smaller, "Smaller than that").group(group);
+    table.addFlag("--empty", options.empty, "No bytes; with -t d, no entries").group(group);
+    addMoment(table, "--newer,--changed-within", options, options.newer,
               "Modified within that time (2h, 3w), after that date, or after that file")
-        ->group(group);
-    addMoment(app, "--older,--changed-before", options, options.older, "Modified before that")
-        ->group(group);
-    addTexts(
-        app, "--perm", "BITS",
-        [&options](const std::string& text) {
-            const auto tests = parsePermissions(text);
-            if (!tests)
-                throw CLI::ValidationError("--perm",
-                                           "not permissions such as x, u+w, u+s, 644 or =644");
-            addPermissions(*tests, options);
-        },
-        "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both), 4000 (these bits), =644 "
-        "(these alone)")
-        ->group(group);
-    addValue(
-        app, "--owner", "USER",
-        [&options](const std::string& text) {
-            options.owner = userId(text);
-            if (!options.owner) throw CLI::ValidationError("--owner", "no user " + text);
-        },
-        "Owned by that user: a name or a number")
-        ->group(group);
-    addValue(
-        app, "--group", "GROUP",
-        [&options](const std::string& text) {
-            options.group = groupId(text);
-            if (!options.group) throw CLI::ValidationError("--group", "no group " + text);
-        },
-        "Of that group: a name or a number")
-        ->group(group);
-    app.add_flag("--links", options.links, "Only symbolic links")->group(group);
+        .group(group);
+    addMoment(table, "--older,--changed-before", options, options.older, "Modified before that")
+        .group(group);
+    table
+        .addTexts(
+            "--perm", "BITS",
+            [&options](const std::string& text) {
+                const auto tests = parsePermissions(text);
+                if (!tests)
+                    throw CLI::ValidationError("--perm",
+                                               "not permissions such as x, u+w, u+s, 644 or =644");
+                addPermissions(*tests, options);
+            },
+            "Permissions: x (of anyone), u+w (of the owner), u+w,o+r (both), 4000 (these bits), "
+            "=644 "
+            "(these alone)")
+        .group(group);
+    table
+        .addValue(
+            "--owner", "USER",
+            [&options](const std::string& text) {
+                options.owner = userId(text);
+                if (!options.owner) throw CLI::ValidationError("--owner", "no user " + text);
+            },
+            "Owned by that user: a name or a number")
+        .group(group);
+    table
+        .addValue(
+            "--group", "GROUP",
+            [&options](const std::string& text) {
+                options.group = groupId(text);
+                if (!options.group) throw CLI::ValidationError("--group", "no group " + text);
+            },
+            "Of that group: a name or a number")
+        .group(group);
+    table.addFlag("--links", options.links, "Only symbolic links").group(group);
 }
 
-void addCache(CLI::App& app, Options& options, const char* group) {
-    CLI::Option* age = addDuration(
-                           app, "--max-age", 0, kGreatestAge,
-                           [&options](unsigned seconds) {
-                               options.maximumAge = seconds;
-                               options.verify = false;
-                           },
-                           "Take an answer from the cache that is up to that old, unchecked")
-                           ->group(group);
-    app.add_flag_function(
-           "--fresh", [&options](auto) { options.maximumAge = 0; },
-           "Scan again, however young the cache is; same as --max-age 0")
-        ->excludes(age)
-        ->group(group);
-    addText(app, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is")->group(group);
-    app.add_flag("--wait", options.wait,
+void addCache(OptionTable& table, Options& options, const char* group) {
+    AddedOption age = addDuration(
+                          table, "--max-age", 0, kGreatestAge,
+                          [&options](unsigned seconds) {
+                              options.maximumAge = seconds;
+                              options.verify = false;
+                          },
+                          "Take an answer from the cache that is up to that old, unchecked")
+                          .group(group);
+    table
+        .addFlag(
+            "--fresh", [&options] { options.maximumAge = 0; },
+            "Scan again, however young the cache is; same as --max-age 0")
+        .excludes(age)
+        .group(group);
+    addText(table, "--cache-dir", "DIR", options.cacheDirectory, "Where the cache is").group(group);
+    table
+        .addFlag("--wait", options.wait,
                  "Wait for other users of the cache; default: go on without it after a second")
-        ->group(group);
+        .group(group);
 }
 
 }  // namespace
 
-void addSelection(CLI::App& app, Options& options) {
+void addSelection(OptionTable& table, Options& options) {
     const char* group = "What to find";
-    addNames(app, options, group);
-    addFacts(app, options, group);
-    addTexts(app, "-w,--where", "CRITERIA", options.criteria,
+    addNames(table, options, group);
+    addFacts(table, options, group);
+    addTexts(table, "-w,--where", "CRITERIA", options.criteria,
              "Criteria, such as '[SIZE] > 4096'; and-ed with all others")
-        ->group(group);
-    app.add_flag("-i,--ignore-case", options.ignoreCase, "Upper and lower case are the same")
-        ->group(group);
+        .group(group);
+    table.addFlag("-i,--ignore-case", options.ignoreCase, "Upper and lower case are the same")
+        .group(group);
 }
 
-void addPlaces(CLI::App& app, Options& options) {
+void addPlaces(OptionTable& table, Options& options) {
     const char* group = "Where to look";
-    addTexts(app, "-x,--exclude", "PATH", options.excludes,
+    addTexts(table, "-x,--exclude", "PATH", options.excludes,
              "Leave out paths that --path would match, and all below them: node_modules, ./old, "
              "/srv/tmp*")
-        ->group(group);
-    app.add_flag("--ignore", options.ignoreFiles,
+        .group(group);
+    table
+        .addFlag("--ignore", options.ignoreFiles,
                  "Leave out what .gitignore, .ignore and .git/info/exclude ignore, and .git")
-        ->group(group);
-    app.add_flag("--no-hidden", options.noHidden,
+        .group(group);
+    table
+        .addFlag("--no-hidden", options.noHidden,
                  "Leave out names that begin with a dot, and all below such directories")
-        ->group(group);
-    app.add_flag_function(
-           "--no-recurse", [&options](auto) { options.recurse = false; },
-           "Only the directories' own files")
-        ->group(group);
-    addLevels(app, "--max-depth", options.depth.most,
+        .group(group);
+    table
+        .addFlag(
+            "--no-recurse", [&options] { options.recurse = false; },
+            "Only the directories' own files")
+        .group(group);
+    addLevels(table, "--max-depth", options.depth.most,
               "So many levels at most: 1 is what lies in the PATHs themselves")
-        ->group(group);
-    addLevels(app, "--min-depth", options.depth.least, "So many levels at least")->group(group);
-    app.add_flag("-L,--follow", options.followLinks,
+        .group(group);
+    addLevels(table, "--min-depth", options.depth.least, "So many levels at least").group(group);
+    table
+        .addFlag("-L,--follow", options.followLinks,
                  "Follow symbolic links: each counts as what it leads to")
-        ->group(group);
-    app.add_flag("--one-file-system", options.oneFileSystem, "Stay on the file system of each PATH")
-        ->group(group);
-    addTexts(app, "--fs", "TYPE", options.fileSystems, "Only file systems of this type")
-        ->group(group);
-    addTexts(app, "--not-fs", "TYPE", options.notFileSystems, "No file systems of this type")
-        ->group(group);
-    app.add_flag("--all-fs", options.allFileSystems,
+        .group(group);
+    table
+        .addFlag("--one-file-system", options.oneFileSystem, "Stay on the file system of each PATH")
+        .group(group);
+    addTexts(table, "--fs", "TYPE", options.fileSystems, "Only file systems of this type")
+        .group(group);
+    addTexts(table, "--not-fs", "TYPE", options.notFileSystems, "No file systems of this type")
+        .group(group);
+    table
+        .addFlag("--all-fs", options.allFileSystems,
                  "Also search proc, sysfs and the like; default: only where a PATH is on one")
-        ->group(group);
-    addChoice(app, "--local", options.drives, DriveChoice::local, "Only local drives")
-        ->group(group);
-    addChoice(app, "--remote", options.drives, DriveChoice::remote, "Only remote drives")
-        ->group(group);
+        .group(group);
+    addChoice(table, "--local", options.drives, DriveChoice::local, "Only local drives")
+        .group(group);
+    addChoice(table, "--remote", options.drives, DriveChoice::remote, "Only remote drives")
+        .group(group);
 }
 
-void addProvider(CLI::App& app, Options& options) {
+void addProvider(OptionTable& table, Options& options) {
     const char* group = "How to search";
-    CLI::Option* provider = addText(app, "--provider", "NAME", options.provider,
-                                    "Use this provider instead of that of the settings")
-                                ->group(group);
-    app.add_flag_function(
-           "--no-cache", [&options](auto) { options.provider = "provider_direct"; },
-           "Search without a cache; same as --provider provider_direct")
-        ->excludes(provider)
-        ->group(group);
-    addCache(app, options, group);
+    AddedOption provider = addText(table, "--provider", "NAME", options.provider,
+                                   "Use this provider instead of that of the settings")
+                               .group(group);
+    table
+        .addFlag(
+            "--no-cache", [&options] { options.provider = "provider_direct"; },
+            "Search without a cache; same as --provider provider_direct")
+        .excludes(provider)
+        .group(group);
+    addCache(table, options, group);
     addDuration(
-        app, "--timeout", 1, kGreatestSeconds,
+        table, "--timeout", 1, kGreatestSeconds,
         [&options](unsigned seconds) { options.timeoutMilliseconds = seconds * 1000; },
         "End each scan, and the reading of the cache, after that long")
-        ->group(group);
-    addValue(
-        app, "--threads", "N",
-        [&options](const std::string& text) {
-            options.threads = numberOf<unsigned>(text).value_or(0);
-            if (options.threads == 0 || options.threads > kMostThreads)
-                throw CLI::ValidationError("--threads", "not a number from 1 to 256");
-        },
-        "Read directories by so many threads at most; default 32, of which few are used unless "
-        "the disk is slow")
-        ->group(group);
+        .group(group);
+    table
+        .addValue(
+            "--threads", "N",
+            [&options](const std::string& text) {
+                options.threads = numberOf<unsigned>(text).value_or(0);
+                if (options.threads == 0 || options.threads > kMostThreads)
+                    throw CLI::ValidationError("--threads", "not a number from 1 to 256");
+            },
+            "Read directories by so many threads at most; default 32, of which few are used unless "
+            "the disk is slow")
+        .group(group);
 }
 
 namespace {
@@ -321,45 +340,47 @@ namespace {
 const std::map<std::string, WhenToUse> kWhens = {
     {"auto", WhenToUse::automatic}, {"always", WhenToUse::always}, {"never", WhenToUse::never}};
 
-void addForms(CLI::App& app, Options& options, const char* group) {
-    addChoice(app, "-l,--long", options.form, OutputForm::longer,
+void addForms(OptionTable& table, Options& options, const char* group) {
+    addChoice(table, "-l,--long", options.form, OutputForm::longer,
               "Attributes, size, modification time, path")
-        ->group(group);
-    app.add_flag("--bytes", options.exactSizes, "Sizes in bytes, not as 1.5M")->group(group);
-    addChoice(app, "--json", options.form, OutputForm::json, "One JSON object a line")
-        ->group(group);
-    addChoice(app, "--json-array", options.form, OutputForm::jsonArray, "One JSON array of them")
-        ->group(group);
-    addChoice(app, "--csv", options.form, OutputForm::csv, "Comma-separated values, with a header")
-        ->group(group);
-    app.add_flag("--with-type", options.withTypes,
+        .group(group);
+    table.addFlag("--bytes", options.exactSizes, "Sizes in bytes, not as 1.5M").group(group);
+    addChoice(table, "--json", options.form, OutputForm::json, "One JSON object a line")
+        .group(group);
+    addChoice(table, "--json-array", options.form, OutputForm::jsonArray, "One JSON array of them")
+        .group(group);
+    addChoice(table, "--csv", options.form, OutputForm::csv,
+              "Comma-separated values, with a header")
+        .group(group);
+    table
+        .addFlag("--with-type", options.withTypes,
                  "Add the file program's description to JSON and CSV")
-        ->group(group);
-    addText(app, "--format", "TEMPLATE", options.formatTemplate,
+        .group(group);
+    addText(table, "--format", "TEMPLATE", options.formatTemplate,
             "A line such as '{size} {path}'; the manual lists the fields")
-        ->group(group);
-    app.add_flag("-c,--count", options.countOnly, "Only the number of matches")->group(group);
-    app.add_flag("-0,--null", options.nullTerminated, "End each path with NUL, not newline")
-        ->group(group);
+        .group(group);
+    table.addFlag("-c,--count", options.countOnly, "Only the number of matches").group(group);
+    table.addFlag("-0,--null", options.nullTerminated, "End each path with NUL, not newline")
+        .group(group);
 }
 
-void addStyles(CLI::App& app, Options& options, const char* group) {
-    addChoice(app, "--absolute", options.pathStyle, PathStyle::absolute,
+void addStyles(OptionTable& table, Options& options, const char* group) {
+    addChoice(table, "--absolute", options.pathStyle, PathStyle::absolute,
               "Absolute paths, without links")
-        ->group(group);
-    addChoice(app, "--relative", options.pathStyle, PathStyle::relative,
+        .group(group);
+    addChoice(table, "--relative", options.pathStyle, PathStyle::relative,
               "Paths relative to the current directory")
-        ->group(group);
+        .group(group);
     addWord<WhenToUse>(
-        app, "--color", "auto|always|never", kWhens,
+        table, "--color", "auto|always|never", kWhens,
         [&options](WhenToUse when) { options.color = when; },
         "Colours of LS_COLORS; auto: on a terminal")
-        ->group(group);
+        .group(group);
     addWord<WhenToUse>(
-        app, "--hyperlinks", "auto|always|never", kWhens,
+        table, "--hyperlinks", "auto|always|never", kWhens,
         [&options](WhenToUse when) { options.hyperlinks = when; },
         "Paths that can be clicked, on terminals that know them")
-        ->group(group);
+        .group(group);
 }
 
 void addSortKeys(const std::string& text, const std::map<std::string, SortKey>& known,
@@ -374,105 +395,124 @@ void addSortKeys(const std::string& text, const std::map<std::string, SortKey>& 
     }
 }
 
-void addSorting(CLI::App& app, Options& options, const char* group) {
+void addSorting(OptionTable& table, Options& options, const char* group) {
     static const std::map<std::string, SortKey> keys = {{"path", SortKey::path},
                                                         {"name", SortKey::name},
                                                         {"pathname", SortKey::pathname},
                                                         {"size", SortKey::size},
                                                         {"modified", SortKey::modified}};
-    CLI::Option* sort =
-        addTexts(
-            app, "--sort", "path|name|pathname|size|modified",
-            [&options](const std::string& text) { addSortKeys(text, keys, options.sortKeys); },
-            "Sort by this, and by others given behind a comma; ties by pathname")
-            ->group(group);
-    app.add_flag("--reverse", options.reverse, "Sort in reverse order")->needs(sort)->group(group);
-    app.add_flag("--spill", options.spill, "Sort in a temporary file, even if memory would do")
-        ->needs(sort)
-        ->group(group);
-    addValue(
-        app, "--limit", "N",
-        [&options](const std::string& text) {
-            options.limit = numberOf<unsigned long long>(text);
-            if (options.limit.value_or(0) == 0)
-                throw CLI::ValidationError("--limit", "not a number from 1 on");
-        },
-        "Stop after so many matches")
-        ->group(group);
+    AddedOption sort =
+        table
+            .addTexts(
+                "--sort", "path|name|pathname|size|modified",
+                [&options](const std::string& text) { addSortKeys(text, keys, options.sortKeys); },
+                "Sort by this, and by others given behind a comma; ties by pathname")
+            .group(group);
+    table.addFlag("--reverse", options.reverse, "Sort in reverse order").needs(sort).group(group);
+    table.addFlag("--spill", options.spill, "Sort in a temporary file, even if memory would do")
+        .needs(sort)
+        .group(group);
+    table
+        .addValue(
+            "--limit", "N",
+            [&options](const std::string& text) {
+                options.limit = numberOf<unsigned long long>(text);
+                if (options.limit.value_or(0) == 0)
+                    throw CLI::ValidationError("--limit", "not a number from 1 on");
+            },
+            "Stop after so many matches")
+        .group(group);
 }
 
-CLI::Option* addCacheTask(CLI::App& app, Options& options, const std::string& flag, CacheTask task,
-                          const std::string& help) {
-    return addChoice(app, flag, options.cacheTask, task, help);
+AddedOption addCacheTask(OptionTable& table, Options& options, const char* flag, CacheTask task,
+                         const char* help) {
+    return addChoice(table, flag, options.cacheTask, task, help);
 }
 
 }  // namespace
 
-void addOutput(CLI::App& app, Options& options) {
+void addOutput(OptionTable& table, Options& options) {
     const char* group = "What to print";
-    addForms(app, options, group);
-    addStyles(app, options, group);
-    addSorting(app, options, group);
+    addForms(table, options, group);
+    addStyles(table, options, group);
+    addSorting(table, options, group);
 }
 
-void addReports(CLI::App& app, Options& options) {
+void addReports(OptionTable& table, Options& options) {
     const char* group = "Reports on standard error";
-    app.add_flag("--errors", options.errors, "Name each directory that could not be read")
-        ->group(group);
-    app.add_flag("--strict", options.strict,
+    table.addFlag("--errors", options.errors, "Name each directory that could not be read")
+        .group(group);
+    table
+        .addFlag("--strict", options.strict,
                  "Exit with 3 if a directory could not be read, or a file was left out")
-        ->group(group);
-    app.add_flag("-q,--quiet", options.quiet,
+        .group(group);
+    table
+        .addFlag("-q,--quiet", options.quiet,
                  "No progress, no closing line, no count of unread directories")
-        ->group(group);
-    app.add_flag("--stats", options.statistics,
+        .group(group);
+    table
+        .addFlag("--stats", options.statistics,
                  "At the end: matches, what was walked, time, where from")
-        ->group(group);
-    addValue(
-        app, "--summary", "json",
-        [&options](const std::string& text) {
-            if (text != "json") throw CLI::ValidationError("--summary", "not json");
-            options.summary = true;
-        },
-        "At the end: how complete the answer is, as a JSON object")
-        ->group(group);
-    addText(app, "--summary-file", "FILE", options.summaryFile, "Write the summary to FILE instead")
-        ->group(group);
+        .group(group);
+    table
+        .addValue(
+            "--summary", "json",
+            [&options](const std::string& text) {
+                if (text != "json") throw CLI::ValidationError("--summary", "not json");
+                options.summary = true;
+            },
+            "At the end: how complete the answer is, as a JSON object")
+        .group(group);
+    addText(table, "--summary-file", "FILE", options.summaryFile,
+            "Write the summary to FILE instead")
+        .group(group);
 }
 
-void addOthers(CLI::App& app, Options& options) {
+namespace {
+
+/// A limited table knows too little for them, and refuses them.
+void addHelp(OptionTable& table, const char* group) {
+    if (table.isLimited()) return;
+    table.app()
+        .set_version_flag("--version", std::string("fscan ") + fscanner::fsVersion(),
+                          "Print the version")
+        ->group(group);
+    table.app().set_help_flag("-h,--help", "Print this help")->group(group);
+}
+
+}  // namespace
+
+void addOthers(OptionTable& table, Options& options) {
     const char* group = "Instead of searching";
-    app.add_flag("--drives", options.listDrives, "List the drives: directory, type, file system")
-        ->group(group);
-    addText(app, "--check", "CRITERIA", options.check,
+    table.addFlag("--drives", options.listDrives, "List the drives: directory, type, file system")
+        .group(group);
+    addText(table, "--check", "CRITERIA", options.check,
             "Check the criteria, and show how it is compiled")
-        ->group(group);
-    app.add_flag("--explain", options.explain, "Show how the search would be run")->group(group);
-    addCacheTask(app, options, "--cache-status", CacheTask::status,
+        .group(group);
+    table.addFlag("--explain", options.explain, "Show how the search would be run").group(group);
+    addCacheTask(table, options, "--cache-status", CacheTask::status,
                  "Show where the cache is and what it holds")
-        ->group(group);
-    addCacheTask(app, options, "--cache-check", CacheTask::check,
+        .group(group);
+    addCacheTask(table, options, "--cache-check", CacheTask::check,
                  "Compare the cache's files with their checksums")
-        ->group(group);
-    addCacheTask(app, options, "--cache-compact", CacheTask::compact,
+        .group(group);
+    addCacheTask(table, options, "--cache-compact", CacheTask::compact,
                  "Release the space of removed records, if there are many")
-        ->group(group);
-    addValue(
-        app, "--cache-forget", "PATH",
-        [&options](const std::string& path) {
-            options.cacheTask = CacheTask::forget;
-            options.forgotten = path;
-        },
-        "Drop the tree of that directory from the cache")
-        ->group(group);
-    addCacheTask(app, options, "--cache-clear", CacheTask::clear, "Delete the cache's files")
-        ->group(group);
-    app.set_version_flag("--version", std::string("fscan ") + fscanner::fsVersion(),
-                         "Print the version")
-        ->group(group);
-    app.set_help_flag("-h,--help", "Print this help")->group(group);
-    addText(app, "--debug-log", "FILE", options.debugLog, "Write the library's debug log to FILE")
-        ->group("Finding faults");
+        .group(group);
+    table
+        .addValue(
+            "--cache-forget", "PATH",
+            [&options](const std::string& path) {
+                options.cacheTask = CacheTask::forget;
+                options.forgotten = path;
+            },
+            "Drop the tree of that directory from the cache")
+        .group(group);
+    addCacheTask(table, options, "--cache-clear", CacheTask::clear, "Delete the cache's files")
+        .group(group);
+    addHelp(table, group);
+    addText(table, "--debug-log", "FILE", options.debugLog, "Write the library's debug log to FILE")
+        .group("Finding faults");
 }
 
 void groupMostUsed(CLI::App& app) {
@@ -484,51 +524,22 @@ void groupMostUsed(CLI::App& app) {
 
 // ---- Values -----------------------------------------------------------------
 
-// No conversion of CLI11 is used: it would read "{}" and "[a,b]" as lists.
-CLI::Option* addValue(CLI::App& app, const std::string& flags, const std::string& type,
-                      const TakeText& take, const std::string& help) {
-    return app
-        .add_option(
-            flags,
-            [take](const std::vector<std::string>& results) {
-                take(results.front());
-                return true;
-            },
-            help)
-        ->type_name(type);
+AddedOption addText(OptionTable& table, const char* flags, const char* type,
+                    std::optional<std::string>& value, const char* help) {
+    return table.addValue(
+        flags, type, [&value](const std::string& text) { value = text; }, help);
 }
 
-CLI::Option* addText(CLI::App& app, const std::string& flags, const std::string& type,
-                     std::optional<std::string>& value, const std::string& help) {
-    return addValue(
-        app, flags, type, [&value](const std::string& text) { value = text; }, help);
+AddedOption addTexts(OptionTable& table, const char* flags, const char* type,
+                     std::vector<std::string>& values, const char* help) {
+    return table.addTexts(
+        flags, type, [&values](const std::string& text) { values.push_back(text); }, help);
 }
 
-CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
-                      const TakeText& take, const std::string& help) {
-    return app
-        .add_option(
-            flags,
-            [take](const std::vector<std::string>& results) {
-                for (const std::string& text : results) take(text);
-                return true;
-            },
-            help)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-        ->allow_extra_args(false)
-        ->type_name(type);
-}
-
-CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
-                      std::vector<std::string>& values, const std::string& help) {
-    return addTexts(
-        app, flags, type, [&values](const std::string& text) { values.push_back(text); }, help);
-}
-
-CLI::Option* addDuration(CLI::App& app, const std::string& flag, unsigned least, unsigned limit,
-                         const std::function<void(unsigned)>& take, const std::string& help) {
-    return addValue(
-        app, flag, "DURATION",
+AddedOption addDuration(OptionTable& table, const char* flag, unsigned least, unsigned limit,
+                        const std::function<void(unsigned)>& take, const char* help) {
+    return table.addValue(
+        flag, "DURATION",
         [flag, least, limit, take](const std::string& text) {
             const std::optional<unsigned> seconds = parseDuration(text, limit);
             if (!seconds || *seconds < least)
@@ -538,10 +549,10 @@ CLI::Option* addDuration(CLI::App& app, const std::string& flag, unsigned least,
         help);
 }
 
-CLI::Option* addSize(CLI::App& app, const std::string& flag,
-                     std::optional<unsigned long long>& bytes, const std::string& help) {
-    return addValue(
-        app, flag, "SIZE",
+AddedOption addSize(OptionTable& table, const char* flag, std::optional<unsigned long long>& bytes,
+                    const char* help) {
+    return table.addValue(
+        flag, "SIZE",
         [flag, &bytes](const std::string& text) {
             bytes = parseSize(text);
             if (!bytes) throw CLI::ValidationError(flag, "not a size such as 4096, 10k, 5M, 2G");

@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace CLI {
-class App;
-}
+#include "fscan/options/option_table.h"
 
 /// The options of the command line, in the groups of the help. Each function adds the options
 /// of one group; when they are parsed, they fill `options`.
@@ -18,49 +16,39 @@ namespace fscan {
 struct Options;
 
 // The search.
-void addSelection(CLI::App& app, Options& options);
-void addPlaces(CLI::App& app, Options& options);
-void addProvider(CLI::App& app, Options& options);
+void addSelection(OptionTable& table, Options& options);
+void addPlaces(OptionTable& table, Options& options);
+void addProvider(OptionTable& table, Options& options);
 
 // The output, and reports on standard error.
-void addOutput(CLI::App& app, Options& options);
-void addReports(CLI::App& app, Options& options);
+void addOutput(OptionTable& table, Options& options);
+void addReports(OptionTable& table, Options& options);
 
 // Tasks other than searching.
-void addOthers(CLI::App& app, Options& options);
+void addOthers(OptionTable& table, Options& options);
 
 /// Moves the options that most searches need into a group of their own, which the help shows
 /// first. To be called when all options are there.
 void groupMostUsed(CLI::App& app);
 
-/// Options with values. A value is one text and is not interpreted by CLI11.
-
-using TakeText = std::function<void(const std::string&)>;
-
-/// An option whose last use counts. `take` throws a CLI::ValidationError for a wrong
-/// value.
-CLI::Option* addValue(CLI::App& app, const std::string& flags, const std::string& type,
-                      const TakeText& take, const std::string& help);
-CLI::Option* addText(CLI::App& app, const std::string& flags, const std::string& type,
-                     std::optional<std::string>& value, const std::string& help);
+AddedOption addText(OptionTable& table, const char* flags, const char* type,
+                    std::optional<std::string>& value, const char* help);
 /// An option that can be given several times, with one value each.
-CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
-                      const TakeText& take, const std::string& help);
-CLI::Option* addTexts(CLI::App& app, const std::string& flags, const std::string& type,
-                      std::vector<std::string>& values, const std::string& help);
-CLI::Option* addDuration(CLI::App& app, const std::string& flag, unsigned least, unsigned limit,
-                         const std::function<void(unsigned)>& take, const std::string& help);
-CLI::Option* addSize(CLI::App& app, const std::string& flag,
-                     std::optional<unsigned long long>& bytes, const std::string& help);
+AddedOption addTexts(OptionTable& table, const char* flags, const char* type,
+                     std::vector<std::string>& values, const char* help);
+AddedOption addDuration(OptionTable& table, const char* flag, unsigned least, unsigned limit,
+                        const std::function<void(unsigned)>& take, const char* help);
+AddedOption addSize(OptionTable& table, const char* flag, std::optional<unsigned long long>& bytes,
+                    const char* help);
 
 /// A flag that makes one of several choices; an error where another one was made before.
 template <class Choice>
-CLI::Option* addChoice(CLI::App& app, const std::string& flag, Choice& chosen, Choice one,
-                       const std::string& help) {
+AddedOption addChoice(OptionTable& table, const char* flag, Choice& chosen, Choice one,
+                      const char* help) {
     const Choice usual = chosen;
-    return app.add_flag_function(
+    return table.addFlag(
         flag,
-        [&chosen, usual, one, flag](auto) {
+        [&chosen, usual, one, flag] {
             if (chosen != usual && chosen != one)
                 throw CLI::ValidationError(flag, "not with the others of its kind");
             chosen = one;
@@ -68,14 +56,14 @@ CLI::Option* addChoice(CLI::App& app, const std::string& flag, Choice& chosen, C
         help);
 }
 
-/// An option that takes one of the words.
+/// An option that takes one of the words, which must outlive the table.
 template <class Choice>
-CLI::Option* addWord(CLI::App& app, const std::string& flag, const std::string& type,
-                     const std::map<std::string, Choice>& words,
-                     const std::function<void(Choice)>& take, const std::string& help) {
-    return addValue(
-        app, flag, type,
-        [flag, words, take](const std::string& value) {
+AddedOption addWord(OptionTable& table, const char* flag, const char* type,
+                    const std::map<std::string, Choice>& words,
+                    const std::function<void(Choice)>& take, const char* help) {
+    return table.addValue(
+        flag, type,
+        [flag, &words, take](const std::string& value) {
             const auto found = words.find(value);
             if (found == words.end()) {
                 std::string known;

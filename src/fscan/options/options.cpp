@@ -4,12 +4,14 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string_view>
 
 #include "fscan/options/hints.h"
 #include "fscan/options/option_groups.h"
+#include "fscan/options/option_table.h"
 #include "fscan/options/words.h"
 #include "fscan/output/output.h"
 #include "fscan/process/exit_status.h"
@@ -269,7 +271,8 @@ Words takeNegations(const Words& arguments, Options& options) {
             negated.pattern = checkedPattern(*at++);
         } else {
             CLI::App app;
-            addSelection(app, negated);
+            OptionTable table(app, arguments);
+            addSelection(table, negated);
             const std::size_t length = lengthOf(app, *at);
             if (length == 0 || *at == "-i" || *at == "--ignore-case")
                 throw wrong(fmt::format("--not {}: no condition", *at));
@@ -294,56 +297,83 @@ void addNegation(CLI::App& app) {
 
 /// For the help, and to refuse a command that does not stand apart, as in -eCMD: `takeCommands`
 /// takes all others out before CLI11 reads the arguments.
-void addCommand(CLI::App& app, const std::string& flags, const std::string& type,
-                const std::string& help) {
-    const std::string name = flags.substr(flags.find("--"));
+void addCommand(OptionTable& table, const char* flags, const char* type, const char* help) {
+    const std::string name = std::strstr(flags, "--");
     const auto refuse = [name](const std::string& text) {
         throw CLI::ValidationError(name,
                                    "its command must stand apart" + extensionHint(name, {text}));
     };
-    addValue(app, flags, type, refuse, help)->group("What to run");
+    table.addValue(flags, type, refuse, help).group("What to run");
 }
 
-void addCommands(CLI::App& app) {
-    addCommand(app, "-e,--exec", "CMD... ;", "Run CMD for each match, in order; {} is its path");
-    addCommand(app, "--exec-batch", "CMD... +",
+void addCommands(OptionTable& table) {
+    addCommand(table, "-e,--exec", "CMD... ;", "Run CMD for each match, in order; {} is its path");
+    addCommand(table, "--exec-batch", "CMD... +",
                "Run CMD with as many matches as it can take for {}");
-    addCommand(app, "--exec-dir", "CMD... ;",
+    addCommand(table, "--exec-dir", "CMD... ;",
                "Run CMD for each match in its directory; {} is ./NAME; safest");
 }
 
-}  // namespace
+void addOptions(OptionTable& table, Options& options) {
+    table.app().allow_extras();
+    addSelection(table, options);
+    if (!table.isLimited()) addNegation(table.app());
+    addPlaces(table, options);
+    addProvider(table, options);
+    addOutput(table, options);
+    addCommands(table);
+    addReports(table, options);
+    addOthers(table, options);
+}
 
-std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, Output& out) {
+/// Throws a CLI::ParseError for wrong arguments.
+void readArguments(CLI::App& app, Words arguments, Options& options) {
+    arguments = takeCommands(arguments, options);
+    refuseMisread(misreadOption(app, arguments));
+    arguments = takeNegations(arguments, options);
+    refuseTerminator(arguments);
+    std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
+    app.parse(arguments);
+    takePaths(app, options.paths);
+    takePattern(options);
+    refuseMisread(commandForExclude(options));
+    refuseContradictions(options);
+}
+
+/// What nobody asked for, and what is worth a note.
+void settle(Options& options) {
+    settleKinds(options);
+    if (options.followLinks && !options.provider) options.provider = "provider_direct";
+    noteImpossible(options);
+}
+
+/// Reads the arguments with a table of the options that they name. Nothing where they are wrong or
+/// ask for help.
+std::optional<Options> readNamed(const Words& arguments) {
+    try {
+        std::optional<Options> options(std::in_place);
+        CLI::App app;
+        OptionTable table(app, arguments);
+        addOptions(table, *options);
+        readArguments(app, arguments, *options);
+        return options;
+    } catch (const CLI::ParseError&) {
+        return std::nullopt;
+    }
+}
+
+/// Reads the arguments with a table of all options, and answers what is no search.
+std::optional<ExitStatus> readOrTell(const Words& arguments, Options& options, Output& out) {
     CLI::App app(kDescription, "fscan");
     app.formatter(std::make_shared<HelpFormatter>());
-    app.allow_extras();
     app.footer(kExitStatuses);
-    addSelection(app, options);
-    addNegation(app);
-    addPlaces(app, options);
-    addProvider(app, options);
-    addOutput(app, options);
-    addCommands(app);
-    addReports(app, options);
-    addOthers(app, options);
+    OptionTable table(app);
+    addOptions(table, options);
     groupMostUsed(app);
     const CLI::Option* words = app.add_flag("--list-words")->group("");  // for completions
     try {
-        std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-        arguments = takeCommands(arguments, options);
-        refuseMisread(misreadOption(app, arguments));
-        arguments = takeNegations(arguments, options);
-        refuseTerminator(arguments);
-        std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
-        app.parse(arguments);
-        takePaths(app, options.paths);
-        takePattern(options);
-        refuseMisread(commandForExclude(options));
-        refuseContradictions(options);
-        settleKinds(options);
-        if (options.followLinks && !options.provider) options.provider = "provider_direct";
-        noteImpossible(options);
+        readArguments(app, arguments, options);
+        settle(options);
         if (words->count() == 0) return std::nullopt;
         listWords(app, out);
     } catch (const CLI::CallForHelp&) {
@@ -356,6 +386,17 @@ std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, 
         return ExitStatus::usage;
     }
     return ExitStatus::found;
+}
+
+}  // namespace
+
+std::optional<ExitStatus> parseOptions(int argc, char** argv, Options& options, Output& out) {
+    const Words arguments(argv + std::min(argc, 1), argv + argc);
+    std::optional<Options> named = readNamed(arguments);
+    if (!named) return readOrTell(arguments, options, out);
+    options = std::move(*named);
+    settle(options);
+    return std::nullopt;
 }
 
 const fscanner::FsSettings& settings() {
