@@ -3,6 +3,7 @@
 #include <cstring>
 
 #if defined(__x86_64__)
+#include <cpuid.h>
 #include <nmmintrin.h>
 #define FSCANNER_CRC_INSTRUCTION [[gnu::target("sse4.2")]]
 #elif defined(__ARM_FEATURE_CRC32) && defined(__AARCH64EL__)
@@ -60,8 +61,13 @@ std::uint64_t wordAt(const std::byte* at) {
 
 #if defined(__x86_64__)
 
+// Not __builtin_cpu_supports: that asks the processor many times at each start, whether a checksum
+// is needed or not, and under a hypervisor each time costs microseconds.
 bool hasInstruction() {
-    static const bool has = __builtin_cpu_supports("sse4.2") != 0;
+    static const bool has = [] {
+        unsigned a = 0, b = 0, c = 0, d = 0;
+        return __get_cpuid(1, &a, &b, &c, &d) != 0 && (c & bit_SSE4_2) != 0;
+    }();
     return has;
 }
 
