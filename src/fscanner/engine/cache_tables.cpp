@@ -129,16 +129,14 @@ std::unique_ptr<FS_Table> TableKind::create(const std::wstring& name, const Tabl
 
 CacheLookups::CacheLookups() {
     for (const wchar_t* name : {L"id", L"pathid", L"parentid"}) variables_.add(name, FIELD_INT32);
-    for (const wchar_t* name : {L"pathname", L"shortpathname", L"filename", L"shortfilename"})
-        variables_.add(name, FIELD_TEXT);
+    variables_.add(L"pathname", FIELD_TEXT);
     id_ = fieldAs<Int32Field>(variables_.at(0));
     pathId_ = fieldAs<Int32Field>(variables_.at(1));
     parentId_ = fieldAs<Int32Field>(variables_.at(2));
     pathName_ = fieldAs<TextField>(variables_.at(3));
 
     for (const wchar_t* name : {L"ID", L"PATHID", L"PARENTID"}) fields_.add(name, FIELD_INT32);
-    for (const wchar_t* name : {L"PATHNAME", L"SHORTPATHNAME", L"FILENAME", L"SHORTFILENAME"})
-        fields_.add(name, FIELD_TEXT);
+    fields_.add(L"PATHNAME", FIELD_TEXT);
 
     valid_ = true;
     const auto make = [this](const wchar_t* criteria) {
@@ -150,11 +148,7 @@ CacheLookups::CacheLookups() {
     ceByPathId_ = make(L"[PATHID]==pathid");
     ceByParentId_ = make(L"[PARENTID]==parentid");
     ceById_ = make(L"[ID]==id");
-    ceByShortOrLongPathName_ = make(L"[SHORTPATHNAME]==shortpathname || [PATHNAME]==pathname");
     ceByPathName_ = make(L"[PATHNAME]==pathname");
-    ceByPathIdAndShortOrLongFileName_ =
-        make(L"[PATHID]==pathid && ([FILENAME]==filename || [SHORTFILENAME]==shortfilename)");
-    ceByPathIdAndFileName_ = make(L"[PATHID]==pathid && [FILENAME]==filename");
     ceAnyPathName_ = make(L"1==1");
 }
 

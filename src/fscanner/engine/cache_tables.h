@@ -107,10 +107,7 @@ private:
     std::unique_ptr<CriteriaEvaluator> ceByPathId_;
     std::unique_ptr<CriteriaEvaluator> ceByParentId_;
     std::unique_ptr<CriteriaEvaluator> ceById_;
-    std::unique_ptr<CriteriaEvaluator> ceByShortOrLongPathName_;
     std::unique_ptr<CriteriaEvaluator> ceByPathName_;
-    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndShortOrLongFileName_;
-    std::unique_ptr<CriteriaEvaluator> ceByPathIdAndFileName_;
     std::unique_ptr<CriteriaEvaluator> ceAnyPathName_;  // for names that are patterns
     ExpValue hashInfo_;
     bool valid_ = false;
