@@ -160,6 +160,7 @@ std::string_view takeInfoField(std::string_view& line) {
 
 /// Decodes a field of mountinfo, where every "\" begins an escape of three octal digits.
 std::string decodeOctal(std::string_view field) {
+    if (field.find('\\') == field.npos) return std::string(field);
     const auto isDigit = [](char c) { return c >= '0' && c <= '7'; };
     std::string text;
     while (!field.empty()) {
@@ -175,8 +176,8 @@ std::string decodeOctal(std::string_view field) {
 }
 
 struct InfoLine {
-    std::string id;
-    std::string parent;
+    std::string_view id;  // of the table's text, like the parent
+    std::string_view parent;
     std::string directory;
     MountEntry mount;
 };
@@ -209,7 +210,7 @@ public:
             // The parent of the root mount is not in the list. After chroot the root mount may
             // be missing, too, and so the parent of its children. All such mounts hang on "".
             const bool listed = line.parent != line.id && ids.contains(line.parent);
-            mounts_[{listed ? std::string_view(line.parent) : "", line.directory}] = line.id;
+            mounts_[{listed ? line.parent : "", line.directory}] = line.id;
         }
     }
 
@@ -265,11 +266,13 @@ void setMountTablePath(const char* path) {
 
 void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
     std::vector<InfoLine> lines;
+    lines.reserve(static_cast<std::size_t>(std::count(text.begin(), text.end(), '\n')) + 1);
     while (!text.empty()) {
         if (std::optional<InfoLine> line = parseInfoLine(takeLine(text)))
             lines.push_back(std::move(*line));
     }
     const MountTree tree(lines);
+    list.reserve(list.size() + lines.size());
     for (InfoLine& line : lines) {
         if (tree.reachedBy(line.directory) == line.id) list.push_back(std::move(line.mount));
     }
