@@ -280,8 +280,10 @@ void parseMountInfo(std::string_view text, std::vector<MountEntry>& list) {
 
 std::optional<MountTable> readMountTable() {
     std::optional<std::string> text;
-    const bool missing = tablePath() == kDefaultMountTable && access(kDefaultMountTable, F_OK) != 0;
-    if (missing || isOfKernel(mountTablePath())) text = readWholeFile(kKernelMountInfo);
+    const bool ofKernel = isOfKernel(mountTablePath());
+    const bool missing =
+        !ofKernel && tablePath() == kDefaultMountTable && access(kDefaultMountTable, F_OK) != 0;
+    if (missing || ofKernel) text = readWholeFile(kKernelMountInfo);
     if (text) return MountTable{std::move(*text), true};
     text = readWholeFile(missing ? kKernelMountTable : mountTablePath());
     if (text) return MountTable{std::move(*text), false};
