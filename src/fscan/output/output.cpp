@@ -44,9 +44,7 @@ int openNonBlocking(int descriptor) {
 Output::Output(int descriptor)
     : descriptor_(descriptor),
       terminal_(isatty(descriptor) == 1),
-      mayBlock_(terminal_ || isPipeOrSocket(descriptor)) {
-    buffer_.reserve(2 * kPieceSize);
-}
+      mayBlock_(terminal_ || isPipeOrSocket(descriptor)) {}
 
 Output::~Output() {
     if (nonBlockingFile_.value_or(-1) != -1) close(*nonBlockingFile_);
