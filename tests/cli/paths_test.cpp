@@ -156,6 +156,18 @@ TEST_F(PathsTest, OptionsStandAnywhereAndPathsMayFollowDashes) {
     EXPECT_THAT(found({"-n", "f", "--", "-d"}), ElementsAre("-d/f"));
 }
 
+// Only options that the arguments name are looked at, and all of them where they are wrong.
+TEST_F(PathsTest, OptionsAreKnownHoweverTheyAreNamed) {
+    EXPECT_THAT(found({"-in", "B", "top/"}), ElementsAre("top/sub/b"));
+    EXPECT_THAT(found({"-i-name", "B", "top/"}), ElementsAre("top/sub/b"));
+    EXPECT_THAT(found({"--not", "-nb", "-r", "^[ab]$", "top/"}), ElementsAre("top/a"));
+    EXPECT_EQ(run({"-n", "-c", "top/"}).status, 1) << "-c is the value of -n";
+    EXPECT_EQ(run({"-n", "a", "--reverse"}).err,
+              "fscan: --reverse requires --sort; see fscan --help\n");
+    EXPECT_EQ(run({"--fresh", "--max-age=1d", "-n", "a"}).err,
+              "fscan: --max-age excludes --fresh; see fscan --help\n");
+}
+
 TEST_F(PathsTest, FileSystemsAndDrivesNarrowTheSearch) {
     const std::string proc = "/proc/self/task";
     if (!std::filesystem::exists(proc)) GTEST_SKIP() << "no proc file system";
