@@ -35,9 +35,10 @@ constexpr std::size_t kMostNodes = 16384;
 // So many files of one directory are examined ahead.
 constexpr std::size_t kMostFacts = 1024;
 constexpr std::size_t kReadBuffer = 64 * 1024;
-// A directory in memory is read in less time; and the share of slow readings in the time of the
-// walk from which on the disk is what it waits for.
+// A directory in memory is read in less time.
 constexpr std::chrono::microseconds kSlow{150};
+// The disk is what a walk waits for if slow readings take so much time, and such a share of all.
+constexpr std::chrono::milliseconds kSlowTime{2};
 constexpr unsigned kSlowShare = 8;
 // More memory than this is not kept for the next directory.
 constexpr std::size_t kMostKept = 16 * 1024;
@@ -97,7 +98,7 @@ public:
     void end(Branch& branch);
     bool giveBack();
     /// Whether the walk mostly waits for the disk.
-    bool isSlow() const { return slow_ * kSlowShare > Clock::now() - began_; }
+    bool isSlow() const { return slow_ > kSlowTime && slow_ * kSlowShare > Clock::now() - began_; }
 
 private:
     using Clock = std::chrono::steady_clock;
