@@ -36,10 +36,10 @@ constexpr std::size_t kMostNodes = 16384;
 constexpr std::size_t kMostFacts = 1024;
 constexpr std::size_t kReadBuffer = 64 * 1024;
 // A directory in memory is read in less time.
-constexpr std::chrono::microseconds kSlow{150};
+constexpr std::chrono::microseconds kSlow{100};
 // The disk is what a walk waits for if slow readings take so much time, and such a share of all.
-constexpr std::chrono::milliseconds kSlowTime{2};
-constexpr unsigned kSlowShare = 8;
+constexpr std::chrono::milliseconds kSlowTime{10};
+constexpr unsigned kSlowShare = 3;
 // More memory than this is not kept for the next directory.
 constexpr std::size_t kMostKept = 16 * 1024;
 
