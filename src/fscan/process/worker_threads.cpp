@@ -2,9 +2,8 @@
 
 #include <sys/resource.h>
 
-#include <csignal>
-
 #include <algorithm>
+#include <csignal>
 #include <system_error>
 #include <utility>
 
@@ -14,7 +13,8 @@ namespace {
 
 constexpr rlim_t kDescriptors = 4096;
 
-/// For directories that are read ahead. Few systems allow many unless a program asks for it.
+/// For directories that are read ahead: a scan looks at the limit when it begins. Few systems allow
+/// many unless a program asks for it.
 void allowDescriptors() {
     struct rlimit limit {};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
@@ -41,7 +41,9 @@ private:
 }  // namespace
 
 WorkerThreads::WorkerThreads(unsigned threads)
-    : most_(threads - 1), previous_(fscanner::fsSetWorkers(most_ > 0 ? this : nullptr)) {}
+    : most_(threads - 1), previous_(fscanner::fsSetWorkers(most_ > 0 ? this : nullptr)) {
+    if (most_ > 0) allowDescriptors();
+}
 
 WorkerThreads::~WorkerThreads() {
     fscanner::fsSetWorkers(previous_);
@@ -62,7 +64,6 @@ bool WorkerThreads::submit(std::function<void()> task) {
         return true;
     }
     try {
-        if (threads_.empty()) allowDescriptors();
         const SignalsBlocked blocked;
         threads_.emplace_back([this] { work(); });
     } catch (const std::system_error&) {
