@@ -78,12 +78,16 @@ class Tree:
         """A search that compares the warm cache with the disk first."""
         return f"fscan --cache-dir {q(self.cache)} {options} {q(self.path)}"
 
+    def all_directories(self) -> list[str]:
+        found = subprocess.run(["find", self.path, "-type", "d"], capture_output=True, text=True,
+                               check=True)
+        return sorted(found.stdout.splitlines())
+
     def change(self, count: int) -> None:
         """Changes the entries of so many directories, which end as they were."""
         if not self.directories:
-            found = subprocess.run(["find", self.path, "-type", "d"], capture_output=True,
-                                   text=True, check=True).stdout.splitlines()
-            self.directories = sorted(found)[::max(1, len(found) // count)][:count]
+            found = self.all_directories()
+            self.directories = found[::max(1, len(found) // count)][:count]
         for directory in self.directories:
             file = Path(directory) / "changed"
             file.touch()
@@ -93,9 +97,7 @@ class Tree:
         """Every hundredth directory gets a file of ignore rules, once."""
         if (self.path / ".ignore").exists():
             return
-        found = subprocess.run(["find", self.path, "-type", "d"], capture_output=True, text=True,
-                               check=True).stdout.splitlines()
-        for directory in sorted(found)[::100]:
+        for directory in self.all_directories()[::100]:
             (Path(directory) / ".ignore").write_text("*.o\n/build/\n!keep.o\n**/*config*.h\n")
 
     def fscan(self, options: str) -> str:
