@@ -84,6 +84,14 @@ void LinuxMmFile::expectRandomAccess() {
     if (address_ != nullptr) advise(mappedLength_);
 }
 
+void LinuxMmFile::readAhead(unsigned offset, unsigned count) const {
+    if (address_ == nullptr || offset >= logicalSize_) return;
+    static const auto page = static_cast<unsigned>(::sysconf(_SC_PAGESIZE));
+    const unsigned start = offset - offset % page;
+    const unsigned length = std::min(count, logicalSize_ - offset) + offset - start;
+    ::madvise(address_ + start, length, MADV_WILLNEED);
+}
+
 unsigned int LinuxMmFile::read(void* buffer, unsigned int count) {
     const unsigned left = address_ != nullptr ? logicalSize_ - position_ : 0;
     const unsigned available = std::min(count, left);

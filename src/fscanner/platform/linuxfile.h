@@ -90,6 +90,8 @@ public:
     bool sync();
     /// Turns the kernel's read-ahead off, for access at random positions.
     void expectRandomAccess();
+    /// Starts reading these bytes, as far as the file has them, and does not wait. Only a hint.
+    void readAhead(unsigned offset, unsigned count) const;
     /// Whether `close` waits until the content is on disk. On by default. Turn it off
     /// for files that a crash of the system may lose.
     void setSyncOnClose(bool on) { syncOnClose_ = on; }

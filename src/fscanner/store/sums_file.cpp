@@ -1,6 +1,7 @@
 #include "fscanner/store/sums_file.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -182,6 +183,11 @@ bool SummedFile::close() {
 namespace {
 
 constexpr unsigned kSum = BlockSums::kSum;
+// In blocks: what is read ahead at first, and at most.
+constexpr long kFirstWindow = 16;
+constexpr long kLastWindow = 2048;
+// The next block of a walk is at most so many blocks away.
+constexpr long kNear = 4;
 
 std::uint32_t sumAt(const std::byte* sums, unsigned block) {
     return loadInteger<std::uint32_t>(sums + std::size_t{kSum} * block);
@@ -197,7 +203,30 @@ bool BlockSums::open(LinuxMmFile& file) {
     file_ = &file;
     unchecked_ = size_;
     file.addWatch(*this);
+    last_ = window_ = 0;
+    if (size_ > 0) file.expectRandomAccess();
     return true;
+}
+
+// A lookup goes to a few blocks here and there; the kernel, which cannot know, would read up to
+// megabytes around each. So it reads what is asked for, and the blocks of a walk are asked for
+// early.
+void BlockSums::readAhead(long block) {
+    const long moved = block - std::exchange(last_, block);
+    if (moved * step_ < 0 || std::abs(moved) > kNear) {
+        step_ = moved < 0 ? -1 : 1;
+        window_ = 0;
+        return;
+    }
+    if (window_ == 0) edge_ = block;
+    if ((edge_ - block) * step_ > window_ / 2) return;
+    window_ = std::clamp(2 * window_, kFirstWindow, kLastWindow);
+    const long end = std::clamp(edge_ + step_ * window_, 0L, static_cast<long>(checked_.size()));
+    if (end == edge_) return;
+    const auto [first, last] = std::minmax(edge_, end);
+    file_->readAhead(static_cast<unsigned>(first) * kBlock,
+                     static_cast<unsigned>(last - first) * kBlock);
+    edge_ = end;
 }
 
 bool BlockSums::fail(unsigned offset) {
@@ -209,6 +238,7 @@ bool BlockSums::fail(unsigned offset) {
 }
 
 bool BlockSums::check(unsigned block) {
+    readAhead(block);
     const std::byte* at = file_->content().data() + std::size_t{kBlock} * block;
     if (crc32c({at, knownLength(block)}) != sumAt(sums_, block)) return fail(block * kBlock);
     checked_[block] = true;
@@ -222,6 +252,7 @@ bool BlockSums::compareAll() {
     const unsigned blocks = static_cast<unsigned>(checked_.size());
     unsigned block = 0;
     for (; block + 3 < blocks; block += 3) {
+        for (unsigned i = 0; i < 3; ++i) readAhead(block + i);
         const auto sums =
             crc32cOfThree(file_->content().data() + std::size_t{kBlock} * block, kBlock);
         for (unsigned i = 0; i < sums.size(); ++i)

@@ -89,6 +89,7 @@ private:
     }
     bool compareAll();
     bool check(unsigned block);
+    void readAhead(long block);
     bool fail(unsigned offset);
     bool isSumCurrent(unsigned block) const;
     unsigned knownLength(unsigned block) const { return std::min(kBlock, size_ - block * kBlock); }
@@ -99,7 +100,12 @@ private:
     const std::byte* sums_;
     std::vector<std::byte> own_;  // the memory of `sums_`, once computed here
     LinuxMmFile* file_ = nullptr;
-    unsigned unchecked_ = 0;     // only below this offset may blocks be left to compare
+    unsigned unchecked_ = 0;  // only below this offset may blocks be left to compare
+    // In blocks. A walk goes to near blocks in one direction.
+    long last_ = 0;              // the one that was compared last
+    long edge_ = 0;              // those of the walk up to this one are being read
+    long step_ = 1;              // the direction: 1 or -1
+    long window_ = 0;            // so many were asked for last; 0 where there is no walk
     std::vector<bool> checked_;  // by block: was compared
     std::vector<bool> changed_;  // by block; empty when no block was changed
     bool damaged_ = false;
