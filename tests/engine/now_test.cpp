@@ -6,6 +6,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <optional>
 #include <random>
 #include <set>
 #include <thread>
@@ -23,6 +24,7 @@
 #include "support/fault_scale.h"
 #include "support/permissions.h"
 #include "support/private_mounts.h"
+#include "support/test_workers.h"
 
 namespace fscanner {
 namespace {
@@ -78,11 +80,19 @@ private:
     FsScanObserver* previous_;
 };
 
-class VerifiedCache : public testing::TestWithParam<bool> {
+/// Where the tree is, and how many threads help.
+struct Setting {
+    const char* name;
+    bool inMemory;
+    unsigned threads;
+};
+
+class VerifiedCache : public testing::TestWithParam<Setting> {
 protected:
     VerifiedCache() : provider(createProvider(nullptr)) {
         provider->setOption(FS_OPTION_CACHE_DIRECTORY, place.path("cache").c_str());
         provider->setOption(FS_OPTION_VERIFY, "true");
+        if (GetParam().threads > 0) workers.emplace(GetParam().threads);
     }
 
     struct TreeQuery : FsQuery {
@@ -124,7 +134,8 @@ protected:
     void runHistory(bool mounts);
     static void wait() { std::this_thread::sleep_for(std::chrono::milliseconds(40)); }
 
-    TempTree tree{GetParam() ? memoryDirectory() : fs::temp_directory_path()};
+    std::optional<TestWorkers> workers;
+    TempTree tree{GetParam().inMemory ? memoryDirectory() : fs::temp_directory_path()};
     TempTree place;
     std::unique_ptr<FsProvider> provider;
 };
@@ -271,7 +282,7 @@ timeval steadyClock() {
 /// too.
 void VerifiedCache::runHistory(bool mounts) {
     setClockSource(shiftedClock, steadyClock);
-    std::mt19937 random(GetParam() ? 21 : 22);
+    std::mt19937 random(GetParam().inMemory ? 21 : 22);
     const auto below = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };
     const TempTree outside{fs::path(tree.path()).parent_path()};
     outside.directory("x");
@@ -287,7 +298,7 @@ void VerifiedCache::runHistory(bool mounts) {
                (below(3) == 0 ? "\xff*" : "");
     };
     // A file that is written to changes no directory: a criteria over sizes alone may miss it.
-    const bool inPlace = GetParam();
+    const bool inPlace = GetParam().inMemory;
     const auto write = [&](const std::string& path, int flags) {
         if (!inPlace && ::unlink(path.c_str()) == 0) flags |= O_CREAT;
         const int file = ::open(path.c_str(), O_WRONLY | O_NOFOLLOW | flags, 0600);
@@ -702,8 +713,10 @@ TEST_P(VerifiedCache, ANameThatWasGivenTwiceIsThereOnce) {
     EXPECT_EQ(names(), (Answer{"a/b/f", "a/b/new", "a/g", "a/new"}));
 }
 
-INSTANTIATE_TEST_SUITE_P(Places, VerifiedCache, testing::Bool(),
-                         [](const auto& place) { return place.param ? "memory" : "disk"; });
+INSTANTIATE_TEST_SUITE_P(Places, VerifiedCache,
+                         testing::Values(Setting{"disk", false, 0}, Setting{"memory", true, 0},
+                                         Setting{"threads", true, 4}),
+                         [](const auto& setting) { return setting.param.name; });
 
 }  // namespace
 }  // namespace fscanner

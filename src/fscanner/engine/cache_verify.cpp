@@ -2,13 +2,16 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/examine_ahead.h"
 
 // The records of directories are met in the order of storage, which is that of their IDs: a
 // directory comes behind the one that holds it, and mostly in the order of the walk that built
@@ -18,6 +21,10 @@
 //
 // A level is opened when the first directory in it is looked at. Most directories hold no other,
 // and cost one call.
+//
+// With workers, records are read ahead in batches. A second chain, of all directories that the
+// records tell of, gives the paths by which tasks reach them. What the tasks did not find out, for
+// whatever reason, is looked at as without them.
 
 namespace fscanner {
 
@@ -34,19 +41,62 @@ struct Level {
     unsigned id = 0;
     std::string name;
     Directory directory;
-    std::size_t pathLength = 0;  // of the path with its final "/"
 };
+
+/// Null where none lies inside the tree.
+const MountMap* mountsInside(const TreeView& view) {
+    return view.mounts.hasInside(view.root.path.getPathName()) ? &view.mounts : nullptr;
+}
 
 bool isAbsent(int error) {
     return error == ENOENT || error == ENOTDIR || error == ELOOP;
 }
+
+/// The records of the directories of a tree but for its root, in the order of storage.
+class TreeRecords {
+public:
+    TreeRecords(CacheStore& store, const TreeView& view);
+
+    void begin(unsigned rootId, unsigned record);
+    /// Adds the next records. False at the end, or where one is damaged.
+    bool read(ExamineBatch& batch);
+    bool damaged() const { return damaged_; }
+    /// Decodes one.
+    bool decode(unsigned record, KnownDirectory& directory);
+
+private:
+    struct Step {
+        unsigned id;
+        std::size_t length;      // of the path
+        std::size_t wideLength;  // of the wide one
+    };
+    bool moveNext();
+    bool enterParent(unsigned parent);
+    void place(ExamineBatch& batch);
+
+    CacheStore& store_;
+    const PathDrive& root_;
+    const MountMap* mounts_;  // null where none lies inside
+    const unsigned levels_;
+    std::optional<std::vector<TreeMember>> small_;
+    std::size_t position_ = 0;
+    unsigned record_ = 0;
+    unsigned rootId_ = 0;
+    bool damaged_ = false;
+    std::vector<StoredValue> values_;
+    // From the root to the last directory.
+    std::vector<Step> steps_;
+    std::string path_;   // relative, with a final "/"
+    std::wstring wide_;  // absolute, likewise; only where there are mounts
+};
 
 class TreeVerification {
 public:
     TreeVerification(CacheStore& store, const TreeView& view)
         : store_(store),
           root_(view.root),
-          mounts_(view.mounts.hasInside(root_.path.getPathName()) ? &view.mounts : nullptr),
+          mounts_(mountsInside(view)),
+          records_(store, view),
           goesOn_(view.goesOn),
           wanted_(view.levels),
           chain_(store) {}
@@ -57,8 +107,7 @@ private:
     bool enterRoot(unsigned id);
     bool hasStamps(unsigned id);
     bool mayGoOn();
-    bool readRecord(unsigned record);
-    bool decode(unsigned record);
+    bool verifyBelow();
     void visit();
     bool isInside(unsigned id) const {
         return std::binary_search(inside_.begin(), inside_.end(), id);
@@ -67,11 +116,12 @@ private:
     void push();
     const Directory* open(std::size_t level);
     bool look(const Directory* parent);
+    bool judge(const Directory* parent, int error, const struct stat& info);
     const StampTrust* trustAt(const Directory* parent, const struct stat& info);
     bool isCovered(const std::wstring& directory) const {
         return mounts_ && mounts_->stops(directory, root_.drive);
     }
-    void note(State state) { result_.stale.push_back({id_, state}); }
+    void note(State state) { result_.stale.push_back({at_.id, state}); }
     void noteCovered();
     void compare(const struct stat& info, const StampTrust* trust);
     void visitLate();
@@ -80,9 +130,10 @@ private:
     CacheStore& store_;
     const PathDrive& root_;
     const MountMap* mounts_;  // null where none lies inside
+    TreeRecords records_;
     const GoesOn& goesOn_;
     unsigned wanted_;       // levels
-    unsigned records_ = 0;  // looked at
+    unsigned visited_ = 0;  // records
     DirectoryChain chain_;
     Verification result_;
     const StampTrust* trust_ = nullptr;
@@ -92,13 +143,89 @@ private:
     std::size_t depth_ = 0;
     std::vector<unsigned> inside_;
     std::vector<unsigned> late_;  // records
-    std::wstring path_;           // of the last level, with its final "/", where there are mounts
-    // The record at hand.
-    std::vector<StoredValue> values_;
-    unsigned id_ = 0;
-    unsigned parent_ = 0;
-    std::string name_;
+    KnownDirectory at_;           // the one at hand
 };
+
+// ---- Records ----------------------------------------------------------------
+
+TreeRecords::TreeRecords(CacheStore& store, const TreeView& view)
+    : store_(store), root_(view.root), mounts_(mountsInside(view)), levels_(view.levels) {}
+
+void TreeRecords::begin(unsigned rootId, unsigned record) {
+    rootId_ = rootId;
+    record_ = record;
+    small_ = CacheTree(store_).smallTree(rootId);
+    if (mounts_) {
+        wide_ = root_.path.getPathName();
+        endWithSeparator(wide_);
+    }
+    steps_ = {{rootId, 0, wide_.size()}};
+}
+
+bool TreeRecords::moveNext() {
+    if (!small_) return store_.directories().moveNext(record_);
+    if (++position_ == small_->size()) return false;
+    record_ = (*small_)[position_].record;
+    return true;
+}
+
+bool TreeRecords::read(ExamineBatch& batch) {
+    while (!batch.isFull()) {
+        if (damaged_ || !moveNext()) return false;
+        KnownDirectory& directory = batch.directories.emplace_back();
+        if (!decode(record_, directory)) {
+            damaged_ = true;
+            batch.directories.pop_back();
+        } else if (directory.parent < rootId_) {
+            batch.directories.pop_back();
+        } else {
+            place(batch);
+        }
+    }
+    return true;
+}
+
+bool TreeRecords::decode(unsigned record, KnownDirectory& directory) {
+    if (!store_.directories().locate(record, values_)) return false;
+    directory.record = record;
+    directory.id = static_cast<unsigned>(values_[DIRECTORIES_ID].number);
+    directory.parent = static_cast<unsigned>(values_[DIRECTORIES_PARENTID].number);
+    directory.name = values_[DIRECTORIES_PATHNAME].text;
+    if (isAscii(directory.name)) return true;
+    Fields decoded(store_.directories().schema());
+    if (!store_.directories().read(record, decoded)) return false;
+    directory.name = toMultibyte(decoded.as<TextField>(DIRECTORIES_PATHNAME)->view());
+    return true;
+}
+
+// Makes the parent the last step. False where it is none.
+bool TreeRecords::enterParent(unsigned parent) {
+    const auto step = std::find_if(steps_.rbegin(), steps_.rend(),
+                                   [parent](const Step& one) { return one.id == parent; });
+    if (step == steps_.rend()) return false;
+    steps_.erase(step.base(), steps_.end());
+    path_.resize(steps_.back().length);
+    wide_.resize(steps_.back().wideLength);
+    return true;
+}
+
+// The last directory of the batch is examined ahead where it will be looked at. Not where another
+// drive is: whoever touches that may wait for its server.
+void TreeRecords::place(ExamineBatch& batch) {
+    KnownDirectory& directory = batch.directories.back();
+    if (!enterParent(directory.parent) || steps_.size() >= levels_) return;
+    if (mounts_) {
+        wide_ += toWide(directory.name);
+        directory.covered = mounts_->stops(wide_, root_.drive);
+        if (directory.covered) return;
+        wide_ += L'/';
+    }
+    batch.allowLast(path_);
+    path_.append(directory.name) += '/';
+    steps_.push_back({directory.id, path_.size(), wide_.size()});
+}
+
+// ---- Directories ------------------------------------------------------------
 
 Verification TreeVerification::run(unsigned rootId) {
     RecordSet& records = store_.directoryRecords();
@@ -106,40 +233,49 @@ Verification TreeVerification::run(unsigned rootId) {
         result_.end = Verification::End::damaged;
         return std::move(result_);
     }
+    const unsigned record = records.recordId();
     if (!enterRoot(rootId) || !root_.path.getRecursive() || wanted_ == 1) return std::move(result_);
-    unsigned record = records.recordId();
-    const auto small = CacheTree(store_).smallTree(rootId);
-    std::size_t position = 0;
-    const auto moveNext = [&] {
-        if (!small) return store_.directories().moveNext(record);
-        if (++position == small->size()) return false;
-        record = (*small)[position].record;
-        return true;
-    };
-    while (moveNext()) {
-        if (!readRecord(record) || !mayGoOn()) return std::move(result_);
-        if (parent_ < rootId) continue;
-        if (const std::size_t depth = depthOf(parent_); depth > 0) {
-            depth_ = depth;
-            if (depth < wanted_) visit();
-        } else if (isInside(parent_)) {
-            inside_.push_back(id_);
-            late_.push_back(record);
+    records_.begin(rootId, record);
+    if (verifyBelow()) visitLate();
+    return std::move(result_);
+}
+
+// False when the caller stopped it, or a record is damaged.
+bool TreeVerification::verifyBelow() {
+    ExamineAhead ahead(levels_[0]->directory);
+    bool more = true;
+    while (true) {
+        while (more && ahead.hasRoom()) {
+            auto batch = std::make_shared<ExamineBatch>();
+            more = records_.read(*batch);
+            if (!batch->directories.empty()) ahead.add(std::move(batch));
+        }
+        if (ahead.empty()) break;
+        const std::shared_ptr<ExamineBatch> batch = ahead.take();
+        for (KnownDirectory& directory : batch->directories) {
+            if (!mayGoOn()) return false;
+            at_ = std::move(directory);
+            if (const std::size_t depth = depthOf(at_.parent); depth > 0) {
+                depth_ = depth;
+                if (depth < wanted_) visit();
+            } else if (isInside(at_.parent)) {
+                inside_.push_back(at_.id);
+                late_.push_back(at_.record);
+            }
         }
     }
-    visitLate();
-    return std::move(result_);
+    if (records_.damaged()) result_.end = Verification::End::damaged;
+    return !records_.damaged();
 }
 
 // False when that ends it.
 bool TreeVerification::enterRoot(unsigned id) {
-    id_ = id;
-    path_ = root_.path.getPathName();
-    name_ = toMultibyte(path_);
+    at_.id = id;
+    at_.name = toMultibyte(root_.path.getPathName());
     push();
     Directory& directory = levels_[0]->directory;
     ++result_.directories;
-    const int error = directory.openPath(name_.c_str(), DirectoryUse::reach);
+    const int error = directory.openPath(at_.name.c_str(), DirectoryUse::reach);
     std::uint32_t type = 0;
     struct stat info {};
     if (error != 0 || directory.examine(info) != 0 || directory.fileSystemType(type) != 0) {
@@ -149,7 +285,7 @@ bool TreeVerification::enterRoot(unsigned id) {
     trust_ = findStampTrust(type);
     device_ = info.st_dev;
     if (!trust_) {
-        if (hasStamps(id_))
+        if (hasStamps(id))
             note(State::gone);
         else
             result_.end = Verification::End::notTrusted;
@@ -163,7 +299,7 @@ bool TreeVerification::enterRoot(unsigned id) {
 // drives that are mounted there: the tree is that of another one, which was there before.
 bool TreeVerification::hasStamps(unsigned id) {
     const auto has = [this](unsigned one) { return store_.stamps().find(one).exists(); };
-    std::wstring path = path_;
+    std::wstring path = root_.path.getPathName();
     endWithSeparator(path);
     RecordSet& records = store_.directoryRecords();
     bool found = store_.lookups().byParentId(records, id);
@@ -175,27 +311,9 @@ bool TreeVerification::hasStamps(unsigned id) {
 }
 
 bool TreeVerification::mayGoOn() {
-    if (++records_ % kPerQuestion != 0 || goesOn_(result_.directories)) return true;
+    if (++visited_ % kPerQuestion != 0 || goesOn_(result_.directories)) return true;
     result_.end = Verification::End::stopped;
     return false;
-}
-
-bool TreeVerification::readRecord(unsigned record) {
-    const bool read = decode(record);
-    if (!read) result_.end = Verification::End::damaged;
-    return read;
-}
-
-bool TreeVerification::decode(unsigned record) {
-    if (!store_.directories().locate(record, values_)) return false;
-    id_ = static_cast<unsigned>(values_[DIRECTORIES_ID].number);
-    parent_ = static_cast<unsigned>(values_[DIRECTORIES_PARENTID].number);
-    name_ = values_[DIRECTORIES_PATHNAME].text;
-    if (isAscii(name_)) return true;
-    Fields decoded(store_.directories().schema());
-    if (!store_.directories().read(record, decoded)) return false;
-    name_ = toMultibyte(decoded.as<TextField>(DIRECTORIES_PATHNAME)->view());
-    return true;
 }
 
 /// The number of levels down to the directory's own; 0 when it is not in the chain.
@@ -209,30 +327,24 @@ void TreeVerification::push() {
     if (depth_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
     Level& level = *levels_[depth_++];
     level.directory.close();
-    level.id = id_;
-    level.name = name_;
-    if (mounts_) {
-        if (!path_.ends_with(L'/')) path_ += L'/';
-        level.pathLength = path_.size();
-    }
-    inside_.push_back(id_);
+    level.id = at_.id;
+    level.name = at_.name;
+    inside_.push_back(at_.id);
 }
 
 // A record in the last level.
 void TreeVerification::visit() {
     ++result_.directories;
-    if (mounts_) {
-        path_.resize(levels_[depth_ - 1]->pathLength);
-        path_ += toWide(name_);
-        if (isCovered(path_)) return noteCovered();
-    }
-    if (look(open(depth_ - 1))) push();
+    if (at_.covered) return noteCovered();
+    // What is on another device is judged with the directory that holds it.
+    const bool known = at_.examined && (at_.error != 0 || at_.info.st_dev == device_);
+    if (known ? judge(nullptr, at_.error, at_.info) : look(open(depth_ - 1))) push();
 }
 
 // A directory that was read while a drive was mounted in it has no stamp, and what the cache has
 // there is that drive's own tree. Otherwise the drive has come since.
 void TreeVerification::noteCovered() {
-    if (store_.stamps().find(parent_).exists()) note(State::covered);
+    if (store_.stamps().find(at_.parent).exists()) note(State::covered);
 }
 
 // Opens the level by those that hold it. Null where it cannot be reached.
@@ -252,7 +364,11 @@ const Directory* TreeVerification::open(std::size_t level) {
 // Whether the directory of the record is there.
 bool TreeVerification::look(const Directory* parent) {
     struct stat info {};
-    const int error = parent ? parent->statEntry(name_.c_str(), info) : EACCES;
+    const int error = parent ? parent->statEntry(at_.name.c_str(), info) : EACCES;
+    return judge(parent, error, info);
+}
+
+bool TreeVerification::judge(const Directory* parent, int error, const struct stat& info) {
     if (isAbsent(error) || (error == 0 && !S_ISDIR(info.st_mode))) {
         note(State::gone);
         return false;
@@ -273,7 +389,7 @@ const StampTrust* TreeVerification::trustAt(const Directory* parent, const struc
     Directory directory;
     std::uint32_t type = 0;
     struct stat now {};
-    if (directory.openChild(*parent, name_.c_str(), DirectoryUse::reach) == 0 &&
+    if (directory.openChild(*parent, at_.name.c_str(), DirectoryUse::reach) == 0 &&
         directory.examine(now) == 0 && now.st_dev == info.st_dev &&
         directory.fileSystemType(type) == 0)
         known->second = findStampTrust(type);
@@ -281,20 +397,21 @@ const StampTrust* TreeVerification::trustAt(const Directory* parent, const struc
 }
 
 void TreeVerification::compare(const struct stat& info, const StampTrust* trust) {
-    if (!trust || !isUnchanged(store_.stamps().find(id_), DirectoryStamp(info, 0), trust->step))
+    if (!trust || !isUnchanged(store_.stamps().find(at_.id), DirectoryStamp(info, 0), trust->step))
         note(State::changed);
 }
 
 void TreeVerification::visitLate() {
     std::vector<unsigned> refused;  // what is below them is not looked at
     for (const unsigned record : late_) {
-        if (!readRecord(record) || !mayGoOn()) return;
-        if (!chain_.enter(parent_)) {
+        at_ = {};
+        if (!mayGoOn()) return;
+        if (!records_.decode(record, at_) || !chain_.enter(at_.parent)) {
             result_.end = Verification::End::damaged;
             return;
         }
-        if (std::binary_search(refused.begin(), refused.end(), parent_) || !visitByPath())
-            refused.push_back(id_);
+        if (std::binary_search(refused.begin(), refused.end(), at_.parent) || !visitByPath())
+            refused.push_back(at_.id);
     }
 }
 
@@ -304,7 +421,7 @@ bool TreeVerification::visitByPath() {
     std::wstring path = chain_.path();
     Directory parent;
     const int error = parent.openPath(toMultibyte(path).c_str(), DirectoryUse::reach);
-    path.append(path.ends_with(L'/') ? L"" : L"/").append(toWide(name_));
+    path.append(path.ends_with(L'/') ? L"" : L"/").append(toWide(at_.name));
     if (!isCovered(path) && !isAbsent(error)) return look(error == 0 ? &parent : nullptr);
     if (isAbsent(error))
         note(State::gone);

@@ -214,6 +214,11 @@ int Directory::openChild(int descriptor, const char* name, DirectoryUse use, Lin
     return descriptor_ ? 0 : errno;
 }
 
+int Directory::openBelow(const Directory& start, const char* path, DirectoryUse use) {
+    descriptor_ = openPiece(start.descriptor(), path, flagsFor(use));
+    return descriptor_ ? 0 : errno;
+}
+
 int Directory::openParent(const Directory& child) {
     return openChild(child, "..");
 }

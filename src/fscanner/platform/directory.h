@@ -86,6 +86,8 @@ public:
     /// The same below a directory that is open elsewhere, as `descriptor`.
     int openChild(int descriptor, const char* name, DirectoryUse use = DirectoryUse::list,
                   LinkUse links = LinkUse::refuse);
+    /// Opens a directory by a path relative to `start`, of less than `PATH_MAX` bytes; likewise.
+    int openBelow(const Directory& start, const char* path, DirectoryUse use = DirectoryUse::list);
     /// Opens the present parent ("..") of `child`. Returns 0 or the errno.
     int openParent(const Directory& child);
     void close() { descriptor_.close(); }

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <fstream>
 #include <random>
 
 #include "engine/cache_user.h"
@@ -78,6 +80,31 @@ protected:
                 tree.link("/", path);
             } else {
                 tree.file(path, random() % 50);
+            }
+        }
+    }
+    /// Some of the entries of the tree are others then.
+    void change(Random& random) {
+        Paths paths;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(tree.path("t")))
+            paths.push_back(entry.path());
+        for (int i = 0; i < 60; ++i) {
+            const std::filesystem::path path = paths[random() % paths.size()];
+            const auto status = std::filesystem::symlink_status(path);
+            if (status.type() != std::filesystem::file_type::directory) continue;
+            switch (random() % 4) {
+                case 0:
+                    std::ofstream(path / "new") << "content";
+                    break;
+                case 1:
+                    std::filesystem::rename(path, path.string() + "x");
+                    break;
+                case 2:
+                    std::filesystem::remove_all(path);
+                    std::filesystem::create_symlink("/", path);
+                    break;
+                default:
+                    std::filesystem::remove_all(path);
             }
         }
     }
@@ -209,6 +236,36 @@ TEST_F(ReadAheadTest, WorkersThatDoNothingCostNothing) {
     const Answer right = scanned(query);
     const LateWorkers workers;
     for (int i = 0; i < 3; ++i) EXPECT_EQ(scanned(query), right);
+}
+
+// The directories of a cached tree are looked at by the workers.
+TEST_F(ReadAheadTest, AVerifiedCacheFindsTheSameChanges) {
+    Random random(10);
+    plant(random, 6000);
+    CacheUser without, with;
+    without.verify = with.verify = true;
+    const FsQuery& query = all[0];
+    const auto ask = [&](const CacheUser& cache) {
+        return answerOf([&](auto& writer) { return cache.query(writer, query); });
+    };
+    const Answer first = ask(without);
+    EXPECT_GT(first.directories, 1000U);
+    EXPECT_EQ(ask(with), first);
+    for (const unsigned threads : {1, 2, 16, 16}) {
+        change(random);
+        const Answer right = ask(without);
+        {
+            const TestWorkers workers(threads);
+            EXPECT_EQ(ask(with), right) << threads;
+            EXPECT_GT(workers.tasks(), 0U);
+        }
+        const LateWorkers late;
+        EXPECT_EQ(ask(with), ask(without)) << threads;
+        Paths now = right.paths, scan = scanned(query).paths;
+        std::sort(now.begin(), now.end());
+        std::sort(scan.begin(), scan.end());
+        EXPECT_EQ(now, scan) << threads;
+    }
 }
 
 // What a build with workers puts into a cache is as true as without: nothing is read again.
