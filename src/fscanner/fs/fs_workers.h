@@ -7,9 +7,10 @@
 namespace fscanner {
 
 /// Threads that a host lends to the library, which starts none. Scans give them directories to read
-/// ahead; what a query finds, the order of that, and the thread that the host's own objects are
-/// called on stay the same. The tasks open, read and examine files, and call nothing of the host.
-/// The threads must have the rights and the root directory of the one that runs the query.
+/// ahead, and the verification of a cached tree directories to examine; what a query finds, the
+/// order of that, and the thread that the host's own objects are called on stay the same. The tasks
+/// open, read and examine files, and call nothing of the host. The threads must have the rights and
+/// the root directory of the one that runs the query.
 ///
 /// The host sets one object for the whole process with `fsSetWorkers`. Several queries may use it
 /// at once. It must live until every query that began while it was set has ended, and until each
