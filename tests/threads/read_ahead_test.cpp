@@ -251,7 +251,7 @@ TEST_F(ReadAheadTest, AVerifiedCacheFindsTheSameChanges) {
     const Answer first = ask(without);
     EXPECT_GT(first.directories, 1000U);
     EXPECT_EQ(ask(with), first);
-    for (const unsigned threads : {1, 2, 16, 16}) {
+    for (const unsigned threads : {1U, 2U, 16U, 16U}) {
         change(random);
         const Answer right = ask(without);
         {
