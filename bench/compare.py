@@ -195,7 +195,7 @@ def rows_of(tree: Tree) -> list[Row]:
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
     ]
-    rows += question_rows(tree) + thread_rows(tree) + cold_rows(tree)
+    rows += question_rows(tree) + thread_rows(tree) + slow_rows(tree) + cold_rows(tree)
     for row in rows:
         # In searches of a few milliseconds the start of the process dominates: no aim there.
         if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name != "1m":
@@ -242,6 +242,20 @@ def thread_rows(tree: Tree) -> list[Row]:
     return [both("fscan --no-cache", tree.direct, "-n '*.h'", fd),
             both("fscan --no-cache", tree.direct, "-c -w '[SIZE]>102400'"),
             both("cold fscan --fresh", tree.build, "-c", before=tree.forget)]
+
+
+def slow_rows(tree: Tree) -> list[Row]:
+    """Each reading of a directory waits for a millisecond: 0.7 of a linear speed-up is the aim."""
+    if tree.name != "100k":
+        return []
+
+    def side(threads: int) -> Side:
+        options = f"--threads {threads} -c"
+        return Side(f"slow fscan --no-cache {options}",
+                    f"LD_PRELOAD=$SLOW_READS {tree.direct(options)}")
+
+    return [Row("slow", side(threads), [Peer(side(1), round(1 / (0.7 * threads), 3))])
+            for threads in (2, 4, 8, 16)]
 
 
 def drop_caches() -> None:
@@ -308,7 +322,8 @@ class Measure:
     def __init__(self, work: Path, bin_directory: Path):
         self.runner, self.result = bin_directory / "measure", work / "result"
         self.environment = {**os.environ, "LC_ALL": "C.UTF-8", "PATH":
-                            f"{bin_directory}:{os.environ['PATH']}"}
+                            f"{bin_directory}:{os.environ['PATH']}",
+                            "SLOW_READS": str(bin_directory.parent / "lib/slow_reads.so")}
         for name in ("FSCANNER_CONFIG", "XDG_CONFIG_HOME", "POSIXLY_CORRECT", "LS_COLORS"):
             self.environment.pop(name, None)
 
