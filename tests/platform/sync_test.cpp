@@ -8,6 +8,7 @@
 #include <chrono>
 #include <thread>
 
+#include "fscanner/fs/fs_events.h"
 #include "fscanner/platform/linuxsync.h"
 #include "fscanner/platform/offered.h"
 #include "support/temporary_directory.h"
@@ -143,6 +144,19 @@ TEST(Queue, CopiesEventsAndTakesUrgentOnesFirst) {
     EXPECT_EQ(FS_Queue::getInstance("fscanner_test_order"), &queue);
     second.sendQ({L"S", 1});
     EXPECT_FALSE(queue.recvQ().isValid());
+    EXPECT_EQ(second.takeAll().size(), 1U);
+}
+
+TEST(Queue, TakesManyEventsAtOnce) {
+    FS_Queue queue("fscanner_test_many");
+    EXPECT_TRUE(queue.takeAll().empty());
+    queue.sendQ({L"A", 1});
+    queue.sendAll({{L"B", 2}, {L"C", 3}});
+    EXPECT_STREQ(queue.recvQ().getEntry(), L"A");
+    const std::list<FS_Event> rest = queue.takeAll();
+    ASSERT_EQ(rest.size(), 2U);
+    EXPECT_STREQ(rest.front().getEntry(), L"B");
+    EXPECT_FALSE(queue.recvQ(100).isValid()) << "what was taken is not counted any more";
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "fscanner/fs/fs_loader.h"
 
+#include <cerrno>
+
 #include "fscanner/common/debug.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/no_throw.h"
@@ -11,6 +13,21 @@ namespace fscanner {
 // in this file only.
 FsProvider::~FsProvider() = default;
 FsMonitor::~FsMonitor() = default;
+
+int FsMonitor::watch(const wchar_t*, std::wstring& problem) {
+    problem = L"this monitor watches nothing";
+    return ENOSYS;
+}
+
+void FsMonitor::unwatch(const wchar_t*) {}
+
+int FsMonitor::descriptor() const {
+    return -1;
+}
+
+int FsMonitor::take(FS_Queue&) {
+    return 0;
+}
 
 namespace {
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "fscanner/export.h"
 
 namespace fscanner {
@@ -7,6 +9,7 @@ namespace fscanner {
 class FsConfig;
 class FsQuery;
 class FsResultSetWriter;
+class FS_Queue;
 
 // Keys of `FsProvider::setOption`, for the providers that keep a cache.
 
@@ -65,13 +68,28 @@ public:
                              unsigned timeout) = 0;
 };
 
-/// Watches file systems for a cache. Plug-ins implement this class. A host gets an object from
-/// `FsLoader::loadFsMonitor`, owns it and deletes it.
+/// Watches trees of directories for changes. Plug-ins implement this class. A host gets an object
+/// from `FsLoader::loadFsMonitor`, owns it and deletes it. One thread at a time. Starts no thread.
 class FSCANNER_EXPORT FsMonitor {
 public:
     virtual ~FsMonitor();
     /// The monitor's name. Static text.
     virtual const char* name() const = 0;
+    /// Begins to watch the tree of the directory with this absolute path, which holds no link: all
+    /// of it that lies on the same file system. Each change that begins after the return is told of
+    /// as an event whose path lies in the tree, or is that of a directory that holds the tree. When
+    /// the tree is watched already, it is watched anew. 0, or an errno, and then `problem` says in
+    /// plain words why the tree cannot be watched, and what can be done. The default: ENOSYS.
+    virtual int watch(const wchar_t* path, std::wstring& problem);
+    /// Ends that. Events that were not taken yet may still come.
+    virtual void unwatch(const wchar_t* path);
+    /// A descriptor that can be read, for `poll`, while events wait for `take`. The monitor owns
+    /// it. The same for the whole life of the monitor; -1: there is none. The default: -1.
+    virtual int descriptor() const;
+    /// Adds what the kernel has queued so far to the end of `queue`, in order, without waiting. A
+    /// change whose system call returned before is among it. Returns the number of events, or a
+    /// negative errno: changes may have been missed. The default: 0.
+    virtual int take(FS_Queue& queue);
 };
 
 /// The functions that a plug-in defines, one of them or both. Each returns a new object, which

@@ -6,19 +6,16 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "fscanner/common/strings.h"
 #include "fscanner/platform/abstract_file.h"
 #include "fscanner/platform/abstract_sync.h"
 
-/// Offered to hosts: named locks and semaphores of one process, queues of
-/// events, and files over buffered streams. Nothing in fscanner uses what stands here; a reader of
-/// the engine can skip this file.
+/// Offered to hosts: named locks and semaphores of one process, and files over buffered streams.
+/// Only queues of events use what stands here; a reader of the engine can skip this file.
 
 namespace fscanner {
 
@@ -211,86 +208,6 @@ extern template class NamedSync<SemaphoreRecord>;
 class LinuxSemaphore : public NamedSync<SemaphoreRecord> {
 public:
     using NamedSync::NamedSync;
-};
-
-// ---- Queues of events -------------------------------------------------------
-
-/// One change of the file system: the path concerned (owned) and an action code.
-///
-/// The action 160 marks an invalid event. An event is valid when it has an entry or
-/// another action.
-class FS_Event {
-public:
-    static constexpr unsigned kInvalidAction = 160;
-
-    FS_Event() = default;
-    /// Invalid, whatever the action, when `entry` is null or cannot be copied.
-    FS_Event(const wchar_t* entry, unsigned action);
-    /// A source without an entry gives an invalid event.
-    FS_Event(const FS_Event& other);
-    FS_Event& operator=(const FS_Event& other);
-    ~FS_Event() = default;
-
-    void setInvalid();
-    bool isValid() const { return entry_ || action_ != kInvalidAction; }
-    unsigned getAction() const { return action_; }
-    /// Owned by the event; null when it has none.
-    const wchar_t* getEntry() const { return entry_.get(); }
-
-private:
-    std::unique_ptr<wchar_t[]> entry_;
-    unsigned action_ = kInvalidAction;
-};
-
-/// What `FS_Queue::getLastError` tells.
-enum QueueError : int {
-    QUEUE_SUCCESS = 0,
-    QUEUE_FAILED = -30,     ///< the semaphore or the lock failed
-    QUEUE_TIMED_OUT = -31,  ///< no event came within the limit
-};
-
-/// A named queue of events between a producer and a consumer, which find it by its
-/// name. It stays registered for the life of the process, and must live as long.
-///
-/// A named semaphore counts the events and a named lock guards the list. Queues of one
-/// name share those two and not the list, so receiving may find the list empty: that
-/// gives an invalid event. The lock is one between processes, so an own mutex keeps
-/// threads apart.
-class FS_Queue {
-public:
-    /// The first queue of a name is the one that is registered.
-    explicit FS_Queue(const std::string& name);
-    FS_Queue(const FS_Queue&) = delete;
-    FS_Queue& operator=(const FS_Queue&) = delete;
-
-    /// Null for a name that no queue was made with.
-    static FS_Queue* getInstance(const std::string& name);
-
-    /// Adds a copy at the end (the front: it is received next). The result is that of
-    /// the lock's release.
-    int sendQ(const FS_Event& event);
-    int sendUrgentQ(const FS_Event& event);
-    /// Takes the oldest event, waiting for one, in the second form for a limited time
-    /// (see `LinuxSemaphore`). Invalid on failure, with the last error set.
-    FS_Event recvQ();
-    FS_Event recvQ(long milliseconds);
-
-    /// A `QueueError` of the last receive that failed; success does not clear it.
-    int getLastError() const { return lastError_; }
-
-private:
-    enum class End { front, back };
-    int send(const FS_Event& event, End end);
-    FS_Event receive(int semaphoreStatus);
-    FS_Event fail(int status);
-
-    std::unique_ptr<AbstractSync> semaphore_;
-    std::unique_ptr<AbstractSync> lock_;
-    std::mutex listGuard_;
-    std::list<FS_Event> events_;
-    int lastError_ = QUEUE_SUCCESS;
-
-    static std::map<std::string, FS_Queue*> queues;
 };
 
 // ---- Files over streams -----------------------------------------------------
