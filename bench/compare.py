@@ -22,7 +22,8 @@ import time
 from pathlib import Path
 from typing import Callable
 
-SIZES = {"100k": 100_000, "1m": 1_000_000}
+SIZES = {"100k": 100_000, "1m": 1_000_000, "10m": 10_000_000}
+BOTH = ["100k", "1m"]
 NEEDLE = "needle-in-the-hay.dat"
 LARGE = "[SIZE]>102400"
 ELF = 'type(path([PATHID],[FILENAME]),"ELF")'
@@ -198,7 +199,7 @@ def rows_of(tree: Tree) -> list[Row]:
     rows += question_rows(tree) + thread_rows(tree) + slow_rows(tree) + cold_rows(tree)
     for row in rows:
         # In searches of a few milliseconds the start of the process dominates: no aim there.
-        if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name != "1m":
+        if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name == "100k":
             row.peers = [dataclasses.replace(peer, at_most=None, limit="") for peer in row.peers]
     return rows
 
@@ -440,7 +441,8 @@ def memory(measure: Measure, tree: Tree, work: Path, bin_directory: Path) -> lis
     peer = measure.run(Side("", tree.updatedb(), tree.drop_database))
     add("cold build, peak RSS of updatedb's", cold.peak / peer.peak, 0.6, "",
         f" ({cold.peak / 1024:.1f} of {peer.peak / 1024:.1f} MiB)")
-    add("cold build, private memory", measure.run(build, private=True).private / 1024, 16)
+    add("cold build, private memory", measure.run(build, private=True).private / 1024,
+        64 if tree.name == "10m" else 16)
     if tree.name == "1m":
         for key, name in ((2, "name"), (4, "size")):
             shutil.copyfile(work / "sort/records", work / "sort/mine")
@@ -484,8 +486,8 @@ def make_tree(work: Path, bin_directory: Path, name: str) -> Tree:
 
 def parse() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="bench/compare", description="Compares fscan with others.")
-    parser.add_argument("--size", choices=["100k", "1m", "both"], default="both",
-                        help="the tree of 100 thousand entries, of a million, or both (default)")
+    parser.add_argument("--size", choices=[*SIZES, "both"], default="both",
+                        help="entries of the tree; both: 100k and 1m (default)")
     parser.add_argument("--rows", help="only these rows, such as 1,4,memory,usr-warm")
     parser.add_argument("--rounds", type=int, default=7, help="rounds of each row (default 7)")
     parser.add_argument("--work", type=Path, help="where trees and caches are made "
@@ -499,7 +501,7 @@ def parse() -> argparse.Namespace:
 def compare(options: argparse.Namespace, work: Path) -> str:
     wanted = set(options.rows.split(",")) if options.rows else None
     is_wanted = lambda number: wanted is None or number in wanted
-    names = list(SIZES) if options.size == "both" else [options.size]
+    names = BOTH if options.size == "both" else [options.size]
     needs_tree = wanted is None or wanted - {"10", "11", "usr-warm", "usr-first"}
     trees = [make_tree(work, options.bin, name) for name in names] if needs_tree else []
     measure, report = Measure(work, options.bin), Report()
