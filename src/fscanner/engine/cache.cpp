@@ -4,8 +4,10 @@
 #include "fscanner/engine/cache_build.h"
 #include "fscanner/engine/cache_query.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/fsbuild.h"
 #include "fscanner/engine/reports.h"
 #include "fscanner/engine/status.h"
+#include "fscanner/engine/watch_client.h"
 #include "fscanner/fs/no_throw.h"
 
 // The functions that hosts and plug-ins call. Here exceptions stop, a `Status` becomes the
@@ -83,25 +85,29 @@ void FS_Cache::unlock() {
     if (store_) store_->unlock();
 }
 
-// Runs `body` by a plan of the query. Afterwards the cache is marked as broken where the
-// status asks for it, and the ID counter is written where directories were added.
+// Runs `body` by a plan of the query. Without one, the mount table could not be read; the cache
+// itself is sound.
 template <class Body>
 auto FS_Cache::runPlan(Form form, const FsQuery& query, Body body) {
     if (!store_->usable()) return Status::unusable;
+    const std::shared_ptr<const QueryPlan> plan =
+        noThrow("FS_Cache::executeQuery", [&] { return makePlan(form, query); });
+    return plan ? runPlan(*plan, body) : Status::unusable;
+}
+
+// Afterwards the cache is marked as broken where the status asks for it, and the ID counter is
+// written where directories were added.
+template <class Body>
+auto FS_Cache::runPlan(const QueryPlan& plan, Body body) {
+    if (!store_->usable()) return Status::unusable;
     const unsigned counter = store_->directoriesIndex();
-    bool planned = true;
     Status status = noThrow("FS_Cache::executeQuery", Status::unusable, [&] {
-        const std::shared_ptr<const QueryPlan> plan = makePlan(form, query);
-        planned = plan != nullptr;
-        if (!planned) return Status::unusable;
-        const Status result = body(*plan);
+        const Status result = body(plan);
         const bool finished = result != Status::unusable && result != Status::buildTimedOut;
         if (finished && store_->usable() && store_->directoriesIndex() != counter)
-            tidyTrees(*store_, *plan, sizeLimit_);
+            tidyTrees(*store_, plan, sizeLimit_);
         return result;
     });
-    // The mount table could not be read. The cache itself is sound.
-    if (!planned) return status;
     if (store_->damaged()) status = Status::unusable;
     if (status == Status::unusable || status == Status::buildTimedOut) store_->markBroken();
     // Also after a time-out: the next session must not give the same IDs to other directories.
@@ -146,8 +152,11 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
                                   [&] { return runPlan(form, query, answer); }));
 }
 
-TreeRules FS_Cache::rules(unsigned maxCacheAge) const {
-    return {maxCacheAge, verify_ && !monitor_};
+TreeRules FS_Cache::rules(unsigned maxCacheAge) {
+    const bool verify = verify_ && !monitor_;
+    if (verify && !watcher_)
+        watcher_ = std::make_unique<WatchClient>(store_->directory(), store_->directoriesName());
+    return {maxCacheAge, verify, watcher_.get()};
 }
 
 int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheAge) {
@@ -155,10 +164,23 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
         if (monitor_) return Status::success;
         if (store_->readOnly()) return Status::needsChange;
         return CacheQuery(*store_, query, rules(maxCacheAge), nullptr, timeout)
-            .refreshTrees(plan, changes());
+            .refreshTrees(plan, plan.pairs(), changes());
     };
     return codeOf(operate("FS_Cache::refresh", Status::unusable, Status::lockTimedOut,
                           [&] { return runPlan(Form::plain, query, body); }));
+}
+
+int FS_Cache::keepCurrent(const FsQuery& query, const QueryPlan& plan,
+                          const std::vector<PathDrive>& pairs, ChangeSource& changes,
+                          unsigned& lastId) {
+    const auto body = [&](const QueryPlan&) {
+        lastId = store_->directoriesIndex();
+        KeptChanges none;
+        return CacheQuery(*store_, query, {0, true, &changes}, nullptr, kNoTimeout)
+            .refreshTrees(plan, pairs, none);
+    };
+    return codeOf(operate("FS_Cache::keepCurrent", Status::unusable, Status::lockTimedOut,
+                          [&] { return runPlan(plan, body); }));
 }
 
 int FS_Cache::share(int timeout) {
@@ -217,6 +239,7 @@ void FS_Cache::setVerification(bool verify) {
 
 void FS_Cache::continueFrom(FS_Cache& reader) {
     operate("FS_Cache::continueFrom", false, false, [&] {
+        watcher_ = std::move(reader.watcher_);
         const bool same = reader.changes_ && reader.changes_->version && !store_->readOnly() &&
                           store_->version() == reader.changes_->version;
         if (same) changes_ = std::move(reader.changes_);

@@ -16,6 +16,9 @@ class CacheStore;
 struct KeptChanges;
 struct TreeRules;
 class QueryPlan;
+class ChangeSource;
+class WatchClient;
+struct PathDrive;
 
 /// What `FS_Cache::create` does with the files of the directory.
 enum FsCacheDisposition : int {
@@ -199,15 +202,25 @@ private:
                             unsigned timeout, unsigned maxCacheAge);
     template <class Body>
     FSCANNER_HIDDEN auto runPlan(Form form, const FsQuery& query, Body body);
+    template <class Body>
+    FSCANNER_HIDDEN auto runPlan(const QueryPlan& plan, Body body);
 
     FSCANNER_HIDDEN std::shared_ptr<const QueryPlan> makePlan(Form form,
                                                               const FsQuery& query) const;
 
     FSCANNER_HIDDEN KeptChanges& changes();
-    FSCANNER_HIDDEN TreeRules rules(unsigned maxCacheAge) const;
+    FSCANNER_HIDDEN TreeRules rules(unsigned maxCacheAge);
+
+    /// Brings the trees of these pairs up to date, by what is known of their changes. `lastId` is
+    /// set to the last ID that a directory had before.
+    FSCANNER_HIDDEN int keepCurrent(const FsQuery& query, const QueryPlan& plan,
+                                    const std::vector<PathDrive>& pairs, ChangeSource& changes,
+                                    unsigned& lastId);
+    friend class FsCacheWatch;
 
     std::unique_ptr<CacheStore> store_;
     std::unique_ptr<KeptChanges> changes_;
+    std::unique_ptr<WatchClient> watcher_;
     bool monitor_;
     bool verify_ = false;
     unsigned long long sizeLimit_ = 0;

@@ -66,7 +66,9 @@ protected:
 
 private:
     void stamp(const DirectoryStamp& stamp) {
-        if (!failed_) failed_ = !store_.stamps().put(parents_.back(), stamp);
+        const bool own = store_.isOwn(stamp);
+        if (!failed_)
+            failed_ = !store_.stamps().put(parents_.back(), own ? DirectoryStamp() : stamp);
     }
 
     CacheStore& store_;
@@ -76,7 +78,7 @@ private:
 };
 
 void CacheSink::file(WalkEntry& entry) {
-    if (failed_) return;
+    if (failed_ || store_.isPassing(entry.directory(), entry.name())) return;
     // The test of bytes finds "*" and "?" in every encoding. It may find one where there is
     // none, which costs only speed.
     if (stored_text::examine(entry.storedName()).pattern) store_.expectPatterns();
@@ -166,6 +168,7 @@ struct Reread {
     const TreeView& view;
     unsigned id;
     const std::wstring& path;
+    bool facts = false;  // files of it may have others without a trace
 };
 
 // The entries that the cache has of a directory, but for those where another drive is mounted: the
@@ -239,13 +242,16 @@ bool mayHoldOthers(const DirectoryStamp& kept, const DirectoryStamp& now, const 
 class Comparison : public WalkSink {
 public:
     Comparison(CacheStore& store, const Reread& directory)
-        : view_(directory.view),
+        : store_(store),
+          view_(directory.view),
           known_(store, directory),
           kept_(store.stamps().find(directory.id)),
-          unread_(store.unread().contains(directory.id)) {}
+          unread_(store.unread().contains(directory.id)),
+          changedFacts_(directory.facts) {}
 
     void file(WalkEntry& entry) override {
         ++files_;
+        if (store_.isPassing(entry.directory(), entry.name())) return;
         differs_ = differs_ || !known_.takeFile(entry, facts_);
     }
     bool wants(const WalkEntry& directory, const std::wstring&) override {
@@ -257,7 +263,11 @@ public:
     void opened(const Directory& directory, const DirectoryStamp*) override {
         const DirectoryStamp now = taker_.take(directory);
         believable_ = taker_.trust() && now.exists() && !isRacy(now, taker_.trust()->step);
-        facts_ = unread_ || ((view_.facts || kept_.exists()) && mayHoldOthers(kept_, now, taker_));
+        // The cache's own files change with it.
+        facts_ = !store_.isOwn(now) &&
+                 (unread_ || changedFacts_ ||
+                  ((view_.facts || kept_.exists()) && mayHoldOthers(kept_, now, taker_)));
+        believable_ = believable_ && !store_.isOwn(now);
     }
     bool tellsLater(FsSkipReason reason, int) override {
         if (reason == FsSkipReason::denied || reason == FsSkipReason::tooLong)
@@ -281,12 +291,14 @@ public:
 private:
     static constexpr unsigned kQuestions = 16;  // of the walk for one to the caller
 
+    CacheStore& store_;
     const TreeView& view_;
     KnownEntries known_;
     unsigned files_ = 0;
     StampTaker taker_;
     DirectoryStamp kept_;
     bool unread_;  // the build could not read all of it
+    bool changedFacts_;
     // Whether the files are examined. Where there never is a stamp to be renewed, those that are
     // written to would make each query change the cache.
     bool facts_ = true;
@@ -304,11 +316,12 @@ public:
     UpdateSink(CacheStore& store, const Reread& directory)
         : CacheSink(store, directory.id),
           known_(store, directory),
-          kept_(store.stamps().find(directory.id)) {}
+          kept_(store.stamps().find(directory.id)),
+          changedFacts_(directory.facts) {}
 
     void opened(const Directory& directory, const DirectoryStamp*) override {
         const DirectoryStamp now = takeStamp(directory);
-        if (atStart()) facts_ = mayHoldOthers(kept_, now, taker());
+        if (atStart()) facts_ = changedFacts_ || mayHoldOthers(kept_, now, taker());
     }
     void file(WalkEntry& entry) override {
         if (!atStart() || !known_.takeFile(entry, facts_)) CacheSink::file(entry);
@@ -322,6 +335,7 @@ public:
 private:
     KnownEntries known_;
     DirectoryStamp kept_;
+    bool changedFacts_;
     bool facts_ = true;
 };
 
@@ -385,7 +399,7 @@ TreeState compareTree(CacheStore& store, const TreeView& view,
         // It costs as much to compare as to renew the stamp for good.
         if (store.stamps().find(one.id).exists() && isLarge(store, one.id))
             return TreeState::changed;
-        const Reread directory{view, one.id, chain.path()};
+        const Reread directory{view, one.id, chain.path(), one.facts};
         Comparison comparison(store, directory);
         const LogPrefix prefix{"FS_Cache::verify", &dfsState()};
         const WalkStatus walked =
@@ -414,7 +428,8 @@ Status updateTree(CacheStore& store, CacheTree& tree, const TreeView& view,
             if (!tree.removeTree(store.directories(), store.files(), one.id))
                 status = Status::unusable;
         } else if (enter(store, chain, one.id)) {
-            status = updateDirectory(store, tree, {view, one.id, chain.path()}, timeout - elapsed);
+            status = updateDirectory(store, tree, {view, one.id, chain.path(), one.facts},
+                                     timeout - elapsed);
         } else {
             status = Status::unusable;
         }

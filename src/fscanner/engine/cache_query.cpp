@@ -35,7 +35,8 @@ CacheQuery::CacheQuery(CacheStore& store, const FsQuery& query, const TreeRules&
       timeout_(timeout),
       now_(static_cast<unsigned>(getCurrentTime())),
       oldest_(now_ - rules.maxAge),
-      verify_(rules.verify && rules.maxAge != FS_CACHE_REBUILD) {}
+      verify_(rules.verify && rules.maxAge != FS_CACHE_REBUILD),
+      source_(rules.changes) {}
 
 // ---- Cache only -------------------------------------------------------------
 
@@ -152,8 +153,9 @@ bool CacheQuery::dropTree(unsigned id) {
     return true;
 }
 
-Status CacheQuery::refreshTrees(const QueryPlan& plan, KeptChanges& known) {
-    for (const PathDrive& pair : plan.pairs()) {
+Status CacheQuery::refreshTrees(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
+                                KeptChanges& known) {
+    for (const PathDrive& pair : pairs) {
         if (!needsTree(plan, pair)) continue;
         const Found found = find(pair);
         const Status status =
@@ -202,18 +204,28 @@ const CacheStore::Refreshed* CacheQuery::refreshed(const QueryPlan& plan, const 
 
 // ---- Verification -----------------------------------------------------------
 
-// No look at the directories tells of sizes: where they alone decide, it is their age.
-bool CacheQuery::verifies(const Found& found) {
-    return verify_ && found.built != 0 && (isYoung(found.built) || !goesByStoredFacts());
+std::optional<TreeChanges> CacheQuery::changesIn(const PathDrive& pair) {
+    return source_ ? source_->changesIn(pair.path.getPathName()) : std::nullopt;
+}
+
+// No look at the directories tells of sizes: where they alone decide, it is their age, unless a
+// watcher saw all that happened since the directories were read.
+bool CacheQuery::verifies(const Found& found, const std::optional<TreeChanges>& changes) {
+    return isYoung(found.built) || !goesByStoredFacts() || (changes && found.id > changes->firstId);
 }
 
 CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
                                       const Found& found) {
-    if (!verifies(found)) return judgeAge(found);
+    if (!verify_ || found.built == 0) return judgeAge(found);
     const unsigned start = getTickCount();
+    const std::optional<TreeChanges> changes = changesIn(pair);
+    if (!verifies(found, changes)) return judgeAge(found);
     const GoesOn goesOn = goesOnSince(start, pair);
     const TreeView view = viewOf(plan, pair, goesOn);
-    looked_.verification = verifyTree(store_, found.id, view);
+    looked_.watched = changes.has_value();
+    looked_.factsKnown = changes && found.id > changes->firstId;
+    looked_.verification = changes ? verifyChanges(store_, tree_, found.id, view, *changes)
+                                   : verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
         case Verification::End::finished:
             break;
@@ -254,9 +266,12 @@ GoesOn CacheQuery::goesOnSince(unsigned start, const PathDrive& pair) const {
 // Under a shared lock it is good for this query alone. A session that may change the cache has
 // brought it up to date for the queries of its object.
 void CacheQuery::noteVerified(const QueryPlan& plan, const PathDrive& pair) {
-    const FsVerification result{nullptr, looked_.verification.directories,
-                                looked_.verification.stale.size(), looked_.milliseconds,
-                                goesByStoredFacts()};
+    const FsVerification result{nullptr,
+                                looked_.verification.directories,
+                                looked_.verification.stale.size(),
+                                looked_.milliseconds,
+                                goesByStoredFacts() && !looked_.factsKnown,
+                                looked_.watched};
     verified_[keyOf(plan, pair)] = result;
     if (!store_.readOnly()) store_.noteRefreshed(keyOf(plan, pair), {Refreshed::verified, result});
 }
@@ -447,7 +462,11 @@ void CacheQuery::explain(const QueryPlan& plan, const PathDrive& pair, bool moni
     const Found found = find(pair);
     step.inCache = found.built != 0;
     step.ageSeconds = step.inCache && now_ > found.built ? now_ - found.built : 0;
-    step.verified = !monitored && verifies(found) && isVerifiable(pair.path.getPathName());
+    if (!monitored && verify_ && found.built != 0) {
+        const std::optional<TreeChanges> changes = changesIn(pair);
+        step.verified = verifies(found, changes) && isVerifiable(pair.path.getPathName());
+        step.watched = step.verified && changes;
+    }
     const bool served = monitored ? step.inCache : step.verified || isYoung(found.built);
     if (served) {
         step.way = FsSearchWay::cached;

@@ -25,12 +25,15 @@ struct TreeRules {
     /// Trees of any age are compared with the disk, and brought up to date, where the file system
     /// allows that; `maxAge` then limits the age of sizes and attributes.
     bool verify = false;
+    ChangeSource* changes = nullptr;  ///< asked before a tree is compared
 };
 
 /// A comparison of a tree with the disk.
 struct TreeLook {
     Verification verification;
     unsigned milliseconds = 0;  ///< that it took
+    bool watched = false;       ///< a watcher knew what had changed
+    bool factsKnown = false;    ///< also of sizes and attributes
 };
 
 /// The tree that a query found changed under a shared lock. It spares a session that may change the
@@ -58,9 +61,11 @@ public:
     Status cacheOnly(const QueryPlan& plan, const char* name);
     Status monitored(const QueryPlan& plan);
     /// Does what `cacheOnly` does before it gives an answer: sees to it that the trees of
-    /// the local pairs are young enough, or up to date. Trees in `known` are not compared again.
+    /// the local ones of these pairs are young enough, or up to date. Trees in `known` are not
+    /// compared again.
     /// `success`, `unusable` or `buildTimedOut`.
-    Status refreshTrees(const QueryPlan& plan, KeptChanges& known);
+    Status refreshTrees(const QueryPlan& plan, const std::vector<PathDrive>& pairs,
+                        KeptChanges& known);
     /// Whether `cacheOnly` would answer without changing the cache: `success`; `needsChange` if it
     /// needs a cache that may be changed; `queryTimedOut` or `unusable`. What it found changed goes
     /// into `changes`.
@@ -97,7 +102,8 @@ private:
     unsigned levelsOf(const QueryPlan& plan, const PathDrive& pair) const;
     std::wstring keyOf(const QueryPlan& plan, const PathDrive& pair) const;
     bool buildsTree(const QueryPlan& plan, const PathDrive& pair) const;
-    bool verifies(const Found& found);
+    std::optional<TreeChanges> changesIn(const PathDrive& pair);
+    bool verifies(const Found& found, const std::optional<TreeChanges>& changes);
     TreeView viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);
@@ -127,6 +133,7 @@ private:
     unsigned now_;
     unsigned oldest_;  // trees built before are too old; wraps
     bool verify_;
+    ChangeSource* source_;
     std::optional<Examined> examined_;
     TreeLook looked_;                                  // the last comparison
     std::map<std::wstring, FsVerification> verified_;  // by `keyOf`: trees that are up to date

@@ -108,6 +108,28 @@ Status CacheStore::share(int timeout) {
 
 // ---- Opening and creating ---------------------------------------------------
 
+bool CacheStore::isOwn(const DirectoryStamp& stamp) {
+    if (!own_) {
+        own_.emplace();
+        Directory directory;
+        if (directory.openPath(toMultibyte(directory_).c_str(), DirectoryUse::reach) == 0)
+            (void)directory.identify(*own_);
+    }
+    return own_->inode != 0 && own_->inode == stamp.inode && own_->device == stamp.device;
+}
+
+bool CacheStore::isPassing(const std::wstring& directory, const std::wstring& name) const {
+    if (directory.size() != directory_.size() + 1 || !directory.starts_with(directory_))
+        return false;
+    const std::wstring anew = directoriesName_ + TableReplacement::kSuffix;
+    const std::wstring newSums = lastName(sums_->renaming().first);
+    const auto names = cacheFileNames({directoriesName_, filesName_});
+    return std::find(names.begin(), names.end(), name) != names.end() &&
+           (name == directoriesName_ + CacheUpdateSuffix ||
+            name == directoriesName_ + CacheUndoSuffix || name == newSums ||
+            name.find(TableReplacement::kSuffix) != name.npos);
+}
+
 Status CacheStore::create(unsigned timeout, int disposition) {
     debug("FS_Cache::create - entering... [timeout = %d]\n", static_cast<int>(timeout));
     if (!initialized_) return Status::failure;

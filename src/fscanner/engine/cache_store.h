@@ -71,6 +71,16 @@ public:
 
     /// Created, open and not broken.
     bool usable() const { return initialized_ && open_ && !broken_; }
+    const std::wstring& directory() const { return directory_; }
+    /// Whether this is the stamp of that directory. It gets none: each change of the cache changes
+    /// it.
+    bool isOwn(const DirectoryStamp& stamp);
+    /// Whether it is a file that is there only while the cache is changed. A tree that holds the
+    /// cache lacks those: otherwise no search would find the tree as the last one left it.
+    /// `directory` ends in "/".
+    bool isPassing(const std::wstring& directory, const std::wstring& name) const;
+    /// The name of the table of directories.
+    const std::wstring& directoriesName() const { return directoriesName_; }
     /// Opened under a shared lock: nothing is changed.
     bool readOnly() const { return readOnly_; }
     void markBroken() { broken_ = true; }
@@ -191,6 +201,7 @@ private:
     void endChanges();
 
     std::wstring directory_;
+    std::optional<Directory::Identity> own_;  // the directory's; all 0 where it is not known
     std::wstring directoriesName_;
     std::wstring filesName_;
     bool compressed_;

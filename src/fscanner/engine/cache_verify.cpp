@@ -121,7 +121,7 @@ private:
     bool isCovered(const std::wstring& directory) const {
         return mounts_ && mounts_->stops(directory, root_.drive);
     }
-    void note(State state) { result_.stale.push_back({at_.id, state}); }
+    void note(State state) { result_.stale.push_back({.id = at_.id, .state = state}); }
     void noteCovered();
     void compare(const struct stat& info, const StampTrust* trust);
     void visitLate();
@@ -430,7 +430,118 @@ bool TreeVerification::visitByPath() {
     return false;
 }
 
+// ---- Changes that are known -------------------------------------------------
+
+/// Finds the records of the directories that changes name.
+class ChangeLookup {
+public:
+    ChangeLookup(CacheStore& store, CacheTree& tree, unsigned rootId, const TreeView& view)
+        : store_(store), tree_(tree), rootId_(rootId), view_(view), mounts_(mountsInside(view)) {}
+
+    Verification run(const TreeChanges& changes);
+
+private:
+    struct Place {
+        unsigned id;
+        std::size_t depth;  // 0: the root
+        bool reached;       // the directory itself, and not one that holds it
+    };
+    bool isCovered(std::wstring_view path) const;
+    Place placeOf(std::wstring_view path);
+    bool take(const ChangedDirectory& change, bool facts);
+    bool compareBelow(const ChangedDirectory& change, const Place& place);
+    void note(const StaleDirectory& stale);
+
+    CacheStore& store_;
+    CacheTree& tree_;
+    unsigned rootId_;
+    const TreeView& view_;
+    const MountMap* mounts_;  // null where none lies inside
+    std::wstring compared_;   // the last directory of which all below it was compared
+    std::map<unsigned, std::size_t> noted_;
+    Verification result_;
+};
+
+Verification ChangeLookup::run(const TreeChanges& changes) {
+    for (const ChangedDirectory& change : changes.directories) {
+        if (!compared_.empty() && isWithin(change.path, compared_)) continue;
+        if (!take(change, changes.applied || view_.facts)) break;
+    }
+    return std::move(result_);
+}
+
+// False when that ends it.
+bool ChangeLookup::take(const ChangedDirectory& change, bool facts) {
+    const bool counts =
+        (change.what & (ChangedDirectory::names | ChangedDirectory::below)) != 0 || facts;
+    if (!counts || isCovered(change.path)) return true;
+    const Place place = placeOf(change.path);
+    if (place.depth >= view_.levels) return true;
+    if (place.reached && (change.what & ChangedDirectory::below) != 0)
+        return compareBelow(change, place);
+    ++result_.directories;
+    note({.id = place.id,
+          .state = State::changed,
+          .facts = place.reached && (change.what & ChangedDirectory::facts) != 0});
+    return true;
+}
+
+// Nothing below another drive is part of the tree.
+bool ChangeLookup::isCovered(std::wstring_view path) const {
+    const std::size_t root = std::wstring_view(view_.root.path.getPathName()).size();
+    return mounts_ && climb(path, [&](std::wstring_view one) {
+               return one.size() > root && mounts_->stops(one, view_.root.drive);
+           });
+}
+
+// A directory without a record is new, or is not there any more: the nearest one that has a record
+// tells.
+ChangeLookup::Place ChangeLookup::placeOf(std::wstring_view path) {
+    Place place{rootId_, 0, true};
+    std::wstring_view rest =
+        path.substr(withoutFinalSeparator(view_.root.path.getPathName()).size());
+    while (rest.starts_with(L'/')) rest.remove_prefix(1);
+    RecordSet& records = store_.directoryRecords();
+    while (!rest.empty()) {
+        const std::wstring name(rest.substr(0, rest.find(L'/')));
+        if (!tree_.findChild(records, place.id, name)) {
+            place.reached = false;
+            break;
+        }
+        place.id = records.getFieldAsInt32(DIRECTORIES_ID);
+        ++place.depth;
+        rest.remove_prefix(std::min(name.size() + 1, rest.size()));
+    }
+    return place;
+}
+
+bool ChangeLookup::compareBelow(const ChangedDirectory& change, const Place& place) {
+    compared_ = change.path;
+    const auto depth = static_cast<unsigned>(place.depth);
+    const PathDrive root{PathInfo(change.path.c_str(), true), view_.root.drive};
+    const TreeView view{root, view_.mounts, view_.goesOn, view_.facts, view_.levels - depth};
+    const Verification part = verifyTree(store_, place.id, place.depth == 0 ? view_ : view);
+    result_.end = part.end;
+    result_.directories += part.directories;
+    for (const StaleDirectory& stale : part.stale) note(stale);
+    return part.end == Verification::End::finished;
+}
+
+void ChangeLookup::note(const StaleDirectory& stale) {
+    const auto [known, isNew] = noted_.try_emplace(stale.id, result_.stale.size());
+    if (isNew) return result_.stale.push_back(stale);
+    StaleDirectory& before = result_.stale[known->second];
+    before.facts = before.facts || stale.facts;
+    if (before.state == State::changed) before.state = stale.state;
+}
+
 }  // namespace
+
+Verification verifyChanges(CacheStore& store, CacheTree& tree, unsigned rootId,
+                           const TreeView& view, const TreeChanges& changes) {
+    (void)store.readStamps();
+    return ChangeLookup(store, tree, rootId, view).run(changes);
+}
 
 bool isVerifiable(const wchar_t* path) {
     Directory directory;

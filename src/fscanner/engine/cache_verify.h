@@ -7,6 +7,8 @@
 #include "fscanner/discovery/mount_map.h"
 #include "fscanner/discovery/path_info.h"
 #include "fscanner/engine/cache_store.h"
+#include "fscanner/engine/cache_tree.h"
+#include "fscanner/engine/tree_changes.h"
 
 namespace fscanner {
 
@@ -19,6 +21,7 @@ struct StaleDirectory {
     };
     unsigned id;
     State state;
+    bool facts = false;  ///< files of it may have other sizes or attributes without a trace
     bool operator==(const StaleDirectory&) const = default;
 };
 
@@ -57,5 +60,9 @@ bool isVerifiable(const wchar_t* path);
 /// touched. What is not stale held the same entries when the call began as when the tree was
 /// built.
 Verification verifyTree(CacheStore& store, unsigned rootId, const TreeView& view);
+
+/// The same where it is known which directories can have changed: no other is looked at.
+Verification verifyChanges(CacheStore& store, CacheTree& tree, unsigned rootId,
+                           const TreeView& view, const TreeChanges& changes);
 
 }  // namespace fscanner

@@ -31,6 +31,7 @@ struct FSCANNER_EXPORT FsPlanStep {
     bool inCache = false;                   ///< whether the cache holds a tree of this path
     unsigned ageSeconds = 0;                ///< age of that tree
     bool verified = false;                  ///< whether it is compared with the disk first
+    bool watched = false;                   ///< by what a watcher of the cache knows
     std::vector<std::wstring> exclusions;   ///< excluded paths inside the path
     std::vector<std::wstring> mountPoints;  ///< mount points inside the path; not entered
 };

@@ -34,6 +34,8 @@ struct FsVerification {
     unsigned elapsedMilliseconds = 0;    ///< time that this took
     /// Stored sizes and attributes tell which files match: as old as the tree, at most.
     bool storedFacts = false;
+    /// A watcher of the cache knew what had changed: only those directories were looked at.
+    bool watched = false;
 };
 
 /// Is told how scans go on, and of waits for a cache. The host sets one observer for the whole
