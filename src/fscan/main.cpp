@@ -21,6 +21,7 @@
 #include "fscan/query/search_roots.h"
 #include "fscan/search/search.h"
 #include "fscan/text/text.h"
+#include "fscan/watch/watch.h"
 #include "fscanner/fs/debug.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
@@ -61,6 +62,7 @@ ExitStatus run(int argc, char** argv, Output& out) {
     }
     if (options.check) return checkCriteria(*options.check, !options.ignoreCase, out);
     if (options.listDrives) return listDrives(options, out);
+    if (options.cacheTask == CacheTask::watch) return runWatch(options);
     if (options.cacheTask != CacheTask::none) return runCacheTask(options, out);
     return runSearch(options, out);
 }

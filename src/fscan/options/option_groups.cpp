@@ -490,6 +490,9 @@ void addOthers(OptionTable& table, Options& options) {
             "Check the criteria, and show how it is compiled")
         .group(group);
     table.addFlag("--explain", options.explain, "Show how the search would be run").group(group);
+    addCacheTask(table, options, "--watch", CacheTask::watch,
+                 "Keep the trees of the PATHs current in the cache, until stopped")
+        .group(group);
     addCacheTask(table, options, "--cache-status", CacheTask::status,
                  "Show where the cache is and what it holds")
         .group(group);

@@ -123,7 +123,9 @@ void takePattern(Options& options) {
                                                       &options.criteria};
     const bool told = std::any_of(std::begin(others), std::end(others),
                                   [](auto* given) { return !given->empty(); });
-    if (told || options.paths.empty() || isPath(options.paths.front())) return;
+    // A watch finds nothing: all words are PATHs.
+    const bool watches = options.cacheTask == CacheTask::watch;
+    if (told || watches || options.paths.empty() || isPath(options.paths.front())) return;
     options.pattern = checkedPattern(options.paths.front());
     options.paths.erase(options.paths.begin());
 }
@@ -141,6 +143,21 @@ void refuseTerminator(const std::vector<std::string>& arguments) {
     }
 }
 
+/// A watch keeps whole trees, for all searches.
+void refuseConditions(const Options& options, bool prints) {
+    const bool finds =
+        !options.names.empty() || !options.regexes.empty() || !options.pathGlobs.empty() ||
+        !options.pathRegexes.empty() || !options.criteria.empty() || !options.negated.empty() ||
+        !options.types.empty() || options.kinds != 0 || options.empty || options.larger ||
+        options.smaller || options.size || options.newer || options.older;
+    constexpr unsigned kAnyDepth = fscanner::FsDepthRange().most;
+    const bool limits = options.followLinks || !options.recurse || options.ignoreFiles ||
+                        options.depth.least != 0 || options.depth.most != kAnyDepth ||
+                        options.limit;
+    if (finds || limits || prints || options.explain)
+        throw wrong("--watch keeps whole trees: it takes PATHs, and no conditions on files");
+}
+
 /// Refuses options that exclude each other.
 void refuseContradictions(const Options& options) {
     const bool runs = options.runsCommands();
@@ -151,6 +168,7 @@ void refuseContradictions(const Options& options) {
         throw wrong("only one of --long, --json, --json-array, --csv, --format, --count, --exec");
     const bool lines = options.form == OutputForm::plain || options.form == OutputForm::longer;
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
+    if (options.cacheTask == CacheTask::watch) refuseConditions(options, forms > 0);
 }
 
 /// Kinds that are not wanted are left out by the search itself. Of its own, a negated condition

@@ -36,7 +36,7 @@ enum class WhenToUse { automatic, always, never };
 enum class CommandUse { forEach, forMany, inDirectory };
 
 /// A task to do with the cache instead of searching.
-enum class CacheTask { none, status, check, compact, clear, forget };
+enum class CacheTask { none, watch, status, check, compact, clear, forget };
 
 /// The command line, as given: texts are in the locale's encoding.
 struct Options {

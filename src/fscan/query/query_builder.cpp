@@ -70,6 +70,10 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query) {
 
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {
     query.clearIncludePaths();
+    addSearchedPath(options, root, query);
+}
+
+void addSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query) {
     query.addIncludePath((groupWord(root.drives) + L"::*:" + root.real).c_str(), options.recurse);
 }
 

@@ -31,6 +31,8 @@ void fillQuery(const QueryParts& parts, fscanner::FsQuery& query);
 
 /// Makes `root` the one path that the query searches.
 void setSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query);
+/// Adds `root` to the paths that the query searches.
+void addSearchedPath(const Options& options, const SearchRoot& root, fscanner::FsQuery& query);
 
 /// The text without blanks at its ends, which the criteria language does not accept.
 std::wstring trimmed(std::wstring_view text);

@@ -47,7 +47,10 @@ std::string cacheState(const Completeness& search) {
     if (const std::string age = greatestAge(search, unchecked); !age.empty()) return age + " old";
     const auto storedFacts = [](const auto& part) { return part.check->storedFacts; };
     const std::string age = greatestAge(search, storedFacts);
-    return age.empty() ? "checked" : fmt::format("checked; sizes are up to {} old", age);
+    const bool watched = std::all_of(search.cached.begin(), search.cached.end(),
+                                     [](const auto& part) { return part.check->watched; });
+    const char* const state = watched ? "watched" : "checked";
+    return age.empty() ? state : fmt::format("{}; sizes are up to {} old", state, age);
 }
 
 std::string source(const Completeness& search) {
@@ -150,7 +153,8 @@ Json checkOf(const Completeness::Cached& part) {
     return {{"directories", part.check->directories},
             {"readAgain", part.check->changed},
             {"seconds", part.check->elapsedMilliseconds / 1000.0},
-            {"storedSizes", part.check->storedFacts}};
+            {"storedSizes", part.check->storedFacts},
+            {"watched", part.check->watched}};
 }
 
 Json summary(const Completeness& search, const Outcome& outcome) {

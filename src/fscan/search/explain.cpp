@@ -62,7 +62,9 @@ std::string wayText(const ProviderSession& session, const FsPlanStep& step) {
     switch (step.way) {
         case FsSearchWay::cached:
             return fmt::format("from the cache, {} old{}", age,
-                               step.verified ? ", after a check of its directories" : "");
+                               step.watched    ? ", which a watch keeps current"
+                               : step.verified ? ", after a check of its directories"
+                                               : "");
         case FsSearchWay::rebuilt:
             if (!step.inCache) return "scanned into the cache, which does not have it";
             return fmt::format("scanned into the cache, where it is {} old; {} at most", age,
