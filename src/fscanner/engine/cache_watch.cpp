@@ -44,16 +44,24 @@ using std::chrono::milliseconds;
 
 // While events come, they are taken in this often, and not one by one.
 constexpr milliseconds kNap{40};
-// The cache is changed at most for a ninth of the time, and at once when little happens.
+// The cache is changed at most for a fifth of the time, and at once when little happens.
 constexpr milliseconds kSoonest{100};
 constexpr milliseconds kLatest{5000};
-constexpr int kPauseFactor = 8;
+constexpr int kPauseFactor = 4;
 // Searches that go by sizes are told which directories to look at, so the cache can wait.
 constexpr milliseconds kFactsPause{10'000};
 constexpr milliseconds kLockPause{200};
 constexpr milliseconds kFirstRetry{1000};
 constexpr milliseconds kLastRetry{60'000};
 constexpr std::size_t kMostClients = 64;
+constexpr unsigned kWakeOnce = EPOLLIN | EPOLLONESHOT;
+
+epoll_event eventOf(int descriptor, unsigned events) {
+    epoll_event event{};
+    event.events = events;
+    event.data.fd = descriptor;
+    return event;
+}
 
 struct WatchedTree {
     PathDrive pair;
@@ -126,7 +134,7 @@ private:
     void drain();
     void take(const FS_Event& event);
     void lose(const wchar_t* path, bool watched);
-    void wakeForEvents(bool wake);
+    void takeEvents();
 
     // The cache.
     bool isApplyDue() const { return applyAt_ && *applyAt_ <= Clock::now(); }
@@ -162,7 +170,6 @@ private:
     Descriptor socket_;
     std::map<int, Client> clients_;
 
-    bool dozing_ = false;  // events do not wake us before the timer does
     std::optional<Clock::time_point> drainAt_;
     std::optional<Clock::time_point> applyAt_;
     bool applySoon_ = false;  // `applyAt_` is for more than facts
@@ -216,13 +223,11 @@ bool FsCacheWatch::Inside::openDescriptors() {
     socket_ = listenAt(settings_.directory, kWatchSocketName);
     return poll_ && timer_ && mounts_ && mountsWake_ && socket_ && listen(timer_.get(), EPOLLIN) &&
            listen(mountsWake_.get(), EPOLLPRI) && listen(socket_.get(), EPOLLIN) &&
-           (monitor_.descriptor() < 0 || listen(monitor_.descriptor(), EPOLLIN));
+           (monitor_.descriptor() < 0 || listen(monitor_.descriptor(), kWakeOnce));
 }
 
 bool FsCacheWatch::Inside::listen(int descriptor, unsigned events) {
-    epoll_event event{};
-    event.events = events;
-    event.data.fd = descriptor;
+    epoll_event event = eventOf(descriptor, events);
     return ::epoll_ctl(poll_.get(), EPOLL_CTL_ADD, descriptor, &event) == 0;
 }
 
@@ -256,26 +261,23 @@ int FsCacheWatch::Inside::step() {
         }
     }
     lookAtMounts();
-    if (drainAt_ && *drainAt_ <= Clock::now()) {
-        const unsigned long long before = report_.events;
-        drain();
-        wakeForEvents(report_.events == before);
-    }
+    if (drainAt_ && *drainAt_ <= Clock::now()) takeEvents();
     if (isApplyDue()) apply();
     setTimer();
     return FS_CACHE_SUCCESS;
 }
 
-// While events come, a timer wakes us; when none came for a while, the next one does.
-void FsCacheWatch::Inside::wakeForEvents(bool wake) {
+// An event wakes us once. Then a timer does, as long as more have come meanwhile.
+void FsCacheWatch::Inside::takeEvents() {
+    pollfd monitor{monitor_.descriptor(), POLLIN, 0};
     drainAt_.reset();
-    if (!wake) drainAt_ = Clock::now() + kNap;
-    if (dozing_ != wake) return;
-    dozing_ = !wake;
-    epoll_event event{};
-    event.events = wake ? EPOLLIN : 0U;
-    event.data.fd = monitor_.descriptor();
-    ::epoll_ctl(poll_.get(), EPOLL_CTL_MOD, event.data.fd, &event);
+    if (::poll(&monitor, 1, 0) > 0) {
+        drain();
+        drainAt_ = Clock::now() + kNap;
+    } else {
+        epoll_event event = eventOf(monitor.fd, kWakeOnce);
+        ::epoll_ctl(poll_.get(), EPOLL_CTL_MOD, monitor.fd, &event);
+    }
 }
 
 void FsCacheWatch::Inside::setTimer() {
@@ -546,9 +548,7 @@ bool FsCacheWatch::Inside::write(Client& client) {
     if (sent < 0 && errno != EAGAIN) return false;
     if (sent > 0) client.out.erase(0, static_cast<std::size_t>(sent));
     if (client.out.empty()) return false;
-    epoll_event event{};
-    event.events = EPOLLOUT;
-    event.data.fd = client.socket.get();
+    epoll_event event = eventOf(client.socket.get(), EPOLLOUT);
     return ::epoll_ctl(poll_.get(), EPOLL_CTL_MOD, event.data.fd, &event) == 0;
 }
 
