@@ -92,6 +92,8 @@ ExitStatus showCacheStatus(const Options& options, Output& out) {
     out.write(
         fmt::format("state:      {}\n",
                     marked ? "its last use was interrupted: the next search mends it" : "good"));
+    if (fscanner::fsCacheIsWatched(place.directory.c_str()))
+        out.write("watch:      keeps it current\n");
     // A marked cache cannot be opened.
     if (marked) return ExitStatus::found;
     fscanner::FsCacheReport report;

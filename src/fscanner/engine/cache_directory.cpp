@@ -1,5 +1,9 @@
 #include "fscanner/engine/cache_directory.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
 #include <charconv>
 #include <filesystem>
 #include <limits>
@@ -12,10 +16,12 @@
 #include "fscanner/common/path_text.h"
 #include "fscanner/common/utf8.h"
 #include "fscanner/engine/cache_files.h"
+#include "fscanner/engine/watch_protocol.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_fileinfo.h"
 #include "fscanner/fs/fs_provider.h"
 #include "fscanner/fs/no_throw.h"
+#include "fscanner/platform/descriptor.h"
 #include "fscanner/platform/directory_lock.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/private_directory.h"
@@ -231,7 +237,22 @@ std::vector<std::wstring> fsCacheFiles(const wchar_t* directory) {
 std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory) {
     return noThrow("::fsCachePlaceFiles", [&]() -> std::vector<std::wstring> {
         if (!directory) return {};
-        return {tagOf(directory), joinPath(directory, toWide(kDirectoryLockName))};
+        std::vector<std::wstring> files{tagOf(directory),
+                                        joinPath(directory, toWide(kDirectoryLockName))};
+        if (fsCacheIsWatched(directory)) return files;
+        for (const char* name : {kWatchSocketName, kWatchLockName})
+            files.push_back(joinPath(directory, toWide(name)));
+        return files;
+    });
+}
+
+// Whoever watches holds the lock of this file.
+bool fsCacheIsWatched(const wchar_t* directory) {
+    return noThrow("::fsCacheIsWatched", [&] {
+        if (!directory) return false;
+        const std::string path = toMultibyte(joinPath(directory, toWide(kWatchLockName)));
+        const Descriptor file = openAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+        return file && ::flock(file.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
     });
 }
 

@@ -77,8 +77,13 @@ FSCANNER_EXPORT FsCacheTableNames fsCacheTableNames(bool compressed);
 FSCANNER_EXPORT std::vector<std::wstring> fsCacheFiles(const wchar_t* directory);
 
 /// The paths of the tag and of the lock's file, in this order, whether they are there or not:
-/// what makes the directory one of caches, and may be removed when it has none.
+/// what makes the directory one of caches, and may be removed when it has none. Those of the files
+/// of a watch follow, unless there is one.
 FSCANNER_EXPORT std::vector<std::wstring> fsCachePlaceFiles(const wchar_t* directory);
+
+/// Whether an `FsCacheWatch` keeps a cache in the directory current. False for null, and where that
+/// cannot be told. Throws nothing. Any thread.
+FSCANNER_EXPORT bool fsCacheIsWatched(const wchar_t* directory);
 
 /// Whether the cache with these tables is being changed, or the last change did not come to its
 /// end: the next search repairs the cache. True also where that cannot be told, false for null.

@@ -152,9 +152,8 @@ bool decode(std::string_view message, WatchQuestion& question) {
     MessageReader reader(message);
     return reader.begins(kQuestion) && reader.number(question.place.device) &&
            reader.number(question.place.inode) && reader.number(question.place.mount) &&
-           reader.flag(question.place.reused) &&
-           reader.text(question.table) && reader.text(question.path) && reader.ends() &&
-           isAbsolute(question.path);
+           reader.flag(question.place.reused) && reader.text(question.table) &&
+           reader.text(question.path) && reader.ends() && isAbsolute(question.path);
 }
 
 std::string encode(const std::optional<TreeChanges>& answer) {

@@ -14,8 +14,8 @@ namespace fscanner {
 // one machine and, but for root, of one user; each checks all that the other says.
 
 /// The names of the socket and of the watcher's lock in the cache directory.
-inline constexpr const char* kWatchSocketName = "watch.socket";
-inline constexpr const char* kWatchLockName = "watch.lock";
+inline constexpr const char* kWatchSocketName = "fscanner.socket";
+inline constexpr const char* kWatchLockName = "fscanner.watch";
 
 /// Tells one directory from every other, on whatever mount it is seen.
 struct WatchPlace {

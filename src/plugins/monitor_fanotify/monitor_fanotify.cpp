@@ -154,7 +154,7 @@ private:
     bool concerns(std::string_view path, unsigned action) const;
 
     struct Hash {
-        using is_transparent = void;
+        using is_transparent = void;  // NOLINT(readability-identifier-naming)
         std::size_t operator()(std::string_view text) const {
             return std::hash<std::string_view>()(text);
         }
