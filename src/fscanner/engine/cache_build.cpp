@@ -397,7 +397,7 @@ TreeState compareTree(CacheStore& store, const TreeView& view,
         if (one.state != StaleDirectory::State::changed) return TreeState::changed;
         if (!enter(store, chain, one.id)) return TreeState::changed;
         // It costs as much to compare as to renew the stamp for good.
-        if (store.stamps().find(one.id).exists() && isLarge(store, one.id))
+        if (view.renews && store.stamps().find(one.id).exists() && isLarge(store, one.id))
             return TreeState::changed;
         const Reread directory{view, one.id, chain.path(), one.facts};
         Comparison comparison(store, directory);
@@ -407,7 +407,7 @@ TreeState compareTree(CacheStore& store, const TreeView& view,
         if (comparison.differs() && !comparison.stopped()) return TreeState::changed;
         if (walked == WalkStatus::timedOut) return TreeState::stopped;
         readAgain += comparison.spared();
-        if (readAgain > kReadAgain) return TreeState::changed;
+        if (view.renews && readAgain > kReadAgain) return TreeState::changed;
     }
     return TreeState::current;
 }

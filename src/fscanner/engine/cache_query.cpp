@@ -221,7 +221,8 @@ CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pa
     const std::optional<TreeChanges> changes = changesIn(pair);
     if (!verifies(found, changes)) return judgeAge(found);
     const GoesOn goesOn = goesOnSince(start, pair);
-    const TreeView view = viewOf(plan, pair, goesOn);
+    TreeView view = viewOf(plan, pair, goesOn);
+    view.renews = !changes || changes->applied;  // the watch will see to it
     looked_.watched = changes.has_value();
     looked_.factsKnown = changes && found.id > changes->firstId;
     looked_.verification = changes ? verifyChanges(store_, tree_, found.id, view, *changes)

@@ -36,6 +36,7 @@ struct TreeView {
     bool facts;  ///< whether the query goes by stored sizes and attributes
     /// The directories of so many levels are looked at; the root is the first.
     unsigned levels = std::numeric_limits<unsigned>::max();
+    bool renews = true;  ///< many directories that only need new stamps are worth a change
 };
 
 /// What a comparison of a tree's directories with their stamps told.
