@@ -15,6 +15,7 @@ import os
 import platform
 import shlex
 import shutil
+import socket
 import statistics
 import subprocess
 import sys
@@ -68,12 +69,12 @@ class Cost:
 class Tree:
     """A tree to search, its warm cache, its cold cache, and plocate's database of it."""
 
-    def __init__(self, path: Path, work: Path, name: str):
-        self.path, self.name = path, name
+    def __init__(self, path: Path, work: Path, name: str, bin_directory: Path):
+        self.path, self.name, self.bin = path, name, bin_directory
         self.cache = work / f"cache-{name}"
         self.cold = work / f"cold-{name}"
         self.database = work / f"plocate-{name}.db"
-        self.directories: list[str] = []
+        self.directories: dict[int, list[str]] = {}  # by how many of them change
 
     def checked(self, options: str) -> str:
         """A search that compares the warm cache with the disk first."""
@@ -86,10 +87,10 @@ class Tree:
 
     def change(self, count: int) -> None:
         """Changes the entries of so many directories, which end as they were."""
-        if not self.directories:
+        if count not in self.directories:
             found = self.all_directories()
-            self.directories = found[::max(1, len(found) // count)][:count]
-        for directory in self.directories:
+            self.directories[count] = found[::max(1, len(found) // count)][:count]
+        for directory in self.directories[count]:
             file = Path(directory) / "changed"
             file.touch()
             file.unlink()
@@ -197,6 +198,7 @@ def rows_of(tree: Tree) -> list[Row]:
                             lambda: time.sleep(1.1)), [], flat=True),
     ]
     rows += question_rows(tree) + thread_rows(tree) + slow_rows(tree) + cold_rows(tree)
+    rows += watch_rows(tree)
     for row in rows:
         # In searches of a few milliseconds the start of the process dominates: no aim there.
         if row.number in {"4", "5", "6", "7", "8", "9"} and tree.name == "100k":
@@ -290,9 +292,60 @@ def cold_rows(tree: Tree) -> list[Row]:
     ]
 
 
+class Watches:
+    """The watches that keep caches current while rows run. They end with this program."""
+
+    def __init__(self) -> None:
+        self.running: dict[str, subprocess.Popen] = {}
+
+    def keep(self, tree: Tree, environment: dict[str, str]) -> None:
+        """Returns when a watch of the tree's warm cache is ready."""
+        if tree.name in self.running:
+            return
+        name = f"\0fscan-compare-{os.getpid()}-{tree.name}"
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as heard:
+            heard.bind(name)
+            command = shlex.split(tree.checked("--watch"))
+            self.running[tree.name] = subprocess.Popen(
+                command, env={**environment, "NOTIFY_SOCKET": "@" + name[1:]})
+            while b"READY=1" not in heard.recv(4096):
+                pass
+
+    def end(self) -> None:
+        for process in self.running.values():
+            process.terminate()
+            process.wait()
+
+
+WATCHES = Watches()
+
+
+def watch_rows(tree: Tree) -> list[Row]:
+    """A cache that a watch keeps current, beside the same cache as it is."""
+
+    def row(what: str, options: str, at_most: float, *before: Callable[[], None]) -> Row:
+        def prepare() -> None:
+            WATCHES.keep(tree, environment_for(tree.bin))
+            for step in before:
+                step()
+        as_it_is = Side(f"fscan --max-age {options}".replace(NEEDLE, "NAME"), tree.fscan(options))
+        return Row("watch", Side(f"{what} {options}".replace(NEEDLE, "NAME"),
+                                 tree.checked(options), prepare), [Peer(as_it_is, at_most)])
+
+    def change(pause: float) -> Callable[[], None]:
+        def changes() -> None:
+            tree.change(1000)
+            time.sleep(pause)
+        return changes
+
+    return [row("watched fscan", f"-n {NEEDLE}", 1.3), row("watched fscan", "-n '*.h'", 1.3),
+            row("1000 directories changed, fscan", "-n '*.h'", 2.0, change(0)),
+            row("and two seconds passed, fscan", "-n '*.h'", 2.0, change(2))]
+
+
 def other_rows(work: Path, bin_directory: Path) -> list[Row]:
     """The rows that need no generated tree."""
-    usr = Tree(Path("/usr"), work, "usr")
+    usr = Tree(Path("/usr"), work, "usr", bin_directory)
     sorter, data = q(bin_directory / "sort_bench"), q(work / "sort")
 
     def record_sort(key: int, lines: str, options: str, at_most: float, limit: str) -> Row:
@@ -319,14 +372,19 @@ def other_rows(work: Path, bin_directory: Path) -> list[Row]:
     ]
 
 
+def environment_for(bin_directory: Path) -> dict[str, str]:
+    environment = {**os.environ, "LC_ALL": "C.UTF-8",
+                   "PATH": f"{bin_directory}:{os.environ['PATH']}",
+                   "SLOW_READS": str(bin_directory.parent / "lib/slow_reads.so")}
+    for name in ("FSCANNER_CONFIG", "XDG_CONFIG_HOME", "POSIXLY_CORRECT", "LS_COLORS"):
+        environment.pop(name, None)
+    return environment
+
+
 class Measure:
     def __init__(self, work: Path, bin_directory: Path):
         self.runner, self.result = bin_directory / "measure", work / "result"
-        self.environment = {**os.environ, "LC_ALL": "C.UTF-8", "PATH":
-                            f"{bin_directory}:{os.environ['PATH']}",
-                            "SLOW_READS": str(bin_directory.parent / "lib/slow_reads.so")}
-        for name in ("FSCANNER_CONFIG", "XDG_CONFIG_HOME", "POSIXLY_CORRECT", "LS_COLORS"):
-            self.environment.pop(name, None)
+        self.environment = environment_for(bin_directory)
 
     def run(self, side: Side, private: bool = False, configuration: str | None = None) -> Cost:
         if side.before:
@@ -481,7 +539,7 @@ def make_tree(work: Path, bin_directory: Path, name: str) -> Tree:
         subprocess.run([bin_directory / "make_tree", half, str(SIZES[name])], check=True,
                        stdout=subprocess.DEVNULL)
         half.rename(path)
-    return Tree(path, work, name)
+    return Tree(path, work, name, bin_directory)
 
 
 def parse() -> argparse.Namespace:
@@ -539,6 +597,7 @@ def main() -> int:
     try:
         table = compare(options, work)
     finally:
+        WATCHES.end()
         if not options.keep:
             shutil.rmtree(work)
     print(table, end="")
