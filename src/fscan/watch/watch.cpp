@@ -173,7 +173,10 @@ ExitStatus runWatch(const Options& options) {
     if (!excludes) return ExitStatus::usage;
     fscanner::FsQuery query;
     fillQuery({options, roots, *excludes, *drives, L"", false}, query);
-    for (const SearchRoot& root : roots.roots) addSearchedPath(options, root, query);
+    for (SearchRoot root : roots.roots) {
+        root.drives &= localDrives;
+        addSearchedPath(options, root, query);
+    }
     const CachePlace place = CachePlace::of(options);
     fscanner::FsCacheSettings cache = fscanner::fsCacheSettings(settings());
     cache.directory = place.directory;

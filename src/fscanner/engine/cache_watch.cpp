@@ -159,6 +159,7 @@ private:
     const FsQuery* query_ = nullptr;
     FS_Queue queue_;
     QueryPlan plan_;
+    bool planned_ = false;  // the plan is that of the present mounts
     std::vector<WatchedTree> trees_;
     ChangeSet changes_;
 
@@ -297,7 +298,8 @@ void FsCacheWatch::Inside::setTimer() {
 
 void FsCacheWatch::Inside::planTrees() {
     QueryPlan plan;
-    if (!plan.make(*query_)) return;
+    planned_ = plan.make(*query_);
+    if (!planned_) return lose(nullptr, false);
     plan_ = std::move(plan);
     std::vector<WatchedTree> trees;
     for (const PathDrive& pair : plan_.pairs()) {
@@ -425,6 +427,7 @@ void FsCacheWatch::Inside::retryLater(milliseconds pause) {
 void FsCacheWatch::Inside::apply() {
     applyAt_.reset();
     applySoon_ = false;
+    if (!planned_) planTrees();
     for (WatchedTree& tree : trees_)
         if (!tree.watched) watchTree(tree);
     drain();
@@ -444,7 +447,7 @@ void FsCacheWatch::Inside::apply() {
     report_.lastStatus = status;
     const bool unwatched = std::any_of(trees_.begin(), trees_.end(),
                                        [](const WatchedTree& tree) { return !tree.watched; });
-    if (status == FS_CACHE_SUCCESS && !unwatched) {
+    if (status == FS_CACHE_SUCCESS && planned_ && !unwatched) {
         retry_ = kFirstRetry;
         return;
     }
@@ -464,7 +467,7 @@ int FsCacheWatch::Inside::change(const ChangeSet& changes) {
     Known known(*this, changes);
     std::vector<PathDrive> pairs;
     for (const WatchedTree& tree : trees_)
-        if (tree.watched) pairs.push_back(tree.pair);
+        if (tree.watched && planned_) pairs.push_back(tree.pair);
     if (status == FS_CACHE_SUCCESS)
         status = cache.keepCurrent(*query_, plan_, pairs, known, lastId);
     const bool closed = cache.close();
@@ -473,7 +476,7 @@ int FsCacheWatch::Inside::change(const ChangeSet& changes) {
     cache.unlock();
     if (status != FS_CACHE_SUCCESS) return status;
     for (WatchedTree& tree : trees_) {
-        if (!tree.watched || tree.current) continue;
+        if (!tree.watched || tree.current || !planned_) continue;
         tree.current = true;
         tree.firstId = lastId;
     }
