@@ -34,8 +34,10 @@ enum FsEventAction : unsigned {
 /// another action.
 class FSCANNER_EXPORT FS_Event {
 public:
+    /// The action of an event that says nothing.
     static constexpr unsigned kInvalidAction = 160;
 
+    /// Invalid.
     FS_Event() = default;
     /// Invalid, whatever the action, when `entry` is null or cannot be copied.
     FS_Event(const wchar_t* entry, unsigned action);
@@ -44,8 +46,11 @@ public:
     FS_Event& operator=(const FS_Event& other);
     ~FS_Event() = default;
 
+    /// Frees the entry and makes the event invalid.
     void setInvalid();
+    /// Whether the event has an entry or an action other than `kInvalidAction`.
     bool isValid() const { return entry_ || action_ != kInvalidAction; }
+    /// A combination of `FsEventAction`, or `kInvalidAction`.
     unsigned getAction() const { return action_; }
     /// Owned by the event; null when it has none.
     const wchar_t* getEntry() const { return entry_.get(); }
