@@ -74,12 +74,10 @@ std::uint64_t fileSystemOf(std::string_view directory) {
     return number;
 }
 
-// A record of information: 4 bytes of header, 8 of the file system's number, the handle (its
-// length, its type, so many bytes), the name and a 0.
-Change readChange(const fanotify_event_metadata& event) {
+// What follows the metadata: 4 bytes of header, 8 of the file system's number, the handle (its
+// length, its type, so many bytes), the name and a 0. Events are aligned to 4 bytes only.
+Change readChange(const fanotify_event_metadata& event, std::string_view bytes) {
     Change change{{}, ".", static_cast<std::uint32_t>(event.mask)};
-    const char* at = reinterpret_cast<const char*>(&event);
-    const std::string_view bytes(at + event.metadata_len, event.event_len - event.metadata_len);
     fanotify_event_info_fid info;
     if (bytes.size() < sizeof info + sizeof(file_handle)) return change;
     std::memcpy(&info, bytes.data(), sizeof info);
@@ -292,10 +290,15 @@ void FanotifyMonitor::read(EventList& events) {
         if (length < 0 && errno == EINTR) continue;
         if (length < 0 && errno != EAGAIN) throw std::system_error(errno, std::generic_category());
         if (length <= 0) return;
-        const auto* event = reinterpret_cast<const fanotify_event_metadata*>(buffer_.data());
-        for (ssize_t rest = length; FAN_EVENT_OK(event, rest); --left) {
-            tell(readChange(*event), events);
-            event = FAN_EVENT_NEXT(event, rest);
+        std::string_view rest(buffer_.data(), static_cast<std::size_t>(length));
+        for (fanotify_event_metadata event; rest.size() >= sizeof event; --left) {
+            std::memcpy(&event, rest.data(), sizeof event);
+            if (event.event_len < std::max<std::size_t>(sizeof event, event.metadata_len) ||
+                event.event_len > rest.size())
+                break;
+            tell(readChange(event, rest.substr(0, event.event_len).substr(event.metadata_len)),
+                 events);
+            rest.remove_prefix(event.event_len);
         }
     }
 }
