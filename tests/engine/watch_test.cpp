@@ -431,6 +431,30 @@ TEST_P(WatchedHistory, OfATreeThatHoldsTheCacheComesToAnEnd) {
     EXPECT_LE(watch.report().updates, 3U);
 }
 
+/// No event tells of what lies below a mount point, and none of the mount table that it moves.
+TEST_P(WatchedHistory, AMountPointMovesWithItsDirectory) {
+    if (monitorName() == "monitor_fanotify" && ::geteuid() != 0)
+        GTEST_SKIP() << "fanotify needs root";
+    const int failed = inChild([this] {
+        if (!enterPrivateMounts()) return 0;
+        tree.directory("a/point");
+        mountMemory("tmpfs", tree.path("a/point"));
+        const std::unique_ptr<FsMonitor> monitor = loadMonitor();
+        const RunningWatch watch(place.wide("cache"), tree.wide(), *monitor);
+        EXPECT_TRUE(watch.waitUntilCurrent());
+        const unsigned long long updates = watch.report().updates;
+        fs::rename(tree.path("a"), tree.path("b"));
+        EXPECT_TRUE(
+            watch.waitFor([updates](const FsWatchReport& one) { return one.updates > updates; }));
+        wait();
+        tree.file("b/point/f");
+        EXPECT_EQ(ask(queryFor("", nullptr)).paths, scan(queryFor("", nullptr)).paths);
+        ::umount2(tree.path("b/point").c_str(), MNT_DETACH);
+        return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(failed, 0) << "-1: it crashed";
+}
+
 TEST_P(WatchedHistory, GivesTheAnswersOfAScan) {
     if (monitorName() == "monitor_fanotify" && ::geteuid() != 0)
         GTEST_SKIP() << "fanotify needs root";

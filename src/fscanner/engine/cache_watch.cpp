@@ -133,6 +133,7 @@ private:
     // Events.
     void drain();
     void take(const FS_Event& event);
+    void takeMove(std::wstring_view path);
     void lose(const wchar_t* path, bool watched);
     void takeEvents();
 
@@ -159,7 +160,8 @@ private:
     const FsQuery* query_ = nullptr;
     FS_Queue queue_;
     QueryPlan plan_;
-    bool planned_ = false;  // the plan is that of the present mounts
+    bool planned_ = false;      // the plan is that of the present mounts
+    bool mountsMoved_ = false;  // those inside the trees
     std::vector<WatchedTree> trees_;
     ChangeSet changes_;
 
@@ -377,6 +379,7 @@ void FsCacheWatch::Inside::drain() {
     }
     if (taken < 0) lose(nullptr, false);
     if (changes_.isTooLarge()) lose(nullptr, true);
+    if (std::exchange(mountsMoved_, false)) planTrees();
     planApplying();
 }
 
@@ -385,13 +388,21 @@ void FsCacheWatch::Inside::take(const FS_Event& event) {
     const unsigned action = event.getAction();
     if (!path || *path == 0 || action & (FS_EVENT_OVERFLOW | FS_EVENT_UNWATCHED))
         return lose(path && *path != 0 ? path : nullptr, (action & FS_EVENT_UNWATCHED) == 0);
-    // The way to a tree is another one.
     if (action & FS_EVENT_DIRECTORY && action & ~(FS_EVENT_DIRECTORY | FS_EVENT_ATTRIBUTES))
-        for (WatchedTree& tree : trees_)
-            if (isWithin(tree.path(), path)) tree.watched = tree.current = false;
+        takeMove(path);
     const std::wstring_view entry = path;
     if (isInTree(entry.substr(0, std::max<std::size_t>(entry.rfind(L'/'), 1))) || isInTree(entry))
         changes_.add(event);
+}
+
+// The way to a tree may be another one. The same goes for the mount points inside, of which the
+// mount table tells nobody.
+void FsCacheWatch::Inside::takeMove(std::wstring_view path) {
+    const auto isInside = [path](const std::wstring& point) { return isWithin(point, path); };
+    for (WatchedTree& tree : trees_) {
+        if (isWithin(tree.path(), path)) tree.watched = tree.current = false;
+        if (std::any_of(tree.mounts.begin(), tree.mounts.end(), isInside)) mountsMoved_ = true;
+    }
 }
 
 // Events of a tree were lost, or of all: the next answers are verified.
