@@ -27,5 +27,19 @@ TEST(DirectoryEntries, ComeBackFromTheLastToTheFirstWhateverTheirLength) {
     }
 }
 
+TEST(DirectoryEntries, OfAHugeDirectoryOccupyNoMemoryForLong) {
+    DirectoryEntries entries;
+    const auto fill = [&entries] {
+        for (int i = 0; i < 40; ++i) entries.add(std::string(60000, 'x'), EntryType::file);
+        return entries.bytes();
+    };
+    EXPECT_GE(fill(), 40U * 60000);
+    entries.clear();
+    EXPECT_LT(entries.bytes(), 1000U) << "cleared";
+    fill();
+    entries = DirectoryEntries();
+    EXPECT_LT(entries.bytes(), 1000U) << "replaced";
+}
+
 }  // namespace
 }  // namespace fscanner

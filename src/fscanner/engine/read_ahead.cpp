@@ -40,8 +40,8 @@ constexpr std::chrono::microseconds kSlow{100};
 // The disk is what a walk waits for if slow readings take so much time, and such a share of all.
 constexpr std::chrono::milliseconds kSlowTime{10};
 constexpr unsigned kSlowShare = 3;
-// More memory than this is not kept for the next directory.
-constexpr std::size_t kMostKept = 16 * 1024;
+// More memory than this is not kept for the next directories.
+constexpr std::size_t kMostKept = std::size_t{1} << 20;
 
 std::size_t mostOpen() {
     struct rlimit limit {};
@@ -55,8 +55,8 @@ struct Reader {
     std::vector<char> buffer = std::vector<char>(kReadBuffer);
 };
 
-std::size_t bytesOf(const std::vector<EntryFacts>& facts) {
-    return facts.capacity() * sizeof(EntryFacts);
+std::size_t bytesOf(const ReadDirectory& read) {
+    return read.entries.bytes() + read.facts.capacity() * sizeof(EntryFacts);
 }
 
 void examineFiles(ReadDirectory& read) {
@@ -131,6 +131,7 @@ private:
     std::size_t mostOpen_ = mostOpen();
     std::size_t open_ = 0;   // nodes that are running or done
     std::size_t bytes_ = 0;  // of those that are done
+    std::size_t kept_ = 0;   // by spare nodes
     std::size_t running_ = 0;
     std::size_t idle_ = 0;    // workers that wait
     std::size_t active_ = 0;  // workers
@@ -161,12 +162,15 @@ ReadAhead::Node* ReadAhead::Shared::newNode(std::string_view name, const Branch&
     node->branch.depth = parent.depth + 1;
     if (rules_.needsPaths()) node->branch.path = parent.path + toWide(name);
     spare_.pop_back();
+    kept_ -= std::exchange(node->bytes, 0);
     return node;
 }
 
 void ReadAhead::Shared::recycle(Node& node) {
-    const ReadDirectory& read = node.branch.read;
-    if (read.entries.bytes() + bytesOf(read.facts) > kMostKept) node.branch = Branch();
+    const std::size_t bytes = bytesOf(node.branch.read);
+    node.bytes = kept_ + bytes > kMostKept ? 0 : bytes;
+    if (node.bytes == 0) node.branch = Branch();
+    kept_ += node.bytes;
     node.state = State::waiting;
     spare_.push_back(&node);
 }
@@ -250,8 +254,8 @@ void ReadAhead::Shared::run(Lock& lock, Node& node, Reader& reader) {
     unlink(node);
     node.state = good ? State::done : State::refused;
     if (good) {
-        ReadDirectory& read = node.branch.read;
-        node.bytes = read.entries.bytes() + bytesOf(read.facts);
+        const ReadDirectory& read = node.branch.read;
+        node.bytes = bytesOf(read);
         bytes_ += node.bytes;
         node.branch.unplanned = read.entries.end();
         plan(node.branch, next);

@@ -171,7 +171,7 @@ Descriptor openDirectoryWithoutLinks(const char* path, DirectoryUse use) {
 }
 
 void DirectoryEntries::clear() {
-    if (data_.size() > kKeepCapacity) data_ = std::string();
+    if (data_.size() > kKeepCapacity) data_ = std::vector<char>();
     end_ = 0;
 }
 

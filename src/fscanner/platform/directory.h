@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fscanner/platform/descriptor.h"
 
@@ -60,7 +61,7 @@ public:
     std::size_t bytes() const { return data_.capacity(); }
 
 private:
-    std::string data_;
+    std::vector<char> data_;  // not a string: one that is moved to may keep its memory
     std::size_t end_ = 0;
 };
 
