@@ -1,6 +1,7 @@
 #include "fscan/watch/watch.h"
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 
 #include "fscan/cache/cache_place.h"
 #include "fscan/options/options.h"
@@ -79,13 +81,14 @@ public:
     FsWatchReport report() const { return watch_->report(); }
 
 private:
-    void tell();
+    void tell(const FsWatchReport& report);
 
     std::unique_ptr<FsMonitor> monitor_;
     std::optional<FsCacheWatch> watch_;
     std::string name_;
     std::set<std::wstring> told_;
     bool ready_ = false;
+    unsigned long long updates_ = 0;
 };
 
 int Watch::begin(const fscanner::FsCacheSettings& cache, const fscanner::FsQuery& query,
@@ -100,8 +103,7 @@ int Watch::begin(const fscanner::FsCacheSettings& cache, const fscanner::FsQuery
 }
 
 // Each problem once. The trees that can be watched are waited for, and no others.
-void Watch::tell() {
-    const FsWatchReport report = watch_->report();
+void Watch::tell(const FsWatchReport& report) {
     for (const std::wstring& problem : report.problems)
         if (told_.insert(problem).second) complain("not watched: " + toBytes(problem));
     const bool ready = report.current + report.problems.size() >= report.trees;
@@ -112,6 +114,13 @@ void Watch::tell() {
     ready_ = ready;
 }
 
+// A comparison of a tree takes memory that nobody needs until the next one.
+void giveMemoryBack() {
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
+}
+
 ExitStatus Watch::run(const EndingSignals& signals) {
     std::array<pollfd, 2> polls{
         {{watch_->descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
@@ -119,7 +128,9 @@ ExitStatus Watch::run(const EndingSignals& signals) {
         if (::poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) break;
         if (polls[1].revents != 0) return ExitStatus::found;
         if (watch_->step() != fscanner::FS_CACHE_SUCCESS) break;
-        tell();
+        const FsWatchReport report = watch_->report();
+        tell(report);
+        if (std::exchange(updates_, report.updates) != report.updates) giveMemoryBack();
     }
     complain("the watch cannot go on");
     return ExitStatus::failure;
