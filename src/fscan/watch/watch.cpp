@@ -88,7 +88,6 @@ private:
     std::string name_;
     std::set<std::wstring> told_;
     bool ready_ = false;
-    unsigned long long updates_ = 0;
 };
 
 int Watch::begin(const fscanner::FsCacheSettings& cache, const fscanner::FsQuery& query,
@@ -124,13 +123,14 @@ void giveMemoryBack() {
 ExitStatus Watch::run(const EndingSignals& signals) {
     std::array<pollfd, 2> polls{
         {{watch_->descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
+    unsigned long long updates = 0;
     for (;;) {
         if (::poll(polls.data(), polls.size(), -1) < 0 && errno != EINTR) break;
         if (polls[1].revents != 0) return ExitStatus::found;
         if (watch_->step() != fscanner::FS_CACHE_SUCCESS) break;
         const FsWatchReport report = watch_->report();
         tell(report);
-        if (std::exchange(updates_, report.updates) != report.updates) giveMemoryBack();
+        if (std::exchange(updates, report.updates) != report.updates) giveMemoryBack();
     }
     complain("the watch cannot go on");
     return ExitStatus::failure;

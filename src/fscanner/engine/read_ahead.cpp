@@ -167,9 +167,11 @@ ReadAhead::Node* ReadAhead::Shared::newNode(std::string_view name, const Branch&
 }
 
 void ReadAhead::Shared::recycle(Node& node) {
-    const std::size_t bytes = bytesOf(node.branch.read);
-    node.bytes = kept_ + bytes > kMostKept ? 0 : bytes;
-    if (node.bytes == 0) node.branch = Branch();
+    node.bytes = bytesOf(node.branch.read);
+    if (kept_ + node.bytes > kMostKept) {
+        node.branch = Branch();
+        node.bytes = 0;
+    }
     kept_ += node.bytes;
     node.state = State::waiting;
     spare_.push_back(&node);
@@ -254,10 +256,9 @@ void ReadAhead::Shared::run(Lock& lock, Node& node, Reader& reader) {
     unlink(node);
     node.state = good ? State::done : State::refused;
     if (good) {
-        const ReadDirectory& read = node.branch.read;
-        node.bytes = bytesOf(read);
+        node.bytes = bytesOf(node.branch.read);
         bytes_ += node.bytes;
-        node.branch.unplanned = read.entries.end();
+        node.branch.unplanned = node.branch.read.entries.end();
         plan(node.branch, next);
     } else {
         --open_;

@@ -296,8 +296,8 @@ void FanotifyMonitor::read(EventList& events) {
             if (event.event_len < std::max<std::size_t>(sizeof event, event.metadata_len) ||
                 event.event_len > rest.size())
                 break;
-            tell(readChange(event, rest.substr(0, event.event_len).substr(event.metadata_len)),
-                 events);
+            const std::size_t told = event.event_len - event.metadata_len;
+            tell(readChange(event, rest.substr(event.metadata_len, told)), events);
             rest.remove_prefix(event.event_len);
         }
     }
