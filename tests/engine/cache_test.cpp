@@ -113,6 +113,19 @@ TEST_F(CacheTest, TimeRunsOutWithinADirectory) {
     setClockSource(nullptr);
 }
 
+/// Who reads a tree anew can say how far it is.
+TEST_F(CacheTest, TheSizeOfTheOldTreeIsToldWhenItIsReadAnew) {
+    for (int i = 0; i < 1600; ++i)
+        tree.file("many/" + std::to_string(i % 40) + "/" + std::to_string(i) + "/f");
+    everything();
+    const Listener heard;
+    found(cache);
+    EXPECT_GT(heard.questions, 0);
+    EXPECT_EQ(heard.expected, 0U);
+    found(cache, FS_CACHE_REBUILD);
+    EXPECT_EQ(heard.expected, 1600U + 40 + 1 + 3);
+}
+
 /// Running `file` over a cache takes time: the observer must be called, and may stop it.
 TEST_F(CacheTest, CommandsOverACacheCanBeStopped) {
     for (int i = 0; i < 300; ++i) tree.file("many/" + std::to_string(i));

@@ -1,5 +1,6 @@
 // A cache that is kept current by what a monitor tells, and the searches that ask for it.
 
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -8,6 +9,7 @@
 #include "fscanner/engine/tree_changes.h"
 #include "fscanner/engine/watch_client.h"
 #include "fscanner/engine/watch_protocol.h"
+#include "fscanner/engine/watch_server.h"
 #include "fscanner/fs/fs_config.h"
 #include "fscanner/fs/fs_events.h"
 #include "fscanner/fs/fs_loader.h"
@@ -53,7 +55,7 @@ TEST(ChangeSet, NamesTheDirectoriesThatEventsConcern) {
 TEST(WatchProtocol, MessagesComeBackAndDamagedOnesDoNot) {
     const WatchQuestion question{L"dirs", L"/a/\xDC80 \x1F600", {1, 2, 3}};
     const std::optional<TreeChanges> answer =
-        TreeChanges{7, false, {{L"/a/b", ChangedDirectory::names}, {L"/a/c", 6}}};
+        TreeChanges{false, {{L"/a/b", ChangedDirectory::names}, {L"/a/c", 6}}};
     const std::string asked = encode(question).substr(kLengthBytes);
     const std::string answered = encode(answer).substr(kLengthBytes);
     WatchQuestion question2;
@@ -63,7 +65,6 @@ TEST(WatchProtocol, MessagesComeBackAndDamagedOnesDoNot) {
     EXPECT_EQ(question2.place, question.place);
     ASSERT_TRUE(decode(answered, answer2));
     ASSERT_TRUE(answer2);
-    EXPECT_EQ(answer2->firstId, 7U);
     EXPECT_EQ(answer2->directories, answer->directories);
     EXPECT_TRUE(decode(encode(std::optional<TreeChanges>()).substr(kLengthBytes), answer2));
     EXPECT_FALSE(answer2);
@@ -95,9 +96,11 @@ public:
     ~ScriptedMonitor() override { ::close(signal_); }
     const char* name() const override { return "scripted"; }
     int watch(const wchar_t* path, std::wstring& problem) override {
-        problem = refuses ? L"not today" : L"";
-        if (!refuses) watched.emplace_back(path);
-        return refuses ? EPERM : 0;
+        const bool refused = refuses || path == refusedPath;
+        problem = refused ? L"not today" : L"";
+        (refused ? refusals : watched).emplace_back(path);
+        if (const auto happens = std::exchange(duringWatch, nullptr)) happens();
+        return refused ? EPERM : 0;
     }
     int descriptor() const override { return signal_; }
     int take(FS_Queue& queue) override {
@@ -120,7 +123,9 @@ public:
     }
 
     std::atomic<bool> refuses = false;
-    std::vector<std::wstring> watched;
+    std::wstring refusedPath;
+    std::function<void()> duringWatch;  // once
+    std::vector<std::wstring> watched, refusals;
 
 private:
     void ring() const {
@@ -217,27 +222,21 @@ TEST_P(WatchedTree, LooksWhereTheMonitorSaysAndNowhereElse) {
     EXPECT_EQ(watchedNames(), (Answer{"a/b/x", "away/b/g", "away/b/new", "c/h", "n/m/x"}));
 }
 
-TEST_P(WatchedTree, SizesAreKnownSinceTheTreeWasRead) {
+TEST_P(WatchedTree, SizesAreAsOldAsTheTreeButForThoseThatItTells) {
     tree.file("a/small", 10);
     tree.file("a/large", 1000);
-    wait();
-    names();
-    tree.file("a/small", 500);  // before the watch
     start();
-    EXPECT_EQ(sized(L"[SIZE]>100"), Answer{"a/large 1000"});
-    EXPECT_TRUE(checks.storedFacts) << "they are as old as the tree";
-    EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), (Answer{"a/small 500", "a/large 1000"}));
-    EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), (Answer{"a/small 500", "a/large 1000"}));
-    EXPECT_FALSE(checks.storedFacts);
-    EXPECT_EQ(checks.watched, 2U) << "a tree that was read under the watch need not be young";
     tree.file("a/large", 5);
     tree.file("a/small", 700);
     tell("a/large", FS_EVENT_WRITTEN);
     EXPECT_EQ(sized(L"[SIZE]<100"), Answer{"a/large 5"});
-    EXPECT_EQ(sized(L"[SIZE]>100", kAllOld), Answer{"a/small 700"});
+    EXPECT_EQ(sized(L"[SIZE]>100"), Answer{"a/small 700"});
+    EXPECT_EQ(checks.watched, 2U);
+    EXPECT_TRUE(checks.storedFacts) << "another link of a file may have been written";
+    tree.file("a/large", 900);
+    EXPECT_EQ(sized(L"[SIZE]>800", kAllOld), Answer{"a/large 900"});
     // Names do not depend on it.
     EXPECT_EQ(watchedNames(), (Answer{"a/small", "a/large"}));
-    EXPECT_EQ(checks.looked, 0U);
 }
 
 /// Whatever goes wrong with the watch, the answers are right.
@@ -275,6 +274,108 @@ TEST_P(WatchedTree, FallsBackToVerification) {
         ASSERT_TRUE(watch->waitUntilCurrent()) << row.what;
         EXPECT_EQ(names(), expected) << row.what;
     }
+}
+
+/// What a search finds in the place of a tree, or where others have mounted something, goes into
+/// the cache. The monitor tells nothing of it.
+TEST_P(WatchedTree, IsNotCurrentAfterASearchSawSomethingElse) {
+    tree.file("a/f");
+    TempTree other{fs::path(tree.path()).parent_path()};
+    other.file("other");
+    const std::string away = tree.path() + ".away";
+    const auto exchange = [&] {
+        fs::rename(tree.path(), away);
+        fs::rename(other.path(), tree.path());
+    };
+    const auto restore = [&] {
+        fs::rename(tree.path(), other.path());
+        fs::rename(away, tree.path());
+    };
+    const Answer expected{"a/f"};
+    start();
+    monitor.duringWatch = exchange;
+    tell("", FS_EVENT_UNWATCHED);
+    ASSERT_TRUE(watch->waitFor([](const FsWatchReport& one) { return one.losses > 0; }));
+    ASSERT_TRUE(watch->waitUntilCurrent());
+    EXPECT_EQ(monitor.watched.size(), 3U) << "it was another directory when the watch began";
+    restore();
+    EXPECT_EQ(names(), expected);
+    ASSERT_TRUE(watch->waitUntilCurrent());
+    const std::unique_ptr<FsProvider> unchecked{createProvider(nullptr)};
+    unchecked->setOption(FS_OPTION_CACHE_DIRECTORY, place.path("cache").c_str());
+    const struct {
+        const char* what;
+        std::function<void()> search;
+    } table[] = {
+        {"a search that asks the watch", [&] { EXPECT_EQ(names(), Answer{"other"}); }},
+        {"a search that does not",
+         [&] {
+             SizedWriter writer;
+             EXPECT_EQ(unchecked->executeQuery(writer, queryFor("", nullptr), 0, kMinute), 0);
+             EXPECT_EQ(writer.paths, Answer{tree.path("other")});
+         }},
+    };
+    for (const auto& row : table) {
+        exchange();
+        row.search();
+        restore();
+        EXPECT_EQ(names(), expected) << row.what;
+        ASSERT_TRUE(watch->waitUntilCurrent()) << row.what;
+        EXPECT_EQ(watchedNames(), expected) << row.what;
+    }
+    withPrivateMounts([&] {
+        if (!mountMemory("tmpfs", tree.path("a"))) return kNotAllowed;
+        tree.file("a/theirs");
+        return names() == Answer{"a/theirs"} ? 0 : 1;
+    });
+    EXPECT_EQ(names(), expected);
+}
+
+TEST_P(WatchedTree, LooksAtDirectoriesThatCannotBeWatchedEachTime) {
+    for (const char* one : {"a/f", "closed/b/g"}) tree.file(one);
+    start();
+    tell("closed", FS_EVENT_UNWATCHED | FS_EVENT_DIRECTORY);
+    EXPECT_EQ(watchedNames(), (Answer{"a/f", "closed/b/g"}));
+    EXPECT_EQ(checks.looked, 2U);
+    for (const char* one : {"1", "2"}) {
+        tree.file(std::string("closed/b/") + one);
+        EXPECT_TRUE(watchedNames().contains(std::string("closed/b/") + one));
+        EXPECT_EQ(watchedNames("a"), Answer{"a/f"});
+        EXPECT_EQ(checks.looked, 0U);
+        wait();
+    }
+}
+
+/// Others may make directories that cannot be read as they like.
+TEST_P(WatchedTree, IsGivenUpForAWhileWhereTooMuchCannotBeWatched) {
+    tree.file("a/f");
+    start();
+    for (int i = 0; i < 2000; ++i)
+        tell("closed" + std::to_string(i), FS_EVENT_UNWATCHED | FS_EVENT_DIRECTORY);
+    tree.file("a/g");
+    checks.clear();
+    EXPECT_EQ(names(), (Answer{"a/f", "a/g"}));
+    EXPECT_EQ(checks.watched, 0U);
+    const auto paused = watch->pause();
+    EXPECT_EQ(monitor.watched.size(), 1U);
+}
+
+/// A tree that cannot be watched is tried again now and then, whatever happens in others.
+TEST_P(WatchedTree, IsNoMatterToThoseThatCannotBeWatched) {
+    tree.file("a/f");
+    TempTree refused;
+    monitor.refusedPath = refused.wide();
+    const auto begin = std::chrono::steady_clock::now();
+    watch.emplace(place.wide("cache"), std::vector{tree.wide(), refused.wide()}, monitor);
+    for (unsigned updates = 1; updates < 6; ++updates) {
+        ASSERT_TRUE(
+            watch->waitFor([&](const FsWatchReport& one) { return one.updates >= updates; }));
+        tree.file("a/" + std::to_string(updates));
+        tell("a/x", FS_EVENT_CREATED);
+    }
+    const auto seconds = (std::chrono::steady_clock::now() - begin) / std::chrono::seconds(1);
+    const auto paused = watch->pause();
+    EXPECT_LE(std::ssize(monitor.refusals), 2 + seconds);
 }
 
 TEST_P(WatchedTree, IsNotWaitedForForLong) {
@@ -354,7 +455,7 @@ TEST_P(WatchedTree, BadAnswersAreNotBelieved) {
     const auto listener = listenAt(cache, kWatchSocketName);
     ASSERT_TRUE(listener);
     const auto known = [](const std::wstring& path) {
-        return encode(std::optional(TreeChanges{0, false, {{path, ChangedDirectory::names}}}));
+        return encode(std::optional(TreeChanges{false, {{path, ChangedDirectory::names}}}));
     };
     for (const std::string& bytes :
          {std::string(), std::string("xxxx"), known(tree.wide()).substr(0, 30), known(L"/etc"),
@@ -370,6 +471,52 @@ TEST_P(WatchedTree, BadAnswersAreNotBelieved) {
         EXPECT_FALSE(WatchClient(cache, L"dirs").changesIn(tree.wide().c_str())) << bytes;
         server.join();
     }
+}
+
+/// One that is slow to answer each question of a search is asked no more when that took too long.
+TEST_P(WatchedTree, TakesTheTimeOfASearchOnce) {
+    fs::create_directories(place.path("cache"));
+    const auto listener = listenAt(place.wide("cache"), kWatchSocketName);
+    std::thread server([&] {
+        for (int i = 0; i < 3; ++i) {
+            const std::string answer = encode(std::optional(TreeChanges()));
+            pollfd poll{listener.get(), POLLIN, 0};
+            ::poll(&poll, 1, 10'000);
+            const Descriptor client(::accept(listener.get(), nullptr, nullptr));
+            std::this_thread::sleep_for(std::chrono::milliseconds(i == 0 ? 100 : 1100));
+            ::send(client.get(), answer.data(), answer.size(), MSG_NOSIGNAL);
+        }
+    });
+    WatchClient client(place.wide("cache"), L"dirs");
+    EXPECT_TRUE(client.changesIn(tree.wide().c_str()));
+    client.changesIn(tree.wide().c_str());
+    EXPECT_FALSE(client.changesIn(tree.wide().c_str()));
+    EXPECT_FALSE(client.changesIn(tree.wide().c_str())) << "nobody listens";
+    server.join();
+}
+
+/// Without room for a client the server waits to be asked again, and does not wake its host.
+TEST(WatchServer, IsQuietWhileItCanTakeNobody) {
+    const TempTree place;
+    WatchServer server([](const WatchQuestion&) { return TreeChanges(); });
+    ASSERT_TRUE(server.open(place.wide()));
+    pollfd wakes{server.descriptor(), POLLIN, 0};
+    const Descriptor client = connectTo(place.wide(), kWatchSocketName);
+    const std::string question = encode(WatchQuestion{L"t", L"/", {1, 2, 3}});
+    ASSERT_EQ(::send(client.get(), question.data(), question.size(), 0), std::ssize(question));
+    EXPECT_EQ(::poll(&wakes, 1, 0), 1);
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_FALSE(server.step());
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(::poll(&wakes, 1, 0), 0);
+    EXPECT_TRUE(server.step());
+    EXPECT_EQ(::poll(&wakes, 1, 0), 1) << "it has been asked";
+    EXPECT_TRUE(server.step());
+    char answer = 0;
+    EXPECT_EQ(::recv(client.get(), &answer, 1, MSG_DONTWAIT), 1);
 }
 
 // ---- Real monitors ----------------------------------------------------------
@@ -446,6 +593,34 @@ TEST_P(WatchedHistory, AMountPointMovesWithItsDirectory) {
             watch.waitFor([updates](const FsWatchReport& one) { return one.updates > updates; }));
         wait();
         tree.file("b/point/f");
+        EXPECT_EQ(ask(queryFor("", nullptr)).paths, scan(queryFor("", nullptr)).paths);
+        return HasFailure() ? 1 : 0;
+    });
+}
+
+/// A scan stops at a drive, and crosses a part of the same one, of which no event tells by this
+/// path.
+TEST_P(WatchedHistory, AMountOfAnotherKindTakesThePlaceOfOne) {
+    if (monitorName() == "monitor_fanotify" && ::geteuid() != 0)
+        GTEST_SKIP() << "fanotify needs root";
+    withPrivateMounts([this] {
+        tree.file("a/f");
+        const std::string point = tree.path("point");
+        if (!mountMemory("tmpfs", point)) return kNotAllowed;
+        const std::unique_ptr<FsMonitor> monitor = loadMonitor();
+        const RunningWatch watch(place.wide("cache"), tree.wide(), *monitor);
+        EXPECT_TRUE(watch.waitUntilCurrent());
+        {
+            const auto paused = watch.pause();
+            EXPECT_EQ(::umount(point.c_str()), 0);
+            EXPECT_EQ(::mount(tree.path("a").c_str(), point.c_str(), nullptr, MS_BIND, nullptr), 0);
+        }
+        for (const char* file : {"a/1", "a/2"}) {
+            EXPECT_EQ(ask(queryFor("", nullptr)).paths, scan(queryFor("", nullptr)).paths);
+            EXPECT_TRUE(watch.waitUntilCurrent());
+            wait();
+            tree.file(file);
+        }
         EXPECT_EQ(ask(queryFor("", nullptr)).paths, scan(queryFor("", nullptr)).paths);
         return HasFailure() ? 1 : 0;
     });

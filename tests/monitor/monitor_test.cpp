@@ -7,12 +7,14 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "build_paths.h"
 #include "fscanner/common/utf8.h"
@@ -352,6 +354,30 @@ TEST_P(Monitors, KnowEachDirectoryAfterChangesThatWereMadeMeanwhile) {
 
 // ---- Mounts, users and limits ----
 
+/// Their paths change all the time while the tree is read for the first time.
+TEST_P(Monitors, MissNoDirectoryThatMovesWhileTheTreeIsRead) {
+    constexpr int kDirectories = 2000;
+    const auto last = [](int number) { return "/s" + std::to_string(number) + "/t"; };
+    for (int i = 0; i < kDirectories; ++i) fs::create_directories(in("d") + last(i));
+    std::atomic<bool> watched = false;
+    std::thread renames([&] {
+        while (!watched) {
+            fs::rename(in("d"), in("e"));
+            fs::rename(in("e"), in("d"));
+        }
+    });
+    watch();
+    watched = true;
+    renames.join();
+    while (!monitor->take().empty()) continue;
+    for (int i = 0; i < kDirectories; ++i) touch(in("d") + last(i) + "/f");
+    const Events events = monitor->take();
+    std::set<std::string> told;
+    for (const auto& event : events) told.insert(event.first);
+    for (int i = 0; i < kDirectories; ++i)
+        ASSERT_TRUE(told.contains(in("d") + last(i) + "/f")) << i;
+}
+
 TEST_P(Monitors, AreNoHindranceToUnmountingAndKeepTheirOtherTrees) {
     const std::string mounted = place / "mounted";
     withPrivateMounts([&] {
@@ -420,10 +446,14 @@ TEST_P(InotifyMonitor, FollowsDirectoriesThatBecomeReadable) {
                   ::chmod(in("secret").c_str(), 0);
                   Monitor own(GetParam());
                   if (own.watch(tree) != 0) return 2;
+                  if (!tells(own.take(), in("secret"), FS_EVENT_UNWATCHED)) return 3;
                   ::chmod(in("secret").c_str(), 0700);
-                  if (!tells(own.take(), in("secret"), FS_EVENT_CREATED)) return 3;
+                  if (!tells(own.take(), in("secret"), FS_EVENT_CREATED)) return 4;
                   touch(in("secret/below/f"));
-                  return tells(own.take(), in("secret/below/f"), FS_EVENT_CREATED) ? 0 : 4;
+                  if (!tells(own.take(), in("secret/below/f"), FS_EVENT_CREATED)) return 5;
+                  ::chmod(in("secret/below").c_str(), 0300);
+                  fs::create_directories(in("secret/below/deeper"));
+                  return tells(own.take(), in("secret/below/deeper"), FS_EVENT_UNWATCHED) ? 0 : 6;
               }),
               0);
 }

@@ -26,6 +26,7 @@ public:
 
     bool progress(const FsScanProgress& at) override {
         files = at.files;
+        expected = at.expectedDirectories;
         return ++questions < stopAt_;
     }
     void skipped(const wchar_t* directory, FsSkipReason reason, int error) override {
@@ -54,6 +55,7 @@ public:
     std::vector<std::string> undecidedPaths;
     int questions = 0;
     unsigned long long files = 0;        ///< at the last question
+    unsigned long long expected = 0;     ///< directories, at the last question
     int walks = 0;                       ///< that ended
     unsigned long long directories = 0;  ///< of those
 

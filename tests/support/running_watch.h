@@ -8,7 +8,9 @@
 #include <array>
 #include <chrono>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "fscanner/engine/cache_watch.h"
 #include "fscanner/fs/fs_query.h"
@@ -19,8 +21,11 @@ namespace fscanner {
 class RunningWatch {
 public:
     RunningWatch(const std::wstring& cache, const std::wstring& tree, FsMonitor& monitor)
+        : RunningWatch(cache, std::vector{tree}, monitor) {}
+    RunningWatch(const std::wstring& cache, const std::vector<std::wstring>& trees,
+                 FsMonitor& monitor)
         : watch_(settingsOf(cache), monitor) {
-        query_.addIncludePath((L"*:" + tree).c_str(), true);
+        for (const std::wstring& tree : trees) query_.addIncludePath((L"*:" + tree).c_str(), true);
         std::wstring problem;
         status = watch_.begin(query_, problem);
         if (status == 0) thread_ = std::thread([this] { run(); });

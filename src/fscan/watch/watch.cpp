@@ -6,13 +6,14 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
 #include <memory>
 #include <optional>
-#include <set>
 #include <utility>
+#include <vector>
 
 #include "fscan/cache/cache_place.h"
 #include "fscan/options/options.h"
@@ -86,7 +87,7 @@ private:
     std::unique_ptr<FsMonitor> monitor_;
     std::optional<FsCacheWatch> watch_;
     std::string name_;
-    std::set<std::wstring> told_;
+    std::vector<std::wstring> told_;  // the problems of now
     bool ready_ = false;
 };
 
@@ -101,10 +102,12 @@ int Watch::begin(const fscanner::FsCacheSettings& cache, const fscanner::FsQuery
     return status;
 }
 
-// Each problem once. The trees that can be watched are waited for, and no others.
+// Each problem when it is new. The trees that can be watched are waited for, and no others.
 void Watch::tell(const FsWatchReport& report) {
     for (const std::wstring& problem : report.problems)
-        if (told_.insert(problem).second) complain("not watched: " + toBytes(problem));
+        if (std::find(told_.begin(), told_.end(), problem) == told_.end())
+            complain("not watched: " + toBytes(problem));
+    told_ = report.problems;
     const bool ready = report.current + report.problems.size() >= report.trees;
     if (ready && !ready_) tellServiceManager("READY=1\n");
     if (ready != ready_)

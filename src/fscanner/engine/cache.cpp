@@ -143,8 +143,9 @@ int FS_Cache::run(Form form, FsResultSetWriter& writer, const FsQuery& query, un
         const char* const name = kept ? "executeQueryCacheOnlyEx" : "executeQueryCacheOnly";
         const Status status =
             gaps.resultOf(monitor_ ? run.monitored(plan) : run.cacheOnly(plan, name));
-        // The next query looks at the disk itself.
+        // The next query looks at the disk itself, and asks a watcher anew.
         if (verify_) store_->forgetRefreshed();
+        watcher_.reset();
         return status;
     };
     return checked.codeOf(operate(kept ? "FS_Cache::executeQueryEx" : "FS_Cache::executeQuery",
@@ -171,10 +172,8 @@ int FS_Cache::refresh(const FsQuery& query, unsigned timeout, unsigned maxCacheA
 }
 
 int FS_Cache::keepCurrent(const FsQuery& query, const QueryPlan& plan,
-                          const std::vector<PathDrive>& pairs, ChangeSource& changes,
-                          unsigned& lastId) {
+                          const std::vector<PathDrive>& pairs, ChangeSource& changes) {
     const auto body = [&](const QueryPlan&) {
-        lastId = store_->directoriesIndex();
         KeptChanges none;
         return CacheQuery(*store_, query, {0, true, &changes}, nullptr, kNoTimeout)
             .refreshTrees(plan, pairs, none);

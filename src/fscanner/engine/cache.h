@@ -211,11 +211,9 @@ private:
     FSCANNER_HIDDEN KeptChanges& changes();
     FSCANNER_HIDDEN TreeRules rules(unsigned maxCacheAge);
 
-    /// Brings the trees of these pairs up to date, by what is known of their changes. `lastId` is
-    /// set to the last ID that a directory had before.
+    /// Brings the trees of these pairs up to date, by what is known of their changes.
     FSCANNER_HIDDEN int keepCurrent(const FsQuery& query, const QueryPlan& plan,
-                                    const std::vector<PathDrive>& pairs, ChangeSource& changes,
-                                    unsigned& lastId);
+                                    const std::vector<PathDrive>& pairs, ChangeSource& changes);
     friend class FsCacheWatch;
 
     std::unique_ptr<CacheStore> store_;

@@ -131,7 +131,7 @@ bool insertChain(CacheStore& store, CacheTree& tree, const wchar_t* root) {
 }  // namespace
 
 Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
-                 unsigned timeout) {
+                 unsigned timeout, unsigned long long expectedDirectories) {
     const wchar_t* path = root.path.getPathName();
     if (!path || !store.beginChanges() || !insertChain(store, tree, path)) return Status::unusable;
     RecordSet& records = store.directoryRecords();
@@ -149,6 +149,7 @@ Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, cons
     const LogPrefix prefix{"FS_Cache::scan", &dfsState()};
     WalkRequest request{path, root.path.getRecursive(), root.drive, {}, {}, true, timeout, &mounts};
     request.ahead = {.wanted = true, .stamps = true, .facts = true};
+    request.expectedDirectories = expectedDirectories;
     const WalkStatus status = walkTree(request, sink, prefix);
     if (sink.failed()) return Status::unusable;
     return status == WalkStatus::finished ? Status::success : Status::buildTimedOut;

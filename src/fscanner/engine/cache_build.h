@@ -15,9 +15,10 @@ namespace fscanner {
 /// taken for built trees; the root is stamped with the time at which the building
 /// began. Other drives of `mounts` are not entered. `timeout` is in milliseconds. `success`
 /// also when the root is no directory; `buildTimedOut` when the time ran out, and a part of
-/// the tree is there then; `unusable` when a record could not be written.
+/// the tree is there then; `unusable` when a record could not be written. The observer is told how
+/// many directories are expected.
 Status buildTree(CacheStore& store, CacheTree& tree, const PathDrive& root, const MountMap& mounts,
-                 unsigned timeout);
+                 unsigned timeout, unsigned long long expectedDirectories);
 
 // A tree that was compared with the disk: see cache_verify.h.
 

@@ -93,6 +93,7 @@ Status CacheQuery::serve(const QueryPlan& plan, const PathDrive& pair, const cha
 // Sees to it that the tree of a local pair can answer.
 Status CacheQuery::settle(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                           Fitness fitness, const char* name) {
+    store_.setWatched(looked_.watched);
     switch (fitness) {
         case Fitness::fits:
             return Status::success;
@@ -122,6 +123,8 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     const wchar_t* path = pair.path.getPathName();
     if (found.record) debug("FS_Cache::%s - data found on cache, but cache age is old!\n", name);
     debug("FS_Cache::%s - file system access on [%ls]\n", name, path);
+    const unsigned long long expected =
+        found.record && scanObserver() ? tree_.countDirectories(found.id) : 0;
     if (found.record) {
         if (!dropTree(found.id)) return Status::unusable;
         debug("FS_Cache::%s - tree removed!\n", name);
@@ -136,7 +139,7 @@ Status CacheQuery::refresh(const QueryPlan& plan, const PathDrive& pair, const F
     if (!found.record && !store_.beginTree()) return Status::unusable;
     // The cache holds whole subtrees, whatever the query asks for.
     const PathDrive whole{PathInfo(path, true), pair.drive};
-    const Status status = buildTree(store_, tree_, whole, plan.mounts(), timeout_);
+    const Status status = buildTree(store_, tree_, whole, plan.mounts(), timeout_, expected);
     if (status == Status::success)
         debug("FS_Cache::%s - tree builded!\n", name);
     else
@@ -208,23 +211,20 @@ std::optional<TreeChanges> CacheQuery::changesIn(const PathDrive& pair) {
     return source_ ? source_->changesIn(pair.path.getPathName()) : std::nullopt;
 }
 
-// No look at the directories tells of sizes: where they alone decide, it is their age, unless a
-// watcher saw all that happened since the directories were read.
-bool CacheQuery::verifies(const Found& found, const std::optional<TreeChanges>& changes) {
-    return isYoung(found.built) || !goesByStoredFacts() || (changes && found.id > changes->firstId);
-}
-
+// No look at the directories tells of sizes: where they alone decide, it is their age. A watcher
+// tells of those that it saw change, which are not all: not of a file that was written by another
+// of its hard links.
 CacheQuery::Fitness CacheQuery::judge(const QueryPlan& plan, const PathDrive& pair,
                                       const Found& found) {
+    looked_ = {};
     if (!verify_ || found.built == 0) return judgeAge(found);
     const unsigned start = getTickCount();
     const std::optional<TreeChanges> changes = changesIn(pair);
-    if (!verifies(found, changes)) return judgeAge(found);
+    looked_.watched = changes.has_value();
+    if (!verifies(found)) return judgeAge(found);
     const GoesOn goesOn = goesOnSince(start, pair);
     TreeView view = viewOf(plan, pair, goesOn);
     view.renews = !changes || changes->applied;  // the watch will see to it
-    looked_.watched = changes.has_value();
-    looked_.factsKnown = changes && found.id > changes->firstId;
     looked_.verification = changes ? verifyChanges(store_, tree_, found.id, view, *changes)
                                    : verifyTree(store_, found.id, view);
     switch (looked_.verification.end) {
@@ -271,7 +271,7 @@ void CacheQuery::noteVerified(const QueryPlan& plan, const PathDrive& pair) {
                                 looked_.verification.directories,
                                 looked_.verification.stale.size(),
                                 looked_.milliseconds,
-                                goesByStoredFacts() && !looked_.factsKnown,
+                                goesByStoredFacts(),
                                 looked_.watched};
     verified_[keyOf(plan, pair)] = result;
     if (!store_.readOnly()) store_.noteRefreshed(keyOf(plan, pair), {Refreshed::verified, result});
@@ -465,7 +465,7 @@ void CacheQuery::explain(const QueryPlan& plan, const PathDrive& pair, bool moni
     step.ageSeconds = step.inCache && now_ > found.built ? now_ - found.built : 0;
     if (!monitored && verify_ && found.built != 0) {
         const std::optional<TreeChanges> changes = changesIn(pair);
-        step.verified = verifies(found, changes) && isVerifiable(pair.path.getPathName());
+        step.verified = verifies(found) && isVerifiable(pair.path.getPathName());
         step.watched = step.verified && changes;
     }
     const bool served = monitored ? step.inCache : step.verified || isYoung(found.built);

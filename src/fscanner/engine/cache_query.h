@@ -33,7 +33,6 @@ struct TreeLook {
     Verification verification;
     unsigned milliseconds = 0;  ///< that it took
     bool watched = false;       ///< a watcher knew what had changed
-    bool factsKnown = false;    ///< also of sizes and attributes
 };
 
 /// The tree that a query found changed under a shared lock. It spares a session that may change the
@@ -103,7 +102,7 @@ private:
     std::wstring keyOf(const QueryPlan& plan, const PathDrive& pair) const;
     bool buildsTree(const QueryPlan& plan, const PathDrive& pair) const;
     std::optional<TreeChanges> changesIn(const PathDrive& pair);
-    bool verifies(const Found& found, const std::optional<TreeChanges>& changes);
+    bool verifies(const Found& found) { return isYoung(found.built) || !goesByStoredFacts(); }
     TreeView viewOf(const QueryPlan& plan, const PathDrive& pair, const GoesOn& goesOn);
     Status bringUpToDate(const QueryPlan& plan, const PathDrive& pair, const Found& found,
                          const char* name);

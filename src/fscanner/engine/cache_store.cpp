@@ -10,6 +10,7 @@
 #include "fscanner/common/utf8.h"
 #include "fscanner/discovery/pathhelper.h"
 #include "fscanner/engine/reports.h"
+#include "fscanner/engine/watch_protocol.h"
 #include "fscanner/platform/directory.h"
 #include "fscanner/platform/paths.h"
 #include "fscanner/platform/small_file.h"
@@ -303,7 +304,8 @@ unsigned CacheStore::builtTime(const RecordSet& directory) const {
 // ---- All anew ---------------------------------------------------------------
 
 bool CacheStore::startAnew() {
-    if (changed_ || readOnly_ || !journal_ || !journal_->isStarted()) return false;
+    if (changed_ || readOnly_ || !journal_ || !journal_->isStarted() || !tellWatcher())
+        return false;
     if (roomIn(directory_) < bytes() + bytes() / 4) return false;
     changeTried_ = true;
     anew_ = std::make_unique<Anew>(*files_, *directories_);
@@ -370,7 +372,7 @@ bool CacheStore::close() {
     if (broken_ && (damaged() || !changeTried_)) markAsDamaged();
     if (anew_) abandonAnew();
     open_ = false;
-    changed_ = changeTried_ = false;
+    changed_ = changeTried_ = watcherTold_ = false;
     return true;
 }
 
@@ -533,8 +535,14 @@ void CacheStore::markAsDamaged() {
     mark_.place();
 }
 
+// Once in a session is enough: nobody else reads the cache meanwhile.
+bool CacheStore::tellWatcher() {
+    if (!watched_ && !watcherTold_) watcherTold_ = countChange(directory_);
+    return watched_ || watcherTold_;
+}
+
 bool CacheStore::beginChanges() {
-    if (readOnly_) return false;
+    if (readOnly_ || !tellWatcher()) return false;
     if (changed_) return true;
     changeTried_ = true;
     if (damaged() || !hasSoundEnds() || !openStamps() || !keepState() || !mark_.placeSynced())
@@ -547,7 +555,7 @@ bool CacheStore::beginChanges() {
 // kept while all is made anew (there is only the old cache to go back to) nor before the
 // first tree of a new cache.
 bool CacheStore::beginTree() {
-    if (readOnly_ || !changed_) return beginChanges();
+    if (readOnly_ || !changed_ || !tellWatcher()) return beginChanges();
     if (anew_ || !journal_ || directoriesIndex_ == 0 || !isStateWorthIt()) return true;
     if (!stamps_.finish(directoriesIndex_)) return false;
     sums_->renew(mappedFiles());

@@ -92,6 +92,8 @@ public:
     /// each other. What is found damaged gets the mark. False when it could not be tried.
     bool check(FsCacheCheck& result);
 
+    /// Whether what is changed from now on has the word of a watcher, who need not be told.
+    void setWatched(bool watched) { watched_ = watched; }
     /// To be called before the first change of a session: puts the mark on disk, so
     /// that a change can never be there without it, and notes what to go back to. False when
     /// that fails, and when what would be built upon is damaged.
@@ -167,6 +169,7 @@ private:
     void loadUnread();
     bool openStamps();
     bool closeStamps();
+    bool tellWatcher();
     void openRecordSets();
     TablePlace place() const { return {directory_, compressed_, sums_.get()}; }
     std::wstring path(const wchar_t* suffix) const { return pathOf(directoriesName_, suffix); }
@@ -216,6 +219,8 @@ private:
     bool compactionDue_ = false;
     bool shrink_ = false;
     bool readOnly_ = false;
+    bool watched_ = false;      // what is changed now
+    bool watcherTold_ = false;  // of what this session changes
     unsigned directoriesIndex_ = 0;
     unsigned long long keptBytes_ = 0;  // the tables' when their state was kept
     unsigned oldIndex_ = 0;  // the last ID that was given before this object opened the cache

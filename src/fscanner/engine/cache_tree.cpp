@@ -213,6 +213,25 @@ std::optional<std::vector<TreeMember>> CacheTree::smallTree(unsigned root) {
     return members;
 }
 
+unsigned long long CacheTree::countDirectories(unsigned root) {
+    std::vector<bool> inside(store_.directoriesIndex() + 1);
+    if (root >= inside.size()) return 0;
+    inside[root] = true;
+    unsigned long long directories = 1;
+    std::vector<StoredValue> values;
+    unsigned record = 0;
+    FS_Table& table = store_.directories();
+    bool found = table.moveFirst(record);
+    for (; found && table.locate(record, values); found = table.moveNext(record)) {
+        const std::uint64_t id = values[DIRECTORIES_ID].number;
+        const std::uint64_t parent = values[DIRECTORIES_PARENTID].number;
+        if (id >= inside.size() || parent >= inside.size() || !inside[parent]) continue;
+        inside[id] = true;
+        ++directories;
+    }
+    return directories;
+}
+
 bool CacheTree::removeEmpty(FS_Table& directories, unsigned id) {
     RecordSet records = directories.openRecordSet();
     bool removed = true;

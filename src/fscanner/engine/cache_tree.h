@@ -85,6 +85,9 @@ public:
     /// that to look each up costs less than to read through the tables.
     std::optional<std::vector<TreeMember>> smallTree(unsigned root);
 
+    /// How many directories a tree has, if no record is damaged. Reads all of them.
+    unsigned long long countDirectories(unsigned root);
+
     /// Forgets the paths that are kept: to be called when records were removed.
     void forget() { pathMap_.clear(); }
     /// Removes the files whose directory is `pathId`. False when one could not be removed.

@@ -167,9 +167,9 @@ ReadAhead::Node* ReadAhead::Shared::newNode(std::string_view name, const Branch&
 }
 
 void ReadAhead::Shared::recycle(Node& node) {
-    node.bytes = bytesOf(node.branch.read);
+    node.bytes = bytesOf(node.branch.read) + node.branch.path.capacity() * sizeof(wchar_t);
     if (kept_ + node.bytes > kMostKept) {
-        node.branch = Branch();
+        (void)std::exchange(node.branch, Branch());  // an assignment would keep the path's memory
         node.bytes = 0;
     }
     kept_ += node.bytes;

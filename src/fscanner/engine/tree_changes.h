@@ -25,9 +25,6 @@ struct ChangedDirectory {
 
 /// What a watcher knows of a tree, or a part of one.
 struct TreeChanges {
-    /// Directories with a higher ID than this were read while the tree was watched, so that of
-    /// their files only the facts named below can be others.
-    unsigned firstId = 0;
     bool applied = false;  ///< the changes of facts are to be written, and not only to be known
     std::vector<ChangedDirectory> directories;  ///< by path
 };

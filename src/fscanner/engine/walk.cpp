@@ -570,7 +570,8 @@ void Walk::finish() {
 }
 
 FsScanProgress Walk::progressAt(const wchar_t* directory) const {
-    return {directory, files_, directories_, getTickCount() - startTick_};
+    return {directory, files_, directories_, getTickCount() - startTick_,
+            request_.expectedDirectories};
 }
 
 WalkStatus walkTree(const WalkRequest& request, WalkSink& sink, const LogPrefix& log) {

@@ -143,6 +143,7 @@ struct WalkRequest {
     std::function<bool(const std::wstring&)> entersLinked = {};
     /// What the host's workers, if it has any, do ahead of the walk.
     AheadWork ahead = {};
+    unsigned long long expectedDirectories = 0;  ///< told to the observer
 };
 
 /// Walks the tree depth first. Entries of a directory come from the last one that

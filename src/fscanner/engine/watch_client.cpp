@@ -16,12 +16,12 @@ namespace fscanner {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience{2000};
+using Clock = std::chrono::steady_clock;
 
 // One question and its answer.
 class Conversation {
 public:
-    explicit Conversation(int socket) : socket_(socket) {}
+    Conversation(int socket, Clock::time_point end) : socket_(socket), end_(end) {}
 
     bool send(std::string_view message);
     bool receive(std::string& message);
@@ -30,13 +30,13 @@ private:
     bool waitFor(short events) const;
 
     int socket_;
-    std::chrono::steady_clock::time_point end_ = std::chrono::steady_clock::now() + kPatience;
+    Clock::time_point end_;
 };
 
 bool Conversation::waitFor(short events) const {
     using std::chrono::duration_cast;
     using std::chrono::milliseconds;
-    const auto left = duration_cast<milliseconds>(end_ - std::chrono::steady_clock::now()).count();
+    const auto left = duration_cast<milliseconds>(end_ - Clock::now()).count();
     pollfd poll{socket_, events, 0};
     return left > 0 && uninterrupted([&] { return ::poll(&poll, 1, static_cast<int>(left)); }) > 0;
 }
@@ -84,7 +84,8 @@ std::optional<TreeChanges> WatchClient::changesIn(const wchar_t* path) {
     if (!socket || !isTrustedPeer(socket.get())) return std::nullopt;
     const std::optional<WatchPlace> place = watchPlaceOf(path);
     if (!place) return std::nullopt;
-    Conversation conversation(socket.get());
+    const Clock::time_point start = Clock::now();
+    Conversation conversation(socket.get(), start + patience_);
     std::string message = encode(WatchQuestion{table_, path, *place});
     std::optional<TreeChanges> answer;
     if (message.empty() || !conversation.send(message) || !conversation.receive(message) ||
@@ -92,6 +93,7 @@ std::optional<TreeChanges> WatchClient::changesIn(const wchar_t* path) {
         debug("FS_Cache::watch - the watcher of the cache does not answer\n");
         return std::nullopt;
     }
+    patience_ -= Clock::now() - start;
     silent_ = false;
     return answer;
 }

@@ -1,13 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "fscanner/engine/tree_changes.h"
 
 namespace fscanner {
 
-/// Asks the watcher of a cache for the changes of trees. One that does not answer within two
-/// seconds is not asked again.
+/// Asks the watcher of a cache for the changes of trees, for one search. One that does not answer,
+/// or has let the search wait for two seconds in all, is not asked again.
 class WatchClient : public ChangeSource {
 public:
     /// `table` is the cache's table of directories.
@@ -20,6 +21,7 @@ private:
     std::wstring directory_;
     std::wstring table_;
     bool silent_ = false;
+    std::chrono::nanoseconds patience_ = std::chrono::seconds(2);
 };
 
 }  // namespace fscanner

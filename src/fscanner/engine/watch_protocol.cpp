@@ -18,7 +18,7 @@ namespace fscanner {
 namespace {
 
 // Changes with every change of the messages.
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 constexpr std::uint32_t kQuestion = 0x51575346;  // "FSWQ"
 constexpr std::uint32_t kAnswer = 0x41575346;    // "FSWA"
 constexpr std::uint32_t kKnown = 1;
@@ -160,7 +160,6 @@ std::string encode(const std::optional<TreeChanges>& answer) {
     MessageWriter message(kAnswer);
     message.number(answer ? kKnown : 0U);
     if (answer) {
-        message.number(std::uint32_t{answer->firstId});
         message.number(static_cast<std::uint32_t>(answer->directories.size()));
         for (const ChangedDirectory& one : answer->directories) {
             message.number(std::uint32_t{one.what});
@@ -177,10 +176,8 @@ bool decode(std::string_view message, std::optional<TreeChanges>& answer) {
     answer.reset();
     if (state != kKnown) return reader.ends();
     TreeChanges changes;
-    std::uint32_t firstId = 0;
     std::uint32_t count = 0;
-    if (!reader.number(firstId) || !reader.number(count)) return false;
-    changes.firstId = firstId;
+    if (!reader.number(count)) return false;
     for (; count > 0; --count) {
         ChangedDirectory one;
         std::uint32_t what = 0;
@@ -197,6 +194,24 @@ std::optional<std::size_t> messageLength(std::string_view bytes) {
     std::uint32_t length = 0;
     if (!MessageReader(bytes).number(length)) return std::nullopt;
     return length;
+}
+
+std::optional<std::uint64_t> readChangeCount(int file) {
+    std::uint64_t count = 0;
+    const ssize_t length = uninterrupted([&] { return ::pread(file, &count, sizeof count, 0); });
+    if (length < 0) return std::nullopt;
+    return length == ssize_t{sizeof count} ? count : 0;
+}
+
+bool countChange(const std::wstring& directory) {
+    const std::string path = toMultibyte(directory) + "/" + kWatchLockName;
+    const Descriptor file = openAt(AT_FDCWD, path.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK);
+    if (!file) return errno == ENOENT;
+    std::optional<std::uint64_t> count = readChangeCount(file.get());
+    if (!count) return false;
+    ++*count;
+    return uninterrupted([&] { return ::pwrite(file.get(), &*count, sizeof *count, 0); }) ==
+           ssize_t{sizeof *count};
 }
 
 // What a watcher left that did not end well is in the way. Only who holds the watcher's lock may

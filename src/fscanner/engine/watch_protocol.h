@@ -51,6 +51,14 @@ bool decode(std::string_view message, std::optional<TreeChanges>& answer);
 std::optional<std::size_t> messageLength(std::string_view bytes);
 constexpr std::size_t kLengthBytes = 4;
 
+/// How often the cache was changed by searches that did not have the watcher's word for what they
+/// changed: they may have seen something else than the watcher. `file` is its lock's. Nothing on
+/// failure.
+std::optional<std::uint64_t> readChangeCount(int file);
+/// Counts one more, before the change, if there is a watcher of the cache in `directory`. To be
+/// called by whoever may change the cache. False on failure: then it must not be changed.
+bool countChange(const std::wstring& directory);
+
 /// A socket that others reach, or reaches another, by a name in a directory. Empty, with errno, on
 /// failure. Neither waits, nor do the sockets.
 Descriptor listenAt(const std::wstring& directory, const char* name);

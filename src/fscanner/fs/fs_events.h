@@ -16,15 +16,17 @@ class AbstractSync;
 /// several events, or in one event with several bits. An event may also come late: what it says
 /// was true once, and only a look at the disk tells what is.
 enum FsEventAction : unsigned {
-    FS_EVENT_CREATED = 0x1,       ///< an entry was made: also a further name of a file
-    FS_EVENT_DELETED = 0x2,       ///< an entry was removed
-    FS_EVENT_MOVED_FROM = 0x4,    ///< an entry went to another name or directory
-    FS_EVENT_MOVED_TO = 0x8,      ///< an entry came from another name or directory
-    FS_EVENT_WRITTEN = 0x10,      ///< the content of a file was changed
-    FS_EVENT_ATTRIBUTES = 0x20,   ///< times, owner, permissions or such were changed
-    FS_EVENT_DIRECTORY = 0x40,    ///< with others: the entry is a directory
-    FS_EVENT_OVERFLOW = 0x1000,   ///< events were lost; the path is empty or that of a watched tree
-    FS_EVENT_UNWATCHED = 0x2000,  ///< no events come any more of the watched tree with this path
+    FS_EVENT_CREATED = 0x1,      ///< an entry was made: also a further name of a file
+    FS_EVENT_DELETED = 0x2,      ///< an entry was removed
+    FS_EVENT_MOVED_FROM = 0x4,   ///< an entry went to another name or directory
+    FS_EVENT_MOVED_TO = 0x8,     ///< an entry came from another name or directory
+    FS_EVENT_WRITTEN = 0x10,     ///< the content of a file was changed
+    FS_EVENT_ATTRIBUTES = 0x20,  ///< times, owner, permissions or such were changed
+    FS_EVENT_DIRECTORY = 0x40,   ///< with others: the entry is a directory
+    FS_EVENT_OVERFLOW = 0x1000,  ///< events were lost; the path is empty or that of a watched tree
+    /// No events come any more of the watched tree with this path, or of a directory in a tree and
+    /// all below it: that of the tree goes on.
+    FS_EVENT_UNWATCHED = 0x2000,
 };
 
 /// One change of the file system: the absolute path concerned (owned) and an action, a combination

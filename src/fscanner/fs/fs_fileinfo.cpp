@@ -246,6 +246,11 @@ unsigned FsFileInfo::getGroupId() const {
     return facts_.groupId;
 }
 
+unsigned FsFileInfo::getLinkCount() const {
+    if ((facts_.mask & KNOWN_LINKS) == 0) updateInfo();
+    return facts_.linkCount;
+}
+
 bool FsFileInfo::updateInfo() const {
     if (complete(facts_.mask)) return true;
     if (getPath() == nullptr || getName() == nullptr) return false;

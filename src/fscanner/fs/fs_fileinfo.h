@@ -78,6 +78,8 @@ public:
     unsigned getINode() const;
     unsigned getUserId() const;
     unsigned getGroupId() const;
+    /// How many names (hard links) the file has.
+    unsigned getLinkCount() const;
 
     /// Fetches all unknown attributes. False if the path or the name is not set, or if the
     /// file cannot be examined; the latter sets the error flag. The next getter tries again.

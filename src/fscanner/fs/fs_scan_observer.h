@@ -24,6 +24,9 @@ struct FsScanProgress {
     unsigned long long files;        ///< entries seen, without directories
     unsigned long long directories;  ///< directories read
     unsigned elapsedMilliseconds;    ///< time since the walk of this path began
+    /// Directories that there probably are, as the cache had so many of a tree that is read anew;
+    /// 0: nobody knows.
+    unsigned long long expectedDirectories = 0;
 };
 
 /// How the tree of a path in the cache was compared with the disk.

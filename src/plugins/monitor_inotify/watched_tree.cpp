@@ -78,6 +78,8 @@ bool WatchedTree::take(EventList& events) {
     try {
         read(events);
         if (!ended_ && walkIsDue_) walkAgain(events);
+        for (const std::string& path : std::exchange(unwatched_, {}))
+            events.add(path, FS_EVENT_UNWATCHED | FS_EVENT_DIRECTORY);
     } catch (const std::exception&) {
         ended_ = true;  // A directory could not be watched, mostly because there are too many.
     }
@@ -138,19 +140,18 @@ void WatchedTree::follow(const inotify_event& event, EventList& events) {
 }
 
 // Watches an entry of `parent`, and all below it. A directory that is known keeps its watches where
-// it goes, so that it need not be listed, unless there may be `news`.
+// it goes, so that it need not be listed, unless there may be `news`, or directories below without
+// one, whose paths are others now.
 void WatchedTree::look(Number parent, const char* name, EventList* news) {
     const Descriptor above = open(parent, O_PATH);
-    if (!above) {
-        walkIsDue_ = walkIsDue_ || !isDenial(errno);
-        return;
-    }
+    if (!above) return miss(joined(pathOf(parent), name), errno);
     Number number = kNone;
     const Found found = add(parent, above, name, number);
     if (found == Found::absent) return;
     if (found == Found::added && news != nullptr)
         news->add(pathOf(number), FS_EVENT_CREATED | FS_EVENT_DIRECTORY);
-    if (news != nullptr || directories_.at(number).listed == 0) walkFrom(number, news);
+    if (news != nullptr || hasUnread_ || directories_.at(number).listed == 0)
+        walkFrom(number, news);
 }
 
 // A directory was moved. If it went to a place in the tree, it was placed there, or an event that
@@ -252,10 +253,9 @@ void WatchedTree::walkAgain(EventList& events) {
     walkIsDue_ = false;
     hasUnread_ = false;
     ++walk_;
-    if (!open(root_, O_PATH)) {
-        ended_ = !isDenial(errno);  // It is not at its path any more.
-        return;
-    }
+    // It is not at its path any more, or may not be read.
+    ended_ = !open(root_, O_PATH);
+    if (ended_) return;
     walkFrom(root_, &events);
     dropUnfound();
 }
@@ -273,7 +273,7 @@ void WatchedTree::walkFrom(Number start, EventList* news) {
 // The directory is watched already: what is made from now on has an event.
 void WatchedTree::list(Number directory, std::vector<Number>& unlisted, EventList* news) {
     const Descriptor opened = open(directory, O_RDONLY);
-    if (!opened) return;
+    if (!opened) return miss(pathOf(directory), errno);
     directories_.at(directory).listed = walk_;
     eachSubdirectory(opened, [&](const char* name) {
         Number number = kNone;
@@ -283,6 +283,14 @@ void WatchedTree::list(Number directory, std::vector<Number>& unlisted, EventLis
         if (found == Found::added && news != nullptr)
             news->add(pathOf(number), FS_EVENT_CREATED | FS_EVENT_DIRECTORY);
     });
+}
+
+// A directory that could not be looked at. One that is not at its path was moved meanwhile.
+void WatchedTree::miss(const std::string& path, int error) {
+    if (isDenial(error))
+        unwatched_.push_back(path);
+    else
+        walkIsDue_ = true;
 }
 
 // Empty, with errno, when the directory is not where it is thought to be. The proof is another
@@ -312,8 +320,12 @@ WatchedTree::Found WatchedTree::add(Number parent, const Descriptor& directory, 
     number = ::inotify_add_watch(instance_.get(), joined(directory.link(), name).c_str(),
                                  kWatch | IN_DONT_FOLLOW);
     if (number < 0) {
-        if (isDenial(errno)) hasUnread_ = true;
-        if (!isDenial(errno) && !isAbsence(errno)) fail(errno);
+        const int error = errno;
+        if (!isDenial(error) && !isAbsence(error)) fail(error);
+        if (isDenial(error)) {
+            hasUnread_ = true;
+            unwatched_.push_back(joined(pathOf(parent), name));
+        }
         return Found::absent;
     }
     const auto [at, isNew] = directories_.try_emplace(number);

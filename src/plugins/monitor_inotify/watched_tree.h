@@ -58,6 +58,7 @@ private:
     void list(Number directory, std::vector<Number>& unlisted, EventList* news);
     Descriptor open(Number directory, int flags);
     Found add(Number parent, const Descriptor& directory, const char* name, Number& number);
+    void miss(const std::string& path, int error);
     void dropUnfound();
 
     std::string pathOf(Number directory) const;
@@ -77,7 +78,8 @@ private:
     bool ended_ = false;
     bool walkIsDue_ = false;
     bool hasUnread_ = false;  // a directory could not be read when it was last looked at
-    Number recent_ = kNone;   // whose path is in `recentPath_`
+    std::vector<std::string> unwatched_;  // directories that may not be read, to be told of
+    Number recent_ = kNone;               // whose path is in `recentPath_`
     std::string recentPath_;
 };
 
