@@ -25,6 +25,7 @@ build_packages=(
     libcli11-dev:/usr/include/CLI/CLI.hpp
     libfmt-dev:/usr/include/fmt/core.h
     libre2-dev:/usr/include/re2/re2.h
+    libncurses-dev:/usr/include/ncurses.h
     pkgconf:pkgconf
     nlohmann-json3-dev:/usr/include/nlohmann/json.hpp
     file:file
@@ -43,6 +44,7 @@ test_packages=(
     findutils:find
     fd-find:fdfind
     bfs:bfs
+    tmux:tmux
     python3-jsonschema:/usr/lib/python3/dist-packages/jsonschema/__init__.py
 )
 bench_packages=(
@@ -69,7 +71,8 @@ check_packages=(
     abigail-tools:abidiff
 )
 reference_packages=(doxygen:doxygen)
-# Only .ci/run installs these: ./test skips the test of the fleet example without them.
+# Only .ci/run installs these: ./test skips the tests that need them without them.
+browser_packages=(chromium-headless-shell:chromium-headless-shell)
 fleet_packages=(
     parallel:parallel
     ansible-core:ansible-playbook
@@ -96,6 +99,22 @@ run_logged() {
     "$@" >"$log" 2>&1 </dev/null && return
     cat -- "$log" >&2
     return 1
+}
+
+# run_build LOG COMMAND...: the same for a build. On a terminal, a line shows how far it is.
+run_build() {
+    local log=$1 line status=0
+    shift
+    if [ ! -t 2 ]; then
+        run_logged "$log" "$@"
+        return
+    fi
+    "$@" 2>&1 </dev/null | tee -- "$log" | while IFS= read -r line; do
+        [[ $line != \[*/*\]* ]] || printf '\r\033[K%.79s' "${line%%]*}] ${line##*/}" >&2
+    done || status=$?
+    printf '\r\033[K' >&2
+    [ "$status" -eq 0 ] || cat -- "$log" >&2
+    return "$status"
 }
 
 # apt_install PACKAGE...: tries with the package lists that exist, then with updated ones.
@@ -158,7 +177,7 @@ build_preset() {
     exec {lock}>"$build/.lock" || die "cannot write to $build"
     flock "$lock"
     configure "$preset"
-    run_logged "$build/$preset-build.log" ninja -C "$build/$preset" -j "$(nproc)" "$@" ||
+    run_build "$build/$preset-build.log" ninja -C "$build/$preset" -j "$(nproc)" "$@" ||
         die "building $preset failed"
     exec {lock}>&-
 }
