@@ -194,6 +194,10 @@ def rows_of(tree: Tree) -> list[Row]:
                             lambda: tree.change(100)),
             [Peer(Side("the same, nothing changed", tree.checked("-n '*.h'")), 1.15)]),
         # The pause makes each run a new second, the unit of a tree's age.
+        Row("sum", Side("fscan --max-age --sum dir", tree.fscan("--sum dir")),
+            [Peer(Side("du -d1", f"du -d1 --apparent-size {path}"), 0.10)]),
+        Row("sum", Side("checked fscan --sum dir", tree.checked("--sum dir")),
+            [Peer(Side("du -d1", f"du -d1 --apparent-size {path}"), 1.0)]),
         Row("subtree", Side("fscan --fresh -c SUBTREE", tree.rebuild("-c", "small"),
                             lambda: time.sleep(1.1)), [], flat=True),
     ]

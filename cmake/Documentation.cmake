@@ -44,5 +44,7 @@ if(TARGET fscan)
   install(FILES completions/fscan.bash RENAME fscan
     DESTINATION ${FSCANNER_BASH_COMPLETIONS} COMPONENT tool)
   install(FILES completions/_fscan DESTINATION ${FSCANNER_ZSH_COMPLETIONS} COMPONENT tool)
+  install(FILES completions/keys/key-bindings.bash completions/keys/key-bindings.fish
+    completions/keys/key-bindings.zsh DESTINATION ${CMAKE_INSTALL_DATADIR}/fscan COMPONENT tool)
   install(FILES completions/fscan.fish DESTINATION ${FSCANNER_FISH_COMPLETIONS} COMPONENT tool)
 endif()

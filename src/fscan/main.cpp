@@ -19,6 +19,7 @@
 #include "fscan/process/interruption.h"
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
+#include "fscan/screen/interactive.h"
 #include "fscan/search/search.h"
 #include "fscan/text/text.h"
 #include "fscan/watch/watch.h"
@@ -64,6 +65,7 @@ ExitStatus run(int argc, char** argv, Output& out) {
     if (options.listDrives) return listDrives(options, out);
     if (options.cacheTask == CacheTask::watch) return runWatch(options);
     if (options.cacheTask != CacheTask::none) return runCacheTask(options, out);
+    if (options.interactive) return runInteractive(options, out);
     return runSearch(options, out);
 }
 

@@ -40,6 +40,9 @@ protected:
 TEST_F(FiltersTest, EachFindsWhatItSays) {
     const std::vector<std::pair<Arguments, std::vector<std::string>>> table = {
         {{"--path", "src/*"}, {"./src/a.c", "./src/link", "./src/old/b.c"}},
+        {{"--path", "*c/o*"}, {"./src/old/b.c"}},
+        {{"--path", "*LD/B.*", "-i"}, {"./src/old/b.c"}},
+        {{"--path", "*old*", "--not", "--path", "*d/b*"}, {}},
         {{"--path", tree_.path().string() + "/*.sh", "--path", "*/OLD/*", "-i"},
          {"./run.sh", "./src/old/b.c"}},
         {{"--path", "b.c", "src/"}, {"src/old/b.c"}},

@@ -70,7 +70,7 @@ TEST_F(HintsTest, TheOptionsThatAreAdvisedExist) {
     std::istringstream table(
         "-name -ipath -regex -type -maxdepth -mindepth -mtime -newer -size "
         "-perm -user -group -empty ! -or -print0 -execdir -delete -ls -xdev "
-        "-prune -executable -follow -E -H -I -g -d -a -p -X -S --max-results "
+        "-prune -executable -follow -E -H -g -d -a -p -X -S --max-results "
         "--regexp --extension");
     for (std::string foreign; table >> foreign;) {
         const std::string said = run({foreign}).err;

@@ -29,7 +29,7 @@ TEST_F(ProgressTest, IsShownOnTerminalsAndGoneInTheEnd) {
     // A line that wraps could not be erased, so on a narrow terminal it is cut.
     for (const auto& [columns, pattern] :
          {std::pair<unsigned short, const char*>{
-              80, "[0-9]+ files, 1 directories, [0-9]+\\.[0-9] s  .*/d/"},
+              80, "[0-9]+ files, 1 directories, [0-9]+\\.[0-9] s, [0-9]+ files/s  .*/d/"},
           {20, "[0-9]+ files.*"}}) {
         const std::string erase = "\r\x1B[K";
         std::string text = said(true, "xterm", columns);

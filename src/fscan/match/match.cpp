@@ -78,7 +78,9 @@ FileDetails FileDetails::of(const struct stat& info) {
             info.st_ino,
             info.st_dev,
             info.st_nlink,
-            info.st_mtim.tv_nsec};
+            info.st_mtim.tv_nsec,
+            info.st_mode & S_IFMT,
+            static_cast<unsigned long long>(info.st_blocks) * 512};
 }
 
 FileDetails FileDetails::of(const FileFacts& facts) {
@@ -101,6 +103,7 @@ FileDetails FileDetails::of(const fscanner::FsFileInfo& record) {
     details.changed = record.getCreateTime();
     details.user = record.getUserId();
     details.group = record.getGroupId();
+    details.links = record.getLinkCount();
     return details;
 }
 

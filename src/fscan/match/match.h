@@ -7,6 +7,7 @@
 #include <string_view>
 #include <variant>
 
+#include "fscan/process/exit_status.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
 struct stat;
@@ -39,7 +40,8 @@ struct Match {
     std::string_view path;   ///< its bytes, below the PATH as the user gave it; no "/" at its end
     std::size_t nameAt = 0;  ///< where the name begins in it
     FileFacts facts;
-    const FileDetails* details = nullptr;  ///< null unless the consumer needs them
+    /// What the search knows, or all where the consumer needs more; null where it needs none.
+    const FileDetails* details = nullptr;
 
     std::string_view name() const { return path.substr(nameAt); }
     bool isDirectory() const { return (facts.attributes & fscanner::FS_ATTR_DIRECTORY) != 0; }
@@ -67,10 +69,17 @@ public:
         ++count_;
         return consume(match) && !full();
     }
+    /// Told before `finish`: so many directories could not be searched.
+    virtual void missed(unsigned long long /*directories*/) {}
     /// To be called after the last match.
     virtual void finish() = 0;
-    /// Whether something failed while matches were consumed.
-    virtual bool failed() const { return false; }
+    /// Whether a match, of which the search knows this much, must be examined, where `detailed`
+    /// facts are needed.
+    virtual bool lacks(const FileDetails&) const { return true; }
+    /// Whether `finish` tells of all matches together, which would be wrong of a part of them.
+    virtual bool tellsTotals() const { return false; }
+    /// `found`, or how it failed to consume the matches.
+    virtual ExitStatus status() const { return ExitStatus::found; }
     unsigned long long count() const { return count_; }
     /// Whether the limit is reached.
     bool full() const { return count_ == limit_; }
@@ -100,13 +109,15 @@ struct FileDetails {
     unsigned long long inode = 0;
     unsigned long long device = 0;
     unsigned long long links = 0;
-    long modifiedNanoseconds = -1;  ///< beside `modified`; -1 where they are not known
-    std::wstring_view directory{};  ///< where the file is: absolute and without links
+    long modifiedNanoseconds = -1;     ///< beside `modified`; -1 where they are not known
+    unsigned format = 0;               ///< the kind, as bits of S_IFMT; 0 where it is not known
+    unsigned long long allocated = 0;  ///< bytes on the disk
+    std::wstring_view directory{};     ///< where the file is: absolute and without links
 
     static FileDetails of(const struct stat& info);
     static FileDetails of(const FileFacts& facts);
     /// From a record, without a system call. It counts as examined if the scan examined the
-    /// file; the inode, the device and the number of links remain 0.
+    /// file; the inode, the device, the format and the allocated bytes remain 0.
     static FileDetails of(const fscanner::FsFileInfo& record);
     FileFacts facts() const { return {examined, attributes, size, modified}; }
 };

@@ -68,7 +68,6 @@ constexpr Foreign kForeign[] = {
     {"--extension", "write -n '*.EXTENSION'"},
     {"-H", kHiddenIsFound},
     {"--hidden", kHiddenIsFound},
-    {"-I", kIgnoredIsFound},
     {"--no-ignore", kIgnoredIsFound},
     {"-u", kIgnoredIsFound},
     {"--unrestricted", kIgnoredIsFound},

@@ -424,6 +424,39 @@ void addSorting(OptionTable& table, Options& options, const char* group) {
         .group(group);
 }
 
+void addSums(OptionTable& table, Options& options, const char* group) {
+    static const std::map<std::string, SumBy> groups = {
+        {"ext", SumBy::extension}, {"dir", SumBy::directory}, {"owner", SumBy::owner},
+        {"kind", SumBy::kind},     {"age", SumBy::age},       {"size", SumBy::size}};
+    AddedOption sum = addWord<SumBy>(
+                          table, "--sum", "ext|dir|owner|kind|age|size", groups,
+                          [&options](SumBy by) { options.sumBy = by; },
+                          "Instead of the matches, their number and bytes in groups")
+                          .group(group);
+    addLevels(table, "--depth", options.sumDepth,
+              "With --sum dir: directories of so many levels; default 1")
+        .needs(sum)
+        .group(group);
+    table
+        .addValue(
+            "--top", "N",
+            [&options](const std::string& text) {
+                options.top = numberOf<std::size_t>(text);
+                if (options.top.value_or(0) == 0)
+                    throw CLI::ValidationError("--top", "not a number from 1 on");
+            },
+            "With --sum: so many groups at most, the largest")
+        .needs(sum)
+        .group(group);
+    table
+        .addFlag("--allocated", options.allocated,
+                 "With --sum and --report: bytes on the disk; default: the sizes of the files")
+        .group(group);
+    addText(table, "--report", "FILE", options.report,
+            "Instead of the matches, a page with a map of their sizes and all sums")
+        .group(group);
+}
+
 AddedOption addCacheTask(OptionTable& table, Options& options, const char* flag, CacheTask task,
                          const char* help) {
     return addChoice(table, flag, options.cacheTask, task, help);
@@ -434,6 +467,7 @@ AddedOption addCacheTask(OptionTable& table, Options& options, const char* flag,
 void addOutput(OptionTable& table, Options& options) {
     const char* group = "What to print";
     addForms(table, options, group);
+    addSums(table, options, group);
     addStyles(table, options, group);
     addSorting(table, options, group);
 }
@@ -484,6 +518,10 @@ void addHelp(OptionTable& table, const char* group) {
 
 void addOthers(OptionTable& table, Options& options) {
     const char* group = "Instead of searching";
+    table
+        .addFlag("-I,--interactive", options.interactive,
+                 "Search on the whole screen as you type, and print what you choose")
+        .group(group);
     table.addFlag("--drives", options.listDrives, "List the drives: directory, type, file system")
         .group(group);
     addText(table, "--check", "CRITERIA", options.check,

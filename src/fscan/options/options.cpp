@@ -158,10 +158,38 @@ void refuseConditions(const Options& options, bool prints) {
         throw wrong("--watch keeps whole trees: it takes PATHs, and no conditions on files");
 }
 
+/// Sums are of all matches, and in forms of their own.
+void refuseWithSums(const Options& options) {
+    if (options.allocated && !options.sumBy && !options.report)
+        throw wrong("--allocated is for --sum and --report");
+    if (!options.sumBy && !options.report) return;
+    const bool table = options.form != OutputForm::longer && !options.formatTemplate;
+    const bool prints = options.countOnly || options.runsCommands() || options.nullTerminated;
+    if (options.report && (options.sumBy || prints || options.form != OutputForm::plain || !table))
+        throw wrong("--report writes a page, and prints nothing");
+    if (!table || prints) throw wrong("--sum prints a table, --json, --json-array or --csv");
+    if (!options.sortKeys.empty() || options.limit || options.withTypes)
+        throw wrong("--sum and --report are of all matches, the largest first; --top limits --sum");
+    if (!options.sumBy) return;
+    if (options.sumDepth != 0 && *options.sumBy != SumBy::directory)
+        throw wrong("--depth is for --sum dir; --max-depth limits a search");
+}
+
+/// A screen shows matches itself.
+void refuseWithScreen(const Options& options, int forms) {
+    if (!options.interactive) return;
+    const bool others = options.cacheTask != CacheTask::none || options.check || options.explain ||
+                        options.listDrives || options.statistics || options.summary;
+    if (forms > 0 || others || options.limit || !options.sortKeys.empty() || options.reverse)
+        throw wrong("--interactive prints the paths that are chosen, and sorts by a key");
+}
+
 /// Refuses options that exclude each other.
 void refuseContradictions(const Options& options) {
     const bool runs = options.runsCommands();
-    const int forms = (options.form != OutputForm::plain ? 1 : 0) +
+    refuseWithSums(options);
+    const bool sums = (options.sumBy && options.form == OutputForm::plain) || options.report;
+    const int forms = (sums ? 1 : 0) + (options.form != OutputForm::plain ? 1 : 0) +
                       (options.formatTemplate ? 1 : 0) + (options.countOnly ? 1 : 0) +
                       (runs ? 1 : 0);
     if (forms > 1)
@@ -169,6 +197,7 @@ void refuseContradictions(const Options& options) {
     const bool lines = options.form == OutputForm::plain || options.form == OutputForm::longer;
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
     if (options.cacheTask == CacheTask::watch) refuseConditions(options, forms > 0);
+    refuseWithScreen(options, forms);
 }
 
 /// Kinds that are not wanted are left out by the search itself. Of its own, a negated condition
@@ -183,6 +212,7 @@ void settleNegated(Options& options, Options& negated) {
 /// them.
 void settleKinds(Options& options) {
     bool told = options.kinds != 0;
+    options.kindsWereLeft = !told;
     for (Options& negated : options.negated) {
         if (!told && negated.kinds != 0) options.kinds = fscanner::FS_KINDS_ALL;
         told = told || negated.kinds != 0;
@@ -344,8 +374,30 @@ void addOptions(OptionTable& table, Options& options) {
     addOthers(table, options);
 }
 
+/// The arguments but for PATTERN and PATHs, for searches with other words. Throws a CLI::ParseError
+/// where short options and a value in one word hide which is which.
+Words withoutWords(const CLI::App& app, const Words& arguments, std::size_t words) {
+    Words options;
+    for (auto at = arguments.begin(); at != arguments.end() && *at != "--";) {
+        const bool isOption = at->size() > 1 && at->starts_with('-');
+        const bool negates = *at == "--not" && at + 1 != arguments.end() && at[1][0] != '-';
+        const std::size_t length = negates ? 2 : std::max<std::size_t>(lengthOf(app, *at), 1);
+        const auto next = at + std::min(arguments.end() - at, static_cast<std::ptrdiff_t>(length));
+        if (isOption && *at != "-I" && *at != "--interactive")
+            options.insert(options.end(), at, next);
+        words -= isOption || words == 0 ? 0 : 1;
+        at = next;
+    }
+    const auto end = std::find(arguments.begin(), arguments.end(), "--");
+    const auto behind = static_cast<std::size_t>(arguments.end() - end);
+    if (words != (behind > 0 ? behind - 1 : 0))
+        throw wrong("with --interactive, write each short option as a word of its own");
+    return options;
+}
+
 /// Throws a CLI::ParseError for wrong arguments.
 void readArguments(CLI::App& app, Words arguments, Options& options) {
+    const Words given = arguments;
     arguments = takeCommands(arguments, options);
     refuseMisread(misreadOption(app, arguments));
     arguments = takeNegations(arguments, options);
@@ -356,6 +408,9 @@ void readArguments(CLI::App& app, Words arguments, Options& options) {
     takePattern(options);
     refuseMisread(commandForExclude(options));
     refuseContradictions(options);
+    if (options.interactive)
+        options.optionArguments =
+            withoutWords(app, given, options.paths.size() + (options.pattern ? 1 : 0));
 }
 
 /// What nobody asked for, and what is worth a note.

@@ -29,6 +29,9 @@ enum class PathStyle { given, absolute, relative };
 /// How matches are printed.
 enum class OutputForm { plain, longer, json, jsonArray, csv };
 
+/// What the matches of a sum are grouped by.
+enum class SumBy { extension, directory, owner, kind, age, size };
+
 /// Only on a terminal, always, or never.
 enum class WhenToUse { automatic, always, never };
 
@@ -67,7 +70,11 @@ struct Options {
     /// The conditions of --not, one in each: none of them may hold.
     std::vector<Options> negated;
     std::vector<SortKey> sortKeys;
-    std::optional<unsigned long long> limit;  ///< of matches
+    std::optional<unsigned long long> limit;   ///< of matches
+    std::optional<SumBy> sumBy;                ///< sums are printed instead of matches
+    std::optional<std::size_t> top;            ///< so many sums are printed at most
+    std::optional<std::string> report;         ///< a page with all sums is written to this file
+    std::vector<std::string> optionArguments;  ///< with --interactive: as given, but for words
     std::optional<std::string> formatTemplate;
     std::optional<std::vector<std::string>> command;  ///< to be run for the matches
     CommandUse commandUse = CommandUse::forEach;
@@ -86,6 +93,7 @@ struct Options {
     std::string forgotten;                        ///< the tree to drop from the cache
     std::optional<unsigned> timeoutMilliseconds;  ///< of each part of a search
     unsigned threads = 32;                        ///< of a search, at most
+    unsigned sumDepth = 0;                        ///< of the directories of sums; 0: not given
     unsigned maximumAge = 600;                    ///< of cached answers, in seconds
     bool verify = true;                           ///< compare cached trees with the disk
     CacheTask cacheTask = CacheTask::none;
@@ -97,7 +105,10 @@ struct Options {
     /// Bits of `fscanner::FsEntryKind`; after parsing the kinds that are searched for.
     unsigned kinds = 0;
     fscanner::FsDepthRange depth;
-    bool executable = false;  ///< -t x, whose test is among the permissions
+    bool interactive = false;
+    bool kindsWereLeft = false;  ///< nobody asked for kinds
+    bool allocated = false;      ///< sums are of allocated bytes
+    bool executable = false;     ///< -t x, whose test is among the permissions
     bool followLinks = false;
     bool oneFileSystem = false;
     bool recurse = true;

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -139,6 +140,15 @@ void Output::note(int error) {
 bool terminalTakesCommands() {
     const char* const name = std::getenv("TERM");
     return name != nullptr && std::string_view(name) != "dumb";
+}
+
+int terminalColumns(int descriptor) {
+    constexpr int kUsual = 80, kMost = 1000;
+    winsize size{};
+    if (ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+    const char* const told = std::getenv("COLUMNS");
+    const int columns = told != nullptr ? std::atoi(told) : 0;
+    return columns > 0 ? std::min(columns, kMost) : kUsual;
 }
 
 bool takesText(int descriptor) {

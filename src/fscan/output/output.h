@@ -90,6 +90,9 @@ private:
 /// Whether the user's terminal, if there is one, understands escape sequences.
 bool terminalTakesCommands();
 
+/// The width of the terminal; where it does not tell, that of the variable COLUMNS, or 80.
+int terminalColumns(int descriptor);
+
 /// Whether a pipe or a terminal takes some text at once; other files always do.
 bool takesText(int descriptor);
 

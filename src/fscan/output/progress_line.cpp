@@ -1,7 +1,6 @@
 #include "fscan/output/progress_line.h"
 
 #include <fmt/format.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,15 +20,8 @@ namespace {
 constexpr unsigned kIntervalMilliseconds = 100;
 // Where standard error is no terminal, only longer waits are told: most last a moment.
 constexpr unsigned kWaitBeforeNote = 1500;
-constexpr int kUsualColumns = 80;
 // Room for a "^C" that the terminal may add: a line that wraps cannot be erased.
 constexpr int kColumnsForKeys = 3;
-
-int columns() {
-    winsize size{};
-    const bool known = ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-    return known ? size.ws_col : kUsualColumns;
-}
 
 /// The end of the text, as much as fits into so many columns.
 std::string tail(const std::wstring& text, int room) {
@@ -39,6 +31,16 @@ std::string tail(const std::wstring& text, int room) {
         if (room < 0) break;
     }
     return toBytes(std::wstring_view(text).substr(first));
+}
+
+// "[###       ]  31 %  ", or nothing where it is not known how much there is.
+std::string barOf(const fscanner::FsScanProgress& progress) {
+    constexpr unsigned long long kMost = 99;  // there may be more than there were
+    if (progress.expectedDirectories == 0) return "";
+    const unsigned long long percent =
+        std::min(progress.directories * 100 / progress.expectedDirectories, kMost);
+    const std::string bar(percent / 10, '#');
+    return fmt::format("[{:10}] {:2} %  ", bar, percent);
 }
 
 // Writes nothing to a stopped terminal, which would block the search.
@@ -57,8 +59,9 @@ void ProgressLine::show(const fscanner::FsScanProgress& progress) {
     if (!terminal_ || now < kIntervalMilliseconds) return;
     if (now < shownAt_) shownAt_ = 0;  // another scan
     if (now - shownAt_ < kIntervalMilliseconds) return;
-    const std::string text = fmt::format("{} files, {} directories, {}.{} s  ", progress.files,
-                                         progress.directories, now / 1000, now / 100 % 10);
+    const std::string text = fmt::format("{}{} files, {} directories, {}.{} s, {} files/s  ",
+                                         barOf(progress), progress.files, progress.directories,
+                                         now / 1000, now / 100 % 10, progress.files * 1000 / now);
     put(text, toWide(escaped(toBytes(progress.directory))));
     shownAt_ = now;
 }
@@ -72,7 +75,7 @@ void ProgressLine::showWaiting(unsigned milliseconds) {
 }
 
 void ProgressLine::put(std::string_view text, const std::wstring& directory) {
-    const int room = std::max(columns() - kColumnsForKeys, 1);
+    const int room = std::max(terminalColumns(STDERR_FILENO) - kColumnsForKeys, 1);
     text = text.substr(0, static_cast<std::size_t>(room));
     writeError(
         fmt::format("\r\x1B[K{}{}", text, tail(directory, room - static_cast<int>(text.size()))));

@@ -150,6 +150,13 @@ std::wstring criteriaOf(const Options& options, bool mayBeOld) {
     return all;
 }
 
+/// The length of PART in "*PART*"; 0 for another glob.
+std::size_t lengthOfPart(std::wstring_view glob) {
+    if (glob.size() < 3 || glob.front() != L'*' || glob.back() != L'*') return 0;
+    const std::wstring_view part = glob.substr(1, glob.size() - 2);
+    return part.find_first_of(L"*?[]{}\\") == part.npos ? part.size() : 0;
+}
+
 }  // namespace
 
 FileFilters::FileFilters(const Options& options, bool mayBeOld)
@@ -157,8 +164,10 @@ FileFilters::FileFilters(const Options& options, bool mayBeOld)
     for (const std::string& glob : options.pathGlobs) {
         const std::string whole = wholePathGlob(glob).value_or(glob);
         const bool anywhere = matchesAnywhere(glob);
-        paths_.push_back(
-            toWide(anywhere ? whole : std::filesystem::path(whole).lexically_normal().native()));
+        std::wstring wide =
+            toWide(anywhere ? whole : std::filesystem::path(whole).lexically_normal().native());
+        const std::size_t part = lengthOfPart(wide);
+        paths_.push_back({std::move(wide), part});
     }
     std::string error;  // the options were tried when they were read
     for (const std::string& text : options.pathRegexes)
@@ -169,21 +178,36 @@ FileFilters::FileFilters(const Options& options, bool mayBeOld)
 }
 
 bool FileFilters::testPath(const std::wstring& directory, const wchar_t* name) const {
-    const std::wstring path = joinedPath(directory, name);
-    return (!asksPaths() || hasPath(path)) &&
+    return (!asksPaths() || hasPath(directory, name)) &&
            std::none_of(negated_.begin(), negated_.end(), [&](const FileFilters& filters) {
-               return filters.asksPaths() && filters.hasPath(path);
+               return filters.asksPaths() && filters.hasPath(directory, name);
            });
 }
 
-bool FileFilters::hasPath(const std::wstring& path) const {
+// A part that lies in the directory need not be looked for in each file; one that does not can only
+// begin near its end.
+void FileFilters::enter(const std::wstring& directory) const {
+    directory_ = directory;
+    const std::wstring whole = joinedPath(directory, L"");
+    for (PathGlob& one : paths_) {
+        one.holds = one.part > 0 &&
+                    fscanner::fsNameMatches(one.glob.c_str(), whole.c_str(), !options_.ignoreCase);
+        const std::size_t kept = one.part > 0 ? std::min(one.part - 1, whole.size()) : whole.size();
+        one.before = whole.substr(whole.size() - kept);
+    }
+}
+
+bool FileFilters::hasPath(const std::wstring& directory, const wchar_t* name) const {
     if (!pathRegexes_.empty()) {
-        const std::string bytes = toBytes(path);
+        const std::string bytes = toBytes(joinedPath(directory, name));
         const auto matches = [&bytes](const auto& regex) { return regex->matches(bytes); };
         if (std::any_of(pathRegexes_.begin(), pathRegexes_.end(), matches)) return true;
     }
-    return std::any_of(paths_.begin(), paths_.end(), [&](const std::wstring& glob) {
-        return fscanner::fsNameMatches(glob.c_str(), path.c_str(), !options_.ignoreCase);
+    if (directory != directory_) enter(directory);
+    return std::any_of(paths_.begin(), paths_.end(), [&](const PathGlob& one) {
+        if (one.holds) return true;
+        text_.assign(one.before).append(name);
+        return fscanner::fsNameMatches(one.glob.c_str(), text_.c_str(), !options_.ignoreCase);
     });
 }
 

@@ -73,8 +73,17 @@ public:
     std::optional<bool> emptiness() const;
 
 private:
+    /// A glob of --path, and what of it is decided for the directory of the last file.
+    struct PathGlob {
+        std::wstring glob;
+        std::size_t part = 0;   ///< the length of PART if it is "*PART*"
+        bool holds = false;     ///< for all files of the directory
+        std::wstring before{};  ///< what stands before a name and still matters
+    };
+
     bool testPath(const std::wstring& directory, const wchar_t* name) const;
-    bool hasPath(const std::wstring& path) const;
+    bool hasPath(const std::wstring& directory, const wchar_t* name) const;
+    void enter(const std::wstring& directory) const;
     bool asksPaths() const { return !paths_.empty() || !pathRegexes_.empty(); }
     bool asksFacts() const;
     void settleNeeds();
@@ -83,7 +92,9 @@ private:
     const Options& options_;
     bool mayBeOld_;
     std::wstring criteria_;
-    std::vector<std::wstring> paths_;
+    mutable std::vector<PathGlob> paths_;
+    mutable std::wstring directory_;
+    mutable std::wstring text_;
     std::vector<std::unique_ptr<ByteRegex>> pathRegexes_;
     std::vector<FileFilters> negated_;
     bool looksAtPaths_ = false;

@@ -116,13 +116,13 @@ bool Hyperlinks::terminalKnowsThem() {
     return isOneOf(variable("TERM_PROGRAM"), programs) || isOneOf(variable("TERM"), terminals);
 }
 
-namespace {
-
 bool wantsColors(const Options& options, bool terminal) {
     if (options.color != WhenToUse::automatic) return options.color == WhenToUse::always;
     const char* const refused = std::getenv("NO_COLOR");
     return terminal && terminalTakesCommands() && (refused == nullptr || *refused == 0);
 }
+
+namespace {
 
 bool wantsLinks(const Options& options, bool terminal) {
     if (options.hyperlinks != WhenToUse::automatic) return options.hyperlinks == WhenToUse::always;

@@ -30,6 +30,9 @@ private:
     std::vector<std::pair<std::string, std::string>> endings_;
 };
 
+/// Whether the output is to have colours.
+bool wantsColors(const Options& options, bool terminal);
+
 /// Makes paths into hyperlinks, which the user can click on a terminal.
 class Hyperlinks {
 public:

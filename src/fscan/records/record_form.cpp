@@ -16,6 +16,7 @@
 #include "fscan/process/interruption.h"
 #include "fscan/records/path_text.h"
 #include "fscan/text/json_text.h"
+#include "fscan/text/text.h"
 #include "fscan/text/values.h"
 #include "fscanner/fs/fs_fileinfo.h"
 
@@ -159,7 +160,7 @@ public:
     void write(const Match& match, Output& out) override {
         for (const DetailField* field : fields_) {
             out.write(separator(field));
-            out.writeForeign(quoted(textOf(field->value(match, *match.details))));
+            out.writeForeign(csvText(textOf(field->value(match, *match.details))));
         }
         out.write("\r\n");
     }
@@ -169,13 +170,6 @@ private:
     std::string_view separator(const DetailField* field) const {
         return field == fields_.front() ? "" : ",";
     }
-    static std::string quoted(const std::string& text) {
-        if (text.find_first_of(",\"\r\n") == text.npos) return text;
-        std::string result = "\"";
-        for (const char c : text) result += c == '"' ? "\"\"" : std::string(1, c);
-        return result + '"';
-    }
-
     Fields fields_;
 };
 

@@ -36,6 +36,7 @@ public:
 
     /// Prints the end of the form, or the number.
     void finish() override;
+    bool tellsTotals() const override { return countOnly_; }
 
 private:
     /// False once the output has failed.

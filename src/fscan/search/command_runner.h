@@ -52,7 +52,10 @@ public:
     void finish() override;
     /// Whether a command could not be started, ended with a status other than 0, or could not
     /// be given a path.
-    bool failed() const override { return notRun_ || failures_ > 0 || leftOut_ > 0; }
+    ExitStatus status() const override {
+        const bool failed = notRun_ || failures_ > 0 || leftOut_ > 0;
+        return failed ? ExitStatus::commandFailed : ExitStatus::found;
+    }
 
 private:
     using Words = std::vector<std::string>;

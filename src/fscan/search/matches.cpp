@@ -58,30 +58,31 @@ bool Matches::confirmsName(const wchar_t* name) const {
 }
 
 bool Matches::admits(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record) {
-    FileFacts facts;
-    return select(directory, name, record, isDirectory(record), facts);
+    return select(directory, name, record, isDirectory(record));
 }
 
 bool Matches::select(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
-                     bool isDirectory, FileFacts& facts) {
+                     bool isDirectory) {
     if (directory_ != directory) enter(directory);
     if (!owned_ || excludes_.cover(directory_, name)) return false;
     if (!filters_.pathFits(directory_, name)) return false;
     if (ignoreRules_ && ignoreRules_->covers(directory_, name, isDirectory)) return false;
-    return record == nullptr || !needRecords() || examine(name, *record, facts);
+    return record == nullptr || !needRecords() || examine(name, *record);
 }
 
 void Matches::add(const wchar_t* directory, const wchar_t* name, const FsFileInfo* record,
                   bool isDirectory) {
+    details_ = {};
+    if (!select(directory, name, record, isDirectory)) return;
     FileFacts facts;
-    if (!select(directory, name, record, isDirectory, facts)) return;
+    if (needed_ > FactsNeeded::none) facts = details_.facts();
     if (isDirectory) facts.attributes |= fscanner::FS_ATTR_DIRECTORY;
     if (needPath()) {
         path_.resize(prefixLength_);
         appendBytes(path_, name);
     }
     ++added_;
-    if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts});
+    if (!stopped_) stopped_ = !sink_.take({path_, prefixLength_, facts, &details_});
 }
 
 void Matches::add(const FsFileInfo& record) {
@@ -91,8 +92,9 @@ void Matches::add(const FsFileInfo& record) {
 /// A record of a scan has all facts, of the moment when the file was found. One of a cache
 /// lacks the times, and its size may be old, so the file is examined again. False where the
 /// file is left out.
-bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& facts) {
-    FileDetails file = FileDetails::of(record);
+bool Matches::examine(const wchar_t* name, const FsFileInfo& record) {
+    FileDetails& file = details_;
+    file = FileDetails::of(record);
     const unsigned attributes = file.attributes;
     auto found = FileExaminer::Found::there;
     const bool decides = filters_.needDetails();
@@ -111,7 +113,6 @@ bool Matches::examine(const wchar_t* name, const FsFileInfo& record, FileFacts& 
         examiner_.leaveOut(found);
         return false;
     }
-    if (needed_ > FactsNeeded::none) facts = file.facts();
     return !decides || (filters_.accept(file) && hasEmptiness(file));
 }
 
@@ -245,6 +246,7 @@ const std::wstring& MatchPlace::directoryOf(const Match& match) {
 }
 
 bool DetailedMatches::take(const Match& match) {
+    if (match.details != nullptr && !to_.lacks(*match.details)) return to_.take(match);
     struct stat info {};
     const std::wstring& directory = place_.directoryOf(match);
     const auto found = examiner_.examine(directory, std::string(match.name()).c_str(), info);

@@ -64,8 +64,8 @@ public:
 private:
     void enter(const wchar_t* directory);
     bool select(const wchar_t* directory, const wchar_t* name, const fscanner::FsFileInfo* record,
-                bool isDirectory, FileFacts& facts);
-    bool examine(const wchar_t* name, const fscanner::FsFileInfo& record, FileFacts& facts);
+                bool isDirectory);
+    bool examine(const wchar_t* name, const fscanner::FsFileInfo& record);
     bool hasEmptiness(const FileDetails& file);
     bool needPath() const { return needed_ != FactsNeeded::count; }
 
@@ -84,7 +84,8 @@ private:
     std::wstring directory_;
     bool owned_ = true;
     std::string path_;
-    std::string name_;  // of the file that is examined
+    std::string name_;     // of the file that is examined
+    FileDetails details_;  // what is known of it
     std::size_t prefixLength_ = 0;
 };
 
@@ -168,10 +169,10 @@ private:
     std::wstring directory_;  // its real path
 };
 
-/// Passes on each match with its details; leaves out those that are gone.
+/// Passes on each match with the details that the consumer needs; leaves out those that are gone.
 class DetailedMatches : public MatchSink {
 public:
-    DetailedMatches(const SearchRoots& roots, FileExaminer& examiner, MatchSink& to)
+    DetailedMatches(const SearchRoots& roots, FileExaminer& examiner, MatchConsumer& to)
         : place_(roots), examiner_(examiner), to_(to) {}
 
     bool take(const Match& match) override;
@@ -179,7 +180,7 @@ public:
 private:
     MatchPlace place_;
     FileExaminer& examiner_;
-    MatchSink& to_;
+    MatchConsumer& to_;
 };
 
 }  // namespace fscan

@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "fscan/options/options.h"
 #include "fscan/output/output.h"
@@ -15,10 +17,12 @@
 #include "fscan/query/query_builder.h"
 #include "fscan/query/search_roots.h"
 #include "fscan/records/record_form.h"
+#include "fscan/report/report_consumer.h"
 #include "fscan/search/command_runner.h"
 #include "fscan/search/explain.h"
 #include "fscan/search/provider_session.h"
 #include "fscan/search/search_run.h"
+#include "fscan/sum/sum_consumer.h"
 
 namespace fscan {
 
@@ -46,6 +50,13 @@ ExitStatus explainRoots(const Search& search, Output& out) {
     return status;
 }
 
+std::vector<std::string> givenPaths(const SearchRoots& roots) {
+    std::vector<std::string> paths;
+    for (const SearchRoot& root : roots.roots)
+        if (paths.empty() || paths.back() != root.given) paths.push_back(root.given);
+    return paths;
+}
+
 /// The consumer of the matches; null, with a message, for a wrong template or an unsafe
 /// --exec-dir. Sets `needed` to how much it must know of matches.
 std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& examiner,
@@ -54,6 +65,14 @@ std::unique_ptr<MatchConsumer> makeConsumer(const Search& search, FileExaminer& 
     if (options.runsCommands()) {
         needed = FactsNeeded::examined;
         return CommandRunner::create(search, examiner, out);
+    }
+    if (options.sumBy || options.report) {
+        needed = FactsNeeded::detailed;
+        std::vector<std::string> paths = givenPaths(search.roots);
+        const bool cached = search.session.cached;
+        if (options.report)
+            return std::make_unique<ReportConsumer>(options, std::move(paths), cached);
+        return std::make_unique<SumConsumer>(options, std::move(paths), cached, out);
     }
     std::string error;
     std::unique_ptr<RecordForm> form =

@@ -170,13 +170,14 @@ int SearchRun::ask() {
 ExitStatus SearchRun::deliver(ExitStatus status) {
     const bool delivered = !sorter_ || sorter_->deliver(last_);
     if (Interruption::pending()) return ExitStatus::found;
-    // The count of a failed search would be wrong.
-    if (!search_.options.countOnly || status < ExitStatus::failure) consumer_.finish();
+    consumer_.missed(watcher_.search().skipped.size());
+    // The totals of a failed search would be wrong.
+    if (!consumer_.tellsTotals() || status < ExitStatus::failure) consumer_.finish();
     if (!delivered) {
         complain("the temporary file of matches cannot be written or read; is the disk full?");
         return ExitStatus::failure;
     }
-    return consumer_.failed() ? ExitStatus::commandFailed : ExitStatus::found;
+    return consumer_.status();
 }
 
 bool SearchRun::readerGone() const {

@@ -118,6 +118,13 @@ std::string escaped(std::string_view text) {
 
 // ---- Paths ------------------------------------------------------------------
 
+std::string csvText(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == text.npos) return std::string(text);
+    std::string result = "\"";
+    for (const char c : text) result += c == '"' ? "\"\"" : std::string(1, c);
+    return result + '"';
+}
+
 std::string absolutePath(std::string_view path) {
     if (path.starts_with('/')) return std::string(path);
     std::error_code error;

@@ -24,6 +24,9 @@ bool isHostile(wchar_t c);
 /// in place of hostile characters.
 std::string escaped(std::string_view text);
 
+/// The text as a value of CSV, by RFC 4180.
+std::string csvText(std::string_view text);
+
 /// The absolute path of a match, whose own is absolute or relative to the current directory.
 std::string absolutePath(std::string_view path);
 
