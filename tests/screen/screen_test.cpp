@@ -22,35 +22,33 @@ TEST(TypedQuery, BecomesOptions) {
         const char* text;
         Words arguments;
         Words parts;
-        Words casedParts;
     } table[] = {
-        {"", {}, {}, {}},
-        {"  ", {}, {}, {}},
-        {"conf", {"--path=*conf*", "-i"}, {}, {}},
-        {"Conf", {"--path=*Conf*"}, {}, {}},
-        {"lib config", {"--path=*config*", "-i"}, {"lib"}, {}},
-        {"Li config", {"--path=*config*", "-i"}, {}, {"Li"}},
-        {"\"two words\"", {"--path=*two words*", "-i"}, {}, {}},
-        {"\"still open", {"--path=*still open*", "-i"}, {}, {}},
-        {"\"*\"", {"--path=*\\**", "-i"}, {}, {}},
-        {"*.h", {"--name=*.h", "-i"}, {}, {}},
-        {"*.H", {"--name=*.H"}, {}, {}},
-        {"size>10M", {"--larger=10M"}, {}, {}},
-        {"size<4k", {"--smaller=4k"}, {}, {}},
-        {"size:1k..2M", {"--size=1k..2M"}, {}, {}},
-        {"size>", {}, {}, {}},
-        {"type:ELF newer:2d", {"--type=ELF", "--newer=2d"}, {}, {}},
-        {"ext:c++ dir:src", {"--name=*.c++", "--path=*src*/*", "-i"}, {}, {}},
-        {"!old a", {"--not", "--path=*old*", "--path=*a*", "-i"}, {}, {}},
-        {"!size>1k", {"--not", "--larger=1k"}, {}, {}},
-        {"!", {}, {}, {}},
-        {"empty:", {"--empty"}, {}, {}},
+        {"", {}, {}},
+        {"  ", {}, {}},
+        {"conf", {"--path=*conf*", "-i"}, {}},
+        {"Conf", {"--path=*Conf*"}, {}},
+        {"lib config", {"--path=*config*", "-i"}, {"lib"}},
+        {"Li config", {"--path=*config*", "-i"}, {"Li"}},
+        {"\"two words\"", {"--path=*two words*", "-i"}, {}},
+        {"\"still open", {"--path=*still open*", "-i"}, {}},
+        {"\"*\"", {"--path=*\\**", "-i"}, {}},
+        {"*.h", {"--name=*.h", "-i"}, {}},
+        {"*.H", {"--name=*.H"}, {}},
+        {"size>10M", {"--larger=10M"}, {}},
+        {"size<4k", {"--smaller=4k"}, {}},
+        {"size:1k..2M", {"--size=1k..2M"}, {}},
+        {"size>", {}, {}},
+        {"type:ELF newer:2d", {"--type=ELF", "--newer=2d"}, {}},
+        {"ext:c++ dir:src", {"--name=*.c++", "--path=*src*/*", "-i"}, {}},
+        {"!old a", {"--not", "--path=*old*", "--path=*a*", "-i"}, {}},
+        {"!size>1k", {"--not", "--larger=1k"}, {}},
+        {"!", {}, {}},
+        {"empty:", {"--empty"}, {}},
         {"a [SIZE] > 10 && [SIZE] < 20",
          {"--where=[SIZE] > 10 && [SIZE] < 20", "--path=*a*", "-i"},
-         {},
          {}},
-        {"-rf *-", {"--name=*-", "--path=*-rf*", "-i"}, {}, {}},
-        {"a:b", {"--path=*a:b*", "-i"}, {}, {}},
+        {"-rf *-", {"--name=*-", "--path=*-rf*", "-i"}, {}},
+        {"a:b", {"--path=*a:b*", "-i"}, {}},
     };
     for (const auto& row : table) {
         TypedError error;
@@ -58,7 +56,6 @@ TEST(TypedQuery, BecomesOptions) {
         ASSERT_TRUE(query) << row.text;
         EXPECT_EQ(query->arguments, row.arguments) << row.text;
         EXPECT_EQ(query->parts, row.parts) << row.text;
-        EXPECT_EQ(query->casedParts, row.casedParts) << row.text;
     }
     TypedError error;
     EXPECT_FALSE(readTyped("ok type:a/b", error));
@@ -66,10 +63,45 @@ TEST(TypedQuery, BecomesOptions) {
 }
 
 TEST(TypedQuery, AdmitsPathsWithAllParts) {
-    const TypedQuery query{{}, {"lib", "\xC3\xA9"}, {"Conf"}};
+    const TypedQuery query{{}, {}, "", {"lib", "\xC3\xA9", "Conf"}};
     EXPECT_TRUE(query.admits("/usr/LIB/\xC3\xA9/Conf"));
     EXPECT_FALSE(query.admits("/usr/lib/\xC3\xA9/conf"));
     EXPECT_FALSE(query.admits("/usr/\xC3\xA9/Conf"));
+}
+
+TEST(TypedQuery, NarrowsWhereEachWordIsImplied) {
+    const struct {
+        const char* before;
+        const char* after;
+        bool narrows;
+    } table[] = {
+        {"", "a", false},  // its answer has every case
+        {"conf", "conf", true},
+        {"conf", "config", true},
+        {"conf", "deconf", true},
+        {"conf", "con", false},
+        {"conf", "Conf", false},  // is searched for in its case
+        {"Conf", "aConf", true},
+        {"conf l", "conf lib", true},
+        {"conf l", "conf b", false},
+        {"lib", "lib library", true},
+        {"*.h conf", "*.h config", true},
+        {"*.h conf", "*.hh conf", false},
+        {"size>1k conf", "size>10k conf", false},
+        {"conf", "conf !old", false},
+        {"conf", "conf\xC3\xA9", false},  // whose cases only a search knows
+    };
+    for (const auto& row : table) {
+        TypedError error;
+        const TypedQuery before = *readTyped(row.before, error);
+        EXPECT_EQ(readTyped(row.after, error)->narrows(before), row.narrows)
+            << row.before << " -> " << row.after;
+    }
+    TypedError error;
+    const TypedQuery query = *readTyped("lib Conf", error);
+    EXPECT_TRUE(query.admitsAll("/LIB/Conf"));
+    EXPECT_FALSE(query.admitsAll("/LIB/conf"));
+    EXPECT_FALSE(query.admitsAll("/usr/Conf"));
 }
 
 TEST(ResultList, FollowsTheCursorAndKeepsMarks) {

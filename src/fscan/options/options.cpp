@@ -176,12 +176,15 @@ void refuseWithSums(const Options& options) {
 }
 
 /// A screen shows matches itself.
-void refuseWithScreen(const Options& options, int forms) {
+void refuseWithScreen(const Options& options, int forms, bool runs) {
     if (!options.interactive) return;
     const bool others = options.cacheTask != CacheTask::none || options.check || options.explain ||
                         options.listDrives || options.statistics || options.summary;
-    if (forms > 0 || others || options.limit || !options.sortKeys.empty() || options.reverse)
-        throw wrong("--interactive prints the paths that are chosen, and sorts by a key");
+    if (forms > (runs ? 1 : 0) || others || options.limit || !options.sortKeys.empty() ||
+        options.reverse)
+        throw wrong(
+            "--interactive prints the paths that are chosen or gives them to --exec, and sorts by "
+            "a key");
 }
 
 /// Refuses options that exclude each other.
@@ -197,7 +200,7 @@ void refuseContradictions(const Options& options) {
     const bool lines = options.form == OutputForm::plain || options.form == OutputForm::longer;
     if (options.nullTerminated && !lines) throw wrong("--null is for paths, not for JSON or CSV");
     if (options.cacheTask == CacheTask::watch) refuseConditions(options, forms > 0);
-    refuseWithScreen(options, forms);
+    refuseWithScreen(options, forms, runs);
 }
 
 /// Kinds that are not wanted are left out by the search itself. Of its own, a negated condition
@@ -397,8 +400,8 @@ Words withoutWords(const CLI::App& app, const Words& arguments, std::size_t word
 
 /// Throws a CLI::ParseError for wrong arguments.
 void readArguments(CLI::App& app, Words arguments, Options& options) {
-    const Words given = arguments;
     arguments = takeCommands(arguments, options);
+    const Words given = arguments;
     refuseMisread(misreadOption(app, arguments));
     arguments = takeNegations(arguments, options);
     refuseTerminator(arguments);

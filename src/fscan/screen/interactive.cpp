@@ -18,6 +18,7 @@
 #include "fscan/screen/screen.h"
 #include "fscan/screen/search_process.h"
 #include "fscan/screen/typed_query.h"
+#include "fscan/search/search.h"
 #include "fscan/text/text.h"
 #include "fscan/text/values.h"
 
@@ -66,6 +67,7 @@ private:
     void erase(std::size_t from, std::size_t to);
     void wait();
     void search();
+    bool narrow(const TypedQuery& typed);
     void check();
     void takeResults();
     void takeCheck();
@@ -85,6 +87,7 @@ private:
     std::wstring input_;
     std::size_t place_;  // of the cursor in it
     TypedQuery typed_;
+    std::optional<TypedQuery> answered_;  // by the results, as a whole and in this order
     TypedError wrong_;
     std::string problem_;
     std::size_t order_ = 0;
@@ -116,6 +119,8 @@ void Interactive::search() {
     wrong_ = {};
     const std::optional<TypedQuery> typed = readTyped(toBytes(input_), wrong_);
     if (!typed) return search_.stop();
+    if (narrow(*typed)) return;
+    answered_.reset();
     typed_ = *typed;
     Arguments arguments = typed_.arguments;
     const auto isKind = [](const std::string& one) { return one.starts_with("--type="); };
@@ -129,6 +134,17 @@ void Interactive::search() {
     begun_ = Clock::now();
     fresh_ = true;
     if (!search_.start(argumentsFor(arguments))) problem_ = "a search cannot be started";
+}
+
+// A longer word mostly asks for a part of an answer that is there as a whole.
+bool Interactive::narrow(const TypedQuery& typed) {
+    const bool whole = results_.found() == results_.paths().size();
+    if (!answered_ || !whole || !typed.narrows(*answered_)) return false;
+    begun_ = Clock::now();
+    results_.keep([&typed](const std::string& path) { return typed.admitsAll(path); });
+    took_ = Clock::now() - begun_;
+    answered_ = typed;
+    return true;
 }
 
 void Interactive::check() {
@@ -153,6 +169,7 @@ void Interactive::takeResults() {
     took_ = Clock::now() - begun_;
     replace();
     if (status > kNothing) problem_ = search_.said();
+    if (status == 0 || status == kNothing) answered_ = typed_;
     drawn_ = false;
 }
 
@@ -162,6 +179,7 @@ void Interactive::takeCheck() {
     const int status = check_.finish();
     check_.stop();
     if (status == 0 || status == 1) checked_ = Clock::now();
+    answered_.reset();
     search();
 }
 
@@ -213,6 +231,7 @@ bool Interactive::take(const Input& key) {
             return false;
         case Key::sort:
             order_ = (order_ + 1) % orders().size();
+            answered_.reset();
             return true;
         case Key::refresh:
             check();
@@ -398,12 +417,11 @@ ExitStatus runInteractive(const Options& options, Output& out) {
         Interactive interactive(options);
         if (interactive.run()) chosen = interactive.chosen();
     }
-    for (const std::string& path : chosen) {
-        out.writeForeign(path);
-        out.write(std::string_view(options.nullTerminated ? "\0" : "\n", 1));
-        out.endRecord();
-    }
-    return chosen.empty() ? ExitStatus::nothingFound : ExitStatus::found;
+    if (chosen.empty()) return ExitStatus::nothingFound;
+    // What is typed can ask for other kinds than the options do.
+    Options all = options;
+    all.kinds = fscanner::FS_KINDS_ALL;
+    return deliverPaths(all, chosen, out);
 }
 
 }  // namespace fscan

@@ -15,6 +15,12 @@ void ResultList::add(std::string_view path) {
     if (paths_.size() < kMost) paths_.emplace_back(path);
 }
 
+void ResultList::keep(const std::function<bool(const std::string& path)>& wanted) {
+    std::erase_if(paths_, [&wanted](const std::string& path) { return !wanted(path); });
+    found_ = paths_.size();
+    cursor_ = first_ = 0;
+}
+
 void ResultList::move(long rows) {
     const long last = std::max(static_cast<long>(paths_.size()) - 1, 0L);
     moveTo(static_cast<std::size_t>(std::clamp(static_cast<long>(cursor_) + rows, 0L, last)));

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -16,6 +17,8 @@ public:
     /// For another search. Marks stay.
     void clear();
     void add(std::string_view path);
+    /// Leaves only these of the paths that are kept.
+    void keep(const std::function<bool(const std::string& path)>& wanted);
 
     unsigned long long found() const { return found_; }
     const std::vector<std::string>& paths() const { return paths_; }

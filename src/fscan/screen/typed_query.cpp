@@ -158,32 +158,59 @@ void Reader::finish() {
     const auto longest =
         std::max_element(words_.begin(), words_.end(),
                          [](const auto& a, const auto& b) { return a.size() < b.size(); });
+    query_.filters = query_.arguments;
     if (longest != words_.end()) {
         cased_ = cased_ || hasCapitals(*longest);
         add(false, "--path", "*" + literal(*longest) + "*");
+        query_.sought = std::move(*longest);
         words_.erase(longest);
     }
-    for (std::string& word : words_)
-        (hasCapitals(word) ? query_.casedParts : query_.parts).push_back(std::move(word));
+    query_.parts = std::move(words_);
     const auto& options = query_.arguments;
     const bool named = std::any_of(options.begin(), options.end(), [](const std::string& option) {
         return option.starts_with("--name=") || option.starts_with("--path=");
     });
-    if (named && !cased_) query_.arguments.emplace_back("-i");
+    if (!named || cased_) return;
+    query_.arguments.emplace_back("-i");
+    query_.filters.emplace_back("-i");
+}
+
+bool isAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x80; });
+}
+
+bool hasInAnyCase(std::string_view text, std::string_view part) {
+    return std::search(text.begin(), text.end(), part.begin(), part.end(),
+                       [](unsigned char a, unsigned char b) {
+                           return std::tolower(a) == std::tolower(b);
+                       }) != text.end();
+}
+
+// A part with capital letters is one in its case.
+bool hasPart(std::string_view text, std::string_view part) {
+    return hasCapitals(part) ? text.find(part) != text.npos : hasInAnyCase(text, part);
 }
 
 }  // namespace
 
 bool TypedQuery::admits(std::string_view path) const {
-    const auto has = [path](const std::string& part) { return path.find(part) != path.npos; };
-    const auto hasInAnyCase = [path](const std::string& part) {
-        return std::search(path.begin(), path.end(), part.begin(), part.end(),
-                           [](unsigned char a, unsigned char b) {
-                               return std::tolower(a) == std::tolower(b);
-                           }) != path.end();
+    return std::all_of(parts.begin(), parts.end(),
+                       [path](const std::string& part) { return hasPart(path, part); });
+}
+
+bool TypedQuery::admitsAll(std::string_view path) const {
+    return hasPart(path, sought) && admits(path);
+}
+
+// The search knows the cases of more letters than those of ASCII.
+bool TypedQuery::narrows(const TypedQuery& other) const {
+    if (filters != other.filters || !isAscii(sought)) return false;
+    const auto isImplied = [this](const std::string& before) {
+        const auto implies = [&before](const std::string& part) { return hasPart(part, before); };
+        return implies(sought) || std::any_of(parts.begin(), parts.end(), implies);
     };
-    return std::all_of(casedParts.begin(), casedParts.end(), has) &&
-           std::all_of(parts.begin(), parts.end(), hasInAnyCase);
+    return isImplied(other.sought) &&
+           std::all_of(other.parts.begin(), other.parts.end(), isImplied);
 }
 
 std::optional<TypedQuery> readTyped(std::string_view text, TypedError& error) {

@@ -9,14 +9,20 @@ namespace fscan {
 
 /// A search as it is typed, in the words of the tool's options.
 struct TypedQuery {
-    std::vector<std::string> arguments;   ///< options for a search
-    std::vector<std::string> parts;       ///< each must be in the path as well, whatever its case
-    std::vector<std::string> casedParts;  ///< the same, in their case
+    std::vector<std::string> arguments;  ///< options for a search
+    std::vector<std::string> filters;    ///< the same but for a part of the path
+    std::string sought;                  ///< that part; empty if there is none
+    std::vector<std::string> parts;      ///< each must be in the path as well
 
     bool operator==(const TypedQuery&) const = default;
-    bool empty() const { return arguments.empty() && parts.empty() && casedParts.empty(); }
-    /// Whether a path has the parts, which the search itself does not look for.
+    bool empty() const { return arguments.empty() && parts.empty(); }
+    /// Whether a path has the parts, which the search itself does not look for. Those with capital
+    /// letters must be in it in that case.
     bool admits(std::string_view path) const;
+    /// Whether the answer is a part of the other one's, and `admitsAll` tells which.
+    bool narrows(const TypedQuery& other) const;
+    /// Whether a path has the part that the search looks for and the others.
+    bool admitsAll(std::string_view path) const;
 };
 
 /// What cannot be read, and where in the text, in bytes.

@@ -2,7 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -106,7 +110,10 @@ std::optional<std::wstring> allCriteria(const Options& options) {
     return all;
 }
 
-ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) {
+/// What is done with a search, of which a part may not be able to be searched.
+using UseOfSearch = std::function<ExitStatus(const Search& search, bool incomplete)>;
+
+ExitStatus prepare(const Options& options, const UseOfSearch& use) {
     std::optional<TimeLimit> limit(std::in_place, options.timeoutMilliseconds);
     const std::optional<std::wstring> where = allCriteria(options);
     SearchRoots roots = SearchRoots::resolve(options);
@@ -126,9 +133,29 @@ ExitStatus prepareAndRun(const Options& options, Summary& summary, Output& out) 
               query);
     const Search search{options, roots, *drives, *session, conditions, query};
     limit.reset();  // each PATH has its own time limit
-    if (options.explain) return explainRoots(search, out);
-    const WorkerThreads threads(options.threads);
-    return runAndReport(search, !mounted || roots.incomplete, summary, out);
+    return use(search, !mounted || roots.incomplete);
+}
+
+/// Passes on the paths as matches. False if one of them is gone.
+bool passOn(const std::vector<std::string>& paths, DetailedMatches& detailed, FactsNeeded needed,
+            MatchConsumer& consumer) {
+    bool all = true;
+    for (const std::string& path : paths) {
+        struct stat info {};
+        if (lstat(path.c_str(), &info) != 0) {
+            complain(path, errno);
+            all = false;
+            continue;
+        }
+        const std::string_view shown = path;
+        const std::size_t slash = shown.find_last_of('/');
+        const Match match{shown, slash == shown.npos ? 0 : slash + 1,
+                          FileDetails::of(info).facts()};
+        MatchSink& to = needed == FactsNeeded::detailed ? static_cast<MatchSink&>(detailed)
+                                                        : static_cast<MatchSink&>(consumer);
+        if (!to.take(match)) break;
+    }
+    return all;
 }
 
 }  // namespace
@@ -148,12 +175,32 @@ Conditions::Conditions(const Options& options, Excludes left, const std::wstring
 ExitStatus runSearch(const Options& options, Output& out) {
     Summary summary(options);
     if (!summary.writable()) return ExitStatus::usage;
-    const ExitStatus status = prepareAndRun(options, summary, out);
+    const auto run = [&](const Search& search, bool incomplete) {
+        if (options.explain) return explainRoots(search, out);
+        const WorkerThreads threads(options.threads);
+        return runAndReport(search, incomplete, summary, out);
+    };
+    const ExitStatus status = prepare(options, run);
     if (summary.written() || options.explain) return status;
     Outcome nothingSearched;
     nothingSearched.status = status;
     summary.write({}, nothingSearched);
     return status;
+}
+
+ExitStatus deliverPaths(const Options& options, const std::vector<std::string>& paths,
+                        Output& out) {
+    const auto deliver = [&](const Search& search, bool) {
+        FactsNeeded needed = FactsNeeded::none;
+        FileExaminer examiner(true, options.followLinks);
+        const std::unique_ptr<MatchConsumer> consumer = makeConsumer(search, examiner, out, needed);
+        if (!consumer) return ExitStatus::usage;
+        DetailedMatches detailed(search.roots, examiner, *consumer);
+        const bool all = passOn(paths, detailed, needed, *consumer);
+        consumer->finish();
+        return std::max(consumer->status(), all ? ExitStatus::found : ExitStatus::incomplete);
+    };
+    return prepare(options, deliver);
 }
 
 }  // namespace fscan

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "fscan/process/exit_status.h"
 #include "fscan/query/filters.h"
@@ -42,5 +43,8 @@ struct Search {
 
 /// Runs the search that the options describe.
 ExitStatus runSearch(const Options& options, Output& out);
+
+/// Prints paths that such a search found, or runs the command of the options for them.
+ExitStatus deliverPaths(const Options& options, const std::vector<std::string>& paths, Output& out);
 
 }  // namespace fscan
